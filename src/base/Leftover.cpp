@@ -1,0 +1,39 @@
+#include "base/Leftover.h"
+
+#include <unistd.h>
+
+#include <mutex>
+
+namespace {
+
+std::mutex guard;
+Leftover* lastMarked = nullptr;
+
+}  // namespace
+
+void Leftover::mark(const char* path) {
+  forget();
+  const std::lock_guard<std::mutex> lock(guard);
+  path_ = path;
+  next_ = lastMarked;
+  lastMarked = this;
+}
+
+void Leftover::forget() {
+  const std::lock_guard<std::mutex> lock(guard);
+  if (path_ == nullptr) return;
+  path_ = nullptr;
+  for (Leftover** link = &lastMarked; *link != nullptr; link = &(*link)->next_) {
+    if (*link == this) {
+      *link = next_;
+      return;
+    }
+  }
+}
+
+void removeLeftovers() {
+  const std::lock_guard<std::mutex> lock(guard);
+  for (const Leftover* leftover = lastMarked; leftover != nullptr; leftover = leftover->next_) {
+    (void)unlink(leftover->path_);  // the process is about to end; there is nobody to tell
+  }
+}

@@ -1,0 +1,21 @@
+#include "base/RawWrite.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+
+bool writeFully(int descriptor, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = ::write(descriptor, text.data(), text.size());
+    if (written < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    if (written == 0) {  // no device of ours does this; looping on it would hang
+      errno = EIO;
+      return false;
+    }
+    text.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}

@@ -1,0 +1,197 @@
+#include "base/StringUtils.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <limits>
+
+namespace StringUtils {
+namespace {
+
+constexpr unsigned char deleteByte = 127;
+
+constexpr unsigned char byteOf(char c) { return static_cast<unsigned char>(c); }
+constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
+// White space as isspace() knows it in the C locale.
+constexpr bool isWhiteSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+constexpr char toLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+constexpr bool isTrimmed(char c, TrimSet set) {
+  const unsigned char byte = byteOf(c);
+  if (set == TrimSet::blanks) return byte <= 32 || byte == deleteByte;
+  return byte < 33 || byte > 126;
+}
+
+// The engine of both joiners.
+std::string append(std::initializer_list<std::string_view> pieces, bool separated) {
+  std::size_t size = 0;
+  for (const std::string_view piece : pieces) size += piece.size() + 1;
+  std::string joined;
+  joined.reserve(size);
+  for (const std::string_view piece : pieces) {
+    if (piece.empty()) continue;
+    if (separated && !joined.empty() && joined.back() != '/') joined += '/';
+    joined += piece;
+  }
+  return joined;
+}
+
+std::string hexDigits(std::uint32_t number, int width) {
+  std::array<char, 16> buffer{};
+  std::snprintf(buffer.data(), buffer.size(), "%0*x", width, number);
+  return buffer.data();
+}
+
+constexpr std::array<std::string_view, 4> trueWords = {"true", "yes", "1", "on"};
+constexpr std::array<std::string_view, 4> falseWords = {"false", "no", "0", "off"};
+
+bool isOneOf(std::string_view text, const std::array<std::string_view, 4>& words) {
+  return std::any_of(words.begin(), words.end(), [text](std::string_view word) { return equalIgnoreCase(text, word); });
+}
+
+// Reads digits from `at` on and moves `at` behind them. Counts downward, since the negative range is the larger one;
+// stops counting at the smallest value.
+std::int64_t negatedDigits(std::string_view text, std::size_t& at) {
+  constexpr std::int64_t smallest = std::numeric_limits<std::int64_t>::min();
+  std::int64_t value = 0;
+  for (; at < text.size() && isDigit(text[at]); ++at) {
+    const int digit = text[at] - '0';
+    value = value < (smallest + digit) / 10 ? smallest : value * 10 - digit;
+  }
+  return value;
+}
+
+std::int64_t negatedSaturating(std::int64_t value) {
+  return value == std::numeric_limits<std::int64_t>::min() ? std::numeric_limits<std::int64_t>::max() : -value;
+}
+
+}  // namespace
+
+std::string_view trim(std::string_view text, TrimSet set) {
+  while (!text.empty() && isTrimmed(text.front(), set)) text.remove_prefix(1);
+  while (!text.empty() && isTrimmed(text.back(), set)) text.remove_suffix(1);
+  return text;
+}
+
+std::string joinPath(std::initializer_list<std::string_view> pieces) { return append(pieces, true); }
+
+std::string concatenate(std::initializer_list<std::string_view> pieces) { return append(pieces, false); }
+
+std::string_view lastComponent(std::string_view path) {
+  const std::size_t separator = path.find_last_of("/\\");
+  return separator == std::string_view::npos ? path : path.substr(separator + 1);
+}
+
+std::string toString(std::int32_t number) { return std::to_string(number); }
+
+std::string toString(std::int64_t number) { return std::to_string(number); }
+
+std::string toString(bool value) { return value ? "true" : "false"; }
+
+std::string toHex(std::uint32_t number) { return hexDigits(number, 1); }
+
+std::string toHex8(std::uint32_t number) { return hexDigits(number, 8); }
+
+bool parseBool(std::string_view text, bool& result) {
+  result = isOneOf(text, trueWords);
+  return result || isOneOf(text, falseWords);
+}
+
+bool parseInt32(std::string_view text, std::int32_t& value) {
+  text = trim(text, TrimSet::blanks);
+  const bool negative = !text.empty() && text.front() == '-';
+  if (negative || (!text.empty() && text.front() == '+')) text.remove_prefix(1);
+  if (text.empty() || !std::all_of(text.begin(), text.end(), isDigit)) return false;
+
+  std::size_t at = 0;
+  const std::int64_t negated = negatedDigits(text, at);
+  const std::int64_t number = negative ? negated : negatedSaturating(negated);
+  if (number < std::numeric_limits<std::int32_t>::min() || number > std::numeric_limits<std::int32_t>::max()) {
+    return false;
+  }
+  value = static_cast<std::int32_t>(number);
+  return true;
+}
+
+std::int64_t leadingInt64(std::string_view text, std::size_t* end) {
+  std::size_t at = 0;
+  while (at < text.size() && isWhiteSpace(text[at])) ++at;
+  const bool negative = at < text.size() && text[at] == '-';
+  if (negative || (at < text.size() && text[at] == '+')) ++at;
+  const std::size_t firstDigit = at;
+  const std::int64_t negated = negatedDigits(text, at);
+  if (end != nullptr) *end = at == firstDigit ? 0 : at;
+  return negative ? negated : negatedSaturating(negated);
+}
+
+std::int32_t leadingPort(std::string_view text) {
+  std::size_t at = 0;
+  const std::int64_t port = negatedSaturating(negatedDigits(text, at));
+  return static_cast<std::int32_t>(std::min<std::int64_t>(port, std::numeric_limits<std::int32_t>::max()));
+}
+
+std::string lowerCase(std::string_view text) {
+  std::string lower(text);
+  std::transform(lower.begin(), lower.end(), lower.begin(), toLower);
+  return lower;
+}
+
+bool equalIgnoreCase(std::string_view a, std::string_view b) {
+  return a.size() == b.size() &&
+         std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return toLower(x) == toLower(y); });
+}
+
+bool startsWith(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
+
+bool startsWithIgnoreCase(std::string_view text, std::string_view prefix) {
+  return equalIgnoreCase(text.substr(0, prefix.size()), prefix);
+}
+
+bool hasControlByte(std::string_view text) {
+  return std::any_of(text.begin(), text.end(), [](char c) { return byteOf(c) < 32 || byteOf(c) == deleteByte; });
+}
+
+std::string plainAscii(std::string_view text) {
+  std::string plain(text);
+  std::replace_if(
+      plain.begin(), plain.end(), [](char c) { return byteOf(c) >= 128; }, '?');
+  return plain;
+}
+
+bool splitUrl(std::string_view url, std::string& scheme, std::string& host, std::string& port, std::string& rest) {
+  constexpr std::string_view schemeEnd = "://";
+  scheme.clear();
+  host.clear();
+  port.clear();
+  rest.clear();
+
+  const std::size_t marker = url.find(schemeEnd);
+  if (marker == std::string_view::npos) return false;
+  scheme = url.substr(0, marker + schemeEnd.size());
+  url.remove_prefix(scheme.size());
+  if (url.empty()) return false;
+
+  if (url.front() == '[') {
+    const std::size_t close = url.find(']');
+    if (close == std::string_view::npos) return false;
+    host = url.substr(1, close - 1);
+    url.remove_prefix(close + 1);
+  } else {
+    std::size_t hostEnd = url.find(':');
+    if (hostEnd == std::string_view::npos) hostEnd = url.find('/');
+    host = url.substr(0, hostEnd);
+    url.remove_prefix(host.size());
+  }
+  if (host.empty()) return false;
+
+  if (startsWith(url, ":")) {
+    url.remove_prefix(1);
+    const auto portEnd = std::find_if_not(url.begin(), url.end(), isDigit);
+    port = url.substr(0, static_cast<std::size_t>(portEnd - url.begin()));
+    url.remove_prefix(port.size());
+  }
+  rest = url;
+  return true;
+}
+
+}  // namespace StringUtils

@@ -1,0 +1,381 @@
+#include "base/StringUtils.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <limits>
+#include <random>
+
+namespace {
+
+using StringUtils::TrimSet;
+
+std::string allBytes() {
+  std::string bytes;
+  for (int byte = 0; byte < 256; ++byte) bytes += static_cast<char>(byte);
+  return bytes;
+}
+
+// --- trim
+
+TEST(Trim, NonPrintableTakesEverythingOutside33To126) {
+  for (int byte = 0; byte < 256; ++byte) {
+    SCOPED_TRACE(byte);
+    const std::string text = std::string(2, static_cast<char>(byte)) + "x" + std::string(1, static_cast<char>(byte));
+    const bool goes = byte < 33 || byte > 126;
+    EXPECT_EQ(StringUtils::trim(text, TrimSet::nonPrintable), goes ? "x" : text);
+  }
+}
+
+TEST(Trim, BlanksTakesBytesUpTo32And127) {
+  for (int byte = 0; byte < 256; ++byte) {
+    SCOPED_TRACE(byte);
+    const std::string text = std::string(2, static_cast<char>(byte)) + "x" + std::string(1, static_cast<char>(byte));
+    const bool goes = byte <= 32 || byte == 127;
+    EXPECT_EQ(StringUtils::trim(text, TrimSet::blanks), goes ? "x" : text);
+  }
+}
+
+TEST(Trim, WhatIsInsideStays) {
+  EXPECT_EQ(StringUtils::trim(" a \x80 b ", TrimSet::nonPrintable), "a \x80 b");
+  EXPECT_EQ(StringUtils::trim("lab\xc3\xa9", TrimSet::nonPrintable), "lab");
+  EXPECT_EQ(StringUtils::trim("lab\xc3\xa9", TrimSet::blanks), "lab\xc3\xa9");
+}
+
+TEST(Trim, TextOfTrimmedBytesOnlyBecomesEmpty) {
+  EXPECT_EQ(StringUtils::trim(" \t\r\n\x7f", TrimSet::blanks), "");
+  EXPECT_EQ(StringUtils::trim("\xff\x80 ", TrimSet::nonPrintable), "");
+  EXPECT_EQ(StringUtils::trim("", TrimSet::blanks), "");
+}
+
+// --- paths
+
+TEST(JoinPath, PutsOneSeparatorUnlessOneIsThere) {
+  const struct {
+    const char* why;
+    std::string joined, expected;
+  } cases[] = {
+      {"two plain names", StringUtils::joinPath({"a", "b"}), "a/b"},
+      {"the text so far ends in one", StringUtils::joinPath({"/etc/zuv/profiles/", "lab"}), "/etc/zuv/profiles/lab"},
+      {"a piece that begins with one gets another", StringUtils::joinPath({"a", "/b"}), "a//b"},
+      {"empty pieces are skipped", StringUtils::joinPath({"", "a", "", "b", ""}), "a/b"},
+      {"the root alone", StringUtils::joinPath({"/", "b"}), "/b"},
+      {"nothing", StringUtils::joinPath({}), ""},
+      {"empty pieces only", StringUtils::joinPath({"", ""}), ""},
+      {"ten pieces", StringUtils::joinPath({"1", "2", "3", "4", "5", "6", "7", "8", "9", "10"}),
+       "1/2/3/4/5/6/7/8/9/10"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    EXPECT_EQ(c.joined, c.expected);
+  }
+}
+
+TEST(Concatenate, PutsNothingBetweenThePieces) {
+  EXPECT_EQ(StringUtils::concatenate({"/a/", "", "b", "/", "c"}), "/a/b/c");
+  EXPECT_EQ(StringUtils::concatenate({}), "");
+  EXPECT_EQ(StringUtils::concatenate({std::string_view("x\0y", 3), "z"}), std::string("x\0yz", 4));
+}
+
+TEST(LastComponent, IsWhatFollowsTheLastSlashOfEitherKind) {
+  EXPECT_EQ(StringUtils::lastComponent("/a/b/hip.conf"), "hip.conf");
+  EXPECT_EQ(StringUtils::lastComponent("a\\b\\hip.conf"), "hip.conf");
+  EXPECT_EQ(StringUtils::lastComponent("a/b\\c"), "c");
+  EXPECT_EQ(StringUtils::lastComponent("a\\b/c"), "c");
+  EXPECT_EQ(StringUtils::lastComponent("plain"), "plain");
+  EXPECT_EQ(StringUtils::lastComponent("a/"), "");
+  EXPECT_EQ(StringUtils::lastComponent(""), "");
+}
+
+// --- numbers to text
+
+TEST(ToString, IntegersAreDecimal) {
+  EXPECT_EQ(StringUtils::toString(std::int32_t{0}), "0");
+  EXPECT_EQ(StringUtils::toString(std::int32_t{INT32_MIN}), "-2147483648");
+  EXPECT_EQ(StringUtils::toString(std::int64_t{INT64_MIN}), "-9223372036854775808");
+  EXPECT_EQ(StringUtils::toString(std::int64_t{INT64_MAX}), "9223372036854775807");
+}
+
+TEST(ToString, BooleansAreWords) {
+  EXPECT_EQ(StringUtils::toString(true), "true");
+  EXPECT_EQ(StringUtils::toString(false), "false");
+}
+
+TEST(ToHex, HasLowerCaseDigitsAndNoPrefix) {
+  EXPECT_EQ(StringUtils::toHex(0), "0");
+  EXPECT_EQ(StringUtils::toHex(0xdeadbeef), "deadbeef");
+  EXPECT_EQ(StringUtils::toHex(0x1400000a), "1400000a");
+  EXPECT_EQ(StringUtils::toHex(255), "ff");
+}
+
+TEST(ToHex8, HasExactlyEightDigits) {
+  EXPECT_EQ(StringUtils::toHex8(1), "00000001");
+  EXPECT_EQ(StringUtils::toHex8(0xffffffff), "ffffffff");
+  EXPECT_EQ(StringUtils::toHex8(0x1400000a), "1400000a");
+}
+
+// --- text to booleans and numbers
+
+TEST(ParseBool, KnowsEightWordsWhateverTheirCase) {
+  for (const char* word : {"true", "yes", "1", "on", "TRUE", "YES", "On", "tRuE"}) {
+    SCOPED_TRACE(word);
+    bool result = false;
+    EXPECT_TRUE(StringUtils::parseBool(word, result));
+    EXPECT_TRUE(result);
+  }
+  for (const char* word : {"false", "no", "0", "off", "FALSE", "No", "Off", "oFF"}) {
+    SCOPED_TRACE(word);
+    bool result = true;
+    EXPECT_TRUE(StringUtils::parseBool(word, result));
+    EXPECT_FALSE(result);
+  }
+}
+
+TEST(ParseBool, AnythingElseIsFalseWithFailure) {
+  for (const char* word : {"", "2", "y", "nein", "true ", " on", "t", "00", "truee"}) {
+    SCOPED_TRACE(word);
+    bool result = true;
+    EXPECT_FALSE(StringUtils::parseBool(word, result));
+    EXPECT_FALSE(result);
+  }
+}
+
+TEST(ParseInt32, TakesOneSignAndDigitsBetweenBlanks) {
+  const struct {
+    const char* text;
+    std::int32_t expected;
+  } cases[] = {
+      {"0", 0},
+      {"7", 7},
+      {"+7", 7},
+      {"-7", -7},
+      {" 12 ", 12},
+      {"\t\x01-3\x7f\n", -3},
+      {"007", 7},
+      {"-0", 0},
+      {"2147483647", 2147483647},
+      {"-2147483648", INT32_MIN},
+      {"+0000000000000000000000000000001", 1},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    std::int32_t value = 99;
+    EXPECT_TRUE(StringUtils::parseInt32(c.text, value));
+    EXPECT_EQ(value, c.expected);
+  }
+}
+
+TEST(ParseInt32, ARefusedTextLeavesTheValueAlone) {
+  for (const char* text : {"", " ", "+", "-", "+-1", "--1", "1.0", "1x", "x1", "1 2", "- 1", "0x10", "2147483648",
+                           "-2147483649", "99999999999999999999999", "-99999999999999999999999",
+                           "\x80"
+                           "1"}) {
+    SCOPED_TRACE(text);
+    std::int32_t value = 99;
+    EXPECT_FALSE(StringUtils::parseInt32(text, value));
+    EXPECT_EQ(value, 99);
+  }
+  std::int32_t value = 99;
+  EXPECT_FALSE(StringUtils::parseInt32(std::string_view("1\0002", 3), value));
+  EXPECT_EQ(value, 99);
+}
+
+TEST(LeadingInt64, SaturatesAtBothEnds) {
+  EXPECT_EQ(StringUtils::leadingInt64("9223372036854775807"), INT64_MAX);
+  EXPECT_EQ(StringUtils::leadingInt64("9223372036854775808"), INT64_MAX);
+  EXPECT_EQ(StringUtils::leadingInt64("-9223372036854775808"), INT64_MIN);
+  EXPECT_EQ(StringUtils::leadingInt64("-9223372036854775809"), INT64_MIN);
+  EXPECT_EQ(StringUtils::leadingInt64("99999999999999999999999999x"), INT64_MAX);
+  EXPECT_EQ(StringUtils::leadingInt64("-99999999999999999999999999"), INT64_MIN);
+}
+
+TEST(LeadingInt64, StopsAtTheFirstByteThatIsNoDigit) {
+  EXPECT_EQ(StringUtils::leadingInt64("12abc"), 12);
+  EXPECT_EQ(StringUtils::leadingInt64(" \t\n\v\f\r-12.5"), -12);
+  EXPECT_EQ(StringUtils::leadingInt64("+3"), 3);
+  EXPECT_EQ(StringUtils::leadingInt64(""), 0);
+  EXPECT_EQ(StringUtils::leadingInt64("x1"), 0);
+  EXPECT_EQ(StringUtils::leadingInt64("- 1"), 0);
+  EXPECT_EQ(StringUtils::leadingInt64("+-1"), 0);
+}
+
+TEST(LeadingInt64, TellsWhereTheDigitsEnd) {
+  std::size_t end = 99;
+  (void)StringUtils::leadingInt64("  -12 s", &end);
+  EXPECT_EQ(end, 5U);
+  (void)StringUtils::leadingInt64("  -s", &end);
+  EXPECT_EQ(end, 0U);
+  (void)StringUtils::leadingInt64("99999999999999999999999999x", &end);
+  EXPECT_EQ(end, 26U);
+}
+
+// Every text of a few bytes out of a telling alphabet, against the system's own reader.
+TEST(LeadingInt64, ReadsAsStrtollReads) {
+  std::mt19937 random(1);
+  constexpr std::string_view alphabet = " \t\v+-0123456789x9223372036854775807";
+  for (int round = 0; round < 200'000; ++round) {
+    std::string text;
+    for (std::size_t length = random() % 24; length > 0; --length) text += alphabet[random() % alphabet.size()];
+    char* end = nullptr;
+    const long long expected = std::strtoll(text.c_str(), &end, 10);
+    std::size_t at = 99;
+    ASSERT_EQ(StringUtils::leadingInt64(text, &at), expected) << '"' << text << '"';
+    ASSERT_EQ(at, static_cast<std::size_t>(end - text.c_str())) << '"' << text << '"';
+  }
+}
+
+// A slow reading of the rule for whole numbers, digit by digit in a wide type.
+bool slowParse(std::string text, std::int64_t& number) {
+  auto isOuter = [](char c) { return static_cast<unsigned char>(c) <= 32 || c == 127; };
+  while (!text.empty() && isOuter(text.front())) text.erase(0, 1);
+  while (!text.empty() && isOuter(text.back())) text.pop_back();
+  int sign = 1;
+  if (!text.empty() && (text[0] == '+' || text[0] == '-')) {
+    sign = text[0] == '-' ? -1 : 1;
+    text.erase(0, 1);
+  }
+  if (text.empty()) return false;
+  long double value = 0;
+  for (const char c : text) {
+    if (c < '0' || c > '9') return false;
+    value = value * 10 + (c - '0');
+  }
+  value *= sign;
+  if (value < -2147483648.0L || value > 2147483647.0L) return false;
+  number = static_cast<std::int64_t>(value);
+  return true;
+}
+
+TEST(ParseInt32, AgreesWithASlowReadingOfItsRule) {
+  std::mt19937 random(2);
+  constexpr std::string_view alphabet = " \x7f+-0123456789x21474836";
+  for (int round = 0; round < 200'000; ++round) {
+    std::string text;
+    for (std::size_t length = random() % 14; length > 0; --length) text += alphabet[random() % alphabet.size()];
+    std::int64_t expected = 77;
+    std::int32_t value = 77;
+    ASSERT_EQ(StringUtils::parseInt32(text, value), slowParse(text, expected)) << '"' << text << '"';
+    ASSERT_EQ(value, expected) << '"' << text << '"';
+  }
+}
+
+TEST(LeadingPort, TakesTheDigitsDirectlyAtTheStart) {
+  EXPECT_EQ(StringUtils::leadingPort("443"), 443);
+  EXPECT_EQ(StringUtils::leadingPort("443/x"), 443);
+  EXPECT_EQ(StringUtils::leadingPort("0"), 0);
+  EXPECT_EQ(StringUtils::leadingPort(""), 0);
+  EXPECT_EQ(StringUtils::leadingPort(" 443"), 0);
+  EXPECT_EQ(StringUtils::leadingPort("-1"), 0);
+  EXPECT_EQ(StringUtils::leadingPort("+1"), 0);
+  EXPECT_EQ(StringUtils::leadingPort("65536"), 65536);
+}
+
+TEST(LeadingPort, AHugeNumberNeverWraps) {
+  EXPECT_EQ(StringUtils::leadingPort("2147483648"), INT32_MAX);
+  EXPECT_EQ(StringUtils::leadingPort("4294967297"), INT32_MAX);
+  EXPECT_EQ(StringUtils::leadingPort("18446744073709551617"), INT32_MAX);
+  EXPECT_EQ(StringUtils::leadingPort(std::string(1000, '9')), INT32_MAX);
+}
+
+// --- comparisons
+
+TEST(EqualIgnoreCase, FoldsAsciiLettersAlone) {
+  for (int a = 0; a < 256; ++a) {
+    for (int b = 0; b < 256; ++b) {
+      const bool sameLetter = (a ^ b) == 32 && (a | 32) >= 'a' && (a | 32) <= 'z';
+      const std::string left(1, static_cast<char>(a));
+      const std::string right(1, static_cast<char>(b));
+      ASSERT_EQ(StringUtils::equalIgnoreCase(left, right), a == b || sameLetter) << a << " " << b;
+    }
+  }
+  EXPECT_FALSE(StringUtils::equalIgnoreCase("ab", "abc"));
+  EXPECT_TRUE(StringUtils::equalIgnoreCase("", ""));
+}
+
+TEST(StartsWith, ComparesThePrefixByteForByte) {
+  EXPECT_TRUE(StringUtils::startsWith("dir=profile-1", "dir="));
+  EXPECT_TRUE(StringUtils::startsWith("dir=", "dir="));
+  EXPECT_TRUE(StringUtils::startsWith("x", ""));
+  EXPECT_FALSE(StringUtils::startsWith("di", "dir="));
+  EXPECT_FALSE(StringUtils::startsWith("DIR=x", "dir="));
+  EXPECT_TRUE(StringUtils::startsWithIgnoreCase("DIR=x", "dir="));
+  EXPECT_FALSE(StringUtils::startsWithIgnoreCase("DIR", "dir="));
+}
+
+TEST(HasControlByte, FindsBytesBelow32And127) {
+  for (int byte = 0; byte < 256; ++byte) {
+    SCOPED_TRACE(byte);
+    EXPECT_EQ(StringUtils::hasControlByte(std::string("ab") + static_cast<char>(byte) + "c"), byte < 32 || byte == 127);
+  }
+  EXPECT_FALSE(StringUtils::hasControlByte(""));
+}
+
+TEST(PlainAscii, ReplacesEveryByteFrom128OnOneForOne) {
+  EXPECT_EQ(StringUtils::plainAscii("caf\xc3\xa9"), "caf??");
+  const std::string bytes = allBytes();
+  const std::string plain = StringUtils::plainAscii(bytes);
+  EXPECT_EQ(plain.substr(0, 128), bytes.substr(0, 128));
+  EXPECT_EQ(plain.substr(128), std::string(128, '?'));
+}
+
+// --- splitUrl
+
+struct SplitCase {
+  const char* why;
+  const char* url;
+  bool succeeds;
+  const char* scheme;
+  const char* host;
+  const char* port;
+  const char* rest;
+};
+
+TEST(SplitUrl, CutsAUrlIntoItsFourParts) {
+  const SplitCase cases[] = {
+      {"all parts", "https://h.example:8443/path?q", true, "https://", "h.example", "8443", "/path?q"},
+      {"a host alone", "http://host", true, "http://", "host", "", ""},
+      {"a host and a path", "http://host/a/b", true, "http://", "host", "", "/a/b"},
+      {"an IPv6 host with a port", "http://[fe80::1]:80/x", true, "http://", "fe80::1", "80", "/x"},
+      {"an IPv6 host alone", "http://[::1]", true, "http://", "::1", "", ""},
+      {"text behind the bracket", "http://[::1]abc", true, "http://", "::1", "", "abc"},
+      {"a colon behind a slash ends the host", "http://a/b:9/c", true, "http://", "a/b", "9", "/c"},
+      {"letters behind the colon", "http://host:abc", true, "http://", "host", "", "abc"},
+      {"digits, then letters", "http://host:80abc", true, "http://", "host", "80", "abc"},
+      {"a colon alone", "http://host:", true, "http://", "host", "", ""},
+      {"an empty scheme name", "://host", true, "://", "host", "", ""},
+      {"the first marker counts", "a://b://c", true, "a://", "b", "", "//c"},
+      {"a number that is no port", "http://h:99999999999999", true, "http://", "h", "99999999999999", ""},
+      {"without a marker", "host:80/x", false, "", "", "", ""},
+      {"empty", "", false, "", "", "", ""},
+      {"nothing behind the marker", "http://", false, "http://", "", "", ""},
+      {"no closing bracket", "http://[::1", false, "http://", "", "", ""},
+      {"empty brackets", "http://[]:80", false, "http://", "", "", ""},
+      {"no host before the port", "http://:80", false, "http://", "", "", ""},
+      {"no host before the slash", "http:///x", false, "http://", "", "", ""},
+  };
+  for (const SplitCase& c : cases) {
+    SCOPED_TRACE(c.why);
+    std::string scheme = "s", host = "h", port = "p", rest = "r";
+    EXPECT_EQ(StringUtils::splitUrl(c.url, scheme, host, port, rest), c.succeeds);
+    EXPECT_EQ(scheme, c.scheme);
+    EXPECT_EQ(host, c.host);
+    EXPECT_EQ(port, c.port);
+    EXPECT_EQ(rest, c.rest);
+  }
+}
+
+TEST(SplitUrl, WhatItCutsAddsUpToTheUrlAgain) {
+  const std::string url = "https://host:80/path";
+  for (std::size_t length = 0; length <= url.size(); ++length) {
+    const std::string prefix = url.substr(0, length);
+    SCOPED_TRACE(prefix);
+    std::string scheme, host, port, rest;
+    if (!StringUtils::splitUrl(prefix, scheme, host, port, rest)) continue;
+    const bool hasColon = prefix.find(':', scheme.size()) != std::string::npos;
+    EXPECT_EQ(scheme + host + (hasColon ? ":" : "") + port + rest, prefix);
+  }
+}
+
+}  // namespace

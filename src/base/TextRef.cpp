@@ -1,0 +1,47 @@
+#include "base/TextRef.h"
+
+#include <strings.h>
+
+#include <cstdio>
+#include <cstring>
+
+TextRef::TextRef(const char* text) : text_(text), length_(0) {
+  buffer_[0] = '\0';
+  if (text == nullptr) {
+    text_ = buffer_;
+  } else {
+    length_ = static_cast<std::uint32_t>(std::strlen(text));
+  }
+}
+
+TextRef::TextRef(const std::string& text) : text_(text.c_str()), length_(static_cast<std::uint32_t>(text.size())) {
+  buffer_[0] = '\0';
+}
+
+TextRef::TextRef(std::int32_t number) : text_(buffer_) {
+  std::snprintf(buffer_, sizeof buffer_, "%d", number);
+  length_ = static_cast<std::uint32_t>(std::strlen(buffer_));
+}
+
+TextRef::TextRef(bool value) : TextRef(value ? "true" : "false") {}
+
+TextRef::TextRef(double number) : text_(buffer_) {
+  std::snprintf(buffer_, sizeof buffer_, "%lf", number);
+  length_ = static_cast<std::uint32_t>(std::strlen(buffer_));
+}
+
+TextRef::TextRef(const TextRef& other) : text_(other.isInline() ? buffer_ : other.text_), length_(other.length_) {
+  std::memcpy(buffer_, other.buffer_, other.isInline() ? other.length_ + 1 : 1);
+}
+
+TextRef& TextRef::operator=(const TextRef& other) {
+  if (this == &other) return *this;
+  text_ = other.isInline() ? buffer_ : other.text_;
+  length_ = other.length_;
+  if (other.isInline()) std::memcpy(buffer_, other.buffer_, other.length_ + 1);
+  return *this;
+}
+
+bool TextRef::equals(const TextRef& other) const { return view() == other.view(); }
+
+bool TextRef::equalsIgnoreCase(const TextRef& other) const { return ::strcasecmp(text_, other.text_) == 0; }

@@ -1,0 +1,473 @@
+#include "base/TimeUtils.h"
+
+#include <gtest/gtest.h>
+#include <strings.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <random>
+#include <vector>
+
+// The wall clock of this test program: the system's, unless a test breaks it.
+namespace {
+bool wallClockFails = false;
+}
+extern "C" int gettimeofday(struct timeval* time, void*) noexcept {
+  if (wallClockFails) {
+    errno = EFAULT;
+    return -1;
+  }
+  timespec now{};
+  ::clock_gettime(CLOCK_REALTIME, &now);
+  time->tv_sec = now.tv_sec;
+  time->tv_usec = now.tv_nsec / 1000;
+  return 0;
+}
+
+namespace {
+
+using namespace TimeUtils;
+
+constexpr std::int64_t sec = 1'000'000;
+
+class Zone {
+ public:
+  explicit Zone(const char* name) {
+    const char* old = std::getenv("TZ");
+    if (old != nullptr) old_ = old;
+    wasSet_ = old != nullptr;
+    ::setenv("TZ", name, 1);
+    ::tzset();
+  }
+  ~Zone() {
+    if (wasSet_) {
+      ::setenv("TZ", old_.c_str(), 1);
+    } else {
+      ::unsetenv("TZ");
+    }
+    ::tzset();
+  }
+  Zone(const Zone&) = delete;
+  Zone& operator=(const Zone&) = delete;
+
+ private:
+  std::string old_;
+  bool wasSet_;
+};
+
+// --- clocks
+
+TEST(Clock, NowIsTheWallClockInMicroseconds) {
+  const std::int64_t before = std::int64_t{::time(nullptr)} * sec;
+  const std::int64_t now = nowMicros();
+  EXPECT_GE(now, before - sec);
+  EXPECT_LE(now, before + 5 * sec);
+}
+
+TEST(Clock, AFailingWallClockFallsBackToWholeSeconds) {
+  wallClockFails = true;
+  const std::int64_t now = nowMicros();
+  wallClockFails = false;
+  EXPECT_EQ(now % sec, 0);
+  EXPECT_LE(now, nowMicros());
+  EXPECT_GE(now, nowMicros() - 5 * sec);
+}
+
+TEST(Clock, TheMonotonicClockNeverGoesBack) {
+  const std::int64_t first = monotonicMicros();
+  ::usleep(2'000);
+  const std::int64_t second = monotonicMicros();
+  EXPECT_GE(second - first, 2'000);
+  EXPECT_LT(second - first, 60 * sec);
+}
+
+TEST(NextTimestamp, IsNowWhenTheClockIsPastThePreviousOne) {
+  const std::int64_t now = nowMicros();
+  EXPECT_GE(nextTimestamp(now - 10), now);
+  EXPECT_LT(nextTimestamp(now - 10), now + 60 * sec);
+}
+
+TEST(NextTimestamp, StrictlyIncreasesWhenTheClockDoesNot) {
+  const std::int64_t future = nowMicros() + 3'600 * sec;
+  EXPECT_EQ(nextTimestamp(future), future + 1);
+  std::int64_t stamp = 0;
+  for (int i = 0; i < 10'000; ++i) {
+    const std::int64_t next = nextTimestamp(stamp);
+    ASSERT_GT(next, stamp);
+    stamp = next;
+  }
+}
+
+TEST(NextTimestamp, WrapsAtTheEndOfTime) { EXPECT_EQ(nextTimestamp(INT64_MAX), INT64_MIN); }
+
+TEST(Timeval, SplitsRoundingDown) {
+  const struct {
+    std::int64_t micros;
+    long seconds, rest;
+  } cases[] = {{0, 0, 0}, {1'500'000, 1, 500'000}, {-1, -1, 999'999}, {-1'000'000, -1, 0}, {-1'000'001, -2, 999'999}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.micros);
+    const timeval time = toTimeval(c.micros);
+    EXPECT_EQ(time.tv_sec, c.seconds);
+    EXPECT_EQ(time.tv_usec, c.rest);
+    EXPECT_EQ(fromTimeval(&time), c.micros);
+  }
+}
+
+TEST(Timeval, GoesThereAndBackAtTheEnds) {
+  for (const std::int64_t micros : {INT64_MIN, INT64_MAX}) {
+    const timeval time = toTimeval(micros);
+    EXPECT_EQ(fromTimeval(&time), micros);
+  }
+}
+
+TEST(Timeval, AnAbsentOneIsZero) { EXPECT_EQ(fromTimeval(nullptr), 0); }
+
+TEST(Timeval, AnOverflowingOneWraps) {
+  timeval time{};
+  time.tv_sec = 9'223'372'036'855;  // one second past the range
+  EXPECT_EQ(fromTimeval(&time), -9'223'372'036'854'551'616);
+}
+
+// --- local ticks
+
+TEST(LocalOffset, IsThatOfTheZoneInApril3918) {
+  const struct {
+    const char* zone;
+    std::int64_t hours;
+  } cases[] = {
+      {"UTC0", 0},
+      {"CET-1", -1},
+      {"EST5", 5},
+      {"CET-1CEST,M3.5.0,M10.5.0/3", -2},   // in summer time on that date
+      {"XST-10XDT,M10.1.0,M4.1.0/3", -11},  // summer time in the south still holds
+      {"IST-5:30", -5},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.zone);
+    const Zone zone(c.zone);
+    const std::int64_t extra = std::string(c.zone) == "IST-5:30" ? -1'800 * sec : 0;
+    EXPECT_EQ(localOffsetMicros(), c.hours * 3'600 * sec + extra);
+  }
+}
+
+TEST(LocalOffset, IsComputedOnEveryCall) {
+  const Zone first("CET-1");
+  EXPECT_EQ(localOffsetMicros(), -3'600 * sec);
+  const Zone second("EST5");
+  EXPECT_EQ(localOffsetMicros(), 5 * 3'600 * sec);
+}
+
+TEST(LocalTicks, AreTheTimeMinusTheOffset) {
+  const Zone zone("CET-1");
+  EXPECT_EQ(toLocalTicks(0), 3'600 * sec);
+  EXPECT_EQ(fromLocalTicks(3'600 * sec), 0);
+  EXPECT_EQ(fromLocalTicks(toLocalTicks(1'234'567'890'123'456)), 1'234'567'890'123'456);
+}
+
+TEST(LocalTicks, WrapAtTheEnds) {
+  const Zone zone("CET-1");
+  EXPECT_EQ(toLocalTicks(INT64_MAX), INT64_MIN + 3'600 * sec - 1);
+  EXPECT_EQ(fromLocalTicks(INT64_MIN), INT64_MAX - 3'600 * sec + 1);
+}
+
+// --- broken-down time
+
+void expectFields(const BrokenDownTime& t, std::vector<int> expected) {
+  EXPECT_EQ((std::vector<int>{t.year, t.month, t.day, t.hour, t.minute, t.second, t.millisecond, t.microsecond}),
+            expected);
+}
+
+TEST(BreakDown, FillsEveryFieldAsUtc) {
+  const Zone zone("EST5");
+  const BrokenDownTime t = breakDown(1'709'294'405'000'123);
+  expectFields(t, {2024, 3, 1, 12, 0, 5, 0, 123});
+  EXPECT_EQ(t.micros, 1'709'294'405'000'123);
+}
+
+TEST(BreakDown, RoundsDownBefore1970) {
+  expectFields(breakDown(0), {1970, 1, 1, 0, 0, 0, 0, 0});
+  expectFields(breakDown(-1), {1969, 12, 31, 23, 59, 59, 999, 999});
+  expectFields(breakDown(-1'000'000), {1969, 12, 31, 23, 59, 59, 0, 0});
+  expectFields(breakDown(-1'000'001), {1969, 12, 31, 23, 59, 58, 999, 999});
+}
+
+TEST(BreakDown, HoldsTheWholeRange) {
+  expectFields(breakDown(INT64_MAX), {294247, 1, 10, 4, 0, 54, 775, 807});
+  expectFields(breakDown(INT64_MIN), {-290308, 12, 21, 19, 59, 5, 224, 192});
+}
+
+TEST(BreakDown, ALeapSecondShowsSecond59) {
+  if (::access("/usr/share/zoneinfo/right/UTC", R_OK) != 0) GTEST_SKIP() << "no zone here counts leap seconds";
+  const Zone zone("right/UTC");
+  std::tm raw{};
+  const std::time_t leap = 1'483'228'826;  // the one at the end of 2016
+  ::gmtime_r(&leap, &raw);
+  ASSERT_EQ(raw.tm_sec, 60);
+  expectFields(breakDown(leap * sec + 7), {2016, 12, 31, 23, 59, 59, 0, 7});
+}
+
+TEST(Compose, IsTheInverseOfBreakDown) {
+  std::mt19937_64 random(3);
+  for (int i = 0; i < 20'000; ++i) {
+    const auto micros = static_cast<std::int64_t>(random());
+    ASSERT_EQ(compose(breakDown(micros)), micros);
+  }
+  EXPECT_EQ(compose(breakDown(INT64_MAX)), INT64_MAX);
+  EXPECT_EQ(compose(breakDown(INT64_MIN)), INT64_MIN);
+}
+
+TEST(Compose, CarriesFieldsOutsideTheirRange) {
+  BrokenDownTime t;
+  t.year = 2024;
+  t.month = 13;
+  t.millisecond = 1'500;
+  expectFields(breakDown(compose(t)), {2025, 1, 1, 0, 0, 1, 500, 0});
+}
+
+TEST(Compose, ExtremeFieldsAreNoUndefinedBehaviour) {
+  BrokenDownTime t;
+  t.year = t.month = t.day = t.hour = t.minute = t.second = t.millisecond = t.microsecond = INT_MIN;
+  (void)compose(t);
+  t.year = t.month = t.day = t.hour = t.minute = t.second = t.millisecond = t.microsecond = INT_MAX;
+  (void)compose(t);
+}
+
+// --- texts
+
+TEST(FormatTime, HasTheDateTheSeparatorAndTheTime) {
+  EXPECT_EQ(formatTime(1'709'294'405'000'123, false, 'T'), "2024-03-01T12:00:05");
+  EXPECT_EQ(formatTime(1'709'294'405'000'123, true, ' '), "2024-03-01 12:00:05.000123");
+  EXPECT_EQ(formatTime(1'709'294'405'987'654, true, ' '), "2024-03-01 12:00:05.987654");
+  EXPECT_EQ(formatTime(0, true, '_'), "1970-01-01_00:00:00.000000");
+  EXPECT_EQ(formatTime(-1, true, ' '), "1969-12-31 23:59:59.999999");
+}
+
+TEST(FormatTime, TheEndsOfTheRangeAreNotCut) {
+  EXPECT_EQ(formatTime(INT64_MAX, true, ' '), "294247-01-10 04:00:54.775807");
+  EXPECT_EQ(formatTime(INT64_MIN, true, ' '), "-290308-12-21 19:59:05.224192");
+}
+
+TEST(ParseIsoTime, ReadsAllSixFieldsOrNothing) {
+  const struct {
+    const char* text;
+    std::int64_t expected;
+  } cases[] = {
+      {"2024-03-01T12:00:05", 1'709'294'405 * sec},
+      {"2024-03-01T12:00:05.123Z", 1'709'294'405 * sec},
+      {"2024-3-1T1:2:3", 1'709'254'923 * sec},
+      {"1970-01-01T00:00:01", sec},
+      {"1969-12-31T23:59:59", -sec},
+      {"2024-13-01T00:00:00", 1'735'689'600 * sec},
+      {"2024-03-01 12:00:05", 0},
+      {"2024-03-01T12:00", 0},
+      {"2024-03-01T12:00:", 0},
+      {"20240301T120005", 0},
+      {"", 0},
+      {"x", 0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    EXPECT_EQ(parseIsoTime(c.text), c.expected);
+  }
+}
+
+TEST(ParseIsoTime, EveryCutTextIsZero) {
+  const std::string text = "2024-03-01T12:00:05";
+  for (std::size_t length = 0; length < text.size() - 1; ++length) {
+    EXPECT_EQ(parseIsoTime(text.substr(0, length)), 0) << length;
+  }
+}
+
+TEST(ParseIsoTime, ReadsBackWhatFormatTimeWrites) {
+  std::mt19937_64 random(4);
+  for (int i = 0; i < 2'000; ++i) {
+    const std::int64_t micros = static_cast<std::int64_t>(random() % 253'402'300'800) * sec;  // the years 1970 to 9999
+    ASSERT_EQ(parseIsoTime(formatTime(micros, false, 'T')), micros);
+  }
+}
+
+TEST(Stamps, StandBetweenPrefixAndSuffix) {
+  constexpr std::int64_t time = 1'740'920'707 * sec;  // 2025-03-02 13:05:07
+  EXPECT_EQ(dayStamp("app-", ".log", time), "app-20250302.log");
+  EXPECT_EQ(hourStamp("app-", ".log", time), "app-20250302-13.log");
+  EXPECT_EQ(minuteStamp("app-", ".log", time), "app-20250302-1305.log");
+  EXPECT_EQ(secondStamp("app-", ".log", time), "app-20250302-130507.log");
+  EXPECT_EQ(secondStamp("", "", time), "20250302-130507");
+  EXPECT_EQ(dayStamp(std::string(5'000, 'p'), "%s", time), std::string(5'000, 'p') + "20250302%s");
+}
+
+TEST(Stamps, TheTimeZeroMeansNow) {
+  const std::string before = secondStamp("", "", nowMicros());
+  const std::string stamp = secondStamp("", "");
+  const std::string after = secondStamp("", "", nowMicros());
+  EXPECT_LE(before, stamp);
+  EXPECT_LE(stamp, after);
+  EXPECT_EQ(secondStamp("", "", 1), "19700101-000000");
+}
+
+// --- durations
+
+TEST(ParseDuration, NeedsANumberAndAUnit) {
+  const struct {
+    const char* text;
+    std::int64_t expected;
+  } cases[] = {
+      {"10", 0},
+      {"10 ", 0},
+      {"10 s", 10 * sec},
+      {"10 Minutes", 600 * sec},
+      {"10minutes", 600 * sec},
+      {"10 ms extra", 10'000},
+      {"10 fortnights", 0},
+      {"-5 sec", -5 * sec},
+      {"+5 sec", 5 * sec},
+      {"  5\t\n sec\x01", 5 * sec},
+      {"", 0},
+      {"s", 0},
+      {"sec", 0},
+      {"10 secx", 0},
+      {"10 sec.", 0},
+      {"10 m", 600 * sec},
+      {"10 mm", 0},
+      {"1.5 s", 0},
+      {"10 \x80s", 0},
+      {"10 s\x80", 0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    EXPECT_EQ(parseDuration(c.text), c.expected);
+  }
+}
+
+TEST(ParseDuration, KnowsEveryUnitWordInEitherCase) {
+  const struct {
+    std::int64_t factor;
+    std::vector<std::string> words;
+  } rows[] = {
+      {1, {"usec", "usecs", "microsecond", "microseconds"}},
+      {1'000, {"ms", "msec", "msecs", "milli", "millis", "millisecond", "milliseconds"}},
+      {1'000'000, {"s", "sec", "secs", "second", "seconds"}},
+      {60'000'000, {"m", "min", "mins", "minute", "minutes"}},
+      {3'600'000'000, {"h", "hr", "hrs", "hour", "hours"}},
+      {86'400'000'000, {"d", "day", "days"}},
+  };
+  for (const auto& row : rows) {
+    for (const std::string& word : row.words) {
+      SCOPED_TRACE(word);
+      std::string upper = word;
+      for (char& c : upper) c = static_cast<char>(c - 32);
+      EXPECT_EQ(parseDuration("3 " + word), 3 * row.factor);
+      EXPECT_EQ(parseDuration("3" + upper), 3 * row.factor);
+      EXPECT_EQ(parseDuration("3 " + word + "\x1f junk"), 3 * row.factor);
+      EXPECT_EQ(parseDuration("3 " + word + "x"), 0);
+    }
+  }
+}
+
+TEST(ParseDuration, AnOverflowWrapsAndAHugeCountSaturates) {
+  EXPECT_EQ(parseDuration("9223372036854775807 usec"), INT64_MAX);
+  EXPECT_EQ(parseDuration("99999999999999999999 usec"), INT64_MAX);
+  EXPECT_EQ(parseDuration("-99999999999999999999 usec"), INT64_MIN);
+  EXPECT_EQ(parseDuration("9223372036854775807 ms"), -1'000);  // (2^63 - 1) * 1000 modulo 2^64
+  EXPECT_EQ(parseDuration("-9223372036854775808 d"), 0);
+}
+
+TEST(ParseDuration, TheTextEndsAtAZeroByte) {
+  EXPECT_EQ(parseDuration(std::string_view("10\0s", 4)), 0);
+  EXPECT_EQ(parseDuration(std::string_view("10 s\0x", 6)), 10 * sec);
+}
+
+TEST(FormatDuration, PicksTheUnitBySizeAndDivisibility) {
+  const struct {
+    std::int64_t micros;
+    const char* expected;
+  } cases[] = {
+      {0, "0 seconds"},
+      {1, "1 usec"},
+      {2, "2 usecs"},
+      {999, "999 usecs"},
+      {1'000, "1 ms"},
+      {1'500, "1500 usecs"},
+      {2'000, "2 ms"},
+      {9'999, "9999 usecs"},
+      {10'000, "10 ms"},
+      {10'001, "10 ms"},
+      {999'999, "999 ms"},
+      {1'000'000, "1 sec"},
+      {1'000'500, "1 sec"},
+      {1'001'000, "1001 ms"},
+      {9'999'999, "9999 ms"},
+      {10'000'000, "10 secs"},
+      {59'000'000, "59 secs"},
+      {60'000'000, "1 min"},
+      {61'500'000, "61 secs"},
+      {90'000'000, "90 secs"},
+      {120'000'000, "2 mins"},
+      {120'999'999, "2 mins"},
+      {599'999'999, "599 secs"},
+      {600'000'000, "10 mins"},
+      {3'599'999'999, "59 mins"},
+      {3'600'000'000, "1 hr"},
+      {3'660'000'000, "61 mins"},
+      {35'999'999'999, "599 mins"},
+      {36'000'000'000, "10 hrs"},
+      {86'400'000'000, "1 day"},
+      {90'000'000'000, "25 hrs"},
+      {172'800'000'000, "2 days"},
+      {863'999'999'999, "239 hrs"},
+      {864'000'000'000, "10 days"},
+      {867'600'000'000, "10 days"},
+      {-1, "-1 usec"},
+      {-2'000'000, "-2 secs"},
+      {INT64_MAX, "106751991 days"},
+      {INT64_MIN, "-106751991 days"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.micros);
+    EXPECT_EQ(formatDuration(c.micros), c.expected);
+  }
+}
+
+// The rules one after the other, without a table.
+std::string slowDuration(std::int64_t v) {
+  auto text = [](std::int64_t count, const char* one, const char* many) {
+    return std::to_string(count) + (count == 1 ? one : many);
+  };
+  auto usecs = [&] { return text(v, " usec", " usecs"); };
+  auto ms = [&] { return text(v / 1'000, " ms", " ms"); };
+  auto secs = [&] { return text(v / 1'000'000, " sec", " secs"); };
+  auto mins = [&] { return text(v / 60'000'000, " min", " mins"); };
+  auto hrs = [&] { return text(v / 3'600'000'000, " hr", " hrs"); };
+  auto days = [&] { return text(v / 86'400'000'000, " day", " days"); };
+  if (v < 10'000) return v % 1'000 != 0 ? usecs() : ms();
+  if (v <= 9'999'999) return v / 1'000 % 1'000 == 0 ? secs() : ms();
+  if (v <= 599'999'999) return v / 1'000'000 % 60 != 0 ? secs() : mins();
+  if (v <= 35'999'999'999) return v / 60'000'000 % 60 != 0 ? mins() : hrs();
+  return v < 864'000'000'000 && v / 3'600'000'000 % 24 != 0 ? hrs() : days();
+}
+
+TEST(FormatDuration, AgreesWithASlowReadingOfItsRules) {
+  std::mt19937_64 random(5);
+  const std::int64_t roundings[] = {1, 1'000, 1'000'000, 60'000'000, 3'600'000'000, 86'400'000'000};
+  for (int i = 0; i < 200'000; ++i) {
+    const std::int64_t rounding = roundings[random() % 6];
+    std::int64_t value = static_cast<std::int64_t>(random() >> (1 + random() % 62));
+    value = value / rounding * rounding + static_cast<std::int64_t>(random() % 2);
+    if (value <= 0) continue;
+    ASSERT_EQ(formatDuration(value), slowDuration(value)) << value;
+    ASSERT_EQ(formatDuration(-value), "-" + slowDuration(value)) << value;
+  }
+}
+
+TEST(FormatDuration, WholeDurationsReadBackAsTheSameTime) {
+  for (const std::int64_t micros : {std::int64_t{7}, std::int64_t{5'000}, 42 * sec, 7'200 * sec, 864'000 * sec}) {
+    EXPECT_EQ(parseDuration(formatDuration(micros)), micros);
+    EXPECT_EQ(parseDuration(formatDuration(-micros)), -micros);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,58 @@
+#include "base/UniqueFd.h"
+
+#include <fcntl.h>
+
+#include <utility>
+
+#include "testing/FaultInjector.h"
+#include "testing/HostTest.h"
+
+namespace {
+
+class UniqueFdTest : public HostTest {};
+
+UniqueFd openNull() { return UniqueFd(::open("/dev/null", O_RDONLY | O_CLOEXEC)); }
+bool isOpen(int fd) { return ::fcntl(fd, F_GETFD) >= 0; }
+
+TEST_F(UniqueFdTest, TheEndOfTheScopeCloses) {
+  int fd = -1;
+  {
+    const UniqueFd owner = openNull();
+    fd = owner.get();
+    EXPECT_TRUE(owner.isOpen());
+    EXPECT_TRUE(isOpen(fd));
+  }
+  EXPECT_FALSE(isOpen(fd));
+}
+
+TEST_F(UniqueFdTest, AMovedOwnerHoldsNothing) {
+  UniqueFd one = openNull();
+  const int fd = one.get();
+  UniqueFd two = std::move(one);
+  EXPECT_FALSE(one.isOpen());  // NOLINT: that is the promise
+  EXPECT_EQ(two.get(), fd);
+  UniqueFd three = openNull();
+  const int dropped = three.get();
+  three = std::move(two);
+  EXPECT_EQ(three.get(), fd);
+  EXPECT_FALSE(isOpen(dropped));
+}
+
+TEST_F(UniqueFdTest, AReleasedDescriptorStaysOpen) {
+  UniqueFd owner = openNull();
+  const int fd = owner.release();
+  EXPECT_FALSE(owner.isOpen());
+  EXPECT_TRUE(isOpen(fd));
+  ::close(fd);
+}
+
+TEST_F(UniqueFdTest, AFailedCloseIsSaidAndNeverTriedTwice) {
+  UniqueFd owner = openNull();
+  const ArmedFaults armed{FaultPlan{1, false, EIO, {"close"}, false}};
+  EXPECT_FALSE(owner.close());
+  EXPECT_FALSE(owner.isOpen());
+  EXPECT_TRUE(owner.close());
+  EXPECT_EQ(armed.count(), 1u);
+}
+
+}  // namespace
