@@ -1,0 +1,148 @@
+#include "command/StatusCodes.h"
+
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <iterator>
+#include <utility>
+
+namespace {
+
+struct StatusText {
+  StatusCode code;
+  const char* text;
+};
+
+// The last row is the end entry, found like any other: 0 is the code of no status.
+constexpr StatusText commonTexts[] = {
+    {status::success, "success"},
+    {status::successWithWarnings, "success with warnings"},
+    {status::clientError, "client error"},
+    {status::invalidCommand, "invalid command"},
+    {status::invalidArgument, "invalid argument"},
+    {status::applicationError, "application error"},
+    {status::authenticationError, "authentication error (ravctl requires sudo for this command)"},
+    {status::hostError, "error on host system"},
+    {status::externalError, "error on external system"},
+    {status::multipleResults, "multiple results"},
+    {status::internalError, "internal error"},
+    {status::unimplemented, "unimplemented"},
+    {status::opendirError, "stdlib error: opendir"},
+    {status::readlinkError, "stdlib error: readlink"},
+    {status::statError, "stdlib error: file stat"},
+    {status::openError, "stdlib error: file open"},
+    {status::readError, "stdlib error: file read"},
+    {status::writeError, "stdlib error: file write"},
+    {status::chmodError, "stdlib error: chmod"},
+    {status::getifaddrsError, "stdlib error: getifaddrs"},
+    {status::forkError, "stdlib error: fork"},
+    {status::waitpidError, "stdlib error: waitpid"},
+    {status::unlinkError, "stdlib error: unlink"},
+    {status::unlinkDirectoryError, "stdlib error: unlink(directory)"},
+    {status::rmdirError, "stdlib error: rmdir"},
+    {status::mkdirError, "stdlib error: mkdir"},
+    {status::renameError, "stdlib error: rename"},
+    {status::copyfileError, "stdlib error: copyfile"},
+    {status::getcwdError, "stdlib error: getcwd"},
+    {status::systemError, "stdlib error: system"},
+    {0, "invalid status code"},
+};
+constexpr std::size_t searchLimit = 31;
+static_assert(std::size(commonTexts) <= searchLimit, "rows behind the limit would never be found");
+
+// For codes that no provider knows.
+constexpr StatusText categoryTexts[] = {
+    {0x00, "generic success"},
+    {0x10, "generic client error"},
+    {0x12, "generic application error"},
+    {0x14, "generic host error"},
+    {0x16, "generic external-dependency error"},
+    {0x20, "unrecognized informational status code"},
+    {0x22, "unrecognized transient-error status code"},
+    {0x24, "unrecognized internal-error status code"},
+};
+
+constexpr std::uint32_t applicationIdOf(StatusCode code) { return (code >> 12) & 0xfff; }
+
+const char* find(const StatusText* begin, const StatusText* end, std::uint32_t key) {
+  const StatusText* row = std::find_if(begin, end, [key](const StatusText& entry) { return entry.code == key; });
+  return row == end ? nullptr : row->text;
+}
+
+const char* commonText(StatusCode code) { return find(std::begin(commonTexts), std::end(commonTexts), code); }
+
+const char* genericText(StatusCode code) {
+  const std::uint32_t category = statusCategory(code);
+  if (const char* text = find(std::begin(categoryTexts), std::end(categoryTexts), category)) return text;
+  if (category >= 0x10 && category <= 0x16) return "generic error code";
+  const bool isPositive = code != 0 && code <= 0x7fffffff;  // as a signed number
+  return isPositive ? "unrecognized status code value" : "integer is not a status code";
+}
+
+struct Registration {
+  std::uint32_t applicationId;
+  StatusTextProvider provider;
+  Registration* next;
+};
+
+// A chain in order of registration, begun by the common codes. Registrations live as long as the process and are never
+// freed, so that a text can be asked for at any moment of its end.
+struct Registry {
+  Registration first{0, commonText, nullptr};
+  Registration* last = &first;
+};
+
+Registry& registry() {
+  static Registry instance;
+  return instance;
+}
+
+}  // namespace
+
+Status Status::of(StatusCode code) {
+  Status status;
+  status.code_ = code;
+  return status;
+}
+
+Status Status::error(StatusCode code, std::string details, std::string context) {
+  Status status;
+  status.code_ = code;
+  status.details_ = std::move(details);
+  status.context_ = std::move(context);
+  return status;
+}
+
+void registerStatusTexts(std::uint32_t applicationId, StatusTextProvider provider) {
+  if (provider == nullptr) return;
+  Registry& all = registry();
+  all.last->next = new Registration{applicationId, provider, nullptr};
+  all.last = all.last->next;
+}
+
+const char* statusText(StatusCode code) {
+  for (const Registration* entry = &registry().first; entry != nullptr; entry = entry->next) {
+    if (entry->applicationId != applicationIdOf(code)) continue;
+    if (const char* text = entry->provider(code)) return text;
+  }
+  return genericText(code);
+}
+
+int outcomeOfWaitStatus(int waitStatus) {
+  if (WIFEXITED(waitStatus)) return 1000 + WEXITSTATUS(waitStatus);
+  if (WIFSIGNALED(waitStatus)) return 2000 + WTERMSIG(waitStatus);
+  if (WIFSTOPPED(waitStatus)) return 2000 + WSTOPSIG(waitStatus);
+  return waitFailedOutcome;
+}
+
+int waitForChild(int pid) {
+  if (pid == 0) return neverStartedOutcome;
+  if (pid < 0) return waitFailedOutcome;  // to waitpid these are groups, and -1 any child at all
+  int waitStatus = 0;
+  pid_t waited = 0;
+  do {
+    waited = ::waitpid(pid, &waitStatus, 0);
+  } while (waited < 0 && errno == EINTR);
+  return waited == pid ? outcomeOfWaitStatus(waitStatus) : waitFailedOutcome;
+}
