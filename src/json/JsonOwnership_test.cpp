@@ -1,0 +1,148 @@
+// Every value has one owner at every moment: whatever breaks off, nothing stays behind and nothing is freed twice.
+// Counts the blocks of memory in every build; the sanitizers look for the rest.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "json/BlockPool.h"
+#include "json/JsonParser.h"
+#include "json/JsonWriter.h"
+
+namespace {
+
+// The blocks that `work` leaves behind.
+template <class Work>
+std::ptrdiff_t blocksLeftBy(Work work) {
+  const std::ptrdiff_t before = json::blocksInUse();
+  work();
+  return json::blocksInUse() - before;
+}
+
+void parseAndDrop(std::string_view text) {
+  const auto length = static_cast<std::ptrdiff_t>(text.size());
+  json::release(json::parse(text.data(), length));
+  json::release(json::parseSequence(text.data(), length));
+}
+
+const char* const documents[] = {
+    R"({"a":[1.5,2.5,{"b":null,"c":"text"}],"c":{"d":"e\n","":[7,["x"]],f:true},"a":[false,"x"]})",
+    R"([[["y"],{}],"text",{"k":{"k":{"k":[3]}}},-1e5,"",{"":{"a":["z"]}}])",
+    R"({"a":"1"} {"b":["2",{"c":"3"}]} ["4"] {"d":"5"})",
+    R"({"a":{"b":{"c":"1"},"b":{"d":["2"]}},"a":"3"})",
+};
+
+TEST(JsonOwnership, TheCountSeesALeak) {
+  jsObject* kept = nullptr;
+  EXPECT_EQ(blocksLeftBy([&] { kept = json::makeString("kept"); }), 1);
+  EXPECT_EQ(blocksLeftBy([&] { json::release(kept); }), -1);
+}
+
+TEST(JsonOwnership, SharedValuesTakeNoMemory) {
+  EXPECT_EQ(blocksLeftBy([] {
+              for (double number : {-1.0, 0.0, 1.0, 2.0, -0.0}) (void)json::makeNumber(number);
+              (void)json::makeNull();
+              (void)json::makeBoolean(true);
+              (void)json::makeBoolean(false);
+              (void)json::makeString("");
+              for (int kind = 1; kind <= 4; ++kind) (void)json::makeOfKind(kind);
+            }),
+            0);
+}
+
+TEST(JsonOwnership, NothingStaysBehindWhereverADocumentBreaksOff) {
+  for (const std::string document : documents) {
+    for (std::size_t length = 0; length <= document.size(); ++length) {
+      EXPECT_EQ(blocksLeftBy([&] { parseAndDrop({document.data(), length}); }), 0) << document.substr(0, length);
+    }
+  }
+}
+
+TEST(JsonOwnership, NothingStaysBehindWhateverStandsInAnyPlace) {
+  for (const std::string document : documents) {
+    for (std::size_t at = 0; at < document.size(); ++at) {
+      for (const char* intruder :
+           {"#", "[", "]", "{", "}", ",", ":", "\"", " ", "9.5", " \"v\" ", "w", "null", "\"\":", "{\"q\":"}) {
+        const std::string inserted = document.substr(0, at) + intruder + document.substr(at);
+        const std::string replaced = document.substr(0, at) + intruder + document.substr(at + 1);
+        EXPECT_EQ(blocksLeftBy([&] { parseAndDrop(inserted); }), 0) << inserted;
+        EXPECT_EQ(blocksLeftBy([&] { parseAndDrop(replaced); }), 0) << replaced;
+      }
+    }
+  }
+}
+
+TEST(JsonOwnership, NothingStaysBehindOfAnySequenceOfTokens) {
+  const char* const tokens[] = {"[", "{", "]", "}", ",", ":", " 7.5 ", "\"a\"", "\"\"", "#"};
+  constexpr int length = 5;
+  int combinations = 1;
+  for (int at = 0; at < length; ++at) combinations *= 10;
+  for (int combination = 0; combination < combinations; ++combination) {
+    std::string text;
+    for (int at = 0, rest = combination; at < length; ++at, rest /= 10) text += tokens[rest % 10];
+    ASSERT_EQ(blocksLeftBy([&] { parseAndDrop(text); }), 0) << text;
+  }
+}
+
+TEST(JsonOwnership, WhatAContainerRefusesIsReleased) {
+  EXPECT_EQ(blocksLeftBy([] {
+              ScopedJson object(json::makeObject());
+              ScopedJson array(json::makeArray());
+              json::setMember(object.get(), "", json::makeString("refused"));
+              json::setMember(array.get(), "a", json::makeString("refused"));
+              json::setMember(nullptr, "a", json::makeString("refused"));
+              json::append(object.get(), json::makeString("refused"));
+              json::append(nullptr, json::makeString("refused"));
+              json::setElement(array.get(), 5, json::makeString("refused"));
+              (void)json::setText(object.get(), "", "refused");
+            }),
+            0);
+}
+
+TEST(JsonOwnership, WhatIsReplacedOrRemovedIsReleased) {
+  EXPECT_EQ(blocksLeftBy([] {
+              ScopedJson object(json::makeObject());
+              for (int round = 0; round < 3; ++round) {
+                for (int at = 0; at < 40; ++at) {
+                  json::setMember(object.get(), std::to_string(at), json::makeArray());
+                  json::append(json::member(object.get(), std::to_string(at)), json::makeString("element"));
+                }
+                for (int at = 0; at < 40; at += 3) json::setMember(object.get(), std::to_string(at), nullptr);
+                json::release(json::removeMember(object.get(), "1"));
+              }
+              ScopedJson array(json::makeArray());
+              json::append(array.get(), json::makeString("a"));
+              json::append(array.get(), json::makeString("b"));
+              json::append(array.get(), json::makeString("c"));
+              json::setElement(array.get(), 0, json::makeString("replaced"));
+              json::release(json::removeElement(array.get(), 0));
+              json::release(json::removeLast(array.get()));
+            }),
+            0);
+}
+
+TEST(JsonOwnership, AValueWithoutAKindIsReleased) {
+  EXPECT_EQ(blocksLeftBy([] {
+              json::release(json::makeOfKind(0));
+              ScopedJson array(json::makeArray());
+              json::append(array.get(), json::makeOfKind(9));
+            }),
+            0);
+}
+
+TEST(JsonOwnership, AStringIsOneBlock) {
+  ScopedJson string;
+  EXPECT_EQ(
+      blocksLeftBy([&] { string.reset(json::makeString(std::string_view("some text of forty bytes or a few more"))); }),
+      1);
+}
+
+TEST(JsonOwnership, ReleasingATreeOfAnyDepthGivesAllOfItBack) {
+  const std::string text = std::string(1000, '[') + std::string(1000, ']');
+  const std::ptrdiff_t before = json::blocksInUse();
+  jsObject* tree = json::parse(text.c_str());
+  EXPECT_GT(json::blocksInUse(), before);
+  json::release(tree);
+  EXPECT_EQ(json::blocksInUse(), before);
+}
+
+}  // namespace

@@ -1,0 +1,201 @@
+#include "json/NumberText.h"
+
+#include <cfloat>
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <string>
+
+namespace {
+
+// Powers of ten that 64 bits hold.
+constexpr std::uint64_t powersOfTen[] = {1,
+                                         10,
+                                         100,
+                                         1000,
+                                         10000,
+                                         100000,
+                                         1000000,
+                                         10000000,
+                                         100000000,
+                                         1000000000,
+                                         10000000000,
+                                         100000000000,
+                                         1000000000000,
+                                         10000000000000,
+                                         100000000000000,
+                                         1000000000000000,
+                                         10000000000000000,
+                                         100000000000000000,
+                                         1000000000000000000,
+                                         10000000000000000000U};
+constexpr std::size_t mostDigits = 19;  // any whole number of so many digits has 64 bits
+constexpr int doubleBits = DBL_MANT_DIG;
+constexpr std::uint64_t million = 1000000;  // "%f" has six decimals
+
+// Whether a double holds the number exactly. All powers of ten up to 22 are such numbers as well.
+bool isExact(std::uint64_t whole) { return whole >> doubleBits == 0; }
+
+// A double is (hidden bit + fraction) * 2^(exponent - bias - fraction bits), its sign and exponent above the fraction.
+static_assert(std::numeric_limits<double>::is_iec559 && sizeof(double) == sizeof(std::uint64_t));
+constexpr int fractionBits = doubleBits - 1;
+constexpr std::uint64_t hiddenBit = std::uint64_t{1} << fractionBits;
+constexpr int exponentBias = 1023;
+constexpr std::uint64_t exponentMask = 0x7ff;
+
+double powerOfTwo(int exponent) {
+  const std::uint64_t bits = static_cast<std::uint64_t>(exponentBias + exponent) << fractionBits;
+  double power = 0;
+  std::memcpy(&power, &bits, sizeof power);
+  return power;
+}
+
+#ifdef __SIZEOF_INT128__
+__extension__ using Wide = unsigned __int128;
+
+// The nearest double to whole / divisor. Both are moved left as far as they go, so that the quotient has 62 or 63 bits
+// and takes one division; it is rounded once, by its conversion, its last bit telling of a rest.
+bool divide(std::uint64_t whole, std::uint64_t divisor, double& number) {
+  const int wholeShift = __builtin_clzll(whole);
+  const int divisorShift = __builtin_clzll(divisor);
+  const Wide dividend = static_cast<Wide>(whole << wholeShift) << 62;
+  const std::uint64_t aligned = divisor << divisorShift;
+  const auto quotient = static_cast<std::uint64_t>(dividend / aligned);
+  const bool rest = quotient * aligned != static_cast<std::uint64_t>(dividend);
+  number = static_cast<double>(static_cast<std::int64_t>(quotient | (rest ? 1 : 0))) *
+           powerOfTwo(divisorShift - wholeShift - 62);
+  return true;
+}
+
+// |number| times a million as a whole number, rounded as "%f" rounds: to the nearest, halves to even.
+bool millionths(double number, std::uint64_t& rounded) {
+  std::uint64_t bits = 0;
+  std::memcpy(&bits, &number, sizeof bits);
+  const int shift = exponentBias + fractionBits - static_cast<int>(bits >> fractionBits & exponentMask);
+  // Below 2^40, so that the result has 64 bits; above 2^-60, what lies below being all zeros in six decimals, but rare.
+  if (shift <= fractionBits - 40 || shift > fractionBits + 60) return false;
+  const std::uint64_t significand = (bits & (hiddenBit - 1)) | hiddenBit;
+  const Wide scaled = static_cast<Wide>(significand) * million;
+  const Wide half = static_cast<Wide>(1) << (shift - 1);
+  const Wide rest = scaled & (half + (half - 1));
+  rounded = static_cast<std::uint64_t>(scaled >> shift);
+  if (rest > half || (rest == half && rounded % 2 != 0)) ++rounded;
+  return true;
+}
+#else
+bool divide(std::uint64_t, std::uint64_t, double&) { return false; }
+bool millionths(double, std::uint64_t&) { return false; }
+#endif
+
+// The nearest double to whole / 10^power. One division of two exact numbers rounds once, where the processor does not
+// compute with more bits than it stores.
+bool scaleDown(std::uint64_t whole, std::size_t power, double& number) {
+  number = static_cast<double>(whole);
+  if (power == 0 || whole == 0) return true;
+  if (!isExact(whole) || FLT_EVAL_METHOD != 0) return divide(whole, powersOfTen[power], number);
+  number /= static_cast<double>(powersOfTen[power]);
+  return true;
+}
+
+// The two digits of a number below 100.
+char* writePair(char* at, std::uint32_t number) {
+  *at++ = static_cast<char>('0' + number / 10);
+  *at++ = static_cast<char>('0' + number % 10);
+  return at;
+}
+
+// How many decimal digits a number has: 1233 / 4096 is little more than the logarithm of 2.
+std::size_t lengthOf(std::uint32_t number) {
+  number |= 1;  // 0 has a digit too
+  const auto bits = static_cast<std::size_t>(32 - __builtin_clz(number));
+  const std::size_t length = bits * 1233 >> 12;
+  return length + (number >= powersOfTen[length] ? 1 : 0);
+}
+
+// The eight digits of a number below 10^8, the first one in the lowest byte: halves of four digits, then of two, then
+// of one, each division being a multiplication that is exact in its range.
+std::uint64_t digitsOf(std::uint32_t number) {
+  const std::uint64_t fours = number / 10000 | static_cast<std::uint64_t>(number % 10000) << 32;
+  const std::uint64_t hundreds = (fours * 5243 >> 19) & 0x0000007f0000007f;
+  const std::uint64_t twos = hundreds | (fours - 100 * hundreds) << 16;
+  const std::uint64_t tens = (twos * 103 >> 10) & 0x000f000f000f000f;
+  return (tens | (twos - 10 * tens) << 8) + 0x3030303030303030;
+}
+
+// The last `length` of eight digits.
+char* writeWord(char* at, std::uint64_t digits, std::size_t length) {
+  digits >>= 8 * (8 - length);
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+  digits = __builtin_bswap64(digits);
+#endif
+  std::memcpy(at, &digits, sizeof digits);
+  return at + length;
+}
+
+// Gives the first byte that is no digit. Too many digits run over, which does no harm: they are counted afterwards.
+const char* readDigits(const char* at, const char* end, std::uint64_t& whole) {
+  for (; at != end && json::isDigit(*at); ++at) whole = whole * 10 + static_cast<std::uint64_t>(*at - '0');
+  return at;
+}
+
+}  // namespace
+
+namespace json {
+
+double numberIn(std::string_view text) {
+  double number = 0;
+  const char* end = text.data() + text.size();
+  if (readPlainNumber(text.data(), end, number) == end) return number;
+  return std::strtod(std::string(text).c_str(), nullptr);  // strtod wants a zero byte behind the number
+}
+
+const char* readPlainNumber(const char* at, const char* end, double& number) {
+  const bool negative = at != end && *at == '-';
+  if (negative) ++at;
+  const char* first = at;
+  std::uint64_t whole = 0;
+  at = readDigits(at, end, whole);
+  std::size_t digits = static_cast<std::size_t>(at - first);
+  std::size_t power = 0;
+  if (at != end && *at == '.') {
+    const char* behindPoint = ++at;
+    at = readDigits(at, end, whole);
+    power = static_cast<std::size_t>(at - behindPoint);
+    digits += power;
+  }
+  if (digits == 0 || digits > mostDigits || !scaleDown(whole, power, number)) return nullptr;
+  if (negative) number = -number;
+  return at;
+}
+
+// All digits are made at once in one word, of which the last ones are taken: the length of a number is hard to foresee
+// for a processor, so that no branch depends on it.
+char* writeInteger(char* at, std::uint32_t number) {
+  constexpr std::uint32_t wordEnd = 100000000;
+  const std::size_t length = lengthOf(number);
+  if (number >= wordEnd) {
+    at = length == 10 ? writePair(at, number / wordEnd) : writeInteger(at, number / wordEnd);
+    return writeWord(at, digitsOf(number % wordEnd), 8);
+  }
+  return writeWord(at, digitsOf(number), length);
+}
+
+char* writeFixed(char* at, double number) {
+  std::uint64_t rounded = 0;
+  if (!millionths(number, rounded)) return at + std::snprintf(at, mostFixedBytes, "%f", number);
+  if (std::signbit(number)) *at++ = '-';
+  const std::uint64_t whole = rounded / million;
+  const auto low = static_cast<std::uint32_t>(whole);
+  at = low == whole ? writeInteger(at, low) : std::to_chars(at, at + mostFixedBytes, whole).ptr;
+  *at++ = '.';
+  const auto decimals = static_cast<std::uint32_t>(rounded % million);
+  at = writePair(at, decimals / 10000);
+  at = writePair(at, decimals / 100 % 100);
+  return writePair(at, decimals % 100);
+}
+
+}  // namespace json

@@ -1,0 +1,237 @@
+#include "json/NumberText.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <random>
+
+namespace {
+
+double doubleOf(std::uint64_t bits) {
+  double number = 0;
+  std::memcpy(&number, &bits, sizeof number);
+  return number;
+}
+
+std::uint64_t bitsOf(double number) {
+  std::uint64_t bits = 0;
+  std::memcpy(&bits, &number, sizeof bits);
+  return bits;
+}
+
+// ---- Texts to numbers: what strtod says, bit by bit ----
+
+void expectReadAsTheSystemDoes(const std::string& text) {
+  ASSERT_EQ(bitsOf(json::numberIn(text)), bitsOf(std::strtod(text.c_str(), nullptr))) << text;
+}
+
+TEST(NumberText, EdgesAreReadAsStrtodReadsThem) {
+  for (const char* text : {"0",
+                           "-0",
+                           "+0",
+                           "-0.0",
+                           "00012",
+                           "0.1",
+                           ".1",
+                           "-.1",
+                           "1.",
+                           "-",
+                           "-.",
+                           ".",
+                           "",
+                           "--1",
+                           "1-",
+                           "999999999999999",
+                           "9999999999999999",
+                           "9007199254740991",
+                           "9007199254740992",
+                           "9007199254740993",
+                           "9007199254740994.5",
+                           "900719925474099.25",
+                           "18446744073709551615",
+                           "18446744073709551616",
+                           "9999999999999999999",
+                           "0.9999999999999999999",
+                           "99999999999999999999",
+                           "0.000000000000001",
+                           "0.0000000000000000001",
+                           "0.00000000000000000000000000001",
+                           "0000000000000000000000000000005",
+                           "123456789012.345",
+                           "1234567890123.456",
+                           "1234567890.123456789",
+                           "1e",
+                           "1e5",
+                           "1e5x",
+                           "1e999",
+                           "-1e999",
+                           "1e-999",
+                           "4.9e-324",
+                           "2.2250738585072011e-308",
+                           "0x1.8p1",
+                           "nan",
+                           "inf",
+                           "-infinity",
+                           " 7",
+                           "1 2",
+                           "1,5",
+                           "1.2.3"}) {
+    expectReadAsTheSystemDoes(text);
+  }
+}
+
+TEST(NumberText, RandomDecimalsAreReadAsStrtodReadsThem) {
+  std::mt19937_64 random(3);
+  for (int round = 0; round < 40000; ++round) {
+    const int digits = static_cast<int>(random() % 21) + 1;
+    std::string text = random() % 4 == 0 ? "-" : "";
+    const int point = static_cast<int>(random() % 23);
+    for (int at = 0; at < digits; ++at) {
+      if (at == point) text += '.';
+      text += static_cast<char>('0' + random() % 10);
+    }
+    expectReadAsTheSystemDoes(text);
+  }
+}
+
+TEST(NumberText, DecimalsNextToTheMiddleOfTwoDoublesAreReadAsStrtodReadsThem) {
+  std::mt19937_64 random(5);
+  for (int round = 0; round < 4000; ++round) {
+    const double number = static_cast<double>(random() % (1ULL << 53)) / static_cast<double>(1ULL << (random() % 54));
+    char text[64];
+    for (int precision : {15, 16, 17, 18, 19}) {
+      std::snprintf(text, sizeof text, "%.*g", precision, (number + std::nextafter(number, 1e300)) / 2);
+      expectReadAsTheSystemDoes(text);
+      std::snprintf(text, sizeof text, "%.*f", precision - 1, std::fmod(number, 10));
+      expectReadAsTheSystemDoes(text);
+    }
+  }
+}
+
+TEST(NumberText, ThePlainFormEndsBeforeWhateverIsNoDigit) {
+  struct Case {
+    const char* text;
+    int end;  // -1: not plain
+    double number;
+  };
+  const Case cases[] = {{"12,", 2, 12},
+                        {"-1.5]", 4, -1.5},
+                        {"7e5", 1, 7},
+                        {"1.2.3", 3, 1.2},
+                        {"5.", 2, 5},
+                        {".5", 2, .5},
+                        {"", -1, 0},
+                        {"-", -1, 0},
+                        {"+1", -1, 0},
+                        {"abc", -1, 0},
+                        {"-.", -1, 0},
+                        {".", -1, 0},
+                        {"12345678901234567890", -1, 0}};
+  for (const Case& c : cases) {
+    double number = 0;
+    const char* end = json::readPlainNumber(c.text, c.text + std::strlen(c.text), number);
+    EXPECT_EQ(end == nullptr ? -1 : end - c.text, c.end) << c.text;
+    if (c.end >= 0) {
+      EXPECT_EQ(number, c.number) << c.text;
+    }
+  }
+}
+
+// ---- Numbers to texts: what "%f" gives, digit by digit ----
+
+void expectWrittenAsTheSystemDoes(double number) {
+  char expected[500];
+  std::snprintf(expected, sizeof expected, "%f", number);
+  char text[json::mostFixedBytes];
+  ASSERT_EQ(std::string_view(text, static_cast<std::size_t>(json::writeFixed(text, number) - text)), expected);
+}
+
+TEST(NumberText, EdgesAreWrittenAsFixedFormat) {
+  using limits = std::numeric_limits<double>;
+  for (double number : {0.0,
+                        0.5,
+                        0.1,
+                        1.0,
+                        9.9999995,
+                        9.9999994,
+                        0.0000005,
+                        0.00000050000001,
+                        0.0000015,
+                        0.0000025,
+                        0.0078125,
+                        0.0234375,
+                        0.00390625,
+                        1e-9,
+                        1e-18,
+                        1e-30,
+                        999999999999.9999,
+                        999999999999.99999,
+                        1e12,
+                        1e15,
+                        4503599627370495.5,
+                        1e22,
+                        1e300,
+                        999999.9999995,
+                        0.9999995,
+                        0.99999949999999}) {
+    expectWrittenAsTheSystemDoes(number);
+    expectWrittenAsTheSystemDoes(-number);
+  }
+  for (double number : {limits::max(), limits::min(), limits::denorm_min(), limits::infinity(), limits::epsilon()}) {
+    expectWrittenAsTheSystemDoes(number);
+    expectWrittenAsTheSystemDoes(-number);
+  }
+  expectWrittenAsTheSystemDoes(std::nan(""));
+}
+
+TEST(NumberText, HalvesAreRoundedToEven) {
+  for (int numerator = 1; numerator < 2000; ++numerator) {
+    for (double power : {128.0, 256.0, 65536.0, 1048576.0}) expectWrittenAsTheSystemDoes(numerator / power);
+  }
+}
+
+TEST(NumberText, RandomNumbersAreWrittenAsFixedFormat) {
+  std::mt19937_64 random(11);
+  for (int round = 0; round < 20000; ++round) {
+    expectWrittenAsTheSystemDoes(doubleOf(random()));
+    const std::uint64_t exponent = 1023 - 70 + random() % 120;
+    expectWrittenAsTheSystemDoes(doubleOf((random() >> 12) | (exponent << 52) | (random() & (1ULL << 63))));
+    expectWrittenAsTheSystemDoes(static_cast<double>(random() % 1000000000) / 1000.0);
+  }
+}
+
+TEST(NumberText, EveryLengthOfIntegerIsWrittenInDecimals) {
+  const auto expectWritten = [](std::uint32_t number) {
+    char text[json::mostFixedBytes];
+    const auto size = static_cast<std::size_t>(json::writeInteger(text, number) - text);
+    ASSERT_EQ(std::string_view(text, size), std::to_string(number));
+  };
+  for (std::uint64_t power = 1; power <= 1000000000; power *= 10) {
+    for (std::uint64_t number = power - 1; number <= power + 1; ++number) {
+      expectWritten(static_cast<std::uint32_t>(number));
+    }
+  }
+  for (std::uint32_t number : {0u, 2147483647u, 2147483648u, 4294967295u}) expectWritten(number);
+  std::mt19937 random(13);
+  for (int round = 0; round < 100000; ++round) expectWritten(static_cast<std::uint32_t>(random() >> random() % 32));
+}
+
+// Numbers as programs hold them: with few decimals, and next to the middle between two texts.
+TEST(NumberText, AMillionNumbersAreWrittenAsFixedFormat) {
+  std::mt19937_64 random(17);
+  for (int round = 0; round < 250000; ++round) {
+    const double thousandths = static_cast<double>(random() % 1000000000000) / 1000;
+    const double middle = (static_cast<double>(random() >> random() % 44 >> 20) + 0.5) / 1000000;
+    expectWrittenAsTheSystemDoes(thousandths);
+    expectWrittenAsTheSystemDoes(middle);
+    expectWrittenAsTheSystemDoes(std::nextafter(middle, 0));
+    expectWrittenAsTheSystemDoes(-std::nextafter(middle, 1e300));
+  }
+}
+
+}  // namespace

@@ -1,0 +1,160 @@
+#include "json/TokenPrinter.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <limits>
+
+using namespace std::string_literals;
+
+namespace {
+
+// Puts another file in the place of standard output for a while.
+class OutputTo {
+ public:
+  explicit OutputTo(int descriptor) {
+    std::fflush(stdout);
+    saved_ = ::dup(STDOUT_FILENO);
+    ::dup2(descriptor, STDOUT_FILENO);
+  }
+  ~OutputTo() {
+    ::dup2(saved_, STDOUT_FILENO);
+    ::close(saved_);
+  }
+
+ private:
+  int saved_;
+};
+
+// What `work` prints to standard output.
+template <class Work>
+std::string outputOf(Work work) {
+  std::FILE* file = std::tmpfile();
+  {
+    OutputTo redirected(::fileno(file));
+    work();
+  }
+  std::string output;
+  std::rewind(file);
+  for (int c = std::fgetc(file); c != EOF; c = std::fgetc(file)) output += static_cast<char>(c);
+  std::fclose(file);
+  return output;
+}
+
+std::string dumpOf(std::string_view text) {
+  return outputOf(
+      [&] { EXPECT_TRUE(json::dumpTokens(text.data(), static_cast<std::ptrdiff_t>(text.size()))) << text; });
+}
+
+TEST(TokenPrinter, PrintsEachTokenAndABlank) {
+  EXPECT_EQ(dumpOf("[{]},:"), "[ { ] } , : ");
+  EXPECT_EQ(dumpOf("null true false name.x"), "null true false name.x ");
+  EXPECT_EQ(dumpOf("3 -2.5 1e10"), "3.000000 -2.500000 10000000000.000000 ");
+  EXPECT_EQ(dumpOf("{\"a\" : [1, \"b\"]}"), "{ \"a\" : [ 1.000000 , \"b\" ] } ");
+}
+
+TEST(TokenPrinter, PrintsStringsUnescapedBetweenQuotes) {
+  EXPECT_EQ(dumpOf(R"("a\n\"\u0041" "")"), "\"a\n\"?0041\" \"\" ");
+  EXPECT_EQ(dumpOf("\"a\0b\xC3\""s), "\"a\0b\xC3\" "s);
+}
+
+TEST(TokenPrinter, PrintsErrors) { EXPECT_EQ(dumpOf("#1"), "error: scanner error 1.000000 "); }
+
+TEST(TokenPrinter, NoTextIsAFormat) { EXPECT_EQ(dumpOf("\"%s%n\" "), "\"%s%n\" "); }
+
+TEST(TokenPrinter, PrintsNothingElse) {
+  EXPECT_EQ(dumpOf(" "), "");
+  EXPECT_EQ(dumpOf("\"open"), "");
+}
+
+TEST(TokenPrinter, ANullOrEmptyTextPrintsNothingAndFails) {
+  EXPECT_EQ(outputOf([] {
+              EXPECT_FALSE(json::dumpTokens(nullptr));
+              EXPECT_FALSE(json::dumpTokens(""));
+              EXPECT_FALSE(json::dumpTokens("1", 0));
+            }),
+            "");
+}
+
+TEST(TokenPrinter, ANegativeLengthMeansUpToTheZeroByte) {
+  EXPECT_EQ(outputOf([] { EXPECT_TRUE(json::dumpTokens("[1")); }), "[ 1.000000 ");
+}
+
+TEST(TokenPrinter, LongNumbersAreCutAt99Characters) {
+  const std::string text = dumpOf("1e300");
+  EXPECT_EQ(text.size(), 100u);
+  EXPECT_EQ(text.substr(0, 16), "1000000000000000");
+  EXPECT_EQ(text.back(), ' ');
+  EXPECT_EQ(text.find('.'), std::string::npos);
+}
+
+TEST(TokenPrinter, LongOutputArrivesWholeAndInOrder) {
+  std::string text;
+  std::string expected;
+  for (int at = 0; at < 5000; ++at) {
+    text += "\"token " + std::to_string(at) + "\",";
+    expected += "\"token " + std::to_string(at) + "\" , ";
+  }
+  EXPECT_EQ(dumpOf(text), expected);
+}
+
+TEST(TokenPrinter, AShortWriteIsGoneOnWith) {
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+  const std::string longText(200000, 'x');  // more than a pipe holds
+  {
+    OutputTo redirected(ends[1]);
+    EXPECT_FALSE(json::dumpTokens(("\"" + longText + "\"").c_str())) << "the pipe is full after a part of it";
+  }
+  std::string arrived(300000, '\0');
+  const ssize_t size = ::read(ends[0], &arrived[0], arrived.size());
+  ASSERT_GT(size, 4096);
+  EXPECT_EQ(arrived.substr(0, static_cast<std::size_t>(size)),
+            "\"" + longText.substr(0, static_cast<std::size_t>(size) - 1));
+  ::close(ends[0]);
+  ::close(ends[1]);
+}
+
+TEST(TokenPrinter, AFailedWriteIsReported) {
+  const int full = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
+  ASSERT_GE(full, 0);
+  {
+    OutputTo redirected(full);
+    EXPECT_FALSE(json::dumpTokens("[1]"));
+    TokenPrinter printer;
+    EXPECT_TRUE(printer.finish()) << "nothing to write yet";
+    printer.onNull();
+    EXPECT_FALSE(printer.finish());
+    EXPECT_FALSE(printer.finish());
+  }
+  ::close(full);
+}
+
+TEST(TokenPrinter, NothingIsPrintedAfterAFailure) {
+  EXPECT_EQ(outputOf([] {
+              TokenPrinter printer;
+              {
+                const int full = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
+                OutputTo redirected(full);
+                ::close(full);
+                printer.onNull();
+                EXPECT_FALSE(printer.finish());
+              }
+              printer.onComma();
+              EXPECT_FALSE(printer.finish());
+            }),
+            "");
+}
+
+TEST(TokenPrinter, TheDestructorWritesWhatIsLeft) {
+  EXPECT_EQ(outputOf([] {
+              TokenPrinter printer;
+              printer.onBool(true);
+            }),
+            "true ");
+}
+
+}  // namespace
