@@ -1,0 +1,240 @@
+#include "base/FileAccess.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "base/FileUtils.h"
+#include "testing/FaultInjector.h"
+#include "testing/HostTest.h"
+
+namespace {
+
+using testing::AnyOf;
+
+constexpr const char* kFile = "/tmp/file";
+const std::string oldText = "old text\n";
+const std::string newText = "a new text that is longer than the old one\n";
+
+class FileAccessTest : public HostTest {};
+
+bool isCloseOnExec(int fd) { return (::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0; }
+
+TEST_F(FileAccessTest, RegularFilesAndTheNullDeviceAloneAreOpenedForReading) {
+  host::writeFile(kFile, "12345");
+  host::makeLink("/tmp/link", kFile);
+  host::makeDirs("/tmp/directory");
+  host::makeFifo("/tmp/fifo");
+  struct Case {
+    const char* path;
+    bool opened;
+    off_t size;
+    int error;
+  };
+  const Case cases[] = {
+      {"/tmp/file", true, 5, 0},
+      {"/tmp/link", true, 5, 0},
+      {"/dev/null", true, 0, 0},
+      {"/tmp/missing", false, -1, ENOENT},
+      {"/tmp/directory", false, -1, EINVAL},
+      {"/tmp/fifo", false, -1, EINVAL},
+      {"/dev/zero", false, -1, EINVAL},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.path);
+    OpenedFile file;
+    file.size = -1;
+    errno = 0;
+    EXPECT_EQ(openForReading(AT_FDCWD, c.path, file), c.opened);
+    if (!c.opened) {
+      EXPECT_EQ(errno, c.error);
+    }
+    EXPECT_EQ(file.size, c.size);
+    EXPECT_EQ(file.fd.isOpen(), c.opened);
+    if (c.opened) {
+      EXPECT_TRUE(isCloseOnExec(file.fd.get()));
+    }
+  }
+}
+
+TEST_F(FileAccessTest, AFifoWithAWriterIsNotReadEither) {
+  host::makeFifo("/tmp/fifo");
+  const UniqueFd both(::open("/tmp/fifo", O_RDWR | O_NONBLOCK | O_CLOEXEC));
+  ASSERT_EQ(::write(both.get(), "x", 1), 1);
+  OpenedFile file;
+  EXPECT_FALSE(openForReading(AT_FDCWD, "/tmp/fifo", file));
+  char byte = 0;
+  EXPECT_EQ(::read(both.get(), &byte, 1), 1);
+}
+
+TEST_F(FileAccessTest, AWriterThatIsNotFinishedRemovesTheFileItMade) {
+  {
+    FileWriter writer;
+    ASSERT_THAT(writer.open(kFile, 0600), HasCode(status::success));
+    EXPECT_TRUE(writer.isNew());
+    EXPECT_THAT(writer.write("text"), HasCode(status::success));
+    EXPECT_TRUE(host::exists(kFile));
+  }
+  EXPECT_FALSE(host::exists(kFile));
+}
+
+TEST_F(FileAccessTest, AWriterThatIsNotFinishedRemovesNoFileThatWasThere) {
+  host::writeFile(kFile, "old");
+  {
+    FileWriter writer;
+    ASSERT_THAT(writer.open(kFile, 0600), HasCode(status::success));
+    EXPECT_FALSE(writer.isNew());
+  }
+  EXPECT_EQ(host::readFile(kFile), "old");
+}
+
+TEST_F(FileAccessTest, AFinishedWriterLeavesExactlyItsBytes) {
+  host::writeFile(kFile, "a long old text");
+  FileWriter writer;
+  ASSERT_THAT(writer.open(kFile, 0600), HasCode(status::success));
+  EXPECT_THAT(writer.write("ab"), HasCode(status::success));
+  EXPECT_THAT(writer.write("cd"), HasCode(status::success));
+  EXPECT_THAT(writer.finish(), HasCode(status::success));
+  EXPECT_EQ(host::readFile(kFile), "abcd");
+  EXPECT_THAT(writer.finish(), HasCode(status::writeError));
+}
+
+TEST_F(FileAccessTest, ANewFileThatCannotBeLookedAtIsRemovedAgain) {
+  FaultPlan plan;
+  plan.at = 1;
+  plan.calls = {"fstat"};
+  const ArmedFaults armed{plan};
+  FileWriter writer;
+  EXPECT_THAT(writer.open(kFile, 0600), HasCode(status::openError));
+  EXPECT_FALSE(host::exists(kFile));
+}
+
+TEST_F(FileAccessTest, AWriterIsCloseOnExec) {
+  FileWriter writer;
+  ASSERT_THAT(writer.open(kFile, 0600), HasCode(status::success));
+  bool found = false;
+  for (const std::string& line : openDescriptors()) {
+    if (line.find(kFile) == std::string::npos) continue;
+    found = true;
+    EXPECT_TRUE(isCloseOnExec(std::atoi(line.c_str())));
+  }
+  EXPECT_TRUE(found);
+}
+
+TEST_F(FileAccessTest, TheModeIsSetAlwaysOrOnNewFilesOnly) {
+  ::umask(0777);
+  EXPECT_THAT(replaceContent(kFile, "x", 0604, SetMode::onNewFiles), HasCode(status::success));
+  EXPECT_EQ(host::modeOf(kFile), 0604u);
+  EXPECT_THAT(replaceContent(kFile, "x", 0640, SetMode::onNewFiles), HasCode(status::success));
+  EXPECT_EQ(host::modeOf(kFile), 0604u);
+  EXPECT_THAT(replaceContent(kFile, "x", 0640, SetMode::always), HasCode(status::success));
+  EXPECT_EQ(host::modeOf(kFile), 0640u);
+}
+
+// --- Every call that can fail, made to fail
+
+StatusCode expectedCode(const Fault& fault) {
+  if (!fault || (fault.call == "fchmod" && !fault.fromThereOn)) return status::success;
+  return fault.call == "open" || fault.call == "fstat" ? status::openError : status::writeError;
+}
+
+TEST_F(FileAccessTest, AFaultAnywhereNeverEmptiesTheOldFile) {
+  const FaultLoop loop{[] {
+    host::reset();
+    host::writeFile(kFile, oldText);
+  }};
+  const std::size_t steps = forEachFault(
+      loop, [] { return FileUtils::writeString(kFile, newText, false); },
+      [](const Status& result, const Fault& fault) {
+        EXPECT_THAT(result, HasCode(expectedCode(fault)));
+        if (result.isSuccess()) {
+          EXPECT_EQ(host::readFile(kFile), newText);
+        }
+        EXPECT_THAT(host::readFile(kFile), AnyOf(oldText, newText));
+      });
+  EXPECT_EQ(steps, 7u);  // open, fstat, fallocate, write, fchmod, ftruncate, close
+}
+
+TEST_F(FileAccessTest, AFaultAnywhereLeavesNoNewFile) {
+  const FaultLoop loop{[] { host::reset(); }};
+  const std::size_t steps = forEachFault(
+      loop, [] { return FileUtils::writeString(kFile, newText, false); },
+      [](const Status& result, const Fault& fault) {
+        // The first open only finds that there is no file; when it fails otherwise that is the end.
+        EXPECT_THAT(result, HasCode(expectedCode(fault)));
+        if (result.isSuccess()) {
+          EXPECT_EQ(host::readFile(kFile), newText);
+        }
+        // Where every later call fails nothing can be removed either.
+        if (!result.isSuccess() && !fault.fromThereOn) {
+          EXPECT_FALSE(host::exists(kFile));
+        }
+      });
+  EXPECT_EQ(steps, 6u);  // open, open, fstat, write, fchmod, close
+}
+
+TEST_F(FileAccessTest, ACopyWithAFaultAnywhereSaysSoAndLeavesNoNewFile) {
+  const FaultLoop loop{[] {
+    host::reset();
+    host::writeFile("/tmp/from", newText);
+  }};
+  const std::size_t steps = forEachFault(
+      loop, [] { return FileUtils::copyFile("/tmp/from", kFile); },
+      [](const Status& result, const Fault& fault) {
+        const bool isHarmless = fault.call == "fchmod" && !fault.fromThereOn;
+        const bool isLastClose = fault.step == 11;  // of the source, which was only read
+        EXPECT_EQ(result.isSuccess(), !fault || isHarmless || isLastClose);
+        EXPECT_EQ(host::readFile("/tmp/from"), newText);
+        if (result.isSuccess()) {
+          EXPECT_EQ(host::readFile(kFile), newText);
+        }
+        if (!result.isSuccess() && !fault.fromThereOn) {
+          EXPECT_FALSE(host::exists(kFile));
+        }
+      });
+  EXPECT_EQ(steps, 11u);
+}
+
+TEST_F(FileAccessTest, WhatChangesOneEntryAloneTellsItsOwnFault) {
+  struct Case {
+    const char* why;
+    StatusCode expected;
+    std::function<Status()> operation;
+  };
+  const Case cases[] = {
+      {"mkdir", status::mkdirError, [] { return FileUtils::makeDir("/tmp/new", 0755); }},
+      {"unlink", status::unlinkError, [] { return FileUtils::removeFile(kFile); }},
+      {"rmdir", status::rmdirError, [] { return FileUtils::removeDir("/tmp/empty"); }},
+      {"rename", status::renameError, [] { return FileUtils::renameFile(kFile, "/tmp/other", true); }},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    const FaultLoop loop{[] {
+      host::reset();
+      host::writeFile(kFile, oldText);
+      host::makeDirs("/tmp/empty");
+    }};
+    const std::size_t steps = forEachFault(loop, c.operation, [&](const Status& result, const Fault& fault) {
+      EXPECT_THAT(result, HasCode(fault ? c.expected : status::success));
+    });
+    EXPECT_EQ(steps, 1u);
+  }
+}
+
+// Another process makes and fills the file between our look and our own making of it.
+TEST_F(FileAccessTest, AFileThatSomebodyElseMadeAMomentAgoIsNotTakenForNew) {
+  FaultPlan plan;
+  plan.at = 1000;
+  plan.calls = {"open"};
+  plan.before = [](std::size_t call) {
+    if (call == 2) host::writeFile(kFile, oldText + oldText + oldText);
+  };
+  {
+    const ArmedFaults armed{plan};
+    EXPECT_THAT(replaceContent(kFile, newText, 0640, SetMode::onNewFiles), HasCode(status::success));
+  }
+  EXPECT_EQ(host::readFile(kFile), newText);
+}
+
+}  // namespace

@@ -1,0 +1,36 @@
+#include "base/ThreadNames.h"
+
+#include <pthread.h>
+
+#include <array>
+#include <cerrno>
+#include <ctime>
+
+namespace {
+
+constexpr char anonymousThread[] = "<anonymous thread>";
+constexpr std::int64_t microsPerSecond = 1'000'000;
+constexpr std::int64_t wholeSecondsFrom = 5 * microsPerSecond;
+
+}  // namespace
+
+void setThreadName(const char* name) {
+  const bool isNamed = name != nullptr && *name != '\0';
+  (void)::pthread_setname_np(::pthread_self(), isNamed ? name : anonymousThread);  // refused names are no failure
+}
+
+std::string getThreadName() {
+  std::array<char, 300> name{};
+  if (::pthread_getname_np(::pthread_self(), name.data(), name.size()) != 0) return "<error in pthread_getname>";
+  return name.data();
+}
+
+void sleepMicros(std::int64_t micros) {
+  if (micros <= 0) return;
+  const std::int64_t remainder = micros < wholeSecondsFrom ? micros % microsPerSecond : 0;
+  timespec left{};
+  left.tv_sec = static_cast<decltype(left.tv_sec)>(micros / microsPerSecond);
+  left.tv_nsec = static_cast<decltype(left.tv_nsec)>(remainder * 1'000);
+  while (::nanosleep(&left, &left) != 0 && errno == EINTR) {
+  }
+}
