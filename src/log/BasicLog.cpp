@@ -1,0 +1,304 @@
+#include "log/BasicLog.h"
+
+#include <syslog.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "base/RawWrite.h"
+#include "base/StringUtils.h"
+#include "base/TimeUtils.h"
+#include "json/JsonModel.h"
+#include "json/JsonWriter.h"
+#include "log/EmitContext.h"
+#include "log/MessagePool.h"
+#include "log/ScopeGuards.h"
+
+namespace BasicLog {
+namespace {
+
+constexpr char sourceName[] = "BasicLog.cpp";
+
+struct LevelRecord {
+  Level level;
+  const char* shortName;
+  const char* fullName;
+  int syslogPriority;
+};
+
+constexpr LevelRecord levelRecords[] = {
+    {Level::trace, "T~", "TRACE", LOG_DEBUG},       {Level::debug, "D~", "DEBUG", LOG_DEBUG},
+    {Level::info, "I~", "INFO", LOG_INFO},          {Level::notice, "N~", "NOTICE", LOG_NOTICE},
+    {Level::warning, "W~", "WARNING", LOG_WARNING}, {Level::error, "E~", "ERROR", LOG_ERR},
+    {Level::fatal, "F~", "FATAL", LOG_CRIT},
+};
+
+// What the name functions answer for anything that is no level.
+constexpr LevelRecord invalidRecord = {Level::byDefault, "X~", "<log level>", LOG_INFO};
+
+// The words that a level is read from, in the order in which they are tried.
+struct LevelWord {
+  std::string_view word;
+  Level level;
+};
+
+constexpr LevelWord levelWords[] = {
+    {"TRACE", Level::trace},    {"DEBUG", Level::debug},     {"INFO", Level::info},   {"NOTICE", Level::notice},
+    {"WARN", Level::warning},   {"WARNING", Level::warning}, {"ERR", Level::error},   {"ERROR", Level::error},
+    {"FATAL", Level::fatal},    {"PANIC", Level::fatal},     {"EMERG", Level::fatal}, {"EMERGENCY", Level::fatal},
+    {"CRITICAL", Level::fatal}, {"ALERT", Level::fatal},
+};
+
+// Asks for the logger anew each time: a static one would deadlock when getting it is what failed.
+void logError(std::string_view text, std::string_view function) {
+  const Logger& log = getLogger(basiclibLogger);
+  if (log.isEnabled(Level::error)) {
+    const Entry entry(log, Level::error, text, sourceName, function);
+  }
+}
+
+const LevelRecord& recordOf(Level level, std::string_view function) {
+  if (isValid(level)) return levelRecords[static_cast<int>(level) - static_cast<int>(Level::trace)];
+  logError("invalid log level", function);
+  return invalidRecord;
+}
+
+bool endsLevelWord(std::string_view rest) { return rest.empty() || rest.front() == ' ' || rest.front() == ']'; }
+
+std::int64_t ticksOf(const LogMessage& message) { return localTicks(message.created); }
+
+std::string timeText(std::int64_t ticks) { return TimeUtils::formatTime(ticks, true, ' '); }
+
+constexpr std::size_t usualParameters = 2;  // room that a message's first parameter makes
+
+constexpr std::size_t timeLength = 26;     // "2024-03-01 12:00:05.000123"
+constexpr std::size_t fractionLength = 6;  // the digits behind the point
+
+// The same, appended. Entries come many in a second: what the last one of this thread had in common with it is kept.
+void appendTime(std::string& to, std::int64_t ticks) {
+  static thread_local std::int64_t lastSecond = INT64_MIN;
+  static thread_local std::array<char, timeLength> text;
+  constexpr std::int64_t microsPerSecond = 1'000'000;
+  const std::int64_t second = ticks / microsPerSecond;
+  if (ticks < 0 || second != lastSecond) {
+    const std::string whole = timeText(ticks);
+    if (ticks < 0 || whole.size() != timeLength) {  // times that no log has outside its tests
+      to += whole;
+      return;
+    }
+    whole.copy(text.data(), timeLength);
+    lastSecond = second;
+  }
+  std::int64_t micros = ticks % microsPerSecond;
+  for (std::size_t i = 1; i <= fractionLength; ++i, micros /= 10) {
+    text[timeLength - i] = static_cast<char>('0' + micros % 10);
+  }
+  to.append(text.data(), timeLength);
+}
+
+std::atomic<AssertHandler> assertHandler{nullptr};
+
+}  // namespace
+
+// --- Levels
+
+const char* loglevel_shortname(Level level) { return recordOf(level, "loglevel_shortname").shortName; }
+
+const char* loglevel_fullname(Level level) { return recordOf(level, "loglevel_fullname").fullName; }
+
+int loglevel_to_syslog(Level level) { return recordOf(level, "loglevel_to_syslog").syslogPriority; }
+
+bool parseLogLevel(std::string_view text, Level& level) {
+  text = StringUtils::trim(text, StringUtils::TrimSet::blanks);
+  for (const LevelRecord& record : levelRecords) {
+    if (!StringUtils::startsWithIgnoreCase(text, record.shortName)) continue;
+    level = record.level;
+    return true;
+  }
+  if (StringUtils::startsWith(text, "[")) text.remove_prefix(1);
+  for (const LevelWord& entry : levelWords) {
+    if (!StringUtils::startsWithIgnoreCase(text, entry.word)) continue;
+    if (!endsLevelWord(text.substr(entry.word.size()))) continue;
+    level = entry.level;
+    return true;
+  }
+  level = Level::info;
+  return false;
+}
+
+Level parseLogLevel(std::string_view text) {
+  Level level = Level::info;
+  (void)parseLogLevel(text, level);  // info when the text names none
+  return level;
+}
+
+// --- Emitting
+
+EmitContext& emitContext() {
+  static thread_local EmitContext context;
+  return context;
+}
+
+std::int64_t localTicks(std::int64_t micros) {
+  const EmitContext& context = emitContext();
+  if (!context.isEmitting) return TimeUtils::toLocalTicks(micros);
+  // Without signs, so that it may wrap.
+  return static_cast<std::int64_t>(static_cast<std::uint64_t>(micros) -
+                                   static_cast<std::uint64_t>(context.localOffset));
+}
+
+// --- Entries
+
+void Entry::open(const Logger& logger, Level level, std::string_view text, std::string_view file,
+                 std::string_view function) {
+  const ErrnoGuard guard;
+  const EmitContext& context = emitContext();
+  if (context.isEmittingEcho) return;  // else emitters that log about entries would never come to an end
+  message_ = MessagePool::take();
+  message_->isFromEmitter = context.isEmitting;
+  message_->level = effective(level);
+  message_->created = TimeUtils::nowMicros();
+  message_->file = file;
+  message_->function = function;
+  message_->logger = logger.name();
+  message_->text = text;
+  input_ = &logger.input();
+}
+
+void Entry::add(std::string_view key, std::string_view value) {
+  if (!message_) return;
+  const ErrnoGuard guard;
+  if (message_->parameters.capacity() == 0) message_->parameters.reserve(usualParameters);
+  LogParameter& parameter = message_->parameters.emplace_back();
+  parameter.key = key;
+  parameter.value = value;
+}
+
+void Entry::addNumber(std::string_view key, std::int64_t value) {
+  if (message_) add(key, StringUtils::toString(value));
+}
+
+void Entry::addHex(std::string_view key, std::uint32_t value) {
+  if (message_) add(key, StringUtils::toHex(value));
+}
+
+void Entry::addBool(std::string_view key, bool value) { add(key, value ? "true" : "false"); }
+
+void Entry::addAddress(std::string_view key, std::string_view host, std::int32_t port) {
+  if (message_) add(key, StringUtils::concatenate({host, ":", StringUtils::toString(port)}));
+}
+
+void Entry::addErrno(int error) {
+  if (!message_) return;
+  const ErrnoGuard guard;
+  std::array<char, 256> buffer{};
+  add("errmsg", ::strerror_r(error, buffer.data(), buffer.size()));
+  addNumber("errno", error);
+}
+
+void Entry::submit() {
+  if (!message_) return;
+  const ErrnoGuard guard;
+  std::unique_ptr<const LogMessage> finished = std::move(message_);
+  input_->process(finished);
+}
+
+// --- Renderings
+
+std::string textHeader(const LogMessage& message) {
+  std::string header;
+  header.reserve(timeLength + 12);
+  header.append(1, '[').append(loglevel_fullname(message.level)).append(1, ' ');
+  appendTime(header, ticksOf(message));
+  return header.append(1, ']');
+}
+
+std::string shortTextHeader(const LogMessage& message) {
+  return StringUtils::concatenate({"[", loglevel_fullname(message.level), "]"});
+}
+
+std::string textBody(const LogMessage& message) {
+  std::size_t size = message.text.size() + 1;
+  for (const LogParameter& parameter : message.parameters) size += parameter.key.size() + parameter.value.size() + 2;
+  std::string body;
+  body.reserve(size);
+  body += message.text;
+  if (!message.parameters.empty()) body += ':';
+  for (const LogParameter& parameter : message.parameters) {
+    body.append(1, ' ').append(parameter.key).append(1, '=').append(parameter.value);
+  }
+  return body;
+}
+
+std::string jsonHeader(const LogMessage& message) {
+  const std::int64_t ticks = ticksOf(message);
+  const ScopedJson header(json::makeObject());
+  json::setText(header.get(), "level", loglevel_fullname(message.level));
+  json::setMember(header.get(), "ticks", json::makeNumber(static_cast<double>(ticks)));
+  json::setText(header.get(), "time", timeText(ticks));
+  std::string text;
+  json::write(text, header.get());
+  return text;
+}
+
+std::string jsonBody(const LogMessage& message) {
+  const ScopedJson body(json::makeObject());
+  json::setText(body.get(), "msg", message.text);
+  if (!message.parameters.empty()) {
+    jsObject* parameters = json::makeObject();
+    json::setMember(body.get(), "params", parameters);
+    for (const LogParameter& parameter : message.parameters) {
+      json::setText(parameters, parameter.key, parameter.value);
+    }
+  }
+  std::string text;
+  json::write(text, body.get());
+  return text;
+}
+
+// --- Assertions
+
+void setAssertHandler(AssertHandler handler) { assertHandler = handler; }
+
+void assertFailure(const char* file, int line, const char* message) {
+  static thread_local bool isInHandler = false;
+  const AssertHandler handler = assertHandler;
+  if (handler == nullptr || isInHandler) {
+    defaultAssertFailure(file, line, message);
+    return;
+  }
+  const ScopedFlag flag(isInHandler);
+  handler(file, line, message);
+}
+
+void defaultAssertFailure(const char* file, int line, const char* message) {
+  static thread_local bool isReporting = false;
+  std::array<char, 1024> text{};
+  std::snprintf(text.data(), text.size(), "assert error, %s line %d, \"%s\" \n",
+                file == nullptr ? "<filename unknown>" : file, line, message == nullptr ? "<no message>" : message);
+  (void)writeFully(STDERR_FILENO, text.data());  // there is nowhere left to report a failure to
+  if (!isReporting) {
+    const ScopedFlag flag(isReporting);
+    logError(text.data(), "defaultAssertFailure");
+  }
+  (void)::raise(SIGILL);
+}
+
+// --- The system log
+
+SyslogConnection::SyslogConnection(const char* applicationName)
+    : name_(applicationName == nullptr || *applicationName == '\0' ? "<appname unavailable>" : applicationName) {
+  ::openlog(name_.c_str(), 0, LOG_USER);
+}
+
+SyslogConnection::~SyslogConnection() { ::closelog(); }
+
+void SyslogConnection::send(Level level, const std::string& text) {
+  ::syslog(loglevel_to_syslog(level), "%s", text.c_str());
+}
+
+}  // namespace BasicLog

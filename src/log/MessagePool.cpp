@@ -1,0 +1,85 @@
+#include "log/MessagePool.h"
+
+#include <vector>
+
+#include "base/Locks.h"
+
+namespace BasicLog {
+namespace {
+
+constexpr std::size_t maxBundles = 64;
+constexpr std::size_t ordinaryText = 1'024;
+constexpr std::size_t ordinaryParameters = 16;
+
+struct Bundle {
+  std::array<LogMessage*, MessagePool::bundleSize> messages;
+  std::size_t count = 0;
+};
+
+// Full bundles, for all threads.
+struct Depot {
+  BasicMutex mutex;
+  std::array<Bundle, maxBundles> bundles;
+  std::size_t count = 0;
+};
+
+Depot& depot() {
+  static auto* const theDepot = new Depot;  // never deleted: the log is still used at exit
+  return *theDepot;
+}
+
+// The bundle that a thread takes from.
+struct OwnBundle : Bundle {
+  ~OwnBundle() {
+    while (count != 0) delete messages[--count];
+  }
+};
+
+OwnBundle& ownBundle() {
+  static thread_local OwnBundle bundle;
+  return bundle;
+}
+
+void refill(Bundle& bundle) {
+  Depot& from = depot();
+  const ScopedLock lock(from.mutex);
+  if (from.count != 0) bundle = from.bundles[--from.count];
+}
+
+bool isOrdinary(const LogMessage& message) {
+  return message.text.capacity() <= ordinaryText && message.parameters.capacity() <= ordinaryParameters;
+}
+
+}  // namespace
+
+std::unique_ptr<LogMessage> MessagePool::take() {
+  OwnBundle& own = ownBundle();
+  if (own.count == 0) refill(own);
+  if (own.count == 0) return std::make_unique<LogMessage>();
+  return std::unique_ptr<LogMessage>(own.messages[--own.count]);
+}
+
+void MessagePool::giveBack(Batch& batch) {
+  Bundle bundle;
+  for (std::unique_ptr<const LogMessage>& message : batch) {
+    if (!message || !isOrdinary(*message)) {
+      message.reset();
+      continue;
+    }
+    auto* used = const_cast<LogMessage*>(message.release());  // take made it
+    used->parameters.clear();
+    used->isFromEmitter = false;
+    bundle.messages[bundle.count++] = used;
+  }
+  {
+    Depot& to = depot();
+    const ScopedLock lock(to.mutex);
+    if (bundle.count != 0 && to.count != maxBundles) {
+      to.bundles[to.count++] = bundle;
+      return;
+    }
+  }
+  while (bundle.count != 0) delete bundle.messages[--bundle.count];
+}
+
+}  // namespace BasicLog

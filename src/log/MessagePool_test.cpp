@@ -1,0 +1,100 @@
+#include "log/MessagePool.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace BasicLog;
+
+// Takes so many messages that no earlier test's are left, and frees them.
+void drain() {
+  std::vector<std::unique_ptr<LogMessage>> all;
+  for (int i = 0; i < 3'000; ++i) all.push_back(MessagePool::take());
+}
+
+void expectFresh(const LogMessage& message) {
+  EXPECT_TRUE(message.parameters.empty());
+  EXPECT_FALSE(message.isFromEmitter);
+}
+
+TEST(MessagePool, WhatCameBackIsUsedAgainAndLooksLikeNew) {
+  drain();
+  MessagePool::Batch batch;
+  std::set<const LogMessage*> given;
+  for (auto& slot : batch) {
+    auto message = MessagePool::take();
+    message->parameters.push_back({"key", "value"});
+    message->isFromEmitter = true;
+    given.insert(message.get());
+    slot = std::move(message);
+  }
+  MessagePool::giveBack(batch);
+  for (const auto& slot : batch) EXPECT_EQ(slot, nullptr);
+  for (std::size_t i = 0; i < MessagePool::bundleSize; ++i) {
+    const auto message = MessagePool::take();
+    EXPECT_EQ(given.count(message.get()), 1U);
+    expectFresh(*message);
+  }
+}
+
+TEST(MessagePool, ABatchMayBePartlyOrWhollyEmpty) {
+  drain();
+  MessagePool::Batch batch;
+  MessagePool::giveBack(batch);
+  batch[7] = MessagePool::take();
+  const LogMessage* given = batch[7].get();
+  MessagePool::giveBack(batch);
+  const auto message = MessagePool::take();
+  EXPECT_EQ(message.get(), given);
+}
+
+TEST(MessagePool, AMessageGrownLargeIsNotKept) {
+  drain();
+  MessagePool::Batch batch;
+  auto longText = MessagePool::take();
+  longText->text.assign(100'000, 'x');
+  batch[0] = std::move(longText);
+  auto manyParameters = MessagePool::take();
+  manyParameters->parameters.resize(1'000);
+  batch[1] = std::move(manyParameters);
+  MessagePool::giveBack(batch);
+  for (int i = 0; i < 2; ++i) {
+    const auto message = MessagePool::take();
+    EXPECT_LT(message->text.capacity(), 100'000U);
+    EXPECT_LT(message->parameters.capacity(), 1'000U);
+  }
+}
+
+TEST(MessagePool, KeepsNoMoreThanItsBound) {
+  drain();
+  for (int i = 0; i < 200; ++i) {
+    MessagePool::Batch batch;
+    for (auto& slot : batch) slot = std::make_unique<LogMessage>();
+    MessagePool::giveBack(batch);  // the leak checkers see what is neither kept nor freed
+  }
+}
+
+TEST(MessagePool, ThreadsGiveAndTakeAtTheSameTime) {
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([] {
+      for (int i = 0; i < 500; ++i) {
+        MessagePool::Batch batch;
+        for (auto& slot : batch) {
+          auto message = MessagePool::take();
+          expectFresh(*message);
+          message->parameters.emplace_back();
+          slot = std::move(message);
+        }
+        MessagePool::giveBack(batch);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+}  // namespace
