@@ -1,0 +1,131 @@
+#include "base/FileLock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <mutex>
+#include <thread>
+
+#include "base/FileAccess.h"
+#include "base/FileUtils.h"
+#include "base/StringUtils.h"
+
+namespace {
+
+using Clock = FileLock::Clock;
+using std::chrono::milliseconds;
+
+constexpr milliseconds firstPause(1);
+constexpr milliseconds longestPause(50);
+
+// The umask belongs to the whole process: two threads that change it at once would leave the wrong one behind.
+std::mutex umaskGuard;
+
+// Whether a link may stand in the place of the lock directory: only when the system or the caller made it. Anybody
+// could plant one in a directory like /tmp and have files made wherever it leads.
+bool isTrustedLink(const std::string& path) {
+  struct stat info = {};
+  return ::lstat(path.c_str(), &info) == 0 && S_ISLNK(info.st_mode) && (info.st_uid == 0 || info.st_uid == ::geteuid());
+}
+
+// The directory of the lock files; everything in it is reached through this descriptor.
+UniqueFd openLockDirectory() {
+  constexpr int flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+  std::string path = FileUtils::lockDir();
+  while (path.size() > 1 && path.back() == '/') path.pop_back();  // behind a slash a link would be followed
+  UniqueFd directory(uninterrupted([&] { return ::open(path.c_str(), flags | O_NOFOLLOW); }));
+  if (!directory.isOpen() && isTrustedLink(path)) {
+    directory.reset(uninterrupted([&] { return ::open(path.c_str(), flags); }));
+  }
+  return directory;
+}
+
+UniqueFd openLockFile(int directory, const std::string& name) {
+  constexpr int flags = O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+  const std::lock_guard<std::mutex> guard(umaskGuard);
+  const mode_t old = ::umask(0);
+  UniqueFd fd(uninterrupted([&] { return ::openat(directory, name.c_str(), flags, 0666); }));
+  const int error = errno;
+  (void)::umask(old);
+  errno = error;
+  return fd;
+}
+
+enum class Place { same, another, unknown };
+
+// Whether the name still leads to the file that is open.
+Place lookAt(int directory, const std::string& name, int fd) {
+  struct stat opened = {};
+  struct stat there = {};
+  if (::fstat(fd, &opened) != 0) return Place::unknown;
+  if (::fstatat(directory, name.c_str(), &there, AT_SYMLINK_NOFOLLOW) != 0) {
+    return errno == ENOENT ? Place::another : Place::unknown;
+  }
+  return isSameFile(opened, there) ? Place::same : Place::another;
+}
+
+bool isRegular(int fd) {
+  struct stat info = {};
+  return ::fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+}
+
+std::string lockNameFor(const std::string& path) {
+  if (!isUsablePath(path)) return std::string();
+  return std::string(StringUtils::lastComponent(path)) + ".lock";
+}
+
+}  // namespace
+
+FileLock::FileLock(const std::string& path) : lockName_(lockNameFor(path)) { take(LOCK_EX, Clock::time_point::max()); }
+
+FileLock::FileLock(const std::string& path, milliseconds limit) : lockName_(lockNameFor(path)) {
+  take(LOCK_EX | LOCK_NB, Clock::now() + limit);
+}
+
+std::string FileLock::lockPath() const { return lockName_.empty() ? std::string() : FileUtils::lockDir() + lockName_; }
+
+// The file that was locked may have been removed by its last holder, and another may stand in its place: the lock
+// counts only when the name still leads to the locked file. Each new start means that another holder came and went.
+void FileLock::take(int operation, Clock::time_point deadline) {
+  if (lockName_.empty()) return;
+  directory_ = openLockDirectory();
+  if (!directory_.isOpen()) return;
+  auto pause = firstPause;
+  while ((result_ = tryOnce(operation)) == Result::busy && Clock::now() < deadline) {
+    if ((operation & LOCK_NB) == 0) continue;
+    std::this_thread::sleep_for(std::min<Clock::duration>(pause, deadline - Clock::now()));
+    pause = std::min(pause * 2, longestPause);
+  }
+  if (result_ != Result::held) directory_.reset();
+}
+
+// Busy also when the file that was locked is no longer the one of that name.
+FileLock::Result FileLock::tryOnce(int operation) {
+  UniqueFd fd = openLockFile(directory_.get(), lockName_);
+  if (!fd.isOpen() || !isRegular(fd.get())) return Result::unavailable;
+  if (uninterrupted([&] { return ::flock(fd.get(), operation); }) != 0) {
+    return errno == EWOULDBLOCK ? Result::busy : Result::unavailable;
+  }
+  const Place place = lookAt(directory_.get(), lockName_, fd.get());
+  if (place != Place::same) return place == Place::another ? Result::busy : Result::unavailable;
+  fd_ = std::move(fd);
+  markedPath_ = lockPath();
+  lockFile_.mark(markedPath_.c_str());
+  return Result::held;
+}
+
+// Removed before the lock goes: the other way round, a file that the next holder has locked could be removed under it.
+// A file that somebody put in its place meanwhile is not ours to remove.
+void FileLock::release() {
+  if (!isLocked()) return;
+  if (lookAt(directory_.get(), lockName_, fd_.get()) != Place::another) {
+    (void)::unlinkat(directory_.get(), lockName_.c_str(), 0);  // a file that stays is taken over by the next holder
+  }
+  lockFile_.forget();
+  fd_.reset();
+  directory_.reset();
+}

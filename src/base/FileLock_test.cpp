@@ -1,0 +1,386 @@
+#include "base/FileLock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+#include <functional>
+#include <thread>
+
+#include "base/FileUtils.h"
+#include "testing/FaultInjector.h"
+#include "testing/HostTest.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+using Result = FileLock::Result;
+
+constexpr const char* kPath = "/etc/zuv/hip.conf";
+constexpr const char* kLock = "/tmp/lock/hip.conf.lock";
+constexpr milliseconds atOnce(0);
+
+class FileLockTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    if (!IsSkipped()) (void)FileUtils::lockDir();  // made once in a process, not in the middle of a fault loop
+  }
+};
+
+// A process of our own that runs `work` and ends with what it returns.
+class Child {
+ public:
+  explicit Child(const std::function<int()>& work) : pid_(::fork()) {
+    if (pid_ == 0) ::_exit(work());
+  }
+  ~Child() {
+    if (pid_ > 0) (void)end(SIGKILL);
+  }
+  Child(const Child&) = delete;
+  Child& operator=(const Child&) = delete;
+
+  int wait() {
+    int status = 0;
+    EXPECT_EQ(::waitpid(pid_, &status, 0), pid_);
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  int end(int signal) {
+    EXPECT_EQ(::kill(pid_, signal), 0);
+    return wait();
+  }
+
+ private:
+  pid_t pid_;
+};
+
+void waitFor(const std::function<bool()>& condition) {
+  const auto deadline = steady_clock::now() + std::chrono::seconds(20);
+  while (!condition() && steady_clock::now() < deadline) std::this_thread::sleep_for(milliseconds(1));
+  EXPECT_TRUE(condition());
+}
+
+bool isHeldElsewhere(const char* path = kPath) { return FileLock(path, atOnce).result() == Result::busy; }
+
+// Takes the lock, says so in a file and stays.
+int holdForever() {
+  const FileLock lock(kPath);
+  if (!lock.isLocked()) return 1;
+  host::writeFile("/tmp/held", "");
+  for (;;) ::pause();
+}
+
+TEST_F(FileLockTest, ALockIsAFileOfItsNameWhileItIsHeld) {
+  {
+    const FileLock lock(kPath);
+    EXPECT_TRUE(lock.isLocked());
+    EXPECT_EQ(lock.result(), Result::held);
+    EXPECT_EQ(lock.lockPath(), kLock);
+    EXPECT_EQ(host::modeOf(kLock), 0666u);
+  }
+  EXPECT_FALSE(host::exists(kLock));
+}
+
+TEST_F(FileLockTest, TheLockIsNamedAfterTheLastComponent) {
+  struct Case {
+    const char* path;
+    const char* lockPath;
+  };
+  const Case cases[] = {{"hip.conf", "/tmp/lock/hip.conf.lock"},
+                        {"/etc/zuv/profiles/p/hip.conf", "/tmp/lock/hip.conf.lock"},
+                        {"C:\\zuv\\hip.conf", "/tmp/lock/hip.conf.lock"},
+                        {"/etc/zuv/", "/tmp/lock/.lock"}};
+  for (const Case& c : cases) EXPECT_EQ(FileLock(c.path).lockPath(), c.lockPath);
+}
+
+TEST_F(FileLockTest, LocksOnOneNameInTwoDirectoriesExcludeEachOther) {
+  const FileLock one("/etc/zuv/profiles/profile-1/hip.conf");
+  EXPECT_EQ(FileLock("/etc/zuv/profiles/profile-2/hip.conf", atOnce).result(), Result::busy);
+  EXPECT_EQ(FileLock("/etc/zuv/profiles/profile-2/endbox.conf", atOnce).result(), Result::held);
+}
+
+TEST_F(FileLockTest, ALockThatWasNotTakenRemovesNothing) {
+  const FileLock lock(kPath);
+  { EXPECT_FALSE(FileLock(kPath, atOnce).isLocked()); }
+  EXPECT_TRUE(host::exists(kLock));
+}
+
+TEST_F(FileLockTest, ALockLetGoIsFreeForTheNext) {
+  FileLock lock(kPath);
+  lock.release();
+  EXPECT_FALSE(lock.isLocked());
+  EXPECT_EQ(lock.result(), Result::held);
+  EXPECT_FALSE(host::exists(kLock));
+  EXPECT_EQ(FileLock(kPath, atOnce).result(), Result::held);
+  lock.release();
+}
+
+TEST_F(FileLockTest, TheUmaskDoesNotReachTheLockFileAndStaysAsItWas) {
+  ::umask(077);
+  const FileLock lock(kPath);
+  EXPECT_EQ(host::modeOf(kLock), 0666u);
+  EXPECT_EQ(::umask(022), 077u);
+}
+
+TEST_F(FileLockTest, TheDescriptorIsCloseOnExec) {
+  const FileLock lock(kPath);
+  bool found = false;
+  for (const std::string& line : openDescriptors()) {
+    if (line.find(kLock) == std::string::npos) continue;
+    found = true;
+    EXPECT_EQ(::fcntl(std::atoi(line.c_str()), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+  }
+  EXPECT_TRUE(found);
+}
+
+TEST_F(FileLockTest, WhatIsNoRegularFileIsNoLockFile) {
+  host::writeFile("/tmp/target", "text");
+  const std::function<void()> obstacles[] = {
+      [] { host::makeLink(kLock, "/tmp/target"); },
+      [] { host::makeLink(kLock, "/tmp/missing"); },
+      [] { host::makeFifo(kLock); },
+      [] { host::makeDirs(kLock); },
+  };
+  for (const auto& obstacle : obstacles) {
+    host::remove(kLock);
+    obstacle();
+    EXPECT_EQ(FileLock(kPath).result(), Result::unavailable);
+    EXPECT_TRUE(host::exists(kLock));
+  }
+  EXPECT_EQ(host::readFile("/tmp/target"), "text");
+  EXPECT_FALSE(host::exists("/tmp/missing"));
+}
+
+// A lock directory at its default place is missing after every boot, and anybody can put a link there first.
+TEST_F(FileLockTest, ALockDirectoryThatIsAnotherUsersLinkIsNotUsed) {
+  SKIP_WITHOUT_OTHER_USERS();
+  host::makeDirs("/etc/elsewhere");
+  host::remove("/tmp/lock");
+  host::makeLink("/tmp/lock", "/etc/elsewhere");
+  ASSERT_EQ(::lchown("/tmp/lock", 65534, 65534), 0);
+  EXPECT_EQ(FileLock(kPath).result(), Result::unavailable);
+  EXPECT_EQ(FileLock(kPath, atOnce).result(), Result::unavailable);
+  EXPECT_FALSE(host::exists("/etc/elsewhere/hip.conf.lock"));
+  host::remove("/etc/elsewhere");
+}
+
+TEST_F(FileLockTest, ALockDirectoryThatIsOurOwnLinkIsUsed) {
+  host::makeDirs("/tmp/elsewhere");
+  host::remove("/tmp/lock");
+  host::makeLink("/tmp/lock", "/tmp/elsewhere");
+  const FileLock lock(kPath);
+  EXPECT_TRUE(lock.isLocked());
+  EXPECT_TRUE(host::exists("/tmp/elsewhere/hip.conf.lock"));
+}
+
+TEST_F(FileLockTest, ATimedLockEndsInTimeThoughItsFileIsReplacedAgainAndAgain) {
+  FaultPlan plan;
+  plan.at = 1000000;
+  plan.calls = {"fstatat"};
+  plan.before = [](std::size_t) {
+    host::remove(kLock);
+    host::writeFile(kLock, "another");
+  };
+  const ArmedFaults armed{plan};
+  EXPECT_EQ(FileLock(kPath, milliseconds(50)).result(), Result::busy);
+}
+
+TEST_F(FileLockTest, WithoutADirectoryOrARightOrANameThereIsNoLock) {
+  EXPECT_EQ(FileLock("").result(), Result::unavailable);
+  EXPECT_EQ(FileLock(std::string("hip\0conf", 8)).result(), Result::unavailable);
+  {
+    host::setMode("/tmp/lock", 0500);
+    const host::BoundByModes bound;
+    EXPECT_EQ(FileLock(kPath).result(), Result::unavailable);
+  }
+  host::remove("/tmp/lock");
+  EXPECT_EQ(FileLock(kPath).result(), Result::unavailable);
+}
+
+TEST_F(FileLockTest, ATimedLockWaitsForItsHolderAndNoLonger) {
+  const FileLock lock(kPath);
+  const auto start = steady_clock::now();
+  EXPECT_EQ(FileLock(kPath, milliseconds(200)).result(), Result::busy);
+  EXPECT_GE(steady_clock::now() - start, milliseconds(200));
+  EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(5));
+}
+
+TEST_F(FileLockTest, ATimedLockIsTakenAsSoonAsItIsFree) {
+  FileLock lock(kPath);
+  std::thread holder([&] {
+    std::this_thread::sleep_for(milliseconds(100));
+    lock.release();
+  });
+  EXPECT_EQ(FileLock(kPath, std::chrono::seconds(20)).result(), Result::held);
+  holder.join();
+}
+
+TEST_F(FileLockTest, AHolderThatDiesLetsGo) {
+  Child holder(holdForever);
+  waitFor([] { return host::exists("/tmp/held"); });
+  EXPECT_TRUE(isHeldElsewhere());
+  holder.end(SIGKILL);
+  EXPECT_TRUE(host::exists(kLock));
+  EXPECT_EQ(FileLock(kPath, std::chrono::seconds(20)).result(), Result::held);
+  EXPECT_FALSE(host::exists(kLock));
+}
+
+TEST_F(FileLockTest, TwoWaitersOnADyingHolderGetTheLockOneAfterTheOther) {
+  Child holder(holdForever);
+  waitFor([] { return host::exists("/tmp/held"); });
+  const auto enter = [] {
+    const FileLock lock(kPath);
+    if (!lock.isLocked() || ::mkdir("/tmp/inside", 0700) != 0) return 1;
+    std::this_thread::sleep_for(milliseconds(50));
+    return ::rmdir("/tmp/inside") == 0 ? 0 : 1;
+  };
+  Child one(enter);
+  Child two(enter);
+  std::this_thread::sleep_for(milliseconds(100));
+  holder.end(SIGKILL);
+  EXPECT_EQ(one.wait(), 0);
+  EXPECT_EQ(two.wait(), 0);
+  EXPECT_FALSE(host::exists(kLock));
+}
+
+TEST_F(FileLockTest, AWaiterOnARemovedLockFileStartsOver) {
+  // The last holder removes the file and lets go after the waiter has opened it.
+  FaultPlan plan;
+  plan.calls = {"openat", "flock"};
+  plan.before = [](std::size_t call) {
+    if (call == 2) host::remove(kLock);
+  };
+  const ArmedFaults armed{plan};
+  const FileLock lock(kPath);
+  EXPECT_TRUE(lock.isLocked());
+  EXPECT_THAT(armed.calls(), testing::ElementsAre("openat", "flock", "openat", "flock"));
+  EXPECT_TRUE(host::exists(kLock));  // a new one, locked
+  EXPECT_TRUE(isHeldElsewhere());
+}
+
+TEST_F(FileLockTest, AWaiterOnAReplacedLockFileStartsOver) {
+  FaultPlan plan;
+  plan.calls = {"openat", "flock"};
+  plan.before = [](std::size_t call) {
+    if (call != 2) return;
+    host::remove(kLock);
+    host::writeFile("/tmp/lock/other", "");  // so that the number of the removed file is not used again
+    host::writeFile(kLock, "");
+  };
+  const ArmedFaults armed{plan};
+  const FileLock lock(kPath);
+  EXPECT_TRUE(lock.isLocked());
+  EXPECT_EQ(armed.count(), 4u);
+  EXPECT_TRUE(isHeldElsewhere());
+}
+
+TEST_F(FileLockTest, AFileThatTookThePlaceOfOursIsNotRemoved) {
+  FileLock lock(kPath);
+  ASSERT_EQ(::unlink(kLock), 0);
+  const FileLock other(kPath, atOnce);
+  ASSERT_TRUE(other.isLocked());
+  lock.release();
+  EXPECT_TRUE(host::exists(kLock));
+}
+
+TEST_F(FileLockTest, EightProcessesLoseNoneOfTheirIncrements) {
+  constexpr int processes = 8;
+  constexpr int increments = 2000;
+  host::writeFile("/tmp/counter", "0");
+  const auto work = [] {
+    for (int i = 0; i < increments; ++i) {
+      const FileLock lock("/tmp/counter");
+      char text[16] = {};
+      const UniqueFd fd(::open("/tmp/counter", O_RDWR | O_CLOEXEC));
+      if (!lock.isLocked() || ::read(fd.get(), text, sizeof text - 1) < 1) return 1;
+      const std::string next = std::to_string(std::atoi(text) + 1);
+      if (::pwrite(fd.get(), next.data(), next.size(), 0) < 1) return 1;
+    }
+    return 0;
+  };
+  {
+    std::vector<std::unique_ptr<Child>> children;
+    for (int i = 0; i < processes; ++i) children.push_back(std::make_unique<Child>(work));
+    for (auto& child : children) EXPECT_EQ(child->wait(), 0);
+  }
+  EXPECT_EQ(host::readFile("/tmp/counter"), "16000");
+  EXPECT_FALSE(host::exists("/tmp/lock/counter.lock"));
+}
+
+TEST_F(FileLockTest, ThreadsExcludeEachOtherAndTheUmaskComesBack) {
+  ::umask(027);
+  // A plain counter in effect: an update is lost when two threads make theirs together. The thread sanitizer, which
+  // knows nothing of file locks, is told by the type that they do not.
+  std::atomic<int> counter{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < 200; ++i) {
+        const FileLock lock(kPath);
+        if (lock.isLocked()) counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(counter, 800);
+  EXPECT_EQ(::umask(022), 027u);
+}
+
+TEST_F(FileLockTest, AFaultAnywhereMeansNoLockAndLeaksNothing) {
+  const FaultLoop loop{[] { host::reset(); }};
+  const std::size_t steps = forEachFault(
+      loop, [] { return FileLock(kPath).result(); },
+      [](Result result, const Fault& fault) {
+        const bool isRelease = fault.step > 6;
+        EXPECT_EQ(result, fault && !isRelease ? Result::unavailable : Result::held);
+      });
+  // open, openat, fstat, flock, fstat, fstatat; fstat, fstatat, unlinkat, close, close
+  EXPECT_EQ(steps, 11u);
+}
+
+TEST_F(FileLockTest, AnInterruptedWaitGoesOn) {
+  FaultPlan plan;
+  plan.at = 1;
+  plan.error = EINTR;
+  plan.calls = {"flock"};
+  const ArmedFaults armed{plan};
+  EXPECT_TRUE(FileLock(kPath).isLocked());
+}
+
+// The directory is found once in a process, so that this test runs itself again in a fresh one.
+using FileLockDirectoryTest = HostTest;
+TEST_F(FileLockDirectoryTest, ALockDirectoryWithoutASlashGetsOne) {
+  constexpr const char* mark = "RAVCTL_TEST_IS_FRESH";
+  if (::getenv(mark) == nullptr) {
+    Child child([] {
+      ::setenv(mark, "1", 1);
+      const char* words[] = {"/proc/self/exe", "--gtest_filter=FileLockDirectoryTest.*", nullptr};
+      const int log = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+      ::dup2(log, 1);
+      ::execv(words[0], const_cast<char**>(words));
+      return 99;
+    });
+    EXPECT_EQ(child.wait(), 0);
+    return;
+  }
+  ::setenv("ZUV_LOCK_DIR", "/tmp/locks", 1);
+  EXPECT_EQ(FileUtils::lockDir(), "/tmp/locks/");
+  EXPECT_EQ(host::modeOf("/tmp/locks"), 0750u);
+  {
+    const FileLock lock("/etc/zuv/profiles/profile-1/hip.conf");
+    EXPECT_TRUE(lock.isLocked());
+    EXPECT_EQ(host::tree("/tmp/locks"), "f 0666 hip.conf.lock \"\"\n");
+  }
+  EXPECT_EQ(host::tree("/tmp/locks"), "");
+  ::setenv("ZUV_LOCK_DIR", "/later", 1);
+  EXPECT_EQ(FileUtils::lockDir(), "/tmp/locks/");
+}
+
+}  // namespace

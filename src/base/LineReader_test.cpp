@@ -1,0 +1,194 @@
+#include "base/LineReader.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "testing/FaultInjector.h"
+#include "testing/HostTest.h"
+
+namespace {
+
+using testing::ElementsAre;
+using Texts = std::vector<std::string>;
+
+constexpr const char* kFile = "/tmp/file";
+
+class LineReaderTest : public HostTest {};
+
+OpenedFile opened(const std::string& content) {
+  host::writeFile(kFile, content);
+  OpenedFile file;
+  EXPECT_TRUE(openForReading(AT_FDCWD, kFile, file));
+  return file;
+}
+
+// All pieces; one that goes on with a line is marked by a plus.
+Texts piecesOf(LineReader& reader) {
+  Texts pieces;
+  for (LinePiece piece; reader.next(piece);) {
+    pieces.push_back((piece.startsLine ? "" : "+") + std::string(piece.text));
+  }
+  return pieces;
+}
+
+Texts piecesOf(const std::string& content, std::size_t lineBufferSize) {
+  const OpenedFile file = opened(content);
+  LineReader reader(file, lineBufferSize);
+  return piecesOf(reader);
+}
+
+TEST_F(LineReaderTest, PiecesAreLinesWithTheirEnds) {
+  EXPECT_THAT(piecesOf("", 100), ElementsAre());
+  EXPECT_THAT(piecesOf("\n", 100), ElementsAre("\n"));
+  EXPECT_THAT(piecesOf("one\n\ntwo\r\n", 100), ElementsAre("one\n", "\n", "two\r\n"));
+}
+
+TEST_F(LineReaderTest, ALastLineWithoutNewlineIsAPiece) {
+  EXPECT_THAT(piecesOf("one\ntwo", 100), ElementsAre("one\n", "two"));
+}
+
+TEST_F(LineReaderTest, ALineBufferOfNBytesHoldsOneLess) {
+  EXPECT_THAT(piecesOf("1234567\nx\n", 5), ElementsAre("1234", "+567\n", "x\n"));
+  EXPECT_THAT(piecesOf("123\nx\n", 5), ElementsAre("123\n", "x\n"));
+  EXPECT_THAT(piecesOf("1234\nx\n", 5), ElementsAre("1234", "+\n", "x\n"));
+  EXPECT_THAT(piecesOf("12345678", 5), ElementsAre("1234", "+5678"));
+}
+
+TEST_F(LineReaderTest, TheThreeBuffersOfTheProgramHoldOneLess) {
+  for (const std::size_t size : {std::size_t{4096}, std::size_t{8000}, std::size_t{1024}}) {
+    SCOPED_TRACE(size);
+    const std::string line(size - 1, 'x');
+    EXPECT_THAT(piecesOf(line + "\n", size), ElementsAre(line, "+\n"));
+    EXPECT_THAT(piecesOf(line.substr(1) + "\n", size), ElementsAre(line.substr(1) + "\n"));
+  }
+}
+
+TEST_F(LineReaderTest, ZeroBytesAreOrdinaryBytes) {
+  EXPECT_THAT(piecesOf(std::string("a\0b\n\0", 5), 100), ElementsAre(std::string("a\0b\n", 4), std::string("\0", 1)));
+}
+
+TEST_F(LineReaderTest, PiecesDoNotDependOnHowReadsAreCut) {
+  const std::string content = "one\n" + std::string(3000, 'x') + "\n\nlast";
+  const OpenedFile file = opened(content);
+  FaultPlan plan;
+  plan.oneByteAtATime = true;
+  const ArmedFaults armed{plan};
+  LineReader reader(file, 1000);
+  EXPECT_THAT(piecesOf(reader), ElementsAre("one\n", std::string(999, 'x'), "+" + std::string(999, 'x'),
+                                            "+" + std::string(999, 'x'), "+xxx\n", "\n", "last"));
+}
+
+TEST_F(LineReaderTest, ABorrowedBufferOfThatSizeIsEnough) {
+  const OpenedFile file = opened("1234567\nx\n");
+  char buffer[5];
+  LineReader reader(file, 5, buffer, sizeof buffer);
+  EXPECT_THAT(piecesOf(reader), ElementsAre("1234", "+567\n", "x\n"));
+}
+
+TEST_F(LineReaderTest, AFileSmallerThanTheBufferIsReadOnce) {
+  const OpenedFile file = opened("one\ntwo\n");
+  const ArmedFaults counted{FaultPlan{}};
+  LineReader reader(file, 8000);
+  EXPECT_THAT(piecesOf(reader), ElementsAre("one\n", "two\n"));
+  EXPECT_THAT(counted.calls(), ElementsAre("read"));
+}
+
+TEST_F(LineReaderTest, AFileSaidToBeEmptyIsReadToItsEnd) {
+  OpenedFile file;
+  ASSERT_TRUE(openForReading(AT_FDCWD, "/proc/self/status", file));
+  ASSERT_EQ(file.size, 0);
+  LineReader reader(file, 1024);
+  EXPECT_GT(piecesOf(reader).size(), 10u);
+}
+
+TEST_F(LineReaderTest, AFileThatEndsEarlyJustEnds) {
+  const OpenedFile file = opened("one\ntwo\n");
+  ASSERT_EQ(::truncate(kFile, 5), 0);
+  LineReader reader(file, 100);
+  EXPECT_THAT(piecesOf(reader), ElementsAre("one\n", "t"));
+  EXPECT_FALSE(reader.failed());
+}
+
+TEST_F(LineReaderTest, AReadErrorIsNotTheEnd) {
+  const OpenedFile file = opened("one\n" + std::string(100000, 'x'));
+  FaultPlan plan;
+  plan.at = 2;
+  plan.calls = {"read"};
+  const ArmedFaults armed{plan};
+  LineReader reader(file, 80000);
+  EXPECT_THAT(piecesOf(reader), ElementsAre("one\n"));
+  EXPECT_TRUE(reader.failed());
+  LinePiece piece{"old", true};
+  EXPECT_FALSE(reader.next(piece));
+  EXPECT_EQ(piece.text, "old");
+}
+
+TEST_F(LineReaderTest, AReaderOfNothingHasNoLines) {
+  LineReader reader;
+  EXPECT_THAT(piecesOf(reader), ElementsAre());
+  EXPECT_FALSE(reader.failed());
+}
+
+// --- Whole lines
+
+struct WholeLines {
+  Texts lines;
+  WholeLineReader::Result last;
+};
+
+WholeLines wholeLinesOf(const std::string& content, std::size_t limit = WholeLineReader::defaultLimit) {
+  const OpenedFile file = opened(content);
+  WholeLineReader reader(file, limit);
+  WholeLines result;
+  for (std::string line; (result.last = reader.next(line)) == WholeLineReader::Result::line;) {
+    result.lines.push_back(line);
+  }
+  return result;
+}
+
+TEST_F(LineReaderTest, WholeLinesArePutTogetherFromPieces) {
+  const std::string line(5000, 'x');
+  const WholeLines result = wholeLinesOf("one\n" + line + "\n\nlast");
+  EXPECT_THAT(result.lines, ElementsAre("one\n", line + "\n", "\n", "last"));
+  EXPECT_EQ(result.last, WholeLineReader::Result::end);
+}
+
+TEST_F(LineReaderTest, ALineMustBeShorterThanTheLimitLess500) {
+  for (const std::size_t limit : {std::size_t{700}, std::size_t{2000}, std::size_t{3001}}) {
+    SCOPED_TRACE(limit);
+    const std::string longest = std::string(limit - 500 - 2, 'x') + "\n";
+    EXPECT_THAT(wholeLinesOf(longest, limit).lines, ElementsAre(longest));
+    EXPECT_EQ(wholeLinesOf("x" + longest, limit).last, WholeLineReader::Result::tooLong);
+    EXPECT_THAT(wholeLinesOf(std::string(limit - 500 - 1, 'x'), limit).last, WholeLineReader::Result::end);
+    EXPECT_THAT(wholeLinesOf(std::string(limit - 500, 'x'), limit).last, WholeLineReader::Result::tooLong);
+  }
+}
+
+TEST_F(LineReaderTest, ACarriageReturnAtTheEndOfAChunkEndsTheLine) {
+  const std::string chunk = std::string(498, 'x') + "\r";
+  EXPECT_THAT(wholeLinesOf(chunk + "next\n").lines, ElementsAre(chunk, "next\n"));
+  EXPECT_THAT(wholeLinesOf(chunk).lines, ElementsAre(chunk));
+}
+
+TEST_F(LineReaderTest, ALineFeedBehindSuchACarriageReturnIsALineOfItsOwn) {
+  const std::string line = std::string(498, 'x') + "\r";
+  EXPECT_THAT(wholeLinesOf(line + "\nnext\n").lines, ElementsAre(line, "\n", "next\n"));
+}
+
+TEST_F(LineReaderTest, ACarriageReturnElsewhereIsAnOrdinaryByte) {
+  EXPECT_THAT(wholeLinesOf("a\rb\r\n\rc\n").lines, ElementsAre("a\rb\r\n", "\rc\n"));
+}
+
+TEST_F(LineReaderTest, AFailedReadOfAWholeLineIsNotItsEnd) {
+  const OpenedFile file = opened(std::string(100000, 'x'));
+  FaultPlan plan;
+  plan.at = 2;
+  plan.calls = {"read"};
+  const ArmedFaults armed{plan};
+  WholeLineReader reader(file, WholeLineReader::defaultLimit);
+  std::string line;
+  EXPECT_EQ(reader.next(line), WholeLineReader::Result::failed);
+}
+
+}  // namespace

@@ -1,0 +1,108 @@
+// The removal of whole trees: any depth, few descriptors, never through a link.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "base/FileAccess.h"
+#include "base/FileUtils.h"
+
+namespace FileUtils {
+namespace {
+
+// A tree may be deeper than there are descriptors, or than one path can tell: only the lowest directories stay open.
+// The others are found again through "..", and count only when they are still the ones that were left.
+class TreeRemover {
+ public:
+  // Empties the directory that `path` leads to, unless it is a link by now.
+  void empty(const std::string& path) {
+    enter(AT_FDCWD, path);
+    while (!levels_.empty()) {
+      if (!levels_.back().directories.empty()) {
+        descend();
+      } else if (!ascend()) {
+        return;
+      }
+    }
+  }
+
+ private:
+  static constexpr std::size_t keptOpen = 16;
+
+  struct Level {
+    std::string name;  // in the level above
+    UniqueFd fd;
+    struct stat info = {};
+    std::vector<std::string> directories;  // those still to be removed
+  };
+
+  // Opens a directory, unlinks what can be unlinked in it and makes it the lowest level.
+  bool enter(int parentFd, const std::string& name) {
+    Level level;
+    constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    level.fd.reset(uninterrupted([&] { return ::openat(parentFd, name.c_str(), flags); }));
+    if (!level.fd.isOpen() || ::fstat(level.fd.get(), &level.info) != 0) return false;
+    DirectoryListing listing = listOpenDirectory(level.fd.get());
+    for (const auto* names : {&listing.files, &listing.linksToFiles, &listing.linksToDirectories}) {
+      for (const std::string& entry : *names) (void)::unlinkat(level.fd.get(), entry.c_str(), 0);
+    }
+    level.name = name;
+    level.directories = std::move(listing.directories);
+    levels_.push_back(std::move(level));
+    if (levels_.size() > keptOpen) levels_[levels_.size() - 1 - keptOpen].fd.reset();
+    return true;
+  }
+
+  void descend() {
+    Level& level = levels_.back();
+    const std::string name = std::move(level.directories.back());
+    level.directories.pop_back();
+    const int fd = level.fd.get();
+    if (!enter(fd, name)) (void)::unlinkat(fd, name.c_str(), AT_REMOVEDIR);
+  }
+
+  // Back to the level above, which loses the directory just emptied. False when there is no way back.
+  bool ascend() {
+    const Level done = std::move(levels_.back());
+    levels_.pop_back();
+    if (levels_.empty()) return true;
+    Level& above = levels_.back();
+    if (!above.fd.isOpen() && !reopen(above, done.fd.get())) return false;
+    (void)::unlinkat(above.fd.get(), done.name.c_str(), AT_REMOVEDIR);
+    return true;
+  }
+
+  static bool reopen(Level& level, int childFd) {
+    UniqueFd fd(uninterrupted([&] { return ::openat(childFd, "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    struct stat info = {};
+    if (!fd.isOpen() || ::fstat(fd.get(), &info) != 0 || !isSameFile(info, level.info)) return false;
+    level.fd = std::move(fd);
+    return true;
+  }
+
+  std::vector<Level> levels_;
+};
+
+// A slash at the end would make the system follow a link.
+std::string withoutSlashesAtEnd(const std::string& path) { return path.substr(0, path.find_last_not_of('/') + 1); }
+
+bool isRoot(const struct stat& info) {
+  struct stat root = {};
+  return ::lstat("/", &root) == 0 && isSameFile(info, root);
+}
+
+}  // namespace
+
+Status removeTree(const std::string& path) {
+  if (!isUsablePath(path) || path[0] != '/') return Status::of(status::invalidArgument);
+  const std::string tree = withoutSlashesAtEnd(path);
+  if (tree.empty()) return Status::of(status::invalidArgument);
+  struct stat info = {};
+  if (::lstat(tree.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) return removeFile(tree);
+  if (isRoot(info)) return Status::of(status::invalidArgument);
+  TreeRemover().empty(tree);
+  return removeDir(tree);
+}
+
+}  // namespace FileUtils

@@ -1,0 +1,197 @@
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <thread>
+
+#include "base/FileUtils.h"
+#include "testing/FaultInjector.h"
+#include "testing/HostTest.h"
+
+namespace {
+
+constexpr const char* kTree = "/tmp/tree";
+
+class RemoveTreeTest : public HostTest {};
+
+TEST_F(RemoveTreeTest, ATreeIsRemovedWithEverythingBelow) {
+  host::writeFile("/tmp/tree/file", "");
+  host::writeFile("/tmp/tree/a/b/c/file", "");
+  host::makeDirs("/tmp/tree/empty");
+  host::makeDirs("/tmp/tree/a/other");
+  EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::success));
+  EXPECT_FALSE(host::exists(kTree));
+}
+
+TEST_F(RemoveTreeTest, ARelativePathRemovesNothing) {
+  host::writeFile("/tmp/tree/file", "");
+  ASSERT_EQ(::chdir("/tmp"), 0);
+  for (const char* path : {"tree", "./tree", "../tmp/tree"}) {
+    EXPECT_THAT(FileUtils::removeTree(path), HasCode(status::invalidArgument));
+  }
+  EXPECT_TRUE(host::exists("/tmp/tree/file"));
+}
+
+TEST_F(RemoveTreeTest, TheRootIsAnInvalidArgumentInAnySpelling) {
+  host::writeFile("/tmp/tree/file", "");
+  const ArmedFaults armed{FaultPlan{1, true, EPERM, {"unlinkat", "rmdir", "unlink"}, false}};  // in case it were tried
+  for (const char* path : {"/", "//", "///", "/.", "/..", "/tmp/..", "/../", "/tmp/../."}) {
+    SCOPED_TRACE(path);
+    EXPECT_THAT(FileUtils::removeTree(path), HasCode(status::invalidArgument));
+  }
+  EXPECT_EQ(armed.count(), 0u);
+}
+
+TEST_F(RemoveTreeTest, WhatIsNoDirectoryIsUnlinked) {
+  host::writeFile("/tmp/file", "");
+  host::makeFifo("/tmp/fifo");
+  EXPECT_THAT(FileUtils::removeTree("/tmp/file"), HasCode(status::success));
+  EXPECT_THAT(FileUtils::removeTree("/tmp/fifo"), HasCode(status::success));
+  EXPECT_THAT(FileUtils::removeTree("/tmp/missing"), HasCode(status::success));
+  EXPECT_FALSE(host::exists("/tmp/file"));
+  EXPECT_FALSE(host::exists("/tmp/fifo"));
+}
+
+TEST_F(RemoveTreeTest, ALinkAtTheTopIsUnlinkedAndNotGoneThrough) {
+  host::writeFile("/tmp/target/file", "");
+  for (const char* path : {"/tmp/link", "/tmp/link/", "/tmp/link//"}) {
+    SCOPED_TRACE(path);
+    host::makeLink("/tmp/link", "/tmp/target");
+    EXPECT_THAT(FileUtils::removeTree(path), HasCode(status::success));
+    EXPECT_FALSE(host::exists("/tmp/link"));
+    EXPECT_TRUE(host::exists("/tmp/target/file"));
+  }
+}
+
+TEST_F(RemoveTreeTest, LinksInsideAreUnlinkedAndNotGoneThrough) {
+  host::writeFile("/tmp/target/file", "");
+  host::makeDirs("/tmp/tree/a");
+  host::makeLink("/tmp/tree/to-directory", "/tmp/target");
+  host::makeLink("/tmp/tree/a/to-file", "/tmp/target/file");
+  EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::success));
+  EXPECT_FALSE(host::exists(kTree));
+  EXPECT_TRUE(host::exists("/tmp/target/file"));
+}
+
+TEST_F(RemoveTreeTest, OtherEntriesStayAndTheLastStepFails) {
+  host::makeFifo("/tmp/tree/a/fifo");
+  host::writeFile("/tmp/tree/a/file", "");
+  host::writeFile("/tmp/tree/b/file", "");
+  host::makeLink("/tmp/tree/nowhere", "/tmp/missing");
+  EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::rmdirError));
+  EXPECT_EQ(host::tree(kTree), "d 0755 a\np 0644 a/fifo\nl nowhere -> /tmp/missing\n");
+}
+
+TEST_F(RemoveTreeTest, ATreeDeeperThanAPathCanTellIsRemoved) {
+  constexpr int depth = 5000;
+  host::makeDirs(kTree);
+  {
+    UniqueFd fd = FileUtils::openDirectory(kTree);
+    for (int i = 0; i < depth; ++i) {
+      ASSERT_EQ(::mkdirat(fd.get(), "deep", 0755), 0);
+      ASSERT_EQ(::mkdirat(fd.get(), "side", 0755), 0);
+      UniqueFd next(::openat(fd.get(), "deep", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+      ASSERT_TRUE(next.isOpen());
+      fd = std::move(next);
+    }
+  }
+  rlimit old = {};
+  ::getrlimit(RLIMIT_NOFILE, &old);
+  const rlimit few = {64, old.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+  EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::success));
+  ::setrlimit(RLIMIT_NOFILE, &old);
+  EXPECT_FALSE(host::exists(kTree));
+}
+
+TEST_F(RemoveTreeTest, ADirectoryThatBecomesALinkBeforeItIsEnteredIsNotGoneThrough) {
+  host::writeFile("/tmp/target/file", "");
+  host::makeDirs("/tmp/tree/a");
+  FaultPlan plan;
+  plan.calls = {"openat"};
+  plan.before = [](std::size_t call) {
+    if (call != 3) return;  // after the top and its listing
+    host::remove("/tmp/tree/a");
+    host::makeLink("/tmp/tree/a", "/tmp/target");
+  };
+  const ArmedFaults armed{plan};
+  EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::rmdirError));
+  EXPECT_EQ(host::tree("/tmp/tree"), "l a -> /tmp/target\n");
+  EXPECT_TRUE(host::exists("/tmp/target/file"));
+}
+
+TEST_F(RemoveTreeTest, ADeepDirectoryThatIsMovedAwayMeanwhileEndsTheRemoval) {
+  // Below 16 levels the way back is "..": it must lead to where it came from.
+  std::string path = kTree;
+  for (int i = 0; i < 20; ++i) path += "/d";
+  host::makeDirs(path);
+  host::writeFile("/tmp/elsewhere/file", "");
+  FaultPlan plan;
+  plan.calls = {"openat"};
+  plan.before = [](std::size_t call) {
+    if (call != 43) return;  // 21 directories opened and listed; the first way back that is not open any more
+    std::string fifth = kTree;
+    for (int i = 0; i < 5; ++i) fifth += "/d";
+    ASSERT_EQ(::rename(fifth.c_str(), "/tmp/elsewhere/d"), 0);
+  };
+  const ArmedFaults armed{plan};
+  EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::rmdirError));
+  EXPECT_EQ(host::tree("/tmp/elsewhere"), "d 0755 d\nf 0644 file \"\"\n");
+}
+
+TEST_F(RemoveTreeTest, ALinkThatTakesThePlaceOfADirectoryAgainAndAgainIsNeverGoneThrough) {
+  host::writeFile("/tmp/target/file", "");
+  std::atomic<bool> isOver{false};
+  std::thread swapper([&] {
+    while (!isOver) {
+      (void)::rename("/tmp/tree/a", "/tmp/spare");
+      [[maybe_unused]] const int linked = ::symlink("/tmp/target", "/tmp/tree/a");
+      (void)::unlink("/tmp/tree/a");
+      (void)::rename("/tmp/spare", "/tmp/tree/a");
+    }
+  });
+  for (int i = 0; i < 2000; ++i) {
+    (void)::mkdir("/tmp/tree", 0755);
+    (void)::mkdir("/tmp/tree/a", 0755);
+    (void)FileUtils::removeTree(kTree);  // whatever it could remove in that turmoil
+  }
+  isOver = true;
+  swapper.join();
+  EXPECT_TRUE(host::exists("/tmp/target/file"));
+}
+
+TEST_F(RemoveTreeTest, ADirectoryThatCannotBeReadDoesNotKeepItsNeighbours) {
+  host::writeFile("/tmp/tree/closed/file", "");
+  host::writeFile("/tmp/tree/open/file", "");
+  host::setMode("/tmp/tree/closed", 0);
+  {
+    const host::BoundByModes bound;
+    EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::rmdirError));
+  }
+  host::setMode("/tmp/tree/closed", 0755);
+  EXPECT_EQ(host::tree(kTree), "d 0755 closed\nf 0644 closed/file \"\"\n");
+}
+
+TEST_F(RemoveTreeTest, AFaultAnywhereLeaksNothingAndTouchesNothingElse) {
+  const FaultLoop loop{[] {
+    host::reset();
+    host::writeFile("/tmp/outside", "");
+    host::writeFile("/tmp/tree/a/file", "");
+    host::makeLink("/tmp/tree/link", "/tmp/outside");
+  }};
+  const std::size_t steps = forEachFault(
+      loop, [] { return FileUtils::removeTree(kTree); },
+      [](const Status& result, const Fault&) {
+        EXPECT_EQ(result.isSuccess(), !host::exists(kTree));
+        if (!result.isSuccess()) {
+          EXPECT_THAT(result.code(), testing::AnyOf(status::rmdirError, status::unlinkError));
+        }
+        EXPECT_TRUE(host::exists("/tmp/outside"));
+      });
+  EXPECT_EQ(steps, 29u);
+}
+
+}  // namespace
