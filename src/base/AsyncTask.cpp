@@ -1,0 +1,48 @@
+#include "base/AsyncTask.h"
+
+#include "log/BasicLog.h"
+
+namespace {
+constexpr char sourceName[] = "ThreadUtils.cpp";
+}
+
+void AsyncTask::logStep(std::string_view text, std::string_view function) const {
+  static BasicLog::Logger& log = BasicLog::getLogger(BasicLog::threadUtilsLogger);
+  if (!log.isEnabled(BasicLog::Level::info)) return;
+  BasicLog::Entry entry(log, BasicLog::Level::info, text, sourceName, function);
+  entry.add("task", taskName_);
+}
+
+bool AsyncTask::asyncStartup() {
+  logStep("AsyncTask starting up", "asyncStartup");
+  const ScopedLock lock(mutex_);
+  const bool isStarted = state_ == State::ready && start();
+  state_ = isStarted ? State::running : State::failed;
+  return isStarted;
+}
+
+void AsyncTask::asyncShutdown() {
+  logStep("AsyncTask beginning shutdown", "asyncShutdown");
+  const ScopedLock lock(mutex_);
+  if (state_ == State::ready) {
+    state_ = State::stopped;
+  } else if (state_ == State::running) {
+    state_ = State::stopping;
+    beginShutdown();
+  }
+}
+
+bool AsyncTask::isStopped() {
+  const ScopedLock lock(mutex_);
+  if (state_ == State::stopping) continueShutdown();
+  return state_ == State::stopped || state_ == State::failed;
+}
+
+AsyncTask::State AsyncTask::state() const {
+  const ScopedLock lock(mutex_);
+  return state_;
+}
+
+void AsyncTask::finishShutdown() {
+  if (state_ == State::stopping) state_ = State::stopped;
+}

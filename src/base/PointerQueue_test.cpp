@@ -1,0 +1,239 @@
+#include "base/PointerQueue.h"
+
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <new>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "log/BasicLog.h"
+
+// The allocations that may fail: the library's, unless a test breaks them.
+namespace {
+bool allocationsFail = false;
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return allocationsFail ? nullptr : ::operator new(size);
+}
+
+// Breaks a queue as no caller can.
+class SimplePointerQueuePeer {
+ public:
+  static void loseTail(SimplePointerQueue& queue) {
+    queue.tail_ = nullptr;
+    queue.in_ = queue.inEnd_ = nullptr;
+  }
+};
+
+namespace {
+
+int items[1'000];
+
+void pushItems(SimplePointerQueue& queue, std::size_t from, std::size_t to) {
+  for (std::size_t i = from; i < to; ++i) ASSERT_TRUE(queue.push(&items[i]));
+}
+
+void expectItems(SimplePointerQueue& queue, std::size_t from, std::size_t to) {
+  for (std::size_t i = from; i < to; ++i) ASSERT_EQ(queue.pop(), &items[i]) << i;
+}
+
+TEST(PointerQueue, AnEmptyOneGivesNull) {
+  SimplePointerQueue queue;
+  EXPECT_EQ(queue.pop(), nullptr);
+  EXPECT_EQ(queue.blockCount(), 0U);
+  EXPECT_FALSE(queue.hasSpare());
+}
+
+TEST(PointerQueue, NullIsRefused) {
+  SimplePointerQueue queue;
+  EXPECT_FALSE(queue.push(nullptr));
+  EXPECT_EQ(queue.blockCount(), 0U);
+}
+
+TEST(PointerQueue, GivesThePointersInTheirOrder) {
+  SimplePointerQueue queue;
+  pushItems(queue, 0, 1'000);
+  expectItems(queue, 0, 1'000);
+  EXPECT_EQ(queue.pop(), nullptr);
+}
+
+TEST(PointerQueue, ThirtyPointersFillABlock) {
+  SimplePointerQueue queue;
+  pushItems(queue, 0, 30);
+  EXPECT_EQ(queue.blockCount(), 1U);
+  pushItems(queue, 30, 31);
+  EXPECT_EQ(queue.blockCount(), 2U);
+  pushItems(queue, 31, 61);
+  EXPECT_EQ(queue.blockCount(), 3U);
+}
+
+TEST(PointerQueue, PoppingThirtyOneKeepsOneBlockAsTheSpare) {
+  SimplePointerQueue queue;
+  pushItems(queue, 0, 31);
+  expectItems(queue, 0, 31);
+  EXPECT_TRUE(queue.hasSpare());
+  EXPECT_EQ(queue.pop(), nullptr);
+  EXPECT_EQ(queue.blockCount(), 0U);
+  EXPECT_TRUE(queue.hasSpare());
+}
+
+TEST(PointerQueue, TheSpareIsUsedBeforeANewBlock) {
+  SimplePointerQueue queue;
+  pushItems(queue, 0, 31);
+  expectItems(queue, 0, 31);
+  allocationsFail = true;
+  pushItems(queue, 31, 61);  // the second block, which is empty again
+  EXPECT_TRUE(queue.hasSpare());
+  pushItems(queue, 61, 91);
+  EXPECT_FALSE(queue.hasSpare());
+  EXPECT_FALSE(queue.push(&items[91]));
+  allocationsFail = false;
+  expectItems(queue, 31, 91);
+}
+
+TEST(PointerQueue, ASteadyFlowAllocatesNothing) {
+  SimplePointerQueue queue;
+  pushItems(queue, 0, 31);
+  expectItems(queue, 0, 31);
+  allocationsFail = true;
+  for (int round = 0; round < 100; ++round) {
+    pushItems(queue, 0, 7);
+    expectItems(queue, 0, 7);
+  }
+  allocationsFail = false;
+  EXPECT_LE(queue.blockCount(), 1U);
+}
+
+TEST(PointerQueue, StoringIntoAnEmptyBlockStartsAtItsBeginning) {
+  SimplePointerQueue queue;
+  pushItems(queue, 0, 10);
+  expectItems(queue, 0, 10);
+  pushItems(queue, 0, 30);  // would not fit behind the ten slots used before
+  EXPECT_EQ(queue.blockCount(), 1U);
+  expectItems(queue, 0, 30);
+}
+
+TEST(PointerQueue, ARefusedPushWithoutMemoryChangesNothing) {
+  SimplePointerQueue queue;
+  allocationsFail = true;
+  EXPECT_FALSE(queue.push(&items[0]));
+  allocationsFail = false;
+  EXPECT_EQ(queue.blockCount(), 0U);
+  pushItems(queue, 0, 30);
+  allocationsFail = true;
+  EXPECT_FALSE(queue.push(&items[30]));
+  allocationsFail = false;
+  EXPECT_EQ(queue.blockCount(), 1U);
+  expectItems(queue, 0, 30);
+  EXPECT_EQ(queue.pop(), nullptr);
+}
+
+TEST(PointerQueue, PushManySkipsNullAndEmptiesWhatItPushed) {
+  SimplePointerQueue queue;
+  void* pointers[] = {&items[0], nullptr, &items[1], &items[2]};
+  EXPECT_EQ(queue.pushMany(pointers, 4), 4U);
+  for (void* pointer : pointers) EXPECT_EQ(pointer, nullptr);
+  expectItems(queue, 0, 3);
+  EXPECT_EQ(queue.pop(), nullptr);
+}
+
+TEST(PointerQueue, PushManyStopsAtTheFirstFailure) {
+  SimplePointerQueue queue;
+  pushItems(queue, 0, 28);
+  void* pointers[] = {&items[28], nullptr, &items[29], &items[30], &items[31]};
+  allocationsFail = true;
+  EXPECT_EQ(queue.pushMany(pointers, 5), 3U);
+  allocationsFail = false;
+  EXPECT_EQ(pointers[0], nullptr);
+  EXPECT_EQ(pointers[2], nullptr);
+  EXPECT_EQ(pointers[3], &items[30]);
+  EXPECT_EQ(pointers[4], &items[31]);
+  expectItems(queue, 0, 30);
+}
+
+TEST(PointerQueue, PopManyFillsTheRestWithNull) {
+  SimplePointerQueue queue;
+  pushItems(queue, 0, 2);
+  void* pointers[4] = {&items[9], &items[9], &items[9], &items[9]};
+  EXPECT_EQ(queue.popMany(pointers, 4), 4U);
+  EXPECT_EQ(pointers[0], &items[0]);
+  EXPECT_EQ(pointers[1], &items[1]);
+  EXPECT_EQ(pointers[2], nullptr);
+  EXPECT_EQ(pointers[3], nullptr);
+  EXPECT_EQ(queue.popMany(pointers, 0), 0U);
+}
+
+TEST(PointerQueue, BehavesAsAPlainQueueDoes) {
+  std::mt19937 random(6);
+  SimplePointerQueue queue;
+  std::deque<void*> model;
+  for (int step = 0; step < 100'000; ++step) {
+    const bool isFilling = (step / 200) % 2 == 0;
+    if (random() % 10 < (isFilling ? 7U : 3U)) {
+      void* item = &items[random() % 1'000];
+      ASSERT_TRUE(queue.push(item));
+      model.push_back(item);
+    } else {
+      void* expected = model.empty() ? nullptr : model.front();
+      if (!model.empty()) model.pop_front();
+      ASSERT_EQ(queue.pop(), expected);
+    }
+    ASSERT_LE(queue.blockCount(), model.size() / 30 + 2);
+  }
+}
+
+std::string lastAssertion;
+
+TEST(PointerQueue, AHeadWithoutATailIsAnAssertion) {
+  BasicLog::setAssertHandler([](const char* file, int line, const char* message) {
+    lastAssertion = std::string(file) + " " + std::to_string(line) + " " + message;
+  });
+  SimplePointerQueue queue;
+  pushItems(queue, 0, 31);
+  SimplePointerQueuePeer::loseTail(queue);
+  EXPECT_TRUE(queue.push(&items[40]));
+  BasicLog::setAssertHandler(nullptr);
+  EXPECT_EQ(lastAssertion, "ThreadUtils.cpp 498 internal linked-list error");
+  EXPECT_EQ(queue.blockCount(), 1U);
+  expectItems(queue, 40, 41);
+}
+
+TEST(PointerQueue, IsSharedUnderItsOwnLock) {
+  constexpr std::size_t producers = 16;
+  constexpr std::size_t each = 50;
+  SimplePointerQueue queue;
+  std::vector<std::thread> threads;
+  for (std::size_t p = 0; p < producers; ++p) {
+    threads.emplace_back([&queue, p] {
+      for (std::size_t i = 0; i < each; ++i) {
+        const ScopedLock lock(queue);
+        ASSERT_TRUE(queue.push(&items[p * each + i]));
+      }
+    });
+  }
+  std::vector<int> seen(producers * each);
+  std::vector<std::size_t> last(producers);
+  for (std::size_t count = 0; count < producers * each;) {
+    void* pointer = nullptr;
+    {
+      const ScopedLock lock(queue);
+      pointer = queue.pop();
+    }
+    if (pointer == nullptr) {
+      std::this_thread::yield();
+      continue;
+    }
+    const auto index = static_cast<std::size_t>(static_cast<int*>(pointer) - items);
+    ++seen[index];
+    EXPECT_GE(index % each, last[index / each]) << "out of order";
+    last[index / each] = index % each;
+    ++count;
+  }
+  for (std::thread& thread : threads) thread.join();
+  for (const int times : seen) EXPECT_EQ(times, 1);
+}
+
+}  // namespace

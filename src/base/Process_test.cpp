@@ -1,0 +1,347 @@
+#include "base/Process.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <functional>
+#include <new>
+#include <string>
+
+#include "base/FileLock.h"
+#include "profiles/ConfigLines.h"
+#include "testing/HostTest.h"
+
+namespace {
+
+// Exit statuses of a child below: it came out as claimed, or not.
+constexpr int yes = 10;
+constexpr int no = 11;
+
+// How a child ended that ran `body`: the exit status, or minus the signal that killed it.
+int endOf(const std::function<bool()>& body) {
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(body() ? yes : no);
+  int status = 0;
+  EXPECT_EQ(::waitpid(child, &status, 0), child);
+  return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+bool isNullDevice(int descriptor) {
+  struct stat null {};
+  struct stat there {};
+  return ::stat("/dev/null", &null) == 0 && ::fstat(descriptor, &there) == 0 && there.st_rdev == null.st_rdev &&
+         S_ISCHR(there.st_mode);
+}
+
+bool isOpen(int descriptor) { return ::fcntl(descriptor, F_GETFD) >= 0; }
+bool surviveExec(int descriptor) { return (::fcntl(descriptor, F_GETFD) & FD_CLOEXEC) == 0; }
+
+using Handler = void (*)(int);
+Handler handlerOf(int signal) {
+  struct sigaction action {};
+  ::sigaction(signal, nullptr, &action);
+  return action.sa_handler;
+}
+
+using ProcessTest = HostTest;
+
+// --- Descriptors
+
+TEST_F(ProcessTest, ClosedStandardDescriptorsAreOpenedOnTheNullDevice) {
+  for (unsigned closed = 0; closed < 8; ++closed) {
+    SCOPED_TRACE(closed);
+    EXPECT_EQ(yes, endOf([closed] {
+                bool was[3];
+                for (int fd = 0; fd < 3; ++fd) {
+                  if ((closed >> fd & 1U) != 0) ::close(fd);
+                  was[fd] = isNullDevice(fd);
+                }
+                prepareProcess();
+                bool good = true;
+                for (int fd = 0; fd < 3; ++fd) {
+                  const bool isClosed = (closed >> fd & 1U) != 0;
+                  good = good && isOpen(fd) && isNullDevice(fd) == (isClosed || was[fd]);
+                  if (isClosed) good = good && surviveExec(fd) && (::fcntl(fd, F_GETFL) & O_ACCMODE) == O_RDWR;
+                }
+                return good;
+              }));
+  }
+}
+
+TEST_F(ProcessTest, ATightLimitOfDescriptorsDoesNotKeepThemClosed) {
+  EXPECT_EQ(yes, endOf([] {
+              ::close(0);
+              const rlimit limit{2, 2};  // poll(2) refuses three of them then
+              ::setrlimit(RLIMIT_NOFILE, &limit);
+              prepareProcess();
+              return isNullDevice(0) && isOpen(1) && isOpen(2);
+            }));
+}
+
+TEST_F(ProcessTest, OpenStandardDescriptorsAreLeftAlone) {
+  EXPECT_EQ(yes, endOf([] {
+              const int file = ::open("/tmp/file", O_RDWR | O_CREAT, 0600);
+              for (int fd = 0; fd < 3; ++fd) ::dup2(file, fd);
+              ::close(file);
+              prepareProcess();
+              return ::write(1, "out", 3) == 3 && ::write(2, "err", 3) == 3 && !isOpen(file);
+            }));
+  EXPECT_EQ(host::readFile("/tmp/file"), "outerr");
+}
+
+TEST_F(ProcessTest, ABrokenPipeIsAnOpenDescriptor) {
+  EXPECT_EQ(yes, endOf([] {
+              int ends[2];
+              if (::pipe(ends) != 0) return false;
+              ::dup2(ends[1], 1);
+              ::close(ends[0]);
+              ::close(ends[1]);
+              prepareProcess();
+              return ::write(1, "x", 1) < 0 && errno == EPIPE;
+            }));
+}
+
+TEST_F(ProcessTest, WithoutANullDeviceItGoesOn) {
+  EXPECT_EQ(yes, endOf([] {
+              if (::chroot("/tmp") != 0) return false;
+              ::close(0);
+              prepareProcess();
+              return !isOpen(0) && isOpen(1) && isOpen(2);
+            }));
+}
+
+TEST_F(ProcessTest, NoFileOfOursTakesTheirPlace) {
+  host::makeProfile("profile-1", "lab");
+  host::makeActive("profile-1");
+  for (const std::vector<int>& closed :
+       std::vector<std::vector<int>>{{0}, {1}, {2}, {0, 1}, {0, 2}, {1, 2}, {0, 1, 2}}) {
+    SCOPED_TRACE(testing::PrintToString(closed));
+    Start start;
+    start.closed = closed;
+    const Outcome outcome = runRavctl({"profile", "modify", ".current", "new_name=other"}, start);
+    EXPECT_EQ(outcome.exitStatus, 0);
+    EXPECT_EQ(host::readFile("/etc/zuv/profiles/profile-1/profile_name"), "other\n");
+    EXPECT_EQ(host::readFile("/etc/zuv/profiles/.current"), "profile-1\n");
+    host::writeFile("/etc/zuv/profiles/profile-1/profile_name", "lab\n", 0640);
+  }
+}
+
+TEST_F(ProcessTest, ChildrenFindTheirStandardDescriptorsOpen) {
+  host::writeFile("/etc/zuv/.systemctl", "");
+  host::installScript("/bin/systemctl",
+                      "for n in 0 1 2; do readlink /proc/self/fd/$n || echo closed; done >>/tmp/descriptors");
+  Start start;
+  start.closed = {0, 1, 2};
+  EXPECT_EQ(runRavctl({"service", "start"}, start).exitStatus, 0);
+  EXPECT_EQ(host::readFile("/tmp/descriptors"), "/dev/null\n/tmp/descriptors\n/dev/null\n");
+}
+
+// --- Signals
+
+TEST_F(ProcessTest, AFailedWriteIsNoDeath) {
+  EXPECT_EQ(-SIGXFSZ, endOf([] {
+    const rlimit limit{10, 10};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    const int file = ::open("/tmp/file", O_WRONLY | O_CREAT, 0600);
+    return ::write(file, "0123456789", 10) == 10 && ::write(file, "x", 1) == 1;
+  }));
+  host::remove("/tmp/file");
+  EXPECT_EQ(yes, endOf([] {
+              prepareProcess();
+              const rlimit limit{10, 10};
+              ::setrlimit(RLIMIT_FSIZE, &limit);
+              const int file = ::open("/tmp/file", O_WRONLY | O_CREAT, 0600);
+              return ::write(file, "0123456789", 10) == 10 && ::write(file, "x", 1) < 0 && errno == EFBIG;
+            }));
+}
+
+TEST_F(ProcessTest, AnIgnoredChildSignalIsSetToItsDefault) {
+  EXPECT_EQ(yes, endOf([] {
+              ::signal(SIGCHLD, SIG_IGN);
+              prepareProcess();
+              const pid_t child = ::fork();
+              if (child == 0) ::_exit(3);
+              int status = 0;
+              return ::waitpid(child, &status, 0) == child && WEXITSTATUS(status) == 3 && handlerOf(SIGCHLD) == SIG_DFL;
+            }));
+}
+
+TEST_F(ProcessTest, AnIgnoredChildSignalDoesNotHideAFailedTool) {
+  host::writeFile("/etc/zuv/.systemctl", "");
+  host::installScript("/bin/systemctl", "exit 7");
+  const Outcome outcome =
+      runProgram({"/bin/sh", "-c", "trap '' CHLD; exec \"$0\" service start", ravctlPath()}, Start());
+  EXPECT_EQ(outcome.out, "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n");
+  EXPECT_EQ(outcome.exitStatus, 0);
+}
+
+TEST_F(ProcessTest, OtherInheritedActionsStay) {
+  EXPECT_EQ(yes, endOf([] {
+              ::signal(SIGHUP, SIG_IGN);
+              ::signal(SIGINT, SIG_IGN);
+              prepareProcess();
+              giveBackSignals();
+              return handlerOf(SIGHUP) == SIG_IGN && handlerOf(SIGINT) == SIG_IGN && handlerOf(SIGTERM) == SIG_DFL;
+            }));
+}
+
+TEST_F(ProcessTest, ChildrenGetBackWhatWasInherited) {
+  const struct {
+    const char* why;
+    Handler pipe, fileSize;
+  } cases[] = {
+      {"both default", SIG_DFL, SIG_DFL},
+      {"both ignored", SIG_IGN, SIG_IGN},
+      {"one of each", SIG_IGN, SIG_DFL},
+      {"the other one", SIG_DFL, SIG_IGN},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    EXPECT_EQ(yes, endOf([&c] {
+                ::signal(SIGPIPE, c.pipe);
+                ::signal(SIGXFSZ, c.fileSize);
+                prepareProcess();
+                const bool ignored = handlerOf(SIGPIPE) == SIG_IGN && handlerOf(SIGXFSZ) == SIG_IGN;
+                giveBackSignals();
+                return ignored && handlerOf(SIGPIPE) == c.pipe && handlerOf(SIGXFSZ) == c.fileSize;
+              }));
+  }
+}
+
+TEST_F(ProcessTest, GivingBackWithoutPreparingDoesNothing) {
+  EXPECT_EQ(yes, endOf([] {
+              ::signal(SIGPIPE, SIG_IGN);
+              ::signal(SIGXFSZ, SIG_DFL);
+              giveBackSignals();
+              return handlerOf(SIGPIPE) == SIG_IGN && handlerOf(SIGXFSZ) == SIG_DFL;
+            }));
+}
+
+// The ignored signals of the tool that the program starts when it is itself started by `before`.
+std::string signalsOfTheTool(const std::string& before) {
+  host::writeFile("/etc/zuv/.systemctl", "");
+  host::installScript("/bin/systemctl", "grep -E '^SigIgn' /proc/self/status >/tmp/signals");
+  const Outcome outcome = runProgram({"/bin/sh", "-c", before + "exec \"$0\" service start", ravctlPath()}, Start());
+  EXPECT_EQ(outcome.out, "");
+  return host::readFile("/tmp/signals");
+}
+
+TEST_F(ProcessTest, AToolIsStartedWithTheSignalsThatWeFound) {
+  // One bit a signal, the lowest is signal 1: HUP 1, PIPE 0x1000, CHLD 0x10000, XFSZ 0x1000000.
+  EXPECT_EQ(signalsOfTheTool(""), "SigIgn:\t0000000000000000\n");
+  EXPECT_EQ(signalsOfTheTool("trap '' HUP PIPE; "), "SigIgn:\t0000000000001001\n");
+  EXPECT_EQ(signalsOfTheTool("trap '' XFSZ CHLD; "), "SigIgn:\t0000000001000000\n");
+}
+
+// --- Memory
+
+struct LastWords {
+  std::string text;
+  int end = 0;  // as endOf
+};
+
+LastWords lastWordsOf(const std::function<bool()>& body) {
+  LastWords words;
+  words.end = endOf([&body] {
+    const int file = ::open("/tmp/last-words", O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    ::dup2(file, 2);
+    return body();
+  });
+  words.text = host::readFile("/tmp/last-words");
+  return words;
+}
+
+TEST_F(ProcessTest, WithoutMemoryOneLineSaysSoAndTheStatusIs1) {
+  const LastWords words = lastWordsOf([] {
+    prepareProcess();
+    std::get_new_handler()();
+    return true;
+  });
+  EXPECT_EQ(words.text, "ravctl: out of memory\n");
+  EXPECT_EQ(words.end, 1);
+}
+
+TEST_F(ProcessTest, WithoutMemoryAndWithoutStandardErrorTheStatusIs1) {
+  EXPECT_EQ(1, endOf([] {
+              prepareProcess();
+              ::close(2);
+              std::get_new_handler()();
+              return true;
+            }));
+}
+
+TEST_F(ProcessTest, WithoutMemoryNoLockFileAndNoTemporaryFileStays) {
+  host::writeFile("/tmp/x.conf", "old=1\n");
+  const std::string before = host::tree("/tmp");
+  EXPECT_EQ(1, endOf([] {
+              prepareProcess();
+              const FileLock lock("/tmp/x.conf");
+              LineEditor editor("/tmp/x.conf");
+              editor.writeLine(std::string(1 << 20, 'x'));
+              const bool bothAreThere =
+                  ::access("/tmp/x.conf.temp", F_OK) == 0 && ::access("/tmp/lock/x.conf.lock", F_OK) == 0;
+              if (bothAreThere) std::get_new_handler()();
+              return true;
+            }));
+  EXPECT_EQ(host::tree("/tmp"), before);
+}
+
+#ifndef RAVCTL_SANITIZED  // sanitizers have reserved more address space than any limit
+TEST_F(ProcessTest, AnAllocationBeyondTheLimitEndsTheProcess) {
+  const LastWords words = lastWordsOf([] {
+    prepareProcess();
+    const rlimit limit{256UL << 20, 256UL << 20};
+    ::setrlimit(RLIMIT_AS, &limit);
+    const std::string huge(1UL << 30, 'x');
+    return huge.size() != 0;
+  });
+  EXPECT_EQ(words.text, "ravctl: out of memory\n");
+  EXPECT_EQ(words.end, 1);
+}
+
+// From too little to load the program up to plenty.
+TEST_F(ProcessTest, TheProgramEndsInOrderUnderAnyMemoryLimit) {
+  for (int i = 1; i <= 300; ++i)
+    host::makeProfile("profile-" + std::to_string(i), std::string(200, 'n') + std::to_string(i));
+  host::makeActive("profile-1");
+  const std::string before = host::tree("/etc/zuv");
+  const std::string expected = runRavctl({"list", "profiles"}).out;
+  ASSERT_NE(expected, "");
+  int ran = 0;
+  int outOfMemory = 0;
+  for (unsigned long limit = 1UL << 20; limit <= 16UL << 20; limit += 64UL << 10) {
+    Start start;
+    start.memoryLimit = limit;
+    Outcome outcome;
+    try {
+      outcome = runRavctl({"list", "profiles"}, start);
+    } catch (const std::exception&) {
+      continue;  // the system could not even load it
+    }
+    SCOPED_TRACE(limit);
+    if (outcome.out == expected) {
+      EXPECT_EQ(outcome.exitStatus, 0);
+      ++ran;
+    } else if (outcome.err == "ravctl: out of memory\n") {
+      EXPECT_EQ(outcome.exitStatus, 1);
+      EXPECT_EQ(outcome.out, "");
+      ++outOfMemory;
+    } else if (outcome.out.rfind("status_text: ", 0) == 0) {
+      EXPECT_EQ(outcome.exitStatus, 0);  // the system refused memory to a call, and that is a failed call
+    } else {
+      EXPECT_EQ(outcome.out, "") << outcome.err;  // the loader gave up
+      EXPECT_NE(outcome.exitStatus, 0);
+    }
+  }
+  EXPECT_GT(ran, 0);
+  EXPECT_GT(outOfMemory, 0);
+  EXPECT_EQ(host::tree("/etc/zuv"), before);
+}
+#endif
+
+}  // namespace

@@ -1,0 +1,67 @@
+#include "base/SignalManager.h"
+
+#include <atomic>
+#include <csignal>
+
+namespace {
+
+constexpr int signalCount = 32;
+constexpr unsigned isInstalled = 1;
+constexpr unsigned isPending = 2;
+
+// All that the handler touches. It is not part of the manager: on another thread a handler may still be running while
+// the manager is destroyed.
+std::atomic<SignalManager*> current{nullptr};
+std::array<std::atomic<unsigned>, signalCount> flags{};
+std::atomic<bool> anyPending{false};
+
+static_assert(std::atomic<unsigned>::is_always_lock_free && std::atomic<bool>::is_always_lock_free,
+              "a signal handler must not wait");
+
+bool isValidSignal(int signal) { return signal >= 0 && signal < signalCount; }
+
+std::atomic<unsigned>& flagsOf(int signal) { return flags[static_cast<unsigned>(signal)]; }
+
+void markPending(int signal) {
+  if (!isValidSignal(signal) || current.load() == nullptr) return;
+  flagsOf(signal).fetch_or(isPending);
+  anyPending = true;
+}
+
+}  // namespace
+
+SignalManager::SignalManager() {
+  anyPending = false;
+  for (std::atomic<unsigned>& word : flags) word = 0;
+  current = this;
+}
+
+SignalManager::~SignalManager() {
+  SignalManager* self = this;
+  if (!current.compare_exchange_strong(self, nullptr)) return;  // a later manager has taken over
+  for (int signal = 0; signal < signalCount; ++signal) {
+    const bool wasInstalled = (flagsOf(signal).exchange(0) & isInstalled) != 0;
+    if (wasInstalled) (void)::signal(signal, previous_[static_cast<unsigned>(signal)]);
+  }
+}
+
+int SignalManager::install(int signal) {
+  if (!isValidSignal(signal)) return -1;
+  if ((flagsOf(signal).fetch_or(isInstalled) & isInstalled) != 0) return 0;
+  const Action previous = ::signal(signal, markPending);
+  if (previous == SIG_ERR) {
+    flagsOf(signal).fetch_and(~isInstalled);
+    return -1;
+  }
+  previous_[static_cast<unsigned>(signal)] = previous;
+  return 0;
+}
+
+void SignalManager::dispatch() {
+  if (current.load() != this || !anyPending.exchange(false)) return;
+  for (int signal = 0; signal < signalCount; ++signal) {
+    // The mark goes before the handling: a signal that comes meanwhile is marked anew.
+    const bool wasPending = (flagsOf(signal).fetch_and(~isPending) & isPending) != 0;
+    if (wasPending) handle(signal);
+  }
+}

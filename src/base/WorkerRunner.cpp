@@ -1,0 +1,71 @@
+#include "base/WorkerRunner.h"
+
+#include <utility>
+
+#include "base/AtomicValue.h"
+#include "base/DetachedThread.h"
+#include "base/TimeUtils.h"
+
+namespace {
+
+constexpr std::int64_t pollMicros = 500'000;
+constexpr std::int64_t microsPerSecond = 1'000'000;
+
+std::int64_t nowSeconds() { return TimeUtils::nowMicros() / microsPerSecond; }
+
+}  // namespace
+
+// One start. A thread that comes late finds its own run stopped, whatever became of the runner since.
+struct WorkerRunner::Run {
+  explicit Run(const Step& steps) : step(steps) {}
+
+  const Step step;
+  AtomicValue<State> state{State::starting};
+};
+
+WorkerRunner::WorkerRunner(Step step) : step_(std::move(step)) {}
+
+WorkerRunner::~WorkerRunner() { requestStop(); }
+
+void WorkerRunner::runSteps(Run& run) {
+  if (!run.state.compareAndSet(State::starting, State::running)) return;
+  while (run.state.get() == State::running && run.step()) {
+  }
+  run.state.set(State::stopped);
+}
+
+bool WorkerRunner::start() {
+  const ScopedLock lock(mutex_);
+  if (run_ && run_->state.get() != State::stopped) return false;
+  run_ = std::make_shared<Run>(step_);
+  if (startDetachedThread([run = run_] { runSteps(*run); })) return true;
+  run_->state.set(State::stopped);
+  return false;
+}
+
+void WorkerRunner::requestStop() {
+  const ScopedLock lock(mutex_);
+  if (!run_ || run_->state.compareAndSet(State::starting, State::stopped)) return;
+  (void)run_->state.compareAndSet(State::running, State::stopRequested);  // else it is on its way, or there
+}
+
+bool WorkerRunner::waitStopped(std::int64_t seconds) const {
+  std::shared_ptr<Run> run;
+  {
+    const ScopedLock lock(mutex_);
+    run = run_;
+  }
+  if (!run) return true;
+  const std::int64_t deadline = nowSeconds() + seconds;
+  const AtomicEqualityTestPredicate<State> isStopped(run->state, State::stopped);
+  while (!isStopped.test()) {
+    if (nowSeconds() > deadline) return false;
+    (void)isStopped.waitFor(pollMicros);  // asked again above
+  }
+  return true;
+}
+
+WorkerRunner::State WorkerRunner::state() const {
+  const ScopedLock lock(mutex_);
+  return run_ ? run_->state.get() : State::stopped;
+}

@@ -1,0 +1,200 @@
+#include "base/WorkerRunner.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+
+#include "base/TimeUtils.h"
+#include "testing/NoThreads.h"
+
+namespace {
+
+using State = WorkerRunner::State;
+
+TEST(WorkerRunner, StatesHaveTheirNumbers) {
+  EXPECT_EQ(static_cast<int>(State::starting), 1);
+  EXPECT_EQ(static_cast<int>(State::running), 2);
+  EXPECT_EQ(static_cast<int>(State::stopRequested), 3);
+  EXPECT_EQ(static_cast<int>(State::stopped), 4);
+}
+
+TEST(WorkerRunner, IsStoppedBeforeItsFirstStart) {
+  WorkerRunner runner([] { return false; });
+  EXPECT_EQ(runner.state(), State::stopped);
+  EXPECT_TRUE(runner.waitStopped(-1));
+}
+
+TEST(WorkerRunner, StoppedBeforeItsFirstStartItCanStillBeStarted) {
+  std::atomic<int> steps{0};
+  WorkerRunner runner([&] { return ++steps < 3; });
+  runner.requestStop();
+  EXPECT_EQ(runner.state(), State::stopped);
+  EXPECT_TRUE(runner.start());
+  EXPECT_TRUE(runner.waitStopped(30));
+  EXPECT_EQ(steps, 3);
+}
+
+TEST(WorkerRunner, StepsUntilAStepSaysThatItWasTheLast) {
+  std::atomic<int> steps{0};
+  WorkerRunner runner([&] { return ++steps < 1000; });
+  EXPECT_TRUE(runner.start());
+  EXPECT_TRUE(runner.waitStopped(30));
+  EXPECT_EQ(runner.state(), State::stopped);
+  EXPECT_EQ(steps, 1000);
+}
+
+TEST(WorkerRunner, StepsOnAThreadOfItsOwn) {
+  std::atomic<pid_t> thread{0};
+  WorkerRunner runner([&] {
+    thread = ::gettid();
+    return false;
+  });
+  EXPECT_TRUE(runner.start());
+  EXPECT_TRUE(runner.waitStopped(30));
+  EXPECT_NE(thread, 0);
+  EXPECT_NE(thread, ::gettid());
+}
+
+TEST(WorkerRunner, TheStepUnderWayIsTheLastWhenAStopIsRequested) {
+  std::atomic<int> steps{0};
+  std::atomic<bool> isReleased{false};
+  WorkerRunner runner([&] {
+    ++steps;
+    while (!isReleased) ::usleep(100);
+    return true;
+  });
+  EXPECT_TRUE(runner.start());
+  while (steps == 0) ::usleep(100);
+  EXPECT_EQ(runner.state(), State::running);
+  runner.requestStop();
+  EXPECT_EQ(runner.state(), State::stopRequested);
+  runner.requestStop();
+  EXPECT_EQ(runner.state(), State::stopRequested);
+  EXPECT_FALSE(runner.waitStopped(-1));
+  isReleased = true;
+  EXPECT_TRUE(runner.waitStopped(30));
+  EXPECT_EQ(steps, 1);
+}
+
+TEST(WorkerRunner, OneThatIsNotStoppedIsNotStartedAgain) {
+  std::atomic<int> steps{0};
+  std::atomic<bool> isReleased{false};
+  WorkerRunner runner([&] {
+    ++steps;
+    while (!isReleased) ::usleep(100);
+    return false;
+  });
+  EXPECT_TRUE(runner.start());
+  while (steps == 0) ::usleep(100);
+  EXPECT_FALSE(runner.start());
+  EXPECT_EQ(runner.state(), State::running);
+  runner.requestStop();
+  EXPECT_FALSE(runner.start());
+  EXPECT_EQ(runner.state(), State::stopRequested);
+  isReleased = true;
+  EXPECT_TRUE(runner.waitStopped(30));
+  EXPECT_EQ(steps, 1);
+}
+
+TEST(WorkerRunner, AStoppedOneStartsAgain) {
+  std::atomic<int> steps{0};
+  WorkerRunner runner([&] {
+    ++steps;
+    return false;
+  });
+  for (int i = 1; i <= 50; ++i) {
+    EXPECT_TRUE(runner.start());
+    EXPECT_TRUE(runner.waitStopped(30));
+    EXPECT_EQ(steps, i);
+  }
+}
+
+// The thread may already be in a step when the stop comes; when it is not, it never takes one. That is checked by the
+// state that the stop leaves: stopped at once means that no step runs from then on.
+TEST(WorkerRunner, StoppedRightAfterItsStartItNeverTakesAStep) {
+  int stoppedAtOnce = 0;
+  for (int i = 0; i < 500; ++i) {
+    std::atomic<int> steps{0};
+    WorkerRunner runner([&] {
+      ++steps;
+      return true;
+    });
+    EXPECT_TRUE(runner.start());
+    runner.requestStop();
+    if (runner.state() == State::stopped && steps == 0) {
+      ++stoppedAtOnce;
+      ::usleep(200);
+      EXPECT_EQ(steps, 0);
+    }
+    EXPECT_TRUE(runner.waitStopped(30));
+  }
+  EXPECT_GT(stoppedAtOnce, 0);
+}
+
+TEST(WorkerRunner, AThreadThatComesLateDoesNotTakeStepsForALaterStart) {
+  std::atomic<int> inside{0};
+  std::atomic<bool> overlapped{false};
+  WorkerRunner runner([&] {
+    if (++inside != 1) overlapped = true;
+    ::usleep(50);
+    --inside;
+    return true;
+  });
+  for (int i = 0; i < 300; ++i) {
+    EXPECT_TRUE(runner.start());
+    runner.requestStop();
+    EXPECT_TRUE(runner.waitStopped(30));
+  }
+  EXPECT_FALSE(overlapped);
+}
+
+TEST(WorkerRunner, WaitingGivesUpOnceTheClockIsPastTheTime) {
+  std::atomic<bool> isReleased{false};
+  WorkerRunner runner([&] {
+    while (!isReleased) ::usleep(100);
+    return false;
+  });
+  EXPECT_TRUE(runner.start());
+  const std::int64_t start = TimeUtils::nowMicros() / 1'000'000;
+  EXPECT_FALSE(runner.waitStopped(0));
+  EXPECT_GT(TimeUtils::nowMicros() / 1'000'000, start);
+  isReleased = true;
+  EXPECT_TRUE(runner.waitStopped(30));
+}
+
+TEST(WorkerRunner, IsStoppedWhenTheSystemGivesNoThread) {
+  std::atomic<int> steps{0};
+  WorkerRunner runner([&] {
+    ++steps;
+    return false;
+  });
+  {
+    const NoThreads none;
+    EXPECT_FALSE(runner.start());
+  }
+  EXPECT_EQ(runner.state(), State::stopped);
+  EXPECT_EQ(steps, 0);
+  EXPECT_TRUE(runner.start());
+  EXPECT_TRUE(runner.waitStopped(30));
+  EXPECT_EQ(steps, 1);
+}
+
+TEST(WorkerRunner, MayBeDestroyedWhileItSteps) {
+  const auto steps = std::make_shared<std::atomic<int>>(0);
+  const auto isReleased = std::make_shared<std::atomic<bool>>(false);
+  {
+    WorkerRunner runner([steps, isReleased] {
+      ++*steps;
+      while (!*isReleased) ::usleep(100);
+      return true;
+    });
+    EXPECT_TRUE(runner.start());
+    while (*steps == 0) ::usleep(100);
+  }
+  *isReleased = true;
+  while (steps.use_count() > 1) ::usleep(100);
+  EXPECT_EQ(*steps, 1);
+}
+
+}  // namespace
