@@ -1,0 +1,17 @@
+// EmitterFactory: makes emitters by the name of their type.
+//
+//   type              settings                       what it does with an entry
+//   "null_emitter"                                   drops it
+//   "stdout_emitter"                                 a line to standard output
+//   "stderr_emitter"                                 a line to standard error
+//   "syslog_emitter"  "subsystem", "category"        drops it
+//   "file_emitter"    "interval", "prefix", "dir"    a line to the file of the period
+#pragma once
+
+#include "log/Actor.h"
+
+class EmitterFactory : public zuvsvc::ActorFactory {
+ public:
+  std::unique_ptr<zuvsvc::Actor> create(const zuvsvc::CreationRequest& request) const override;
+  void listTypes(std::vector<std::string>& names) const override;
+};

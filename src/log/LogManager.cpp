@@ -1,0 +1,223 @@
+#include "log/LogManager.h"
+
+#include <new>
+#include <utility>
+
+#include "log/ScopeGuards.h"
+
+using BasicLog::Level;
+using BasicLog::Logger;
+using BasicLog::LogMessage;
+using BasicLog::LogMessageProcessor;
+
+namespace {
+
+constexpr char sourceName[] = "BasicLog.cpp";
+constexpr int loggerCreationErrorLine = 638;
+constexpr std::string_view anonymousLogger = "<anonymous logger>";
+
+// The loggers that exist from the start, in their order.
+constexpr std::string_view startLoggers[] = {BasicLog::controlLogger,
+                                             BasicLog::ravctlLogger,
+                                             "plugin",
+                                             "openhip",
+                                             BasicLog::basiclibLogger,
+                                             "hipd",
+                                             "endbox",
+                                             "helmsor",
+                                             "sendbundle",
+                                             "ctld",
+                                             "test",
+                                             "other"};
+
+// Each is taken off once, in this order: "x.cpp.c" becomes "x", "x.c.cpp" becomes "x.c".
+constexpr std::string_view sourceEndings[] = {".c", ".cc", ".cpp", ".cxx", ".m", ".h", ".hpp", ".hxx"};
+
+bool endsWith(std::string_view text, std::string_view ending) {
+  return text.size() >= ending.size() && text.substr(text.size() - ending.size()) == ending;
+}
+
+std::string_view normalised(std::string_view name) {
+  if (name.empty()) return anonymousLogger;
+  name.remove_prefix(name.rfind('/') + 1);  // npos + 1 is 0
+  for (const std::string_view ending : sourceEndings) {
+    if (endsWith(name, ending)) name.remove_suffix(ending.size());
+  }
+  return name;
+}
+
+class NoOutput : public LogMessageProcessor {
+ public:
+  void process(std::unique_ptr<const LogMessage>& message) override { message.reset(); }
+};
+
+// Stands in for loggers that could not be made.
+Logger& strayLogger() {
+  static NoOutput output;
+  static Logger logger("<none>", output, Level::info);
+  return logger;
+}
+
+// A synchronous processor that lends its messages to an emitter.
+class SyncEmitter : public LogMessageProcessor {
+ public:
+  explicit SyncEmitter(BasicLog::Emitter& emitter) : emitter_(emitter) {}
+  void process(std::unique_ptr<const LogMessage>& message) override { emitter_.emit(*message); }
+
+ private:
+  BasicLog::Emitter& emitter_;
+};
+
+// While it is up, what this thread reports cannot be logged.
+thread_local bool isMakingTheLog = false;
+
+}  // namespace
+
+// --- LogInput
+
+LogInput::LogInput(LogOutput& output) : output_(output) {
+  const ScopedFlag flag(isMakingTheLog);
+  for (const std::string_view name : startLoggers) (void)getLogger(name);  // a missing one has been reported
+}
+
+LogInput::~LogInput() {
+  setProcessor(nullptr, nullptr);  // first: a processor may ask for loggers while it is deleted
+  while (firstLogger_ != nullptr) {
+    Logger* next = firstLogger_->next_;
+    delete firstLogger_;
+    firstLogger_ = next;
+  }
+}
+
+void LogInput::process(std::unique_ptr<const LogMessage>& message) {
+  if (hasSyncProcessor_) {
+    const ScopedOwnedLock lock(mutex_);
+    if (!lock.wasHeld() && syncProcessor_) {
+      const std::shared_ptr<LogMessageProcessor> running = syncProcessor_;  // it may replace itself
+      running->process(message);
+    }
+  }
+  if (message && asyncOutput_) (void)output_.push(message);  // what is refused is freed by its handle
+}
+
+Logger* LogInput::findLocked(std::string_view name) {
+  Logger* logger = firstLogger_;
+  while (logger != nullptr && logger->name() != name) logger = logger->next_;
+  return logger;
+}
+
+Logger* LogInput::findOrCreate(std::string_view name) {
+  const ScopedOwnedLock lock(mutex_);
+  if (Logger* logger = findLocked(name)) return logger;
+  Logger* logger = new (std::nothrow) Logger(name, *this, defaultLevel_);
+  if (logger == nullptr) return nullptr;
+  (lastLogger_ == nullptr ? firstLogger_ : lastLogger_->next_) = logger;
+  lastLogger_ = logger;
+  return logger;
+}
+
+Logger* LogInput::getLogger(std::string_view name) {
+  Logger* logger = findOrCreate(normalised(name));
+  if (logger == nullptr) {
+    BasicLog::assertFailure(sourceName, loggerCreationErrorLine, "failed to create a logger object");
+  }
+  return logger;
+}
+
+Logger* LogInput::findLogger(std::string_view name) {
+  const ScopedOwnedLock lock(mutex_);
+  return findLocked(name);
+}
+
+void LogInput::listLoggers(std::vector<std::string>& names) {
+  const ScopedOwnedLock lock(mutex_);
+  for (const Logger* logger = firstLogger_; logger != nullptr; logger = logger->next_) names.push_back(logger->name());
+}
+
+void LogInput::setDefaultLevel(Level level) {
+  const ScopedOwnedLock lock(mutex_);
+  defaultLevel_ = effective(level);
+  for (Logger* logger = firstLogger_; logger != nullptr; logger = logger->next_) logger->setThreshold(defaultLevel_);
+}
+
+Level LogInput::getDefaultLevel() {
+  const ScopedOwnedLock lock(mutex_);
+  return defaultLevel_;
+}
+
+void LogInput::setProcessor(std::shared_ptr<LogMessageProcessor> processor, const BasicLog::Emitter* emitter) {
+  const ScopedOwnedLock lock(mutex_);
+  syncProcessor_.swap(processor);  // the one before is deleted after the lock is let go
+  hasSyncProcessor_ = syncProcessor_ != nullptr;
+  syncEmitter_ = emitter;
+}
+
+void LogInput::setSyncProcessor(LogMessageProcessor* processor) {
+  std::shared_ptr<LogMessageProcessor> replaced;  // deleted after the lock is let go
+  const ScopedOwnedLock lock(mutex_);
+  if (syncProcessor_.get() == processor) return;
+  replaced = std::exchange(syncProcessor_, std::shared_ptr<LogMessageProcessor>(processor));
+  hasSyncProcessor_ = processor != nullptr;
+  syncEmitter_ = nullptr;
+}
+
+void LogInput::setSyncEmitter(BasicLog::Emitter* emitter) {
+  setProcessor(std::make_shared<SyncEmitter>(*emitter), emitter);
+}
+
+void LogInput::removeSyncEmitter(BasicLog::Emitter* emitter) {
+  std::shared_ptr<LogMessageProcessor> removed;
+  const ScopedOwnedLock lock(mutex_);
+  if (emitter == nullptr || syncEmitter_ != emitter) return;
+  removed.swap(syncProcessor_);
+  hasSyncProcessor_ = false;
+  syncEmitter_ = nullptr;
+}
+
+// --- LogManager
+
+LogManager& LogManager::instance() {
+  static LogManager manager;
+  return manager;
+}
+
+LogManager* LogManager::ifUsable() { return isMakingTheLog ? nullptr : &instance(); }
+
+// --- The front end's doors to the manager
+
+namespace BasicLog {
+
+Logger& getLogger(std::string_view name) {
+  const ErrnoGuard guard;
+  LogManager* manager = LogManager::ifUsable();
+  Logger* logger = manager == nullptr ? nullptr : manager->input().getLogger(name);
+  return logger == nullptr ? strayLogger() : *logger;
+}
+
+Logger* findLogger(std::string_view name) {
+  LogManager* manager = LogManager::ifUsable();
+  return manager == nullptr ? nullptr : manager->input().findLogger(name);
+}
+
+void listLoggers(std::vector<std::string>& names) {
+  if (LogManager* manager = LogManager::ifUsable()) manager->input().listLoggers(names);
+}
+
+void setDefaultLevel(Level level) {
+  if (LogManager* manager = LogManager::ifUsable()) manager->input().setDefaultLevel(level);
+}
+
+Level getDefaultLevel() {
+  LogManager* manager = LogManager::ifUsable();
+  return manager == nullptr ? Level::byDefault : manager->input().getDefaultLevel();
+}
+
+void setSyncProcessor(LogMessageProcessor* processor) {
+  if (LogManager* manager = LogManager::ifUsable()) {
+    manager->input().setSyncProcessor(processor);
+  } else {
+    delete processor;
+  }
+}
+
+}  // namespace BasicLog

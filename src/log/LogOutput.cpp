@@ -1,0 +1,148 @@
+#include "log/LogOutput.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "base/DetachedThread.h"
+#include "base/ThreadNames.h"
+#include "base/TimeUtils.h"
+#include "log/EmitContext.h"
+#include "log/MessagePool.h"
+
+using BasicLog::Emitter;
+using BasicLog::LogMessage;
+
+namespace {
+
+constexpr char threadName[] = "logging_output";
+constexpr std::size_t batchLimit = 20;
+constexpr std::size_t roundLimit = 10;  // batches, between which emitters may hold what they write
+static_assert(BasicLog::MessagePool::bundleSize == batchLimit, "a batch goes back to the pool as one");
+constexpr std::int64_t idleMicros = 1'000'000;
+// So many queued entries, and every multiple of it, wake the thread. Seldom enough to cost producers nothing.
+constexpr std::size_t backlog = 1'024;
+
+// The calling thread hands out a batch.
+class EmittingScope {
+ public:
+  EmittingScope() { BasicLog::emitContext() = {true, false, TimeUtils::localOffsetMicros()}; }
+  ~EmittingScope() { BasicLog::emitContext() = {}; }
+  EmittingScope(const EmittingScope&) = delete;
+  EmittingScope& operator=(const EmittingScope&) = delete;
+};
+
+}  // namespace
+
+LogOutput::~LogOutput() { stopOutputThread(); }
+
+bool LogOutput::push(std::unique_ptr<const LogMessage>& message) {
+  std::size_t queued = 0;
+  if (!queue_.push(message, queued)) return false;
+  if (queued % backlog == 0) state_.wakeWaiters();
+  return true;
+}
+
+// --- The thread
+
+bool LogOutput::startOutputThread() {
+  const ScopedLock lock(outputMutex_);
+  if (!state_.compareAndSet(EmitterState::idle, EmitterState::running)) return false;
+  process_ = ::getpid();
+  if (startDetachedThread([this] { runOutputThread(); })) return true;
+  state_.set(EmitterState::idle);
+  return false;
+}
+
+void LogOutput::runOutputThread() {
+  outputThread_ = std::this_thread::get_id();
+  setThreadName(threadName);
+  {
+    const ScopedLock lock(outputMutex_);  // until the start is through; it may be stopped already
+  }
+  while (isRunning()) {
+    if (drainRound() == 0) (void)isStopping_.waitFor(idleMicros);  // the loop asks again
+  }
+  state_.set(EmitterState::stopped);  // the last touch: who waits for it may destroy this
+}
+
+void LogOutput::stopOutputThread() {
+  if (process_ != ::getpid()) return;  // never started, or its thread stayed with the parent
+  (void)state_.compareAndSet(EmitterState::running, EmitterState::stopping);  // else it is on its way, or there
+  const bool isOutputThread = outputThread_.load() == std::this_thread::get_id();
+  if (!isOutputThread && state_.get() != EmitterState::idle) isStopped_.wait();
+}
+
+bool LogOutput::isOutputThreadStopped() const {
+  const pid_t process = process_;
+  return (process != 0 && process != ::getpid()) || isStopped_.test();
+}
+
+// --- The emitters
+
+void LogOutput::addEmitter(Emitter* emitter) {
+  if (emitter == nullptr) return;
+  const ScopedOwnedLock lock(emittersMutex_);
+  emitters_.push_back(emitter);
+}
+
+void LogOutput::removeEmitter(Emitter* emitter) {
+  if (emitter == nullptr) return;
+  const ScopedOwnedLock lock(emittersMutex_);
+  if (!lock.wasHeld()) {
+    emitters_.erase(std::remove(emitters_.begin(), emitters_.end(), emitter), emitters_.end());
+  } else if (std::count(emitters_.begin(), emitters_.end(), emitter) != 0) {
+    std::replace(emitters_.begin(), emitters_.end(), emitter, static_cast<Emitter*>(nullptr));
+    emitter->endBatch();  // it gets no other chance
+  }
+}
+
+// --- Batches
+
+void LogOutput::flush() {
+  while (drainRound() != 0) {
+  }
+}
+
+// Takes batches as long as they are full, and hands them out. The lock of the list is held from taking the entries to
+// the last emitter, so that threads that drain at the same time keep the order.
+std::size_t LogOutput::drainRound() {
+  const ScopedOwnedLock lock(emittersMutex_);
+  if (lock.wasHeld()) return 0;  // called by an emitter
+  BasicLog::MessagePool::Batch batch;
+  std::size_t count = queue_.popMany(batch);
+  if (count == 0) return 0;
+  const EmittingScope scope;
+  beginBatch();
+  std::size_t total = 0;
+  for (std::size_t batches = 1; count != 0; ++batches) {
+    for (std::size_t i = 0; i < count; ++i) emit(*batch[i]);
+    BasicLog::MessagePool::giveBack(batch);
+    total += count;
+    const bool isLast = count < batch.size() || batches == roundLimit || isStopping_.test();
+    count = isLast ? 0 : queue_.popMany(batch);
+  }
+  endBatch();
+  return total;
+}
+
+// By index, here and below: an emitter may add others.
+void LogOutput::beginBatch() {
+  for (std::size_t i = 0; i < emitters_.size(); ++i) {
+    if (emitters_[i] != nullptr) emitters_[i]->beginBatch();
+  }
+}
+
+void LogOutput::emit(const LogMessage& message) {
+  BasicLog::emitContext().isEmittingEcho = message.isFromEmitter;
+  for (std::size_t i = 0; i < emitters_.size(); ++i) {
+    if (emitters_[i] != nullptr) emitters_[i]->emit(message);
+  }
+}
+
+void LogOutput::endBatch() {
+  for (std::size_t i = 0; i < emitters_.size(); ++i) {
+    if (emitters_[i] != nullptr) emitters_[i]->endBatch();
+  }
+  emitters_.erase(std::remove(emitters_.begin(), emitters_.end(), static_cast<Emitter*>(nullptr)), emitters_.end());
+}

@@ -1,0 +1,816 @@
+// The output thread, batches, the list of emitters, and what may not hang.
+#include "log/LogOutput.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+#include "base/ThreadNames.h"
+#include "base/TimeUtils.h"
+#include "log/EmergencyEmitter.h"
+#include "log/LogManager.h"
+#include "testing/NoThreads.h"
+
+namespace {
+
+using namespace BasicLog;
+using State = LogOutput::EmitterState;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr std::int64_t tooLong = 900'000;  // for what must not take the second of an idle thread
+
+// Notes what it is given, and calls a function for each.
+class Recorder : public Emitter {
+ public:
+  explicit Recorder(std::string nameOfIt = "", std::vector<std::string>* sharedList = nullptr)
+      : name_(std::move(nameOfIt)), list_(sharedList == nullptr ? &own_ : sharedList) {}
+
+  void emit(const LogMessage& message) override {
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      list_->push_back(name_ + message.text);
+    }
+    whenEmitting(message);
+  }
+  void write(Level, const std::string&, const std::string&) override {}
+  const char* name() const override { return "Recorder"; }
+
+  std::vector<std::string> texts() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return *list_;
+  }
+  void waitFor(std::size_t count) {
+    while (texts().size() < count) ::usleep(200);
+  }
+
+  std::function<void(const LogMessage&)> whenEmitting = [](const LogMessage&) {};
+
+ private:
+  const std::string name_;
+  std::mutex mutex_;
+  std::vector<std::string> own_;
+  std::vector<std::string>* const list_;
+};
+
+// A log of the test's own.
+class OutputTest : public testing::Test {
+ public:
+  LogManager manager;
+  LogOutput& output = manager.output();
+  Logger& logger = *manager.input().getLogger("test");
+
+  void log(std::string_view text) { const Entry entry(logger, Level::info, text, "f", "g"); }
+  void logMany(int count) {
+    for (int i = 0; i < count; ++i) log(std::to_string(i));
+  }
+};
+
+std::vector<std::string> numbers(int count) {
+  std::vector<std::string> texts;
+  for (int i = 0; i < count; ++i) texts.push_back(std::to_string(i));
+  return texts;
+}
+
+// --- Flushing and batches
+
+TEST_F(OutputTest, AFlushHandsOutAllThatIsQueuedInItsOrder) {
+  Recorder emitter;
+  manager.addEmitter(&emitter);
+  logMany(45);
+  EXPECT_THAT(emitter.texts(), IsEmpty());
+  manager.flush();
+  EXPECT_EQ(emitter.texts(), numbers(45));
+  manager.flush();
+  EXPECT_EQ(emitter.texts().size(), 45U);
+}
+
+TEST_F(OutputTest, EmittersMustNotHoldMoreThanTwoHundredEntries) {
+  class Batches : public Recorder {
+   public:
+    std::vector<std::size_t> sizes;
+    void beginBatch() override { before_ = texts().size(); }
+    void endBatch() override { sizes.push_back(texts().size() - before_); }
+
+   private:
+    std::size_t before_ = 0;
+  };
+  Batches emitter;
+  manager.addEmitter(&emitter);
+  logMany(445);
+  manager.flush();
+  EXPECT_THAT(emitter.sizes, ElementsAre(200U, 200U, 45U));
+}
+
+TEST_F(OutputTest, EntriesAreTakenTwentyAtATime) {
+  // What is still queued while the first of a batch is handed out.
+  std::vector<std::size_t> left;
+  Recorder emitter;
+  emitter.whenEmitting = [&](const LogMessage&) { left.push_back(output.queue().size()); };
+  manager.addEmitter(&emitter);
+  logMany(45);
+  manager.flush();
+  ASSERT_EQ(left.size(), 45U);
+  for (std::size_t i = 0; i < left.size(); ++i) EXPECT_EQ(left[i], i < 20 ? 25U : i < 40 ? 5U : 0U) << i;
+}
+
+TEST_F(OutputTest, EachEntryGoesToEveryEmitterInTheOrderOfTheList) {
+  std::vector<std::string> all;
+  Recorder first("a", &all);
+  Recorder second("b", &all);
+  manager.addEmitter(&first);
+  manager.addEmitter(&second);
+  logMany(2);
+  manager.flush();
+  EXPECT_THAT(all, ElementsAre("a0", "b0", "a1", "b1"));
+}
+
+TEST_F(OutputTest, WithoutEmittersAFlushDropsWhatIsQueued) {
+  logMany(3);
+  manager.flush();
+  Recorder emitter;
+  manager.addEmitter(&emitter);
+  manager.flush();
+  EXPECT_THAT(emitter.texts(), IsEmpty());
+}
+
+TEST_F(OutputTest, ANullEmitterIsIgnored) {
+  manager.addEmitter(nullptr);
+  output.addEmitter(nullptr);
+  manager.removeEmitter(nullptr);
+  output.removeEmitter(nullptr);
+  logMany(1);
+  manager.flush();
+}
+
+TEST_F(OutputTest, ARemovedEmitterIsCalledNoMore) {
+  Recorder kept;
+  {
+    Recorder gone;
+    manager.addEmitter(&gone);
+    manager.addEmitter(&kept);
+    log("both");
+    manager.flush();
+    EXPECT_THAT(gone.texts(), ElementsAre("both"));
+    manager.removeEmitter(&gone);
+  }
+  log("one");
+  manager.flush();
+  EXPECT_THAT(kept.texts(), ElementsAre("both", "one"));
+}
+
+TEST_F(OutputTest, AnEmitterThatWasAddedTwiceIsRemovedForGood) {
+  Recorder emitter;
+  manager.addEmitter(&emitter);
+  manager.addEmitter(&emitter);
+  log("x");
+  manager.flush();
+  EXPECT_THAT(emitter.texts(), ElementsAre("x", "x"));
+  manager.removeEmitter(&emitter);
+  log("y");
+  manager.flush();
+  EXPECT_EQ(emitter.texts().size(), 2U);
+}
+
+TEST_F(OutputTest, TheLocalZoneIsLookedUpAnewForEveryFlush) {
+  class Headers : public Emitter {
+   public:
+    std::vector<std::string> hours;
+    void write(Level, const std::string& header, const std::string&) override { hours.push_back(header.substr(17, 2)); }
+    const char* name() const override { return "Headers"; }
+  };
+  Headers emitter;
+  manager.addEmitter(&emitter);
+  ::setenv("TZ", "UTC0", 1);
+  log("x");
+  manager.flush();
+  ::setenv("TZ", "EST5", 1);
+  log("x");
+  manager.flush();
+  ::unsetenv("TZ");
+  ::tzset();
+  ASSERT_EQ(emitter.hours.size(), 2U);
+  EXPECT_EQ((std::stoi(emitter.hours[0]) - std::stoi(emitter.hours[1]) + 24) % 24, 5);
+}
+
+// --- The thread
+
+TEST_F(OutputTest, TheThreadHandsOutWhatIsLogged) {
+  Recorder emitter;
+  manager.addEmitter(&emitter);
+  logMany(30);
+  EXPECT_EQ(output.state(), State::idle);
+  EXPECT_TRUE(manager.startOutputThread());
+  emitter.waitFor(30);
+  EXPECT_EQ(output.state(), State::running);
+  manager.stopOutputThread();
+  EXPECT_EQ(emitter.texts(), numbers(30));
+}
+
+TEST_F(OutputTest, TheThreadHasItsName) {
+  Recorder emitter;
+  std::string name;
+  emitter.whenEmitting = [&](const LogMessage&) { name = getThreadName(); };
+  manager.addEmitter(&emitter);
+  log("x");
+  EXPECT_TRUE(manager.startOutputThread());
+  emitter.waitFor(1);
+  manager.stopOutputThread();
+  EXPECT_EQ(name, "logging_output");
+}
+
+TEST_F(OutputTest, EntriesReachTheirEmittersWithinAboutASecond) {
+  Recorder emitter;
+  manager.addEmitter(&emitter);
+  EXPECT_TRUE(manager.startOutputThread());
+  ::usleep(20'000);
+  const std::int64_t start = TimeUtils::monotonicMicros();
+  log("late");
+  emitter.waitFor(1);
+  EXPECT_LT(TimeUtils::monotonicMicros() - start, 3'000'000);
+  manager.stopOutputThread();
+}
+
+TEST_F(OutputTest, ABacklogWakesTheThreadBeforeItsSecondIsOver) {
+  Recorder emitter;
+  manager.addEmitter(&emitter);
+  EXPECT_TRUE(manager.startOutputThread());
+  ::usleep(50'000);
+  const std::int64_t start = TimeUtils::monotonicMicros();
+  logMany(3 * 1'024);
+  emitter.waitFor(1'024);
+  EXPECT_LT(TimeUtils::monotonicMicros() - start, tooLong);
+  manager.stopOutputThread();
+}
+
+TEST_F(OutputTest, StartsOnceOnly) {
+  EXPECT_TRUE(manager.startOutputThread());
+  EXPECT_FALSE(manager.startOutputThread());
+  manager.stopOutputThread();
+  EXPECT_EQ(output.state(), State::stopped);
+  EXPECT_FALSE(manager.startOutputThread());
+  EXPECT_EQ(output.state(), State::stopped);
+}
+
+TEST_F(OutputTest, IsIdleAgainWhenTheSystemGivesNoThread) {
+  {
+    const NoThreads none;
+    EXPECT_FALSE(manager.startOutputThread());
+  }
+  EXPECT_EQ(output.state(), State::idle);
+  EXPECT_FALSE(manager.isOutputThreadStopped());
+  EXPECT_TRUE(manager.startOutputThread());
+}
+
+TEST_F(OutputTest, WithoutAsynchronousOutputStartingIsTrueAndStartsNothing) {
+  manager.input().setAsyncOutput(false);
+  EXPECT_TRUE(manager.startOutputThread());
+  EXPECT_TRUE(manager.startOutputThread());
+  EXPECT_EQ(output.state(), State::idle);
+}
+
+TEST_F(OutputTest, AStopIsImmediateAlthoughTheThreadIsIdle) {
+  EXPECT_TRUE(manager.startOutputThread());
+  ::usleep(20'000);
+  EXPECT_FALSE(manager.isOutputThreadStopped());
+  const std::int64_t start = TimeUtils::monotonicMicros();
+  manager.stopOutputThread();
+  EXPECT_LT(TimeUtils::monotonicMicros() - start, tooLong);
+  EXPECT_TRUE(manager.isOutputThreadStopped());
+}
+
+TEST_F(OutputTest, AStopRightAfterTheStartStops) {
+  for (int i = 0; i < 200; ++i) {
+    LogManager other;
+    const std::int64_t start = TimeUtils::monotonicMicros();
+    EXPECT_TRUE(other.startOutputThread());
+    other.stopOutputThread();
+    EXPECT_TRUE(other.isOutputThreadStopped());
+    EXPECT_LT(TimeUtils::monotonicMicros() - start, tooLong);
+  }
+}
+
+TEST_F(OutputTest, StoppingWhatWasNeverStartedDoesNothing) {
+  manager.stopOutputThread();
+  EXPECT_EQ(output.state(), State::idle);
+  EXPECT_FALSE(manager.isOutputThreadStopped());
+  EXPECT_TRUE(manager.startOutputThread());
+}
+
+TEST_F(OutputTest, AStopWaitsForTheBatchUnderWay) {
+  Recorder emitter;
+  std::atomic<bool> isInside{false};
+  std::atomic<bool> isThrough{false};
+  emitter.whenEmitting = [&](const LogMessage&) {
+    isInside = true;
+    ::usleep(30'000);
+    isThrough = true;
+  };
+  manager.addEmitter(&emitter);
+  log("x");
+  EXPECT_TRUE(manager.startOutputThread());
+  while (!isInside) ::usleep(100);
+  manager.stopOutputThread();
+  EXPECT_TRUE(isThrough);
+}
+
+TEST_F(OutputTest, WhatIsQueuedAtAStopStaysForALaterFlush) {
+  Recorder emitter;
+  std::atomic<bool> isInside{false};
+  emitter.whenEmitting = [&](const LogMessage&) {
+    isInside = true;
+    ::usleep(1'000);
+  };
+  manager.addEmitter(&emitter);
+  logMany(100);
+  EXPECT_TRUE(manager.startOutputThread());
+  while (!isInside) ::usleep(100);
+  manager.stopOutputThread();
+  EXPECT_LT(emitter.texts().size(), 100U);
+  EXPECT_EQ(emitter.texts().size() % 20, 0U);
+  log("100");
+  manager.flush();
+  EXPECT_EQ(emitter.texts(), numbers(101));
+}
+
+TEST_F(OutputTest, ManyMayStopAtTheSameTime) {
+  EXPECT_TRUE(manager.startOutputThread());
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i) {
+    threads.emplace_back([&] {
+      manager.stopOutputThread();
+      EXPECT_TRUE(manager.isOutputThreadStopped());
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+TEST_F(OutputTest, OfManyStartersOneSucceeds) {
+  std::atomic<int> successes{0};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i) {
+    threads.emplace_back([&] {
+      if (manager.startOutputThread()) ++successes;
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(successes, 1);
+}
+
+TEST_F(OutputTest, DestructionStopsTheThreadAndWaits) {
+  Recorder emitter;
+  std::atomic<bool> isInside{false};
+  std::atomic<bool> isThrough{false};
+  emitter.whenEmitting = [&](const LogMessage&) {
+    isInside = true;
+    ::usleep(30'000);
+    isThrough = true;
+  };
+  {
+    LogManager other;
+    other.addEmitter(&emitter);
+    { const Entry entry(*other.input().getLogger("test"), Level::info, "x", "f", "g"); }
+    EXPECT_TRUE(other.startOutputThread());
+    while (!isInside) ::usleep(100);
+  }
+  EXPECT_TRUE(isThrough);
+}
+
+TEST_F(OutputTest, RemovalWaitsForTheEmitterThatIsBusy) {
+  auto emitter = std::make_unique<Recorder>();
+  std::atomic<bool> isInside{false};
+  emitter->whenEmitting = [&](const LogMessage&) {
+    isInside = true;
+    ::usleep(20'000);
+  };
+  manager.addEmitter(emitter.get());
+  log("x");
+  EXPECT_TRUE(manager.startOutputThread());
+  while (!isInside) ::usleep(100);
+  manager.removeEmitter(emitter.get());
+  emitter.reset();  // the sanitizers see it when it is still in use
+}
+
+// --- Coming back from inside an emitter
+
+TEST_F(OutputTest, WhatAnEmitterLogsIsHandedOutLater) {
+  Recorder emitter;
+  emitter.whenEmitting = [&](const LogMessage& message) {
+    if (message.text == "outer") log("from inside");
+  };
+  manager.addEmitter(&emitter);
+  log("outer");
+  log("next");
+  manager.flush();
+  EXPECT_THAT(emitter.texts(), ElementsAre("outer", "next", "from inside"));
+}
+
+TEST_F(OutputTest, AnEmitterThatAlwaysLogsDoesNotFeedTheLogForEver) {
+  Recorder emitter;
+  emitter.whenEmitting = [&](const LogMessage&) { log("echo"); };
+  manager.addEmitter(&emitter);
+  log("a");
+  log("b");
+  manager.flush();
+  EXPECT_THAT(emitter.texts(), ElementsAre("a", "b", "echo", "echo"));
+}
+
+TEST_F(OutputTest, TheThreadGoesOnAfterAnEmitterThatLogs) {
+  Recorder emitter;
+  emitter.whenEmitting = [&](const LogMessage&) { log("echo"); };
+  manager.addEmitter(&emitter);
+  log("a");
+  EXPECT_TRUE(manager.startOutputThread());
+  emitter.waitFor(2);
+  manager.stopOutputThread();
+  manager.flush();
+  EXPECT_THAT(emitter.texts(), ElementsAre("a", "echo"));
+}
+
+TEST_F(OutputTest, AfterABatchThreadsLogAsBefore) {
+  Recorder emitter;
+  emitter.whenEmitting = [&](const LogMessage&) { log("echo"); };
+  manager.addEmitter(&emitter);
+  log("a");
+  manager.flush();
+  emitter.whenEmitting = [](const LogMessage&) {};
+  log("b");
+  manager.flush();
+  EXPECT_THAT(emitter.texts(), ElementsAre("a", "echo", "b"));
+}
+
+TEST_F(OutputTest, AFlushFromInsideDoesNothing) {
+  Recorder emitter;
+  emitter.whenEmitting = [&](const LogMessage&) { manager.flush(); };
+  manager.addEmitter(&emitter);
+  logMany(25);
+  manager.flush();
+  EXPECT_EQ(emitter.texts(), numbers(25));
+}
+
+TEST_F(OutputTest, AStopFromInsideDoesNotWaitForItself) {
+  Recorder emitter;
+  std::atomic<bool> isThrough{false};
+  emitter.whenEmitting = [&](const LogMessage&) {
+    manager.stopOutputThread();
+    isThrough = true;
+  };
+  manager.addEmitter(&emitter);
+  log("x");
+  EXPECT_TRUE(manager.startOutputThread());
+  while (!isThrough) ::usleep(100);
+  manager.stopOutputThread();
+  EXPECT_TRUE(manager.isOutputThreadStopped());
+}
+
+TEST_F(OutputTest, AnEmitterMayRemoveItselfInTheMiddleOfABatch) {
+  class Fleeting : public Recorder {
+   public:
+    int ended = 0;
+    void endBatch() override { ++ended; }
+  };
+  Recorder after;
+  auto emitter = std::make_unique<Fleeting>();
+  emitter->whenEmitting = [&](const LogMessage& message) {
+    if (message.text == "1") manager.removeEmitter(emitter.get());
+  };
+  manager.addEmitter(emitter.get());
+  manager.addEmitter(&after);
+  logMany(5);
+  manager.flush();
+  EXPECT_THAT(emitter->texts(), ElementsAre("0", "1"));
+  EXPECT_EQ(emitter->ended, 1);
+  EXPECT_EQ(after.texts(), numbers(5));
+  emitter.reset();
+  logMany(1);
+  manager.flush();
+  EXPECT_EQ(after.texts().size(), 6U);
+}
+
+TEST_F(OutputTest, AnEmitterMayAddAndRemoveOthersInTheMiddleOfABatch) {
+  Recorder first;
+  Recorder removed;
+  Recorder added;
+  first.whenEmitting = [&](const LogMessage& message) {
+    if (message.text == "1") manager.removeEmitter(&removed);
+    if (message.text == "2") manager.addEmitter(&added);
+  };
+  manager.addEmitter(&first);
+  manager.addEmitter(&removed);
+  logMany(4);
+  manager.flush();
+  EXPECT_EQ(first.texts(), numbers(4));
+  EXPECT_THAT(removed.texts(), ElementsAre("0"));
+  EXPECT_THAT(added.texts(), ElementsAre("2", "3"));
+}
+
+std::atomic<int> assertions{0};
+
+TEST_F(OutputTest, AnAssertionInsideAnEmitterDoesNotHang) {
+  assertions = 0;
+  setAssertHandler([](const char*, int, const char*) { ++assertions; });
+  Recorder emitter;
+  emitter.whenEmitting = [](const LogMessage&) { assertFailure("f", 1, "inside an emitter"); };
+  manager.addEmitter(&emitter);
+  logMany(2);
+  manager.flush();
+  setAssertHandler(nullptr);
+  EXPECT_EQ(assertions, 2);
+}
+
+// --- Without asynchronous output
+
+TEST_F(OutputTest, WithoutAsynchronousOutputAnEmitterSeesEntriesAtOnceOnTheThreadThatLogs) {
+  manager.input().setAsyncOutput(false);
+  Recorder emitter;
+  std::thread::id thread;
+  emitter.whenEmitting = [&](const LogMessage&) { thread = std::this_thread::get_id(); };
+  manager.addEmitter(&emitter);
+  log("x");
+  EXPECT_THAT(emitter.texts(), ElementsAre("x"));
+  EXPECT_EQ(thread, std::this_thread::get_id());
+  manager.flush();
+  EXPECT_THAT(emitter.texts(), ElementsAre("x"));
+}
+
+TEST_F(OutputTest, AnEmitterBehindTheAdapterStaysItsCallers) {
+  manager.input().setAsyncOutput(false);
+  Recorder emitter;
+  manager.addEmitter(&emitter);
+  manager.input().setSyncProcessor(nullptr);  // deletes the adapter alone
+  log("x");
+  EXPECT_THAT(emitter.texts(), IsEmpty());
+}
+
+TEST_F(OutputTest, AnEmitterBehindTheAdapterCanBeRemoved) {
+  manager.input().setAsyncOutput(false);
+  {
+    Recorder emitter;
+    manager.addEmitter(&emitter);
+    manager.removeEmitter(&emitter);
+  }
+  log("x");
+}
+
+TEST_F(OutputTest, ALaterEmitterTakesTheAdaptersPlaceAndRemovingTheEarlierLeavesIt) {
+  manager.input().setAsyncOutput(false);
+  Recorder first;
+  Recorder second;
+  manager.addEmitter(&first);
+  manager.addEmitter(&second);
+  manager.removeEmitter(&first);
+  log("x");
+  EXPECT_THAT(first.texts(), IsEmpty());
+  EXPECT_THAT(second.texts(), ElementsAre("x"));
+}
+
+TEST_F(OutputTest, RemovingAnEmitterLeavesAProcessorThatTookItsPlace) {
+  manager.input().setAsyncOutput(false);
+  class Counting : public LogMessageProcessor {
+   public:
+    explicit Counting(int& count) : count_(count) {}
+    void process(std::unique_ptr<const LogMessage>&) override { ++count_; }
+
+   private:
+    int& count_;
+  };
+  int count = 0;
+  Recorder emitter;
+  manager.addEmitter(&emitter);
+  manager.input().setSyncProcessor(new Counting(count));
+  manager.removeEmitter(&emitter);
+  log("x");
+  EXPECT_EQ(count, 1);
+}
+
+TEST_F(OutputTest, AnEmitterBehindTheAdapterMayLogAndRemoveItself) {
+  manager.input().setAsyncOutput(false);
+  Recorder emitter;
+  emitter.whenEmitting = [&](const LogMessage&) {
+    log("from inside");
+    manager.removeEmitter(&emitter);
+  };
+  manager.addEmitter(&emitter);
+  log("x");
+  log("y");
+  EXPECT_THAT(emitter.texts(), ElementsAre("x"));
+}
+
+// --- Emergencies
+
+std::string standardOutputOf(const std::function<void()>& run) {
+  std::fflush(stdout);
+  std::FILE* file = std::tmpfile();
+  const int saved = ::dup(1);
+  ::dup2(::fileno(file), 1);
+  run();
+  ::dup2(saved, 1);
+  ::close(saved);
+  std::fseek(file, 0, SEEK_END);
+  std::string text(static_cast<std::size_t>(std::ftell(file)), '\0');
+  std::rewind(file);
+  EXPECT_EQ(std::fread(text.data(), 1, text.size(), file), text.size());
+  std::fclose(file);
+  return text;
+}
+
+TEST_F(OutputTest, AnEmergencyFlushPutsTheEmergencyEmitterInThePlaceOfAllOthers) {
+  Recorder first;
+  Recorder second;
+  manager.addEmitter(&first);
+  manager.addEmitter(&second);
+  logMany(25);
+  const std::string text = standardOutputOf([&] { manager.emergencyFlush(); });
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 25);
+  EXPECT_NE(text.find("] { \"msg\":\"24\" }\n"), std::string::npos);
+  log("later");
+  EXPECT_NE(standardOutputOf([&] { manager.flush(); }).find("] { \"msg\":\"later\" }\n"), std::string::npos);
+  EXPECT_THAT(first.texts(), IsEmpty());
+  EXPECT_THAT(second.texts(), IsEmpty());
+}
+
+TEST_F(OutputTest, AnEmergencyFlushFromInsideAnEmitterTakesItsPlaceWithoutHanging) {
+  Recorder emitter;
+  emitter.whenEmitting = [&](const LogMessage& message) {
+    if (message.text == "1") manager.emergencyFlush();
+  };
+  manager.addEmitter(&emitter);
+  const std::string text = standardOutputOf([&] {
+    logMany(30);
+    manager.flush();
+  });
+  EXPECT_THAT(emitter.texts(), ElementsAre("0", "1"));
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 28);
+}
+
+// --- The end of the process
+
+// What becomes of a child that runs `body`, on the log of the process: its exit status, -1 for a hang or a signal.
+int exitStatusOf(const std::function<void()>& body) {
+  std::fflush(stdout);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    body();
+    std::_Exit(99);  // the body ends the process itself
+  }
+  for (int i = 0; i < 3000; ++i) {
+    int status = 0;
+    if (::waitpid(child, &status, WNOHANG) == child) return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    ::usleep(10'000);
+  }
+  ::kill(child, SIGKILL);
+  (void)::waitpid(child, nullptr, 0);
+  return -1;
+}
+
+Recorder& immortal() {
+  static auto* const emitter = new Recorder;
+  return *emitter;
+}
+
+TEST(OutputExitDeathTest, StopsARunningOutputThreadAndWaits) {
+  EXPECT_EQ(exitStatusOf([] {
+              LogManager& log = LogManager::instance();
+              log.addEmitter(&immortal());
+              if (!log.startOutputThread()) std::_Exit(1);
+              for (int i = 0; i < 1'000; ++i) {
+                const Entry entry(getLogger("test"), Level::info, "x", "f", "g");
+              }
+              std::exit(7);
+            }),
+            7);
+}
+
+TEST(OutputExitDeathTest, FromInsideAnEmitterDoesNotHang) {
+  EXPECT_EQ(exitStatusOf([] {
+              LogManager& log = LogManager::instance();
+              immortal().whenEmitting = [](const LogMessage&) { std::exit(8); };
+              log.addEmitter(&immortal());
+              { const Entry entry(getLogger("test"), Level::info, "x", "f", "g"); }
+              if (!log.startOutputThread()) std::_Exit(1);
+              for (;;) ::pause();
+            }),
+            8);
+}
+
+TEST(OutputExitDeathTest, OfAForkedChildDoesNotWaitForTheThreadOfItsParent) {
+  EXPECT_EQ(exitStatusOf([] {
+              LogManager& log = LogManager::instance();
+              if (!log.startOutputThread()) std::_Exit(1);
+              ::usleep(50'000);  // it is idle by now
+              const int inner = exitStatusOf([] {
+                LogManager::instance().stopOutputThread();
+                if (!LogManager::instance().isOutputThreadStopped()) std::_Exit(2);
+                std::exit(9);
+              });
+              std::exit(inner);
+            }),
+            9);
+}
+
+// --- Everything at once
+
+// A million with RAVCTL_LONG.
+int messagesInAll() { return std::getenv("RAVCTL_LONG") != nullptr ? 1'000'000 : 32'000; }
+
+// Checks that every message of every producer comes once, in order.
+class Checker : public Emitter {
+ public:
+  explicit Checker(int producers) : next_(static_cast<std::size_t>(producers)) {}
+  void emit(const LogMessage& message) override {
+    const auto producer = static_cast<std::size_t>(std::stoi(message.parameters[0].value));
+    const int number = std::stoi(message.parameters[1].value);
+    if (next_[producer] != number) isOrdered_ = false;
+    next_[producer] = number + 1;
+    ++count_;
+  }
+  void write(Level, const std::string&, const std::string&) override {}
+  const char* name() const override { return "Checker"; }
+
+  int count() const { return count_; }
+  bool isOrdered() const { return isOrdered_; }
+
+ private:
+  std::vector<int> next_;  // guarded by the lock of the emitters, as is the rest
+  std::atomic<int> count_{0};
+  std::atomic<bool> isOrdered_{true};
+};
+
+TEST_F(OutputTest, SixteenProducersLoseNothingRepeatNothingAndKeepTheirOrder) {
+  constexpr int producers = 16;
+  const int each = messagesInAll() / producers;
+  Checker emitter(producers);
+  manager.addEmitter(&emitter);
+  EXPECT_TRUE(manager.startOutputThread());
+  std::vector<std::thread> threads;
+  for (int p = 0; p < producers; ++p) {
+    threads.emplace_back([&, p] {
+      for (int i = 0; i < each; ++i) {
+        Entry entry(logger, Level::info, "a message", "f", "g");
+        entry.addNumber("producer", p);
+        entry.addNumber("number", i);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  manager.stopOutputThread();
+  manager.flush();
+  EXPECT_EQ(emitter.count(), producers * each);
+  EXPECT_TRUE(emitter.isOrdered());
+}
+
+TEST_F(OutputTest, OrderIsKeptWhenSeveralThreadsFlush) {
+  constexpr int producers = 4;
+  const int each = messagesInAll() / 8;
+  Checker emitter(producers);
+  manager.addEmitter(&emitter);
+  EXPECT_TRUE(manager.startOutputThread());
+  std::vector<std::thread> threads;
+  for (int p = 0; p < producers; ++p) {
+    threads.emplace_back([&, p] {
+      for (int i = 0; i < each; ++i) {
+        {
+          Entry entry(logger, Level::info, "a message", "f", "g");
+          entry.addNumber("producer", p);
+          entry.addNumber("number", i);
+        }
+        if (i % 100 == 0) manager.flush();
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  manager.stopOutputThread();
+  manager.flush();
+  EXPECT_EQ(emitter.count(), producers * each);
+  EXPECT_TRUE(emitter.isOrdered());
+}
+
+TEST_F(OutputTest, EmittersComeAndGoWhileEntriesFlow) {
+  std::atomic<bool> isOver{false};
+  EXPECT_TRUE(manager.startOutputThread());
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([&] {
+      while (!isOver) {
+        log("x");
+        ::usleep(100);  // a flush ends when it has caught up
+      }
+    });
+  }
+  for (int i = 0; i < 200; ++i) {
+    Recorder emitter;
+    manager.addEmitter(&emitter);
+    manager.flush();
+    manager.removeEmitter(&emitter);
+  }
+  isOver = true;
+  for (std::thread& thread : threads) thread.join();
+}
+
+}  // namespace

@@ -1,0 +1,154 @@
+#include "log/RotatedFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "base/FileAccess.h"
+#include "base/FileUtils.h"
+#include "base/StringUtils.h"
+#include "base/TimeUtils.h"
+#include "log/Emitter.h"
+
+namespace {
+
+constexpr std::int64_t maxAgeMicros = 2'592'000'000'000;  // 30 days
+constexpr mode_t directoryMode = 0750;
+constexpr mode_t fileMode = 0644;
+constexpr char ending[] = ".log";
+
+struct Naming {
+  std::int64_t interval;
+  std::string (*stamp)(std::string_view prefix, std::string_view suffix, std::int64_t micros);
+};
+
+constexpr Naming namings[] = {
+    {86'400'000'000, TimeUtils::dayStamp},
+    {3'600'000'000, TimeUtils::hourStamp},
+    {60'000'000, TimeUtils::minuteStamp},
+};
+
+std::string nameOf(std::int64_t interval, const std::string& prefix, std::int64_t periodStart) {
+  // To a stamp 0 means now; a microsecond later is the same name.
+  const std::int64_t time = periodStart == 0 ? 1 : periodStart;
+  for (const Naming& naming : namings) {
+    if (naming.interval == interval) return naming.stamp(prefix, ending, time);
+  }
+  return TimeUtils::secondStamp(prefix, ending, time);
+}
+
+// The multiple of `interval` at or below `ticks`.
+std::int64_t startOfPeriod(std::int64_t ticks, std::int64_t interval) {
+  const std::int64_t into = ticks % interval;
+  return ticks - (into < 0 ? into + interval : into);
+}
+
+UniqueFd openForAppending(const std::string& path) {
+  // Nothing is waited for: whatever is not a regular file is given up again.
+  constexpr int flags = O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+  UniqueFd fd(uninterrupted([&] { return ::open(path.c_str(), flags, fileMode); }));
+  struct stat info = {};
+  if (fd.isOpen() && (::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode))) fd.reset();
+  return fd;
+}
+
+// How much of the text was written before the first failure.
+std::size_t writeSome(int fd, std::string_view text) {
+  std::size_t written = 0;
+  while (written < text.size()) {
+    const ssize_t count = uninterrupted([&] { return ::write(fd, text.data() + written, text.size() - written); });
+    if (count <= 0) break;
+    written += static_cast<std::size_t>(count);
+  }
+  return written;
+}
+
+}  // namespace
+
+// --- RotatedFile
+
+bool RotatedFile::enterPeriod(std::int64_t localTicks) {
+  if (!hasValidInterval()) return false;
+  const std::int64_t start = startOfPeriod(localTicks, interval);
+  if (hasPeriod_ && start == periodStart_) return false;
+  writeHeld();
+  closeFile();
+  hasPeriod_ = true;
+  periodStart_ = start;
+  return true;
+}
+
+void RotatedFile::closeFile() {
+  (void)fd_.close();  // failures are not reported to the code that logs
+  fileName_.clear();
+}
+
+bool RotatedFile::openFile() {
+  if (fd_.isOpen()) return true;
+  (void)FileUtils::makeDir(directory, directoryMode);  // opening tells
+  const std::string name = nameOf(interval, prefix, periodStart_);
+  const std::string path = StringUtils::joinPath({directory, name});
+  if (isUsablePath(path)) fd_ = openForAppending(path);
+  if (fd_.isOpen()) fileName_ = name;
+  return fd_.isOpen();
+}
+
+void RotatedFile::append(std::string_view header, std::string_view body) {
+  if (!hasPeriod_ || !hasValidInterval()) return;
+  BasicLog::appendSanitisedLine(held_, header, body);
+  held_ += '\n';
+  heldEnds_.push_back(held_.size());
+  if (!isHolding_) writeHeld();
+}
+
+void RotatedFile::release() {
+  isHolding_ = false;
+  writeHeld();
+}
+
+void RotatedFile::writeHeld() {
+  std::size_t from = 0;
+  while (from < held_.size()) {
+    const std::string_view rest = std::string_view(held_).substr(from);
+    const std::size_t reached = from + (openFile() ? writeSome(fd_.get(), rest) : 0);
+    if (reached == held_.size()) break;
+    closeFile();
+    from = *std::upper_bound(heldEnds_.begin(), heldEnds_.end(), reached);  // the line in which it failed is lost
+  }
+  held_.clear();
+  heldEnds_.clear();
+}
+
+// --- Old files
+
+namespace {
+
+bool isOutdated(const std::string& path, std::int64_t cutOff) {
+  struct stat info = {};
+  if (::lstat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
+  const timeval modified{info.st_mtim.tv_sec, info.st_mtim.tv_nsec / 1'000};
+  return TimeUtils::fromTimeval(&modified) < cutOff;
+}
+
+void logRemoval(const std::string& path) {
+  static BasicLog::Logger& log = BasicLog::getLogger(BasicLog::basiclibLogger);
+  if (!log.isEnabled(BasicLog::Level::info)) return;
+  BasicLog::Entry entry(log, BasicLog::Level::info, "removing outdated logfile", "BasicLog.cpp", "scrub_old_files");
+  entry.add("filename", path);
+}
+
+}  // namespace
+
+void scrub_old_files(const std::string& directory, const std::string& prefix, std::int64_t nowMicros) {
+  if (directory.empty() || prefix.empty()) return;
+  const std::int64_t cutOff = nowMicros - maxAgeMicros;
+  for (const std::string& name : FileUtils::listDirectory(directory).files) {
+    const std::string path = StringUtils::joinPath({directory, name});
+    if (!StringUtils::startsWith(name, prefix) || !isOutdated(path, cutOff)) continue;
+    logRemoval(path);
+    (void)FileUtils::removeFile(path);  // what stays is tried again in the next period
+  }
+}

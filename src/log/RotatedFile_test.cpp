@@ -1,0 +1,684 @@
+// Rotated files and their emitter, with a clock of the test's own.
+#include "log/RotatedFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <thread>
+
+#include "base/FileUtils.h"
+#include "base/TimeUtils.h"
+#include "log/LogManager.h"
+#include "log/RotatedFileEmitter.h"
+#include "testing/FaultInjector.h"
+#include "testing/HostTest.h"
+
+namespace {
+
+using namespace BasicLog;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using zuvsvc::ConfigResult;
+
+constexpr char logs[] = "/tmp/logs";
+constexpr std::int64_t day = 86'400'000'000;
+constexpr std::int64_t hour = 3'600'000'000;
+
+std::int64_t at(const char* isoTime) { return TimeUtils::parseIsoTime(isoTime); }
+
+std::atomic<std::int64_t> now{0};
+std::int64_t testClock() { return now; }
+
+std::vector<std::string> logged;
+class LoggedEntries : public LogMessageProcessor {
+ public:
+  void process(std::unique_ptr<const LogMessage>& m) override {
+    logged.push_back(shortTextHeader(*m) + " " + m->logger + " " + m->file + " " + m->function + " " + textBody(*m));
+    m.reset();
+  }
+};
+
+void setZone(const char* zone) {
+  if (zone == nullptr) {
+    ::unsetenv("TZ");
+  } else {
+    ::setenv("TZ", zone, 1);
+  }
+  ::tzset();
+}
+
+// Hourly files "app-..." in a directory that does not exist yet, at 2025-03-02 13:05 of the zone UTC.
+class RotatedFileTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    if (IsSkipped()) return;
+    logged.clear();
+    setZone("UTC0");
+    now = at("2025-03-02T13:05:00");
+    configure("1 hour", "app-", logs);
+    setSyncProcessor(new LoggedEntries);
+  }
+  void TearDown() override {
+    setSyncProcessor(nullptr);
+    setZone(nullptr);
+  }
+
+  void configure(const char* interval, const char* prefix, const char* directory) {
+    EXPECT_EQ(emitter.setConfig("interval", interval), ConfigResult::accepted);
+    EXPECT_EQ(emitter.setConfig("prefix", prefix), ConfigResult::accepted);
+    EXPECT_EQ(emitter.setConfig("dir", directory), ConfigResult::accepted);
+  }
+  void write(const std::string& body) { emitter.write(Level::info, "[INFO]", body); }
+
+  // A file in the log directory, so old at the test's time.
+  static void makeOldFile(const std::string& name, std::int64_t age) {
+    host::writeFile(std::string(logs) + "/" + name, "old\n");
+    const timeval time = TimeUtils::toTimeval(now - age);
+    const timeval times[2] = {time, time};
+    ASSERT_EQ(::utimes((std::string(logs) + "/" + name).c_str(), times), 0);
+  }
+
+  RotatedFileEmitterActor emitter{{"file_emitter", "files"}, testClock};
+};
+
+// --- Names and periods
+
+TEST_F(RotatedFileTest, AnHourlyFileChangesWithTheHour) {
+  write("one");
+  EXPECT_EQ(emitter.currentFileName(), "app-20250302-13.log");
+  now = at("2025-03-02T13:59:59") + 999'999;
+  write("two");
+  now = at("2025-03-02T14:00:00");
+  write("three");
+  EXPECT_EQ(emitter.currentFileName(), "app-20250302-14.log");
+  EXPECT_EQ(host::tree(logs),
+            "f 0644 app-20250302-13.log \"[INFO] one\\n[INFO] two\\n\"\n"
+            "f 0644 app-20250302-14.log \"[INFO] three\\n\"\n");
+}
+
+TEST_F(RotatedFileTest, FilesAreNamedByTheirInterval) {
+  const struct {
+    const char *interval, *name;
+  } cases[] = {
+      {"1 day", "p20250302.log"},
+      {"24 hours", "p20250302.log"},
+      {"1 hour", "p20250302-13.log"},
+      {"60 minutes", "p20250302-13.log"},
+      {"1 minute", "p20250302-1305.log"},
+      {"2 days", "p20250301-000000.log"},
+      {"2 hours", "p20250302-120000.log"},
+      {"10 minutes", "p20250302-130000.log"},
+      {"30 seconds", "p20250302-130530.log"},
+      {"7 sec", "p20250302-130541.log"},
+      {"1 ms", "p20250302-130542.log"},
+      {"1000 usecs", "p20250302-130542.log"},
+  };
+  now = at("2025-03-02T13:05:42") + 123'456;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.interval);
+    RotatedFileEmitterActor other({"file_emitter", "x"}, testClock);
+    EXPECT_EQ(other.setConfig("interval", c.interval), ConfigResult::accepted);
+    EXPECT_EQ(other.setConfig("prefix", "p"), ConfigResult::accepted);
+    EXPECT_EQ(other.setConfig("dir", logs), ConfigResult::accepted);
+    EXPECT_EQ(other.currentFileName(), "");
+    other.write(Level::info, "[INFO]", "x");
+    EXPECT_EQ(other.currentFileName(), c.name);
+  }
+}
+
+TEST_F(RotatedFileTest, PeriodsAreThoseOfLocalTicks) {
+  setZone("CET-1CEST,M3.5.0,M10.5.0/3");  // two hours ahead in April 3918, and so always
+  now = at("2025-03-02T22:30:00");
+  configure("1 day", "app-", logs);
+  write("x");
+  EXPECT_EQ(emitter.currentFileName(), "app-20250303.log");
+}
+
+TEST_F(RotatedFileTest, AtThirteenFiveLocalTimeTheHourIsTheLocalOne) {
+  setZone("EST5");
+  now = at("2025-03-02T18:05:00");
+  write("x");
+  EXPECT_EQ(emitter.currentFileName(), "app-20250302-13.log");
+}
+
+TEST_F(RotatedFileTest, ThePeriodThatBeginsAtZeroIsNotNow) {
+  now = 1'234'567;
+  const struct {
+    const char *interval, *name;
+  } cases[] = {{"1 day", "app-19700101.log"},
+               {"1 hour", "app-19700101-00.log"},
+               {"1 min", "app-19700101-0000.log"},
+               {"10 secs", "app-19700101-000000.log"}};
+  for (const auto& c : cases) {
+    RotatedFileEmitterActor other({"file_emitter", "x"}, testClock);
+    EXPECT_EQ(other.setConfig("interval", c.interval), ConfigResult::accepted);
+    EXPECT_EQ(other.setConfig("prefix", "app-"), ConfigResult::accepted);
+    EXPECT_EQ(other.setConfig("dir", logs), ConfigResult::accepted);
+    other.write(Level::info, "[INFO]", "x");
+    EXPECT_EQ(other.currentFileName(), c.name);
+    other.write(Level::info, "[INFO]", "y");
+    EXPECT_EQ(other.currentFileName(), c.name);
+  }
+}
+
+TEST_F(RotatedFileTest, BeforeNineteenSeventyPeriodsRoundDown) {
+  now = -1;
+  write("x");
+  EXPECT_EQ(emitter.currentFileName(), "app-19691231-23.log");
+  now = 0;
+  write("y");
+  EXPECT_EQ(emitter.currentFileName(), "app-19700101-00.log");
+}
+
+TEST_F(RotatedFileTest, AClockThatGoesBackGoesBackToTheOldFile) {
+  write("one");
+  now = at("2025-03-02T14:00:00");
+  write("two");
+  now = at("2025-03-02T13:30:00");
+  write("three");
+  EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] one\n[INFO] three\n");
+}
+
+// --- Settings
+
+TEST_F(RotatedFileTest, AnIntervalOfAMillisecondIsTheSmallestValidOne) {
+  const struct {
+    const char* interval;
+    bool isValid;
+  } cases[] = {{"999 usec", false}, {"1000 usec", true}, {"1 ms", true}, {"1 day", true}, {"0 secs", false},
+               {"-1 hour", false},  {"", false},         {"10", false},  {"soon", false}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(emitter.setConfig("interval", c.interval), ConfigResult::accepted);
+    EXPECT_EQ(emitter.verifyConfig(), c.isValid) << c.interval;
+  }
+}
+
+TEST_F(RotatedFileTest, WithoutAnIntervalItIsIncompleteWhateverElseIsSet) {
+  RotatedFileEmitterActor bare({"file_emitter", "x"});
+  EXPECT_FALSE(bare.verifyConfig());
+  EXPECT_EQ(bare.setConfig("prefix", "p"), ConfigResult::accepted);
+  EXPECT_EQ(bare.setConfig("dir", logs), ConfigResult::accepted);
+  EXPECT_FALSE(bare.verifyConfig());
+  EXPECT_THAT(logged, IsEmpty());
+}
+
+TEST_F(RotatedFileTest, WithoutAValidIntervalEntriesAreDropped) {
+  for (const char* interval : {"", "999 usec", "-1 day", "never"}) {
+    configure(interval, "app-", logs);
+    write("lost");
+    EXPECT_EQ(emitter.currentFileName(), "");
+    EXPECT_FALSE(host::exists(logs)) << interval;
+  }
+}
+
+TEST_F(RotatedFileTest, AnIntervalThatBecomesInvalidDropsEntriesToo) {
+  write("kept");
+  EXPECT_EQ(emitter.setConfig("interval", "nonsense"), ConfigResult::accepted);
+  write("lost");
+  EXPECT_EQ(emitter.setConfig("interval", "1 hour"), ConfigResult::accepted);
+  write("kept too");
+  EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] kept\n[INFO] kept too\n");
+}
+
+TEST_F(RotatedFileTest, AnUnknownKeyChangesNothing) {
+  EXPECT_EQ(emitter.setConfig("directory", "/elsewhere"), ConfigResult::unknownKey);
+  EXPECT_EQ(emitter.setConfig("interval", 1), ConfigResult::unknownKey);
+  write("x");
+  EXPECT_EQ(emitter.currentFileName(), "app-20250302-13.log");
+}
+
+TEST_F(RotatedFileTest, WithoutPrefixAndDirectoryFilesLieInTheWorkingDirectoryWithBareNames) {
+  host::makeDirs("/tmp/work");
+  ASSERT_EQ(::chdir("/tmp/work"), 0);
+  configure("1 day", "", "");
+  write("x");
+  EXPECT_EQ(emitter.currentFileName(), "20250302.log");
+  EXPECT_EQ(host::readFile("/tmp/work/20250302.log"), "[INFO] x\n");
+  ASSERT_EQ(::chdir("/"), 0);
+}
+
+TEST_F(RotatedFileTest, TheInterfacesAreThoseOfThisVeryEmitter) {
+  zuvsvc::Actor& actor = emitter;
+  EXPECT_EQ(actor.interfaceOf<Emitter>(), static_cast<Emitter*>(&emitter));
+  EXPECT_EQ(actor.interfaceOf<FileEmitterInterface>(), static_cast<FileEmitterInterface*>(&emitter));
+  write("x");
+  EXPECT_EQ(actor.interfaceOf<FileEmitterInterface>()->currentFileName(), "app-20250302-13.log");
+}
+
+// --- On the disk
+
+TEST_F(RotatedFileTest, TheDirectoryIsMadeForItsOwnerAndGroup) {
+  write("x");
+  EXPECT_EQ(host::modeOf(logs), 0750U);
+  EXPECT_EQ(host::modeOf("/tmp/logs/app-20250302-13.log"), 0644U);
+}
+
+TEST_F(RotatedFileTest, TheUmaskCountsForDirectoryAndFile) {
+  const mode_t old = ::umask(077);
+  write("x");
+  ::umask(old);
+  EXPECT_EQ(host::modeOf(logs), 0700U);
+  EXPECT_EQ(host::modeOf("/tmp/logs/app-20250302-13.log"), 0600U);
+}
+
+TEST_F(RotatedFileTest, AnExistingFileIsAppendedTo) {
+  host::writeFile("/tmp/logs/app-20250302-13.log", "before\n", 0600);
+  write("after");
+  EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "before\n[INFO] after\n");
+  EXPECT_EQ(host::modeOf("/tmp/logs/app-20250302-13.log"), 0600U);
+}
+
+TEST_F(RotatedFileTest, TheLineIsSanitisedAsAWhole) {
+  emitter.write(Level::info, "[IN\nFO]", "two\nlines \xe9");
+  EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[IN FO] two lines ?\n");
+}
+
+TEST_F(RotatedFileTest, EveryEntryIsOnTheDiskAtOnce) {
+  for (int i = 1; i <= 3; ++i) {
+    write("x");
+    EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log").size(), 9U * static_cast<unsigned>(i));
+  }
+}
+
+TEST_F(RotatedFileTest, ALinkInTheFilesPlaceIsNotFollowed) {
+  host::writeFile("/tmp/victim", "mine\n");
+  host::makeDirs(logs);
+  host::makeLink("/tmp/logs/app-20250302-13.log", "/tmp/victim");
+  write("lost");
+  EXPECT_EQ(emitter.currentFileName(), "");
+  EXPECT_EQ(host::readFile("/tmp/victim"), "mine\n");
+  host::remove("/tmp/logs/app-20250302-13.log");
+  write("kept");
+  EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] kept\n");
+}
+
+TEST_F(RotatedFileTest, ALinkThatLeadsNowhereIsNotFollowed) {
+  host::makeDirs(logs);
+  host::makeLink("/tmp/logs/app-20250302-13.log", "/tmp/made-by-a-link");
+  write("lost");
+  EXPECT_FALSE(host::exists("/tmp/made-by-a-link"));
+}
+
+TEST_F(RotatedFileTest, AFifoInTheFilesPlaceNeitherBlocksNorIsWrittenTo) {
+  host::makeDirs(logs);
+  host::makeFifo("/tmp/logs/app-20250302-13.log");
+  write("lost");
+  EXPECT_EQ(emitter.currentFileName(), "");
+}
+
+TEST_F(RotatedFileTest, ADirectoryInTheFilesPlaceDropsEntries) {
+  host::makeDirs("/tmp/logs/app-20250302-13.log");
+  write("lost");
+  EXPECT_EQ(emitter.currentFileName(), "");
+}
+
+TEST_F(RotatedFileTest, ADirectoryThatCannotBeWrittenDropsEntriesUntilItCan) {
+  host::makeDirs(logs, 0555);
+  {
+    const host::BoundByModes bound;
+    write("lost");
+    write("lost too");
+    EXPECT_EQ(emitter.currentFileName(), "");
+  }
+  host::setMode(logs, 0755);
+  write("kept");
+  EXPECT_EQ(host::tree(logs), "f 0644 app-20250302-13.log \"[INFO] kept\\n\"\n");
+  EXPECT_THAT(logged, IsEmpty()) << "failures are not reported";
+}
+
+TEST_F(RotatedFileTest, ADirectoryBelowAMissingOneIsNotMade) {
+  configure("1 hour", "app-", "/tmp/missing/logs");
+  write("lost");
+  EXPECT_FALSE(host::exists("/tmp/missing"));
+  host::makeDirs("/tmp/missing");
+  write("kept");
+  EXPECT_EQ(host::readFile("/tmp/missing/logs/app-20250302-13.log"), "[INFO] kept\n");
+}
+
+TEST_F(RotatedFileTest, ANameWithAZeroByteIsNeverCutToAnother) {
+  EXPECT_EQ(emitter.setConfig("prefix", std::string_view("a\0b", 3)), ConfigResult::accepted);
+  write("lost");
+  EXPECT_EQ(emitter.currentFileName(), "");
+  EXPECT_EQ(host::tree(logs), "");
+}
+
+TEST_F(RotatedFileTest, TheFileIsClosedInChildPrograms) {
+  write("x");
+  bool found = false;
+  for (int fd = 3; fd < 64; ++fd) {
+    char path[64] = {};
+    const ssize_t length = ::readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), path, sizeof path - 1);
+    if (length <= 0 || std::string(path).find("app-20250302-13.log") == std::string::npos) continue;
+    found = true;
+    EXPECT_NE(::fcntl(fd, F_GETFD) & FD_CLOEXEC, 0);
+  }
+  EXPECT_TRUE(found);
+}
+
+TEST_F(RotatedFileTest, TheFileIsClosedWithItsEmitterAndItsPeriod) {
+  const auto before = openDescriptors();
+  {
+    RotatedFileEmitterActor other({"file_emitter", "x"}, testClock);
+    EXPECT_EQ(other.setConfig("interval", "1 hour"), ConfigResult::accepted);
+    EXPECT_EQ(other.setConfig("dir", logs), ConfigResult::accepted);
+    other.write(Level::info, "h", "b");
+    EXPECT_EQ(openDescriptors().size(), before.size() + 1);
+    now = now + hour;
+    other.write(Level::info, "h", "b");
+    EXPECT_EQ(openDescriptors().size(), before.size() + 1);
+  }
+  EXPECT_EQ(openDescriptors(), before);
+}
+
+// --- Old files
+
+TEST_F(RotatedFileTest, FilesOfMoreThanThirtyDaysAreRemovedWhenAPeriodBegins) {
+  makeOldFile("app-old.log", 30 * day + 1'000'000);
+  makeOldFile("app-exactly.log", 30 * day);
+  makeOldFile("app-young.log", 30 * day - 1'000'000);
+  makeOldFile("other-old.log", 60 * day);
+  makeOldFile("ap", 60 * day);
+  makeOldFile("app-", 60 * day);
+  host::makeDirs("/tmp/logs/app-folder");
+  host::makeLink("/tmp/logs/app-link", "/tmp/logs/other-old.log");
+  host::makeFifo("/tmp/logs/app-fifo");
+  write("x");
+  EXPECT_EQ(host::tree(logs),
+            "f 0644 ap \"old\\n\"\n"
+            "f 0644 app-20250302-13.log \"[INFO] x\\n\"\n"
+            "f 0644 app-exactly.log \"old\\n\"\n"
+            "p 0644 app-fifo\n"
+            "d 0755 app-folder\n"
+            "l app-link -> /tmp/logs/other-old.log\n"
+            "f 0644 app-young.log \"old\\n\"\n"
+            "f 0644 other-old.log \"old\\n\"\n");
+}
+
+TEST_F(RotatedFileTest, EachRemovalIsLogged) {
+  makeOldFile("app-old.log", 31 * day);
+  write("x");
+  EXPECT_THAT(logged, ElementsAre("[INFO] basiclib BasicLog.cpp scrub_old_files removing outdated logfile: "
+                                  "filename=/tmp/logs/app-old.log"));
+}
+
+TEST_F(RotatedFileTest, TheAgeIsThatOfTheWallClockAlthoughNamesAreLocal) {
+  setZone("EST5");  // local ticks are five hours behind
+  makeOldFile("app-old.log", 30 * day + 1'000'000);
+  makeOldFile("app-young.log", 30 * day - 1'000'000);
+  write("x");
+  EXPECT_FALSE(host::exists("/tmp/logs/app-old.log"));
+  EXPECT_TRUE(host::exists("/tmp/logs/app-young.log"));
+}
+
+TEST_F(RotatedFileTest, ScrubsOnceAPeriod) {
+  write("one");
+  makeOldFile("app-old.log", 31 * day);
+  write("two");
+  EXPECT_TRUE(host::exists("/tmp/logs/app-old.log"));
+  now = now + hour;
+  write("three");
+  EXPECT_FALSE(host::exists("/tmp/logs/app-old.log"));
+}
+
+TEST_F(RotatedFileTest, AFileThatCannotBeOpenedDoesNotScrubAgainInItsPeriod) {
+  host::makeDirs("/tmp/logs/app-20250302-13.log");
+  write("lost");
+  makeOldFile("app-old.log", 31 * day);
+  write("lost");
+  EXPECT_TRUE(host::exists("/tmp/logs/app-old.log"));
+}
+
+TEST_F(RotatedFileTest, WithoutAPrefixNothingIsScrubbed) {
+  makeOldFile("old.log", 60 * day);
+  configure("1 hour", "", logs);
+  write("x");
+  EXPECT_TRUE(host::exists("/tmp/logs/old.log"));
+}
+
+TEST_F(RotatedFileTest, WithoutADirectoryNothingIsScrubbed) {
+  makeOldFile("app-old.log", 60 * day);
+  ASSERT_EQ(::chdir(logs), 0);
+  configure("1 hour", "app-", "");
+  write("x");
+  EXPECT_TRUE(host::exists("/tmp/logs/app-old.log"));
+  EXPECT_TRUE(host::exists("/tmp/logs/app-20250302-13.log"));
+  ASSERT_EQ(::chdir("/"), 0);
+}
+
+TEST_F(RotatedFileTest, AnOutdatedFileThatCannotBeRemovedDoesNotStopTheOthersNorTheEntry) {
+  for (const char* name : {"app-a.log", "app-b.log", "app-c.log"}) makeOldFile(name, 31 * day);
+  {
+    const ArmedFaults faults({1, false, EPERM, {"unlink"}});
+    write("x");
+  }
+  int left = 0;
+  for (const char* name : {"app-a.log", "app-b.log", "app-c.log"}) {
+    if (host::exists(std::string(logs) + "/" + name)) ++left;
+  }
+  EXPECT_EQ(left, 1);
+  EXPECT_EQ(logged.size(), 3U);
+  EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] x\n");
+  now = now + hour;
+  write("y");
+  EXPECT_EQ(host::tree(logs),
+            "f 0644 app-20250302-13.log \"[INFO] x\\n\"\n"
+            "f 0644 app-20250302-14.log \"[INFO] y\\n\"\n");
+}
+
+TEST_F(RotatedFileTest, AFileWhoseAgeCannotBeReadIsKept) {
+  makeOldFile("app-old.log", 31 * day);
+  const ArmedFaults faults({1, true, EACCES, {"lstat"}});
+  write("x");
+  EXPECT_TRUE(host::exists("/tmp/logs/app-old.log"));
+}
+
+TEST_F(RotatedFileTest, ADirectoryThatCannotBeListedScrubsNothingAndIsWrittenTo) {
+  makeOldFile("app-old.log", 31 * day);
+  const ArmedFaults faults({1, true, EACCES, {"fdopendir"}});
+  write("x");
+  EXPECT_TRUE(host::exists("/tmp/logs/app-old.log"));
+  EXPECT_TRUE(host::exists("/tmp/logs/app-20250302-13.log"));
+}
+
+// --- Faults
+
+// Each call fails in turn: the entries that are lost are lost as a whole or torn at the end of what was written, what
+// is there stays, and the entry after the faults is written.
+TEST_F(RotatedFileTest, EveryFailingCallCostsAtMostTheEntryItWasFor) {
+  const FaultLoop loop{[] {
+                         host::remove(logs);
+                         host::makeDirs(logs);
+                         makeOldFile("app-old.log", 31 * day);
+                         logged.clear();
+                       },
+                       {},
+                       ENOSPC};
+  const std::size_t steps = forEachFault(
+      loop,
+      [] {
+        RotatedFileEmitterActor other({"file_emitter", "x"}, testClock);
+        (void)other.setConfig("interval", "1 hour");
+        (void)other.setConfig("prefix", "app-");
+        (void)other.setConfig("dir", logs);
+        other.write(Level::info, "[INFO]", "one");
+        other.write(Level::info, "[INFO]", "two");
+        return other.currentFileName();
+      },
+      [](const std::string& name, const Fault& fault) {
+        const std::string path = std::string(logs) + "/app-20250302-13.log";
+        const std::string text = host::exists(path) ? host::readFile(path) : "";
+        const bool isWhole =
+            text.empty() || text == "[INFO] one\n" || text == "[INFO] two\n" || text == "[INFO] one\n[INFO] two\n";
+        EXPECT_TRUE(isWhole) << text;
+        if (!fault) {
+          EXPECT_EQ(text, "[INFO] one\n[INFO] two\n");
+          EXPECT_EQ(name, "app-20250302-13.log");
+          EXPECT_FALSE(host::exists("/tmp/logs/app-old.log"));
+        }
+        // One failure costs one entry at most.
+        if (fault && !fault.fromThereOn) {
+          EXPECT_GE(text.size(), 11U);
+        }
+      });
+  // The listing takes seven; then lstat, unlink, mkdir, open, fstat, two writes, close.
+  EXPECT_EQ(steps, 16U) << "the order of the calls has changed";
+}
+
+TEST_F(RotatedFileTest, AFailedWriteClosesTheFileAndTheNextEntryOpensItAgain) {
+  write("one");
+  {
+    const ArmedFaults faults({1, false, ENOSPC, {"write"}});
+    write("lost");
+  }
+  EXPECT_EQ(emitter.currentFileName(), "");
+  write("three");
+  EXPECT_EQ(emitter.currentFileName(), "app-20250302-13.log");
+  EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] one\n[INFO] three\n");
+}
+
+TEST_F(RotatedFileTest, ShortWritesAreContinued) {
+  {
+    FaultPlan plan;
+    plan.oneByteAtATime = true;
+    const ArmedFaults faults(plan);
+    write("a line in many pieces");
+  }
+  EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] a line in many pieces\n");
+}
+
+TEST_F(RotatedFileTest, AnInterruptedCallIsMadeAgain) {
+  for (const char* call : {"open", "write"}) {
+    SCOPED_TRACE(call);
+    host::remove(logs);
+    RotatedFileEmitterActor other({"file_emitter", "x"}, testClock);
+    (void)other.setConfig("interval", "1 hour");
+    (void)other.setConfig("dir", logs);
+    const ArmedFaults faults({1, false, EINTR, {call}});
+    other.write(Level::info, "[INFO]", "x");
+    EXPECT_EQ(host::readFile("/tmp/logs/20250302-13.log"), "[INFO] x\n");
+  }
+}
+
+TEST_F(RotatedFileTest, AMissingDirectoryThatCannotBeMadeIsTriedAgainForTheNextEntry) {
+  {
+    const ArmedFaults faults({1, true, EACCES, {"mkdir"}});
+    write("lost");
+  }
+  EXPECT_FALSE(host::exists(logs));
+  write("kept");
+  EXPECT_EQ(host::tree(logs), "f 0644 app-20250302-13.log \"[INFO] kept\\n\"\n");
+}
+
+TEST_F(RotatedFileTest, AFullDiskKeepsWhatWasWrittenAndGoesOnWhenThereIsRoom) {
+  host::makeDirs("/tmp/disk");
+  const host::SmallDisk disk("/tmp/disk", 8'192);
+  configure("1 hour", "app-", "/tmp/disk");
+  const std::string big(3'000, 'x');
+  for (int i = 0; i < 6; ++i) write(big);
+  EXPECT_EQ(emitter.currentFileName(), "");
+  const std::string text = host::readFile("/tmp/disk/app-20250302-13.log");
+  EXPECT_EQ(text.substr(0, 3'008), "[INFO] " + big + "\n");
+  ASSERT_EQ(::truncate("/tmp/disk/app-20250302-13.log", 0), 0);
+  write("room");
+  EXPECT_EQ(host::readFile("/tmp/disk/app-20250302-13.log"), "[INFO] room\n");
+}
+
+// --- Batches
+
+TEST_F(RotatedFileTest, TheLinesOfABatchAreWrittenTogetherAtItsEnd) {
+  emitter.beginBatch();
+  write("one");
+  write("two");
+  EXPECT_FALSE(host::exists(logs));
+  {
+    const ArmedFaults faults({0, false, EIO, {"write"}});
+    emitter.endBatch();
+    EXPECT_EQ(faults.count(), 1U);
+  }
+  EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] one\n[INFO] two\n");
+}
+
+TEST_F(RotatedFileTest, WhatABatchHoldsGoesIntoTheFileOfItsOwnPeriod) {
+  emitter.beginBatch();
+  write("one");
+  now = now + hour;
+  write("two");
+  emitter.endBatch();
+  EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] one\n");
+  EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-14.log"), "[INFO] two\n");
+}
+
+// The fault falls into the second of three lines, at its beginning or inside it.
+TEST_F(RotatedFileTest, ALineOfABatchThatCannotBeWrittenCostsNoOther) {
+  emitter.beginBatch();
+  write("one");
+  write("two");
+  write("three");
+  {
+    FaultPlan plan{12, false, EIO, {"write"}};
+    plan.oneByteAtATime = true;
+    const ArmedFaults faults(plan);
+    emitter.endBatch();
+  }
+  EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] one\n[INFO] three\n");
+}
+
+TEST_F(RotatedFileTest, ABatchThatCannotOpenItsFileTriesForEveryLine) {
+  emitter.beginBatch();
+  write("lost");
+  write("kept");
+  {
+    const ArmedFaults faults({1, false, EMFILE, {"open"}});
+    emitter.endBatch();
+  }
+  EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] kept\n");
+}
+
+TEST_F(RotatedFileTest, AnEmptyBatchOpensNothing) {
+  emitter.beginBatch();
+  emitter.endBatch();
+  emitter.endBatch();
+  EXPECT_FALSE(host::exists(logs));
+}
+
+TEST_F(RotatedFileTest, LogsWhatItRemovesWithoutHoldingALock) {
+  // As the synchronous processor it comes back to itself with the entry about the removal.
+  LogManager manager;
+  manager.input().setAsyncOutput(false);
+  manager.addEmitter(&emitter);
+  makeOldFile("app-old.log", 31 * day);
+  { const Entry entry(*manager.input().getLogger("test"), Level::info, "direct", "f", "g"); }
+  write("by hand");
+  EXPECT_EQ(logged.size(), 1U);
+  manager.removeEmitter(&emitter);
+}
+
+TEST_F(RotatedFileTest, ManyThreadsWriteWholeLines) {
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 8; ++t) {
+    threads.emplace_back([this, t] {
+      for (int i = 0; i < 200; ++i) {
+        if (i % 20 == 0) now += hour / 4;
+        write(std::string(50, static_cast<char>('a' + t)));
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  std::size_t lines = 0;
+  std::vector<std::string> names;
+  for (const auto& name : FileUtils::listDirectory(logs).files) {
+    std::vector<std::string> content;
+    EXPECT_THAT(FileUtils::readLines(std::string(logs) + "/" + name, content), HasCode(status::success));
+    for (const std::string& line : content) {
+      EXPECT_EQ(line, "[INFO] " + std::string(50, line[7]));
+      ++lines;
+    }
+  }
+  EXPECT_EQ(lines, 1600U);
+}
+
+}  // namespace

@@ -1,0 +1,33 @@
+#include "log/SyslogEmitter.h"
+
+using zuvsvc::ConfigResult;
+
+namespace {
+
+constexpr char subsystemKey[] = "subsystem";
+constexpr char categoryKey[] = "category";
+
+void logMissing(std::string_view actor, std::string_view field) {
+  static BasicLog::Logger& log = BasicLog::getLogger(BasicLog::basiclibLogger);
+  if (!log.isEnabled(BasicLog::Level::error)) return;
+  BasicLog::Entry entry(log, BasicLog::Level::error, "required config field not present", "BasicLog.cpp",
+                        "verifyConfig");
+  entry.add("actor", actor);
+  entry.add("field", field);
+}
+
+}  // namespace
+
+ConfigResult SyslogEmitterActor::setConfig(std::string_view key, std::string_view text) {
+  if (key != subsystemKey && key != categoryKey) return ConfigResult::unknownKey;
+  (key == subsystemKey ? subsystem_ : category_) = text;
+  return ConfigResult::accepted;
+}
+
+bool SyslogEmitterActor::verifyConfig() {
+  if (!subsystem_.empty() && !category_.empty()) return true;
+  logMissing(actorName(), subsystem_.empty() ? subsystemKey : categoryKey);
+  return false;
+}
+
+void SyslogEmitterActor::write(BasicLog::Level, const std::string&, const std::string&) {}
