@@ -1,0 +1,369 @@
+#include "service/Heartbeat.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <ctime>
+
+#include "testing/FaultInjector.h"
+#include "testing/HostTest.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+constexpr const char* kFile = "/tmp/hipvars.txt";
+constexpr RunState yes = RunState::running;
+constexpr RunState no = RunState::notRunning;
+constexpr RunState unknown = RunState::unknown;
+
+class HeartbeatTest : public HostTest {};
+
+struct Reading {
+  StatusCode code = 0;
+  RunState running = unknown;
+  RunState helmsor = unknown;
+  RunState tunnel = unknown;
+};
+
+bool operator==(const Reading& a, const Reading& b) {
+  return a.code == b.code && a.running == b.running && a.helmsor == b.helmsor && a.tunnel == b.tunnel;
+}
+
+void PrintTo(const Reading& reading, std::ostream* out) {
+  *out << nameOfCode(reading.code) << ", running " << static_cast<int>(reading.running) << ", helmsor "
+       << static_cast<int>(reading.helmsor) << ", tunnel " << static_cast<int>(reading.tunnel);
+}
+
+Reading readNow(const char* path = kFile) {
+  ServiceStatus report;
+  report.helmsor = yes;  // must not be left as it was
+  const Status s = readServiceStatus(path, report);
+  return {s.code(), report.running, report.helmsor, report.tunnel};
+}
+
+// What `act` gives within one second of the clock: it is told the time, and done again when that has changed meanwhile.
+template <typename Act>
+auto withinOneSecond(Act act) {
+  for (;;) {
+    const std::time_t now = std::time(nullptr);
+    auto result = act(now);
+    if (std::time(nullptr) == now) return result;
+  }
+}
+
+// The daemon's last heartbeat was `age` seconds ago, when it had been up for `up` seconds.
+std::string times(std::time_t now, long age, long up) {
+  return "uptime.now=" + std::to_string(now - age) + "\nuptime.started=" + std::to_string(now - age - up) + "\n";
+}
+
+Reading readingOf(const std::string& rest, long age = 0, long up = 60) {
+  return withinOneSecond([&](std::time_t now) {
+    host::writeFile(kFile, times(now, age, up) + rest);
+    return readNow();
+  });
+}
+
+RunState runStateOfText(const std::string& text) {
+  host::writeFile(kFile, text);
+  return runStateOf(kFile);
+}
+
+const std::string kAll = "hipd_state=running\npeers.count=1\nhelmsor.up=true\n";
+
+// --- Alive or not
+
+TEST_F(HeartbeatTest, AHeartbeatIsFreshForLessThanSixSeconds) {
+  struct Case {
+    long age;
+    RunState running;
+  };
+  for (const Case& c : {Case{-1000000, yes}, {-1, yes}, {0, yes}, {4, yes}, {5, yes}, {6, no}, {7, no}, {86400, no}}) {
+    SCOPED_TRACE(c.age);
+    EXPECT_EQ(readingOf("", c.age), (Reading{status::success, c.running, unknown, unknown}));
+    EXPECT_EQ(withinOneSecond([&](std::time_t now) { return runStateOfText(times(now, c.age, 60)); }), c.running);
+  }
+}
+
+TEST_F(HeartbeatTest, AStaleDaemonHasNeitherHelmsorNorTunnel) {
+  EXPECT_EQ(readingOf(kAll, 6), (Reading{status::success, no, unknown, unknown}));
+}
+
+TEST_F(HeartbeatTest, WithoutATimeNothingIsKnown) {
+  for (const char* text : {"", "\n\n", "uptime.now=1\n", "uptime.started=1\n", "uptime.Now=1\nuptime.started=1\n",
+                           "uptime.now\nuptime.started=1\n", "xuptime.now=1\nuptime.started=1\n",
+                           "#uptime.now=1\nuptime.started=1\n", "uptime.now.=1\nuptime.started=1\n"}) {
+    SCOPED_TRACE(text);
+    EXPECT_EQ(runStateOfText(text), unknown);
+    EXPECT_EQ(readNow(), (Reading{status::success, unknown, unknown, unknown}));
+  }
+}
+
+TEST_F(HeartbeatTest, WithoutAFileNothingRuns) {
+  host::makeFifo("/tmp/fifo");
+  host::makeDirs("/tmp/folder");
+  host::makeLink("/tmp/dangling", "/tmp/nowhere");
+  host::makeLink("/tmp/loop", "/tmp/loop");
+  for (const char* path : {"/tmp/missing", "/tmp/missing/hipvars.txt", "/tmp/fifo", "/tmp/folder", "/tmp/dangling",
+                           "/tmp/loop", "/dev/zero", ""}) {
+    SCOPED_TRACE(path);
+    EXPECT_EQ(runStateOf(path), no);
+    EXPECT_EQ(readNow(path), (Reading{status::success, no, unknown, unknown}));
+  }
+}
+
+TEST_F(HeartbeatTest, AnUnreadableFileMeansNotRunning) {
+  host::writeFile(kFile, times(std::time(nullptr), 0, 60), 0000);
+  const host::BoundByModes bound;
+  EXPECT_EQ(runStateOf(kFile), no);
+  EXPECT_EQ(readNow(), (Reading{status::success, no, unknown, unknown}));
+}
+
+TEST_F(HeartbeatTest, ALinkIsFollowedAndTheNullDeviceIsAnEmptyFile) {
+  host::writeFile("/tmp/elsewhere", times(std::time(nullptr), 0, 60));
+  host::makeLink(kFile, "/tmp/elsewhere");
+  EXPECT_EQ(runStateOf(kFile), yes);
+  EXPECT_EQ(runStateOf("/dev/null"), unknown);
+}
+
+TEST_F(HeartbeatTest, NumbersOfAnySizeAreReadWithoutHarm) {
+  struct Case {
+    const char* why;
+    const char* now;
+    RunState running;
+  };
+  const Case cases[] = {
+      {"no number is 0", "soon", no},
+      {"an empty value is 0, and there", "", no},
+      {"negative", "-1", no},
+      {"the smallest", "-9223372036854775808", no},
+      {"below the smallest", "-99999999999999999999999999", no},
+      {"the largest", "9223372036854775807", yes},
+      {"beyond the largest", "99999999999999999999999999", yes},
+      {"beyond 32 bits", "4294967296000", yes},
+      {"digits end at the first other byte", "9999999999x", yes},
+      {"digits come first", "x9999999999", no},
+      {"a fraction is cut off", "9999999999.5", yes},
+      {"a sign", "+9999999999", yes},
+      {"no hexadecimal", "0x7fffffffffffffff", no},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    for (const char* started : {"0", "-9223372036854775808", "9223372036854775807", "never"}) {
+      EXPECT_EQ(runStateOfText("uptime.now="s + c.now + "\nuptime.started=" + started + "\n"), c.running);
+      EXPECT_EQ(readNow().running, c.running);
+      EXPECT_EQ(readNow().code, status::success);
+    }
+  }
+}
+
+// --- Helmsor and tunnel
+
+TEST_F(HeartbeatTest, TheFirstFourSecondsTellNothingOfHelmsorAndTunnel) {
+  struct Case {
+    long up;
+    RunState others;
+  };
+  for (const Case& c : {Case{-1000, unknown}, {0, unknown}, {3, unknown}, {4, unknown}, {5, yes}, {1000000, yes}}) {
+    SCOPED_TRACE(c.up);
+    EXPECT_EQ(readingOf(kAll, 0, c.up), (Reading{status::success, yes, c.others, c.others}));
+    EXPECT_EQ(readingOf(kAll, 5, c.up), (Reading{status::success, yes, c.others, c.others}));
+  }
+}
+
+TEST_F(HeartbeatTest, TheGraceIsThatOfTheLastHeartbeatEvenAtTheEndsOfTheRange) {
+  const std::string largest = "9223372036854775807", smallest = "-9223372036854775808";
+  host::writeFile(kFile, "uptime.now=" + largest + "\nuptime.started=" + smallest + "\n" + kAll);
+  EXPECT_EQ(readNow(), (Reading{status::success, yes, yes, yes}));
+  host::writeFile(kFile, "uptime.now=" + largest + "\nuptime.started=" + largest + "\n" + kAll);
+  EXPECT_EQ(readNow(), (Reading{status::success, yes, unknown, unknown}));
+}
+
+TEST_F(HeartbeatTest, OnePeerIsATunnel) {
+  struct Case {
+    const char* value;
+    RunState tunnel;
+  };
+  for (const Case& c : {Case{"0", no},
+                        {"1", yes},
+                        {"3", yes},
+                        {"-1", no},
+                        {"many", no},
+                        {"", no},
+                        {"2 of 3", yes},
+                        {"99999999999999999999", yes},
+                        {"-99999999999999999999", no}}) {
+    SCOPED_TRACE(c.value);
+    EXPECT_EQ(readingOf("hipd_state=x\npeers.count="s + c.value + "\n"),
+              (Reading{status::success, yes, unknown, c.tunnel}));
+  }
+}
+
+TEST_F(HeartbeatTest, HelmsorIsUpWhenItSaysExactlyTrue) {
+  struct Case {
+    const char* value;
+    RunState helmsor;
+  };
+  for (const Case& c : {Case{"true", yes},
+                        {"True", no},
+                        {"TRUE", no},
+                        {"1", no},
+                        {"yes", no},
+                        {"", no},
+                        {"true.", no},
+                        {" true ", yes}}) {
+    SCOPED_TRACE(c.value);
+    EXPECT_EQ(readingOf("hipd_state=x\nhelmsor.up="s + c.value + "\n"),
+              (Reading{status::success, yes, c.helmsor, unknown}));
+  }
+}
+
+TEST_F(HeartbeatTest, WhatTheDaemonDoesNotSayIsUnknown) {
+  EXPECT_EQ(readingOf("hipd_state=x\n"), (Reading{status::success, yes, unknown, unknown}));
+  EXPECT_EQ(readingOf("peers.count=1\nhelmsor.up=true\n"), (Reading{status::success, yes, unknown, unknown}))
+      << "without its state";
+}
+
+TEST_F(HeartbeatTest, OfTheStateOnlyItsPresenceCounts) {
+  for (const char* state : {"hipd_state=\n", "hipd_state=stopped\n", "hipd_state=0\n", " hipd_state = \n"}) {
+    SCOPED_TRACE(state);
+    EXPECT_EQ(readingOf(state + "peers.count=0\nhelmsor.up=no\n"s), (Reading{status::success, yes, no, no}));
+  }
+}
+
+// --- Lines
+
+TEST_F(HeartbeatTest, LinesAreReadAsWritten) {
+  struct Case {
+    const char* why;
+    std::string rest;
+    RunState tunnel;
+  };
+  const Case cases[] = {
+      {"blanks around key and value", " \t peers.count \t = \t 1 \r\n", yes},
+      {"bytes of 128 and above are trimmed", "\xC2\xA0peers.count\xFF=\x80\x31\xE2\x80\x8B\n", yes},
+      {"control bytes and 127 are trimmed", "\x01peers.count\x7F=\x1F\x31\x7F\n", yes},
+      {"zero bytes are trimmed", "\0peers.count\0=\0\x31\0\n"s, yes},
+      {"a byte within a key is part of it", "peers count=1\n", unknown},
+      {"the last line of a key wins", "peers.count=1\npeers.count=0\n", no},
+      {"also when it is empty", "peers.count=1\npeers.count=\n", no},
+      {"also when it is not the first", "peers.count=0\npeers.count=1\n", yes},
+      {"only the first = separates", "peers.count=0=1\n", no},
+      {"a key with = in front is empty", "=peers.count=1\n", unknown},
+      {"a line without =", "peers.count\n", unknown},
+      {"an empty key", "=1\n = 1\n", unknown},
+      {"there are no comments", "# peers.count=1\n", unknown},
+      {"the last line needs no newline", "peers.count=1", yes},
+      {"a carriage return alone ends no line", "x=1\rpeers.count=1\n", unknown},
+      {"keys are compared exactly", "Peers.Count=1\npeers.counts=1\npeers.coun=1\n", unknown},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    EXPECT_EQ(readingOf("hipd_state=x\n" + c.rest), (Reading{status::success, yes, unknown, c.tunnel}));
+  }
+}
+
+TEST_F(HeartbeatTest, AValueOfBlanksAloneIsEmptyAndThere) {
+  EXPECT_EQ(readingOf("hipd_state= \t\xFF\npeers.count=\x80 \n"), (Reading{status::success, yes, unknown, no}));
+}
+
+TEST_F(HeartbeatTest, ALongLineIsTakenInPiecesOf1023) {
+  const std::string filler(1023, 'x');
+  EXPECT_EQ(readingOf("hipd_state=x\n" + filler + "peers.count=1\n"), (Reading{status::success, yes, unknown, yes}))
+      << "the second piece is a line of its own";
+  EXPECT_EQ(readingOf("hipd_state=x\n" + filler.substr(1) + "peers.count=1\n"),
+            (Reading{status::success, yes, unknown, unknown}))
+      << "one byte earlier it is not";
+  EXPECT_EQ(readingOf("hipd_state=x\n" + filler + filler + "peers.count=1\n"),
+            (Reading{status::success, yes, unknown, yes}))
+      << "the third";
+  EXPECT_EQ(readingOf("hipd_state=x\npeers.count=" + std::string(1023 - 12, '0') + "1\n"),
+            (Reading{status::success, yes, unknown, no}))
+      << "the value ends with its piece";
+  EXPECT_EQ(readingOf("hipd_state=x\npeers.count=" + std::string(1022 - 12, '0') + "1\n"),
+            (Reading{status::success, yes, unknown, yes}));
+}
+
+TEST_F(HeartbeatTest, ManyOtherKeysDoNoHarm) {
+  std::string rest;
+  for (int n = 0; n < 100000; ++n) rest += "peer." + std::to_string(n) + ".state=up\n";
+  EXPECT_EQ(readingOf(rest + kAll), (Reading{status::success, yes, yes, yes}));
+}
+
+// --- The two readings
+
+// Reads the status while the file is changed before its second reading.
+Reading readWhile(const std::function<void(std::time_t)>& change) {
+  return withinOneSecond([&](std::time_t now) {
+    host::remove(kFile);
+    host::writeFile(kFile, times(now, 0, 60) + kAll);
+    FaultPlan plan;
+    plan.calls = {"openat"};
+    plan.before = [&](std::size_t number) {
+      if (number == 2) change(now);
+    };
+    const ArmedFaults armed(plan);
+    const Reading reading = readNow();
+    EXPECT_EQ(armed.count(), 2u);
+    return reading;
+  });
+}
+
+TEST_F(HeartbeatTest, AFileThatVanishesMeanwhileMeansNotRunning) {
+  EXPECT_EQ(readWhile([](std::time_t) { host::remove(kFile); }), (Reading{status::success, no, unknown, unknown}));
+  EXPECT_EQ(readWhile([](std::time_t) {
+              host::remove(kFile);
+              host::makeFifo(kFile);
+            }),
+            (Reading{status::success, no, unknown, unknown}));
+}
+
+TEST_F(HeartbeatTest, AFileThatLosesATimeMeanwhileIsAnApplicationError) {
+  for (const char* left : {"", "uptime.now=9999999999\n", "uptime.started=1\n"}) {
+    SCOPED_TRACE(left);
+    const Reading reading = readWhile([&](std::time_t) { host::writeFile(kFile, left + kAll); });
+    EXPECT_EQ(reading.code, status::applicationError);
+    EXPECT_EQ(reading.helmsor, unknown);
+    EXPECT_EQ(reading.tunnel, unknown);
+  }
+}
+
+TEST_F(HeartbeatTest, TheSecondReadingCounts) {
+  EXPECT_EQ(readWhile([](std::time_t now) { host::writeFile(kFile, times(now, 6, 60) + kAll); }),
+            (Reading{status::success, no, unknown, unknown}));
+  EXPECT_EQ(readWhile([](std::time_t now) { host::writeFile(kFile, times(now, 0, 4) + kAll); }),
+            (Reading{status::success, yes, unknown, unknown}));
+  EXPECT_EQ(readWhile([](std::time_t now) {
+              host::writeFile(kFile, times(now, 0, 60) + "hipd_state=\npeers.count=0\nhelmsor.up=no\n");
+            }),
+            (Reading{status::success, yes, no, no}));
+}
+
+TEST_F(HeartbeatTest, AFileWithoutATimeIsReadOnce) {
+  host::writeFile(kFile, "uptime.now=1\n");
+  const ArmedFaults counted{FaultPlan{}};
+  EXPECT_EQ(readNow(), (Reading{status::success, unknown, unknown, unknown}));
+  EXPECT_THAT(counted.calls(), testing::ElementsAre("openat", "fstat", "read", "close"));
+}
+
+TEST_F(HeartbeatTest, AFailedCallIsAFileThatCannotBeOpenedOrSaysLess) {
+  const FaultLoop loop{[] { host::writeFile(kFile, times(std::time(nullptr), 0, 60) + kAll); }};
+  const std::size_t steps = forEachFault(
+      loop, [] { return readNow(); },
+      [](const Reading& reading, const Fault& fault) {
+        if (fault.call.empty() || fault.call == "close") {
+          const bool isCutOff = fault.call == "close" && fault.fromThereOn && fault.step == 4;
+          EXPECT_EQ(reading, (isCutOff ? Reading{status::success, no, unknown, unknown}
+                                       : Reading{status::success, yes, yes, yes}));
+        } else if (fault.call != "read") {
+          EXPECT_EQ(reading, (Reading{status::success, no, unknown, unknown}));
+        } else if (fault.step < 5) {
+          EXPECT_EQ(reading, (Reading{status::success, unknown, unknown, unknown}));
+        } else {
+          EXPECT_EQ(reading.code, status::applicationError);
+        }
+      });
+  EXPECT_EQ(steps, 8u);
+}
+
+}  // namespace

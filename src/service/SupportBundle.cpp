@@ -1,0 +1,43 @@
+#include "service/SupportBundle.h"
+
+#include <csignal>
+#include <cstdlib>
+
+#include "base/Process.h"
+
+namespace {
+
+constexpr const char* bundleCommand = "/usr/bin/zuv-sendbundle.sh";
+constexpr int noShellResult = 127;
+
+// system(3) has no moment between fork and exec that would be ours, so the signals are given back around it.
+class SignalsGivenBack {
+ public:
+  SignalsGivenBack() {
+    (void)sigaction(SIGPIPE, nullptr, &brokenPipe_);  // asking about a signal that exists can't fail
+    (void)sigaction(SIGXFSZ, nullptr, &fileTooLarge_);
+    giveBackSignals();
+  }
+  ~SignalsGivenBack() {
+    (void)sigaction(SIGPIPE, &brokenPipe_, nullptr);
+    (void)sigaction(SIGXFSZ, &fileTooLarge_, nullptr);
+  }
+  SignalsGivenBack(const SignalsGivenBack&) = delete;
+  SignalsGivenBack& operator=(const SignalsGivenBack&) = delete;
+
+ private:
+  struct sigaction brokenPipe_ = {};
+  struct sigaction fileTooLarge_ = {};
+};
+
+}  // namespace
+
+Status runSupportBundle() {
+  const SignalsGivenBack givenBack;
+  return statusOfSystemResult(std::system(bundleCommand));
+}
+
+Status statusOfSystemResult(int result) {
+  if (result == 0) return Status::success();
+  return Status::of(result < 0 || result == noShellResult ? status::systemError : status::applicationError);
+}

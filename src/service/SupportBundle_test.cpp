@@ -1,0 +1,160 @@
+#include "service/SupportBundle.h"
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <climits>
+
+#include "base/Process.h"
+#include "testing/FaultInjector.h"
+#include "testing/HostTest.h"
+
+namespace {
+
+constexpr const char* kScript = "/usr/bin/zuv-sendbundle.sh";
+constexpr const char* kApplicationError = "status_text: application error\nstatus_code: 0x12000001\n";
+
+class SupportBundleTest : public HostTest {};
+
+TEST_F(SupportBundleTest, TheResultOfTheShellIsTakenAsItIs) {
+  struct Case {
+    const char* why;
+    int result;
+    StatusCode code;
+  };
+  const Case cases[] = {
+      {"exit status 0", 0, status::success},
+      {"no shell", -1, status::systemError},
+      {"any other negative value", INT_MIN, status::systemError},
+      {"exactly 127", 127, status::systemError},
+      {"exit status 127, a missing script", 32512, status::applicationError},
+      {"exit status 1", 256, status::applicationError},
+      {"signal 1", 1, status::applicationError},
+      {"next to 127", 126, status::applicationError},
+      {"next to 127", 128, status::applicationError},
+      {"the largest", INT_MAX, status::applicationError},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    EXPECT_THAT(statusOfSystemResult(c.result), HasCode(c.code));
+  }
+}
+
+TEST_F(SupportBundleTest, TheEndOfTheScriptIsTheStatus) {
+  struct Case {
+    const char* script;
+    StatusCode code;
+  };
+  for (const Case& c : {Case{"exit 0", status::success},
+                        {"exit 1", status::applicationError},
+                        {"exit 127", status::applicationError},
+                        {"exit 255", status::applicationError},
+                        {"kill -9 $$", status::applicationError}}) {
+    SCOPED_TRACE(c.script);
+    host::installScript(kScript, c.script);
+    EXPECT_THAT(runSupportBundle(), HasCode(c.code));
+  }
+}
+
+TEST_F(SupportBundleTest, AMissingScriptIsAnApplicationErrorAndTheShellSaysSo) {
+  const Outcome outcome = runRavctl({"support", "bundle"});
+  EXPECT_EQ(outcome.out, kApplicationError);
+  EXPECT_EQ(outcome.err, "sh: 1: /usr/bin/zuv-sendbundle.sh: not found\n");
+  EXPECT_EQ(outcome.exitStatus, 0);
+}
+
+TEST_F(SupportBundleTest, AShellThatCannotBeStartedIsASystemError) {
+  host::installRecorder(kScript, "/tmp/calls");
+  FaultPlan plan;
+  plan.at = 1;
+  plan.error = EAGAIN;
+  const ArmedFaults armed(plan);
+  EXPECT_THAT(runSupportBundle(), HasCode(status::systemError));
+  EXPECT_THAT(armed.calls(), testing::ElementsAre("system"));
+  EXPECT_FALSE(host::exists("/tmp/calls"));
+}
+
+TEST_F(SupportBundleTest, TheScriptIsWaitedForAndGetsNoWords) {
+  host::installRecorder(kScript, "/tmp/calls");
+  const Outcome outcome = runRavctl({"support", "bundle", "requestID=7"});
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_EQ(host::readFile("/tmp/calls"), "zuv-sendbundle.sh \n");
+  host::installScript(kScript, "sleep 0.2; echo ended > /tmp/ended");
+  EXPECT_THAT(runSupportBundle(), HasCode(status::success));
+  EXPECT_EQ(host::readFile("/tmp/ended"), "ended\n");
+}
+
+TEST_F(SupportBundleTest, TheScriptSpeaksToOurOwnOutputs) {
+  host::installScript(kScript, "echo bundle written; echo careful >&2; cat > /tmp/input");
+  Start start;
+  start.input = "an answer\n";
+  const Outcome outcome = runRavctl({"support", "bundle", "--verbose"}, start);
+  EXPECT_EQ(outcome.out, "bundle written\nmethod: support bundle\nstatus_text: success\nstatus_code: 0x00000001\n");
+  EXPECT_EQ(outcome.err, "careful\n");
+  EXPECT_EQ(host::readFile("/tmp/input"), "an answer\n");
+}
+
+TEST_F(SupportBundleTest, OtherUsersMayHaveABundleMade) {
+  SKIP_WITHOUT_OTHER_USERS();
+  host::installScript(kScript, "id -u");
+  Start start;
+  start.uid = 1000;
+  EXPECT_EQ(runRavctl({"support", "bundle"}, start).out, "1000\n");
+}
+
+unsigned long long ignoredSignals() {
+  unsigned long long mask = 0;
+  EXPECT_EQ(std::sscanf(host::readFile("/tmp/signals").c_str(), "SigIgn: %llx", &mask), 1);
+  return mask;
+}
+constexpr unsigned long long bitOf(int signal) { return 1ULL << (signal - 1); }
+
+TEST_F(SupportBundleTest, TheScriptGetsBackTheSignalsThatWeIgnore) {
+  host::installScript(kScript, "grep SigIgn /proc/self/status > /tmp/signals");
+  EXPECT_EQ(runRavctl({"support", "bundle"}).out, "");
+  EXPECT_EQ(ignoredSignals() & (bitOf(SIGPIPE) | bitOf(SIGXFSZ) | bitOf(SIGCHLD)), 0u);
+}
+
+TEST_F(SupportBundleTest, TheScriptKeepsTheSignalsThatWeInheritedIgnored) {
+  host::installScript(kScript, "grep SigIgn /proc/self/status > /tmp/signals");
+  const Outcome outcome =
+      runProgram({"/usr/bin/env", "--ignore-signal=PIPE,XFSZ,CHLD", RAVCTL_PROGRAM, "support", "bundle"});
+  EXPECT_EQ(outcome.out, "");
+  const auto both = bitOf(SIGPIPE) | bitOf(SIGXFSZ);
+  EXPECT_EQ(ignoredSignals() & (both | bitOf(SIGCHLD)), both);
+}
+
+TEST_F(SupportBundleTest, AfterwardsWeIgnoreThemAgain) {
+  host::installScript(kScript, "");
+  const pid_t child = ::fork();
+  if (child == 0) {
+    prepareProcess();
+    if (!runSupportBundle().isSuccess()) ::_exit(1);
+    for (const int signal : {SIGPIPE, SIGXFSZ}) {
+      struct sigaction action = {};
+      if (::sigaction(signal, nullptr, &action) != 0 || action.sa_handler != SIG_IGN) ::_exit(2);
+    }
+    ::_exit(0);
+  }
+  int waitStatus = 0;
+  ASSERT_EQ(::waitpid(child, &waitStatus, 0), child);
+  EXPECT_EQ(waitStatus, 0);
+}
+
+TEST_F(SupportBundleTest, AReaderThatWentAwayWhileTheScriptRanEndsUsSilently) {
+  host::installScript(kScript, "");
+  Start start;
+  start.readerGone = true;
+  const Outcome outcome = runRavctl({"support", "bundle", "--verbose"}, start);
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_EQ(outcome.err, "");
+}
+
+TEST_F(SupportBundleTest, TheScriptInheritsNoDescriptorOfOurs) {
+  host::installScript(kScript, "exec ls -l /proc/self/fd > /tmp/descriptors");
+  EXPECT_EQ(runRavctl({"support", "bundle"}).out, "");
+  EXPECT_THAT(host::readFile("/tmp/descriptors"), testing::Not(testing::HasSubstr(" 4 -> ")));
+}
+
+}  // namespace

@@ -1,0 +1,402 @@
+#include "service/SystemSpecificImpl.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "command/AppStatusCodes.h"
+#include "testing/FaultInjector.h"
+#include "testing/HostTest.h"
+
+extern char** environ;
+
+namespace {
+
+using Operation = void (SystemSpecificImpl::*)();
+
+constexpr const char* kSystemdMarker = "/etc/zuv/.systemctl";
+constexpr const char* kInitScript = "/etc/init.d/hip";
+constexpr const char* kSystemctl = "/bin/systemctl";
+constexpr const char* kKillall = "/usr/bin/killall";
+constexpr const char* kInitctl = "/sbin/initctl";
+
+class SystemSpecificImplTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    selectBackend("none that there is");
+  }
+};
+
+// --- Detection
+
+TEST_F(SystemSpecificImplTest, WithoutMarkerFilesNoInitSystemIsDetected) {
+  EXPECT_EQ(detectBackendName(), nullptr);
+  EXPECT_EQ(backendNameOrNull(), "null");
+}
+
+TEST_F(SystemSpecificImplTest, TheSystemdMarkerMeansSystemd) {
+  host::writeFile(kSystemdMarker, "");
+  EXPECT_STREQ(detectBackendName(), "systemd");
+  EXPECT_EQ(backendNameOrNull(), "systemd");
+}
+
+TEST_F(SystemSpecificImplTest, TheInitScriptMeansInitd) {
+  host::writeFile(kInitScript, "");
+  EXPECT_STREQ(detectBackendName(), "initd");
+  EXPECT_EQ(backendNameOrNull(), "initd");
+}
+
+TEST_F(SystemSpecificImplTest, TheSystemdMarkerComesFirst) {
+  host::writeFile(kSystemdMarker, "");
+  host::writeFile(kInitScript, "");
+  EXPECT_STREQ(detectBackendName(), "systemd");
+}
+
+TEST_F(SystemSpecificImplTest, AMarkerIsWhateverCanBeLookedAt) {
+  host::makeDirs(kSystemdMarker);
+  EXPECT_STREQ(detectBackendName(), "systemd");
+  host::remove(kSystemdMarker);
+  host::makeLink(kSystemdMarker, "/nowhere");
+  EXPECT_EQ(detectBackendName(), nullptr);
+  host::makeFifo(kInitScript);
+  EXPECT_STREQ(detectBackendName(), "initd");
+}
+
+// --- Selection
+
+TEST_F(SystemSpecificImplTest, NamesAreComparedExactly) {
+  struct Case {
+    const char* why;
+    const char* name;
+    const char* selected;
+  };
+  const Case cases[] = {
+      {"the null backend", "null", "null"},
+      {"there is no launchd backend", "launchd", "null"},
+      {"systemd", "systemd", "systemd"},
+      {"init script", "initd", "initd"},
+      {"Upstart", "upstart", "upstart"},
+      {"a capital letter selects nothing, so systemd", "Systemd", "systemd"},
+      {"an unknown name selects nothing, so systemd", "openrc", "systemd"},
+      {"a beginning selects nothing", "init", "systemd"},
+      {"a blank selects nothing", "initd ", "systemd"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    selectBackend("initd");
+    selectBackend(c.name);
+    EXPECT_STREQ(currentBackend().name(), c.selected);
+  }
+}
+
+TEST_F(SystemSpecificImplTest, ANullOrEmptyNameChangesNothing) {
+  selectBackend("upstart");
+  selectBackend(nullptr);
+  EXPECT_STREQ(currentBackend().name(), "upstart");
+  selectBackend("");
+  EXPECT_STREQ(currentBackend().name(), "upstart");
+}
+
+TEST_F(SystemSpecificImplTest, SystemdIsSelectedWhenThereIsNone) {
+  const SystemSpecificImpl* const selected = &currentBackend();
+  EXPECT_STREQ(selected->name(), "systemd");
+  EXPECT_EQ(&currentBackend(), selected);
+}
+
+// --- The tools
+
+// A tool that writes down how it was called. It is a copy of the shell, so the kernel hands it its argument vector
+// unchanged, and the word behind its name is the script that it runs: words[1], a file in the working directory.
+void installTool(const std::string& path, const std::string& script) {
+  host::installScript(path, "");  // remembers what is displaced
+  host::writeFile(path, host::readFile("/bin/dash"), 0755);
+  host::writeFile(script,
+                  "tr '\\0' '|' < /proc/$$/cmdline >> /tmp/arguments; echo >> /tmp/arguments\n"
+                  "readlink /proc/$$/exe >> /tmp/arguments\n"
+                  "cat /proc/$$/environ > /tmp/environment\n",
+                  0755);
+}
+
+TEST_F(SystemSpecificImplTest, EachOperationRunsItsToolWithExactlyTheseArguments) {
+  struct Case {
+    const char* backend;
+    Operation operation;
+    const char* tool;
+    const char* script;
+    const char* arguments;
+  };
+  constexpr Operation start = &SystemSpecificImpl::start;
+  constexpr Operation stop = &SystemSpecificImpl::stop;
+  constexpr Operation restart = &SystemSpecificImpl::restart;
+  const Case cases[] = {
+      {"systemd", start, kSystemctl, "/tmp/start", "systemctl|start|hip|\n/usr/bin/systemctl\n"},
+      {"systemd", stop, kSystemctl, "/tmp/stop", "systemctl|stop|hip|\n/usr/bin/systemctl\n"},
+      {"systemd", restart, kSystemctl, "/tmp/restart", "systemctl|restart|hip|\n/usr/bin/systemctl\n"},
+      {"initd", start, kInitScript, "/tmp/start", "hip|start|\n/etc/init.d/hip\n"},
+      {"initd", stop, kKillall, "/usr/sbin/hip", "killall|/usr/sbin/hip|\n/usr/bin/killall\n"},
+      {"initd", restart, kInitScript, "/tmp/restart", "hip|restart|\n/etc/init.d/hip\n"},
+      {"upstart", start, kInitctl, "/tmp/start", "initctl|start|hip|\n/usr/sbin/initctl\n"},
+      {"upstart", stop, kInitctl, "/tmp/stop", "initctl|stop|hip|\n/usr/sbin/initctl\n"},
+      {"upstart", restart, kInitctl, "/tmp/restart", "initctl|restart|hip|\n/usr/sbin/initctl\n"},
+      {"Systemd", start, kSystemctl, "/tmp/start", "systemctl|start|hip|\n/usr/bin/systemctl\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.backend) + " " + c.script);
+    host::reset();
+    ASSERT_EQ(::chdir("/tmp"), 0);
+    installTool(c.tool, c.script);
+    EXPECT_THAT(runBackendOperation(c.backend, c.operation), HasCode(status::success));
+    EXPECT_EQ(host::readFile("/tmp/arguments"), c.arguments);
+  }
+}
+
+TEST_F(SystemSpecificImplTest, TheToolGetsOurEnvironmentUnchanged) {
+  ASSERT_EQ(::chdir("/tmp"), 0);
+  installTool(kSystemctl, "/tmp/start");
+  ::setenv("RAVCTL_TEST_VALUE", "kept = as\nit is", 1);
+  std::string ours;
+  for (char** entry = environ; *entry != nullptr; ++entry) ours += std::string(*entry) + '\0';
+  EXPECT_THAT(runBackendOperation("systemd", &SystemSpecificImpl::start), HasCode(status::success));
+  ::unsetenv("RAVCTL_TEST_VALUE");
+  EXPECT_EQ(host::readFile("/tmp/environment"), ours);
+}
+
+TEST_F(SystemSpecificImplTest, ArgumentsEndAtTheFirstAbsentOneAndThereAreSixAtMost) {
+  ASSERT_EQ(::chdir("/tmp"), 0);
+  installTool("/tmp/tool", "/tmp/one");
+  const pid_t six = ::fork();
+  if (six == 0) executeTool("/tmp/tool", "name", "one", "", "three", "four", "five");
+  EXPECT_EQ(waitForChild(six), 1000);
+  const pid_t two = ::fork();
+  if (two == 0) executeTool("/tmp/tool", "name", "one", nullptr, "three");
+  EXPECT_EQ(waitForChild(two), 1000);
+  EXPECT_EQ(host::readFile("/tmp/arguments"), "name|one||three|four|five|\n/tmp/tool\nname|one|\n/tmp/tool\n");
+}
+
+TEST_F(SystemSpecificImplTest, ToolsAreNotLookedForInThePath) {
+  host::installRecorder("/tmp/bin/systemctl", "/tmp/calls");
+  const std::string path = std::getenv("PATH") != nullptr ? std::getenv("PATH") : "";
+  ::setenv("PATH", "/tmp/bin", 1);
+  EXPECT_THAT(runBackendOperation("systemd", &SystemSpecificImpl::start), HasCode(status::childExitedNonzero));
+  ::setenv("PATH", path.c_str(), 1);
+  EXPECT_FALSE(host::exists("/tmp/calls"));
+}
+
+// --- What becomes of the child
+
+TEST_F(SystemSpecificImplTest, TheEndOfTheToolIsTheStatus) {
+  struct Case {
+    const char* why;
+    const char* script;
+    StatusCode code;
+  };
+  const Case cases[] = {
+      {"exit status 0", "exit 0", status::success},
+      {"exit status 1", "exit 1", status::childExitedNonzero},
+      {"exit status 3", "exit 3", status::childExitedNonzero},
+      {"exit status 255", "exit 255", status::childExitedNonzero},
+      {"signal 9", "kill -9 $$", status::childKilledBySignal},
+      {"signal 15", "kill -15 $$", status::childKilledBySignal},
+      {"stopped and woken again", "(sleep 0.1; kill -CONT $$) & kill -STOP $$; exit 0", status::success},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::installScript(kSystemctl, c.script);
+    const Status s = runBackendOperation("systemd", &SystemSpecificImpl::start);
+    EXPECT_THAT(s, HasCode(c.code));
+    EXPECT_EQ(s.details(), "");
+  }
+}
+
+int outcomeOf(void (*act)()) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    act();
+    ::_exit(0);
+  }
+  return waitForChild(child);
+}
+
+TEST_F(SystemSpecificImplTest, AToolThatCannotBeExecutedIsExitStatus101) {
+  const auto start = [] { SystemdSystem().start(); };
+  EXPECT_EQ(outcomeOf(start), 1101) << "missing";
+  host::writeFile(kSystemctl, "#!/bin/sh\n", 0644);
+  EXPECT_EQ(outcomeOf(start), 1101) << "not executable";
+  host::writeFile(kSystemctl, "exit 0\n", 0755);
+  EXPECT_EQ(outcomeOf(start), 1101) << "no program, and no shell tries it";
+  host::writeFile(kSystemctl, "#!/no/shell\n", 0755);
+  EXPECT_EQ(outcomeOf(start), 1101) << "no interpreter";
+  host::remove(kSystemctl);
+  host::makeDirs(kSystemctl);
+  EXPECT_EQ(outcomeOf(start), 1101) << "a folder";
+  EXPECT_THAT(runBackendOperation("systemd", &SystemSpecificImpl::start), HasCode(status::childExitedNonzero));
+}
+
+TEST_F(SystemSpecificImplTest, EveryMissingToolIsANonzeroExit) {
+  host::installScript(kKillall, "");  // it is put back at the end
+  host::remove(kKillall);
+  for (const char* backend : {"systemd", "initd", "upstart"}) {
+    for (const Operation operation :
+         {&SystemSpecificImpl::start, &SystemSpecificImpl::stop, &SystemSpecificImpl::restart}) {
+      SCOPED_TRACE(backend);
+      EXPECT_THAT(runBackendOperation(backend, operation), HasCode(status::childExitedNonzero));
+    }
+  }
+}
+
+TEST_F(SystemSpecificImplTest, TheNullBackendRunsNothingAndExitsWith101) {
+  EXPECT_EQ(outcomeOf([] { NullSystem().start(); }), 1101);
+  EXPECT_EQ(outcomeOf([] { NullSystem().stop(); }), 1101);
+  EXPECT_EQ(outcomeOf([] { NullSystem().restart(); }), 1101);
+  for (const char* name : {"null", "launchd"}) {
+    SCOPED_TRACE(name);
+    EXPECT_THAT(runBackendOperation(name, &SystemSpecificImpl::start), HasCode(status::childExitedNonzero));
+  }
+}
+
+void leaveATraceInTheChild() {
+  static const pid_t parent = ::getpid();
+  if (::getpid() != parent) host::writeFile("/tmp/exit-handler", "");
+}
+
+TEST_F(SystemSpecificImplTest, AChildWithoutItsToolRunsNoExitHandlersAndFlushesNothing) {
+  ASSERT_EQ(std::atexit([] { leaveATraceInTheChild(); }), 0);
+  leaveATraceInTheChild();
+  std::FILE* const file = std::fopen("/tmp/buffered", "we");
+  ASSERT_NE(file, nullptr);
+  ASSERT_GE(std::fputs("once\n", file), 0);
+  EXPECT_THAT(runBackendOperation("systemd", &SystemSpecificImpl::start), HasCode(status::childExitedNonzero));
+  EXPECT_THAT(runBackendOperation("null", &SystemSpecificImpl::start), HasCode(status::childExitedNonzero));
+  ASSERT_EQ(std::fclose(file), 0);
+  EXPECT_EQ(host::readFile("/tmp/buffered"), "once\n");
+  EXPECT_FALSE(host::exists("/tmp/exit-handler"));
+}
+
+TEST_F(SystemSpecificImplTest, AFailedForkIsItsStatusAndNothingIsWaitedFor) {
+  host::installRecorder(kSystemctl, "/tmp/calls");
+  FaultPlan plan;
+  plan.at = 1;
+  plan.error = EAGAIN;
+  plan.calls = {"fork", "waitpid"};
+  const ArmedFaults armed(plan);
+  EXPECT_THAT(runBackendOperation("systemd", &SystemSpecificImpl::start), HasCode(status::forkError));
+  EXPECT_THAT(armed.calls(), testing::ElementsAre("fork"));
+  EXPECT_FALSE(host::exists("/tmp/calls"));
+}
+
+TEST_F(SystemSpecificImplTest, AFailedWaitIsItsStatus) {
+  host::installRecorder(kSystemctl, "/tmp/calls");
+  FaultPlan plan;
+  plan.at = 1;
+  plan.error = ECHILD;
+  plan.calls = {"waitpid"};
+  {
+    const ArmedFaults armed(plan);
+    EXPECT_THAT(runBackendOperation("systemd", &SystemSpecificImpl::start), HasCode(status::waitpidError));
+  }
+  EXPECT_GT(::wait(nullptr), 0);
+}
+
+TEST_F(SystemSpecificImplTest, AnInterruptedWaitGoesOn) {
+  host::installScript(kSystemctl, "exit 3");
+  FaultPlan plan;
+  plan.at = 1;
+  plan.error = EINTR;
+  plan.calls = {"waitpid"};
+  const ArmedFaults armed(plan);
+  EXPECT_THAT(runBackendOperation("systemd", &SystemSpecificImpl::start), HasCode(status::childExitedNonzero));
+  EXPECT_EQ(armed.count(), 2u);
+}
+
+TEST_F(SystemSpecificImplTest, ARealSignalDoesNotEndTheWait) {
+  struct sigaction ours = {};
+  struct sigaction before = {};
+  ours.sa_handler = [](int) {};
+  ASSERT_EQ(::sigaction(SIGUSR1, &ours, &before), 0);
+  host::installScript(kSystemctl, "kill -USR1 $PPID; sleep 0.1; exit 3");
+  EXPECT_THAT(runBackendOperation("systemd", &SystemSpecificImpl::start), HasCode(status::childExitedNonzero));
+  ASSERT_EQ(::sigaction(SIGUSR1, &before, nullptr), 0);
+}
+
+TEST_F(SystemSpecificImplTest, EveryFailedCallHasItsStatus) {
+  const FaultLoop loop{[] { host::installScript(kSystemctl, ""); }};
+  const std::size_t steps = forEachFault(
+      loop, [] { return runBackendOperation("systemd", &SystemSpecificImpl::start); },
+      [](const Status& s, const Fault& fault) {
+        EXPECT_THAT(s, HasCode(fault.call.empty()     ? status::success
+                               : fault.call == "fork" ? status::forkError
+                                                      : status::waitpidError));
+        while (::wait(nullptr) > 0) {
+        }
+      });
+  EXPECT_EQ(steps, 2u);
+}
+
+// --- The real program: what its children inherit
+
+// Starts the daemon through a systemctl that runs the script, from the program as it is started by `env` with options.
+Outcome startThrough(const std::string& script, std::vector<std::string> envOptions = {}) {
+  host::installScript(kSystemctl, script);
+  std::vector<std::string> words = {"/usr/bin/env"};
+  words.insert(words.end(), envOptions.begin(), envOptions.end());
+  for (const char* word : {RAVCTL_PROGRAM, "service", "start", "sys=systemd"}) words.push_back(word);
+  return runProgram(words);
+}
+
+// Whether a signal is ignored, by the line of /proc/PID/status that a script wrote.
+bool isIgnored(int signal) {
+  unsigned long long mask = 0;
+  EXPECT_EQ(std::sscanf(host::readFile("/tmp/signals").c_str(), "SigIgn: %llx", &mask), 1);
+  return (mask >> (signal - 1) & 1) != 0;
+}
+constexpr const char* kNoteSignals = "grep SigIgn /proc/self/status > /tmp/signals";
+
+TEST_F(SystemSpecificImplTest, TheToolGetsBackTheSignalsThatWeIgnore) {
+  EXPECT_EQ(startThrough(kNoteSignals).exitStatus, 0);
+  EXPECT_FALSE(isIgnored(SIGPIPE));
+  EXPECT_FALSE(isIgnored(SIGXFSZ));
+  EXPECT_FALSE(isIgnored(SIGCHLD));
+}
+
+TEST_F(SystemSpecificImplTest, TheToolKeepsTheSignalsThatWeInheritedIgnored) {
+  EXPECT_EQ(startThrough(kNoteSignals, {"--ignore-signal=PIPE,XFSZ,HUP"}).exitStatus, 0);
+  EXPECT_TRUE(isIgnored(SIGPIPE));
+  EXPECT_TRUE(isIgnored(SIGXFSZ));
+  EXPECT_TRUE(isIgnored(SIGHUP));
+  EXPECT_FALSE(isIgnored(SIGTERM));
+}
+
+TEST_F(SystemSpecificImplTest, AnInheritedIgnoredChildSignalDoesNotHideTheEndOfTheTool) {
+  const Outcome failed = startThrough("exit 3", {"--ignore-signal=CHLD"});
+  EXPECT_EQ(failed.out, "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n");
+  EXPECT_EQ(startThrough(kNoteSignals, {"--ignore-signal=CHLD"}).out, "");
+  EXPECT_FALSE(isIgnored(SIGCHLD));
+}
+
+TEST_F(SystemSpecificImplTest, TheToolInheritsNoDescriptorOfOurs) {
+  // The listing itself has one, for the folder that it lists.
+  EXPECT_EQ(startThrough("exec ls -l /proc/self/fd > /tmp/descriptors").exitStatus, 0);
+  const std::string listing = host::readFile("/tmp/descriptors");
+  EXPECT_THAT(listing, testing::HasSubstr(" 2 -> "));
+  EXPECT_THAT(listing, testing::HasSubstr(" 3 -> /proc/"));
+  EXPECT_THAT(listing, testing::Not(testing::HasSubstr(" 4 -> ")));
+}
+
+TEST_F(SystemSpecificImplTest, TheToolSpeaksToOurOwnOutputs) {
+  const Outcome outcome = startThrough("echo out of the tool; echo error of the tool >&2");
+  EXPECT_EQ(outcome.out, "out of the tool\n");
+  EXPECT_EQ(outcome.err, "error of the tool\n");
+}
+
+TEST_F(SystemSpecificImplTest, AChildWithoutItsToolSaysNothing) {
+  const Outcome outcome = runRavctl({"service", "start", "sys=systemd"});
+  EXPECT_EQ(outcome.out, "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n");
+  EXPECT_EQ(outcome.err, "");
+}
+
+}  // namespace
