@@ -1,0 +1,217 @@
+#include "profiles/ConfigControl.h"
+
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <netinet/in.h>
+
+#include <cstring>
+
+#include "base/FileUtils.h"
+#include "base/StringUtils.h"
+#include "log/BasicLog.h"
+#include "profiles/ConfigLines.h"
+#include "profiles/ProfileStore.h"
+
+using StringUtils::concatenate;
+using StringUtils::startsWith;
+using StringUtils::TrimSet;
+
+namespace {
+
+constexpr const char* hipConf = "hip.conf";
+constexpr const char* endboxConf = "endbox.conf";
+constexpr const char* mapconfigStatic = "mapconfig.static";
+constexpr const char* deviceIdFile = "device_id";
+
+constexpr const char* interfaceKey = "master_interface";
+constexpr const char* invitationKey = "activation_code";
+constexpr const char* levelKey = "log_level";
+constexpr const char* coreLevelKey = "openhip.log_level";
+constexpr const char* helmsorKey = "map_uri";
+
+constexpr std::string_view schemes[] = {"http://", "https://"};
+constexpr std::int32_t lastPort = 65535;
+constexpr std::int32_t defaultPort = 8096;
+
+bool isPort(std::int32_t port) { return port >= 1 && port <= lastPort; }
+
+// The levels that a configuration file may get.
+struct LevelRow {
+  std::string_view given;
+  const char* written;
+};
+constexpr LevelRow levels[] = {{"error", "error"}, {"err", "error"},   {"warning", "warning"}, {"warn", "warning"},
+                               {"info", "info"},   {"debug", "debug"}, {"trace", "trace"},     {"fatal", "fatal"}};
+
+bool readValue(std::string_view dirname, const char* file, const char* key, std::string& value) {
+  value.clear();
+  std::string path;
+  return ProfileStore::fileInProfile(dirname, file, path) && ConfigLines::readFirstValue(path, key, value);
+}
+
+bool readPlainValue(std::string_view dirname, const char* file, const char* key, std::string& value) {
+  const bool found = readValue(dirname, file, key, value);
+  value = StringUtils::plainAscii(value);
+  return found;
+}
+
+std::string_view withoutScheme(std::string_view address) {
+  for (const std::string_view scheme : schemes)
+    if (startsWith(address, scheme)) return address.substr(scheme.size());
+  return address;
+}
+
+// Replaces the address of a profile that is there. A file that cannot be opened is the command's own failure here.
+Status writeAddress(std::string_view dirname, const std::string& host, std::int32_t port) {
+  Status written = ConfigControl::writeNewHelmsor(dirname, host, port);
+  return written.code() == status::openError ? Status::of(status::applicationError) : written;
+}
+
+}  // namespace
+
+namespace ConfigControl {
+
+bool readInterface(std::string_view dirname, std::string& name) {
+  return readValue(dirname, hipConf, interfaceKey, name);
+}
+
+bool readDeviceIp(std::string_view dirname, std::string& address) {
+  return readPlainValue(dirname, endboxConf, "device_ip", address);
+}
+
+bool readDeviceMask(std::string_view dirname, std::string& mask) {
+  return readPlainValue(dirname, endboxConf, "device_mask", mask);
+}
+
+bool readInvitation(std::string_view dirname, std::string& invitation) {
+  return readPlainValue(dirname, endboxConf, invitationKey, invitation);
+}
+
+bool readLogLevel(std::string_view dirname, std::string& level) {
+  return readPlainValue(dirname, endboxConf, levelKey, level) ||
+         readPlainValue(dirname, endboxConf, coreLevelKey, level);
+}
+
+bool readDeviceId(std::string_view dirname, std::string& id) {
+  id.clear();
+  std::string path;
+  return dirname != ProfileStore::currentName && ProfileStore::fileInProfile(dirname, deviceIdFile, path) &&
+         FileUtils::readFirstLine(path, id).isSuccess() && !id.empty();
+}
+
+bool readHelmsor(std::string_view dirname, HelmsorAddress& address) {
+  address = HelmsorAddress();
+  std::string uri;
+  if (!readPlainValue(dirname, mapconfigStatic, helmsorKey, uri)) return false;
+  std::string_view rest = withoutScheme(uri);
+  rest = rest.substr(0, rest.find('/'));
+  const std::size_t colon = rest.find(':');
+  address.host = rest.substr(0, colon);
+  address.port =
+      colon == std::string_view::npos ? StringUtils::toString(defaultPort) : std::string(rest.substr(colon + 1));
+  return !address.host.empty();
+}
+
+Status setInterface(std::string_view dirname, const std::string& name) {
+  std::string path;
+  if (name.empty() || !ProfileStore::fileInProfile(dirname, hipConf, path)) {
+    return Status::of(status::invalidArgument);
+  }
+  return ConfigLines::setKeys(path, {{interfaceKey, name}});
+}
+
+Status setInvitation(std::string_view dirname, const std::string& invitation) {
+  const std::string value(StringUtils::trim(invitation, TrimSet::blanks));
+  if (value.empty()) return Status();
+  std::string path;
+  if (!ProfileStore::fileInProfile(dirname, endboxConf, path)) return Status::of(status::invalidArgument);
+  return value == clearInvitation ? ConfigLines::removeKey(path, invitationKey)
+                                  : ConfigLines::setKeys(path, {{invitationKey, value}});
+}
+
+Status writeNewHelmsor(std::string_view dirname, const std::string& host, std::int32_t port) {
+  std::string line = concatenate({helmsorKey, "="});
+  if (!host.empty()) {
+    line += concatenate({"https://", host});
+    if (isPort(port)) {
+      line += concatenate({":", StringUtils::toString(port)});
+    }
+  }
+  std::string path;
+  (void)ProfileStore::fileInProfile(dirname, mapconfigStatic, path);  // an empty path is refused by the writer
+  return FileUtils::writeString(path, line, true);
+}
+
+Status changeHelmsor(std::string_view dirname, const std::string& host, std::int32_t port) {
+  if (!host.empty()) return writeAddress(dirname, host, isPort(port) ? port : defaultPort);
+  if (!isPort(port)) return Status();
+  HelmsorAddress current;
+  return readHelmsor(dirname, current) ? writeAddress(dirname, current.host, port)
+                                       : Status::of(status::applicationError);
+}
+
+Status setLogLevel(std::string_view dirname, const std::string& level) {
+  if (level.empty()) return Status();
+  std::string path;
+  if (!ProfileStore::fileInProfile(dirname, endboxConf, path)) return Status::of(status::invalidArgument);
+  for (const LevelRow& row : levels) {
+    if (StringUtils::equalIgnoreCase(level, row.given)) {
+      return ConfigLines::setKeys(path, {{levelKey, row.written}, {coreLevelKey, row.written}});
+    }
+  }
+  return Status::error(status::applicationError, "invalid log_level value", "doModifyProfile");
+}
+
+}  // namespace ConfigControl
+
+// --- Interfaces
+
+namespace {
+
+// A historic test for one address range that compares the address in the host's byte order without turning it. What it
+// really excludes are addresses that end in 254.169; kept, since hosts rely on what is listed.
+bool isExcluded(const in_addr& address) {
+  unsigned char octets[4];
+  std::memcpy(octets, &address.s_addr, sizeof octets);
+  return octets[2] == 254 && octets[3] == 169;
+}
+
+bool canCarryOverlay(const ifaddrs& entry) {
+  if (entry.ifa_addr == nullptr || entry.ifa_addr->sa_family != AF_INET || startsWith(entry.ifa_name, "tap") ||
+      (entry.ifa_flags & IFF_LOOPBACK) != 0) {
+    return false;
+  }
+  sockaddr_in address;
+  std::memcpy(&address, entry.ifa_addr, sizeof address);
+  return !isExcluded(address.sin_addr);
+}
+
+void logNoInterfaces(int returned) {
+  static BasicLog::Logger& log = BasicLog::getLogger(BasicLog::ravctlLogger);
+  if (log.isEnabled(BasicLog::Level::error)) {
+    BasicLog::Entry entry(log, BasicLog::Level::error, "could not getifaddrs", "ConfigControl.cpp", "read_networks");
+    entry.addNumber("status", returned);
+  }
+}
+
+}  // namespace
+
+namespace ConfigControl {
+
+bool read_networks(std::vector<std::string>& list) {
+  list.clear();
+  ifaddrs* entries = nullptr;
+  const int returned = getifaddrs(&entries);
+  if (returned != 0 || entries == nullptr) {
+    logNoInterfaces(returned);
+    return false;
+  }
+  for (const ifaddrs* entry = entries; entry != nullptr; entry = entry->ifa_next) {
+    if (canCarryOverlay(*entry)) list.emplace_back(entry->ifa_name);
+  }
+  freeifaddrs(entries);
+  return true;
+}
+
+}  // namespace ConfigControl

@@ -1,0 +1,574 @@
+#include "profiles/ConfigLines.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <functional>
+
+#include "base/FileLock.h"
+#include "base/FileUtils.h"
+#include "testing/FaultInjector.h"
+#include "testing/HostTest.h"
+
+namespace {
+
+using ConfigLines::KeyValue;
+
+constexpr const char* kFile = "/tmp/hip.conf";
+constexpr const char* kTemporary = "/tmp/hip.conf.temp";
+
+class ConfigLinesTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    if (!IsSkipped()) (void)FileUtils::lockDir();  // made once in a process, not in the middle of a fault loop
+  }
+};
+using LineEditorTest = ConfigLinesTest;
+
+std::string longLine(std::size_t length) { return std::string(length, 'x'); }
+
+// --- Reading values
+
+TEST_F(ConfigLinesTest, TheFirstLineOfAKeyGivesItsValue) {
+  struct Case {
+    const char* why;
+    std::string content;
+    bool found;
+    std::string value;
+  };
+  const Case cases[] = {
+      {"an empty file", "", false, ""},
+      {"another key", "other=1\n", false, ""},
+      {"the line", "key=value\n", true, "value"},
+      {"no newline", "key=value", true, "value"},
+      {"the first of two", "key=1\nkey=2\n", true, "1"},
+      {"behind blanks", "  \tkey=value\n", true, "value"},
+      {"blanks at the end go", "key=value \t\r\n", true, "value"},
+      {"blanks behind the equals sign stay", "key= value\n", true, " value"},
+      {"a blank before the equals sign is another key", "key =value\n", false, ""},
+      {"an empty value is a value", "key=\nkey=2\n", true, ""},
+      {"a comment", "#key=1\nkey=2\n", true, "2"},
+      {"a comment behind blanks", "  #key=1\n", false, ""},
+      {"case matters", "Key=1\n", false, ""},
+      {"a longer key", "key2=1\nmykey=2\n", false, ""},
+      {"a hash in the value stays", "key=a#b\n", true, "a#b"},
+      {"quotes stay", "key='a'\n", true, "'a'"},
+      {"a second equals sign stays", "key=a=b\n", true, "a=b"},
+      {"bytes of 128 and above go at the end", "key=value\xff\n", true, "value"},
+      {"a zero byte inside stays", std::string("key=a\0b\n", 8), true, std::string("a\0b", 3)},
+      {"the key without equals sign", "key\n", false, ""},
+      {"a piece of a long line counts as a line", longLine(7999) + "key=1\n", true, "1"},
+      {"a value ends with its piece", "key=" + longLine(8000) + "\n", true, longLine(7995)},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::writeFile(kFile, c.content);
+    std::string value = "old";
+    EXPECT_EQ(ConfigLines::readFirstValue(kFile, "key", value), c.found);
+    EXPECT_EQ(value, c.value);
+  }
+}
+
+TEST_F(ConfigLinesTest, WhatCannotBeReadHasNoValue) {
+  host::makeDirs("/tmp/directory");
+  host::makeFifo("/tmp/fifo");
+  host::writeFile("/tmp/unreadable", "key=1\n", 0);
+  const host::BoundByModes bound;
+  for (const char* path : {"", "/tmp/missing", "/tmp/directory", "/tmp/fifo", "/tmp/unreadable", "/dev/null"}) {
+    SCOPED_TRACE(path);
+    std::string value = "old";
+    EXPECT_FALSE(ConfigLines::readFirstValue(path, "key", value));
+    EXPECT_EQ(value, "");
+  }
+}
+
+TEST_F(ConfigLinesTest, AnEmptyKeyHasNoValue) {
+  host::writeFile(kFile, "=1\n");
+  std::string value = "old";
+  EXPECT_FALSE(ConfigLines::readFirstValue(kFile, "", value));
+  EXPECT_EQ(value, "");
+}
+
+TEST_F(ConfigLinesTest, AValueIsReadThroughALink) {
+  host::writeFile("/tmp/target", "key=1\n");
+  host::makeLink(kFile, "/tmp/target");
+  std::string value;
+  EXPECT_TRUE(ConfigLines::readFirstValue(kFile, "key", value));
+  EXPECT_EQ(value, "1");
+}
+
+TEST_F(ConfigLinesTest, AFailedReadFindsNothing) {
+  host::writeFile(kFile, "key=1\n");
+  const ArmedFaults armed{FaultPlan{1, false, EIO, {"read"}, false}};
+  std::string value = "old";
+  EXPECT_FALSE(ConfigLines::readFirstValue(kFile, "key", value));
+  EXPECT_EQ(value, "");
+}
+
+// --- Setting keys
+
+TEST_F(ConfigLinesTest, KeysAreReplacedOrAppended) {
+  struct Case {
+    const char* why;
+    std::string before;
+    std::vector<KeyValue> settings;
+    std::string after;
+  };
+  const std::vector<KeyValue> one = {{"key", "new"}};
+  const std::vector<KeyValue> levels = {{"log_level", "debug"}, {"openhip.log_level", "debug"}};
+  const Case cases[] = {
+      {"appended to nothing", "", one, "key=new\n"},
+      {"appended", "# head\n\nother=1\n", one, "# head\n\nother=1\nkey=new\n"},
+      {"replaced in its place", "a=1\nkey=old\nb=2\n", one, "a=1\nkey=new\nb=2\n"},
+      {"every line of the key", "key=1\na=1\nkey=2\n", one, "key=new\na=1\nkey=new\n"},
+      {"a key behind blanks is not replaced", "  key=old\n", one, "  key=old\nkey=new\n"},
+      {"a blank before the equals sign is another key", "key =old\n", one, "key =old\nkey=new\n"},
+      {"a comment is not replaced", "#key=old\n", one, "#key=old\nkey=new\n"},
+      {"case matters", "KEY=old\n", one, "KEY=old\nkey=new\n"},
+      {"the key alone is not replaced", "key\n", one, "key\nkey=new\n"},
+      {"a last line without newline gets one", "a=1", one, "a=1\nkey=new\n"},
+      {"a last line without newline is replaced", "key=old", one, "key=new\n"},
+      {"a last line without newline stays where nothing is appended", "key=old\na=1", one, "key=new\na=1"},
+      {"line ends of others stay", "a=1\r\nkey=old\r\n\r\n", one, "a=1\r\nkey=new\n\r\n"},
+      {"zero bytes of others stay", std::string("a\0b\n", 4), one, std::string("a\0b\n", 4) + "key=new\n"},
+      {"two keys in one pass", "openhip.log_level=info\na=1\nlog_level=info\n", levels,
+       "openhip.log_level=debug\na=1\nlog_level=debug\n"},
+      {"two keys appended in their order", "a=1", levels, "a=1\nlog_level=debug\nopenhip.log_level=debug\n"},
+      {"one replaced, one appended", "log_level=info\n", levels, "log_level=debug\nopenhip.log_level=debug\n"},
+      {"no keys", "a=1\nb", {}, "a=1\nb"},
+      {"an empty value", "key=old\n", {{"key", ""}}, "key=\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::writeFile(kFile, c.before);
+    EXPECT_THAT(ConfigLines::setKeys(kFile, c.settings), HasCode(status::success));
+    EXPECT_EQ(host::readFile(kFile), c.after);
+    EXPECT_FALSE(host::exists(kTemporary));
+  }
+}
+
+TEST_F(ConfigLinesTest, OverLongLinesAreCopiedByteForByte) {
+  for (const std::size_t length : {7998u, 7999u, 8000u, 15998u, 15999u, 200000u}) {
+    SCOPED_TRACE(length);
+    host::writeFile(kFile, longLine(length) + "\nkey=old\n" + longLine(length));
+    EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "new"}}), HasCode(status::success));
+    EXPECT_EQ(host::readFile(kFile), longLine(length) + "\nkey=new\n" + longLine(length));
+  }
+}
+
+TEST_F(ConfigLinesTest, APieceThatGoesOnWithALineIsNeverTakenForAKey) {
+  const std::string line = longLine(7999) + "key=old\n";
+  host::writeFile(kFile, line);
+  EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "new"}}), HasCode(status::success));
+  EXPECT_EQ(host::readFile(kFile), line + "key=new\n");
+  EXPECT_THAT(ConfigLines::removeKey(kFile, "key"), HasCode(status::success));
+  EXPECT_EQ(host::readFile(kFile), line);
+}
+
+TEST_F(ConfigLinesTest, AnOverLongLineOfAKeyGoesWhole) {
+  const std::string content = "a=1\nkey=" + longLine(20000) + "\nb=2\n";
+  host::writeFile(kFile, content);
+  EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "new"}}), HasCode(status::success));
+  EXPECT_EQ(host::readFile(kFile), "a=1\nkey=new\nb=2\n");
+  host::writeFile(kFile, content);
+  EXPECT_THAT(ConfigLines::removeKey(kFile, "key"), HasCode(status::success));
+  EXPECT_EQ(host::readFile(kFile), "a=1\nb=2\n");
+}
+
+TEST_F(ConfigLinesTest, WhatFitsNoLineIsRefused) {
+  host::writeFile(kFile, "key=old\n");
+  const std::string zero("a\0", 2);
+  const std::vector<KeyValue> refused = {{"", "1"},   {"a=b", "1"},   {"a\nb", "1"}, {"a\r", "1"},
+                                         {zero, "1"}, {"key", "1\n"}, {"key", "\r"}, {"key", zero}};
+  for (const KeyValue& setting : refused) {
+    EXPECT_THAT(ConfigLines::setKeys(kFile, {{"other", "1"}, setting}), HasCode(status::invalidArgument));
+  }
+  EXPECT_THAT(ConfigLines::removeKey(kFile, ""), HasCode(status::invalidArgument));
+  EXPECT_THAT(ConfigLines::removeKey(kFile, "a=b"), HasCode(status::invalidArgument));
+  EXPECT_EQ(host::readFile(kFile), "key=old\n");
+}
+
+TEST_F(ConfigLinesTest, AnEmptyPathIsAnInvalidArgument) {
+  EXPECT_THAT(ConfigLines::setKeys("", {{"key", "1"}}), HasCode(status::invalidArgument));
+  EXPECT_THAT(ConfigLines::removeKey("", "key"), HasCode(status::invalidArgument));
+  LineEditor editor("");
+  EXPECT_THAT(editor.commit(), HasCode(status::invalidArgument));
+  EXPECT_EQ(host::tree("/tmp"), "d 1777 lock\n");
+}
+
+// --- Removing keys
+
+TEST_F(ConfigLinesTest, EveryLineOfAKeyIsRemoved) {
+  host::writeFile(kFile, "a=1\nkey=1\n  key=2\n\nkey=3");
+  EXPECT_THAT(ConfigLines::removeKey(kFile, "key"), HasCode(status::success));
+  EXPECT_EQ(host::readFile(kFile), "a=1\n  key=2\n\n");
+}
+
+TEST_F(ConfigLinesTest, AFileWithoutTheKeyIsNotTouched) {
+  host::writeFile(kFile, "a=1");
+  struct stat before = {};
+  struct stat after = {};
+  ASSERT_EQ(::stat(kFile, &before), 0);
+  EXPECT_THAT(ConfigLines::removeKey(kFile, "key"), HasCode(status::success));
+  ASSERT_EQ(::stat(kFile, &after), 0);
+  EXPECT_EQ(before.st_ino, after.st_ino);
+  EXPECT_EQ(host::readFile(kFile), "a=1");
+}
+
+TEST_F(ConfigLinesTest, ARemovalFromAMissingFileMakesNone) {
+  EXPECT_THAT(ConfigLines::removeKey(kFile, "key"), HasCode(status::success));
+  EXPECT_EQ(host::tree("/tmp"), "d 1777 lock\n");
+}
+
+// --- The file that an edit leaves
+
+TEST_F(ConfigLinesTest, AMissingFileIsMadeWithMode0644WhateverTheUmask) {
+  ::umask(0777);
+  EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "1"}}), HasCode(status::success));
+  EXPECT_EQ(host::readFile(kFile), "key=1\n");
+  EXPECT_EQ(host::modeOf(kFile), 0644u);
+}
+
+TEST_F(ConfigLinesTest, TheModeOfTheOldFileIsKept) {
+  for (const mode_t mode : {mode_t{0600}, mode_t{0666}, mode_t{0400}, mode_t{0750}}) {
+    ::umask(027);
+    host::writeFile(kFile, "key=1\n", mode);
+    EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "2"}}), HasCode(status::success));
+    EXPECT_EQ(host::modeOf(kFile), mode);
+  }
+}
+
+TEST_F(ConfigLinesTest, TheOwnerOfTheOldFileIsKept) {
+  SKIP_WITHOUT_OTHER_USERS();
+  host::writeFile(kFile, "key=1\n", 0640);
+  ASSERT_EQ(::chown(kFile, 1234, 2345), 0);
+  EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "2"}}), HasCode(status::success));
+  struct stat info = {};
+  ASSERT_EQ(::stat(kFile, &info), 0);
+  EXPECT_EQ(info.st_uid, 1234u);
+  EXPECT_EQ(info.st_gid, 2345u);
+  EXPECT_EQ(info.st_mode & 07777, 0640u);
+}
+
+TEST_F(ConfigLinesTest, AnOwnerThatCannotBeKeptIsNoFailure) {
+  host::writeFile(kFile, "key=1\n");
+  const ArmedFaults armed{FaultPlan{1, false, EPERM, {"fchown"}, false}};
+  EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "2"}}), HasCode(status::success));
+  EXPECT_EQ(host::readFile(kFile), "key=2\n");
+}
+
+TEST_F(ConfigLinesTest, ALinkIsReplacedByARegularFile) {
+  host::writeFile("/tmp/target", "key=1\na=1\n", 0600);
+  host::makeLink(kFile, "/tmp/target");
+  EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "2"}}), HasCode(status::success));
+  EXPECT_EQ(host::readFile("/tmp/target"), "key=1\na=1\n");
+  host::remove("/tmp/target");
+  EXPECT_EQ(host::tree("/tmp"), "f 0600 hip.conf \"key=2\\na=1\\n\"\nd 1777 lock\n");
+}
+
+TEST_F(ConfigLinesTest, ALinkThatLeadsNowhereOrToTheNullDeviceIsAnEmptyFile) {
+  for (const char* target : {"/tmp/missing", "/dev/null"}) {
+    host::makeLink(kFile, target);
+    EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "1"}}), HasCode(status::success));
+    EXPECT_EQ(host::tree("/tmp"), "f 0644 hip.conf \"key=1\\n\"\nd 1777 lock\n");
+    host::remove(kFile);
+  }
+}
+
+TEST_F(ConfigLinesTest, AFileThatCannotBeOpenedEndsTheEditAndChangesNothing) {
+  const std::function<void()> obstacles[] = {
+      [] { host::makeDirs(kFile); },
+      [] { host::makeFifo(kFile); },
+      [] { host::writeFile(kFile, "key=1\n", 0); },
+      [] { host::makeLink(kFile, kFile); },
+      [] { host::makeLink(kFile, "/dev/zero"); },
+  };
+  for (const auto& obstacle : obstacles) {
+    host::reset();
+    obstacle();
+    const std::string before = host::tree("/tmp");
+    const host::BoundByModes bound;
+    EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "2"}}), HasCode(status::openError));
+    EXPECT_THAT(ConfigLines::removeKey(kFile, "key"), HasCode(status::openError));
+    EXPECT_FALSE(host::exists(kTemporary));
+  }
+}
+
+TEST_F(ConfigLinesTest, AnOldTemporaryFileIsRemovedAndNeverFollowed) {
+  host::writeFile("/tmp/target", "precious");
+  const std::function<void()> leftovers[] = {
+      [] { host::writeFile(kTemporary, "half an edit", 0666); },
+      [] { host::makeLink(kTemporary, "/tmp/target"); },
+      [] { host::makeLink(kTemporary, "/tmp/missing"); },
+      [] { host::makeFifo(kTemporary); },
+  };
+  for (const auto& leftover : leftovers) {
+    host::writeFile(kFile, "key=1\n");
+    leftover();
+    EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "2"}}), HasCode(status::success));
+    EXPECT_EQ(host::tree("/tmp"), "f 0644 hip.conf \"key=2\\n\"\nd 1777 lock\nf 0644 target \"precious\"\n");
+  }
+}
+
+TEST_F(ConfigLinesTest, ATemporaryFileThatCannotBeMadeChangesNothing) {
+  host::writeFile(kFile, "key=1\n");
+  host::makeDirs(kTemporary);
+  EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "2"}}), HasCode(status::openError));
+  EXPECT_EQ(host::readFile(kFile), "key=1\n");
+  EXPECT_THAT(ConfigLines::setKeys("/tmp/missing/hip.conf", {{"key", "2"}}), HasCode(status::openError));
+}
+
+TEST_F(ConfigLinesTest, AFullDiskLeavesTheOldFileAndNothingElse) {
+  host::makeDirs("/tmp/disk");
+  const host::SmallDisk disk("/tmp/disk", 8 * 4096);
+  host::writeFile("/tmp/disk/hip.conf", "a=" + longLine(20000) + "\nkey=1\n");
+  EXPECT_THAT(ConfigLines::setKeys("/tmp/disk/hip.conf", {{"key", "2"}}), HasCode(status::writeError));
+  EXPECT_EQ(host::readFile("/tmp/disk/hip.conf"), "a=" + longLine(20000) + "\nkey=1\n");
+  EXPECT_FALSE(host::exists("/tmp/disk/hip.conf.temp"));
+}
+
+TEST_F(ConfigLinesTest, AFileSizeLimitLeavesTheOldFileAndNothingElse) {
+  host::writeFile(kFile, "a=12345\nkey=1\n");
+  void (*const oldAction)(int) = std::signal(SIGXFSZ, SIG_IGN);
+  rlimit old = {};
+  ::getrlimit(RLIMIT_FSIZE, &old);
+  const rlimit limit = {4, old.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+  const Status result = ConfigLines::setKeys(kFile, {{"key", "2"}});
+  ::setrlimit(RLIMIT_FSIZE, &old);
+  std::signal(SIGXFSZ, oldAction);
+  EXPECT_THAT(result, HasCode(status::writeError));
+  EXPECT_EQ(host::readFile(kFile), "a=12345\nkey=1\n");
+  EXPECT_FALSE(host::exists(kTemporary));
+}
+
+TEST_F(ConfigLinesTest, AFileSystemWithoutSyncIsNoFailure) {
+  for (const int error : {EINVAL, ENOSYS, EOPNOTSUPP}) {
+    host::writeFile(kFile, "key=1\n");
+    const ArmedFaults armed{FaultPlan{1, true, error, {"fsync"}, false}};
+    EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "2"}}), HasCode(status::success));
+    EXPECT_EQ(host::readFile(kFile), "key=2\n");
+  }
+}
+
+TEST_F(ConfigLinesTest, TheDataAreOnTheDeviceBeforeTheRenameAndTheDirectoryBehindIt) {
+  host::writeFile(kFile, "key=1\n");
+  const ArmedFaults counted{FaultPlan{0, false, EIO, {"write", "fsync", "rename", "fchmod", "fchown"}, false}};
+  EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "2"}}), HasCode(status::success));
+  EXPECT_THAT(counted.calls(), testing::ElementsAre("write", "fchown", "fchmod", "fsync", "rename", "fsync"));
+}
+
+// --- Every call that can fail, made to fail
+
+StatusCode codeOfFault(const std::string& call) {
+  if (call == "read") return status::readError;
+  if (call == "fchmod") return status::chmodError;
+  if (call == "rename") return status::renameError;
+  return call == "open" || call == "openat" || call == "fstat" ? status::openError : status::writeError;
+}
+
+TEST_F(ConfigLinesTest, AFaultAnywhereLeavesTheOldFileWholeOrTheNewOne) {
+  constexpr const char* oldText = "# head\nkey=1\na=1";
+  constexpr const char* newText = "# head\nkey=2\na=1";
+  const FaultLoop loop{[=] {
+    host::reset();
+    host::writeFile(kFile, oldText, 0640);
+  }};
+  const std::size_t steps = forEachFault(
+      loop,
+      [] {
+        return ConfigLines::setKeys(kFile, {{"key", "2"}});
+      },
+      [=](const Status& result, const Fault& fault) {
+        EXPECT_EQ(host::readFile(kFile), result.isSuccess() ? newText : oldText);
+        EXPECT_EQ(host::modeOf(kFile), 0640u);
+        if (!fault) {
+          EXPECT_THAT(result, HasCode(status::success));
+        }
+        if (!fault.fromThereOn || fault.step == 1) {
+          // Nothing is left beside it. Where every call fails, nothing can be removed either.
+          EXPECT_FALSE(host::exists(kTemporary));
+        }
+        if (!result.isSuccess() && !fault.fromThereOn) {
+          EXPECT_THAT(result, HasCode(codeOfFault(fault.call)));
+        }
+      });
+  EXPECT_EQ(steps, 26u);
+}
+
+TEST_F(ConfigLinesTest, AFaultAnywhereLeavesNoNewFile) {
+  const FaultLoop loop{[] { host::reset(); }};
+  const std::size_t steps = forEachFault(
+      loop,
+      [] {
+        return ConfigLines::setKeys(kFile, {{"key", "2"}});
+      },
+      [](const Status& result, const Fault& fault) {
+        EXPECT_EQ(host::exists(kFile), result.isSuccess());
+        if (!fault) {
+          EXPECT_THAT(result, HasCode(status::success));
+        }
+        if (!fault.fromThereOn) {
+          EXPECT_FALSE(host::exists(kTemporary));
+        }
+      });
+  EXPECT_EQ(steps, 22u);
+}
+
+TEST_F(ConfigLinesTest, ARemovalWithAFaultAnywhereLeavesTheOldFileWholeOrTheNewOne) {
+  const FaultLoop loop{[] {
+    host::reset();
+    host::writeFile(kFile, "key=1\na=1\n");
+  }};
+  forEachFault(
+      loop, [] { return ConfigLines::removeKey(kFile, "key"); },
+      [](const Status& result, const Fault& fault) {
+        EXPECT_EQ(host::readFile(kFile), result.isSuccess() ? "a=1\n" : "key=1\na=1\n");
+        if (!fault.fromThereOn) {
+          EXPECT_FALSE(host::exists(kTemporary));
+        }
+      });
+}
+
+TEST_F(ConfigLinesTest, AnEditGoesOnAfterShortReadsAndWrites) {
+  host::writeFile(kFile, longLine(9000) + "\nkey=1\n");
+  const ArmedFaults armed{FaultPlan{0, false, EIO, {}, true}};
+  EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "2"}}), HasCode(status::success));
+  EXPECT_EQ(host::readFile(kFile), longLine(9000) + "\nkey=2\n");
+}
+
+// --- The lock
+
+TEST_F(ConfigLinesTest, ALockThatCannotBeTakenDoesNotStopAnEdit) {
+  const std::function<void()> obstacles[] = {
+      [] { host::remove("/tmp/lock"); },
+      [] { host::makeLink("/tmp/lock/hip.conf.lock", "/tmp/missing"); },
+      [] { host::makeDirs("/tmp/lock/hip.conf.lock"); },
+  };
+  for (const auto& obstacle : obstacles) {
+    host::reset();
+    host::writeFile(kFile, "key=1\n");
+    obstacle();
+    EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "2"}}), HasCode(status::success));
+    EXPECT_EQ(host::readFile(kFile), "key=2\n");
+  }
+}
+
+TEST_F(ConfigLinesTest, AnEditLetsTheLockGo) {
+  EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "2"}}), HasCode(status::success));
+  EXPECT_EQ(host::tree("/tmp/lock"), "");
+}
+
+TEST_F(ConfigLinesTest, AnEditWaitsTenSecondsAtMostForAHolderAndThenChangesNothing) {
+  host::writeFile(kFile, "key=1\n");
+  const FileLock lock(kFile);
+  ASSERT_TRUE(lock.isLocked());
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "2"}}), HasCode(status::openError));
+  const auto waited = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(waited, std::chrono::seconds(10));
+  EXPECT_LT(waited, std::chrono::seconds(13));
+  EXPECT_EQ(host::readFile(kFile), "key=1\n");
+}
+
+TEST_F(ConfigLinesTest, EditsOfSeveralProcessesLoseNothing) {
+  constexpr int processes = 4;
+  constexpr int edits = 25;
+  std::vector<pid_t> children;
+  for (int p = 0; p < processes; ++p) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+      int failures = 0;
+      for (int i = 0; i < edits; ++i) {
+        const std::string key = "key" + std::to_string(p) + "_" + std::to_string(i);
+        if (!ConfigLines::setKeys(kFile, {{key, "1"}}).isSuccess()) ++failures;
+      }
+      ::_exit(failures);
+    }
+    children.push_back(child);
+  }
+  for (const pid_t child : children) {
+    int status = -1;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+  }
+  const std::string text = host::readFile(kFile);
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), processes * edits);
+}
+
+// --- The editor itself
+
+TEST_F(LineEditorTest, LinesAreReadWithTheirEndsAndKeptByteForByte) {
+  const std::string content("one\r\n\ntw\0o\nlast", 15);
+  host::writeFile(kFile, content);
+  LineEditor editor(kFile);
+  std::vector<std::string> lines;
+  for (LinePiece line; editor.readLine(line);) {
+    lines.emplace_back(line.text);
+    editor.keepLine(line);
+  }
+  EXPECT_THAT(lines, testing::ElementsAre("one\r\n", "\n", std::string("tw\0o\n", 5), "last"));
+  EXPECT_THAT(editor.commit(), HasCode(status::success));
+  EXPECT_EQ(host::readFile(kFile), content);
+}
+
+TEST_F(LineEditorTest, ADiscardedEditLeavesTheFile) {
+  host::writeFile(kFile, "old\n");
+  {
+    LineEditor editor(kFile);
+    editor.writeLine(longLine(100000));  // enough for the temporary file to be there
+    EXPECT_TRUE(host::exists(kTemporary));
+    editor.discard();
+    EXPECT_FALSE(host::exists(kTemporary));
+    EXPECT_THAT(editor.commit(), HasCode(status::writeError));
+  }
+  EXPECT_EQ(host::readFile(kFile), "old\n");
+}
+
+TEST_F(LineEditorTest, AnEditWithoutCommitLeavesTheFile) {
+  host::writeFile(kFile, "old\n");
+  {
+    LineEditor editor(kFile);
+    editor.writeLine(longLine(100000));
+  }
+  EXPECT_EQ(host::readFile(kFile), "old\n");
+  EXPECT_FALSE(host::exists(kTemporary));
+}
+
+TEST_F(LineEditorTest, ASecondCommitIsAFailureAndChangesNothing) {
+  LineEditor editor(kFile);
+  editor.writeLine("one");
+  EXPECT_THAT(editor.commit(), HasCode(status::success));
+  editor.writeLine("two");
+  EXPECT_THAT(editor.commit(), HasCode(status::writeError));
+  EXPECT_EQ(host::readFile(kFile), "one\n");
+}
+
+TEST_F(LineEditorTest, AfterAFailureNothingIsReadOrWritten) {
+  host::writeFile(kFile, longLine(100000));
+  const ArmedFaults armed{FaultPlan{2, false, EIO, {"read"}, false}};
+  LineEditor editor(kFile);
+  LinePiece line;
+  while (editor.readLine(line)) editor.keepLine(line);
+  EXPECT_THAT(editor.status(), HasCode(status::readError));
+  EXPECT_FALSE(editor.readLine(line));
+  editor.writeLine("new");
+  EXPECT_THAT(editor.commit(), HasCode(status::readError));
+  EXPECT_EQ(host::readFile(kFile), longLine(100000));
+  EXPECT_FALSE(host::exists(kTemporary));
+}
+
+TEST_F(LineEditorTest, AnEmptyEditMakesAnEmptyFile) {
+  LineEditor editor(kFile);
+  EXPECT_THAT(editor.commit(), HasCode(status::success));
+  EXPECT_EQ(host::tree("/tmp"), "f 0644 hip.conf \"\"\nd 1777 lock\n");
+}
+
+}  // namespace

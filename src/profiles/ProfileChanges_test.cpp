@@ -1,0 +1,681 @@
+// Activating, deleting, renaming and resetting profiles. Modifying is in ProfileModify_test.cpp.
+#include "profiles/ProfileChanges.h"
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "command/AppStatusCodes.h"
+#include "command/Authorization.h"
+#include "testing/FaultInjector.h"
+#include "testing/HostTest.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+constexpr const char* kSystemctl = "/bin/systemctl";
+constexpr const char* kCalls = "/tmp/calls";
+constexpr const char* kLab = "/etc/zuv/profiles/profile-1";
+constexpr const char* kOffice = "/etc/zuv/profiles/profile-2";
+
+class ProfileChangesTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    if (IsSkipped()) return;
+    setAuthorizationMode(authorizationAlways);
+    host::makeProfile("profile-1", "lab");
+    host::makeProfile("profile-2", "office");
+    host::makeProfile(".factory", "template");
+    host::makeActive("profile-1");
+    host::installRecorder(kSystemctl, kCalls);
+    before_ = store();
+  }
+  void TearDown() override { setAuthorizationMode(authorizationNever); }
+
+  static std::string store() { return host::tree(host::kProfiles); }
+  static std::string calls() { return host::exists(kCalls) ? host::readFile(kCalls) : ""; }
+  static std::string current() { return host::readFile(host::kCurrent); }
+  static void makeStopped() { host::writeFile(kLab + "/hipvars.txt"s, "uptime.now=1\nuptime.started=1\n"); }
+
+  std::string before_;
+};
+
+// A limit on the size of files, for a scope.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) : action_(std::signal(SIGXFSZ, SIG_IGN)) {
+    (void)::getrlimit(RLIMIT_FSIZE, &old_);
+    const rlimit limited = {bytes, old_.rlim_max};
+    EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limited), 0);
+  }
+  ~FileSizeLimit() {
+    (void)::setrlimit(RLIMIT_FSIZE, &old_);
+    (void)std::signal(SIGXFSZ, action_);
+  }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+ private:
+  rlimit old_ = {};
+  void (*action_)(int);
+};
+
+// For those that a failed waitpid has left.
+void waitForChildren() {
+  while (::wait(nullptr) > 0) {
+  }
+}
+
+// --- Shared beginnings
+
+TEST_F(ProfileChangesTest, EveryOperationIsRefusedFirstOfAllWithoutAuthorization) {
+  for (const int mode : {authorizationNever, 3, -1}) {
+    setAuthorizationMode(mode);
+    for (const std::string selector : {"lab", "missing", "", ".factory", "dir="}) {
+      std::string name = "left over";
+      ProfileDetails details;
+      EXPECT_THAT(ProfileChanges::activateProfile(selector, "systemd", name), HasCode(status::authenticationError));
+      EXPECT_EQ(name, "");
+      EXPECT_THAT(ProfileChanges::deleteProfile(selector), HasCode(status::authenticationError));
+      EXPECT_THAT(ProfileChanges::renameProfile(selector, "", name), HasCode(status::authenticationError));
+      EXPECT_THAT(ProfileChanges::resetProfile(selector, name), HasCode(status::authenticationError));
+      EXPECT_THAT(ProfileChanges::modifyProfile(selector, {}, details), HasCode(status::authenticationError));
+    }
+  }
+  EXPECT_EQ(store(), before_);
+  EXPECT_EQ(calls(), "");
+}
+
+TEST_F(ProfileChangesTest, InTheModeOfTheProgramOnlyRootMay) {
+  SKIP_WITHOUT_OTHER_USERS();
+  setAuthorizationMode(authorizationRootOnly);
+  std::string name;
+  ASSERT_EQ(::seteuid(1000), 0);
+  const Status refused = ProfileChanges::renameProfile("lab", "x", name);
+  ASSERT_EQ(::seteuid(0), 0);
+  EXPECT_THAT(refused, HasCode(status::authenticationError));
+  EXPECT_THAT(ProfileChanges::renameProfile("lab", "x", name), HasCode(status::success));
+}
+
+TEST_F(ProfileChangesTest, AFailedResolutionEndsEveryOperationWithItsStatus) {
+  const struct {
+    const char* selector;
+    StatusCode code;
+  } cases[] = {{"missing", status::profileNotFound},      {"dir=", status::invalidArgument},
+               {"dir=missing", status::profileNotFound},  {"dir=../../../tmp", status::profileNotFound},
+               {"dir=.current", status::profileNotFound}, {"Lab", status::profileNotFound}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.selector);
+    std::string name = "left over";
+    ProfileDetails details;
+    EXPECT_THAT(ProfileChanges::activateProfile(c.selector, "systemd", name), HasCode(c.code));
+    EXPECT_EQ(name, "");
+    EXPECT_THAT(ProfileChanges::deleteProfile(c.selector), HasCode(c.code));
+    EXPECT_THAT(ProfileChanges::renameProfile(c.selector, "x", name), HasCode(c.code));
+    EXPECT_THAT(ProfileChanges::resetProfile(c.selector, name), HasCode(c.code));
+    EXPECT_THAT(ProfileChanges::modifyProfile(c.selector, {}, details), HasCode(c.code));
+  }
+  EXPECT_EQ(store(), before_);
+  EXPECT_EQ(calls(), "");
+}
+
+TEST_F(ProfileChangesTest, AStoreThatCannotBeListedIsAnApplicationError) {
+  host::makeFifo("/etc/zuv/profiles/profile-3/profile_name");
+  std::string name;
+  ProfileDetails details;
+  EXPECT_THAT(ProfileChanges::activateProfile("lab", "systemd", name), HasCode(status::applicationError));
+  EXPECT_THAT(ProfileChanges::deleteProfile("lab"), HasCode(status::applicationError));
+  EXPECT_THAT(ProfileChanges::renameProfile("lab", "x", name), HasCode(status::applicationError));
+  EXPECT_THAT(ProfileChanges::resetProfile("lab", name), HasCode(status::applicationError));
+  EXPECT_THAT(ProfileChanges::modifyProfile("lab", {}, details), HasCode(status::applicationError));
+}
+
+TEST_F(ProfileChangesTest, TheTemplateIsAnInvalidArgumentHoweverItWasSelectedButCanBeReset) {
+  host::writeFile("/etc/zuv/profiles/.factory/hip.state", "x");
+  before_ = store();
+  for (const char* selector : {".factory", "dir=.factory"}) {
+    SCOPED_TRACE(selector);
+    std::string name;
+    ProfileDetails details;
+    ProfileChanges::Modification wanted;
+    wanted.newName = "";
+    EXPECT_THAT(ProfileChanges::activateProfile(selector, "systemd", name), HasCode(status::invalidArgument));
+    EXPECT_THAT(ProfileChanges::deleteProfile(selector), HasCode(status::invalidArgument));
+    const Status renamed = ProfileChanges::renameProfile(selector, "", name);
+    EXPECT_THAT(renamed, HasCode(status::invalidArgument));
+    EXPECT_EQ(renamed.details(), "") << "refused before the name is looked at";
+    const Status modified = ProfileChanges::modifyProfile(selector, wanted, details);
+    EXPECT_THAT(modified, HasCode(status::invalidArgument));
+    EXPECT_EQ(modified.details(), "");
+  }
+  EXPECT_EQ(store(), before_);
+  EXPECT_EQ(calls(), "");
+  std::string name;
+  EXPECT_THAT(ProfileChanges::resetProfile(".factory", name), HasCode(status::success));
+  EXPECT_EQ(name, ".factory");
+  EXPECT_FALSE(host::exists("/etc/zuv/profiles/.factory/hip.state"));
+}
+
+// --- Activate
+
+using ActivateTest = ProfileChangesTest;
+
+TEST_F(ActivateTest, AnotherProfileIsSwitchedToWhateverTheStateOfTheDaemon) {
+  const struct {
+    const char* why;
+    void (*put)();
+  } cases[] = {
+      {"running", [] { host::writeHeartbeat(kLab); }},
+      {"not running", [] { host::remove(kLab + "/hipvars.txt"s); }},
+      {"an old heartbeat", [] { makeStopped(); }},
+      {"unknown", [] { host::writeFile(kLab + "/hipvars.txt"s, "x=1\n"); }},
+      {"none active", [] { host::remove(host::kCurrent); }},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::makeActive("profile-1");
+    host::remove(kCalls);
+    c.put();
+    std::string name;
+    EXPECT_THAT(ProfileChanges::activateProfile("office", "systemd", name), HasCode(status::success));
+    EXPECT_EQ(name, "office");
+    EXPECT_EQ(calls(), "systemctl stop hip\nsystemctl start hip\n");
+    EXPECT_EQ(current(), "profile-2\n");
+    EXPECT_EQ(host::modeOf(host::kCurrent), 0666u);
+  }
+}
+
+TEST_F(ActivateTest, TheActiveRunningProfileIsLeftAlone) {
+  host::writeHeartbeat(kLab);
+  before_ = store();
+  for (const char* selector : {"lab", "dir=profile-1", ".current", "--active"}) {
+    std::string name;
+    EXPECT_THAT(ProfileChanges::activateProfile(selector, "systemd", name), HasCode(status::success));
+    EXPECT_EQ(name, "lab");
+  }
+  EXPECT_EQ(calls(), "");
+  EXPECT_EQ(store(), before_);
+}
+
+TEST_F(ActivateTest, TheActiveStoppedProfileIsOnlyStarted) {
+  host::setMode(host::kCurrent, 0600);
+  before_ = store();
+  std::string name;
+  EXPECT_THAT(ProfileChanges::activateProfile("lab", "systemd", name), HasCode(status::success));
+  EXPECT_EQ(name, "lab");
+  EXPECT_EQ(calls(), "systemctl start hip\n");
+  EXPECT_EQ(store(), before_) << "the marker is not touched";
+}
+
+TEST_F(ActivateTest, AnEmptySelectorIsAnInvalidArgument) {
+  std::string name = "left over";
+  EXPECT_THAT(ProfileChanges::activateProfile("", "systemd", name), HasCode(status::invalidArgument));
+  EXPECT_EQ(name, "");
+  EXPECT_EQ(calls(), "");
+}
+
+TEST_F(ActivateTest, TheStatusIsThatOfTheStart) {
+  const struct {
+    const char* why;
+    const char* script;
+    StatusCode code;
+  } cases[] = {
+      {"exit status", "exit 5\n", status::childExitedNonzero},
+      {"signal", "kill -TERM $$\n", status::childKilledBySignal},
+      {"missing tool", nullptr, status::childExitedNonzero},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::makeActive("profile-1");
+    host::remove("/usr/bin/systemctl");
+    if (c.script != nullptr) host::installScript(kSystemctl, c.script);
+    std::string name;
+    EXPECT_THAT(ProfileChanges::activateProfile("office", "systemd", name), HasCode(c.code));
+    EXPECT_EQ(current(), "profile-2\n");
+    EXPECT_THAT(ProfileChanges::activateProfile("office", "systemd", name), HasCode(c.code)) << "only started";
+  }
+}
+
+TEST_F(ActivateTest, AFailedStopOrSwitchIsNotReported) {
+  host::installScript(kSystemctl, "echo \"$1\" >> /tmp/calls\n[ \"$1\" = start ]\n");
+  host::remove(host::kCurrent);
+  host::makeDirs(host::kCurrent);
+  std::string name;
+  EXPECT_THAT(ProfileChanges::activateProfile("office", "systemd", name), HasCode(status::success));
+  EXPECT_EQ(calls(), "stop\nstart\n");
+}
+
+TEST_F(ActivateTest, AFailedForkIsToldByTheStart) {
+  const ArmedFaults armed({1, true, EAGAIN, {"fork"}, false});
+  std::string name;
+  EXPECT_THAT(ProfileChanges::activateProfile("office", "systemd", name), HasCode(status::forkError));
+  EXPECT_EQ(armed.count(), 2u);
+}
+
+TEST_F(ActivateTest, TheNullBackendDoesNothingAndSaysSo) {
+  std::string name;
+  EXPECT_THAT(ProfileChanges::activateProfile("office", "null", name), HasCode(status::childExitedNonzero));
+  EXPECT_EQ(current(), "profile-2\n");
+  EXPECT_EQ(calls(), "");
+}
+
+TEST_F(ActivateTest, AMarkerThatMayNotGrowKeepsItsProfile) {
+  host::makeProfile("profile-with-a-longer-name", "longer");
+  {
+    const FileSizeLimit limit(10);  // as long as what is there
+    std::string name;
+    (void)ProfileChanges::activateProfile("longer", "null", name);
+  }
+  EXPECT_EQ(current(), "profile-1\n");
+}
+
+TEST_F(ActivateTest, ALinkedDirectoryCanBeActivated) {
+  host::writeFile("/tmp/elsewhere/profile_name", "linked\n");
+  host::makeLink("/etc/zuv/profiles/link", "/tmp/elsewhere");
+  std::string name;
+  EXPECT_THAT(ProfileChanges::activateProfile("dir=link", "systemd", name), HasCode(status::success));
+  EXPECT_EQ(name, "linked");
+  EXPECT_EQ(current(), "link\n");
+}
+
+TEST_F(ActivateTest, AMarkerThatLeadsOutIsReplaced) {
+  host::makeActive("../../../tmp/evil");
+  std::string name;
+  EXPECT_THAT(ProfileChanges::activateProfile("office", "systemd", name), HasCode(status::success));
+  EXPECT_EQ(current(), "profile-2\n");
+}
+
+TEST_F(ActivateTest, AFaultAnywhereLeavesTheOldMarkerOrTheNewOne) {
+  const FaultLoop loop{[] {
+    host::reset();
+    host::makeProfile("profile-1", "lab");
+    host::makeProfile("profile-2", "office");
+    host::makeActive("profile-1");
+    host::installRecorder(kSystemctl, kCalls);
+  }};
+  const std::size_t steps = forEachFault(
+      loop,
+      [] {
+        std::string name;
+        return ProfileChanges::activateProfile("dir=profile-2", "systemd", name);
+      },
+      [](const Status& activated, const Fault& fault) {
+        waitForChildren();
+        const std::string marker = host::readFile(host::kCurrent);
+        EXPECT_TRUE(marker == "profile-1\n" || marker == "profile-2\n") << host::quoted(marker);
+        EXPECT_EQ(host::readFile(kLab + "/profile_name"s), "lab\n");
+        if (!fault) {
+          EXPECT_THAT(activated, HasCode(status::success));
+          EXPECT_EQ(calls(), "systemctl stop hip\nsystemctl start hip\n");
+          EXPECT_EQ(marker, "profile-2\n");
+        }
+        if (activated.isSuccess()) {
+          EXPECT_NE(calls().find("start hip\n"), std::string::npos);
+        }
+      });
+  EXPECT_EQ(steps, 19u);
+}
+
+// --- Delete
+
+using DeleteTest = ProfileChangesTest;
+
+TEST_F(DeleteTest, TheDirectoryGoesWithAllItHolds) {
+  host::writeFile(kOffice + "/ca-certs/a/b/c.pem"s, "x");
+  host::writeFile(kOffice + "/customer-certs/c.pem"s, "x");
+  host::writeFile(kOffice + "/peer_certs/c.pem"s, "x");
+  host::writeFile(kOffice + "/sub/deep/file"s, "x");
+  EXPECT_THAT(ProfileChanges::deleteProfile("office"), HasCode(status::success));
+  EXPECT_EQ(store(),
+            "f 0666 .current \"profile-1\\n\"\n"
+            "d 0755 .factory\n"
+            "f 0644 .factory/hip.conf \"\"\n"
+            "f 0640 .factory/profile_name \"template\\n\"\n"
+            "d 0755 profile-1\n"
+            "f 0644 profile-1/hip.conf \"\"\n"
+            "f 0640 profile-1/profile_name \"lab\\n\"\n");
+}
+
+TEST_F(DeleteTest, TheActiveStoppedProfileIsDeletedAndElectingIsLeftToTheCaller) {
+  EXPECT_THAT(ProfileChanges::deleteProfile("lab"), HasCode(status::success));
+  EXPECT_FALSE(host::exists(kLab));
+  EXPECT_EQ(current(), "profile-1\n");
+  EXPECT_EQ(calls(), "");
+}
+
+TEST_F(DeleteTest, TheActiveRunningProfileStays) {
+  host::writeHeartbeat(kLab);
+  before_ = store();
+  for (const char* selector : {"lab", "dir=profile-1", "--active", ""}) {
+    EXPECT_THAT(ProfileChanges::deleteProfile(selector), HasCode(status::notWhileRunning));
+  }
+  EXPECT_EQ(store(), before_);
+}
+
+TEST_F(DeleteTest, TheMarkerIsAnInvalidArgumentButAnotherWordForTheActiveProfileIsNot) {
+  EXPECT_THAT(ProfileChanges::deleteProfile(".current"), HasCode(status::invalidArgument));
+  EXPECT_THAT(ProfileChanges::deleteProfile(".factory"), HasCode(status::invalidArgument));
+  EXPECT_EQ(store(), before_);
+  EXPECT_THAT(ProfileChanges::deleteProfile("--active"), HasCode(status::success));
+  EXPECT_FALSE(host::exists(kLab));
+}
+
+TEST_F(DeleteTest, AnActiveProfileWithoutADirectoryNameIsAnApplicationErrorAndNothingIsTouched) {
+  for (const std::string& content :
+       {""s, "..\n"s, "../..\n"s, "/\n"s, ".factory\n"s, "profile-1/..\n"s, "profile-1\0/..\n"s}) {
+    SCOPED_TRACE(host::quoted(content));
+    host::writeFile(host::kCurrent, content, 0666);
+    before_ = host::tree("/etc/zuv");
+    EXPECT_THAT(ProfileChanges::deleteProfile("--active"), HasCode(status::applicationError));
+    EXPECT_THAT(ProfileChanges::deleteProfile(""), HasCode(status::applicationError));
+    EXPECT_EQ(host::tree("/etc/zuv"), before_);
+  }
+}
+
+TEST_F(DeleteTest, OfALinkTheLinkAloneGoes) {
+  host::writeFile("/tmp/elsewhere/profile_name", "linked\n");
+  host::writeFile("/tmp/elsewhere/ca-certs/ca.pem", "x");
+  host::makeLink("/etc/zuv/profiles/link", "/tmp/elsewhere");
+  const std::string target = host::tree("/tmp/elsewhere");
+  EXPECT_THAT(ProfileChanges::deleteProfile("dir=link"), HasCode(status::success));
+  EXPECT_FALSE(host::exists("/etc/zuv/profiles/link"));
+  EXPECT_EQ(host::tree("/tmp/elsewhere"), target);
+}
+
+TEST_F(DeleteTest, LinksInsideAreNotGoneThrough) {
+  host::writeFile("/tmp/elsewhere/file", "kept");
+  host::makeLink(kOffice + "/ca-certs"s, "/tmp/elsewhere");
+  host::makeLink(kOffice + "/file"s, "/tmp/elsewhere/file");
+  EXPECT_THAT(ProfileChanges::deleteProfile("office"), HasCode(status::success));
+  EXPECT_FALSE(host::exists(kOffice));
+  EXPECT_EQ(host::readFile("/tmp/elsewhere/file"), "kept");
+}
+
+TEST_F(DeleteTest, WhatCannotBeRemovedIsAnApplicationErrorAndTheRestIsGone) {
+  host::makeFifo(kOffice + "/fifo"s);
+  host::writeFile(kOffice + "/ca-certs/ca.pem"s, "x");
+  EXPECT_THAT(ProfileChanges::deleteProfile("office"), HasCode(status::applicationError));
+  EXPECT_EQ(host::tree(kOffice), "p 0644 fifo\n");
+}
+
+TEST_F(DeleteTest, AFaultAnywhereIsToldAndTouchesNoOtherProfile) {
+  const FaultLoop loop{[] {
+    host::reset();
+    host::makeProfile("profile-1", "lab");
+    host::makeProfile("profile-2", "office");
+    host::writeFile(kOffice + "/ca-certs/ca.pem"s, "x");
+    host::makeActive("profile-1");
+  }};
+  const std::size_t steps = forEachFault(
+      loop, [] { return ProfileChanges::deleteProfile("dir=profile-2"); },
+      [](const Status& deleted, const Fault& fault) {
+        EXPECT_EQ(host::exists(kOffice), !deleted.isSuccess());
+        EXPECT_EQ(host::tree(kLab), "f 0644 hip.conf \"\"\nf 0640 profile_name \"lab\\n\"\n");
+        EXPECT_EQ(current(), "profile-1\n");
+        if (!fault) {
+          EXPECT_THAT(deleted, HasCode(status::success));
+        }
+        if (!deleted.isSuccess()) {
+          EXPECT_TRUE(deleted.code() == status::applicationError || deleted.code() == status::profileNotFound)
+              << deleted.code();
+        }
+      });
+  EXPECT_EQ(steps, 43u);
+}
+
+// --- Rename
+
+class RenameTest : public ProfileChangesTest {
+ protected:
+  static std::string rename(const std::string& selector, const std::string& newName) {
+    std::string name = "left over";
+    EXPECT_THAT(ProfileChanges::renameProfile(selector, newName, name), HasCode(status::success));
+    return name;
+  }
+  void expectRefused(const std::string& newName, const char* details) const {
+    std::string name = "left over";
+    const Status refused = ProfileChanges::renameProfile("lab", newName, name);
+    EXPECT_THAT(refused, HasCode(status::invalidArgument)) << host::quoted(newName);
+    EXPECT_EQ(refused.details(), details);
+    EXPECT_EQ(refused.context(), "profile rename");
+    EXPECT_EQ(name, "");
+    EXPECT_EQ(store(), before_);
+  }
+};
+
+TEST_F(RenameTest, TheNameChangesAndTheDirectoryDoesNot) {
+  EXPECT_EQ(rename("lab", "workshop"), "workshop");
+  EXPECT_EQ(host::tree(kLab), "f 0644 hip.conf \"\"\nf 0640 profile_name \"workshop\\n\"\n");
+  EXPECT_EQ(rename("dir=profile-1", "x"), "x");
+  EXPECT_EQ(host::tree(kLab), "f 0644 hip.conf \"\"\nf 0640 profile_name \"x\\n\"\n");
+  EXPECT_EQ(current(), "profile-1\n");
+}
+
+TEST_F(RenameTest, TheActiveProfileIsRenamedRunningOrNot) {
+  EXPECT_EQ(rename("", "stopped"), "stopped");
+  host::writeHeartbeat(kLab);
+  EXPECT_EQ(rename("--active", "running"), "running");
+  EXPECT_EQ(host::readFile(kLab + "/profile_name"s), "running\n");
+  EXPECT_EQ(calls(), "");
+}
+
+TEST_F(RenameTest, ANewNameLosesBlanksAndControlBytesAtItsEndsAlone) {
+  EXPECT_EQ(rename("lab", " \t my lab\r\n"), "my lab");
+  EXPECT_EQ(host::readFile(kLab + "/profile_name"s), "my lab\n");
+  EXPECT_EQ(rename("my lab", "l\xc3\xa4z"), "l\xc3\xa4z");
+}
+
+TEST_F(RenameTest, AnEmptyNameIsNotProvided) {
+  for (const char* newName : {"", " ", "\t\n", "\x7f"}) expectRefused(newName, "profile name not provided");
+}
+
+TEST_F(RenameTest, ANameIsRefusedWhenItIsASelectorOfSomeProfile) {
+  for (const char* newName : {"office", "lab", "--active", ".current", ".factory", "dir=profile-1", "dir=profile-2",
+                              "dir=.factory", " office ", "dir="}) {
+    expectRefused(newName, "invalid profile name");
+  }
+}
+
+TEST_F(RenameTest, ADirectorySelectorOfNothingIsAName) {
+  EXPECT_EQ(rename("lab", "dir=missing"), "dir=missing");
+  EXPECT_EQ(rename("dir=profile-1", "dir=../x"), "dir=../x");
+  EXPECT_EQ(rename("dir=profile-1", ".hidden"), ".hidden");
+}
+
+TEST_F(RenameTest, EveryControlByteInsideANameIsRefused) {
+  for (int byte = 0; byte < 256; ++byte) {
+    if (byte >= 32 && byte != 127) continue;
+    expectRefused("a"s + static_cast<char>(byte) + "b", "invalid profile name");
+  }
+}
+
+TEST_F(RenameTest, ALinkedProfileIsNotListedSoItsOwnNameIsFreeAndNothingIsWritten) {
+  host::writeFile("/tmp/elsewhere/profile_name", "linked\n", 0604);
+  host::makeLink("/etc/zuv/profiles/link", "/tmp/elsewhere");
+  EXPECT_EQ(rename("dir=link", "linked"), "linked");
+  EXPECT_EQ(host::tree("/tmp/elsewhere"), "f 0604 profile_name \"linked\\n\"\n");
+  EXPECT_EQ(rename("dir=link", "other"), "other");
+  EXPECT_EQ(host::readFile("/tmp/elsewhere/profile_name"), "other\n");
+}
+
+TEST_F(RenameTest, ALimitOnTheSizeOfFilesKeepsTheOldName) {
+  const FileSizeLimit limit(4);  // as long as what is there
+  std::string name = "left over";
+  EXPECT_THAT(ProfileChanges::renameProfile("lab", "a longer name", name), HasCode(status::writeError));
+  EXPECT_EQ(name, "");
+  EXPECT_EQ(store(), before_);
+}
+
+TEST_F(RenameTest, AStoreThatCannotBeListedLeavesNoNameFree) {
+  host::makeFifo("/etc/zuv/profiles/profile-3/profile_name");
+  before_ = store();
+  std::string name;
+  const Status refused = ProfileChanges::renameProfile("dir=profile-1", "x", name);
+  EXPECT_THAT(refused, HasCode(status::invalidArgument));
+  EXPECT_EQ(refused.details(), "invalid profile name");
+  EXPECT_EQ(store(), before_);
+}
+
+TEST_F(RenameTest, AFailedWriteIsTheStatus) {
+  std::string name = "left over";
+  {
+    const ArmedFaults armed({1, true, ENOSPC, {"write"}, false});
+    EXPECT_THAT(ProfileChanges::renameProfile("lab", "x", name), HasCode(status::writeError));
+  }
+  EXPECT_EQ(name, "");
+  EXPECT_EQ(store(), before_);
+  host::setMode(kLab + "/profile_name"s, 0440);
+  const host::BoundByModes bound;
+  EXPECT_THAT(ProfileChanges::renameProfile("lab", "x", name), HasCode(status::openError));
+}
+
+TEST_F(RenameTest, AnActiveProfileWithoutADirectoryNameIsAnInvalidArgument) {
+  for (const char* content : {"", "../../../tmp\n", ".factory\n"}) {
+    host::writeFile(host::kCurrent, content, 0666);
+    before_ = store();
+    std::string name = "left over";
+    EXPECT_THAT(ProfileChanges::renameProfile("", "x", name), HasCode(status::invalidArgument));
+    EXPECT_EQ(name, "");
+    EXPECT_EQ(store(), before_);
+    EXPECT_FALSE(host::exists("/tmp/profile_name"));
+  }
+}
+
+TEST_F(RenameTest, AFaultAnywhereLeavesTheOldNameOrTheNewOne) {
+  const FaultLoop loop{[] {
+    host::reset();
+    host::makeProfile("profile-1", "lab");
+  }};
+  const std::size_t steps = forEachFault(
+      loop,
+      [] {
+        std::string name;
+        Status renamed = ProfileChanges::renameProfile("dir=profile-1", "workshop", name);
+        EXPECT_EQ(name, renamed.isSuccess() ? "workshop" : "");
+        return renamed;
+      },
+      [](const Status& renamed, const Fault& fault) {
+        const std::string name = host::readFile(kLab + "/profile_name"s);
+        const bool hitsReading = fault.call == "openat" || fault.call == "fstat" || fault.call == "read";
+        EXPECT_TRUE(name == "lab\n" || name == "workshop\n" || (hitsReading && name == "profile\n")) << name;
+        if (!fault || renamed.isSuccess()) {
+          EXPECT_THAT(renamed, HasCode(status::success));
+          EXPECT_EQ(name, "workshop\n");
+        }
+      });
+  EXPECT_EQ(steps, 26u);
+}
+
+// --- Reset
+
+using ResetTest = ProfileChangesTest;
+
+constexpr const char* kStateFiles[] = {"m2_cache", "sadb.state", "hip.state", "peers", "map.state", "hipvars.txt"};
+
+void writeStateFiles(const std::string& folder) {
+  for (const char* file : kStateFiles) host::writeFile(folder + "/" + file, "state\n");
+}
+
+TEST_F(ResetTest, TheSixStateFilesGoAndNothingElse) {
+  for (const char* file : {"endbox.conf", "mapconfig.static", "device_id", "hip.log", "ca-certs/ca.pem", "peers2"}) {
+    host::writeFile(kOffice + "/"s + file, "kept\n");
+  }
+  before_ = store();
+  writeStateFiles(kOffice);
+  writeStateFiles(kLab);
+  makeStopped();
+  const std::string lab = host::tree(kLab);
+  std::string name;
+  EXPECT_THAT(ProfileChanges::resetProfile("office", name), HasCode(status::success));
+  EXPECT_EQ(name, "office");
+  EXPECT_EQ(host::tree(kLab), lab);
+  EXPECT_THAT(ProfileChanges::resetProfile("", name), HasCode(status::success));
+  EXPECT_EQ(name, "lab");
+  EXPECT_EQ(store(), before_);
+  EXPECT_EQ(calls(), "") << "the daemon is not started";
+}
+
+TEST_F(ResetTest, TheStateFilesGoInTheirOrder) {
+  writeStateFiles(kOffice);
+  FaultPlan plan;
+  plan.at = 1000;
+  plan.calls = {"unlink"};
+  plan.before = [](std::size_t call) {
+    for (std::size_t i = 0; i < std::size(kStateFiles); ++i) {
+      EXPECT_EQ(host::exists(kOffice + "/"s + kStateFiles[i]), i + 1 >= call)
+          << kStateFiles[i] << " at removal " << call;
+    }
+  };
+  const ArmedFaults armed{plan};
+  std::string name;
+  EXPECT_THAT(ProfileChanges::resetProfile("office", name), HasCode(status::success));
+  EXPECT_EQ(armed.count(), 6u);
+}
+
+TEST_F(ResetTest, AProfileWithoutStateIsASuccess) {
+  std::string name;
+  EXPECT_THAT(ProfileChanges::resetProfile("lab", name), HasCode(status::success));
+  EXPECT_EQ(store(), before_);
+}
+
+TEST_F(ResetTest, TheActiveRunningProfileIsLeftAlone) {
+  writeStateFiles(kLab);
+  host::writeHeartbeat(kLab);
+  before_ = store();
+  std::string name = "left over";
+  EXPECT_THAT(ProfileChanges::resetProfile("lab", name), HasCode(status::notWhileRunning));
+  EXPECT_EQ(name, "lab");
+  EXPECT_EQ(store(), before_);
+}
+
+TEST_F(ResetTest, AnInactiveProfileWithAFreshHeartbeatIsReset) {
+  host::writeHeartbeat(kOffice);
+  std::string name;
+  EXPECT_THAT(ProfileChanges::resetProfile("office", name), HasCode(status::success));
+  EXPECT_EQ(store(), before_);
+}
+
+TEST_F(ResetTest, WhatIsNoFileStaysAndIsNoFailure) {
+  host::makeDirs(kOffice + "/peers"s);
+  host::writeFile(kOffice + "/map.state"s, "x");
+  std::string name;
+  EXPECT_THAT(ProfileChanges::resetProfile("office", name), HasCode(status::success));
+  EXPECT_TRUE(host::exists(kOffice + "/peers"s));
+  EXPECT_FALSE(host::exists(kOffice + "/map.state"s));
+}
+
+TEST_F(ResetTest, LinksAreRemovedThemselves) {
+  host::writeFile("/tmp/state", "kept");
+  host::makeLink(kOffice + "/peers"s, "/tmp/state");
+  std::string name;
+  EXPECT_THAT(ProfileChanges::resetProfile("office", name), HasCode(status::success));
+  EXPECT_FALSE(host::exists(kOffice + "/peers"s));
+  EXPECT_EQ(host::readFile("/tmp/state"), "kept");
+}
+
+TEST_F(ResetTest, EveryRemovalIsTriedAndNoneOfTheirFailuresIsReported) {
+  writeStateFiles(kOffice);
+  std::string name;
+  const ArmedFaults armed({1, true, EACCES, {"unlink"}, false});
+  EXPECT_THAT(ProfileChanges::resetProfile("office", name), HasCode(status::success));
+  EXPECT_EQ(armed.count(), 6u);
+}
+
+TEST_F(ResetTest, AnActiveProfileWithoutADirectoryNameIsASuccessThatTouchesNothing) {
+  for (const char* file : kStateFiles) host::writeFile(host::kProfiles + ""s + file, "x");
+  for (const char* file : kStateFiles) host::writeFile("/tmp/"s + file, "x");
+  for (const char* content : {"", "../../../tmp\n", ".\n"}) {
+    host::writeFile(host::kCurrent, content, 0666);
+    before_ = store() + host::tree("/tmp");
+    std::string name = "left over";
+    EXPECT_THAT(ProfileChanges::resetProfile("", name), HasCode(status::success));
+    EXPECT_EQ(name, "");
+    EXPECT_EQ(store() + host::tree("/tmp"), before_);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,207 @@
+#include "profiles/ProfileControl.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "base/FileUtils.h"
+#include "base/StringUtils.h"
+#include "command/AppStatusCodes.h"
+#include "command/Authorization.h"
+#include "log/BasicLog.h"
+#include "profiles/ProfileStore.h"
+#include "service/SystemSpecificImpl.h"
+
+using ProfileControl::keepFirstFailure;
+using StringUtils::hasControlByte;
+using StringUtils::joinPath;
+using StringUtils::TrimSet;
+
+namespace {
+
+constexpr const char* configurationFile = "hip.conf";
+constexpr const char* certificates = "ca-certs";
+constexpr mode_t directoryMode = 0755;
+
+void logNoNetworks() {
+  static BasicLog::Logger& log = BasicLog::getLogger(BasicLog::ravctlLogger);
+  if (log.isEnabled(BasicLog::Level::error)) {
+    BasicLog::Entry entry(log, BasicLog::Level::error, "could not execute read_networks", "ProfileControl.cpp",
+                          "cmdGetProfileDetails");
+  }
+}
+
+}  // namespace
+
+// --- Details
+
+namespace ProfileControl {
+
+Status cmdGetProfileDetails(const std::string& selector, ProfileDetails& details) {
+  details = ProfileDetails();
+  ProfileRecord profile;
+  Status found = ProfileStore::resolveSelector(selector, profile);
+  if (!found.isSuccess()) return found;
+  details.filled = true;
+  details.dirname = profile.dirname;
+  details.name = profile.name;
+  // What is not found stays empty.
+  (void)ConfigControl::readInterface(profile.dirname, details.network);
+  if (!ConfigControl::read_networks(details.networks)) logNoNetworks();
+  (void)ConfigControl::readDeviceId(profile.dirname, details.deviceId);
+  (void)ConfigControl::readDeviceIp(profile.dirname, details.overlayDeviceIp);
+  (void)ConfigControl::readDeviceMask(profile.dirname, details.overlayMask);
+  (void)ConfigControl::readInvitation(profile.dirname, details.invitation);
+  (void)ConfigControl::readHelmsor(profile.dirname, details.helmsor);
+  (void)ConfigControl::readLogLevel(profile.dirname, details.logLevel);
+  return found;
+}
+
+std::string cleanName(const std::string& requested) {
+  return std::string(StringUtils::trim(requested, TrimSet::blanks));
+}
+
+Status checkTexts(const std::string& host, const std::string& network, const std::string& invitation) {
+  const bool broken =
+      hasControlByte(host) || hasControlByte(network) || hasControlByte(StringUtils::trim(invitation, TrimSet::blanks));
+  return broken ? Status::of(status::invalidArgument) : Status();
+}
+
+void keepFirstFailure(Status& kept, Status next) {
+  if (kept.isSuccess() && !next.isSuccess()) kept = std::move(next);
+}
+
+bool daemonMayRun() { return ProfileStore::activeRunState() != RunState::notRunning; }
+
+}  // namespace ProfileControl
+
+// --- Create
+
+namespace {
+
+// Copies every regular file of a directory and every link in it that leads to one. A missing directory is an empty one.
+Status copyFilesOf(const std::string& from, const std::string& to) {
+  const UniqueFd directory = FileUtils::openDirectory(from);
+  if (!directory.isOpen()) return Status::of(errno == ENOENT ? status::success : status::opendirError);
+  const FileUtils::DirectoryListing listing = FileUtils::listOpenDirectory(directory.get());
+  if (!listing.status.isSuccess()) return listing.status;
+  // Where a link leads is asked again, of the link itself: the listing takes relative ones from the working directory.
+  for (const std::vector<std::string>* names :
+       {&listing.files, &listing.linksToFiles, &listing.linksToDirectories, &listing.others}) {
+    for (const std::string& name : *names) {
+      const std::string source = joinPath({from, name});
+      if (!FileUtils::isRegularFile(source)) continue;
+      Status copied = FileUtils::copyFile(source, joinPath({to, name}));
+      if (!copied.isSuccess()) return copied;
+    }
+  }
+  return Status();
+}
+
+void copyCertificates(const std::string& profileDir) {
+  const std::string to = joinPath({profileDir, certificates});
+  // A profile without certificates is usable; the daemon tells what it misses.
+  (void)FileUtils::makeDir(to, directoryMode);
+  (void)FileUtils::setMode(to, directoryMode);
+  (void)copyFilesOf(joinPath({ProfileStore::factoryDir(), certificates}), to);
+}
+
+// Everything a profile is made of, up to its Helmsor address, without which it is of no use.
+Status fillDirectory(const NewProfile& wanted, const std::string& name, const std::string& dir,
+                     const std::string& dirname) {
+  Status copied = copyFilesOf(ProfileStore::factoryDir(), dir);
+  if (!copied.isSuccess()) return copied;
+  Status named = ProfileStore::writeProfileName(dirname, name);
+  if (!named.isSuccess()) return named;
+  copyCertificates(dir);
+  return ConfigControl::writeNewHelmsor(dirname, wanted.helmsorHost, wanted.helmsorPort);
+}
+
+Status configure(const NewProfile& wanted, const std::string& dirname) {
+  Status first;
+  if (!wanted.network.empty()) keepFirstFailure(first, ConfigControl::setInterface(dirname, wanted.network));
+  keepFirstFailure(first, ConfigControl::setInvitation(dirname, wanted.invitation));
+  return first;
+}
+
+Status makeActiveAndStart(const std::string& initSystem, const std::string& dirname) {
+  Status first = ProfileStore::setActive(dirname) ? Status() : Status::of(status::applicationError);
+  keepFirstFailure(first, runBackendOperation(initSystem, &SystemSpecificImpl::start));
+  return first;
+}
+
+// Makes a profile's directory the working directory. A failure is none: our own paths are all absolute.
+void workIn(const std::string& dir) {
+  const bool entered = chdir(dir.c_str()) == 0;
+  (void)entered;
+}
+
+}  // namespace
+
+namespace ProfileControl {
+
+// The order of steps, and what a failure after each leaves behind:
+//   1. the texts are checked          nothing
+//   2. a numbered directory is made   an empty directory; the next listing gives it a name
+//   3. a free name is chosen
+//   4. the daemon is stopped, when the profile is to become active
+//   5. template, name, certificates and Helmsor address are written; their failure ends here
+//   6. interface and invitation are written, both; 7. the profile becomes active and the daemon starts
+Status createProfile(const NewProfile& wanted, CreatedProfile& made) {
+  made = CreatedProfile();
+  if (!isAuthorized()) return Status::of(status::authenticationError);
+  const std::string wish = cleanName(wanted.name);
+  if (hasControlByte(wish)) return Status::error(status::invalidArgument, "invalid profile name", "profile create");
+  Status checked = checkTexts(wanted.helmsorHost, wanted.network, wanted.invitation);
+  if (!checked.isSuccess()) return checked;
+  std::string dir;
+  std::string dirname;
+  std::string name;
+  if (!ProfileStore::newProfileDirectory(dir, dirname) ||
+      !ProfileStore::chooseNewName(wish, wanted.allowRename, dirname, name)) {
+    return Status::of(status::applicationError);
+  }
+  if (wanted.activate && daemonMayRun()) {
+    // A failed stop is deliberately not reported: the status is that of making the profile and of the start.
+    (void)runBackendOperation(wanted.initSystem, &SystemSpecificImpl::stop);
+  }
+  Status filled = fillDirectory(wanted, name, dir, dirname);
+  if (!filled.isSuccess()) return filled;
+  Status first = configure(wanted, dirname);
+  if (wanted.activate) keepFirstFailure(first, makeActiveAndStart(wanted.initSystem, dirname));
+  if (first.isSuccess()) {
+    made.name = name;
+    // Of the new directory, not of the name, which another process may have given as well. The profile is made either
+    // way.
+    (void)cmdGetProfileDetails(StringUtils::concatenate({ProfileStore::dirPrefix, dirname}), made.details);
+  }
+  return first;
+}
+
+// --- Electing
+
+Status ensureActiveProfile() {
+  std::string dirname;
+  std::string file;
+  std::string dir;
+  if (ProfileStore::readActiveDirname(dirname) && ProfileStore::fileInProfile(dirname, configurationFile, file) &&
+      FileUtils::isRegularFile(file) && ProfileStore::profileDir(dirname, dir)) {
+    workIn(dir);
+    return Status();
+  }
+  std::vector<ProfileRecord> profiles;
+  if (ProfileStore::listProfiles(profiles) && !profiles.empty()) {
+    const ProfileRecord& first = profiles.front();
+    if (!ProfileStore::setActive(first.dirname)) return Status::of(status::applicationError);
+    workIn(first.dir);
+    return Status();
+  }
+  NewProfile wanted;
+  wanted.initSystem = backendNameOrNull();
+  wanted.activate = true;
+  CreatedProfile made;
+  return createProfile(wanted, made);
+}
+
+}  // namespace ProfileControl

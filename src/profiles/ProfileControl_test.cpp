@@ -1,0 +1,1002 @@
+// Making a profile, showing one, and electing an active one.
+#include "profiles/ProfileControl.h"
+
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <set>
+
+#include "base/FileUtils.h"
+#include "command/AppStatusCodes.h"
+#include "command/Authorization.h"
+#include "profiles/ProfileStore.h"
+#include "testing/FaultInjector.h"
+#include "testing/HostTest.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr const char* kSystemctl = "/bin/systemctl";
+constexpr const char* kCalls = "/tmp/calls";
+constexpr const char* kMade = "/etc/zuv/profiles/profile-123123";
+
+class ProfileControlTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    setAuthorizationMode(authorizationAlways);
+  }
+  void TearDown() override {
+    setAuthorizationMode(authorizationNever);
+    if (!IsSkipped()) {
+      ASSERT_EQ(::chdir("/"), 0);
+    }
+  }
+
+  // A wish with a Helmsor, as the command line asks for one, and the backend that does nothing.
+  static NewProfile wish(const std::string& name = "") {
+    NewProfile wanted;
+    wanted.name = name;
+    wanted.helmsorHost = "h";
+    wanted.helmsorPort = 443;
+    wanted.initSystem = "null";
+    return wanted;
+  }
+
+  static CreatedProfile create(const NewProfile& wanted, StatusCode expected = status::success) {
+    CreatedProfile made;
+    made.name = "left over";
+    made.details.filled = true;
+    EXPECT_THAT(ProfileControl::createProfile(wanted, made), HasCode(expected));
+    if (!isSuccess(expected)) {
+      EXPECT_EQ(made.name, "");
+      EXPECT_FALSE(made.details.filled);
+    }
+    return made;
+  }
+
+  static std::string store() { return host::tree(host::kProfiles); }
+  static std::string calls() { return host::exists(kCalls) ? host::readFile(kCalls) : ""; }
+};
+
+// --- Create: name and directory
+
+using CreateTest = ProfileControlTest;
+
+TEST_F(CreateTest, OnAnEmptyStoreTheFirstProfileIsNamedProfileAndTheSecondGetsANumber) {
+  EXPECT_EQ(create(wish()).name, "profile");
+  EXPECT_EQ(create(wish()).name, "profile#2");
+  EXPECT_EQ(store(),
+            "d 0755 profile-123123\n"
+            "d 0755 profile-123123/ca-certs\n"
+            "f 0640 profile-123123/mapconfig.static \"map_uri=https://h:443\\n\"\n"
+            "f 0640 profile-123123/profile_name \"profile\\n\"\n"
+            "d 0755 profile-123124\n"
+            "d 0755 profile-123124/ca-certs\n"
+            "f 0640 profile-123124/mapconfig.static \"map_uri=https://h:443\\n\"\n"
+            "f 0640 profile-123124/profile_name \"profile#2\\n\"\n");
+}
+
+TEST_F(CreateTest, EverythingHasItsModeWhateverTheUmask) {
+  host::writeFile("/etc/zuv/profiles/.factory/hip.conf", "x=1\n", 0600);
+  host::writeFile("/etc/zuv/profiles/.factory/ca-certs/ca.pem", "pem\n", 0600);
+  for (const mode_t mask : {mode_t{022}, mode_t{0}, mode_t{0777}}) {
+    SCOPED_TRACE(mask);
+    host::remove(kMade);
+    ::umask(mask);
+    create(wish());
+    ::umask(022);
+    EXPECT_EQ(host::modeOf(kMade), 0755u);
+    EXPECT_EQ(host::tree(kMade),
+              "d 0755 ca-certs\n"
+              "f 0644 ca-certs/ca.pem \"pem\\n\"\n"
+              "f 0644 hip.conf \"x=1\\n\"\n"
+              "f 0640 mapconfig.static \"map_uri=https://h:443\\n\"\n"
+              "f 0640 profile_name \"profile\\n\"\n");
+  }
+}
+
+TEST_F(CreateTest, ATakenNameIsRefusedWithoutRenamingAndLeavesAnEmptyDirectory) {
+  host::makeProfile("profile-1", "lab");
+  NewProfile wanted = wish("lab");
+  wanted.allowRename = false;
+  wanted.activate = true;
+  const std::string before = store();
+  create(wanted, status::applicationError);
+  EXPECT_EQ(store(), before + "d 0755 profile-123123\n");
+}
+
+TEST_F(CreateTest, TheDirectoryOfARefusedProfileIsNamedByTheNextListing) {
+  NewProfile wanted = wish("lab");
+  wanted.allowRename = false;
+  host::makeProfile("profile-1", "lab");
+  create(wanted, status::applicationError);
+  EXPECT_EQ(create(wish()).name, "profile#2");
+  EXPECT_EQ(host::tree(kMade), "f 0640 profile_name \"profile\\n\"\n");
+}
+
+TEST_F(CreateTest, ATakenNameGetsTheFirstFreeNumber) {
+  host::makeProfile("profile-1", "lab");
+  host::makeProfile("profile-2", "lab#2");
+  EXPECT_EQ(create(wish("lab")).name, "lab#3");
+  EXPECT_EQ(create(wish("lab#2")).name, "lab#2#2");
+}
+
+TEST_F(CreateTest, ANameLosesBlanksAndControlBytesAtItsEndsAlone) {
+  const struct {
+    const char* requested;
+    const char* name;
+  } cases[] = {{" lab ", "lab"},     {"\t\r\nlab2\x7f\x01", "lab2"},
+               {"my lab", "my lab"}, {"\xc3\xa4z", "\xc3\xa4z"},
+               {"x\x80", "x\x80"},   {" \t ", "profile"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(host::quoted(c.requested));
+    const CreatedProfile made = create(wish(c.requested));
+    EXPECT_EQ(made.name, c.name);
+    EXPECT_EQ(host::readFile(host::kProfiles + made.details.dirname + "/profile_name"), c.name + std::string("\n"));
+  }
+}
+
+TEST_F(CreateTest, EveryControlByteInsideANameIsRefusedBeforeAnythingChanges) {
+  for (int byte = 0; byte < 256; ++byte) {
+    if (byte >= 32 && byte != 127) continue;
+    SCOPED_TRACE(byte);
+    CreatedProfile made;
+    const Status refused = ProfileControl::createProfile(wish(std::string("a") + static_cast<char>(byte) + "b"), made);
+    EXPECT_THAT(refused, HasCode(status::invalidArgument));
+    EXPECT_EQ(refused.details(), "invalid profile name");
+    EXPECT_EQ(refused.context(), "profile create");
+  }
+  EXPECT_EQ(store(), "");
+}
+
+TEST_F(CreateTest, ANameOfHighBytesAloneIsReadAsNoneAndRepairedAtOnce) {
+  const CreatedProfile made = create(wish("\xc3\xa4"));
+  EXPECT_EQ(made.name, "\xc3\xa4");
+  EXPECT_EQ(made.details.name, "profile");
+  EXPECT_EQ(host::readFile(std::string(kMade) + "/profile_name"), "profile\n");
+}
+
+TEST_F(CreateTest, NoSelectorIsRefusedAsAName) {
+  for (const char* name : {"--active", ".current", ".factory", "dir=profile-1", "dir="}) {
+    EXPECT_EQ(create(wish(name)).name, name);
+  }
+}
+
+TEST_F(CreateTest, EveryControlByteInATextIsRefusedBeforeAnythingChanges) {
+  for (int byte = 0; byte < 256; ++byte) {
+    if (byte >= 32 && byte != 127) continue;
+    SCOPED_TRACE(byte);
+    const std::string text = std::string("a") + static_cast<char>(byte) + "b";
+    NewProfile host = wish();
+    host.helmsorHost = text;
+    create(host, status::invalidArgument);
+    host.helmsorHost = std::string(1, static_cast<char>(byte)) + "h";
+    create(host, status::invalidArgument);
+    NewProfile network = wish();
+    network.network = text;
+    create(network, status::invalidArgument);
+    NewProfile invitation = wish();
+    invitation.invitation = text;
+    create(invitation, status::invalidArgument);
+  }
+  EXPECT_EQ(store(), "");
+}
+
+TEST_F(CreateTest, WithoutAStoreOrADirectoryItIsAnApplicationError) {
+  host::remove(host::kProfiles);
+  create(wish(), status::applicationError);
+  EXPECT_FALSE(host::exists(host::kProfiles));
+}
+
+TEST_F(CreateTest, AStoreThatCannotBeListedIsAnApplicationErrorAndLeavesTheDirectory) {
+  host::makeFifo("/etc/zuv/profiles/profile-1/profile_name");
+  create(wish(), status::applicationError);
+  EXPECT_EQ(store(), "d 0755 profile-1\np 0644 profile-1/profile_name\nd 0755 profile-123123\n");
+}
+
+// --- Create: authorization
+
+TEST_F(CreateTest, IsRefusedFirstOfAllWithoutAuthorization) {
+  setAuthorizationMode(authorizationNever);
+  create(wish("a\nb"), status::authenticationError);
+  setAuthorizationMode(7);
+  create(wish(), status::authenticationError);
+  EXPECT_EQ(store(), "");
+}
+
+TEST_F(CreateTest, RootMayAndOthersMayNotInTheModeOfTheProgram) {
+  setAuthorizationMode(authorizationRootOnly);
+  EXPECT_EQ(create(wish("lab")).name, "lab");
+  SKIP_WITHOUT_OTHER_USERS();
+  const std::string before = store();
+  ASSERT_EQ(::seteuid(1000), 0);
+  create(wish("lab"), status::authenticationError);
+  ASSERT_EQ(::seteuid(0), 0);
+  ASSERT_EQ(::setresuid(1000, 0, 0), 0);
+  create(wish("lab"), status::authenticationError);
+  ASSERT_EQ(::setresuid(0, 0, 0), 0);
+  EXPECT_EQ(store(), before);
+}
+
+// --- Create: the template
+
+TEST_F(CreateTest, FilesAndLinksToFilesOfTheTemplateAreCopiedAsFiles) {
+  host::writeFile("/etc/zuv/profiles/.factory/hip.conf", "x=1\n", 0600);
+  host::writeFile("/etc/zuv/profiles/.factory/empty", "", 0777);
+  host::writeFile("/etc/zuv/profiles/.factory/.hidden", "h\n");
+  host::writeFile("/etc/zuv/profiles/.factory/profile_name", "template\n");
+  host::writeFile("/etc/zuv/profiles/.factory/mapconfig.static", "map_uri=https://template:1\nmore=1\n");
+  host::writeFile("/etc/zuv/profiles/.factory/sub/file", "not copied\n");
+  host::writeFile("/tmp/target", "absolute\n");
+  host::makeLink("/etc/zuv/profiles/.factory/absolute", "/tmp/target");
+  host::makeLink("/etc/zuv/profiles/.factory/relative", "hip.conf");
+  host::makeLink("/etc/zuv/profiles/.factory/nested", "sub/file");
+  host::makeLink("/etc/zuv/profiles/.factory/folder", "sub");
+  host::makeLink("/etc/zuv/profiles/.factory/nowhere", "gone");
+  host::makeFifo("/etc/zuv/profiles/.factory/fifo");
+  host::makeFifo("/tmp/fifo");
+  host::makeLink("/etc/zuv/profiles/.factory/to_fifo", "/tmp/fifo");
+  create(wish("lab"));
+  EXPECT_EQ(host::tree(kMade),
+            "f 0644 .hidden \"h\\n\"\n"
+            "f 0644 absolute \"absolute\\n\"\n"
+            "d 0755 ca-certs\n"
+            "f 0644 empty \"\"\n"
+            "f 0644 hip.conf \"x=1\\n\"\n"
+            "f 0640 mapconfig.static \"map_uri=https://h:443\\n\"\n"
+            "f 0644 nested \"not copied\\n\"\n"
+            "f 0640 profile_name \"lab\\n\"\n"
+            "f 0644 relative \"x=1\\n\"\n");
+}
+
+TEST_F(CreateTest, ARelativeLinkOfTheTemplateIsTakenFromTheTemplateNotFromTheWorkingDirectory) {
+  host::writeFile("/etc/zuv/profiles/.factory/real", "right\n");
+  host::makeLink("/etc/zuv/profiles/.factory/to_file", "real");
+  host::makeLink("/etc/zuv/profiles/.factory/to_nothing", "only_there");
+  host::makeLink("/etc/zuv/profiles/.factory/to_folder", "odd");
+  host::writeFile("/etc/zuv/profiles/.factory/odd", "odd\n");
+  host::writeFile("/tmp/work/real/file", "a folder here\n");
+  host::writeFile("/tmp/work/only_there", "wrong\n");
+  host::makeDirs("/tmp/work/odd");
+  ASSERT_EQ(::chdir("/tmp/work"), 0);
+  create(wish("lab"));
+  EXPECT_EQ(host::readFile(std::string(kMade) + "/to_file"), "right\n");
+  EXPECT_EQ(host::readFile(std::string(kMade) + "/to_folder"), "odd\n");
+  EXPECT_FALSE(host::exists(std::string(kMade) + "/to_nothing"));
+}
+
+TEST_F(CreateTest, CertificatesOfTheTemplateAreCopiedIntoADirectoryOfTheirOwn) {
+  host::writeFile("/etc/zuv/profiles/.factory/ca-certs/ca.pem", "pem\n", 0600);
+  host::writeFile("/etc/zuv/profiles/.factory/ca-certs/sub/inner.pem", "not copied\n");
+  host::makeLink("/etc/zuv/profiles/.factory/ca-certs/link.pem", "ca.pem");
+  host::writeFile("/etc/zuv/profiles/.factory/customer-certs/c.pem", "not copied\n");
+  create(wish("lab"));
+  EXPECT_EQ(host::tree(std::string(kMade) + "/ca-certs"), "f 0644 ca.pem \"pem\\n\"\nf 0644 link.pem \"pem\\n\"\n");
+  EXPECT_FALSE(host::exists(std::string(kMade) + "/customer-certs"));
+}
+
+TEST_F(CreateTest, AFailureAmongTheCertificatesIsNoFailure) {
+  host::writeFile("/etc/zuv/profiles/.factory/ca-certs/ca.pem", "pem\n", 0);
+  const host::BoundByModes bound;
+  EXPECT_EQ(create(wish("lab")).name, "lab");
+}
+
+TEST_F(CreateTest, AFileOfTheTemplateThatCannotBeCopiedEndsItWithThatStatus) {
+  host::writeFile("/etc/zuv/profiles/.factory/hip.conf", "x=1\n", 0);
+  const host::BoundByModes bound;
+  CreatedProfile made;
+  const Status failed = ProfileControl::createProfile(wish("lab"), made);
+  EXPECT_THAT(failed, HasCode(status::openError));
+  EXPECT_EQ(failed.details(), "/etc/zuv/profiles/.factory/hip.conf");
+  EXPECT_EQ(failed.context(), "copyFile");
+  EXPECT_EQ(host::tree(kMade), "");
+  EXPECT_EQ(made.name, "");
+}
+
+TEST_F(CreateTest, AMissingTemplateIsAnEmptyOne) {
+  host::remove(host::kFactory);
+  EXPECT_EQ(create(wish("lab")).name, "lab");
+}
+
+TEST_F(CreateTest, ATemplateThatCannotBeListedEndsItWithThatStatus) {
+  const struct {
+    const char* why;
+    void (*put)();
+  } cases[] = {
+      {"a file", [] { host::writeFile(host::kFactory, ""); }},
+      {"a FIFO", [] { host::makeFifo(host::kFactory); }},
+      {"unreadable", [] { host::makeDirs(host::kFactory, 0); }},
+      {"a link to itself", [] { host::makeLink(host::kFactory, ".factory"); }},
+      {"a link to a file", [] { host::makeLink(host::kFactory, "/etc/passwd"); }},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::remove(host::kProfiles);
+    host::makeDirs(host::kProfiles);
+    c.put();
+    const host::BoundByModes bound;
+    create(wish("lab"), status::opendirError);
+    EXPECT_EQ(host::tree(kMade), "");
+  }
+}
+
+TEST_F(CreateTest, ATemplateMayBeALinkToADirectory) {
+  host::writeFile("/tmp/template/hip.conf", "x=1\n");
+  host::makeLink(host::kFactory, "/tmp/template");
+  create(wish("lab"));
+  EXPECT_EQ(host::readFile(std::string(kMade) + "/hip.conf"), "x=1\n");
+}
+
+// --- Create: configuration
+
+TEST_F(CreateTest, InterfaceAndInvitationAreWrittenWhenGivenTheLevelNever) {
+  host::writeFile("/etc/zuv/profiles/.factory/hip.conf", "# hip\nmaster_interface=auto\n");
+  host::writeFile("/etc/zuv/profiles/.factory/endbox.conf", "device_ip=10.9.0.1\nlog_level=info\n");
+  NewProfile wanted = wish("lab");
+  wanted.network = "eth0";
+  wanted.invitation = " code ";
+  create(wanted);
+  EXPECT_EQ(host::readFile(std::string(kMade) + "/hip.conf"), "# hip\nmaster_interface=eth0\n");
+  EXPECT_EQ(host::readFile(std::string(kMade) + "/endbox.conf"),
+            "device_ip=10.9.0.1\nlog_level=info\nactivation_code=code\n");
+}
+
+TEST_F(CreateTest, WhatIsNotGivenIsNotWritten) {
+  NewProfile wanted = wish("lab");
+  wanted.invitation = " ";
+  create(wanted);
+  EXPECT_FALSE(host::exists(std::string(kMade) + "/hip.conf"));
+  EXPECT_FALSE(host::exists(std::string(kMade) + "/endbox.conf"));
+}
+
+TEST_F(CreateTest, AHelmsorWithoutAGoodPortIsTheHostAloneAndWithoutAHostEmpty) {
+  NewProfile wanted = wish();
+  wanted.helmsorPort = 0;
+  create(wanted);
+  EXPECT_EQ(host::readFile(std::string(kMade) + "/mapconfig.static"), "map_uri=https://h\n");
+  wanted.helmsorHost = "";
+  wanted.helmsorPort = 443;
+  create(wanted);
+  EXPECT_EQ(host::readFile("/etc/zuv/profiles/profile-123124/mapconfig.static"), "map_uri=\n");
+}
+
+TEST_F(CreateTest, AFailedWriterDoesNotStopTheLaterStepsAndTheFirstFailureIsTheStatus) {
+  host::installRecorder(kSystemctl, kCalls);
+  NewProfile wanted = wish("lab");
+  wanted.network = "eth0";
+  wanted.invitation = "code";
+  wanted.activate = true;
+  wanted.initSystem = "systemd";
+  CreatedProfile made;
+  StatusCode code = 0;
+  {
+    const ArmedFaults armed({1, false, EROFS, {"rename"}, false});
+    code = ProfileControl::createProfile(wanted, made).code();
+  }
+  EXPECT_EQ(code, status::renameError);
+  EXPECT_EQ(made.name, "");
+  EXPECT_FALSE(host::exists(std::string(kMade) + "/hip.conf"));
+  EXPECT_EQ(host::readFile(std::string(kMade) + "/endbox.conf"), "activation_code=code\n");
+  EXPECT_EQ(host::readFile(host::kCurrent), "profile-123123\n");
+  EXPECT_EQ(calls(), "systemctl start hip\n");
+}
+
+// --- Create: activation
+
+class CreateActiveTest : public ProfileControlTest {
+ protected:
+  void SetUp() override {
+    ProfileControlTest::SetUp();
+    if (IsSkipped()) return;
+    host::makeProfile("profile-1", "old");
+    host::makeActive("profile-1");
+    host::installRecorder(kSystemctl, kCalls);
+  }
+  static NewProfile activeWish() {
+    NewProfile wanted = wish("lab");
+    wanted.activate = true;
+    wanted.initSystem = "systemd";
+    return wanted;
+  }
+  static std::string current() { return host::readFile(host::kCurrent); }
+};
+
+TEST_F(CreateActiveTest, ARunningDaemonIsStoppedFirstAndStartedInTheEnd) {
+  host::writeHeartbeat("/etc/zuv/profiles/profile-1");
+  EXPECT_EQ(create(activeWish()).name, "lab");
+  EXPECT_EQ(calls(), "systemctl stop hip\nsystemctl start hip\n");
+  EXPECT_EQ(current(), "profile-123123\n");
+  EXPECT_EQ(host::modeOf(host::kCurrent), 0666u);
+}
+
+TEST_F(CreateActiveTest, ADaemonThatMayRunIsStoppedToo) {
+  host::writeFile("/etc/zuv/profiles/profile-1/hipvars.txt", "uptime.now=1\n");
+  create(activeWish());
+  EXPECT_EQ(calls(), "systemctl stop hip\nsystemctl start hip\n");
+}
+
+TEST_F(CreateActiveTest, AStoppedDaemonIsOnlyStarted) {
+  create(activeWish());
+  EXPECT_EQ(calls(), "systemctl start hip\n");
+}
+
+TEST_F(CreateActiveTest, WithoutActivationTheDaemonIsLeftAlone) {
+  host::writeHeartbeat("/etc/zuv/profiles/profile-1");
+  NewProfile wanted = activeWish();
+  wanted.activate = false;
+  create(wanted);
+  EXPECT_EQ(calls(), "");
+  EXPECT_EQ(current(), "profile-1\n");
+}
+
+TEST_F(CreateActiveTest, ARefusedNameStopsNothing) {
+  host::writeHeartbeat("/etc/zuv/profiles/profile-1");
+  NewProfile wanted = activeWish();
+  wanted.name = "old";
+  wanted.allowRename = false;
+  create(wanted, status::applicationError);
+  EXPECT_EQ(calls(), "");
+}
+
+TEST_F(CreateActiveTest, AFailedStopIsNotChecked) {
+  host::writeHeartbeat("/etc/zuv/profiles/profile-1");
+  host::installScript(kSystemctl, "echo \"$1\" >> /tmp/calls\n[ \"$1\" = start ]\n");
+  EXPECT_EQ(create(activeWish()).name, "lab");
+  EXPECT_EQ(calls(), "stop\nstart\n");
+  EXPECT_EQ(current(), "profile-123123\n");
+}
+
+TEST_F(CreateActiveTest, AFailedStartIsTheStatusAndTheProfileIsMadeAndActive) {
+  const struct {
+    const char* why;
+    const char* script;
+    StatusCode code;
+  } cases[] = {
+      {"exit status", "exit 3\n", status::childExitedNonzero},
+      {"signal", "kill -KILL $$\n", status::childKilledBySignal},
+      {"missing", nullptr, status::childExitedNonzero},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::makeActive("profile-1");
+    host::remove("/usr/bin/systemctl");
+    host::remove(kMade);
+    if (c.script != nullptr) host::installScript(kSystemctl, c.script);
+    create(activeWish(), c.code);
+    EXPECT_EQ(current(), "profile-123123\n");
+    EXPECT_EQ(host::readFile(std::string(kMade) + "/profile_name"), "lab\n");
+  }
+}
+
+TEST_F(CreateActiveTest, AMarkerThatCannotBeWrittenIsAnApplicationErrorAndTheDaemonIsStartedAllTheSame) {
+  host::remove(host::kCurrent);
+  host::makeDirs(host::kCurrent);
+  create(activeWish(), status::applicationError);
+  EXPECT_EQ(calls(), "systemctl start hip\n");
+}
+
+TEST_F(CreateActiveTest, TheNullBackendStartsNothingAndSaysSo) {
+  NewProfile wanted = activeWish();
+  wanted.initSystem = "null";
+  create(wanted, status::childExitedNonzero);
+  EXPECT_EQ(calls(), "");
+  EXPECT_EQ(current(), "profile-123123\n");
+}
+
+// --- Details
+
+using DetailsTest = ProfileControlTest;
+
+TEST_F(DetailsTest, ANewProfileComesWithItsDetails) {
+  host::writeFile("/etc/zuv/profiles/.factory/device_id", "id\n");
+  host::writeFile("/etc/zuv/profiles/.factory/endbox.conf", "device_ip=10.9.0.1\ndevice_mask=255.0.0.0\n");
+  NewProfile wanted = wish("lab");
+  wanted.network = "eth0";
+  wanted.invitation = "code";
+  const ProfileDetails details = create(wanted).details;
+  EXPECT_TRUE(details.filled);
+  EXPECT_EQ(details.dirname, "profile-123123");
+  EXPECT_EQ(details.name, "lab");
+  EXPECT_EQ(details.network, "eth0");
+  EXPECT_EQ(details.deviceId, "id");
+  EXPECT_EQ(details.overlayDeviceIp, "10.9.0.1");
+  EXPECT_EQ(details.overlayMask, "255.0.0.0");
+  EXPECT_EQ(details.invitation, "code");
+  EXPECT_EQ(details.helmsor.host, "h");
+  EXPECT_EQ(details.helmsor.port, "443");
+  EXPECT_EQ(details.logLevel, "");
+}
+
+TEST_F(DetailsTest, DetailsOfANewProfileAreThoseOfItsDirectoryWhateverItsName) {
+  EXPECT_EQ(create(wish("--active")).details.dirname, "profile-123123");
+  EXPECT_EQ(create(wish("dir=profile-123123")).details.dirname, "profile-123124");
+}
+
+TEST_F(DetailsTest, WhatAFileDoesNotSayIsEmpty) {
+  host::makeProfile("profile-1", "lab");
+  ProfileDetails details;
+  details.network = details.deviceId = details.invitation = details.logLevel = "left over";
+  details.helmsor = {"left", "over"};
+  EXPECT_THAT(ProfileControl::cmdGetProfileDetails("lab", details), HasCode(status::success));
+  EXPECT_TRUE(details.filled);
+  EXPECT_EQ(details.dirname, "profile-1");
+  EXPECT_EQ(details.name, "lab");
+  EXPECT_EQ(details.network + details.deviceId + details.overlayDeviceIp + details.overlayMask + details.invitation +
+                details.helmsor.host + details.helmsor.port + details.logLevel,
+            "");
+}
+
+TEST_F(DetailsTest, TheStatusIsThatOfTheResolution) {
+  host::makeProfile("profile-1", "lab");
+  host::makeProfile("profile-2", "office");
+  host::makeActive("profile-1");
+  ProfileDetails details;
+  EXPECT_THAT(ProfileControl::cmdGetProfileDetails("lab", details), HasCode(status::profileIsActive));
+  EXPECT_TRUE(details.filled);
+  EXPECT_THAT(ProfileControl::cmdGetProfileDetails("", details), HasCode(status::profileIsActive));
+  EXPECT_THAT(ProfileControl::cmdGetProfileDetails("office", details), HasCode(status::success));
+  host::writeHeartbeat("/etc/zuv/profiles/profile-1");
+  EXPECT_THAT(ProfileControl::cmdGetProfileDetails("lab", details), HasCode(status::profileIsRunning));
+  EXPECT_EQ(details.name, "lab");
+  EXPECT_THAT(ProfileControl::cmdGetProfileDetails(".factory", details), HasCode(status::success));
+  EXPECT_EQ(details.dirname, ".factory");
+}
+
+TEST_F(DetailsTest, AFailedResolutionClearsTheDetails) {
+  const struct {
+    const char* selector;
+    StatusCode code;
+  } cases[] = {{"missing", status::profileNotFound}, {"dir=", status::invalidArgument}};
+  for (const auto& c : cases) {
+    ProfileDetails details;
+    details.filled = true;
+    details.name = "left over";
+    EXPECT_THAT(ProfileControl::cmdGetProfileDetails(c.selector, details), HasCode(c.code));
+    EXPECT_FALSE(details.filled);
+    EXPECT_EQ(details.name, "");
+  }
+}
+
+TEST_F(DetailsTest, NoAuthorizationIsNeeded) {
+  setAuthorizationMode(authorizationNever);
+  host::makeProfile("profile-1", "lab");
+  ProfileDetails details;
+  EXPECT_THAT(ProfileControl::cmdGetProfileDetails("lab", details), HasCode(status::success));
+}
+
+// --- Shared rules
+
+TEST_F(DetailsTest, OnlyTheInvitationIsTrimmedBeforeItsTextIsChecked) {
+  EXPECT_THAT(ProfileControl::checkTexts("", "", ""), HasCode(status::success));
+  EXPECT_THAT(ProfileControl::checkTexts("h\xc3\xa4", "e\xff", "i\x80"), HasCode(status::success));
+  EXPECT_THAT(ProfileControl::checkTexts("h h", "e e", "\n i i\t"), HasCode(status::success));
+  EXPECT_THAT(ProfileControl::checkTexts("h\n", "", ""), HasCode(status::invalidArgument));
+  EXPECT_THAT(ProfileControl::checkTexts("", "e\t", ""), HasCode(status::invalidArgument));
+  EXPECT_THAT(ProfileControl::checkTexts("", "", "i\ti"), HasCode(status::invalidArgument));
+}
+
+TEST_F(DetailsTest, TheFirstFailureIsKept) {
+  Status kept;
+  ProfileControl::keepFirstFailure(kept, Status::of(status::profileIsActive));
+  EXPECT_THAT(kept, HasCode(status::success));
+  ProfileControl::keepFirstFailure(kept, Status::of(status::openError));
+  ProfileControl::keepFirstFailure(kept, Status::of(status::writeError));
+  ProfileControl::keepFirstFailure(kept, Status());
+  EXPECT_THAT(kept, HasCode(status::openError));
+}
+
+TEST_F(DetailsTest, TheDaemonMayRunUnlessItsHeartbeatSaysItDoesNot) {
+  host::makeProfile("profile-1", "lab");
+  EXPECT_FALSE(ProfileControl::daemonMayRun()) << "no active profile";
+  host::makeActive("profile-1");
+  EXPECT_FALSE(ProfileControl::daemonMayRun()) << "no heartbeat";
+  host::writeHeartbeat("/etc/zuv/profiles/profile-1");
+  EXPECT_TRUE(ProfileControl::daemonMayRun()) << "running";
+  host::writeFile("/etc/zuv/profiles/profile-1/hipvars.txt", "uptime.now=1\n");
+  EXPECT_TRUE(ProfileControl::daemonMayRun()) << "unknown";
+  host::writeFile("/etc/zuv/profiles/profile-1/hipvars.txt", "uptime.now=1\nuptime.started=1\n");
+  EXPECT_FALSE(ProfileControl::daemonMayRun()) << "an old heartbeat";
+}
+
+// --- Electing
+
+class ElectingTest : public ProfileControlTest {
+ protected:
+  static void elect(StatusCode expected = status::success) {
+    EXPECT_THAT(ProfileControl::ensureActiveProfile(), HasCode(expected));
+  }
+  static std::string workingDirectory() {
+    std::string folder;
+    EXPECT_THAT(FileUtils::getCurrentDir(folder), HasCode(status::success));
+    return folder;
+  }
+};
+
+TEST_F(ElectingTest, AnActiveProfileWithAConfigurationStaysAndIsEntered) {
+  host::makeProfile("profile-1", "b");
+  host::makeProfile("profile-2", "a");
+  host::makeActive("profile-1");
+  const std::string before = store();
+  elect();
+  EXPECT_EQ(store(), before);
+  EXPECT_EQ(workingDirectory(), "/etc/zuv/profiles/profile-1");
+}
+
+TEST_F(ElectingTest, ElseTheFirstByNameBecomesActive) {
+  host::makeProfile("profile-1", "b");
+  host::makeProfile("profile-2", "a");
+  const struct {
+    const char* why;
+    void (*put)();
+  } cases[] = {
+      {"no marker", [] {}},
+      {"an empty marker", [] { host::writeFile(host::kCurrent, ""); }},
+      {"a missing profile", [] { host::makeActive("gone"); }},
+      {"no configuration",
+       [] {
+         host::makeDirs("/etc/zuv/profiles/.without");
+         host::makeActive(".without");
+       }},
+      {"a way out",
+       [] {
+         host::writeFile("/tmp/evil/hip.conf", "");
+         host::makeActive("../../../tmp/evil");
+       }},
+      {"the template",
+       [] {
+         host::writeFile("/etc/zuv/profiles/.factory/hip.conf", "");
+         host::makeActive(".factory");
+       }},
+      {"unreadable", [] { host::writeFile(host::kCurrent, "profile-1\n", 0200); }},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::remove(host::kCurrent);
+    ASSERT_EQ(::chdir("/"), 0);
+    c.put();
+    {
+      const host::BoundByModes bound;
+      elect();
+    }
+    EXPECT_EQ(host::readFile(host::kCurrent), "profile-2\n");
+    EXPECT_EQ(host::modeOf(host::kCurrent), 0666u);
+    EXPECT_EQ(workingDirectory(), "/etc/zuv/profiles/profile-2");
+  }
+}
+
+TEST_F(ElectingTest, AnActiveProfileWithoutAConfigurationMakesWay) {
+  host::makeProfile("profile-1", "a");
+  host::makeProfile("profile-2", "b");
+  host::makeActive("profile-2");
+  const char* conf = "/etc/zuv/profiles/profile-2/hip.conf";
+  for (int kind = 0; kind < 3; ++kind) {
+    SCOPED_TRACE(kind);
+    host::remove(conf);
+    host::makeActive("profile-2");
+    if (kind == 1) host::makeDirs(conf);
+    if (kind == 2) host::makeFifo(conf);
+    elect();
+    EXPECT_EQ(host::readFile(host::kCurrent), "profile-1\n");
+  }
+}
+
+TEST_F(ElectingTest, TheElectedProfileNeedsNoConfiguration) {
+  host::makeDirs("/etc/zuv/profiles/profile-1");
+  elect();
+  EXPECT_EQ(store(),
+            "f 0666 .current \"profile-1\\n\"\nd 0755 profile-1\nf 0640 profile-1/profile_name \"profile\\n\"\n");
+}
+
+TEST_F(ElectingTest, AMarkerThatCannotBeWrittenIsAnApplicationError) {
+  host::makeProfile("profile-1", "a");
+  host::makeDirs(host::kCurrent);
+  elect(status::applicationError);
+  EXPECT_EQ(workingDirectory(), "/");
+}
+
+TEST_F(ElectingTest, OnAnEmptyStoreAProfileIsMadeActiveAndStarted) {
+  host::writeFile("/etc/zuv/.systemctl", "");
+  host::installRecorder(kSystemctl, kCalls);
+  elect();
+  EXPECT_EQ(store(),
+            "f 0666 .current \"profile-123123\\n\"\n"
+            "d 0755 profile-123123\n"
+            "d 0755 profile-123123/ca-certs\n"
+            "f 0640 profile-123123/mapconfig.static \"map_uri=\\n\"\n"
+            "f 0640 profile-123123/profile_name \"profile\\n\"\n");
+  EXPECT_EQ(calls(), "systemctl start hip\n");
+}
+
+TEST_F(ElectingTest, WithoutAnInitSystemTheNullBackendIsAskedToStart) {
+  host::installRecorder(kSystemctl, kCalls);
+  elect(status::childExitedNonzero);
+  EXPECT_EQ(host::readFile(host::kCurrent), "profile-123123\n");
+  EXPECT_EQ(calls(), "");
+}
+
+TEST_F(ElectingTest, AStoreThatCannotBeListedMakesANewProfileAndTellsThatItCouldNot) {
+  host::makeFifo("/etc/zuv/profiles/profile-1/profile_name");
+  elect(status::applicationError);
+  EXPECT_EQ(store(), "d 0755 profile-1\np 0644 profile-1/profile_name\nd 0755 profile-123123\n");
+}
+
+TEST_F(ElectingTest, WithoutAuthorizationNoProfileIsMade) {
+  setAuthorizationMode(authorizationNever);
+  elect(status::authenticationError);
+  EXPECT_EQ(store(), "");
+}
+
+TEST_F(ElectingTest, WithoutAuthorizationTheMarkerIsWrittenAllTheSame) {
+  setAuthorizationMode(authorizationNever);
+  host::makeProfile("profile-1", "a");
+  elect();
+  EXPECT_EQ(host::readFile(host::kCurrent), "profile-1\n");
+}
+
+TEST_F(ElectingTest, AProfileDirectoryThatCannotBeEnteredIsNoFailure) {
+  host::makeProfile("profile-1", "a");
+  host::makeActive("profile-1");
+  const ArmedFaults armed({1, true, EACCES, {"chdir"}, false});
+  elect();
+}
+
+// --- Full disks and limits
+
+TEST_F(CreateTest, AFullDiskLosesNothingThatWasThere) {
+  std::size_t failures = 0;
+  for (std::size_t pages = 8; pages < 24; ++pages) {
+    SCOPED_TRACE(pages);
+    host::reset();
+    const host::SmallDisk disk("/etc/zuv", pages * 4096);
+    host::makeDirs(host::kProfiles);
+    host::makeProfile("profile-1", "old");
+    host::makeActive("profile-1");
+    host::writeFile("/etc/zuv/profiles/.factory/hip.conf", std::string(5000, 'x') + "\n");
+    host::writeFile("/etc/zuv/profiles/.factory/ca-certs/ca.pem", std::string(100, 'p') + "\n");
+    const std::string before = store();
+    NewProfile wanted = wish("new");
+    wanted.network = "eth0";
+    wanted.invitation = "code";
+    CreatedProfile made;
+    const Status created = ProfileControl::createProfile(wanted, made);
+    if (!created.isSuccess()) {
+      ++failures;
+      EXPECT_TRUE(created.code() == status::writeError || created.code() == status::openError ||
+                  created.code() == status::applicationError)
+          << created.code();
+    }
+    // What was there is there, byte for byte.
+    const std::string after = store();
+    for (std::size_t at = 0; at < before.size();) {
+      const std::size_t end = before.find('\n', at) + 1;
+      EXPECT_NE(after.find(before.substr(at, end - at)), std::string::npos) << before.substr(at, end - at);
+      at = end;
+    }
+    // Files of the new profile are whole or not there.
+    if (host::exists(std::string(kMade) + "/profile_name")) {
+      EXPECT_EQ(host::readFile(std::string(kMade) + "/profile_name"), "new\n");
+    }
+    if (host::exists(std::string(kMade) + "/mapconfig.static")) {
+      EXPECT_EQ(host::readFile(std::string(kMade) + "/mapconfig.static"), "map_uri=https://h:443\n");
+    }
+  }
+  EXPECT_GT(failures, 0u) << "no disk was small enough";
+  EXPECT_LT(failures, 16u) << "no disk was large enough";
+}
+
+TEST_F(ElectingTest, AFullDiskKeepsTheMarkerWhole) {
+  const host::SmallDisk disk("/etc/zuv", 7 * 4096);
+  host::makeDirs(host::kProfiles);
+  host::makeProfile("profile-1", "a");
+  host::writeFile("/etc/zuv/filler", "");
+  host::writeFile(host::kCurrent, "a-profile-that-is-no-longer-there\n", 0666);
+  for (int i = 0;; ++i) {
+    try {
+      host::writeFile("/etc/zuv/filler" + std::to_string(i), std::string(4096, 'x'));
+    } catch (const std::exception&) {
+      break;
+    }
+  }
+  elect();  // in the page that the marker has
+  EXPECT_EQ(host::readFile(host::kCurrent), "profile-1\n");
+}
+
+TEST_F(CreateTest, ALimitOnTheSizeOfFilesIsAFailedWrite) {
+  host::writeFile("/etc/zuv/profiles/.factory/hip.conf", "0123456789\n");
+  host::makeProfile("profile-1", "old");
+  const std::string before = store();
+  struct rlimit old {};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old), 0);
+  void (*const action)(int) = ::signal(SIGXFSZ, SIG_IGN);
+  for (rlim_t bytes = 0; bytes < 25; ++bytes) {
+    SCOPED_TRACE(bytes);
+    host::remove(kMade);
+    const rlimit limited{bytes, old.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limited), 0);
+    CreatedProfile made;
+    const Status created = ProfileControl::createProfile(wish("new"), made);
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &old), 0);
+    EXPECT_THAT(created, HasCode(bytes < 22 ? status::writeError : status::success));  // the longest file has 22 bytes
+    EXPECT_EQ(store().find(before.substr(0, before.find("d 0755 profile-1\n"))), 0u);
+    EXPECT_EQ(host::readFile("/etc/zuv/profiles/profile-1/profile_name"), "old\n");
+  }
+  (void)::signal(SIGXFSZ, action);
+}
+
+// --- Under faults
+
+using Lines = std::set<std::string>;
+
+Lines linesOf(const std::string& text) {
+  Lines lines;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = text.find('\n', at) + 1;
+    lines.insert(text.substr(at, end - at));
+    at = end;
+  }
+  return lines;
+}
+
+// Whether a fault may have kept a name from being read; an unreadable name is replaced, deliberately.
+bool hitsReading(const Fault& fault) {
+  return fault && (fault.call == "openat" || fault.call == "fstat" || fault.call == "read");
+}
+
+bool isTold(const Status& status) {
+  const StatusCode told[] = {
+      status::success,   status::applicationError,   status::opendirError, status::openError,
+      status::readError, status::writeError,         status::chmodError,   status::renameError,
+      status::forkError, status::childExitedNonzero, status::waitpidError, status::invalidArgument};
+  return std::find(std::begin(told), std::end(told), status.code()) != std::end(told);
+}
+
+// All that a profile made under faults may hold, at any moment of its making.
+const Lines kPartsOfANewProfile = {
+    "d 0755 ca-certs\n",
+    "f 0644 ca-certs/ca.pem \"pem\\n\"\n",
+    "f 0644 endbox.conf \"activation_code=code\\n\"\n",
+    "f 0644 hip.conf \"master_interface=auto\\n\"\n",
+    "f 0644 hip.conf \"master_interface=eth0\\n\"\n",
+    "f 0640 mapconfig.static \"map_uri=https://h:443\\n\"\n",
+    "f 0640 profile_name \"lab\\n\"\n",
+};
+
+void expectPartsAlone(const std::string& dir, const Fault& fault) {
+  for (const std::string& line : linesOf(host::tree(dir))) {
+    const bool isRepaired = line == "f 0640 profile_name \"profile\\n\"\n" && hitsReading(fault);
+    const bool mayStay = fault.fromThereOn;  // nothing could be removed any more
+    EXPECT_TRUE(kPartsOfANewProfile.count(line) != 0 || isRepaired || mayStay) << dir << ": " << line;
+  }
+}
+
+// The store without the directories that were made in it.
+Lines oldPart(const std::string& store) {
+  Lines kept;
+  for (const std::string& line : linesOf(store)) {
+    if (line.find(" profile-12312") == std::string::npos) kept.insert(line);
+  }
+  return kept;
+}
+
+TEST_F(CreateTest, AFaultAnywhereIsToldAndLeavesTheStoreAndPartsOfTheNewProfileAlone) {
+  (void)FileUtils::lockDir();  // made once in a process
+  Lines old;
+  const FaultLoop loop{[&] {
+    host::reset();
+    host::makeProfile("profile-1", "old");
+    host::makeActive("profile-1");
+    host::writeFile("/etc/zuv/profiles/.factory/hip.conf", "master_interface=auto\n");
+    host::writeFile("/etc/zuv/profiles/.factory/ca-certs/ca.pem", "pem\n");
+    old = linesOf(store());
+  }};
+  const std::size_t steps = forEachFault(
+      loop,
+      [] {
+        NewProfile wanted = wish("lab");
+        wanted.network = "eth0";
+        wanted.invitation = "code";
+        CreatedProfile made;
+        Status created = ProfileControl::createProfile(wanted, made);
+        EXPECT_EQ(made.name, created.isSuccess() ? "lab" : "");
+        return created;
+      },
+      [&](const Status& created, const Fault& fault) {
+        EXPECT_TRUE(isTold(created)) << created.code();
+        Lines now = oldPart(store());
+        if (hitsReading(fault) && now.erase("f 0640 profile-1/profile_name \"profile\\n\"\n") != 0) {
+          now.insert("f 0640 profile-1/profile_name \"old\\n\"\n");
+        }
+        EXPECT_EQ(now, old);
+        const std::string next = "/etc/zuv/profiles/profile-123124";
+        expectPartsAlone(kMade, fault);
+        expectPartsAlone(next, fault);
+        if (!fault) {
+          EXPECT_THAT(created, HasCode(status::success));
+          EXPECT_EQ(host::tree(kMade),
+                    "d 0755 ca-certs\n"
+                    "f 0644 ca-certs/ca.pem \"pem\\n\"\n"
+                    "f 0644 endbox.conf \"activation_code=code\\n\"\n"
+                    "f 0644 hip.conf \"master_interface=eth0\\n\"\n"
+                    "f 0640 mapconfig.static \"map_uri=https://h:443\\n\"\n"
+                    "f 0640 profile_name \"lab\\n\"\n");
+        }
+        if (created.isSuccess()) {
+          // Whole, but for its certificates.
+          const Lines made = linesOf(host::tree(host::exists(next) ? next : kMade));
+          EXPECT_EQ(made.count("f 0640 profile_name \"lab\\n\"\n"),
+                    hitsReading(fault) ? made.count("f 0640 profile_name \"lab\\n\"\n") : 1u);
+          EXPECT_EQ(made.count("f 0644 hip.conf \"master_interface=eth0\\n\"\n"), 1u);
+          EXPECT_EQ(made.count("f 0644 endbox.conf \"activation_code=code\\n\"\n"), 1u);
+          EXPECT_EQ(made.count("f 0640 mapconfig.static \"map_uri=https://h:443\\n\"\n"), 1u);
+        }
+      });
+  EXPECT_EQ(steps, 162u);
+}
+
+TEST_F(CreateTest, AFaultAnywhereLeavesTheOldProfileActiveOrTheNewOne) {
+  const FaultLoop loop{[] {
+    host::reset();
+    host::makeProfile("profile-1", "old");
+    host::makeActive("profile-1");
+    host::writeHeartbeat("/etc/zuv/profiles/profile-1");
+    host::installRecorder(kSystemctl, kCalls);
+  }};
+  const std::size_t steps = forEachFault(
+      loop,
+      [] {
+        NewProfile wanted = wish("lab");
+        wanted.activate = true;
+        wanted.initSystem = "systemd";
+        CreatedProfile made;
+        return ProfileControl::createProfile(wanted, made);
+      },
+      [](const Status& created, const Fault& fault) {
+        while (::wait(nullptr) > 0) {  // for those that a failed waitpid has left
+        }
+        EXPECT_TRUE(isTold(created)) << created.code();
+        const std::string current = host::readFile(host::kCurrent);
+        EXPECT_TRUE(current == "profile-1\n" || current == "profile-123123\n" || current == "profile-123124\n")
+            << host::quoted(current);
+        if (!fault) {
+          EXPECT_THAT(created, HasCode(status::success));
+          EXPECT_EQ(calls(), "systemctl stop hip\nsystemctl start hip\n");
+        }
+        if (created.isSuccess()) {
+          EXPECT_NE(current, "profile-1\n");
+          EXPECT_NE(calls().find("start hip\n"), std::string::npos);
+        }
+      });
+  EXPECT_EQ(steps, 79u);
+}
+
+TEST_F(ElectingTest, AFaultAnywhereLeavesTheOldMarkerOrTheNewOne) {
+  const FaultLoop loop{[] {
+    ASSERT_EQ(::chdir("/"), 0);
+    host::reset();
+    host::makeProfile("profile-1", "a");
+    host::makeProfile("profile-2", "b");
+    host::makeActive("profile-9");
+  }};
+  const std::size_t steps = forEachFault(
+      loop, [] { return ProfileStore::setActive("profile-1"); },
+      [](bool good, const Fault& fault) {
+        const std::string content = host::readFile(host::kCurrent);
+        EXPECT_TRUE(content == "profile-1\n" || content == "profile-9\n") << host::quoted(content);
+        if (!fault || good) {
+          EXPECT_TRUE(good);
+          EXPECT_EQ(content, "profile-1\n");
+          EXPECT_EQ(host::modeOf(host::kCurrent), 0666u);
+        }
+      });
+  EXPECT_EQ(steps, 7u);
+}
+
+}  // namespace

@@ -1,0 +1,414 @@
+#include "profiles/ProfileStore.h"
+
+#include <algorithm>
+#include <cstring>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+
+#include "base/FileUtils.h"
+#include "base/StringUtils.h"
+#include "command/AppStatusCodes.h"
+#include "service/Heartbeat.h"
+
+using StringUtils::concatenate;
+using StringUtils::joinPath;
+
+namespace {
+
+constexpr const char* root = "/etc/zuv/profiles/";
+constexpr const char* nameOfUnnamed = "profile";
+constexpr int firstNumber = 123123;
+constexpr int lastNumber = 999998;
+constexpr int firstSuffix = 2;
+constexpr int lastSuffix = 999999;
+constexpr mode_t profileDirMode = 0755;
+constexpr mode_t activeFileMode = 0666;
+
+// Whether a directory name is one plain name that a profile may have.
+bool isPlainName(std::string_view dirname) {
+  return !dirname.empty() && dirname.front() != '.' && dirname.find('/') == std::string_view::npos &&
+         dirname.find('\0') == std::string_view::npos;
+}
+
+// A path for a caller's buffer, as strlcpy(3) would copy it.
+bool copyOut(bool formed, const std::string& path, char* buffer, std::size_t size) {
+  if (size == 0) return false;
+  const std::size_t length = std::min(formed ? path.size() : 0, size - 1);
+  std::memcpy(buffer, path.data(), length);
+  buffer[length] = '\0';
+  return formed && length == path.size();
+}
+
+}  // namespace
+
+namespace ProfileStore {
+
+const char* baseDir() { return FileUtils::configRoot(); }
+const char* profilesRoot() { return root; }
+std::string factoryDir() { return concatenate({root, factoryName}); }
+std::string activeFile() { return concatenate({root, currentName}); }
+
+bool profileDir(std::string_view dirname, std::string& path) {
+  path.clear();
+  if (dirname.empty()) return false;
+  path = joinPath({root, dirname});
+  return true;
+}
+
+bool fileInProfile(std::string_view dirname, std::string_view filename, std::string& path) {
+  path.clear();
+  if (dirname.empty() || filename.empty()) return false;
+  path = joinPath({root, dirname, filename});
+  return true;
+}
+
+bool fileInActiveProfile(std::string_view filename, std::string& path) {
+  path.clear();
+  std::string dirname;
+  return readActiveDirname(dirname) && fileInProfile(dirname, filename, path);
+}
+
+bool copyBaseDir(char* buffer, std::size_t size) { return copyOut(true, baseDir(), buffer, size); }
+
+bool copyProfileDir(std::string_view dirname, char* buffer, std::size_t size) {
+  std::string path;
+  const bool formed = profileDir(dirname, path);
+  return copyOut(formed, path, buffer, size);
+}
+
+bool copyFactoryDir(char* buffer, std::size_t size) { return copyOut(true, factoryDir(), buffer, size); }
+
+bool copyFileInProfile(std::string_view dirname, std::string_view filename, char* buffer, std::size_t size) {
+  std::string path;
+  const bool formed = fileInProfile(dirname, filename, path);
+  return copyOut(formed, path, buffer, size);
+}
+
+bool copyFileInActiveProfile(std::string_view filename, char* buffer, std::size_t size) {
+  std::string path;
+  const bool formed = fileInActiveProfile(filename, path);
+  return copyOut(formed, path, buffer, size);
+}
+
+bool readProfileName(const std::string& dir, std::string& name) {
+  name.clear();
+  if (dir.empty()) return false;
+  const std::string file = joinPath({dir, nameFile});
+  if (FileUtils::readFirstLine(file, name).isSuccess() && !name.empty()) return true;
+  name.clear();
+  if (!FileUtils::isRealDirectory(dir) || !FileUtils::writeString(file, nameOfUnnamed, true).isSuccess()) return false;
+  name = nameOfUnnamed;
+  return true;
+}
+
+Status writeProfileName(std::string_view dirname, const std::string& name) {
+  std::string file;
+  (void)fileInProfile(dirname, nameFile, file);  // an empty path is refused by the writer
+  return FileUtils::writeString(file, name, true);
+}
+
+ProfileRecord recordFromDirname(const std::string& dirname) {
+  ProfileRecord record;
+  record.dirname = dirname;
+  (void)profileDir(dirname, record.dir);  // an empty directory has no name, which is told below
+  record.valid = readProfileName(record.dir, record.name);
+  return record;
+}
+
+bool readActiveDirname(std::string& dirname) {
+  const bool read = FileUtils::readFirstLine(activeFile(), dirname).isSuccess();
+  if (!isPlainName(dirname)) dirname.clear();
+  return read;
+}
+
+bool readActiveRecord(ProfileRecord& record) {
+  record = ProfileRecord();
+  if (!readActiveDirname(record.dirname)) return false;
+  record.valid = true;
+  std::string file;
+  if (profileDir(record.dirname, record.dir) && fileInProfile(record.dirname, nameFile, file)) {
+    (void)FileUtils::readFirstLine(file, record.name);  // no name is an empty name here
+  }
+  return true;
+}
+
+bool isActive(const ProfileRecord& profile) {
+  std::string active;
+  return readActiveDirname(active) && !active.empty() && active == profile.dirname;
+}
+
+RunState activeRunState() {
+  std::string file;
+  (void)fileInActiveProfile(variablesFileName, file);  // without a file the daemon does not run
+  return runStateOf(file);
+}
+
+bool setActive(const std::string& dirname) {
+  if (dirname.empty()) return false;
+  const std::string file = activeFile();
+  return FileUtils::writeString(file, dirname, true).isSuccess() &&
+         FileUtils::setMode(file, activeFileMode).isSuccess();
+}
+
+}  // namespace ProfileStore
+
+// --- Unique names
+
+namespace {
+
+std::string suffixed(const std::string& base, int number) {
+  return concatenate({base, "#", StringUtils::toString(number)});
+}
+
+// The names of a store while some are being made unique. Names are only ever added, so the search for a base goes on
+// where the last one ended, and n equal names cost n steps.
+class NamesInUse {
+ public:
+  // `sorted` holds views into names that outlive this object and stay where they are.
+  explicit NamesInUse(std::vector<std::string_view> sorted) : sorted_(std::move(sorted)) {}
+
+  bool contains(const std::string& name) const {
+    return added_.count(name) != 0 || std::binary_search(sorted_.begin(), sorted_.end(), std::string_view(name));
+  }
+
+  void add(const std::string& name) { added_.insert(name); }
+
+  // A name that is free; `base` itself when all its numbers are taken.
+  std::string unique(const std::string& base) {
+    std::string name = base;
+    (void)findFree(base, name);
+    return name;
+  }
+
+  bool findFree(const std::string& base, std::string& name) {
+    if (!contains(base)) {
+      name = base;
+      return true;
+    }
+    int& next = next_.try_emplace(base, firstSuffix).first->second;
+    for (; next <= lastSuffix; ++next) {
+      std::string candidate = suffixed(base, next);
+      if (!contains(candidate)) {
+        name = std::move(candidate);
+        return true;
+      }
+    }
+    return false;
+  }
+
+ private:
+  std::vector<std::string_view> sorted_;
+  std::unordered_set<std::string> added_;
+  std::unordered_map<std::string, int> next_;
+};
+
+NamesInUse namesOf(const std::vector<ProfileRecord>& sortedProfiles) {
+  std::vector<std::string_view> names;
+  names.reserve(sortedProfiles.size());
+  for (const ProfileRecord& profile : sortedProfiles) names.push_back(profile.name);
+  return NamesInUse(std::move(names));
+}
+
+// --- Listing
+
+// One entry of the root while the store is listed. The entries lie in the order of the directory and are sorted through
+// pointers, whose own order is therefore that of the directory.
+struct Entry {
+  std::string dirname;
+  std::string name;  // empty: none that can be read
+};
+
+// Reads the profile directories of the root and their names.
+bool readEntries(std::string_view without, std::vector<Entry>& entries) {
+  const UniqueFd directory = FileUtils::openDirectory(root);
+  std::vector<std::string> dirnames;
+  if (!directory.isOpen() || !FileUtils::listRealDirectories(directory.get(), dirnames).isSuccess()) return false;
+  entries.reserve(dirnames.size());
+  std::string path;  // relative to the root; one buffer for all of them
+  for (std::string& dirname : dirnames) {
+    if (dirname.empty() || dirname.front() == '.' || dirname == without) continue;
+    Entry& entry = entries.emplace_back();
+    path.assign(dirname).append("/").append(ProfileStore::nameFile);
+    if (!FileUtils::readFirstLineAt(directory.get(), path.c_str(), entry.name).isSuccess()) entry.name.clear();
+    entry.dirname = std::move(dirname);
+  }
+  return true;
+}
+
+using EntryOrder = std::vector<Entry*>;
+
+void sortByName(EntryOrder& order) {
+  std::sort(order.begin(), order.end(), [](const Entry* a, const Entry* b) {
+    const int names = a->name.compare(b->name);
+    return names != 0 ? names < 0 : a < b;
+  });
+}
+
+// The entries that need a new name, of a sorted list: first those whose name an earlier entry has, then those without
+// one, each in the order of the directory.
+EntryOrder entriesToRepair(const EntryOrder& sorted) {
+  EntryOrder broken;
+  EntryOrder unnamed;
+  for (std::size_t i = 0; i < sorted.size(); ++i) {
+    if (sorted[i]->name.empty()) {
+      unnamed.push_back(sorted[i]);
+    } else if (i > 0 && sorted[i]->name == sorted[i - 1]->name) {
+      broken.push_back(sorted[i]);
+    }
+  }
+  std::sort(broken.begin(), broken.end());
+  broken.insert(broken.end(), unnamed.begin(), unnamed.end());
+  return broken;
+}
+
+bool repair(Entry& entry, NamesInUse& names) {
+  std::string unique = names.unique(entry.name.empty() ? nameOfUnnamed : entry.name);
+  if (!ProfileStore::writeProfileName(entry.dirname, unique).isSuccess()) return false;
+  names.add(unique);
+  entry.name = std::move(unique);
+  return true;
+}
+
+// Gives every entry of a sorted list a name of its own and sorts it again.
+bool repairNames(EntryOrder& sorted) {
+  const EntryOrder broken = entriesToRepair(sorted);
+  if (broken.empty()) return true;
+  std::vector<std::string> taken;  // copies, since the entries' own names change on the way
+  for (const Entry* entry : sorted) {
+    if (!entry->name.empty() && (taken.empty() || taken.back() != entry->name)) taken.push_back(entry->name);
+  }
+  NamesInUse names(std::vector<std::string_view>(taken.begin(), taken.end()));
+  for (Entry* entry : broken)
+    if (!repair(*entry, names)) return false;
+  sortByName(sorted);
+  return true;
+}
+
+}  // namespace
+
+namespace ProfileStore {
+
+std::string uniqueName(const std::string& base, const std::vector<std::string>& inUse) {
+  std::vector<std::string_view> sorted(inUse.begin(), inUse.end());
+  std::sort(sorted.begin(), sorted.end());
+  return NamesInUse(std::move(sorted)).unique(base);
+}
+
+bool listProfiles(std::vector<ProfileRecord>& profiles, std::string_view without) {
+  profiles.clear();
+  std::vector<Entry> entries;
+  if (!readEntries(without, entries)) return false;
+  EntryOrder order;
+  order.reserve(entries.size());
+  for (Entry& entry : entries) order.push_back(&entry);
+  sortByName(order);
+  if (!repairNames(order)) return false;
+  profiles.reserve(order.size());
+  for (Entry* entry : order) {
+    ProfileRecord& record = profiles.emplace_back();
+    record.valid = true;
+    record.dir = joinPath({root, entry->dirname});
+    record.dirname = std::move(entry->dirname);
+    record.name = std::move(entry->name);
+  }
+  return true;
+}
+
+Status findByName(const std::string& name, ProfileRecord& record) {
+  record = ProfileRecord();
+  std::vector<ProfileRecord> profiles;
+  if (!listProfiles(profiles)) return Status::of(status::applicationError);
+  for (ProfileRecord& profile : profiles) {
+    if (profile.name == name) {
+      record = std::move(profile);
+      return Status();
+    }
+  }
+  return Status::of(status::profileNotFound);
+}
+
+bool chooseNewName(const std::string& requested, bool allowRename, std::string_view without, std::string& name) {
+  name.clear();
+  const std::string base = requested.empty() ? nameOfUnnamed : requested;
+  std::vector<ProfileRecord> profiles;
+  if (!listProfiles(profiles, without)) return false;
+  NamesInUse names = namesOf(profiles);
+  if (!allowRename && names.contains(base)) return false;
+  return names.findFree(base, name);
+}
+
+bool newProfileDirectory(std::string& dir, std::string& dirname) {
+  constexpr int failuresAllowed = 2;
+  dir.clear();
+  dirname.clear();
+  int failures = 0;
+  for (int number = firstNumber; number <= lastNumber; ++number) {
+    std::string candidate = concatenate({"profile-", StringUtils::toString(number)});
+    std::string path = joinPath({root, candidate});
+    const FileUtils::NewDir made = FileUtils::makeNewDir(path, profileDirMode);
+    if (made == FileUtils::NewDir::made) {
+      dir = std::move(path);
+      dirname = std::move(candidate);
+      return true;
+    }
+    failures = made == FileUtils::NewDir::exists ? 0 : failures + 1;
+    if (failures > failuresAllowed || (failures == 1 && !FileUtils::isDirectory(root))) return false;
+  }
+  return false;
+}
+
+}  // namespace ProfileStore
+
+// --- Selectors
+
+namespace {
+
+// Of the active profile: one of the two successes that say what it is.
+Status statusOfActive() {
+  const bool running = ProfileStore::activeRunState() == RunState::running;
+  return Status::of(running ? status::profileIsRunning : status::profileIsActive);
+}
+
+Status statusOfProfile(const ProfileRecord& profile) {
+  return ProfileStore::isActive(profile) ? statusOfActive() : Status();
+}
+
+Status resolveActive(ProfileRecord& record) {
+  return ProfileStore::readActiveRecord(record) ? statusOfActive() : Status::of(status::profileNotFound);
+}
+
+Status resolveFactory(ProfileRecord& record) {
+  record.valid = true;
+  record.dir = ProfileStore::factoryDir();
+  record.dirname = ProfileStore::factoryName;
+  record.name = ProfileStore::factoryName;
+  return Status();
+}
+
+Status resolveDirname(const std::string& dirname, ProfileRecord& record) {
+  if (dirname.empty()) return Status::of(status::invalidArgument);
+  if (dirname == ProfileStore::factoryName) return resolveFactory(record);
+  if (!isPlainName(dirname)) return Status::of(status::profileNotFound);
+  record = ProfileStore::recordFromDirname(dirname);
+  return record.valid ? statusOfProfile(record) : Status::of(status::profileNotFound);
+}
+
+Status resolveDisplayName(const std::string& name, ProfileRecord& record) {
+  Status found = ProfileStore::findByName(name, record);
+  return found.isSuccess() ? statusOfProfile(record) : found;
+}
+
+}  // namespace
+
+namespace ProfileStore {
+
+Status resolveSelector(const std::string& text, ProfileRecord& record) {
+  record = ProfileRecord();
+  if (text.empty() || text == currentName || text == activeName) return resolveActive(record);
+  if (StringUtils::startsWith(text, dirPrefix)) return resolveDirname(text.substr(dirPrefix.size()), record);
+  if (text == factoryName) return resolveFactory(record);
+  return resolveDisplayName(text, record);
+}
+
+}  // namespace ProfileStore
