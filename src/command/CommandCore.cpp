@@ -1,0 +1,138 @@
+#include "command/CommandCore.h"
+
+#include <utility>
+
+#include "base/StringUtils.h"
+#include "json/JsonModel.h"
+#include "json/JsonWriter.h"
+#include "log/BasicLog.h"
+
+namespace {
+
+constexpr const char* bindContext = "bind_json_args";
+
+struct ModeWord {
+  std::string_view word;
+  bool OutputMode::*set;
+  bool OutputMode::*cleared;
+};
+constexpr ModeWord modeWords[] = {{"--quiet", &OutputMode::quiet, &OutputMode::verbose},
+                                  {"--verbose", &OutputMode::verbose, &OutputMode::quiet},
+                                  {"--json", &OutputMode::json, &OutputMode::text},
+                                  {"--text", &OutputMode::text, &OutputMode::json}};
+
+}  // namespace
+
+bool OutputMode::take(std::string_view word) {
+  for (const ModeWord& row : modeWords) {
+    if (row.word == word) {
+      this->*row.set = true;
+      this->*row.cleared = false;
+      return true;
+    }
+  }
+  return false;
+}
+
+RavctlCommandInstance::RavctlCommandInstance(const char* method)
+    : auth_(Show::hidden),
+      requestID_("requestID", Need::optional, Show::hidden),
+      output_("output", Need::optional, Show::hidden),
+      status_(*this, method) {
+  params_.reserve(11);  // the longest list of the catalogue: one allocation
+  takes({&auth_, &requestID_, &output_});
+  reports({&status_});
+}
+
+namespace {
+
+Status refuse(std::string_view what, std::string_view which = {}) {
+  return Status::error(status::invalidArgument, StringUtils::concatenate({what, which}), bindContext);
+}
+
+std::string printed(const jsObject* value) {
+  std::string text;
+  json::write(text, value);
+  return text;
+}
+
+// The key stood alone, as words without "=" do.
+bool isMarker(const jsObject* value) {
+  return json::isString(value) && (json::textOf(value) == singleWordPresent || json::textOf(value) == singleWordAbsent);
+}
+
+void logInvalidParam(std::string_view key) {
+  static BasicLog::Logger& log = BasicLog::getLogger("control");
+  if (log.isEnabled(BasicLog::Level::error)) {
+    BasicLog::Entry entry(log, BasicLog::Level::error, "invalid param", "CommandCore", bindContext);
+    entry.add("param", key);
+  }
+}
+
+Status bindOne(RavctlCommandInstance& command, std::string_view key, const jsObject* value) {
+  InputParamBase* param = findParam(command.params(), key);
+  if (param == nullptr) return refuse("disregarding unused input: ", key);
+  if (param->isSingleWord()) {
+    return setFromJson(*param, value) ? Status() : refuse("illegal single-word input: ", printed(value));
+  }
+  if (param->takesValue()) {
+    if (isMarker(value)) return refuse("parameter value required");
+    return setFromJson(*param, value) ? Status() : refuse("illegal value presented: ", printed(value));
+  }
+  logInvalidParam(key);
+  return Status::of(status::invalidArgument);
+}
+
+}  // namespace
+
+Status bind_json_args(RavctlCommandInstance& command, const jsObject* args) {
+  const std::size_t count = json::memberCount(args);
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::string_view key = json::memberName(args, i);
+    if (key == "command_name") continue;
+    Status bound = bindOne(command, key, json::memberValue(args, i));
+    if (!bound.isSuccess()) return bound;
+  }
+  for (const InputParamBase* param : command.params()) {
+    if (!param->isSatisfied()) return refuse("illegal or missing parameter: ", param->name());
+  }
+  return Status();
+}
+
+namespace {
+
+Status gatherWords(RavctlCommandInstance& command, const jsObject* words, std::size_t consumed, jsObject* args) {
+  const std::size_t count = json::elementCount(words);
+  for (std::size_t i = consumed; i < count; ++i) {
+    const jsObject* word = json::element(words, i);
+    if (!json::isString(word)) {
+      return Status::error(status::invalidArgument, "parameter not a string", "binding input args");
+    }
+    if (!command.mode().take(json::textOf(word))) setParameterWord(args, json::textOf(word));
+  }
+  jsObject* name = json::makeArray();
+  for (std::size_t i = 0; i < consumed && i < count; ++i) {
+    const std::string_view word = json::textOf(json::element(words, i));
+    command.mode().take(word);
+    json::append(name, json::makeString(word));
+  }
+  json::setMember(args, "command_name", name);
+  return Status();
+}
+
+}  // namespace
+
+Status bindCommandWords(RavctlCommandInstance& command, const jsObject* words, std::size_t consumed) {
+  ScopedJson args(json::makeObject());
+  Status gathered = gatherWords(command, words, consumed, args.get());
+  return gathered.isSuccess() ? bind_json_args(command, args.get()) : gathered;
+}
+
+void renderOutput(const RavctlCommandInstance& command, std::vector<std::string>& lines) {
+  StringVectorValueBinder sink(lines);
+  if (!command.status().status().isSuccess()) {
+    command.status().render(sink);
+    return;
+  }
+  for (const ResultParamBase* field : command.results()) field->render(sink);
+}

@@ -1,0 +1,542 @@
+#include "command/CommandCore.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "json/JsonModel.h"
+#include "json/JsonParser.h"
+#include "log/BasicLog.h"
+#include "testing/Matchers.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+using Words = std::vector<std::string>;
+
+constexpr const char* present = "<single-word-command-present>";
+constexpr const char* absent = "<single-word-command-absent>";
+
+// Neither a single word nor a value: no command of the program has such a parameter.
+class OddParam : public InputParamBase {
+ public:
+  OddParam() : InputParamBase("odd", Need::optional, Show::listed) {}
+  bool takesValue() const override { return false; }
+  bool setFromText(const std::string&) override { return accept(); }
+  void appendValueForm(std::string&) const override {}
+  const char* typeDescription() const override { return "odd"; }
+};
+
+// One parameter of each kind, and some results.
+class Example : public RavctlCommandInstance {
+ public:
+  Example() : RavctlCommandInstance("example method") {
+    takes({&text, &number, &choice, &word, &profile, &network, &invitation, &logLevel, &helmsor, &odd});
+    reports({&name, &running, &lines});
+  }
+  void execute(StatusCodeResultField& status) override {
+    ++executed;
+    if (result.code() != 0) status.set(result);
+  }
+
+  StringParam text{"text", Need::optional};
+  IntParam number{"number", Need::optional, 50};
+  BoolParam choice{"choice", Need::optional, true};
+  SingleWordParam word{"word"};
+  OptionalProfileParam profile{Show::hidden, "initial"};
+  OptionalNetworkParam network;
+  OptionalActivationParam invitation;
+  OptionalLogLevelParam logLevel;
+  HelmsorParam helmsor{Need::optional};
+  OddParam odd;
+
+  StringResult name{"name"};
+  BoolResult running{"running"};
+  StringVectorResultField lines{"_lines"};
+
+  int executed = 0;
+  Status result;
+};
+
+// Three required parameters.
+class Demanding : public RavctlCommandInstance {
+ public:
+  Demanding() : RavctlCommandInstance("demanding") { takes({&first, &optional, &second, &third}); }
+  void execute(StatusCodeResultField& status) override { status.set(status::success); }
+  StringParam first{"first", Need::required};
+  StringParam optional{"optional", Need::optional};
+  HelmsorParam second{Need::required};
+  IntParam third{"third", Need::required, 1};
+};
+
+Status bindJson(RavctlCommandInstance& command, const std::string& text) {
+  const ScopedJson args(json::parse(text.c_str()));
+  EXPECT_TRUE(json::isObject(args.get())) << text;
+  return bind_json_args(command, args.get());
+}
+
+jsObject* arrayOf(const Words& words) {
+  jsObject* array = json::makeArray();
+  for (const std::string& word : words) json::append(array, json::makeString(word));
+  return array;
+}
+
+Status bindWords(RavctlCommandInstance& command, const Words& words, std::size_t consumed = 2) {
+  const ScopedJson array(arrayOf(words));
+  return bindCommandWords(command, array.get(), consumed);
+}
+
+// --- The base of commands
+
+TEST(RavctlCommandInstance, BeginsWithTheStandardParametersAndTheStatus) {
+  const Example command;
+  Words params;
+  for (const InputParamBase* param : command.params()) params.push_back(param->name());
+  EXPECT_EQ(params, (Words{"auth", "requestID", "output", "text", "number", "choice", "word", "profile", "network",
+                           "invitation", "log_level", "helmsor", "odd"}));
+  for (std::size_t i = 0; i < 3; ++i) {
+    EXPECT_TRUE(command.params()[i]->isHidden());
+    EXPECT_FALSE(command.params()[i]->isRequired());
+  }
+  EXPECT_STREQ(command.params()[0]->typeDescription(), "auth string");
+  EXPECT_STREQ(command.params()[1]->typeDescription(), "string");
+  EXPECT_STREQ(command.params()[2]->typeDescription(), "string");
+
+  Words results;
+  for (const ResultParamBase* field : command.results()) results.push_back(field->name());
+  EXPECT_EQ(results, (Words{"status", "name", "running", "_lines"}));
+  EXPECT_EQ(command.results()[0], &command.status());
+}
+
+TEST(RavctlCommandInstance, NoOutputModeIsSetAtFirst) {
+  const Example command;
+  EXPECT_FALSE(command.mode().quiet);
+  EXPECT_FALSE(command.mode().verbose);
+  EXPECT_FALSE(command.mode().json);
+  EXPECT_FALSE(command.mode().text);
+}
+
+TEST(RavctlCommandInstance, RunExecutesOnceWithItsOwnStatus) {
+  Example command;
+  EXPECT_EQ(command.status().status().code(), 0x12000001U);
+  command.result = Status::of(0x12001001);
+  command.run();
+  EXPECT_EQ(command.executed, 1);
+  EXPECT_EQ(command.status().status().code(), 0x12001001U);
+}
+
+TEST(OutputMode, TheLastOfEachPairWins) {
+  const struct {
+    Words words;
+    bool quiet, verbose, json, text;
+  } cases[] = {
+      {{"--quiet"}, true, false, false, false},
+      {{"--verbose"}, false, true, false, false},
+      {{"--json"}, false, false, true, false},
+      {{"--text"}, false, false, false, true},
+      {{"--quiet", "--verbose"}, false, true, false, false},
+      {{"--verbose", "--quiet"}, true, false, false, false},
+      {{"--json", "--text"}, false, false, false, true},
+      {{"--text", "--json"}, false, false, true, false},
+      {{"--quiet", "--json"}, true, false, true, false},
+      {{"--text", "--verbose", "--json", "--quiet", "--quiet"}, true, false, true, false},
+  };
+  for (const auto& c : cases) {
+    OutputMode mode;
+    for (const std::string& word : c.words) EXPECT_TRUE(mode.take(word));
+    SCOPED_TRACE(testing::PrintToString(c.words));
+    EXPECT_EQ(mode.quiet, c.quiet);
+    EXPECT_EQ(mode.verbose, c.verbose);
+    EXPECT_EQ(mode.json, c.json);
+    EXPECT_EQ(mode.text, c.text);
+  }
+}
+
+TEST(OutputMode, OtherWordsChangeNothing) {
+  for (const char* word : {"", "-", "--", "--Quiet", "--QUIET", "-quiet", "quiet", "--quiet ", "--quiets", "--quie",
+                           "--quiet=true", "--help"}) {
+    OutputMode mode;
+    mode.verbose = true;
+    EXPECT_FALSE(mode.take(word)) << word;
+    EXPECT_TRUE(mode.verbose) << word;
+  }
+}
+
+// --- Binding JSON arguments
+
+TEST(BindJsonArgs, EveryMemberGoesToTheParameterOfItsKey) {
+  Example command;
+  const Status bound =
+      bindJson(command, R"({"command_name":["x","y"],"text":"a","number":3.9,"choice":false,"word":"true",)"
+                        R"("profile":"p","network":"eth0","invitation":"i","log_level":"critical",)"
+                        R"("helmsor":"h:1","auth":"who","requestID":"7","output":"o"})");
+  EXPECT_THAT(bound, HasCode(status::success));
+  EXPECT_EQ(bound.details(), "");
+  EXPECT_EQ(bound.context(), "");
+  EXPECT_EQ(command.text.value(), "a");
+  EXPECT_EQ(command.number.value(), 3);
+  EXPECT_FALSE(command.choice.value());
+  EXPECT_TRUE(command.word.isPresent());
+  EXPECT_EQ(command.profile.value(), "p");
+  EXPECT_EQ(command.network.value(), "eth0");
+  EXPECT_EQ(command.invitation.value(), "i");
+  EXPECT_EQ(command.logLevel.value(), "fatal");
+  EXPECT_EQ(command.helmsor.host(), "h");
+  EXPECT_EQ(command.helmsor.port(), 1);
+  for (const InputParamBase* param : command.params()) EXPECT_EQ(param->hasValue(), param != &command.odd);
+}
+
+TEST(BindJsonArgs, NothingGivenIsSuccessWhereNothingIsRequired) {
+  Example command;
+  EXPECT_THAT(bindJson(command, "{}"), HasCode(status::success));
+  EXPECT_EQ(command.profile.value(), "initial");
+  for (const InputParamBase* param : command.params()) EXPECT_FALSE(param->hasValue());
+}
+
+TEST(BindJsonArgs, CommandNameIsSkippedWhateverItIs) {
+  for (const char* args : {R"({"command_name":null})", R"({"command_name":7})", R"({"command_name":{"a":[]}})"}) {
+    Example command;
+    EXPECT_THAT(bindJson(command, args), HasCode(status::success)) << args;
+  }
+}
+
+TEST(BindJsonArgs, EveryFaultIsAnInvalidArgumentWithItsOwnDetails) {
+  const struct {
+    const char *why, *args, *details;
+  } cases[] = {
+      {"unknown key", R"({"force":true})", "disregarding unused input: force"},
+      {"an unknown key alone on the command line", R"({"force":"<single-word-command-present>"})",
+       "disregarding unused input: force"},
+      {"keys compare exactly", R"({"Text":"x"})", "disregarding unused input: Text"},
+      {"the word shown in help is no key", R"({"sys-impl":"null"})", "disregarding unused input: sys-impl"},
+      {"a request's own member", R"({"method":"list profiles"})", "disregarding unused input: method"},
+      {"single word: text", R"({"word":"maybe"})", R"(illegal single-word input: "maybe")"},
+      {"single word: number", R"({"word":1})", "illegal single-word input: 1"},
+      {"single word: fraction", R"({"word":1.5})", "illegal single-word input: 1.500000"},
+      {"single word: boolean", R"({"word":true})", "illegal single-word input: true"},
+      {"single word: null", R"({"word":null})", "illegal single-word input: null"},
+      {"single word: array", R"({"word":["a",1]})", R"(illegal single-word input: [ "a", 1 ])"},
+      {"value alone", R"({"text":"<single-word-command-present>"})", "parameter value required"},
+      {"value said to be absent", R"({"profile":"<single-word-command-absent>"})", "parameter value required"},
+      {"integer alone", R"({"number":"<single-word-command-present>"})", "parameter value required"},
+      {"integer: text", R"({"number":"1x"})", R"(illegal value presented: "1x")"},
+      {"integer: boolean", R"({"number":true})", "illegal value presented: true"},
+      {"integer: null", R"({"number":null})", "illegal value presented: null"},
+      {"integer: too large", R"({"number":2147483648})", "illegal value presented: 2147483648.000000"},
+      {"integer: array", R"({"number":[]})", "illegal value presented: [ ]"},
+      {"boolean: 1", R"({"choice":"1"})", R"(illegal value presented: "1")"},
+      {"boolean: number", R"({"choice":1})", "illegal value presented: 1"},
+      {"boolean: empty", R"({"choice":""})", R"(illegal value presented: "")"},
+      {"text: number", R"({"text":5})", "illegal value presented: 5"},
+      {"text: boolean", R"({"text":false})", "illegal value presented: false"},
+      {"text: object", R"({"text":{"a":null}})", R"(illegal value presented: { "a":null })"},
+      {"helmsor: empty", R"({"helmsor":""})", R"(illegal value presented: "")"},
+      {"values are printed as JSON", R"({"choice":"a\"b\n%n\\"})", R"(illegal value presented: "a\"b\n%n\")"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    Example command;
+    const Status bound = bindJson(command, c.args);
+    EXPECT_THAT(bound, HasCode(status::invalidArgument));
+    EXPECT_EQ(bound.details(), c.details);
+    EXPECT_EQ(bound.context(), "bind_json_args");
+  }
+}
+
+TEST(BindJsonArgs, TheFirstFaultEndsItAndEarlierValuesStay) {
+  Example command;
+  const Status bound = bindJson(command, R"({"text":"before","force":1,"number":"x","network":"after"})");
+  EXPECT_THAT(bound, HasCode(status::invalidArgument));
+  EXPECT_EQ(bound.details(), "disregarding unused input: force");
+  EXPECT_EQ(command.text.value(), "before");
+  EXPECT_EQ(command.network.value(), "auto");
+  EXPECT_FALSE(command.network.hasValue());
+}
+
+TEST(BindJsonArgs, MissingParametersAreReportedOneAtATimeInDeclarationOrder) {
+  const struct {
+    const char *args, *details;
+  } cases[] = {
+      {"{}", "illegal or missing parameter: first"},
+      {R"({"third":1})", "illegal or missing parameter: first"},
+      {R"({"first":"x","optional":"y"})", "illegal or missing parameter: helmsor"},
+      {R"({"helmsor":"h","first":""})", "illegal or missing parameter: third"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.args);
+    Demanding command;
+    const Status bound = bindJson(command, c.args);
+    EXPECT_THAT(bound, HasCode(status::invalidArgument));
+    EXPECT_EQ(bound.details(), c.details);
+    EXPECT_EQ(bound.context(), "bind_json_args");
+  }
+  Demanding command;
+  EXPECT_THAT(bindJson(command, R"({"helmsor":"h","first":"","third":"2"})"), HasCode(status::success));
+}
+
+TEST(BindJsonArgs, AFaultOfAMemberComesBeforeAMissingParameter) {
+  Demanding command;
+  EXPECT_EQ(bindJson(command, R"({"optional":null})").details(), "illegal value presented: null");
+}
+
+TEST(BindJsonArgs, WhatIsNoObjectHasNoMembers) {
+  Example command;
+  EXPECT_THAT(bind_json_args(command, nullptr), HasCode(status::success));
+  Demanding demanding;
+  EXPECT_EQ(bind_json_args(demanding, nullptr).details(), "illegal or missing parameter: first");
+}
+
+// Copies what passes it.
+class RecordKeeper : public BasicLog::LogMessageProcessor {
+ public:
+  explicit RecordKeeper(std::vector<BasicLog::LogMessage>& records) : records_(records) {}
+  void process(std::unique_ptr<const BasicLog::LogMessage>& message) override { records_.push_back(*message); }
+
+ private:
+  std::vector<BasicLog::LogMessage>& records_;
+};
+
+TEST(BindJsonArgs, AParameterThatIsNeitherWordNorValueIsLoggedAndFailsWithoutDetails) {
+  std::vector<BasicLog::LogMessage> records;
+  BasicLog::setSyncProcessor(new RecordKeeper(records));
+  Example command;
+  const Status bound = bindJson(command, R"({"odd":"x"})");
+  BasicLog::setSyncProcessor(nullptr);
+
+  EXPECT_THAT(bound, HasCode(status::invalidArgument));
+  EXPECT_EQ(bound.details(), "");
+  EXPECT_EQ(bound.context(), "");
+  EXPECT_FALSE(command.odd.hasValue());
+  ASSERT_EQ(records.size(), 1U);
+  EXPECT_EQ(records[0].level, BasicLog::Level::error);
+  EXPECT_EQ(records[0].logger, "control");
+  EXPECT_EQ(records[0].text, "invalid param");
+  EXPECT_EQ(records[0].file, "CommandCore");
+  EXPECT_EQ(records[0].function, "bind_json_args");
+  ASSERT_EQ(records[0].parameters.size(), 1U);
+  EXPECT_EQ(records[0].parameters[0].key, "param");
+  EXPECT_EQ(records[0].parameters[0].value, "odd");
+}
+
+// --- Binding command words
+
+TEST(BindCommandWords, WordsBehindTheNameAreParameters) {
+  Example command;
+  const Status bound = bindWords(command, {"service", "start", "text=a=b", "number= 10 ", "choice=YES", "word",
+                                           "profile=", "helmsor=10.0.0.1:443", "auth=x", "requestID=", "output=%n"});
+  EXPECT_THAT(bound, HasCode(status::success));
+  EXPECT_EQ(bound.details(), "");
+  EXPECT_EQ(command.text.value(), "a=b");
+  EXPECT_EQ(command.number.value(), 10);
+  EXPECT_TRUE(command.choice.value());
+  EXPECT_TRUE(command.word.isPresent());
+  EXPECT_EQ(command.profile.value(), "");
+  EXPECT_TRUE(command.profile.hasValue());
+  EXPECT_EQ(command.helmsor.host(), "10.0.0.1");
+  EXPECT_EQ(command.helmsor.port(), 443);
+}
+
+TEST(BindCommandWords, NamingWordsAreNoParameters) {
+  Example command;
+  EXPECT_THAT(bindWords(command, {"profile", "create", "number=x"}, 3), HasCode(status::success));
+  EXPECT_EQ(command.number.value(), 50);
+  EXPECT_THAT(bindWords(command, {}, 0), HasCode(status::success));
+}
+
+TEST(BindCommandWords, FaultsAreThoseOfTheParameters) {
+  const struct {
+    const char *why, *word, *details;
+  } cases[] = {
+      {"an unknown single word", "now", "disregarding unused input: now"},
+      {"an unknown key", "force=1", "disregarding unused input: force"},
+      {"a value alone", "profile", "parameter value required"},
+      {"a marker given as a value", "text=<single-word-command-present>", "parameter value required"},
+      {"an empty helmsor", "helmsor=", R"(illegal value presented: "")"},
+      {"a number that is none", "number=ten", R"(illegal value presented: "ten")"},
+      {"a boolean that is none", "choice=1", R"(illegal value presented: "1")"},
+      {"a word with an illegal value", "word=maybe", R"(illegal single-word input: "maybe")"},
+      {"a mode word with a value is a key", "--quiet=true", "disregarding unused input: --quiet"},
+      {"another letter case", "--JSON", "disregarding unused input: --JSON"},
+      {"conversions are text", "%n%s%x", "disregarding unused input: %n%s%x"},
+      {"conversions in a value are text", "number=%n%s", R"(illegal value presented: "%n%s")"},
+      {"bytes of 128 and above", "\xff\x80=x", "disregarding unused input: \xff\x80"},
+      {"a blank", " ", "disregarding unused input:  "},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    Example command;
+    const Status bound = bindWords(command, {"service", "start", c.word});
+    EXPECT_THAT(bound, HasCode(status::invalidArgument));
+    EXPECT_EQ(bound.details(), c.details);
+    EXPECT_EQ(bound.context(), "bind_json_args");
+  }
+}
+
+TEST(BindCommandWords, ASingleWordCountsByItsValue) {
+  const struct {
+    Words words;
+    bool present, given;
+  } cases[] = {
+      {{}, false, false},
+      {{"word"}, true, true},
+      {{"word=true"}, true, true},
+      {{"word=TRUE"}, true, true},
+      {{"word=false"}, false, true},
+      {{"word="}, false, true},
+      {{std::string("word=") + present}, true, true},
+      {{std::string("word=") + absent}, false, true},
+      {{"word", "word=false"}, false, true},
+      {{"word=false", "word"}, true, true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.words));
+    Example command;
+    Words words = {"a", "b"};
+    words.insert(words.end(), c.words.begin(), c.words.end());
+    EXPECT_THAT(bindWords(command, words), HasCode(status::success));
+    EXPECT_EQ(command.word.isPresent(), c.present);
+    EXPECT_EQ(command.word.hasValue(), c.given);
+  }
+}
+
+TEST(BindCommandWords, ARepeatedKeyBindsItsLastValueAtItsFirstPlace) {
+  Example command;
+  EXPECT_THAT(bindWords(command, {"a", "b", "text=1", "text=2", "text=3"}), HasCode(status::success));
+  EXPECT_EQ(command.text.value(), "3");
+  // The first place: the fault of `number` comes before the one of `choice`, though its last value stands behind.
+  Example second;
+  EXPECT_EQ(bindWords(second, {"a", "b", "number=1", "choice=x", "number=y"}).details(),
+            R"(illegal value presented: "y")");
+  // A good last value cures a bad first one.
+  Example third;
+  EXPECT_THAT(bindWords(third, {"a", "b", "number=x", "number=1"}), HasCode(status::success));
+  EXPECT_EQ(third.number.value(), 1);
+}
+
+TEST(BindCommandWords, WordsWithoutANameAreSilentlyAccepted) {
+  Example command;
+  EXPECT_THAT(bindWords(command, {"a", "b", "", "=x", "=", "command_name=x", "command_name"}),
+              HasCode(status::success));
+  for (const InputParamBase* param : command.params()) EXPECT_FALSE(param->hasValue());
+}
+
+TEST(BindCommandWords, AWordThatIsNoStringFailsAtOnce) {
+  for (jsObject* word : {json::makeNull(), json::makeBoolean(true), json::makeNumber(5), json::makeArray()}) {
+    Example command;
+    const ScopedJson words(arrayOf({"a", "b", "--verbose", "text=x"}));
+    json::append(words.get(), word);
+    json::append(words.get(), json::makeString("--quiet"));
+    const Status bound = bindCommandWords(command, words.get(), 2);
+    EXPECT_THAT(bound, HasCode(status::invalidArgument));
+    EXPECT_EQ(bound.details(), "parameter not a string");
+    EXPECT_EQ(bound.context(), "binding input args");
+    EXPECT_TRUE(command.mode().verbose);
+    EXPECT_FALSE(command.text.hasValue());
+  }
+}
+
+TEST(BindCommandWords, OutputModeWordsAreNoParameters) {
+  Example command;
+  EXPECT_THAT(bindWords(command, {"list", "profiles", "--json", "text=x", "--text", "--verbose"}),
+              HasCode(status::success));
+  EXPECT_FALSE(command.mode().json);
+  EXPECT_TRUE(command.mode().text);
+  EXPECT_TRUE(command.mode().verbose);
+  EXPECT_EQ(command.text.value(), "x");
+}
+
+TEST(BindCommandWords, NamingWordsSetTheModeAfterTheOthers) {
+  Example named;
+  EXPECT_THAT(bindWords(named, {"profile", "details", "--json", "--text"}, 3), HasCode(status::success));
+  EXPECT_TRUE(named.mode().json);
+  EXPECT_FALSE(named.mode().text);
+  Example quiet;
+  EXPECT_THAT(bindWords(quiet, {"json", "--quiet", "--verbose"}, 2), HasCode(status::success));
+  EXPECT_TRUE(quiet.mode().quiet);
+  EXPECT_FALSE(quiet.mode().verbose);
+}
+
+TEST(BindCommandWords, NamingWordsDoNotSetTheModeWhenAWordIsNoString) {
+  Example command;
+  const ScopedJson words(arrayOf({"profile", "details", "--json"}));
+  json::append(words.get(), json::makeNull());
+  EXPECT_THAT(bindCommandWords(command, words.get(), 3), HasCode(status::invalidArgument));
+  EXPECT_FALSE(command.mode().json);
+}
+
+TEST(BindCommandWords, TakesManyWords) {
+  Words words = {"a", "b"};
+  for (int i = 0; i < 10'000; ++i) words.push_back("text=" + std::to_string(i));
+  Example command;
+  EXPECT_THAT(bindWords(command, words), HasCode(status::success));
+  EXPECT_EQ(command.text.value(), "9999");
+
+  Words keys = {"a", "b"};
+  for (int i = 0; i < 10'000; ++i) keys.push_back("key" + std::to_string(i));
+  Example other;
+  EXPECT_EQ(bindWords(other, keys).details(), "disregarding unused input: key0");
+  Example named;
+  EXPECT_THAT(bindWords(named, keys, keys.size()), HasCode(status::success));
+}
+
+TEST(BindCommandWords, TakesVeryLongWords) {
+  const std::string huge(1'000'000, 'x');
+  Example command;
+  EXPECT_THAT(bindWords(command, {"a", "b", "text=" + huge}), HasCode(status::success));
+  EXPECT_EQ(command.text.value(), huge);
+  EXPECT_EQ(bindWords(command, {"a", "b", huge}).details(), "disregarding unused input: " + huge);
+}
+
+// --- Output
+
+TEST(RenderOutput, ASuccessRendersEveryFieldInOrder) {
+  Example command;
+  command.name.set("lab");
+  command.lines.list() = {"%s", "second"};
+  command.mode().verbose = true;
+  command.run();
+  Lines lines = {"before"};
+  renderOutput(command, lines);
+  EXPECT_EQ(lines, (Lines{"before", "method: example method", "status_text: success", "status_code: 0x00000001",
+                          "name: lab", "running: false", "%s", "second"}));
+}
+
+TEST(RenderOutput, ASuccessWithoutOptionsHasNoStatusLines) {
+  Example command;
+  command.name.set("lab");
+  command.run();
+  Lines lines;
+  renderOutput(command, lines);
+  EXPECT_EQ(lines, (Lines{"name: lab", "running: false"}));
+}
+
+TEST(RenderOutput, AFailureRendersItsStatusAlone) {
+  Example command;
+  command.name.set("lab");
+  command.lines.list() = {"line"};
+  command.result = Status::error(status::invalidArgument, "invalid profile name", "example");
+  command.run();
+  Lines lines;
+  renderOutput(command, lines);
+  EXPECT_EQ(lines, (Lines{"status_text: invalid argument (invalid profile name)", "status_code: 0x10000003"}));
+}
+
+TEST(RenderOutput, ACommandThatSetsNoStatusIsAnApplicationError) {
+  Example command;
+  command.result.setCode(0);  // it leaves its status alone then
+  command.run();
+  Lines lines;
+  renderOutput(command, lines);
+  EXPECT_EQ(lines, (Lines{"status_text: application error", "status_code: 0x12000001"}));
+}
+
+TEST(RenderOutput, ASuccessWithANoteRendersTheResults) {
+  Example command;
+  command.result = Status::of(0x00001002);
+  command.run();
+  Lines lines;
+  renderOutput(command, lines);
+  EXPECT_EQ(lines, Lines{"running: false"});
+}
+
+}  // namespace

@@ -1,0 +1,218 @@
+#include "command/JsonRequest.h"
+
+#include <gtest/gtest.h>
+
+#include "command/CommandCore.h"
+#include "json/JsonWriter.h"
+#include "testing/Matchers.h"
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+std::string printed(const jsObject* value) {
+  std::string text;
+  json::write(text, value);
+  return text;
+}
+
+// --- From the json form
+
+TEST(RequestFromJsonForm, AnObjectBecomesTheRequest) {
+  const struct {
+    const char *text, *request;
+  } cases[] = {
+      {"{}", "{ }"},
+      {R"({"method":"list profiles"})", R"({ "method":"list profiles" })"},
+      {R"( {"method":"profile details","command_args":["profile","details"],"profile":"lab"} )",
+       R"({ "method":"profile details", "command_args":[ "profile", "details" ], "profile":"lab" })"},
+      {"{a:1,}", R"({ "a":1 })"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    const ScopedJson request(requestFromJsonForm({"ravctl", "json", c.text}));
+    EXPECT_TRUE(json::isObject(request.get()));
+    EXPECT_EQ(printed(request.get()), c.request);
+  }
+}
+
+TEST(RequestFromJsonForm, AnyOtherTextLeavesNoRequest) {
+  const std::string texts[] = {
+      "",
+      " ",
+      "[]",
+      R"([{"method":"list profiles"}])",
+      "42",
+      "1.5",
+      "true",
+      "null",
+      R"("a text")",
+      R"("")",
+      "name",
+      "{",
+      "}",
+      R"({"a")",
+      R"({"a":1)",
+      R"({"a":"open})",
+      R"({"a" "b"})",
+      R"({"a":1} {"b":2})",
+      R"({"a":1} x)",
+      R"({"a":1}#)",
+      std::string("{}\0", 3),
+      std::string("{}\0{}", 5),
+      std::string(200'000, '['),
+      std::string(200'000, '{'),
+  };
+  for (const std::string& text : texts) {
+    SCOPED_TRACE(text.substr(0, 40));
+    const ScopedJson request(requestFromJsonForm({"ravctl", "json", text}));
+    EXPECT_EQ(request.get(), nullptr);
+  }
+}
+
+TEST(RequestFromJsonForm, EveryPrefixOfARequestLeavesNone) {
+  const std::string whole = R"({"method":"profile details","args":["a",{"b":[1,null]}],"profile":"lab"})";
+  for (std::size_t length = 0; length <= whole.size(); ++length) {
+    const ScopedJson request(requestFromJsonForm({"ravctl", "json", whole.substr(0, length)}));
+    EXPECT_EQ(request.get() != nullptr, length == whole.size()) << length;
+  }
+}
+
+TEST(RequestFromJsonForm, TheWholeTextIsParsedWhateverItsBytes) {
+  const std::string text = std::string(R"({"a":"x)") + '\0' + R"(y"})";
+  const ScopedJson request(requestFromJsonForm({"ravctl", "json", text}));
+  ASSERT_NE(request.get(), nullptr);
+  EXPECT_EQ(json::textOf(json::member(request.get(), "a")), std::string_view("x\0y", 3));
+}
+
+TEST(RequestFromJsonForm, TakesExactlyThreeWordsTheSecondJson) {
+  const Words cases[] = {
+      {},
+      {"ravctl"},
+      {"ravctl", "json"},
+      {"json", "{}"},
+      {"ravctl", "json", "{}", ""},
+      {"ravctl", "json", "{}", "--quiet"},
+      {"ravctl", "JSON", "{}"},
+      {"ravctl", "Json", "{}"},
+      {"ravctl", "json ", "{}"},
+      {"ravctl", "jso", "{}"},
+      {"ravctl", "", "{}"},
+      {"ravctl", "{}", "json"},
+      {"json", "ravctl", "{}"},
+  };
+  for (const Words& words : cases) {
+    SCOPED_TRACE(testing::PrintToString(words));
+    const ScopedJson request(requestFromJsonForm(words));
+    EXPECT_EQ(request.get(), nullptr);
+  }
+  const ScopedJson request(requestFromJsonForm({"", "json", "{}"}));
+  EXPECT_NE(request.get(), nullptr);  // the path may be anything
+}
+
+// --- From command words
+
+TEST(RequestFromCommandWords, NamesMethodParametersAndWords) {
+  const struct {
+    const char* why;
+    Words words;
+    const char* request;
+  } cases[] = {
+      {"two words",
+       {"ravctl", "list", "profiles"},
+       R"({ "method":"list profiles", "command_args":[ "list", "profiles" ] })"},
+      {"output-mode words are words like any other",
+       {"ravctl", "list", "profiles", "--json"},
+       R"({ "method":"list profiles", "--json":"<single-word-command-present>", )"
+       R"("command_args":[ "list", "profiles", "--json" ] })"},
+      {"a third word is a single word",
+       {"/usr/bin/ravctl", "profile", "details", "lab"},
+       R"({ "method":"profile details", "lab":"<single-word-command-present>", )"
+       R"("command_args":[ "profile", "details", "lab" ] })"},
+      {"parameters",
+       {"ravctl", "profile", "create", "lab", "helmsor=h:1", "network=a=b", "invitation="},
+       R"({ "method":"profile create", "lab":"<single-word-command-present>", "helmsor":"h:1", "network":"a=b", )"
+       R"("invitation":"", )"
+       R"("command_args":[ "profile", "create", "lab", "helmsor=h:1", "network=a=b", "invitation=" ] })"},
+      {"a repeated key",
+       {"ravctl", "a", "b", "x=1", "y=2", "x=3"},
+       R"({ "method":"a b", "x":"3", "y":"2", "command_args":[ "a", "b", "x=1", "y=2", "x=3" ] })"},
+      {"words without a name are no members, but arguments",
+       {"ravctl", "a", "b", "", "=x"},
+       R"({ "method":"a b", "command_args":[ "a", "b", "", "=x" ] })"},
+      {"the two words may be anything", {"", "", "%n=%s"}, R"({ "method":" %n=%s", "command_args":[ "", "%n=%s" ] })"},
+      {"method= replaces the method in its place",
+       {"ravctl", "a", "b", "method=c", "x=1"},
+       R"({ "method":"c", "x":"1", "command_args":[ "a", "b", "method=c", "x=1" ] })"},
+      {"command_args= gives its place to the array",
+       {"ravctl", "a", "b", "command_args=c", "x=1"},
+       R"({ "method":"a b", "command_args":[ "a", "b", "command_args=c", "x=1" ], "x":"1" })"},
+      {"command_name is a key here",
+       {"ravctl", "a", "b", "command_name=c"},
+       R"({ "method":"a b", "command_name":"c", "command_args":[ "a", "b", "command_name=c" ] })"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    ScopedJson request;
+    const Status made = requestFromCommandWords(request, c.words);
+    EXPECT_THAT(made, HasCode(status::success));
+    EXPECT_EQ(made.details(), "");
+    EXPECT_EQ(made.context(), "");
+    EXPECT_EQ(printed(request.get()), c.request);
+  }
+}
+
+TEST(RequestFromCommandWords, FewerThanThreeWordsAreAnInvalidCommand) {
+  for (const Words& words : {Words{}, {"ravctl"}, {"ravctl", "help"}}) {
+    SCOPED_TRACE(testing::PrintToString(words));
+    ScopedJson request;
+    EXPECT_THAT(requestFromCommandWords(request, words), HasCode(status::invalidCommand));
+    EXPECT_EQ(request.get(), nullptr);
+  }
+}
+
+TEST(RequestFromCommandWords, AFailureLeavesTheRequestAndASuccessReplacesIt) {
+  ScopedJson request(json::makeObject());
+  json::setText(request.get(), "old", "x");
+  EXPECT_THAT(requestFromCommandWords(request, {"ravctl"}), HasCode(status::invalidCommand));
+  EXPECT_EQ(printed(request.get()), R"({ "old":"x" })");
+  EXPECT_THAT(requestFromCommandWords(request, {"ravctl", "a", "b"}), HasCode(status::success));
+  EXPECT_EQ(printed(request.get()), R"({ "method":"a b", "command_args":[ "a", "b" ] })");
+}
+
+TEST(RequestFromCommandWords, TakesManyWords) {
+  Words words = {"ravctl", "a", "b"};
+  for (int i = 0; i < 10'000; ++i) words.push_back("key" + std::to_string(i) + "=" + std::to_string(i));
+  ScopedJson request;
+  EXPECT_THAT(requestFromCommandWords(request, words), HasCode(status::success));
+  EXPECT_EQ(json::memberCount(request.get()), 10'002U);
+  EXPECT_EQ(json::elementCount(json::member(request.get(), "command_args")), 10'002U);
+  EXPECT_EQ(json::textOf(json::member(request.get(), "key9999")), "9999");
+}
+
+// --- Binding a request
+
+class Example : public RavctlCommandInstance {
+ public:
+  Example() : RavctlCommandInstance("profile rename") { takes({&profile, &newName}); }
+  void execute(StatusCodeResultField& status) override { status.set(status::success); }
+  OptionalProfileParam profile;
+  StringParam newName{"new_name", Need::required};
+};
+
+TEST(RequestFromCommandWords, BindsOnceItsOwnTwoMembersAreRemoved) {
+  ScopedJson request;
+  ASSERT_THAT(requestFromCommandWords(request, {"ravctl", "profile", "rename", "profile=lab", "new_name=x"}),
+              HasCode(status::success));
+  Example command;
+  EXPECT_EQ(bind_json_args(command, request.get()).details(), "disregarding unused input: method");
+  json::setMember(request.get(), "method", nullptr);
+  // The removal has moved the last member to the front.
+  EXPECT_EQ(bind_json_args(command, request.get()).details(), "disregarding unused input: command_args");
+  json::setMember(request.get(), "command_args", nullptr);
+  EXPECT_THAT(bind_json_args(command, request.get()), HasCode(status::success));
+  EXPECT_EQ(command.profile.value(), "lab");
+  EXPECT_EQ(command.newName.value(), "x");
+}
+
+}  // namespace

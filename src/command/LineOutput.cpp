@@ -1,0 +1,35 @@
+#include "command/LineOutput.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "base/RawWrite.h"
+#include "base/StringUtils.h"
+
+namespace {
+
+constexpr std::size_t writeAt = 64 * 1024;
+
+}  // namespace
+
+void LineOutput::put(std::string_view line) {
+  pending_.append(line.substr(0, line.find('\0')));
+  pending_ += '\n';
+  if (pending_.size() >= writeAt) flush();
+}
+
+void LineOutput::flush() {
+  if (error_ == 0 && !writeFully(STDOUT_FILENO, pending_)) error_ = errno;
+  pending_.clear();
+}
+
+void LineOutput::finish() {
+  flush();
+  if (error_ != 0 && error_ != EPIPE) {
+    // Nowhere is left to report a failure of this line.
+    (void)writeFully(STDERR_FILENO,
+                     StringUtils::concatenate({"ravctl: can't write standard output: ", strerror(error_), "\n"}));
+  }
+}

@@ -1,0 +1,235 @@
+#include "command/ResultFields.h"
+
+#include <gtest/gtest.h>
+
+#include "command/AppStatusCodes.h"
+#include "command/CommandCore.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+Lines linesOf(const ResultParamBase& field) {
+  Lines lines;
+  StringVectorValueBinder sink(lines);
+  field.render(sink);
+  return lines;
+}
+
+std::string typeOf(const ResultParamBase& field) {
+  std::string word = "what was there";
+  field.typeWord(word);
+  return word;
+}
+
+// --- The sink
+
+TEST(ValueBinder, TheBaseAcceptsNothing) {
+  ValueBinder sink;
+  EXPECT_FALSE(sink.takeText("key", "text"));
+  EXPECT_FALSE(sink.takeInteger("key", 1));
+  EXPECT_FALSE(sink.takeBoolean("key", true));
+  EXPECT_FALSE(sink.takeStringList("key", {"a"}));
+}
+
+TEST(StringVectorValueBinder, AppendsALineForEachValue) {
+  Lines lines = {"what was there"};
+  StringVectorValueBinder sink(lines);
+  EXPECT_TRUE(sink.takeText("key", "text"));
+  EXPECT_TRUE(sink.takeText("empty", ""));
+  EXPECT_TRUE(sink.takeText("", "no key"));
+  EXPECT_TRUE(sink.takeText("%s", "%n\xff"));
+  EXPECT_TRUE(sink.takeText("_text", "an underscore matters to lists alone"));
+  EXPECT_TRUE(sink.takeInteger("n", -2147483647 - 1));
+  EXPECT_TRUE(sink.takeInteger("n", 0));
+  EXPECT_TRUE(sink.takeBoolean("b", true));
+  EXPECT_TRUE(sink.takeBoolean("b", false));
+  EXPECT_EQ(lines,
+            (Lines{"what was there", "key: text", "empty: ", ": no key", "%s: %n\xff",
+                   "_text: an underscore matters to lists alone", "n: -2147483648", "n: 0", "b: true", "b: false"}));
+}
+
+TEST(StringVectorValueBinder, AListHasAHeadingUnlessItsKeyBeginsWithAnUnderscore) {
+  const struct {
+    const char* why;
+    std::string key;
+    Lines list, lines;
+  } cases[] = {
+      {"a key", "key", {"a", " b "}, {"key:", "a", " b "}},
+      {"a key and no element", "key", {}, {"key:"}},
+      {"an underscore", "_key", {"a", "b"}, {"a", "b"}},
+      {"an underscore and no element", "_key", {}, {}},
+      {"an underscore alone", "_", {"a"}, {"a"}},
+      {"no key", "", {"a"}, {"a"}},
+      {"an underscore inside", "k_ey", {"a"}, {"k_ey:", "a"}},
+      {"elements stay as they are", "_key", {"", "%s%n", "x: y"}, {"", "%s%n", "x: y"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    Lines lines;
+    StringVectorValueBinder sink(lines);
+    EXPECT_TRUE(sink.takeStringList(c.key, c.list));
+    EXPECT_EQ(lines, c.lines);
+  }
+}
+
+// --- Fields
+
+TEST(StringResult, RendersOnlyWhatWasSet) {
+  StringResult field("profile_name");
+  EXPECT_EQ(field.name(), "profile_name");
+  EXPECT_EQ(typeOf(field), "string");
+  EXPECT_EQ(linesOf(field), Lines{});
+  field.set("lab");
+  EXPECT_EQ(linesOf(field), Lines{"profile_name: lab"});
+  field.set("");
+  EXPECT_TRUE(field.hasValue());
+  EXPECT_EQ(linesOf(field), Lines{"profile_name: "});
+  field.clear();
+  EXPECT_FALSE(field.hasValue());
+  EXPECT_EQ(field.value(), "");
+  EXPECT_EQ(linesOf(field), Lines{});
+}
+
+TEST(BoolResult, RendersAlways) {
+  BoolResult field("running");
+  EXPECT_EQ(typeOf(field), "bool");
+  EXPECT_EQ(linesOf(field), Lines{"running: false"});
+  field.set(true);
+  EXPECT_EQ(linesOf(field), Lines{"running: true"});
+}
+
+TEST(StringVectorResultField, RendersAlwaysAndItsTypeIsItsName) {
+  StringVectorResultField field("subcommand");
+  EXPECT_EQ(typeOf(field), "subcommand");
+  EXPECT_EQ(linesOf(field), Lines{"subcommand:"});
+  field.list() = {"a", "b"};
+  EXPECT_EQ(linesOf(field), (Lines{"subcommand:", "a", "b"}));
+  StringVectorResultField bare("_log");
+  EXPECT_EQ(typeOf(bare), "_log");
+  EXPECT_EQ(linesOf(bare), Lines{});
+}
+
+// A sink that notes which operation each field calls.
+class NotingSink : public ValueBinder {
+ public:
+  bool takeText(std::string_view key, std::string_view) override { return note("text", key); }
+  bool takeInteger(std::string_view key, std::int32_t) override { return note("integer", key); }
+  bool takeBoolean(std::string_view key, bool) override { return note("boolean", key); }
+  bool takeStringList(std::string_view key, Lines) override { return note("list", key); }
+  Lines notes;
+
+ private:
+  bool note(const char* kind, std::string_view key) {
+    notes.push_back(std::string(kind) + " " + std::string(key));
+    return true;
+  }
+};
+
+TEST(ResultFields, EachHandsItsValueOverAsWhatItIs) {
+  NotingSink sink;
+  StringResult text("t");
+  text.set("1");
+  text.render(sink);
+  BoolResult("b").render(sink);
+  StringVectorResultField("_l").render(sink);
+  EXPECT_EQ(sink.notes, (Lines{"text t", "boolean b", "list _l"}));
+}
+
+// --- Status
+
+class Command : public RavctlCommandInstance {
+ public:
+  Command() : RavctlCommandInstance("example method") {}
+  void execute(StatusCodeResultField& status) override { status.set(result); }
+  Status result;
+};
+
+TEST(StatusCodeResultField, RendersByModeAndOutcome) {
+  const Status success;
+  const Status withNote = Status::of(status::profileIsActive);
+  const Status detailedSuccess = Status::error(status::success, "a note", "somewhere");
+  const Status failure = Status::of(status::profileNotFound);
+  const Status detailed =
+      Status::error(status::invalidArgument, "illegal or missing parameter: name", "bind_json_args");
+  const Status informational = Status::of(status::multipleResults);
+  const struct {
+    const char* why;
+    std::vector<const char*> words;
+    Status result;
+    Lines lines;
+  } cases[] = {
+      {"success", {}, success, {}},
+      {"success with a note", {}, withNote, {}},
+      {"success, quiet", {"--quiet"}, success, {}},
+      {"success, verbose",
+       {"--verbose"},
+       success,
+       {"method: example method", "status_text: success", "status_code: 0x00000001"}},
+      {"success with a note, verbose",
+       {"--verbose"},
+       withNote,
+       {"method: example method", "status_text: profile is active", "status_code: 0x00001001"}},
+      {"success with details, verbose",
+       {"--verbose"},
+       detailedSuccess,
+       {"method: example method", "status_text: success (a note)", "status_code: 0x00000001"}},
+      {"failure", {}, failure, {"status_text: profile not found", "status_code: 0x12001001"}},
+      {"failure, quiet", {"--quiet"}, failure, {"status_code: 0x12001001"}},
+      {"failure, verbose",
+       {"--verbose"},
+       failure,
+       {"method: example method", "status_text: profile not found", "status_code: 0x12001001"}},
+      {"details, no context",
+       {},
+       detailed,
+       {"status_text: invalid argument (illegal or missing parameter: name)", "status_code: 0x10000003"}},
+      {"details, quiet", {"--quiet"}, detailed, {"status_code: 0x10000003"}},
+      {"informational is a failure", {}, informational, {"status_text: multiple results", "status_code: 0x20000001"}},
+      {"json and text change nothing",
+       {"--json"},
+       failure,
+       {"status_text: profile not found", "status_code: 0x12001001"}},
+      {"text", {"--text"}, success, {}},
+      {"quiet, then verbose",
+       {"--quiet", "--verbose"},
+       success,
+       {"method: example method", "status_text: success", "status_code: 0x00000001"}},
+      {"verbose, then quiet", {"--verbose", "--quiet"}, failure, {"status_code: 0x12001001"}},
+      {"hexadecimal digits are small, and eight", {"--quiet"}, Status::of(0xabcdef01), {"status_code: 0xabcdef01"}},
+      {"percent signs are text",
+       {},
+       Status::error(status::openError, "%s%n", ""),
+       {"status_text: stdlib error: file open (%s%n)", "status_code: 0x14000005"}},
+  };
+  registerStatusTexts(status::applicationId, appStatusText);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    Command command;
+    for (const char* word : c.words) EXPECT_TRUE(command.mode().take(word));
+    command.result = c.result;
+    command.run();
+    EXPECT_EQ(linesOf(command.status()), c.lines);
+  }
+}
+
+TEST(StatusCodeResultField, IsAnApplicationErrorUntilItIsSet) {
+  const Command command;
+  EXPECT_EQ(command.status().name(), "status");
+  EXPECT_EQ(typeOf(command.status()), "status");
+  EXPECT_STREQ(command.status().method(), "example method");
+  EXPECT_EQ(command.status().status().code(), 0x12000001U);
+  EXPECT_EQ(linesOf(command.status()), (Lines{"status_text: application error", "status_code: 0x12000001"}));
+}
+
+TEST(StatusCodeResultField, SettingACodeClearsEarlierDetails) {
+  Command command;
+  StatusCodeResultField field(command, "method");
+  field.set(Status::error(status::openError, "details", "context"));
+  field.set(status::success);
+  EXPECT_EQ(field.status().code(), 1U);
+  EXPECT_EQ(field.status().details(), "");
+  EXPECT_EQ(field.status().context(), "");
+}
+
+}  // namespace
