@@ -1,0 +1,549 @@
+#include "command/Catalogue.h"
+
+#include <gtest/gtest.h>
+
+#include <typeindex>
+
+#include "command/HelpCommands.h"
+#include "command/JsonCommand.h"
+#include "command/SysImplParam.h"
+#include "json/JsonModel.h"
+#include "profiles/HostReports.h"
+#include "profiles/ProfileChangeCommands.h"
+#include "profiles/ProfileCommands.h"
+#include "service/LogCommands.h"
+#include "service/ServiceCommands.h"
+#include "testing/Matchers.h"
+
+namespace {
+
+using Words = std::vector<std::string>;
+using Command = std::unique_ptr<RavctlCommandInstance>;
+
+Command find(Words words, int* consumed = nullptr) {
+  int count = 77;
+  Command command = findCommand(words, count);
+  if (consumed != nullptr) *consumed = count;
+  return command;
+}
+
+// As the entry does: finds and binds.
+Status findAndBind(const Words& given, Command* command) {
+  Words words = given;
+  int consumed = noCommand;
+  *command = findCommand(words, consumed);
+  if (!*command) return Status::of(status::invalidCommand);
+  const ScopedJson array(json::makeArray());
+  for (const std::string& word : words) json::append(array.get(), json::makeString(word));
+  return bindCommandWords(**command, array.get(), static_cast<std::size_t>(consumed));
+}
+
+template <typename Param>
+const Param& param(const RavctlCommandInstance& command, const char* key) {
+  return dynamic_cast<const Param&>(*findParam(command.params(), key));
+}
+
+// "helmsor!" is required, "(new_name)" hidden.
+Words paramsOf(const RavctlCommandInstance& command) {
+  Words params;
+  for (const InputParamBase* one : command.params()) {
+    const std::string name = one->name() + (one->isRequired() ? "!" : "");
+    params.push_back(one->isHidden() ? "(" + name + ")" : name);
+  }
+  return params;
+}
+
+// "details profile-details"
+Words resultsOf(const RavctlCommandInstance& command) {
+  Words results;
+  for (const ResultParamBase* field : command.results()) {
+    std::string word;
+    field->typeWord(word);
+    results.push_back(field->name() + " " + word);
+  }
+  return results;
+}
+
+// What every command of the program is.
+struct Expected {
+  const char* method;
+  std::type_index type;
+  Words words;        // one way to call it
+  int consumed;       // of these words
+  Words params;       // behind the standard ones
+  Words results;      // behind the status
+  const char* usage;  // the usage line without parameters
+  const char* synopsis;
+  const char* description;
+};
+
+const std::vector<Expected>& catalogue() {
+  static const std::vector<Expected> all = {
+      {"profile create",
+       typeid(Hipcmd_CreateProfile),
+       {"profile", "create", "X"},
+       3,
+       {"(new_name)", "allow_rename", "helmsor!", "network", "invitation", "log_level", "sys", "activate"},
+       {"details profile-details", "profile_name string"},
+       "profile create <new profile name>",
+       " <new profile name>",
+       "Creates a new profile.   The name and helmsor settings are required."},
+      {"profile modify",
+       typeid(Hipcmd_ModifyProfile),
+       {"profile", "modify", "X"},
+       3,
+       {"(profile)", "new_name", "helmsor", "network", "invitation", "log_level", "sys", "activate"},
+       {"details profile-details"},
+       "profile modify <profile name>",
+       " <profile name>",
+       "Changes one or more of the configured properties of the profile."},
+      {"profile details",
+       typeid(Hipcmd_ShowProfile),
+       {"profile", "details", "X"},
+       3,
+       {"(profile)"},
+       {"details profile-details"},
+       "profile details <profile name>",
+       " <profile name>",
+       "Displays the configuration associated with the given profile."},
+      {"profile activate",
+       typeid(Hipcmd_ActivateProfile),
+       {"profile", "activate", "X"},
+       3,
+       {"(profile)", "sys"},
+       {"profile_name string"},
+       "profile activate <profile name>",
+       " <profile name>",
+       "Makes the given profile the active profile, possibly restarting the service along the way."},
+      {"profile delete",
+       typeid(Hipcmd_DeleteProfile),
+       {"profile", "delete", "X"},
+       3,
+       {"(profile)"},
+       {},
+       "profile delete <profile name>",
+       " <profile name>",
+       "Removes a profile."},
+      {"profile rename",
+       typeid(Hipcmd_RenameProfile),
+       {"profile", "rename", "X"},
+       3,
+       {"(profile)", "new_name!"},
+       {"profile_name string"},
+       "profile rename <profile name>",
+       " <profile name>",
+       "Changes the name of the profile.  This is a shorthand for \xe2\x80\x98profile modify <profile name> "
+       "new_name=<string>\xe2\x80\x99"},
+      {"support reset",
+       typeid(Hipcmd_ProfileReset),
+       {"support", "reset", "X"},
+       3,
+       {"(profile)"},
+       {"support reset string"},
+       "support reset <profile name>",
+       " <profile name>",
+       "Removes various temporary files associated with the profile, giving it a clean restart."},
+      {"list log",
+       typeid(Hipcmd_GetHipLog),
+       {"list", "log", "X"},
+       3,
+       {"(profile)", "max_lines", "log_level"},
+       {"_log _log", "profile_name string"},
+       "list log <profile name>",
+       "",
+       "Displays an extract from the hip.log file for the given profile."},
+      {"list interfaces",
+       typeid(Hipcmd_GetInterfaces),
+       {"list", "interfaces"},
+       2,
+       {},
+       {"_interfaces _interfaces"},
+       "list interfaces",
+       "",
+       "Reports the names of network interfaces on the system that are suitable for selection as the HIP underlay."},
+      {"list versions",
+       typeid(Hipcmd_GetVersions),
+       {"list", "versions"},
+       2,
+       {},
+       {"hipapp_version string", "ravctl_version string"},
+       "list versions",
+       "",
+       "Displays version numbers for various pieces of the installed HIP application."},
+      {"list profiles",
+       typeid(Hipcmd_GetProfiles),
+       {"list", "profiles"},
+       2,
+       {},
+       {"_profiles profile-list", "current_dir string", "current_name string", "root_dir string"},
+       "list profiles",
+       "",
+       "Displays a list of the configured profiles, showing the directory and profile name for each one."},
+      {"service start",
+       typeid(Hipcmd_ServiceStart),
+       {"service", "start"},
+       2,
+       {"sys"},
+       {},
+       "service start",
+       "",
+       "Starts the zuv-hipd background process."},
+      {"service stop",
+       typeid(Hipcmd_ServiceStop),
+       {"service", "stop"},
+       2,
+       {"sys"},
+       {},
+       "service stop",
+       "",
+       "Stops the zuv-hipd background process."},
+      {"service restart",
+       typeid(Hipcmd_ServiceBounce),
+       {"service", "restart"},
+       2,
+       {"sys", "full"},
+       {},
+       "service restart",
+       "",
+       "Stops the zuv-hipd background process if it is running, and then starts it up again."},
+      {"service status",
+       typeid(Hipcmd_ShowStatus),
+       {"service", "status"},
+       2,
+       {},
+       {"running bool", "helmsor bool", "tunnel bool"},
+       "service status",
+       "",
+       "Displays a report about the zuv-hipd background process: whether it is running, and some information about its "
+       "connections."},
+      {"support bundle",
+       typeid(Hipcmd_SupportBundle),
+       {"support", "bundle"},
+       2,
+       {},
+       {"output string"},
+       "support bundle",
+       "",
+       "Writes a new support bundle to the Logs directory."},
+      {"json <object>",
+       typeid(Hipcmd_JsonCommand),
+       {"json", "X"},
+       2,
+       {"(object)"},
+       {"subcommand subcommand"},
+       "json <object> <json object>",
+       " <json object>",
+       "Executes a command given in JSON form."},
+      {"usage",
+       typeid(Hipcmd_Usage),
+       {"usage"},
+       1,
+       {},
+       {"_helptext _helptext"},
+       "usage",
+       "",
+       "Displays in short how commands are given."},
+      {"help",
+       typeid(Hipcmd_SimpleHelp),
+       {"help"},
+       1,
+       {},
+       {"_helptext _helptext"},
+       "help [<category> | <command name>]",
+       "",
+       "Displays the commands by category, or the entry of one command."},
+      {"reference",
+       typeid(Hipcmd_ReferenceHelp),
+       {"reference"},
+       1,
+       {},
+       {"_helptext _helptext"},
+       "reference",
+       "",
+       "Displays the entries of all commands, and the fields of their results."},
+  };
+  return all;
+}
+
+TEST(Catalogue, EveryCommandHasItsClassParametersAndResults) {
+  for (const Expected& e : catalogue()) {
+    SCOPED_TRACE(e.method);
+    int consumed = 77;
+    const Command command = find(e.words, &consumed);
+    ASSERT_NE(command, nullptr);
+    const RavctlCommandInstance& made = *command;
+    EXPECT_TRUE(std::type_index(typeid(made)) == e.type);
+    EXPECT_STREQ(command->status().method(), e.method);
+    EXPECT_EQ(consumed, e.consumed);
+    Words params = {"(auth)", "(requestID)", "(output)"};
+    params.insert(params.end(), e.params.begin(), e.params.end());
+    EXPECT_EQ(paramsOf(*command), params);
+    Words results = {"status status"};
+    results.insert(results.end(), e.results.begin(), e.results.end());
+    EXPECT_EQ(resultsOf(*command), results);
+    EXPECT_EQ(command->status().status().code(), 0x12000001U);
+  }
+}
+
+TEST(Catalogue, TheTableHasExactlyTheseRowsInTheOrderOfTheReference) {
+  const CommandTable& table = commandTable();
+  ASSERT_EQ(table.rowCount, catalogue().size());
+  for (std::size_t i = 0; i < table.rowCount; ++i) {
+    const Expected& e = catalogue()[i];
+    const CommandRow& row = table.rows[i];
+    SCOPED_TRACE(e.method);
+    EXPECT_STREQ(row.method, e.method);
+    EXPECT_STREQ(row.synopsis, e.synopsis);
+    EXPECT_EQ(std::string(row.method) + row.usage, e.usage);
+    EXPECT_STREQ(row.description, e.description);
+    // What a row makes bears the row's name, so that help and output agree.
+    EXPECT_STREQ(row.make("", {})->status().method(), e.method);
+  }
+}
+
+TEST(Catalogue, ParametersAreOfTheirKinds) {
+  const struct {
+    Words words;
+    const char* key;
+    std::type_index type;
+  } cases[] = {
+      {{"profile", "create", "X"}, "auth", typeid(AuthParam)},
+      {{"profile", "create", "X"}, "requestID", typeid(StringParam)},
+      {{"profile", "create", "X"}, "output", typeid(StringParam)},
+      {{"profile", "create", "X"}, "new_name", typeid(StringParam)},
+      {{"profile", "create", "X"}, "allow_rename", typeid(BoolParam)},
+      {{"profile", "create", "X"}, "helmsor", typeid(HelmsorParam)},
+      {{"profile", "create", "X"}, "network", typeid(OptionalNetworkParam)},
+      {{"profile", "create", "X"}, "invitation", typeid(OptionalActivationParam)},
+      {{"profile", "create", "X"}, "log_level", typeid(OptionalLogLevelParam)},
+      {{"profile", "create", "X"}, "sys", typeid(SysImplParam)},
+      {{"profile", "create", "X"}, "activate", typeid(SingleWordParam)},
+      {{"profile", "modify", "X"}, "profile", typeid(OptionalProfileParam)},
+      {{"profile", "modify", "X"}, "new_name", typeid(StringParam)},
+      {{"profile", "modify", "X"}, "helmsor", typeid(HelmsorParam)},
+      {{"profile", "modify", "X"}, "network", typeid(OptionalNetworkParam)},
+      {{"profile", "modify", "X"}, "invitation", typeid(OptionalActivationParam)},
+      {{"profile", "modify", "X"}, "log_level", typeid(OptionalLogLevelParam)},
+      {{"profile", "modify", "X"}, "sys", typeid(SysImplParam)},
+      {{"profile", "modify", "X"}, "activate", typeid(SingleWordParam)},
+      {{"profile", "activate", "X"}, "sys", typeid(SysImplParam)},
+      {{"profile", "rename", "X"}, "new_name", typeid(StringParam)},
+      {{"list", "log", "X"}, "profile", typeid(OptionalProfileParam)},
+      {{"list", "log", "X"}, "max_lines", typeid(IntParam)},
+      {{"list", "log", "X"}, "log_level", typeid(OptionalLogLevelParam)},
+      {{"service", "start"}, "sys", typeid(SysImplParam)},
+      {{"service", "stop"}, "sys", typeid(SysImplParam)},
+      {{"service", "restart"}, "sys", typeid(SysImplParam)},
+      {{"service", "restart"}, "full", typeid(SingleWordParam)},
+      {{"json", "X"}, "object", typeid(StringParam)},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.words) + " " + c.key);
+    const Command command = find(c.words);
+    const InputParamBase& found = param<InputParamBase>(*command, c.key);
+    EXPECT_TRUE(std::type_index(typeid(found)) == c.type);
+  }
+}
+
+TEST(Catalogue, DefaultsAreThoseOfTheCommands) {
+  Command command;
+  EXPECT_THAT(findAndBind({"list", "log", "lab"}, &command), HasCode(status::success));
+  EXPECT_EQ(param<IntParam>(*command, "max_lines").value(), 50);
+  EXPECT_THAT(findAndBind({"list", "log", "lab", "max_lines=10"}, &command), HasCode(status::success));
+  EXPECT_EQ(param<IntParam>(*command, "max_lines").value(), 10);
+  EXPECT_THAT(findAndBind({"profile", "create", "lab", "helmsor=h"}, &command), HasCode(status::success));
+  EXPECT_TRUE(param<BoolParam>(*command, "allow_rename").value());
+}
+
+TEST(Catalogue, TheThirdWordIsTheInitialValueOfAHiddenParameter) {
+  const struct {
+    Words words;
+    const char* key;
+  } cases[] = {
+      {{"profile", "create", "", "helmsor=h"}, "new_name"},
+      {{"profile", "modify", ""}, "profile"},
+      {{"profile", "details", ""}, "profile"},
+      {{"profile", "activate", ""}, "profile"},
+      {{"profile", "delete", ""}, "profile"},
+      {{"profile", "rename", "", "new_name=x"}, "profile"},
+      {{"support", "reset", ""}, "profile"},
+      {{"list", "log", ""}, "profile"},
+      {{"show", "log", ""}, "profile"},
+  };
+  for (const auto& c : cases) {
+    for (const std::string third :
+         {"lab", "", ".current", "dir=profile-1", "--active", "--json", "a=b", "%n%s", "\xff"}) {
+      SCOPED_TRACE(testing::PrintToString(c.words) + " " + third);
+      Words words = c.words;
+      words[2] = third;
+      Command command;
+      ASSERT_THAT(findAndBind(words, &command), HasCode(status::success));
+      const auto& name = param<TextParam>(*command, c.key);
+      EXPECT_EQ(name.value(), third);
+      EXPECT_TRUE(name.isHidden());
+      EXPECT_FALSE(name.hasValue());
+      EXPECT_EQ(command->mode().json, third == "--json");
+      // A parameter word of that key overrides it.
+      words.push_back(std::string(c.key) + "=beta");
+      ASSERT_THAT(findAndBind(words, &command), HasCode(status::success));
+      EXPECT_EQ(param<TextParam>(*command, c.key).value(), "beta");
+    }
+  }
+}
+
+TEST(Catalogue, TheRequestIsTheInitialValueOfObject) {
+  const Command command = find({"json", R"({"method":"list profiles"})"});
+  EXPECT_EQ(param<StringParam>(*command, "object").value(), R"({"method":"list profiles"})");
+}
+
+TEST(Catalogue, RequiredParametersAreMissed) {
+  const struct {
+    Words words;
+    const char* details;
+  } cases[] = {
+      {{"profile", "create", "alpha"}, "illegal or missing parameter: helmsor"},
+      {{"profile", "create", "alpha", "new_name=beta"}, "illegal or missing parameter: helmsor"},
+      {{"profile", "create", "alpha", "helmsor="}, R"(illegal value presented: "")"},
+      {{"profile", "rename", "alpha"}, "illegal or missing parameter: new_name"},
+      {{"profile", "rename", "alpha", "beta"}, "disregarding unused input: beta"},
+      {{"service", "start", "now"}, "disregarding unused input: now"},
+      {{"service", "start", "full"}, "disregarding unused input: full"},
+      {{"service", "start", "sys-impl=null"}, "disregarding unused input: sys-impl"},
+      {{"list", "profiles", "lab"}, "disregarding unused input: lab"},
+      {{"support", "bundle", "out"}, "disregarding unused input: out"},
+      {{"profile", "details", "alpha", "profile"}, "parameter value required"},
+      {{"json", "{}", "{}"}, "disregarding unused input: {}"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.words));
+    Command command;
+    const Status bound = findAndBind(c.words, &command);
+    EXPECT_THAT(bound, HasCode(status::invalidArgument));
+    EXPECT_EQ(bound.details(), c.details);
+  }
+}
+
+TEST(Catalogue, EveryCommandAcceptsTheStandardParameters) {
+  for (const Expected& e : catalogue()) {
+    SCOPED_TRACE(e.method);
+    Words words = e.words;
+    for (const char* word : {"auth=a", "requestID=r", "output=o", "helmsor=h", "new_name=n"}) {
+      const std::string key = std::string(word).substr(0, std::string(word).find('='));
+      if (findParam(find(e.words)->params(), key) != nullptr) words.emplace_back(word);
+    }
+    Command command;
+    EXPECT_THAT(findAndBind(words, &command), HasCode(status::success));
+  }
+}
+
+// --- Lookup
+
+TEST(FindCommand, TakesTheWordsOfTheName) {
+  const struct {
+    const char* why;
+    Words words;
+    const char* method;
+    int consumed;
+  } cases[] = {
+      {"show and list are one", {"show", "log", "X"}, "list log", 3},
+      {"show and list are one", {"show", "interfaces"}, "list interfaces", 2},
+      {"show and list are one", {"show", "profiles"}, "list profiles", 2},
+      {"show and list are one", {"show", "versions"}, "list versions", 2},
+      {"bounce and restart are one", {"service", "bounce"}, "service restart", 2},
+      {"parameter words follow", {"profile", "create", "X", "helmsor=h", "now"}, "profile create", 3},
+      {"the name may be any text", {"profile", "delete", ""}, "profile delete", 3},
+      {"the name may look like a parameter", {"profile", "details", "profile=lab"}, "profile details", 3},
+      {"a third word is no part of two", {"service", "start", "now"}, "service start", 2},
+      {"a request may be any text", {"json", ""}, "json <object>", 2},
+      {"a request may be any text", {"json", "json"}, "json <object>", 2},
+      {"json leaves further words to binding", {"json", "{}", "x"}, "json <object>", 2},
+      {"help takes all words", {"help", "profile", "create", "x=y"}, "help", 4},
+      {"usage takes all words", {"usage", "x", "--quiet"}, "usage", 3},
+      {"reference takes all words", {"reference", ""}, "reference", 2},
+      {"the program's name is taken off", {"ravctl", "list", "profiles"}, "list profiles", 2},
+      {"the program's name is taken off", {"ravctl", "help"}, "help", 1},
+      {"nothing else means usage", {"ravctl"}, "usage", 0},
+      {"no word at all means usage", {}, "usage", 0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.why) + " " + testing::PrintToString(c.words));
+    int consumed = 77;
+    const Command command = find(c.words, &consumed);
+    ASSERT_NE(command, nullptr);
+    EXPECT_STREQ(command->status().method(), c.method);
+    EXPECT_EQ(consumed, c.consumed);
+  }
+}
+
+TEST(FindCommand, RemovesALeadingRavctlFromTheWords) {
+  Words words = {"ravctl", "service", "start", "ravctl"};
+  int consumed = 77;
+  EXPECT_NE(findCommand(words, consumed), nullptr);
+  EXPECT_EQ(words, (Words{"service", "start", "ravctl"}));
+  Words alone = {"ravctl"};
+  EXPECT_NE(findCommand(alone, consumed), nullptr);
+  EXPECT_EQ(alone, Words{});
+}
+
+TEST(FindCommand, AllElseNamesNoCommand) {
+  const Words cases[] = {
+      {""},
+      {"bogus"},
+      {"profile"},
+      {"profile", "create"},
+      {"profile", "activate"},
+      {"profile", "delete"},
+      {"profile", "details"},
+      {"profile", "modify"},
+      {"profile", "rename"},
+      {"list", "log"},
+      {"show", "log"},
+      {"support", "reset"},
+      {"json"},
+      {"service"},
+      {"service", "Start"},
+      {"Service", "start"},
+      {"service", "start "},
+      {"service start"},
+      {"service", "reload"},
+      {"profile", "list"},
+      {"profile", "show", "X"},
+      {"list", "status"},
+      {"show", "status"},
+      {"list", "profile"},
+      {"list", "support"},
+      {"Usage"},
+      {"HELP"},
+      {"--help"},
+      {"Ravctl"},
+      {"Ravctl", "list", "profiles"},
+      {"ravctl", "ravctl"},
+      {"ravctl", "ravctl", "list", "profiles"},
+      {"--quiet", "list", "profiles"},
+      {"list", "--quiet", "profiles"},
+      {"", "list", "profiles"},
+      {"%n", "%s"},
+      {"json <object>"},
+      {"list", "profiles\n"},
+  };
+  for (const Words& words : cases) {
+    SCOPED_TRACE(testing::PrintToString(words));
+    int consumed = 77;
+    EXPECT_EQ(find(words, &consumed), nullptr);
+    EXPECT_EQ(consumed, -1);
+  }
+}
+
+TEST(FindCommand, EveryPrefixOfTheTwoWordNamesNamesNothing) {
+  for (const Expected& e : catalogue()) {
+    if (e.words.size() < 2) continue;
+    for (std::size_t length = 0; length < e.words[1].size(); ++length) {
+      if (e.words[0] == "json") continue;  // any second word will do
+      Words words = e.words;
+      words[1].resize(length);
+      EXPECT_EQ(find(words), nullptr) << testing::PrintToString(words);
+    }
+  }
+}
+
+}  // namespace

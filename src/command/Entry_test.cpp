@@ -1,0 +1,187 @@
+// The program as it is started: which words it takes, what it prints, how it exits.
+#include "command/Entry.h"
+
+#include "testing/HostTest.h"
+
+namespace {
+
+using Words = std::vector<std::string>;
+using EntryTest = HostTest;
+
+constexpr const char* noName = "invalid command name\n";
+constexpr const char* noArguments = "invalid command arguments\n";
+constexpr const char* usageText =
+    "ravctl usage:\n"
+    "    <command name> <command-specific params> [--quiet | --verbose]\n"
+    "    help\n"
+    "    help <category>\n"
+    "    help <command name>\n"
+    "    reference\n"
+    "    json <request object>\n";
+
+void expectRefused(const Words& words, const char* text) {
+  SCOPED_TRACE(testing::PrintToString(words).substr(0, 200));
+  const Outcome outcome = runRavctl(words);
+  EXPECT_EQ(outcome.out, text);
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(outcome.exitStatus, 1);
+}
+
+TEST_F(EntryTest, WithoutAWordTheUsageNamesTheProgramAsItWasCalled) {
+  for (const std::string argv0 : {"ravctl", "/usr/sbin/ravctl", "", "%s%n", "a\nb \xff"}) {
+    Start start;
+    start.argv0 = argv0;
+    const Outcome outcome = runRavctl({}, start);
+    EXPECT_EQ(outcome.out, "Usage: " + argv0 + " json <command request object>\n   or: " + argv0 +
+                               " <two-word command name> <command-specific params>\n   or: " + argv0 +
+                               " help   (for a command list and short summaries)\n");
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_EQ(outcome.exitStatus, 0);
+  }
+}
+
+TEST_F(EntryTest, AnEmptyArgumentVectorPrintsTheUsageToo) {
+  char* none[] = {nullptr};
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(runRavctl(0, none), 0);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "Usage: ravctl json <command request object>\n"
+            "   or: ravctl <two-word command name> <command-specific params>\n"
+            "   or: ravctl help   (for a command list and short summaries)\n");
+}
+
+TEST_F(EntryTest, TheProgramsOwnNameAloneIsTheUsageCommand) {
+  const Outcome outcome = runRavctl({"ravctl"});
+  EXPECT_EQ(outcome.out, usageText);
+  EXPECT_EQ(outcome.exitStatus, 0);
+}
+
+TEST_F(EntryTest, WordsThatNameNothingAreToldOnStandardOutput) {
+  expectRefused({"bogus"}, noName);
+  expectRefused({"profile", "create"}, noName);
+  expectRefused({"json"}, noName);
+  expectRefused({""}, noName);
+  expectRefused({"ravctl", "ravctl"}, noName);
+}
+
+TEST_F(EntryTest, WordsThatDoNotBindAreToldOnStandardOutputAndNothingRuns) {
+  host::writeFile("/etc/zuv/.systemctl", "");
+  host::installRecorder("/bin/systemctl", "/tmp/calls");
+  expectRefused({"service", "start", "now"}, noArguments);
+  expectRefused({"service", "start", "sys=systemd", "now"}, noArguments);
+  expectRefused({"profile", "create", "alpha"}, noArguments);
+  expectRefused({"profile", "rename", "alpha"}, noArguments);
+  expectRefused({"list", "profiles", "--verbose", "x"}, noArguments);
+  expectRefused({"list", "log", "x", "max_lines=many"}, noArguments);
+  EXPECT_FALSE(host::exists("/tmp/calls"));
+  EXPECT_EQ(host::tree("/etc/zuv/profiles"), "");
+}
+
+TEST_F(EntryTest, ACommandThatRanExitsWith0WhateverBecameOfIt) {
+  const Outcome outcome = runRavctl({"profile", "details", "nobody"});
+  EXPECT_EQ(outcome.out, "status_text: profile not found\nstatus_code: 0x12001001\n");
+  EXPECT_EQ(outcome.exitStatus, 0);
+}
+
+TEST_F(EntryTest, ModeWordsMayStandAnywhereBehindTheName) {
+  const struct {
+    Words words;
+    const char* out;
+  } cases[] = {
+      {{"usage", "--quiet"}, ""},
+      {{"usage", "--verbose"}, "method: usage\nstatus_text: success\nstatus_code: 0x00000001\n"},
+      {{"usage", "--verbose", "--quiet"}, ""},
+      {{"usage", "--quiet", "--json", "--verbose"}, "method: usage\nstatus_text: success\nstatus_code: 0x00000001\n"},
+      {{"ravctl", "usage", "--text"}, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.words));
+    EXPECT_EQ(runRavctl(c.words).out, std::string(c.out) + usageText);
+  }
+  EXPECT_EQ(runRavctl({"profile", "details", "nobody", "--quiet"}).out, "status_code: 0x12001001\n");
+  EXPECT_EQ(runRavctl({"profile", "details", "nobody", "--verbose"}).out,
+            "method: profile details\nstatus_text: profile not found\nstatus_code: 0x12001001\n");
+}
+
+TEST_F(EntryTest, JsonAndTextAreAcceptedAndChangeNothing) {
+  for (const char* word : {"--json", "--text"}) {
+    const Outcome outcome = runRavctl({"profile", "details", "nobody", word});
+    EXPECT_EQ(outcome.out, "status_text: profile not found\nstatus_code: 0x12001001\n");
+    EXPECT_EQ(outcome.exitStatus, 0);
+  }
+}
+
+TEST_F(EntryTest, AProfileMayBeNamedLikeAModeWord) {
+  host::makeProfile("profile-1", "--quiet");
+  host::makeActive("profile-1");
+  EXPECT_EQ(runRavctl({"profile", "rename", "--quiet", "new_name=x"}).out, "profile_name: x\n");
+  EXPECT_EQ(runRavctl({"profile", "rename", "--quiet", "new_name=y"}).out, "status_code: 0x12001001\n");
+}
+
+TEST_F(EntryTest, SilentlyAcceptedWordsMeanNothing) {
+  const Outcome outcome =
+      runRavctl({"list", "profiles", "", "=x", "command_name=x", "auth=a", "requestID=1", "output=f"});
+  EXPECT_EQ(outcome.out, runRavctl({"list", "profiles"}).out);
+  EXPECT_EQ(outcome.exitStatus, 0);
+}
+
+// --- Words of any kind
+
+TEST_F(EntryTest, NoWordReachesAFormat) {
+  for (const std::string word : {"%n", "%s%s%s%s%s%s%s%s%n", "%99999999d", "%1$n", "%*.*f"}) {
+    expectRefused({word}, noName);
+    expectRefused({"service", "start", word}, noArguments);
+    expectRefused({"service", "start", word + "=" + word}, noArguments);
+    expectRefused({"list", "log", "x", "max_lines=" + word}, noArguments);
+    EXPECT_EQ(runRavctl({"profile", "details", word}).out, "status_text: profile not found\nstatus_code: 0x12001001\n");
+    EXPECT_EQ(runRavctl({"json", word}).out, "subcommand:\n");
+    EXPECT_EQ(runRavctl({"help", word}).out.substr(0, 34 + word.size()),
+              "ravctl help: nothing found for '" + word + "'\n");
+    host::reset();
+    host::makeProfile("profile-1", "lab");
+    host::makeActive("profile-1");
+    EXPECT_EQ(runRavctl({"profile", "rename", "lab", "new_name=" + word}).out, "profile_name: " + word + "\n");
+    EXPECT_EQ(runRavctl({"list", "profiles"}).out, "profile-1\t'" + word + "'\ncurrent_name: " + word + "\n");
+  }
+}
+
+TEST_F(EntryTest, WordsMayHoldAnyByte) {
+  std::string bytes;
+  for (int byte = 1; byte < 256; ++byte) bytes += static_cast<char>(byte);
+  expectRefused({bytes}, noName);
+  expectRefused({"service", "start", bytes}, noArguments);
+  EXPECT_EQ(runRavctl({"json", bytes}).out, "subcommand:\n");
+  EXPECT_EQ(runRavctl({"profile", "details", bytes}).out, "status_text: profile not found\nstatus_code: 0x12001001\n");
+}
+
+TEST_F(EntryTest, WordsMayBeVeryLong) {
+  const std::string huge(131'000, 'x');  // the system itself takes no longer word
+  expectRefused({huge}, noName);
+  expectRefused({"service", huge}, noName);
+  expectRefused({"service", "start", huge}, noArguments);
+  expectRefused({"service", "start", "sys=x", huge + "=x"}, noArguments);
+  EXPECT_EQ(runRavctl({"json", huge}).out, "subcommand:\n");
+  EXPECT_EQ(runRavctl({"json", std::string(131'000, '[')}).out, "subcommand:\n");
+  EXPECT_EQ(runRavctl({"profile", "details", huge}).out, "status_text: profile not found\nstatus_code: 0x12001001\n");
+}
+
+TEST_F(EntryTest, ThereMayBeManyWords) {
+  Words same = {"list", "profiles"};
+  Words keys = {"list", "profiles"};
+  Words modes = {"usage"};
+  for (int i = 0; i < 10'000; ++i) {
+    same.push_back("requestID=" + std::to_string(i));
+    keys.push_back("key" + std::to_string(i));
+    modes.push_back(i % 2 == 0 ? "--quiet" : "--verbose");
+  }
+  EXPECT_EQ(runRavctl(same).out, runRavctl({"list", "profiles"}).out);
+  expectRefused(keys, noArguments);
+  expectRefused(Words(10'000, "bogus"), noName);
+  EXPECT_EQ(runRavctl(modes).out,
+            std::string("method: usage\nstatus_text: success\nstatus_code: 0x00000001\n") + usageText);
+  Words help(10'000, "profile");
+  help[0] = "help";
+  EXPECT_EQ(runRavctl(help).exitStatus, 0);
+}
+
+}  // namespace

@@ -1,0 +1,459 @@
+#include "command/HelpCommands.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <iterator>
+
+#include "command/Catalogue.h"
+#include "testing/Matchers.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+using Words = std::vector<std::string>;
+
+Lines linesOf(RavctlCommandInstance& command) {
+  command.run();
+  EXPECT_THAT(command.status().status(), HasCode(status::success));
+  Lines lines;
+  renderOutput(command, lines);
+  return lines;
+}
+
+// `words` follow "help".
+Lines help(Words words, const CommandTable& table = commandTable()) {
+  words.insert(words.begin(), "help");
+  Hipcmd_SimpleHelp command(words, table);
+  return linesOf(command);
+}
+
+const Lines summary = {
+    "Look up commands by category:",
+    "    'help profile' for managing your HIP profiles",
+    "    'help service' for starting and stopping HIP processes",
+    "    'help list' to display details of various things",
+    "    'help log' to display or manage log files",
+    "    'help support' for advanced operations commands",
+    "Try 'reference' for the complete list of all commands, or start with these common ones:",
+    "    'profile activate' designates which profile is currently active",
+    "    'profile create' makes a new profile",
+    "    'profile delete' removes a profile",
+    "    'profile rename' changes the user-friendly name attached to a profile",
+    "    'service start' runs the HIP background process",
+    "    'service stop' ends the background process",
+    "    'list profiles' provides a list of the configured profiles",
+};
+
+Lines notFound(const std::string& words) {
+  Lines lines = {"ravctl help: nothing found for '" + words + "'"};
+  lines.insert(lines.end(), summary.begin(), summary.end());
+  return lines;
+}
+
+// --- usage
+
+TEST(Usage, PrintsItsLines) {
+  Hipcmd_Usage command;
+  EXPECT_EQ(linesOf(command), (Lines{
+                                  "ravctl usage:",
+                                  "    <command name> <command-specific params> [--quiet | --verbose]",
+                                  "    help",
+                                  "    help <category>",
+                                  "    help <command name>",
+                                  "    reference",
+                                  "    json <request object>",
+                              }));
+}
+
+// --- help
+
+TEST(Help, WithoutFurtherWordsIsTheSummary) { EXPECT_EQ(help({}), summary); }
+
+TEST(Help, IsQuietByConstructionAndNoOtherIs) {
+  EXPECT_TRUE(Hipcmd_SimpleHelp({"help"}, commandTable()).mode().quiet);
+  EXPECT_FALSE(Hipcmd_Usage().mode().quiet);
+  EXPECT_FALSE(Hipcmd_ReferenceHelp(commandTable()).mode().quiet);
+}
+
+TEST(Help, MadeWithoutAnyWordIsTheSummary) {
+  Hipcmd_SimpleHelp command({}, commandTable());
+  EXPECT_EQ(linesOf(command), summary);
+}
+
+TEST(Help, ACategoryListsItsCommandsUnderItsCanonicalName) {
+  const struct {
+    Words words;
+    Lines lines;
+  } cases[] = {
+      {{"profile", "profiles"},
+       {
+           "ravctl help for 'profile' commands:",
+           "    'profile activate' designates which profile is currently active",
+           "    'profile create' makes a new profile",
+           "    'profile delete' removes a profile",
+           "    'profile rename' changes the user-friendly name attached to a profile",
+           "    'profile modify' changes any of the profile details",
+           "    'profile details' displays configured profile settings",
+       }},
+      {{"service", "services"},
+       {
+           "ravctl help for 'service' commands:",
+           "    'service start' runs the HIP background process",
+           "    'service stop' ends the background process",
+           "    'service restart' stops and restarts the background process",
+           "    'service status' displays the current process status",
+       }},
+      {{"list", "show"},
+       {
+           "ravctl help for 'list' commands:",
+           "    'list profiles' displays a list of the configured profiles",
+           "    'list interfaces' displays network interfaces available on the machine",
+           "    'list versions' displays version numbers for the software",
+           "    'list log' displays an excerpt of the active HIP log",
+       }},
+      {{"log"}, {"ravctl help for 'log' commands:", "    'list log' displays an excerpt of the active HIP log"}},
+      {{"support"},
+       {
+           "ravctl help for 'support' commands:",
+           "    'support reset' clean temporary data from a profile",
+           "    'support bundle' generate a support bundle",
+       }},
+      {{"json"},
+       {
+           "ravctl help for 'json' commands:",
+           "",
+           "NAME",
+           "        json <object> - Executes a command given in JSON form.",
+           "",
+           "USAGE",
+           "        json <object> <json object>",
+           "",
+           "PARAMETERS",
+       }},
+      {{"internal"}, {"ravctl help for 'internal' commands:"}},
+  };
+  for (const auto& c : cases) {
+    for (const std::string& word : c.words) {
+      SCOPED_TRACE(word);
+      EXPECT_EQ(help({word}), c.lines);
+      EXPECT_EQ(help({word, "nothing of it"}), c.lines);
+      EXPECT_EQ(help({"--quiet", word, "--text"}), c.lines);
+    }
+  }
+}
+
+TEST(Help, TwoWordsThatNameACommandGiveItsEntry) {
+  const struct {
+    const char* why;
+    Words words;
+    Lines lines;
+  } cases[] = {
+      {"parameters, required and not",
+       {"profile", "create"},
+       {
+           "ravctl help for command: profile create",
+           "",
+           "NAME",
+           "        profile create - Creates a new profile.   The name and helmsor settings are required.",
+           "",
+           "USAGE",
+           "        profile create <new profile name> [allow_rename=<boolean>] helmsor=<addr:port> "
+           "[network=<interface | auto>] [invitation=<invitation>] "
+           "[log_level=<info | warn | error | debug | trace>] [sys=<sys-impl>] [activate]",
+           "",
+           "PARAMETERS",
+           "        allow_rename: boolean",
+           "        helmsor: helmsor address, in host:port form",
+           "        network: network interface",
+           "        invitation: invitation code",
+           "        log_level: log level",
+           "        sys: sys impl name",
+           "        activate: single word",
+       }},
+      {"no parameters, but results",
+       {"list", "versions"},
+       {
+           "ravctl help for command: list versions",
+           "",
+           "NAME",
+           "        list versions - Displays version numbers for various pieces of the installed HIP application.",
+           "",
+           "USAGE",
+           "        list versions",
+           "",
+           "PARAMETERS",
+       }},
+      {"no results",
+       {"service", "restart"},
+       {
+           "ravctl help for command: service restart",
+           "",
+           "NAME",
+           "        service restart - Stops the zuv-hipd background process if it is running, and then starts it up "
+           "again.",
+           "",
+           "USAGE",
+           "        service restart [sys=<sys-impl>] [full]",
+           "",
+           "PARAMETERS",
+           "        sys: sys impl name",
+           "        full: single word",
+           "",
+           " <no additional result data>",
+       }},
+      {"neither",
+       {"profile", "delete"},
+       {
+           "ravctl help for command: profile delete",
+           "",
+           "NAME",
+           "        profile delete - Removes a profile.",
+           "",
+           "USAGE",
+           "        profile delete <profile name>",
+           "",
+           "PARAMETERS",
+           "",
+           " <no additional result data>",
+       }},
+      {"a suffix in the usage line alone, and an integer",
+       {"list", "log"},
+       {
+           "ravctl help for command: list log",
+           "",
+           "NAME",
+           "        list log - Displays an extract from the hip.log file for the given profile.",
+           "",
+           "USAGE",
+           "        list log <profile name> [max_lines=<integer>] "
+           "[log_level=<info | warn | error | debug | trace>]",
+           "",
+           "PARAMETERS",
+           "        max_lines: integer",
+           "        log_level: log level",
+       }},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    EXPECT_EQ(help(c.words), c.lines);
+    Words longer = c.words;
+    longer.insert(longer.end(), {"lab", "x=y"});
+    EXPECT_EQ(help(longer), c.lines);
+  }
+}
+
+TEST(Help, TheLongestMatchWins) {
+  const struct {
+    Words words;
+    const char* heading;
+  } cases[] = {
+      {{"list", "profiles"}, "ravctl help for command: list profiles"},
+      {{"show", "profiles"}, "ravctl help for command: list profiles"},
+      {{"show", "interfaces"}, "ravctl help for command: list interfaces"},
+      {{"show", "versions"}, "ravctl help for command: list versions"},
+      {{"show", "log"}, "ravctl help for command: list log"},
+      {{"service", "bounce"}, "ravctl help for command: service restart"},
+      {{"support", "bundle"}, "ravctl help for command: support bundle"},
+      {{"list", "status"}, "ravctl help for 'list' commands:"},
+      {{"profile", "show"}, "ravctl help for 'profile' commands:"},
+      {{"profiles", "create"}, "ravctl help for 'profile' commands:"},
+      {{"log", "list"}, "ravctl help for 'log' commands:"},
+      {{"json", "<object>"}, "ravctl help for 'json' commands:"},
+      {{"usage"}, "ravctl help for command: usage"},
+      {{"help"}, "ravctl help for command: help"},
+      {{"reference"}, "ravctl help for command: reference"},
+      {{"usage", "profile"}, "ravctl help for command: usage"},
+      {{"help", "profile"}, "ravctl help for command: help"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.words));
+    EXPECT_EQ(help(c.words).front(), c.heading);
+  }
+}
+
+TEST(Help, TheCommandsOfOneWordHaveEntriesToo) {
+  EXPECT_EQ(help({"help"}), (Lines{
+                                "ravctl help for command: help",
+                                "",
+                                "NAME",
+                                "        help - Displays the commands by category, or the entry of one command.",
+                                "",
+                                "USAGE",
+                                "        help [<category> | <command name>]",
+                                "",
+                                "PARAMETERS",
+                            }));
+}
+
+TEST(Help, OutputModeWordsAreNoHelpWords) {
+  EXPECT_EQ(help({"--quiet"}), summary);
+  EXPECT_EQ(help({"--json", "--text", "--verbose"}), summary);
+  EXPECT_EQ(help({"--verbose", "service", "--quiet", "stop"}).front(), "ravctl help for command: service stop");
+}
+
+TEST(Help, WhatIsNotFoundIsNamedAboveTheSummary) {
+  const struct {
+    Words words;
+    const char* named;
+  } cases[] = {
+      {{"bogus"}, "bogus"},
+      {{"bogus", "words", "more"}, "bogus words"},
+      {{"Profile"}, "Profile"},
+      {{"PROFILE", "create"}, "PROFILE create"},
+      {{"profile create"}, "profile create"},
+      {{"logs"}, "logs"},
+      {{"interfaces"}, "interfaces"},
+      {{"json <object>"}, "json <object>"},
+      {{""}, ""},
+      {{"", ""}, " "},
+      {{"%n%s"}, "%n%s"},
+      {{"\xff\n"}, "\xff\n"},
+      {{"bogus", "--quiet", "x"}, "bogus x"},
+      {{"--Quiet"}, "--Quiet"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.words));
+    EXPECT_EQ(help(c.words), notFound(c.named));
+  }
+}
+
+TEST(Help, VerboseBringsTheStatusLines) {
+  Hipcmd_SimpleHelp command({"help", "internal", "--verbose"}, commandTable());
+  EXPECT_TRUE(command.mode().take("--verbose"));  // as binding does
+  EXPECT_EQ(linesOf(command), (Lines{"method: help", "status_text: success", "status_code: 0x00000001",
+                                     "ravctl help for 'internal' commands:"}));
+}
+
+// The pages cannot name what the program does not have, nor forget what it has.
+TEST(Help, EveryCommandOfTwoWordsStandsOnACategoryPageUnderItsOwnName) {
+  Lines listed;
+  for (const char* category : {"profile", "service", "list", "support"}) {
+    const Lines page = help({category});
+    for (std::size_t i = 1; i < page.size(); ++i) listed.push_back(page[i].substr(5, page[i].find('\'', 5) - 5));
+  }
+  Lines expected;
+  for (const CommandRow& row : commandTable()) {
+    if (row.form == CommandForm::twoWords || row.form == CommandForm::twoWordsAndName)
+      expected.emplace_back(row.method);
+  }
+  std::sort(listed.begin(), listed.end());
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(listed, expected);
+}
+
+// --- Entries of any command
+
+class Everything : public RavctlCommandInstance {
+ public:
+  Everything() : RavctlCommandInstance("do everything") {
+    takes({&requiredText_, &number_, &hidden_, &requiredWord_, &word_, &network_, &profile_, &auth_});
+  }
+  void execute(StatusCodeResultField&) override {}
+
+ private:
+  StringParam requiredText_{"text", Need::required};
+  IntParam number_{"number", Need::optional, 1};
+  StringParam hidden_{"hidden", Need::required, Show::hidden};
+  SingleWordParam requiredWord_{"must", Need::required};
+  SingleWordParam word_{"may"};
+  OptionalNetworkParam network_;
+  OptionalProfileParam profile_;
+  AuthParam auth_;
+};
+
+std::unique_ptr<RavctlCommandInstance> makeEverything(const std::string&, const std::vector<std::string>&) {
+  return std::make_unique<Everything>();
+}
+
+constexpr CommandRow everythingRow[] = {
+    {"do everything", CommandForm::twoWords, " <summary>", " <usage>", "Does %s.", makeEverything}};
+constexpr CommandTable everythingTable = {everythingRow, 1, nullptr, 0};
+
+const Lines everythingEntry = {
+    "",
+    "NAME",
+    "        do everything - Does %s.",
+    "",
+    "USAGE",
+    "        do everything <usage> text=<string> [number=<integer>] must [may] [network=<interface | auto>] "
+    "[profile=<string>] [auth=<auth string>]",
+    "",
+    "PARAMETERS",
+    "        text: string",
+    "        number: integer",
+    "        must: single word",
+    "        may: single word",
+    "        network: network interface",
+    "        profile: profile name",
+    "        auth: auth string",
+    "",
+    " <no additional result data>",
+};
+
+TEST(Help, AnEntryIsMadeOfTheRowAndTheListedParameters) {
+  Lines expected = {"ravctl help for command: do everything"};
+  expected.insert(expected.end(), everythingEntry.begin(), everythingEntry.end());
+  EXPECT_EQ(help({"do", "everything"}, everythingTable), expected);
+}
+
+// --- reference
+
+const Lines standardFields = {
+    "",
+    "Commands also return standard fields for result status:",
+    "  method: <string, the name of the method invoked>",
+    "  status_code: <integer, a code giving the specific result>",
+    "  status_text: <string, readable explanatory text for the status>",
+    "  status_details: <optional string, more detail about the status code>",
+    "  status_context: <optional string, detail about where an error occurred>",
+    "Commands that return profile details do so with this set of fields:",
+    "  profile_name: <string, the common name of the profile>",
+    "  profile_dir: <string, the subdirectory in which the profile is stored>",
+    "  network: <string, the name of the underlay interface>",
+    "  deviceID: <string, the device ID for a managed profile",
+    "  overlay_device_ip: <string, the IP address on the overlay network>",
+    "  overlay_mask: <string, the subnet mask for this HIP service>",
+    "  invitation: <string, a code used when creating the profile>",
+    "  helmsor: <string in host:port form, the Helmsor address>",
+    "  networks: <local interfaces suitable for use as the underlay network>",
+};
+
+TEST(Reference, IsEveryEntryAndThenTheStandardFields) {
+  Hipcmd_ReferenceHelp command(everythingTable);
+  Lines expected = everythingEntry;
+  expected.insert(expected.end(), standardFields.begin(), standardFields.end());
+  EXPECT_EQ(linesOf(command), expected);
+}
+
+TEST(Reference, PrintsTheEntriesThatHelpPrintsInTheirOrder) {
+  Lines expected;
+  for (const Words& words : {Words{"profile", "create"},
+                             {"profile", "modify"},
+                             {"profile", "details"},
+                             {"profile", "activate"},
+                             Words{"profile", "delete"},
+                             {"profile", "rename"},
+                             {"support", "reset"},
+                             {"list", "log"},
+                             Words{"list", "interfaces"},
+                             {"list", "versions"},
+                             {"list", "profiles"},
+                             {"service", "start"},
+                             Words{"service", "stop"},
+                             {"service", "restart"},
+                             {"service", "status"},
+                             {"support", "bundle"},
+                             Words{"json"},
+                             {"usage"},
+                             {"help"},
+                             {"reference"}}) {
+    const Lines page = help(words);
+    expected.insert(expected.end(), page.begin() + 1, page.end());
+  }
+  expected.insert(expected.end(), standardFields.begin(), standardFields.end());
+  Hipcmd_ReferenceHelp command(commandTable());
+  EXPECT_EQ(linesOf(command), expected);
+}
+
+}  // namespace

@@ -1,0 +1,7 @@
+#include "base/Process.h"
+#include "command/Entry.h"
+
+int main(int argc, char** argv) {
+  prepareProcess();
+  return runRavctl(argc, argv);
+}

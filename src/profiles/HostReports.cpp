@@ -1,0 +1,31 @@
+#include "profiles/HostReports.h"
+
+#include <utility>
+
+#include "base/FileUtils.h"
+#include "base/StringUtils.h"
+#include "profiles/ConfigControl.h"
+#include "profiles/ProfileStore.h"
+
+namespace {
+constexpr const char* version = "2.2";
+}
+
+Hipcmd_GetInterfaces::Hipcmd_GetInterfaces() : RavctlCommandInstance("list interfaces") { reports({&interfaces_}); }
+
+void Hipcmd_GetInterfaces::execute(StatusCodeResultField& status) {
+  status.set(ConfigControl::read_networks(interfaces_.list()) ? status::success : status::getifaddrsError);
+}
+
+Hipcmd_GetVersions::Hipcmd_GetVersions() : RavctlCommandInstance("list versions") {
+  reports({&hipappVersion_, &ravctlVersion_});
+}
+
+void Hipcmd_GetVersions::execute(StatusCodeResultField& status) {
+  ravctlVersion_.set(version);
+  std::string revision;
+  const std::string file = StringUtils::joinPath({ProfileStore::factoryDir(), "firmware_revision"});
+  const bool read = FileUtils::readFirstLine(file, revision).isSuccess();
+  hipappVersion_.set(read ? std::move(revision) : version);
+  status.set(status::success);
+}

@@ -1,0 +1,95 @@
+#include "profiles/ProfileChangeCommands.h"
+
+#include <optional>
+#include <utility>
+
+#include "command/Authorization.h"
+#include "profiles/ProfileChanges.h"
+
+namespace {
+
+// First thing in the commands that elect an active profile when there is none; without authorization nothing is
+// elected, and the operation tells so.
+void electWhenAuthorized() {
+  if (isAuthorized()) {
+    (void)ProfileControl::ensureActiveProfile();  // the command goes on and fails, or not, by its own rules
+  }
+}
+
+std::optional<std::string> given(const TextParam& param) {
+  return param.hasValue() ? std::optional<std::string>(param.value()) : std::nullopt;
+}
+
+}  // namespace
+
+Hipcmd_ModifyProfile::Hipcmd_ModifyProfile(std::string_view selector)
+    : RavctlCommandInstance("profile modify"), profile_(Show::hidden, selector) {
+  takes({&profile_, &newName_, &helmsor_, &network_, &invitation_, &logLevel_, &sys_, &activate_});
+  reports({&details_});
+}
+
+void Hipcmd_ModifyProfile::execute(StatusCodeResultField& status) {
+  electWhenAuthorized();
+  ProfileChanges::Modification wanted;
+  wanted.newName = given(newName_);
+  wanted.hasHelmsor = helmsor_.hasValue();
+  wanted.helmsorHost = helmsor_.host();
+  wanted.helmsorPort = helmsor_.port();
+  wanted.network = given(network_);
+  wanted.invitation = given(invitation_);
+  wanted.logLevel = given(logLevel_);
+  wanted.initSystem = sys_.resolved();
+  wanted.activate = activate_.isPresent();
+  status.set(ProfileChanges::modifyProfile(profile_.value(), wanted, details_.details()));
+  if (mode().quiet) details_.clear();
+}
+
+Hipcmd_ActivateProfile::Hipcmd_ActivateProfile(std::string_view selector)
+    : RavctlCommandInstance("profile activate"), profile_(Show::hidden, selector) {
+  takes({&profile_, &sys_});
+  reports({&profileName_});
+}
+
+void Hipcmd_ActivateProfile::execute(StatusCodeResultField& status) {
+  std::string name;
+  status.set(ProfileChanges::activateProfile(profile_.value(), sys_.resolved(), name));
+  profileName_.set(std::move(name));
+}
+
+Hipcmd_DeleteProfile::Hipcmd_DeleteProfile(std::string_view selector)
+    : RavctlCommandInstance("profile delete"), profile_(Show::hidden, selector) {
+  takes({&profile_});
+}
+
+void Hipcmd_DeleteProfile::execute(StatusCodeResultField& status) {
+  Status deleted = ProfileChanges::deleteProfile(profile_.value());
+  if (deleted.isSuccess()) {
+    (void)ProfileControl::ensureActiveProfile();  // the profile is deleted, whether or not another becomes active
+  }
+  status.set(std::move(deleted));
+}
+
+Hipcmd_RenameProfile::Hipcmd_RenameProfile(std::string_view selector)
+    : RavctlCommandInstance("profile rename"), profile_(Show::hidden, selector) {
+  takes({&profile_, &newName_});
+  reports({&profileName_});
+}
+
+void Hipcmd_RenameProfile::execute(StatusCodeResultField& status) {
+  electWhenAuthorized();
+  std::string name;
+  status.set(ProfileChanges::renameProfile(profile_.value(), newName_.value(), name));
+  profileName_.set(std::move(name));
+}
+
+Hipcmd_ProfileReset::Hipcmd_ProfileReset(std::string_view selector)
+    : RavctlCommandInstance("support reset"), profile_(Show::hidden, selector) {
+  takes({&profile_});
+  reports({&reset_});
+}
+
+void Hipcmd_ProfileReset::execute(StatusCodeResultField& status) {
+  std::string name;
+  status.set(ProfileChanges::resetProfile(profile_.value(), name));
+  reset_.set(std::move(name));
+}

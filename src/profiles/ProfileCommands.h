@@ -1,0 +1,78 @@
+// The commands that show and make profiles. What they do is in ProfileControl.h; here are their words and their
+// results.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "command/CommandCore.h"
+#include "command/SysImplParam.h"
+#include "profiles/ProfileControl.h"
+
+// The details of a profile as bare "key=value" lines without a heading. An empty invitation or Helmsor address is left
+// out, other empty values are not; a record that was never filled renders nothing.
+class ProfileDetailsResultField : public ResultParamBase {
+ public:
+  ProfileDetailsResultField() : ResultParamBase("details") {}
+  void render(ValueBinder& sink) const override;
+  void typeWord(std::string& word) const override { word = "profile-details"; }
+  ProfileDetails& details() { return details_; }
+  void clear() { details_ = ProfileDetails(); }
+
+ private:
+  ProfileDetails details_;
+};
+
+// list profiles, show profiles
+class Hipcmd_GetProfiles : public RavctlCommandInstance {
+ public:
+  // Two lists of equal length in the order of the names; a line each: directory name, a tab, the name in single quotes.
+  class ProfileListResultField : public ResultParamBase {
+   public:
+    ProfileListResultField() : ResultParamBase("_profiles") {}
+    void render(ValueBinder& sink) const override;
+    void typeWord(std::string& word) const override { word = "profile-list"; }
+    std::vector<std::string> names;
+    std::vector<std::string> dirnames;
+  };
+
+  Hipcmd_GetProfiles();
+  void execute(StatusCodeResultField& status) override;
+
+ private:
+  ProfileListResultField profiles_;
+  StringResult currentDir_{"current_dir"};  // this and the root only when verbose
+  StringResult currentName_{"current_name"};
+  StringResult rootDir_{"root_dir"};
+};
+
+// profile details SELECTOR
+class Hipcmd_ShowProfile : public RavctlCommandInstance {
+ public:
+  explicit Hipcmd_ShowProfile(std::string_view selector);
+  void execute(StatusCodeResultField& status) override;
+
+ private:
+  OptionalProfileParam profile_;
+  ProfileDetailsResultField details_;
+};
+
+// profile create NAME helmsor=...
+class Hipcmd_CreateProfile : public RavctlCommandInstance {
+ public:
+  explicit Hipcmd_CreateProfile(std::string_view name);
+  void execute(StatusCodeResultField& status) override;
+
+ private:
+  StringParam newName_;
+  BoolParam allowRename_{"allow_rename", Need::optional, true};
+  HelmsorParam helmsor_{Need::required};
+  OptionalNetworkParam network_;
+  OptionalActivationParam invitation_;
+  OptionalLogLevelParam logLevel_;  // accepted, and deliberately not written
+  SysImplParam sys_;
+  SingleWordParam activate_{"activate"};
+  ProfileDetailsResultField details_;
+  StringResult profileName_{"profile_name"};
+};

@@ -1,0 +1,246 @@
+#include "service/LogCommands.h"
+
+#include "testing/FaultInjector.h"
+#include "testing/HostTest.h"
+
+namespace {
+
+using testing::ElementsAre;
+using Words = std::vector<std::string>;
+
+constexpr const char* kLab = "/etc/zuv/profiles/profile-123123";
+
+// One active profile "lab" and another one, "home".
+class LogCommandsTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    if (IsSkipped()) return;
+    host::makeProfile("profile-123123", "lab");
+    host::makeProfile("profile-123124", "home");
+    host::makeActive("profile-123123");
+  }
+};
+
+// What the program prints for `list log` and these words.
+std::string listLog(const Words& words) {
+  Words all = {"list", "log"};
+  all.insert(all.end(), words.begin(), words.end());
+  const Outcome outcome = runRavctl(all);
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(outcome.exitStatus, 0);
+  return outcome.out;
+}
+
+void writeLog(const std::string& text) { host::writeFile(std::string(kLab) + "/hip.log", text); }
+
+std::string numbered(int first, int last) {
+  std::string text;
+  for (int n = first; n <= last; ++n) text += "line " + std::to_string(n) + "\n";
+  return text;
+}
+
+// --- list log
+
+TEST_F(LogCommandsTest, TheLogIsThatOfTheProfileThatWasMeant) {
+  writeLog("of lab\n");
+  host::writeFile("/etc/zuv/profiles/profile-123124/hip.log", "of home\n");
+  host::writeFile("/etc/zuv/profiles/.factory/hip.log", "of the template\n");
+  EXPECT_EQ(listLog({""}), "of lab\nprofile_name: lab\n");
+  EXPECT_EQ(listLog({"home"}), "of home\nprofile_name: home\n");
+  EXPECT_EQ(listLog({"nobody", "profile=home"}), "of home\nprofile_name: home\n");
+  EXPECT_EQ(listLog({"dir=profile-123124"}), "of home\nprofile_name: home\n");
+  EXPECT_EQ(listLog({".current"}), "of lab\nprofile_name: lab\n");
+  EXPECT_EQ(listLog({"--active"}), "of lab\nprofile_name: lab\n");
+  EXPECT_EQ(listLog({".factory"}), "of the template\nprofile_name: .factory\n");
+}
+
+TEST_F(LogCommandsTest, FiftyLinesAreShownWhenNothingElseIsAskedFor) {
+  writeLog(numbered(1, 60));
+  EXPECT_EQ(listLog({""}), numbered(11, 60) + "profile_name: lab\n");
+}
+
+TEST_F(LogCommandsTest, MaxLinesIsClamped) {
+  writeLog(numbered(1, 60));
+  EXPECT_EQ(listLog({"lab", "max_lines=3"}), numbered(58, 60) + "profile_name: lab\n");
+  EXPECT_EQ(listLog({"lab", "max_lines=0"}), "profile_name: lab\n");
+  EXPECT_EQ(listLog({"lab", "max_lines=-5"}), numbered(11, 60) + "profile_name: lab\n");
+  EXPECT_EQ(listLog({"lab", "max_lines=200000"}), numbered(1, 60) + "profile_name: lab\n");
+}
+
+TEST_F(LogCommandsTest, TheLevelIsAThreshold) {
+  writeLog("[TRACE] t\n[DEBUG] d\n[INFO] i\nplain\n[NOTICE] n\n[WARNING] w\n[ERROR] e\n[FATAL] f\n");
+  struct Case {
+    const char* level;
+    const char* shown;
+  };
+  const Case cases[] = {
+      {"", "[INFO] i\nplain\n[NOTICE] n\n[WARNING] w\n[ERROR] e\n[FATAL] f\n"},
+      {"trace", "[TRACE] t\n[DEBUG] d\n[INFO] i\nplain\n[NOTICE] n\n[WARNING] w\n[ERROR] e\n[FATAL] f\n"},
+      {"DEBUG", "[DEBUG] d\n[INFO] i\nplain\n[NOTICE] n\n[WARNING] w\n[ERROR] e\n[FATAL] f\n"},
+      {"notice", "[NOTICE] n\n[WARNING] w\n[ERROR] e\n[FATAL] f\n"},
+      {"Warn", "[WARNING] w\n[ERROR] e\n[FATAL] f\n"},
+      {"w~", "[WARNING] w\n[ERROR] e\n[FATAL] f\n"},
+      {"err", "[ERROR] e\n[FATAL] f\n"},
+      {"critical", "[FATAL] f\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.level);
+    EXPECT_EQ(listLog({"lab", std::string("log_level=") + c.level}), std::string(c.shown) + "profile_name: lab\n");
+  }
+}
+
+TEST_F(LogCommandsTest, AnInvalidLevelIsInfoWithoutANote) {
+  writeLog("[DEBUG] d\n[INFO] i\n");
+  for (const char* level : {"log_level=verbose", "log_level=warnings", "log_level=3"}) {
+    SCOPED_TRACE(level);
+    EXPECT_EQ(listLog({"lab", level}), "[INFO] i\nprofile_name: lab\n");
+  }
+}
+
+TEST_F(LogCommandsTest, WithoutALogThereIsOneLineAndNoProfileName) {
+  EXPECT_EQ(listLog({""}), "no logfile available for this profile\n");
+  EXPECT_EQ(listLog({"lab", "--verbose"}),
+            "method: list log\nstatus_text: success with warnings\nstatus_code: 0x00000002\n"
+            "no logfile available for this profile\n");
+}
+
+TEST_F(LogCommandsTest, ALogThatIsNoneCannotBeOpened) {
+  const std::string log = std::string(kLab) + "/hip.log";
+  const char* const cannot = "status_text: stdlib error: file open\nstatus_code: 0x14000005\n";
+  host::makeFifo(log);
+  EXPECT_EQ(listLog({""}), cannot);
+  host::remove(log);
+  host::makeDirs(log);
+  EXPECT_EQ(listLog({""}), cannot);
+  host::remove(log);
+  host::makeLink(log, log);
+  EXPECT_EQ(listLog({""}), cannot);
+  host::remove(log);
+  host::writeFile(log, "line\n", 0000);
+  Start bound;
+  bound.boundByModes = true;
+  EXPECT_EQ(runRavctl({"list", "log", ""}, bound).out, cannot);
+}
+
+TEST_F(LogCommandsTest, AnUnknownProfileIsTheStatusOfItsResolution) {
+  EXPECT_EQ(listLog({"nobody"}), "status_text: profile not found\nstatus_code: 0x12001001\n");
+  EXPECT_EQ(listLog({"dir=profile-9"}), "status_text: profile not found\nstatus_code: 0x12001001\n");
+  EXPECT_EQ(listLog({"dir="}), "status_text: invalid argument\nstatus_code: 0x10000003\n");
+  EXPECT_EQ(listLog({"dir=../profiles/profile-123124"}), "status_text: profile not found\nstatus_code: 0x12001001\n");
+}
+
+TEST_F(LogCommandsTest, WithoutAnActiveProfileThereIsNoLogAndNoneIsElected) {
+  host::remove(host::kCurrent);
+  const std::string before = host::tree("/etc/zuv");
+  EXPECT_EQ(listLog({""}), "no logfile available for this profile\n");
+  EXPECT_EQ(host::tree("/etc/zuv"), before);
+}
+
+TEST_F(LogCommandsTest, AHostileMarkerLeadsToNoLog) {
+  host::writeFile("/etc/zuv/hip.log", "secret\n");
+  host::writeFile("/etc/zuv/profiles/hip.log", "secret\n");
+  for (const std::string& name : {std::string("..\n"), std::string(".\n"), std::string("../zuv\n"), std::string("\n"),
+                                  std::string("profile-123123/../..\n"), std::string("pro\0file\n", 9)}) {
+    SCOPED_TRACE(host::quoted(name));
+    host::writeFile(host::kCurrent, name, 0666);
+    EXPECT_EQ(listLog({""}), "no logfile available for this profile\n");
+  }
+}
+
+TEST_F(LogCommandsTest, ALogNeedsNoAuthorization) {
+  SKIP_WITHOUT_OTHER_USERS();
+  writeLog("line\n");
+  host::setMode(std::string(kLab) + "/profile_name", 0644);
+  Start start;
+  start.uid = 1000;
+  EXPECT_EQ(runRavctl({"list", "log", ""}, start).out, "line\nprofile_name: lab\n");
+}
+
+TEST_F(LogCommandsTest, AReadErrorIsItsStatusAndShowsNoName) {
+  writeLog("line\n");
+  Hipcmd_GetHipLog command("dir=profile-123123");
+  FaultPlan plan;
+  plan.at = 1;
+  plan.calls = {"pread"};
+  const ArmedFaults armed(plan);
+  command.run();
+  EXPECT_THAT(command.status().status(), HasCode(status::readError));
+}
+
+TEST_F(LogCommandsTest, ALogOfTheRunningProfileIsAPlainSuccess) {
+  writeLog("line\n");
+  host::writeHeartbeat(kLab);
+  EXPECT_EQ(listLog({"lab", "--verbose"}),
+            "method: list log\nstatus_text: success\nstatus_code: 0x00000001\nline\nprofile_name: lab\n");
+}
+
+// --- service status
+
+std::string serviceStatus() {
+  const Outcome outcome = runRavctl({"service", "status"});
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(outcome.exitStatus, 0);
+  return outcome.out;
+}
+
+constexpr const char* kDown = "running: false\nhelmsor: false\ntunnel: false\n";
+
+TEST_F(LogCommandsTest, TheStatusIsThatOfTheActiveProfile) {
+  host::writeHeartbeat("/etc/zuv/profiles/profile-123124");
+  EXPECT_EQ(serviceStatus(), kDown);
+  host::makeActive("profile-123124");
+  EXPECT_EQ(serviceStatus(), "running: true\nhelmsor: true\ntunnel: true\n");
+}
+
+TEST_F(LogCommandsTest, UnknownShowsAsFalse) {
+  const std::string file = std::string(kLab) + "/hipvars.txt";
+  const std::string now = std::to_string(::time(nullptr));
+  host::writeFile(file, "uptime.now=" + now + "\n");
+  EXPECT_EQ(serviceStatus(), kDown) << "running is unknown";
+  host::writeFile(file, "uptime.now=" + now + "\nuptime.started=" + now + "\nhipd_state=\npeers.count=3\n");
+  EXPECT_EQ(serviceStatus(), "running: true\nhelmsor: false\ntunnel: false\n") << "just started";
+  host::writeFile(file, "uptime.now=" + now + "\nuptime.started=1\nhipd_state=\npeers.count=3\n");
+  EXPECT_EQ(serviceStatus(), "running: true\nhelmsor: false\ntunnel: true\n");
+  host::writeFile(file, "uptime.now=" + now + "\nuptime.started=1\nhipd_state=\nhelmsor.up=true\n");
+  EXPECT_EQ(serviceStatus(), "running: true\nhelmsor: true\ntunnel: false\n");
+}
+
+TEST_F(LogCommandsTest, WithoutAnActiveProfileNothingRuns) {
+  host::writeHeartbeat(kLab);
+  host::writeFile("/etc/zuv/profiles/hipvars.txt", host::readFile(std::string(kLab) + "/hipvars.txt"));
+  for (const char* name : {"", "\n", ".\n", "..\n", "profile-9\n", "profile-123124/../profile-123123\n"}) {
+    SCOPED_TRACE(name);
+    host::writeFile(host::kCurrent, name, 0666);
+    EXPECT_EQ(serviceStatus(), kDown);
+  }
+  host::remove(host::kCurrent);
+  EXPECT_EQ(serviceStatus(), kDown);
+  host::makeDirs(host::kCurrent);
+  EXPECT_EQ(serviceStatus(), kDown);
+}
+
+TEST_F(LogCommandsTest, AStatusThatCannotBeToldShowsNoFields) {
+  const std::string file = std::string(kLab) + "/hipvars.txt";
+  host::writeHeartbeat(kLab);
+  Hipcmd_ShowStatus command;
+  FaultPlan plan;
+  plan.calls = {"openat"};
+  std::size_t opened = 0;
+  {
+    const ArmedFaults counted(plan);
+    Hipcmd_ShowStatus().run();
+    opened = counted.count();
+  }
+  plan.before = [&](std::size_t number) {
+    if (number == opened) host::writeFile(file, "");
+  };
+  const ArmedFaults armed(plan);
+  command.run();
+  EXPECT_THAT(command.status().status(), HasCode(status::applicationError));
+  std::vector<std::string> lines;
+  renderOutput(command, lines);
+  EXPECT_THAT(lines, ElementsAre("status_text: application error", "status_code: 0x12000001"));
+}
+
+}  // namespace

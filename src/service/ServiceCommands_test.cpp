@@ -1,0 +1,154 @@
+#include "service/ServiceCommands.h"
+
+#include "command/AppStatusCodes.h"
+#include "command/Authorization.h"
+#include "json/JsonModel.h"
+#include "testing/FaultInjector.h"
+#include "testing/HostTest.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Words = std::vector<std::string>;
+
+constexpr const char* kCalls = "/tmp/calls";
+constexpr const char* kSystemctl = "/usr/bin/systemctl";
+
+class ServiceCommandsTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    setAuthorizationMode(authorizationAlways);
+  }
+  void TearDown() override { setAuthorizationMode(authorizationNever); }
+};
+
+// Binds the words that follow the command's name and runs it.
+template <typename Command>
+Status run(const Words& words = {}) {
+  Command command;
+  ScopedJson array(json::makeArray());
+  for (const std::string& word : words) json::append(array.get(), json::makeString(word));
+  EXPECT_THAT(bindCommandWords(command, array.get(), 0), HasCode(status::success));
+  command.run();
+  return command.status().status();
+}
+
+std::string calls() { return host::exists(kCalls) ? host::readFile(kCalls) : ""; }
+
+void installAllTools() {
+  for (const char* path : {"/usr/bin/systemctl", "/etc/init.d/hip", "/usr/bin/killall", "/usr/sbin/initctl"}) {
+    host::installRecorder(path, kCalls);
+  }
+}
+
+TEST_F(ServiceCommandsTest, EachCommandRunsItsOperation) {
+  installAllTools();
+  EXPECT_THAT(run<Hipcmd_ServiceStart>({"sys=systemd"}), HasCode(status::success));
+  EXPECT_THAT(run<Hipcmd_ServiceStop>({"sys=systemd"}), HasCode(status::success));
+  EXPECT_THAT(run<Hipcmd_ServiceBounce>({"sys=systemd"}), HasCode(status::success));
+  EXPECT_EQ(calls(), "systemctl start hip\nsystemctl stop hip\nsystemctl restart hip\n");
+}
+
+TEST_F(ServiceCommandsTest, TheInitSystemIsTheGivenOneElseTheDetectedOneElseNull) {
+  struct Case {
+    const char* why;
+    bool systemdMarker;
+    bool initScript;
+    Words words;
+    StatusCode code;
+    const char* calls;
+  };
+  const Case cases[] = {
+      {"none", false, false, {}, status::childExitedNonzero, ""},
+      {"none, and an empty value", false, false, {"sys="}, status::childExitedNonzero, ""},
+      {"systemd", true, false, {}, status::success, "systemctl start hip\n"},
+      {"systemd, and an empty value", true, false, {"sys="}, status::success, "systemctl start hip\n"},
+      {"init script", false, true, {}, status::success, "hip start\n"},
+      {"both", true, true, {}, status::success, "systemctl start hip\n"},
+      {"a given name wins", true, true, {"sys=upstart"}, status::success, "initctl start hip\n"},
+      {"null was asked for", true, true, {"sys=null"}, status::childExitedNonzero, ""},
+      {"launchd is null", true, true, {"sys=launchd"}, status::childExitedNonzero, ""},
+      {"an unknown name is systemd", false, true, {"sys=Systemd"}, status::success, "systemctl start hip\n"},
+      {"a blank is an unknown name", false, true, {"sys= "}, status::success, "systemctl start hip\n"},
+      {"an empty value keeps no earlier one when detection finds one",
+       false,
+       true,
+       {"sys=upstart", "sys="},
+       status::success,
+       "hip start\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::reset();
+    installAllTools();
+    if (c.systemdMarker) host::writeFile("/etc/zuv/.systemctl", "");
+    if (!c.initScript) host::remove("/etc/init.d/hip");
+    EXPECT_THAT(run<Hipcmd_ServiceStart>(c.words), HasCode(c.code));
+    EXPECT_EQ(calls(), c.calls);
+  }
+}
+
+TEST_F(ServiceCommandsTest, FullIsAcceptedAndChangesNothing) {
+  installAllTools();
+  for (const Words& words : {Words{}, Words{"full"}, Words{"full=true"}, Words{"full=false"}, Words{"full=FALSE"}}) {
+    Words all = {"sys=initd"};
+    all.insert(all.end(), words.begin(), words.end());
+    EXPECT_THAT(run<Hipcmd_ServiceBounce>(all), HasCode(status::success));
+  }
+  EXPECT_EQ(calls(), "hip restart\nhip restart\nhip restart\nhip restart\nhip restart\n");
+}
+
+template <typename Command>
+void expectNothingDoneWithoutAuthorization() {
+  installAllTools();
+  host::writeFile("/etc/zuv/.systemctl", "");
+  const ArmedFaults counted{FaultPlan{}};
+  for (const Words& words : {Words{}, Words{"sys=systemd"}, Words{"sys=null"}}) {
+    EXPECT_THAT(run<Command>(words), HasCode(status::authenticationError));
+  }
+  EXPECT_THAT(counted.calls(), IsEmpty()) << "something was looked at, or forked";
+  EXPECT_EQ(calls(), "");
+}
+
+TEST_F(ServiceCommandsTest, WithoutAuthorizationNothingIsForkedNorLookedAt) {
+  setAuthorizationMode(authorizationNever);
+  expectNothingDoneWithoutAuthorization<Hipcmd_ServiceStart>();
+  expectNothingDoneWithoutAuthorization<Hipcmd_ServiceStop>();
+  expectNothingDoneWithoutAuthorization<Hipcmd_ServiceBounce>();
+}
+
+TEST_F(ServiceCommandsTest, TheFailuresOfTheChildAreTheirStatuses) {
+  host::installScript(kSystemctl, "exit 3");
+  EXPECT_THAT(run<Hipcmd_ServiceStop>({"sys=systemd"}), HasCode(status::childExitedNonzero));
+  host::installScript(kSystemctl, "kill -9 $$");
+  EXPECT_THAT(run<Hipcmd_ServiceStop>({"sys=systemd"}), HasCode(status::childKilledBySignal));
+  FaultPlan plan;
+  plan.at = 1;
+  plan.calls = {"fork"};
+  {
+    const ArmedFaults armed(plan);
+    EXPECT_THAT(run<Hipcmd_ServiceStop>({"sys=systemd"}), HasCode(status::forkError));
+  }
+  plan.calls = {"waitpid"};
+  const ArmedFaults armed(plan);
+  EXPECT_THAT(run<Hipcmd_ServiceStop>({"sys=systemd"}), HasCode(status::waitpidError));
+}
+
+TEST_F(ServiceCommandsTest, NoCommandAddsResultsOrTouchesTheStore) {
+  installAllTools();
+  host::makeProfile("profile-1", "lab");
+  host::makeDirs("/etc/zuv/profiles/profile-2");
+  const std::string before = host::tree("/etc/zuv");
+  for (const char* operation : {"start", "stop", "restart", "bounce"}) {
+    SCOPED_TRACE(operation);
+    const Outcome outcome = runRavctl({"service", operation, "sys=systemd"});
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_EQ(outcome.exitStatus, 0);
+  }
+  EXPECT_EQ(host::tree("/etc/zuv"), before);
+}
+
+}  // namespace
