@@ -1,0 +1,164 @@
+#include "testing/PrivateHost.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "testing/HostTest.h"
+
+namespace {
+
+using PrivateHostTest = HostTest;
+
+TEST_F(PrivateHostTest, NoInitSystemIsThereByDefault) {
+  for (const char* path : {"/bin/systemctl", "/sbin/initctl", "/etc/init.d", "/usr/sbin/hip",
+                           "/usr/bin/zuv-sendbundle.sh", "/usr/bin/ravctl"}) {
+    EXPECT_FALSE(host::exists(path)) << path;
+  }
+}
+
+TEST_F(PrivateHostTest, StandInsForEveryToolCanBePutInPlaceAndRun) {
+  for (const char* path : {"/bin/systemctl", "/sbin/initctl", "/etc/init.d/hip", "/usr/bin/killall", "/usr/sbin/hip",
+                           "/usr/bin/zuv-sendbundle.sh"}) {
+    host::installRecorder(path, "/tmp/calls", 3);
+    EXPECT_EQ(runProgram({path, "start", "hip"}).exitStatus, 3) << path;
+  }
+  EXPECT_EQ(host::readFile("/tmp/calls"),
+            "systemctl start hip\ninitctl start hip\nhip start hip\nkillall start hip\nhip start "
+            "hip\nzuv-sendbundle.sh start hip\n");
+}
+
+TEST_F(PrivateHostTest, TheStoreBeginsEmpty) {
+  EXPECT_EQ(host::tree("/etc/zuv"), "d 0755 profiles\n");
+  EXPECT_EQ(host::tree("/run"), "");
+}
+
+TEST_F(PrivateHostTest, WeAreRootAndNobodyElseRuns) {
+  EXPECT_EQ(::getuid(), 0U);
+  EXPECT_EQ(::geteuid(), 0U);
+  EXPECT_EQ(::getppid(), 1);
+}
+
+TEST_F(PrivateHostTest, TheSourcesAreReadableAndNotWritable) {
+  const std::string file = std::string(RAVCTL_SOURCE_DIR) + "/CMakeLists.txt";
+  EXPECT_NE(host::readFile(file), "");
+  EXPECT_THROW(host::writeFile(file, "gone"), std::runtime_error);
+}
+
+TEST_F(PrivateHostTest, DevicesWork) {
+  EXPECT_EQ(
+      runProgram({"/bin/sh", "-c", "cat /dev/null && head -c 3 /dev/zero | wc -c && head -c 9 /dev/urandom | wc -c"})
+          .out,
+      "3\n9\n");
+  EXPECT_NE(runProgram({"/bin/sh", "-c", "echo x > /dev/full"}).exitStatus, 0);
+}
+
+TEST_F(PrivateHostTest, TheNetworkIsTheLoopbackAlone) {
+  EXPECT_EQ(runProgram({"/bin/sh", "-c", "tail -n +3 /proc/net/dev | cut -d: -f1"}).out, "    lo\n");
+}
+
+TEST_F(PrivateHostTest, KillallSeesOnlyWhatRunsInside) {
+  if (!host::exists("/usr/bin/killall")) GTEST_SKIP() << "killall is not installed (package psmisc)";
+  host::installDaemon();
+  EXPECT_EQ(runProgram({"/usr/bin/killall", "/usr/sbin/hip"}).exitStatus, 1);
+  host::makeProfile("profile-1", "lab");
+  host::makeActive("profile-1");
+  EXPECT_EQ(runProgram({"/usr/sbin/hip", "--daemon"}).exitStatus, 0);
+  EXPECT_EQ(runProgram({"/usr/bin/killall", "/usr/sbin/hip"}).exitStatus, 0);
+}
+
+TEST_F(PrivateHostTest, TheStandInDaemonBeatsAndLogsInTheActiveProfile) {
+  host::installDaemon();
+  host::makeProfile("profile-1", "lab");
+  host::makeActive("profile-1");
+  EXPECT_EQ(runProgram({"/usr/sbin/hip", "--once", "--peers", "3"}).exitStatus, 0);
+  EXPECT_THAT(host::readFile("/etc/zuv/profiles/profile-1/hipvars.txt"),
+              testing::MatchesRegex(
+                  "uptime.now=[0-9]+\nuptime.started=[0-9]+\nhipd_state=running\npeers.count=3\nhelmsor.up=true\n"));
+  EXPECT_EQ(runProgram({"/bin/sh", "-c", "/usr/sbin/hip & sleep 0.1; kill $!; wait $!"}).exitStatus, 0);
+  EXPECT_THAT(host::readFile("/etc/zuv/profiles/profile-1/hip.log"),
+              testing::ContainsRegex(
+                  "^\\[INFO [0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6}\\] hip: started\n"));
+}
+
+TEST_F(PrivateHostTest, WhatIsBoundByModesCannotReadMode000) {
+  host::writeFile("/tmp/closed", "secret", 0);
+  EXPECT_EQ(::access("/tmp/closed", R_OK), 0);
+  {
+    const host::BoundByModes bound;
+    EXPECT_THROW(host::readFile("/tmp/closed"), std::runtime_error);
+  }
+  EXPECT_EQ(host::readFile("/tmp/closed"), "secret");
+  Start start;
+  start.boundByModes = true;
+  EXPECT_EQ(runProgram({"/bin/sh", "-c", "id -u; cat /tmp/closed 2>/dev/null || echo refused"}, start).out,
+            "0\nrefused\n");
+}
+
+TEST_F(PrivateHostTest, AnotherUserCanBeTakenByTheMachinesRoot) {
+  SKIP_WITHOUT_OTHER_USERS();
+  Start start;
+  start.uid = 1000;
+  EXPECT_EQ(runProgram({"/bin/sh", "-c", "id -u"}, start).out, "1000\n");
+}
+
+TEST_F(PrivateHostTest, ASmallDiskIsSoonFull) {
+  const host::SmallDisk disk("/etc/zuv/profiles", 8192);
+  EXPECT_THROW(host::writeFile("/etc/zuv/profiles/large", std::string(20000, 'x')), std::runtime_error);
+}
+
+TEST_F(PrivateHostTest, LimitsReachTheProgram) {
+  Start start;
+  start.fileLimit = 4;
+  start.mask = 077;
+  // dash dies of SIGXFSZ, the signal that a program must have ignored to see a failed write.
+  EXPECT_EQ(runProgram({"/bin/sh", "-c", "echo longer > /run/limited"}, start).signal, SIGXFSZ);
+  EXPECT_EQ(host::tree("/run"), "f 0600 limited \"long\"\n");
+}
+
+TEST_F(PrivateHostTest, InputOutputAndEndAreCaught) {
+  Start start;
+  start.input = "in\n";
+  start.environment = {"NAME=value"};
+  const Outcome said = runProgram({"/bin/sh", "-c", "cat; echo $NAME; echo oops >&2; exit 5"}, start);
+  EXPECT_EQ(said.out, "in\nvalue\n");
+  EXPECT_EQ(said.err, "oops\n");
+  EXPECT_EQ(said.exitStatus, 5);
+  EXPECT_EQ(runProgram({"/bin/sh", "-c", "kill -9 $$"}).signal, SIGKILL);
+  EXPECT_THROW((void)runProgram({"/no/such/program"}), std::runtime_error);
+}
+
+TEST_F(PrivateHostTest, ADaemonLeftBehindIsNotWaitedFor) {
+  EXPECT_EQ(runProgram({"/bin/sh", "-c", "sleep 100 & echo on"}).out, "on\n");
+}
+
+TEST_F(PrivateHostTest, TreesShowTypesModesAndContents) {
+  host::makeDirs("/tmp/a", 0750);
+  host::writeFile("/tmp/a/text", "one\n\"two\"\\\t\x01", 0640);
+  host::makeLink("/tmp/a/link", "nowhere");
+  host::makeFifo("/tmp/a/queue", 0600);
+  EXPECT_EQ(host::tree("/tmp/a"), "l link -> nowhere\np 0600 queue\nf 0640 text \"one\\n\\\"two\\\"\\\\\\t\\x01\"\n");
+  EXPECT_EQ(host::tree("/tmp/none"), "");
+}
+
+TEST(HostFiles, QuotingIsTakenBackByUnquoting) {
+  std::string every;
+  for (int byte = 0; byte < 256; ++byte) every += static_cast<char>(byte);
+  std::string plain;
+  EXPECT_TRUE(host::unquoted(host::quoted(every), &plain));
+  EXPECT_EQ(plain, every);
+  for (const char* wrong : {"", "\"", "plain", "\"open", "\"a\"b\"", "\"\\\"", "\"\\q\"", "\"\\x1\""})
+    EXPECT_FALSE(host::unquoted(wrong, &plain)) << wrong;
+}
+
+TEST(HasCode, NamesTheCodeItFoundAndTheOneItWanted) {
+  const testing::Matcher<const Status&> wanted = HasCode(status::openError);
+  testing::StringMatchResultListener listener;
+  EXPECT_FALSE(wanted.MatchAndExplain(Status::of(status::readError), &listener));
+  EXPECT_EQ(listener.str(), "whose code is status::readError (0x14000006)");
+  EXPECT_TRUE(wanted.Matches(Status::error(status::openError, "details", "context")));
+  EXPECT_EQ(nameOfCode(0x7f), "0x0000007f");
+}
+
+}  // namespace

@@ -1,0 +1,202 @@
+#include "testing/Program.h"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <poll.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+
+#include "testing/HostFiles.h"
+
+namespace {
+
+int must(int result, const char* what) {
+  if (result < 0) throw std::runtime_error(std::string(what) + ": " + std::strerror(errno));
+  return result;
+}
+
+struct Pipe {
+  Pipe() {
+    int ends[2];
+    must(::pipe2(ends, O_CLOEXEC), "pipe");
+    readEnd = ends[0];
+    writeEnd = ends[1];
+  }
+  ~Pipe() {
+    closeRead();
+    closeWrite();
+  }
+  Pipe(const Pipe&) = delete;
+  Pipe& operator=(const Pipe&) = delete;
+  void closeRead() { closeOnce(&readEnd); }
+  void closeWrite() { closeOnce(&writeEnd); }
+  static void closeOnce(int* fd) {
+    if (*fd >= 0) ::close(*fd);
+    *fd = -1;
+  }
+  int readEnd = -1;
+  int writeEnd = -1;
+};
+
+int openInput(const std::string& text) {
+  const int fd = must(::memfd_create("input", MFD_CLOEXEC), "make the input");
+  if (::write(fd, text.data(), text.size()) != static_cast<ssize_t>(text.size())) must(-1, "fill the input");
+  ::lseek(fd, 0, SEEK_SET);
+  return fd;
+}
+
+std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (const std::string& text : texts) pointers.push_back(const_cast<char*>(text.c_str()));
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+// What instrumented programs read goes along whatever the test's environment is. Another user, or one with a limit on
+// files, could not write the profile and would complain on standard error, so theirs is dropped.
+std::vector<std::string> environmentOf(const Start& start) {
+  std::vector<std::string> environment = start.environment;
+  for (const char* name : {"ASAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"}) {
+    if (const char* value = std::getenv(name)) environment.push_back(std::string(name) + "=" + value);
+  }
+  if (const char* profile = std::getenv("LLVM_PROFILE_FILE")) {
+    const bool canWrite = !start.uid && !start.fileLimit;
+    environment.push_back(std::string("LLVM_PROFILE_FILE=") + (canWrite ? profile : "/dev/null"));
+  }
+  return environment;
+}
+
+void limit(decltype(RLIMIT_FSIZE) what, const std::optional<unsigned long>& bytes) {
+  const rlimit limits{bytes.value_or(0), bytes.value_or(0)};
+  if (bytes) must(::setrlimit(what, &limits), "limit");
+}
+
+// In the child. What fails here is told on standard error, with exit status 126.
+void becomeAsAsked(const Start& start) {
+  ::umask(start.mask.value_or(022));
+  must(::chdir(start.folder.c_str()), "enter the working directory");
+  if (start.boundByModes) host::bindByModesForGood();
+  if (start.uid) {
+    must(::setgroups(0, nullptr), "drop groups");
+    must(::setresgid(*start.uid, *start.uid, *start.uid), "change the group");
+    must(::setresuid(*start.uid, *start.uid, *start.uid), "change the user");
+  }
+  limit(RLIMIT_FSIZE, start.fileLimit);
+  limit(RLIMIT_AS, start.memoryLimit);
+}
+
+void connect(const Start& start, int input, int output, int error) {
+  if (!start.outputTo.empty()) {
+    output = must(::open(start.outputTo.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644), "open the output");
+  }
+  must(::dup2(input, 0), "connect the input");
+  must(::dup2(output, 1), "connect the output");
+  must(::dup2(error, 2), "connect the errors");
+  for (const int fd : start.closed) ::close(fd);
+}
+
+// Reads what comes until the child has ended and nothing more lies ready.
+void collect(pid_t child, int outFd, int errFd, Outcome* outcome) {
+  const int childFd = must(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)), "watch the child");
+  pollfd sources[] = {{outFd, POLLIN, 0}, {errFd, POLLIN, 0}, {childFd, POLLIN, 0}};
+  std::string* const texts[] = {&outcome->out, &outcome->err};
+  bool ended = false;
+  for (;;) {
+    // A child that has ended no longer wakes us, so wait only for those that may still say something.
+    const int ready = ::poll(sources, ended ? 2 : 3, ended ? 0 : -1);
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready <= 0) break;
+    bool said = false;
+    for (int i = 0; i < 2; ++i) {
+      char bytes[4096];
+      if (sources[i].revents == 0) continue;
+      const ssize_t got = ::read(sources[i].fd, bytes, sizeof bytes);
+      if (got > 0) texts[i]->append(bytes, static_cast<size_t>(got));
+      if (got <= 0) sources[i].fd = -1;
+      said = true;
+    }
+    if (!said && sources[2].revents != 0) ended = true;
+  }
+  ::close(childFd);
+}
+
+// Becomes the program. Another user may find the way to it closed, where the checkout lies in somebody's home: it is
+// then reached through `opened`, which was found before (see openForOtherUser).
+void become(const std::string& program, int opened, const std::vector<char*>& argv, const std::vector<char*>& envp) {
+  if (opened >= 0) {
+    must(static_cast<int>(::syscall(SYS_execveat, opened, "", argv.data(), envp.data(), AT_EMPTY_PATH)),
+         program.c_str());
+  }
+  ::execve(program.c_str(), argv.data(), envp.data());
+  must(-1, program.c_str());
+}
+
+// The program for another user, out of the way of the descriptors that it will have; -1 for our own user and for
+// scripts, which their interpreter has to find itself.
+int openForOtherUser(const std::string& program, const Start& start) {
+  if (!start.uid || program != ravctlPath()) return -1;
+  const int fd = must(::open(program.c_str(), O_PATH | O_CLOEXEC), program.c_str());
+  return must(::fcntl(fd, F_DUPFD_CLOEXEC, 100), "put the program away");
+}
+
+Outcome run(const std::string& program, const std::vector<std::string>& words, const Start& start) {
+  Pipe out;
+  Pipe err;
+  const int input = openInput(start.input);
+  const std::vector<char*> argv = pointersTo(words);
+  const std::vector<std::string> environment = environmentOf(start);
+  const std::vector<char*> envp = pointersTo(environment);
+  const pid_t child = must(::fork(), "fork");
+  if (child == 0) {
+    try {
+      if (start.readerGone) out.closeRead();
+      const int opened = openForOtherUser(program, start);
+      becomeAsAsked(start);
+      connect(start, input, out.writeEnd, err.writeEnd);
+      become(program, opened, argv, envp);
+    } catch (const std::exception& problem) {
+      (void)!::write(err.writeEnd, problem.what(), std::strlen(problem.what()));
+    }
+    ::_exit(126);
+  }
+  ::close(input);
+  out.closeWrite();
+  err.closeWrite();
+  if (start.readerGone) out.closeRead();
+
+  Outcome outcome;
+  collect(child, out.readEnd, err.readEnd, &outcome);
+  int status = 0;
+  must(::waitpid(child, &status, 0), "wait");
+  if (WIFEXITED(status)) outcome.exitStatus = WEXITSTATUS(status);
+  if (WIFSIGNALED(status)) outcome.signal = WTERMSIG(status);
+  if (outcome.exitStatus == 126) throw std::runtime_error("could not start: " + outcome.err);
+  return outcome;
+}
+
+}  // namespace
+
+std::string ravctlPath() {
+  const char* other = std::getenv("RAVCTL_PROGRAM");
+  return other != nullptr ? other : RAVCTL_PROGRAM;
+}
+
+Outcome runRavctl(const std::vector<std::string>& words, const Start& start) {
+  std::vector<std::string> all = {start.argv0};
+  const char* emulator = std::getenv("RAVCTL_EMULATOR");
+  if (emulator != nullptr) all = {emulator, "-0", start.argv0, ravctlPath()};
+  all.insert(all.end(), words.begin(), words.end());
+  return run(emulator != nullptr ? emulator : ravctlPath(), all, start);
+}
+
+Outcome runProgram(const std::vector<std::string>& words, const Start& start) { return run(words.at(0), words, start); }
