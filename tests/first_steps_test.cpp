@@ -1,0 +1,83 @@
+// What a newcomer sees: the demo, and the first session of README.md, command by command.
+#include <algorithm>
+
+#include "testing/HostFiles.h"
+#include "testing/Matchers.h"
+#include "testing/Program.h"
+
+namespace {
+
+constexpr const char* kStore = RAVCTL_SOURCE_DIR "/docs/examples/demo-store";
+constexpr const char* kDemo = RAVCTL_SOURCE_DIR "/tools/demo.sh";
+
+Outcome onHost(const std::string& script) {
+  return runProgram({RAVCTL_PRIVATE_HOST, "--store", kStore, "--", "/bin/sh", "-c", script});
+}
+
+#define SKIP_WITHOUT_A_HOST(outcome) \
+  if ((outcome).exitStatus == 125) GTEST_SKIP() << (outcome).err
+
+std::vector<std::string> linesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  for (size_t from = 0, end = 0; from < text.size(); from = end + 1) {
+    end = std::min(text.find('\n', from), text.size());
+    lines.push_back(text.substr(from, end - from));
+  }
+  return lines;
+}
+
+// The indented lines of a section, without their indentation.
+std::string sessionOf(const std::string& text, const std::string& heading) {
+  const size_t from = text.find("\n" + heading + "\n");
+  if (from == std::string::npos) return "";
+  std::string session;
+  for (const std::string& line : linesOf(text.substr(from + 1, text.find("\n## ", from + 1) - from))) {
+    if (line.compare(0, 4, "    ") == 0) session += line.substr(4) + "\n";
+  }
+  return session;
+}
+
+TEST(FirstStepsTest, TheSessionOfTheReadmeIsTrue) {
+  const std::string session = sessionOf(host::readFile(RAVCTL_SOURCE_DIR "/README.md"), "## A first session");
+  std::string script = "exec 2>&1\n";
+  for (const std::string& line : linesOf(session)) {
+    if (line.compare(0, 2, "$ ") == 0) {
+      script += "cat <<'LINE'\n" + line + "\nLINE\n" + line.substr(2) + "\n";
+    }
+  }
+  const Outcome outcome = onHost(script);
+  SKIP_WITHOUT_A_HOST(outcome);
+  EXPECT_THAT(session, testing::HasSubstr("$ ravctl profile create lab"));
+  EXPECT_EQ(outcome.out, session);
+}
+
+TEST(FirstStepsTest, TheDemoRunsToItsEnd) {
+  for (const char* tool : {"/usr/sbin/start-stop-daemon", "/usr/bin/killall"}) {
+    if (!host::exists(tool)) GTEST_SKIP() << tool << " is not installed";
+  }
+  const Outcome outcome = runProgram({RAVCTL_PRIVATE_HOST, "--store", kStore, "--", "/bin/sh", kDemo});
+  SKIP_WITHOUT_A_HOST(outcome);
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_EQ(outcome.err, "/usr/sbin/hip: no process found\n") << "there is none to stop before the first start";
+  for (const char* part : {"\n$ ravctl profile activate harbour\nprofile_name: harbour\n",
+                           "\n$ ravctl service status\nrunning: true\nhelmsor: true\ntunnel: true\n", "hip: ended\n",
+                           "\n$ ravctl service stop\n"}) {
+    EXPECT_THAT(outcome.out, testing::HasSubstr(part));
+  }
+}
+
+TEST(FirstStepsTest, WithoutKillallTheDemoShowsLessAndSaysSo) {
+  const Outcome outcome = onHost(std::string("rm -f /usr/bin/killall; exec sh '") + kDemo + "'");
+  SKIP_WITHOUT_A_HOST(outcome);
+  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_THAT(outcome.out, testing::HasSubstr("is not shown; missing here: killall (psmisc)"));
+  EXPECT_THAT(outcome.out, testing::Not(testing::HasSubstr("service")));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}

@@ -1,0 +1,114 @@
+// The "upstart" backend against a real `initctl start|stop|restart NAME`, the one of finit: Debian has no Upstart any
+// more, and nothing here says how the program gets on with Upstart itself. finit is unpacked into a folder, never
+// installed: RAVCTL_FINIT names that folder, and `./dev test` makes it.
+#include <cstdlib>
+
+#include "testing/HostFiles.h"
+#include "testing/Matchers.h"
+#include "testing/Program.h"
+
+namespace {
+
+constexpr const char* kService = "service name:hip [2345] /usr/sbin/hip -- Stand-in of the overlay daemon";
+
+class FinitTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    const char* folder = std::getenv("RAVCTL_FINIT");
+    if (folder == nullptr) GTEST_SKIP() << "RAVCTL_FINIT names no folder with finit unpacked";
+    if (!host::exists(std::string(folder) + "/lib/finit/initctl")) GTEST_SKIP() << "no finit in " << folder;
+    folder_ = folder;
+  }
+
+  // What a script says on the private host, standard output and errors in one; its $0 is the folder of finit.
+  std::string onHost(const std::string& script, const std::vector<std::string>& more = {}) {
+    std::vector<std::string> words = {RAVCTL_PRIVATE_HOST,    "--visible", folder_, "--", "/bin/sh", "-c",
+                                      "exec 2>&1\n" + script, folder_};
+    words.insert(words.end(), more.begin(), more.end());
+    const Outcome outcome = runProgram(words);
+    if (outcome.exitStatus == 125) whyNot_ = outcome.err.empty() ? "no private host" : outcome.err;
+    return outcome.out;
+  }
+
+  // The same where finit has booted with that service.
+  std::string onFinit(const std::string& service, const std::string& script) {
+    return onHost("exec '" RAVCTL_SOURCE_DIR "/tests/init_systems/booted-finit' \"$0\" \"$@\"", {service, script});
+  }
+
+  std::string folder_;
+  std::string whyNot_;
+};
+
+// The test is skipped where there is no such host.
+#define EXPECT_SAID(said, expected)                \
+  {                                                \
+    const std::string words = said;                \
+    if (!whyNot_.empty()) GTEST_SKIP() << whyNot_; \
+    EXPECT_EQ(words, expected);                    \
+  }
+
+TEST_F(FinitTest, TheServiceIsStoppedStartedAndRestarted) {
+  EXPECT_SAID(onFinit(kService, R"(
+    until_it is running
+    ravctl service stop sys=upstart
+    until_it is stopped
+    ravctl service start sys=upstart
+    until_it is running
+    first=$(daemon)
+    ravctl service status | head -n 1
+    ravctl service restart sys=upstart
+    until_it is running
+    same $first $(daemon)
+    ravctl service bounce full sys=upstart
+    until_it is running
+    ravctl service stop sys=upstart
+    until_it is stopped
+    pidof /usr/sbin/hip
+    state)"),
+              "running: true\nanother\nstopped\n");
+}
+
+TEST_F(FinitTest, StartingTwiceLeavesOneDaemon) {
+  EXPECT_SAID(onFinit(kService, R"(
+    until_it is running
+    first=$(daemon)
+    ravctl service start sys=upstart
+    echo exit $?
+    same $first $(daemon)
+    pidof /usr/sbin/hip | wc -w)"),
+              "exit 0\nsame\n1\n");
+}
+
+TEST_F(FinitTest, AnUnknownServiceIsANonzeroExit) {
+  EXPECT_SAID(onFinit("# none", R"(
+    ravctl service start sys=upstart
+    ravctl service stop sys=upstart --quiet)"),
+              "No such task or service(s): hip\n\nUsage: initctl start <NAME>[:ID]\n"
+              "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n"
+              "No such task or service(s): hip\n\nUsage: initctl stop <NAME>[:ID]\n"
+              "status_code: 0x16001001\n");
+}
+
+TEST_F(FinitTest, WithoutARunningInitTheToolSaysSo) {
+  EXPECT_SAID(onHost(R"(
+    cp "$0"/lib/finit/initctl /usr/sbin/
+    export LD_LIBRARY_PATH=$(echo "$0"/usr/lib/*-linux-*)
+    ravctl service start sys=upstart)"),
+              "initctl: Failed connecting to finit: No such file or directory\n"
+              "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n");
+}
+
+TEST_F(FinitTest, ItIsNeverChosenUnasked) {
+  EXPECT_SAID(onFinit(kService, R"(
+    until_it is running
+    ravctl service stop
+    state)"),
+              "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\nrunning\n");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}

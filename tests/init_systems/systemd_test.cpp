@@ -1,0 +1,240 @@
+// The program under a real systemd, which boots on a host of its own for each test (see booted-systemd). This test
+// program itself stays on the machine.
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "testing/HostFiles.h"
+#include "testing/Matchers.h"
+#include "testing/Program.h"
+
+namespace {
+
+// What each script finds: two profiles, "lab" the active one, and systemd's marker.
+constexpr const char* kPrelude = R"(
+profiles=/etc/zuv/profiles
+profile() { mkdir -p $profiles/$1; echo $2 >$profiles/$1/profile_name; : >$profiles/$1/hip.conf; }
+profile profile-1 lab
+profile profile-2 office
+echo profile-1 >$profiles/.current
+: >/etc/zuv/.systemctl
+# Waits until a command succeeds, ten seconds at most.
+until_it() {
+  for _ in $(seq 200); do "$@" && return; sleep 0.05; done
+  echo "never: $*"
+}
+beats() { [ -e $profiles/$1/hipvars.txt ]; }
+state() { systemctl is-active hip; }
+daemon() { systemctl show -P MainPID hip; }
+same() { if [ "$1" = "$2" ]; then echo same; else echo another; fi; }
+unit() { printf '%s\n' "$@" >/etc/systemd/system/hip.service; systemctl daemon-reload; }
+)";
+
+class SystemdTest : public testing::Test {
+ protected:
+  // What the script says, standard output and errors in one.
+  std::string onSystemd(const std::string& script) {
+    Start start;
+    start.environment = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "BOOTED_SYSTEMD_NAME=" + name_};
+    const Outcome outcome = runProgram({RAVCTL_SOURCE_DIR "/tests/init_systems/booted-systemd", ravctlPath(),
+                                        RAVCTL_HIP_STANDIN, "/bin/sh", "-c", "exec 2>&1" + (kPrelude + script)},
+                                       start);
+    if (outcome.exitStatus == 125) whyNot_ = outcome.err.empty() ? "no booted systemd" : outcome.err;
+    return outcome.out;
+  }
+
+  const std::string name_ = "booted-systemd-" + std::to_string(::getpid());
+  std::string whyNot_;
+};
+
+// Runs the script and compares; the test is skipped where there is no such host.
+#define EXPECT_ON_SYSTEMD(script, expected)        \
+  {                                                \
+    const std::string said = onSystemd(script);    \
+    if (!whyNot_.empty()) GTEST_SKIP() << whyNot_; \
+    EXPECT_EQ(said, expected);                     \
+  }
+
+TEST_F(SystemdTest, TheUnitIsStartedRestartedAndStopped) {
+  EXPECT_ON_SYSTEMD(R"(
+    ravctl service status
+    ravctl service start
+    state
+    until_it beats profile-1
+    ravctl service status | head -n 1
+    first=$(daemon)
+    ravctl service start
+    same $first $(daemon)
+    ravctl service restart
+    state
+    same $first $(daemon)
+    ravctl service bounce full
+    state
+    ravctl service stop
+    state
+    ravctl service stop)",
+                    "running: false\nhelmsor: false\ntunnel: false\n"
+                    "active\n"
+                    "running: true\n"
+                    "same\n"
+                    "active\nanother\n"
+                    "active\n"
+                    "inactive\n");
+}
+
+TEST_F(SystemdTest, AnUnknownUnitIsANonzeroExit) {
+  EXPECT_ON_SYSTEMD(R"(
+    rm /etc/systemd/system/hip.service
+    systemctl daemon-reload
+    ravctl service start
+    ravctl service stop
+    echo exit $?)",
+                    "Failed to start hip.service: Unit hip.service not found.\n"
+                    "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n"
+                    "Failed to stop hip.service: Unit hip.service not loaded.\n"
+                    "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n"
+                    "exit 0\n");
+}
+
+TEST_F(SystemdTest, AFailingUnitIsANonzeroExit) {
+  EXPECT_ON_SYSTEMD(R"(
+    unit '[Unit]' DefaultDependencies=no '[Service]' Type=oneshot ExecStart=/bin/false
+    ravctl service start 2>/dev/null
+    state
+    ravctl profile activate office 2>/dev/null
+    cat $profiles/.current)",
+                    "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n"
+                    "failed\n"
+                    "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n"
+                    "profile-2\n");
+}
+
+TEST_F(SystemdTest, AMissingSystemctlIsANonzeroExit) {
+  EXPECT_ON_SYSTEMD(R"(
+    rm /bin/systemctl
+    ravctl service start
+    ravctl service stop --quiet)",
+                    "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n"
+                    "status_code: 0x16001001\n");
+}
+
+TEST_F(SystemdTest, WithoutARunningSystemdTheToolSaysSo) {
+  EXPECT_ON_SYSTEMD(R"(
+    mount -t tmpfs nothing /run
+    ravctl service start)",
+                    "System has not been booted with systemd as init system (PID 1). Can't operate.\n"
+                    "Failed to connect to bus: Host is down\n"
+                    "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n");
+}
+
+TEST_F(SystemdTest, ActivatingMovesTheDaemonToTheOtherProfile) {
+  EXPECT_ON_SYSTEMD(R"(
+    ravctl service start
+    until_it beats profile-1
+    first=$(daemon)
+    ravctl profile activate lab
+    same $first $(daemon)
+    ravctl profile activate office
+    until_it beats profile-2
+    same $first $(daemon)
+    grep -c 'hip: ended' $profiles/profile-1/hip.log
+    ravctl service status | head -n 1
+    cat $profiles/.current)",
+                    "profile_name: lab\n"
+                    "same\n"
+                    "profile_name: office\n"
+                    "another\n"
+                    "1\n"
+                    "running: true\n"
+                    "profile-2\n");
+}
+
+TEST_F(SystemdTest, ActivatingWaitsForADaemonThatEndsSlowly) {
+  EXPECT_ON_SYSTEMD(R"(
+    unit '[Unit]' DefaultDependencies=no '[Service]' 'ExecStart=/usr/sbin/hip --stop-delay 2'
+    ravctl service start
+    until_it beats profile-1
+    ravctl profile activate office
+    state
+    until_it beats profile-2
+    pidof /usr/sbin/hip | wc -w)",
+                    "profile_name: office\nactive\n1\n");
+}
+
+TEST_F(SystemdTest, AStoppedActiveProfileIsStartedAlone) {
+  EXPECT_ON_SYSTEMD(R"(
+    ravctl profile activate lab
+    state
+    until_it beats profile-1)",
+                    "profile_name: lab\nactive\n");
+}
+
+TEST_F(SystemdTest, ModifyingTheRunningProfileStopsAndStartsItsDaemon) {
+  EXPECT_ON_SYSTEMD(R"(
+    ravctl service start
+    until_it beats profile-1
+    first=$(daemon)
+    ravctl profile modify lab helmsor=10.0.0.9:443 --quiet
+    state
+    same $first $(daemon)
+    cat $profiles/profile-1/mapconfig.static
+    until_it beats profile-1
+    ravctl service status | head -n 1)",
+                    "active\n"
+                    "another\n"
+                    "map_uri=https://10.0.0.9:443\n"
+                    "running: true\n");
+}
+
+TEST_F(SystemdTest, ModifyingAnotherProfileLeavesTheDaemonAlone) {
+  EXPECT_ON_SYSTEMD(R"(
+    ravctl service start
+    until_it beats profile-1
+    first=$(daemon)
+    ravctl profile modify office helmsor=10.0.0.9:443 --quiet
+    same $first $(daemon)
+    ravctl profile modify office helmsor=10.0.0.10:443 activate --quiet
+    same $first $(daemon)
+    until_it beats profile-2
+    cat $profiles/.current)",
+                    "same\nanother\nprofile-2\n");
+}
+
+TEST_F(SystemdTest, CreatingAndActivatingMovesTheDaemon) {
+  EXPECT_ON_SYSTEMD(R"(
+    ravctl service start
+    until_it beats profile-1
+    ravctl profile create field helmsor=10.0.0.9:443 activate --quiet
+    state
+    until_it beats profile-123123
+    cat $profiles/.current)",
+                    "profile_name: field\nactive\nprofile-123123\n");
+}
+
+// --- What remains
+
+std::string entriesOf(const std::string& folder, const std::string& name) {
+  std::string names;
+  std::error_code none;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, none)) {
+    const std::string found = entry.path().filename();
+    if (found.find(name) == 0) names += found + "\n";
+  }
+  return names;
+}
+
+TEST_F(SystemdTest, NothingRemainsOfTheHost) {
+  EXPECT_ON_SYSTEMD("echo here; (sleep 1000 &); kill -9 $$", "here\n");
+  for (const char* folder : {"/tmp", "/sys/fs/cgroup", "/sys/fs/cgroup/unified"}) {
+    SCOPED_TRACE(folder);
+    EXPECT_EQ(entriesOf(folder, name_), "");
+  }
+  EXPECT_THAT(host::readFile("/proc/mounts"), testing::Not(testing::HasSubstr(name_)));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}

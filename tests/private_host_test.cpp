@@ -1,0 +1,136 @@
+// The private host seen from outside: how it ends, and that nothing of it remains. The only test program that stays on
+// the machine, with a main of its own; what it starts moves in.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <linux/capability.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "testing/HostFiles.h"
+#include "testing/Program.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+Outcome onHost(const std::vector<std::string>& command, const Start& start = {}) {
+  std::vector<std::string> words = {RAVCTL_PRIVATE_HOST, "--"};
+  words.insert(words.end(), command.begin(), command.end());
+  return runProgram(words, start);
+}
+
+class PrivateHostFromOutside : public testing::Test {
+ protected:
+  void SetUp() override {
+    const Outcome trial = onHost({"/bin/true"});
+    if (trial.exitStatus == 125) GTEST_SKIP() << trial.err;
+  }
+};
+
+TEST_F(PrivateHostFromOutside, TheExitStatusIsTheCommands) {
+  EXPECT_EQ(onHost({"/bin/sh", "-c", "exit 7"}).exitStatus, 7);
+  EXPECT_EQ(onHost({"/bin/true"}).exitStatus, 0);
+}
+
+TEST_F(PrivateHostFromOutside, ASignalThatEndsTheCommandEndsTheOuterProcess) {
+  EXPECT_EQ(onHost({"/bin/sh", "-c", "kill -9 $$"}).signal, SIGKILL);
+  EXPECT_EQ(onHost({"/bin/sh", "-c", "kill -TERM $$"}).signal, SIGTERM);
+}
+
+TEST_F(PrivateHostFromOutside, ACommandThatIsNotThereIsStatus127) {
+  const Outcome outcome = onHost({"no-such-command"});
+  EXPECT_EQ(outcome.exitStatus, 127);
+  EXPECT_EQ(outcome.err, "private-host: no-such-command: No such file or directory\n");
+}
+
+TEST_F(PrivateHostFromOutside, TheProgramAndTheDaemonAreInTheirPlaces) {
+  EXPECT_EQ(onHost({"/bin/sh", "-c", "command -v ravctl; test -x /usr/sbin/hip"}).out, "/usr/bin/ravctl\n");
+}
+
+TEST_F(PrivateHostFromOutside, AStoreCanBeBroughtAlong) {
+  const std::string folder = RAVCTL_SOURCE_DIR "/tests/transcripts";  // any folder will do
+  const Outcome outcome = runProgram({RAVCTL_PRIVATE_HOST, "--store", folder, "cat", "/etc/zuv/profiles/README.md"});
+  EXPECT_EQ(outcome.out, host::readFile(folder + "/README.md"));
+}
+
+TEST_F(PrivateHostFromOutside, NothingWrittenInsideReachesTheMachine) {
+  const std::string places =
+      "/etc/zuv/profiles/x /etc/x-of-private-host /tmp/x-of-private-host /run/x-of-private-host "
+      "/usr/bin/x-of-private-host /usr/sbin/x-of-private-host /var/x-of-private-host";
+  EXPECT_EQ(onHost({"/bin/sh", "-c", "touch " + places + " && ls " + places + " | wc -l"}).out, "7\n");
+  EXPECT_EQ(runProgram({"/bin/sh", "-c", "ls " + places + " 2>/dev/null | wc -l"}).out, "0\n");
+}
+
+TEST_F(PrivateHostFromOutside, WhatStillRunsInsideDiesWithTheCommand) {
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);  // the sleeper inherits the write end and so holds the pipe open as long as it lives
+  EXPECT_EQ(onHost({"/bin/sh", "-c", "setsid sleep 1000 >/dev/null 2>&1 &"}).exitStatus, 0);
+  ::close(ends[1]);
+  char byte;
+  EXPECT_EQ(::read(ends[0], &byte, 1), 0);
+  ::close(ends[0]);
+}
+
+TEST_F(PrivateHostFromOutside, WhenTheOuterProcessIsKilledEverythingInsideDies) {
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  const pid_t outer = ::fork();
+  if (outer == 0) {
+    ::dup2(ends[1], 1);
+    ::execl(RAVCTL_PRIVATE_HOST, "private-host", "sh", "-c", "setsid sleep 1000 & echo; exec sleep 1000", nullptr);
+    ::_exit(126);
+  }
+  ::close(ends[1]);
+  char byte;
+  ASSERT_EQ(::read(ends[0], &byte, 1), 1);  // it runs
+  ::kill(outer, SIGKILL);
+  ::waitpid(outer, nullptr, 0);
+  EXPECT_EQ(::read(ends[0], &byte, 1), 0);  // nobody holds the other end any more
+  ::close(ends[0]);
+}
+
+TEST_F(PrivateHostFromOutside, TheOuterNamespacesAreAsTheyWere) {
+  const std::string mounts = host::readFile("/proc/self/mounts");
+  EXPECT_EQ(onHost({"/bin/sh", "-c", "mount -t tmpfs none /root"}).exitStatus, 0);
+  EXPECT_EQ(host::readFile("/proc/self/mounts"), mounts);
+}
+
+TEST_F(PrivateHostFromOutside, AnOrdinaryUserGetsOneToo) {
+  if (::getuid() != 0) GTEST_SKIP() << "we are an ordinary user, so all the other tests show it";
+  Start start;
+  start.uid = 65534;
+  // A checkout below a closed home folder is closed to that user.
+  if (runProgram({"/bin/sh", "-c", "test -x '" RAVCTL_PRIVATE_HOST "' && test -r '" RAVCTL_HIP_STANDIN "'"}, start)
+          .exitStatus != 0) {
+    GTEST_SKIP() << "the build folder is closed to other users";
+  }
+  const Outcome outcome = onHost({"/bin/sh", "-c", "id -u; touch /usr/bin/new && rm /usr/bin/id && echo done"}, start);
+  if (outcome.exitStatus == 125) GTEST_SKIP() << outcome.err;
+  EXPECT_EQ(outcome.out, "0\ndone\n");
+}
+
+TEST_F(PrivateHostFromOutside, WhereNamespacesAreClosedItSaysSo) {
+  if (::getuid() != 0) GTEST_SKIP() << "only root can take the right from itself";
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::prctl(PR_CAPBSET_DROP, CAP_SYS_ADMIN);
+    const Outcome outcome = onHost({"/bin/true"});
+    ::_exit(outcome.exitStatus == 125 &&
+                    outcome.err == "private-host: no private host: new namespaces: Operation not permitted\n"
+                ? 0
+                : 1);
+  }
+  int status = -1;
+  ::waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}

@@ -1,0 +1,53 @@
+// Plays every file of tests/transcripts, one test a file.
+#include <algorithm>
+#include <filesystem>
+#include <sstream>
+
+#include "testing/HostTest.h"
+#include "testing/Transcript.h"
+
+namespace {
+
+std::vector<std::string> transcripts() {
+  std::vector<std::string> paths;
+  for (const auto& entry : std::filesystem::directory_iterator(RAVCTL_SOURCE_DIR "/tests/transcripts")) {
+    if (entry.path().extension() == ".transcript") paths.push_back(entry.path());
+  }
+  std::sort(paths.begin(), paths.end());
+  return paths;
+}
+
+std::string nameOf(const testing::TestParamInfo<std::string>& info) {
+  std::string name = std::filesystem::path(info.param).stem();
+  std::replace_if(
+      name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
+  return name;
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+class Transcript : public HostTest, public testing::WithParamInterface<std::string> {};
+
+TEST_P(Transcript, ComesOutAsWritten) {
+  const std::string text = host::readFile(GetParam());
+  std::string replayed;
+  try {
+    replayed = replayTranscript(text);
+  } catch (const TranscriptNeeds& need) {
+    GTEST_SKIP() << "needs " << need.what();
+  }
+  if (text == replayed) return;
+  ADD_FAILURE() << GetParam() << ", what is written (-) and what came out (+):\n"
+                << testing::internal::edit_distance::CreateUnifiedDiff(linesOf(text), linesOf(replayed))
+                << "As it came out it reads:\n"
+                << replayed;
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Transcript, testing::ValuesIn(transcripts()), nameOf);
+
+}  // namespace
