@@ -1,0 +1,149 @@
+// Runs the logging example, and checks that the page about it shows its very code.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <fstream>
+#include <map>
+#include <sstream>
+
+#include "base/FileUtils.h"
+#include "testing/HostTest.h"
+
+namespace {
+
+using LoggingExampleTest = HostTest;
+
+constexpr char logs[] = "/tmp/example";
+
+std::string textOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  EXPECT_TRUE(file) << path;
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+// The number behind the name of a field.
+int fieldOf(const std::string& line, const std::string& name) {
+  return std::atoi(line.substr(line.find(name + "=") + name.size() + 1).c_str());
+}
+
+// The steps that each worker reported, in the order of the lines; every line must be such a report.
+std::map<int, std::vector<int>> stepsOf(const std::string& text) {
+  static constexpr char report[] =
+      R"(\[INFO [0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\.[0-9]{6}\] step done: worker=[1-4] step=[0-9]+)";
+  std::map<int, std::vector<int>> steps;
+  for (const std::string& line : linesOf(text)) {
+    if (line.find("AsyncTask") != std::string::npos) continue;  // the actors' own starts and stops
+    EXPECT_THAT(line, testing::MatchesRegex(report));
+    steps[fieldOf(line, "worker")].push_back(fieldOf(line, "step"));
+  }
+  return steps;
+}
+
+void expectAllSteps(const std::string& text) {
+  const auto steps = stepsOf(text);
+  EXPECT_EQ(steps.size(), 4U);
+  for (const auto& [worker, numbers] : steps) {
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+      EXPECT_EQ(numbers[i], static_cast<int>(i)) << "worker " << worker;
+      if (numbers[i] != static_cast<int>(i)) return;
+    }
+  }
+}
+
+// The files one behind the other, in the order of their names, which is that of their time.
+std::string allFiles(std::size_t* count) {
+  std::vector<std::string> names = FileUtils::listDirectory(logs).files;
+  std::sort(names.begin(), names.end());
+  std::string all;
+  for (const std::string& file : names) {
+    EXPECT_THAT(file, testing::MatchesRegex(R"(example-[0-9]{8}-[0-9]{6}\.log)"));
+    all += host::readFile(std::string(logs) + "/" + file);
+  }
+  *count = names.size();
+  return all;
+}
+
+TEST_F(LoggingExampleTest, WritesEveryEntryOfFourThreadsOnceToEveryOutputAndRotates) {
+  // Usually the first entry and the last are a second apart; where the machine is slow to start a thread they need not.
+  std::size_t files = 0;
+  for (int run = 0; run < 5 && files < 2; ++run) {
+    host::remove(logs);
+    const Outcome outcome = runProgram({RAVCTL_LOGGING_EXAMPLE, logs, "1"});
+    EXPECT_EQ(outcome.exitStatus, 0);
+    const std::string written = allFiles(&files);
+    expectAllSteps(written);
+    EXPECT_EQ(outcome.out, written);
+    EXPECT_EQ(outcome.err, written);
+  }
+  EXPECT_GE(files, 2U);
+}
+
+TEST_F(LoggingExampleTest, ASignalStopsItCleanly) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const int nothing = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    ::dup2(nothing, 1);
+    ::dup2(nothing, 2);
+    ::execl(RAVCTL_LOGGING_EXAMPLE, "logging-example", logs, "60", nullptr);
+    ::_exit(127);
+  }
+  // A second after its start it has written.
+  for (int i = 0; i < 1'000 && !host::exists(logs); ++i) ::usleep(10'000);
+  ::kill(child, SIGTERM);
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  std::size_t files = 0;
+  expectAllSteps(allFiles(&files));
+}
+
+TEST_F(LoggingExampleTest, WithoutADirectoryItRefuses) {
+  EXPECT_EQ(runProgram({RAVCTL_LOGGING_EXAMPLE}).exitStatus, 2);
+}
+
+// --- The page
+
+constexpr char source[] = RAVCTL_SOURCE_DIR "/examples/logging/logging_example.cpp";
+constexpr char page[] = RAVCTL_SOURCE_DIR "/docs/logging.md";
+
+// What stands between two lines that begin so, blanks aside, without them.
+std::vector<std::string> piecesBetween(const std::string& text, const std::string& begin, const std::string& end) {
+  std::vector<std::string> pieces;
+  bool isInside = false;
+  for (const std::string& line : linesOf(text)) {
+    const std::size_t first = std::min(line.find_first_not_of(' '), line.size());
+    const auto isMark = [&](const std::string& mark) { return line.compare(first, mark.size(), mark) == 0; };
+    if (!isInside && isMark(begin)) {
+      isInside = true;
+      pieces.emplace_back();
+    } else if (isInside && isMark(end)) {
+      isInside = false;
+    } else if (isInside) {
+      pieces.back() += line + "\n";
+    }
+  }
+  EXPECT_FALSE(isInside);
+  return pieces;
+}
+
+TEST(LoggingPage, ShowsThePiecesOfTheExampleAndNothingElse) {
+  const auto shown = piecesBetween(textOf(page), "```cpp", "```");
+  const auto marked = piecesBetween(textOf(source), "// begin: ", "// end: ");
+  EXPECT_FALSE(shown.empty());
+  EXPECT_THAT(shown, testing::UnorderedElementsAreArray(marked));
+}
+
+}  // namespace
