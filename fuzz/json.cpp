@@ -1,0 +1,107 @@
+// Laws of the JSON library, for any text:
+// - Nothing is read beyond the text, nothing stays behind, nothing is freed twice (the sanitizers look).
+// - Every member of a document is found under its name in its place.
+// - What is written is written again when it is read back, and is the same tree up to the six decimals of numbers, for
+//   trees that the format carries: names without quotes and backslashes; strings without backslashes, bytes above 126
+//   and control bytes that have no letter; finite numbers, a little away from the edges between whole and not whole.
+// - A sequence collects objects alone.
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+#include "json/JsonParser.h"
+#include "json/JsonWriter.h"
+
+namespace {
+
+void require(bool holds, const char* law) {
+  if (holds) return;
+  std::fprintf(stderr, "broken law: %s\n", law);
+  std::abort();
+}
+
+bool carriesName(std::string_view name) { return name.find_first_of("\"\\") == std::string_view::npos; }
+
+bool carriesText(std::string_view text) {
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    const bool hasLetter = c == '\b' || c == '\t' || c == '\n' || c == '\r';
+    if (!hasLetter && (byte < 32 || byte > 126 || c == '\\')) return false;
+  }
+  return true;
+}
+
+// Six decimals may move a number across the edge of "integral", which lies 0.00001 from a whole number.
+bool carriesNumber(double number) {
+  return std::isfinite(number) && std::fabs(std::fabs(number - std::round(number)) - 0.00001) > 0.000001;
+}
+
+bool carries(const jsObject* value) {
+  if (json::isString(value)) return carriesText(json::textOf(value));
+  if (json::isNumber(value)) return carriesNumber(json::numberOf(value));
+  for (std::size_t at = 0; at < json::elementCount(value); ++at) {
+    if (!carries(json::element(value, at))) return false;
+  }
+  for (std::size_t at = 0; at < json::memberCount(value); ++at) {
+    if (!carriesName(json::memberName(value, at)) || !carries(json::memberValue(value, at))) return false;
+  }
+  return true;
+}
+
+bool sameNumber(double one, double other) { return std::fabs(one - other) <= 0.000011 + std::fabs(one) * 1e-15; }
+
+bool same(const jsObject* one, const jsObject* other) {
+  if (one->kind() != other->kind() || json::textOf(one) != json::textOf(other) ||
+      json::booleanOf(one) != json::booleanOf(other) || !sameNumber(json::numberOf(one), json::numberOf(other)) ||
+      json::elementCount(one) != json::elementCount(other) || json::memberCount(one) != json::memberCount(other)) {
+    return false;
+  }
+  for (std::size_t at = 0; at < json::elementCount(one); ++at) {
+    if (!same(json::element(one, at), json::element(other, at))) return false;
+  }
+  for (std::size_t at = 0; at < json::memberCount(one); ++at) {
+    if (json::memberName(one, at) != json::memberName(other, at)) return false;
+    if (!same(json::memberValue(one, at), json::memberValue(other, at))) return false;
+  }
+  return true;
+}
+
+void requireFoundMembers(const jsObject* value) {
+  for (std::size_t at = 0; at < json::memberCount(value); ++at) {
+    const std::string_view name = json::memberName(value, at);
+    require(json::findMember(value, name) == static_cast<std::ptrdiff_t>(at), "a member is found in its place");
+    require(json::findMemberIgnoringCase(value, name) <= static_cast<std::ptrdiff_t>(at), "so it is ignoring case");
+    requireFoundMembers(json::memberValue(value, at));
+  }
+  for (std::size_t at = 0; at < json::elementCount(value); ++at) requireFoundMembers(json::element(value, at));
+}
+
+void requireStableText(const jsObject* document) {
+  std::string text;
+  json::write(text, document);
+  ScopedJson again(json::parse(text.data(), static_cast<std::ptrdiff_t>(text.size())));
+  if (!carries(document)) return;
+  require(static_cast<bool>(again), "what is written can be read");
+  require(same(document, again.get()), "what is read back is the same tree");
+  std::string secondText;
+  require(json::write(secondText, again.get()) == text, "and is written the same");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const auto* text = reinterpret_cast<const char*>(data);
+  const auto length = static_cast<std::ptrdiff_t>(size);
+  ScopedJson document(json::parse(text, length));
+  if (document) {
+    requireFoundMembers(document.get());
+    requireStableText(document.get());
+  }
+  ScopedJson objects(json::parseSequence(text, length));
+  require(static_cast<bool>(objects) == (size != 0), "a sequence is an array unless there is no text");
+  for (std::size_t at = 0; at < json::elementCount(objects.get()); ++at) {
+    require(json::isObject(json::element(objects.get(), at)), "a sequence collects objects alone");
+  }
+  return 0;
+}
