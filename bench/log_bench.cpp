@@ -1,0 +1,188 @@
+// What logging costs. Prints one figure a line, "name value"; log.sh says what they mean and counts instructions.
+//
+//   log_bench below N          makes N calls below the threshold, for callgrind
+//   log_bench throughput [--brief]
+//                              messages a second into a file, with one and with four threads that log, from the first
+//                              call to the last byte in the file; the same with spdlog's asynchronous logger in
+//                              blocking mode where its headers are, taken alternately in one run
+//   log_bench memory           bytes a queued message takes
+#include <malloc.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "log/Emitter.h"
+#include "log/EmitterFactory.h"
+#include "log/LogManager.h"
+
+#if __has_include(<spdlog/async.h>) && __has_include(<fmt/format.h>)
+#define HAS_SPDLOG 1
+#define FMT_HEADER_ONLY 1
+#define SPDLOG_FMT_EXTERNAL 1
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wconversion"
+#include <spdlog/async.h>
+#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/spdlog.h>
+#pragma GCC diagnostic pop
+#else
+#define HAS_SPDLOG 0
+#endif
+
+namespace {
+
+using BasicLog::Entry;
+using BasicLog::Level;
+using Clock = std::chrono::steady_clock;
+
+std::string folder;
+
+double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
+
+// Calls log(producer, number) `each` times on every one of `producers` threads.
+template <typename Log>
+void produce(int producers, int each, Log log) {
+  std::vector<std::thread> threads;
+  for (int p = 0; p < producers; ++p) {
+    threads.emplace_back([=] {
+      for (int i = 0; i < each; ++i) log(p, i);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+std::size_t linesOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return static_cast<std::size_t>(std::count(std::istreambuf_iterator<char>(file), {}, '\n'));
+}
+
+void logNumbers(BasicLog::Logger& logger, int producer, int number) {
+  if (!logger.isEnabled(Level::info)) return;
+  Entry entry(logger, Level::info, "a message of the benchmark", "log_bench.cpp", "logNumbers");
+  entry.addNumber("producer", producer);
+  entry.addNumber("number", number);
+}
+
+// Seconds for `total` messages; every one of them must be in the file.
+double ours(int producers, int total) {
+  const auto actor = EmitterFactory().create({"file_emitter", "bench"});
+  (void)actor->setConfig("interval", "1 day");
+  (void)actor->setConfig("prefix", "ours-");
+  (void)actor->setConfig("dir", folder);
+  LogManager log;
+  log.addEmitter(actor->interfaceOf<BasicLog::Emitter>());
+  if (!log.startOutputThread()) std::abort();
+  BasicLog::Logger& logger = *log.input().getLogger("test");
+  const auto start = Clock::now();
+  produce(producers, total / producers, [&](int p, int i) { logNumbers(logger, p, i); });
+  log.stopOutputThread();
+  log.flush();
+  const double seconds = secondsSince(start);
+  const std::string path = folder + "/" + actor->interfaceOf<BasicLog::FileEmitterInterface>()->currentFileName();
+  if (linesOf(path) != static_cast<std::size_t>(total)) std::abort();
+  ::unlink(path.c_str());
+  return seconds;
+}
+
+#if HAS_SPDLOG
+double theirs(int producers, int total) {
+  const std::string path = folder + "/spdlog.log";
+  spdlog::init_thread_pool(8'192, 1);
+  auto logger = spdlog::basic_logger_mt<spdlog::async_factory>("bench", path, true);
+  const auto start = Clock::now();
+  produce(producers, total / producers,
+          [&](int p, int i) { logger->info("a message of the benchmark: producer={} number={}", p, i); });
+  logger.reset();
+  spdlog::shutdown();  // waits for the last message and closes the file
+  const double seconds = secondsSince(start);
+  if (linesOf(path) != static_cast<std::size_t>(total)) std::abort();
+  ::unlink(path.c_str());
+  return seconds;
+}
+#endif
+
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return values[values.size() / 2];
+}
+
+void compareThroughput(int producers, int total, int rounds) {
+  std::vector<double> own;
+  std::vector<double> other;
+  for (int i = 0; i < rounds; ++i) {
+    own.push_back(ours(producers, total));
+#if HAS_SPDLOG
+    other.push_back(theirs(producers, total));
+#endif
+  }
+  std::printf("messages-per-second-%d %.0f\n", producers, total / median(own));
+  if (other.empty()) return;
+  std::printf("spdlog-per-second-%d %.0f\n", producers, total / median(other));
+  std::printf("times-spdlog-%d %.2f\n", producers, median(other) / median(own));
+}
+
+void measureThroughput(bool isBrief) {
+  for (const int producers : {1, 4}) compareThroughput(producers, isBrief ? 2'000 : 400'000, isBrief ? 1 : 11);
+}
+
+void measureMemory() {
+  constexpr int count = 100'000;
+  LogManager log;
+  BasicLog::Logger& logger = *log.input().getLogger("test");
+  const std::size_t before = ::mallinfo2().uordblks;
+  for (int i = 0; i < count; ++i) logNumbers(logger, 0, i);
+  std::printf("bytes-per-queued-message %zu\n", (::mallinfo2().uordblks - before) / count);
+}
+
+// A call as every source writes it.
+inline void logBelow() {
+  static BasicLog::Logger& logger = BasicLog::getLogger("test");
+  if (!logger.isEnabled(Level::debug)) return;
+  Entry entry(logger, Level::debug, "below", "log_bench.cpp", "logBelow");
+  entry.addNumber("number", 1);
+}
+
+void callBelowThreshold(long count) {
+  for (long i = 0; i < count; ++i) {
+    logBelow();
+    asm volatile("" : : : "memory");  // the next call looks anew
+  }
+}
+
+// Where the files go: memory, so that the disk is not measured.
+void makeFolder() {
+  char inMemory[] = "/dev/shm/log_bench.XXXXXX";
+  char elsewhere[] = "/tmp/log_bench.XXXXXX";
+  char* const path = ::mkdtemp(inMemory) != nullptr ? inMemory : ::mkdtemp(elsewhere);
+  if (path == nullptr) std::abort();
+  folder = path;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::string what = argc > 1 ? argv[1] : "";
+  const bool isBrief = argc > 2 && std::strcmp(argv[2], "--brief") == 0;
+  if (what == "below" && argc > 2) {
+    callBelowThreshold(std::atol(argv[2]));
+  } else if (what == "memory") {
+    measureMemory();
+  } else if (what == "throughput") {
+    makeFolder();
+    measureThroughput(isBrief);
+    std::filesystem::remove_all(folder);
+  } else {
+    std::fprintf(stderr, "Usage: %s below N | throughput [--brief] | memory\n", argv[0]);
+    return 2;
+  }
+  return 0;
+}

@@ -1,0 +1,140 @@
+#!/bin/sh
+# Measures the program against what it should cost, and prints every figure with its bar. A missed bar is said, and is no
+# failure: the status is 0 unless something could not be run.
+#
+#   bench/run.sh [--brief] BUILD_FOLDER
+#
+# Works on a private host of its own; the stores lie in memory. --brief runs everything once on small stores, so that
+# nothing rots: its figures mean nothing. Wall times are medians of interleaved pairs (see bench/pairs.cpp).
+set -eu
+
+brief=
+if [ "${1-}" = --brief ]; then
+  brief=yes
+  shift
+fi
+[ $# -eq 1 ] || { echo "Usage: $0 [--brief] BUILD_FOLDER" >&2; exit 2; }
+build=$(cd "$1" && pwd)
+self=$(cd "$(dirname "$0")" && pwd)/${0##*/}
+
+if [ ! -d /.private-host ]; then
+  exec "$build/testing/private-host" -- sh "$self" ${brief:+--brief} "$build"
+fi
+
+ravctl=$build/ravctl
+bench=$build/bench
+few=10000 many=100000 starts=200 pairs=30 repair_few=1000 log_mebibytes=1024 line_mebibytes=100
+if [ -n "$brief" ]; then
+  few=20 many=200 starts=2 pairs=2 repair_few=2 log_mebibytes=2 line_mebibytes=1
+fi
+
+say() { printf '%s\n' "$*"; }
+
+# figure TEXT VALUE BAR: one line, with what it says about the bar.
+figure() {
+  awk -v text="$1" -v value="$2" -v bar="$3" \
+    'BEGIN { printf "  %s: %s, bar %s: %s\n", text, value, bar, value + 0 <= bar + 0 ? "met" : "missed" }'
+}
+
+# What a command executes between its start and its end.
+instructions() {
+  env -i "$(command -v valgrind)" --tool=callgrind --callgrind-out-file=/dev/null "$@" 2>&1 >/dev/null |
+    awk '/Collected/ { print $NF }'
+}
+
+# The store of a name becomes the one of the host.
+use() { ln -sfn "/$1" /etc/zuv; }
+
+rm -rf /etc/zuv
+"$bench/store" /few "$few"
+"$bench/store" /many "$many"
+"$bench/store" /equal "$repair_few" equal
+"$bench/store" /equals "$((repair_few * 10))" equal
+log=$(mktemp)
+
+say "A start: list versions (B) and an empty C program (A)"
+use few
+"$bench/pairs" --pairs "$starts" --bar 1.06 -- "$bench/empty" -- "$ravctl" list versions
+if command -v strace >/dev/null; then
+  env -i "$(command -v strace)" -f -qq -o "$log" "$ravctl" list versions >/dev/null
+  figure "system calls of list versions" "$(wc -l <"$log")" 30
+else
+  say "  system calls: not counted, strace is not here"
+fi
+if command -v valgrind >/dev/null; then
+  figure "instructions of list versions" "$(instructions "$ravctl" list versions)" 120000
+  say "  (of the empty program: $(instructions "$bench/empty"))"
+else
+  say "  instructions: not counted, valgrind is not here"
+fi
+
+say "Listing $few profiles: list profiles (B) and a C loop (A)"
+"$bench/pairs" --pairs "$pairs" --bar 1.15 -- "$bench/list_profiles" -- "$ravctl" list profiles
+
+say "Listing: $many profiles (B) and $few (A)"
+"$bench/pairs" --pairs "$pairs" --bar 11 --before-a "/bin/ln -sfn /few /etc/zuv" --before-b "/bin/ln -sfn /many /etc/zuv" \
+  -- "$ravctl" list profiles -- "$ravctl" list profiles >"$log"
+cat "$log"
+# Memory for one profile more.
+figure "bytes of peak memory a profile" "$(awk -v more=$((many - few)) '
+  /peak/ { sub(/.*peak /, ""); peak[++n] = $1 }
+  END { printf "%.0f", (peak[2] - peak[1]) * 1024 / more }' "$log")" 450
+
+say "Repairing equal names: $((repair_few * 10)) (B) and $repair_few (A)"
+cat >/restore <<END
+#!/bin/sh
+"$bench/store" /\$1 \$2 equal && ln -sfn /\$1 /etc/zuv
+END
+chmod 755 /restore
+"$bench/pairs" --pairs "$pairs" --bar 11 --before-a "/restore equal $repair_few" \
+  --before-b "/restore equals $((repair_few * 10))" -- "$ravctl" list profiles -- "$ravctl" list profiles
+
+use few
+hip_log=/few/profiles/profile-1/hip.log
+say "The log, $log_mebibytes MiB, its last lines shown: list log (B) and tail (A)"
+"$bench/log" "$hip_log" "$log_mebibytes" lines
+"$bench/pairs" --pairs "$pairs" --bar 1.3 -- /usr/bin/tail -n 50 "$hip_log" \
+  -- "$ravctl" list log dir=profile-1
+"$bench/pairs" --pairs 3 -- "$ravctl" list versions -- "$ravctl" list log dir=profile-1 >"$log"
+figure "KiB of peak memory beyond a start" "$(awk '
+  /peak/ { sub(/.*peak /, ""); peak[++n] = $1 }
+  END { print peak[2] - peak[1] }' "$log")" 4096
+say "The log, few lines match, all of it looked at: list log (B) and a plain read (A)"
+"$bench/pairs" --pairs "$pairs" --bar 2.4 -- "$bench/read_file" "$hip_log" \
+  -- "$ravctl" list log dir=profile-1 log_level=fatal
+say "The log, 100000 lines shown (B) and 10000 (A)"
+"$bench/pairs" --pairs "$pairs" --bar 11 -- "$ravctl" list log dir=profile-1 max_lines=10000 \
+  -- "$ravctl" list log dir=profile-1 max_lines=100000
+say "The log, one line of $line_mebibytes MiB: list log (B) and a plain read (A)"
+"$bench/log" "$hip_log" "$line_mebibytes" one-line
+"$bench/pairs" --pairs "$pairs" --bar 2.4 -- "$bench/read_file" "$hip_log" \
+  -- "$ravctl" list log dir=profile-1 log_level=fatal
+rm -f "$hip_log"
+
+if [ -x "$bench/json_bench" ]; then
+  say "JSON: an object of 100000 members and one of 10000"
+  "$bench/json_bench" --benchmark_format=csv --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \
+    ${brief:+--benchmark_min_time=0.001} >"$log" 2>/dev/null
+  # how_it_grows FAMILY: the processor time of the large one by that of the small one, medians of five.
+  how_it_grows() {
+    awk -F, -v family="$1" '
+      $1 == "\"" family "/10000_median\"" { small = $4 }
+      $1 == "\"" family "/100000_median\"" { printf "%.2f", $4 / small }' "$log"
+  }
+  figure "building" "$(how_it_grows BuildObject)" 11
+  say "  finding every member: $(how_it_grows FindEveryMember)"
+  say "  parsing: $(how_it_grows ParseObject)"
+  say "  writing: $(how_it_grows WriteObject)"
+else
+  say "JSON: not measured, Google Benchmark is not here"
+fi
+
+if [ -x "$bench/queue_bench" ]; then
+  say "The pointer queue, its time by that of std::deque"
+  "$bench/queue_bench" ${brief:+--brief} | sed 's/^/  /'
+fi
+
+[ ! -x "$bench/log_bench" ] || sh "${self%/*}/log.sh" ${brief:+--brief} "$build"
+
+say "JSON: beside other libraries (more is better)"
+"$bench/json_libraries" ${brief:+--brief}
