@@ -1,0 +1,74 @@
+#!/bin/sh
+# Runs on a private host whose store holds nothing but a factory template; `./dev demo` starts it.
+set -eu
+cd "$(dirname "$0")/.."
+
+# Prints a command as one would type it, then runs it.
+run() {
+  printf '\n$'
+  for word in "$@"; do
+    case $word in
+      *' '*) printf " '%s'" "$word" ;;
+      *) printf ' %s' "$word" ;;
+    esac
+  done
+  printf '\n'
+  "$@"
+}
+
+note() { printf '\n# %s\n' "$*"; }
+
+# What an init script needs to start and stop the daemon.
+missing=
+command -v killall >/dev/null || missing="$missing killall (psmisc)"
+command -v start-stop-daemon >/dev/null || missing="$missing start-stop-daemon (dpkg)"
+if [ -z "$missing" ]; then
+  mkdir -p /etc/init.d
+  install -m 755 packaging/examples/hip.init /etc/init.d/hip
+fi
+
+# Waits until a command succeeds, eight seconds at most.
+wait_until() {
+  for _ in $(seq 80); do
+    ! "$@" || return 0
+    sleep 0.1
+  done
+  note "In vain: $*"
+  exit 1
+}
+
+# The daemon has been started so many times on that profile directory.
+is_up() { [ "$(grep -c 'hip: started' "/etc/zuv/profiles/$1/hip.log" 2>/dev/null)" = "$2" ]; }
+is_connected() { ravctl service status | grep -qx 'helmsor: true'; }
+
+run ravctl list versions
+run ravctl profile create lab helmsor=helmsor.example.com:443 network=eth0
+run ravctl profile create 'field office' helmsor=10.1.1.1 --quiet
+run ravctl list profiles
+run ravctl profile modify lab log_level=debug
+run ravctl profile details lab
+run ravctl profile rename 'field office' new_name=harbour
+
+if [ -n "$missing" ]; then
+  note "Starting and stopping the daemon is not shown; missing here:$missing."
+  run ravctl list profiles --quiet
+  exit 0
+fi
+
+note 'The daemon is a stand-in, and /etc/init.d/hip is packaging/examples/hip.init.'
+run ravctl service status
+run ravctl profile activate lab
+wait_until is_up profile-123123 1
+run ravctl profile activate harbour
+wait_until is_up profile-123124 1
+run ravctl list profiles
+run ravctl list log harbour max_lines=5
+run ravctl profile modify harbour helmsor=10.1.1.2:443 --quiet
+wait_until is_up profile-123124 2
+note 'A daemon that has just come up says nothing yet about its connections.'
+run ravctl service status
+wait_until is_connected
+run ravctl service status
+run ravctl list log harbour log_level=info
+run ravctl support reset harbour
+run ravctl service stop

@@ -1,0 +1,125 @@
+#!/bin/sh
+# The steps of `./dev check` and `./dev ci`, one function each: sh tools/steps.sh NAME. What a step says is shown when it
+# fails. dev has installed what they need.
+set -eu
+cd "$(dirname "$0")/.."
+. tools/common.sh
+
+# sources PATTERN...: our files of these names.
+sources() {
+  for pattern in "$@"; do
+    find src testing tests bench fuzz tools -type f -name "$pattern"
+  done | sort
+}
+
+# ---- check ----
+
+format() { sources '*.h' '*.cpp' '*.c' | xargs clang-format --dry-run -Werror; }
+
+# The program and what tests share; GoogleTest's macros are not worth the minutes.
+tidy() {
+  configure release
+  sources '*.cpp' | grep -E '^(src|testing)/' | grep -v '_test\.cpp$' |
+    xargs -P "$jobs" -n 1 clang-tidy --quiet -p build/release
+}
+
+layers() {
+  configure release
+  build release layers_test
+  ctest --test-dir build/release --no-tests=error --output-on-failure -R Layers
+}
+
+# Each header says what it needs.
+headers() {
+  sources '*.h' | xargs -P "$jobs" -I '{}' \
+    g++ -std=c++17 -Wall -Wextra -Werror -Isrc -I. -fsyntax-only -x c++ -include '{}' /dev/null
+}
+
+scripts() {
+  find . \( -name build -o -name .git \) -prune -o -type f -print | while read -r file; do
+    IFS= read -r first <"$file" || true
+    case $first in '#!'*sh) say "$file" ;; esac
+  done 2>/dev/null | xargs shellcheck -x
+}
+
+# ---- ci ----
+
+# The second compiler, everything, without a warning; the tests have run with the first.
+clang() {
+  configure clang
+  build clang all
+}
+
+asan() {
+  configure asan
+  build asan all
+  export ASAN_OPTIONS=detect_leaks=1:detect_stack_use_after_return=1:strict_string_checks=1
+  export UBSAN_OPTIONS=print_stacktrace=1
+  run_tests asan build/asan
+}
+
+# The subjects with threads.
+tsan() {
+  configure tsan
+  build tsan base_test log_test ravctl hip-standin
+  export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
+  run_tests tsan build/tsan --exclude-regex '_NOT_BUILT|^fuzz_'
+}
+
+# The transcripts, with the program, linked dynamically, under valgrind.
+valgrind() {
+  configure debug
+  build debug ravctl hip-standin transcript_test
+  export RAVCTL_EMULATOR="$PWD/tools/under-valgrind"
+  rm -rf build/debug/valgrind
+  mkdir -m 1777 build/debug/valgrind
+  run_tests valgrind build/debug --tests-regex /Transcript || {
+    cat build/debug/valgrind/log.* >&2
+    return 1
+  }
+}
+
+# Each target for a few seconds, from the seeds in the tree.
+fuzz() {
+  # Files in memory: a sync to a disk is all that a run would wait for.
+  [ ! -d /dev/shm ] || export ZUV_TMP_DIR=/dev/shm/
+  configure fuzz
+  targets=
+  for source in fuzz/*.cpp; do
+    subject=$(basename "$source" .cpp)
+    [ "$subject" = standalone_main ] || targets="$targets $subject"
+  done
+  # shellcheck disable=SC2046,SC2086 # target names
+  build fuzz $(printf 'fuzz_%s ' $targets)
+  passed=0 failed=0
+  for subject in $targets; do
+    rm -rf "build/fuzz/new/$subject"
+    mkdir -p "build/fuzz/new/$subject"
+    set -- -max_total_time=15 -timeout=10 -print_final_stats=1 "-artifact_prefix=build/fuzz/new/$subject-"
+    [ ! -f "fuzz/$subject.dict" ] || set -- "$@" "-dict=fuzz/$subject.dict"
+    [ ! -d "fuzz/corpus/$subject" ] || set -- "$@" "build/fuzz/new/$subject" "fuzz/corpus/$subject"
+    if "build/fuzz/fuzz/fuzz_$subject" "$@"; then
+      passed=$((passed + 1))
+    else
+      say "fuzz_$subject failed; its input is in build/fuzz/new/"
+      failed=$((failed + 1))
+    fi
+  done
+  say "$passed $failed 0" >"$RESULTS/fuzz.count"
+  [ "$failed" -eq 0 ]
+}
+
+# A big-endian machine whose char has no sign.
+s390x() {
+  configure s390x
+  build s390x base_test json_test
+  run_tests s390x build/s390x --exclude-regex '_NOT_BUILT|^fuzz_'
+}
+
+bench() {
+  configure release -DRAVCTL_BENCH=ON
+  build release all
+  bench/run.sh --brief build/release
+}
+
+"$1"
