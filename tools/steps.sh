@@ -42,6 +42,22 @@ scripts() {
   done 2>/dev/null | xargs shellcheck -x
 }
 
+# Both readers of manuals are silent. Which manuals of others this machine has is no matter of ours.
+manuals() {
+  command -v mandoc
+  command -v man
+  complaints=$(
+    cd man
+    mandoc -T lint ./*.[1-9] 2>/dev/null | grep -v 'STYLE: referenced manual not found'
+    for manual in *.[1-9]; do
+      LC_ALL=C.UTF-8 MANROFFSEQ='' MANWIDTH=80 man --warnings -E UTF-8 -l -Tutf8 -Z "./$manual" 2>&1 >/dev/null |
+        sed "s/^/$manual: /"
+    done
+  ) || true
+  say "$complaints"
+  [ -z "$complaints" ]
+}
+
 # ---- ci ----
 
 # The second compiler, everything, without a warning; the tests have run with the first.
