@@ -1,0 +1,537 @@
+// Many processes at the store at the same moment, each with commands drawn at random: the real program on one private
+// host. The seed is printed; RAVCTL_SEED repeats a run as far as the order of the processes can be repeated at all.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <limits>
+#include <map>
+#include <random>
+#include <sstream>
+
+#include "base/FileUtils.h"
+#include "profiles/ConfigLines.h"
+#include "testing/HostTest.h"
+#include "testing/StoreCheck.h"
+
+namespace {
+
+using testing::IsEmpty;
+using testing::Not;
+using Words = std::vector<std::string>;
+
+constexpr int kProcesses = 16;
+constexpr const char* kNotes = "/run/notes/";
+
+// What a process did, in a line of its notes; parts are parted by tabs.
+struct Note {
+  long long began = 0;
+  long long ended = 0;
+  std::string what;     // the first two words of a command, or "problem"
+  std::string failure;  // the status code that was printed; "-" for success
+  std::string subject;  // the directory it was about
+  std::string value;    // what it wrote there
+};
+
+long long now() { return std::chrono::steady_clock::now().time_since_epoch().count(); }
+
+std::string lineOf(const std::string& text, const std::string& key) {
+  const size_t from = text.compare(0, key.size(), key) == 0 ? 0 : text.find("\n" + key);
+  if (from == std::string::npos) return "";
+  const size_t value = from + key.size() + (from == 0 ? 0 : 1);
+  return text.substr(value, text.find('\n', value) - value);
+}
+
+// One of the processes: runs the program step by step and keeps notes.
+class Actor {
+ public:
+  Actor(int number, unsigned seed) : number_(number), random_(seed + static_cast<unsigned>(number)) {}
+
+  int number() const { return number_; }
+  unsigned upTo(unsigned last) { return static_cast<unsigned>(random_() % (last + 1)); }
+  template <typename Rows>
+  const auto& anyOf(const Rows& rows) {
+    return rows[upTo(static_cast<unsigned>(std::size(rows)) - 1)];
+  }
+
+  // A text that no other step writes.
+  std::string unique() { return "w" + std::to_string(number_) + "s" + std::to_string(++texts_); }
+
+  Outcome run(const Words& words, const std::string& subject = "", const std::string& value = "") {
+    Note note;
+    note.began = now();
+    const Outcome outcome = runRavctl(words);
+    note.ended = now();
+    note.what = words.at(0) + " " + words.at(1);
+    note.failure = lineOf(outcome.out, "status_code: 0x1");
+    note.subject = subject.empty() ? lineOf(outcome.out, "profile_dir=") : subject;
+    note.value = value;
+    write(note);
+    const bool inOrder = outcome.exitStatus == 0 && outcome.signal == 0 && outcome.err.empty();
+    if (!inOrder || (!note.failure.empty() && !isKnown(note.failure))) {
+      problem(note.what, "status " + std::to_string(outcome.exitStatus) + ", signal " + std::to_string(outcome.signal) +
+                             ", " + host::quoted(outcome.out) + ", " + host::quoted(outcome.err));
+    }
+    return outcome;
+  }
+
+  void note(const std::string& what, bool succeeded, const std::string& subject, const std::string& value) {
+    write({0, 0, what, succeeded ? "" : "failed", subject, value});
+  }
+
+  void expect(bool holds, const std::string& claim, const std::string& seen) {
+    if (!holds) problem(claim, host::quoted(seen));
+  }
+
+  void finish() { host::writeFile(kNotes + std::to_string(number_), notes_.str()); }
+
+ private:
+  // What a change may answer that comes too late, without the leading 1: files that went away, "application error",
+  // "profile not found", "invalid argument" for a name that somebody else has taken, directories in use. And what the
+  // start of a daemon answers where there is no init system.
+  static bool isKnown(const std::string& code) {
+    constexpr const char* codes[] = {"0000003", "2000001", "2001001", "4000004", "4000005",
+                                     "4000006", "4000007", "400000e", "4000010", "6001001"};
+    return std::find(std::begin(codes), std::end(codes), code) != std::end(codes);
+  }
+
+  void problem(const std::string& what, const std::string& seen) {
+    Note note;
+    note.what = "problem";
+    note.subject = what;
+    note.value = seen;
+    write(note);
+  }
+
+  void write(const Note& note) {
+    notes_ << note.began << '\t' << note.ended << '\t' << note.what << '\t'
+           << (note.failure.empty() ? "-" : note.failure) << '\t' << note.subject << '\t' << note.value << '\n';
+  }
+
+  const int number_;
+  std::mt19937 random_;
+  int texts_ = 0;
+  std::ostringstream notes_;
+};
+
+std::vector<Note> notesOf(int number) {
+  std::ifstream file(kNotes + std::to_string(number));
+  std::vector<Note> notes;
+  for (std::string line; std::getline(file, line);) {
+    std::istringstream parts(line);
+    std::string began;
+    std::string ended;
+    Note note;
+    for (std::string* part : {&began, &ended, &note.what, &note.failure, &note.subject, &note.value})
+      std::getline(parts, *part, '\t');
+    note.began = std::stoll(began);
+    note.ended = std::stoll(ended);
+    notes.push_back(note);
+  }
+  return notes;
+}
+
+using Notes = std::vector<std::vector<Note>>;  // of each process
+
+// Starts a process for each number, lets them go at the same moment and waits for all.
+template <typename Work>
+Notes runTogether(unsigned seed, Work work) {
+  int gate[2];
+  EXPECT_EQ(::pipe(gate), 0);
+  std::vector<pid_t> children;
+  for (int number = 0; number < kProcesses; ++number) {
+    const pid_t child = ::fork();
+    if (child != 0) {
+      children.push_back(child);
+      continue;
+    }
+    int end = 1;
+    try {
+      char none = 0;
+      ::close(gate[1]);
+      end = ::read(gate[0], &none, 1) == 0 ? 0 : 1;
+      Actor actor(number, seed);
+      work(actor);
+      actor.finish();
+    } catch (const std::exception& problem) {
+      std::cerr << problem.what() << std::endl;
+      end = 1;
+    }
+    ::_exit(end);
+  }
+  ::close(gate[0]);
+  ::close(gate[1]);
+  Notes notes;
+  for (int number = 0; number < kProcesses; ++number) {
+    int status = 0;
+    EXPECT_EQ(::waitpid(children[static_cast<size_t>(number)], &status, 0), children[static_cast<size_t>(number)]);
+    EXPECT_EQ(status, 0) << "process " << number;
+    notes.push_back(notesOf(number));
+  }
+  return notes;
+}
+
+std::vector<std::string> problemsIn(const Notes& notes) {
+  std::vector<std::string> problems;
+  for (const auto& ofOne : notes) {
+    for (const Note& note : ofOne)
+      if (note.what == "problem") problems.push_back(note.subject + ": " + note.value);
+  }
+  return problems;
+}
+
+// --- The two checks that take the notes of all processes
+
+// A directory belongs to its creator from the end of the create to the start of the delete: no two such times of one
+// directory may overlap.
+std::vector<std::string> sharedDirectories(const Notes& notes) {
+  struct Time {
+    long long from, to;
+    int owner;
+  };
+  std::map<std::string, std::vector<Time>> times;
+  for (int owner = 0; owner < static_cast<int>(notes.size()); ++owner) {
+    for (const Note& note : notes[static_cast<size_t>(owner)]) {
+      if (note.what == "profile create" && note.failure == "-") {
+        times[note.subject].push_back({note.ended, std::numeric_limits<long long>::max(), owner});
+      } else if (note.what == "profile delete") {
+        for (Time& time : times[note.subject])
+          if (time.owner == owner && time.from < note.began) time.to = std::min(time.to, note.began);
+      }
+    }
+  }
+  std::vector<std::string> shared;
+  for (const auto& [dirname, all] : times) {
+    for (size_t i = 0; i < all.size(); ++i) {
+      for (size_t j = i + 1; j < all.size(); ++j) {
+        if (all[i].from < all[j].to && all[j].from < all[i].to) shared.push_back(dirname);
+      }
+    }
+  }
+  return shared;
+}
+
+// Of every key the value of the last edit that its only editor was told had succeeded. A failed edit may have come
+// through or not, so a key whose last edit failed is left out. Subjects are "path key".
+std::map<std::string, std::string> lastValues(const Notes& notes, const std::string& what) {
+  std::map<std::string, std::string> values;
+  for (const auto& ofOne : notes) {
+    for (const Note& note : ofOne) {
+      if (note.what != what || note.value.empty()) continue;
+      values.erase(note.subject);
+      if (note.failure == "-") values[note.subject] = note.value;
+    }
+  }
+  return values;
+}
+
+std::vector<std::string> lostEdits(const std::map<std::string, std::string>& expected) {
+  std::vector<std::string> lost;
+  for (const auto& [subject, value] : expected) {
+    const size_t blank = subject.find(' ');
+    std::map<std::string, std::string> pairs = pairsOf(subject.substr(0, blank));
+    const std::string& there = pairs[subject.substr(blank + 1)];
+    if (there != value) lost.push_back(subject + ": " + value + " was written, " + there + " is there");
+  }
+  return lost;
+}
+
+// --- What the processes do
+
+std::string sharedProfile(int number) { return "profile-" + std::to_string(number % (kProcesses / 2) + 1); }
+
+// Each key of a shared profile has one editor, each endbox.conf two.
+void editOwnKey(Actor& actor) {
+  constexpr const char* levels[] = {"error", "warning", "info", "debug", "trace", "fatal"};
+  const bool first = actor.number() < kProcesses / 2;
+  const std::string key = first ? "activation_code" : "log_level";
+  const std::string value = first ? actor.unique() : actor.anyOf(levels);
+  const std::string dirname = sharedProfile(actor.number());
+  actor.run({"profile", "modify", "dir=" + dirname, (first ? "invitation=" : "log_level=") + value},
+            host::kProfiles + dirname + "/endbox.conf " + key, value);
+}
+
+// The profiles that one process has made and nobody else touches.
+class OwnProfiles {
+ public:
+  explicit OwnProfiles(Actor* actor) : actor_(*actor) {}
+
+  void create() {
+    const std::string mark = actor_.unique();
+    const Outcome made =
+        actor_.run({"profile", "create", mark, "helmsor=" + mark + ":1", "network=" + mark, "invitation=" + mark});
+    const std::string dirname = lineOf(made.out, "profile_dir=");
+    if (dirname.empty()) return;
+    marks_[dirname] = mark;
+    look(dirname);
+  }
+  void rename() {
+    // Longer and shorter than what is there.
+    const std::string name = actor_.unique() + std::string(actor_.upTo(40), 'n');
+    if (!marks_.empty()) actor_.run({"profile", "rename", "dir=" + any(), "new_name=" + name});
+  }
+  void modify() {
+    if (marks_.empty()) return;
+    const std::string dirname = any();
+    const std::string mark = actor_.unique();
+    const Outcome changed = actor_.run(
+        {"profile", "modify", "dir=" + dirname, "helmsor=" + mark + ":1", "network=" + mark, "invitation=" + mark},
+        dirname);
+    if (lineOf(changed.out, "status_code: 0x1").empty()) marks_[dirname] = mark;
+    look(dirname);
+  }
+  void reset() {
+    if (marks_.empty()) return;
+    const std::string dirname = any();
+    host::writeFile(host::kProfiles + dirname + "/peers", "p");
+    actor_.run({"support", "reset", "dir=" + dirname}, dirname);
+    actor_.expect(!host::exists(host::kProfiles + dirname + "/peers"), "reset removes peers", dirname);
+  }
+  void remove() {
+    if (marks_.empty()) return;
+    const std::string dirname = any();
+    marks_.erase(dirname);
+    actor_.run({"profile", "delete", "dir=" + dirname}, dirname);
+  }
+
+ private:
+  std::string any() {
+    auto at = marks_.begin();
+    std::advance(at, actor_.upTo(static_cast<unsigned>(marks_.size()) - 1));
+    return at->first;
+  }
+
+  // Every file says what we have written last.
+  void look(const std::string& dirname) {
+    const std::string& mark = marks_[dirname];
+    const std::string dir = host::kProfiles + dirname + "/";
+    const std::string seen = pairsOf(dir + "mapconfig.static")["map_uri"] + " " +
+                             pairsOf(dir + "hip.conf")["master_interface"] + " " +
+                             pairsOf(dir + "endbox.conf")["activation_code"];
+    actor_.expect(seen == "https://" + mark + ":1 " + mark + " " + mark, dirname + " holds what we wrote: " + mark,
+                  seen);
+  }
+
+  Actor& actor_;
+  std::map<std::string, std::string> marks_;
+};
+
+// Each process changes its own profiles, and its own key of one that it shares.
+void mindOwnBusiness(Actor& actor, int steps) {
+  OwnProfiles own(&actor);
+  constexpr void (OwnProfiles::*actions[])() = {&OwnProfiles::create, &OwnProfiles::create, &OwnProfiles::rename,
+                                                &OwnProfiles::modify, &OwnProfiles::reset,  &OwnProfiles::remove};
+  for (int step = 0; step < steps; ++step) {
+    if (actor.upTo(2) == 0) {
+      editOwnKey(actor);
+    } else {
+      (own.*actor.anyOf(actions))();
+    }
+  }
+}
+
+// Everybody changes what anybody has made; two names for sixteen processes.
+void changeAnything(Actor& actor, int steps) {
+  for (int step = 0; step < steps; ++step) {
+    const std::string name = actor.upTo(1) == 0 ? "lab" : "harbour";
+    const std::string text = actor.unique() + std::string(actor.upTo(40), 't');
+    const Words commands[] = {
+        {"profile", "create", name, "helmsor=" + text, "network=" + text, "invitation=" + text},
+        {"profile", "create", name, "helmsor=" + text, "allow_rename=false"},
+        {"profile", "rename", name, "new_name=" + text},
+        {"profile", "rename", "", "new_name=" + name},
+        {"profile", "modify", name, "helmsor=" + text + ":7", "log_level=debug"},
+        {"profile", "modify", "", "network=" + text, "invitation=###"},
+        {"profile", "activate", name, "sys=null"},
+        {"support", "reset", name},
+        {"profile", "delete", name},
+        {"profile", "delete", ""},
+        {"list", "profiles"},
+        {"profile", "details", name},
+    };
+    actor.run(actor.anyOf(commands));
+  }
+}
+
+std::vector<std::string> namesListed() {
+  std::vector<std::string> names;
+  std::istringstream lines(runRavctl({"list", "profiles"}).out);
+  for (std::string line; std::getline(lines, line);) {
+    const size_t tab = line.find('\t');
+    if (tab != std::string::npos) names.push_back(line.substr(tab + 1));
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+class ManyAtOnce : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    if (IsSkipped()) return;
+    host::makeDirs(kNotes);
+    host::writeFile(std::string(host::kFactory) + "/firmware_revision", "4.1.7\n");
+    host::writeFile(std::string(host::kFactory) + "/hip.conf", "# template\nmode=fast\n");
+    host::writeFile(std::string(host::kFactory) + "/ca-certs/root.pem", std::string(9000, 'c') + "\n");
+    const char* given = std::getenv("RAVCTL_SEED");
+    seed_ = given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : 2022;
+  }
+
+  // A seed of the moment, for runs that are to see something new.
+  void drawSeed() {
+    if (std::getenv("RAVCTL_SEED") == nullptr) seed_ = std::random_device()();
+  }
+
+  // Steps each process.
+  void ownBusiness(int steps) {
+    std::cout << "seed " << seed_ << std::endl;
+    for (int number = 0; number < kProcesses / 2; ++number)
+      host::makeProfile(sharedProfile(number), "shared " + std::to_string(number));
+    host::makeActive("profile-1");
+    const Notes notes = runTogether(seed_, [&](Actor& actor) { mindOwnBusiness(actor, steps); });
+    const auto expected = lastValues(notes, "profile modify");
+    EXPECT_GE(expected.size(), 8u) << "that few edits show nothing";
+    EXPECT_THAT(problemsIn(notes), IsEmpty());
+    EXPECT_THAT(sharedDirectories(notes), IsEmpty());
+    EXPECT_THAT(lostEdits(expected), IsEmpty());
+    expectSoundStore();
+  }
+
+  void anything(int steps) {
+    std::cout << "seed " << seed_ << std::endl;
+    const Notes notes = runTogether(seed_, [&](Actor& actor) { changeAnything(actor, steps); });
+    EXPECT_THAT(problemsIn(notes), IsEmpty());
+    expectSoundStore();
+  }
+
+  static void expectSoundStore() {
+    EXPECT_THAT(flawsOfStore(), IsEmpty());
+    EXPECT_THAT(staleLocks(), IsEmpty());
+    const std::vector<std::string> names = namesListed();
+    EXPECT_THAT(names, Not(IsEmpty()));
+    EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end()) << "two profiles of one name";
+  }
+
+  // Each process edits a key of its own in one file through the editor of the product.
+  Notes editOneFile(int steps) {
+    return runTogether(seed_, [&](Actor& actor) {
+      const std::string key = "key" + std::to_string(actor.number());
+      std::string last;
+      bool succeeded = true;
+      for (int step = 0; step < steps; ++step) {
+        last = actor.unique();
+        succeeded = ConfigLines::setKeys(kOneFile, {{key, last}}).isSuccess();
+      }
+      actor.note("edit", succeeded, std::string(kOneFile) + " " + key, last);
+    });
+  }
+
+  static constexpr const char* kOneFile = "/etc/zuv/profiles/hip.conf";
+  unsigned seed_ = 0;
+};
+
+TEST_F(ManyAtOnce, EachFindsItsOwnProfilesAndKeysAsItLeftThem) { ownBusiness(60); }
+
+TEST_F(ManyAtOnce, TheStoreStaysSoundWhenEachChangesEverything) { anything(100); }
+
+TEST_F(ManyAtOnce, NoEditOfAnotherKeyOfOneFileIsLost) {
+  const auto expected = lastValues(editOneFile(40), "edit");
+  EXPECT_EQ(expected.size(), static_cast<size_t>(kProcesses));
+  EXPECT_THAT(lostEdits(expected), IsEmpty());
+  EXPECT_THAT(flawsOfStore(), IsEmpty());
+  EXPECT_THAT(staleLocks(), IsEmpty());
+}
+
+// Texts of all lengths, so that the end of a longer one, or a hole, would show behind a shorter one.
+TEST_F(ManyAtOnce, AFileThatAllReplaceIsWhole) {
+  const std::string path = host::kProfiles + std::string("profile-1/profile_name");
+  for (int round = 0; round < 20; ++round) {
+    host::makeDirs(host::kProfiles + std::string("profile-1"));
+    const Notes notes = runTogether(seed_ + static_cast<unsigned>(round), [&](Actor& actor) {
+      for (int step = 0; step < 20; ++step) {
+        const std::string text = actor.unique() + std::string(actor.upTo(200), 't');
+        actor.expect(FileUtils::writeString(path, text, true).isSuccess(), "the write succeeds", text);
+      }
+    });
+    EXPECT_THAT(problemsIn(notes), IsEmpty());
+    EXPECT_THAT(flawsOfStore(), IsEmpty());
+    host::remove(path);
+  }
+}
+
+class ManyAtOnceLong : public ManyAtOnce {
+ protected:
+  void SetUp() override {
+    ManyAtOnce::SetUp();
+    drawSeed();
+  }
+};
+
+TEST_F(ManyAtOnceLong, EachFindsItsOwnProfilesAndKeysAsItLeftThem) { ownBusiness(400); }
+
+TEST_F(ManyAtOnceLong, TheStoreStaysSoundWhenEachChangesEverything) { anything(400); }
+
+// --- The checks can fail
+
+// Edits go on without a lock that cannot be taken, so that with its place spoilt they tread on each other.
+TEST_F(ManyAtOnce, WithoutTheLockEditsAreLost) {
+  ::setenv("ZUV_LOCK_DIR", "/dev/null", 1);
+  size_t lost = 0;
+  for (int round = 0; round < 50 && lost == 0; ++round) {
+    host::remove(kOneFile);
+    lost = lostEdits(lastValues(editOneFile(40), "edit")).size();
+  }
+  EXPECT_GT(lost, 0u);
+}
+
+TEST_F(ManyAtOnce, TwoCreatorsOfOneDirectoryAreNoticed) {
+  const auto create = [](long long began, const char* dirname) {
+    return Note{began, began + 1, "profile create", "-", dirname, ""};
+  };
+  const auto remove = [](long long began, const char* dirname) {
+    return Note{began, began + 1, "profile delete", "-", dirname, ""};
+  };
+  EXPECT_THAT(sharedDirectories({{create(1, "a"), remove(5, "a")}, {create(4, "a")}}), IsEmpty());
+  EXPECT_THAT(sharedDirectories({{create(1, "a"), remove(9, "a")}, {create(4, "a")}}), testing::ElementsAre("a"));
+  EXPECT_THAT(sharedDirectories({{create(1, "a")}, {create(4, "a")}}), testing::ElementsAre("a"));
+  EXPECT_THAT(sharedDirectories({{create(1, "a")}, {create(4, "b")}}), IsEmpty());
+}
+
+TEST_F(ManyAtOnce, EveryPlantedFlawIsNoticed) {
+  struct Case {
+    const char* why;
+    const char* path;
+    std::string text;
+  };
+  const Case cases[] = {
+      {"a name with the end of a longer one behind it", "profile-1/profile_name", "ab\ngname\n"},
+      {"a name with a hole", "profile-1/profile_name", std::string("ab\n\0\0\0", 6)},
+      {"an empty name", "profile-1/profile_name", ""},
+      {"half an address", "profile-1/mapconfig.static", "map_uri=https://h"},
+      {"no address", "profile-1/mapconfig.static", "x\n"},
+      {"a key twice", "profile-1/hip.conf", "a=1\na=2\n"},
+      {"half a line", "profile-1/endbox.conf", "a=1\nb"},
+      {"bytes of nothing", "profile-1/endbox.conf", std::string("a=1\n\0\0\n", 7)},
+      {"a temporary file", "profile-1/hip.conf.temp", "a=1\n"},
+      {"half a copy", "profile-1/ca-certs/root.pem", "ccc"},
+      {"two lines in the marker", ".current", "profile-1\n1\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::remove(host::kProfiles + std::string("profile-1"));
+    host::makeProfile("profile-1", "lab");
+    EXPECT_THAT(flawsOfStore(), IsEmpty());
+    host::writeFile(host::kProfiles + std::string(c.path), c.text);
+    EXPECT_EQ(flawsOfStore().size(), 1u);
+  }
+  EXPECT_THAT(staleLocks(), IsEmpty());
+  host::writeFile("/tmp/lock/hip.conf.lock", "");
+  EXPECT_THAT(staleLocks(), testing::ElementsAre("/tmp/lock/hip.conf.lock"));
+}
+
+}  // namespace
