@@ -102,13 +102,14 @@ TEST_P(ManualExamples, PrintWhatTheyShow) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Manuals, ManualExamples, testing::Values("ravctl.8"), [](const auto& instance) {
-  std::string name;
-  for (const char letter : std::string(instance.param)) {
-    if (std::isalnum(static_cast<unsigned char>(letter)) != 0) name += letter;
-  }
-  return name;
-});
+INSTANTIATE_TEST_SUITE_P(Manuals, ManualExamples, testing::Values("ravctl.8", "ravctl-profiles.5"),
+                         [](const auto& instance) {
+                           std::string name;
+                           for (const char letter : std::string(instance.param)) {
+                             if (std::isalnum(static_cast<unsigned char>(letter)) != 0) name += letter;
+                           }
+                           return name;
+                         });
 
 // --- Status codes
 
