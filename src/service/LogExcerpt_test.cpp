@@ -8,6 +8,7 @@
 
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
+#include "testing/LogModel.h"
 
 namespace {
 
@@ -146,55 +147,6 @@ TEST_F(LogExcerptTest, PiecesAreCountedFromTheStartOfALineHoweverLongItIs) {
 
 // --- The same, from a model
 
-// The level of a text, from its description.
-Level modelLevel(const std::string& whole) {
-  auto isBlank = [](char c) { return static_cast<unsigned char>(c) <= 32 || c == 127; };
-  std::string text = whole;
-  while (!text.empty() && isBlank(text.back())) text.pop_back();
-  while (!text.empty() && isBlank(text.front())) text.erase(0, 1);
-  for (char& c : text) c = static_cast<char>(c >= 'a' && c <= 'z' ? c - 32 : c);
-  const std::string shortNames[] = {"T~", "D~", "I~", "N~", "W~", "E~", "F~"};
-  for (int i = 0; i < 7; ++i) {
-    if (text.substr(0, 2) == shortNames[i]) return static_cast<Level>(static_cast<int>(Level::trace) + i);
-  }
-  if (!text.empty() && text[0] == '[') text.erase(0, 1);
-  const std::pair<std::string, Level> names[] = {
-      {"TRACE", Level::trace},    {"DEBUG", Level::debug},     {"INFO", Level::info},   {"NOTICE", Level::notice},
-      {"WARN", Level::warning},   {"WARNING", Level::warning}, {"ERR", Level::error},   {"ERROR", Level::error},
-      {"FATAL", Level::fatal},    {"PANIC", Level::fatal},     {"EMERG", Level::fatal}, {"EMERGENCY", Level::fatal},
-      {"CRITICAL", Level::fatal}, {"ALERT", Level::fatal}};
-  for (const auto& [name, level] : names) {
-    if (text.substr(0, name.size()) != name) continue;
-    const std::string rest = text.substr(name.size());
-    if (rest.empty() || rest[0] == ' ' || rest[0] == ']') return level;
-  }
-  return Level::info;
-}
-
-// Line by line from the start, one string each.
-Texts modelMatches(const std::string& content, Level threshold) {
-  Texts list;
-  std::size_t at = 0;
-  while (at < content.size()) {
-    std::string piece;
-    while (at < content.size() && piece.size() < 4095) {
-      piece += content[at++];
-      if (piece.back() == '\n') break;
-    }
-    std::string text = piece.c_str();
-    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
-    if (!text.empty() && modelLevel(text) >= threshold) list.push_back(text);
-  }
-  return list;
-}
-
-Texts lastOf(Texts list, std::int32_t maxLines) {
-  if (maxLines < 0) maxLines = 50;
-  if (maxLines > 100000) maxLines = 100000;
-  while (list.size() > static_cast<std::size_t>(maxLines)) list.erase(list.begin());
-  return list;
-}
-
 class LogMaker {
  public:
   explicit LogMaker(unsigned seed) : random_(seed) {}
@@ -263,14 +215,14 @@ class LogMaker {
 
 void expectAsModel(const std::string& content, LogMaker& maker) {
   const Level threshold = static_cast<Level>(static_cast<int>(Level::trace) + static_cast<int>(maker.below(7)));
-  const Texts all = modelMatches(content, threshold);
+  const Texts all = log_model::matchingLines(content, threshold);
   const auto matching = static_cast<std::int32_t>(all.size());
   const auto random = static_cast<std::int32_t>(maker.below(static_cast<unsigned>(matching) + 2));
   for (const std::int32_t maxLines : {0, 1, 2, 50, matching - 1, matching, matching + 1, random, 100000}) {
     SCOPED_TRACE("max_lines " + std::to_string(maxLines) + " of " + std::to_string(matching));
     Texts lines;
     ASSERT_THAT(readLogExcerpt(kLog, threshold, maxLines, lines), HasCode(status::success));
-    ASSERT_TRUE(lines == lastOf(all, maxLines));
+    ASSERT_TRUE(lines == log_model::lastOf(all, maxLines));
   }
 }
 
