@@ -7,19 +7,14 @@
 // - A sequence collects objects alone.
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 
+#include "fuzz/FuzzTarget.h"
 #include "json/JsonParser.h"
 #include "json/JsonWriter.h"
 
 namespace {
 
-void require(bool holds, const char* law) {
-  if (holds) return;
-  std::fprintf(stderr, "broken law: %s\n", law);
-  std::abort();
-}
+using fuzz::require;
 
 bool carriesName(std::string_view name) { return name.find_first_of("\"\\") == std::string_view::npos; }
 

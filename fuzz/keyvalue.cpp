@@ -1,39 +1,23 @@
 // Laws of key=value files, for any content:
 // - Writing back the pairs that were read leaves the file as it is, byte for byte, unless a key is there twice.
 // - After setting a key, the file reads back with that value, the same keys, and the same values where the format
-// carries
-//   them bare: without outer blanks and outer quotes.
+//   carries them bare: without outer blanks and outer quotes.
+// - Setting it again changes nothing; neither does setting another value and this one again, when every value is bare.
 // - Lines without a pair stay, in their order, but an empty last one.
-#include <unistd.h>
-
+// - An edit that fails leaves the old bytes, some of them overwritten by the first of the new ones: no file is emptied.
+// Input: faults (fuzz::faults), a file.
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 
-#include "base/FileUtils.h"
 #include "base/KeyValueFile.h"
+#include "fuzz/FuzzTarget.h"
 
 namespace {
 
-void require(bool holds, const char* law) {
-  if (holds) return;
-  std::fprintf(stderr, "broken law: %s\n", law);
-  std::abort();
-}
+using fuzz::contentOf;
+using fuzz::require;
 
-// A folder of our own (in ZUV_TMP_DIR: best in memory) for the file and its lock, gone at the end.
-class Folder {
- public:
-  Folder() {
-    path = FileUtils::tempDir() + "fuzz_keyvalue.XXXXXX";
-    require(::mkdtemp(path.data()) != nullptr, "a folder can be made");
-    path += '/';
-    ::setenv("ZUV_LOCK_DIR", path.c_str(), 1);
-  }
-  ~Folder() { (void)FileUtils::removeTree(path); }
-  std::string path;
-};
+constexpr const char* fuzzedKey = "fuzzed key";
 
 bool isCarriedBare(const std::string& value) {
   if (value.empty()) return true;
@@ -71,33 +55,78 @@ bool hasRepeatedKey(const std::string& content, std::size_t keys) {
   return pairs > keys;
 }
 
+void requireUnchangedByItsOwnPairs(const std::string& path, const std::string& content, FileUtils::KeyValueMap& pairs) {
+  require(FileUtils::readKeyValueFile(path, pairs, '='), "pairs can be read");
+  require(FileUtils::writeKeyValueFile(path, pairs, '='), "what was read can be written");
+  require(contentOf(path) == content || hasRepeatedKey(content, pairs.size()), "what was read changes nothing");
+}
+
+void requirePairs(const std::string& path, const FileUtils::KeyValueMap& expected) {
+  FileUtils::KeyValueMap found;
+  require(FileUtils::readKeyValueFile(path, found, '='), "pairs can be read again");
+  require(found[fuzzedKey] == "value", "a value reads back");
+  require(found.size() == expected.size(), "the keys are the same");
+  for (const auto& [key, value] : expected) {
+    const auto pair = found.find(key);
+    require(pair != found.end(), "a key reads back");
+    require(!isCarriedBare(value) || pair->second == value, "a bare value reads back");
+  }
+}
+
+void requireStableAfterSetting(const std::string& path, const FileUtils::KeyValueMap& pairs) {
+  const std::string once = contentOf(path);
+  require(FileUtils::setKeyValue(path, fuzzedKey, "value"), "a key can be set again");
+  require(contentOf(path) == once, "setting twice is setting once");
+  for (const auto& [key, value] : pairs)
+    if (!isCarriedBare(value)) return;
+  require(FileUtils::setKeyValue(path, fuzzedKey, "another"), "another value can be set");
+  require(FileUtils::setKeyValue(path, fuzzedKey, "value"), "and the first one again");
+  require(contentOf(path) == once, "a value and back is no change");
+}
+
+// Sets the key under the plan in a file whose content a calm run turns into `after`.
+void requireFailureIsBounded(const std::string& path, const FaultPlan& plan, const std::string& after) {
+  const std::string before = contentOf(path);
+  bool worked = false;
+  {
+    const fuzz::NothingStaysOpen nothing;
+    const bool isUndisturbed = fuzz::runUnder(plan, [&] { worked = FileUtils::setKeyValue(path, fuzzedKey, "value"); });
+    require(!isUndisturbed || worked, "an edit without a fault succeeds");
+  }
+  const std::string content = contentOf(path);
+  require(!worked || content == after, "an edit that succeeds is whole");
+  if (content == after) return;  // only the close failed
+  const auto [end, unused] = std::mismatch(content.begin(), content.end(), after.begin(), after.end());
+  const auto written = static_cast<std::size_t>(end - content.begin());
+  const std::string_view kept = std::string_view(before).substr(std::min(written, before.size()));
+  require(content.size() >= std::min(before.size(), after.size()), "a failed edit empties nothing");
+  require(content.compare(written, std::string::npos, kept) == 0, "behind what was written stand the old bytes");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const Folder folder;
-  const std::string path = folder.path + "file";
-  const std::string content(reinterpret_cast<const char*>(data), size);
-  require(FileUtils::writeString(path, content, false).isSuccess(), "a file can be written");
+  static const fuzz::Folder folder;
+  const std::string path = folder.path() + "file";
+  fuzz::Input input(data, size);
+  const FaultPlan plan = fuzz::faults(input);
+  const std::string content(input.rest());
+  fuzz::writeFile(path, content);
 
-  FileUtils::KeyValueMap before;
-  require(FileUtils::readKeyValueFile(path, before, '='), "pairs can be read");
-  require(FileUtils::writeKeyValueFile(path, before, '='), "what was read can be written");
-  std::string after;
-  require(FileUtils::readFile(path, after).isSuccess(), "a file can be read");
-  require(after == content || hasRepeatedKey(content, before.size()), "what was read changes nothing");
-
+  FileUtils::KeyValueMap pairs;
+  requireUnchangedByItsOwnPairs(path, content, pairs);
+  const std::string before = contentOf(path);
   const std::vector<std::string> texts = linesWithoutPair(path);
-  require(FileUtils::setKeyValue(path, "fuzzed key", "value"), "a key can be set");
-  FileUtils::KeyValueMap again;
-  require(FileUtils::readKeyValueFile(path, again, '='), "pairs can be read again");
-  require(again["fuzzed key"] == "value", "a value reads back");
-  before["fuzzed key"] = "value";
-  require(again.size() == before.size(), "the keys are the same");
-  for (const auto& [key, value] : before) {
-    const auto found = again.find(key);
-    require(found != again.end(), "a key reads back");
-    require(!isCarriedBare(value) || found->second == value, "a bare value reads back");
-  }
+  require(FileUtils::setKeyValue(path, fuzzedKey, "value"), "a key can be set");
+  pairs[fuzzedKey] = "value";
+  requirePairs(path, pairs);
   require(linesWithoutPair(path) == texts, "lines without a pair stay");
+  const std::string after = contentOf(path);
+  requireStableAfterSetting(path, pairs);
+
+  if (plan.at != 0 || plan.oneByteAtATime) {
+    fuzz::writeFile(path, before);
+    requireFailureIsBounded(path, plan, after);
+  }
   return 0;
 }

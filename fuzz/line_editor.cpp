@@ -1,41 +1,24 @@
 // Laws of configuration edits, for any content; the model below knows whole lines and nothing of buffers:
-// - Setting a key replaces every line that begins with it and appends it where there is none; all else stays.
+// - Setting a key replaces every line that begins with it and appends it where there is none; all else stays, byte for
+//   byte.
 // - Setting it again changes nothing more.
 // - Removing it takes exactly its lines.
-// - Nothing is left beside the file.
-// The first byte says how often the rest is repeated, so that lines grow beyond the buffer.
-#include <unistd.h>
-
-#include <algorithm>
+// - A failed edit leaves the file as it was; nothing is left beside it.
+// Input: faults (fuzz::faults), how often the rest is repeated, a file.
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
-#include "base/FileUtils.h"
+#include "fuzz/FuzzTarget.h"
 #include "profiles/ConfigLines.h"
 
 namespace {
 
-void require(bool holds, const char* law) {
-  if (holds) return;
-  std::fprintf(stderr, "broken law: %s\n", law);
-  std::abort();
-}
+using fuzz::contentOf;
+using fuzz::require;
 
-// A folder of our own (in ZUV_TMP_DIR: best in memory) for the file and its lock, gone at the end.
-class Folder {
- public:
-  Folder() {
-    path = FileUtils::tempDir() + "fuzz_line_editor.XXXXXX";
-    require(::mkdtemp(path.data()) != nullptr, "a folder can be made");
-    path += '/';
-    ::setenv("ZUV_LOCK_DIR", path.c_str(), 1);
-  }
-  ~Folder() { (void)FileUtils::removeTree(path); }
-  std::string path;
-};
+constexpr std::size_t largestFile = 100000;
+constexpr std::size_t largestSlowFile = 2000;  // a byte at a time
 
 // `content` with every line that begins with "k=" replaced, where `line` is not empty, or removed.
 std::string modelOf(const std::string& content, const std::string& line, bool& found) {
@@ -59,36 +42,53 @@ std::string modelOfSet(const std::string& content) {
   return result + "k=new\n";
 }
 
-std::string contentOf(const std::string& path) {
-  std::string content;
-  require(FileUtils::readFile(path, content).isSuccess(), "a file can be read");
-  return content;
+std::string modelOfRemoval(const std::string& content) {
+  bool found = false;
+  return modelOf(content, "", found);
+}
+
+// One edit under the plan: whole, or not at all.
+template <typename Edit>
+void requireWholeOrNot(const std::string& path, const FaultPlan& plan, const std::string& after, Edit edit) {
+  const std::string before = contentOf(path);
+  Status status;
+  const fuzz::NothingStaysOpen nothing;
+  const bool isUndisturbed = fuzz::runUnder(plan, [&] { status = edit(); });
+  require(!isUndisturbed || status.isSuccess(), "an edit without a fault succeeds");
+  require(contentOf(path) == (status.isSuccess() ? after : before), "an edit changes its lines alone, or nothing");
+  // Where every call fails nothing can be removed either.
+  if (plan.fromThereOn) (void)FileUtils::removeFile(path + ".temp");
+  require(!FileUtils::fileExists(path + ".temp"), "no temporary file is left");
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const Folder folder;
-  const std::string path = folder.path + "file";
-  std::string content;
-  for (int copies = size > 0 ? data[0] : 0; copies >= 0 && size > 0; copies -= 8) {
-    content.append(reinterpret_cast<const char*>(data) + 1, size - 1);
-  }
-  require(FileUtils::writeString(path, content, false).isSuccess(), "a file can be written");
+  static const fuzz::Folder folder;
+  const std::string path = folder.path() + "file";
+  fuzz::Input input(data, size);
+  const FaultPlan plan = fuzz::faults(input);
+  const std::string content = fuzz::repeatedRest(input, plan.oneByteAtATime ? largestSlowFile : largestFile);
+  const auto setKey = [&] { return ConfigLines::setKeys(path, {{"k", "new"}}); };
+  const auto removeKey = [&] { return ConfigLines::removeKey(path, "k"); };
 
+  fuzz::writeFile(path, content);
   const std::string set = modelOfSet(content);
-  for (int pass = 0; pass < 2; ++pass) {
-    require(ConfigLines::setKeys(path, {{"k", "new"}}).isSuccess(), "a key can be set");
-    require(contentOf(path) == set, "setting changes the lines of the key alone");
+  if (plan.at != 0) {
+    requireWholeOrNot(path, plan, set, setKey);
+    fuzz::writeFile(path, content);
+    requireWholeOrNot(path, plan, modelOfRemoval(content), removeKey);
+    fuzz::writeFile(path, content);
   }
+  FaultPlan calm = plan;
+  calm.at = 0;
+  requireWholeOrNot(path, calm, set, setKey);
+  requireWholeOrNot(path, calm, set, setKey);
   std::string value;
   require(ConfigLines::readFirstValue(path, "k", value), "a key that was set is found");
+  requireWholeOrNot(path, calm, modelOfRemoval(set), removeKey);
 
-  bool found = false;
-  require(ConfigLines::removeKey(path, "k").isSuccess(), "a key can be removed");
-  require(contentOf(path) == modelOf(set, "", found), "removing takes the lines of the key alone");
-
-  const FileUtils::DirectoryListing left = FileUtils::listDirectory(folder.path);
+  const FileUtils::DirectoryListing left = FileUtils::listDirectory(folder.path());
   require(left.files.size() == 1 && left.directories.empty(), "nothing is left beside the file");
   return 0;
 }

@@ -1,0 +1,93 @@
+// Laws of addresses, for any text; the models below go by their descriptions, one character after the other:
+// - A URL is split as in the model; scheme, host, port and rest put together are the URL again.
+// - The Helmsor parameter has host and port of the model; a text that it refuses leaves it empty.
+// - Port digits are never negative, and never wrap into the range of ports.
+// Input: a text.
+#include <cstdint>
+
+#include "base/StringUtils.h"
+#include "command/InputParams.h"
+#include "fuzz/FuzzTarget.h"
+
+namespace {
+
+using fuzz::require;
+
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+struct Url {
+  bool isSplit = false;
+  std::string scheme, host, port, rest;
+};
+
+// What was recognised until a failure stays.
+Url modelOf(const std::string& text) {
+  Url url;
+  std::size_t at = text.find("://");
+  if (at == std::string::npos) return url;
+  at += 3;
+  url.scheme = text.substr(0, at);
+  if (at == text.size()) return url;
+  if (text[at] == '[') {
+    const std::size_t end = text.find(']', at);
+    if (end == std::string::npos) return url;
+    url.host = text.substr(at + 1, end - at - 1);
+    at = end + 1;
+  } else {
+    std::size_t end = text.find(':', at);
+    if (end == std::string::npos) end = text.find('/', at);
+    if (end == std::string::npos) end = text.size();
+    url.host = text.substr(at, end - at);
+    at = end;
+  }
+  if (url.host.empty()) return url;
+  url.isSplit = true;
+  if (at < text.size() && text[at] == ':') {
+    for (++at; at < text.size() && isDigit(text[at]); ++at) url.port += text[at];
+  }
+  url.rest = text.substr(at);
+  return url;
+}
+
+// Digits at the start; what is too large stays at the largest number.
+std::int64_t modelPort(const std::string& text) {
+  std::int64_t port = 0;
+  for (std::size_t at = 0; at < text.size() && isDigit(text[at]); ++at)
+    port = std::min<std::int64_t>(port * 10 + (text[at] - '0'), INT32_MAX);
+  return port;
+}
+
+void requireSplit(const std::string& text) {
+  const Url expected = modelOf(text);
+  std::string scheme = "old", host = "old", port = "old", rest = "old";
+  require(StringUtils::splitUrl(text, scheme, host, port, rest) == expected.isSplit, "whether it is a URL");
+  require(scheme == expected.scheme && host == expected.host, "scheme and host");
+  require(port == expected.port && rest == expected.rest, "port and rest");
+  if (!expected.isSplit) return;
+  const bool isBracketed = text[scheme.size()] == '[';
+  const std::string shownHost = isBracketed ? "[" + host + "]" : host;
+  const std::size_t behindHost = scheme.size() + shownHost.size();
+  const bool hasColon = behindHost < text.size() && text[behindHost] == ':';
+  require(scheme + shownHost + (hasColon ? ":" : "") + port + rest == text, "the pieces are the URL");
+}
+
+void requireHelmsor(const std::string& text) {
+  HelmsorParam param(Need::required);
+  require(param.setFromText("kept:1") && param.port() == 1, "an address is accepted");
+  require(param.setFromText(text) == !text.empty(), "everything but the empty text is accepted");
+  const std::size_t colon = text.find(':');
+  require(param.host() == text.substr(0, colon), "the host stands before the first colon");
+  const std::int64_t port = colon == std::string::npos ? HelmsorParam::defaultPort : modelPort(text.substr(colon + 1));
+  require(param.port() == port, "the port is made of the digits behind it");
+  require(StringUtils::leadingPort(text) == modelPort(text), "port digits at the start");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::Input input(data, size);
+  const std::string text(input.rest());
+  requireSplit(text);
+  requireHelmsor(text);
+  return 0;
+}

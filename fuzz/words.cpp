@@ -1,0 +1,461 @@
+// Laws of the command line, for any words; nothing is ever run. The model below goes by the list of commands and the
+// rules of binding:
+// - The words find the command of the model, or none, and as many of them name it.
+// - Binding ends with the status, details and context of the model; every parameter then has the value, and the mark of
+//   having been given, that it has in the model; so it is for the object of a "json" command, bound to the command that
+//   its "method" names.
+// - Finding and binding make no system call, but to look for the init system that an empty "sys" asks for.
+// Input: words with a zero byte between two.
+#include <cmath>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "command/Catalogue.h"
+#include "command/JsonRequest.h"
+#include "command/SysImplParam.h"
+#include "fuzz/FuzzTarget.h"
+#include "json/JsonParser.h"
+#include "json/JsonWriter.h"
+#include "testing/LogModel.h"
+
+namespace {
+
+using fuzz::require;
+using Words = std::vector<std::string>;
+
+// --- The model: what there is
+
+enum class Kind { text, integer, boolean, singleWord, helmsor, level, sys };
+
+struct ModelParam {
+  std::string key;
+  Kind kind = Kind::text;
+  bool isRequired = false;
+  // As text: numbers in decimal, booleans and single words as "true" or "false", an address as "host port".
+  std::string value;
+  bool isGiven = false;
+};
+
+struct ModelCommand {
+  std::string first;
+  std::string second;    // empty: one word is enough
+  std::size_t consumed;  // 0: all words
+  std::vector<ModelParam> params;
+};
+
+const ModelParam newName = {"new_name", Kind::text, false, "", false};
+const ModelParam profile = {"profile", Kind::text, false, "", false};
+const ModelParam helmsor = {"helmsor", Kind::helmsor, false, " 8096", false};
+const ModelParam network = {"network", Kind::text, false, "auto", false};
+const ModelParam invitation = {"invitation", Kind::text, false, "", false};
+const ModelParam logLevel = {"log_level", Kind::level, false, "info", false};
+const ModelParam sys = {"sys", Kind::sys, false, "", false};
+
+ModelParam required(ModelParam param) {
+  param.isRequired = true;
+  return param;
+}
+ModelParam singleWord(const std::string& key) { return {key, Kind::singleWord, false, "false", false}; }
+
+const std::vector<ModelParam> logParams = {profile, {"max_lines", Kind::integer, false, "50", false}, logLevel};
+const std::vector<ModelParam> restartParams = {sys, singleWord("full")};
+
+const std::vector<ModelCommand> commands = {
+    {"profile",
+     "create",
+     3,
+     {newName,
+      {"allow_rename", Kind::boolean, false, "true", false},
+      required(helmsor),
+      network,
+      invitation,
+      logLevel,
+      sys,
+      singleWord("activate")}},
+    {"profile", "activate", 3, {profile, sys}},
+    {"profile", "delete", 3, {profile}},
+    {"profile", "details", 3, {profile}},
+    {"profile", "modify", 3, {profile, newName, helmsor, network, invitation, logLevel, sys, singleWord("activate")}},
+    {"profile", "rename", 3, {profile, required(newName)}},
+    {"list", "log", 3, logParams},
+    {"show", "log", 3, logParams},
+    {"support", "reset", 3, {profile}},
+    {"json", "", 2, {{"object", Kind::text, false, "", false}}},
+    {"service", "start", 2, {sys}},
+    {"service", "stop", 2, {sys}},
+    {"service", "restart", 2, restartParams},
+    {"service", "bounce", 2, restartParams},
+    {"service", "status", 2, {}},
+    {"list", "interfaces", 2, {}},
+    {"show", "interfaces", 2, {}},
+    {"list", "profiles", 2, {}},
+    {"show", "profiles", 2, {}},
+    {"list", "versions", 2, {}},
+    {"show", "versions", 2, {}},
+    {"support", "bundle", 2, {}},
+    {"usage", "", 0, {}},
+    {"help", "", 0, {}},
+    {"reference", "", 0, {}},
+};
+
+// --- The model: finding
+
+struct Found {
+  bool isCommand = false;
+  int consumed = -1;
+  bool startsQuiet = false;
+  std::vector<ModelParam> params;
+};
+
+Found modelOfFinding(const Words& words) {
+  Found found;
+  found.params = {{"auth", Kind::text, false, "", false},
+                  {"requestID", Kind::text, false, "", false},
+                  {"output", Kind::text, false, "", false}};
+  if (words.empty()) {
+    found.isCommand = true;
+    found.consumed = 0;
+    return found;
+  }
+  for (const ModelCommand& command : commands) {
+    const bool isSecond = command.second.empty() || (words.size() > 1 && words[1] == command.second);
+    if (words[0] != command.first || !isSecond || words.size() < command.consumed) continue;
+    found.isCommand = true;
+    found.consumed = static_cast<int>(command.consumed == 0 ? words.size() : command.consumed);
+    found.startsQuiet = command.first == "help";
+    const std::size_t named = found.params.size();
+    found.params.insert(found.params.end(), command.params.begin(), command.params.end());
+    if (command.consumed == 3) found.params[named].value = words[2];
+    if (command.first == "json") found.params[named].value = words[1];
+    return found;
+  }
+  return found;
+}
+
+// --- The model: binding
+
+// A value as it was given: of a word, or of a member of a JSON object.
+struct Value {
+  enum Type { text, number, boolean, other } type = other;
+  std::string content;
+  double amount = 0;
+  bool isTrue = false;
+  std::string printed;  // as JSON
+};
+using Members = std::vector<std::pair<std::string, Value>>;
+
+std::string quoted(const std::string& text) {
+  const std::map<char, std::string> shortForms = {
+      {'\b', "\\b"}, {'\t', "\\t"}, {'\n', "\\n"}, {'\r', "\\r"}, {'"', "\\\""}};
+  std::string result = "\"";
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    char hex[8];
+    (void)std::snprintf(hex, sizeof hex, "\\u%04X", byte);
+    if (shortForms.count(c) > 0)
+      result += shortForms.at(c);
+    else if (byte < 32 || byte == 127)
+      result += hex;
+    else
+      result += byte >= 128 ? '?' : c;
+  }
+  return result + "\"";
+}
+
+Value textValue(const std::string& text) {
+  Value value;
+  value.type = Value::text;
+  value.content = text;
+  value.printed = quoted(text);
+  return value;
+}
+
+std::string lowerCase(std::string text) {
+  for (char& c : text) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
+  return text;
+}
+
+bool isDecimal(const std::string& text, std::int64_t& number) {
+  std::size_t begin = 0;
+  std::size_t end = text.size();
+  const auto isBlank = [&](std::size_t at) { return static_cast<unsigned char>(text[at]) <= 32 || text[at] == 127; };
+  while (begin < end && isBlank(end - 1)) --end;
+  while (begin < end && isBlank(begin)) ++begin;
+  const bool isNegative = begin < end && text[begin] == '-';
+  if (begin < end && (text[begin] == '-' || text[begin] == '+')) ++begin;
+  if (begin == end) return false;
+  for (number = 0; begin < end; ++begin) {
+    if (text[begin] < '0' || text[begin] > '9') return false;
+    number = std::min<std::int64_t>(number * 10 + (text[begin] - '0'), INT64_C(1) << 40);
+  }
+  if (isNegative) number = -number;
+  return number >= INT32_MIN && number <= INT32_MAX;
+}
+
+std::string levelText(const std::string& text) {
+  const auto [level, isNamed] = log_model::levelOf(text);
+  const std::string names[] = {"trace", "debug", "info", "notice", "warning", "error", "fatal"};
+  return isNamed ? names[static_cast<int>(level) - static_cast<int>(BasicLog::Level::trace)] : text;
+}
+
+std::string addressText(const std::string& text) {
+  const std::size_t colon = text.find(':');
+  if (colon == std::string::npos) return text + " 8096";
+  std::int64_t port = 0;
+  for (std::size_t at = colon + 1; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at)
+    port = std::min<std::int64_t>(port * 10 + (text[at] - '0'), INT32_MAX);
+  return text.substr(0, colon) + " " + std::to_string(port);
+}
+
+const std::string presentMarker = "<single-word-command-present>";
+const std::string absentMarker = "<single-word-command-absent>";
+
+// True when the text is accepted; `value` is then the new one.
+bool setText(Kind kind, const std::string& text, std::string& value) {
+  const std::string lower = lowerCase(text);
+  std::int64_t number = 0;
+  switch (kind) {
+    case Kind::text:
+      value = text;
+      return true;
+    case Kind::sys:
+      if (!text.empty()) value = text;  // there is no init system here
+      return true;
+    case Kind::level:
+      value = levelText(text);
+      return true;
+    case Kind::helmsor:
+      value = addressText(text);
+      return !text.empty();
+    case Kind::integer:
+      if (!isDecimal(text, number)) return false;
+      value = std::to_string(number);
+      return true;
+    case Kind::boolean:
+      if (lower != "true" && lower != "yes" && lower != "on" && lower != "false" && lower != "no" && lower != "off")
+        return false;
+      value = lower == "true" || lower == "yes" || lower == "on" ? "true" : "false";
+      return true;
+    case Kind::singleWord:
+      if (text != presentMarker && lower != "true" && !text.empty() && text != absentMarker && lower != "false")
+        return false;
+      value = text == presentMarker || lower == "true" ? "true" : "false";
+      return true;
+  }
+  return false;
+}
+
+bool setValue(ModelParam& param, const Value& value) {
+  bool isAccepted = false;
+  if (value.type == Value::text) isAccepted = setText(param.kind, value.content, param.value);
+  if (value.type == Value::boolean && param.kind == Kind::boolean) {
+    param.value = value.isTrue ? "true" : "false";
+    isAccepted = true;
+  }
+  const double cut = std::trunc(value.amount);
+  if (value.type == Value::number && param.kind == Kind::integer && cut >= INT32_MIN && cut <= INT32_MAX) {
+    param.value = std::to_string(static_cast<std::int64_t>(cut));
+    isAccepted = true;
+  }
+  param.isGiven = param.isGiven || isAccepted;
+  return isAccepted;
+}
+
+// The details of the failure; none for success.
+std::string modelOfBinding(std::vector<ModelParam>& params, const Members& members) {
+  for (const auto& [key, value] : members) {
+    if (key == "command_name") continue;
+    ModelParam* param = nullptr;
+    for (ModelParam& candidate : params)
+      if (candidate.key == key && param == nullptr) param = &candidate;
+    if (param == nullptr) return "disregarding unused input: " + key;
+    const bool isMarker =
+        value.type == Value::text && (value.content == presentMarker || value.content == absentMarker);
+    if (param->kind == Kind::singleWord) {
+      if (!setValue(*param, value)) return "illegal single-word input: " + value.printed;
+    } else if (isMarker) {
+      return "parameter value required";
+    } else if (!setValue(*param, value)) {
+      return "illegal value presented: " + value.printed;
+    }
+  }
+  for (const ModelParam& param : params)
+    if (param.isRequired && !param.isGiven) return "illegal or missing parameter: " + param.key;
+  return "";
+}
+
+struct Mode {
+  bool quiet = false, verbose = false, json = false, text = false;
+
+  bool take(const std::string& word) {
+    if (word == "--quiet" || word == "--verbose") verbose = !(quiet = word == "--quiet");
+    if (word == "--json" || word == "--text") text = !(json = word == "--json");
+    return word == "--quiet" || word == "--verbose" || word == "--json" || word == "--text";
+  }
+};
+
+// The parameter words as members; a key that comes again keeps its place.
+Members membersOf(const Words& words, std::size_t consumed, Mode& mode) {
+  Members members;
+  for (std::size_t i = consumed; i < words.size(); ++i) {
+    if (mode.take(words[i])) continue;
+    const std::size_t equals = words[i].find('=');
+    const std::string key = words[i].substr(0, equals);
+    const Value value = textValue(equals == std::string::npos ? presentMarker : words[i].substr(equals + 1));
+    bool isThere = key.empty();
+    for (auto& [earlier, old] : members) {
+      if (earlier != key) continue;
+      old = value;
+      isThere = true;
+    }
+    if (!isThere) members.emplace_back(key, value);
+  }
+  for (std::size_t i = 0; i < consumed && i < words.size(); ++i) mode.take(words[i]);
+  return members;
+}
+
+// --- The laws
+
+std::string shownValue(const InputParamBase& param) {
+  if (const auto* text = dynamic_cast<const TextParam*>(&param)) return text->value();
+  if (const auto* number = dynamic_cast<const IntParam*>(&param)) return std::to_string(number->value());
+  if (const auto* yes = dynamic_cast<const BoolParam*>(&param)) return yes->value() ? "true" : "false";
+  if (const auto* word = dynamic_cast<const SingleWordParam*>(&param)) return word->isPresent() ? "true" : "false";
+  if (const auto* address = dynamic_cast<const HelmsorParam*>(&param))
+    return address->host() + " " + std::to_string(address->port());
+  return "a parameter of no known kind";
+}
+
+void requireParams(const RavctlCommandInstance& command, const std::vector<ModelParam>& expected) {
+  require(command.params().size() == expected.size(), "as many parameters");
+  for (std::size_t i = 0; i < expected.size(); ++i) {
+    const InputParamBase& param = *command.params()[i];
+    require(param.name() == expected[i].key, "a key in its place");
+    require(param.isRequired() == expected[i].isRequired, "what is required");
+    require(shownValue(param) == expected[i].value, "the value of a parameter");
+    require(param.hasValue() == expected[i].isGiven, "whether a parameter was given");
+  }
+}
+
+void requireStatus(const Status& status, const std::string& details) {
+  require(status.code() == (details.empty() ? status::success : status::invalidArgument), "the status of binding");
+  require(status.details() == details, "its details");
+  require(status.context() == (details.empty() ? "" : "bind_json_args"), "its context");
+}
+
+// The machine has no init system while this is there, and no call but the search for one is made.
+class NothingIsThere {
+ public:
+  explicit NothingIsThere(bool mayLook) : armed_({1, true, ENOENT, {}, false, {}}), mayLook_(mayLook) {}
+  ~NothingIsThere() { require(mayLook_ || armed_.count() == 0, "binding makes no system call"); }
+  NothingIsThere(const NothingIsThere&) = delete;
+  NothingIsThere& operator=(const NothingIsThere&) = delete;
+
+ private:
+  ArmedFaults armed_;
+  bool mayLook_;
+};
+
+bool asksForInitSystem(const Members& members) {
+  for (const auto& [key, value] : members)
+    if (key == "sys" && value.type == Value::text && value.content.empty()) return true;
+  return false;
+}
+
+void requireBoundWords(RavctlCommandInstance& command, const Words& words, Found& found) {
+  Mode mode;
+  mode.quiet = found.startsQuiet;
+  const auto consumed = static_cast<std::size_t>(found.consumed);
+  const Members members = membersOf(words, consumed, mode);
+  ScopedJson array(json::makeArray());
+  for (const std::string& word : words) json::append(array.get(), json::makeString(word));
+  Status status;
+  {
+    const NothingIsThere nothing(asksForInitSystem(members));
+    status = bindCommandWords(command, array.get(), consumed);
+  }
+  requireStatus(status, modelOfBinding(found.params, members));
+  requireParams(command, found.params);
+  const OutputMode& shown = command.mode();
+  require(shown.quiet == mode.quiet && shown.verbose == mode.verbose, "quiet and verbose");
+  require(shown.json == mode.json && shown.text == mode.text, "json and text");
+}
+
+Members membersOf(const jsObject* object) {
+  Members members;
+  for (std::size_t i = 0; i < json::memberCount(object); ++i) {
+    const jsObject* member = json::memberValue(object, i);
+    Value value;
+    if (json::isString(member)) value.type = Value::text;
+    if (json::isNumber(member)) value.type = Value::number;
+    if (json::isBoolean(member)) value.type = Value::boolean;
+    value.content = json::textOf(member);
+    value.amount = json::numberOf(member);
+    value.isTrue = json::booleanOf(member);
+    json::write(value.printed, member);
+    members.emplace_back(json::memberName(object, i), value);
+  }
+  return members;
+}
+
+// The object of a "json" command. A third word is added for the commands that want a name.
+void requireBoundRequest(const std::string& text) {
+  ScopedJson request(requestFromJsonForm({"ravctl", "json", text}));
+  ScopedJson document(json::parse(text.data(), static_cast<std::ptrdiff_t>(text.size())));
+  require(static_cast<bool>(request) == json::isObject(document.get()), "a request is an object");
+  if (!request) return;
+  const std::string method(json::textOf(json::member(request.get(), "method")));
+  const std::size_t blank = method.find(' ');
+  Words words = {method.substr(0, blank), blank == std::string::npos ? "" : method.substr(blank + 1), "third"};
+  json::setMember(request.get(), "method", nullptr);
+  json::setMember(request.get(), "command_args", nullptr);
+  Found found = modelOfFinding(words);
+  int consumed = noCommand;
+  if (words[0] == "ravctl") return;
+  const std::unique_ptr<RavctlCommandInstance> command = findCommand(words, consumed);
+  require(static_cast<bool>(command) == found.isCommand, "a method names a command");
+  if (!command) return;
+  const Members members = membersOf(request.get());
+  Status status;
+  {
+    const NothingIsThere nothing(asksForInitSystem(members));
+    status = bind_json_args(*command, request.get());
+  }
+  requireStatus(status, modelOfBinding(found.params, members));
+  requireParams(*command, found.params);
+}
+
+Words wordsOf(std::string_view text) {
+  Words words;
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find('\0'), text.size());
+    words.emplace_back(text.substr(0, end));
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return words;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::Input input(data, size);
+  Words words = wordsOf(input.rest());
+  Words expectedWords = words;
+  if (!words.empty() && words[0] == "ravctl") expectedWords.erase(expectedWords.begin());
+  Found found = modelOfFinding(expectedWords);
+  int consumed = 17;
+  std::unique_ptr<RavctlCommandInstance> command;
+  {
+    const NothingIsThere nothing(false);
+    command = findCommand(words, consumed);
+  }
+  require(words == expectedWords, "one name of the program goes");
+  require(static_cast<bool>(command) == found.isCommand && consumed == found.consumed, "which words name a command");
+  if (!command) return 0;
+  requireParams(*command, found.params);
+  requireBoundWords(*command, words, found);
+  if (words.size() > 1 && words[0] == "json") requireBoundRequest(words[1]);
+  return 0;
+}
