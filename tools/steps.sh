@@ -95,34 +95,48 @@ valgrind() {
   }
 }
 
-# Each target for a few seconds, from the seeds in the tree.
+# fuzz [SECONDS [TARGET...]]: each target for so many seconds; where RAVCTL_LONG is set for a minute, or a million inputs.
+# It starts from the seeds in the tree and from what earlier runs found, in build/fuzz/new/, where a failing input goes too.
 fuzz() {
+  seconds=${1-${RAVCTL_LONG:+60}}
+  [ $# -eq 0 ] || shift
+  if [ $# -eq 0 ]; then
+    for source in fuzz/*.cpp; do
+      subject=$(basename "$source" .cpp)
+      [ "$subject" = standalone_main ] || set -- "$@" "$subject"
+    done
+  fi
   # Files in memory: a sync to a disk is all that a run would wait for.
   [ ! -d /dev/shm ] || export ZUV_TMP_DIR=/dev/shm/
   configure fuzz
-  targets=
-  for source in fuzz/*.cpp; do
-    subject=$(basename "$source" .cpp)
-    [ "$subject" = standalone_main ] || targets="$targets $subject"
-  done
-  # shellcheck disable=SC2046,SC2086 # target names
-  build fuzz $(printf 'fuzz_%s ' $targets)
+  # shellcheck disable=SC2046 # target names
+  build fuzz $(printf 'fuzz_%s ' "$@")
   passed=0 failed=0
-  for subject in $targets; do
-    rm -rf "build/fuzz/new/$subject"
-    mkdir -p "build/fuzz/new/$subject"
-    set -- -max_total_time=15 -timeout=10 -print_final_stats=1 "-artifact_prefix=build/fuzz/new/$subject-"
-    [ ! -f "fuzz/$subject.dict" ] || set -- "$@" "-dict=fuzz/$subject.dict"
-    [ ! -d "fuzz/corpus/$subject" ] || set -- "$@" "build/fuzz/new/$subject" "fuzz/corpus/$subject"
-    if "build/fuzz/fuzz/fuzz_$subject" "$@"; then
+  for subject in "$@"; do
+    if fuzz_one "$subject" "${seconds:-10}"; then
       passed=$((passed + 1))
     else
-      say "fuzz_$subject failed; its input is in build/fuzz/new/"
+      say "fuzz_$subject FAILED; its input is in build/fuzz/new/"
       failed=$((failed + 1))
     fi
   done
   say "$passed $failed 0" >"$RESULTS/fuzz.count"
   [ "$failed" -eq 0 ]
+}
+
+# fuzz_one TARGET SECONDS: what it did in one line, or all that it said when it failed.
+fuzz_one() {
+  mkdir -p "build/fuzz/new/$1"
+  said=build/fuzz/new/$1.log
+  runs=-1
+  [ -z "${RAVCTL_LONG-}" ] || runs=1000000
+  if "build/fuzz/fuzz/fuzz_$1" "-max_total_time=$2" "-runs=$runs" -timeout=10 "-dict=fuzz/$1.dict" \
+    "-artifact_prefix=build/fuzz/new/$1-" "build/fuzz/new/$1" "fuzz/corpus/$1" >"$said" 2>&1; then
+    say "fuzz_$1: $(tail -n 1 "$said")"
+  else
+    grep -vE '^#[0-9]+' "$said"
+    return 1
+  fi
 }
 
 # A big-endian machine whose char has no sign.
@@ -138,4 +152,6 @@ bench() {
   bench/run.sh --brief build/release
 }
 
-"$1"
+step=$1
+shift
+"$step" "$@"
