@@ -13,9 +13,8 @@
 // What is below a logger's threshold costs a comparison and allocates nothing. Texts are copied. Logging changes
 // neither errno nor the course of the caller: nothing here fails or throws. Threads: everything may be called from any
 // thread; an entry belongs to the thread that builds it. Re-entry: a processor, an emitter or an assertion handler may
-// itself log or get loggers. What a thread logs while it is inside the log's own locks skips the synchronous processor,
-// and is dropped when it would have to wait for itself. Lifetime: loggers live until the log is destroyed at exit;
-// nothing may log from a static destructor.
+// itself log or get loggers. What a processor logs skips the processor, and what would have to wait for its own thread
+// is dropped. Lifetime: loggers live until the log is destroyed at exit; nothing may log from a static destructor.
 //
 // This is the front end. Where entries go (LogManager.h) is known to its own sources alone.
 #pragma once

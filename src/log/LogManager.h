@@ -26,7 +26,8 @@
 // there is one, then queued when asynchronous output is in use; what nobody took is freed by its handle. Threads: one
 // lock guards the loggers' list, the default level and the synchronous processor, and is held while that processor
 // runs. A thread that comes back from inside it (a processor that logs or asks for a logger) does not wait for itself:
-// its entries skip the processor and are queued.
+// its entries skip the processor and are queued. With asynchronous output a processor neither flushes nor stops the
+// output, nor adds or removes emitters: an emitter that logs may hold these up and wait for the processor.
 class LogInput : public BasicLog::LogMessageProcessor {
  public:
   // `output` outlives the input. Makes the loggers that exist from the start.

@@ -6,7 +6,6 @@
 
 #include "base/DetachedThread.h"
 #include "base/ThreadNames.h"
-#include "base/TimeUtils.h"
 #include "log/EmitContext.h"
 #include "log/MessagePool.h"
 
@@ -26,7 +25,7 @@ constexpr std::size_t backlog = 1'024;
 // The calling thread hands out a batch.
 class EmittingScope {
  public:
-  EmittingScope() { BasicLog::emitContext() = {true, false, TimeUtils::localOffsetMicros()}; }
+  explicit EmittingScope(std::int64_t localOffset) { BasicLog::emitContext() = {true, false, localOffset}; }
   ~EmittingScope() { BasicLog::emitContext() = {}; }
   EmittingScope(const EmittingScope&) = delete;
   EmittingScope& operator=(const EmittingScope&) = delete;
@@ -55,7 +54,6 @@ bool LogOutput::startOutputThread() {
 }
 
 void LogOutput::runOutputThread() {
-  outputThread_ = std::this_thread::get_id();
   setThreadName(threadName);
   {
     const ScopedLock lock(outputMutex_);  // until the start is through; it may be stopped already
@@ -68,9 +66,12 @@ void LogOutput::runOutputThread() {
 
 void LogOutput::stopOutputThread() {
   if (process_ != ::getpid()) return;  // never started, or its thread stayed with the parent
-  (void)state_.compareAndSet(EmitterState::running, EmitterState::stopping);  // else it is on its way, or there
-  const bool isOutputThread = outputThread_.load() == std::this_thread::get_id();
-  if (!isOutputThread && state_.get() != EmitterState::idle) isStopped_.wait();
+  {
+    const ScopedLock lock(outputMutex_);  // a start under way has its thread by then, or has failed
+    (void)state_.compareAndSet(EmitterState::running, EmitterState::stopping);  // else it is on its way, or there
+  }
+  // From inside an emitter the thread would be waited for while it waits for the emitters.
+  if (!emittersMutex_.isHeldByThisThread() && state_.get() != EmitterState::idle) isStopped_.wait();
 }
 
 bool LogOutput::isOutputThreadStopped() const {
@@ -112,7 +113,7 @@ std::size_t LogOutput::drainRound() {
   BasicLog::MessagePool::Batch batch;
   std::size_t count = queue_.popMany(batch);
   if (count == 0) return 0;
-  const EmittingScope scope;
+  const EmittingScope scope(zoneOffset_.micros());
   beginBatch();
   std::size_t total = 0;
   for (std::size_t batches = 1; count != 0; ++batches) {
@@ -134,7 +135,7 @@ void LogOutput::beginBatch() {
 }
 
 void LogOutput::emit(const LogMessage& message) {
-  BasicLog::emitContext().isEmittingEcho = message.isFromEmitter;
+  BasicLog::emitContext() = {true, message.isFromEmitter, zoneOffset_.micros()};
   for (std::size_t i = 0; i < emitters_.size(); ++i) {
     if (emitters_[i] != nullptr) emitters_[i]->emit(message);
   }

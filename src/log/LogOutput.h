@@ -12,7 +12,7 @@
 // called no more. They are called by one thread at a time.
 // Re-entry: an emitter may log, flush, stop the thread, and add and remove emitters. What it logs is queued like any
 // entry; what emitters log about such an entry is dropped, so that the log does not feed on itself for ever. A flush
-// from inside does nothing, a stop from inside does not wait.
+// from inside does nothing, a stop from inside does not wait, whichever thread hands out.
 // Other processes: in a child made by fork there is no output thread, and nothing waits for one.
 #pragma once
 
@@ -21,7 +21,6 @@
 #include <atomic>
 #include <cstddef>
 #include <memory>
-#include <thread>
 #include <vector>
 
 #include "base/AtomicValue.h"
@@ -29,6 +28,7 @@
 #include "log/BasicLog.h"
 #include "log/Emitter.h"
 #include "log/WorkQueue.h"
+#include "log/ZoneOffset.h"
 
 using LogQueue = TypedWorkQueue<BasicLog::LogMessage const>;
 
@@ -80,8 +80,8 @@ class LogOutput {
   const AtomicEqualityTestPredicate<EmitterState> isStopping_{state_, EmitterState::stopping};
   const AtomicEqualityTestPredicate<EmitterState> isStopped_{state_, EmitterState::stopped};
   PortableMutex outputMutex_;
-  std::atomic<std::thread::id> outputThread_{};
   std::atomic<pid_t> process_{0};  // that has the thread
   OwnedMutex emittersMutex_;
   std::vector<BasicLog::Emitter*> emitters_;  // null where one was removed while a batch is under way
+  ZoneOffset zoneOffset_;                     // guarded by the emitters' lock
 };

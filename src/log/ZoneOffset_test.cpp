@@ -1,0 +1,75 @@
+#include "log/ZoneOffset.h"
+
+#include <time.h>
+
+#include <cstdlib>
+
+#include "base/TimeUtils.h"
+#include "testing/HostTest.h"
+
+namespace {
+
+class ZoneOffsetTest : public HostTest {
+ protected:
+  void TearDown() override { use(nullptr); }
+
+  static void use(const char* zone) {
+    if (zone == nullptr) {
+      ::unsetenv("TZ");
+    } else {
+      ::setenv("TZ", zone, 1);
+    }
+  }
+};
+
+constexpr std::int64_t hour = 3'600'000'000;
+
+TEST_F(ZoneOffsetTest, FollowsTheTextOfTheZoneAtOnce) {
+  const struct {
+    const char* zone;
+    std::int64_t expected;
+  } cases[] = {
+      {"UTC0", 0},
+      {"EST5", 5 * hour},
+      {"EST6", 6 * hour},
+      {"JST-9", -9 * hour},
+      {"", 0},
+      {"EST5", 5 * hour},
+      // Daylight saving holds on 1 April 3918.
+      {"CET-1CEST,M3.5.0,M10.5.0/3", -2 * hour},
+  };
+  ZoneOffset offset;
+  for (int round = 0; round < 50; ++round) {
+    for (const auto& c : cases) {
+      SCOPED_TRACE(c.zone);
+      use(c.zone);
+      ASSERT_EQ(offset.micros(), c.expected);
+      ASSERT_EQ(offset.micros(), c.expected);
+      ASSERT_EQ(TimeUtils::localOffsetMicros(), c.expected);
+    }
+  }
+}
+
+TEST_F(ZoneOffsetTest, AZoneThatIsNoLongerSetIsThatOfTheSystem) {
+  ZoneOffset offset;
+  use(nullptr);
+  const std::int64_t system = TimeUtils::localOffsetMicros();
+  use("ACST-9:30");
+  EXPECT_EQ(offset.micros(), -9 * hour - hour / 2);
+  use(nullptr);
+  EXPECT_EQ(offset.micros(), system);
+}
+
+TEST_F(ZoneOffsetTest, AnotherFileInThePlaceOfTheSystemsZoneCountsSoon) {
+  constexpr char tokyo[] = "/usr/share/zoneinfo/Asia/Tokyo";
+  if (!host::exists(tokyo)) GTEST_SKIP() << "no zones here";
+  use(nullptr);
+  ZoneOffset offset;
+  ASSERT_NE(offset.micros(), -9 * hour);
+  host::remove("/etc/localtime");
+  host::makeLink("/etc/localtime", tokyo);
+  for (int i = 0; i < 2'000 && offset.micros() != -9 * hour; ++i) ::usleep(1'000);
+  EXPECT_EQ(offset.micros(), -9 * hour);
+}
+
+}  // namespace
