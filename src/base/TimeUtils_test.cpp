@@ -378,6 +378,8 @@ TEST(ParseDuration, AnOverflowWrapsAndAHugeCountSaturates) {
   EXPECT_EQ(parseDuration("-9223372036854775808 d"), 0);
 }
 
+TEST(ParseDuration, AnAbsentTextIsZero) { EXPECT_EQ(parseDuration(std::string_view()), 0); }
+
 TEST(ParseDuration, TheTextEndsAtAZeroByte) {
   EXPECT_EQ(parseDuration(std::string_view("10\0s", 4)), 0);
   EXPECT_EQ(parseDuration(std::string_view("10 s\0x", 6)), 10 * sec);

@@ -195,6 +195,13 @@ TEST(ParseLogLevel, ReadsWhatNamesALevel) {
   }
 }
 
+TEST(ParseLogLevel, AnAbsentTextIsInfoAndNamesNone) {
+  Level level = Level::fatal;
+  EXPECT_EQ(parseLogLevel(std::string_view()), Level::info);
+  EXPECT_FALSE(parseLogLevel(std::string_view(), level));
+  EXPECT_EQ(level, Level::info);
+}
+
 TEST(ParseLogLevel, EveryNameReadsBackAsItsLevel) {
   for (int i = 1; i <= 7; ++i) {
     const auto level = static_cast<Level>(i);

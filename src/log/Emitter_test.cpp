@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -152,8 +153,7 @@ TEST_F(EmitterTest, TheNullEmitterWritesNothing) {
   EXPECT_EQ(writtenTo(2, [&] { emitter.emit(message()); }), "");
 }
 
-TEST_F(EmitterTest, ClosedOutputsAreNoFailure) {
-  StdoutEmitterActor out({"stdout_emitter", "e"});
+TEST_F(EmitterTest, AClosedStandardErrorIsNoFailure) {
   StderrEmitterActor err({"stderr_emitter", "e"});
   const int saved = ::dup(2);
   ::close(2);
@@ -162,6 +162,63 @@ TEST_F(EmitterTest, ClosedOutputsAreNoFailure) {
   ::close(saved);
   EXPECT_EQ(writtenTo(2, [&] { err.emit(message("still alive")); }),
             "[WARNING 2024-03-01 12:00:05.000123] still alive: path=/x mode=644\n");
+}
+
+TEST_F(EmitterTest, AClosedStandardOutputIsNoFailure) {
+  std::fflush(stdout);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::close(1);
+    StdoutEmitterActor out({"stdout_emitter", "e"});
+    for (int i = 0; i < 1'000; ++i) out.emit(message());  // more than the stream holds
+    EmergencyEmitter::instance().emit(message());
+    std::_Exit(5);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 5);
+}
+
+TEST_F(EmitterTest, EveryKindFormatsTheTextHeaderAndTheTextBody) {
+  std::vector<std::string> types;
+  EmitterFactory().listTypes(types);
+  ASSERT_EQ(types.size(), 5U);
+  for (const std::string& type : types) {
+    SCOPED_TRACE(type);
+    const auto actor = EmitterFactory().create({type, "a"});
+    auto* emitter = actor->interfaceOf<Emitter>();
+    EXPECT_EQ(emitter->formatHeader(message()), "[WARNING 2024-03-01 12:00:05.000123]");
+    EXPECT_EQ(emitter->formatBody(message()), "opened: path=/x mode=644");
+  }
+}
+
+// An emitter that counts how often it formats.
+template <typename Actor>
+class Counting : public Actor {
+ public:
+  using Actor::Actor;
+  int headers = 0;
+  int bodies = 0;
+  std::string formatHeader(const LogMessage& m) override {
+    ++headers;
+    return Actor::formatHeader(m);
+  }
+  std::string formatBody(const LogMessage& m) override {
+    ++bodies;
+    return Actor::formatBody(m);
+  }
+};
+
+TEST_F(EmitterTest, WhatIsDroppedIsFormattedAllTheSame) {
+  Counting<NullEmitterActor> null({"null_emitter", "e"});
+  null.emit(message());
+  EXPECT_EQ(null.headers, 1);
+  EXPECT_EQ(null.bodies, 1);
+  Counting<SyslogEmitterActor> syslog({"syslog_emitter", "e"});
+  syslog.emit(message());
+  EXPECT_EQ(syslog.headers, 1);
+  EXPECT_EQ(syslog.bodies, 1);
 }
 
 TEST_F(EmitterTest, TheEmergencyEmitterWritesTheBodyAsJson) {
@@ -385,7 +442,14 @@ TEST_F(SyslogEmitterTest, AnUnknownKeyChangesNothing) {
   EXPECT_TRUE(emitter.verifyConfig());
 }
 
-TEST_F(SyslogEmitterTest, EntriesAreFormattedAndDropped) {
+TEST_F(SyslogEmitterTest, AnAbsentTextIsAMissingSetting) {
+  EXPECT_EQ(emitter.setConfig("subsystem", "s"), ConfigResult::accepted);
+  EXPECT_EQ(emitter.setConfig("category", std::string_view()), ConfigResult::accepted);
+  EXPECT_EQ(emitter.setConfig(std::string_view(), "c"), ConfigResult::unknownKey);
+  EXPECT_FALSE(emitter.verifyConfig());
+}
+
+TEST_F(SyslogEmitterTest, EntriesAreDropped) {
   EXPECT_EQ(writtenTo(1, [&] { emitter.emit(message()); }), "");
   EXPECT_EQ(writtenTo(2, [&] { emitter.emit(message()); }), "");
   EXPECT_THAT(logged, IsEmpty());

@@ -114,6 +114,13 @@ TEST_F(InputTest, ANameIsThatOfTheSourceWithoutPathAndEnding) {
   }
 }
 
+TEST_F(InputTest, AnAbsentNameIsTheAnonymousLoggerAsAnEmptyOneIs) {
+  Logger* logger = input.getLogger(std::string_view());
+  EXPECT_EQ(logger->name(), "<anonymous logger>");
+  EXPECT_EQ(input.getLogger(""), logger);
+  EXPECT_EQ(input.findLogger(std::string_view()), nullptr) << "finding takes names as they are";
+}
+
 TEST_F(InputTest, OneNameIsOneLogger) {
   Logger* logger = input.getLogger("/src/ProfileControl.cpp");
   EXPECT_EQ(input.getLogger("ProfileControl"), logger);

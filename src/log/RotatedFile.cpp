@@ -88,6 +88,7 @@ void RotatedFile::closeFile() {
 
 bool RotatedFile::openFile() {
   if (fd_.isOpen()) return true;
+  if (!hasValidInterval()) return false;               // no more, since a line was held
   (void)FileUtils::makeDir(directory, directoryMode);  // opening tells
   const std::string name = nameOf(interval, prefix, periodStart_);
   const std::string path = StringUtils::joinPath({directory, name});

@@ -195,6 +195,9 @@ TEST_F(RotatedFileTest, AnIntervalOfAMillisecondIsTheSmallestValidOne) {
     EXPECT_EQ(emitter.setConfig("interval", c.interval), ConfigResult::accepted);
     EXPECT_EQ(emitter.verifyConfig(), c.isValid) << c.interval;
   }
+  EXPECT_EQ(emitter.setConfig("interval", "1 day"), ConfigResult::accepted);
+  EXPECT_EQ(emitter.setConfig("interval", std::string_view()), ConfigResult::accepted);
+  EXPECT_FALSE(emitter.verifyConfig()) << "an absent text";
 }
 
 TEST_F(RotatedFileTest, WithoutAnIntervalItIsIncompleteWhateverElseIsSet) {
@@ -636,6 +639,14 @@ TEST_F(RotatedFileTest, ABatchThatCannotOpenItsFileTriesForEveryLine) {
     emitter.endBatch();
   }
   EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] kept\n");
+}
+
+TEST_F(RotatedFileTest, WhatABatchHoldsIsDroppedWhenTheIntervalHasBecomeInvalid) {
+  emitter.beginBatch();
+  write("lost");
+  EXPECT_EQ(emitter.setConfig("interval", "never"), ConfigResult::accepted);
+  emitter.endBatch();
+  EXPECT_FALSE(host::exists(logs)) << "nor is there a file of another name";
 }
 
 TEST_F(RotatedFileTest, AnEmptyBatchOpensNothing) {
