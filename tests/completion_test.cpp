@@ -1,0 +1,392 @@
+// Completion in bash, zsh and fish: each shell is driven for real on a private host, with the completion where Debian
+// looks for it. bash and zsh sit behind a pseudo-terminal (tests/completion/type.py); fish answers `complete -C`.
+#include <sys/mount.h>
+
+#include <algorithm>
+#include <sstream>
+
+#include "command/Catalogue.h"
+#include "command/CommandTable.h"
+#include "command/InputParams.h"
+#include "log/BasicLog.h"
+#include "testing/HostTest.h"
+
+namespace {
+
+constexpr const char* kTyper = RAVCTL_SOURCE_DIR "/tests/completion/type.py";
+
+struct Shell {
+  const char* name;
+  const char* source;  // in completions/
+  const char* folder;  // where the shell looks for it
+  const char* file;    // under which name
+};
+
+constexpr Shell kShells[] = {
+    {"bash", "ravctl.bash", "/usr/share/bash-completion/completions", "ravctl"},
+    {"zsh", "_ravctl", "/usr/share/zsh/vendor-completions", "_ravctl"},
+    {"fish", "ravctl.fish", "/usr/share/fish/vendor_completions.d", "ravctl.fish"},
+};
+
+std::string sourceOf(const Shell& shell) {
+  return host::readFile(std::string(RAVCTL_SOURCE_DIR "/completions/") + shell.source);
+}
+
+// The piece of a text between two others; fails the test when it is not there.
+std::string between(const std::string& text, const std::string& begin, const std::string& end) {
+  const std::size_t from = text.find(begin);
+  const std::size_t to = from == std::string::npos ? from : text.find(end, from + begin.size());
+  EXPECT_NE(to, std::string::npos) << begin;
+  return to == std::string::npos ? "" : text.substr(from + begin.size(), to - from - begin.size());
+}
+
+std::vector<std::string> wordsOf(const std::string& text) {
+  std::istringstream stream(text);
+  std::vector<std::string> words;
+  for (std::string word; stream >> word;) words.push_back(word);
+  return words;
+}
+
+// ---- The words, against the command table ----
+
+// Commands whose profile may be the template too.
+bool mayMeanTheTemplate(const std::string& method) {
+  return method == "profile details" || method == "support reset" || method == "list log";
+}
+
+std::string thirdOf(const CommandRow& row) {
+  switch (row.form) {
+    case CommandForm::twoWordsAndName:
+      if (std::string(row.usage) == " <new profile name>") return "new";
+      return mayMeanTheTemplate(row.method) ? "any" : "named";
+    case CommandForm::wordAndArgument:
+      return "new";
+    case CommandForm::allWords:
+      return std::string(row.method) == "help" ? "help" : "";
+    case CommandForm::twoWords:
+      break;
+  }
+  return "";
+}
+
+std::string keysOf(const CommandRow& row) {
+  std::string keys;
+  const auto command = row.make({}, {});
+  for (const InputParamBase* param : command->params()) {
+    if (param->isHidden()) continue;
+    keys += (keys.empty() ? "" : " ") + param->name() + (param->takesValue() ? "=" : "");
+  }
+  return keys;
+}
+
+std::vector<std::string> rowsOfTheTable() {
+  const CommandTable& table = commandTable();
+  std::vector<std::string> rows;
+  const auto add = [&](const std::string& words, const CommandRow& row) {
+    rows.push_back(words + ":" + thirdOf(row) + ":" + keysOf(row));
+  };
+  for (const CommandRow& row : table) {
+    const std::string method = row.method;
+    add(method.substr(0, method.find(" <")), row);
+  }
+  for (const CommandAlias* alias = table.aliases; alias != table.aliases + table.aliasCount; ++alias) {
+    for (const CommandRow& row : table)
+      if (std::string(row.method) == alias->method) add(alias->words, row);
+  }
+  return rows;
+}
+
+TEST(CompletionWords, EachShellKnowsExactlyTheCommandsOfTheTableAndTheirKeys) {
+  for (const Shell& shell : kShells) {
+    SCOPED_TRACE(shell.name);
+    std::istringstream block(between(sourceOf(shell), "'\n", "\n'\n"));
+    std::vector<std::string> rows;
+    for (std::string row; std::getline(block, row);) rows.push_back(row);
+    EXPECT_THAT(rows, testing::UnorderedElementsAreArray(rowsOfTheTable()));
+  }
+}
+
+TEST(CompletionWords, EachShellKnowsTheModeWordsAndTheSubjectsOfHelp) {
+  for (const Shell& shell : kShells) {
+    SCOPED_TRACE(shell.name);
+    const std::string source = sourceOf(shell);
+    EXPECT_THAT(source, testing::ContainsRegex("_ravctl_modes[ =]'?--quiet --verbose --json --text'?\n"));
+    EXPECT_THAT(source,
+                testing::ContainsRegex("_ravctl_subjects[ =]'?profile service list log support json internal'?\n"));
+  }
+  for (const char* subject : {"profile", "service", "list", "log", "support", "json", "internal"}) {
+    EXPECT_THAT(runRavctl({"help", subject}).out, testing::Not(testing::HasSubstr("nothing found"))) << subject;
+  }
+}
+
+TEST(CompletionWords, EveryValueOfferedForALogLevelNamesOne) {
+  for (const char* level : {"info", "warn", "error", "debug", "trace"}) {
+    BasicLog::Level parsed;
+    EXPECT_TRUE(BasicLog::parseLogLevel(level, parsed)) << level;
+  }
+}
+
+// ---- The shells ----
+
+class CompletionTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    if (IsSkipped()) return;
+    for (const char* program : {"/usr/bin/bash", "/usr/bin/zsh", "/usr/bin/fish", "/usr/bin/python3"}) {
+      if (!host::exists(program)) GTEST_SKIP() << program << " is not installed";
+    }
+    for (const char* part : {"/usr/share/bash-completion/bash_completion", "/usr/lib/python3/dist-packages/pexpect"}) {
+      if (!host::exists(part)) GTEST_SKIP() << part << " is not installed";
+    }
+    for (const Shell& shell : kShells) {
+      ASSERT_EQ(::mount("completions", shell.folder, "tmpfs", 0, "mode=755"), 0) << shell.folder;
+      mounted_.emplace_back(shell.folder);
+      host::writeFile(std::string(shell.folder) + "/" + shell.file, sourceOf(shell));
+    }
+    host::makeDirs("/sys/class/net/lo");
+    host::makeDirs("/sys/class/net/eth0");
+    host::makeDirs("/sys/class/net/wlan1");
+    host::installRecorder("/usr/bin/ravctl", "/tmp/ravctl-was-run");
+  }
+
+  void TearDown() override {
+    for (const std::string& folder : mounted_) EXPECT_EQ(::umount2(folder.c_str(), MNT_DETACH), 0) << folder;
+    EXPECT_FALSE(host::exists("/tmp/ravctl-was-run"));
+    host::remove("/sys/class");
+  }
+
+  static Start start() {
+    Start start;
+    start.environment = {"PATH=/usr/bin:/usr/sbin", "HOME=/tmp/home", "TERM=dumb", "LC_ALL=C.UTF-8"};
+    host::makeDirs("/tmp/home", 0777);
+    return start;
+  }
+
+  // What stands on the line of bash or zsh after each text was typed and the key pressed.
+  static std::vector<std::string> typedInto(const std::string& shell, const std::string& key,
+                                            const std::vector<std::string>& texts, Start how = start()) {
+    for (const std::string& text : texts) how.input += key + "\t" + text + "\n";
+    const Outcome outcome = runProgram({"/usr/bin/python3", kTyper, shell}, how);
+    EXPECT_EQ(outcome.exitStatus, 0) << outcome.err;
+    std::vector<std::string> lines;
+    std::istringstream stream(outcome.out);
+    for (std::string line; std::getline(stream, line);) {
+      line.erase(line.find_last_not_of("\r ") + 1);
+      lines.push_back(line);
+    }
+    EXPECT_EQ(lines.size(), texts.size()) << outcome.out << outcome.err;
+    lines.resize(texts.size());
+    return lines;
+  }
+
+  // What `shell` offers for the last word of each text; where the shell shows only what follows the "=", the key is put
+  // back.
+  static std::vector<std::vector<std::string>> offered(const std::string& shell,
+                                                       const std::vector<std::string>& texts) {
+    std::vector<std::vector<std::string>> offers;
+    if (shell == "fish") {
+      for (const std::string& text : texts) offers.push_back(wordsOf(answerOfFish(text)));
+    } else {
+      const std::vector<std::string> lines = typedInto(shell, "all", texts);
+      for (std::size_t i = 0; i < texts.size(); ++i) offers.push_back(withKeys(texts[i], lines[i]));
+    }
+    for (auto& words : offers) std::sort(words.begin(), words.end());
+    return offers;
+  }
+
+  static std::string answerOfFish(const std::string& text) {
+    const Outcome outcome = runProgram({"/usr/bin/fish", "-c", "complete -C \"$argv\"", "--", text}, start());
+    EXPECT_EQ(outcome.err, "");
+    return outcome.out;
+  }
+
+  static std::vector<std::string> withKeys(const std::string& text, const std::string& line) {
+    const std::size_t last = text.rfind(' ') + 1;
+    const std::size_t key = text.find('=', last);
+    std::vector<std::string> words = wordsOf(line.substr(std::min(last, line.size())));
+    for (std::size_t i = 1; key != std::string::npos && i < words.size(); ++i) {
+      if (words[i].find('=') == std::string::npos) words[i].insert(0, text.substr(last, key + 1 - last));
+    }
+    return words;
+  }
+
+ private:
+  std::vector<std::string> mounted_;
+};
+
+struct Completed {
+  const char* why;
+  const char* typed;
+  const char* bash;
+  const char* zsh;
+  const char* fish;  // the only candidate, without quotes
+};
+
+constexpr Completed kCompleted[] = {
+    {"a first word", "ravctl ref", "ravctl reference", "ravctl reference", "reference"},
+    {"a second word", "ravctl profile det", "ravctl profile details", "ravctl profile details", "details"},
+    {"an alias", "ravctl service bou", "ravctl service bounce", "ravctl service bounce", "bounce"},
+    {"a name with a blank", "ravctl profile details fie", "ravctl profile details field\\ office",
+     "ravctl profile details field\\ office", "field office"},
+    {"a name with a blank, begun behind it", "ravctl profile details field\\ o",
+     "ravctl profile details field\\ office", "ravctl profile details field\\ office", "field office"},
+    {"a name in single quotes", "ravctl profile details 'fie", "ravctl profile details 'field office'",
+     "ravctl profile details 'field office'", "field office"},
+    {"a name in double quotes", "ravctl profile details \"fie", "ravctl profile details \"field office\"",
+     "ravctl profile details \"field office\"", "field office"},
+    {"a name with a quote", "ravctl profile details o", "ravctl profile details o\\'brien",
+     "ravctl profile details o\\'brien", "o'brien"},
+    {"a name with a quote, in quotes", "ravctl profile details 'o", "ravctl profile details 'o'\\''brien'",
+     "ravctl profile details 'o'\\''brien'", "o'brien"},
+    {"a name that begins like a comment", "ravctl profile details \\#", "ravctl profile details \\#7",
+     "ravctl profile details \\#7", "#7"},
+    {"such a name in quotes", "ravctl profile details '#", "ravctl profile details '#7'", "ravctl profile details '#7'",
+     "#7"},
+    {"a name beyond ASCII", "ravctl profile details ca", "ravctl profile details café\\ au\\ lait",
+     "ravctl profile details café\\ au\\ lait", "café au lait"},
+    {"a name with = and :", "ravctl profile details a=", "ravctl profile details a=b:c", "ravctl profile details a=b:c",
+     "a=b:c"},
+    {"such a name, behind the :", "ravctl profile details a=b:", "ravctl profile details a=b:c",
+     "ravctl profile details a=b:c", "a=b:c"},
+    {"such a name in quotes", "ravctl profile details 'a=", "ravctl profile details 'a=b:c'",
+     "ravctl profile details 'a=b:c'", "a=b:c"},
+    {"a name with a dollar and a double quote", "ravctl profile details \\$", "ravctl profile details \\$x\\\"y",
+     "ravctl profile details \\$x\\\"y", "$x\"y"},
+    {"such a name in double quotes", "ravctl profile details \"\\$", "ravctl profile details \"\\$x\\\"y\"",
+     "ravctl profile details \"\\$x\\\"y\"", "$x\"y"},
+    {"a directory", "ravctl profile details dir=other", "ravctl profile details dir=other-dir",
+     "ravctl profile details dir=other-dir", "dir=other-dir"},
+    {"a key, with no blank behind it", "ravctl profile modify x net",
+     "ravctl profile modify x network=", "ravctl profile modify x network=", "network="},
+    {"a value", "ravctl list log x log_level=de", "ravctl list log x log_level=debug",
+     "ravctl list log x log_level=debug", "log_level=debug"},
+    {"an interface", "ravctl profile modify x network=e", "ravctl profile modify x network=eth0",
+     "ravctl profile modify x network=eth0", "network=eth0"},
+    {"nothing to offer", "ravctl profile create pl", "ravctl profile create pl", "ravctl profile create pl", ""},
+    {"no such command", "ravctl nothing he", "ravctl nothing he", "ravctl nothing he", ""},
+};
+
+void makeNamedProfiles() {
+  int number = 1;
+  for (const char* name : {"plain", "field office", "o'brien", "#7", "café au lait", "a=b:c", "$x\"y"}) {
+    host::makeProfile("profile-" + std::to_string(number++), name);
+  }
+  host::makeProfile("other-dir", "x");
+}
+
+TEST_F(CompletionTest, CompletesWordsNamesKeysAndValuesQuotedAsTheyMustBe) {
+  makeNamedProfiles();
+  std::vector<std::string> texts;
+  for (const Completed& c : kCompleted) texts.emplace_back(c.typed);
+  const auto bash = typedInto("bash", "tab", texts);
+  const auto zsh = typedInto("zsh", "tab", texts);
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    SCOPED_TRACE(kCompleted[i].why);
+    EXPECT_EQ(bash[i], kCompleted[i].bash);
+    EXPECT_EQ(zsh[i], kCompleted[i].zsh);
+    EXPECT_EQ(answerOfFish(texts[i]), *kCompleted[i].fish == '\0' ? "" : std::string(kCompleted[i].fish) + "\n");
+  }
+}
+
+struct Offer {
+  const char* why;
+  const char* typed;
+  std::vector<std::string> words;
+};
+
+// How a shell shows an offer.
+std::vector<std::string> shownBy(const std::string& shell, const Offer& offer) {
+  std::vector<std::string> words = offer.words;
+  const std::string typed = offer.typed;
+  if (shell == "fish") {  // it shows names that begin with a dot only when asked for them
+    words.erase(std::remove_if(words.begin(), words.end(), [](auto& word) { return word[0] == '.'; }), words.end());
+  } else if (words.empty()) {
+    words = {typed.substr(typed.rfind(' ') + 1)};  // the line is as it was
+  }
+  std::sort(words.begin(), words.end());
+  return words;
+}
+
+TEST_F(CompletionTest, OffersExactlyWhatMayStandThere) {
+  host::makeProfile("profile-1", "lab");
+  const Offer offers[] = {
+      {"first words",
+       "ravctl ",
+       {"help", "json", "list", "profile", "reference", "service", "show", "support", "usage"}},
+      {"second words", "ravctl list ", {"interfaces", "log", "profiles", "versions"}},
+      {"profiles, for what the template refuses",
+       "ravctl profile rename ",
+       {"--active", ".current", "dir=profile-1", "lab"}},
+      {"profiles, and the template",
+       "ravctl profile details ",
+       {"--active", ".current", ".factory", "dir=profile-1", "lab"}},
+      {"keys", "ravctl service restart ", {"--json", "--quiet", "--text", "--verbose", "full", "sys="}},
+      {"keys that are not given yet",
+       "ravctl service restart full sys=initd --quiet ",
+       {"--json", "--text", "--verbose"}},
+      {"init systems",
+       "ravctl service start sys=",
+       {"sys=initd", "sys=launchd", "sys=null", "sys=systemd", "sys=upstart"}},
+      {"interfaces without the loopback",
+       "ravctl profile create a network=",
+       {"network=auto", "network=eth0", "network=wlan1"}},
+      {"truth", "ravctl profile create a allow_rename=", {"allow_rename=false", "allow_rename=true"}},
+      {"the second word of a subject of help",
+       "ravctl help service ",
+       {"bounce", "restart", "start", "status", "stop"}},
+      {"nothing behind free text", "ravctl profile create a helmsor=", {}},
+  };
+  std::vector<std::string> texts;
+  for (const Offer& offer : offers) texts.emplace_back(offer.typed);
+  for (const Shell& shell : kShells) {
+    const auto offered = CompletionTest::offered(shell.name, texts);
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+      SCOPED_TRACE(std::string(shell.name) + ": " + offers[i].why);
+      EXPECT_EQ(offered[i], shownBy(shell.name, offers[i]));
+    }
+  }
+}
+
+TEST_F(CompletionTest, LooksAtTheStoreWithoutChangingIt) {
+  host::makeProfile("profile-1", "lab");
+  host::makeProfile("profile-2", "lab");
+  host::makeDirs("/etc/zuv/profiles/profile-3");
+  host::makeActive("profile-1");
+  const std::string before = host::tree("/etc/zuv");
+  for (const Shell& shell : kShells) {
+    EXPECT_THAT(offered(shell.name, {"ravctl profile details "})[0], testing::Contains("dir=profile-3")) << shell.name;
+  }
+  EXPECT_EQ(host::tree("/etc/zuv"), before);
+}
+
+TEST_F(CompletionTest, NothingInTheStoreHoldsTheShellUp) {
+  host::makeProfile("profile-1", "lab");
+  host::makeFifo("/etc/zuv/profiles/profile-2/profile_name");
+  host::makeDirs("/etc/zuv/profiles/profile-3/profile_name");
+  host::makeLink("/etc/zuv/profiles/profile-4", "profile-1");
+  host::writeFile("/etc/zuv/profiles/profile-5/profile_name", std::string(1 << 20, 'x'));
+  host::writeFile("/etc/zuv/profiles/profile-6/profile_name", " \n\t \n \x01 field \n");
+  for (const Shell& shell : kShells) {
+    SCOPED_TRACE(shell.name);
+    const auto words = offered(shell.name, {"ravctl profile activate dir=", "ravctl profile activate fi"});
+    EXPECT_THAT(words[0], testing::IsSupersetOf({"dir=profile-1", "dir=profile-2", "dir=profile-3", "dir=profile-5"}));
+    EXPECT_THAT(words[0], testing::Not(testing::Contains("dir=profile-4")));
+    EXPECT_THAT(words[1], testing::ElementsAre("field"));
+  }
+}
+
+TEST_F(CompletionTest, AUserWhoMayNotReadTheNamesIsOfferedTheDirectories) {
+  SKIP_WITHOUT_OTHER_USERS();
+  host::makeProfile("profile-1", "lab");
+  host::setMode("/etc/zuv/profiles/profile-1/profile_name", 0640);
+  Start asUser = start();
+  asUser.uid = 1000;
+  for (const char* shell : {"bash", "zsh"}) {
+    EXPECT_EQ(typedInto(shell, "tab", {"ravctl profile details d", "ravctl profile details l"}, asUser),
+              (std::vector<std::string>{"ravctl profile details dir=profile-1", "ravctl profile details l"}))
+        << shell;
+  }
+}
+
+}  // namespace
