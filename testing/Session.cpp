@@ -83,12 +83,17 @@ class Reader {
 
 }  // namespace
 
+std::vector<std::string> linesOf(std::string_view text) {
+  std::vector<std::string> lines;
+  for (size_t from = 0, end = 0; from < text.size(); from = end + 1) {
+    end = std::min(text.find('\n', from), text.size());
+    lines.emplace_back(text.substr(from, end - from));
+  }
+  return lines;
+}
+
 Session readSession(std::string_view text) {
   Reader reader;
-  for (size_t from = 0; from < text.size();) {
-    const size_t end = std::min(text.find('\n', from), text.size());
-    reader.read(text.substr(from, end - from));
-    from = end + 1;
-  }
+  for (const std::string& line : linesOf(text)) reader.read(line);
   return reader.result();
 }

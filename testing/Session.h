@@ -13,6 +13,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 struct Session {
   std::string shown;          // the text without what sets the scene
@@ -22,3 +23,6 @@ struct Session {
 
 // Throws std::runtime_error for text before the first prompt, and for "> " without a command before it.
 Session readSession(std::string_view text);
+
+// The lines of a text, without their newlines.
+std::vector<std::string> linesOf(std::string_view text);

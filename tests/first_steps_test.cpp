@@ -1,9 +1,8 @@
 // What a newcomer sees: the demo, and the first session of README.md, command by command.
-#include <algorithm>
-
 #include "testing/HostFiles.h"
 #include "testing/Matchers.h"
 #include "testing/Program.h"
+#include "testing/Session.h"
 
 namespace {
 
@@ -16,15 +15,6 @@ Outcome onHost(const std::string& script) {
 
 #define SKIP_WITHOUT_A_HOST(outcome) \
   if ((outcome).exitStatus == 125) GTEST_SKIP() << (outcome).err
-
-std::vector<std::string> linesOf(const std::string& text) {
-  std::vector<std::string> lines;
-  for (size_t from = 0, end = 0; from < text.size(); from = end + 1) {
-    end = std::min(text.find('\n', from), text.size());
-    lines.push_back(text.substr(from, end - from));
-  }
-  return lines;
-}
 
 // The indented lines of a section, without their indentation.
 std::string sessionOf(const std::string& text, const std::string& heading) {
@@ -39,15 +29,9 @@ std::string sessionOf(const std::string& text, const std::string& heading) {
 
 TEST(FirstStepsTest, TheSessionOfTheReadmeIsTrue) {
   const std::string session = sessionOf(host::readFile(RAVCTL_SOURCE_DIR "/README.md"), "## A first session");
-  std::string script = "exec 2>&1\n";
-  for (const std::string& line : linesOf(session)) {
-    if (line.compare(0, 2, "$ ") == 0) {
-      script += "cat <<'LINE'\n" + line + "\nLINE\n" + line.substr(2) + "\n";
-    }
-  }
-  const Outcome outcome = onHost(script);
+  const Outcome outcome = onHost(readSession(session).script);
   SKIP_WITHOUT_A_HOST(outcome);
-  EXPECT_THAT(session, testing::HasSubstr("$ ravctl profile create lab"));
+  EXPECT_THAT(session, testing::HasSubstr("# ravctl profile create lab"));
   EXPECT_EQ(outcome.out, session);
 }
 

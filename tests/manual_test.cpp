@@ -10,6 +10,7 @@
 #include "command/AppStatusCodes.h"
 #include "command/Catalogue.h"
 #include "command/CommandCore.h"
+#include "testing/FurnishedHost.h"
 #include "testing/HostFiles.h"
 #include "testing/Matchers.h"
 #include "testing/Program.h"
@@ -18,16 +19,6 @@
 namespace {
 
 constexpr const char* kManuals = RAVCTL_SOURCE_DIR "/man/";
-constexpr const char* kStore = RAVCTL_SOURCE_DIR "/docs/examples/demo-store";
-
-std::vector<std::string> linesOf(const std::string& text) {
-  std::vector<std::string> lines;
-  for (size_t from = 0, end = 0; from < text.size(); from = end + 1) {
-    end = std::min(text.find('\n', from), text.size());
-    lines.push_back(text.substr(from, end - from));
-  }
-  return lines;
-}
 
 bool startsWith(const std::string& text, const std::string& start) { return text.compare(0, start.size(), start) == 0; }
 
@@ -71,31 +62,17 @@ std::map<std::string, std::string> sessionsOf(const std::string& source) {
   return sessions;
 }
 
-// A host with an init script, and a program that every user can run.
-constexpr const char* kPrelude = "cp --remove-destination '" RAVCTL_PROGRAM
-                                 "' /usr/bin/ravctl\n"
-                                 "mkdir -p /etc/init.d\n"
-                                 "install -m 755 '" RAVCTL_SOURCE_DIR
-                                 "/packaging/examples/hip.init' /etc/init.d/hip\n"
-                                 "cd /root\n";
-
-Outcome onHost(const std::string& script) {
-  return runProgram({RAVCTL_PRIVATE_HOST, "--store", kStore, "--", "/bin/sh", "-c", kPrelude + script});
-}
-
 class ManualExamples : public testing::TestWithParam<const char*> {};
 
 TEST_P(ManualExamples, PrintWhatTheyShow) {
-  for (const char* tool : {"/usr/sbin/start-stop-daemon", "/usr/bin/killall"}) {
-    if (!host::exists(tool)) GTEST_SKIP() << tool << " is not installed";
-  }
+  if (!missingForInitScript().empty()) GTEST_SKIP() << missingForInitScript();
   const std::map<std::string, std::string> sessions = sessionsOf(host::readFile(kManuals + std::string(GetParam())));
   EXPECT_GE(sessions.size(), 3u);
   for (const auto& [heading, text] : sessions) {
     SCOPED_TRACE(heading);
     const Session session = readSession(text);
     if (session.needsAnyUser && ::getuid() != 0) GTEST_SKIP() << "only root can become another user";
-    const Outcome outcome = onHost(session.script);
+    const Outcome outcome = runOnFurnishedHost(session.script);
     if (outcome.exitStatus == 125) GTEST_SKIP() << outcome.err;
     EXPECT_EQ(outcome.out, session.shown);
     EXPECT_EQ(outcome.err, "");

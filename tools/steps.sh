@@ -95,6 +95,13 @@ valgrind() {
   }
 }
 
+# The role of docs/examples, which ./dev test plays with --long.
+ansible() {
+  configure release
+  build release ansible_test
+  RAVCTL_LONG=1 run_tests ansible build/release --tests-regex Ansible
+}
+
 # fuzz [SECONDS [TARGET...]]: each target for so many seconds; where RAVCTL_LONG is set for a minute, or a million inputs.
 # It starts from the seeds in the tree and from what earlier runs found, in build/fuzz/new/, where a failing input goes too.
 fuzz() {
