@@ -150,6 +150,8 @@ bool exists(const std::string& path) { return fs::exists(fs::symlink_status(path
 
 mode_t modeOf(const std::string& path) { return infoOf(path).st_mode & 07777; }
 
+void giveTo(uid_t uid, const std::string& path) { must(::lchown(path.c_str(), uid, uid) == 0, "give away " + path); }
+
 void setMode(const std::string& path, mode_t mode) {
   must(::chmod(path.c_str(), mode) == 0, "set the mode of " + path);
 }

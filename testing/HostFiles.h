@@ -30,6 +30,8 @@ void remove(const std::string& path);
 bool exists(const std::string& path);  // a link that leads nowhere exists
 // The permission bits, of the link itself for a link.
 mode_t modeOf(const std::string& path);
+// Makes another user, of the group of that number, the owner, of the link itself for a link; needs the machine's root.
+void giveTo(uid_t uid, const std::string& path);
 void setMode(const std::string& path, mode_t mode);
 
 // Everything below a folder as one text to compare, a line for each entry, sorted by path:

@@ -1,13 +1,16 @@
 #include "base/FileAccess.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/statfs.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <memory>
+#include <climits>
+#include <utility>
 
 #include "base/RawWrite.h"
+#include "base/StringUtils.h"
 
 namespace {
 
@@ -15,6 +18,80 @@ namespace {
 constexpr int alwaysFlags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
 bool isAccepted(const struct stat& info) { return S_ISREG(info.st_mode) || isNullDevice(info); }
+
+UniqueFd openAt(int directoryFd, const char* path, int flags) {
+  return UniqueFd(uninterrupted([&] { return ::openat(directoryFd, path, flags | alwaysFlags); }));
+}
+
+// Where a trusted link leads, as a path from the same directory. False, with errno, for anything else. The link is held
+// while it is looked at, so that nobody can put another in its place.
+bool readTrustedLink(int directoryFd, const char* path, std::string& target) {
+  const UniqueFd link = openAt(directoryFd, path, O_PATH | O_NOFOLLOW);
+  struct stat info = {};
+  char text[PATH_MAX];
+  if (!link.isOpen() || ::fstat(link.get(), &info) != 0) return false;
+  const ssize_t length = isTrustedLink(info) ? ::readlinkat(link.get(), "", text, sizeof text) : 0;
+  if (length <= 0) {
+    errno = ELOOP;
+    return false;
+  }
+  const std::string_view from = path;
+  target.assign(text, static_cast<std::size_t>(length));
+  if (target[0] != '/') target.insert(0, from.substr(0, from.rfind('/') + 1));  // npos + 1 is 0
+  return true;
+}
+
+// Opens a path by a call that does not follow links, and follows trusted ones at its end, each of a chain. `path` then
+// is where they led.
+template <typename Open>
+UniqueFd openThroughTrusted(int directoryFd, std::string& path, Open open) {
+  constexpr int longestChain = 40;  // the system's own limit
+  UniqueFd fd = open(path.c_str());
+  for (int links = 0; !fd.isOpen() && errno == ELOOP && links < longestChain; ++links) {
+    std::string target;
+    if (!readTrustedLink(directoryFd, path.c_str(), target)) return UniqueFd();
+    path = std::move(target);
+    fd = open(path.c_str());
+  }
+  return fd;
+}
+
+UniqueFd openToWrite(std::string& path, int flags, mode_t mode) {
+  return openThroughTrusted(AT_FDCWD, path, [&](const char* end) {
+    return UniqueFd(uninterrupted([&] { return ::open(end, O_WRONLY | O_NOFOLLOW | alwaysFlags | flags, mode); }));
+  });
+}
+
+bool isOfProc(int fd) {
+  struct statfs system = {};
+  return ::fstatfs(fd, &system) == 0 && system.f_type == PROC_SUPER_MAGIC;
+}
+
+// Opens what links lead to, once a look at it has told that it may be opened. It is opened by the descriptor that was
+// looked at; where the system has no /proc, by its path again.
+UniqueFd openThroughAny(int directoryFd, const char* path) {
+  const UniqueFd found = openAt(directoryFd, path, O_PATH);
+  struct stat info = {};
+  if (!found.isOpen() || ::fstat(found.get(), &info) != 0) return UniqueFd();
+  if (!isAccepted(info) || isOfProc(found.get())) {
+    errno = EINVAL;
+    return UniqueFd();
+  }
+  const std::string again = StringUtils::concatenate({"/proc/self/fd/", StringUtils::toString(found.get())});
+  UniqueFd fd = openAt(AT_FDCWD, again.c_str(), O_RDONLY);
+  return fd.isOpen() || errno != ENOENT ? std::move(fd) : openAt(directoryFd, path, O_RDONLY);
+}
+
+// The usual case, no link, is one call.
+UniqueFd openToRead(int directoryFd, const char* path, Links links) {
+  const auto open = [&](const char* end) { return openAt(directoryFd, end, O_RDONLY | O_NOFOLLOW); };
+  if (links == Links::ofTrusted) {
+    std::string end = path;
+    return openThroughTrusted(directoryFd, end, open);
+  }
+  UniqueFd fd = open(path);
+  return fd.isOpen() || errno != ELOOP ? std::move(fd) : openThroughAny(directoryFd, path);
+}
 
 bool isRoomMissing(int error) { return error == ENOSPC || error == EDQUOT || error == EFBIG || error == EIO; }
 
@@ -24,8 +101,12 @@ bool isNullDevice(const struct stat& info) { return S_ISCHR(info.st_mode) && inf
 
 bool isUsablePath(const std::string& path) { return !path.empty() && path.find('\0') == std::string::npos; }
 
-bool openForReading(int directoryFd, const char* path, OpenedFile& file) {
-  UniqueFd fd(uninterrupted([&] { return ::openat(directoryFd, path, O_RDONLY | alwaysFlags); }));
+bool isTrustedLink(const struct stat& info) {
+  return S_ISLNK(info.st_mode) && (info.st_uid == 0 || info.st_uid == ::geteuid());
+}
+
+bool openForReading(int directoryFd, const char* path, OpenedFile& file, Links links) {
+  UniqueFd fd = openToRead(directoryFd, path, links);
   struct stat info = {};
   if (!fd.isOpen() || ::fstat(fd.get(), &info) != 0) return false;
   if (!isAccepted(info)) {
@@ -46,9 +127,9 @@ Status FileWriter::open(const std::string& path, mode_t newMode) {
   if (!isUsablePath(path)) return Status::of(status::invalidArgument);
   abandon();
   path_ = path;
-  fd_.reset(uninterrupted([&] { return ::open(path.c_str(), O_WRONLY | alwaysFlags); }));
+  fd_ = openToWrite(path_, 0, 0);
   if (!fd_.isOpen() && errno == ENOENT) {
-    fd_.reset(uninterrupted([&] { return ::open(path.c_str(), O_WRONLY | O_CREAT | alwaysFlags, newMode); }));
+    fd_ = openToWrite(path_, O_CREAT, newMode);
     isNew_ = fd_.isOpen();
   }
   if (fd_.isOpen() && ::fstat(fd_.get(), &info_) == 0 && isAccepted(info_)) {
@@ -93,16 +174,10 @@ Status FileWriter::finish() {
 }
 
 void FileWriter::abandon() {
-  if (isNew_) removeMadeFile();
+  if (isNew_) (void)::unlink(path_.c_str());  // never through a link that took the file's place
   isNew_ = false;
   written_ = 0;
   fd_.reset();
-}
-
-// The path may be a link whose end was made: that end goes, the link stays.
-void FileWriter::removeMadeFile() const {
-  const std::unique_ptr<char, decltype(&std::free)> end(::realpath(path_.c_str(), nullptr), &std::free);
-  (void)::unlink(end ? end.get() : path_.c_str());
 }
 
 Status replaceContent(const std::string& path, std::string_view content, mode_t mode, SetMode setMode) {

@@ -6,6 +6,8 @@
 //   const ssize_t n = readSome(file.fd.get(), buffer, sizeof buffer);
 //
 // Every descriptor is close-on-exec, nothing waits for the other end of a FIFO, and an interrupted call is made again.
+// A link to a device, /dev/null excepted, is not opened for reading at all: an open alone can start something. Neither
+// is a link into /proc, where files are said to be regular that never end.
 #pragma once
 
 #include <sys/stat.h>
@@ -34,9 +36,19 @@ struct OpenedFile {
   off_t size = 0;
 };
 
-// Opens a path, relative ones from an open directory or AT_FDCWD; links are followed. Only regular files and /dev/null
-// are opened; for anything else errno is EINVAL. False leaves `file` unchanged and the reason in errno.
-bool openForReading(int directoryFd, const char* path, OpenedFile& file);
+// Whose link at the end of a path is followed.
+enum class Links {
+  ofAnybody,
+  ofTrusted,  // one that root made, or our own user: somebody else's would choose the file for us
+};
+
+// Whether a look at a link, not followed, saw one of Links::ofTrusted.
+bool isTrustedLink(const struct stat& info);
+
+// Opens a path, relative ones from an open directory or AT_FDCWD. Only regular files and /dev/null are opened; for
+// anything else errno is EINVAL, for a link that is not followed ELOOP. False leaves `file` unchanged and the reason in
+// errno.
+bool openForReading(int directoryFd, const char* path, OpenedFile& file, Links links = Links::ofAnybody);
 
 // One read(2): the bytes read, 0 at the end, -1 with errno.
 ssize_t readSome(int fd, char* buffer, std::size_t size);
@@ -51,8 +63,8 @@ bool isNullDevice(const struct stat& info);
 // A path can name a file: it is not empty and holds no zero byte.
 bool isUsablePath(const std::string& path);
 
-// A regular file open for writing in place, made when it was not there (links are followed, to make their end as well).
-// /dev/null takes bytes and keeps none.
+// A regular file open for writing in place, made when it was not there. Links of Links::ofTrusted are followed, to make
+// their end as well. /dev/null takes bytes and keeps none.
 //
 //   FileWriter writer;
 //   Status s = writer.open(path, 0640);
@@ -68,7 +80,8 @@ class FileWriter {
   FileWriter(const FileWriter&) = delete;
   FileWriter& operator=(const FileWriter&) = delete;
 
-  // Status: "file open", also for anything but a regular file. A new file gets `newMode` less the umask.
+  // Status: "file open", also for anything but a regular file and for somebody else's link. A new file gets `newMode`
+  // less the umask.
   Status open(const std::string& path, mode_t newMode);
 
   // Whether the file was made by open.
@@ -93,10 +106,8 @@ class FileWriter {
  private:
   void abandon();
 
-  void removeMadeFile() const;
-
   UniqueFd fd_;
-  std::string path_;
+  std::string path_;  // behind all links
   struct stat info_ = {};
   off_t written_ = 0;
   bool isNew_ = false;

@@ -68,6 +68,142 @@ TEST_F(FileAccessTest, AFifoWithAWriterIsNotReadEither) {
   EXPECT_EQ(::read(both.get(), &byte, 1), 1);
 }
 
+// --- Links
+
+constexpr uid_t kStranger = 65534;
+constexpr const char* kLink = "/tmp/links/link";
+constexpr const char* kTarget = "/tmp/target";
+
+std::vector<std::string> callsOfReading(const char* path, bool opened, int error) {
+  const ArmedFaults counted{FaultPlan{}};
+  OpenedFile file;
+  errno = 0;
+  EXPECT_EQ(openForReading(AT_FDCWD, path, file), opened);
+  if (!opened) {
+    EXPECT_EQ(errno, error);
+  }
+  return counted.calls();
+}
+
+TEST_F(FileAccessTest, OnlyALinkCostsMoreThanOneCallToOpen) {
+  host::writeFile(kTarget, "text");
+  host::makeLink(kLink, kTarget);
+  EXPECT_THAT(callsOfReading(kTarget, true, 0), testing::ElementsAre("openat", "fstat"));
+  EXPECT_THAT(callsOfReading(kLink, true, 0),
+              testing::ElementsAre("openat", "openat", "fstat", "openat", "close", "fstat"));
+}
+
+TEST_F(FileAccessTest, ALinkToADeviceIsLookedAtAndNotOpened) {
+  host::makeLink(kLink, "/dev/zero");
+  EXPECT_THAT(callsOfReading(kLink, false, EINVAL), testing::ElementsAre("openat", "openat", "fstat", "close"));
+}
+
+TEST_F(FileAccessTest, ALinkIntoProcIsNotOpened) {
+  host::makeLink(kLink, "/proc/self/status");
+  EXPECT_THAT(callsOfReading(kLink, false, EINVAL), testing::ElementsAre("openat", "openat", "fstat", "close"));
+  callsOfReading("/proc/self/status", true, 0);
+}
+
+TEST_F(FileAccessTest, LinksThatLeadNowhereOrInACircleSaySo) {
+  host::makeLink(kLink, "missing");
+  callsOfReading(kLink, false, ENOENT);
+  host::makeLink("/tmp/links/circle", "circle");
+  callsOfReading("/tmp/links/circle", false, ELOOP);
+  FileWriter writer;
+  EXPECT_THAT(writer.open("/tmp/links/circle", 0600), HasCode(status::openError));
+}
+
+TEST_F(FileAccessTest, WithoutProcALinkIsOpenedByItsPathAgain) {
+  host::writeFile(kTarget, "text");
+  host::makeLink(kLink, kTarget);
+  FaultPlan plan;
+  plan.at = 3;
+  plan.error = ENOENT;
+  plan.calls = {"openat"};
+  const ArmedFaults armed{plan};
+  OpenedFile file;
+  EXPECT_TRUE(openForReading(AT_FDCWD, kLink, file));
+  EXPECT_EQ(file.size, 4);
+}
+
+TEST_F(FileAccessTest, TrustedLinksAreFollowedToTheirEnd) {
+  struct Case {
+    const char* why;
+    const char* target;
+  };
+  const Case cases[] = {{"absolute", kTarget}, {"relative to the link", "../target"}, {"a chain", "next"}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::reset();
+    host::writeFile(kTarget, "old");
+    host::makeLink(kLink, c.target);
+    host::makeLink("/tmp/links/next", "../target");
+    OpenedFile file;
+    EXPECT_TRUE(openForReading(AT_FDCWD, kLink, file, Links::ofTrusted));
+    EXPECT_EQ(file.size, 3);
+    EXPECT_THAT(replaceContent(kLink, "new text", 0640, SetMode::onNewFiles), HasCode(status::success));
+    EXPECT_EQ(host::readFile(kTarget), "new text");
+  }
+}
+
+TEST_F(FileAccessTest, SomebodyElsesLinkIsReadButNeverWrittenNorTrusted) {
+  SKIP_WITHOUT_OTHER_USERS();
+  host::makeLink(kLink, kTarget);
+  host::giveTo(kStranger, kLink);
+  host::makeLink("/tmp/links/ours", "link");
+  for (const char* path : {kLink, "/tmp/links/ours"}) {
+    SCOPED_TRACE(path);
+    host::remove(kTarget);
+    EXPECT_THAT(replaceContent(path, "new", 0640, SetMode::always), HasCode(status::openError));
+    EXPECT_FALSE(host::exists(kTarget));
+    host::writeFile(kTarget, "old");
+    EXPECT_THAT(replaceContent(path, "new", 0640, SetMode::always), HasCode(status::openError));
+    EXPECT_EQ(host::readFile(kTarget), "old");
+    OpenedFile file;
+    EXPECT_TRUE(openForReading(AT_FDCWD, path, file));
+    EXPECT_FALSE(openForReading(AT_FDCWD, path, file, Links::ofTrusted));
+    EXPECT_EQ(errno, ELOOP);
+  }
+}
+
+// Who may write in a directory may exchange what lies there at any moment.
+TEST_F(FileAccessTest, ALinkThatTakesThePlaceOfATrustedOneWhileItIsLookedAtIsNotFollowed) {
+  SKIP_WITHOUT_OTHER_USERS();
+  host::writeFile(kTarget, "old");
+  host::writeFile("/tmp/ours", "old");
+  host::makeLink(kLink, "/tmp/ours");
+  FaultPlan plan;
+  plan.at = 1000;
+  plan.calls = {"readlinkat"};
+  plan.before = [](std::size_t) {
+    host::remove(kLink);
+    host::makeLink(kLink, kTarget);
+    host::giveTo(kStranger, kLink);
+  };
+  {
+    const ArmedFaults armed{plan};
+    EXPECT_THAT(replaceContent(kLink, "new", 0640, SetMode::always), HasCode(status::success));
+  }
+  EXPECT_EQ(host::readFile(kTarget), "old");
+  EXPECT_EQ(host::readFile("/tmp/ours"), "new");
+}
+
+TEST_F(FileAccessTest, AMadeFileThatBecameALinkIsNotRemovedThroughIt) {
+  host::writeFile(kTarget, "old");
+  FaultPlan plan;
+  plan.at = 1;
+  plan.calls = {"write"};
+  plan.before = [](std::size_t) {
+    host::remove(kFile);
+    host::makeLink(kFile, kTarget);
+  };
+  const ArmedFaults armed{plan};
+  EXPECT_THAT(replaceContent(kFile, "new", 0640, SetMode::always), HasCode(status::writeError));
+  EXPECT_EQ(host::readFile(kTarget), "old");
+}
+
+// --- Writers
+
 TEST_F(FileAccessTest, AWriterThatIsNotFinishedRemovesTheFileItMade) {
   {
     FileWriter writer;

@@ -25,11 +25,10 @@ constexpr milliseconds longestPause(50);
 // The umask belongs to the whole process: two threads that change it at once would leave the wrong one behind.
 std::mutex umaskGuard;
 
-// Whether a link may stand in the place of the lock directory: only when the system or the caller made it. Anybody
-// could plant one in a directory like /tmp and have files made wherever it leads.
-bool isTrustedLink(const std::string& path) {
+// Anybody could plant a link in a directory like /tmp and have files made wherever it leads.
+bool leadsThroughTrustedLink(const std::string& path) {
   struct stat info = {};
-  return ::lstat(path.c_str(), &info) == 0 && S_ISLNK(info.st_mode) && (info.st_uid == 0 || info.st_uid == ::geteuid());
+  return ::lstat(path.c_str(), &info) == 0 && isTrustedLink(info);
 }
 
 // The directory of the lock files; everything in it is reached through this descriptor.
@@ -38,7 +37,7 @@ UniqueFd openLockDirectory() {
   std::string path = FileUtils::lockDir();
   while (path.size() > 1 && path.back() == '/') path.pop_back();  // behind a slash a link would be followed
   UniqueFd directory(uninterrupted([&] { return ::open(path.c_str(), flags | O_NOFOLLOW); }));
-  if (!directory.isOpen() && isTrustedLink(path)) {
+  if (!directory.isOpen() && leadsThroughTrustedLink(path)) {
     directory.reset(uninterrupted([&] { return ::open(path.c_str(), flags); }));
   }
   return directory;

@@ -176,7 +176,10 @@ Status readFirstLineAt(int directoryFd, const char* path, std::string& line) {
   auto result = WholeLineReader::Result::line;
   while ((result = reader.next(line)) == WholeLineReader::Result::line) {
     const std::string_view trimmed = StringUtils::trim(line, StringUtils::TrimSet::nonPrintable);
-    if (trimmed.empty()) continue;
+    if (trimmed.empty()) {
+      reader.dropBlankLines();
+      continue;
+    }
     line.erase(0, static_cast<std::size_t>(trimmed.data() - line.data()));
     line.resize(trimmed.size());
     return Status::success();
@@ -286,7 +289,8 @@ Status renameFile(const std::string& from, const std::string& to, bool overwrite
 Status copyFile(const std::string& from, const std::string& to) {
   if (!isUsablePath(to) || fileSize(from) < 0) return Status::of(status::invalidArgument);
   OpenedFile source;
-  if (!openForReading(AT_FDCWD, from.c_str(), source)) return copyError(status::openError, from);
+  // Everybody may read the copy: what is copied is not for others to choose.
+  if (!openForReading(AT_FDCWD, from.c_str(), source, Links::ofTrusted)) return copyError(status::openError, from);
   FileWriter target;
   Status s = target.open(to, copyMode);
   if (!s.isSuccess()) return copyError(s.code(), to);

@@ -10,6 +10,7 @@
 //
 // Reading follows links. What was opened is looked at: anything but a regular file counts as one that cannot be opened,
 // /dev/null as an empty file. Nothing blocks on a FIFO, neither a reader nor a writer. Descriptors are close-on-exec.
+// Writing follows links that root or our own user made. Somebody else's counts as a file that cannot be opened.
 //
 // Writing whole files changes them in place: the new bytes are written first, then the file is cut to its new length,
 // so that a full disk never empties a file; links and the owner stay. A file that did not exist before is removed again
@@ -119,7 +120,8 @@ Status removeTree(const std::string& path);
 Status renameFile(const std::string& from, const std::string& to, bool overwrite);
 
 // Copies the bytes that `from` has at the start (one that ends earlier is copied as far as it goes), mode 0644 whatever
-// the umask; owner and times are not copied. A destination that was not there is removed again after a failure.
+// the umask; owner and times are not copied. A destination that was not there is removed again after a failure. Of
+// `from` too only trusted links are followed, since everybody may read the copy.
 // Statuses, with the path as details and "copyFile" as context: "file open", "file read", "file write". "invalid
 // argument" without details: an empty path, no file at `from`, or both the same file.
 Status copyFile(const std::string& from, const std::string& to);

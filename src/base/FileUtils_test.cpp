@@ -818,6 +818,17 @@ TEST_F(FileUtilsTest, ACopyGoesOnAfterShortReadsAndWrites) {
   EXPECT_EQ(host::readFile("/tmp/to"), std::string(5000, 'x'));
 }
 
+TEST_F(FileUtilsTest, WhatSomebodyElsesLinkLeadsToIsNotCopied) {
+  SKIP_WITHOUT_OTHER_USERS();
+  host::writeFile("/tmp/secret", "secret", 0600);
+  host::makeLink("/tmp/theirs/link", "/tmp/secret");
+  EXPECT_THAT(FileUtils::copyFile("/tmp/theirs/link", "/tmp/to"), HasCode(status::success));
+  host::remove("/tmp/to");
+  host::giveTo(65534, "/tmp/theirs/link");
+  EXPECT_THAT(FileUtils::copyFile("/tmp/theirs/link", "/tmp/to"), HasCode(status::openError));
+  EXPECT_FALSE(host::exists("/tmp/to"));
+}
+
 TEST_F(FileUtilsTest, AnEmptyFileAndTheNullDeviceAreCopiedAsEmptyFiles) {
   host::writeFile("/tmp/from", "");
   EXPECT_THAT(FileUtils::copyFile("/tmp/from", "/tmp/one"), HasCode(status::success));
