@@ -125,6 +125,113 @@ TEST_F(LineReaderTest, AReadErrorIsNotTheEnd) {
   EXPECT_EQ(piece.text, "old");
 }
 
+// --- Sparse files
+
+struct Island {
+  off_t offset;
+  std::string text;
+};
+using Islands = std::vector<Island>;
+
+OpenedFile sparse(off_t size, const Islands& islands) {
+  host::writeFile(kFile, "");
+  const UniqueFd fd(::open(kFile, O_WRONLY | O_CLOEXEC));
+  EXPECT_EQ(::ftruncate(fd.get(), size), 0);
+  for (const Island& island : islands) {
+    EXPECT_EQ(::pwrite(fd.get(), island.text.data(), island.text.size(), island.offset),
+              static_cast<ssize_t>(island.text.size()));
+  }
+  OpenedFile file;
+  EXPECT_TRUE(openForReading(AT_FDCWD, kFile, file));
+  return file;
+}
+
+// The pieces with those of the holes, as they were if nothing had been left out.
+Texts piecesWithHoles(const OpenedFile& file, std::size_t lineBufferSize) {
+  LineReader reader(file, lineBufferSize);
+  const std::size_t whole = lineBufferSize - 1;
+  Texts pieces;
+  for (LinePiece piece; reader.next(piece);) {
+    const auto hole = static_cast<std::size_t>(piece.hole);
+    EXPECT_EQ(hole % whole, 0u);
+    EXPECT_TRUE(hole == 0 || !piece.startsLine);
+    pieces.insert(pieces.end(), hole / whole, "+" + std::string(whole, '\0'));
+    pieces.push_back((piece.startsLine ? "" : "+") + std::string(piece.text));
+  }
+  EXPECT_FALSE(reader.failed());
+  return pieces;
+}
+
+struct SparseCase {
+  const char* why;
+  off_t size;
+  Islands islands;
+};
+const SparseCase kSparseCases[] = {
+    {"nothing but a hole", 300000, {}},
+    {"a hole of whole pieces", 499 * 999, {}},
+    {"a hole of whole pieces and one byte", 499 * 999 + 1, {}},
+    {"a text at the start", 300000, {{0, "one\ntwo"}}},
+    {"a text at the end", 300000, {{299990, "x=1\ny=2\n"}}},
+    {"texts between holes", 700000, {{0, "a"}, {200001, "b\nc\n"}, {204799, "d"}, {500000, "\n"}}},
+    {"a line end before a hole", 400000, {{100000, std::string(5000, 'x') + "\n"}}},
+    {"a hole that is short", 100000, {{0, std::string(40000, '\n')}, {50000, std::string(50000, '\n')}}},
+};
+
+TEST_F(LineReaderTest, PiecesOfASparseFileAreThoseOfAFullOne) {
+  for (const SparseCase& c : kSparseCases) {
+    std::string content(static_cast<std::size_t>(c.size), '\0');
+    for (const Island& island : c.islands)
+      content.replace(static_cast<std::size_t>(island.offset), island.text.size(), island.text);
+    for (const std::size_t bufferSize : {std::size_t{500}, std::size_t{1024}, std::size_t{4096}, std::size_t{8000}}) {
+      SCOPED_TRACE(std::string(c.why) + ", " + std::to_string(bufferSize));
+      const Texts full = piecesOf(content, bufferSize);
+      EXPECT_TRUE(piecesWithHoles(sparse(c.size, c.islands), bufferSize) == full);
+      if (bufferSize != 1024) continue;
+      const OpenedFile again = sparse(c.size, c.islands);
+      FaultPlan cut;
+      cut.oneByteAtATime = true;
+      const ArmedFaults armed{cut};
+      EXPECT_TRUE(piecesWithHoles(again, bufferSize) == full);
+    }
+  }
+}
+
+TEST_F(LineReaderTest, ASparseFileCostsWhatItHasOnTheDisk) {
+  constexpr off_t terabyte = off_t{1} << 40;
+  const OpenedFile file = sparse(terabyte, {{terabyte / 2, "text\n"}});
+  const ArmedFaults counted{FaultPlan{}};
+  LineReader reader(file, 8000);
+  std::size_t pieces = 0;
+  for (LinePiece piece; reader.next(piece);) ++pieces;
+  EXPECT_LT(pieces, 50u);
+  EXPECT_LT(counted.count(), 50u);
+}
+
+TEST_F(LineReaderTest, WhereHolesAreNotToldTheyAreReadLikeTheRest) {
+  const OpenedFile file = sparse(100000, {});
+  FaultPlan plan;
+  plan.at = 1;
+  plan.error = EINVAL;
+  plan.calls = {"lseek"};
+  const ArmedFaults armed{plan};
+  EXPECT_EQ(piecesWithHoles(file, 500).size(), 201u);
+}
+
+TEST_F(LineReaderTest, AHoleThatCannotBePassedIsAReadError) {
+  const OpenedFile file = sparse(100000, {});
+  FaultPlan plan;
+  plan.at = 2;
+  plan.calls = {"lseek"};
+  const ArmedFaults armed{plan};
+  LineReader reader(file, 500);
+  LinePiece piece;
+  EXPECT_FALSE(reader.next(piece));
+  EXPECT_TRUE(reader.failed());
+}
+
+// --- Ends
+
 TEST_F(LineReaderTest, AReaderOfNothingHasNoLines) {
   LineReader reader;
   EXPECT_THAT(piecesOf(reader), ElementsAre());
@@ -179,6 +286,50 @@ TEST_F(LineReaderTest, ALineFeedBehindSuchACarriageReturnIsALineOfItsOwn) {
 
 TEST_F(LineReaderTest, ACarriageReturnElsewhereIsAnOrdinaryByte) {
   EXPECT_THAT(wholeLinesOf("a\rb\r\n\rc\n").lines, ElementsAre("a\rb\r\n", "\rc\n"));
+}
+
+TEST_F(LineReaderTest, AHoleIsPartOfItsLine) {
+  const OpenedFile file = sparse(100005, {{0, "a"}, {100000, "b\nc\nd"}});
+  WholeLineReader reader(file, WholeLineReader::defaultLimit);
+  std::string line;
+  EXPECT_EQ(reader.next(line), WholeLineReader::Result::line);
+  EXPECT_TRUE(line == "a" + std::string(99999, '\0') + "b\n");
+  EXPECT_EQ(reader.next(line), WholeLineReader::Result::line);
+  EXPECT_EQ(line, "c\n");
+}
+
+TEST_F(LineReaderTest, AHoleMakesALineTooLongWithoutTakingMemory) {
+  const OpenedFile file = sparse(off_t{1} << 40, {});
+  WholeLineReader reader(file, WholeLineReader::defaultLimit);
+  std::string line;
+  EXPECT_EQ(reader.next(line), WholeLineReader::Result::tooLong);
+  EXPECT_LT(line.capacity(), 100000u);
+}
+
+TEST_F(LineReaderTest, DroppedBlankLinesAreThoseBeforeTheNextText) {
+  const std::string blank = " \t\x01\n\r\n\x80\n";
+  struct Case {
+    const char* why;
+    std::string content;
+    std::string next;
+  };
+  const Case cases[] = {
+      {"blank lines", "1\n" + blank + "  text\n", "  text\n"},
+      {"none", "1\ntext\n", "text\n"},
+      {"nothing else", "1\n" + blank, ""},
+      {"a blank last line", "1\n" + blank + "  ", "  "},
+      {"nothing at all", "1\n", ""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    const OpenedFile file = opened(c.content);
+    WholeLineReader reader(file, WholeLineReader::defaultLimit);
+    std::string line;
+    EXPECT_EQ(reader.next(line), WholeLineReader::Result::line);
+    reader.dropBlankLines();
+    EXPECT_EQ(reader.next(line), c.next.empty() ? WholeLineReader::Result::end : WholeLineReader::Result::line);
+    EXPECT_EQ(line, c.next);
+  }
 }
 
 TEST_F(LineReaderTest, AFailedReadOfAWholeLineIsNotItsEnd) {

@@ -138,6 +138,11 @@ bool LineEditor::readLine(LinePiece& line) {
   return false;
 }
 
+void LineEditor::keepLine(const LinePiece& line) {
+  if (line.hole > 0) leaveHole(line.hole);
+  write(line.text);
+}
+
 void LineEditor::writeLine(std::string_view text) {
   if (endsInsideLine_) write("\n");
   write(text);
@@ -181,6 +186,11 @@ void LineEditor::write(std::string_view bytes) {
   if (pending_.size() >= flushSize && makeTemporary()) (void)flush();
 }
 
+void LineEditor::leaveHole(off_t size) {
+  if (!status_.isSuccess() || !makeTemporary() || !flush()) return;
+  if (::lseek(temporary_.get(), size, SEEK_CUR) < 0) (void)fail(status::writeError);
+}
+
 // The name is taken by nobody but an edit that died: it is removed, and a link of that name is not followed.
 bool LineEditor::makeTemporary() {
   if (hasTemporary_) return true;
@@ -202,7 +212,8 @@ bool LineEditor::flush() {
 bool LineEditor::dressLikeOldFile() {
   struct stat made = {};
   const bool hasOld = S_ISREG(old_.info.st_mode);
-  const mode_t mode = hasOld ? old_.info.st_mode & 07777 : newFileMode;
+  // Of a link to somebody's program no second set-user-ID program is made.
+  const mode_t mode = hasOld ? old_.info.st_mode & 0777 : newFileMode;
   // Where the system allows; a cast to void would still be a warning in the hardened build.
   [[maybe_unused]] const int owner = hasOld ? ::fchown(temporary_.get(), old_.info.st_uid, old_.info.st_gid) : 0;
   if (::fchmod(temporary_.get(), mode) == 0) return true;

@@ -70,8 +70,8 @@ class LineEditor {
   // A missing file has no lines.
   bool readLine(LinePiece& line);
 
-  // Writes a piece byte for byte.
-  void keepLine(const LinePiece& line) { write(line.text); }
+  // Writes a piece byte for byte, behind the hole that was before it: a sparse file stays one.
+  void keepLine(const LinePiece& line);
 
   // Writes `text` and a newline. Where the last line copied had no newline it gets one first.
   void writeLine(std::string_view text);
@@ -91,6 +91,7 @@ class LineEditor {
  private:
   bool fail(StatusCode code);
   void write(std::string_view bytes);
+  void leaveHole(off_t size);
   bool makeTemporary();
   bool flush();
   bool dressLikeOldFile();

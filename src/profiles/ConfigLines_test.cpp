@@ -245,6 +245,55 @@ TEST_F(ConfigLinesTest, TheModeOfTheOldFileIsKept) {
   }
 }
 
+TEST_F(ConfigLinesTest, AnEditedSparseFileStaysOne) {
+  constexpr off_t terabyte = off_t{1} << 40;
+  host::writeFile(kFile, "key=1\na");
+  ASSERT_EQ(::truncate(kFile, terabyte), 0);
+  EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "22"}, {"new", "3"}}), HasCode(status::success));
+  struct stat info = {};
+  ASSERT_EQ(::stat(kFile, &info), 0);
+  EXPECT_EQ(info.st_size, terabyte + 1 + 7);  // one more digit; a newline and the new line
+  EXPECT_LT(info.st_blocks, 1000);
+  std::string value;
+  EXPECT_TRUE(ConfigLines::readFirstValue(kFile, "new", value));
+  EXPECT_EQ(value, "3");
+}
+
+TEST_F(ConfigLinesTest, AHoleThatCannotBePassedOrLeftLosesNothing) {
+  constexpr off_t size = 1000000;
+  const FaultLoop loop{[] {
+                         host::reset();
+                         host::writeFile(kFile, "key=1\na");
+                         ASSERT_EQ(::truncate(kFile, size), 0);
+                       },
+                       {"lseek"}};
+  std::size_t failures = 0;
+  forEachFault(
+      loop,
+      [] {
+        return ConfigLines::setKeys(kFile, {{"new", "3"}});
+      },
+      [&](const Status& result, const Fault&) {
+        struct stat info = {};
+        ASSERT_EQ(::stat(kFile, &info), 0);
+        EXPECT_EQ(info.st_size, result.isSuccess() ? size + 7 : size);
+        EXPECT_FALSE(host::exists(std::string(kFile) + ".temp"));
+        if (!result.isSuccess()) {
+          ++failures;
+          EXPECT_THAT(result.code(), testing::AnyOf(status::readError, status::writeError));
+        }
+      });
+  EXPECT_GE(failures, 3u);
+}
+
+// A link may lead to one, and the copy would outlive it.
+TEST_F(ConfigLinesTest, NoProgramWithTheRightsOfAnotherUserIsMade) {
+  host::writeFile("/tmp/program", "key=1\n", 06755);
+  host::makeLink(kFile, "/tmp/program");
+  EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "2"}}), HasCode(status::success));
+  EXPECT_EQ(host::modeOf(kFile), 0755u);
+}
+
 TEST_F(ConfigLinesTest, TheOwnerOfTheOldFileIsKept) {
   SKIP_WITHOUT_OTHER_USERS();
   host::writeFile(kFile, "key=1\n", 0640);
