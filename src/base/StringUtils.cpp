@@ -11,7 +11,6 @@ namespace {
 constexpr unsigned char deleteByte = 127;
 
 constexpr unsigned char byteOf(char c) { return static_cast<unsigned char>(c); }
-constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
 // White space as isspace() knows it in the C locale.
 constexpr bool isWhiteSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 constexpr char toLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
@@ -142,6 +141,10 @@ bool equalIgnoreCase(std::string_view a, std::string_view b) {
 }
 
 bool startsWith(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
+
+bool endsWith(std::string_view text, std::string_view ending) {
+  return text.size() >= ending.size() && text.substr(text.size() - ending.size()) == ending;
+}
 
 bool startsWithIgnoreCase(std::string_view text, std::string_view prefix) {
   return equalIgnoreCase(text.substr(0, prefix.size()), prefix);

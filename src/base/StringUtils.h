@@ -52,9 +52,12 @@ std::int64_t leadingInt64(std::string_view text, std::size_t* end = nullptr);
 // so that a port above 65535 is never taken for a good one.
 std::int32_t leadingPort(std::string_view text);
 
+constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+bool startsWith(std::string_view text, std::string_view prefix);
+bool endsWith(std::string_view text, std::string_view ending);
 // Without regard to the case of ASCII letters.
 bool equalIgnoreCase(std::string_view a, std::string_view b);
-bool startsWith(std::string_view text, std::string_view prefix);
 bool startsWithIgnoreCase(std::string_view text, std::string_view prefix);
 
 // The text with the letters A to Z made small.

@@ -304,6 +304,21 @@ TEST(StartsWith, ComparesThePrefixByteForByte) {
   EXPECT_FALSE(StringUtils::startsWithIgnoreCase("DIR", "dir="));
 }
 
+TEST(EndsWith, ComparesTheEndingByteForByte) {
+  EXPECT_TRUE(StringUtils::endsWith("main.cpp", ".cpp"));
+  EXPECT_TRUE(StringUtils::endsWith(".cpp", ".cpp"));
+  EXPECT_TRUE(StringUtils::endsWith("x", ""));
+  EXPECT_FALSE(StringUtils::endsWith("pp", ".cpp"));
+  EXPECT_FALSE(StringUtils::endsWith("main.cpp.h", ".cpp"));
+  EXPECT_FALSE(StringUtils::endsWith("main.CPP", ".cpp"));
+}
+
+TEST(IsDigit, IsTrueOfTheTenDigitsAlone) {
+  for (int byte = 0; byte < 256; ++byte) {
+    EXPECT_EQ(StringUtils::isDigit(static_cast<char>(byte)), byte >= 48 && byte <= 57) << byte;
+  }
+}
+
 TEST(HasControlByte, FindsBytesBelow32And127) {
   for (int byte = 0; byte < 256; ++byte) {
     SCOPED_TRACE(byte);

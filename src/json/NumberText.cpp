@@ -10,6 +10,8 @@
 #include <limits>
 #include <string>
 
+#include "base/StringUtils.h"
+
 namespace {
 
 // Powers of ten that 64 bits hold.
@@ -138,7 +140,7 @@ char* writeWord(char* at, std::uint64_t digits, std::size_t length) {
 
 // Gives the first byte that is no digit. Too many digits run over, which does no harm: they are counted afterwards.
 const char* readDigits(const char* at, const char* end, std::uint64_t& whole) {
-  for (; at != end && json::isDigit(*at); ++at) whole = whole * 10 + static_cast<std::uint64_t>(*at - '0');
+  for (; at != end && StringUtils::isDigit(*at); ++at) whole = whole * 10 + static_cast<std::uint64_t>(*at - '0');
   return at;
 }
 

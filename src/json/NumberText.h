@@ -13,8 +13,6 @@
 
 namespace json {
 
-inline bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
 // What strtod makes of the text.
 double numberIn(std::string_view text);
 

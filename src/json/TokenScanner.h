@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/StringUtils.h"
 #include "json/JsonScanner.h"
 #include "json/NumberText.h"
 
@@ -75,7 +76,7 @@ void TokenScanner<Receiver>::takeToken() {
     case '.':
       return takeNumber();
     default:
-      if (isDigit(*at_)) return takeNumber();
+      if (StringUtils::isDigit(*at_)) return takeNumber();
       if (isLetter(*at_)) return takeWord();
       ++at_;
       return receiver_.onError("scanner error");

@@ -3,6 +3,7 @@
 #include <new>
 #include <utility>
 
+#include "base/StringUtils.h"
 #include "log/ScopeGuards.h"
 
 using BasicLog::Level;
@@ -33,15 +34,11 @@ constexpr std::string_view startLoggers[] = {BasicLog::controlLogger,
 // Each is taken off once, in this order: "x.cpp.c" becomes "x", "x.c.cpp" becomes "x.c".
 constexpr std::string_view sourceEndings[] = {".c", ".cc", ".cpp", ".cxx", ".m", ".h", ".hpp", ".hxx"};
 
-bool endsWith(std::string_view text, std::string_view ending) {
-  return text.size() >= ending.size() && text.substr(text.size() - ending.size()) == ending;
-}
-
 std::string_view normalised(std::string_view name) {
   if (name.empty()) return anonymousLogger;
   name.remove_prefix(name.rfind('/') + 1);  // npos + 1 is 0
   for (const std::string_view ending : sourceEndings) {
-    if (endsWith(name, ending)) name.remove_suffix(ending.size());
+    if (StringUtils::endsWith(name, ending)) name.remove_suffix(ending.size());
   }
   return name;
 }
