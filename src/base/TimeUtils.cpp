@@ -37,28 +37,16 @@ constexpr std::int64_t join(std::int64_t seconds, std::int64_t micros) {
   return plus(times(seconds, microsPerSecond), micros);
 }
 
-// The length of a stamp, as how many of the fields behind the day it shows.
-enum class StampLength { day, hour, minute, second };
+// The last field that a stamp shows, as how many bytes of the longest one are cut off for it.
+enum StampEnd : std::size_t { atSecond = 0, atMinute = 2, atHour = 4, atDay = 7 };
 
-std::string stamp(std::string_view prefix, std::string_view suffix, std::int64_t micros, StampLength length) {
+std::string stamp(std::string_view prefix, std::string_view suffix, std::int64_t micros, StampEnd end) {
   const BrokenDownTime t = breakDown(micros == 0 ? nowMicros() : micros);
   std::array<char, 64> text{};
-  switch (length) {
-    case StampLength::day:
-      std::snprintf(text.data(), text.size(), "%04d%02d%02d", t.year, t.month, t.day);
-      break;
-    case StampLength::hour:
-      std::snprintf(text.data(), text.size(), "%04d%02d%02d-%02d", t.year, t.month, t.day, t.hour);
-      break;
-    case StampLength::minute:
-      std::snprintf(text.data(), text.size(), "%04d%02d%02d-%02d%02d", t.year, t.month, t.day, t.hour, t.minute);
-      break;
-    case StampLength::second:
-      std::snprintf(text.data(), text.size(), "%04d%02d%02d-%02d%02d%02d", t.year, t.month, t.day, t.hour, t.minute,
-                    t.second);
-      break;
-  }
-  return StringUtils::concatenate({prefix, text.data(), suffix});
+  const int length = std::snprintf(text.data(), text.size(), "%04d%02d%02d-%02d%02d%02d", t.year, t.month, t.day,
+                                   t.hour, t.minute, t.second);
+  const std::string_view longest(text.data(), static_cast<std::size_t>(length));
+  return StringUtils::concatenate({prefix, longest.substr(0, longest.size() - end), suffix});
 }
 
 // Digits by hand, since every log line has a time. Each returns the place behind what it wrote.
@@ -256,19 +244,19 @@ std::int64_t parseIsoTime(std::string_view text) {
 }
 
 std::string dayStamp(std::string_view prefix, std::string_view suffix, std::int64_t micros) {
-  return stamp(prefix, suffix, micros, StampLength::day);
+  return stamp(prefix, suffix, micros, atDay);
 }
 
 std::string hourStamp(std::string_view prefix, std::string_view suffix, std::int64_t micros) {
-  return stamp(prefix, suffix, micros, StampLength::hour);
+  return stamp(prefix, suffix, micros, atHour);
 }
 
 std::string minuteStamp(std::string_view prefix, std::string_view suffix, std::int64_t micros) {
-  return stamp(prefix, suffix, micros, StampLength::minute);
+  return stamp(prefix, suffix, micros, atMinute);
 }
 
 std::string secondStamp(std::string_view prefix, std::string_view suffix, std::int64_t micros) {
-  return stamp(prefix, suffix, micros, StampLength::second);
+  return stamp(prefix, suffix, micros, atSecond);
 }
 
 std::int64_t parseDuration(std::string_view text) {

@@ -5,29 +5,13 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <random>
 #include <vector>
 
 #include "testing/TimeModel.h"
-
-// The wall clock of this test program: the system's, unless a test breaks it.
-namespace {
-bool wallClockFails = false;
-}
-extern "C" int gettimeofday(struct timeval* time, void*) noexcept {
-  if (wallClockFails) {
-    errno = EFAULT;
-    return -1;
-  }
-  timespec now{};
-  ::clock_gettime(CLOCK_REALTIME, &now);
-  time->tv_sec = now.tv_sec;
-  time->tv_usec = now.tv_nsec / 1000;
-  return 0;
-}
+#include "testing/WallClock.h"
 
 namespace {
 
@@ -69,10 +53,18 @@ TEST(Clock, NowIsTheWallClockInMicroseconds) {
   EXPECT_LE(now, before + 5 * sec);
 }
 
+TEST(Clock, TheWallClockIsReadToTheMicrosecond) {
+  const WallClock clock(1'740'920'707'123'456);
+  EXPECT_EQ(nowMicros(), 1'740'920'707'123'456);
+}
+
 TEST(Clock, AFailingWallClockFallsBackToWholeSeconds) {
-  wallClockFails = true;
-  const std::int64_t now = nowMicros();
-  wallClockFails = false;
+  std::int64_t now = 0;
+  {
+    WallClock clock(0);
+    clock.fail();
+    now = nowMicros();
+  }
   EXPECT_EQ(now % sec, 0);
   EXPECT_LE(now, nowMicros());
   EXPECT_GE(now, nowMicros() - 5 * sec);
@@ -299,6 +291,8 @@ TEST(Stamps, StandBetweenPrefixAndSuffix) {
   EXPECT_EQ(minuteStamp("app-", ".log", time), "app-20250302-1305.log");
   EXPECT_EQ(secondStamp("app-", ".log", time), "app-20250302-130507.log");
   EXPECT_EQ(secondStamp("", "", time), "20250302-130507");
+  EXPECT_EQ(hourStamp("", "", INT64_MIN), "-2903081221-19");  // a year of any length
+  EXPECT_EQ(dayStamp("", "", INT64_MAX), "2942470110");
   EXPECT_EQ(dayStamp(std::string(5'000, 'p'), "%s", time), std::string(5'000, 'p') + "20250302%s");
 }
 
