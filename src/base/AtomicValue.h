@@ -10,6 +10,7 @@
 // Other processes: the value may be destroyed in a child made while some thread of the parent was waiting.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -61,11 +62,15 @@ class AtomicValue {
   bool waitForValue(T value, std::int64_t micros) const {
     std::unique_lock<std::mutex> lock(mutex_);
     const std::uint64_t wakes = wakes_;
-    changed_.wait_for(lock, std::chrono::microseconds(micros), [&] { return value_ == value || wakes_ != wakes; });
+    const std::chrono::microseconds limit(std::clamp<std::int64_t>(micros, 0, longestWait));
+    changed_.wait_for(lock, limit, [&] { return value_ == value || wakes_ != wakes; });
     return value_ == value;
   }
 
  private:
+  // A century: now and what is added to it must stay within 64 bits of nanoseconds.
+  static constexpr std::int64_t longestWait = 3'155'760'000'000'000;
+
   mutable std::mutex mutex_;
   union {
     mutable std::condition_variable changed_;

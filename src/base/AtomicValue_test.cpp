@@ -53,6 +53,15 @@ TEST(AtomicValue, AWaitThatIsNotAnsweredEndsAfterItsTime) {
   EXPECT_FALSE(AtomicEqualityTestPredicate<int>(value, 2).waitFor(20'000));
   EXPECT_GE(TimeUtils::monotonicMicros() - start, 20'000);
   EXPECT_FALSE(AtomicEqualityTestPredicate<int>(value, 2).waitFor(-1));
+  EXPECT_FALSE(AtomicEqualityTestPredicate<int>(value, 2).waitFor(INT64_MIN));
+}
+
+TEST(AtomicValue, TheLongestTimeIsNotOverAtOnce) {
+  AtomicValue<int> value(1);
+  std::thread waiter([&] { EXPECT_TRUE(AtomicEqualityTestPredicate<int>(value, 2).waitFor(INT64_MAX)); });
+  ::usleep(5'000);
+  value.set(2);
+  waiter.join();
 }
 
 TEST(AtomicValue, SettingEndsEveryWaitAtOnce) {

@@ -13,6 +13,13 @@ constexpr std::int64_t microsPerSecond = 1'000'000;
 
 std::int64_t nowSeconds() { return TimeUtils::nowMicros() / microsPerSecond; }
 
+// Now plus so many seconds, or the end of time.
+std::int64_t deadlineIn(std::int64_t seconds) {
+  std::int64_t deadline = 0;
+  if (!__builtin_add_overflow(nowSeconds(), seconds, &deadline)) return deadline;
+  return seconds < 0 ? INT64_MIN : INT64_MAX;
+}
+
 }  // namespace
 
 // One start. A thread that comes late finds its own run stopped, whatever became of the runner since.
@@ -56,7 +63,7 @@ bool WorkerRunner::waitStopped(std::int64_t seconds) const {
     run = run_;
   }
   if (!run) return true;
-  const std::int64_t deadline = nowSeconds() + seconds;
+  const std::int64_t deadline = deadlineIn(seconds);
   const AtomicEqualityTestPredicate<State> isStopped(run->state, State::stopped);
   while (!isStopped.test()) {
     if (nowSeconds() > deadline) return false;

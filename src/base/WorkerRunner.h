@@ -33,7 +33,8 @@ class WorkerRunner {
   // The step under way is the last. A runner that was only just started is stopped at once and never takes a step.
   void requestStop();
   // Waits until the runner is stopped; false once the wall clock, in whole seconds, is past now plus `seconds`. Looks
-  // at least every half second, so that a clock that is set is noticed. A negative time only looks.
+  // at least every half second, so that a clock that is set is noticed. A negative time only looks, INT64_MAX waits for
+  // ever.
   bool waitStopped(std::int64_t seconds) const;
 
   // stopped before the first start.

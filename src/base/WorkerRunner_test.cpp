@@ -4,9 +4,13 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdint>
+#include <memory>
+#include <thread>
 
 #include "base/TimeUtils.h"
 #include "testing/NoThreads.h"
+#include "testing/WallClock.h"
 
 namespace {
 
@@ -161,6 +165,87 @@ TEST(WorkerRunner, WaitingGivesUpOnceTheClockIsPastTheTime) {
   EXPECT_GT(TimeUtils::nowMicros() / 1'000'000, start);
   isReleased = true;
   EXPECT_TRUE(runner.waitStopped(30));
+}
+
+// Steps until it is let go, and looks at no clock.
+class Endless {
+ public:
+  ~Endless() {
+    isReleased_ = true;
+    EXPECT_TRUE(runner.waitStopped(30));
+  }
+
+  WorkerRunner runner{[this] {
+    while (!isReleased_) ::usleep(100);
+    return false;
+  }};
+
+ private:
+  std::atomic<bool> isReleased_{false};
+};
+
+TEST(WorkerRunner, AWaitIsOverWhenTheClockIsPastTheWholeSecondAndNotBefore) {
+  Endless endless;
+  EXPECT_TRUE(endless.runner.start());
+  WallClock clock(10'000'000);
+  std::atomic<bool> isOver{false};
+  std::thread waiter([&] {
+    EXPECT_FALSE(endless.runner.waitStopped(1'000));
+    isOver = true;
+  });
+  clock.waitUntilAsked(2);
+  clock.moveTo(1'010'999'999);  // the last microsecond of the last second
+  const int asked = clock.timesAsked();
+  clock.waitUntilAsked(asked + 2);  // one of them at least has seen the new time, and the wait went on
+  EXPECT_FALSE(isOver);
+  clock.moveTo(1'011'000'000);
+  waiter.join();
+  EXPECT_TRUE(isOver);
+}
+
+TEST(WorkerRunner, TheLongestWaitIsOverWhenTheRunnerIsStopped) {
+  std::atomic<bool> isReleased{false};
+  WorkerRunner runner([&] {
+    while (!isReleased) ::usleep(100);
+    return false;
+  });
+  EXPECT_TRUE(runner.start());
+  std::thread waiter([&] { EXPECT_TRUE(runner.waitStopped(INT64_MAX)); });
+  ::usleep(5'000);
+  EXPECT_FALSE(runner.waitStopped(INT64_MIN));
+  isReleased = true;
+  waiter.join();
+}
+
+TEST(WorkerRunner, AStepMayRequestTheStopAndCannotStartItAgain) {
+  std::atomic<int> steps{0};
+  std::unique_ptr<WorkerRunner> runner;
+  runner = std::make_unique<WorkerRunner>([&] {
+    ++steps;
+    runner->requestStop();
+    EXPECT_FALSE(runner->start());
+    EXPECT_FALSE(runner->waitStopped(-1));
+    return true;
+  });
+  EXPECT_TRUE(runner->start());
+  EXPECT_TRUE(runner->waitStopped(30));
+  EXPECT_EQ(steps, 1);
+}
+
+TEST(WorkerRunner, StoppingAStoppedOneChangesNothing) {
+  std::atomic<int> steps{0};
+  WorkerRunner runner([&] {
+    ++steps;
+    return false;
+  });
+  EXPECT_TRUE(runner.start());
+  EXPECT_TRUE(runner.waitStopped(30));
+  runner.requestStop();
+  runner.requestStop();
+  EXPECT_EQ(runner.state(), State::stopped);
+  EXPECT_TRUE(runner.start());  // no stop of before reaches a later start
+  EXPECT_TRUE(runner.waitStopped(30));
+  EXPECT_EQ(steps, 2);
 }
 
 TEST(WorkerRunner, IsStoppedWhenTheSystemGivesNoThread) {
