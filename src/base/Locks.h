@@ -3,7 +3,7 @@
 //   PortableMutex mutex_;
 //   { ScopedLock lock(mutex_); ... }
 //
-// No lock here is recursive and none may be copied. Every lock of the program is a PortableMutex made without
+// No lock here is recursive and none may be copied. Every PortableMutex of the program is made without
 // arguments, a plain mutex that never warns.
 #pragma once
 

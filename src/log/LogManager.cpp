@@ -87,7 +87,8 @@ LogInput::~LogInput() {
 }
 
 void LogInput::process(std::unique_ptr<const LogMessage>& message) {
-  if (hasSyncProcessor_) {
+  // A thread inside the queue waits for no other lock of the log: holders of this one wait for the queue.
+  if (hasSyncProcessor_ && !output_.queue().isHeldByThisThread()) {
     const ScopedOwnedLock lock(mutex_);
     if (!lock.wasHeld() && syncProcessor_) {
       const std::shared_ptr<LogMessageProcessor> running = syncProcessor_;  // it may replace itself
@@ -178,7 +179,11 @@ LogManager& LogManager::instance() {
   return manager;
 }
 
-LogManager* LogManager::ifUsable() { return isMakingTheLog ? nullptr : &instance(); }
+LogManager* LogManager::ifUsable() {
+  if (isMakingTheLog) return nullptr;
+  LogManager& manager = instance();
+  return manager.queue().isHeldByThisThread() ? nullptr : &manager;
+}
 
 // --- The front end's doors to the manager
 

@@ -78,7 +78,8 @@ class LogInput : public BasicLog::LogMessageProcessor {
 class LogManager {
  public:
   static LogManager& instance();
-  // The same, or null on a thread that is just making it: what its construction reports cannot be logged.
+  // The same, or null on a thread that is just making it or is inside its queue: what is reported there cannot be
+  // logged, and must not wait for a lock whose holder may want the queue.
   static LogManager* ifUsable();
 
   LogManager() = default;

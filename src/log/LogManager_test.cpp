@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -12,6 +13,8 @@
 #include <new>
 #include <thread>
 
+#include "testing/QueuePeers.h"
+
 // The allocations that may fail: the library's, unless a test breaks them.
 namespace {
 bool allocationsFail = false;
@@ -19,19 +22,6 @@ bool allocationsFail = false;
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   return allocationsFail ? nullptr : ::operator new(size);
 }
-
-// Breaks the queue of a log as no caller can.
-class SimplePointerQueuePeer {
- public:
-  static void loseTail(SimplePointerQueue& queue) {
-    queue.tail_ = nullptr;
-    queue.in_ = queue.inEnd_ = nullptr;
-  }
-};
-class WorkQueuePeer {
- public:
-  static void loseTail(LogQueue& queue) { SimplePointerQueuePeer::loseTail(queue.queue_); }
-};
 
 namespace {
 
@@ -434,6 +424,55 @@ TEST(FrontEnd, AnAssertionUnderTheQueuesLockNeitherHangsNorRecurses) {
   ASSERT_NE(message, nullptr);
   EXPECT_EQ(message->text, "outer");
   EXPECT_EQ(queue.pop(), nullptr);  // the assertion's own entry was refused
+}
+
+// Puts an end to one long wait of a test that is about to hang, and says so.
+bool waitUntil(const std::atomic<bool>& sign) {
+  for (int i = 0; i < 3000 && !sign; ++i) ::usleep(10'000);
+  return sign;
+}
+
+TEST(FrontEnd, AnAssertionUnderTheQueuesLockWaitsForNoOtherLockOfTheLog) {
+  static std::atomic<bool> isInProcessor{false};
+  static std::atomic<bool> isAsserted{false};
+  static std::atomic<bool> wasHanging{false};
+  class Busy : public LogMessageProcessor {
+   public:
+    // Holds the lock of loggers and processor until the assertion is through.
+    void process(std::unique_ptr<const LogMessage>& message) override {
+      if (message->text != "busy") return;
+      isInProcessor = true;
+      wasHanging = !waitUntil(isAsserted);
+    }
+  };
+  LogQueue& queue = LogManager::instance().queue();
+  Logger& logger = getLogger("test");
+  { const Entry entry(logger, Level::error, "leaves an empty block", "f", "g"); }
+  while (queue.pop()) {
+  }
+  WorkQueuePeer::loseTail(queue);
+  setSyncProcessor(new Busy);
+  static Logger* known = &logger;
+  setAssertHandler([](const char* file, int line, const char* text) {
+    { const Entry entry(*known, Level::error, "by a logger that the handler has", "f", "g"); }
+    defaultAssertFailure(file, line, text);
+  });
+  const auto oldAction = ::signal(SIGILL, SIG_IGN);
+  std::thread other([&] { const Entry entry(logger, Level::error, "busy", "f", "g"); });
+  while (!isInProcessor) ::usleep(100);
+  testing::internal::CaptureStderr();
+  auto message = std::make_unique<const LogMessage>();
+  EXPECT_TRUE(queue.push(message));
+  isAsserted = true;
+  other.join();
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "assert error, ThreadUtils.cpp line 498, \"internal linked-list error\" \n");
+  EXPECT_FALSE(wasHanging);
+  ::signal(SIGILL, oldAction);
+  setAssertHandler(nullptr);
+  setSyncProcessor(nullptr);
+  while (queue.pop()) {
+  }
 }
 
 TEST(FrontEnd, EntriesLostWithABrokenChainAreNotHandedOut) {

@@ -18,7 +18,7 @@ struct Bundle {
 
 // Full bundles, for all threads.
 struct Depot {
-  BasicMutex mutex;
+  PortableMutex mutex;
   std::array<Bundle, maxBundles> bundles;
   std::size_t count = 0;
 };

@@ -6,7 +6,7 @@
 //
 // Order is the order of arrival; there is no limit. What is still queued is freed with the queue.
 // Threads: every function locks for itself. A thread that comes back into a queue it is inside of (an assertion about
-// the queue is itself logged) is refused instead of waiting for itself.
+// the queue is itself logged) is refused instead of waiting for itself: it can push and pop nothing.
 #pragma once
 
 #include <algorithm>
@@ -47,9 +47,12 @@ class TypedWorkQueue {
 
   // How many objects are queued.
   std::size_t size() {
-    const ScopedLock lock(queue_);
+    const ScopedOwnedLock lock(queue_);
     return size_;
   }
+
+  // Whether the calling thread is inside the queue.
+  bool isHeldByThisThread() const { return queue_.isHeldByThisThread(); }
 
   // The oldest object, null when there is none.
   std::unique_ptr<T> pop() {

@@ -6,6 +6,9 @@
 #include <thread>
 #include <vector>
 
+#include "log/BasicLog.h"
+#include "testing/QueuePeers.h"
+
 namespace {
 
 struct Item {
@@ -86,6 +89,74 @@ TEST(WorkQueue, WhatIsStillQueuedIsFreedWithTheQueue) {
     EXPECT_EQ(Item::alive, 70);
   }
   EXPECT_EQ(Item::alive, 0);
+}
+
+Queue* entered = nullptr;
+int entries = 0;
+
+// Everything that a thread could want of the queue that it is inside of.
+void comeBackIntoTheQueue(const char*, int, const char*) {
+  ++entries;
+  EXPECT_TRUE(entered->isHeldByThisThread());
+  EXPECT_EQ(entered->size(), 0U);
+  auto item = std::make_unique<const Item>(1, 1);
+  std::size_t queued = 99;
+  EXPECT_FALSE(entered->push(item, queued));
+  EXPECT_NE(item, nullptr);
+  EXPECT_EQ(queued, 99U);
+  EXPECT_EQ(entered->pop(), nullptr);
+  std::array<std::unique_ptr<const Item>, 3> batch;
+  for (auto& place : batch) place = std::make_unique<const Item>(2, 2);
+  EXPECT_EQ(entered->popMany(batch), 0U);
+  for (const auto& place : batch) EXPECT_EQ(place, nullptr);
+}
+
+TEST(WorkQueue, AThreadInsideItIsRefusedAndDoesNotWaitForItself) {
+  Queue queue;
+  auto item = std::make_unique<const Item>(0, 0);
+  ASSERT_TRUE(queue.push(item));
+  ASSERT_NE(queue.pop(), nullptr);
+  WorkQueuePeer::loseTail(queue);
+  entered = &queue;
+  entries = 0;
+  BasicLog::setAssertHandler(comeBackIntoTheQueue);
+  item = std::make_unique<const Item>(3, 3);
+  std::size_t queued = 0;
+  EXPECT_TRUE(queue.push(item, queued));
+  BasicLog::setAssertHandler(nullptr);
+  EXPECT_EQ(entries, 1);
+  EXPECT_EQ(queued, 1U);
+  EXPECT_FALSE(queue.isHeldByThisThread());
+  const auto popped = queue.pop();
+  ASSERT_NE(popped, nullptr);
+  EXPECT_EQ(popped->number, 3);
+  EXPECT_EQ(queue.pop(), nullptr);
+  EXPECT_EQ(Item::alive, 1);
+}
+
+TEST(WorkQueue, AnotherThreadThanTheOneInsideWaitsForItsTurn) {
+  static Queue* shared = nullptr;
+  static std::thread other;
+  Queue queue;
+  shared = &queue;
+  auto item = std::make_unique<const Item>(0, 0);
+  ASSERT_TRUE(queue.push(item));
+  ASSERT_NE(queue.pop(), nullptr);
+  WorkQueuePeer::loseTail(queue);
+  BasicLog::setAssertHandler([](const char*, int, const char*) {
+    other = std::thread([] {
+      EXPECT_FALSE(shared->isHeldByThisThread());
+      auto late = std::make_unique<const Item>(0, 2);
+      EXPECT_TRUE(shared->push(late));
+    });
+  });
+  item = std::make_unique<const Item>(0, 1);
+  EXPECT_TRUE(queue.push(item));
+  BasicLog::setAssertHandler(nullptr);
+  other.join();
+  EXPECT_EQ(queue.pop()->number, 1);
+  EXPECT_EQ(queue.pop()->number, 2);
+  EXPECT_EQ(queue.pop(), nullptr);
 }
 
 TEST(WorkQueue, SixteenProducersLoseNothingAndKeepTheirOrder) {
