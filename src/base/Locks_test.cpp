@@ -1,23 +1,27 @@
 #include "base/Locks.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>
 
 #include "base/ThreadNames.h"
 #include "base/TimeUtils.h"
+#include "testing/WallClock.h"
 
 namespace {
 
 struct Report {
   std::string mutex, holder;
   std::int64_t threshold = 0, measured = 0;
+
+  bool operator==(const Report& other) const {
+    return mutex == other.mutex && holder == other.holder && threshold == other.threshold && measured == other.measured;
+  }
 };
 std::mutex reportsGuard;  // reports of one mutex may come from two threads at once
 std::vector<Report> slowAcquires;
@@ -218,25 +222,114 @@ TEST_F(Reports, ATimedPortableMutexWarns) {
   EXPECT_EQ(longHolds[0].mutex, "timed");
 }
 
-TEST(DefaultReports, WriteOneLineToStandardError) {
-  TimedMutex mutex("slow 100%s", 20'000, 20'000);
-  testing::internal::CaptureStderr();
-  contend(mutex, 60'000);
-  const std::string lines = testing::internal::GetCapturedStderr();
-  EXPECT_THAT(lines, testing::ContainsRegex("lock contention warning, 'slow 100%s' took [0-9]+ms to acquire\n"));
-  EXPECT_THAT(lines, testing::ContainsRegex("lock warning, 'slow 100%s' held for [0-9]+ms\n"));
-  EXPECT_GE(std::count(lines.begin(), lines.end(), '\n'), 2);  // a stalled machine may add some
+// Has a thread, named "waiter", wait for the mutex and then hold it for exactly so many microseconds of the clock.
+void waitAndHold(TimedMutex& mutex, std::int64_t waited, std::int64_t held) {
+  constexpr std::int64_t start = 1'000'000'000;
+  WallClock clock(start);
+  std::thread waiter;
+  {
+    const ScopedLock lock(mutex);
+    const int asked = clock.timesAsked();
+    waiter = std::thread([&] {
+      setThreadName("waiter");
+      const ScopedLock waitedFor(mutex);
+      clock.moveTo(start + waited + held);
+    });
+    clock.waitUntilAsked(asked + 1);  // it has looked when it began to wait
+    clock.moveTo(start + waited);
+  }
+  waiter.join();
 }
 
-TEST(DefaultReports, CountWholeMilliseconds) {
-  TimedMutex mutex("m", never, 0);
+TEST_F(Reports, OnlyWhatIsAboveTheThresholdIsReported) {
+  const struct {
+    std::int64_t threshold, micros;
+    bool isReported;
+  } cases[] = {{100, 99, false}, {100, 100, false}, {100, 101, true}, {0, 0, false}, {0, 1, true}, {-7, 1, true}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.micros << " over " << c.threshold);
+    slowAcquires.clear();
+    longHolds.clear();
+    TimedMutex slow("slow", c.threshold, never);
+    waitAndHold(slow, c.micros, 0);
+    ASSERT_EQ(slowAcquires.size(), c.isReported ? 1U : 0U);
+    TimedMutex longHeld("long", never, c.threshold);
+    waitAndHold(longHeld, 0, c.micros);
+    ASSERT_EQ(longHolds.size(), c.isReported ? 1U : 0U);
+    if (!c.isReported) continue;
+    const Report expectedAcquire = {"slow", "waiter", std::max<std::int64_t>(c.threshold, 0), c.micros};
+    const Report expectedHold = {"long", "waiter", std::max<std::int64_t>(c.threshold, 0), c.micros};
+    EXPECT_EQ(slowAcquires[0], expectedAcquire);
+    EXPECT_EQ(longHolds[0], expectedHold);
+  }
+}
+
+TEST_F(Reports, AClockThatIsSetBackReportsNothing) {
+  TimedMutex mutex("m", 0, 0);
+  waitAndHold(mutex, -500, -500);
+  EXPECT_TRUE(slowAcquires.empty());
+  EXPECT_TRUE(longHolds.empty());
+}
+
+TEST_F(Reports, ASlowAcquisitionIsReportedWhileTheMutexIsHeld) {
+  static TimedMutex mutex("m", 0, never);
+  static int reports = 0;
+  setSlowAcquireReport([](const char*, const char*, std::int64_t, std::int64_t) {
+    ++reports;
+    EXPECT_NE(mutex.acquiredAt(), 0);
+  });
+  waitAndHold(mutex, 1, 0);
+  EXPECT_EQ(reports, 1);
+}
+
+TEST_F(Reports, AMutexMayBeDestroyedFromTheReportOfItsLastHold) {
+  static std::unique_ptr<TimedMutex> mutex;
+  static std::string reported;
+  mutex = std::make_unique<TimedMutex>("a name too long to lie inside of the string object itself", never, 0);
+  setLongHoldReport([](const char* name, const char* holder, std::int64_t, std::int64_t measured) {
+    mutex.reset();
+    reported = std::string(name) + ", " + holder + ", " + std::to_string(measured);
+  });
+  waitAndHold(*mutex, 0, 5);
+  EXPECT_EQ(reported, "a name too long to lie inside of the string object itself, waiter, 5");
+}
+
+// What the default reports write, whole.
+std::string linesOf(TimedMutex& mutex, std::int64_t waited, std::int64_t held) {
   testing::internal::CaptureStderr();
-  holdFor(mutex, 3'000);
-  const std::string line = testing::internal::GetCapturedStderr();
-  int millis = 0;
-  ASSERT_EQ(std::sscanf(line.c_str(), "lock warning, 'm' held for %dms\n", &millis), 1) << line;
-  EXPECT_GE(millis, 3);
-  EXPECT_LT(millis, 3'000);
+  waitAndHold(mutex, waited, held);
+  return testing::internal::GetCapturedStderr();
+}
+
+TEST(DefaultReports, WriteOneLineOfWholeMillisecondsToStandardError) {
+  const struct {
+    std::int64_t micros;
+    const char* millis;
+  } cases[] = {{1, "0"}, {999, "0"}, {1'000, "1"}, {61'999, "61"}, {3'600'000'000, "3600000"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.micros);
+    TimedMutex slow("slow 100%s", 0, INT64_MAX);
+    EXPECT_EQ(linesOf(slow, c.micros, 0),
+              std::string("lock contention warning, 'slow 100%s' took ") + c.millis + "ms to acquire\n");
+    TimedMutex longHeld("slow 100%s", INT64_MAX, 0);
+    EXPECT_EQ(linesOf(longHeld, 0, c.micros), std::string("lock warning, 'slow 100%s' held for ") + c.millis + "ms\n");
+  }
+}
+
+TEST(DefaultReports, NameAnUnnamedMutex) {
+  TimedMutex mutex(nullptr, INT64_MAX, 0);
+  EXPECT_EQ(linesOf(mutex, 0, 2'000), "lock warning, '<unnamed mutex>' held for 2ms\n");
+}
+
+TEST_F(Reports, NullBringsBackTheDefaults) {
+  setSlowAcquireReport(nullptr);
+  setLongHoldReport(nullptr);
+  TimedMutex slow("m", 0, INT64_MAX);
+  EXPECT_EQ(linesOf(slow, 5'000, 0), "lock contention warning, 'm' took 5ms to acquire\n");
+  TimedMutex longHeld("m", INT64_MAX, 0);
+  EXPECT_EQ(linesOf(longHeld, 0, 5'000), "lock warning, 'm' held for 5ms\n");
+  EXPECT_TRUE(slowAcquires.empty());
+  EXPECT_TRUE(longHolds.empty());
 }
 
 TEST(OwnedMutex, KnowsItsHolder) {

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <atomic>
+#include <cstdlib>
 #include <deque>
 #include <new>
 #include <random>
@@ -10,6 +13,7 @@
 #include <vector>
 
 #include "log/BasicLog.h"
+#include "testing/QueuePeers.h"
 
 // The allocations that may fail: the library's, unless a test breaks them.
 namespace {
@@ -18,15 +22,6 @@ bool allocationsFail = false;
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   return allocationsFail ? nullptr : ::operator new(size);
 }
-
-// Breaks a queue as no caller can.
-class SimplePointerQueuePeer {
- public:
-  static void loseTail(SimplePointerQueue& queue) {
-    queue.tail_ = nullptr;
-    queue.in_ = queue.inEnd_ = nullptr;
-  }
-};
 
 namespace {
 
@@ -78,6 +73,20 @@ TEST(PointerQueue, PoppingThirtyOneKeepsOneBlockAsTheSpare) {
   EXPECT_EQ(queue.pop(), nullptr);
   EXPECT_EQ(queue.blockCount(), 0U);
   EXPECT_TRUE(queue.hasSpare());
+}
+
+TEST(PointerQueue, OfManyBlocksThatWereEmptiedOneIsKept) {
+  SimplePointerQueue queue;
+  pushItems(queue, 0, 150);
+  EXPECT_EQ(queue.blockCount(), 5U);
+  expectItems(queue, 0, 150);
+  EXPECT_EQ(queue.pop(), nullptr);
+  EXPECT_EQ(queue.blockCount(), 0U);
+  allocationsFail = true;
+  pushItems(queue, 0, 30);
+  EXPECT_FALSE(queue.push(&items[30]));
+  allocationsFail = false;
+  EXPECT_FALSE(queue.hasSpare());
 }
 
 TEST(PointerQueue, TheSpareIsUsedBeforeANewBlock) {
@@ -201,39 +210,59 @@ TEST(PointerQueue, AHeadWithoutATailIsAnAssertion) {
   expectItems(queue, 40, 41);
 }
 
-TEST(PointerQueue, IsSharedUnderItsOwnLock) {
-  constexpr std::size_t producers = 16;
-  constexpr std::size_t each = 50;
+TEST(PointerQueue, AChainWithoutItsEndGivesNothingThatWasNeverPushed) {
   SimplePointerQueue queue;
+  pushItems(queue, 0, 5);
+  expectItems(queue, 0, 2);
+  SimplePointerQueuePeer::loseTail(queue);
+  std::size_t next = 2;
+  while (void* const pointer = queue.pop()) {
+    ASSERT_LT(next, 5U);
+    ASSERT_EQ(pointer, &items[next++]);
+  }
+  EXPECT_EQ(queue.pop(), nullptr);
+  pushItems(queue, 7, 8);
+  expectItems(queue, 7, 8);
+}
+
+// A million in all with RAVCTL_LONG.
+std::size_t pointersOfEachProducer() { return std::getenv("RAVCTL_LONG") != nullptr ? 62'500 : 1'000; }
+
+TEST(PointerQueue, UnderItsLockSixteenProducersLoseNothingRepeatNothingAndKeepTheirOrder) {
+  constexpr std::size_t producers = 16;
+  const std::size_t each = pointersOfEachProducer();
+  std::vector<char> things(producers * each);  // what pointers are told apart by
+  SimplePointerQueue queue;
+  std::atomic<std::size_t> running{producers};
   std::vector<std::thread> threads;
   for (std::size_t p = 0; p < producers; ++p) {
-    threads.emplace_back([&queue, p] {
+    threads.emplace_back([&, p] {
       for (std::size_t i = 0; i < each; ++i) {
         const ScopedLock lock(queue);
-        ASSERT_TRUE(queue.push(&items[p * each + i]));
+        EXPECT_TRUE(queue.push(&things[p * each + i]));
       }
+      --running;
     });
   }
-  std::vector<int> seen(producers * each);
-  std::vector<std::size_t> last(producers);
-  for (std::size_t count = 0; count < producers * each;) {
-    void* pointer = nullptr;
+  std::vector<std::size_t> next(producers);  // the next one of each: none is left out, none comes again
+  std::size_t strays = 0;
+  for (bool isThrough = false; !isThrough;) {
+    isThrough = running == 0;
+    std::array<void*, 20> batch{};
     {
       const ScopedLock lock(queue);
-      pointer = queue.pop();
+      queue.popMany(batch.data(), batch.size());
     }
-    if (pointer == nullptr) {
-      std::this_thread::yield();
-      continue;
+    for (std::size_t i = 0; i < batch.size() && batch[i] != nullptr; ++i) {
+      isThrough = false;
+      const auto index = static_cast<std::size_t>(static_cast<char*>(batch[i]) - things.data());
+      if (index % each != next[index / each]++) ++strays;
     }
-    const auto index = static_cast<std::size_t>(static_cast<int*>(pointer) - items);
-    ++seen[index];
-    EXPECT_GE(index % each, last[index / each]) << "out of order";
-    last[index / each] = index % each;
-    ++count;
+    std::this_thread::yield();
   }
   for (std::thread& thread : threads) thread.join();
-  for (const int times : seen) EXPECT_EQ(times, 1);
+  EXPECT_EQ(strays, 0U);
+  for (const std::size_t count : next) EXPECT_EQ(count, each);
 }
 
 }  // namespace

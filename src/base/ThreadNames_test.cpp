@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -17,6 +18,7 @@
 namespace {
 thread_local std::vector<timespec>* recordedSleeps = nullptr;
 thread_local bool namesFail = false;
+thread_local std::vector<std::string>* recordedNames = nullptr;
 }  // namespace
 
 extern "C" int nanosleep(const struct timespec* length, struct timespec* left) {
@@ -28,6 +30,13 @@ extern "C" int nanosleep(const struct timespec* length, struct timespec* left) {
   if (error == 0) return 0;
   errno = error;
   return -1;
+}
+
+extern "C" int __real_pthread_setname_np(pthread_t thread, const char* name);
+extern "C" int __wrap_pthread_setname_np(pthread_t thread, const char* name);
+extern "C" int __wrap_pthread_setname_np(pthread_t thread, const char* name) {
+  if (recordedNames != nullptr) recordedNames->emplace_back(name);
+  return __real_pthread_setname_np(thread, name);
 }
 
 extern "C" int pthread_getname_np(pthread_t, char* name, std::size_t) {
@@ -62,9 +71,12 @@ TEST(ThreadName, ALongerNameThanFifteenBytesIsRefusedSilently) {
 TEST(ThreadName, AnEmptyNameStandsForOneThatTheSystemRefuses) {
   onOwnThread([] {
     setThreadName("kept");
+    std::vector<std::string> names;
+    recordedNames = &names;
     setThreadName("");
-    EXPECT_EQ(getThreadName(), "kept");
     setThreadName(nullptr);
+    recordedNames = nullptr;
+    EXPECT_EQ(names, (std::vector<std::string>{"<anonymous thread>", "<anonymous thread>"}));
     EXPECT_EQ(getThreadName(), "kept");
   });
 }

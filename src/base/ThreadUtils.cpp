@@ -91,7 +91,7 @@ void* SimplePointerQueue::popElsewhere() {
   while (head_ != nullptr) {
     const bool isLast = head_ == tail_;
     void** const end = isLast ? in_ : head_->slots + head_->start + head_->count;
-    if (out_ == end) {
+    if (out_ >= end) {  // beyond it only in a chain that has lost its end
       unlinkFirstBlock();
       continue;
     }

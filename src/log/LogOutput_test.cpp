@@ -394,6 +394,13 @@ TEST_F(OutputTest, WhatIsQueuedAtAStopStaysForALaterFlush) {
   EXPECT_EQ(emitter.texts(), numbers(101));
 }
 
+TEST_F(OutputTest, StoppingItTwiceDoesNothingMore) {
+  EXPECT_TRUE(manager.startOutputThread());
+  manager.stopOutputThread();
+  manager.stopOutputThread();
+  EXPECT_EQ(output.state(), State::stopped);
+}
+
 TEST_F(OutputTest, ManyMayStopAtTheSameTime) {
   EXPECT_TRUE(manager.startOutputThread());
   std::vector<std::thread> threads;
