@@ -5,12 +5,18 @@
 namespace {
 
 constexpr const char* kStore = RAVCTL_SOURCE_DIR "/docs/examples/demo-store";
-constexpr const char* kFurniture = "cp --remove-destination '" RAVCTL_PROGRAM
-                                   "' /usr/bin/ravctl\n"
-                                   "mkdir -p /etc/init.d\n"
-                                   "install -m 755 '" RAVCTL_SOURCE_DIR
-                                   "/packaging/examples/hip.init' /etc/init.d/hip\n"
-                                   "cd /root\n";
+constexpr const char* kFurniture = "program='" RAVCTL_PROGRAM "' source='" RAVCTL_SOURCE_DIR
+                                   "'"
+                                   R"sh(
+cp --remove-destination "$program" /usr/bin/ravctl
+mount -t tmpfs none /usr/local && mkdir /usr/local/bin
+mount -t tmpfs none /usr/share/doc && mkdir /usr/share/doc/ravctl
+cp -r "$source/docs/examples" /usr/share/doc/ravctl/
+cp "$source/packaging/examples/hip.init" /usr/share/doc/ravctl/examples/
+mkdir -p /etc/init.d
+install -m 755 /usr/share/doc/ravctl/examples/hip.init /etc/init.d/hip
+cd /root
+)sh";
 
 }  // namespace
 

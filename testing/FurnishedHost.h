@@ -4,8 +4,9 @@
 //   if (outcome.exitStatus == 125) GTEST_SKIP() << outcome.err;       // no private host here
 //
 // The store is docs/examples/demo-store: a template and no profile. The daemon is the stand-in, its init script
-// packaging/examples/hip.init, and /usr/bin/ravctl a copy of the program that every user can run. The working directory
-// is /root. The caller need not be on a private host and stays where it is.
+// packaging/examples/hip.init, and /usr/bin/ravctl a copy of the program that every user can run. The examples are in
+// /usr/share/doc/ravctl/examples, /usr/local/bin is empty. The working directory is /root. The caller need not be on a
+// private host and stays where it is.
 #pragma once
 
 #include <string>

@@ -15,7 +15,8 @@ exec 2>&1
 export LC_ALL=C.UTF-8 ANSIBLE_NOCOLOR=1
 play() { ansible-playbook -i localhost, --connection local "$@" >played; grep ^localhost played; }
 running() { until ravctl service status | grep -qx 'running: true'; do sleep 0.2; done; }
-playbook=')sh" RAVCTL_SOURCE_DIR "/docs/examples/ansible/profiles.yml'\n";
+playbook=/usr/share/doc/ravctl/examples/ansible/profiles.yml
+)sh";
 
 class AnsibleLong : public testing::Test {
  protected:

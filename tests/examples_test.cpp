@@ -12,11 +12,12 @@ namespace {
 
 using testing::HasSubstr;
 
-constexpr const char* kInstall = "cd '" RAVCTL_SOURCE_DIR
-                                 "/docs/examples'\n"
-                                 "install -m 755 ravctl-exit ravctl-json zuv-sendbundle.sh /usr/bin/\n"
-                                 "exec 2>&1\n"
-                                 "cd /root\n";
+constexpr const char* kInstall = R"sh(
+cd /usr/share/doc/ravctl/examples
+install -m 755 ravctl-exit ravctl-json zuv-sendbundle.sh /usr/bin/
+exec 2>&1
+cd /root
+)sh";
 
 class ExamplesTest : public testing::Test {
  protected:

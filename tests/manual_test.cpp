@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <sstream>
 
@@ -47,46 +48,75 @@ std::string plain(const std::string& line) {
   return text;
 }
 
-// The sessions of a manual by their headings: all literal displays below one heading make one session.
-std::map<std::string, std::string> sessionsOf(const std::string& source) {
-  std::map<std::string, std::string> sessions;
+struct Example {
+  std::string manual;
   std::string heading;
+  std::string session;
+};
+
+// All literal displays below one heading make one session.
+std::vector<Example> examplesOf(const std::string& manual) {
+  std::vector<Example> examples;
   bool isLiteral = false;
-  for (const std::string& line : linesOf(source)) {
-    if (startsWith(line, ".Sh ") || startsWith(line, ".Ss ")) heading = line.substr(4);
-    if (startsWith(line, ".\\\"# ")) sessions[heading] += "@ " + line.substr(5) + "\n";
+  for (const std::string& line : linesOf(host::readFile(kManuals + manual))) {
+    if (startsWith(line, ".Sh ") || startsWith(line, ".Ss ")) examples.push_back({manual, line.substr(4), ""});
+    if (examples.empty()) continue;
+    std::string& session = examples.back().session;
+    if (startsWith(line, ".\\\"# ")) session += "@ " + line.substr(5) + "\n";
+    if (startsWith(line, ".\\\"> ")) session += line.substr(3) + "\n";
     if (startsWith(line, ".Ed")) isLiteral = false;
-    if (isLiteral) sessions[heading] += plain(line) + "\n";
+    if (isLiteral) session += plain(line) + "\n";
     if (startsWith(line, ".Bd -literal")) isLiteral = true;
   }
-  return sessions;
+  const auto isEmpty = [](const Example& example) { return example.session.empty(); };
+  examples.erase(std::remove_if(examples.begin(), examples.end(), isEmpty), examples.end());
+  return examples;
 }
 
-class ManualExamples : public testing::TestWithParam<const char*> {};
+std::vector<std::string> manuals() {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(kManuals)) names.push_back(entry.path().filename());
+  std::sort(names.begin(), names.end());
+  return names;
+}
 
-TEST_P(ManualExamples, PrintWhatTheyShow) {
-  if (!missingForInitScript().empty()) GTEST_SKIP() << missingForInitScript();
-  const std::map<std::string, std::string> sessions = sessionsOf(host::readFile(kManuals + std::string(GetParam())));
-  EXPECT_GE(sessions.size(), 3u);
-  for (const auto& [heading, text] : sessions) {
-    SCOPED_TRACE(heading);
-    const Session session = readSession(text);
-    if (session.needsAnyUser && ::getuid() != 0) GTEST_SKIP() << "only root can become another user";
-    const Outcome outcome = runOnFurnishedHost(session.script);
-    if (outcome.exitStatus == 125) GTEST_SKIP() << outcome.err;
-    EXPECT_EQ(outcome.out, session.shown);
-    EXPECT_EQ(outcome.err, "");
+std::vector<Example> allExamples() {
+  std::vector<Example> all;
+  for (const std::string& manual : manuals()) {
+    const std::vector<Example> some = examplesOf(manual);
+    all.insert(all.end(), some.begin(), some.end());
   }
+  return all;
 }
 
-INSTANTIATE_TEST_SUITE_P(Manuals, ManualExamples, testing::Values("ravctl.8", "ravctl-profiles.5"),
-                         [](const auto& instance) {
-                           std::string name;
-                           for (const char letter : std::string(instance.param)) {
-                             if (std::isalnum(static_cast<unsigned char>(letter)) != 0) name += letter;
-                           }
-                           return name;
-                         });
+std::string nameOf(const testing::TestParamInfo<Example>& instance) {
+  std::string name = instance.param.manual + instance.param.heading;
+  const auto isOther = [](unsigned char letter) { return std::isalnum(letter) == 0; };
+  name.erase(std::remove_if(name.begin(), name.end(), isOther), name.end());
+  return name;
+}
+
+class ManualExample : public testing::TestWithParam<Example> {};
+void PrintTo(const Example& example, std::ostream* out) { *out << example.manual << ": " << example.heading; }
+
+TEST_P(ManualExample, PrintsWhatItShows) {
+  if (!missingForInitScript().empty()) GTEST_SKIP() << missingForInitScript();
+  const Session session = readSession(GetParam().session);
+  const bool usesJq = session.script.find("| jq ") != std::string::npos;
+  if (usesJq && !host::exists("/usr/bin/jq")) GTEST_SKIP() << "jq is not installed";
+  if (session.needsAnyUser && ::getuid() != 0) GTEST_SKIP() << "only root can become another user";
+  const Outcome outcome = runOnFurnishedHost(session.script);
+  if (outcome.exitStatus == 125) GTEST_SKIP() << outcome.err;
+  EXPECT_EQ(outcome.out, session.shown);
+  EXPECT_EQ(outcome.err, "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Manuals, ManualExample, testing::ValuesIn(allExamples()), nameOf);
+
+TEST(ManualTest, EveryManualHasExamples) {
+  EXPECT_EQ(manuals(), (std::vector<std::string>{"ravctl-examples.7", "ravctl-profiles.5", "ravctl.8"}));
+  for (const std::string& manual : manuals()) EXPECT_GE(examplesOf(manual).size(), 6u) << manual;
+}
 
 // --- Status codes
 
