@@ -4,6 +4,7 @@
 // - What is written is written again when it is read back, and is the same tree up to the six decimals of numbers, for
 //   trees that the format carries: names without quotes and backslashes; strings without backslashes, bytes above 126
 //   and control bytes that have no letter; finite numbers, a little away from the edges between whole and not whole.
+// - The parser says the same when it is called through its interface, and of a text up to its zero byte.
 // - A sequence collects objects alone.
 #include <cmath>
 #include <cstdint>
@@ -83,6 +84,24 @@ void requireStableText(const jsObject* document) {
   require(json::write(secondText, again.get()) == text, "and is written the same");
 }
 
+std::string writtenOrNone(const jsObject* document) {
+  std::string text;
+  return document == nullptr ? "none" : json::write(text, document);
+}
+
+void requireSameThroughInterface(const char* text, std::ptrdiff_t length, const jsObject* document) {
+  parserinfo parser;
+  const bool isScanned = json::scan(parser, text, length);
+  const ScopedJson found(parser.takeRoot());
+  require(isScanned == (length != 0), "a scan goes through any text there is");
+  require(writtenOrNone(found.get()) == writtenOrNone(document), "virtual calls give the same document");
+  const std::string copy(text, static_cast<std::size_t>(length));
+  const std::string cut = copy.c_str();
+  const ScopedJson toZeroByte(json::parse(copy.c_str()));
+  const ScopedJson ofThatLength(json::parse(cut.data(), static_cast<std::ptrdiff_t>(cut.size())));
+  require(writtenOrNone(toZeroByte.get()) == writtenOrNone(ofThatLength.get()), "no length is up to the zero byte");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -93,6 +112,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     requireFoundMembers(document.get());
     requireStableText(document.get());
   }
+  requireSameThroughInterface(text, length, document.get());
   ScopedJson objects(json::parseSequence(text, length));
   require(static_cast<bool>(objects) == (size != 0), "a sequence is an array unless there is no text");
   for (std::size_t at = 0; at < json::elementCount(objects.get()); ++at) {
