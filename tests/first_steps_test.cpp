@@ -35,6 +35,13 @@ TEST(FirstStepsTest, TheSessionOfTheReadmeIsTrue) {
   EXPECT_EQ(outcome.out, session);
 }
 
+TEST(FirstStepsTest, ThePromptOfTheShellCompletesWords) {
+  const Outcome outcome =
+      onHost("bash --noprofile --rcfile '" RAVCTL_SOURCE_DIR "/tools/shell.rc' -ic 'complete -p ravctl'");
+  SKIP_WITHOUT_A_HOST(outcome);
+  EXPECT_EQ(outcome.out, "complete -F _ravctl ravctl\n");
+}
+
 TEST(FirstStepsTest, TheDemoRunsToItsEnd) {
   for (const char* tool : {"/usr/sbin/start-stop-daemon", "/usr/bin/killall"}) {
     if (!host::exists(tool)) GTEST_SKIP() << tool << " is not installed";

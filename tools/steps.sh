@@ -153,6 +153,8 @@ s390x() {
   run_tests s390x build/s390x --exclude-regex '_NOT_BUILT|^fuzz_'
 }
 
+package() { sh tools/package.sh; }
+
 bench() {
   configure release -DRAVCTL_BENCH=ON
   build release all

@@ -1,0 +1,35 @@
+# What is installed, below any prefix and DESTDIR, and what CPack makes of it. Debian's own package is in debian/.
+install(TARGETS ravctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+file(GLOB manuals CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/man/*.[1-8])
+foreach(manual IN LISTS manuals)
+  string(REGEX REPLACE ".*\\." "" section ${manual})
+  install(FILES ${manual} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+endforeach()
+
+# Where Debian's shells look.
+install(FILES completions/ravctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME ravctl)
+install(FILES completions/_ravctl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+install(FILES completions/ravctl.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+
+install(FILES README.md CHANGELOG.md debian/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES docs/architecture.md docs/logging.md docs/reliability.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(PROGRAMS docs/examples/ravctl-exit docs/examples/ravctl-json docs/examples/zuv-sendbundle.sh
+  packaging/examples/hip.init DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(FILES docs/examples/README.md docs/examples/hip.service DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(DIRECTORY docs/examples/ansible DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+
+set(CPACK_GENERATOR DEB TGZ)
+set(CPACK_PACKAGE_VENDOR "The ravctl developers")
+set(CPACK_PACKAGE_CONTACT "The ravctl developers <maintainers@ravctl.example.org>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "control program of a host that runs the overlay daemon zuv-hipd")
+set(CPACK_PACKAGE_DESCRIPTION "ravctl keeps the daemon's configuration profiles, starts and stops the daemon through
+systemd, an init script or Upstart, reads its status and its log, names the
+network interfaces that can carry the overlay, and packs a support bundle.")
+set(CPACK_RESOURCE_FILE_LICENSE ${CMAKE_SOURCE_DIR}/LICENSE)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION net)
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS psmisc)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+include(CPack)
