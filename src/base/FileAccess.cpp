@@ -2,11 +2,15 @@
 
 #include <fcntl.h>
 #include <linux/magic.h>
+#include <sys/file.h>
 #include <sys/statfs.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <climits>
+#include <thread>
 #include <utility>
 
 #include "base/RawWrite.h"
@@ -93,6 +97,20 @@ UniqueFd openToRead(int directoryFd, const char* path, Links links) {
   return fd.isOpen() || errno != ELOOP ? std::move(fd) : openThroughAny(directoryFd, path);
 }
 
+// Waits for the other writers of a file. Anybody who can open it can hold it, so the wait has an end: a file of which
+// that is reached is written nevertheless, as is one whose file system knows no locks.
+void waitForTurn(int fd) {
+  using std::chrono::milliseconds;
+  using Clock = std::chrono::steady_clock;
+  constexpr milliseconds longestWait(1000);
+  constexpr milliseconds longestPause(20);
+  const auto deadline = Clock::now() + longestWait;
+  for (milliseconds pause(1); ::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK && Clock::now() < deadline;) {
+    std::this_thread::sleep_for(pause);
+    pause = std::min(pause * 2, longestPause);
+  }
+}
+
 bool isRoomMissing(int error) { return error == ENOSPC || error == EDQUOT || error == EFBIG || error == EIO; }
 
 }  // namespace
@@ -132,6 +150,7 @@ Status FileWriter::open(const std::string& path, mode_t newMode) {
     fd_ = openToWrite(path_, O_CREAT, newMode);
     isNew_ = fd_.isOpen();
   }
+  if (fd_.isOpen()) waitForTurn(fd_.get());
   if (fd_.isOpen() && ::fstat(fd_.get(), &info_) == 0 && isAccepted(info_)) {
     isNew_ = isNew_ && info_.st_size == 0;  // else somebody else made and filled it a moment ago
     return Status::success();

@@ -73,6 +73,9 @@ bool isUsablePath(const std::string& path);
 //
 // The bytes overwrite the old ones from the start; finish cuts off what is left behind them and closes. Unless finish
 // has succeeded, a file that was not there before is removed again.
+// Other processes: writers of one file take turns, so that it ends as one of them has written it. Each holds the file
+// itself (flock) from open to the end. What holds it for longer than a second, which anybody can do who may open it, is
+// not waited for.
 class FileWriter {
  public:
   FileWriter() = default;

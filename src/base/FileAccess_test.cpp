@@ -1,9 +1,13 @@
 #include "base/FileAccess.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
+#include <memory>
 
 #include "base/FileUtils.h"
 #include "testing/FaultInjector.h"
@@ -270,9 +274,15 @@ TEST_F(FileAccessTest, TheModeIsSetAlwaysOrOnNewFilesOnly) {
 
 // --- Every call that can fail, made to fail
 
+// Neither the mode nor the turn is worth a failure.
+bool isHarmless(const Fault& fault) {
+  return !fault || ((fault.call == "fchmod" || fault.call == "flock") && !fault.fromThereOn);
+}
+
 StatusCode expectedCode(const Fault& fault) {
-  if (!fault || (fault.call == "fchmod" && !fault.fromThereOn)) return status::success;
-  return fault.call == "open" || fault.call == "fstat" ? status::openError : status::writeError;
+  if (isHarmless(fault)) return status::success;
+  const CallNames ofOpening = {"open", "flock", "fstat"};
+  return ofOpening.count(fault.call) != 0 ? status::openError : status::writeError;
 }
 
 TEST_F(FileAccessTest, AFaultAnywhereNeverEmptiesTheOldFile) {
@@ -289,7 +299,7 @@ TEST_F(FileAccessTest, AFaultAnywhereNeverEmptiesTheOldFile) {
         }
         EXPECT_THAT(host::readFile(kFile), AnyOf(oldText, newText));
       });
-  EXPECT_EQ(steps, 7u);  // open, fstat, fallocate, write, fchmod, ftruncate, close
+  EXPECT_EQ(steps, 8u);  // open, flock, fstat, fallocate, write, fchmod, ftruncate, close
 }
 
 TEST_F(FileAccessTest, AFaultAnywhereLeavesNoNewFile) {
@@ -307,7 +317,7 @@ TEST_F(FileAccessTest, AFaultAnywhereLeavesNoNewFile) {
           EXPECT_FALSE(host::exists(kFile));
         }
       });
-  EXPECT_EQ(steps, 6u);  // open, open, fstat, write, fchmod, close
+  EXPECT_EQ(steps, 7u);  // open, open, flock, fstat, write, fchmod, close
 }
 
 TEST_F(FileAccessTest, ACopyWithAFaultAnywhereSaysSoAndLeavesNoNewFile) {
@@ -318,9 +328,8 @@ TEST_F(FileAccessTest, ACopyWithAFaultAnywhereSaysSoAndLeavesNoNewFile) {
   const std::size_t steps = forEachFault(
       loop, [] { return FileUtils::copyFile("/tmp/from", kFile); },
       [](const Status& result, const Fault& fault) {
-        const bool isHarmless = fault.call == "fchmod" && !fault.fromThereOn;
-        const bool isLastClose = fault.step == 11;  // of the source, which was only read
-        EXPECT_EQ(result.isSuccess(), !fault || isHarmless || isLastClose);
+        const bool isLastClose = fault.step == 12;  // of the source, which was only read
+        EXPECT_EQ(result.isSuccess(), isHarmless(fault) || isLastClose);
         EXPECT_EQ(host::readFile("/tmp/from"), newText);
         if (result.isSuccess()) {
           EXPECT_EQ(host::readFile(kFile), newText);
@@ -329,7 +338,7 @@ TEST_F(FileAccessTest, ACopyWithAFaultAnywhereSaysSoAndLeavesNoNewFile) {
           EXPECT_FALSE(host::exists(kFile));
         }
       });
-  EXPECT_EQ(steps, 11u);
+  EXPECT_EQ(steps, 12u);
 }
 
 TEST_F(FileAccessTest, WhatChangesOneEntryAloneTellsItsOwnFault) {
@@ -370,6 +379,73 @@ TEST_F(FileAccessTest, AFileThatSomebodyElseMadeAMomentAgoIsNotTakenForNew) {
     const ArmedFaults armed{plan};
     EXPECT_THAT(replaceContent(kFile, newText, 0640, SetMode::onNewFiles), HasCode(status::success));
   }
+  EXPECT_EQ(host::readFile(kFile), newText);
+}
+
+// A process that writes a file at once, and is waited for.
+class OtherWriter {
+ public:
+  explicit OtherWriter(const std::string& text) : child_(::fork()) {
+    if (child_ == 0) ::_exit(replaceContent(kFile, text, 0640, SetMode::always).isSuccess() ? 0 : 1);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
+    while (!isDone() && std::chrono::steady_clock::now() < end) ::usleep(1000);
+  }
+  ~OtherWriter() {
+    if (isDone()) return;
+    EXPECT_EQ(::waitpid(child_, &status_, 0), child_);
+    EXPECT_EQ(status_, 0);
+  }
+
+ private:
+  bool isDone() {
+    if (!done_) done_ = ::waitpid(child_, &status_, WNOHANG) == child_;
+    return done_;
+  }
+
+  const pid_t child_;
+  int status_ = 0;
+  bool done_ = false;
+};
+
+// Whenever another process comes in between, the file is that of one of the two.
+TEST_F(FileAccessTest, WritersOfOneFileTakeTurns) {
+  struct Case {
+    const char* why;
+    std::string there;
+    std::string ours;
+    std::string theirs;
+  };
+  const Case cases[] = {
+      {"we are shorter", oldText, "short\n", newText},
+      {"we are longer", oldText, newText, "short\n"},
+      {"a new file, and we are shorter", "", "short\n", newText},
+      {"a new file, and we are longer", "", newText, "short\n"},
+  };
+  for (const Case& c : cases) {
+    for (std::size_t step = 1; step <= 8; ++step) {
+      SCOPED_TRACE(std::string(c.why) + ", before step " + std::to_string(step));
+      host::remove(kFile);
+      if (!c.there.empty()) host::writeFile(kFile, c.there);
+      std::unique_ptr<OtherWriter> other;
+      FaultPlan plan;
+      plan.before = [&](std::size_t call) {
+        if (call == step) other = std::make_unique<OtherWriter>(c.theirs);
+      };
+      {
+        const ArmedFaults armed{plan};
+        EXPECT_THAT(replaceContent(kFile, c.ours, 0640, SetMode::always), HasCode(status::success));
+      }
+      other.reset();
+      EXPECT_THAT(host::readFile(kFile), AnyOf(c.ours, c.theirs));
+    }
+  }
+}
+
+TEST_F(FileAccessTest, AFileThatIsHeldForGoodIsWrittenNevertheless) {
+  host::writeFile(kFile, oldText);
+  const UniqueFd holder(::open(kFile, O_RDONLY | O_CLOEXEC));
+  ASSERT_EQ(::flock(holder.get(), LOCK_EX), 0);
+  EXPECT_THAT(replaceContent(kFile, newText, 0640, SetMode::always), HasCode(status::success));
   EXPECT_EQ(host::readFile(kFile), newText);
 }
 

@@ -262,7 +262,7 @@ TEST_F(FileUtilsTest, AFileIsRewrittenOnlyAfterItsNewBytesAreInIt) {
   host::writeFile(kFile, "old text\n");
   const ArmedFaults counted{FaultPlan{}};
   EXPECT_THAT(FileUtils::writeString(kFile, "new", true), HasCode(status::success));
-  EXPECT_THAT(counted.calls(), ElementsAre("open", "fstat", "write", "fchmod", "ftruncate", "close"));
+  EXPECT_THAT(counted.calls(), ElementsAre("open", "flock", "fstat", "write", "fchmod", "ftruncate", "close"));
 }
 
 TEST_F(FileUtilsTest, TheEndOfALinkThatLeadsNowhereIsMade) {

@@ -350,12 +350,12 @@ TEST_F(KeyValueFileTest, AFaultAnywhereLeavesTheOldTextOrTheNew) {
           EXPECT_EQ(host::readFile(kFile), "a=22 # note\n");
         }
         EXPECT_THAT(host::readFile(kFile), AnyOf("a=1 # note\n", "a=22 # note\n"));
-        const bool isLastUnlink = fault.step == 34;
+        const bool isLastUnlink = fault.step == 35;
         if (worked && !fault.fromThereOn) {
           EXPECT_EQ(host::exists("/tmp/lock/settings.conf.lock"), isLastUnlink);
         }
       });
-  EXPECT_EQ(steps, 36u);
+  EXPECT_EQ(steps, 37u);
 }
 
 TEST_F(KeyValueFileTest, AFaultAnywhereLeavesNoNewFile) {

@@ -590,7 +590,7 @@ TEST_F(ConfigWriterTest, AFaultAnywhereNeverEmptiesTheAddress) {
               << content;
         }
       });
-  EXPECT_EQ(steps, 6u);
+  EXPECT_EQ(steps, 7u);
 }
 
 }  // namespace

@@ -317,7 +317,7 @@ TEST_F(ActivateTest, AFaultAnywhereLeavesTheOldMarkerOrTheNewOne) {
           EXPECT_NE(calls().find("start hip\n"), std::string::npos);
         }
       });
-  EXPECT_EQ(steps, 19u);
+  EXPECT_EQ(steps, 20u);
 }
 
 // --- Delete
@@ -567,7 +567,7 @@ TEST_F(RenameTest, AFaultAnywhereLeavesTheOldNameOrTheNewOne) {
           EXPECT_EQ(name, "workshop\n");
         }
       });
-  EXPECT_EQ(steps, 26u);
+  EXPECT_EQ(steps, 27u);
 }
 
 // --- Reset

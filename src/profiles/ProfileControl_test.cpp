@@ -938,7 +938,7 @@ TEST_F(CreateTest, AFaultAnywhereIsToldAndLeavesTheStoreAndPartsOfTheNewProfileA
           EXPECT_EQ(made.count("f 0640 mapconfig.static \"map_uri=https://h:443\\n\"\n"), 1u);
         }
       });
-  EXPECT_EQ(steps, 162u);
+  EXPECT_EQ(steps, 166u);
 }
 
 TEST_F(CreateTest, AFaultAnywhereLeavesTheOldProfileActiveOrTheNewOne) {
@@ -974,7 +974,7 @@ TEST_F(CreateTest, AFaultAnywhereLeavesTheOldProfileActiveOrTheNewOne) {
           EXPECT_NE(calls().find("start hip\n"), std::string::npos);
         }
       });
-  EXPECT_EQ(steps, 79u);
+  EXPECT_EQ(steps, 82u);
 }
 
 TEST_F(ElectingTest, AFaultAnywhereLeavesTheOldMarkerOrTheNewOne) {
@@ -996,7 +996,7 @@ TEST_F(ElectingTest, AFaultAnywhereLeavesTheOldMarkerOrTheNewOne) {
           EXPECT_EQ(host::modeOf(host::kCurrent), 0666u);
         }
       });
-  EXPECT_EQ(steps, 7u);
+  EXPECT_EQ(steps, 8u);
 }
 
 }  // namespace

@@ -559,7 +559,7 @@ TEST_F(NameRepairTest, AFaultAnywhereLeavesEachNameAsItWasOrAsItWillBe) {
           EXPECT_EQ(count("profile\n"), 1);
         }
       });
-  EXPECT_EQ(steps, 34u);
+  EXPECT_EQ(steps, 36u);
 }
 
 }  // namespace

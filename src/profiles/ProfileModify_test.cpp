@@ -564,7 +564,7 @@ TEST_F(ModifyTest, AFaultAnywhereIsToldAndLeavesEveryFileOldOrNew) {
           EXPECT_EQ(host::tree(kOffice).find(".temp"), std::string::npos);
         }
       });
-  EXPECT_EQ(steps, 195u);
+  EXPECT_EQ(steps, 197u);
 }
 
 TEST_F(ModifyTest, AFullDiskLosesNothingThatWasThere) {
