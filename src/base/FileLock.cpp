@@ -93,6 +93,7 @@ void FileLock::take(int operation, Clock::time_point deadline) {
   if (lockName_.empty()) return;
   directory_ = openLockDirectory();
   if (!directory_.isOpen()) return;
+  markedPath_ = lockPath();  // before the file is made: memory that runs out behind that would leave it
   auto pause = firstPause;
   while ((result_ = tryOnce(operation)) == Result::busy && Clock::now() < deadline) {
     if ((operation & LOCK_NB) == 0) continue;
@@ -112,7 +113,6 @@ FileLock::Result FileLock::tryOnce(int operation) {
   const Place place = lookAt(directory_.get(), lockName_, fd.get());
   if (place != Place::same) return place == Place::another ? Result::busy : Result::unavailable;
   fd_ = std::move(fd);
-  markedPath_ = lockPath();
   lockFile_.mark(markedPath_.c_str());
   return Result::held;
 }

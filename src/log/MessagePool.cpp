@@ -1,5 +1,7 @@
 #include "log/MessagePool.h"
 
+#include <pthread.h>
+
 #include <vector>
 
 #include "base/Locks.h"
@@ -28,15 +30,32 @@ Depot& depot() {
   return *theDepot;
 }
 
-// The bundle that a thread takes from.
+// The bundle that a thread takes from. Its end is watched by a key and not by a destructor: to register one takes
+// memory, and libc aborts the process when there is none.
 struct OwnBundle : Bundle {
-  ~OwnBundle() {
-    while (count != 0) delete messages[--count];
-  }
+  bool isWatched = false;
 };
+
+void emptyAtEndOfThread(void* ofThread) {
+  auto* const bundle = static_cast<OwnBundle*>(ofThread);
+  while (bundle->count != 0) delete bundle->messages[--bundle->count];
+  bundle->isWatched = false;  // whatever still logs on this thread begins anew
+}
+
+// Without a key, or room for its value, the few messages of a thread that ends are lost.
+void watch(OwnBundle& bundle) {
+  struct Key {
+    pthread_key_t key{};
+    const bool isMade = ::pthread_key_create(&key, emptyAtEndOfThread) == 0;
+  };
+  static const Key theKey;
+  bundle.isWatched = true;
+  if (theKey.isMade) (void)::pthread_setspecific(theKey.key, &bundle);
+}
 
 OwnBundle& ownBundle() {
   static thread_local OwnBundle bundle;
+  if (!bundle.isWatched) watch(bundle);
   return bundle;
 }
 
