@@ -115,50 +115,54 @@ void expectJson(const std::string& text) {
   EXPECT_EQ(linesOf(outcome.out).size(), linesOf(text).size());
 }
 
+// On one host, one after the other.
 TEST_F(ExamplesTest, EveryCommandIsOneLineOfJson) {
-  const std::string answer = said(R"(
-    ravctl profile create lab helmsor=10.0.0.1:443 >/dev/null
-    ravctl-json list profiles
-    ravctl-json profile details lab
-    ravctl-json list log lab
-    ravctl-json service status
-    ravctl-json profile rename nowhere new_name=x
-    ravctl-json list everything
-    ravctl-json service stop 2>/dev/null
-    ravctl-json json '{}'
-    ravctl-json list interfaces)");
-  const std::string success = R"(,"status_text":"success","status_code":"0x00000001")";
-  EXPECT_EQ(
-      answer,
-      R"({"success":true,"method":"list profiles")" + success +
-          R"(,"profiles":[{"dir":"profile-123123","name":"lab"}],"current_dir":"profile-123123",)" +
-          R"("current_name":"lab","root_dir":"/etc/zuv/profiles/"})"
-          "\n"
-          R"({"success":true,"method":"profile details","status_text":"profile is active","status_code":"0x00001001",)"
-          R"("details":{"profile_dir":"profile-123123","profile_name":"lab","network":"","deviceID":"",)"
-          R"("overlay_device_ip":"","overlay_mask":"","helmsor":"10.0.0.1:443","log_level":"INFO"}})"
-          "\n"
-          R"({"success":true,"method":"list log","status_text":"success with warnings","status_code":"0x00000002",)"
-          R"("log":["no logfile available for this profile"]})"
-          "\n"
-          R"({"success":true,"method":"service status")" +
-          success +
-          R"(,"running":false,"helmsor":false,"tunnel":false})"
-          "\n"
-          R"({"success":false,"method":"profile rename","status_text":"profile not found","status_code":"0x12001001"})"
-          "\n"
-          R"({"success":false,"error":"invalid command name"})"
-          "\n"
-          R"({"success":false,"method":"service stop","status_text":"child process returned nonzero exit code",)"
-          R"("status_code":"0x16001001"})"
-          "\n"
-          R"({"success":true,"method":"json <object>")" +
-          success +
-          "}\n"
-          R"({"success":true,"method":"list interfaces")" +
-          success +
-          R"(,"interfaces":[]})"
-          "\n");
+  struct Case {
+    const char* words;
+    const char* object;
+  };
+  constexpr Case cases[] = {
+      {"profile create lab helmsor=10.0.0.1:443",
+       R"({"success":true,"method":"profile create","status_text":"success","status_code":"0x00000001",)"
+       R"("details":{"profile_dir":"profile-123123","profile_name":"lab","network":"","deviceID":"",)"
+       R"("overlay_device_ip":"","overlay_mask":"","helmsor":"10.0.0.1:443","log_level":"INFO"},)"
+       R"("profile_name":"lab"})"},
+      {"list profiles",
+       R"({"success":true,"method":"list profiles","status_text":"success","status_code":"0x00000001",)"
+       R"("profiles":[{"dir":"profile-123123","name":"lab"}],"current_dir":"profile-123123",)"
+       R"("current_name":"lab","root_dir":"/etc/zuv/profiles/"})"},
+      {"profile details nowhere", R"({"success":false,"method":"profile details","status_text":"profile not found",)"
+                                  R"("status_code":"0x12001001"})"},
+      {"list log lab", R"({"success":true,"method":"list log","status_text":"success with warnings",)"
+                       R"("status_code":"0x00000002","log":["no logfile available for this profile"]})"},
+      {"list interfaces",
+       R"({"success":true,"method":"list interfaces","status_text":"success","status_code":"0x00000001",)"
+       R"("interfaces":[]})"},
+      {"list versions",
+       R"({"success":true,"method":"list versions","status_text":"success","status_code":"0x00000001",)"
+       R"("hipapp_version":"4.1.7","ravctl_version":"2.2"})"},
+      {"service status --quiet",
+       R"({"success":true,"method":"service status","status_text":"success","status_code":"0x00000001",)"
+       R"("running":false,"helmsor":false,"tunnel":false})"},
+      {"service stop", R"({"success":false,"method":"service stop",)"
+                       R"("status_text":"child process returned nonzero exit code","status_code":"0x16001001"})"},
+      {"support reset lab",
+       R"({"success":true,"method":"support reset","status_text":"success","status_code":"0x00000001",)"
+       R"("support reset":"lab"})"},
+      {"help support", R"({"success":true,"method":"help","status_text":"success","status_code":"0x00000001",)"
+                       R"("lines":["ravctl help for 'support' commands:",)"
+                       R"("    'support reset' clean temporary data from a profile",)"
+                       R"("    'support bundle' generate a support bundle"]})"},
+      {"json {}", R"({"success":true,"method":"json <object>","status_text":"success","status_code":"0x00000001"})"},
+      {"list everything", R"({"success":false,"error":"invalid command name"})"},
+      {"service start now", R"({"success":false,"error":"invalid command arguments"})"},
+  };
+  std::string script;
+  for (const Case& c : cases) script += std::string("ravctl-json ") + c.words + " 2>/dev/null\n";
+  const std::string answer = said(script);
+  const std::vector<std::string> lines = linesOf(answer);
+  ASSERT_EQ(lines.size(), std::size(cases)) << answer;
+  for (size_t i = 0; i < lines.size(); ++i) EXPECT_EQ(lines[i], cases[i].object) << cases[i].words;
   expectJson(answer);
 }
 
