@@ -80,6 +80,13 @@ TEST_F(AnsibleLong, WhatWasChangedByHandIsBroughtBackAndWhatIsToGoGoes) {
             "/etc/zuv/profiles/profile-123125/hip.state\n");
 }
 
+TEST_F(AnsibleLong, ACheckRunChangesNothing) {
+  const std::string answer = said(R"sh(
+    play --check "$playbook" | grep -o 'failed=[0-9]*'
+    ls -A /etc/zuv/profiles)sh");
+  EXPECT_EQ(answer, "failed=0\n.factory\n");
+}
+
 TEST_F(AnsibleLong, ACommandThatFailsFailsThePlayAlthoughItsExitStatusIsZero) {
   const std::string answer = said(R"sh(
     rm /etc/init.d/hip
