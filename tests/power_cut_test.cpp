@@ -1,0 +1,301 @@
+// Power cuts: the store lies on an ext4 image, the program is stopped before each system call that changes the disk,
+// and what has reached the image by then is mounted again and looked at.
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+
+#include "testing/CallStops.h"
+#include "testing/DiskImage.h"
+#include "testing/HostTest.h"
+#include "testing/StoreCheck.h"
+
+namespace {
+
+using testing::Contains;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using Words = std::vector<std::string>;
+
+constexpr const char* kBase = "/run/base";  // the store as every run finds it
+constexpr const char* kLive = "/run/live";  // the one that the program changes
+constexpr const char* kCut = "/run/cut";
+constexpr const char* kAfter = "/run/after";  // where a cut is mounted
+
+// The calls that change a disk, or bring it what was changed.
+constexpr std::uint64_t kChanging[] = {
+    SYS_openat, SYS_write,  SYS_pwrite64,  SYS_ftruncate, SYS_fallocate, SYS_fchmod,  SYS_fchmodat,
+    SYS_fchown, SYS_fsync,  SYS_fdatasync, SYS_renameat2, SYS_unlinkat,  SYS_mkdirat, SYS_fchownat,
+#ifdef SYS_open
+    SYS_open,   SYS_rename, SYS_unlink,    SYS_mkdir,     SYS_rmdir,     SYS_chmod,   SYS_chown,
+#endif
+};
+
+bool changesTheDisk(const SystemCall& call) {
+  constexpr std::uint64_t making = O_CREAT | O_TRUNC;
+  if (call.number == SYS_openat) return (call.arguments[2] & making) != 0;
+#ifdef SYS_open
+  if (call.number == SYS_open) return (call.arguments[1] & making) != 0;
+#endif
+  return std::find(std::begin(kChanging), std::end(kChanging), call.number) != std::end(kChanging);
+}
+
+bool isSync(const SystemCall& call) { return call.number == SYS_fsync || call.number == SYS_fdatasync; }
+
+std::string contentOf(const std::string& path) { return host::exists(path) ? host::readFile(path) : "(missing)"; }
+
+// What others do on the same disk before a cut.
+enum class Others { areQuiet, sync };
+enum class Syncs { real, pretended };
+
+struct Edit {
+  const char* why;
+  Words words;       // of the command
+  const char* file;  // that it changes, below the store's root
+  enum { replaces, writesInPlace } way = replaces;
+};
+
+const Edit kNetwork = {"an interface", {"profile", "modify", "lab", "network=eth1"}, "profiles/profile-1/hip.conf"};
+const Edit kEdits[] = {
+    kNetwork,
+    {"an invitation", {"profile", "modify", "lab", "invitation=new"}, "profiles/profile-1/endbox.conf"},
+    {"no invitation", {"profile", "modify", "lab", "invitation=###"}, "profiles/profile-1/endbox.conf"},
+    {"a level", {"profile", "modify", "lab", "log_level=debug"}, "profiles/profile-1/endbox.conf"},
+    {"a file that was not there", {"profile", "modify", "office", "invitation=new"}, "profiles/profile-2/endbox.conf"},
+    {"a large file", {"profile", "modify", "large", "network=eth1"}, "profiles/profile-3/hip.conf"},
+};
+
+// Nothing is promised of these but that the store can be used.
+const Edit kInPlace[] = {
+    {"a shorter name",
+     {"profile", "rename", "office", "new_name=it"},
+     "profiles/profile-2/profile_name",
+     Edit::writesInPlace},
+    {"a longer name",
+     {"profile", "rename", "lab", "new_name=laboratory"},
+     "profiles/profile-1/profile_name",
+     Edit::writesInPlace},
+    {"an address",
+     {"profile", "modify", "lab", "helmsor=b:1"},
+     "profiles/profile-1/mapconfig.static",
+     Edit::writesInPlace},
+};
+
+constexpr const char* kOptions[] = {"", "noauto_da_alloc", "data=writeback", "noauto_da_alloc,data=writeback,commit=1"};
+
+struct Cuts {
+  size_t count = 0;
+  size_t old = 0;                  // that left the old file
+  std::vector<std::string> flaws;  // what no cut may leave
+  std::vector<std::string> hurt;   // of files that are written in place: what is neither old nor new
+};
+
+// An edit on a fresh copy of the store, with a cut before each changing call and one after the end.
+class CutRun {
+ public:
+  CutRun(const Edit& edit, const std::string& options) : edit_(edit), options_(options) {
+    copyImage(kBase, kLive);
+    old_ = contentOfCut(kLive);
+    new_ = expected(old_);
+  }
+
+  Cuts run(Others others, Syncs syncs) {
+    copyImage(kBase, kLive);
+    const MountedImage live(kLive, "/etc/zuv", options_);
+    Words words = edit_.words;
+    words.insert(words.begin(), ravctlPath());
+    const StoppedEnd end = runWithStops(words, [&](const SystemCall& call) {
+      if (changesTheDisk(call)) cut("before call " + std::to_string(call.number), others, false);
+      return syncs == Syncs::pretended && isSync(call) ? Then::pretend : Then::make;
+    });
+    if (end.status != 0 || end.out.find("status_code: 0x1") != std::string::npos) {
+      cuts_.flaws.push_back("the command failed: " + host::quoted(end.out + end.err));
+    }
+    cut("after the end", others, true);
+    return cuts_;
+  }
+
+ private:
+  // A literal model of the edit.
+  std::string expected(const std::string& old) const {
+    const std::string& word = edit_.words.back();
+    const std::string value = word.substr(word.find('=') + 1);
+    if (word.compare(0, 9, "new_name=") == 0) return value + "\n";
+    if (word.compare(0, 8, "helmsor=") == 0) return "map_uri=https://" + value + "\n";
+    if (word == "invitation=###") return replaced(old, "activation_code=", "");
+    if (word.compare(0, 8, "network=") == 0)
+      return replaced(old, "master_interface=", "master_interface=" + value + "\n");
+    if (word.compare(0, 11, "invitation=") == 0)
+      return replaced(old, "activation_code=", "activation_code=" + value + "\n");
+    return replaced(replaced(old, "log_level=", "log_level=" + value + "\n"),
+                    "openhip.log_level=", "openhip.log_level=" + value + "\n");
+  }
+
+  static std::string replaced(const std::string& old, const std::string& begin, const std::string& line) {
+    if (old == "(missing)") return line;
+    std::string text = "\n" + old;
+    const size_t at = text.find("\n" + begin);
+    if (at == std::string::npos) return old + line;
+    text.replace(at + 1, text.find('\n', at + 1) - at, line);
+    return text.substr(1);
+  }
+
+  std::string contentOfCut(const std::string& image) const {
+    const MountedImage after(image, kAfter, options_);
+    return contentOf(std::string(kAfter) + "/" + edit_.file);
+  }
+
+  void cut(const std::string& when, Others others, bool hasReported) {
+    if (others == Others::sync) syncSomethingElse();
+    copyImage(kLive, kCut);
+    const std::string content = contentOfCut(kCut);
+    ++cuts_.count;
+    if (content == old_) ++cuts_.old;
+    const auto tell = [&](const char* what) {
+      cuts_.flaws.push_back(std::string(edit_.why) + " (" + options_ + ") " + when + " " + what + ": " +
+                            host::quoted(content.substr(0, 200)));
+    };
+    if (edit_.way == Edit::writesInPlace) {
+      if (content != old_ && content != new_) cuts_.hurt.push_back(host::quoted(content));
+      if (!canBeUsed()) tell("leaves a store that cannot be used");
+      return;
+    }
+    if (content != old_ && content != new_) tell("is neither old nor new");
+    if (hasReported && content != new_) tell("is not new");
+  }
+
+  // The cut lies over the live store meanwhile, whose files the stopped program has open.
+  bool canBeUsed() const {
+    const MountedImage above(kCut, "/etc/zuv", options_);
+    const Outcome listed = runRavctl({"list", "profiles"});
+    const Outcome renamed = runRavctl({"profile", "rename", "dir=profile-1", "new_name=used"});
+    return listed.out.find("profile-1\t") != std::string::npos && renamed.out == "profile_name: used\n" &&
+           contentOf("/etc/zuv/profiles/profile-1/profile_name") == "used\n";
+  }
+
+  // Another program's sync brings the journal to the disk, and no data of the program.
+  static void syncSomethingElse() {
+    const int fd = ::open("/etc/zuv/other", O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600);
+    const bool done = fd >= 0 && ::write(fd, "x", 1) == 1 && ::fsync(fd) == 0;
+    if (fd >= 0) ::close(fd);
+    if (!done) throw std::runtime_error("could not sync another file");
+  }
+
+  const Edit& edit_;
+  const std::string options_;
+  std::string old_;
+  std::string new_;
+  Cuts cuts_;
+};
+
+class PowerCut : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    if (IsSkipped()) return;
+    const std::string reason = canStopCalls() ? whyNoDiskImage() : "calls can be pretended on x86-64 alone";
+    if (!reason.empty()) GTEST_SKIP() << reason;
+    makeDiskImage(kBase, 8 << 20);
+    const MountedImage disk(kBase, "/etc/zuv");
+    fill();
+  }
+
+  // Sums up the cuts of one edit, with the others quiet and syncing.
+  static Cuts cutAll(const Edit& edit, const std::string& options) {
+    Cuts sum;
+    for (const Others others : {Others::areQuiet, Others::sync}) {
+      const Cuts cuts = CutRun(edit, options).run(others, Syncs::real);
+      sum.count += cuts.count;
+      sum.old += cuts.old;
+      sum.flaws.insert(sum.flaws.end(), cuts.flaws.begin(), cuts.flaws.end());
+      sum.hurt.insert(sum.hurt.end(), cuts.hurt.begin(), cuts.hurt.end());
+    }
+    return sum;
+  }
+
+ private:
+  static void fill() {
+    host::makeDirs(host::kFactory);
+    host::makeProfile("profile-1", "lab");
+    host::makeProfile("profile-2", "office");
+    host::makeProfile("profile-3", "large");
+    host::makeActive("profile-1");
+    const std::string root = host::kProfiles;
+    host::writeFile(root + "profile-1/hip.conf", "# the daemon's\nmaster_interface=eth0\nmode=fast\n");
+    host::writeFile(root + "profile-1/mapconfig.static", "map_uri=https://old.example:4430\n");
+    host::writeFile(root + "profile-1/endbox.conf", "device_ip=10.0.0.1\nactivation_code=old\nlog_level=info\n");
+    std::string large;
+    for (int i = 0; i < 9000; ++i) large += "key" + std::to_string(i) + "=value\n";
+    host::writeFile(root + "profile-3/hip.conf", large + "master_interface=eth0\n");
+  }
+};
+
+TEST_F(PowerCut, AReplacedFileIsTheOldOneOrTheNewOneAndNewOnceReported) {
+  const Cuts cuts = cutAll(kNetwork, "noauto_da_alloc");
+  EXPECT_THAT(cuts.flaws, IsEmpty());
+  EXPECT_GE(cuts.count, 16u);
+  EXPECT_GE(cuts.old, 8u) << "no cut came before the change";
+  EXPECT_LT(cuts.old, cuts.count) << "no cut came after it";
+  std::printf("%zu cuts, %zu old\n", cuts.count, cuts.old);
+}
+
+// The control: the same cuts find a program whose syncs do nothing.
+TEST_F(PowerCut, WithoutItsSyncsTheFileIsLost) {
+  const Cuts cuts = CutRun(kNetwork, "noauto_da_alloc").run(Others::sync, Syncs::pretended);
+  EXPECT_THAT(cuts.flaws, Contains(HasSubstr("after the end is not new")));
+  EXPECT_THAT(cuts.flaws, Contains(HasSubstr("is neither old nor new: \"\"")));
+}
+
+class PowerCutLong : public PowerCut {};
+
+TEST_F(PowerCutLong, EveryEditOnEveryKindOfDisk) {
+  size_t count = 0;
+  for (const char* options : kOptions) {
+    for (const Edit& edit : kEdits) {
+      const Cuts cuts = cutAll(edit, options);
+      EXPECT_THAT(cuts.flaws, IsEmpty());
+      EXPECT_GE(cuts.count, 16u) << edit.why;
+      count += cuts.count;
+      std::printf("%4zu cuts, %4zu old: %s (%s)\n", cuts.count, cuts.old, edit.why, options);
+    }
+  }
+  std::printf("%zu cuts in all\n", count);
+}
+
+TEST_F(PowerCutLong, AStoreWithAFileThatWasWrittenInPlaceCanBeUsed) {
+  for (const char* options : kOptions) {
+    for (const Edit& edit : kInPlace) {
+      const Cuts cuts = cutAll(edit, options);
+      EXPECT_THAT(cuts.flaws, IsEmpty());
+      EXPECT_GE(cuts.count, 8u) << edit.why;
+      std::printf("%4zu cuts, %4zu old, %2zu neither old nor new%s: %s (%s)\n", cuts.count, cuts.old, cuts.hurt.size(),
+                  cuts.hurt.empty() ? "" : (", such as " + cuts.hurt.back()).c_str(), edit.why, options);
+    }
+  }
+}
+
+// An edit that died leaves its temporary file; the next one goes on as if there were none.
+TEST_F(PowerCut, TheNextEditIsNotHinderedByWhatACutHasLeft) {
+  copyImage(kBase, kLive);
+  {
+    const MountedImage live(kLive, "/etc/zuv");
+    size_t renames = 0;
+    (void)runWithStops({ravctlPath(), "profile", "modify", "lab", "network=eth1"}, [&](const SystemCall& call) {
+      const bool isRename = call.number == SYS_rename || call.number == SYS_renameat2;
+      if (isRename && ++renames == 1) copyImage(kLive, kCut);
+      return Then::make;
+    });
+    ASSERT_EQ(renames, 1u);
+  }
+  const MountedImage after(kCut, "/etc/zuv");
+  EXPECT_THAT(flawsOfStore(), Contains(HasSubstr("hip.conf.temp is a temporary file")));
+  EXPECT_EQ(runRavctl({"profile", "modify", "lab", "network=eth2"}).exitStatus, 0);
+  EXPECT_EQ(pairsOf("/etc/zuv/profiles/profile-1/hip.conf")["master_interface"], "eth2");
+  EXPECT_THAT(flawsOfStore(), IsEmpty());
+}
+
+}  // namespace
