@@ -105,7 +105,8 @@ std::vector<timespec> sleepsOf(std::int64_t micros) {
 TEST(SleepMicros, SleepsExactlyBelowFiveSecondsAndWholeSecondsFromThereOn) {
   const struct {
     std::int64_t micros;
-    long seconds, nanos;
+    time_t seconds;
+    long nanos;
   } cases[] = {
       {1, 0, 1'000},
       {999'999, 0, 999'999'000},

@@ -49,15 +49,15 @@ constexpr std::uint64_t hiddenBit = std::uint64_t{1} << fractionBits;
 constexpr int exponentBias = 1023;
 constexpr std::uint64_t exponentMask = 0x7ff;
 
+#ifdef __SIZEOF_INT128__
+__extension__ using Wide = unsigned __int128;
+
 double powerOfTwo(int exponent) {
   const std::uint64_t bits = static_cast<std::uint64_t>(exponentBias + exponent) << fractionBits;
   double power = 0;
   std::memcpy(&power, &bits, sizeof power);
   return power;
 }
-
-#ifdef __SIZEOF_INT128__
-__extension__ using Wide = unsigned __int128;
 
 // The nearest double to whole / divisor. Both are moved left as far as they go, so that the quotient has 62 or 63 bits
 // and takes one division; it is rounded once, by its conversion, its last bit telling of a rest.

@@ -114,7 +114,8 @@ class LevelGate {
     // A name is followed by a blank or a bracket; "~" is the second byte of the short names.
     if (behind != ' ' && behind != ']' && behind != '~') return of(infoPasses_);
     key.first |= bracket != 0 ? bracketBit : 0;
-    Slot& slot = slots_[(key.first ^ key.second) * 0x9E3779B97F4A7C15u >> (64 - slotBits)];
+    const std::uint64_t hash = (key.first ^ key.second) * 0x9E3779B97F4A7C15u;
+    Slot& slot = slots_[static_cast<std::size_t>(hash >> (64 - slotBits))];
     if (slot.key.first != key.first || slot.key.second != key.second) {
       slot = {key, passes(head.substr(0, bracket + letters + 1))};
     }
