@@ -1043,7 +1043,11 @@ std::string directoryIn(const char* variable, const char* value, const std::stri
   return std::string(answer, static_cast<std::size_t>(length));
 }
 
-TEST_F(FileUtilsTest, TheTemporaryDirectoryEndsInASlashAndIsMade) {
+// A process looks for these directories once. GoogleTest runs suites of such a name first, when no other test of this
+// process has asked for them yet.
+using ProgramDirectoryDeathTest = HostTest;
+
+TEST_F(ProgramDirectoryDeathTest, TheTemporaryDirectoryEndsInASlashAndIsMade) {
   EXPECT_EQ(directoryIn("ZUV_TMP_DIR", nullptr, FileUtils::tempDir), "/tmp/");
   EXPECT_EQ(directoryIn("ZUV_TMP_DIR", "", FileUtils::tempDir), "/tmp/");
   EXPECT_EQ(directoryIn("ZUV_TMP_DIR", "/tmp/ours", FileUtils::tempDir), "/tmp/ours/");
@@ -1051,7 +1055,7 @@ TEST_F(FileUtilsTest, TheTemporaryDirectoryEndsInASlashAndIsMade) {
   EXPECT_EQ(directoryIn("ZUV_TMP_DIR", "/tmp/missing/ours/", FileUtils::tempDir), "/tmp/missing/ours/");
 }
 
-TEST_F(FileUtilsTest, TheLockDirectoryEndsInASlashAndIsMade) {
+TEST_F(ProgramDirectoryDeathTest, TheLockDirectoryEndsInASlashAndIsMade) {
   host::remove("/tmp/lock");
   EXPECT_EQ(directoryIn("ZUV_LOCK_DIR", nullptr, FileUtils::lockDir), "/tmp/lock/");
   EXPECT_EQ(host::modeOf("/tmp/lock"), 0750u);
