@@ -101,10 +101,11 @@ void makeFolders(const std::string& path) {
 // Puts the new root together and moves into it; runs as the first process of the new namespaces.
 class Builder {
  public:
-  Builder(uid_t uid, gid_t gid, std::vector<std::string> alsoVisible)
+  Builder(uid_t uid, gid_t gid, std::vector<std::string> alsoVisible, std::vector<std::string> alsoWritable)
       : uid_(uid),
         gid_(gid),
         alsoVisible_(std::move(alsoVisible)),
+        alsoWritable_(std::move(alsoWritable)),
         program_(linkTarget("/proc/self/exe")),
         workingFolder_(workingFolder()) {}
 
@@ -212,6 +213,9 @@ class Builder {
     for (const std::string& folder : alsoVisible_) {
       if (!showFolder(folder, true)) return false;
     }
+    for (const std::string& folder : alsoWritable_) {
+      if (!showFolder(folder, false)) return false;
+    }
     return true;
   }
 
@@ -255,6 +259,7 @@ class Builder {
   const uid_t uid_;
   const gid_t gid_;
   const std::vector<std::string> alsoVisible_;
+  const std::vector<std::string> alsoWritable_;
   const std::string program_;
   const std::string workingFolder_;
 };
@@ -288,13 +293,12 @@ void goOn(pid_t stopped) {
 
 // The first process inside: builds the host, starts the process that goes on, collects orphans, tells how it ended.
 // Returns in the process that goes on. It stays behind as process 1 because the kernel spares process 1 most signals.
-void runFirstProcess(int reportFd, uid_t uid, gid_t gid, const std::vector<std::string>& alsoVisible) {
+void runFirstProcess(int reportFd, Builder builder) {
   Report report;
   (void)::prctl(PR_SET_PDEATHSIG, SIGKILL);
   pollfd outer{reportFd, 0, 0};
   if (::poll(&outer, 1, 0) != 0) ::_exit(1);  // the outer process died before we asked to be told
 
-  Builder builder(uid, gid, alsoVisible);
   const pid_t child = builder.build() ? ::fork() : -1;
   if (child == 0) {
     ::close(reportFd);
@@ -349,7 +353,7 @@ void waitOutside(pid_t firstProcess, int reportFd) {
 
 }  // namespace
 
-bool PrivateHost::enter(const std::vector<std::string>& alsoVisible) {
+bool PrivateHost::enter(const std::vector<std::string>& alsoVisible, const std::vector<std::string>& alsoWritable) {
   reason.clear();
   if (inside()) return true;
   if (std::getenv("RAVCTL_NO_HOST") != nullptr) {
@@ -366,7 +370,7 @@ bool PrivateHost::enter(const std::vector<std::string>& alsoVisible) {
   const pid_t child = forkIntoNamespaces(uid != 0);
   if (child == 0) {
     ::close(ends[0]);
-    runFirstProcess(ends[1], uid, gid, alsoVisible);
+    runFirstProcess(ends[1], Builder(uid, gid, alsoVisible, alsoWritable));
     return true;
   }
   const int error = errno;

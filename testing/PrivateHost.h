@@ -28,8 +28,10 @@ class PrivateHost {
   // Moves in. True in the process inside, which goes on from here; the outer process never returns. Also true, and
   // without effect, when the process is inside already. False where no host can be had: the process is as it was, and
   // whyNot() names the step that failed. RAVCTL_NO_HOST in the environment closes the door (for debuggers).
-  // `alsoVisible` are further folders of the machine that stay readable inside.
-  static bool enter(const std::vector<std::string>& alsoVisible = {});
+  // `alsoVisible` are further folders of the machine that stay readable inside, `alsoWritable` those that also stay
+  // writable, where the machine lets the caller write.
+  static bool enter(const std::vector<std::string>& alsoVisible = {},
+                    const std::vector<std::string>& alsoWritable = {});
 
   // Whether this process runs on a private host.
   static bool inside();

@@ -1,10 +1,11 @@
 // private-host: runs a command on a private host of its own, with the program of this build and the stand-in daemon.
 //
-//   private-host [--store DIR] [--visible DIR]... [--] command [argument...]
+//   private-host [--store DIR] [--visible DIR]... [--writable DIR]... [--] command [argument...]
 //
 // --store fills /etc/zuv/profiles with a copy of a folder; without it the store is empty. --visible keeps one more
-// folder of the machine readable inside. The program is /usr/bin/ravctl, the daemon /usr/sbin/hip. The exit status is
-// the command's; 125 without a host, 126 or 127 when the command cannot be run. Nothing remains afterwards.
+// folder of the machine readable inside, --writable one more writable. The program is /usr/bin/ravctl, the daemon
+// /usr/sbin/hip. The exit status is the command's; 125 without a host, 126 or 127 when the command cannot be run.
+// Nothing remains afterwards.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -23,11 +24,13 @@
 
 namespace {
 
-constexpr const char* kUsage = "Usage: private-host [--store DIR] [--visible DIR]... [--] command [argument...]\n";
+constexpr const char* kUsage =
+    "Usage: private-host [--store DIR] [--visible DIR]... [--writable DIR]... [--] command [argument...]\n";
 
 struct Request {
   std::string store;
   std::vector<std::string> visible;
+  std::vector<std::string> writable;
   char** command = nullptr;
 };
 
@@ -44,6 +47,8 @@ bool readRequest(int argc, char** argv, Request* request) {
     if (word == "--store") request->store = folder;
     if (word == "--visible" || word == "--store")
       request->visible.push_back(folder);
+    else if (word == "--writable")
+      request->writable.push_back(folder);
     else
       return false;
   }
@@ -79,7 +84,7 @@ int main(int argc, char** argv) {
     (void)std::fputs(kUsage, stderr);
     return 125;
   }
-  if (!PrivateHost::enter(request.visible)) {
+  if (!PrivateHost::enter(request.visible, request.writable)) {
     (void)std::fprintf(stderr, "private-host: %s\n", PrivateHost::whyNot().c_str());
     return 125;
   }

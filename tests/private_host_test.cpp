@@ -64,6 +64,16 @@ TEST_F(PrivateHostFromOutside, NothingWrittenInsideReachesTheMachine) {
   EXPECT_EQ(runProgram({"/bin/sh", "-c", "ls " + places + " 2>/dev/null | wc -l"}).out, "0\n");
 }
 
+TEST_F(PrivateHostFromOutside, AFolderOfTheMachineCanBeKeptReadableOrWritable) {
+  char folder[] = "/tmp/private-host-test-XXXXXX";
+  ASSERT_NE(::mkdtemp(folder), nullptr);
+  const std::string write = "echo written >" + std::string(folder) + "/file";
+  EXPECT_NE(runProgram({RAVCTL_PRIVATE_HOST, "--visible", folder, "--", "/bin/sh", "-c", write}).exitStatus, 0);
+  EXPECT_EQ(runProgram({RAVCTL_PRIVATE_HOST, "--writable", folder, "--", "/bin/sh", "-c", write}).exitStatus, 0);
+  EXPECT_EQ(host::readFile(folder + std::string("/file")), "written\n");
+  host::remove(folder);
+}
+
 TEST_F(PrivateHostFromOutside, WhatStillRunsInsideDiesWithTheCommand) {
   int ends[2];
   ASSERT_EQ(::pipe(ends), 0);  // the sleeper inherits the write end and so holds the pipe open as long as it lives
