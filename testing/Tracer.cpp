@@ -1,0 +1,511 @@
+#include "testing/Tracer.h"
+
+#include <stdexcept>
+
+#if defined(__x86_64__)
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/personality.h>
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
+#include <sys/uio.h>
+#include <sys/user.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <csignal>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/UniqueFd.h"
+
+namespace {
+
+using Arguments = std::array<std::uint64_t, 6>;
+
+// What an argument says about the file that a call is about.
+enum class Subject { none, path0, path1, descriptor0, descriptorOrPath };
+enum class Change { no, always, whenMaking };
+
+struct CallRow {
+  long call;
+  const char* name;
+  Subject subject = Subject::none;
+  Change change = Change::no;
+  bool isShortenable = false;
+};
+
+#define CALL(name) SYS_##name, #name
+constexpr CallRow kCalls[] = {
+    {CALL(access), Subject::path0},
+    {CALL(bind)},
+    {CALL(brk)},
+    {CALL(chdir), Subject::path0},
+    {CALL(chmod), Subject::path0, Change::always},
+    {CALL(clock_nanosleep)},
+    {CALL(clone)},
+    {CALL(clone3)},
+    {CALL(close), Subject::descriptor0},
+    {CALL(execve), Subject::path0},
+    {CALL(exit_group)},
+    {CALL(faccessat), Subject::path1},
+    {CALL(fallocate), Subject::descriptor0, Change::always},
+    {CALL(fchmod), Subject::descriptor0, Change::always},
+    {CALL(fchmodat), Subject::path1, Change::always},
+    {CALL(fchown), Subject::descriptor0, Change::always},
+    {CALL(fcntl), Subject::descriptor0},
+    {CALL(flock), Subject::descriptor0},
+    {CALL(fstat), Subject::descriptor0},
+    {CALL(fsync), Subject::descriptor0},
+    {CALL(ftruncate), Subject::descriptor0, Change::always},
+    {CALL(futex)},
+    {CALL(getcwd)},
+    {CALL(getdents64), Subject::descriptor0, Change::no, true},
+    {CALL(getegid)},
+    {CALL(geteuid)},
+    {CALL(getgid)},
+    {CALL(getpid)},
+    {CALL(getppid)},
+    {CALL(getrandom)},
+    {CALL(getsockname)},
+    {CALL(gettid)},
+    {CALL(getuid)},
+    {CALL(ioctl)},
+    {CALL(link), Subject::path1, Change::always},
+    {CALL(linkat), Subject::none, Change::always},
+    {CALL(lseek), Subject::descriptor0},
+    {CALL(lstat), Subject::path0},
+    {CALL(madvise)},
+    {CALL(mkdir), Subject::path0, Change::always},
+    {CALL(mkdirat), Subject::path1, Change::always},
+    {CALL(mmap)},
+    {CALL(mprotect)},
+    {CALL(munmap)},
+    {CALL(newfstatat), Subject::descriptorOrPath},
+    {CALL(open), Subject::path0, Change::whenMaking},
+    {CALL(openat), Subject::path1, Change::whenMaking},
+    {CALL(pause)},
+    {CALL(pipe2)},
+    {CALL(poll)},
+    {CALL(pread64), Subject::descriptor0, Change::no, true},
+    {CALL(prlimit64)},
+    {CALL(pwrite64), Subject::descriptor0, Change::always, true},
+    {CALL(read), Subject::descriptor0, Change::no, true},
+    {CALL(readlink), Subject::path0},
+    {CALL(readlinkat), Subject::path1},
+    {CALL(recvmsg)},
+    {CALL(rename), Subject::path1, Change::always},
+    {CALL(renameat), Subject::none, Change::always},
+    {CALL(renameat2), Subject::none, Change::always},
+    {CALL(rmdir), Subject::path0, Change::always},
+    {CALL(rt_sigaction)},
+    {CALL(rt_sigprocmask)},
+    {CALL(rt_sigreturn)},
+    {CALL(sendto)},
+    {CALL(set_robust_list)},
+    {CALL(socket)},
+    {CALL(stat), Subject::path0},
+    {CALL(symlink), Subject::path1, Change::always},
+    {CALL(umask)},
+    {CALL(unlink), Subject::path0, Change::always},
+    {CALL(unlinkat), Subject::path1, Change::always},
+    {CALL(vfork)},
+    {CALL(wait4)},
+    {CALL(write), Subject::descriptor0, Change::always, true},
+};
+#undef CALL
+
+const CallRow* findRow(long call) {
+  const auto* const found =
+      std::find_if(std::begin(kCalls), std::end(kCalls), [&](const CallRow& row) { return row.call == call; });
+  return found != std::end(kCalls) ? found : nullptr;
+}
+
+[[noreturn]] void fail(const char* what) { throw std::runtime_error(std::string(what) + ": " + std::strerror(errno)); }
+
+long must(long result, const char* what) {
+  if (result < 0) fail(what);
+  return result;
+}
+
+// What a program says, in memory: nobody has to read it while it runs.
+class Output {
+ public:
+  Output() : fd_(static_cast<int>(must(::memfd_create("output", MFD_CLOEXEC), "make a file in memory"))) {}
+  int fd() const { return fd_.get(); }
+
+  std::string text() const {
+    std::string text(static_cast<std::size_t>(must(::lseek(fd_.get(), 0, SEEK_END), "measure the output")), '\0');
+    const ssize_t got = ::pread(fd_.get(), text.data(), text.size(), 0);
+    must(got, "read the output");
+    text.resize(static_cast<std::size_t>(got));
+    return text;
+  }
+
+ private:
+  UniqueFd fd_;
+};
+
+// --- The time limit: a handler kills the process group, and the trace then ends by itself.
+
+volatile pid_t limitedGroup = 0;
+volatile std::sig_atomic_t limitReached = 0;
+
+void endAtLimit(int) {
+  limitReached = 1;
+  if (limitedGroup > 0) ::kill(-limitedGroup, SIGKILL);
+}
+
+class TimeLimit {
+ public:
+  TimeLimit(pid_t group, unsigned seconds) {
+    limitReached = 0;
+    limitedGroup = group;
+    struct sigaction action = {};
+    action.sa_handler = endAtLimit;
+    ::sigaction(SIGALRM, &action, &before_);
+    ::alarm(seconds);
+  }
+  ~TimeLimit() {
+    ::alarm(0);
+    ::sigaction(SIGALRM, &before_, nullptr);
+    limitedGroup = 0;
+  }
+  TimeLimit(const TimeLimit&) = delete;
+  TimeLimit& operator=(const TimeLimit&) = delete;
+
+ private:
+  struct sigaction before_ = {};
+};
+
+// --- The traced process
+
+std::string linkText(const std::string& path) {
+  char text[PATH_MAX];
+  const ssize_t length = ::readlink(path.c_str(), text, sizeof text);
+  return length > 0 ? std::string(text, static_cast<std::size_t>(length)) : std::string();
+}
+
+std::string folderOf(pid_t pid) { return "/proc/" + std::to_string(pid); }
+
+std::string textAt(pid_t pid, std::uint64_t address) {
+  std::string text;
+  char bytes[256];
+  while (text.size() < PATH_MAX) {
+    // Not over the end of a page, behind which there may be nothing.
+    const std::size_t wanted = std::min<std::size_t>(sizeof bytes, 4096 - (address & 4095));
+    iovec here{bytes, wanted};
+    iovec there{reinterpret_cast<void*>(address), wanted};
+    const ssize_t got = ::process_vm_readv(pid, &here, 1, &there, 1, 0);
+    if (got <= 0) break;
+    const auto count = static_cast<std::size_t>(got);
+    const void* end = std::memchr(bytes, '\0', count);
+    if (end != nullptr) return text.append(static_cast<const char*>(bytes), static_cast<const char*>(end));
+    text.append(bytes, count);
+    address += count;
+  }
+  return text;
+}
+
+std::string joined(const std::string& folder, const std::string& name) {
+  if (name.empty()) return folder;
+  return name[0] == '/' ? name : folder + "/" + name;
+}
+
+std::string descriptorText(pid_t pid, std::uint64_t fd) {
+  const auto number = static_cast<int>(fd);
+  return linkText(folderOf(pid) + (number == AT_FDCWD ? "/cwd" : "/fd/" + std::to_string(number)));
+}
+
+std::string subjectOf(pid_t pid, const CallRow& row, const Arguments& arguments) {
+  switch (row.subject) {
+    case Subject::none:
+      return "";
+    case Subject::path0:
+      return joined(linkText(folderOf(pid) + "/cwd"), textAt(pid, arguments[0]));
+    case Subject::descriptor0:
+      return descriptorText(pid, arguments[0]);
+    case Subject::path1:
+      // rename and its kin have two paths and no descriptor; the second is what they change.
+      if (row.call == SYS_rename || row.call == SYS_link || row.call == SYS_symlink) return textAt(pid, arguments[1]);
+      break;
+    case Subject::descriptorOrPath:
+      break;
+  }
+  const std::string name = textAt(pid, arguments[1]);
+  return !name.empty() && name[0] == '/' ? name : joined(descriptorText(pid, arguments[0]), name);
+}
+
+bool isMakingOpen(long call, const Arguments& arguments) {
+  constexpr std::uint64_t making = O_CREAT | O_TRUNC;
+  return (call == SYS_open && (arguments[1] & making) != 0) || (call == SYS_openat && (arguments[2] & making) != 0);
+}
+
+// What lasts: /dev/null, standard output and what was never a file do not.
+bool lasts(const std::string& path) { return path.empty() || (path[0] == '/' && path.compare(0, 5, "/dev/") != 0); }
+
+bool changesDisk(const CallRow& row, const Arguments& arguments, const std::string& path) {
+  if (row.change == Change::no || path.find("/memfd:") == 0 || !lasts(path)) return false;
+  return row.change == Change::always || isMakingOpen(row.call, arguments);
+}
+
+TracedCall describe(pid_t pid, std::size_t number, long call, const Arguments& arguments) {
+  TracedCall described;
+  described.number = number;
+  described.call = call;
+  described.name = nameOfCall(call);
+  const CallRow* row = findRow(call);
+  if (row == nullptr) return described;
+  described.path = subjectOf(pid, *row, arguments);
+  described.changesDisk = changesDisk(*row, arguments, described.path);
+  described.makesFile = isMakingOpen(call, arguments);
+  described.isShortenable = row->isShortenable;
+  return described;
+}
+
+std::vector<std::string> openDescriptorsOf(pid_t pid) {
+  std::vector<std::string> open;
+  const std::string folder = folderOf(pid) + "/fd";
+  DIR* directory = ::opendir(folder.c_str());
+  if (directory == nullptr) fail("look at the descriptors");
+  while (const dirent* entry = ::readdir(directory)) {
+    if (entry->d_name[0] == '.' || std::atoi(entry->d_name) <= 2) continue;
+    open.push_back(std::string(entry->d_name) + " -> " + linkText(folder + "/" + entry->d_name));
+  }
+  ::closedir(directory);
+  return open;
+}
+
+// Follows the program from its start to its end, from one stop to the next.
+class Trace {
+ public:
+  Trace(pid_t pid, const TracePlan& plan, TraceResult* result)
+      : pid_(pid), plan_(plan), result_(*result), counting_(plan.begin < 0) {}
+
+  void run() {
+    waitForStop();
+    if (isOver()) return;
+    constexpr long options = PTRACE_O_EXITKILL | PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACEEXIT | PTRACE_O_TRACEEXEC;
+    must(::ptrace(PTRACE_SETOPTIONS, pid_, nullptr, options), "set the options of the trace");
+    int signal = 0;
+    for (;;) {
+      // Once the deed is done only the end is of interest.
+      if (::ptrace(isDone() ? PTRACE_CONT : PTRACE_SYSCALL, pid_, nullptr, static_cast<long>(signal)) != 0 &&
+          errno != ESRCH) {
+        fail("go on");
+      }
+      waitForStop();
+      if (isOver()) return;
+      signal = handleStop();
+    }
+  }
+
+  int status() const { return status_; }
+
+ private:
+  bool isOver() const { return WIFEXITED(status_) || WIFSIGNALED(status_); }
+  bool isDone() const {
+    return !plan_.keepCalls && pending_ == Pending::nothing && result_.meddled >= plan_.meddling.times;
+  }
+
+  void waitForStop() {
+    while (::waitpid(pid_, &status_, __WALL) < 0) {
+      if (errno != EINTR) fail("wait for the traced program");
+    }
+  }
+
+  // The signal to hand on.
+  int handleStop() {
+    const int event = status_ >> 16;
+    const int signal = WSTOPSIG(status_);
+    if (event == PTRACE_EVENT_EXIT) {
+      result_.leftOpen = openDescriptorsOf(pid_);
+    } else if (signal == (SIGTRAP | 0x80)) {
+      handleCall();
+    } else if (event == 0 && signal != SIGTRAP) {
+      return signal;
+    }
+    return 0;
+  }
+
+  void handleCall() {
+    __ptrace_syscall_info info{};
+    if (::ptrace(PTRACE_GET_SYSCALL_INFO, pid_, sizeof info, &info) < 0) return;  // it was killed in the meantime
+    if (info.op == PTRACE_SYSCALL_INFO_ENTRY) {
+      Arguments arguments;
+      std::copy(std::begin(info.entry.args), std::end(info.entry.args), arguments.begin());
+      enter(static_cast<long>(info.entry.nr), arguments);
+    } else if (info.op == PTRACE_SYSCALL_INFO_EXIT && pending_ != Pending::nothing) {
+      setResult(pending_ == Pending::failure ? -plan_.meddling.error : pretended_);
+      pending_ = Pending::nothing;
+    }
+  }
+
+  void enter(long call, const Arguments& arguments) {
+    counting_ = counting_ || call == plan_.begin;
+    if (!counting_) return;
+    ++count_;
+    if (plan_.keepCalls) result_.calls.push_back(describe(pid_, count_, call, arguments));
+    const TracePlan::Meddle& meddling = plan_.meddling;
+    if (meddling.how == Meddling::none || count_ < meddling.at || result_.meddled >= meddling.times) return;
+    const bool isFirst = count_ == meddling.at;
+    if (!isFirst && call != chosen_) return;
+    if (isFirst) {
+      chosen_ = call;
+      result_.meddledFirst = describe(pid_, count_, call, arguments);
+    }
+    if (meddle(call, arguments)) ++result_.meddled;
+  }
+
+  bool meddle(long call, const Arguments& arguments) {
+    switch (plan_.meddling.how) {
+      case Meddling::none:
+        return false;
+      case Meddling::fail:
+        makeFail(call);
+        return true;
+      case Meddling::shorten:
+        return shorten(call, arguments);
+      case Meddling::kill:
+        return ::kill(pid_, SIGKILL) == 0;
+      case Meddling::crash:
+        return ::kill(pid_, SIGABRT) == 0;
+      case Meddling::pretend:
+        pretended_ = call == SYS_write ? static_cast<long>(arguments[2]) : 0;
+        leaveOut();
+        pending_ = Pending::success;
+        return true;
+      case Meddling::hang:
+        change([](user_regs_struct& registers) { registers.orig_rax = SYS_pause; });
+        return true;
+    }
+    return false;
+  }
+
+  void makeFail(long call) {
+    if (call == SYS_brk) {
+      change([](user_regs_struct& registers) { registers.rdi = 0; });
+      return;
+    }
+    if (call != SYS_close) leaveOut();
+    pending_ = Pending::failure;
+  }
+
+  bool shorten(long call, const Arguments& arguments) {
+    // The kernel refuses a buffer that does not hold the next entry, and this one holds the longest.
+    constexpr std::uint64_t oneEntry = 24 + NAME_MAX + 1;
+    const CallRow* row = findRow(call);
+    const std::uint64_t length = call == SYS_getdents64 ? oneEntry : 1;
+    if (row == nullptr || !row->isShortenable || arguments[2] <= length) return false;
+    change([&](user_regs_struct& registers) { registers.rdx = length; });
+    return true;
+  }
+
+  void leaveOut() {
+    change([](user_regs_struct& registers) { registers.orig_rax = ~0ULL; });
+  }
+
+  void setResult(long result) {
+    change([&](user_regs_struct& registers) { registers.rax = static_cast<unsigned long long>(result); });
+  }
+
+  template <typename Edit>
+  void change(Edit edit) {
+    user_regs_struct registers{};
+    must(::ptrace(PTRACE_GETREGS, pid_, nullptr, &registers), "read the registers");
+    edit(registers);
+    must(::ptrace(PTRACE_SETREGS, pid_, nullptr, &registers), "change the registers");
+  }
+
+  enum class Pending { nothing, failure, success };
+
+  const pid_t pid_;
+  const TracePlan& plan_;
+  TraceResult& result_;
+  bool counting_;
+  std::size_t count_ = 0;
+  long chosen_ = -1;
+  Pending pending_ = Pending::nothing;
+  long pretended_ = 0;
+  int status_ = 0;
+};
+
+std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
+  for (const std::string& text : texts) pointers.push_back(const_cast<char*>(text.c_str()));
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+// In the child. The tracer knows of no other failure than a program that ends at once with status 126.
+[[noreturn]] void become(char* const* argv, char* const* envp, int out, int err) {
+  const int input = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  // With addresses that are the same in every run, so are the calls for memory.
+  const bool isReady = ::setpgid(0, 0) == 0 && ::personality(ADDR_NO_RANDOMIZE) >= 0 && ::chdir("/") == 0 &&
+                       ::dup2(input, 0) == 0 && ::dup2(out, 1) == 1 && ::dup2(err, 2) == 2 &&
+                       ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0;
+  if (isReady) ::execve(argv[0], argv, envp);
+  ::_exit(126);
+}
+
+// Whatever the program started and left behind has ended when this returns: it has become our child.
+void waitForOrphans() {
+  while (::waitpid(-1, nullptr, 0) > 0 || errno == EINTR) {
+  }
+}
+
+}  // namespace
+
+std::string whyNoTracing() { return ""; }
+
+TraceResult traceProgram(const std::vector<std::string>& words, const TracePlan& plan) {
+  const std::vector<char*> argv = pointersTo(words);
+  const std::vector<char*> envp = pointersTo(plan.environment);
+  const Output out;
+  const Output err;
+  must(::prctl(PR_SET_CHILD_SUBREAPER, 1), "adopt orphans");
+  const auto pid = static_cast<pid_t>(must(::fork(), "fork"));
+  if (pid == 0) become(argv.data(), envp.data(), out.fd(), err.fd());
+
+  TraceResult result;
+  Trace trace(pid, plan, &result);
+  {
+    const TimeLimit limit(pid, plan.seconds);
+    trace.run();
+    waitForOrphans();
+    result.timedOut = limitReached != 0;
+  }
+  if (WIFEXITED(trace.status())) result.exitStatus = WEXITSTATUS(trace.status());
+  if (WIFSIGNALED(trace.status())) result.signal = WTERMSIG(trace.status());
+  if (result.exitStatus == 126) throw std::runtime_error("could not start or trace " + words.at(0));
+  result.out = out.text();
+  result.err = err.text();
+  return result;
+}
+
+std::string nameOfCall(long call) {
+  const CallRow* row = findRow(call);
+  return row != nullptr ? row->name : "call " + std::to_string(call);
+}
+
+#else
+
+std::string whyNoTracing() { return "programs are traced on x86_64 alone"; }
+
+TraceResult traceProgram(const std::vector<std::string>&, const TracePlan&) {
+  throw std::runtime_error(whyNoTracing());
+}
+
+std::string nameOfCall(long call) { return "call " + std::to_string(call); }
+
+#endif

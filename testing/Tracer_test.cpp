@@ -1,0 +1,170 @@
+#include "testing/Tracer.h"
+
+#include <sys/syscall.h>
+
+#include <algorithm>
+#include <csignal>
+
+#include "testing/HostTest.h"
+
+namespace {
+
+constexpr const char* kPath = "/tmp/tracee";
+// Where the calls of tracee stand: poll is the first; each line that it says is a write of its own.
+constexpr std::size_t kOpen = 2;
+constexpr std::size_t kFirstWrite = 4;
+constexpr std::size_t kClose = 8;
+
+class TracerTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    if (IsSkipped()) return;
+    if (!whyNoTracing().empty()) GTEST_SKIP() << whyNoTracing();
+  }
+};
+
+TraceResult tracee(const std::string& deed, TracePlan::Meddle meddling = {}, unsigned seconds = 20) {
+  TracePlan plan;
+  plan.begin = SYS_poll;
+  plan.meddling = meddling;
+  plan.seconds = seconds;
+  return traceProgram({RAVCTL_TRACEE, deed}, plan);
+}
+
+std::vector<std::string> namesOf(const std::vector<TracedCall>& calls) {
+  std::vector<std::string> names;
+  for (const TracedCall& call : calls) names.push_back(call.name);
+  return names;
+}
+
+TEST_F(TracerTest, AProgramThatIsLeftAloneRunsAsItIs) {
+  const TraceResult result = tracee("write");
+  EXPECT_EQ(result.out, "open 0\nwrite 10\nwrite 10\nclose 0\n");
+  EXPECT_EQ(result.exitStatus, 0);
+  EXPECT_EQ(result.signal, 0);
+  EXPECT_EQ(result.meddled, 0u);
+  EXPECT_EQ(host::readFile(kPath), "0123456789abcdefghij");
+  EXPECT_EQ(traceProgram({RAVCTL_TRACEE}, {}).exitStatus, 7);
+}
+
+TEST_F(TracerTest, CallsAreNotedFromTheFirstOfMainOn) {
+  TracePlan plan;
+  plan.begin = SYS_poll;
+  plan.keepCalls = true;
+  const TraceResult result = traceProgram({RAVCTL_TRACEE, "write"}, plan);
+  EXPECT_EQ(namesOf(result.calls), (std::vector<std::string>{"poll", "openat", "write", "write", "write", "write",
+                                                             "write", "close", "write", "exit_group"}));
+  EXPECT_EQ(result.calls[0].number, 1u);
+}
+
+TEST_F(TracerTest, ACallTellsItsFileAndWhetherItChangesTheDisk) {
+  TracePlan plan;
+  plan.begin = SYS_poll;
+  plan.keepCalls = true;
+  const std::vector<TracedCall> calls = traceProgram({RAVCTL_TRACEE, "write"}, plan).calls;
+  EXPECT_EQ(calls.at(kOpen - 1).path, kPath);
+  EXPECT_TRUE(calls[kOpen - 1].makesFile);
+  EXPECT_TRUE(calls[kOpen - 1].changesDisk);
+  EXPECT_EQ(calls[kFirstWrite - 1].path, kPath);
+  EXPECT_TRUE(calls[kFirstWrite - 1].changesDisk);
+  EXPECT_FALSE(calls[kOpen].changesDisk) << "what is said on standard output does not last";
+  EXPECT_FALSE(calls[kClose - 1].changesDisk);
+}
+
+TEST_F(TracerTest, ACallFailsOnce) {
+  const TraceResult result = tracee("write", {Meddling::fail, kFirstWrite, 1, ENOSPC});
+  EXPECT_EQ(result.out, "open 0\nwrite -1 No space left on device\nwrite 10\nclose 0\n");
+  EXPECT_EQ(host::readFile(kPath), "abcdefghij");
+  EXPECT_EQ(result.meddled, 1u);
+  EXPECT_EQ(result.meddledFirst.name, "write");
+  EXPECT_EQ(result.meddledFirst.path, kPath);
+}
+
+TEST_F(TracerTest, FromThereOnTheCallsOfThatNumberFail) {
+  const TraceResult result = tracee("write", {Meddling::fail, kFirstWrite, fromThereOn, EIO});
+  EXPECT_EQ(result.out, "open 0\n");
+  EXPECT_EQ(host::readFile(kPath), "");
+  EXPECT_EQ(result.meddled, 5u);
+  EXPECT_EQ(result.exitStatus, 0);
+}
+
+TEST_F(TracerTest, AFailedCloseLetsGoOfTheDescriptor) {
+  host::writeFile(kPath, "");
+  TracePlan plan;
+  plan.begin = SYS_poll;
+  plan.keepCalls = true;
+  const std::vector<TracedCall> calls = traceProgram({RAVCTL_TRACEE, "read"}, plan).calls;
+  const auto close =
+      std::find_if(calls.begin(), calls.end(), [](const TracedCall& call) { return call.name == "close"; });
+  EXPECT_EQ(tracee("read", {Meddling::fail, close->number, 1, EINTR}).out,
+            "read 0\nread 0\nagain -1 Interrupted system call\nagain -1 Bad file descriptor\n");
+}
+
+TEST_F(TracerTest, AHeapThatCannotGrowStaysAsItIs) {
+  TracePlan plan;
+  plan.begin = SYS_poll;
+  plan.keepCalls = true;
+  const TraceResult free = traceProgram({RAVCTL_TRACEE, "grow"}, plan);
+  EXPECT_EQ(free.out, "grown 1\n");
+  const auto brk =
+      std::find_if(free.calls.rbegin(), free.calls.rend(), [](const TracedCall& call) { return call.name == "brk"; });
+  EXPECT_EQ(tracee("grow", {Meddling::fail, brk->number, fromThereOn, ENOMEM}).out, "grown 0\n");
+}
+
+TEST_F(TracerTest, AShortWriteMovesOneByteAndNoMore) {
+  const TraceResult result = tracee("write", {Meddling::shorten, kFirstWrite, 1});
+  EXPECT_EQ(result.out, "open 0\nwrite 1\nwrite 10\nclose 0\n");
+  EXPECT_EQ(host::readFile(kPath), "0abcdefghij");
+}
+
+TEST_F(TracerTest, AShortReadLeavesTheRestForTheNext) {
+  host::writeFile(kPath, "0123456789");
+  EXPECT_EQ(tracee("read", {Meddling::shorten, 3, 1}).out.substr(0, 14), "read 1\nread 9\n");
+}
+
+TEST_F(TracerTest, WhatHasNoLengthIsNotShortened) {
+  const TraceResult result = tracee("write", {Meddling::shorten, kOpen, 1});
+  EXPECT_EQ(result.meddled, 0u);
+  EXPECT_EQ(host::readFile(kPath), "0123456789abcdefghij");
+}
+
+TEST_F(TracerTest, AKilledProgramHasNotMadeTheCall) {
+  const TraceResult result = tracee("write", {Meddling::kill, kFirstWrite});
+  EXPECT_EQ(result.signal, SIGKILL);
+  EXPECT_EQ(result.exitStatus, -1);
+  EXPECT_EQ(result.out, "open 0\n");
+  EXPECT_EQ(host::readFile(kPath), "");
+}
+
+TEST_F(TracerTest, APretendedCallIsNotMadeAndSeemsToHaveWorked) {
+  EXPECT_EQ(tracee("write", {Meddling::pretend, kFirstWrite}).out, "open 0\nwrite 10\nwrite 10\nclose 0\n");
+  EXPECT_EQ(host::readFile(kPath), "abcdefghij");
+  EXPECT_EQ(tracee("unlink", {Meddling::pretend, 2}).out, "unlink 0\n");
+  EXPECT_TRUE(host::exists(kPath));
+}
+
+TEST_F(TracerTest, ACrashIsTold) { EXPECT_EQ(tracee("write", {Meddling::crash, kOpen}).signal, SIGABRT); }
+
+TEST_F(TracerTest, AProgramThatDoesNotEndIsEnded) {
+  const TraceResult result = tracee("write", {Meddling::hang, kOpen}, 1);
+  EXPECT_TRUE(result.timedOut);
+  EXPECT_EQ(result.signal, SIGKILL);
+}
+
+TEST_F(TracerTest, DescriptorsThatStayOpenAreTold) {
+  EXPECT_EQ(tracee("leave-open").leftOpen, (std::vector<std::string>{"3 -> /etc/hosts"}));
+  EXPECT_TRUE(tracee("write").leftOpen.empty());
+  EXPECT_EQ(tracee("write", {Meddling::pretend, kClose}).leftOpen, (std::vector<std::string>{"3 -> /tmp/tracee"}));
+}
+
+TEST_F(TracerTest, AChildIsLeftAloneAndWaitedFor) {
+  EXPECT_EQ(tracee("fork").out, "fork 0\n");
+  EXPECT_TRUE(host::exists(kPath));
+}
+
+TEST_F(TracerTest, AProgramThatIsNotThereIsAnError) {
+  EXPECT_THROW(traceProgram({"/usr/bin/no-such-program"}, {}), std::runtime_error);
+}
+
+}  // namespace

@@ -1,0 +1,78 @@
+// tracee: a small program for the tests of the tracer. It does one thing, call by call, and says what came of it.
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+constexpr const char* kPath = "/tmp/tracee";
+
+// One write and no other call.
+void say(const char* what, long result) {
+  char line[128];
+  const int length = std::snprintf(line, sizeof line, "%s %ld%s%s\n", what, result, result < 0 ? " " : "",
+                                   result < 0 ? std::strerror(errno) : "");
+  (void)!::write(1, line, static_cast<size_t>(length));
+}
+
+// open, write, write, close; each is followed by the write that tells of it.
+void writeTwice() {
+  const int fd = ::open(kPath, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  say("open", fd > 2 ? 0 : -1);
+  say("write", ::write(fd, "0123456789", 10));
+  say("write", ::write(fd, "abcdefghij", 10));
+  say("close", ::close(fd));
+}
+
+void readTwice() {
+  char bytes[10];
+  const int fd = ::open(kPath, O_RDONLY | O_CLOEXEC);
+  say("read", ::read(fd, bytes, sizeof bytes));
+  say("read", ::read(fd, bytes, sizeof bytes));
+  say("again", ::close(fd));
+  say("again", ::close(fd));
+}
+
+void leaveOpen() { (void)!::open("/etc/hosts", O_RDONLY | O_CLOEXEC); }
+
+void removeFile() { say("unlink", ::unlink(kPath)); }
+
+// A child that goes on for a moment after its parent has ended.
+void startChild() {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::usleep(50000);
+    const int fd = ::open(kPath, O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+    ::_exit(fd < 0 ? 1 : 0);
+  }
+  say("fork", child > 0 ? 0 : -1);
+}
+
+void growHeap() {
+  const void* before = ::sbrk(0);
+  (void)!::sbrk(4096);
+  say("grown", ::sbrk(0) == before ? 0 : 1);
+}
+
+constexpr struct {
+  const char* name;
+  void (*run)();
+} kDeeds[] = {{"write", writeTwice},  {"read", readTwice},  {"leave-open", leaveOpen},
+              {"unlink", removeFile}, {"fork", startChild}, {"grow", growHeap}};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  pollfd nothing{-1, 0, 0};
+  (void)::poll(&nothing, 1, 0);  // from here on calls count
+  for (const auto& deed : kDeeds) {
+    if (argc == 2 && std::strcmp(argv[1], deed.name) == 0) deed.run();
+  }
+  return argc == 2 ? 0 : 7;
+}
