@@ -13,7 +13,6 @@
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
-#include <sys/uio.h>
 #include <sys/user.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -198,20 +197,17 @@ std::string linkText(const std::string& path) {
 std::string folderOf(pid_t pid) { return "/proc/" + std::to_string(pid); }
 
 std::string textAt(pid_t pid, std::uint64_t address) {
+  const UniqueFd memory(::open((folderOf(pid) + "/mem").c_str(), O_RDONLY | O_CLOEXEC));
   std::string text;
   char bytes[256];
   while (text.size() < PATH_MAX) {
-    // Not over the end of a page, behind which there may be nothing.
-    const std::size_t wanted = std::min<std::size_t>(sizeof bytes, 4096 - (address & 4095));
-    iovec here{bytes, wanted};
-    iovec there{reinterpret_cast<void*>(address), wanted};
-    const ssize_t got = ::process_vm_readv(pid, &here, 1, &there, 1, 0);
+    // Behind the end of what there is comes less, or nothing.
+    const ssize_t got = ::pread(memory.get(), bytes, sizeof bytes, static_cast<off_t>(address + text.size()));
     if (got <= 0) break;
     const auto count = static_cast<std::size_t>(got);
-    const void* end = std::memchr(bytes, '\0', count);
-    if (end != nullptr) return text.append(static_cast<const char*>(bytes), static_cast<const char*>(end));
-    text.append(bytes, count);
-    address += count;
+    const std::size_t length = ::strnlen(bytes, count);
+    text.append(bytes, length);
+    if (length < count) break;
   }
   return text;
 }
@@ -285,6 +281,9 @@ std::vector<std::string> openDescriptorsOf(pid_t pid) {
   return open;
 }
 
+// Memory has two sources, and the program that finds one of them closed goes to the other.
+long familyOf(long call) { return call == SYS_brk ? SYS_mmap : call; }
+
 // Follows the program from its start to its end, from one stop to the next.
 class Trace {
  public:
@@ -345,9 +344,20 @@ class Trace {
       std::copy(std::begin(info.entry.args), std::end(info.entry.args), arguments.begin());
       enter(static_cast<long>(info.entry.nr), arguments);
     } else if (info.op == PTRACE_SYSCALL_INFO_EXIT && pending_ != Pending::nothing) {
-      setResult(pending_ == Pending::failure ? -plan_.meddling.error : pretended_);
-      pending_ = Pending::nothing;
+      settle();
     }
+  }
+
+  // The program's registers but for the result are what they were before the call: it may go on using them.
+  void settle() {
+    user_regs_struct after{};
+    must(::ptrace(PTRACE_GETREGS, pid_, nullptr, &after), "read the registers");
+    after.rdi = before_.rdi;
+    after.rdx = before_.rdx;
+    if (pending_ == Pending::failure) after.rax = static_cast<unsigned long long>(-plan_.meddling.error);
+    if (pending_ == Pending::success) after.rax = pretended_;
+    must(::ptrace(PTRACE_SETREGS, pid_, nullptr, &after), "change the registers");
+    pending_ = Pending::nothing;
   }
 
   void enter(long call, const Arguments& arguments) {
@@ -358,7 +368,7 @@ class Trace {
     const TracePlan::Meddle& meddling = plan_.meddling;
     if (meddling.how == Meddling::none || count_ < meddling.at || result_.meddled >= meddling.times) return;
     const bool isFirst = count_ == meddling.at;
-    if (!isFirst && call != chosen_) return;
+    if (!isFirst && familyOf(call) != familyOf(chosen_)) return;
     if (isFirst) {
       chosen_ = call;
       result_.meddledFirst = describe(pid_, count_, call, arguments);
@@ -380,7 +390,7 @@ class Trace {
       case Meddling::crash:
         return ::kill(pid_, SIGABRT) == 0;
       case Meddling::pretend:
-        pretended_ = call == SYS_write ? static_cast<long>(arguments[2]) : 0;
+        pretended_ = call == SYS_write ? arguments[2] : 0;
         leaveOut();
         pending_ = Pending::success;
         return true;
@@ -394,6 +404,7 @@ class Trace {
   void makeFail(long call) {
     if (call == SYS_brk) {
       change([](user_regs_struct& registers) { registers.rdi = 0; });
+      pending_ = Pending::ownResult;
       return;
     }
     if (call != SYS_close) leaveOut();
@@ -407,6 +418,7 @@ class Trace {
     const std::uint64_t length = call == SYS_getdents64 ? oneEntry : 1;
     if (row == nullptr || !row->isShortenable || arguments[2] <= length) return false;
     change([&](user_regs_struct& registers) { registers.rdx = length; });
+    pending_ = Pending::ownResult;
     return true;
   }
 
@@ -414,19 +426,17 @@ class Trace {
     change([](user_regs_struct& registers) { registers.orig_rax = ~0ULL; });
   }
 
-  void setResult(long result) {
-    change([&](user_regs_struct& registers) { registers.rax = static_cast<unsigned long long>(result); });
-  }
-
   template <typename Edit>
   void change(Edit edit) {
     user_regs_struct registers{};
     must(::ptrace(PTRACE_GETREGS, pid_, nullptr, &registers), "read the registers");
+    before_ = registers;
     edit(registers);
     must(::ptrace(PTRACE_SETREGS, pid_, nullptr, &registers), "change the registers");
   }
 
-  enum class Pending { nothing, failure, success };
+  // What the call that is being made has still to get at its end.
+  enum class Pending { nothing, failure, success, ownResult };
 
   const pid_t pid_;
   const TracePlan& plan_;
@@ -435,7 +445,8 @@ class Trace {
   std::size_t count_ = 0;
   long chosen_ = -1;
   Pending pending_ = Pending::nothing;
-  long pretended_ = 0;
+  unsigned long long pretended_ = 0;
+  user_regs_struct before_{};
   int status_ = 0;
 };
 
@@ -458,11 +469,19 @@ std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
   ::_exit(126);
 }
 
-// Whatever the program started and left behind has ended when this returns: it has become our child.
-void waitForOrphans() {
-  while (::waitpid(-1, nullptr, 0) > 0 || errno == EINTR) {
+// What the program starts and leaves behind becomes our child meanwhile, so that it can be waited for.
+class Adoption {
+ public:
+  Adoption() { must(::prctl(PR_SET_CHILD_SUBREAPER, 1), "adopt orphans"); }
+  ~Adoption() { (void)::prctl(PR_SET_CHILD_SUBREAPER, 0); }
+  Adoption(const Adoption&) = delete;
+  Adoption& operator=(const Adoption&) = delete;
+
+  static void waitForAll() {
+    while (::waitpid(-1, nullptr, 0) > 0 || errno == EINTR) {
+    }
   }
-}
+};
 
 }  // namespace
 
@@ -473,7 +492,7 @@ TraceResult traceProgram(const std::vector<std::string>& words, const TracePlan&
   const std::vector<char*> envp = pointersTo(plan.environment);
   const Output out;
   const Output err;
-  must(::prctl(PR_SET_CHILD_SUBREAPER, 1), "adopt orphans");
+  const Adoption adoption;
   const auto pid = static_cast<pid_t>(must(::fork(), "fork"));
   if (pid == 0) become(argv.data(), envp.data(), out.fd(), err.fd());
 
@@ -482,7 +501,7 @@ TraceResult traceProgram(const std::vector<std::string>& words, const TracePlan&
   {
     const TimeLimit limit(pid, plan.seconds);
     trace.run();
-    waitForOrphans();
+    Adoption::waitForAll();
     result.timedOut = limitReached != 0;
   }
   if (WIFEXITED(trace.status())) result.exitStatus = WEXITSTATUS(trace.status());

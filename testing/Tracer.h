@@ -10,7 +10,7 @@
 // A call that is made to fail is not made, with two exceptions that Linux makes too: a close lets go of its descriptor
 // nevertheless, and a brk that fails answers with the end of the heap as it is.
 // Children: only the program itself is traced; what it starts runs untouched, and the trace ends when all of it has
-// ended (a program that outlives its trace is killed with its process group after the time limit).
+// ended; what outlives the time limit is killed with its process group. The caller has no other child meanwhile.
 // Threads: the program has one. Needs x86_64 and a system that lets a process trace its child.
 #pragma once
 
@@ -30,7 +30,7 @@ enum class Meddling {
 };
 
 struct TracePlan {
-  // Which call, and how often: `times` calls of that number, this one included.
+  // Which call, and how often: `times` calls of that number, this one included. brk and mmap count as one number.
   struct Meddle {
     Meddling how = Meddling::none;
     std::size_t at = 0;  // from 1

@@ -7,7 +7,9 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 
 namespace {
 
@@ -54,10 +56,17 @@ void startChild() {
   say("fork", child > 0 ? 0 : -1);
 }
 
+// More than a heap has in hand, and less than would be had elsewhere at once.
 void growHeap() {
-  const void* before = ::sbrk(0);
-  (void)!::sbrk(4096);
-  say("grown", ::sbrk(0) == before ? 0 : 1);
+  constexpr size_t size = 100000;
+  auto* first = static_cast<char*>(std::malloc(size));
+  auto* second = static_cast<char*>(std::malloc(size));
+  say("first", first != nullptr ? 1 : 0);
+  say("second", second != nullptr ? 1 : 0);
+  for (char* memory : {first, second}) {
+    if (memory != nullptr) std::memset(memory, 1, size);
+    std::free(memory);
+  }
 }
 
 constexpr struct {

@@ -155,6 +155,19 @@ s390x() {
 
 package() { sh tools/package.sh; }
 
+# Every system call of every command made to fail, with every error that it can give, and every crash.
+torture() {
+  configure release
+  build release torture_test
+  # In the build folder, which the private host can write to.
+  export RAVCTL_TORTURE=whole RAVCTL_TORTURE_FIGURES="$PWD/build/release/torture-figures"
+  rm -f "$RAVCTL_TORTURE_FIGURES"
+  verdict=0
+  run_tests torture build/release --tests-regex Torture || verdict=1
+  sort "$RAVCTL_TORTURE_FIGURES" | awk -F ' [|] ' -f tools/torture.awk
+  return "$verdict"
+}
+
 bench() {
   configure release -DRAVCTL_BENCH=ON
   build release all

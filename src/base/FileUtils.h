@@ -113,8 +113,9 @@ Status removePath(const std::string& path);
 // Anything but a directory is unlinked. Links are unlinked, never gone through, and a directory is looked at again
 // before it is entered. Entries that listDirectory puts under `others` (FIFOs, sockets, devices, links whose text leads
 // nowhere) stay, and then the last step fails: "rmdir". What fails on the way is passed over. Any depth, with few
-// descriptors.
-Status removeTree(const std::string& path);
+// descriptors. `last` names a file of the directory itself that goes after everything else in it, so that whoever finds
+// the rest of a removal that was broken off finds that file, too.
+Status removeTree(const std::string& path, std::string_view last = {});
 
 // rename(2). Without `overwrite` an existing regular file at `to` is a failure and both stay. Status: "rename".
 Status renameFile(const std::string& from, const std::string& to, bool overwrite);

@@ -15,6 +15,8 @@ namespace {
 // The others are found again through "..", and count only when they are still the ones that were left.
 class TreeRemover {
  public:
+  explicit TreeRemover(std::string_view last) : last_(last) {}
+
   // Empties the directory that `path` leads to, unless it is a link by now.
   void empty(const std::string& path) {
     enter(AT_FDCWD, path);
@@ -45,7 +47,13 @@ class TreeRemover {
     if (!level.fd.isOpen() || ::fstat(level.fd.get(), &level.info) != 0) return false;
     DirectoryListing listing = listOpenDirectory(level.fd.get());
     for (const auto* names : {&listing.files, &listing.linksToFiles, &listing.linksToDirectories}) {
-      for (const std::string& entry : *names) (void)::unlinkat(level.fd.get(), entry.c_str(), 0);
+      for (const std::string& entry : *names) {
+        if (levels_.empty() && entry == last_) {
+          isLastThere_ = true;
+        } else {
+          (void)::unlinkat(level.fd.get(), entry.c_str(), 0);
+        }
+      }
     }
     level.name = name;
     level.directories = std::move(listing.directories);
@@ -66,7 +74,10 @@ class TreeRemover {
   bool ascend() {
     const Level done = std::move(levels_.back());
     levels_.pop_back();
-    if (levels_.empty()) return true;
+    if (levels_.empty()) {
+      if (isLastThere_) (void)::unlinkat(done.fd.get(), last_.c_str(), 0);
+      return true;
+    }
     Level& above = levels_.back();
     if (!above.fd.isOpen() && !reopen(above, done.fd.get())) return false;
     (void)::unlinkat(above.fd.get(), done.name.c_str(), AT_REMOVEDIR);
@@ -81,6 +92,8 @@ class TreeRemover {
     return true;
   }
 
+  const std::string last_;  // of the first level
+  bool isLastThere_ = false;
   std::vector<Level> levels_;
 };
 
@@ -94,14 +107,14 @@ bool isRoot(const struct stat& info) {
 
 }  // namespace
 
-Status removeTree(const std::string& path) {
+Status removeTree(const std::string& path, std::string_view last) {
   if (!isUsablePath(path) || path[0] != '/') return Status::of(status::invalidArgument);
   const std::string tree = withoutSlashesAtEnd(path);
   if (tree.empty()) return Status::of(status::invalidArgument);
   struct stat info = {};
   if (::lstat(tree.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) return removeFile(tree);
   if (isRoot(info)) return Status::of(status::invalidArgument);
-  TreeRemover().empty(tree);
+  TreeRemover(last).empty(tree);
   return removeDir(tree);
 }
 

@@ -175,6 +175,29 @@ TEST_F(RemoveTreeTest, ADirectoryThatCannotBeReadDoesNotKeepItsNeighbours) {
   EXPECT_EQ(host::tree(kTree), "d 0755 closed\nf 0644 closed/file \"\"\n");
 }
 
+TEST_F(RemoveTreeTest, TheLastFileGoesWhenNothingElseOfTheDirectoryIsThere) {
+  for (const char* file : {"a", "last", "sub/file", "sub/last", "z"})
+    host::writeFile(std::string(kTree) + "/" + file, "");
+  std::vector<std::string> whenItWent;
+  FaultPlan plan;
+  plan.calls = {"unlinkat", "rmdir"};
+  plan.before = [&](std::size_t) {
+    if (host::exists(std::string(kTree) + "/last")) whenItWent = {host::tree(kTree)};
+  };
+  {
+    const ArmedFaults armed(plan);
+    EXPECT_THAT(FileUtils::removeTree(kTree, "last"), HasCode(status::success));
+  }
+  EXPECT_EQ(whenItWent, (std::vector<std::string>{"f 0644 last \"\"\n"}));
+  EXPECT_FALSE(host::exists(kTree));
+}
+
+TEST_F(RemoveTreeTest, ALastFileThatIsNotThereChangesNothing) {
+  host::writeFile("/tmp/tree/file", "");
+  EXPECT_THAT(FileUtils::removeTree(kTree, "last"), HasCode(status::success));
+  EXPECT_FALSE(host::exists(kTree));
+}
+
 TEST_F(RemoveTreeTest, AFaultAnywhereLeaksNothingAndTouchesNothingElse) {
   const FaultLoop loop{[] {
     host::reset();

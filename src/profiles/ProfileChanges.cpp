@@ -87,7 +87,9 @@ Status deleteProfile(const std::string& selector) {
       (void)FileUtils::removeTree(joinPath({profile.dir, directory}));  // what stays fails the last removal
     }
   }
-  return FileUtils::removeTree(profile.dir).isSuccess() ? Status() : Status::of(status::applicationError);
+  // The name last: a removal that was broken off can be repeated under it.
+  const bool isGone = FileUtils::removeTree(profile.dir, ProfileStore::nameFile).isSuccess();
+  return isGone ? Status() : Status::of(status::applicationError);
 }
 
 Status renameProfile(const std::string& selector, const std::string& newName, std::string& name) {

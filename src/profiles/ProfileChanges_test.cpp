@@ -402,6 +402,21 @@ TEST_F(DeleteTest, WhatCannotBeRemovedIsAnApplicationErrorAndTheRestIsGone) {
   EXPECT_EQ(host::tree(kOffice), "p 0644 fifo\n");
 }
 
+TEST_F(DeleteTest, OneThatWasBrokenOffCanBeRepeatedUnderTheName) {
+  host::makeProfile("profile-2", "office");
+  for (const char* file : {"a", "z", "ca-certs/ca.pem", "logs/old"}) host::writeFile(kOffice + "/"s + file, "");
+  std::vector<std::string> namesThen;
+  FaultPlan plan;
+  plan.calls = {"unlinkat"};
+  plan.before = [&](std::size_t) { namesThen.push_back(host::readFile(kOffice + "/profile_name"s)); };
+  {
+    const ArmedFaults armed(plan);
+    EXPECT_THAT(ProfileChanges::deleteProfile("office"), HasCode(status::success));
+  }
+  EXPECT_EQ(namesThen, std::vector<std::string>(namesThen.size(), "office\n"));
+  EXPECT_GE(namesThen.size(), 7u);
+}
+
 TEST_F(DeleteTest, AFaultAnywhereIsToldAndTouchesNoOtherProfile) {
   const FaultLoop loop{[] {
     host::reset();

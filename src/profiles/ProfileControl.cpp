@@ -1,5 +1,6 @@
 #include "profiles/ProfileControl.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -80,6 +81,14 @@ bool daemonMayRun() { return ProfileStore::activeRunState() != RunState::notRunn
 
 namespace {
 
+// Whether an entry is left out for certain: not a file, or a link to none. What can't be looked at is not: the copy
+// tells.
+bool isNoFile(const std::string& path) {
+  struct stat info = {};
+  if (::stat(path.c_str(), &info) == 0) return !S_ISREG(info.st_mode);
+  return errno == ENOENT || errno == ENOTDIR || errno == ELOOP;
+}
+
 // Copies every regular file of a directory and every link in it that leads to one. A missing directory is an empty one.
 Status copyFilesOf(const std::string& from, const std::string& to) {
   const UniqueFd directory = FileUtils::openDirectory(from);
@@ -91,7 +100,7 @@ Status copyFilesOf(const std::string& from, const std::string& to) {
        {&listing.files, &listing.linksToFiles, &listing.linksToDirectories, &listing.others}) {
     for (const std::string& name : *names) {
       const std::string source = joinPath({from, name});
-      if (!FileUtils::isRegularFile(source)) continue;
+      if (names != &listing.files && isNoFile(source)) continue;
       Status copied = FileUtils::copyFile(source, joinPath({to, name}));
       if (!copied.isSuccess()) return copied;
     }

@@ -301,6 +301,24 @@ TEST_F(CreateTest, AFileOfTheTemplateThatCannotBeCopiedEndsItWithThatStatus) {
   EXPECT_EQ(made.name, "");
 }
 
+TEST_F(CreateTest, AFileOfTheTemplateThatCannotBeLookedAtIsNeverLeftOutWithSuccess) {
+  const auto prepare = [] {
+    host::reset();
+    host::writeFile("/etc/zuv/profiles/.factory/hip.conf", "x=1\n");
+    host::makeLink("/etc/zuv/profiles/.factory/link", "hip.conf");
+  };
+  forEachFault(
+      FaultLoop{prepare, {"stat"}},
+      [] {
+        CreatedProfile made;
+        return ProfileControl::createProfile(wish("lab"), made);
+      },
+      [](const Status& created, const Fault&) {
+        if (!created.isSuccess()) return;
+        for (const char* file : {"/hip.conf", "/link"}) EXPECT_TRUE(host::exists(std::string(kMade) + file)) << file;
+      });
+}
+
 TEST_F(CreateTest, AMissingTemplateIsAnEmptyOne) {
   host::remove(host::kFactory);
   EXPECT_EQ(create(wish("lab")).name, "lab");
@@ -938,7 +956,7 @@ TEST_F(CreateTest, AFaultAnywhereIsToldAndLeavesTheStoreAndPartsOfTheNewProfileA
           EXPECT_EQ(made.count("f 0640 mapconfig.static \"map_uri=https://h:443\\n\"\n"), 1u);
         }
       });
-  EXPECT_EQ(steps, 166u);
+  EXPECT_EQ(steps, 164u);
 }
 
 TEST_F(CreateTest, AFaultAnywhereLeavesTheOldProfileActiveOrTheNewOne) {
