@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <memory>
 #include <thread>
 
@@ -58,8 +59,13 @@ TEST(AtomicValue, AWaitThatIsNotAnsweredEndsAfterItsTime) {
 
 TEST(AtomicValue, TheLongestTimeIsNotOverAtOnce) {
   AtomicValue<int> value(1);
-  std::thread waiter([&] { EXPECT_TRUE(AtomicEqualityTestPredicate<int>(value, 2).waitFor(INT64_MAX)); });
-  ::usleep(5'000);
+  std::atomic<bool> isAboutToWait{false};
+  std::thread waiter([&] {
+    isAboutToWait = true;
+    EXPECT_TRUE(AtomicEqualityTestPredicate<int>(value, 2).waitFor(INT64_MAX));
+  });
+  while (!isAboutToWait) ::usleep(100);
+  ::usleep(20'000);
   value.set(2);
   waiter.join();
 }

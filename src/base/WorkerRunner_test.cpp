@@ -210,8 +210,13 @@ TEST(WorkerRunner, TheLongestWaitIsOverWhenTheRunnerIsStopped) {
     return false;
   });
   EXPECT_TRUE(runner.start());
-  std::thread waiter([&] { EXPECT_TRUE(runner.waitStopped(INT64_MAX)); });
-  ::usleep(5'000);
+  std::atomic<bool> isAboutToWait{false};
+  std::thread waiter([&] {
+    isAboutToWait = true;
+    EXPECT_TRUE(runner.waitStopped(INT64_MAX));
+  });
+  while (!isAboutToWait) ::usleep(100);
+  ::usleep(20'000);
   EXPECT_FALSE(runner.waitStopped(INT64_MIN));
   isReleased = true;
   waiter.join();
