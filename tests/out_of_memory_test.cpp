@@ -62,8 +62,9 @@ void* calloc(size_t count, size_t size) noexcept { return isRefused() ? nullptr 
 void* realloc(void* block, size_t size) noexcept { return isRefused() ? nullptr : __libc_realloc(block, size); }
 }
 #else
-// Sanitizers have an allocator of their own; what is left to us is the operator above it.
-void* operator new(size_t size) {
+// Sanitizers have an allocator of their own; what is left to us is the operator above it. Out of line, so that the
+// compiler does not see what they are made of.
+[[gnu::noinline]] void* operator new(size_t size) {
   for (;;) {
     void* block = isRefused() ? nullptr : std::malloc(size);
     if (block != nullptr) return block;
@@ -72,9 +73,8 @@ void* operator new(size_t size) {
     handler();
   }
 }
-void* operator new(size_t size, const std::nothrow_t&) noexcept { return isRefused() ? nullptr : std::malloc(size); }
-void operator delete(void* block) noexcept { std::free(block); }
-void operator delete(void* block, size_t) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete(void* block, size_t) noexcept { std::free(block); }
 #endif
 
 namespace {
