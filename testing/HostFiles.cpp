@@ -120,6 +120,18 @@ std::string readFile(const std::string& path) {
   return text.str();
 }
 
+void writeSparse(const std::string& path, off_t size, const Islands& islands) {
+  writeFile(path, "");
+  must(::truncate(path.c_str(), size) == 0, "enlarge " + path);
+  std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
+  for (const Island& island : islands) {
+    file.seekp(island.offset);
+    file << island.text;
+  }
+  file.close();
+  must(file.good(), "write " + path);
+}
+
 void makeDirs(const std::string& path, mode_t mode) {
   if (fs::is_directory(path)) return;
   const mode_t callersMask = ::umask(022);
@@ -139,6 +151,11 @@ void makeFifo(const std::string& path, mode_t mode) {
   makeDirs(fs::path(path).parent_path());
   must(::mkfifo(path.c_str(), mode) == 0, "make the fifo " + path);
   setMode(path, mode);
+}
+
+void makeSocket(const std::string& path) {
+  makeDirs(fs::path(path).parent_path());
+  must(::mknod(path.c_str(), S_IFSOCK | 0666, 0) == 0, "make the socket " + path);
 }
 
 void remove(const std::string& path) {

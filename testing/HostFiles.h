@@ -18,11 +18,19 @@ constexpr const char* kFactory = "/etc/zuv/profiles/.factory";
 // was there before.
 void writeFile(const std::string& path, const std::string& text, mode_t mode = 0644);
 std::string readFile(const std::string& path);
+// Writes a file of `size` bytes, which are zero, and on the disk holes, but for some texts. Its mode is 0644.
+struct Island {
+  off_t offset;
+  std::string text;
+};
+using Islands = std::vector<Island>;
+void writeSparse(const std::string& path, off_t size, const Islands& islands);
 
 // All missing folders of the path; `mode` is given to the last one.
 void makeDirs(const std::string& path, mode_t mode = 0755);
 void makeLink(const std::string& path, const std::string& target);
 void makeFifo(const std::string& path, mode_t mode = 0644);
+void makeSocket(const std::string& path);
 // Removes what is there, folders with all they hold; nothing there is fine. What is mounted below stays, and so the
 // folder.
 void remove(const std::string& path);

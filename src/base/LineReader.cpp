@@ -91,9 +91,9 @@ bool LineReader::leaveOutHole() {
     return true;
   }
   const off_t piece = static_cast<off_t>(maxPiece_);
-  const off_t behindPiece = position_ + piece - static_cast<off_t>(end_);
+  const off_t missing = piece - static_cast<off_t>(end_);
   const off_t holeEnd = data < 0 ? size_ : std::min(data, size_);
-  const off_t hole = std::max<off_t>(0, (holeEnd - 1 - behindPiece) / piece * piece);
+  const off_t hole = std::max<off_t>(0, (holeEnd - position_ - 1 - missing) / piece * piece);
   nextHole_ += hole;
   position_ += hole;
   failed_ = ::lseek(fd_, position_, SEEK_SET) < 0;
@@ -116,7 +116,8 @@ WholeLineReader::Result WholeLineReader::next(std::string& line) {
   LinePiece piece;
   bool isComplete = false;
   while (!isComplete && reader_.next(piece)) {
-    if (static_cast<off_t>(line.size() + chunkSize) + piece.hole >= static_cast<off_t>(limit_)) return Result::tooLong;
+    const auto room = static_cast<off_t>(limit_) - static_cast<off_t>(line.size() + chunkSize);
+    if (piece.hole >= room) return Result::tooLong;
     line.append(static_cast<std::size_t>(piece.hole), '\0').append(piece.text);
     isComplete = line.back() == '\n' || line.back() == '\r';
     if (line.size() + chunkSize >= limit_) return Result::tooLong;

@@ -247,8 +247,7 @@ TEST_F(ConfigLinesTest, TheModeOfTheOldFileIsKept) {
 
 TEST_F(ConfigLinesTest, AnEditedSparseFileStaysOne) {
   constexpr off_t terabyte = off_t{1} << 40;
-  host::writeFile(kFile, "key=1\na");
-  ASSERT_EQ(::truncate(kFile, terabyte), 0);
+  host::writeSparse(kFile, terabyte, {{0, "key=1\na"}});
   EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "22"}, {"new", "3"}}), HasCode(status::success));
   struct stat info = {};
   ASSERT_EQ(::stat(kFile, &info), 0);
@@ -263,8 +262,7 @@ TEST_F(ConfigLinesTest, AHoleThatCannotBePassedOrLeftLosesNothing) {
   constexpr off_t size = 1000000;
   const FaultLoop loop{[] {
                          host::reset();
-                         host::writeFile(kFile, "key=1\na");
-                         ASSERT_EQ(::truncate(kFile, size), 0);
+                         host::writeSparse(kFile, size, {{0, "key=1\na"}});
                        },
                        {"lseek"}};
   std::size_t failures = 0;

@@ -25,6 +25,7 @@ constexpr off_t pieceSize = maxPiece;
 constexpr off_t windowSize = 128 * 1024;   // stays in the processor's cache
 constexpr off_t keptPart = 4 * pieceSize;  // so much of a line is read again so that the line is in memory as a whole
 constexpr off_t piecesAtOnce = windowSize / pieceSize;
+constexpr off_t diskBlock = 512;  // the unit of st_blocks, whatever the file system
 
 std::size_t clampLines(std::int32_t maxLines) {
   return static_cast<std::size_t>(maxLines < 0 ? defaultLines : std::min(maxLines, mostLines));
@@ -43,6 +44,14 @@ ssize_t readAt(int fd, char* buffer, std::size_t size, off_t offset) {
   return static_cast<ssize_t>(have);
 }
 
+constexpr off_t piecesIn(off_t length) { return length / pieceSize + (length % pieceSize != 0 ? 1 : 0); }
+
+// Whether there is nothing but a hole from an offset of a file to another.
+bool isHole(int fd, off_t from, off_t to) {
+  const off_t data = ::lseek(fd, from, SEEK_DATA);
+  return data < 0 ? errno == ENXIO : data >= to;
+}
+
 std::string_view textOf(std::string_view piece) {
   piece = piece.substr(0, piece.find('\0'));
   while (!piece.empty() && (piece.back() == '\n' || piece.back() == '\r')) piece.remove_suffix(1);
@@ -59,6 +68,9 @@ class Window {
   std::string_view bytes(off_t from, off_t to) const {
     return {buffer_.get() + (from - begin_), static_cast<std::size_t>(to - from)};
   }
+
+  // Moves to where nothing has to be read.
+  void jumpTo(off_t offset) { begin_ = end_ = offset; }
 
   // Moves to the range, of at most windowSize bytes. It ends earlier when the file does.
   bool moveTo(off_t begin, off_t end) {
@@ -80,7 +92,14 @@ class Window {
 class BackwardReader {
  public:
   BackwardReader(const OpenedFile& file, Level threshold, std::size_t maxLines, std::vector<std::string>& lines)
-      : window_(file), longLines_(file), gate_(threshold), end_(file.size), maxLines_(maxLines), lines_(lines) {}
+      : fd_(file.fd.get()),
+        isSparse_(file.info.st_blocks < file.size / diskBlock),
+        window_(file),
+        longLines_(file),
+        gate_(threshold),
+        end_(file.size),
+        maxLines_(maxLines),
+        lines_(lines) {}
 
   // False after a read error.
   bool read() {
@@ -127,8 +146,8 @@ class BackwardReader {
     off_t start = 0;
     if (!findStart(start)) return false;
     while (end_ > start && !hasEnough()) {
-      const off_t pieces = (end_ - start + pieceSize - 1) / pieceSize;
-      const off_t from = start + std::max<off_t>(0, pieces - piecesAtOnce) * pieceSize;
+      passPiecesInHole(start);
+      const off_t from = start + std::max<off_t>(0, piecesIn(end_ - start) - piecesAtOnce) * pieceSize;
       if (!longLines_.moveTo(from, end_)) return false;
       takeLine(longLines_.bytes(from, longLines_.end()));
       end_ = from;
@@ -144,10 +163,32 @@ class BackwardReader {
     return true;
   }
 
+  // Where a hole begins that ends at `end`, or somewhere in its first half; `end` when there is none.
+  off_t holeBefore(off_t end) const {
+    off_t begin = end;
+    for (off_t size = windowSize; isSparse_ && begin > 0 && isHole(fd_, std::max<off_t>(0, end - size), end);) {
+      begin = std::max<off_t>(0, end - size);
+      if (begin > 0) size *= 2;
+    }
+    return begin;
+  }
+
+  // Pieces of zero bytes have no text. Of the line's pieces the first is left in any case.
+  void passPiecesInHole(off_t start) {
+    const off_t hole = std::max(start, holeBefore(end_));
+    const off_t kept = std::max<off_t>(1, piecesIn(hole - start));
+    if (kept <= (end_ - start) / pieceSize) end_ = start + kept * pieceSize;
+  }
+
   // Moves the window until the start of the line at end_ is in it or just before it.
   bool findStart(off_t& start) {
     while (window_.begin() > 0) {
-      if (!moveWindow(window_.begin())) return false;
+      const off_t hole = holeBefore(window_.begin());
+      if (hole < window_.begin()) {
+        window_.jumpTo(hole);
+        continue;
+      }
+      if (!moveWindow(hole)) return false;
       const std::string_view bytes = window_.bytes(window_.begin(), window_.end());
       if (const void* newline = ::memrchr(bytes.data(), '\n', bytes.size())) {
         start = window_.begin() + (static_cast<const char*>(newline) - bytes.data()) + 1;
@@ -166,6 +207,8 @@ class BackwardReader {
     if (answer == LevelGate::Answer::passes || gate_.passes(text)) lines_.emplace_back(text);
   }
 
+  int fd_;
+  bool isSparse_;
   Window window_;
   Window longLines_;  // pieces of a line that is longer than the window
   LevelGate gate_;

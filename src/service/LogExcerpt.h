@@ -8,9 +8,10 @@
 // empty then is skipped. Its level is the one that its text names (BasicLog::parseLogLevel), info when it names none.
 //
 // Cost: the log is read backwards from its end, and no further than the lines shown reach. Memory is that of the lines
-// and some 128 KiB. Only the start of a line far longer than that is looked for before the line is looked at.
-// Other processes: the log is read to the size it had when it was opened. Lines written later are not seen; of a log
-// that is cut meanwhile what is left is shown. Anything but a regular file counts as one that cannot be opened.
+// and some 128 KiB. Only the start of a line far longer than that is looked for before the line is looked at. Holes of
+// a sparse file, as they are left where a log is cut while its daemon writes on, are passed over. Other processes: the
+// log is read to the size it had when it was opened. Lines written later are not seen; of a log that is cut meanwhile
+// what is left is shown. Anything but a regular file counts as one that cannot be opened.
 #pragma once
 
 #include <cstdint>

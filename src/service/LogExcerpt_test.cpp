@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <limits>
 #include <random>
 
 #include "testing/FaultInjector.h"
@@ -284,6 +285,51 @@ TEST_F(LogExcerptTest, ALongLineIsReadTwice) {
   const ArmedFaults counted{FaultPlan{}};
   EXPECT_THAT(readLogExcerpt(kLog, Level::error, 50, lines), HasCode(status::success));
   EXPECT_LE(counted.count(), 2 * content.size() / (128 * 1024) + 8);
+}
+
+// --- Sparse logs
+
+TEST_F(LogExcerptTest, ASparseLogComesOutAsLineByLine) {
+  const std::string lines = numbered(1000);
+  const struct {
+    const char* why;
+    off_t size;
+    host::Islands islands;
+  } cases[] = {
+      {"nothing but a hole", 2000000, {}},
+      {"lines before a hole", 2000000, {{0, lines}}},
+      {"lines behind a hole", 2000000, {{2000000 - static_cast<off_t>(lines.size()), lines}}},
+      {"lines between holes", 3000000, {{0, "first\n"}, {1000001, "\nsecond\n"}, {2999990, "third"}}},
+      {"texts in one line with holes", 3000000, {{0, "first"}, {4095 * 200, "piece"}, {4095 * 400 + 1, "hidden"}}},
+      {"a line end behind a hole of whole pieces", 4095 * 300 + 1, {{4095 * 300, "\n"}}},
+      {"small holes", 300000, {{0, "a\n"}, {100000, "b\n"}, {200000, "\nc\n"}}},
+  };
+  for (const auto& c : cases) {
+    std::string content(static_cast<std::size_t>(c.size), '\0');
+    for (const host::Island& island : c.islands)
+      content.replace(static_cast<std::size_t>(island.offset), island.text.size(), island.text);
+    for (const std::int32_t maxLines : {1, 3, 50, 2000}) {
+      SCOPED_TRACE(std::string(c.why) + ", " + std::to_string(maxLines));
+      host::writeSparse(kLog, c.size, c.islands);
+      Texts shown;
+      EXPECT_THAT(readLogExcerpt(kLog, Level::info, maxLines, shown), HasCode(status::success));
+      EXPECT_EQ(shown, log_model::lastOf(log_model::matchingLines(content, Level::info), maxLines));
+    }
+  }
+}
+
+TEST_F(LogExcerptTest, ASparseLogCostsWhatItHasOnTheDisk) {
+  constexpr off_t most = std::numeric_limits<off_t>::max() - (1 << 20);  // the system reads no further
+  const host::Islands places[] = {{{0, "text\n"}}, {{most / 2, "\ntext\n"}}, {{most - 6, "\ntext\n"}}};
+  for (const host::Islands& islands : places) {
+    SCOPED_TRACE(islands[0].offset);
+    host::writeSparse(kLog, most, islands);
+    const ArmedFaults counted{FaultPlan{}};
+    Texts lines;
+    EXPECT_THAT(readLogExcerpt(kLog, Level::info, 50, lines), HasCode(status::success));
+    EXPECT_THAT(lines, ElementsAre("text"));
+    EXPECT_LT(counted.count(), 6000u);
+  }
 }
 
 // --- Files that are none
