@@ -76,9 +76,9 @@ std::vector<std::string> environmentOf(const Start& start) {
   return environment;
 }
 
-void limit(decltype(RLIMIT_FSIZE) what, const std::optional<unsigned long>& bytes) {
-  const rlimit limits{bytes.value_or(0), bytes.value_or(0)};
-  if (bytes) must(::setrlimit(what, &limits), "limit");
+void limit(decltype(RLIMIT_FSIZE) what, const std::optional<unsigned long>& most) {
+  const rlimit limits{most.value_or(0), most.value_or(0)};
+  if (most) must(::setrlimit(what, &limits), "limit");
 }
 
 // In the child. What fails here is told on standard error, with exit status 126.
@@ -103,6 +103,8 @@ void connect(const Start& start, int input, int output, int error) {
   must(::dup2(output, 1), "connect the output");
   must(::dup2(error, 2), "connect the errors");
   for (const int fd : start.closed) ::close(fd);
+  limit(RLIMIT_NOFILE, start.descriptorLimit);
+  ::alarm(start.seconds);
 }
 
 // Reads what comes until the child has ended and nothing more lies ready.

@@ -27,14 +27,16 @@ struct Start {
   std::string input;                                                   // standard input, up to its end
   std::string folder = "/";                                            // working directory
   std::string argv0 = "ravctl";                                        // the path by which the program knows itself
-  std::vector<int> closed;                   // of 0, 1 and 2: those that are not open; nothing is caught of them
-  std::string outputTo;                      // a file for standard output instead of `out`, such as /dev/full
-  bool readerGone = false;                   // standard output is a pipe that nobody reads
-  std::optional<uid_t> uid;                  // another user; needs the machine's root
-  std::optional<mode_t> mask;                // umask, else 022
-  std::optional<unsigned long> fileLimit;    // no file grows beyond so many bytes
-  std::optional<unsigned long> memoryLimit;  // address space in bytes
-  bool boundByModes = false;                 // uid 0, but mode 000 is unreadable
+  std::vector<int> closed;                       // of 0, 1 and 2: those that are not open; nothing is caught of them
+  std::string outputTo;                          // a file for standard output instead of `out`, such as /dev/full
+  bool readerGone = false;                       // standard output is a pipe that nobody reads
+  std::optional<uid_t> uid;                      // another user; needs the machine's root
+  std::optional<mode_t> mask;                    // umask, else 022
+  std::optional<unsigned long> fileLimit;        // no file grows beyond so many bytes
+  std::optional<unsigned long> memoryLimit;      // address space in bytes
+  std::optional<unsigned long> descriptorLimit;  // one more than the highest descriptor it may have
+  unsigned seconds = 0;                          // SIGALRM ends it then; 0: never
+  bool boundByModes = false;                     // uid 0, but mode 000 is unreadable
 };
 
 // Waits for the program's end; what a daemon that it left behind says later is not waited for. Throws

@@ -1,0 +1,198 @@
+// Root runs the program on a profile in which another user may write, and that user has planted links there: what root
+// alone may write or read stays so.
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "testing/HostTest.h"
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+constexpr uid_t kOther = 1000;
+constexpr const char* kProfile = "/etc/zuv/profiles/profile-1/";
+constexpr const char* kSecret = "/root/secret";   // root's alone
+constexpr const char* kPlace = "/root/new/file";  // nobody's; its folder is root's
+
+Outcome asOther(const std::string& script) {
+  Start other;
+  other.uid = kOther;
+  return runProgram({"/bin/sh", "-c", script}, other);
+}
+
+class HostileLinksTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    if (IsSkipped()) return;
+    SKIP_WITHOUT_OTHER_USERS();
+    setScene();
+  }
+  void TearDown() override {
+    if (!hasOtherUsers()) return;
+    host::remove(kSecret);
+    host::remove("/root/new");
+  }
+
+  static void setScene() {
+    host::reset();
+    host::makeProfile("profile-1", "lab");
+    host::makeProfile("profile-2", "harbour");
+    host::makeActive("profile-2");
+    host::giveTo(kOther, kProfile);
+    for (const char* file : {"profile_name", "hip.conf"}) host::giveTo(kOther, std::string(kProfile) + file);
+    host::writeFile(kSecret, "secret=1\n", 0600);
+    host::makeDirs("/root/new");
+  }
+
+  static void plant(const std::string& path, const std::string& target) {
+    const Outcome planted = asOther("ln -sfn '" + target + "' '" + path + "'");
+    ASSERT_EQ(planted.exitStatus, 0) << planted.err;
+  }
+
+  static void expectSecretKept() {
+    EXPECT_EQ(host::readFile(kSecret), "secret=1\n");
+    EXPECT_EQ(host::modeOf(kSecret), 0600u);
+    EXPECT_FALSE(host::exists(kPlace));
+    EXPECT_NE(asOther(std::string("cat ") + kSecret).exitStatus, 0);
+    EXPECT_EQ(asOther(std::string("grep -rl secret=1 ") + host::kProfiles + " /tmp").out, "");
+  }
+};
+
+TEST_F(HostileLinksTest, NoCommandWritesThroughAPlantedLink) {
+  struct Case {
+    const char* file;
+    Words words;
+  };
+  const Case cases[] = {
+      {"profile_name", {"profile", "rename", "dir=profile-1", "new_name=mine"}},
+      {"profile_name", {"profile", "details", "dir=profile-1"}},
+      {"profile_name", {"list", "profiles"}},
+      {"mapconfig.static", {"profile", "modify", "lab", "helmsor=h:1"}},
+      {"hip.conf", {"profile", "modify", "lab", "network=eth0"}},
+      {"endbox.conf", {"profile", "modify", "lab", "invitation=x"}},
+      {"endbox.conf", {"profile", "modify", "lab", "log_level=debug"}},
+      {"hip.conf.temp", {"profile", "modify", "lab", "network=eth0"}},
+      {"endbox.conf.temp", {"profile", "modify", "lab", "log_level=debug"}},
+      {"hipvars.txt", {"support", "reset", "lab"}},
+      {"peers", {"support", "reset", "lab"}},
+      {"ca-certs", {"profile", "delete", "lab"}},
+      {"peer_certs", {"profile", "delete", "dir=profile-1"}},
+  };
+  for (const Case& c : cases) {
+    for (const char* target : {kSecret, kPlace, "/root", "/root/new"}) {
+      SCOPED_TRACE(std::string(c.file) + " -> " + target + ": " + testing::PrintToString(c.words));
+      setScene();
+      plant(std::string(kProfile) + c.file, target);
+      const Outcome outcome = runRavctl(c.words);
+      EXPECT_EQ(outcome.exitStatus, 0);
+      EXPECT_EQ(outcome.err, "");
+      expectSecretKept();
+    }
+  }
+}
+
+TEST_F(HostileLinksTest, ALinkInTheWayOfANameIsAFailedWriteAndLeavesTheOtherProfiles) {
+  plant(std::string(kProfile) + "profile_name", kPlace);
+  EXPECT_EQ(runRavctl({"profile", "details", "dir=profile-1"}).out,
+            "status_text: profile not found\nstatus_code: 0x12001001\n");
+  EXPECT_EQ(runRavctl({"service", "status"}).out, "running: false\nhelmsor: false\ntunnel: false\n");
+  EXPECT_EQ(runRavctl({"profile", "details", "dir=profile-2", "--quiet"}).exitStatus, 0);
+  EXPECT_FALSE(host::exists(kPlace));
+}
+
+// An edit reads what the link leads to and puts a file of the same rights in the link's place.
+TEST_F(HostileLinksTest, AnEditOfAPlantedLinkGivesNoRights) {
+  host::setMode(kSecret, 04700);
+  plant(std::string(kProfile) + "hip.conf", kSecret);
+  EXPECT_EQ(runRavctl({"profile", "modify", "lab", "network=eth0"}).exitStatus, 0);
+  const std::string file = std::string(kProfile) + "hip.conf";
+  EXPECT_EQ(host::readFile(file), "secret=1\nmaster_interface=eth0\n");
+  EXPECT_EQ(host::modeOf(file), 0700u);
+  EXPECT_NE(asOther("cat " + file).exitStatus, 0);
+}
+
+TEST_F(HostileLinksTest, WhatALinkInTheTemplateLeadsToIsNotCopiedForEverybody) {
+  host::makeDirs("/etc/zuv/profiles/.factory/ca-certs");
+  for (const char* folder : {".factory", ".factory/ca-certs"}) {
+    SCOPED_TRACE(folder);
+    const std::string path = std::string(host::kProfiles) + folder;
+    host::giveTo(kOther, path);
+    plant(path + "/theirs", kSecret);
+    (void)runRavctl({"profile", "create", "new", "helmsor=h"});
+    expectSecretKept();
+    host::remove(path + "/theirs");
+  }
+  host::makeLink("/etc/zuv/profiles/.factory/ours", kSecret);
+  EXPECT_EQ(runRavctl({"profile", "create", "newer", "helmsor=h", "--quiet"}).out, "profile_name: newer\n");
+  EXPECT_EQ(host::readFile("/etc/zuv/profiles/profile-123125/ours"), "secret=1\n");
+}
+
+TEST_F(HostileLinksTest, LinksInThePlaceOfTheLockAreNotFollowed) {
+  const Words edit = {"profile", "modify", "lab", "network=eth0"};
+  for (const char* target : {kSecret, kPlace}) {
+    SCOPED_TRACE(target);
+    plant("/tmp/lock/hip.conf.lock", target);
+    EXPECT_EQ(runRavctl(edit).exitStatus, 0);
+    expectSecretKept();
+  }
+  host::remove("/tmp/lock");
+  plant("/tmp/lock", "/root/new");
+  EXPECT_EQ(runRavctl(edit).exitStatus, 0);
+  EXPECT_EQ(host::tree("/root/new"), "");
+  expectSecretKept();
+}
+
+TEST_F(HostileLinksTest, TheTemporaryFileIsMadeAnewWhateverHasItsName) {
+  const std::string temporary = std::string(kProfile) + "hip.conf.temp";
+  ASSERT_EQ(asOther("echo theirs=1 > " + temporary + "; chmod 666 " + temporary).exitStatus, 0);
+  EXPECT_EQ(runRavctl({"profile", "modify", "lab", "network=eth0"}).exitStatus, 0);
+  EXPECT_EQ(host::readFile(std::string(kProfile) + "hip.conf"), "master_interface=eth0\n");
+  EXPECT_FALSE(host::exists(temporary));
+}
+
+TEST_F(HostileLinksTest, ADeletedProfileTakesNothingWithItThatALinkLeadsTo) {
+  ASSERT_EQ(asOther(std::string("cd ") + kProfile + " && mkdir peer_certs && ln -s /root peer_certs/a && ln -s " +
+                    kSecret + " b && ln -s /root/new c")
+                .exitStatus,
+            0);
+  EXPECT_EQ(runRavctl({"profile", "delete", "lab"}).out, "");
+  EXPECT_FALSE(host::exists("/etc/zuv/profiles/profile-1"));
+  expectSecretKept();
+  EXPECT_TRUE(host::exists("/root/new"));
+}
+
+// A lease makes the kernel hold up whoever opens the file, for 45 seconds by default.
+TEST_F(HostileLinksTest, ALeaseHoldsNobodyUp) {
+  const std::string file = std::string(kProfile) + "hip.log";
+  ASSERT_EQ(asOther("echo text > " + file).exitStatus, 0);
+  int ready[2];
+  ASSERT_EQ(::pipe2(ready, O_CLOEXEC), 0);
+  const pid_t holder = ::fork();
+  if (holder == 0) {
+    const bool isOther = ::setresgid(kOther, kOther, kOther) == 0 && ::setresuid(kOther, kOther, kOther) == 0;
+    const int fd = ::open(file.c_str(), O_RDWR | O_CLOEXEC);
+    ::signal(SIGIO, SIG_IGN);
+    const bool holds = isOther && fd >= 0 && ::fcntl(fd, F_SETLEASE, F_WRLCK) == 0;
+    if (::write(ready[1], holds ? "y" : "n", 1) == 1) ::pause();
+    ::_exit(0);
+  }
+  char answer = 0;
+  ASSERT_EQ(::read(ready[0], &answer, 1), 1);
+  Start start;
+  start.seconds = 30;
+  const Outcome outcome = runRavctl({"list", "log", "lab"}, start);
+  ::kill(holder, SIGKILL);
+  ::waitpid(holder, nullptr, 0);
+  ::close(ready[0]);
+  ::close(ready[1]);
+  if (answer != 'y') GTEST_SKIP() << "this file system has no leases";
+  EXPECT_EQ(outcome.signal, 0);
+  EXPECT_EQ(outcome.out, "status_text: stdlib error: file open\nstatus_code: 0x14000005\n");
+}
+
+}  // namespace

@@ -1,0 +1,188 @@
+// The marker of the active profile is everybody's to write, so it may say anything and, where somebody could put it
+// there, be anything. Whatever it is: nothing outside the store is read or written, and nothing blocks.
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
+#include <functional>
+
+#include "testing/HostTest.h"
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+constexpr const char* kEvil = "/tmp/evil";
+
+Start bounded() {
+  Start start;
+  start.seconds = 60;
+  return start;
+}
+
+// An active profile that is no profile: each command ends by its own rules.
+struct Answer {
+  Words words;
+  const char* out;
+};
+const Answer kAnswers[] = {
+    {{"list", "log", ""}, "no logfile available for this profile\n"},
+    {{"service", "status"}, "running: false\nhelmsor: false\ntunnel: false\n"},
+    {{"support", "reset", ""}, "support reset: \n"},
+    {{"profile", "delete", ""}, "status_text: application error\nstatus_code: 0x12000001\n"},
+};
+
+class HostileMarkerTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    if (IsSkipped()) return;
+    host::makeProfile("profile-1", "lab");
+    host::makeProfile("profile-2", "harbour");
+    for (const char* name : {"profile_name", "hip.conf", "hip.log", "hip.state", "endbox.conf"}) {
+      host::writeFile(std::string(kEvil) + "/" + name, "device_ip=secret\n");
+    }
+    host::writeHeartbeat(kEvil);
+    profiles_ = profiles();
+    evil_ = host::tree(kEvil);
+  }
+
+  static std::string profiles() {
+    return host::tree(std::string(host::kProfiles) + "profile-1") +
+           host::tree(std::string(host::kProfiles) + "profile-2");
+  }
+
+  void expectAnswersAndNothingTouched() {
+    for (const Answer& answer : kAnswers) {
+      SCOPED_TRACE(testing::PrintToString(answer.words));
+      const Outcome outcome = runRavctl(answer.words, bounded());
+      EXPECT_EQ(outcome.out, answer.out);
+      EXPECT_EQ(outcome.err, "");
+      EXPECT_EQ(outcome.exitStatus, 0);
+    }
+    EXPECT_EQ(profiles(), profiles_);
+    EXPECT_EQ(host::tree(kEvil), evil_);
+  }
+
+  std::string profiles_;
+  std::string evil_;
+};
+
+TEST_F(HostileMarkerTest, WhateverItSaysNothingOutsideTheStoreIsTouched) {
+  using std::string;
+  struct Case {
+    const char* why;
+    string text;
+  };
+  const Case cases[] = {
+      {"a way out", "../../../tmp/evil\n"},
+      {"an absolute path", "/tmp/evil\n"},
+      {"a way out of a profile", "profile-1/../../../../tmp/evil\n"},
+      {"a file of a profile", "profile-1/hip.conf\n"},
+      {"a slash at the end", "profile-1/\n"},
+      {"the root itself", ".\n"},
+      {"the folder above", "..\n"},
+      {"the template", ".factory\n"},
+      {"the marker itself", ".current\n"},
+      {"a zero byte inside", string("profile-1\0/../../../../tmp/evil\n", 32)},
+      {"a zero byte between names", string("profile-1\0profile-2\n", 20)},
+      {"nothing", ""},
+      {"blank lines", "\n\r\n\t\n \n"},
+      {"control bytes and high bytes alone", "\x01\x1b\x7f\x80\xff\n"},
+      {"zero bytes alone", string(5000, '\0')},
+      {"a line that is too long", string(11'000'000, 'x') + "\nprofile-1\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::writeFile(host::kCurrent, c.text, 0666);
+    expectAnswersAndNothingTouched();
+  }
+}
+
+TEST_F(HostileMarkerTest, ANameThatNoFileCanHaveIsNoProfile) {
+  for (const size_t length : {size_t{256}, size_t{5000}, size_t{9'000'000}}) {
+    SCOPED_TRACE(length);
+    host::writeFile(host::kCurrent, std::string(length, 'x') + "\n", 0666);
+    EXPECT_EQ(runRavctl({"list", "log", ""}, bounded()).out,
+              "status_text: stdlib error: file open\nstatus_code: 0x14000005\n");
+    EXPECT_EQ(runRavctl({"service", "status"}, bounded()).out, "running: false\nhelmsor: false\ntunnel: false\n");
+    EXPECT_EQ(profiles(), profiles_);
+  }
+}
+
+// The next command that elects puts the marker right.
+TEST_F(HostileMarkerTest, AMarkerThatSaysNothingGoodIsWrittenAnew) {
+  for (const char* text : {"../../../tmp/evil\n", "/tmp/evil\n", "", ".\n", "profile-9\n"}) {
+    SCOPED_TRACE(text);
+    host::writeFile(host::kCurrent, text, 0600);
+    EXPECT_EQ(runRavctl({"list", "profiles"}, bounded()).out,
+              "profile-2\t'harbour'\nprofile-1\t'lab'\ncurrent_name: harbour\n");
+    EXPECT_EQ(host::readFile(host::kCurrent), "profile-2\n");
+    EXPECT_EQ(host::modeOf(host::kCurrent), 0666u);
+    EXPECT_EQ(profiles(), profiles_);
+    EXPECT_EQ(host::tree(kEvil), evil_);
+  }
+}
+
+TEST_F(HostileMarkerTest, WhateverItIsNothingBlocksAndNothingElseIsTouched) {
+  struct Case {
+    const char* why;
+    std::function<void()> make;
+  };
+  const Case cases[] = {
+      {"a FIFO", [] { host::makeFifo(host::kCurrent, 0666); }},
+      {"a folder", [] { host::makeDirs(host::kCurrent); }},
+      {"a socket", [] { host::makeSocket(host::kCurrent); }},
+      {"a link to a device", [] { host::makeLink(host::kCurrent, "/dev/zero"); }},
+      {"a link that leads nowhere", [] { host::makeLink(host::kCurrent, "/missing/file"); }},
+      {"a link to itself", [] { host::makeLink(host::kCurrent, ".current"); }},
+      {"a link to a folder", [] { host::makeLink(host::kCurrent, kEvil); }},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::remove(host::kCurrent);
+    c.make();
+    expectAnswersAndNothingTouched();
+    // Electing cannot write it either, so there is still no active profile to change.
+    for (const Words& words :
+         {Words{"profile", "rename", "", "new_name=x"}, Words{"profile", "modify", "", "network=x"}}) {
+      EXPECT_EQ(runRavctl(words, bounded()).out, "status_text: invalid argument\nstatus_code: 0x10000003\n");
+    }
+    EXPECT_EQ(profiles(), profiles_);
+    EXPECT_EQ(host::tree(kEvil), evil_);
+  }
+}
+
+// Of such a file the system says that it is regular, so it counts as a marker that cannot be read.
+TEST_F(HostileMarkerTest, ALinkIntoProcIsAMarkerThatCannotBeRead) {
+  host::remove(host::kCurrent);
+  host::makeLink(host::kCurrent, "/proc/self/environ");
+  for (const Answer& answer : kAnswers) {
+    const bool needsAProfile = answer.words[0] != "service";
+    EXPECT_EQ(runRavctl(answer.words, bounded()).out,
+              needsAProfile ? "status_text: profile not found\nstatus_code: 0x12001001\n" : answer.out);
+  }
+  EXPECT_EQ(profiles(), profiles_);
+}
+
+TEST_F(HostileMarkerTest, ADeviceInItsPlaceIsNoMarker) {
+  SKIP_WITHOUT_OTHER_USERS();
+  host::remove(host::kCurrent);
+  ASSERT_EQ(::mknod(host::kCurrent, S_IFCHR | 0666, makedev(1, 5)), 0);
+  expectAnswersAndNothingTouched();
+}
+
+TEST_F(HostileMarkerTest, WhatAnotherUserWritesIntoItIsBelievedAsFarAsItNamesAProfile) {
+  SKIP_WITHOUT_OTHER_USERS();
+  host::makeActive("profile-1");
+  Start other;
+  other.uid = 1000;
+  const auto write = [&](const std::string& text) {
+    return runProgram({"/bin/sh", "-c", "printf '" + text + "' > " + host::kCurrent}, other).exitStatus;
+  };
+  ASSERT_EQ(write("profile-2\\n"), 0);
+  EXPECT_EQ(runRavctl({"list", "profiles"}).out, "profile-2\t'harbour'\nprofile-1\t'lab'\ncurrent_name: harbour\n");
+  ASSERT_EQ(write("../../../tmp/evil\\n"), 0);
+  expectAnswersAndNothingTouched();
+}
+
+}  // namespace

@@ -1,0 +1,194 @@
+// Files of any size in the place of those that the program reads, and a root full of entries: memory and time stay
+// bounded.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "testing/HostTest.h"
+
+namespace {
+
+using Words = std::vector<std::string>;
+using testing::HasSubstr;
+
+constexpr const char* kProfile = "/etc/zuv/profiles/profile-1/";
+constexpr off_t kFourGigabytes = off_t{4} << 30;
+constexpr unsigned long kMegabyte = 1UL << 20;
+constexpr const char* kNotRunning = "running: false\nhelmsor: false\ntunnel: false\n";
+constexpr const char* kBareDetails =
+    "profile_dir=profile-1\nprofile_name=lab\nnetwork=\ndeviceID=\noverlay_device_ip=\noverlay_mask=\nlog_level=\n";
+
+class HostileSizeTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    if (IsSkipped()) return;
+#ifdef RAVCTL_SANITIZED
+    GTEST_SKIP() << "a sanitizer takes terabytes of address space";
+#endif
+    if (std::getenv("RAVCTL_EMULATOR") != nullptr) GTEST_SKIP() << "the emulator takes gigabytes of address space";
+    host::makeProfile("profile-1", "lab");
+    host::makeActive("profile-1");
+  }
+
+  // 64 MiB of address space hold the program, its stack and all that it takes.
+  static Outcome runBounded(const Words& words, unsigned long megabytes = 64) {
+    Start start;
+    start.memoryLimit = megabytes * kMegabyte;
+    start.seconds = 600;
+    Outcome outcome = runRavctl(words, start);
+    EXPECT_EQ(outcome.signal, 0) << "it took too long";
+    EXPECT_EQ(outcome.err, "");
+    return outcome;
+  }
+};
+
+using HostileSizeTestLong = HostileSizeTest;
+
+struct Row {
+  const char* file;
+  const char* start;  // of the file; zero bytes without a block on the disk follow
+  Words words;
+  std::string out;
+};
+const Row kRows[] = {
+    {".current", "", {"service", "status"}, kNotRunning},
+    {".current", "", {"list", "log", ""}, "no logfile available for this profile\n"},
+    {".current", "profile-1\n", {"list", "profiles"}, "profile-1\t'lab'\ncurrent_name: lab\n"},
+    {".current", "", {"list", "profiles"}, "profile-1\t'lab'\ncurrent_name: lab\n"},
+    {"profile-1/profile_name", "", {"list", "profiles"}, "profile-1\t'profile'\ncurrent_name: profile\n"},
+    {"profile-1/profile_name", "lab\n", {"list", "profiles"}, "profile-1\t'lab'\ncurrent_name: lab\n"},
+    {"profile-1/hip.conf", "", {"profile", "details", "lab"}, kBareDetails},
+    {"profile-1/endbox.conf", "", {"profile", "details", "lab"}, kBareDetails},
+    {"profile-1/mapconfig.static", "", {"profile", "details", "lab"}, kBareDetails},
+    {"profile-1/device_id", "", {"profile", "details", "lab"}, kBareDetails},
+    {"profile-1/hipvars.txt", "", {"service", "status"}, kNotRunning},
+    {"profile-1/hipvars.txt", "uptime.now=1\nuptime.started=1\n", {"support", "reset", "lab"}, "support reset: lab\n"},
+    {"profile-1/hip.log", "", {"list", "log", "lab"}, "profile_name: lab\n"},
+    {"profile-1/hip.log", "INFO text\n", {"list", "log", "lab"}, "INFO text\nprofile_name: lab\n"},
+    {".factory/firmware_revision", "4.1.7\n", {"list", "versions"}, "hipapp_version: 4.1.7\nravctl_version: 2.2\n"},
+};
+
+TEST_F(HostileSizeTest, FourGigabytesOfNothingTakeNeitherMemoryNorTime) {
+  for (const Row& row : kRows) {
+    SCOPED_TRACE(std::string(row.file) + ": " + testing::PrintToString(row.words));
+    host::reset();
+    host::makeProfile("profile-1", "lab");
+    host::makeActive("profile-1");
+    const std::string path = std::string(host::kProfiles) + row.file;
+    host::writeSparse(path, kFourGigabytes, {{0, row.start}});
+    EXPECT_EQ(runBounded(row.words).out, row.out);
+  }
+}
+
+TEST_F(HostileSizeTest, AnEditOfFourGigabytesOfNothingFillsNoDisk) {
+  const std::string conf = std::string(kProfile) + "endbox.conf";
+  host::writeSparse(conf, kFourGigabytes, {{0, "log_level=info\n"}});
+  EXPECT_EQ(runBounded({"profile", "modify", "lab", "log_level=debug", "--quiet"}).out, "");
+  struct stat info {};
+  ASSERT_EQ(::stat(conf.c_str(), &info), 0);
+  EXPECT_GT(info.st_size, kFourGigabytes);
+  EXPECT_LT(info.st_blocks * 512, 1 << 20);
+  EXPECT_THAT(runBounded({"profile", "details", "lab"}).out, HasSubstr("log_level=debug\n"));
+}
+
+// Everything that is there, and none of it a name.
+void fillWith(const std::string& path, const std::string& unit, size_t bytes) {
+  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  std::string block;
+  while (block.size() < kMegabyte) block += unit;
+  for (size_t done = 0; done < bytes; done += block.size()) {
+    ASSERT_EQ(::write(fd, block.data(), block.size()), static_cast<ssize_t>(block.size()));
+  }
+  ::close(fd);
+}
+
+void appendTo(const std::string& path, const std::string& text) {
+  const int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+  ASSERT_EQ(::write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  ::close(fd);
+}
+
+TEST_F(HostileSizeTest, BlankLinesBeforeAMarkerTakeNoMemory) {
+  for (const char* unit : {"\n", " \t\r\n", "                                                             \n"}) {
+    SCOPED_TRACE(unit);
+    fillWith(host::kCurrent, unit, 8 * kMegabyte);
+    EXPECT_EQ(runBounded({"list", "log", ""}).out, "no logfile available for this profile\n");
+    appendTo(host::kCurrent, "profile-1\n");
+    EXPECT_EQ(runBounded({"list", "log", ""}).out, "no logfile available for this profile\n");
+    EXPECT_EQ(runBounded({"list", "profiles"}).out, "profile-1\t'lab'\ncurrent_name: lab\n");
+  }
+}
+
+TEST_F(HostileSizeTest, TheLongestLinesThatAreReadFit) {
+  const std::string longest(9'999'000, 'x');
+  host::writeFile(std::string(kProfile) + "profile_name", longest + "\n");
+  EXPECT_THAT(runBounded({"profile", "details", "dir=profile-1"}, 128).out,
+              HasSubstr("profile_name=" + longest + "\n"));
+  host::writeFile(host::kCurrent, longest + "\n");
+  EXPECT_EQ(runBounded({"service", "status"}).out, kNotRunning);
+}
+
+TEST_F(HostileSizeTest, ALogOfLongLinesTakesTheMemoryOfThoseShown) {
+  fillWith(std::string(kProfile) + "hip.log", std::string(100'000, 'x') + "\n", 64 * kMegabyte);
+  EXPECT_EQ(runBounded({"list", "log", "lab", "max_lines=1"}).out.size(), 100'000 % 4095 + 1 + 18);
+}
+
+TEST_F(HostileSizeTestLong, AGigabyteOfBlankLinesInTheMarker) {
+  fillWith(host::kCurrent, "\n", 1024 * kMegabyte);
+  EXPECT_EQ(runBounded({"list", "log", ""}).out, "no logfile available for this profile\n");
+}
+
+// --- Many entries
+
+// A profile, and beside it entries that are none: files, links and hidden folders.
+void fillRoot(int entries) {
+  for (int i = 0; i < entries; ++i) {
+    const std::string path = host::kProfiles + std::string(i % 3 == 2 ? "." : "") + "entry-" + std::to_string(i);
+    const int done = i % 3 == 0   ? ::mknod(path.c_str(), S_IFREG | 0644, 0)
+                     : i % 3 == 1 ? ::symlink("profile-1", path.c_str())
+                                  : ::mkdir(path.c_str(), 0755);
+    ASSERT_EQ(done, 0);
+  }
+}
+
+void expectBoundedWith(int entries, const std::function<Outcome(const Words&)>& run) {
+  fillRoot(entries);
+  EXPECT_EQ(run({"list", "profiles"}).out, "profile-1\t'lab'\ncurrent_name: lab\n");
+  EXPECT_EQ(run({"profile", "create", "new", "helmsor=h", "--quiet"}).out, "profile_name: new\n");
+  EXPECT_EQ(run({"profile", "delete", "new"}).out, "");
+}
+
+TEST_F(HostileSizeTest, EntriesThatAreNoProfilesTakeNoMemory) {
+  expectBoundedWith(30'000, [](const Words& words) { return runBounded(words); });
+}
+
+TEST_F(HostileSizeTestLong, AMillionEntriesThatAreNoProfiles) {
+  // A third of them are folders, whose names are held until it is known that they are hidden.
+  expectBoundedWith(1'000'000, [](const Words& words) { return runBounded(words); });
+}
+
+// All the numbers that a new profile could have are taken but for the last.
+void takeNumbers(int last) {
+  for (int number = 123123; number <= last; ++number) {
+    const std::string path = host::kProfiles + std::string("profile-") + std::to_string(number);
+    ASSERT_EQ(::mknod(path.c_str(), S_IFREG | 0644, 0), 0);
+  }
+}
+
+TEST_F(HostileSizeTest, ANewProfileFindsItsNumberBehindThoseThatAreTaken) {
+  takeNumbers(123123 + 20'000);
+  EXPECT_EQ(runBounded({"profile", "create", "new", "helmsor=h"}).exitStatus, 0);
+  EXPECT_TRUE(host::exists("/etc/zuv/profiles/profile-143124/profile_name"));
+}
+
+TEST_F(HostileSizeTestLong, WhenAllNumbersAreTakenANewProfileIsRefused) {
+  takeNumbers(999998);
+  EXPECT_EQ(runBounded({"profile", "create", "new", "helmsor=h"}).out,
+            "status_text: application error\nstatus_code: 0x12000001\n");
+}
+
+}  // namespace
