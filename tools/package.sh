@@ -78,7 +78,7 @@ upgraded() {
 }
 
 cpack_packages() {
-  cmake -S . -B "$work/cpack" -DCMAKE_BUILD_TYPE=Release -DRAVCTL_TESTS=OFF &&
+  cmake -S "$work/a/ravctl" -B "$work/cpack" -DCMAKE_BUILD_TYPE=Release -DRAVCTL_TESTS=OFF &&
     cmake --build "$work/cpack" --parallel "$jobs" &&
     (cd "$work/cpack" && cpack && cp -- *.deb *.tar.gz "$out" && cd "$out" && sha256sum -- *.deb *.tar.gz >SHA256SUMS)
 } >"$work/cpack.log" 2>&1
@@ -97,7 +97,8 @@ in_clean_root() {
   unshare -m -p -f --kill-child chroot "$work/root" /bin/sh -ec "mount -t proc proc /proc; $1"
 }
 
-store='find /etc/zuv -printf "%M %u %g %p %l %T@\n" | sort; find /etc/zuv -type f | sort | xargs sha256sum'
+# Everything about the store, as one text.
+store='{ find /etc/zuv -printf "%M %u %g %p %l %T@\n" | sort; find /etc/zuv -type f | sort | xargs sha256sum; }'
 
 make_clean_root() {
   debootstrap --variant=minbase bookworm "$work/root" >"$work/debootstrap.log" 2>&1 || {
@@ -110,10 +111,11 @@ make_clean_root() {
 installs_and_works() {
   in_clean_root "dpkg -i /tmp/$package >/dev/null; ! test -e /etc/zuv
     mkdir -p /etc/zuv/profiles/.factory
+    echo 'openhip.log_level=INFO' >/etc/zuv/profiles/.factory/hip.conf
     ravctl list versions | grep -q '^ravctl_version: 2.2'
     ravctl profile create lab helmsor=h:443 | grep -qx 'profile_name: lab'
     ravctl profile create 'field office' helmsor=h --quiet
-    ravctl list profiles
+    ravctl list profiles | grep -q lab
     $store >/tmp/before"
 }
 
