@@ -28,7 +28,7 @@ using Words = std::vector<std::string>;
 constexpr int kProcesses = 16;
 // Steps of each process are so many times fewer where a start of the program takes so many times longer.
 #ifdef RAVCTL_SANITIZED
-constexpr int kFewer = 6;
+constexpr int kFewer = 10;
 #else
 constexpr int kFewer = 1;
 #endif
