@@ -48,13 +48,13 @@ class Input {
   std::string_view rest_;
 };
 
-// One byte says how often what follows is repeated, so that files grow beyond every buffer: '@' is 8 times. The whole
+// One byte says how often what follows is repeated, so that files grow beyond every buffer: '@' is 64 times. The whole
 // ends below `limit` bytes, wherever that is.
 inline std::string repeatedRest(Input& input, std::size_t limit) {
   const unsigned byte = input.byte();
   std::string content(input.rest());
   const std::size_t size = content.size();
-  for (unsigned copies = byte * byte / 512; copies > 1 && content.size() + size < limit; --copies) {
+  for (unsigned copies = byte * byte / 64; copies > 1 && content.size() + size < limit; --copies) {
     content.append(content, 0, size);
   }
   return content;
