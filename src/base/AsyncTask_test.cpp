@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "log/BasicLog.h"
+#include "testing/LogLines.h"
 
 namespace {
 
@@ -20,8 +21,7 @@ std::vector<std::string> logged;  // guarded by the log's own lock
 class Recorder : public BasicLog::LogMessageProcessor {
  public:
   void process(std::unique_ptr<const BasicLog::LogMessage>& message) override {
-    logged.push_back(BasicLog::shortTextHeader(*message) + " " + message->logger + " " + message->file + " " +
-                     message->function + " " + BasicLog::textBody(*message));
+    logged.push_back(lineOf(*message));
     message.reset();
   }
 };

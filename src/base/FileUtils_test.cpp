@@ -17,6 +17,7 @@
 #include "log/BasicLog.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
+#include "testing/LogLines.h"
 
 namespace {
 
@@ -933,8 +934,7 @@ class LogTap {
    public:
     explicit Processor(std::vector<std::string>& sink) : entries_(sink) {}
     void process(std::unique_ptr<const BasicLog::LogMessage>& message) override {
-      entries_.push_back(message->logger + " " + message->file + " " + message->function + " " +
-                         BasicLog::loglevel_fullname(message->level) + " " + BasicLog::textBody(*message));
+      entries_.push_back(lineOf(*message));
     }
 
    private:
@@ -978,7 +978,7 @@ TEST_F(FileUtilsTest, ElevenNamesAreTriedAndEachFailureIsLogged) {
   EXPECT_EQ(path, "old");
   EXPECT_EQ(
       tap.entries,
-      Texts(11, "basiclib FileUtils.cpp makeUniqueFile ERROR failed to open file: error=No such file or directory"));
+      Texts(11, "[ERROR] basiclib FileUtils.cpp makeUniqueFile failed to open file: error=No such file or directory"));
 }
 
 TEST_F(FileUtilsTest, TheEleventhNameMayStillSucceed) {

@@ -309,13 +309,13 @@ TEST(BindJsonArgs, AParameterThatIsNeitherWordNorValueIsLoggedAndFailsWithoutDet
   EXPECT_FALSE(command.odd.hasValue());
   ASSERT_EQ(records.size(), 1U);
   EXPECT_EQ(records[0].level, BasicLog::Level::error);
-  EXPECT_EQ(records[0].logger, "control");
-  EXPECT_EQ(records[0].text, "invalid param");
-  EXPECT_EQ(records[0].file, "CommandCore");
-  EXPECT_EQ(records[0].function, "bind_json_args");
-  ASSERT_EQ(records[0].parameters.size(), 1U);
-  EXPECT_EQ(records[0].parameters[0].key, "param");
-  EXPECT_EQ(records[0].parameters[0].value, "odd");
+  EXPECT_EQ(records[0].logger(), "control");
+  EXPECT_EQ(records[0].text(), "invalid param");
+  EXPECT_EQ(records[0].file(), "CommandCore");
+  EXPECT_EQ(records[0].function(), "bind_json_args");
+  ASSERT_EQ(records[0].parameters().size(), 1U);
+  EXPECT_EQ(records[0].parameters()[0].key, "param");
+  EXPECT_EQ(records[0].parameters()[0].value, "odd");
 }
 
 // --- Binding command words

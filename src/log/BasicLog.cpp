@@ -73,8 +73,6 @@ std::int64_t ticksOf(const LogMessage& message) { return localTicks(message.crea
 
 std::string timeText(std::int64_t ticks) { return TimeUtils::formatTime(ticks, true, ' '); }
 
-constexpr std::size_t usualParameters = 2;  // room that a message's first parameter makes
-
 constexpr std::size_t timeLength = 26;     // "2024-03-01 12:00:05.000123"
 constexpr std::size_t fractionLength = 6;  // the digits behind the point
 
@@ -162,20 +160,14 @@ void Entry::open(const Logger& logger, Level level, std::string_view text, std::
   message_->isFromEmitter = context.isEmitting;
   message_->level = effective(level);
   message_->created = TimeUtils::nowMicros();
-  message_->file = file;
-  message_->function = function;
-  message_->logger = logger.name();
-  message_->text = text;
+  message_->begin(file, function, logger.name(), text);
   input_ = &logger.input();
 }
 
 void Entry::add(std::string_view key, std::string_view value) {
   if (!message_) return;
   const ErrnoGuard guard;
-  if (message_->parameters.capacity() == 0) message_->parameters.reserve(usualParameters);
-  LogParameter& parameter = message_->parameters.emplace_back();
-  parameter.key = key;
-  parameter.value = value;
+  message_->add(key, value);
 }
 
 void Entry::addNumber(std::string_view key, std::int64_t value) {
@@ -222,14 +214,14 @@ std::string shortTextHeader(const LogMessage& message) {
 }
 
 std::string textBody(const LogMessage& message) {
-  std::size_t size = message.text.size() + 1;
-  for (const LogParameter& parameter : message.parameters) size += parameter.key.size() + parameter.value.size() + 2;
   std::string body;
-  body.reserve(size);
-  body += message.text;
-  if (!message.parameters.empty()) body += ':';
-  for (const LogParameter& parameter : message.parameters) {
-    body.append(1, ' ').append(parameter.key).append(1, '=').append(parameter.value);
+  body.reserve(message.size());  // more than enough: a length takes more than what stands between two texts
+  LogMessage::Reader reader(message);
+  body.append(reader.next());
+  if (!reader.isAtEnd()) body += ':';
+  while (!reader.isAtEnd()) {
+    body.append(1, ' ').append(reader.next());
+    body.append(1, '=').append(reader.next());
   }
   return body;
 }
@@ -247,13 +239,12 @@ std::string jsonHeader(const LogMessage& message) {
 
 std::string jsonBody(const LogMessage& message) {
   const ScopedJson body(json::makeObject());
-  json::setText(body.get(), "msg", message.text);
-  if (!message.parameters.empty()) {
-    jsObject* parameters = json::makeObject();
-    json::setMember(body.get(), "params", parameters);
-    for (const LogParameter& parameter : message.parameters) {
-      json::setText(parameters, parameter.key, parameter.value);
-    }
+  json::setText(body.get(), "msg", message.text());
+  const std::vector<LogParameter> parameters = message.parameters();
+  if (!parameters.empty()) {
+    jsObject* object = json::makeObject();
+    json::setMember(body.get(), "params", object);
+    for (const LogParameter& parameter : parameters) json::setText(object, parameter.key, parameter.value);
   }
   std::string text;
   json::write(text, body.get());

@@ -27,19 +27,14 @@
 #include <string_view>
 #include <vector>
 
+#include "log/Level.h"
+#include "log/LogMessage.h"
+
 class LogInput;
 
 namespace BasicLog {
 
-// --- Levels
-
-// In increasing severity. byDefault is no level itself: as a threshold or as an entry's level it means info.
-enum class Level : int { byDefault = 0, trace, debug, info, notice, warning, error, fatal };
-
-// One of the seven; byDefault is not.
-constexpr bool isValid(Level level) { return level >= Level::trace && level <= Level::fatal; }
-// The level that is meant: itself when valid, else info.
-constexpr Level effective(Level level) { return isValid(level) ? level : Level::info; }
+// --- Levels (see Level.h)
 
 // "W~", "WARNING" and the priority of syslog(3). For anything but the seven levels they log "invalid log level" to
 // "basiclib" and return "X~", "<log level>" and the priority of info.
@@ -54,24 +49,7 @@ Level parseLogLevel(std::string_view text);
 // The same into `level`; true when the text named one.
 bool parseLogLevel(std::string_view text, Level& level);
 
-// --- Messages
-
-struct LogParameter {
-  std::string key;
-  std::string value;
-};
-
-// One entry. Never changed once it was submitted.
-struct LogMessage {
-  Level level = Level::info;
-  std::int64_t created = 0;  // wall clock, microseconds
-  std::string file;          // name of the source file
-  std::string function;
-  std::string logger;
-  std::string text;
-  std::vector<LogParameter> parameters;  // in the order added, keys may repeat
-  bool isFromEmitter = false;            // logged by an emitter that was writing another one
-};
+// --- Messages (see LogMessage.h)
 
 // Whatever takes finished entries.
 class LogMessageProcessor {

@@ -13,6 +13,7 @@
 #include <cstdlib>
 
 #include "base/TimeUtils.h"
+#include "testing/LogLines.h"
 
 // The system log of this test program.
 namespace {
@@ -62,8 +63,7 @@ class Recorder : public LogMessageProcessor {
  public:
   void process(std::unique_ptr<const LogMessage>& message) override {
     seenMessages.push_back(*message);
-    seen.push_back(shortTextHeader(*message) + " " + message->logger + " " + message->file + " " + message->function +
-                   " " + textBody(*message));
+    seen.push_back(lineOf(*message));
     message.reset();  // kept from the queue
   }
 };
@@ -229,11 +229,11 @@ TEST_F(LogTest, AnEntryCarriesWhereItCameFrom) {
   ASSERT_EQ(seenMessages.size(), 1U);
   const LogMessage& message = seenMessages[0];
   EXPECT_EQ(message.level, Level::warning);
-  EXPECT_EQ(message.text, "opened");
-  EXPECT_EQ(message.file, "FileUtils.cpp");
-  EXPECT_EQ(message.function, "makeUniqueFile");
-  EXPECT_EQ(message.logger, "test");
-  EXPECT_TRUE(message.parameters.empty());
+  EXPECT_EQ(message.text(), "opened");
+  EXPECT_EQ(message.file(), "FileUtils.cpp");
+  EXPECT_EQ(message.function(), "makeUniqueFile");
+  EXPECT_EQ(message.logger(), "test");
+  EXPECT_TRUE(message.parameters().empty());
   EXPECT_GE(message.created, before);
   EXPECT_LE(message.created, TimeUtils::nowMicros());
 }
@@ -381,11 +381,12 @@ class Zone {
   bool wasSet_ = false;
 };
 
-LogMessage sample() {
+LogMessage sample(std::string_view text = "opened", const std::vector<LogParameter>& parameters = {}) {
   LogMessage message;
   message.level = Level::warning;
   message.created = 1'709'294'405'000'123;
-  message.text = "opened";
+  message.begin("FileUtils.cpp", "makeUniqueFile", "basiclib", text);
+  for (const LogParameter& parameter : parameters) message.add(parameter.key, parameter.value);
   return message;
 }
 
@@ -432,11 +433,9 @@ TEST(Rendering, EveryTimeIsItsOwnWhateverWasRenderedBefore) {
 TEST(Rendering, TheTextBodyHasNoColonWithoutParameters) { EXPECT_EQ(textBody(sample()), "opened"); }
 
 TEST(Rendering, TheTextBodyListsTheParametersInOrder) {
-  LogMessage message = sample();
-  message.parameters = {{"path", "/x"}, {"mode", "644"}};
-  EXPECT_EQ(textBody(message), "opened: path=/x mode=644");
-  message.parameters = {{"a", ""}, {"", "b"}, {"a", "%s"}};
-  EXPECT_EQ(textBody(message), "opened: a= =b a=%s");
+  EXPECT_EQ(textBody(sample("opened", {{"path", "/x"}, {"mode", "644"}})), "opened: path=/x mode=644");
+  EXPECT_EQ(textBody(sample("opened", {{"a", ""}, {"", "b"}, {"a", "%s"}})), "opened: a= =b a=%s");
+  EXPECT_EQ(textBody(sample("", {{"", ""}})), ": =");
 }
 
 TEST(Rendering, TheJsonHeaderHasTheTicksAsANumber) {
@@ -446,16 +445,13 @@ TEST(Rendering, TheJsonHeaderHasTheTicksAsANumber) {
 }
 
 TEST(Rendering, TheJsonBodyHasParamsOnlyWhenThereAreSome) {
-  LogMessage message = sample();
-  EXPECT_EQ(jsonBody(message), R"({ "msg":"opened" })");
-  message.parameters = {{"path", "/x"}, {"mode", "644"}};
-  EXPECT_EQ(jsonBody(message), R"({ "msg":"opened", "params":{ "path":"/x", "mode":"644" } })");
+  EXPECT_EQ(jsonBody(sample()), R"({ "msg":"opened" })");
+  EXPECT_EQ(jsonBody(sample("opened", {{"path", "/x"}, {"mode", "644"}})),
+            R"({ "msg":"opened", "params":{ "path":"/x", "mode":"644" } })");
 }
 
 TEST(Rendering, JsonEscapesTheMessageAndKeepsOneParameterAKey) {
-  LogMessage message = sample();
-  message.text = "say \"hi\"\n\xe9";
-  message.parameters = {{"a", "1"}, {"b", "2"}, {"a", "3"}};
+  const LogMessage message = sample("say \"hi\"\n\xe9", {{"a", "1"}, {"b", "2"}, {"a", "3"}});
   EXPECT_EQ(jsonBody(message), R"({ "msg":"say \"hi\"\n?", "params":{ "a":"3", "b":"2" } })");
 }
 
@@ -510,7 +506,7 @@ TEST_F(AssertTest, TheTextIsCutAt1023BytesAndNeverAFormat) {
   const std::string text = testing::internal::GetCapturedStderr();
   EXPECT_EQ(text.size(), 1'023U);
   EXPECT_EQ(text.substr(0, 31), "assert error, f line 1, \"%s%nxx");
-  EXPECT_EQ(seenMessages.at(0).text, text);
+  EXPECT_EQ(seenMessages.at(0).text(), text);
 }
 
 TEST_F(AssertTest, IsNotLoggedWhenErrorsAreNotEnabled) {

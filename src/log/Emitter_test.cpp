@@ -15,6 +15,7 @@
 #include "log/RotatedFileEmitter.h"
 #include "log/SyslogEmitter.h"
 #include "log/TextEmitters.h"
+#include "testing/LogLines.h"
 
 namespace {
 
@@ -23,12 +24,13 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using zuvsvc::ConfigResult;
 
-LogMessage message(std::string text = "opened") {
+LogMessage message(std::string_view text = "opened") {
   LogMessage m;
   m.level = Level::warning;
   m.created = 1'709'294'405'000'123;
-  m.text = std::move(text);
-  m.parameters = {{"path", "/x"}, {"mode", "644"}};
+  m.begin("f", "g", "test", text);
+  m.add("path", "/x");
+  m.add("mode", "644");
   return m;
 }
 
@@ -378,7 +380,7 @@ class LoggedEntries : public LogMessageProcessor {
  public:
   explicit LoggedEntries(std::vector<std::string>& to) : to_(to) {}
   void process(std::unique_ptr<const LogMessage>& m) override {
-    to_.push_back(shortTextHeader(*m) + " " + m->logger + " " + m->file + " " + m->function + " " + textBody(*m));
+    to_.push_back(lineOf(*m));
     m.reset();
   }
 

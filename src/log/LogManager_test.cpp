@@ -40,7 +40,7 @@ class InputTest : public testing::Test {
   }
   std::vector<std::string> queued() {
     std::vector<std::string> texts;
-    while (const auto message = queue.pop()) texts.push_back(message->text);
+    while (const auto message = queue.pop()) texts.emplace_back(message->text());
     return texts;
   }
   std::vector<std::string> loggers() {
@@ -197,7 +197,7 @@ TEST_F(InputTest, WithoutAProcessorEntriesAreQueuedInTheirOrder) {
 TEST_F(InputTest, TheProcessorSeesAnEntryBeforeItIsQueued) {
   std::vector<std::string> seen;
   input.setSyncProcessor(new Calling([&](auto& message) {
-    seen.push_back(message->text);
+    seen.emplace_back(message->text());
     EXPECT_EQ(queue.pop(), nullptr);
   }));
   log("one");
@@ -210,7 +210,7 @@ TEST_F(InputTest, WhatTheProcessorKeepsIsNotQueued) {
   input.setSyncProcessor(new Calling([&](auto& message) { kept = std::move(message); }));
   log("mine");
   ASSERT_NE(kept, nullptr);
-  EXPECT_EQ(kept->text, "mine");
+  EXPECT_EQ(kept->text(), "mine");
   EXPECT_TRUE(queued().empty());
 }
 
@@ -334,7 +334,7 @@ TEST_F(InputTest, AnotherThreadWaitsForTheProcessorAndIsSeenByIt) {
   std::atomic<bool> isInside{false};
   std::vector<std::string> seen;  // guarded by the input's lock alone
   input.setSyncProcessor(new Calling([&](auto& message) {
-    seen.push_back(message->text);
+    seen.emplace_back(message->text());
     isInside = true;
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }));
@@ -389,8 +389,8 @@ TEST(FrontEnd, EntriesAreQueuedWithTheManager) {
   { const Entry entry(getLogger(ravctlLogger), Level::error, "queued", "f", "g"); }
   const auto message = LogManager::instance().queue().pop();
   ASSERT_NE(message, nullptr);
-  EXPECT_EQ(message->text, "queued");
-  EXPECT_EQ(message->logger, "ravctl");
+  EXPECT_EQ(message->text(), "queued");
+  EXPECT_EQ(message->logger(), "ravctl");
 }
 
 TEST(FrontEnd, AnEntryOfALoggerThatCouldNotBeMadeIsDropped) {
@@ -422,7 +422,7 @@ TEST(FrontEnd, AnAssertionUnderTheQueuesLockNeitherHangsNorRecurses) {
   ::signal(SIGILL, oldAction);
   const auto message = queue.pop();
   ASSERT_NE(message, nullptr);
-  EXPECT_EQ(message->text, "outer");
+  EXPECT_EQ(message->text(), "outer");
   EXPECT_EQ(queue.pop(), nullptr);  // the assertion's own entry was refused
 }
 
@@ -440,7 +440,7 @@ TEST(FrontEnd, AnAssertionUnderTheQueuesLockWaitsForNoOtherLockOfTheLog) {
    public:
     // Holds the lock of loggers and processor until the assertion is through.
     void process(std::unique_ptr<const LogMessage>& message) override {
-      if (message->text != "busy") return;
+      if (message->text() != "busy") return;
       isInProcessor = true;
       wasHanging = !waitUntil(isAsserted);
     }
@@ -582,8 +582,8 @@ TEST_F(InputTest, SixteenThreadsLoseNoEntryAndKeepTheirOrder) {
       continue;
     }
     ++received;
-    const auto producer = static_cast<std::size_t>(std::stoi(message->text));
-    EXPECT_EQ(message->parameters.at(0).value, std::to_string(next[producer]++));
+    const auto producer = static_cast<std::size_t>(std::stoi(std::string(message->text())));
+    EXPECT_EQ(message->parameters().at(0).value, std::to_string(next[producer]++));
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(queue.pop(), nullptr);

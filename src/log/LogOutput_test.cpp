@@ -44,7 +44,7 @@ class Recorder : public Emitter {
   void emit(const LogMessage& message) override {
     {
       const std::lock_guard<std::mutex> lock(mutex_);
-      list_->push_back(name_ + message.text);
+      list_->push_back(name_ + std::string(message.text()));
     }
     whenEmitting(message);
   }
@@ -198,7 +198,7 @@ TEST_F(OutputTest, EveryEntryOfABatchHasTheOffsetOfItsOwnMoment) {
   };
   Headers headers;
   Recorder zones;  // the text of an entry is the zone from the next one on
-  zones.whenEmitting = [](const LogMessage& message) { ::setenv("TZ", std::string(message.text).c_str(), 1); };
+  zones.whenEmitting = [](const LogMessage& message) { ::setenv("TZ", std::string(message.text()).c_str(), 1); };
   manager.addEmitter(&headers);
   manager.addEmitter(&zones);
   ::setenv("TZ", "UTC0", 1);
@@ -464,7 +464,7 @@ TEST_F(OutputTest, RemovalWaitsForTheEmitterThatIsBusy) {
 TEST_F(OutputTest, WhatAnEmitterLogsIsHandedOutLater) {
   Recorder emitter;
   emitter.whenEmitting = [&](const LogMessage& message) {
-    if (message.text == "outer") log("from inside");
+    if (message.text() == "outer") log("from inside");
   };
   manager.addEmitter(&emitter);
   log("outer");
@@ -555,7 +555,7 @@ TEST_F(OutputTest, AnEmitterMayRemoveItselfInTheMiddleOfABatch) {
   Recorder after;
   auto emitter = std::make_unique<Fleeting>();
   emitter->whenEmitting = [&](const LogMessage& message) {
-    if (message.text == "1") manager.removeEmitter(emitter.get());
+    if (message.text() == "1") manager.removeEmitter(emitter.get());
   };
   manager.addEmitter(emitter.get());
   manager.addEmitter(&after);
@@ -575,8 +575,8 @@ TEST_F(OutputTest, AnEmitterMayAddAndRemoveOthersInTheMiddleOfABatch) {
   Recorder removed;
   Recorder added;
   first.whenEmitting = [&](const LogMessage& message) {
-    if (message.text == "1") manager.removeEmitter(&removed);
-    if (message.text == "2") manager.addEmitter(&added);
+    if (message.text() == "1") manager.removeEmitter(&removed);
+    if (message.text() == "2") manager.addEmitter(&added);
   };
   manager.addEmitter(&first);
   manager.addEmitter(&removed);
@@ -719,7 +719,7 @@ TEST_F(OutputTest, AnEmergencyFlushPutsTheEmergencyEmitterInThePlaceOfAllOthers)
 TEST_F(OutputTest, AnEmergencyFlushFromInsideAnEmitterTakesItsPlaceWithoutHanging) {
   Recorder emitter;
   emitter.whenEmitting = [&](const LogMessage& message) {
-    if (message.text == "1") manager.emergencyFlush();
+    if (message.text() == "1") manager.emergencyFlush();
   };
   manager.addEmitter(&emitter);
   const std::string text = standardOutputOf([&] {
@@ -844,8 +844,9 @@ class Checker : public Emitter {
  public:
   explicit Checker(int producers) : next_(static_cast<std::size_t>(producers)) {}
   void emit(const LogMessage& message) override {
-    const auto producer = static_cast<std::size_t>(std::stoi(message.parameters[0].value));
-    const int number = std::stoi(message.parameters[1].value);
+    const auto parameters = message.parameters();
+    const auto producer = static_cast<std::size_t>(std::stoi(std::string(parameters[0].value)));
+    const int number = std::stoi(std::string(parameters[1].value));
     if (next_[producer] != number) isOrdered_ = false;
     next_[producer] = number + 1;
     ++count_;

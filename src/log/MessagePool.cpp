@@ -10,8 +10,7 @@ namespace BasicLog {
 namespace {
 
 constexpr std::size_t maxBundles = 64;
-constexpr std::size_t ordinaryText = 1'024;
-constexpr std::size_t ordinaryParameters = 16;
+constexpr std::size_t ordinaryRoom = 2'048;
 
 struct Bundle {
   std::array<LogMessage*, MessagePool::bundleSize> messages;
@@ -65,9 +64,8 @@ void refill(Bundle& bundle) {
   if (from.count != 0) bundle = from.bundles[--from.count];
 }
 
-bool isOrdinary(const LogMessage& message) {
-  return message.text.capacity() <= ordinaryText && message.parameters.capacity() <= ordinaryParameters;
-}
+// Reads no more of it than its beginning: the rest is in the memory of the processor that will use it again.
+bool isOrdinary(const LogMessage& message) { return message.room() <= ordinaryRoom; }
 
 }  // namespace
 
@@ -85,10 +83,7 @@ void MessagePool::giveBack(Batch& batch) {
       message.reset();
       continue;
     }
-    auto* used = const_cast<LogMessage*>(message.release());  // take made it
-    used->parameters.clear();
-    used->isFromEmitter = false;
-    bundle.messages[bundle.count++] = used;
+    bundle.messages[bundle.count++] = const_cast<LogMessage*>(message.release());  // take made it
   }
   {
     Depot& to = depot();

@@ -22,7 +22,7 @@ class MessagePool {
   static constexpr std::size_t bundleSize = 20;
   using Batch = std::array<std::unique_ptr<const LogMessage>, bundleSize>;
 
-  // A message with empty texts, no parameters, and isFromEmitter down.
+  // A message to begin anew: what it holds is left over from another.
   static std::unique_ptr<LogMessage> take();
   // Takes the messages out of the batch. They must have been made by take.
   static void giveBack(Batch& batch);

@@ -15,6 +15,7 @@
 #include "log/RotatedFileEmitter.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
+#include "testing/LogLines.h"
 
 namespace {
 
@@ -36,7 +37,7 @@ std::vector<std::string> logged;
 class LoggedEntries : public LogMessageProcessor {
  public:
   void process(std::unique_ptr<const LogMessage>& m) override {
-    logged.push_back(shortTextHeader(*m) + " " + m->logger + " " + m->file + " " + m->function + " " + textBody(*m));
+    logged.push_back(lineOf(*m));
     m.reset();
   }
 };

@@ -9,6 +9,7 @@
 #include "profiles/ProfileControl.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
+#include "testing/LogLines.h"
 
 namespace {
 
@@ -18,14 +19,11 @@ using Names = std::vector<std::string>;
 
 constexpr const char* kTool = "/usr/sbin/ip";
 
-// What was logged, entry by entry, as "LEVEL logger file function text: parameters".
+// What was logged, entry by entry, as "[LEVEL] logger file function text: parameters".
 class RecordingProcessor : public BasicLog::LogMessageProcessor {
  public:
   explicit RecordingProcessor(Names& records) : records_(records) {}
-  void process(std::unique_ptr<const BasicLog::LogMessage>& message) override {
-    records_.push_back(std::string(BasicLog::loglevel_fullname(message->level)) + " " + message->logger + " " +
-                       message->file + " " + message->function + " " + BasicLog::textBody(*message));
-  }
+  void process(std::unique_ptr<const BasicLog::LogMessage>& message) override { records_.push_back(lineOf(*message)); }
 
  private:
   Names& records_;
@@ -171,7 +169,8 @@ TEST_F(InterfacesTest, AFailedEnumerationIsLoggedAndGivesAnEmptyList) {
   Names list = {"left over"};
   EXPECT_FALSE(ConfigControl::read_networks(list));
   EXPECT_THAT(list, IsEmpty());
-  EXPECT_THAT(log.records, ElementsAre("ERROR ravctl ConfigControl.cpp read_networks could not getifaddrs: status=-1"));
+  EXPECT_THAT(log.records,
+              ElementsAre("[ERROR] ravctl ConfigControl.cpp read_networks could not getifaddrs: status=-1"));
 }
 
 TEST_F(InterfacesTest, NothingIsLoggedBelowTheThreshold) {
@@ -216,8 +215,8 @@ TEST_F(InterfacesTest, DetailsGoOnWithoutInterfacesAndLogIt) {
   EXPECT_THAT(details.networks, IsEmpty());
   EXPECT_EQ(details.deviceId, "id");
   EXPECT_THAT(log.records,
-              ElementsAre("ERROR ravctl ConfigControl.cpp read_networks could not getifaddrs: status=-1",
-                          "ERROR ravctl ProfileControl.cpp cmdGetProfileDetails could not execute read_networks"));
+              ElementsAre("[ERROR] ravctl ConfigControl.cpp read_networks could not getifaddrs: status=-1",
+                          "[ERROR] ravctl ProfileControl.cpp cmdGetProfileDetails could not execute read_networks"));
 }
 
 TEST_F(InterfacesTest, TheCommandPrintsTheNamesAlone) {

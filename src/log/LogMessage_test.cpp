@@ -1,0 +1,127 @@
+#include "log/LogMessage.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+using namespace BasicLog;
+
+using Texts = std::vector<std::string>;
+
+// All texts in their order.
+Texts textsOf(const LogMessage& message) {
+  Texts texts;
+  for (const auto text : {message.file(), message.function(), message.logger(), message.text()}) {
+    texts.emplace_back(text);
+  }
+  for (const LogParameter& parameter : message.parameters()) {
+    texts.emplace_back(parameter.key);
+    texts.emplace_back(parameter.value);
+  }
+  return texts;
+}
+
+// Behind the logger's name.
+Texts readFrom(const LogMessage& message) {
+  Texts texts;
+  for (LogMessage::Reader reader(message); !reader.isAtEnd();) texts.emplace_back(reader.next());
+  return texts;
+}
+
+TEST(LogMessage, ANewOneHasEmptyTextsAndNoParameters) {
+  const LogMessage message;
+  EXPECT_EQ(textsOf(message), Texts({"", "", "", ""}));
+  EXPECT_EQ(readFrom(message), Texts({""}));
+  EXPECT_EQ(message.level, Level::info);
+  EXPECT_FALSE(message.isFromEmitter);
+}
+
+TEST(LogMessage, GivesBackItsTextsAndItsParametersInTheOrderAdded) {
+  LogMessage message;
+  message.begin("file", "function", "logger", "text");
+  message.add("a", "1");
+  message.add("", "");
+  message.add("a", "2");
+  EXPECT_EQ(textsOf(message), Texts({"file", "function", "logger", "text", "a", "1", "", "", "a", "2"}));
+  EXPECT_EQ(readFrom(message), Texts({"text", "a", "1", "", "", "a", "2"}));
+}
+
+TEST(LogMessage, BeginningAnewLeavesNothingOfBefore) {
+  LogMessage message;
+  message.begin("file", "function", "logger", "text");
+  message.add("a", "1");
+  message.begin("f", "", "l", "");
+  EXPECT_EQ(textsOf(message), Texts({"f", "", "l", ""}));
+}
+
+TEST(LogMessage, TextsMayHoldAnyByteAndBeAbsent) {
+  const std::string bytes("a\0b\xff\n", 5);
+  LogMessage message;
+  message.begin(bytes, std::string_view(), bytes, bytes);
+  message.add(std::string_view(), bytes);
+  EXPECT_EQ(textsOf(message), Texts({bytes, "", bytes, bytes, "", bytes}));
+}
+
+TEST(LogMessage, TextsOfEveryLengthAreKeptWhereverTheRoomEnds) {
+  for (std::size_t length = 0; length < 600; ++length) {
+    const std::string text(length, 'x');
+    LogMessage message;
+    message.begin("f", "g", "l", text);
+    message.add("key", text);
+    message.add("last", "one");
+    ASSERT_EQ(textsOf(message), Texts({"f", "g", "l", text, "key", text, "last", "one"})) << length;
+  }
+}
+
+TEST(LogMessage, ManyParametersAreKept) {
+  LogMessage message;
+  message.begin("f", "g", "l", "text");
+  Texts expected = {"f", "g", "l", "text"};
+  for (int i = 0; i < 10'000; ++i) {
+    const std::string number = std::to_string(i);
+    message.add(number, number);
+    expected.insert(expected.end(), 2, number);
+  }
+  EXPECT_EQ(textsOf(message), expected);
+}
+
+TEST(LogMessage, ACopyIsOfItsOwn) {
+  for (const std::size_t length : {10U, 10'000U}) {
+    SCOPED_TRACE(length);
+    const std::string text(length, 'x');
+    LogMessage message;
+    message.level = Level::error;
+    message.created = 7;
+    message.isFromEmitter = true;
+    message.begin("f", "g", "l", text);
+    message.add("key", "value");
+    LogMessage copy(message);
+    LogMessage assigned;
+    assigned.begin("longer", "texts", "than", std::string(500, 'y'));
+    assigned = message;
+    message.begin("", "", "", "changed");
+    for (const LogMessage* other : {&copy, &assigned}) {
+      EXPECT_EQ(other->level, Level::error);
+      EXPECT_EQ(other->created, 7);
+      EXPECT_TRUE(other->isFromEmitter);
+      EXPECT_EQ(textsOf(*other), Texts({"f", "g", "l", text, "key", "value"}));
+    }
+    const LogMessage& itself = copy;
+    copy = itself;
+    EXPECT_EQ(textsOf(copy), Texts({"f", "g", "l", text, "key", "value"}));
+  }
+}
+
+TEST(LogMessage, UsualTextsTakeNoMemoryOfTheirOwn) {
+  LogMessage message;
+  const std::size_t room = message.room();
+  message.begin("ProfileControl.cpp", "cmdGetProfileDetails", "ravctl", "a text of some forty bytes, as is usual");
+  message.add("path", "/etc/zuv/profiles/profile-123123/hip.conf");
+  message.add("errno", "2");
+  EXPECT_EQ(message.room(), room);
+  EXPECT_LE(sizeof message, 256U);
+}
+
+}  // namespace
