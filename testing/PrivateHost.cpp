@@ -195,10 +195,17 @@ class Builder {
                 "mount an overlay on " + folder);
   }
 
+  // A node of our own, so that not even a changed mode reaches the machine. Only the machine's root can make one.
+  bool makeOwnDevice(const std::string& path) {
+    struct stat device;
+    return uid_ == 0 && ::stat(path.c_str(), &device) == 0 &&
+           ::mknod(in(path).c_str(), device.st_mode, device.st_rdev) == 0 && ::chmod(in(path).c_str(), 0666) == 0;
+  }
+
   bool makeDevices() {
     for (const char* device : kDevices) {
       const std::string path = std::string("/dev/") + device;
-      if (!share(path, false)) return false;
+      if (!makeOwnDevice(path) && !share(path, false)) return false;
     }
     // A kernel without pseudo-terminals makes no poorer host: nothing of ours needs them.
     (void)::mount("devpts", in("/dev/pts").c_str(), "devpts", MS_NOSUID | MS_NOEXEC,

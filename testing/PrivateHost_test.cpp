@@ -1,5 +1,6 @@
 #include "testing/PrivateHost.h"
 
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -52,6 +53,15 @@ TEST_F(PrivateHostTest, DevicesWork) {
           .out,
       "3\n9\n");
   EXPECT_NE(runProgram({"/bin/sh", "-c", "echo x > /dev/full"}).exitStatus, 0);
+}
+
+TEST_F(PrivateHostTest, DevicesAreNotTheMachinesOwn) {
+  SKIP_WITHOUT_OTHER_USERS();
+  struct stat root;
+  struct stat device;
+  ASSERT_EQ(::stat("/", &root), 0);
+  ASSERT_EQ(::stat("/dev/null", &device), 0);
+  EXPECT_EQ(device.st_dev, root.st_dev) << "or a changed mode would reach the machine";
 }
 
 TEST_F(PrivateHostTest, TheNetworkIsTheLoopbackAlone) {
