@@ -796,7 +796,8 @@ TEST(OutputExitDeathTest, BringsTheBatchUnderWayToItsEnd) {
   auto* const shared = new (memory) Shared;
   EXPECT_EQ(exitStatusOf([shared] {
               LogManager& log = LogManager::instance();
-              log.addEmitter(new Slow(*shared));
+              static auto* const emitter = new Slow(*shared);  // outlives the log
+              log.addEmitter(emitter);
               for (int i = 0; i < 100; ++i) const Entry entry(getLogger("test"), Level::info, "x", "f", "g");
               if (!log.startOutputThread()) std::_Exit(1);
               while (!shared->isInside) ::usleep(100);
