@@ -66,12 +66,15 @@ void LogOutput::runOutputThread() {
 
 void LogOutput::stopOutputThread() {
   if (process_ != ::getpid()) return;  // never started, or its thread stayed with the parent
+  bool hasThread = false;
   {
-    const ScopedLock lock(outputMutex_);  // a start under way has its thread by then, or has failed
+    // A start under way has its thread by then, or has failed. The next may fail too, hence the question here.
+    const ScopedLock lock(outputMutex_);
     (void)state_.compareAndSet(EmitterState::running, EmitterState::stopping);  // else it is on its way, or there
+    hasThread = state_.get() != EmitterState::idle;
   }
   // From inside an emitter the thread would be waited for while it waits for the emitters.
-  if (!emittersMutex_.isHeldByThisThread() && state_.get() != EmitterState::idle) isStopped_.wait();
+  if (hasThread && !emittersMutex_.isHeldByThisThread()) isStopped_.wait();
 }
 
 bool LogOutput::isOutputThreadStopped() const {
