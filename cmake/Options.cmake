@@ -56,7 +56,9 @@ elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   endif()
 endif()
 if(RAVCTL_COVERAGE)
-  add_compile_options(-fprofile-instr-generate -fcoverage-mapping -g)
+  # Counters that lie in the profile itself, so that no process has to write it: it may be killed, execute another
+  # program or leave by _exit. See the step `coverage` of tools/steps.sh.
+  add_compile_options(-fprofile-instr-generate -fcoverage-mapping "SHELL:-mllvm -runtime-counter-relocation")
   add_link_options(-fprofile-instr-generate -fcoverage-mapping)
 endif()
 

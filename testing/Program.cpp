@@ -62,15 +62,15 @@ std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
   return pointers;
 }
 
-// What instrumented programs read goes along whatever the test's environment is. Another user, or one with a limit on
-// files, could not write the profile and would complain on standard error, so theirs is dropped.
+// What instrumented programs read goes along whatever the test's environment is. One with a limit on files could not
+// write the profile and would complain on standard error, so its is dropped.
 std::vector<std::string> environmentOf(const Start& start) {
   std::vector<std::string> environment = start.environment;
   for (const char* name : {"ASAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"}) {
     if (const char* value = std::getenv(name)) environment.push_back(std::string(name) + "=" + value);
   }
   if (const char* profile = std::getenv("LLVM_PROFILE_FILE")) {
-    const bool canWrite = !start.uid && !start.fileLimit;
+    const bool canWrite = !start.fileLimit;
     environment.push_back(std::string("LLVM_PROFILE_FILE=") + (canWrite ? profile : "/dev/null"));
   }
   return environment;

@@ -17,7 +17,8 @@ namespace json {
 double numberIn(std::string_view text);
 
 // The short road of numberIn: an optional minus, digits, and a point among them. Gives the end of what it has read, or
-// null when there is no number of this plain form or it has too many digits. Whether the number ends there, is for the
+// null when there is no number of this plain form or it has too many digits; also when it has a point and the processor
+// can neither divide doubles with one rounding nor has integers of 128 bits. Whether the number ends there, is for the
 // caller to see: "1e5" stops before the "e".
 const char* readPlainNumber(const char* at, const char* end, double& number);
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cfloat>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -132,9 +133,18 @@ TEST(NumberText, ThePlainFormEndsBeforeWhateverIsNoDigit) {
                         {"-.", -1, 0},
                         {".", -1, 0},
                         {"12345678901234567890", -1, 0}};
+#ifdef __SIZEOF_INT128__
+  constexpr bool canScale = true;
+#else
+  constexpr bool canScale = FLT_EVAL_METHOD == 0;
+#endif
   for (const Case& c : cases) {
     double number = 0;
     const char* end = json::readPlainNumber(c.text, c.text + std::strlen(c.text), number);
+    if (!canScale && c.number != std::floor(c.number)) {
+      EXPECT_EQ(end, nullptr) << c.text;
+      continue;
+    }
     EXPECT_EQ(end == nullptr ? -1 : end - c.text, c.end) << c.text;
     if (c.end >= 0) {
       EXPECT_EQ(number, c.number) << c.text;

@@ -326,7 +326,7 @@ class Model {
     return a.size() > b.size();
   }
 
-  static bool isBlank(char c) { return c < 33 || c == 127; }  // as a signed character
+  static bool isBlank(char c) { return static_cast<signed char>(c) < 33 || c == 127; }
 
   static std::string firstLine(const std::string& path) {
     if (!host::exists(path)) return "";
