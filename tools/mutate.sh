@@ -1,0 +1,119 @@
+#!/bin/sh
+# Makes one small mistake after the other in a copy of the tree and looks whether the tests notice:
+# sh tools/mutate.sh FROM TO, where the numbers are seeds (see tools/mutation/main.cpp). Called by `./dev mutate`.
+#
+# A mistake is caught by the tests of its subject (src/base by base_test, and so on) or, when these pass, by the
+# transcripts of the whole program. What is left over is a survivor, unless the release's object code is the same with
+# it as without. One that does not compile is no mistake that could be made; it is counted apart, and no other is drawn
+# in its place. Results are lines of build/mutate/results.
+set -eu
+cd "$(dirname "$0")/.."
+. tools/common.sh
+
+from=$1 to=$2
+work=${RAVCTL_MUTATE_DIR:-$PWD/build/mutate}
+tree=$work/tree original=$work/original
+results=$work/results
+
+# The tree as it is now, twice: one to go back to, one to make mistakes in. A file that has not changed keeps its time.
+copy_tree() {
+  rm -rf "$original"
+  mkdir -p "$original" "$tree"
+  tar -cf - --exclude=./build --exclude=./.git . | tar -xf - -C "$original"
+  (cd "$original" && find . -type f) | while read -r name; do restore "$name"; done
+}
+
+restore() {
+  cmp -s "$original/$1" "$tree/$1" || {
+    mkdir -p "$(dirname "$tree/$1")"
+    cp "$original/$1" "$tree/$1"
+  }
+}
+
+prepare() {
+  copy_tree
+  (
+    cd "$tree"
+    configure debug '-DCMAKE_CXX_FLAGS_DEBUG=-O0 -w'
+    # shellcheck disable=SC2046 # target names
+    build debug mutate transcript_test $(printf '%s_test ' base json log command profiles service)
+  )
+  cp "$tree/build/debug/tools/mutation/mutate" "$work/mutate"
+  for program in base_test json_test log_test command_test profiles_test service_test transcript_test; do
+    began=$(date +%s)
+    passes "$program" 1200 || die "$program fails without a mistake: $work/test.log"
+    say $((30 + 5 * ($(date +%s) - began))) >"$work/$program.patience"
+  done
+}
+
+# passes PROGRAM SECONDS: in the copy; what it says is in test.log. The status is 137 after so many seconds.
+passes() {
+  (
+    cd "$tree/build/debug"
+    program=testing/$1
+    [ "$1" != transcript_test ] || program=tests/$1
+    exec prlimit --as=8589934592 timeout -s KILL "$2" "$program" --gtest_fail_fast --gtest_brief=1
+  ) >"$work/test.log" 2>&1 </dev/null
+}
+
+builds() { cmake --build "$tree/build/debug" --parallel "$jobs" --target "$@" >"$work/build.log" 2>&1; }
+
+# The object code, with the flags of the release, of every unit that reads a file, as sums.
+object_code() {
+  find "$tree"/src -name '*.cpp' ! -name '*_test.cpp' | sort | while read -r unit; do
+    "$@" -MM "$unit" | grep -qF "$tree/$file" || continue
+    "$@" -c "$unit" -o "$work/unit.o" || say 'does not compile'
+    cksum <"$work/unit.o"
+  done
+}
+
+release_code() {
+  object_code g++ -std=c++17 -O2 -DNDEBUG -fno-exceptions -fPIC -D_FILE_OFFSET_BITS=64 -D_TIME_BITS=64 \
+    -D_FORTIFY_SOURCE=2 -w "-I$tree/src"
+}
+
+# Who noticed, for the report.
+first_failure() {
+  sed -n 's/^\[  FAILED  \] \([^ ,]*\).*/\1/p' "$work/test.log" | head -n 1
+}
+
+# judge FILE: the verdict on the mistake that the copy holds.
+judge() {
+  subject=${1#src/}
+  subject=${subject%%/*}
+  for target in "${subject}_test" transcript_test; do
+    builds "$target" || {
+      say 'not-compiled'
+      return
+    }
+    status=0
+    passes "$target" "$(cat "$work/$target.patience")" || status=$?
+    case $status in
+      0) ;;
+      137) say "hung $target" && return ;;
+      *) say "caught $target $(first_failure)" && return ;;
+    esac
+  done
+  with=$(release_code)
+  restore "$1"
+  if [ "$with" = "$(release_code)" ]; then say 'same-object'; else say 'SURVIVED'; fi
+}
+
+prepare
+seed=$from
+while [ "$seed" -le "$to" ]; do
+  mistake=$("$work/mutate" "$tree" "$seed")
+  file=${mistake%%:*}
+  verdict=$(judge "$file")
+  restore "$file"
+  say "$seed ${verdict%% *} $mistake | $verdict" | tee -a "$results"
+  seed=$((seed + 1))
+done
+awk '{ n[$2]++; all++ }
+  END {
+    noticed = n["caught"] + n["hung"]
+    judged = all - n["not-compiled"] - n["same-object"]
+    printf "%d mistakes: %d caught, %d hung, %d did not compile, %d make the same object code, %d survived\n", all,
+      n["caught"], n["hung"], n["not-compiled"], n["same-object"], n["SURVIVED"]
+    printf "noticed: %.1f %% of those that compile and differ\n", judged ? 100 * noticed / judged : 100
+  }' "$results"
