@@ -10,12 +10,13 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <stdexcept>
 
 namespace {
 
-long must(long result, const char* what) {
+std::int64_t must(std::int64_t result, const char* what) {
   if (result < 0) throw std::runtime_error(std::string(what) + ": " + std::strerror(errno));
   return result;
 }
