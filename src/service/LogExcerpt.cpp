@@ -168,7 +168,7 @@ class BackwardReader {
     off_t begin = end;
     for (off_t size = windowSize; isSparse_ && begin > 0 && isHole(fd_, std::max<off_t>(0, end - size), end);) {
       begin = std::max<off_t>(0, end - size);
-      if (begin > 0) size *= 2;
+      size = size < end - size ? 2 * size : end;
     }
     return begin;
   }
