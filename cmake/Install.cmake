@@ -12,7 +12,8 @@ install(FILES completions/ravctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-
 install(FILES completions/_ravctl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
 install(FILES completions/ravctl.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 
-install(FILES README.md CHANGELOG.md debian/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES README.md SECURITY.md debian/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME changelog)
 install(FILES docs/architecture.md docs/logging.md docs/reliability.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(PROGRAMS docs/examples/ravctl-exit docs/examples/ravctl-json docs/examples/zuv-sendbundle.sh
   packaging/examples/hip.init DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
