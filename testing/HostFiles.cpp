@@ -245,7 +245,7 @@ void installDaemon() {
 }
 
 void writeHeartbeat(const std::string& profileFolder, int peers) {
-  const auto now = std::to_string(::time(nullptr));
+  const auto now = std::to_string(::time(nullptr) + 600);
   const auto started = std::to_string(::time(nullptr) - 60);
   writeFile(profileFolder + "/hipvars.txt", "uptime.now=" + now + "\nuptime.started=" + started +
                                                 "\nhipd_state=running\npeers.count=" + std::to_string(peers) +

@@ -63,7 +63,8 @@ void installRecorder(const std::string& path, const std::string& record, int exi
 // The stand-in daemon, as /usr/sbin/hip.
 void installDaemon();
 
-// A heartbeat file of a daemon that has been up for a minute, beating now, connected and with `peers` peers.
+// A heartbeat file of a daemon that has been up for a minute, connected and with `peers` peers. Its last beat lies ten
+// minutes ahead, so that it does not grow old while a slow machine gets on with the test.
 void writeHeartbeat(const std::string& profileFolder, int peers = 1);
 
 // A profile as the program makes it: the folder, its profile_name and an empty hip.conf.
