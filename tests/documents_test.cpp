@@ -28,7 +28,7 @@ bool isPath(const std::string& name) {
          name.compare(0, 6, "build/") != 0 && std::filesystem::is_directory(kTree / name.substr(0, slash));
 }
 
-// What a document names and the tree lacks. A path without an ending means the file with its header.
+// What a document names and the tree lacks.
 std::vector<std::string> missingFrom(const std::string& text) {
   std::vector<std::string> missing;
   for (const std::string& name : namesIn(text)) {
