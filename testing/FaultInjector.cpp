@@ -77,7 +77,8 @@ WRAP_OPEN("openat", openat, (int at, const char* path, int flags, ...), (at, pat
 WRAP_OPEN("openat", openat64, (int at, const char* path, int flags, ...), (at, path, flags, mode))
 
 WRAP(ssize_t, -1, read, (int fd, void* to, std::size_t size), (fd, to, transferred(size)))
-WRAP(ssize_t, -1, write, (int fd, const void* from, std::size_t size), (fd, from, transferred(size)))
+WRAP(ssize_t, armedPlan.error == 0 ? 0 : -1, write, (int fd, const void* from, std::size_t size),
+     (fd, from, transferred(size)))
 WRAP_BOTH(ssize_t, -1, pread, (int fd, void* to, std::size_t size, off_t at), (fd, to, transferred(size), at))
 WRAP_BOTH(ssize_t, -1, pwrite, (int fd, const void* from, std::size_t size, off_t at),
           (fd, from, transferred(size), at))

@@ -9,6 +9,8 @@
 #include <string>
 #include <thread>
 
+#include "testing/FaultInjector.h"
+
 namespace {
 
 TEST(WriteFully, GoesOnAfterShortWritesAndInterruptions) {
@@ -49,6 +51,17 @@ TEST(WriteFully, ARefusalIsFalseWithItsErrno) {
   EXPECT_FALSE(writeFully(full, "x"));
   EXPECT_EQ(errno, ENOSPC);
   ::close(full);
+}
+
+TEST(WriteFully, ADeviceThatTakesNothingIsAnErrorAndNoEndlessLoop) {
+  FaultPlan plan;
+  plan.at = 1;
+  plan.fromThereOn = true;
+  plan.error = 0;
+  const ArmedFaults armed(plan);
+  EXPECT_FALSE(writeFully(STDOUT_FILENO, "x"));
+  EXPECT_EQ(errno, EIO);
+  EXPECT_EQ(armed.count(), 1u);
 }
 
 TEST(WriteFully, NothingToWriteAsksTheSystemForNothing) { EXPECT_TRUE(writeFully(-1, "")); }

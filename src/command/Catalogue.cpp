@@ -94,20 +94,12 @@ Made makeReference(const std::string&, const Words&) { return std::make_unique<H
 
 // What a form asks of the words: how many there must be, and which one is handed to the command (0: none).
 struct FormRule {
-  CommandForm form;
   std::size_t needed;
   std::size_t argument;
 };
-constexpr FormRule formRules[] = {{CommandForm::twoWords, 2, 0},
-                                  {CommandForm::twoWordsAndName, 3, 2},
-                                  {CommandForm::wordAndArgument, 2, 1},
-                                  {CommandForm::allWords, 1, 0}};
+constexpr FormRule formRules[] = {{2, 0}, {3, 2}, {2, 1}, {1, 0}};  // in the order of CommandForm
 
-const FormRule& ruleOf(const CommandRow& row) {
-  for (const FormRule& rule : formRules)
-    if (rule.form == row.form) return rule;
-  return formRules[0];
-}
+const FormRule& ruleOf(const CommandRow& row) { return formRules[static_cast<std::size_t>(row.form)]; }
 
 // The row that the words name; there is at least one word.
 const CommandRow* findRow(const Words& words) {

@@ -59,7 +59,6 @@ class BoolResult : public ResultParamBase {
   void render(ValueBinder& sink) const override;
   void typeWord(std::string& word) const override { word = "bool"; }
   void set(bool value) { value_ = value; }
-  bool value() const { return value_; }
 
  private:
   bool value_ = false;
@@ -72,7 +71,6 @@ class StringVectorResultField : public ResultParamBase {
   void render(ValueBinder& sink) const override;
   void typeWord(std::string& word) const override { word = name(); }
   std::vector<std::string>& list() { return list_; }
-  const std::vector<std::string>& list() const { return list_; }
 
  private:
   std::vector<std::string> list_;

@@ -1,9 +1,9 @@
 #include "json/JsonWriter.h"
 
-#include <array>
 #include <charconv>
 #include <cstring>
 
+#include "json/Escapes.h"
 #include "json/JsonRecords.h"
 #include "json/NumberText.h"
 
@@ -11,38 +11,7 @@ namespace {
 
 using namespace json;
 
-// ---- Escapes ----
-
-// The text that is written for a byte.
-struct Escape {
-  char text[7] = {'?'};
-  unsigned char length = 1;
-};
-
-struct ShortForm {
-  char byte;
-  char letter;
-};
-constexpr ShortForm shortForms[] = {{'\b', 'b'}, {'\t', 't'}, {'\n', 'n'}, {'\r', 'r'}, {'"', '"'}};
-
-constexpr Escape hexadecimalForm(std::size_t byte) {
-  constexpr char digits[] = "0123456789ABCDEF";
-  return {{'\\', 'u', '0', '0', digits[byte / 16], digits[byte % 16]}, 6};
-}
-
-constexpr bool isPlain(std::size_t byte) { return byte >= 32 && byte <= 126; }
-
-// Backslash and slash stand for themselves, and a question mark for whatever has more than 7 bits: deliberate.
-constexpr std::array<Escape, 256> makeEscapes() {
-  std::array<Escape, 256> escapes{};
-  for (std::size_t byte = 0; byte < 128; ++byte) {
-    escapes[byte] = isPlain(byte) ? Escape{{static_cast<char>(byte)}, 1} : hexadecimalForm(byte);
-  }
-  for (const ShortForm& form : shortForms) escapes[static_cast<unsigned char>(form.byte)] = {{'\\', form.letter}, 2};
-  return escapes;
-}
-constexpr std::size_t longestEscape = 6;
-constexpr std::array<Escape, 256> escapes = makeEscapes();
+constexpr EscapeTable escapes = makeEscapes();
 
 // ---- Output ----
 

@@ -62,6 +62,14 @@ TEST(JsonWriter, MembersComeInStoredOrderAfterARemoval) {
   EXPECT_EQ(written(object), R"({ "c":null, "b":null })");
 }
 
+TEST(JsonWriter, AMemberNameMayBeLongerThanAnyPieceOfTheOutput) {
+  const std::string name(100'000, 'n');
+  jsObject* object = json::makeObject();
+  json::setMember(object, "first", json::makeBoolean(true));
+  json::setMember(object, name, json::makeBoolean(false));
+  EXPECT_EQ(written(object), "{ \"first\":true, \"" + name + "\":false }");
+}
+
 TEST(JsonWriter, MemberNamesAreNotEscaped) {
   jsObject* object = json::makeObject();
   json::setMember(object, "a\"b\n\xC3", json::makeBoolean(false));

@@ -1,0 +1,45 @@
+// Escapes: how each byte of a text is written inside the quotes of a JSON text.
+//
+//   constexpr json::EscapeTable escapes = json::makeEscapes();
+//   escapes[static_cast<unsigned char>('\n')]  // {"\\n", 2}
+//
+// Deliberate: backslash and slash stand for themselves, and a question mark for each byte with more than 7 bits.
+#pragma once
+
+#include <array>
+#include <cstddef>
+
+namespace json {
+
+constexpr std::size_t longestEscape = 6;
+
+// The text of a byte: the first `length` bytes; nothing follows them.
+struct Escape {
+  char text[longestEscape + 1] = {'?'};
+  unsigned char length = 1;
+};
+using EscapeTable = std::array<Escape, 256>;
+
+struct ShortForm {
+  char byte;
+  char letter;
+};
+constexpr ShortForm shortForms[] = {{'\b', 'b'}, {'\t', 't'}, {'\n', 'n'}, {'\r', 'r'}, {'"', '"'}};
+
+constexpr Escape hexadecimalForm(std::size_t byte) {
+  constexpr char digits[] = "0123456789ABCDEF";
+  return {{'\\', 'u', '0', '0', digits[byte / 16], digits[byte % 16]}, longestEscape};
+}
+
+constexpr bool isPlain(std::size_t byte) { return byte >= 32 && byte <= 126; }
+
+constexpr EscapeTable makeEscapes() {
+  EscapeTable escapes{};
+  for (std::size_t byte = 0; byte < 128; ++byte) {
+    escapes[byte] = isPlain(byte) ? Escape{{static_cast<char>(byte)}, 1} : hexadecimalForm(byte);
+  }
+  for (const ShortForm& form : shortForms) escapes[static_cast<unsigned char>(form.byte)] = {{'\\', form.letter}, 2};
+  return escapes;
+}
+
+}  // namespace json
