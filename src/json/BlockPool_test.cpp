@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <new>
 #include <random>
 #include <thread>
 #include <vector>
@@ -96,5 +99,80 @@ TEST(BlockPool, NoBlockIsResizedToANewOne) {
   EXPECT_EQ(json::blocksInUse(), before + 1);
   json::giveBlock(block, 64);
 }
+
+// How many pieces lead on from a new one, itself included: each begins with a link to the one before.
+std::size_t reachablePieces() {
+  json::pool::Pool pool{};
+  json::pool::startPiece(pool);
+  std::size_t count = 0;
+  const void* begin = pool.freePart - json::pool::step;
+  for (auto* piece = static_cast<const json::pool::Spare*>(begin); piece != nullptr; piece = piece->next) ++count;
+  return count;
+}
+
+// Memory that was in use already comes quickly, so that threads which take it meet in what they do with it. The first
+// time tells the library that such large blocks come and go.
+void warmUp(std::size_t bytes) {
+  for (int time = 0; time < 2; ++time) {
+    auto* room = static_cast<char*>(std::malloc(bytes));
+    for (std::size_t at = 0; at < bytes; at += 4096) *const_cast<volatile char*>(room + at) = 1;
+    std::free(room);
+  }
+}
+
+TEST(BlockPool, PiecesThatThreadsStartAtTheSameMomentAreApartAndStayReachable) {
+  constexpr int threads = 4;
+  constexpr int piecesOfEach = 3000;
+  std::vector<std::vector<Block>> started(threads);
+  std::vector<std::thread> running;
+  std::atomic<int> waiting{threads};
+  const std::size_t before = reachablePieces();
+  for (int mark = 0; mark < threads; ++mark) {
+    running.emplace_back([&, mark] {
+      std::vector<Block>& pieces = started[static_cast<std::size_t>(mark)];
+      pieces.reserve(piecesOfEach);
+      warmUp(piecesOfEach * 1100);
+      --waiting;
+      while (waiting != 0) std::this_thread::yield();
+      for (int count = 0; count < piecesOfEach; ++count) {
+        json::pool::Pool pool{};
+        json::pool::startPiece(pool);
+        pieces.push_back(
+            {reinterpret_cast<unsigned char*>(pool.freePart), pool.freeBytes, static_cast<unsigned char>(mark)});
+      }
+    });
+  }
+  for (std::thread& thread : running) thread.join();
+  EXPECT_EQ(reachablePieces(), before + threads * piecesOfEach + 1);
+  for (const std::vector<Block>& pieces : started) {
+    for (const Block& piece : pieces) std::memset(piece.bytes, piece.mark, piece.size);
+  }
+  for (const std::vector<Block>& pieces : started) {
+    for (const Block& piece : pieces) {
+      ASSERT_GE(piece.size, 256u) << "room for the largest block";
+      ASSERT_EQ(std::count(piece.bytes, piece.bytes + piece.size, piece.mark), static_cast<std::ptrdiff_t>(piece.size));
+    }
+  }
+}
+
+#ifndef RAVCTL_SANITIZED  // sanitizers end the process themselves
+constexpr std::size_t moreThanThereIs = static_cast<std::size_t>(-1) / 2;
+
+void takeMoreThanThereIs() {
+  std::set_new_handler([] { std::_Exit(7); });
+  json::takeBlock(moreThanThereIs);
+}
+
+void resizeToMoreThanThereIs() {
+  std::set_new_handler([] { std::_Exit(7); });
+  void* block = json::takeBlock(5000);
+  json::resizeBlock(block, 5000, moreThanThereIs);
+}
+
+TEST(BlockPool, WithoutMemoryTheHandlerOfTheProgramIsAsked) {
+  EXPECT_EXIT(takeMoreThanThereIs(), testing::ExitedWithCode(7), "");
+  EXPECT_EXIT(resizeToMoreThanThereIs(), testing::ExitedWithCode(7), "");
+}
+#endif
 
 }  // namespace

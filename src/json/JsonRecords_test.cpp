@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <cstdint>
+
 namespace {
 
 using namespace json;
@@ -18,6 +21,16 @@ TEST(JsonRecords, TheEmptyTextEndsInAZeroByteWhereBytesAreLookedFor) {
   EXPECT_EQ(empty.length, 0u);
   EXPECT_EQ(empty.bytes(), &empty.terminator);
   EXPECT_EQ(*empty.bytes(), '\0');
+}
+
+void addToAFullArrayOfTwoThousandMillion() {
+  ArrayValue array;
+  array.count = array.capacity = std::uint32_t{1} << 31;
+  array.add(makeNull());
+}
+
+TEST(JsonRecords, AContainerEndsTheProgramRatherThanLetItsCountRunOver) {
+  EXPECT_EXIT(addToAFullArrayOfTwoThousandMillion(), testing::KilledBySignal(SIGABRT), "");
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <iterator>
 #include <limits>
 #include <random>
 
@@ -126,6 +127,21 @@ TEST(JsonWriter, BackslashAndSlashAreWrittenAsTheyAre) { EXPECT_EQ(writtenText(R
 TEST(JsonWriter, EachByteOfALongCharacterIsAQuestionMark) { EXPECT_EQ(writtenText("\xE2\x82\xAC."), "\"???.\""); }
 
 TEST(JsonWriter, AZeroByteDoesNotEndAText) { EXPECT_EQ(writtenText("a\0b"s), R"("a\u0000b")"); }
+
+TEST(JsonWriter, ATextOfAnyLengthIsWrittenWhole) {
+  const struct {
+    char byte;
+    const char* written;
+  } rows[] = {{'a', "a"}, {'\t', "\\t"}, {'\x01', "\\u0001"}, {'\xC3', "?"}, {'"', "\\\""}};
+  std::string text;
+  std::string expected = "\"";
+  while (text.size() < 2000) {
+    const auto& row = rows[text.size() % std::size(rows)];
+    text += row.byte;
+    expected += row.written;
+    ASSERT_EQ(writtenText(text), expected + '"') << text.size();
+  }
+}
 
 TEST(JsonWriter, NumbersAreWholeOrHaveSixDecimals) {
   struct Case {

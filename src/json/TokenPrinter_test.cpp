@@ -101,6 +101,27 @@ TEST(TokenPrinter, LongOutputArrivesWholeAndInOrder) {
   EXPECT_EQ(dumpOf(text), expected);
 }
 
+// A document of any length takes no more memory than a piece.
+TEST(TokenPrinter, OutputIsWrittenAsSoonAsAPieceOf4096BytesIsThere) {
+  std::FILE* file = std::tmpfile();
+  {
+    OutputTo redirected(::fileno(file));
+    TokenPrinter printer;
+    const auto written = [&] {
+      struct stat info = {};
+      EXPECT_EQ(::fstat(::fileno(file), &info), 0);
+      return info.st_size;
+    };
+    printer.onName(std::string(4094, 'x'));  // and a blank
+    EXPECT_EQ(written(), 0);
+    printer.onName("");
+    EXPECT_EQ(written(), 4096);
+    printer.onName("y");
+    EXPECT_EQ(written(), 4096);
+  }
+  std::fclose(file);
+}
+
 TEST(TokenPrinter, AShortWriteIsGoneOnWith) {
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);

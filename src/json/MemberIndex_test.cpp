@@ -1,0 +1,165 @@
+#include "json/MemberIndex.h"
+
+#include <gtest/gtest.h>
+#include <malloc.h>
+
+#include <algorithm>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+constexpr std::uint32_t homes = 64;  // of an index as it begins
+
+std::uint32_t hashOf(const std::string& name) {
+  return static_cast<std::uint32_t>(std::hash<std::string_view>()(name));
+}
+
+std::string nameOf(std::uint32_t number) { return "member " + std::to_string(number); }
+
+// A name that begins its search at that place of an index as it begins; `which` tells apart several.
+std::string nameAtHome(std::uint32_t home, int which = 0) {
+  for (std::uint32_t number = 0;; ++number) {
+    if (hashOf(nameOf(number)) % homes == home && which-- == 0) return nameOf(number);
+  }
+}
+
+// Two names of one hash. Of some hundred thousand there is more than one such pair.
+std::pair<std::string, std::string> namesOfOneHash() {
+  std::unordered_map<std::uint32_t, std::uint32_t> numbers;
+  for (std::uint32_t number = 0;; ++number) {
+    const auto [place, isNew] = numbers.emplace(hashOf(nameOf(number)), number);
+    if (!isNew) return {nameOf(place->second), nameOf(number)};
+  }
+}
+
+std::size_t found(const MemberIndex& index, const Names& names, const std::string& name) {
+  return index.find(name, [&](std::size_t at) { return names[at] == name; });
+}
+
+MemberIndex indexOf(const Names& names) {
+  MemberIndex index;
+  for (std::size_t at = 0; at < names.size(); ++at) index.add(names[at], at);
+  return index;
+}
+
+TEST(MemberIndex, AnIndexWithoutNamesFindsNoneAndAsksNothing) {
+  const MemberIndex index;
+  EXPECT_EQ(index.find("a",
+                       [](std::size_t at) {
+                         ADD_FAILURE() << at;
+                         return true;
+                       }),
+            MemberIndex::none);
+}
+
+TEST(MemberIndex, NamesOfOneHashAreToldApartByTheCaller) {
+  const auto [one, other] = namesOfOneHash();
+  ASSERT_NE(one, other);
+  const Names names = {one, other};
+  MemberIndex index;
+  index.add(one, 0);
+  EXPECT_EQ(found(index, names, other), MemberIndex::none);
+  index.add(other, 1);
+  EXPECT_EQ(found(index, names, one), 0u);
+  EXPECT_EQ(found(index, names, other), 1u);
+}
+
+TEST(MemberIndex, OfTwoNamesOfOneHashTheOneAtThePositionIsRemovedOrMoved) {
+  const auto [one, other] = namesOfOneHash();
+  const Names names = {one, other, other};
+  MemberIndex index = indexOf({one, other});
+  index.move(other, 1, 2);
+  EXPECT_EQ(found(index, names, one), 0u);
+  EXPECT_EQ(found(index, names, other), 2u);
+  index.remove(one, 0);
+  EXPECT_EQ(found(index, names, one), MemberIndex::none);
+  EXPECT_EQ(found(index, names, other), 2u);
+}
+
+TEST(MemberIndex, TheCallerIsAskedForNamesOfThatHashAlone) {
+  const Names names = {nameAtHome(5, 0), nameAtHome(5, 1), nameAtHome(6, 0)};
+  const MemberIndex index = indexOf(names);
+  std::vector<std::size_t> asked;
+  index.find(names[1], [&](std::size_t at) {
+    asked.push_back(at);
+    return true;
+  });
+  EXPECT_EQ(asked, std::vector<std::size_t>{1});
+}
+
+// Two crowds of names that push each other on, one across the end of the slots to the first ones.
+TEST(MemberIndex, NamesThatPushEachOtherOnAreFoundWhateverTheOrderOfRemovals) {
+  for (const std::uint32_t first : {10u, homes - 2}) {
+    const auto home = [&](std::uint32_t behind) { return (first + behind) % homes; };
+    const Names names = {nameAtHome(home(0), 0), nameAtHome(home(1), 0), nameAtHome(home(0), 1),
+                         nameAtHome(home(1), 1), nameAtHome(home(3), 0), nameAtHome(home(0), 2)};
+    std::vector<std::size_t> order = {0, 1, 2, 3, 4, 5};
+    do {
+      MemberIndex index = indexOf(names);
+      std::vector<bool> isThere(names.size(), true);
+      for (const std::size_t removed : order) {
+        index.remove(names[removed], removed);
+        isThere[removed] = false;
+        for (std::size_t at = 0; at < names.size(); ++at) {
+          ASSERT_EQ(found(index, names, names[at]), isThere[at] ? at : MemberIndex::none)
+              << at << " after the removal of " << removed << " from " << first << testing::PrintToString(order);
+        }
+      }
+    } while (std::next_permutation(order.begin(), order.end()));
+  }
+}
+
+TEST(MemberIndex, ANameThatWasRemovedMayComeBackElsewhere) {
+  Names names = {"a", "b", "a"};
+  MemberIndex index = indexOf({"a", "b"});
+  index.remove("a", 0);
+  index.add("a", 2);
+  names[0] = "";
+  EXPECT_EQ(found(index, names, "a"), 2u);
+  EXPECT_EQ(found(index, names, "b"), 1u);
+}
+
+TEST(MemberIndex, EveryNameIsFoundWhileTheIndexGrowsAndWhileItEmpties) {
+  Names names;
+  MemberIndex index;
+  for (std::uint32_t number = 0; number < 600; ++number) {
+    names.push_back(nameOf(number));
+    index.add(names.back(), number);
+    for (std::uint32_t at = 0; at <= number; ++at) ASSERT_EQ(found(index, names, nameOf(at)), at) << number;
+    ASSERT_EQ(found(index, names, nameOf(number + 1)), MemberIndex::none);
+  }
+  for (std::uint32_t number = 0; number < 600; ++number) {
+    index.remove(names[number], number);
+    ASSERT_EQ(found(index, names, names[number]), MemberIndex::none);
+    for (std::uint32_t at = number + 1; at < 600; ++at) ASSERT_EQ(found(index, names, names[at]), at) << number;
+  }
+}
+
+std::size_t bytesInUse() {
+  const struct mallinfo2 info = ::mallinfo2();
+  return info.uordblks + info.hblkhd;
+}
+
+TEST(MemberIndex, NamesThatComeAndGoForEverAreFoundAndTakeNoMoreMemory) {
+  Names names(2);
+  MemberIndex index;
+  index.add("first", 2);
+  const std::size_t before = bytesInUse();
+  for (std::uint32_t round = 0; round < 100000; ++round) {
+    const std::size_t at = round % 2;
+    if (round >= 2) index.remove(names[at], at);
+    names[at] = nameOf(round);
+    index.add(names[at], at);
+    ASSERT_EQ(found(index, names, nameOf(round)), at);
+  }
+  EXPECT_EQ(found(index, names, nameOf(99997)), MemberIndex::none);
+  EXPECT_EQ(found(index, names, nameOf(99998)), 0u);
+  EXPECT_LT(bytesInUse(), before + 4096);
+}
+
+}  // namespace
