@@ -318,6 +318,21 @@ TEST(BindJsonArgs, AParameterThatIsNeitherWordNorValueIsLoggedAndFailsWithoutDet
   EXPECT_EQ(records[0].parameters()[0].value, "odd");
 }
 
+TEST(BindJsonArgs, BelowTheThresholdSuchAParameterFailsAllTheSameAndNothingIsLogged) {
+  BasicLog::Logger& logger = BasicLog::getLogger("control");
+  const BasicLog::Level before = logger.threshold();
+  logger.setThreshold(BasicLog::Level::fatal);
+  std::vector<BasicLog::LogMessage> records;
+  BasicLog::setSyncProcessor(new RecordKeeper(records));
+  Example command;
+  const Status bound = bindJson(command, R"({"odd":"x"})");
+  BasicLog::setSyncProcessor(nullptr);
+  logger.setThreshold(before);
+
+  EXPECT_THAT(bound, HasCode(status::invalidArgument));
+  EXPECT_EQ(records.size(), 0U);
+}
+
 // --- Binding command words
 
 TEST(BindCommandWords, WordsBehindTheNameAreParameters) {
@@ -454,6 +469,13 @@ TEST(BindCommandWords, NamingWordsSetTheModeAfterTheOthers) {
   EXPECT_THAT(bindWords(quiet, {"json", "--quiet", "--verbose"}, 2), HasCode(status::success));
   EXPECT_TRUE(quiet.mode().quiet);
   EXPECT_FALSE(quiet.mode().verbose);
+}
+
+TEST(BindCommandWords, WhereFewerWordsAreThanNameTheCommandAllOfThemDo) {
+  Example command;
+  EXPECT_THAT(bindWords(command, {"text=x", "--json"}, 3), HasCode(status::success));
+  EXPECT_TRUE(command.mode().json);
+  EXPECT_FALSE(command.text.hasValue());
 }
 
 TEST(BindCommandWords, NamingWordsDoNotSetTheModeWhenAWordIsNoString) {
