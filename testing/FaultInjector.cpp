@@ -129,7 +129,7 @@ WRAP_BOTH(void*, nullptr, fopen, (const char* path, const char* mode), (path, mo
 WRAP(pid_t, -1, fork, (), ())
 WRAP(pid_t, -1, waitpid, (pid_t pid, int* status, int options), (pid, status, options))
 WRAP(int, -1, system, (const char* command), (command))
-WRAP(int, -1, getifaddrs, (ifaddrs * *list), (list))
+WRAP(int, armedPlan.error == 0 ? 0 : -1, getifaddrs, (ifaddrs * *list), (list))
 WRAP(int, -1, gettimeofday, (void* time, void* zone), (time, zone))
 
 // What fortified code calls instead.

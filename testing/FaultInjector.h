@@ -32,7 +32,7 @@ using CallNames = std::set<std::string, std::less<>>;
 struct FaultPlan {
   std::size_t at = 0;           // the number of the call, from 1
   bool fromThereOn = false;     // it and every one after it
-  int error = EIO;              // errno of the failed call; 0: a write takes nothing, without an error
+  int error = EIO;              // errno of the failed call; 0: no error, nothing written or listed
   CallNames calls;              // the calls that count; empty means all
   bool oneByteAtATime = false;  // reads and writes that do not fail move one byte a call
   // Runs before each call that counts, with its number: another process that is quick. Its own calls do not count.

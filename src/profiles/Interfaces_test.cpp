@@ -60,6 +60,12 @@ class InterfacesTest : public HostTest {
     ASSERT_EQ(outcome.exitStatus, 0) << words << ": " << outcome.err;
   }
 
+  static void makeTunDevice() {
+    host::makeDirs("/dev/net");
+    host::remove("/dev/net/tun");
+    ASSERT_EQ(::mknod("/dev/net/tun", S_IFCHR | 0666, makedev(10, 200)), 0);
+  }
+
   static Names networks() {
     Names list = {"left over"};
     EXPECT_TRUE(ConfigControl::read_networks(list));
@@ -127,13 +133,21 @@ TEST_F(InterfacesTest, NamesThatBeginWithTapAreLeftOut) {
 
 TEST_F(InterfacesTest, ARealTapDeviceIsLeftOutByItsNameAlone) {
   SKIP_WITHOUT_OTHER_USERS();  // devices cannot be made there either
-  host::makeDirs("/dev/net");
-  host::remove("/dev/net/tun");
-  ASSERT_EQ(::mknod("/dev/net/tun", S_IFCHR | 0666, makedev(10, 200)), 0);
+  makeTunDevice();
   ip("tuntap add dev tap0 mode tap");
   ip("addr add 10.0.0.1/24 dev tap0");
   ip("tuntap add dev overlay0 mode tap");
   ip("addr add 10.0.0.2/24 dev overlay0");
+  EXPECT_THAT(networks(), ElementsAre("overlay0"));
+}
+
+// The system lists such a device without any address, not even one of its hardware.
+TEST_F(InterfacesTest, ADeviceWithoutHardwareIsListedForItsAddressAlone) {
+  SKIP_WITHOUT_OTHER_USERS();  // devices cannot be made there either
+  makeTunDevice();
+  ip("tuntap add dev overlay0 mode tun");
+  EXPECT_THAT(networks(), IsEmpty());
+  ip("addr add 10.0.0.1/24 dev overlay0");
   EXPECT_THAT(networks(), ElementsAre("overlay0"));
 }
 
@@ -171,6 +185,16 @@ TEST_F(InterfacesTest, AFailedEnumerationIsLoggedAndGivesAnEmptyList) {
   EXPECT_THAT(list, IsEmpty());
   EXPECT_THAT(log.records,
               ElementsAre("[ERROR] ravctl ConfigControl.cpp read_networks could not getifaddrs: status=-1"));
+}
+
+TEST_F(InterfacesTest, AnEnumerationWithoutAnyEntryIsAFailureToo) {
+  const LogRecords log;
+  const ArmedFaults armed({1, false, 0, {"getifaddrs"}, false});
+  Names list = {"left over"};
+  EXPECT_FALSE(ConfigControl::read_networks(list));
+  EXPECT_THAT(list, IsEmpty());
+  EXPECT_THAT(log.records,
+              ElementsAre("[ERROR] ravctl ConfigControl.cpp read_networks could not getifaddrs: status=0"));
 }
 
 TEST_F(InterfacesTest, NothingIsLoggedBelowTheThreshold) {

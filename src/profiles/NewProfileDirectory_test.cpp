@@ -76,6 +76,20 @@ TEST_F(NewProfileDirectoryTest, ThreeFailuresBehindExistingEntriesEndTheSearch) 
   EXPECT_EQ(armed.count(), 5u);
 }
 
+TEST_F(NewProfileDirectoryTest, AnExistingEntryBetweenFailuresBeginsTheCountAnew) {
+  host::makeDirs("/etc/zuv/profiles/profile-123125");
+  host::setMode(host::kProfiles, 0555);
+  FaultPlan plan;
+  plan.calls = {"mkdir"};
+  plan.before = [](std::size_t number) {
+    if (number == 6) host::setMode(host::kProfiles, 0755);
+  };
+  const host::BoundByModes bound;
+  const ArmedFaults armed(plan);
+  EXPECT_EQ(made(), "profile-123128");
+  EXPECT_EQ(armed.count(), 6u);
+}
+
 TEST_F(NewProfileDirectoryTest, AMissingRootEndsTheSearchAtOnce) {
   host::remove(host::kProfiles);
   const ArmedFaults armed({0, false, 0, {"mkdir"}, false});

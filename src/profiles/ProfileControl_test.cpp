@@ -244,6 +244,8 @@ TEST_F(CreateTest, FilesAndLinksToFilesOfTheTemplateAreCopiedAsFiles) {
   host::makeFifo("/etc/zuv/profiles/.factory/fifo");
   host::makeFifo("/tmp/fifo");
   host::makeLink("/etc/zuv/profiles/.factory/to_fifo", "/tmp/fifo");
+  host::makeLink("/etc/zuv/profiles/.factory/circle", "circle");
+  host::makeLink("/etc/zuv/profiles/.factory/below_a_file", "hip.conf/file");
   create(wish("lab"));
   EXPECT_EQ(host::tree(kMade),
             "f 0644 .hidden \"h\\n\"\n"

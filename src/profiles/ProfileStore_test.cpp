@@ -502,6 +502,12 @@ TEST_F(ActiveProfileTest, SettingFailsWithoutARoot) {
   EXPECT_FALSE(host::exists(host::kProfiles));
 }
 
+TEST_F(ActiveProfileTest, AnEmptyDirectoryNameIsNeverMadeActive) {
+  host::makeActive("profile-1");
+  EXPECT_FALSE(ProfileStore::setActive(""));
+  EXPECT_EQ(host::readFile(host::kCurrent), "profile-1\n");
+}
+
 TEST_F(ActiveProfileTest, SettingFailsWhenTheModeCannotBeSet) {
   const ArmedFaults armed({1, true, EPERM, {"chmod"}, false});
   EXPECT_FALSE(ProfileStore::setActive("profile-1"));
