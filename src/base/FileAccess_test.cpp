@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 
 #include "base/FileUtils.h"
@@ -170,6 +171,52 @@ TEST_F(FileAccessTest, SomebodyElsesLinkIsReadButNeverWrittenNorTrusted) {
   }
 }
 
+TEST_F(FileAccessTest, AsManyTrustedLinksAreFollowedAsTheSystemWouldFollow) {
+  constexpr int longestChain = 40;
+  host::writeFile(kTarget, "old");
+  for (int i = 0; i <= longestChain; ++i) {
+    host::makeLink("/tmp/links/" + std::to_string(i + 1), i == 0 ? kTarget : std::to_string(i));
+  }
+  OpenedFile file;
+  EXPECT_TRUE(openForReading(AT_FDCWD, "/tmp/links/40", file, Links::ofTrusted));
+  EXPECT_THAT(replaceContent("/tmp/links/40", "new", 0640, SetMode::always), HasCode(status::success));
+  EXPECT_EQ(host::readFile(kTarget), "new");
+  EXPECT_FALSE(openForReading(AT_FDCWD, "/tmp/links/41", file, Links::ofTrusted));
+  EXPECT_EQ(errno, ELOOP);
+  EXPECT_THAT(replaceContent("/tmp/links/41", "newer", 0640, SetMode::always), HasCode(status::openError));
+  EXPECT_EQ(host::readFile(kTarget), "new");
+}
+
+// This process as another user, until the end of the scope.
+class AsUser {
+ public:
+  explicit AsUser(uid_t uid) { EXPECT_EQ(::seteuid(uid), 0); }
+  ~AsUser() { EXPECT_EQ(::seteuid(0), 0); }
+};
+
+TEST_F(FileAccessTest, AUserWritesThroughHisOwnLinksAndThroughRootsAlone) {
+  SKIP_WITHOUT_OTHER_USERS();
+  struct Case {
+    const char* why;
+    uid_t owner;
+    bool isFollowed;
+  };
+  const Case cases[] = {{"root's", 0, true}, {"his own", kStranger, true}, {"a third user's", kStranger - 1, false}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::reset();
+    host::writeFile(kTarget, "old", 0666);
+    host::makeLink(kLink, kTarget);
+    host::giveTo(c.owner, kLink);
+    {
+      const AsUser stranger(kStranger);
+      EXPECT_THAT(replaceContent(kLink, "new", 0666, SetMode::onNewFiles),
+                  HasCode(c.isFollowed ? status::success : status::openError));
+    }
+    EXPECT_EQ(host::readFile(kTarget), c.isFollowed ? "new" : "old");
+  }
+}
+
 // Who may write in a directory may exchange what lies there at any moment.
 TEST_F(FileAccessTest, ALinkThatTakesThePlaceOfATrustedOneWhileItIsLookedAtIsNotFollowed) {
   SKIP_WITHOUT_OTHER_USERS();
@@ -320,6 +367,50 @@ TEST_F(FileAccessTest, AFaultAnywhereLeavesNoNewFile) {
   EXPECT_EQ(steps, 7u);  // open, open, flock, fstat, write, fchmod, close
 }
 
+TEST_F(FileAccessTest, AFaultAnywhereOnTheWayThroughALinkLeavesTheLinkAndTheOldFile) {
+  const FaultLoop loop{[] {
+    host::reset();
+    host::writeFile(kTarget, oldText);
+    host::makeLink(kLink, kTarget);
+  }};
+  const std::size_t steps = forEachFault(
+      loop, [] { return FileUtils::writeString(kLink, newText, false); },
+      [](const Status& result, const Fault& fault) {
+        const bool isCloseOfTheLink = fault.step == 5 && !fault.fromThereOn;
+        const StatusCode failure = fault.step <= 8 ? status::openError : status::writeError;
+        EXPECT_THAT(result, HasCode(isHarmless(fault) || isCloseOfTheLink ? status::success : failure));
+        EXPECT_EQ(host::tree("/tmp/links"), "l link -> /tmp/target\n");
+        EXPECT_THAT(host::readFile(kTarget), AnyOf(oldText, newText));
+      });
+  // open, openat, fstat, readlinkat, close, open, flock, fstat; fallocate, write, fchmod, ftruncate, close
+  EXPECT_EQ(steps, 13u);
+}
+
+TEST_F(FileAccessTest, AFaultAnywhereOnTheWayToReadThroughALinkOpensNothing) {
+  struct Case {
+    Links links;
+    std::size_t steps;
+  };
+  const Case cases[] = {{Links::ofTrusted, 8}, {Links::ofAnybody, 7}};
+  host::writeFile(kTarget, "text");
+  host::makeLink(kLink, kTarget);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.steps);
+    const std::size_t steps = forEachFault(
+        FaultLoop{nullptr},
+        [&c] {
+          OpenedFile file;
+          file.size = -1;
+          return openForReading(AT_FDCWD, kLink, file, c.links) ? file.size : -file.size;
+        },
+        [&c](off_t size, const Fault& fault) {
+          const bool isOpened = !fault || fault.step == c.steps || (fault.call == "close" && !fault.fromThereOn);
+          EXPECT_EQ(size, isOpened ? 4 : 1);  // 1: what was there was left alone
+        });
+    EXPECT_EQ(steps, c.steps);
+  }
+}
+
 TEST_F(FileAccessTest, ACopyWithAFaultAnywhereSaysSoAndLeavesNoNewFile) {
   const FaultLoop loop{[] {
     host::reset();
@@ -339,6 +430,78 @@ TEST_F(FileAccessTest, ACopyWithAFaultAnywhereSaysSoAndLeavesNoNewFile) {
         }
       });
   EXPECT_EQ(steps, 12u);
+}
+
+TEST_F(FileAccessTest, ACopyOverAFileSaysItsFaultAndRemovesNothing) {
+  const FaultLoop loop{[] {
+    host::reset();
+    host::writeFile("/tmp/from", newText);
+    host::writeFile(kFile, oldText);
+  }};
+  const std::size_t steps = forEachFault(
+      loop, [] { return FileUtils::copyFile("/tmp/from", kFile); },
+      [](const Status& result, const Fault& fault) {
+        const bool isLastClose = fault.step == 13;  // of the source, which was only read
+        EXPECT_EQ(result.isSuccess(), isHarmless(fault) || isLastClose);
+        EXPECT_EQ(host::readFile("/tmp/from"), newText);
+        if (result.isSuccess()) {
+          EXPECT_EQ(host::readFile(kFile), newText);
+        } else if (fault.step <= 7) {
+          EXPECT_EQ(host::readFile(kFile), oldText);
+        }
+        EXPECT_TRUE(host::exists(kFile));
+        if (fault.step == 7) {
+          EXPECT_THAT(result, HasCode(status::writeError));
+          EXPECT_EQ(result.details(), kFile);
+        }
+      });
+  // stat, openat, fstat, open, flock, fstat, ftruncate; read, write, fchmod, ftruncate, close, close
+  EXPECT_EQ(steps, 13u);
+}
+
+// --- Room
+
+TEST_F(FileAccessTest, OnlyMissingRoomKeepsALongerTextFromBeingWritten) {
+  struct Case {
+    int error;
+    bool isMissingRoom;
+  };
+  const Case cases[] = {{ENOSPC, true},      {EDQUOT, true},  {EFBIG, true},  {EIO, true},
+                        {EOPNOTSUPP, false}, {ENOSYS, false}, {EPERM, false}, {EINVAL, false}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::strerrorname_np(c.error));
+    host::writeFile(kFile, oldText);
+    const ArmedFaults armed{FaultPlan{1, false, c.error, {"fallocate"}}};
+    EXPECT_THAT(FileUtils::writeString(kFile, newText, false),
+                HasCode(c.isMissingRoom ? status::writeError : status::success));
+    EXPECT_EQ(host::readFile(kFile), c.isMissingRoom ? oldText : newText);
+  }
+}
+
+TEST_F(FileAccessTest, RoomIsReservedForATextThatIsLongerThanTheOldOneAlone) {
+  struct Case {
+    const char* why;
+    std::string there;
+    std::string text;
+    std::size_t reservations;
+  };
+  const Case cases[] = {
+      {"longer by a byte", "old", "newe", 1},
+      {"as long", "old", "new", 0},
+      {"shorter", "old", "n", 0},
+      {"a new file", "", "new", 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::remove(kFile);
+    if (!c.there.empty()) host::writeFile(kFile, c.there);
+    const ArmedFaults counted{FaultPlan{0, false, EIO, {"fallocate"}}};
+    EXPECT_THAT(FileUtils::writeString(kFile, c.text, false), HasCode(status::success));
+    EXPECT_EQ(counted.count(), c.reservations);
+  }
+  const ArmedFaults counted{FaultPlan{0, false, EIO, {"fallocate", "ftruncate"}}};
+  EXPECT_THAT(FileUtils::writeString("/dev/null", "new", false), HasCode(status::success));
+  EXPECT_EQ(counted.count(), 0u) << "nor does the null device have an old text";
 }
 
 TEST_F(FileAccessTest, WhatChangesOneEntryAloneTellsItsOwnFault) {

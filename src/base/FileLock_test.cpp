@@ -194,6 +194,7 @@ TEST_F(FileLockTest, ATimedLockEndsInTimeThoughItsFileIsReplacedAgainAndAgain) {
 
 TEST_F(FileLockTest, WithoutADirectoryOrARightOrANameThereIsNoLock) {
   EXPECT_EQ(FileLock("").result(), Result::unavailable);
+  EXPECT_EQ(FileLock("").lockPath(), "");
   EXPECT_EQ(FileLock(std::string("hip\0conf", 8)).result(), Result::unavailable);
   {
     host::setMode("/tmp/lock", 0500);
@@ -354,22 +355,43 @@ TEST_F(FileLockTest, AnInterruptedWaitGoesOn) {
   EXPECT_TRUE(FileLock(kPath).isLocked());
 }
 
-// The directory is found once in a process, so that this test runs itself again in a fresh one.
-using FileLockDirectoryTest = HostTest;
-TEST_F(FileLockDirectoryTest, ALockDirectoryWithoutASlashGetsOne) {
-  constexpr const char* mark = "RAVCTL_TEST_IS_FRESH";
-  if (::getenv(mark) == nullptr) {
-    Child child([] {
+// The directory is found once in a process, so that these tests run themselves again in a fresh one.
+class FileLockDirectoryTest : public HostTest {
+ protected:
+  // Whether this is the fresh process; if not, the test has been run in one.
+  static bool isFresh() {
+    constexpr const char* mark = "RAVCTL_TEST_IS_FRESH";
+    if (::getenv(mark) != nullptr) return true;
+    const std::string name = testing::UnitTest::GetInstance()->current_test_info()->name();
+    Child child([&name] {
       ::setenv(mark, "1", 1);
-      const char* words[] = {"/proc/self/exe", "--gtest_filter=FileLockDirectoryTest.*", nullptr};
+      const std::string filter = "--gtest_filter=FileLockDirectoryTest." + name;
+      const char* words[] = {"/proc/self/exe", filter.c_str(), nullptr};
       const int log = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
       ::dup2(log, 1);
       ::execv(words[0], const_cast<char**>(words));
       return 99;
     });
     EXPECT_EQ(child.wait(), 0);
-    return;
+    return false;
   }
+};
+
+TEST_F(FileLockDirectoryTest, TheRootMayBeTheLockDirectory) {
+  if (!isFresh()) return;
+  host::makeDirs("/tmp/root");
+  Child child([] {
+    ::setenv("ZUV_LOCK_DIR", "/", 1);
+    if (::chroot("/tmp/root") != 0 || ::chdir("/") != 0) return 2;
+    const FileLock lock("hip.conf");
+    return lock.isLocked() && lock.lockPath() == "/hip.conf.lock" && host::exists("/hip.conf.lock") ? 0 : 1;
+  });
+  EXPECT_EQ(child.wait(), 0);
+  EXPECT_EQ(host::tree("/tmp/root"), "");
+}
+
+TEST_F(FileLockDirectoryTest, ALockDirectoryWithoutASlashGetsOne) {
+  if (!isFresh()) return;
   ::setenv("ZUV_LOCK_DIR", "/tmp/locks", 1);
   EXPECT_EQ(FileUtils::lockDir(), "/tmp/locks/");
   EXPECT_EQ(host::modeOf("/tmp/locks"), 0750u);

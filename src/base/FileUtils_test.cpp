@@ -143,6 +143,21 @@ TEST_F(FileUtilsTest, ALargeFileIsReadWholeOverShortReads) {
   EXPECT_EQ(bytes, content);
 }
 
+TEST_F(FileUtilsTest, AFileThatGrowsBetweenTwoReadsIsReadToItsFirstSize) {
+  const std::string content(5000, 'x');
+  host::writeFile(kFile, content);
+  FaultPlan plan;
+  plan.calls = {"read"};
+  plan.before = [](std::size_t call) {  // the first read ends early, the second could take more than there is room for
+    ASSERT_EQ(::truncate(kFile, call == 1 ? 3 : 20000), 0);
+  };
+  const ArmedFaults armed{plan};
+  std::string bytes;
+  EXPECT_THAT(FileUtils::readFile(kFile, bytes), HasCode(status::success));
+  EXPECT_TRUE(bytes == std::string(3, 'x') + std::string(4997, '\0')) << bytes.size();
+  EXPECT_EQ(armed.count(), 2u);
+}
+
 TEST_F(FileUtilsTest, AnEmptyFileIsReadWithoutOpeningIt) {
   host::writeFile(kFile, "");
   std::string bytes = "old";
@@ -608,6 +623,19 @@ TEST_F(FileUtilsTest, AModificationTimeHasWholeSeconds) {
   EXPECT_EQ(FileUtils::fileModifiedMicros(""), 0);
 }
 
+TEST_F(FileUtilsTest, AModificationTimeBeyondTheMicrosecondsOf64BitsIsZero) {
+  constexpr std::int64_t tooLate = std::numeric_limits<std::int64_t>::max() / kSecond + 1;
+  host::writeFile(kFile, "");
+  setModified(kFile, tooLate);
+  struct stat info = {};
+  ASSERT_EQ(::stat(kFile, &info), 0);
+  ASSERT_EQ(info.st_mtime, tooLate);
+  EXPECT_EQ(FileUtils::fileModifiedMicros(kFile), 0);
+  EXPECT_FALSE(FileUtils::isFreshRegularFile(kFile, 200 * kSecond));
+  setModified(kFile, tooLate - 1);
+  EXPECT_EQ(FileUtils::fileModifiedMicros(kFile), (tooLate - 1) * kSecond);
+}
+
 TEST_F(FileUtilsTest, AFileIsFreshUntilItsAgeHasPassed) {
   host::writeFile(kFile, "");
   setModified(kFile, TimeUtils::nowMicros() / kSecond - 100);
@@ -838,6 +866,29 @@ TEST_F(FileUtilsTest, AnEmptyFileAndTheNullDeviceAreCopiedAsEmptyFiles) {
   EXPECT_EQ(host::readFile("/tmp/two"), "");
 }
 
+TEST_F(FileUtilsTest, ACopyOntoTheNullDeviceKeepsTheDevice) {
+  host::writeFile("/tmp/from", "text");
+  const mode_t before = host::modeOf("/dev/null");
+  EXPECT_THAT(FileUtils::copyFile("/tmp/from", "/dev/null"), HasCode(status::success));
+  EXPECT_EQ(host::modeOf("/dev/null"), before);
+  EXPECT_FALSE(FileUtils::isRegularFile("/dev/null"));
+}
+
+TEST_F(FileUtilsTest, ASourceThatGrowsMeanwhileIsCopiedToItsFirstSize) {
+  host::writeFile("/tmp/from", std::string(5000, 'x'));
+  FaultPlan plan;
+  plan.calls = {"read"};
+  plan.before = [](std::size_t call) {
+    if (call == 2) host::writeFile("/tmp/from", std::string(20000, 'x'));
+  };
+  {
+    const ArmedFaults armed{plan};
+    EXPECT_THAT(FileUtils::copyFile("/tmp/from", "/tmp/to"), HasCode(status::success));
+    EXPECT_EQ(armed.count(), 2u);
+  }
+  EXPECT_EQ(FileUtils::fileSize("/tmp/to"), 5000);
+}
+
 TEST_F(FileUtilsTest, AFileIsNotCopiedOntoItself) {
   host::writeFile("/tmp/from", "text");
   host::makeLink("/tmp/link", "/tmp/from");
@@ -979,6 +1030,17 @@ TEST_F(FileUtilsTest, ElevenNamesAreTriedAndEachFailureIsLogged) {
   EXPECT_EQ(
       tap.entries,
       Texts(11, "[ERROR] basiclib FileUtils.cpp makeUniqueFile failed to open file: error=No such file or directory"));
+}
+
+TEST_F(FileUtilsTest, WhereErrorsAreNotLoggedAFailureToMakeAUniqueFileIsNotEither) {
+  BasicLog::Logger& logger = BasicLog::getLogger(BasicLog::basiclibLogger);
+  const BasicLog::Level before = logger.threshold();
+  LogTap tap;
+  std::string path = "old";
+  logger.setThreshold(BasicLog::Level::fatal);
+  EXPECT_EQ(FileUtils::makeUniqueFile("/tmp/missing/bundle", path), nullptr);
+  logger.setThreshold(before);
+  EXPECT_THAT(tap.entries, SizeIs(0));
 }
 
 TEST_F(FileUtilsTest, TheEleventhNameMayStillSucceed) {

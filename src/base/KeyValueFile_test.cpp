@@ -66,6 +66,7 @@ TEST_F(KeyValueFileTest, ALineIsTakenApart) {
       {"a single quote alone", "k='", true, "k", "'", ""},
       {"quotes that differ", "k='v\"", true, "k", "'v\"", ""},
       {"one quote", "k='v", true, "k", "'v", ""},
+      {"ends that are alike and no quotes", "k=`v`", true, "k", "`v`", ""},
       {"quotes do not keep a hash", "k='a # b'", true, "k", "'a", " # b'"},
       {"bytes of 128 and above are no blanks", "\xc3\xa4=\xff", true, "\xc3\xa4", "\xff", ""},
       {"a zero byte at the end is a blank", std::string("k=v\0", 4), true, "k", "v", ""},

@@ -228,7 +228,36 @@ TEST_F(LineReaderTest, AHoleThatCannotBePassedIsAReadError) {
   EXPECT_TRUE(reader.failed());
 }
 
+TEST_F(LineReaderTest, AHoleThatIsYetToBeToldKeepsTheBlankLinesBehindIt) {
+  const OpenedFile file = sparse(100010, {{0, "a"}, {100000, "\n\ntext\n"}});
+  char buffer[4096];  // ends in the hole at first, and reaches behind it from there
+  LineReader reader(file, 500, buffer, sizeof buffer);
+  LinePiece piece;
+  off_t length = 0;
+  off_t hole = 0;
+  do {
+    // The ninth piece made up for what was in memory before the hole.
+    if (length == 9 * 499) reader.dropBlankLines();
+    ASSERT_TRUE(reader.next(piece));
+    EXPECT_EQ(piece.startsLine, length == 0);
+    EXPECT_EQ(piece.hole > 0, length == 9 * 499);
+    hole += piece.hole;
+    length += piece.hole + static_cast<off_t>(piece.text.size());
+  } while (!piece.endsLine());
+  EXPECT_EQ(length, 100001);
+  EXPECT_GT(hole, 90000);
+  reader.dropBlankLines();
+  ASSERT_TRUE(reader.next(piece));
+  EXPECT_EQ(piece.text, "text\n");
+}
+
 // --- Ends
+
+TEST_F(LineReaderTest, APieceWithoutATextEndsNoLine) {
+  EXPECT_FALSE(LinePiece().endsLine());
+  EXPECT_FALSE((LinePiece{"text", true}.endsLine()));
+  EXPECT_TRUE((LinePiece{"\n", true}.endsLine()));
+}
 
 TEST_F(LineReaderTest, AReaderOfNothingHasNoLines) {
   LineReader reader;

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <exception>
 #include <functional>
 #include <new>
 #include <string>
@@ -273,6 +274,17 @@ TEST_F(ProcessTest, WithoutMemoryAndWithoutStandardErrorTheStatusIs1) {
               std::get_new_handler()();
               return true;
             }));
+}
+
+TEST_F(ProcessTest, AnExceptionThatNobodyCatchesEndsTheProcessWithoutAWord) {
+  const LastWords words = lastWordsOf([] {
+    const rlimit noCore{0, 0};
+    ::setrlimit(RLIMIT_CORE, &noCore);
+    std::terminate();
+    return true;
+  });
+  EXPECT_EQ(words.text, "");
+  EXPECT_EQ(words.end, -SIGABRT);
 }
 
 TEST_F(ProcessTest, WithoutMemoryNoLockFileAndNoTemporaryFileStays) {

@@ -142,6 +142,22 @@ TEST_F(RemoveTreeTest, ADeepDirectoryThatIsMovedAwayMeanwhileEndsTheRemoval) {
   EXPECT_EQ(host::tree("/tmp/elsewhere"), "d 0755 d\nf 0644 file \"\"\n");
 }
 
+TEST_F(RemoveTreeTest, AWayBackThatCannotBeOpenedOrLookedAtEndsTheRemoval) {
+  // Of 21 directories the lowest 16 stay open; the first "..", from the sixth, comes after all were opened.
+  for (const FaultPlan& plan :
+       {FaultPlan{43, false, EMFILE, {"openat"}}, FaultPlan{22, false, EIO, {"fstat"}}}) {  // two and one for each
+    SCOPED_TRACE(*plan.calls.begin());
+    host::reset();
+    std::string path = kTree;
+    for (int i = 0; i < 20; ++i) path += "/d";
+    host::makeDirs(path);
+    const ArmedFaults armed{plan};
+    EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::rmdirError));
+    EXPECT_EQ(host::tree(kTree), "d 0755 d\nd 0755 d/d\nd 0755 d/d/d\nd 0755 d/d/d/d\nd 0755 d/d/d/d/d\n");
+    EXPECT_EQ(armed.count(), plan.at) << "nothing is looked for behind it";
+  }
+}
+
 TEST_F(RemoveTreeTest, ALinkThatTakesThePlaceOfADirectoryAgainAndAgainIsNeverGoneThrough) {
   host::writeFile("/tmp/target/file", "");
   std::atomic<bool> isOver{false};

@@ -201,6 +201,16 @@ TEST(LeadingInt64, StopsAtTheFirstByteThatIsNoDigit) {
   EXPECT_EQ(StringUtils::leadingInt64("+-1"), 0);
 }
 
+TEST(LeadingInt64, PassesOverTheWhiteSpaceOfTheCLocaleAlone) {
+  for (int byte = 0; byte < 256; ++byte) {
+    const std::string text = std::string(1, static_cast<char>(byte)) + "7";
+    const bool isWhiteSpace = std::string_view("\t\n\v\f\r ").find(text[0]) != std::string_view::npos;
+    const bool isDigit = byte >= '0' && byte <= '9';
+    const int expected = isWhiteSpace || byte == '+' ? 7 : byte == '-' ? -7 : isDigit ? (byte - '0') * 10 + 7 : 0;
+    EXPECT_EQ(StringUtils::leadingInt64(text), expected) << byte;
+  }
+}
+
 TEST(LeadingInt64, TellsWhereTheDigitsEnd) {
   std::size_t end = 99;
   (void)StringUtils::leadingInt64("  -12 s", &end);

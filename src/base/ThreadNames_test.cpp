@@ -17,6 +17,7 @@
 // The sleeps and the names of this test program: the system's, unless a test watches or breaks them.
 namespace {
 thread_local std::vector<timespec>* recordedSleeps = nullptr;
+thread_local int refusedSleeps = 0;
 thread_local bool namesFail = false;
 thread_local std::vector<std::string>* recordedNames = nullptr;
 }  // namespace
@@ -24,7 +25,8 @@ thread_local std::vector<std::string>* recordedNames = nullptr;
 extern "C" int nanosleep(const struct timespec* length, struct timespec* left) {
   if (recordedSleeps != nullptr) {
     recordedSleeps->push_back(*length);
-    return 0;
+    errno = EINVAL;
+    return refusedSleeps > 0 && refusedSleeps-- > 0 ? -1 : 0;
   }
   const int error = ::clock_nanosleep(CLOCK_REALTIME, 0, length, left);
   if (error == 0) return 0;
@@ -131,6 +133,12 @@ TEST(SleepMicros, ZeroAndLessSleepNotAtAll) {
   EXPECT_TRUE(sleepsOf(0).empty());
   EXPECT_TRUE(sleepsOf(-1).empty());
   EXPECT_TRUE(sleepsOf(INT64_MIN).empty());
+}
+
+TEST(SleepMicros, ASleepThatTheSystemRefusesIsNotTriedAgain) {
+  refusedSleeps = 3;
+  EXPECT_EQ(sleepsOf(1'000).size(), 1U);
+  refusedSleeps = 0;
 }
 
 TEST(SleepMicros, ASignalDoesNotShortenIt) {

@@ -38,6 +38,15 @@ TEST_F(UniqueFdTest, AMovedOwnerHoldsNothing) {
   EXPECT_FALSE(isOpen(dropped));
 }
 
+TEST_F(UniqueFdTest, AnOwnerMovedToItselfKeepsItsDescriptor) {
+  UniqueFd owner = openNull();
+  const int fd = owner.get();
+  UniqueFd& same = owner;
+  owner = std::move(same);
+  EXPECT_EQ(owner.get(), fd);
+  EXPECT_TRUE(isOpen(fd));
+}
+
 TEST_F(UniqueFdTest, AReleasedDescriptorStaysOpen) {
   UniqueFd owner = openNull();
   const int fd = owner.release();

@@ -222,6 +222,13 @@ TEST(WorkerRunner, TheLongestWaitIsOverWhenTheRunnerIsStopped) {
   waiter.join();
 }
 
+TEST(WorkerRunner, AWaitToBeforeTheBeginningOfTimeIsOverAtOnce) {
+  Endless endless;
+  EXPECT_TRUE(endless.runner.start());
+  const WallClock clock(-1'000'000);  // a second before 1970, from which the shortest wait leads below 64 bits
+  EXPECT_FALSE(endless.runner.waitStopped(INT64_MIN));
+}
+
 TEST(WorkerRunner, AStepMayRequestTheStopAndCannotStartItAgain) {
   std::atomic<int> steps{0};
   std::unique_ptr<WorkerRunner> runner;
