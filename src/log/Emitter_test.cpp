@@ -436,6 +436,15 @@ TEST_F(SyslogEmitterTest, AnEmptySettingIsAMissingOne) {
   EXPECT_FALSE(emitter.verifyConfig());
 }
 
+TEST_F(SyslogEmitterTest, WhereErrorsAreNotLoggedAMissingSettingIsNotEither) {
+  Logger& logger = getLogger(basiclibLogger);
+  const Level before = logger.threshold();
+  logger.setThreshold(Level::fatal);
+  EXPECT_FALSE(emitter.verifyConfig());
+  logger.setThreshold(before);
+  EXPECT_THAT(logged, IsEmpty());
+}
+
 TEST_F(SyslogEmitterTest, AnUnknownKeyChangesNothing) {
   EXPECT_EQ(emitter.setConfig("subsystem", "s"), ConfigResult::accepted);
   EXPECT_EQ(emitter.setConfig("category", "c"), ConfigResult::accepted);

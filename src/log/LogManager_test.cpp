@@ -9,6 +9,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
 #include <functional>
 #include <new>
 #include <thread>
@@ -347,6 +348,42 @@ TEST_F(InputTest, AnotherThreadWaitsForTheProcessorAndIsSeenByIt) {
   EXPECT_THAT(seen, ElementsAre("first", "second"));
 }
 
+// Whether the thread comes to sleep; there is nothing but a lock that it could wait for.
+bool comesToSleep(pid_t thread) {
+  const std::string path = "/proc/self/task/" + std::to_string(thread) + "/stat";
+  for (int i = 0; i < 10'000; ++i) {
+    std::ifstream file(path);
+    std::string text;
+    std::getline(file, text);
+    if (text.find(") S ") != std::string::npos) return true;
+    ::usleep(1'000);
+  }
+  return false;
+}
+
+TEST_F(InputTest, AProcessorThatWasTakenAwayIsNotCalledByWhoeverWaitedForIt) {
+  std::atomic<pid_t> waiter{0};
+  std::atomic<bool> isInside{false};
+  std::atomic<int> calls{0};
+  Logger& logger = *input.getLogger("test");
+  input.setSyncProcessor(new Calling([&](auto&) {
+    ++calls;
+    isInside = true;
+    while (waiter == 0) std::this_thread::yield();
+    EXPECT_TRUE(comesToSleep(waiter));
+    input.setSyncProcessor(nullptr);
+  }));
+  std::thread other([&] {
+    while (!isInside) std::this_thread::yield();
+    waiter = ::gettid();
+    const Entry entry(logger, Level::info, "second", "f", "g");
+  });
+  { const Entry entry(logger, Level::info, "first", "f", "g"); }
+  other.join();
+  EXPECT_EQ(calls, 1);
+  EXPECT_THAT(queued(), testing::UnorderedElementsAre("first", "second"));
+}
+
 std::vector<std::string> assertions;
 void recordAssertion(const char* file, int line, const char* message) {
   assertions.push_back(std::string(file) + " " + std::to_string(line) + " " + message);
@@ -523,6 +560,7 @@ TEST(FirstUseDeathTest, AHandlerThatReturnsFindsALogWithoutLoggersAndGoesOn) {
       setSyncProcessor(nullptr);
       const Entry entry(getLogger("handler"), Level::fatal, "dropped", "f", "g");
       if (findLogger("control") != nullptr || !names.empty()) std::_Exit(3);
+      if (getDefaultLevel() != Level::byDefault) std::_Exit(5);
     });
     allocationsFail = true;
     (void)getDefaultLevel();

@@ -589,6 +589,46 @@ TEST_F(OutputTest, AnEmitterMayAddAndRemoveOthersInTheMiddleOfABatch) {
   EXPECT_THAT(added.texts(), ElementsAre("2", "3"));
 }
 
+// Notes what it is told of batches, beside the entries.
+class BatchRecorder : public Recorder {
+ public:
+  void beginBatch() override {
+    ++begun;
+    whenBeginning();
+  }
+  void endBatch() override { ++ended; }
+
+  int begun = 0;
+  int ended = 0;
+  std::function<void()> whenBeginning = [] {};
+};
+
+TEST_F(OutputTest, AnEmitterThatIsRemovedBeforeItsBatchBeganIsGivenNothing) {
+  BatchRecorder first;
+  BatchRecorder removed;
+  BatchRecorder last;
+  first.whenBeginning = [&] { manager.removeEmitter(&removed); };
+  for (BatchRecorder* emitter : {&first, &removed, &last}) manager.addEmitter(emitter);
+  logMany(3);
+  manager.flush();
+  EXPECT_EQ(removed.begun, 0);
+  EXPECT_THAT(removed.texts(), IsEmpty());
+  EXPECT_EQ(last.begun, 1);
+  EXPECT_EQ(last.ended, 1);
+  EXPECT_EQ(last.texts(), numbers(3));
+}
+
+TEST_F(OutputTest, RemovingFromInsideWhatIsNotOnTheListCallsNobody) {
+  BatchRecorder stranger;
+  Recorder emitter;
+  emitter.whenEmitting = [&](const LogMessage&) { manager.removeEmitter(&stranger); };
+  manager.addEmitter(&emitter);
+  logMany(3);
+  manager.flush();
+  EXPECT_EQ(stranger.ended, 0);
+  EXPECT_EQ(emitter.texts(), numbers(3));
+}
+
 // The default report, which logs; the log of the test program takes its entry.
 TEST(OutputAssertions, AnAssertionInsideAnEmitterNeitherHangsNorFeedsTheLogForEver) {
   LogManager& log = LogManager::instance();
@@ -670,6 +710,23 @@ TEST_F(OutputTest, RemovingAnEmitterLeavesAProcessorThatTookItsPlace) {
   manager.removeEmitter(&emitter);
   log("x");
   EXPECT_EQ(count, 1);
+}
+
+TEST_F(OutputTest, RemovingNoEmitterLeavesTheProcessor) {
+  int calls = 0;
+  class Counting : public LogMessageProcessor {
+   public:
+    explicit Counting(int& count) : count_(count) {}
+    void process(std::unique_ptr<const LogMessage>&) override { ++count_; }
+
+   private:
+    int& count_;
+  };
+  manager.input().setSyncProcessor(new Counting(calls));
+  manager.removeEmitter(nullptr);
+  log("x");
+  EXPECT_EQ(calls, 1);
+  manager.input().setSyncProcessor(nullptr);
 }
 
 TEST_F(OutputTest, AnEmitterBehindTheAdapterMayLogAndRemoveItself) {

@@ -1,7 +1,10 @@
 #include "log/MessagePool.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
+#include <climits>
+#include <cstdlib>
 #include <set>
 #include <thread>
 #include <vector>
@@ -67,6 +70,31 @@ TEST(MessagePool, KeepsNoMoreThanItsBound) {
     for (auto& slot : batch) slot = std::make_unique<LogMessage>();
     MessagePool::giveBack(batch);  // the leak checkers see what is neither kept nor freed
   }
+}
+
+// What this thread has for each key that a process can have.
+std::vector<void*> valuesOfAllKeys() {
+  std::vector<void*> values;
+  for (pthread_key_t key = 0; key < PTHREAD_KEYS_MAX; ++key) values.push_back(::pthread_getspecific(key));
+  return values;
+}
+
+// In a process of its own, in which no message was taken yet.
+TEST(MessagePoolDeathTest, WithoutAKeyForItsThreadsMessagesAreTakenAllTheSame) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto takeWithoutKeys = [] {
+    pthread_key_t key{};
+    while (::pthread_key_create(&key, nullptr) == 0) {
+    }
+    const std::vector<void*> before = valuesOfAllKeys();
+    MessagePool::Batch batch;
+    for (auto& slot : batch) slot = MessagePool::take();
+    MessagePool::giveBack(batch);
+    const bool isTaken = MessagePool::take() != nullptr;
+    const bool isNobodysValueChanged = valuesOfAllKeys() == before;
+    std::_Exit(isTaken && isNobodysValueChanged ? 0 : 1);
+  };
+  EXPECT_EXIT(takeWithoutKeys(), testing::ExitedWithCode(0), "");
 }
 
 TEST(MessagePool, ThreadsGiveAndTakeAtTheSameTime) {

@@ -409,6 +409,32 @@ TEST_F(RotatedFileTest, EachRemovalIsLogged) {
                                   "filename=/tmp/logs/app-old.log"));
 }
 
+TEST_F(RotatedFileTest, WhereInformationIsNotLoggedRemovalsAreNotEither) {
+  Logger& logger = getLogger(basiclibLogger);
+  const Level before = logger.threshold();
+  makeOldFile("app-old.log", 31 * day);
+  logger.setThreshold(Level::notice);
+  write("x");
+  logger.setThreshold(before);
+  EXPECT_FALSE(host::exists("/tmp/logs/app-old.log"));
+  EXPECT_THAT(logged, IsEmpty());
+}
+
+TEST_F(RotatedFileTest, WhatIsNoFileAnyMoreWhenItsAgeIsLookedAtStays) {
+  makeOldFile("app-old.log", 31 * day);
+  FaultPlan plan;
+  plan.calls = {"lstat"};
+  plan.before = [](std::size_t) {
+    host::remove("/tmp/logs/app-old.log");
+    host::makeLink("/tmp/logs/app-old.log", "/tmp/other");
+  };
+  const ArmedFaults armed(plan);
+  scrub_old_files(logs, "app-", at("2500-01-01T00:00:00"));  // when the link is old too
+  EXPECT_EQ(armed.count(), 1U);
+  EXPECT_EQ(host::tree(logs), "l app-old.log -> /tmp/other\n");
+  EXPECT_THAT(logged, IsEmpty());
+}
+
 TEST_F(RotatedFileTest, TheAgeIsThatOfTheWallClockAlthoughNamesAreLocal) {
   setZone("EST5");  // local ticks are five hours behind
   makeOldFile("app-old.log", 30 * day + 1'000'000);

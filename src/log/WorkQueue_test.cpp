@@ -134,6 +134,28 @@ TEST(WorkQueue, AThreadInsideItIsRefusedAndDoesNotWaitForItself) {
   EXPECT_EQ(Item::alive, 1);
 }
 
+TEST(WorkQueue, WhatABrokenChainHasLostIsNotCountedOnceThatIsSeen) {
+  Queue queue;
+  std::vector<std::unique_ptr<const Item>> lost;  // nobody else has them then
+  for (int i = 0; i < 3; ++i) {
+    auto item = std::make_unique<const Item>(0, i);
+    const Item* raw = item.get();
+    ASSERT_TRUE(queue.push(item));
+    lost.emplace_back(raw);
+  }
+  WorkQueuePeer::loseTail(queue);
+  BasicLog::setAssertHandler([](const char*, int, const char*) {});
+  auto item = std::make_unique<const Item>(0, 3);
+  EXPECT_TRUE(queue.push(item));
+  BasicLog::setAssertHandler(nullptr);
+  std::array<std::unique_ptr<const Item>, 3> batch;
+  EXPECT_EQ(queue.popMany(batch), 1U);
+  ASSERT_NE(batch[0], nullptr);
+  EXPECT_EQ(batch[0]->number, 3);
+  EXPECT_EQ(queue.size(), 0U);
+  EXPECT_EQ(queue.popMany(batch), 0U);
+}
+
 TEST(WorkQueue, AnotherThreadThanTheOneInsideWaitsForItsTurn) {
   static Queue* shared = nullptr;
   static std::thread other;
