@@ -276,6 +276,19 @@ TEST_F(FileAccessTest, AWriterThatIsNotFinishedRemovesNoFileThatWasThere) {
   EXPECT_EQ(host::readFile(kFile), "old");
 }
 
+TEST_F(FileAccessTest, AWriterThatRefusedWhatItOpenedHoldsAndWritesNothing) {
+  host::makeFifo("/tmp/fifo");
+  const UniqueFd reader(::open("/tmp/fifo", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const std::vector<std::string> before = openDescriptors();
+  FileWriter writer;
+  EXPECT_THAT(writer.open("/tmp/fifo", 0600), HasCode(status::openError));
+  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_THAT(writer.write("text"), HasCode(status::writeError));
+  EXPECT_THAT(writer.finish(), HasCode(status::writeError));
+  char byte = 0;
+  EXPECT_EQ(::read(reader.get(), &byte, 1), 0);
+}
+
 TEST_F(FileAccessTest, AFinishedWriterLeavesExactlyItsBytes) {
   host::writeFile(kFile, "a long old text");
   FileWriter writer;
