@@ -3,9 +3,9 @@
 # sh tools/mutate.sh FROM TO, where the numbers are seeds (see tools/mutation/main.cpp). Called by `./dev mutate`.
 #
 # A mistake is caught by the tests of its subject (src/base by base_test, and so on) or, when these pass, by the
-# transcripts of the whole program. What is left over is a survivor, unless the release's object code is the same with
-# it as without. One that does not compile is no mistake that could be made; it is counted apart, and no other is drawn
-# in its place. Results are lines of build/mutate/results.
+# transcripts of the whole program or by the tests of its subject under the sanitizers. What is left over is a survivor,
+# unless the release's object code is the same with it as without. One that does not compile is no mistake that could be
+# made; it is counted apart, and no other is drawn in its place. Results are lines of build/mutate/results.
 set -eu
 cd "$(dirname "$0")/.."
 . tools/common.sh
@@ -30,33 +30,40 @@ restore() {
   }
 }
 
+# A program is a path below build/, which begins with its preset.
 prepare() {
   copy_tree
   (
     cd "$tree"
     configure debug '-DCMAKE_CXX_FLAGS_DEBUG=-O0 -w'
-    # shellcheck disable=SC2046 # target names
-    build debug mutate transcript_test $(printf '%s_test ' base json log command profiles service)
+    configure asan -DCMAKE_CXX_FLAGS_DEBUG=-w
+    build debug mutate
   )
-  cp "$tree/build/debug/tools/mutation/mutate" "$work/mutate"
-  for program in base_test json_test log_test command_test profiles_test service_test transcript_test; do
+  for program in debug/tests/transcript_test \
+    $(for subject in base json log command profiles service; do
+      say "debug/testing/${subject}_test" "asan/testing/${subject}_test"
+    done); do
+    builds "$program" || die "$program cannot be built: $work/build.log"
     began=$(date +%s)
     passes "$program" 1200 || die "$program fails without a mistake: $work/test.log"
-    say $((30 + 5 * ($(date +%s) - began))) >"$work/$program.patience"
+    say $((30 + 5 * ($(date +%s) - began))) >"$(patience_of "$program")"
   done
+  cp "$tree/build/debug/tools/mutation/mutate" "$work/mutate"
 }
+
+patience_of() { say "$work/$(say "$1" | tr / -).patience"; }
+
+builds() { cmake --build "$tree/build/${1%%/*}" --parallel "$jobs" --target "${1##*/}" >"$work/build.log" 2>&1; }
 
 # passes PROGRAM SECONDS: in the copy; what it says is in test.log. The status is 137 after so many seconds.
 passes() {
   (
-    cd "$tree/build/debug"
-    program=testing/$1
-    [ "$1" != transcript_test ] || program=tests/$1
-    exec prlimit --as=8589934592 timeout -s KILL "$2" "$program" --gtest_fail_fast --gtest_brief=1
+    cd "$tree/build/${1%%/*}"
+    limit='prlimit --as=8589934592'
+    [ "${1%%/*}" != asan ] || limit="env"  # sanitizers reserve more room than there is
+    exec $limit timeout -s KILL "$2" "${1#*/}" --gtest_fail_fast --gtest_brief=1
   ) >"$work/test.log" 2>&1 </dev/null
 }
-
-builds() { cmake --build "$tree/build/debug" --parallel "$jobs" --target "$@" >"$work/build.log" 2>&1; }
 
 # The object code, with the flags of the release, of every unit that reads a file, as sums.
 object_code() {
@@ -81,17 +88,17 @@ first_failure() {
 judge() {
   subject=${1#src/}
   subject=${subject%%/*}
-  for target in "${subject}_test" transcript_test; do
-    builds "$target" || {
+  for program in "debug/testing/${subject}_test" debug/tests/transcript_test "asan/testing/${subject}_test"; do
+    builds "$program" || {
       say 'not-compiled'
       return
     }
     status=0
-    passes "$target" "$(cat "$work/$target.patience")" || status=$?
+    passes "$program" "$(cat "$(patience_of "$program")")" || status=$?
     case $status in
       0) ;;
-      137) say "hung $target" && return ;;
-      *) say "caught $target $(first_failure)" && return ;;
+      137) say "hung $program" && return ;;
+      *) say "caught $program $(first_failure)" && return ;;
     esac
   done
   with=$(release_code)
