@@ -310,6 +310,21 @@ TEST_F(FileAccessTest, ANewFileThatCannotBeLookedAtIsRemovedAgain) {
   EXPECT_FALSE(host::exists(kFile));
 }
 
+TEST_F(FileAccessTest, AWriterThatCouldNotOpenHoldsNothingOpen) {
+  host::writeFile(kFile, "old");
+  const std::vector<std::string> before = openDescriptors();
+  FaultPlan plan;
+  plan.at = 1;
+  plan.calls = {"fstat"};
+  FileWriter writer;
+  {
+    const ArmedFaults armed{plan};
+    EXPECT_THAT(writer.open(kFile, 0600), HasCode(status::openError));
+  }
+  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_EQ(host::readFile(kFile), "old");
+}
+
 TEST_F(FileAccessTest, AWriterIsCloseOnExec) {
   FileWriter writer;
   ASSERT_THAT(writer.open(kFile, 0600), HasCode(status::success));

@@ -352,6 +352,15 @@ TEST(JsonObjects, FindIgnoringCaseTakesTheFirstMatchOfAsciiLetters) {
   EXPECT_EQ(json::findMemberIgnoringCase(nullptr, "name"), -1);
 }
 
+TEST(JsonObjects, ANameIsLookedForToItsEndAndNoByteFurther) {
+  ScopedJson object(json::makeObject());
+  json::setMember(object.get(), "Name", json::makeNull());
+  const std::string_view longer = "names";
+  EXPECT_EQ(json::findMemberIgnoringCase(object.get(), longer.substr(0, 4)), 0);
+  EXPECT_EQ(json::findMemberIgnoringCase(object.get(), longer.substr(0, 3)), -1);
+  EXPECT_EQ(json::findMemberIgnoringCase(object.get(), longer), -1);
+}
+
 TEST(JsonObjects, MemberGivesTheValueOfThatNameOrNull) {
   ScopedJson object(objectOf({"a"}));
   EXPECT_EQ(json::textOf(json::member(object.get(), "a")), "value of a");

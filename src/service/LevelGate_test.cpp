@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -99,6 +100,31 @@ TEST(LevelGateTest, LongWordsWithTheSameBeginningAreKeptApart) {
       EXPECT_EQ(gate.ask(other), last == 'Y' && behind != '~' ? Answer::passes : Answer::below) << other;
       EXPECT_EQ(gate.ask("EMERGENCY and more text"), Answer::passes);
       EXPECT_EQ(gate.ask("EMERGENC and more text"), Answer::below);
+    }
+  }
+}
+
+TEST(LevelGateTest, AWordThatIsAlmostALevelIsNotMistakenForIt) {
+  const std::string_view words[] = {"trace", "debug", "info",  "notice", "warn",  "warning",  "err",
+                                    "error", "fatal", "panic", "alert",  "emerg", "critical", "emergency",
+                                    "ERROR", "Warn",  "FATAL", "e~",     "W~",    "f~"};
+  LevelGate gate(Level::warning);
+  for (const char* bracket : {"", "["}) {
+    for (const std::string_view word : words) {
+      const std::string level = bracket + std::string(word) + "] and more text";
+      const Answer answer = BasicLog::parseLogLevel(level) >= Level::warning ? Answer::passes : Answer::below;
+      for (std::size_t at = 0; at < word.size(); ++at) {
+        for (int bit = 0; bit < 8; ++bit) {
+          std::string almost = level;
+          char& letter = almost[std::strlen(bracket) + at];
+          letter = static_cast<char>(letter ^ (1 << bit));
+          const Answer other = gate.ask(almost);
+          EXPECT_EQ(gate.ask(level), answer) << level << " after " << almost;
+          if (other == Answer::needsWholeText) continue;
+          EXPECT_EQ(other == Answer::passes, BasicLog::parseLogLevel(almost) >= Level::warning) << almost;
+          EXPECT_EQ(gate.ask(almost), other) << almost << " after " << level;
+        }
+      }
     }
   }
 }

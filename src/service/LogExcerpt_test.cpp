@@ -89,6 +89,12 @@ TEST_F(LogExcerptTest, AnEmptyLogHasNoLines) { EXPECT_THAT(excerptOf(""), IsEmpt
 
 // --- What a line is
 
+TEST_F(LogExcerptTest, ALogOfOneByteHasALine) {
+  EXPECT_THAT(excerptOf("x"), ElementsAre("x"));
+  EXPECT_THAT(excerptOf("x\n[ERROR] y"), ElementsAre("x", "[ERROR] y"));
+  EXPECT_THAT(excerptOf("\n"), IsEmpty());
+}
+
 TEST_F(LogExcerptTest, LineEndsGoAndEmptyLinesAreSkipped) {
   EXPECT_THAT(excerptOf("one\r\n\n\r\n\r\r\ntwo\r\r\n \nthree"), ElementsAre("one", "two", " ", "three"));
   EXPECT_THAT(excerptOf("one\rtwo\n"), ElementsAre("one\rtwo"));
@@ -285,6 +291,15 @@ TEST_F(LogExcerptTest, ALongLineIsReadTwice) {
   const ArmedFaults counted{FaultPlan{}};
   EXPECT_THAT(readLogExcerpt(kLog, Level::error, 50, lines), HasCode(status::success));
   EXPECT_LE(counted.count(), 2 * content.size() / (128 * 1024) + 8);
+}
+
+// A file that fills its last block has exactly as many blocks as bytes.
+TEST_F(LogExcerptTest, ALogWithoutHolesIsNotAskedForThem) {
+  host::writeFile(kLog, std::string(4096 * 500, 'x'));
+  Texts lines;
+  const ArmedFaults counted{FaultPlan{}};
+  EXPECT_THAT(readLogExcerpt(kLog, Level::error, 50, lines), HasCode(status::success));
+  EXPECT_THAT(counted.calls(), testing::Not(testing::Contains("lseek")));
 }
 
 // --- Sparse logs
