@@ -29,7 +29,7 @@ void addToAFullArrayOfTwoThousandMillion() {
   array.add(makeNull());
 }
 
-TEST(JsonRecords, AContainerEndsTheProgramRatherThanLetItsCountRunOver) {
+TEST(JsonRecordsDeathTest, AContainerEndsTheProgramRatherThanLetItsCountRunOver) {
   EXPECT_EXIT(addToAFullArrayOfTwoThousandMillion(), testing::KilledBySignal(SIGABRT), "");
 }
 
