@@ -58,8 +58,8 @@ endif()
 if(RAVCTL_COVERAGE)
   # Counters that lie in the profile itself, so that no process has to write it: it may be killed, execute another
   # program or leave by _exit. See the step `coverage` of tools/steps.sh.
-  add_compile_options(-fprofile-instr-generate -fcoverage-mapping "SHELL:-mllvm -runtime-counter-relocation")
-  add_link_options(-fprofile-instr-generate -fcoverage-mapping)
+  add_compile_options(-fprofile-instr-generate -fprofile-update=atomic -fcoverage-mapping "SHELL:-mllvm -runtime-counter-relocation")
+  add_link_options(-fprofile-instr-generate -fprofile-update=atomic -fcoverage-mapping)
 endif()
 
 # The program is one file without dynamic dependencies where the static libraries are there, and says so where they are not.

@@ -123,6 +123,21 @@ TEST_F(RemoveTreeTest, ADirectoryThatBecomesALinkBeforeItIsEnteredIsNotGoneThrou
   EXPECT_TRUE(host::exists("/tmp/target/file"));
 }
 
+// Opening a FIFO to read it would wait for a writer.
+TEST_F(RemoveTreeTest, ADirectoryThatBecomesAFifoBeforeItIsEnteredIsNotWaitedFor) {
+  host::makeDirs("/tmp/tree/a");
+  FaultPlan plan;
+  plan.calls = {"openat"};
+  plan.before = [](std::size_t call) {
+    if (call != 3) return;  // after the top and its listing
+    host::remove("/tmp/tree/a");
+    EXPECT_EQ(::mkfifo("/tmp/tree/a", 0600), 0);
+  };
+  const ArmedFaults armed{plan};
+  EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::rmdirError));
+  EXPECT_TRUE(host::exists("/tmp/tree/a"));
+}
+
 TEST_F(RemoveTreeTest, ADeepDirectoryThatIsMovedAwayMeanwhileEndsTheRemoval) {
   // Below 16 levels the way back is "..": it must lead to where it came from.
   std::string path = kTree;

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 namespace {
 
@@ -14,8 +15,12 @@ static_assert(json::pool::step % alignof(std::max_align_t) == 0 && json::pool::s
 
 std::atomic<json::pool::Spare*> pieces{nullptr};  // of all threads, so that they stay reachable
 
-// Without memory it ends as operator new does.
-void* orEnd(void* block) { return block != nullptr ? block : ::operator new(static_cast<std::size_t>(-1) / 2); }
+// Without memory it ends as operator new does: by the handler, or else at once.
+void* orEnd(void* block) {
+  if (block != nullptr) return block;
+  if (const std::new_handler handler = std::get_new_handler()) handler();
+  std::abort();
+}
 
 }  // namespace
 

@@ -8,6 +8,7 @@
 #include <new>
 #include <utility>
 
+#include "base/StringUtils.h"
 #include "json/BlockPool.h"
 #include "json/JsonRecords.h"
 
@@ -135,18 +136,6 @@ void destroy(Container* container, Container*& pending) {
   }
   if (container->kind() == JsonKind::array) return destroy(static_cast<ArrayValue*>(container));
   destroy(static_cast<ObjectValue*>(container));
-}
-
-// ---- Names ----
-
-char lowered(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
-bool equalIgnoringCase(std::string_view one, std::string_view other) {
-  if (one.size() != other.size()) return false;
-  for (std::size_t at = 0; at < one.size(); ++at) {
-    if (lowered(one[at]) != lowered(other[at])) return false;
-  }
-  return true;
 }
 
 }  // namespace
@@ -313,7 +302,7 @@ std::ptrdiff_t findMemberIgnoringCase(const jsObject* object, std::string_view n
   const auto* record = recordIn<ObjectValue>(object, JsonKind::object);
   if (record == nullptr || name.empty()) return notFound;
   for (std::size_t at = 0; at < record->count; ++at) {
-    if (equalIgnoringCase(record->names[at]->text(), name)) return static_cast<std::ptrdiff_t>(at);
+    if (StringUtils::equalIgnoreCase(record->names[at]->text(), name)) return static_cast<std::ptrdiff_t>(at);
   }
   return notFound;
 }

@@ -111,13 +111,14 @@ Status runBackendOperation(const std::string& name, void (SystemSpecificImpl::*o
   // Chosen before the fork, so that the child only calls what is there.
   SystemSpecificImpl& backend = currentBackend();
   const pid_t child = fork();
-  if (child < 0) {
-    return Status::of(status::forkError);
+  switch (child) {
+    case -1:
+      return Status::of(status::forkError);
+    case 0:
+      giveBackSignals();
+      (backend.*operation)();
+      _exit(toolNotRunExitStatus);
+    default:
+      return statusOfChildOutcome(waitForChild(child));
   }
-  if (child == 0) {
-    giveBackSignals();
-    (backend.*operation)();
-    _exit(toolNotRunExitStatus);
-  }
-  return statusOfChildOutcome(waitForChild(child));
 }
