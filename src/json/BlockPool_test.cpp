@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -168,6 +169,15 @@ void resizeToMoreThanThereIs() {
   std::set_new_handler([] { std::_Exit(7); });
   void* block = json::takeBlock(5000);
   json::resizeBlock(block, 5000, moreThanThereIs);
+}
+
+void takeMoreThanThereIsWithoutAHandler() {
+  std::set_new_handler(nullptr);
+  json::takeBlock(moreThanThereIs);
+}
+
+TEST(BlockPoolDeathTest, WithoutMemoryAndWithoutAHandlerTheProcessIsAborted) {
+  EXPECT_EXIT(takeMoreThanThereIsWithoutAHandler(), testing::KilledBySignal(SIGABRT), "");
 }
 
 TEST(BlockPoolDeathTest, WithoutMemoryTheHandlerOfTheProgramIsAsked) {
