@@ -53,7 +53,10 @@ prepare() {
 
 patience_of() { say "$work/$(say "$1" | tr / -).patience"; }
 
-builds() { cmake --build "$tree/build/${1%%/*}" --parallel "$jobs" --target "${1##*/}" >"$work/build.log" 2>&1; }
+# With the program of users, which some tests start.
+builds() {
+  cmake --build "$tree/build/${1%%/*}" --parallel "$jobs" --target "${1##*/}" ravctl >"$work/build.log" 2>&1
+}
 
 # passes PROGRAM SECONDS: in the copy; what it says is in test.log. The status is 137 after so many seconds.
 passes() {
