@@ -20,7 +20,7 @@ enum class CommandForm {
 struct CommandRow {
   const char* method;  // the words, and the command's name in output and help
   CommandForm form;
-  const char* synopsis;     // behind the method name in summaries
+  const char* synopsis;     // what may follow the words, in short; the pages print `usage`
   const char* usage;        // behind the method name in usage lines
   const char* description;  // one paragraph
   // Makes the command. `argument` is the word handed to it, empty where its form has none; `words` are all words.

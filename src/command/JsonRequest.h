@@ -18,6 +18,7 @@
 
 // The request written in exactly three words: program path, "json", and the text of a JSON object. Parses the whole
 // text. The object is the caller's; null for any other words, and for a text that does not parse or is no object.
+// What was parsed and is no object is freed. Without memory the process ends, here as below.
 [[nodiscard]] jsObject* requestFromJsonForm(const std::vector<std::string>& words);
 
 // Builds the request of a command given in words: the method is words 1 and 2 joined by a blank, the words from 3 on

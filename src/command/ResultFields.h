@@ -92,7 +92,7 @@ class StatusCodeResultField : public ResultParamBase {
   void render(ValueBinder& sink) const override;
   void typeWord(std::string& word) const override { word = "status"; }
   void set(Status value) { status_ = std::move(value); }
-  void set(StatusCode code) { status_ = Status::of(code); }
+  void set(StatusCode code) { status_.setCode(code); }  // details and context stay
   const Status& status() const { return status_; }
   const char* method() const { return method_; }
 

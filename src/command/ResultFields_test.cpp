@@ -222,11 +222,15 @@ TEST(StatusCodeResultField, IsAnApplicationErrorUntilItIsSet) {
   EXPECT_EQ(linesOf(command.status()), (Lines{"status_text: application error", "status_code: 0x12000001"}));
 }
 
-TEST(StatusCodeResultField, SettingACodeClearsEarlierDetails) {
+TEST(StatusCodeResultField, SettingACodeLeavesTheTextsAndSettingAStatusReplacesAll) {
   Command command;
   StatusCodeResultField field(command, "method");
   field.set(Status::error(status::openError, "details", "context"));
-  field.set(status::success);
+  field.set(status::readError);
+  EXPECT_EQ(field.status().code(), status::readError);
+  EXPECT_EQ(field.status().details(), "details");
+  EXPECT_EQ(field.status().context(), "context");
+  field.set(Status::success());
   EXPECT_EQ(field.status().code(), 1U);
   EXPECT_EQ(field.status().details(), "");
   EXPECT_EQ(field.status().context(), "");

@@ -8,13 +8,16 @@
 
 namespace {
 
-// First thing in the commands that elect an active profile when there is none; without authorization nothing is
-// elected, and the operation tells so.
-void electWhenAuthorized() {
-  if (isAuthorized()) {
-    (void)ProfileControl::ensureActiveProfile();  // the command goes on and fails, or not, by its own rules
-  }
+// First thing in the commands that look at the host or elect an active profile: without authorization nothing is even
+// looked at. False when that ends the command, with its status.
+bool mayAct(StatusCodeResultField& status) {
+  if (isAuthorized()) return true;
+  status.set(status::authenticationError);
+  return false;
 }
+
+// The command goes on and fails, or not, by its own rules.
+void electWhenThereIsNone() { (void)ProfileControl::ensureActiveProfile(); }
 
 std::optional<std::string> given(const TextParam& param) {
   return param.hasValue() ? std::optional<std::string>(param.value()) : std::nullopt;
@@ -29,7 +32,8 @@ Hipcmd_ModifyProfile::Hipcmd_ModifyProfile(std::string_view selector)
 }
 
 void Hipcmd_ModifyProfile::execute(StatusCodeResultField& status) {
-  electWhenAuthorized();
+  if (!mayAct(status)) return;
+  electWhenThereIsNone();
   ProfileChanges::Modification wanted;
   wanted.newName = given(newName_);
   wanted.hasHelmsor = helmsor_.hasValue();
@@ -51,6 +55,7 @@ Hipcmd_ActivateProfile::Hipcmd_ActivateProfile(std::string_view selector)
 }
 
 void Hipcmd_ActivateProfile::execute(StatusCodeResultField& status) {
+  if (!mayAct(status)) return;
   std::string name;
   status.set(ProfileChanges::activateProfile(profile_.value(), sys_.resolved(), name));
   profileName_.set(std::move(name));
@@ -76,7 +81,8 @@ Hipcmd_RenameProfile::Hipcmd_RenameProfile(std::string_view selector)
 }
 
 void Hipcmd_RenameProfile::execute(StatusCodeResultField& status) {
-  electWhenAuthorized();
+  if (!mayAct(status)) return;
+  electWhenThereIsNone();
   std::string name;
   status.set(ProfileChanges::renameProfile(profile_.value(), newName_.value(), name));
   profileName_.set(std::move(name));

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "base/StringUtils.h"
+#include "command/Authorization.h"
 #include "profiles/ProfileStore.h"
 
 using StringUtils::concatenate;
@@ -88,6 +89,7 @@ Hipcmd_CreateProfile::Hipcmd_CreateProfile(std::string_view name)
 }
 
 void Hipcmd_CreateProfile::execute(StatusCodeResultField& status) {
+  if (!isAuthorized()) return status.set(status::authenticationError);  // before the host is looked at
   NewProfile wanted;
   wanted.name = newName_.value();
   wanted.allowRename = allowRename_.value();

@@ -186,6 +186,28 @@ TEST_F(ProfileCommandTest, ListAndDetailsNeedNoAuthorization) {
   EXPECT_THAT(run({"profile", "details", "office"}), testing::Contains("profile_name=office"));
 }
 
+TEST_F(ProfileCommandTest, WithoutAuthorizationNothingIsLookedAt) {
+  setAuthorizationMode(authorizationNever);
+  const Words commands[] = {{"profile", "create", "new", "helmsor=h"},
+                            {"profile", "create", "new", "helmsor=h", "sys=initd", "activate"},
+                            {"profile", "modify", "office", "network=n", "activate"},
+                            {"profile", "modify", "office", "network=n", "sys=systemd"},
+                            {"profile", "activate", "office"},
+                            {"profile", "activate", "office", "sys=null"},
+                            {"profile", "rename", "office", "new_name=x"},
+                            {"profile", "delete", "office"},
+                            {"support", "reset", "office"}};
+  const std::string before = host::tree("/etc/zuv");
+  for (const Words& words : commands) {
+    SCOPED_TRACE(words[1]);
+    const ArmedFaults counted{FaultPlan{}};
+    EXPECT_EQ(run(words, kNotAuthorized),
+              failure("authentication error (ravctl requires sudo for this command)", "0x12000002"));
+    EXPECT_THAT(counted.calls(), IsEmpty());
+  }
+  EXPECT_EQ(host::tree("/etc/zuv"), before);
+}
+
 // --- profile details
 
 TEST_F(ProfileCommandTest, DetailsPrintWhatTheFilesSay) {
