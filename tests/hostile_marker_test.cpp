@@ -89,6 +89,7 @@ TEST_F(HostileMarkerTest, WhateverItSaysNothingOutsideTheStoreIsTouched) {
       {"blank lines", "\n\r\n\t\n \n"},
       {"control bytes and high bytes alone", "\x01\x1b\x7f\x80\xff\n"},
       {"zero bytes alone", string(5000, '\0')},
+      {"a name that is too long for a file", string(300, 'x') + "\n"},
       {"a line that is too long", string(11'000'000, 'x') + "\nprofile-1\n"},
   };
   for (const Case& c : cases) {

@@ -21,6 +21,8 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds firstPause(1);
 constexpr milliseconds longestPause(50);
+constexpr milliseconds longestWait =
+    std::chrono::hours(24) * 36'525;  // a century; now and it fit 64 bits of nanoseconds
 
 // The umask belongs to the whole process: two threads that change it at once would leave the wrong one behind.
 std::mutex umaskGuard;
@@ -82,7 +84,7 @@ std::string lockNameFor(const std::string& path) {
 FileLock::FileLock(const std::string& path) : lockName_(lockNameFor(path)) { take(LOCK_EX, Clock::time_point::max()); }
 
 FileLock::FileLock(const std::string& path, milliseconds limit) : lockName_(lockNameFor(path)) {
-  take(LOCK_EX | LOCK_NB, Clock::now() + limit);
+  take(LOCK_EX | LOCK_NB, Clock::now() + std::min<milliseconds>(limit, longestWait));
 }
 
 std::string FileLock::lockPath() const { return lockName_.empty() ? std::string() : FileUtils::lockDir() + lockName_; }

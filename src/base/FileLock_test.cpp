@@ -223,6 +223,16 @@ TEST_F(FileLockTest, ATimedLockIsTakenAsSoonAsItIsFree) {
   holder.join();
 }
 
+TEST_F(FileLockTest, ATimedLockWaitsHoweverLongTheTimeIs) {
+  FileLock lock(kPath);
+  std::thread holder([&] {
+    std::this_thread::sleep_for(milliseconds(100));
+    lock.release();
+  });
+  EXPECT_EQ(FileLock(kPath, milliseconds::max()).result(), Result::held);
+  holder.join();
+}
+
 TEST_F(FileLockTest, AHolderThatDiesLetsGo) {
   Child holder(holdForever);
   waitFor([] { return host::exists("/tmp/held"); });

@@ -31,6 +31,11 @@ bool lookAt(const std::string& path, struct stat& info) {
   return isUsablePath(path) && ::stat(path.c_str(), &info) == 0;
 }
 
+bool leadsTo(const std::string& path, const struct stat& file) {
+  struct stat info = {};
+  return lookAt(path, info) && isSameFile(info, file);
+}
+
 bool isOfType(const std::string& path, mode_t type) {
   struct stat info = {};
   return lookAt(path, info) && (info.st_mode & S_IFMT) == type;
@@ -293,8 +298,10 @@ Status copyFile(const std::string& from, const std::string& to) {
   if (!openForReading(AT_FDCWD, from.c_str(), source, Links::ofTrusted)) return copyError(status::openError, from);
   FileWriter target;
   Status s = target.open(to, copyMode);
+  if (s.isSuccess() ? isSameFile(source.info, target.info()) : leadsTo(to, source.info)) {
+    return Status::of(status::invalidArgument);
+  }
   if (!s.isSuccess()) return copyError(s.code(), to);
-  if (isSameFile(source.info, target.info())) return Status::of(status::invalidArgument);
   s = target.cutToNothing();
   if (!s.isSuccess()) return copyError(s.code(), to);
   s = copyBytes(source, from, target, to);

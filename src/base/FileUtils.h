@@ -9,15 +9,16 @@
 // string. An empty one, or one with a zero byte, is "invalid argument" before any system call.
 //
 // Reading follows links. What was opened is looked at: anything but a regular file counts as one that cannot be opened,
-// /dev/null as an empty file. Nothing blocks on a FIFO, neither a reader nor a writer. Descriptors are close-on-exec.
-// Writing follows links that root or our own user made. Somebody else's counts as a file that cannot be opened.
+// /dev/null as an empty file, and what a link finds in /proc as one that cannot be opened either. Nothing blocks on a
+// FIFO, neither a reader nor a writer. Descriptors are close-on-exec. Writing follows links that root or our own user
+// made. Somebody else's counts as a file that cannot be opened.
 //
 // Writing whole files changes them in place: the new bytes are written first, then the file is cut to its new length,
 // so that a full disk never empties a file; links and the owner stay. A file that did not exist before is removed again
 // when writing it fails. Every write and close is checked; a failure is "stdlib error: file write".
 //
 // Threads: re-entrant; the two cached directories are safe to be asked for first by several threads at once.
-// Other processes: no locks are taken here; see FileLock.h and KeyValueFile.h.
+// Other processes: those that write one file take turns (see FileWriter); for more see FileLock.h and KeyValueFile.h.
 #pragma once
 
 #include <sys/types.h>
@@ -113,8 +114,8 @@ Status removePath(const std::string& path);
 // Anything but a directory is unlinked. Links are unlinked, never gone through, and a directory is looked at again
 // before it is entered. Entries that listDirectory puts under `others` (FIFOs, sockets, devices, links whose text leads
 // nowhere) stay, and then the last step fails: "rmdir". What fails on the way is passed over. Any depth, with few
-// descriptors. `last` names a file of the directory itself that goes after everything else in it, so that whoever finds
-// the rest of a removal that was broken off finds that file, too.
+// descriptors. `last` names a file of the directory itself that goes after all else in it that can go, so that whoever
+// finds the rest of a process that ended on its way finds that file, too.
 Status removeTree(const std::string& path, std::string_view last = {});
 
 // rename(2). Without `overwrite` an existing regular file at `to` is a failure and both stay. Status: "rename".

@@ -889,6 +889,15 @@ TEST_F(FileUtilsTest, ASourceThatGrowsMeanwhileIsCopiedToItsFirstSize) {
   EXPECT_EQ(FileUtils::fileSize("/tmp/to"), 5000);
 }
 
+TEST_F(FileUtilsTest, AFileThatCannotBeWrittenIsNotCopiedOntoItselfEither) {
+  host::writeFile("/tmp/file", "text", 0444);
+  host::makeLink("/tmp/link", "/tmp/file");
+  const host::BoundByModes bound;
+  EXPECT_THAT(FileUtils::copyFile("/tmp/file", "/tmp/file"), HasCode(status::invalidArgument));
+  EXPECT_THAT(FileUtils::copyFile("/tmp/file", "/tmp/link"), HasCode(status::invalidArgument));
+  EXPECT_EQ(host::readFile("/tmp/file"), "text");
+}
+
 TEST_F(FileUtilsTest, AFileIsNotCopiedOntoItself) {
   host::writeFile("/tmp/from", "text");
   host::makeLink("/tmp/link", "/tmp/from");

@@ -7,6 +7,9 @@
 // 127); a "#" more than one byte behind the separator starts a comment ("key=#x" has the value "#x", deliberately); a
 // value in one pair of single or double quotes loses them. Any other line is text that is kept.
 //
+// A value is written as it is given. One with a "#", blanks at its ends or quotes around it is not read back as it was:
+// the format has no escapes.
+//
 // On disk: files are changed in place, as FileUtils describes; a new one has mode 0640.
 // Other processes: reading and writing each hold the FileLock of the path, waiting for it without limit, and fail
 // without it. The functions that read, change and write let go in between.

@@ -112,7 +112,9 @@ Status removeTree(const std::string& path, std::string_view last) {
   const std::string tree = withoutSlashesAtEnd(path);
   if (tree.empty()) return Status::of(status::invalidArgument);
   struct stat info = {};
-  if (::lstat(tree.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) return removeFile(tree);
+  const bool isThere = ::lstat(tree.c_str(), &info) == 0;
+  if (isThere && S_ISLNK(info.st_mode)) return removeFile(tree);
+  if (!isThere || !S_ISDIR(info.st_mode)) return removeFile(path);
   if (isRoot(info)) return Status::of(status::invalidArgument);
   TreeRemover(last).empty(tree);
   return removeDir(tree);

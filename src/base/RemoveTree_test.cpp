@@ -55,6 +55,13 @@ TEST_F(RemoveTreeTest, WhatIsNoDirectoryIsUnlinked) {
   EXPECT_FALSE(host::exists("/tmp/fifo"));
 }
 
+TEST_F(RemoveTreeTest, BehindASlashThereIsNoFile) {
+  host::writeFile("/tmp/file", "");
+  EXPECT_THAT(FileUtils::removeTree("/tmp/file/"), HasCode(status::unlinkError));
+  EXPECT_TRUE(host::exists("/tmp/file"));
+  EXPECT_THAT(FileUtils::removeTree("/tmp/missing/"), HasCode(status::success));
+}
+
 TEST_F(RemoveTreeTest, ALinkAtTheTopIsUnlinkedAndNotGoneThrough) {
   host::writeFile("/tmp/target/file", "");
   for (const char* path : {"/tmp/link", "/tmp/link/", "/tmp/link//"}) {
@@ -206,7 +213,7 @@ TEST_F(RemoveTreeTest, ADirectoryThatCannotBeReadDoesNotKeepItsNeighbours) {
   EXPECT_EQ(host::tree(kTree), "d 0755 closed\nf 0644 closed/file \"\"\n");
 }
 
-TEST_F(RemoveTreeTest, TheLastFileGoesWhenNothingElseOfTheDirectoryIsThere) {
+TEST_F(RemoveTreeTest, TheLastFileGoesAfterAllElseOfTheDirectory) {
   for (const char* file : {"a", "last", "sub/file", "sub/last", "z"})
     host::writeFile(std::string(kTree) + "/" + file, "");
   std::vector<std::string> whenItWent;

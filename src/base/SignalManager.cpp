@@ -38,10 +38,11 @@ SignalManager::SignalManager() {
 
 SignalManager::~SignalManager() {
   SignalManager* self = this;
-  if (!current.compare_exchange_strong(self, nullptr)) return;  // a later manager has taken over
+  (void)current.compare_exchange_strong(self, nullptr);  // else a later manager has taken over
   for (int signal = 0; signal < signalCount; ++signal) {
-    const bool wasInstalled = (flagsOf(signal).exchange(0) & isInstalled) != 0;
-    if (wasInstalled) (void)::signal(signal, previous_[static_cast<unsigned>(signal)]);
+    if (!installed_.test(static_cast<unsigned>(signal))) continue;
+    flagsOf(signal) = 0;
+    (void)::signal(signal, previous_[static_cast<unsigned>(signal)]);
   }
 }
 
@@ -54,6 +55,7 @@ int SignalManager::install(int signal) {
     return -1;
   }
   previous_[static_cast<unsigned>(signal)] = previous;
+  installed_.set(static_cast<unsigned>(signal));
   return 0;
 }
 

@@ -15,11 +15,12 @@
 #pragma once
 
 #include <array>
+#include <bitset>
 
 class SignalManager {
  public:
   SignalManager();
-  // Gives installed signals back to whoever had them before.
+  // Gives the signals that it installed back to whoever had them before. Of several managers the last made ends first.
   virtual ~SignalManager();
   SignalManager(const SignalManager&) = delete;
   SignalManager& operator=(const SignalManager&) = delete;
@@ -34,5 +35,6 @@ class SignalManager {
   virtual void handle(int signal) = 0;
 
   using Action = void (*)(int);
-  std::array<Action, 32> previous_{};  // of installed signals
+  std::bitset<32> installed_;          // by this manager
+  std::array<Action, 32> previous_{};  // of these
 };

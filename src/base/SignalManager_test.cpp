@@ -230,6 +230,27 @@ TEST(SignalManager, OfTwoTheLaterOneGetsTheSignals) {
   EXPECT_EQ(actionOf(SIGUSR1), SIG_DFL);
 }
 
+TEST(SignalManager, EachGivesBackWhatItInstalledItselfHoweverManyThereWere) {
+  ::signal(SIGUSR1, SIG_IGN);
+  ::signal(SIGUSR2, SIG_IGN);
+  {
+    Signals first;
+    EXPECT_EQ(first.install(SIGUSR1), 0);
+    const Action handler = actionOf(SIGUSR1);
+    {
+      Signals second;
+      EXPECT_EQ(second.install(SIGUSR1), 0);
+      EXPECT_EQ(first.install(SIGUSR2), 0);
+    }
+    EXPECT_EQ(actionOf(SIGUSR1), handler) << "the first had it before";
+    EXPECT_EQ(actionOf(SIGUSR2), handler) << "the second did not install it";
+  }
+  EXPECT_EQ(actionOf(SIGUSR1), SIG_IGN);
+  EXPECT_EQ(actionOf(SIGUSR2), SIG_IGN);
+  ::signal(SIGUSR1, SIG_DFL);
+  ::signal(SIGUSR2, SIG_DFL);
+}
+
 TEST(SignalManager, TheHandlerLeavesErrnoAlone) {
   Signals signals;
   EXPECT_EQ(signals.install(SIGUSR1), 0);

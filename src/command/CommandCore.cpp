@@ -62,7 +62,7 @@ bool isMarker(const jsObject* value) {
 }
 
 void logInvalidParam(std::string_view key) {
-  static BasicLog::Logger& log = BasicLog::getLogger("control");
+  static BasicLog::Logger& log = BasicLog::getLogger(BasicLog::controlLogger);
   if (log.isEnabled(BasicLog::Level::error)) {
     BasicLog::Entry entry(log, BasicLog::Level::error, "invalid param", "CommandCore", bindContext);
     entry.add("param", key);

@@ -16,7 +16,8 @@
 // in it once; the shared values below may lie anywhere any number of times. Shared values: null, true, false, -1, 0, 1,
 // 2 and the empty string exist once and are never freed. Therefore a value is let go with json::release and never with
 // delete. Threads: a tree is used by one thread at a time; the shared values are never written. Cost: adding and
-// finding a member takes the same time in an object of any size; releasing needs no memory and no depth of the stack.
+// finding a member takes the same time in an object of any size, unless names were made to have one hash; releasing
+// needs no memory and no depth of the stack.
 #pragma once
 
 #include <cstddef>

@@ -53,7 +53,7 @@ struct Name {
   std::string_view text() const { return {reinterpret_cast<const char*>(this + 1), length}; }
 };
 
-// Counts have 32 bits: a container may have four thousand million entries.
+// Counts have 32 bits: a container may have two thousand million entries.
 struct Container : Record {
   using Record::Record;
   std::uint32_t count = 0;

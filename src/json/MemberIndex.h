@@ -6,7 +6,7 @@
 // It holds positions alone, not names: the caller compares, and says when a member goes or moves. Names are unique.
 // A name is hashed whole, so that long common beginnings cost no more than their bytes. Slots are small, since a search
 // in a large index costs what it takes to fetch one: 32 bits of the hash, and a position of 32 bits, for objects of up
-// to four thousand million members.
+// to two thousand million members. Names that were made to have one hash are found one after the other.
 #pragma once
 
 #include <cstddef>

@@ -157,7 +157,8 @@ std::string shortTextHeader(const LogMessage& message);
 // "opened: path=/x mode=644"; the message alone without parameters.
 std::string textBody(const LogMessage& message);
 // JSON objects: {"level", "ticks", "time"} and {"msg", "params": {...}}, the latter without "params" when there are
-// none. Of parameters with one key the last value is written, in the place of the first.
+// none. Of parameters with one key the last value is written, in the place of the first; a parameter with an empty key
+// is left out.
 std::string jsonHeader(const LogMessage& message);
 std::string jsonBody(const LogMessage& message);
 

@@ -35,8 +35,7 @@ class Emitter {
   virtual void write(Level level, const std::string& header, const std::string& body) = 0;
   virtual const char* name() const = 0;
 
-  // Around entries that the log hands out in a row, 200 at most. What was written in between need not be on its way
-  // before the end.
+  // Around a batch, 20 entries at most. What was written in between need not be on its way before the end.
   virtual void beginBatch() {}
   virtual void endBatch() {}
 };

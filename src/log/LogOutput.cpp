@@ -16,7 +16,6 @@ namespace {
 
 constexpr char threadName[] = "logging_output";
 constexpr std::size_t batchLimit = 20;
-constexpr std::size_t roundLimit = 10;  // batches, between which emitters may hold what they write
 static_assert(BasicLog::MessagePool::bundleSize == batchLimit, "a batch goes back to the pool as one");
 constexpr std::int64_t idleMicros = 1'000'000;
 // So many queued entries, and every multiple of it, wake the thread. Seldom enough to cost producers nothing.
@@ -59,7 +58,7 @@ void LogOutput::runOutputThread() {
     const ScopedLock lock(outputMutex_);  // until the start is through; it may be stopped already
   }
   while (isRunning()) {
-    if (drainRound() == 0) (void)isStopping_.waitFor(idleMicros);  // the loop asks again
+    if (drainBatch() == 0) (void)isStopping_.waitFor(idleMicros);  // the loop asks again
   }
   state_.set(EmitterState::stopped);  // the last touch: who waits for it may destroy this
 }
@@ -104,30 +103,24 @@ void LogOutput::removeEmitter(Emitter* emitter) {
 // --- Batches
 
 void LogOutput::flush() {
-  while (drainRound() != 0) {
+  while (drainBatch() != 0) {
   }
 }
 
-// Takes batches as long as they are full, and hands them out. The lock of the list is held from taking the entries to
-// the last emitter, so that threads that drain at the same time keep the order.
-std::size_t LogOutput::drainRound() {
+// The lock of the list is held from taking the entries to the last emitter, so that threads that drain at the same time
+// keep the order.
+std::size_t LogOutput::drainBatch() {
   const ScopedOwnedLock lock(emittersMutex_);
   if (lock.wasHeld()) return 0;  // called by an emitter
   BasicLog::MessagePool::Batch batch;
-  std::size_t count = queue_.popMany(batch);
+  const std::size_t count = queue_.popMany(batch);
   if (count == 0) return 0;
   const EmittingScope scope(zoneOffset_.micros());
   beginBatch();
-  std::size_t total = 0;
-  for (std::size_t batches = 1; count != 0; ++batches) {
-    for (std::size_t i = 0; i < count; ++i) emit(*batch[i]);
-    BasicLog::MessagePool::giveBack(batch);
-    total += count;
-    const bool isLast = count < batch.size() || batches == roundLimit || isStopping_.test();
-    count = isLast ? 0 : queue_.popMany(batch);
-  }
+  for (std::size_t i = 0; i < count; ++i) emit(*batch[i]);
   endBatch();
-  return total;
+  BasicLog::MessagePool::giveBack(batch);
+  return count;
 }
 
 // By index, here and below: an emitter may add others.

@@ -70,7 +70,7 @@ class LogOutput {
  private:
   void runOutputThread();
   bool isRunning() const { return state_.get() == EmitterState::running; }
-  std::size_t drainRound();
+  std::size_t drainBatch();
   void emit(const BasicLog::LogMessage& message);
   void beginBatch();
   void endBatch();

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
+#include <utility>
 
 #include "base/FileAccess.h"
 #include "base/FileUtils.h"
@@ -130,8 +132,10 @@ namespace {
 bool isOutdated(const std::string& path, std::int64_t cutOff) {
   struct stat info = {};
   if (::lstat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
-  const timeval modified{info.st_mtim.tv_sec, info.st_mtim.tv_nsec / 1'000};
-  return TimeUtils::fromTimeval(&modified) < cutOff;
+  // Seconds and the rest of their own: a file may claim a time that no 64 bits of microseconds hold.
+  using Moment = std::pair<std::int64_t, std::int64_t>;
+  const timeval limit = TimeUtils::toTimeval(cutOff);
+  return Moment(info.st_mtim.tv_sec, info.st_mtim.tv_nsec / 1'000) < Moment(limit.tv_sec, limit.tv_usec);
 }
 
 void logRemoval(const std::string& path) {

@@ -506,6 +506,23 @@ TEST_F(RotatedFileTest, AFileWhoseAgeCannotBeReadIsKept) {
   EXPECT_TRUE(host::exists("/tmp/logs/app-old.log"));
 }
 
+TEST_F(RotatedFileTest, AgeIsToldOfFilesFromTheEndsOfTimeToo) {
+  constexpr std::int64_t beyondMicros = 9'300'000'000'000;  // as microseconds more than 64 bits hold
+  const struct {
+    const char* name;
+    std::int64_t seconds;
+  } files[] = {{"app-future.log", beyondMicros}, {"app-past.log", -beyondMicros}};
+  for (const auto& file : files) {
+    const std::string path = std::string(logs) + "/" + file.name;
+    host::writeFile(path, "old\n");
+    const timespec time{static_cast<time_t>(file.seconds), 0};
+    const timespec times[2] = {time, time};
+    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+  }
+  scrub_old_files(logs, "app-", now);
+  EXPECT_EQ(host::tree(logs), "f 0644 app-future.log \"old\\n\"\n");
+}
+
 TEST_F(RotatedFileTest, ADirectoryThatCannotBeListedScrubsNothingAndIsWrittenTo) {
   makeOldFile("app-old.log", 31 * day);
   const ArmedFaults faults({1, true, EACCES, {"fdopendir"}});

@@ -87,7 +87,7 @@ Status deleteProfile(const std::string& selector) {
       (void)FileUtils::removeTree(joinPath({profile.dir, directory}));  // what stays fails the last removal
     }
   }
-  // The name last: a removal that was broken off can be repeated under it.
+  // The name last: a removal that ended on its way can be repeated under it.
   const bool isGone = FileUtils::removeTree(profile.dir, ProfileStore::nameFile).isSuccess();
   return isGone ? Status() : Status::of(status::applicationError);
 }

@@ -112,7 +112,7 @@ void copyCertificates(const std::string& profileDir) {
   const std::string to = joinPath({profileDir, certificates});
   // A profile without certificates is usable; the daemon tells what it misses.
   (void)FileUtils::makeDir(to, directoryMode);
-  (void)FileUtils::setMode(to, directoryMode);
+  (void)FileUtils::setMode(to + '/', directoryMode);  // by the slash not of a file that has the name
   (void)copyFilesOf(joinPath({ProfileStore::factoryDir(), certificates}), to);
 }
 

@@ -72,7 +72,7 @@ bool daemonMayRun();
 // byte in a name, host, interface or invitation (nothing was changed); "application error" when there is no free
 // directory number, no free name, or the profile cannot be made active; else that of the file operation or the start of
 // the daemon. A failure leaves what was done until then: the numbered directory and whatever is in it. `made` is filled
-// on success.
+// on success. A daemon that was stopped for a profile to be activated stays stopped when that profile cannot be made.
 Status createProfile(const NewProfile& wanted, CreatedProfile& made);
 
 // Sees to it that there is an active profile: the one there is when it holds a hip.conf, else the first by name, else a

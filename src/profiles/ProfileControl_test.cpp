@@ -285,6 +285,12 @@ TEST_F(CreateTest, CertificatesOfTheTemplateAreCopiedIntoADirectoryOfTheirOwn) {
   EXPECT_FALSE(host::exists(std::string(kMade) + "/customer-certs"));
 }
 
+TEST_F(CreateTest, AFileOfTheTemplateInThePlaceOfTheCertificatesStaysAFileLikeTheOthers) {
+  host::writeFile("/etc/zuv/profiles/.factory/ca-certs", "no directory\n", 0600);
+  create(wish("lab"));
+  EXPECT_THAT(host::tree(kMade), testing::HasSubstr("f 0644 ca-certs \"no directory\\n\"\n"));
+}
+
 TEST_F(CreateTest, AFailureAmongTheCertificatesIsNoFailure) {
   host::writeFile("/etc/zuv/profiles/.factory/ca-certs/ca.pem", "pem\n", 0);
   const host::BoundByModes bound;

@@ -13,8 +13,9 @@
 // time it is looked at. Deliberate; it means that reading the store may write to it.
 // Hostile input: `.current` is writable by everybody. A name in it that holds "/" or a zero byte, or begins with ".",
 // counts as empty, and an empty directory name is never joined to a path.
-// Other processes: no lock is taken. Two that give names at the same moment may give the same one, which the next
-// listing repairs; numbered directories come from mkdir itself, so no two processes get the same.
+// Other processes: the store as a whole has no lock; those that write one file take turns (FileWriter). Two that give
+// names at the same moment may give the same one, which the next listing repairs; numbered directories come from mkdir
+// itself, so no two processes get the same.
 #pragma once
 
 #include <cstddef>

@@ -217,7 +217,8 @@ class BackwardReader {
   std::vector<std::string>& lines_;
 };
 
-bool isMissing(int error) { return error == ENOENT || error == ENOTDIR; }
+// Of a name that no file can have there is none.
+bool isMissing(int error) { return error == ENOENT || error == ENOTDIR || error == ENAMETOOLONG; }
 
 }  // namespace
 

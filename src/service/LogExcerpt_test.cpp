@@ -352,7 +352,13 @@ TEST_F(LogExcerptTest, ASparseLogCostsWhatItHasOnTheDisk) {
 TEST_F(LogExcerptTest, AMissingLogIsAWarningWithItsLine) {
   host::makeLink("/tmp/dangling", "/tmp/nowhere");
   host::writeFile("/tmp/plain", "");
-  for (const char* path : {"/tmp/missing", "/tmp/nowhere/hip.log", "/tmp/dangling", "/tmp/plain/hip.log", ""}) {
+  const std::string paths[] = {"/tmp/missing",
+                               "/tmp/nowhere/hip.log",
+                               "/tmp/dangling",
+                               "/tmp/plain/hip.log",
+                               "/tmp/" + std::string(300, 'x') + "/hip.log",
+                               ""};
+  for (const std::string& path : paths) {
     SCOPED_TRACE(path);
     Texts lines = {"what was there before"};
     EXPECT_THAT(readLogExcerpt(path, Level::info, 50, lines), HasCode(status::successWithWarnings));
