@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <climits>
+#include <cstdlib>
 
 #include "testing/HostTest.h"
 
@@ -78,6 +79,39 @@ TEST_F(AuthorizationTest, EveryStateChangingCommandRefusesAnotherUser) {
     EXPECT_EQ(outcome.exitStatus, 0);
   }
   EXPECT_EQ(host::tree("/etc/zuv"), before);
+}
+
+TEST_F(AuthorizationTest, AnotherUserMayListInterfacesAndVersions) {
+  SKIP_WITHOUT_OTHER_USERS();
+  Start start;
+  start.uid = 1000;
+  host::writeFile("/etc/zuv/profiles/.factory/firmware_revision", "4.1.7\n");
+  EXPECT_EQ(runRavctl({"list", "interfaces", "--verbose"}, start).out,
+            "method: list interfaces\nstatus_text: success\nstatus_code: 0x00000001\n");
+  EXPECT_EQ(runRavctl({"list", "versions"}, start).out, "hipapp_version: 4.1.7\nravctl_version: 2.2\n");
+}
+
+TEST_F(AuthorizationTest, AStateChangingCommandRefusesWhoIsRootByOneOfItsUsersAlone) {
+  SKIP_WITHOUT_OTHER_USERS();
+  // The program where both users reach it; with an emulator before it, where it runs on one.
+  const char* emulator = std::getenv("RAVCTL_EMULATOR");
+  host::writeFile("/usr/bin/ravctl", host::readFile(ravctlPath()), 0755);
+  host::writeFile("/etc/zuv/.systemctl", "");
+  host::installRecorder("/bin/systemctl", "/tmp/calls");
+  const auto stopWith = [&](std::vector<std::string> words) {
+    if (emulator != nullptr) words.emplace_back(emulator);
+    words.insert(words.end(), {"/usr/bin/ravctl", "service", "stop"});
+    return runProgram(words);
+  };
+  for (const char* which : {"--ruid", "--euid"}) {
+    SCOPED_TRACE(which);
+    // Not the exit status: a sanitizer that may not look into such a process makes it fail.
+    EXPECT_EQ(stopWith({"/usr/bin/setpriv", which, "1000"}).out,
+              "status_text: authentication error (ravctl requires sudo for this command)\nstatus_code: 0x12000002\n");
+    EXPECT_FALSE(host::exists("/tmp/calls"));
+  }
+  EXPECT_EQ(stopWith({"/usr/bin/setpriv", "--ruid", "0", "--euid", "0"}).out, "");
+  EXPECT_EQ(host::readFile("/tmp/calls"), "systemctl stop hip\n");
 }
 
 }  // namespace

@@ -436,6 +436,26 @@ TEST(Catalogue, EveryCommandAcceptsTheStandardParameters) {
   }
 }
 
+TEST(Catalogue, ListProfilesEndsWithTheLastOfTextAndJsonAlone) {
+  const struct {
+    Words words;
+    bool json;
+    bool text;
+  } cases[] = {
+      {{"list", "profiles", "--json", "--text"}, false, true},
+      {{"list", "profiles", "--text", "--json"}, true, false},
+      {{"list", "profiles", "--json"}, true, false},
+      {{"list", "profiles"}, false, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.words));
+    Command command;
+    ASSERT_THAT(findAndBind(c.words, &command), HasCode(status::success));
+    EXPECT_EQ(command->mode().json, c.json);
+    EXPECT_EQ(command->mode().text, c.text);
+  }
+}
+
 // --- Lookup
 
 TEST(FindCommand, TakesTheWordsOfTheName) {
@@ -472,6 +492,29 @@ TEST(FindCommand, TakesTheWordsOfTheName) {
     ASSERT_NE(command, nullptr);
     EXPECT_STREQ(command->status().method(), c.method);
     EXPECT_EQ(consumed, c.consumed);
+  }
+}
+
+TEST(FindCommand, BothNamesOfACommandMakeTheSameClass) {
+  const struct {
+    Words words;
+    Words others;
+    std::type_index type;
+  } cases[] = {
+      {{"list", "log", "X"}, {"show", "log", "X"}, typeid(Hipcmd_GetHipLog)},
+      {{"list", "interfaces"}, {"show", "interfaces"}, typeid(Hipcmd_GetInterfaces)},
+      {{"list", "profiles"}, {"show", "profiles"}, typeid(Hipcmd_GetProfiles)},
+      {{"list", "versions"}, {"show", "versions"}, typeid(Hipcmd_GetVersions)},
+      {{"service", "restart"}, {"service", "bounce"}, typeid(Hipcmd_ServiceBounce)},
+  };
+  for (const auto& c : cases) {
+    for (const Words& words : {c.words, c.others}) {
+      SCOPED_TRACE(testing::PrintToString(words));
+      const Command command = find(words);
+      ASSERT_NE(command, nullptr);
+      const RavctlCommandInstance& made = *command;
+      EXPECT_TRUE(std::type_index(typeid(made)) == c.type);
+    }
   }
 }
 

@@ -1,7 +1,12 @@
 // The program as it is started: which words it takes, what it prints, how it exits.
 #include "command/Entry.h"
 
+#include <sys/syscall.h>
+
+#include <algorithm>
+
 #include "testing/HostTest.h"
+#include "testing/Tracer.h"
 
 namespace {
 
@@ -111,6 +116,52 @@ TEST_F(EntryTest, JsonAndTextAreAcceptedAndChangeNothing) {
   }
 }
 
+TEST_F(EntryTest, ReferenceTakesModeWordsAndIgnoresAnyOtherWord) {
+  const std::string plain = runRavctl({"reference"}).out;
+  ASSERT_EQ(plain.substr(0, 28), "\nNAME\n        profile create");
+  const struct {
+    Words words;
+    const char* statusLines;
+  } cases[] = {
+      {{"reference", "--verbose"}, "method: reference\nstatus_text: success\nstatus_code: 0x00000001\n"},
+      {{"reference", "x", "--verbose"}, "method: reference\nstatus_text: success\nstatus_code: 0x00000001\n"},
+      {{"reference", "--quiet"}, ""},
+      {{"reference", "--verbose", "--quiet"}, ""},
+      {{"reference", "--json"}, ""},
+      {{"reference", "a=b", "--nonsense"}, ""},
+      {{"reference", "profile", "create"}, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.words));
+    const Outcome outcome = runRavctl(c.words);
+    EXPECT_EQ(outcome.out, c.statusLines + plain);
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_EQ(outcome.exitStatus, 0);
+  }
+}
+
+TEST_F(EntryTest, KnowsTheTextOfEveryApplicationStatus) {
+  host::makeProfile("profile-1", "lab");
+  host::makeActive("profile-1");
+  const auto expectText = [](const Words& words, const std::string& lines) {
+    SCOPED_TRACE(testing::PrintToString(words));
+    EXPECT_THAT(runRavctl(words).out, testing::HasSubstr(lines));
+  };
+  expectText({"profile", "details", "nobody"}, "status_text: profile not found\nstatus_code: 0x12001001\n");
+  expectText({"profile", "details", "lab", "--verbose"}, "status_text: profile is active\nstatus_code: 0x00001001\n");
+  host::writeHeartbeat("/etc/zuv/profiles/profile-1");
+  expectText({"profile", "details", "lab", "--verbose"},
+             "status_text: profile is currently running\nstatus_code: 0x00001002\n");
+  expectText({"support", "reset", "lab"},
+             "status_text: command cannot be executed while the profile is running\nstatus_code: 0x12001002\n");
+  host::installScript("/bin/systemctl", "exit 5\n");
+  expectText({"service", "stop", "sys=systemd"},
+             "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n");
+  host::installScript("/bin/systemctl", "kill -TERM $$\n");
+  expectText({"service", "stop", "sys=systemd"},
+             "status_text: child process terminated by a signal\nstatus_code: 0x16001002\n");
+}
+
 TEST_F(EntryTest, AProfileMayBeNamedLikeAModeWord) {
   host::makeProfile("profile-1", "--quiet");
   host::makeActive("profile-1");
@@ -182,6 +233,83 @@ TEST_F(EntryTest, ThereMayBeManyWords) {
   Words help(10'000, "profile");
   help[0] = "help";
   EXPECT_EQ(runRavctl(help).exitStatus, 0);
+}
+
+// --- Threads and the log
+
+class TracedEntryTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    if (IsSkipped()) return;
+#ifdef RAVCTL_SANITIZED
+    GTEST_SKIP() << "a sanitizer does not run under a trace";
+#endif
+    if (!whyNoTracing().empty()) GTEST_SKIP() << whyNoTracing();
+    host::writeFile("/etc/zuv/.systemctl", "");
+    host::installRecorder("/bin/systemctl", "/tmp/calls");
+    host::makeProfile("profile-1", "lab");
+    host::makeActive("profile-1");
+  }
+
+  static TraceResult traced(Words words, const TracePlan::Meddle& meddling = {}) {
+    TracePlan plan;
+    plan.begin = SYS_poll;
+    plan.keepCalls = true;
+    plan.meddling = meddling;
+    plan.environment = {"LLVM_PROFILE_FILE=/dev/null"};  // else an instrumented program writes its own
+    words.insert(words.begin(), ravctlPath());
+    return traceProgram(words, plan);
+  }
+  static Words pathsOf(const TraceResult& result, const Words& names) {
+    Words paths;
+    for (const TracedCall& call : result.calls) {
+      if (std::find(names.begin(), names.end(), call.name) != names.end()) paths.push_back(call.path);
+    }
+    return paths;
+  }
+};
+
+TEST_F(TracedEntryTest, CommandsStartNoThreadAndNoProcessButTheToolOfTheInitSystem) {
+  const struct {
+    Words words;
+    std::size_t tools;
+  } cases[] = {
+      {{"list", "profiles"}, 0},
+      {{"profile", "create", "new", "helmsor=h", "network=eth0"}, 0},
+      {{"profile", "rename", "new", "new_name=newer"}, 0},
+      {{"list", "log", "lab"}, 0},
+      {{"list", "interfaces"}, 0},
+      {{"service", "status"}, 0},
+      {{"service", "start"}, 1},
+      {{"profile", "activate", "newer"}, 2},
+      {{"json", "{}"}, 0},
+      {{"help"}, 0},
+  };
+  std::size_t toolsRun = 0;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.words));
+    const TraceResult result = traced(c.words);
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(pathsOf(result, {"clone", "clone3", "fork", "vfork"}).size(), c.tools);
+    toolsRun += c.tools;
+    const std::string calls = host::exists("/tmp/calls") ? host::readFile("/tmp/calls") : "";
+    EXPECT_EQ(static_cast<std::size_t>(std::count(calls.begin(), calls.end(), '\n')), toolsRun);
+  }
+}
+
+TEST_F(TracedEntryTest, ALoggedFailureIsWrittenNowhereSinceNoEmitterIsAttached) {
+  const TraceResult whole = traced({"list", "interfaces"});
+  const auto socket = std::find_if(whole.calls.begin(), whole.calls.end(),
+                                   [](const TracedCall& call) { return call.name == "socket"; });
+  ASSERT_NE(socket, whole.calls.end());
+  const std::string before = host::tree("/etc/zuv") + host::tree("/tmp") + host::tree("/var");
+  const TraceResult failed = traced({"list", "interfaces"}, {Meddling::fail, socket->number, fromThereOn, EMFILE});
+  EXPECT_EQ(failed.out, "status_text: stdlib error: getifaddrs\nstatus_code: 0x14000009\n");
+  EXPECT_EQ(failed.err, "");
+  EXPECT_THAT(pathsOf(failed, {"clone", "clone3"}), testing::IsEmpty());
+  EXPECT_THAT(pathsOf(failed, {"connect", "sendto", "sendmsg"}), testing::IsEmpty());
+  EXPECT_EQ(host::tree("/etc/zuv") + host::tree("/tmp") + host::tree("/var"), before);
 }
 
 }  // namespace

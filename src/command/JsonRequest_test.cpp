@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "command/CommandCore.h"
+#include "json/BlockPool.h"
+#include "json/JsonParser.h"
 #include "json/JsonWriter.h"
 #include "testing/Matchers.h"
 
@@ -67,6 +69,19 @@ TEST(RequestFromJsonForm, AnyOtherTextLeavesNoRequest) {
     SCOPED_TRACE(text.substr(0, 40));
     const ScopedJson request(requestFromJsonForm({"ravctl", "json", text}));
     EXPECT_EQ(request.get(), nullptr);
+  }
+}
+
+TEST(RequestFromJsonForm, AValueThatIsNoObjectIsFreed) {
+  for (const std::string text : {"[]", R"([{"method":"list profiles"},["a",1.5]])"}) {
+    SCOPED_TRACE(text);
+    const std::ptrdiff_t before = json::blocksInUse();
+    {
+      const ScopedJson parsed(json::parse(text.c_str()));
+      ASSERT_GT(json::blocksInUse(), before) << "nothing that could be freed";
+    }
+    EXPECT_EQ(requestFromJsonForm({"ravctl", "json", text}), nullptr);
+    EXPECT_EQ(json::blocksInUse(), before);
   }
 }
 
