@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
+#include "command/Authorization.h"
 #include "log/BasicLog.h"
 #include "profiles/ConfigControl.h"
 #include "profiles/HostReports.h"
@@ -290,6 +291,13 @@ TEST_F(InterfacesTest, TheCommandTellsAFailedEnumeration) {
   EXPECT_THAT(lines, ElementsAre("status_text: stdlib error: getifaddrs", "status_code: 0x14000009"));
 }
 
+TEST_F(InterfacesTest, TheCommandNeedsNoAuthorization) {
+  setAuthorizationMode(authorizationNever);
+  Hipcmd_GetInterfaces command;
+  command.run();
+  EXPECT_THAT(command.status().status(), HasCode(status::success));
+}
+
 // --- Versions
 
 class VersionsTest : public HostTest {
@@ -335,6 +343,12 @@ TEST_F(VersionsTest, ARevisionThatCannotBeReadIsOurOwnVersion) {
   host::writeFile(kRevision, "4.1.7\n");
   const ArmedFaults armed({1, true, EIO, {"read"}, false});
   EXPECT_THAT(report(), ElementsAre("hipapp_version: 2.2", "ravctl_version: 2.2"));
+}
+
+TEST_F(VersionsTest, NoAuthorizationIsNeeded) {
+  host::writeFile(kRevision, "4.1.7\n");
+  setAuthorizationMode(authorizationNever);
+  EXPECT_THAT(report(), ElementsAre("hipapp_version: 4.1.7", "ravctl_version: 2.2"));
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include "command/AppStatusCodes.h"
 #include "command/Authorization.h"
+#include "profiles/ProfileStore.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 
@@ -364,6 +365,35 @@ TEST_F(DeleteTest, TheMarkerIsAnInvalidArgumentButAnotherWordForTheActiveProfile
   EXPECT_FALSE(host::exists(kLab));
 }
 
+TEST_F(DeleteTest, TemplateAndMarkerAreInvalidArgumentsEvenWhereTheStoreCannotBeListed) {
+  host::makeFifo("/etc/zuv/profiles/profile-3/profile_name");
+  before_ = store();
+  EXPECT_THAT(ProfileChanges::deleteProfile("office"), HasCode(status::applicationError));
+  for (const char* selector : {".factory", ".current"}) {
+    EXPECT_THAT(ProfileChanges::deleteProfile(selector), HasCode(status::invalidArgument)) << selector;
+  }
+  EXPECT_EQ(store(), before_);
+}
+
+TEST_F(DeleteTest, TheCertificatesGoInTheirOrderBeforeTheDirectory) {
+  const std::vector<std::string> parts = {"ca-certs", "customer-certs", "peer_certs", "logs"};
+  for (const std::string& part : parts) host::writeFile(kOffice + "/"s + part + "/file", "x");
+  std::vector<std::string> stages;
+  FaultPlan plan;
+  plan.calls = {"unlinkat", "unlink", "rmdir"};
+  plan.before = [&](std::size_t) {
+    std::string left;
+    for (const std::string& part : parts) left += host::exists(kOffice + "/"s + part) ? part + " " : "";
+    if (stages.empty() || stages.back() != left) stages.push_back(left);
+  };
+  {
+    const ArmedFaults armed(plan);
+    EXPECT_THAT(ProfileChanges::deleteProfile("office"), HasCode(status::success));
+  }
+  EXPECT_EQ(stages, (std::vector<std::string>{"ca-certs customer-certs peer_certs logs ",
+                                              "customer-certs peer_certs logs ", "peer_certs logs ", "logs ", ""}));
+}
+
 TEST_F(DeleteTest, AnActiveProfileWithoutADirectoryNameIsAnApplicationErrorAndNothingIsTouched) {
   for (const std::string& content :
        {""s, "..\n"s, "../..\n"s, "/\n"s, ".factory\n"s, "profile-1/..\n"s, "profile-1\0/..\n"s}) {
@@ -486,6 +516,37 @@ TEST_F(RenameTest, ANewNameLosesBlanksAndControlBytesAtItsEndsAlone) {
 
 TEST_F(RenameTest, AnEmptyNameIsNotProvided) {
   for (const char* newName : {"", " ", "\t\n", "\x7f"}) expectRefused(newName, "profile name not provided");
+}
+
+TEST_F(RenameTest, TheProfileIsLookedForBeforeAnEmptyNameIsRefused) {
+  const auto expectPlain = [](const char* selector, StatusCode code) {
+    SCOPED_TRACE(selector);
+    std::string name;
+    const Status refused = ProfileChanges::renameProfile(selector, "", name);
+    EXPECT_THAT(refused, HasCode(code));
+    EXPECT_EQ(refused.details(), "");
+  };
+  expectPlain("missing", status::profileNotFound);
+  expectPlain(".factory", status::invalidArgument);
+  host::makeFifo("/etc/zuv/profiles/profile-3/profile_name");
+  expectPlain("lab", status::applicationError);
+}
+
+TEST_F(RenameTest, ANameThatDiffersInOuterHighBytesAloneIsGivenAndTheNextListingTellsTheTwoApart) {
+  for (const char* newName : {"office\x80", "\xc3\xa4office", "\xffoffice\xff"}) {
+    SCOPED_TRACE(host::quoted(newName));
+    host::writeFile(kLab + "/profile_name"s, "lab\n", 0640);
+    host::writeFile(kOffice + "/profile_name"s, "office\n", 0640);
+    EXPECT_EQ(rename("lab", newName), newName);
+    EXPECT_EQ(host::readFile(kLab + "/profile_name"s), newName + "\n"s);
+    EXPECT_EQ(host::readFile(kOffice + "/profile_name"s), "office\n");
+    std::vector<ProfileRecord> records;
+    ASSERT_TRUE(ProfileStore::listProfiles(records));
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_EQ(records[0].name, "office") << "read without its outer bytes";
+    EXPECT_EQ(records[1].name, "office#2");
+    EXPECT_EQ(host::readFile(records[1].dir + "/profile_name"), "office#2\n");
+  }
 }
 
 TEST_F(RenameTest, ANameIsRefusedWhenItIsASelectorOfSomeProfile) {

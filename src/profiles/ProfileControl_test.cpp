@@ -50,6 +50,16 @@ class ProfileControlTest : public HostTest {
     return wanted;
   }
 
+  // All that can be asked for, of systemd.
+  static NewProfile everything(const std::string& name) {
+    NewProfile wanted = wish(name);
+    wanted.network = "eth0";
+    wanted.invitation = "code";
+    wanted.activate = true;
+    wanted.initSystem = "systemd";
+    return wanted;
+  }
+
   static CreatedProfile create(const NewProfile& wanted, StatusCode expected = status::success) {
     CreatedProfile made;
     made.name = "left over";
@@ -396,16 +406,11 @@ TEST_F(CreateTest, AHelmsorWithoutAGoodPortIsTheHostAloneAndWithoutAHostEmpty) {
 
 TEST_F(CreateTest, AFailedWriterDoesNotStopTheLaterStepsAndTheFirstFailureIsTheStatus) {
   host::installRecorder(kSystemctl, kCalls);
-  NewProfile wanted = wish("lab");
-  wanted.network = "eth0";
-  wanted.invitation = "code";
-  wanted.activate = true;
-  wanted.initSystem = "systemd";
   CreatedProfile made;
   StatusCode code = 0;
   {
     const ArmedFaults armed({1, false, EROFS, {"rename"}, false});
-    code = ProfileControl::createProfile(wanted, made).code();
+    code = ProfileControl::createProfile(everything("lab"), made).code();
   }
   EXPECT_EQ(code, status::renameError);
   EXPECT_EQ(made.name, "");
@@ -413,6 +418,36 @@ TEST_F(CreateTest, AFailedWriterDoesNotStopTheLaterStepsAndTheFirstFailureIsTheS
   EXPECT_EQ(host::readFile(std::string(kMade) + "/endbox.conf"), "activation_code=code\n");
   EXPECT_EQ(host::readFile(host::kCurrent), "profile-123123\n");
   EXPECT_EQ(calls(), "systemctl start hip\n");
+}
+
+TEST_F(CreateTest, ANameThatCannotBeWrittenEndsItWithThatStatusAndSkipsAllLaterSteps) {
+  host::installRecorder(kSystemctl, kCalls);
+  host::writeFile("/etc/zuv/profiles/.factory/ca-certs/ca.pem", "pem\n");
+  {
+    const ArmedFaults armed({1, false, ENOSPC, {"write"}, false});
+    create(everything("lab"), status::writeError);
+    EXPECT_EQ(armed.count(), 1u);
+  }
+  EXPECT_EQ(host::tree(kMade), "");
+  EXPECT_FALSE(host::exists(host::kCurrent));
+  EXPECT_EQ(calls(), "");
+}
+
+TEST_F(CreateTest, AnAddressThatCannotBeWrittenEndsItBeforeInterfaceInvitationAndActivation) {
+  host::installRecorder(kSystemctl, kCalls);
+  FaultPlan plan;
+  plan.calls = {"mkdir"};
+  plan.before = [](std::size_t call) {  // the second is that of the certificates
+    if (call == 2) host::makeDirs(std::string(kMade) + "/mapconfig.static");
+  };
+  {
+    const ArmedFaults armed(plan);
+    create(everything("lab"), status::openError);
+    EXPECT_EQ(armed.count(), 2u);
+  }
+  EXPECT_EQ(host::tree(kMade), "d 0755 ca-certs\nd 0755 mapconfig.static\nf 0640 profile_name \"lab\\n\"\n");
+  EXPECT_FALSE(host::exists(host::kCurrent));
+  EXPECT_EQ(calls(), "");
 }
 
 // --- Create: activation
@@ -441,6 +476,22 @@ TEST_F(CreateActiveTest, ARunningDaemonIsStoppedFirstAndStartedInTheEnd) {
   EXPECT_EQ(calls(), "systemctl stop hip\nsystemctl start hip\n");
   EXPECT_EQ(current(), "profile-123123\n");
   EXPECT_EQ(host::modeOf(host::kCurrent), 0666u);
+}
+
+TEST_F(CreateActiveTest, TheDaemonIsStoppedBeforeTheTemplateIsCopiedAndStartedBehindEveryStep) {
+  host::writeHeartbeat("/etc/zuv/profiles/profile-1");
+  host::writeFile("/etc/zuv/profiles/.factory/hip.conf", "x=1\n");
+  host::installScript(kSystemctl, "echo $1 $(ls -A /etc/zuv/profiles/profile-123123) >> /tmp/calls\n");
+  create(activeWish());
+  EXPECT_EQ(calls(), "stop\nstart ca-certs hip.conf mapconfig.static profile_name\n");
+}
+
+TEST_F(CreateActiveTest, AFailureBehindTheStopLeavesTheDaemonStopped) {
+  host::writeHeartbeat("/etc/zuv/profiles/profile-1");
+  host::writeFile(host::kFactory, "");
+  create(activeWish(), status::opendirError);
+  EXPECT_EQ(calls(), "systemctl stop hip\n");
+  EXPECT_EQ(current(), "profile-1\n");
 }
 
 TEST_F(CreateActiveTest, ADaemonThatMayRunIsStoppedToo) {
@@ -558,6 +609,26 @@ TEST_F(DetailsTest, WhatAFileDoesNotSayIsEmpty) {
   EXPECT_EQ(details.network + details.deviceId + details.overlayDeviceIp + details.overlayMask + details.invitation +
                 details.helmsor.host + details.helmsor.port + details.logLevel,
             "");
+}
+
+TEST_F(DetailsTest, OfSeveralAddressLinesTheFirstWinsEvenWhenItIsEmpty) {
+  const struct {
+    const char* lines;
+    const char* host;
+  } cases[] = {
+      {"map_uri=https://first\nmap_uri=https://second\n", "first"},
+      {"map_uri=\nmap_uri=https://second\n", ""},
+      {"map_uri=https://\nmap_uri=https://second\n", ""},
+      {"#map_uri=https://comment\nmap_uri=https://second\n", "second"},
+  };
+  host::makeProfile("profile-1", "lab");
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.lines);
+    host::writeFile("/etc/zuv/profiles/profile-1/mapconfig.static", c.lines);
+    ProfileDetails details;
+    EXPECT_THAT(ProfileControl::cmdGetProfileDetails("lab", details), HasCode(status::success));
+    EXPECT_EQ(details.helmsor.host, c.host);
+  }
 }
 
 TEST_F(DetailsTest, TheStatusIsThatOfTheResolution) {

@@ -106,6 +106,27 @@ TEST_F(ModifyTest, NothingGivenRemovesTheStateAllTheSame) {
             "f 0640 profile_name \"office\\n\"\n");
 }
 
+TEST_F(ModifyTest, TheStateIsGoneWhenTheInterfaceIsWritten) {
+  const char* const stateFiles[] = {"m2_cache", "sadb.state", "hip.state", "peers", "map.state", "hipvars.txt"};
+  for (const char* file : stateFiles) host::writeFile(kOffice + "/"s + file, "state\n");
+  std::size_t callsOfTheWriter = 0;
+  FaultPlan plan;
+  plan.calls = {"write", "rename"};
+  plan.before = [&](std::size_t) {
+    if (!host::exists(kOffice + "/hip.conf.temp"s)) return;
+    ++callsOfTheWriter;
+    for (const char* file : stateFiles) EXPECT_FALSE(host::exists(kOffice + "/"s + file)) << file;
+  };
+  Modification wanted = wish();
+  wanted.network = "eth0";
+  {
+    const ArmedFaults armed(plan);
+    modify("office", wanted);
+  }
+  EXPECT_GT(callsOfTheWriter, 0u);
+  EXPECT_EQ(host::readFile(kOffice + "/hip.conf"s), "master_interface=eth0\n");
+}
+
 TEST_F(ModifyTest, TheLevelAloneOfAnInactiveProfileRemovesItsState) {
   host::writeHeartbeat(kOffice);
   Modification wanted = wish();
