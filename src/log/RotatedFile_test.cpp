@@ -166,6 +166,16 @@ TEST_F(RotatedFileTest, ThePeriodThatBeginsAtZeroIsNotNow) {
   }
 }
 
+TEST_F(RotatedFileTest, TheFirstPeriodIsANewOneWheneverItIs) {
+  for (const std::int64_t ticks : {std::int64_t{0}, hour, -hour}) {
+    RotatedFile file;
+    file.interval = hour;
+    EXPECT_TRUE(file.enterPeriod(ticks));
+    EXPECT_FALSE(file.enterPeriod(ticks + 1));
+    EXPECT_TRUE(file.enterPeriod(ticks + hour));
+  }
+}
+
 TEST_F(RotatedFileTest, BeforeNineteenSeventyPeriodsRoundDown) {
   now = -1;
   write("x");
