@@ -4,9 +4,8 @@
 // What configures the log talks to LogManager, which owns the one output of the program.
 //
 // Producers never wait for output: they append to the queue, which has no limit. The output thread takes entries in
-// batches of up to 20, up to ten of them in a row before emitters must have written what they hold, and when there are
-// none it waits for up to a second; so entries may reach their emitters about a second late. A stop, and a backlog, end
-// that wait at once.
+// batches of up to 20, after each of which the emitters have written them, and when there are none it waits for up to a
+// second; so entries may reach their emitters about a second late. A stop, and a backlog, end that wait at once.
 // Order: emitters see entries in the order of the queue, whichever threads hand them out.
 // Emitters are not owned. They must outlive their presence in the list; when removeEmitter has returned, an emitter is
 // called no more. They are called by one thread at a time.
