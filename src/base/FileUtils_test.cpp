@@ -830,6 +830,20 @@ TEST_F(FileUtilsTest, ACopyHasTheBytesAndMode0644WhateverTheUmask) {
   }
 }
 
+TEST_F(FileUtilsTest, ACopyIsOursAndOfNow) {
+  host::writeFile("/tmp/from", "text");
+  const timespec longAgo[2] = {{1'000'000'000, 0}, {1'000'000'000, 0}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, "/tmp/from", longAgo, 0), 0);
+  // Where the host has one user only, the owner is ours in any case.
+  [[maybe_unused]] const int given = ::chown("/tmp/from", 1000, 1000);
+  EXPECT_THAT(FileUtils::copyFile("/tmp/from", "/tmp/to"), HasCode(status::success));
+  struct stat copy = {};
+  ASSERT_EQ(::stat("/tmp/to", &copy), 0);
+  EXPECT_EQ(copy.st_uid, ::geteuid());
+  EXPECT_EQ(copy.st_gid, ::getegid());
+  EXPECT_GT(copy.st_mtim.tv_sec, 1'700'000'000);
+}
+
 TEST_F(FileUtilsTest, ACopyLeavesNothingOfALongerFile) {
   host::writeFile("/tmp/from", "short\n");
   host::writeFile("/tmp/to", "a much longer text\n", 0600);

@@ -26,6 +26,27 @@ TEST_F(RemoveTreeTest, ATreeIsRemovedWithEverythingBelow) {
   EXPECT_FALSE(host::exists(kTree));
 }
 
+TEST_F(RemoveTreeTest, FilesGoFirstThenLinksToFilesThenLinksToDirectoriesThenDirectories) {
+  host::writeFile("/tmp/target/file", "");
+  host::makeDirs("/tmp/tree/a directory");
+  host::makeLink("/tmp/tree/b link to a directory", "/tmp/target");
+  host::makeLink("/tmp/tree/c link to a file", "/tmp/target/file");
+  host::writeFile("/tmp/tree/d file", "");
+  std::vector<std::string> whatWasThere;
+  FaultPlan plan;
+  plan.calls = {"unlinkat"};
+  plan.before = [&](std::size_t) {
+    std::string names;
+    for (const char* name : {"d file", "c link to a file", "b link to a directory", "a directory"}) {
+      if (host::exists(std::string(kTree) + "/" + name)) names += name[0];
+    }
+    whatWasThere.push_back(names);
+  };
+  const ArmedFaults armed{plan};
+  EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::success));
+  EXPECT_THAT(whatWasThere, testing::ElementsAre("dcba", "cba", "ba", "a"));
+}
+
 TEST_F(RemoveTreeTest, ARelativePathRemovesNothing) {
   host::writeFile("/tmp/tree/file", "");
   ASSERT_EQ(::chdir("/tmp"), 0);

@@ -88,6 +88,8 @@ TEST(JsonParser, FailuresAndTheirMessages) {
       {"a value behind the document", "1 2", "onValue: wrong state|"},
       {"an object behind the document", "{} {}", "onLeftCurly: wrong state|onRightCurly: no open object|"},
       {"an array behind the document", "[] []", "onLeftBracket: wrong state|onRightBracket: no open array|"},
+      {"an end of an object behind a number", "1 }", "onRightCurly: no open object|"},
+      {"an end of an object behind an array", "[] }", "onRightCurly: no open object|"},
       {"no colon", "{\"a\" \"b\"}", "onValue: wrong state|onRightCurly: no open object|"},
       {"no colon before a word", "{\"a\" b", "onName, wrong state|"},
       {"a name outside an object", "abc", "onName, wrong state|"},

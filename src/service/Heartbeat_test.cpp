@@ -231,6 +231,10 @@ TEST_F(HeartbeatTest, OfTheStateOnlyItsPresenceCounts) {
   }
 }
 
+TEST_F(HeartbeatTest, AZeroByteInsideAValueIsAByteOfIt) {
+  EXPECT_EQ(readingOf("hipd_state=x\nhelmsor.up=true\0x\npeers.count=1\n"s), (Reading{status::success, yes, no, yes}));
+}
+
 // --- Lines
 
 TEST_F(HeartbeatTest, LinesAreReadAsWritten) {

@@ -202,6 +202,8 @@ TEST_F(SystemSpecificImplTest, TheEndOfTheToolIsTheStatus) {
       {"exit status 255", "exit 255", status::childExitedNonzero},
       {"signal 9", "kill -9 $$", status::childKilledBySignal},
       {"signal 15", "kill -15 $$", status::childKilledBySignal},
+      {"signal 11", "ulimit -c 0; kill -11 $$", status::childKilledBySignal},
+      {"a signal for real time", "kill -34 $$", status::childKilledBySignal},
       {"stopped and woken again", "(sleep 0.1; kill -CONT $$) & kill -STOP $$; exit 0", status::success},
   };
   for (const Case& c : cases) {
