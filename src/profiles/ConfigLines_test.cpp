@@ -15,6 +15,7 @@
 
 #include "base/FileLock.h"
 #include "base/FileUtils.h"
+#include "base/Leftover.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 
@@ -407,6 +408,16 @@ TEST_F(ConfigLinesTest, AnOldTemporaryFileIsRemovedAndNeverFollowed) {
     EXPECT_THAT(ConfigLines::setKeys(kFile, {{"key", "2"}}), HasCode(status::success));
     EXPECT_EQ(host::tree("/tmp"), "f 0644 hip.conf \"key=2\\n\"\nd 1777 lock\nf 0644 target \"precious\"\n");
   }
+}
+
+TEST_F(LineEditorTest, WhenMemoryEndsTheTemporaryFileIsAmongWhatGoes) {
+  host::writeFile(kFile, "old\n");
+  LineEditor editor(kFile);
+  editor.writeLine(longLine(100000));  // more than is gathered before the file is made
+  ASSERT_TRUE(host::exists(kTemporary));
+  removeLeftovers();
+  EXPECT_FALSE(host::exists(kTemporary));
+  EXPECT_EQ(host::readFile(kFile), "old\n");
 }
 
 TEST_F(ConfigLinesTest, ATemporaryFileThatCannotBeMadeChangesNothing) {
