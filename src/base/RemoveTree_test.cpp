@@ -135,17 +135,22 @@ TEST_F(RemoveTreeTest, ATreeDeeperThanAPathCanTellIsRemoved) {
   EXPECT_FALSE(host::exists(kTree));
 }
 
-TEST_F(RemoveTreeTest, ADirectoryThatBecomesALinkBeforeItIsEnteredIsNotGoneThrough) {
-  host::writeFile("/tmp/target/file", "");
+// Something else takes the place of /tmp/tree/a when it is listed and not yet entered.
+FaultPlan replacedBeforeEntered(void (*make)()) {
   host::makeDirs("/tmp/tree/a");
   FaultPlan plan;
   plan.calls = {"openat"};
-  plan.before = [](std::size_t call) {
+  plan.before = [make](std::size_t call) {
     if (call != 3) return;  // after the top and its listing
     host::remove("/tmp/tree/a");
-    host::makeLink("/tmp/tree/a", "/tmp/target");
+    make();
   };
-  const ArmedFaults armed{plan};
+  return plan;
+}
+
+TEST_F(RemoveTreeTest, ADirectoryThatBecomesALinkBeforeItIsEnteredIsNotGoneThrough) {
+  host::writeFile("/tmp/target/file", "");
+  const ArmedFaults armed{replacedBeforeEntered([] { host::makeLink("/tmp/tree/a", "/tmp/target"); })};
   EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::rmdirError));
   EXPECT_EQ(host::tree("/tmp/tree"), "l a -> /tmp/target\n");
   EXPECT_TRUE(host::exists("/tmp/target/file"));
@@ -153,15 +158,7 @@ TEST_F(RemoveTreeTest, ADirectoryThatBecomesALinkBeforeItIsEnteredIsNotGoneThrou
 
 // Opening a FIFO to read it would wait for a writer.
 TEST_F(RemoveTreeTest, ADirectoryThatBecomesAFifoBeforeItIsEnteredIsNotWaitedFor) {
-  host::makeDirs("/tmp/tree/a");
-  FaultPlan plan;
-  plan.calls = {"openat"};
-  plan.before = [](std::size_t call) {
-    if (call != 3) return;  // after the top and its listing
-    host::remove("/tmp/tree/a");
-    EXPECT_EQ(::mkfifo("/tmp/tree/a", 0600), 0);
-  };
-  const ArmedFaults armed{plan};
+  const ArmedFaults armed{replacedBeforeEntered([] { host::makeFifo("/tmp/tree/a"); })};
   EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::rmdirError));
   EXPECT_TRUE(host::exists("/tmp/tree/a"));
 }

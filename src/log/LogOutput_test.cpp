@@ -693,16 +693,17 @@ TEST_F(OutputTest, ALaterEmitterTakesTheAdaptersPlaceAndRemovingTheEarlierLeaves
   EXPECT_THAT(second.texts(), ElementsAre("x"));
 }
 
+class Counting : public LogMessageProcessor {
+ public:
+  explicit Counting(int& count) : count_(count) {}
+  void process(std::unique_ptr<const LogMessage>&) override { ++count_; }
+
+ private:
+  int& count_;
+};
+
 TEST_F(OutputTest, RemovingAnEmitterLeavesAProcessorThatTookItsPlace) {
   manager.input().setAsyncOutput(false);
-  class Counting : public LogMessageProcessor {
-   public:
-    explicit Counting(int& count) : count_(count) {}
-    void process(std::unique_ptr<const LogMessage>&) override { ++count_; }
-
-   private:
-    int& count_;
-  };
   int count = 0;
   Recorder emitter;
   manager.addEmitter(&emitter);
@@ -714,14 +715,6 @@ TEST_F(OutputTest, RemovingAnEmitterLeavesAProcessorThatTookItsPlace) {
 
 TEST_F(OutputTest, RemovingNoEmitterLeavesTheProcessor) {
   int calls = 0;
-  class Counting : public LogMessageProcessor {
-   public:
-    explicit Counting(int& count) : count_(count) {}
-    void process(std::unique_ptr<const LogMessage>&) override { ++count_; }
-
-   private:
-    int& count_;
-  };
   manager.input().setSyncProcessor(new Counting(calls));
   manager.removeEmitter(nullptr);
   log("x");
