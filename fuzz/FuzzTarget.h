@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/FileUtils.h"
 #include "testing/FaultInjector.h"
@@ -74,12 +75,17 @@ inline FaultPlan faults(Input& input) {
   return plan;
 }
 
-// Makes its calls under the plan. True when none of them failed.
+// Makes its calls under the plan. True when none of them failed; the names of those that did are added to `refused`.
 template <typename Operation>
-bool runUnder(const FaultPlan& plan, Operation operation) {
+bool runUnder(const FaultPlan& plan, Operation operation, std::vector<std::string>* refused = nullptr) {
   const ArmedFaults armed(plan);
   operation();
-  return plan.at == 0 || armed.count() < plan.at;
+  if (plan.at == 0 || armed.count() < plan.at) return true;
+  if (refused == nullptr) return false;
+  const std::vector<std::string> calls = armed.calls();
+  const auto first = calls.begin() + static_cast<std::ptrdiff_t>(plan.at - 1);
+  refused->insert(refused->end(), first, plan.fromThereOn ? calls.end() : first + 1);
+  return false;
 }
 
 // Requires that what was open at its begin, and nothing else, is open at its end.

@@ -5,6 +5,7 @@
 // - Removing it takes exactly its lines.
 // - A failed edit leaves the file as it was; nothing is left beside it that could be removed.
 // Input: faults (fuzz::faults), how often the rest is repeated, a file.
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -48,36 +49,20 @@ std::string modelOfRemoval(const std::string& content) {
   return modelOf(content, "", found);
 }
 
-struct Outcome {
-  Status status;
-  bool isUndisturbed = true;
-  bool isRemovalRefused = false;
-};
-
-// Makes the edit under the plan and tells which call it hit.
-template <typename Edit>
-Outcome outcomeOf(const FaultPlan& plan, Edit edit) {
-  const ArmedFaults armed(plan);
-  Outcome outcome;
-  outcome.status = edit();
-  if (plan.at == 0) return outcome;
-  const std::vector<std::string> calls = armed.calls();
-  outcome.isUndisturbed = calls.size() < plan.at;
-  outcome.isRemovalRefused = !outcome.isUndisturbed && (plan.fromThereOn || calls[plan.at - 1] == "unlink");
-  return outcome;
-}
-
 // One edit under the plan: whole, or not at all.
 template <typename Edit>
 void requireWholeOrNot(const std::string& path, const FaultPlan& plan, const std::string& after, Edit edit) {
   const std::string before = contentOf(path);
   const fuzz::NothingStaysOpen nothing;
-  const Outcome outcome = outcomeOf(plan, edit);
-  require(!outcome.isUndisturbed || outcome.status.isSuccess(), "an edit without a fault succeeds");
-  require(contentOf(path) == (outcome.status.isSuccess() ? after : before),
-          "an edit changes its lines alone, or nothing");
+  Status status;
+  std::vector<std::string> refused;
+  const bool isUndisturbed = fuzz::runUnder(
+      plan, [&] { status = edit(); }, &refused);
+  require(!isUndisturbed || status.isSuccess(), "an edit without a fault succeeds");
+  require(contentOf(path) == (status.isSuccess() ? after : before), "an edit changes its lines alone, or nothing");
   // Where the removal itself fails the file stays, until an edit makes it anew.
-  if (outcome.isRemovalRefused) (void)FileUtils::removeFile(path + ".temp");
+  const bool isRemovalRefused = std::find(refused.begin(), refused.end(), "unlink") != refused.end();
+  if (isRemovalRefused) (void)FileUtils::removeFile(path + ".temp");
   require(!FileUtils::fileExists(path + ".temp"), "no temporary file is left");
 }
 

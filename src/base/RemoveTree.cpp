@@ -114,7 +114,7 @@ Status removeTree(const std::string& path, std::string_view last) {
   struct stat info = {};
   const bool isThere = ::lstat(tree.c_str(), &info) == 0;
   if (isThere && S_ISLNK(info.st_mode)) return removeFile(tree);
-  if (!isThere || !S_ISDIR(info.st_mode)) return removeFile(path);
+  if (!isThere || !S_ISDIR(info.st_mode)) return removeFile(path);  // behind a slash there is no file
   if (isRoot(info)) return Status::of(status::invalidArgument);
   TreeRemover(last).empty(tree);
   return removeDir(tree);

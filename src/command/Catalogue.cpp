@@ -98,6 +98,7 @@ struct FormRule {
   std::size_t argument;
 };
 constexpr FormRule formRules[] = {{2, 0}, {3, 2}, {2, 1}, {1, 0}};  // in the order of CommandForm
+static_assert(std::size(formRules) == static_cast<std::size_t>(CommandForm::allWords) + 1);
 
 const FormRule& ruleOf(const CommandRow& row) { return formRules[static_cast<std::size_t>(row.form)]; }
 

@@ -8,14 +8,6 @@
 
 namespace {
 
-// First thing in the commands that look at the host or elect an active profile: without authorization nothing is even
-// looked at. False when that ends the command, with its status.
-bool mayAct(StatusCodeResultField& status) {
-  if (isAuthorized()) return true;
-  status.set(status::authenticationError);
-  return false;
-}
-
 // The command goes on and fails, or not, by its own rules.
 void electWhenThereIsNone() { (void)ProfileControl::ensureActiveProfile(); }
 
@@ -32,7 +24,7 @@ Hipcmd_ModifyProfile::Hipcmd_ModifyProfile(std::string_view selector)
 }
 
 void Hipcmd_ModifyProfile::execute(StatusCodeResultField& status) {
-  if (!mayAct(status)) return;
+  if (!isAuthorized()) return status.set(status::authenticationError);  // before anything is looked at
   electWhenThereIsNone();
   ProfileChanges::Modification wanted;
   wanted.newName = given(newName_);
@@ -55,7 +47,7 @@ Hipcmd_ActivateProfile::Hipcmd_ActivateProfile(std::string_view selector)
 }
 
 void Hipcmd_ActivateProfile::execute(StatusCodeResultField& status) {
-  if (!mayAct(status)) return;
+  if (!isAuthorized()) return status.set(status::authenticationError);  // before anything is looked at
   std::string name;
   status.set(ProfileChanges::activateProfile(profile_.value(), sys_.resolved(), name));
   profileName_.set(std::move(name));
@@ -81,7 +73,7 @@ Hipcmd_RenameProfile::Hipcmd_RenameProfile(std::string_view selector)
 }
 
 void Hipcmd_RenameProfile::execute(StatusCodeResultField& status) {
-  if (!mayAct(status)) return;
+  if (!isAuthorized()) return status.set(status::authenticationError);  // before anything is looked at
   electWhenThereIsNone();
   std::string name;
   status.set(ProfileChanges::renameProfile(profile_.value(), newName_.value(), name));

@@ -89,7 +89,7 @@ Hipcmd_CreateProfile::Hipcmd_CreateProfile(std::string_view name)
 }
 
 void Hipcmd_CreateProfile::execute(StatusCodeResultField& status) {
-  if (!isAuthorized()) return status.set(status::authenticationError);  // before the host is looked at
+  if (!isAuthorized()) return status.set(status::authenticationError);  // before anything is looked at
   NewProfile wanted;
   wanted.name = newName_.value();
   wanted.allowRename = allowRename_.value();
