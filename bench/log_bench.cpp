@@ -14,7 +14,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -23,6 +22,7 @@
 #include "log/Emitter.h"
 #include "log/EmitterFactory.h"
 #include "log/LogManager.h"
+#include "testing/EmptyFolder.h"
 
 #if __has_include(<spdlog/async.h>) && __has_include(<fmt/format.h>)
 #define HAS_SPDLOG 1
@@ -179,7 +179,8 @@ int main(int argc, char** argv) {
   } else if (what == "throughput") {
     makeFolder();
     measureThroughput(isBrief);
-    std::filesystem::remove_all(folder);
+    (void)emptyFolder(folder);
+    (void)::rmdir(folder.c_str());
   } else {
     std::fprintf(stderr, "Usage: %s below N | throughput [--brief] | memory\n", argv[0]);
     return 2;

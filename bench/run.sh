@@ -45,7 +45,7 @@ instructions() {
 # The store of a name becomes the one of the host.
 use() { ln -sfn "/$1" /etc/zuv; }
 
-rm -rf /etc/zuv
+rmdir /etc/zuv/profiles /etc/zuv
 "$bench/store" /few "$few"
 "$bench/store" /many "$many"
 "$bench/store" /equal "$repair_few" equal

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "base/FileUtils.h"
+#include "testing/EmptyFolder.h"
 #include "testing/FaultInjector.h"
 
 namespace fuzz {
@@ -115,7 +116,10 @@ class Folder {
     path_ += '/';
     (void)::setenv("ZUV_LOCK_DIR", path_.c_str(), 1);
   }
-  ~Folder() { (void)FileUtils::removeTree(path_); }
+  ~Folder() {
+    (void)emptyFolder(path_);
+    (void)::rmdir(path_.c_str());  // at the end of the process nobody could be told
+  }
   Folder(const Folder&) = delete;
   Folder& operator=(const Folder&) = delete;
 

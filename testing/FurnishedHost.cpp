@@ -1,13 +1,11 @@
 #include "testing/FurnishedHost.h"
 
 #include "testing/HostFiles.h"
+#include "testing/Places.h"
 
 namespace {
 
-constexpr const char* kStore = RAVCTL_SOURCE_DIR "/docs/examples/demo-store";
-constexpr const char* kFurniture = "program='" RAVCTL_PROGRAM "' source='" RAVCTL_SOURCE_DIR
-                                   "'"
-                                   R"sh(
+constexpr const char* kFurniture = R"sh(program=$(readlink /usr/bin/ravctl) source=/.private-host/source
 cp --remove-destination "$program" /usr/bin/ravctl
 mount -t tmpfs none /usr/local && mkdir /usr/local/bin
 mount -t tmpfs none /usr/share/doc && mkdir /usr/share/doc/ravctl
@@ -21,7 +19,8 @@ cd /root
 }  // namespace
 
 Outcome runOnFurnishedHost(const std::string& script) {
-  return runProgram({RAVCTL_PRIVATE_HOST, "--store", kStore, "--", "/bin/sh", "-c", kFurniture + script});
+  const std::string store = places::source() + "/docs/examples/demo-store";
+  return runProgram({places::privateHost(), "--store", store, "--", "/bin/sh", "-c", kFurniture + script});
 }
 
 std::string missingForInitScript() {

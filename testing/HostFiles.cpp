@@ -19,6 +19,10 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "testing/EmptyFolder.h"
+#include "testing/Places.h"
+#include "testing/PrivateHost.h"
+
 namespace fs = std::filesystem;
 
 namespace host {
@@ -57,20 +61,6 @@ std::string treeLine(const std::string& path, const std::string& shown) {
     default:
       return "c" + modeAndName + "\n";
   }
-}
-
-// Removes all below a folder but what is mounted there: that belongs to the machine, such as a checkout below /tmp.
-void empty(const std::string& folder) {
-  std::error_code ignored;
-  std::vector<fs::path> held;
-  const dev_t device = infoOf(folder).st_dev;
-  for (auto at = fs::recursive_directory_iterator(folder); at != fs::recursive_directory_iterator(); ++at) {
-    held.push_back(at->path());
-    struct stat info {};
-    const bool isMounted = ::lstat(at->path().c_str(), &info) != 0 || (S_ISDIR(info.st_mode) && info.st_dev != device);
-    if (isMounted) at.disable_recursion_pending();
-  }
-  for (auto path = held.rbegin(); path != held.rend(); ++path) fs::remove(*path, ignored);
 }
 
 // Programs of the machine that made way for a stand-in, by path; reset() puts them back.
@@ -159,7 +149,8 @@ void makeSocket(const std::string& path) {
 }
 
 void remove(const std::string& path) {
-  if (fs::is_directory(fs::symlink_status(path))) empty(path);
+  errno = EBUSY;
+  must(!fs::is_directory(fs::symlink_status(path)) || emptyFolder(path), "empty " + path);
   fs::remove(path);
 }
 
@@ -241,7 +232,7 @@ void installRecorder(const std::string& path, const std::string& record, int exi
 
 void installDaemon() {
   remove("/usr/sbin/hip");
-  writeFile("/usr/sbin/hip", readFile(RAVCTL_HIP_STANDIN), 0755);
+  writeFile("/usr/sbin/hip", readFile(places::hipStandin()), 0755);
 }
 
 void writeHeartbeat(const std::string& profileFolder, int peers) {
@@ -262,13 +253,13 @@ void makeProfile(const std::string& dirname, const std::string& name) {
 void makeActive(const std::string& dirname) { writeFile(kCurrent, dirname + "\n", 0666); }
 
 void reset() {
+  if (!PrivateHost::inside()) throw std::runtime_error("not on a private host: the machine's files stay");
   putBack();
   for (const char* path : {"/etc/zuv", "/etc/init.d", "/usr/bin/systemctl", "/usr/sbin/initctl", "/usr/sbin/hip",
                            "/usr/bin/zuv-sendbundle.sh"}) {
     remove(path);
   }
-  empty("/tmp");
-  empty("/run");
+  for (const char* folder : {"/tmp", "/run"}) (void)emptyFolder(folder);  // what is mounted there stays
   makeDirs(kProfiles);
   makeDirs("/tmp/lock", 01777);
 }

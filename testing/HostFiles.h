@@ -31,8 +31,8 @@ void makeDirs(const std::string& path, mode_t mode = 0755);
 void makeLink(const std::string& path, const std::string& target);
 void makeFifo(const std::string& path, mode_t mode = 0644);
 void makeSocket(const std::string& path);
-// Removes what is there, folders with all they hold; nothing there is fine. What is mounted below stays, and so the
-// folder.
+// Removes a file, or a folder with everything in it; a path where nothing exists is fine. Throws when a mount
+// in the folder keeps it (see EmptyFolder.h).
 void remove(const std::string& path);
 
 bool exists(const std::string& path);  // a link that leads nowhere exists
@@ -71,8 +71,8 @@ void writeHeartbeat(const std::string& profileFolder, int peers = 1);
 void makeProfile(const std::string& dirname, const std::string& name);
 void makeActive(const std::string& dirname);
 
-// The empty host again: no /etc/zuv but the empty store, no init system, empty /tmp (with the empty /tmp/lock) and
-// /run, none of the stand-ins.
+// Makes the host empty again: no /etc/zuv but the empty store, no init system, empty /tmp (with the empty /tmp/lock)
+// and /run, none of the stand-ins. What is mounted there stays. Throws, and changes nothing, outside of a private host.
 void reset();
 
 // Whether the host came from the machine's root, so that there are other users, chown and devices.

@@ -1,5 +1,6 @@
 #include "testing/PrivateHost.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <linux/mount.h>
 #include <poll.h>
@@ -16,13 +17,22 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "testing/Places.h"
 
 namespace {
 
-// Inside, this folder tells that we are inside; it holds the upper halves of the overlays.
-constexpr const char* kMarker = "/.private-host";
+using Shown = PrivateHost::Shown;
+
+// The source of the mounts that make up a host. A root directory of that name tells that we are inside.
+constexpr const char* kMountName = "private-host";
+// Inside, the folder of everything that belongs to the host itself: the checkout, and the upper halves of the overlays.
+constexpr const char* kMarker = places::kInside;
 // The new root is put together here: a folder that every machine has, and in which no checkout can lie.
 constexpr const char* kAssembly = "/proc";
 
@@ -69,10 +79,6 @@ bool isFolder(const std::string& path) {
   return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-bool isWithin(const std::string& path, const std::string& folder) {
-  return path.compare(0, folder.size(), folder) == 0 && (path.size() == folder.size() || path[folder.size()] == '/');
-}
-
 std::string linkTarget(const char* path) {
   char text[PATH_MAX];
   const ssize_t length = ::readlink(path, text, sizeof text);
@@ -84,11 +90,65 @@ std::string workingFolder() {
   return ::getcwd(text, sizeof text) != nullptr ? text : "/";
 }
 
+// The root directory is a file system in memory that has our name.
+bool isRootOurs() {
+  std::ifstream mounts("/proc/self/mountinfo");
+  for (std::string line; std::getline(mounts, line);) {
+    std::istringstream words(line);
+    std::string id, parent, device, root, mountPoint;
+    words >> id >> parent >> device >> root >> mountPoint;
+    const std::string kind = std::string(" - tmpfs ") + kMountName + " ";
+    if (mountPoint == "/" && line.find(kind) != std::string::npos) return isFolder(kMarker);
+  }
+  return false;
+}
+
+std::string withoutLinks(const std::string& path) {
+  char real[PATH_MAX];
+  return ::realpath(path.c_str(), real) != nullptr ? real : "";
+}
+
+// The arguments with which this process was started; GoogleTest removes its own from those of main.
+std::vector<std::string> ownArguments() {
+  std::ifstream file("/proc/self/cmdline", std::ios::binary);
+  std::vector<std::string> arguments;
+  for (std::string argument; std::getline(file, argument, '\0');) arguments.push_back(argument);
+  return arguments;
+}
+
+std::vector<std::string> ownEnvironment() {
+  std::vector<std::string> variables;
+  for (char** variable = environ; *variable != nullptr; ++variable) variables.push_back(*variable);
+  return variables;
+}
+
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+mode_t modeOf(const std::string& path) {
+  struct stat info {};
+  return ::stat(path.c_str(), &info) == 0 ? info.st_mode & 0777 : 0;
+}
+
 bool writeText(const std::string& path, const std::string& text) {
   const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
   if (fd < 0) return false;
   const bool written = ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
   return ::close(fd) == 0 && written;
+}
+
+std::vector<std::string> namesIn(const std::string& folder) {
+  std::vector<std::string> names;
+  DIR* const stream = ::opendir(folder.c_str());
+  while (const dirent* entry = stream != nullptr ? ::readdir(stream) : nullptr) {
+    if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) names.push_back(entry->d_name);
+  }
+  if (stream != nullptr) (void)::closedir(stream);
+  return names;
 }
 
 void makeFolders(const std::string& path) {
@@ -101,20 +161,35 @@ void makeFolders(const std::string& path) {
 // Puts the new root together and moves into it; runs as the first process of the new namespaces.
 class Builder {
  public:
-  Builder(uid_t uid, gid_t gid, std::vector<std::string> alsoVisible, std::vector<std::string> alsoWritable)
+  Builder(uid_t uid, gid_t gid, std::vector<Shown> shown, const std::string& build)
       : uid_(uid),
         gid_(gid),
-        alsoVisible_(std::move(alsoVisible)),
-        alsoWritable_(std::move(alsoWritable)),
         program_(linkTarget("/proc/self/exe")),
-        workingFolder_(workingFolder()) {}
+        workingFolder_(workingFolder()),
+        ownBuild_(places::build()),
+        shown_(std::move(shown)) {
+    shown_.push_back({places::made(), places::kMadeInside, true});
+    shown_.push_back({build.empty() ? ownBuild_ : build, places::kBuildInside});
+    shown_.push_back({places::source(), places::kSourceInside});
+  }
 
   bool build() {
     const mode_t callersMask = ::umask(0);
-    const bool built = becomeRoot() && startRoot() && fillWithOwn() && shareMachine() && overlayPrograms() &&
-                       makeDevices() && showCheckout() && moveIn();
+    const bool built = findCheckout() && becomeRoot() && startRoot() && fillWithOwn() && shareMachine() &&
+                       overlayPrograms() && makeDevices() && showCheckout() && moveIn();
     ::umask(callersMask);
     return built;
+  }
+
+  // Starts the program again from its path inside; does not return when that works.
+  void startAgain() {
+    std::vector<std::string> arguments = ownArguments();
+    std::vector<std::string> variables = ownEnvironment();
+    for (std::string& argument : arguments) argument = PrivateHost::translated(argument, shown_);
+    for (std::string& variable : variables) variable = PrivateHost::translated(variable, shown_);
+    const std::string program = places::kBuildInside + program_.substr(ownBuild_.size());
+    if (!arguments.empty()) arguments[0] = program;
+    ::execve(program.c_str(), pointersTo(arguments).data(), pointersTo(variables).data());
   }
 
  private:
@@ -132,7 +207,7 @@ class Builder {
 
   bool startRoot() {
     return must(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "detach the mounts") &&
-           must(::mount("private-host", kAssembly, "tmpfs", MS_NOSUID, "mode=755") == 0, "mount a root in memory");
+           must(::mount(kMountName, kAssembly, "tmpfs", MS_NOSUID, "mode=755") == 0, "mount a root in memory");
   }
 
   bool fillWithOwn() {
@@ -191,7 +266,7 @@ class Builder {
     const std::string options =
         "lowerdir=" + folder + ",upperdir=" + upper + ",workdir=" + work + (uid_ == 0 ? "" : ",userxattr");
     makeFolders(in(folder));
-    return must(::mount("private-host", in(folder).c_str(), "overlay", 0, options.c_str()) == 0,
+    return must(::mount(kMountName, in(folder).c_str(), "overlay", 0, options.c_str()) == 0,
                 "mount an overlay on " + folder);
   }
 
@@ -213,43 +288,82 @@ class Builder {
     return true;
   }
 
-  bool showCheckout() {
-    if (!showFolder(RAVCTL_SOURCE_DIR, true) || !showFolder(RAVCTL_BUILD_DIR, false)) return false;
-    if (!isWithin(program_, RAVCTL_BUILD_DIR) && !showFolder(program_.substr(0, program_.rfind('/')), false))
+  bool findCheckout() {
+    errno = ENOENT;
+    if (!must(!ownBuild_.empty() && program_.compare(0, ownBuild_.size(), ownBuild_) == 0,
+              "find the build of the program"))
       return false;
-    for (const std::string& folder : alsoVisible_) {
-      if (!showFolder(folder, true)) return false;
-    }
-    for (const std::string& folder : alsoWritable_) {
-      if (!showFolder(folder, false)) return false;
+    for (Shown& shown : shown_) {
+      const std::string folder = shown.folder;
+      shown.folder = withoutLinks(folder);
+      if (shown.at == places::kMadeInside && shown.folder.empty()) continue;  // then nothing that tests write remains
+      if (!must(!shown.folder.empty(), "find " + folder)) return false;
     }
     return true;
   }
 
-  // At the path by which it was named, and at the one without links, since both are used.
-  bool showFolder(const std::string& folder, bool readOnly) {
-    char real[PATH_MAX];
-    if (folder.empty() || ::realpath(folder.c_str(), real) == nullptr || isWithin(real, "/usr")) return true;
-    return share(folder, readOnly) && (folder == real || share(real, readOnly));
+  bool showCheckout() {
+    for (const Shown& shown : shown_) {
+      if (!(shown.folder.empty() ? makeFolder(shown.at, 01777) : show(shown))) return false;
+    }
+    // The program of a build for another machine is of no use to the tools of this one, so these are our own.
+    return makeFolder(places::kProgramsInside, 0755) && showProgram("/ravctl") && showProgram("/testing/hip-standin") &&
+           showProgram("/testing/tracee");
+  }
+
+  bool makeFolder(const std::string& path, mode_t mode) {
+    makeFolders(in(path));
+    return must(::chmod(in(path).c_str(), mode) == 0, "make " + path);
+  }
+
+  // Every user inside may pass the folder, even one that the machine closes to others: that one is made of its entries.
+  bool show(const Shown& shown) {
+    const bool isClosed = !shown.isWritable && (modeOf(shown.folder) & 0005) != 0005;
+    if (!isClosed) return share(shown.folder, shown.at, !shown.isWritable);
+    if (!makeFolder(shown.at, 0755)) return false;
+    for (const std::string& name : namesIn(shown.folder)) {
+      if (!share(shown.folder + "/" + name, shown.at + "/" + name)) return false;
+    }
+    return bind(in(shown.at), shown.at) && protect(shown.at);
+  }
+
+  // A program that some user may not execute is copied. One that has not been built is left out.
+  bool showProgram(const std::string& name) {
+    const std::string path = ownBuild_ + name;
+    const std::string at = places::kProgramsInside + name.substr(name.rfind('/'));
+    if (!exists(path)) return true;
+    if ((modeOf(path) & 0005) == 0005) return share(path, at);
+    std::ifstream from(path, std::ios::binary);
+    std::ofstream to(in(at), std::ios::binary);
+    to << from.rdbuf();
+    to.close();
+    return must(to.good() && ::chmod(in(at).c_str(), 0755) == 0, "copy " + path);
   }
 
   // Shows a path of the machine inside, if the machine has it.
-  bool share(const std::string& path, bool readOnly = true) {
-    if (isLink(path)) return must(::symlink(linkTarget(path.c_str()).c_str(), in(path).c_str()) == 0, path);
+  bool share(const std::string& path, bool readOnly = true) { return share(path, path, readOnly); }
+
+  bool share(const std::string& path, const std::string& at, bool readOnly = true) {
+    if (isLink(path)) return must(::symlink(linkTarget(path.c_str()).c_str(), in(at).c_str()) == 0, at);
     if (!exists(path)) return true;
     if (isFolder(path)) {
-      makeFolders(in(path));
-    } else if (!must(writeText(in(path), ""), path)) {
+      makeFolders(in(at));
+    } else if (!must(writeText(in(at), ""), at)) {
       return false;
     }
-    if (!must(::mount(path.c_str(), in(path).c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0, "show " + path))
-      return false;
-    if (!readOnly) return true;
+    return bind(path, at) && (!readOnly || protect(at));
+  }
+
+  bool bind(const std::string& path, const std::string& at) {
+    return must(::mount(path.c_str(), in(at).c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0, "show " + path);
+  }
+
+  bool protect(const std::string& at) {
     mount_attr attributes{};
     attributes.attr_set = MOUNT_ATTR_RDONLY;
     return must(
-        ::syscall(SYS_mount_setattr, AT_FDCWD, in(path).c_str(), AT_RECURSIVE, &attributes, sizeof attributes) == 0,
-        "protect " + path);
+        ::syscall(SYS_mount_setattr, AT_FDCWD, in(at).c_str(), AT_RECURSIVE, &attributes, sizeof attributes) == 0,
+        "protect " + at);
   }
 
   bool moveIn() {
@@ -258,17 +372,18 @@ class Builder {
         !must(::umount2(".", MNT_DETACH) == 0, "leave the old root")) {
       return false;
     }
-    return ::chdir(workingFolder_.c_str()) == 0 || must(::chdir("/") == 0, "enter /");
+    const std::string folder = PrivateHost::translated(workingFolder_, shown_);
+    return (folder != workingFolder_ && ::chdir(folder.c_str()) == 0) || must(::chdir("/") == 0, "enter /");
   }
 
   static std::string in(const std::string& path) { return kAssembly + path; }
 
   const uid_t uid_;
   const gid_t gid_;
-  const std::vector<std::string> alsoVisible_;
-  const std::vector<std::string> alsoWritable_;
   const std::string program_;
   const std::string workingFolder_;
+  const std::string ownBuild_;
+  std::vector<Shown> shown_;
 };
 
 // What the first process inside has to say to the outer one: that it failed, and why, or how the process inside ended.
@@ -298,9 +413,16 @@ void goOn(pid_t stopped) {
   if (::getpgid(stopped) == stopped) (void)::kill(-stopped, SIGCONT);
 }
 
-// The first process inside: builds the host, starts the process that goes on, collects orphans, tells how it ended.
-// Returns in the process that goes on. It stays behind as process 1 because the kernel spares process 1 most signals.
-void runFirstProcess(int reportFd, Builder builder) {
+// The process that goes on: the program, started again from its path inside.
+[[noreturn]] void goOnInside(Builder* builder) {
+  builder->startAgain();
+  (void)std::fprintf(stderr, "no private host: start again inside: %s\n", std::strerror(errno));
+  ::_exit(125);
+}
+
+// The first process inside: builds the host, starts the process that goes on, reaps orphans, reports how it ended.
+// It stays behind as process 1 because the kernel spares process 1 most signals.
+[[noreturn]] void runFirstProcess(int reportFd, Builder builder) {
   Report report;
   (void)::prctl(PR_SET_PDEATHSIG, SIGKILL);
   pollfd outer{reportFd, 0, 0};
@@ -309,7 +431,7 @@ void runFirstProcess(int reportFd, Builder builder) {
   const pid_t child = builder.build() ? ::fork() : -1;
   if (child == 0) {
     ::close(reportFd);
-    return;
+    goOnInside(&builder);
   }
   if (child < 0) {
     if (reason.empty()) reason = std::string("no private host: fork: ") + std::strerror(errno);
@@ -360,7 +482,7 @@ void waitOutside(pid_t firstProcess, int reportFd) {
 
 }  // namespace
 
-bool PrivateHost::enter(const std::vector<std::string>& alsoVisible, const std::vector<std::string>& alsoWritable) {
+bool PrivateHost::enter(const std::vector<Shown>& shown, const std::string& build) {
   reason.clear();
   if (inside()) return true;
   if (std::getenv("RAVCTL_NO_HOST") != nullptr) {
@@ -377,8 +499,7 @@ bool PrivateHost::enter(const std::vector<std::string>& alsoVisible, const std::
   const pid_t child = forkIntoNamespaces(uid != 0);
   if (child == 0) {
     ::close(ends[0]);
-    runFirstProcess(ends[1], Builder(uid, gid, alsoVisible, alsoWritable));
-    return true;
+    runFirstProcess(ends[1], Builder(uid, gid, shown, build));
   }
   const int error = errno;
   ::close(ends[1]);
@@ -391,6 +512,26 @@ bool PrivateHost::enter(const std::vector<std::string>& alsoVisible, const std::
   return false;
 }
 
-bool PrivateHost::inside() { return isFolder(kMarker); }
+bool PrivateHost::inside() {
+  static const bool isInside = isRootOurs();
+  return isInside;
+}
 
 const std::string& PrivateHost::whyNot() { return reason; }
+
+std::string PrivateHost::translated(const std::string& text, const std::vector<Shown>& shown) {
+  std::string result;
+  for (size_t at = 0; at < text.size();) {
+    const bool mayBegin = at == 0 || text[at - 1] == '=' || text[at - 1] == ':';
+    const Shown* best = nullptr;
+    for (const Shown& candidate : shown) {
+      const size_t size = candidate.folder.size();
+      const bool fits = size > 1 && text.compare(at, size, candidate.folder) == 0 &&
+                        (at + size == text.size() || std::strchr("/:", text[at + size]) != nullptr);
+      if (mayBegin && fits && (best == nullptr || size > best->folder.size())) best = &candidate;
+    }
+    result += best != nullptr ? best->at : std::string(1, text[at]);
+    at += best != nullptr ? best->folder.size() : 1;
+  }
+  return result;
+}

@@ -5,8 +5,10 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <filesystem>
 
 #include "testing/HostTest.h"
+#include "testing/Places.h"
 
 namespace {
 
@@ -41,8 +43,65 @@ TEST_F(PrivateHostTest, WeAreRootAndNobodyElseRuns) {
   EXPECT_EQ(::getppid(), 1);
 }
 
+TEST_F(PrivateHostTest, TheProgramRunsFromTheBuildAsItIsInside) {
+  EXPECT_EQ(std::filesystem::read_symlink("/proc/self/exe"), "/.private-host/build/testing/testing_test");
+  EXPECT_EQ(places::source(), "/.private-host/source");
+  EXPECT_EQ(places::build(), "/.private-host/build");
+  EXPECT_EQ(places::made(), "/.private-host/made");
+}
+
+TEST_F(PrivateHostTest, TheBuildIsReadOnlyExceptForOneFolder) {
+  EXPECT_THROW(host::writeFile("/.private-host/build/new", ""), std::runtime_error);
+  EXPECT_THROW(host::writeFile("/.private-host/build/made/new", ""), std::runtime_error);
+  const std::string file = places::made() + "/private-host-test." + std::to_string(::getpid());
+  host::writeFile(file, "kept");
+  EXPECT_EQ(host::readFile(file), "kept");
+  host::remove(file);
+}
+
+TEST_F(PrivateHostTest, NoFolderThatTestsWriteInShowsAnythingOfTheMachine) {
+  EXPECT_EQ(host::tree("/tmp"), "d 1777 lock\n");
+  for (const char* folder : {"/run", "/root", "/home", "/sys"}) EXPECT_EQ(host::tree(folder), "") << folder;
+  EXPECT_EQ(host::tree("/var"), "d 0755 lib\nd 0755 log\nl run -> /run\nd 1777 tmp\n");
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator("/etc")) names.push_back(entry.path().filename());
+  EXPECT_THAT(names, testing::IsSubsetOf({"alternatives", "group", "hosts", "inputrc", "ld.so.cache", "mtab",
+                                          "nsswitch.conf", "passwd", "terminfo", "zuv"}));
+}
+
+TEST_F(PrivateHostTest, EveryUserReachesTheCheckoutAndItsPrograms) {
+  SKIP_WITHOUT_OTHER_USERS();
+  Start start;
+  start.uid = 1000;
+  EXPECT_EQ(runProgram({places::ravctl()}, start).exitStatus, 0);
+  EXPECT_NE(runProgram({"/bin/ls", places::source(), places::build()}, start).out, "");
+}
+
+struct Translation {
+  const char* why;
+  const char* text;
+  const char* expected;
+};
+
+TEST(PrivateHost, PathsOfTheCheckoutAreTranslatedAtTheStartAndBehindEqualSignsAndColons) {
+  const std::vector<PrivateHost::Shown> shown = {{"/work/x", "/S"}, {"/work/x/build/a b", "/B"}};
+  const Translation cases[] = {
+      {"a folder itself", "/work/x", "/S"},
+      {"a path below it", "/work/x/README.md", "/S/README.md"},
+      {"the longer folder counts", "/work/x/build/a b/made", "/B/made"},
+      {"the build's sibling lies in the source", "/work/x/build/a", "/S/build/a"},
+      {"behind an equal sign", "--out=/work/x/y", "--out=/S/y"},
+      {"behind a colon", "PATH=/usr/bin:/work/x/bin:/work/x", "PATH=/usr/bin:/S/bin:/S"},
+      {"a longer name is another folder", "/work/xy", "/work/xy"},
+      {"the middle of a text stays", "cat /work/x/y", "cat /work/x/y"},
+      {"the end of another path stays", "/srv/work/x", "/srv/work/x"},
+      {"empty", "", ""},
+  };
+  for (const Translation& c : cases) EXPECT_EQ(PrivateHost::translated(c.text, shown), c.expected) << c.why;
+}
+
 TEST_F(PrivateHostTest, TheSourcesAreReadableAndNotWritable) {
-  const std::string file = std::string(RAVCTL_SOURCE_DIR) + "/CMakeLists.txt";
+  const std::string file = places::source() + "/CMakeLists.txt";
   EXPECT_NE(host::readFile(file), "");
   EXPECT_THROW(host::writeFile(file, "gone"), std::runtime_error);
 }

@@ -17,6 +17,7 @@
 #include <stdexcept>
 
 #include "testing/HostFiles.h"
+#include "testing/Places.h"
 
 namespace {
 
@@ -132,25 +133,6 @@ void collect(pid_t child, int outFd, int errFd, Outcome* outcome) {
   ::close(childFd);
 }
 
-// Becomes the program. Another user may find the way to it closed, where the checkout lies in somebody's home: it is
-// then reached through `opened`, which was found before (see openForOtherUser).
-void become(const std::string& program, int opened, const std::vector<char*>& argv, const std::vector<char*>& envp) {
-  if (opened >= 0) {
-    must(static_cast<int>(::syscall(SYS_execveat, opened, "", argv.data(), envp.data(), AT_EMPTY_PATH)),
-         program.c_str());
-  }
-  ::execve(program.c_str(), argv.data(), envp.data());
-  must(-1, program.c_str());
-}
-
-// The program for another user, out of the way of the descriptors that it will have; -1 for our own user and for
-// scripts, which their interpreter has to find itself.
-int openForOtherUser(const std::string& program, const Start& start) {
-  if (!start.uid || program != ravctlPath()) return -1;
-  const int fd = must(::open(program.c_str(), O_PATH | O_CLOEXEC), program.c_str());
-  return must(::fcntl(fd, F_DUPFD_CLOEXEC, 100), "put the program away");
-}
-
 Outcome run(const std::string& program, const std::vector<std::string>& words, const Start& start) {
   Pipe out;
   Pipe err;
@@ -162,10 +144,10 @@ Outcome run(const std::string& program, const std::vector<std::string>& words, c
   if (child == 0) {
     try {
       if (start.readerGone) out.closeRead();
-      const int opened = openForOtherUser(program, start);
       becomeAsAsked(start);
       connect(start, input, out.writeEnd, err.writeEnd);
-      become(program, opened, argv, envp);
+      ::execve(program.c_str(), argv.data(), envp.data());
+      must(-1, program.c_str());
     } catch (const std::exception& problem) {
       (void)!::write(err.writeEnd, problem.what(), std::strlen(problem.what()));
     }
@@ -190,7 +172,7 @@ Outcome run(const std::string& program, const std::vector<std::string>& words, c
 
 std::string ravctlPath() {
   const char* other = std::getenv("RAVCTL_PROGRAM");
-  return other != nullptr ? other : RAVCTL_PROGRAM;
+  return other != nullptr ? other : places::ravctl();
 }
 
 Outcome runRavctl(const std::vector<std::string>& words, const Start& start) {

@@ -6,6 +6,7 @@
 #include <csignal>
 
 #include "testing/HostTest.h"
+#include "testing/Places.h"
 
 namespace {
 
@@ -29,7 +30,7 @@ TraceResult tracee(const std::string& deed, TracePlan::Meddle meddling = {}, uns
   plan.begin = SYS_poll;
   plan.meddling = meddling;
   plan.seconds = seconds;
-  return traceProgram({RAVCTL_TRACEE, deed}, plan);
+  return traceProgram({places::tracee(), deed}, plan);
 }
 
 std::vector<std::string> namesOf(const std::vector<TracedCall>& calls) {
@@ -45,14 +46,14 @@ TEST_F(TracerTest, AProgramThatIsLeftAloneRunsAsItIs) {
   EXPECT_EQ(result.signal, 0);
   EXPECT_EQ(result.meddled, 0u);
   EXPECT_EQ(host::readFile(kPath), "0123456789abcdefghij");
-  EXPECT_EQ(traceProgram({RAVCTL_TRACEE}, {}).exitStatus, 7);
+  EXPECT_EQ(traceProgram({places::tracee()}, {}).exitStatus, 7);
 }
 
 TEST_F(TracerTest, CallsAreNotedFromTheFirstOfMainOn) {
   TracePlan plan;
   plan.begin = SYS_poll;
   plan.keepCalls = true;
-  const TraceResult result = traceProgram({RAVCTL_TRACEE, "write"}, plan);
+  const TraceResult result = traceProgram({places::tracee(), "write"}, plan);
   EXPECT_EQ(namesOf(result.calls), (std::vector<std::string>{"poll", "openat", "write", "write", "write", "write",
                                                              "write", "close", "write", "exit_group"}));
   EXPECT_EQ(result.calls[0].number, 1u);
@@ -62,7 +63,7 @@ TEST_F(TracerTest, ACallTellsItsFileAndWhetherItChangesTheDisk) {
   TracePlan plan;
   plan.begin = SYS_poll;
   plan.keepCalls = true;
-  const std::vector<TracedCall> calls = traceProgram({RAVCTL_TRACEE, "write"}, plan).calls;
+  const std::vector<TracedCall> calls = traceProgram({places::tracee(), "write"}, plan).calls;
   EXPECT_EQ(calls.at(kOpen - 1).path, kPath);
   EXPECT_TRUE(calls[kOpen - 1].makesFile);
   EXPECT_TRUE(calls[kOpen - 1].changesDisk);
@@ -94,7 +95,7 @@ TEST_F(TracerTest, AFailedCloseLetsGoOfTheDescriptor) {
   TracePlan plan;
   plan.begin = SYS_poll;
   plan.keepCalls = true;
-  const std::vector<TracedCall> calls = traceProgram({RAVCTL_TRACEE, "read"}, plan).calls;
+  const std::vector<TracedCall> calls = traceProgram({places::tracee(), "read"}, plan).calls;
   const auto close =
       std::find_if(calls.begin(), calls.end(), [](const TracedCall& call) { return call.name == "close"; });
   EXPECT_EQ(tracee("read", {Meddling::fail, close->number, 1, EINTR}).out,
@@ -105,7 +106,7 @@ TEST_F(TracerTest, AHeapThatCannotGrowSendsTheProgramElsewhereAndThenNowhere) {
   TracePlan plan;
   plan.begin = SYS_poll;
   plan.keepCalls = true;
-  const TraceResult free = traceProgram({RAVCTL_TRACEE, "grow"}, plan);
+  const TraceResult free = traceProgram({places::tracee(), "grow"}, plan);
   const std::string both = "first 1\nsecond 1\n";
   EXPECT_EQ(free.out, both);
   const auto brk =

@@ -1,11 +1,13 @@
 // private-host: runs a command on a private host of its own, with the program of this build and the stand-in daemon.
 //
-//   private-host [--store DIR] [--visible DIR]... [--writable DIR]... [--] command [argument...]
+//   private-host [--store DIR] [--build DIR] [--visible DIR]... [--writable DIR]... [--] command [argument...]
 //
-// --store fills /etc/zuv/profiles with a copy of a folder; without it the store is empty. --visible keeps one more
-// folder of the machine readable inside, --writable one more writable. The program is /usr/bin/ravctl, the daemon
-// /usr/sbin/hip. The exit status is the command's; 125 without a host, 126 or 127 when the command cannot be run.
-// Nothing remains afterwards.
+// --store fills /etc/zuv/profiles with a copy of a folder; without it the store is empty. --build shows another build
+// than that of this program, for instance one for another machine. --visible keeps one more folder of the machine
+// readable, --writable one more writable; inside, they are /.private-host/shown/1, 2 and so on. The program is
+// /usr/bin/ravctl, the daemon /usr/sbin/hip. Arguments that name a folder of the checkout, or one of these, name it as
+// it is inside (see PrivateHost.h). The exit status is the command's; 125 without a host, 126 or 127 when the command
+// cannot be run. Nothing remains afterwards.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,22 +22,27 @@
 #include <vector>
 
 #include "testing/HostFiles.h"
+#include "testing/Places.h"
 #include "testing/PrivateHost.h"
 
 namespace {
 
 constexpr const char* kUsage =
-    "Usage: private-host [--store DIR] [--visible DIR]... [--writable DIR]... [--] command [argument...]\n";
+    "Usage: private-host [--store DIR] [--build DIR] [--visible DIR]... [--writable DIR]... [--] command "
+    "[argument...]\n";
+constexpr const char* kStoreInside = "/.private-host/store";
+constexpr const char* kShownInside = "/.private-host/shown/";
 
 struct Request {
   std::string store;
-  std::vector<std::string> visible;
-  std::vector<std::string> writable;
+  std::string build;
+  std::vector<PrivateHost::Shown> shown;
   char** command = nullptr;
 };
 
 bool readRequest(int argc, char** argv, Request* request) {
   int at = 1;
+  int extra = 0;
   for (; at < argc && argv[at][0] == '-'; ++at) {
     const std::string word = argv[at];
     if (word == "--") {
@@ -44,13 +51,16 @@ bool readRequest(int argc, char** argv, Request* request) {
     }
     if (at + 1 == argc) return false;
     const std::string folder = std::filesystem::absolute(argv[++at]);
-    if (word == "--store") request->store = folder;
-    if (word == "--visible" || word == "--store")
-      request->visible.push_back(folder);
-    else if (word == "--writable")
-      request->writable.push_back(folder);
-    else
+    if (word == "--store") {
+      request->store = folder;
+      request->shown.push_back({folder, kStoreInside});
+    } else if (word == "--build") {
+      request->build = folder;
+    } else if (word == "--visible" || word == "--writable") {
+      request->shown.push_back({folder, kShownInside + std::to_string(++extra), word == "--writable"});
+    } else {
       return false;
+    }
   }
   request->command = argv + at;
   return at < argc;
@@ -59,9 +69,9 @@ bool readRequest(int argc, char** argv, Request* request) {
 void furnish(const std::string& store) {
   host::reset();
   host::installDaemon();
-  host::makeLink("/usr/bin/ravctl", RAVCTL_PROGRAM);
+  host::makeLink("/usr/bin/ravctl", places::ravctl());
   if (!store.empty()) {
-    std::filesystem::copy(store, host::kProfiles,
+    std::filesystem::copy(host::exists(kStoreInside) ? kStoreInside : store, host::kProfiles,
                           std::filesystem::copy_options::recursive | std::filesystem::copy_options::copy_symlinks);
   }
   ::setenv("HOME", "/root", 1);
@@ -84,7 +94,7 @@ int main(int argc, char** argv) {
     (void)std::fputs(kUsage, stderr);
     return 125;
   }
-  if (!PrivateHost::enter(request.visible, request.writable)) {
+  if (!PrivateHost::enter(request.shown, request.build)) {
     (void)std::fprintf(stderr, "private-host: %s\n", PrivateHost::whyNot().c_str());
     return 125;
   }

@@ -10,10 +10,11 @@
 #include "command/InputParams.h"
 #include "log/BasicLog.h"
 #include "testing/HostTest.h"
+#include "testing/Places.h"
 
 namespace {
 
-constexpr const char* kTyper = RAVCTL_SOURCE_DIR "/tests/completion/type.py";
+const std::string kTyper = places::source() + "/tests/completion/type.py";
 
 struct Shell {
   const char* name;
@@ -28,9 +29,7 @@ constexpr Shell kShells[] = {
     {"fish", "ravctl.fish", "/usr/share/fish/vendor_completions.d", "ravctl.fish"},
 };
 
-std::string sourceOf(const Shell& shell) {
-  return host::readFile(std::string(RAVCTL_SOURCE_DIR "/completions/") + shell.source);
-}
+std::string sourceOf(const Shell& shell) { return host::readFile(places::source() + "/completions/" + shell.source); }
 
 // The piece of a text between two others; fails the test when it is not there.
 std::string between(const std::string& text, const std::string& begin, const std::string& end) {

@@ -4,10 +4,11 @@
 #include <filesystem>
 
 #include "testing/HostFiles.h"
+#include "testing/Places.h"
 
 namespace {
 
-const std::filesystem::path kTree = RAVCTL_SOURCE_DIR;
+const std::filesystem::path kTree = places::source();
 
 // The pieces of a text between backticks.
 std::vector<std::string> namesIn(const std::string& text) {

@@ -1,16 +1,17 @@
 // What a newcomer sees: the demo, and the first session of README.md, command by command.
 #include "testing/HostFiles.h"
 #include "testing/Matchers.h"
+#include "testing/Places.h"
 #include "testing/Program.h"
 #include "testing/Session.h"
 
 namespace {
 
-constexpr const char* kStore = RAVCTL_SOURCE_DIR "/docs/examples/demo-store";
-constexpr const char* kDemo = RAVCTL_SOURCE_DIR "/tools/demo.sh";
+const std::string kStore = places::source() + "/docs/examples/demo-store";
+constexpr const char* kDemo = "/.private-host/source/tools/demo.sh";
 
 Outcome onHost(const std::string& script) {
-  return runProgram({RAVCTL_PRIVATE_HOST, "--store", kStore, "--", "/bin/sh", "-c", script});
+  return runProgram({places::privateHost(), "--store", kStore, "--", "/bin/sh", "-c", script});
 }
 
 #define SKIP_WITHOUT_A_HOST(outcome) \
@@ -28,7 +29,7 @@ std::string sessionOf(const std::string& text, const std::string& heading) {
 }
 
 TEST(FirstStepsTest, TheSessionOfTheReadmeIsTrue) {
-  const std::string session = sessionOf(host::readFile(RAVCTL_SOURCE_DIR "/README.md"), "## A first session");
+  const std::string session = sessionOf(host::readFile(places::source() + "/README.md"), "## A first session");
   const Outcome outcome = onHost(readSession(session).script);
   SKIP_WITHOUT_A_HOST(outcome);
   EXPECT_THAT(session, testing::HasSubstr("# ravctl profile create lab"));
@@ -37,7 +38,7 @@ TEST(FirstStepsTest, TheSessionOfTheReadmeIsTrue) {
 
 TEST(FirstStepsTest, ThePromptOfTheShellCompletesWords) {
   const Outcome outcome =
-      onHost("bash --noprofile --rcfile '" RAVCTL_SOURCE_DIR "/tools/shell.rc' -ic 'complete -p ravctl'");
+      onHost("bash --noprofile --rcfile /.private-host/source/tools/shell.rc -ic 'complete -p ravctl'");
   SKIP_WITHOUT_A_HOST(outcome);
   EXPECT_EQ(outcome.out, "complete -F _ravctl ravctl\n");
 }
@@ -46,7 +47,7 @@ TEST(FirstStepsTest, TheDemoRunsToItsEnd) {
   for (const char* tool : {"/usr/sbin/start-stop-daemon", "/usr/bin/killall"}) {
     if (!host::exists(tool)) GTEST_SKIP() << tool << " is not installed";
   }
-  const Outcome outcome = runProgram({RAVCTL_PRIVATE_HOST, "--store", kStore, "--", "/bin/sh", kDemo});
+  const Outcome outcome = runProgram({places::privateHost(), "--store", kStore, "--", "/bin/sh", kDemo});
   SKIP_WITHOUT_A_HOST(outcome);
   EXPECT_EQ(outcome.exitStatus, 0);
   EXPECT_EQ(outcome.err, "/usr/sbin/hip: no process found\n") << "there is none to stop before the first start";

@@ -8,6 +8,8 @@
 #include <sstream>
 #include <vector>
 
+#include "testing/Places.h"
+
 namespace {
 
 using Files = std::map<std::string, std::string>;  // text by path below src/
@@ -61,7 +63,7 @@ std::string textOf(const std::filesystem::path& path) {
 
 Files productFiles() {
   Files files;
-  const std::filesystem::path root = RAVCTL_SOURCE_DIR "/src";
+  const std::filesystem::path root = places::source() + "/src";
   for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
     const std::string name = entry.path().lexically_relative(root);
     const std::string extension = entry.path().extension();
@@ -74,7 +76,7 @@ Files productFiles() {
 TEST(Layers, EveryIncludeOfTheProductGoesDownAndEveryFileHasItsRank) {
   const Files files = productFiles();
   EXPECT_FALSE(files.empty());
-  for (const std::string& problem : problemsOf(files, textOf(RAVCTL_SOURCE_DIR "/src/layers.txt")))
+  for (const std::string& problem : problemsOf(files, textOf(places::source() + "/src/layers.txt")))
     ADD_FAILURE() << problem;
 }
 

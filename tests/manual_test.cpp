@@ -14,12 +14,13 @@
 #include "testing/FurnishedHost.h"
 #include "testing/HostFiles.h"
 #include "testing/Matchers.h"
+#include "testing/Places.h"
 #include "testing/Program.h"
 #include "testing/Session.h"
 
 namespace {
 
-constexpr const char* kManuals = RAVCTL_SOURCE_DIR "/man/";
+const std::string kManuals = places::source() + "/man/";
 
 bool startsWith(const std::string& text, const std::string& start) { return text.compare(0, start.size(), start) == 0; }
 
@@ -127,7 +128,7 @@ CodesAndTexts codesOfManual() {
   const std::string item = ".It Li 0x";
   const std::string quote = " Dq ";
   CodesAndTexts codes;
-  for (const std::string& line : linesOf(host::readFile(std::string(kManuals) + "ravctl.8"))) {
+  for (const std::string& line : linesOf(host::readFile(kManuals + "ravctl.8"))) {
     if (!startsWith(line, item)) continue;
     const std::string digits = line.substr(item.size(), 8);
     EXPECT_EQ(line.compare(item.size() + 8, quote.size(), quote), 0) << line;
@@ -192,7 +193,7 @@ std::string commandOfItem(const std::string& item) {
 
 // The items of the manual's section COMMANDS.
 std::vector<std::string> commandsOfManual() {
-  const std::string source = host::readFile(std::string(kManuals) + "ravctl.8");
+  const std::string source = host::readFile(kManuals + "ravctl.8");
   std::vector<std::string> commands;
   for (size_t at = 0; (at = source.find("\n.It ", at)) != std::string::npos; ++at) {
     const bool isLong = source.compare(at, 8, "\n.It Xo ") == 0;

@@ -10,14 +10,18 @@
 #include <unistd.h>
 
 #include "testing/HostFiles.h"
+#include "testing/Places.h"
+#include "testing/PrivateHost.h"
 #include "testing/Program.h"
 
 namespace {
 
 using testing::HasSubstr;
 
+const std::string kHost = places::privateHost();
+
 Outcome onHost(const std::vector<std::string>& command, const Start& start = {}) {
-  std::vector<std::string> words = {RAVCTL_PRIVATE_HOST, "--"};
+  std::vector<std::string> words = {kHost, "--"};
   words.insert(words.end(), command.begin(), command.end());
   return runProgram(words, start);
 }
@@ -51,8 +55,8 @@ TEST_F(PrivateHostFromOutside, TheProgramAndTheDaemonAreInTheirPlaces) {
 }
 
 TEST_F(PrivateHostFromOutside, AStoreCanBeBroughtAlong) {
-  const std::string folder = RAVCTL_SOURCE_DIR "/tests/transcripts";  // any folder will do
-  const Outcome outcome = runProgram({RAVCTL_PRIVATE_HOST, "--store", folder, "cat", "/etc/zuv/profiles/README.md"});
+  const std::string folder = places::source() + "/tests/transcripts";  // any folder will do
+  const Outcome outcome = runProgram({kHost, "--store", folder, "cat", "/etc/zuv/profiles/README.md"});
   EXPECT_EQ(outcome.out, host::readFile(folder + "/README.md"));
 }
 
@@ -67,11 +71,56 @@ TEST_F(PrivateHostFromOutside, NothingWrittenInsideReachesTheMachine) {
 TEST_F(PrivateHostFromOutside, AFolderOfTheMachineCanBeKeptReadableOrWritable) {
   char folder[] = "/tmp/private-host-test-XXXXXX";
   ASSERT_NE(::mkdtemp(folder), nullptr);
-  const std::string write = "echo written >" + std::string(folder) + "/file";
-  EXPECT_NE(runProgram({RAVCTL_PRIVATE_HOST, "--visible", folder, "--", "/bin/sh", "-c", write}).exitStatus, 0);
-  EXPECT_EQ(runProgram({RAVCTL_PRIVATE_HOST, "--writable", folder, "--", "/bin/sh", "-c", write}).exitStatus, 0);
+  const std::string file = std::string(folder) + "/file";
+  const char* write = "echo written >\"$0\" && echo \"$0\"";
+  EXPECT_NE(runProgram({kHost, "--visible", folder, "--", "/bin/sh", "-c", write, file}).exitStatus, 0);
+  EXPECT_EQ(runProgram({kHost, "--writable", folder, "--", "/bin/sh", "-c", write, file}).out,
+            "/.private-host/shown/1/file\n");
+  EXPECT_EQ(host::readFile(file), "written\n");
+  host::remove(folder);
+}
+
+TEST_F(PrivateHostFromOutside, TheWorkingDirectoryIsTheSameFolderOfTheCheckoutOrTheRoot) {
+  Start start;
+  start.folder = places::source() + "/docs";
+  EXPECT_EQ(onHost({"/bin/pwd"}, start).out, "/.private-host/source/docs\n");
+  start.folder = places::build();
+  EXPECT_EQ(onHost({"/bin/pwd"}, start).out, "/.private-host/build\n");
+  start.folder = "/usr";
+  EXPECT_EQ(onHost({"/bin/pwd"}, start).out, "/\n");
+}
+
+TEST_F(PrivateHostFromOutside, ArgumentsAndVariablesThatNameTheCheckoutNameItAsItIsInside) {
+  Start start;
+  start.environment = {"WHERE=" + places::build() + "/x"};
+  EXPECT_EQ(
+      onHost({"/bin/sh", "-c", "echo $0 $1 $WHERE", places::source() + "/dev", "--to=" + places::made()}, start).out,
+      "/.private-host/source/dev --to=/.private-host/made /.private-host/build/x\n");
+}
+
+TEST_F(PrivateHostFromOutside, WhatTestsWriteGoesToTheFolderThatAVariableNames) {
+  char folder[] = "/tmp/private-host-test-XXXXXX";
+  ASSERT_NE(::mkdtemp(folder), nullptr);
+  Start start;
+  start.environment = {std::string("RAVCTL_MADE=") + folder};
+  EXPECT_EQ(onHost({"/bin/sh", "-c", "echo written >/.private-host/made/file; echo $RAVCTL_MADE"}, start).out,
+            "/.private-host/made\n");
   EXPECT_EQ(host::readFile(folder + std::string("/file")), "written\n");
   host::remove(folder);
+}
+
+TEST_F(PrivateHostFromOutside, NoFolderOfTheMachineIsNamedInside) {
+  const Outcome outcome = onHost({"/bin/ls", "-A", "/", "/tmp", "/run", "/root", "/home", "/var"});
+  EXPECT_EQ(outcome.out.find(places::source().substr(places::source().rfind('/') + 1) + "\n"), std::string::npos)
+      << outcome.out;
+}
+
+TEST_F(PrivateHostFromOutside, AFolderOfTheHostsNameOnTheMachineIsNoHost) {
+  // Else a test would take the machine for a private host and empty its folders.
+  const Outcome outcome = runProgram({"/bin/sh", "-c", "test -d /.private-host && echo there"});
+  if (outcome.out == "there\n") GTEST_SKIP() << "this machine has such a folder";
+  EXPECT_FALSE(PrivateHost::inside());
+  EXPECT_THROW(host::reset(), std::runtime_error);
 }
 
 TEST_F(PrivateHostFromOutside, WhatStillRunsInsideDiesWithTheCommand) {
@@ -90,7 +139,7 @@ TEST_F(PrivateHostFromOutside, WhenTheOuterProcessIsKilledEverythingInsideDies) 
   const pid_t outer = ::fork();
   if (outer == 0) {
     ::dup2(ends[1], 1);
-    ::execl(RAVCTL_PRIVATE_HOST, "private-host", "sh", "-c", "setsid sleep 1000 & echo; exec sleep 1000", nullptr);
+    ::execl(kHost.c_str(), "private-host", "sh", "-c", "setsid sleep 1000 & echo; exec sleep 1000", nullptr);
     ::_exit(126);
   }
   ::close(ends[1]);
@@ -113,7 +162,7 @@ TEST_F(PrivateHostFromOutside, AnOrdinaryUserGetsOneToo) {
   Start start;
   start.uid = 65534;
   // A checkout below a closed home folder is closed to that user.
-  if (runProgram({"/bin/sh", "-c", "test -x '" RAVCTL_PRIVATE_HOST "' && test -r '" RAVCTL_HIP_STANDIN "'"}, start)
+  if (runProgram({"/bin/sh", "-c", "test -x \"$0\" && test -r \"$1\"", kHost, places::hipStandin()}, start)
           .exitStatus != 0) {
     GTEST_SKIP() << "the build folder is closed to other users";
   }

@@ -5,12 +5,13 @@
 
 #include "testing/HostFiles.h"
 #include "testing/Matchers.h"
+#include "testing/Places.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-const std::string kSource = RAVCTL_SOURCE_DIR "/";
+const std::string kSource = places::source() + "/";
 
 // What stands between backticks in the rows of tables.
 std::set<std::string> namedIn(const std::string& page) {

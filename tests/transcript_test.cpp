@@ -4,13 +4,14 @@
 #include <sstream>
 
 #include "testing/HostTest.h"
+#include "testing/Places.h"
 #include "testing/Transcript.h"
 
 namespace {
 
 std::vector<std::string> transcripts() {
   std::vector<std::string> paths;
-  for (const auto& entry : std::filesystem::directory_iterator(RAVCTL_SOURCE_DIR "/tests/transcripts")) {
+  for (const auto& entry : std::filesystem::directory_iterator(places::source() + "/tests/transcripts")) {
     if (entry.path().extension() == ".transcript") paths.push_back(entry.path());
   }
   std::sort(paths.begin(), paths.end());

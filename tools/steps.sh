@@ -87,10 +87,10 @@ valgrind() {
   configure debug
   build debug ravctl hip-standin transcript_test
   export RAVCTL_EMULATOR="$PWD/tools/under-valgrind"
-  rm -rf build/debug/valgrind
-  mkdir -m 1777 build/debug/valgrind
+  rm -rf build/debug/made/valgrind
+  mkdir -m 1777 build/debug/made/valgrind
   run_tests valgrind build/debug --tests-regex /Transcript || {
-    cat build/debug/valgrind/log.* >&2
+    cat build/debug/made/valgrind/log.* >&2
     return 1
   }
 }
@@ -158,12 +158,12 @@ machine() {
   # A kernel that runs these programs itself needs no emulator: most of 64 bits run those of i386.
   ! "build/$name/testing/base_test" --gtest_list_tests >/dev/null 2>&1 || qemu='env'
   for subject in $machine_subjects; do
-    rm -f "build/$name/$subject.xml"
-    timeout -k 10 600 build/release/testing/private-host --writable "build/$name" -- "$qemu" \
-      "build/$name/testing/${subject}_test" --gtest_brief=1 "--gtest_filter=-$not_emulated" \
-      "--gtest_output=xml:$PWD/build/$name/$subject.xml" ||
+    rm -f "build/$name/made/$subject.xml"
+    RAVCTL_MADE="$PWD/build/$name/made" timeout -k 10 600 build/release/testing/private-host --build "build/$name" -- \
+      "$qemu" "$PWD/build/$name/testing/${subject}_test" --gtest_brief=1 "--gtest_filter=-$not_emulated" \
+      "--gtest_output=xml:$PWD/build/$name/made/$subject.xml" ||
       say "<testcase name=\"${subject}_test\"><failure/> ended with $?</testcase>"
-    cat "build/$name/$subject.xml" || true  # one that ended early has left no list
+    cat "build/$name/made/$subject.xml" || true  # one that ended early has left no list
   done >"$RESULTS/$name.tests"
   awk -f tools/gtest-counts.awk -v step="$name" -v skips="$RESULTS/$name.skipped" "$RESULTS/$name.tests" \
     >"$RESULTS/$name.count"
@@ -194,10 +194,10 @@ coverage() {
   build coverage ravctl private-host transcript_test $(printf '%s_test ' $subjects)
   cd build/coverage
   # Other users run the program too, and the profile must be theirs to write.
-  rm -rf profiles
+  rm -rf made/profiles
   umask 0
-  mkdir profiles
-  export LLVM_PROFILE_FILE="$PWD/profiles/%m%c.profraw"
+  mkdir made/profiles
+  export LLVM_PROFILE_FILE="$PWD/made/profiles/%m%c.profraw"
   ./ravctl usage >usage.txt
   umask 022
   status=0
@@ -208,7 +208,7 @@ coverage() {
       status=1
     }
   done
-  llvm-profdata merge -o profile profiles/*.profraw
+  llvm-profdata merge -o profile made/profiles/*.profraw
   # shellcheck disable=SC2046,SC2086
   set -- ravctl $(printf -- '-object testing/%s_test ' $subjects) -instr-profile profile
   llvm-cov report "$@" 2>messages.log | sed -E 's#^/?([^ ]*/)?(src/[a-z]+/[^/ ]+) #\2 #' | awk -f ../../tools/coverage.awk || status=1
@@ -223,8 +223,7 @@ package() { sh tools/package.sh; }
 torture() {
   configure release
   build release torture_test
-  # In the build folder, which the private host can write to.
-  export RAVCTL_TORTURE=whole RAVCTL_TORTURE_FIGURES="$PWD/build/release/torture-figures"
+  export RAVCTL_TORTURE=whole RAVCTL_TORTURE_FIGURES="$PWD/build/release/made/torture-figures"
   rm -f "$RAVCTL_TORTURE_FIGURES"
   verdict=0
   run_tests torture build/release --tests-regex Torture || verdict=1

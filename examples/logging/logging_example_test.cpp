@@ -13,12 +13,14 @@
 
 #include "base/FileUtils.h"
 #include "testing/HostTest.h"
+#include "testing/Places.h"
 
 namespace {
 
 using LoggingExampleTest = HostTest;
 
 constexpr char logs[] = "/tmp/example";
+const std::string example = places::build() + "/examples/logging/logging-example";
 
 std::string textOf(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
@@ -80,7 +82,7 @@ TEST_F(LoggingExampleTest, WritesEveryEntryOfFourThreadsOnceToEveryOutputAndRota
   std::size_t files = 0;
   for (int run = 0; run < 5 && files < 2; ++run) {
     host::remove(logs);
-    const Outcome outcome = runProgram({RAVCTL_LOGGING_EXAMPLE, logs, "1"});
+    const Outcome outcome = runProgram({example, logs, "1"});
     EXPECT_EQ(outcome.exitStatus, 0);
     const std::string written = allFiles(&files);
     expectAllSteps(written);
@@ -96,7 +98,7 @@ TEST_F(LoggingExampleTest, ASignalStopsItCleanly) {
     const int nothing = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     ::dup2(nothing, 1);
     ::dup2(nothing, 2);
-    ::execl(RAVCTL_LOGGING_EXAMPLE, "logging-example", logs, "60", nullptr);
+    ::execl(example.c_str(), "logging-example", logs, "60", nullptr);
     ::_exit(127);
   }
   // A second after its start it has written.
@@ -110,14 +112,12 @@ TEST_F(LoggingExampleTest, ASignalStopsItCleanly) {
   expectAllSteps(allFiles(&files));
 }
 
-TEST_F(LoggingExampleTest, WithoutADirectoryItRefuses) {
-  EXPECT_EQ(runProgram({RAVCTL_LOGGING_EXAMPLE}).exitStatus, 2);
-}
+TEST_F(LoggingExampleTest, WithoutADirectoryItRefuses) { EXPECT_EQ(runProgram({example}).exitStatus, 2); }
 
 // --- The page
 
-constexpr char source[] = RAVCTL_SOURCE_DIR "/examples/logging/logging_example.cpp";
-constexpr char page[] = RAVCTL_SOURCE_DIR "/docs/logging.md";
+const std::string source = places::source() + "/examples/logging/logging_example.cpp";
+const std::string page = places::source() + "/docs/logging.md";
 
 // What stands between two lines that begin so, blanks aside, without them.
 std::vector<std::string> piecesBetween(const std::string& text, const std::string& begin, const std::string& end) {

@@ -119,7 +119,7 @@ TEST_F(SupportBundleTest, TheScriptGetsBackTheSignalsThatWeIgnore) {
 TEST_F(SupportBundleTest, TheScriptKeepsTheSignalsThatWeInheritedIgnored) {
   host::installScript(kScript, "grep SigIgn /proc/self/status > /tmp/signals");
   const Outcome outcome =
-      runProgram({"/usr/bin/env", "--ignore-signal=PIPE,XFSZ,CHLD", RAVCTL_PROGRAM, "support", "bundle"});
+      runProgram({"/usr/bin/env", "--ignore-signal=PIPE,XFSZ,CHLD", ravctlPath(), "support", "bundle"});
   EXPECT_EQ(outcome.out, "");
   const auto both = bitOf(SIGPIPE) | bitOf(SIGXFSZ);
   EXPECT_EQ(ignoredSignals() & (both | bitOf(SIGCHLD)), both);

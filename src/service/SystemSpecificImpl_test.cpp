@@ -346,7 +346,7 @@ Outcome startThrough(const std::string& script, std::vector<std::string> envOpti
   host::installScript(kSystemctl, script);
   std::vector<std::string> words = {"/usr/bin/env"};
   words.insert(words.end(), envOptions.begin(), envOptions.end());
-  for (const char* word : {RAVCTL_PROGRAM, "service", "start", "sys=systemd"}) words.push_back(word);
+  words.insert(words.end(), {ravctlPath(), "service", "start", "sys=systemd"});
   return runProgram(words);
 }
 

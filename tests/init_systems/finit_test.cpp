@@ -5,6 +5,7 @@
 
 #include "testing/HostFiles.h"
 #include "testing/Matchers.h"
+#include "testing/Places.h"
 #include "testing/Program.h"
 
 namespace {
@@ -22,7 +23,7 @@ class FinitTest : public testing::Test {
 
   // What a script says on the private host, standard output and errors in one; its $0 is the folder of finit.
   std::string onHost(const std::string& script, const std::vector<std::string>& more = {}) {
-    std::vector<std::string> words = {RAVCTL_PRIVATE_HOST,    "--visible", folder_, "--", "/bin/sh", "-c",
+    std::vector<std::string> words = {places::privateHost(),  "--visible", folder_, "--", "/bin/sh", "-c",
                                       "exec 2>&1\n" + script, folder_};
     words.insert(words.end(), more.begin(), more.end());
     const Outcome outcome = runProgram(words);
@@ -32,7 +33,7 @@ class FinitTest : public testing::Test {
 
   // The same where finit has booted with that service.
   std::string onFinit(const std::string& service, const std::string& script) {
-    return onHost("exec '" RAVCTL_SOURCE_DIR "/tests/init_systems/booted-finit' \"$0\" \"$@\"", {service, script});
+    return onHost("exec /.private-host/source/tests/init_systems/booted-finit \"$0\" \"$@\"", {service, script});
   }
 
   std::string folder_;

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "testing/HostTest.h"
+#include "testing/Places.h"
 
 namespace {
 
@@ -47,7 +48,7 @@ class InitScriptTest : public HostTest {
     if (!host::exists("/usr/sbin/start-stop-daemon")) GTEST_SKIP() << "start-stop-daemon is not installed";
     if (!host::exists("/usr/bin/killall")) GTEST_SKIP() << "killall is not installed";
     host::installDaemon();
-    host::writeFile("/etc/init.d/hip", host::readFile(RAVCTL_SOURCE_DIR "/packaging/examples/hip.init"), 0755);
+    host::writeFile("/etc/init.d/hip", host::readFile(places::source() + "/packaging/examples/hip.init"), 0755);
     host::makeProfile("profile-1", "lab");
     host::makeProfile("profile-2", "office");
     host::makeActive("profile-1");
@@ -98,7 +99,7 @@ TEST_F(InitScriptTest, KillallEndsEveryDaemonAndNothingElse) {
     host::makeDirs(folder);
     EXPECT_EQ(runProgram({"/usr/sbin/hip", "--daemon", "--dir", folder}).exitStatus, 0);
   }
-  host::writeFile("/tmp/bin/hip", host::readFile(RAVCTL_HIP_STANDIN), 0755);
+  host::writeFile("/tmp/bin/hip", host::readFile(places::hipStandin()), 0755);
   EXPECT_EQ(runProgram({"/tmp/bin/hip", "--daemon", "--dir", "/tmp"}).exitStatus, 0);
   EXPECT_EQ(daemons().size(), 2u);
   EXPECT_EQ(outputOf({"service", "stop"}), "");

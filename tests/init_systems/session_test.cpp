@@ -4,13 +4,14 @@
 
 #include "testing/HostFiles.h"
 #include "testing/Matchers.h"
+#include "testing/Places.h"
 #include "testing/Program.h"
 
 namespace {
 
 using Words = std::vector<std::string>;
 
-constexpr const char* kFolder = RAVCTL_SOURCE_DIR "/tests/init_systems/";
+const std::string kFolder = places::source() + "/tests/init_systems/";
 
 constexpr const char* kSession = R"($ ravctl list profiles
 profile-123123	'profile'
@@ -142,7 +143,7 @@ f 640 profile-123125/profile_name
 // Plays the session by way of a program that makes a host and runs a command there, after `beginning`; compares, or
 // gives the reason why there is no such host.
 std::string playOn(Words host, const std::string& beginning) {
-  const std::string script = beginning + host::readFile(std::string(kFolder) + "session.sh");
+  const std::string script = beginning + host::readFile(kFolder + "session.sh");
   for (const std::string& word : Words{"/bin/sh", "-c", script}) host.push_back(word);
   Start start;
   start.environment = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin",
@@ -157,7 +158,7 @@ std::string playOn(Words host, const std::string& beginning) {
 
 TEST(SessionTest, OnSystemdEveryCommandAnswersAsItShould) {
   const std::string whyNot =
-      playOn({std::string(kFolder) + "booted-systemd", ravctlPath(), RAVCTL_HIP_STANDIN}, ": >/etc/zuv/.systemctl\n");
+      playOn({kFolder + "booted-systemd", ravctlPath(), places::hipStandin()}, ": >/etc/zuv/.systemctl\n");
   if (!whyNot.empty()) GTEST_SKIP() << whyNot;
 }
 
@@ -165,9 +166,9 @@ TEST(SessionTest, WithAnInitScriptEveryCommandAnswersAsItShould) {
   for (const char* tool : {"/usr/sbin/start-stop-daemon", "/usr/bin/killall"}) {
     if (!host::exists(tool)) GTEST_SKIP() << tool << " is not installed";
   }
-  const std::string hip = RAVCTL_SOURCE_DIR "/packaging/examples/hip.init";
+  const std::string hip = "/.private-host/source/packaging/examples/hip.init";
   const std::string whyNot =
-      playOn({RAVCTL_PRIVATE_HOST, "--"}, "mkdir /etc/init.d && install -m 755 '" + hip + "' /etc/init.d/hip\n");
+      playOn({places::privateHost(), "--"}, "mkdir /etc/init.d && install -m 755 " + hip + " /etc/init.d/hip\n");
   if (!whyNot.empty()) GTEST_SKIP() << whyNot;
 }
 

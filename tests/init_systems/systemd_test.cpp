@@ -6,6 +6,7 @@
 
 #include "testing/HostFiles.h"
 #include "testing/Matchers.h"
+#include "testing/Places.h"
 #include "testing/Program.h"
 
 namespace {
@@ -36,8 +37,8 @@ class SystemdTest : public testing::Test {
   std::string onSystemd(const std::string& script) {
     Start start;
     start.environment = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "BOOTED_SYSTEMD_NAME=" + name_};
-    const Outcome outcome = runProgram({RAVCTL_SOURCE_DIR "/tests/init_systems/booted-systemd", ravctlPath(),
-                                        RAVCTL_HIP_STANDIN, "/bin/sh", "-c", "exec 2>&1" + (kPrelude + script)},
+    const Outcome outcome = runProgram({places::source() + "/tests/init_systems/booted-systemd", ravctlPath(),
+                                        places::hipStandin(), "/bin/sh", "-c", "exec 2>&1" + (kPrelude + script)},
                                        start);
     if (outcome.exitStatus == 125) whyNot_ = outcome.err.empty() ? "no booted systemd" : outcome.err;
     return outcome.out;

@@ -2,18 +2,18 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "testing/HostFiles.h"
+#include "testing/Places.h"
 #include "testing/Program.h"
 
 namespace {
-
-constexpr const char* kUnit = RAVCTL_SOURCE_DIR "/docs/examples/hip.service";
 
 // The unit as it stands, with what the small host lacks left out: it boots no basic.target.
 constexpr const char* kInstall = R"(
 exec 2>&1
 mkdir -p /etc/systemd/system/hip.service.d /etc/zuv/profiles/profile-1
 printf '[Unit]\nDefaultDependencies=no\n' >/etc/systemd/system/hip.service.d/host.conf
-install -m 644 "$UNIT" /etc/systemd/system/hip.service
+printf '%s' "$UNIT" >/etc/systemd/system/hip.service
 systemctl daemon-reload
 echo lab >/etc/zuv/profiles/profile-1/profile_name
 : >/etc/zuv/profiles/profile-1/hip.conf
@@ -30,9 +30,10 @@ state() { systemctl is-active hip; }
 Outcome onSystemd(const std::string& script) {
   Start start;
   start.environment = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "BOOTED_SYSTEMD_NAME=unit-" + std::to_string(::getpid())};
-  return runProgram({RAVCTL_SOURCE_DIR "/tests/init_systems/booted-systemd", ravctlPath(), RAVCTL_HIP_STANDIN,
-                     "/bin/sh", "-c", "UNIT='" + std::string(kUnit) + "'" + kInstall + script},
-                    start);
+  return runProgram(
+      {places::source() + "/tests/init_systems/booted-systemd", ravctlPath(), places::hipStandin(), "/usr/bin/env",
+       "UNIT=" + host::readFile(places::source() + "/docs/examples/hip.service"), "/bin/sh", "-c", kInstall + script},
+      start);
 }
 
 TEST(UnitTest, VerifiesWithoutAWord) {

@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "testing/HostFiles.h"
+#include "testing/Places.h"
 
 namespace {
 
@@ -76,7 +77,7 @@ bool holds(const std::set<std::string>& words, const std::string& word) {
 }  // namespace
 
 Stated::Stated() {
-  std::istringstream document(host::readFile(RAVCTL_SOURCE_DIR "/docs/reliability.md"));
+  std::istringstream document(host::readFile(places::source() + "/docs/reliability.md"));
   int table = -1;
   int line = 0;
   for (std::string text; std::getline(document, text);) {

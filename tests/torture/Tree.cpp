@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "base/UniqueFd.h"
+#include "testing/EmptyFolder.h"
 
 namespace {
 
@@ -65,14 +66,6 @@ void readBelow(const std::string& folder, Tree::Nodes* nodes) {
   });
 }
 
-void removeBelow(const std::string& folder) {
-  forEachEntry(folder, [](const std::string& path) {
-    if (::unlink(path.c_str()) == 0) return;
-    removeBelow(path);
-    must(::rmdir(path.c_str()) == 0, path);
-  });
-}
-
 void make(const std::string& path, const Node& node) {
   if (node.type == 'l') {
     must(::symlink(node.content.c_str(), path.c_str()) == 0, path);
@@ -101,7 +94,10 @@ Tree Tree::read() {
 }
 
 void Tree::putBack() const {
-  for (const char* root : kRoots) removeBelow(root);
+  for (const char* root : kRoots) {
+    errno = EBUSY;
+    must(emptyFolder(root), std::string("empty ") + root);
+  }
   for (const auto& [path, node] : nodes_) {
     bool isRoot = false;
     for (const char* root : kRoots) isRoot = isRoot || path == root;

@@ -28,7 +28,8 @@ class Tree {
 
   // Everything below /etc/zuv, /run and /tmp.
   static Tree read();
-  // Makes the host so, and nothing else be there.
+  // Makes the host so, with nothing else in these folders. Throws when something in them cannot be removed, such as a
+  // mount (see EmptyFolder.h).
   void putBack() const;
 
   // Folders above are added.

@@ -1,0 +1,116 @@
+#include "testing/EmptyFolder.h"
+
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include "testing/HostTest.h"
+
+namespace {
+
+using EmptyFolderTest = HostTest;
+
+// Mounts a folder of the same file system, with a file in it, until the end of the scope.
+class BoundFolder {
+ public:
+  explicit BoundFolder(const std::string& at) : at_(at) {
+    host::writeFile("/root/elsewhere/file", "kept");
+    host::makeDirs(at);
+    EXPECT_EQ(::mount("/root/elsewhere", at.c_str(), nullptr, MS_BIND, nullptr), 0) << at;
+  }
+  ~BoundFolder() {
+    EXPECT_EQ(host::tree("/root/elsewhere"), "f 0644 file \"kept\"\n") << at_;
+    EXPECT_EQ(::umount2(at_.c_str(), MNT_DETACH), 0) << at_;
+    host::remove("/root/elsewhere");
+  }
+  BoundFolder(const BoundFolder&) = delete;
+  BoundFolder& operator=(const BoundFolder&) = delete;
+
+ private:
+  const std::string at_;
+};
+
+// Every folder that a test, the fixture of tests or the torture test empties.
+constexpr const char* kEmptied[] = {"/tmp",      "/run",     "/etc/zuv", "/etc/zuv/profiles", "/etc/init.d",
+                                    "/tmp/lock", "/var/tmp", "/root",    "/dev/shm"};
+
+TEST_F(EmptyFolderTest, EverythingGoesWhateverItIs) {
+  host::writeFile("/tmp/a/b/c/file", "x", 0);
+  host::makeFifo("/tmp/a/queue");
+  host::makeSocket("/tmp/a/socket");
+  host::makeLink("/tmp/a/nowhere", "/no/such");
+  host::makeDirs("/tmp/a/closed", 0);
+  EXPECT_TRUE(emptyFolder("/tmp"));
+  EXPECT_EQ(host::tree("/tmp"), "");
+  EXPECT_TRUE(emptyFolder("/tmp")) << "an empty folder";
+  EXPECT_TRUE(emptyFolder("/tmp/none")) << "a folder that does not exist";
+}
+
+TEST_F(EmptyFolderTest, LinksAreRemovedAndNeverFollowed) {
+  host::writeFile("/var/tmp/target/file", "kept");
+  host::makeLink("/tmp/a/link", "/var/tmp/target");
+  EXPECT_TRUE(emptyFolder("/tmp"));
+  host::makeLink("/tmp/link", "/var/tmp/target");
+  EXPECT_FALSE(emptyFolder("/tmp/link"));
+  EXPECT_EQ(host::readFile("/var/tmp/target/file"), "kept");
+  host::remove("/var/tmp/target");
+}
+
+TEST_F(EmptyFolderTest, AMountOfAnotherFileSystemStaysInEveryFolderThatTestsEmpty) {
+  for (const std::string folder : kEmptied) {
+    host::writeFile(folder + "/a/file", "");
+    const host::SmallDisk disk(folder + "/a/mounted", 8192);
+    host::writeFile(folder + "/a/mounted/file", "kept");
+    EXPECT_FALSE(emptyFolder(folder)) << folder;
+    EXPECT_EQ(host::tree(folder + "/a"), "d 0755 mounted\nf 0644 mounted/file \"kept\"\n") << folder;
+  }
+  for (const std::string folder : kEmptied) (void)emptyFolder(folder);
+}
+
+TEST_F(EmptyFolderTest, AMountOfTheSameFileSystemStaysInEveryFolderThatTestsEmpty) {
+  for (const std::string folder : kEmptied) {
+    host::writeFile(folder + "/a/other", "");
+    const BoundFolder bound(folder + "/a/mounted");
+    if (folder != "/root") {
+      EXPECT_FALSE(emptyFolder(folder)) << folder;
+      EXPECT_EQ(host::tree(folder + "/a"), "d 0755 mounted\nf 0644 mounted/file \"kept\"\n") << folder;
+    }
+  }
+  for (const std::string folder : kEmptied) (void)emptyFolder(folder);
+}
+
+TEST_F(EmptyFolderTest, AFileOnWhichAnotherIsMountedStays) {
+  host::writeFile("/run/target", "kept");
+  host::writeFile("/tmp/a/file", "");
+  host::writeFile("/tmp/a/other", "");
+  ASSERT_EQ(::mount("/run/target", "/tmp/a/file", nullptr, MS_BIND, nullptr), 0);
+  EXPECT_FALSE(emptyFolder("/tmp"));
+  EXPECT_EQ(host::tree("/tmp"), "d 0755 a\nf 0644 a/file \"kept\"\n");
+  EXPECT_EQ(::umount2("/tmp/a/file", MNT_DETACH), 0);
+  EXPECT_EQ(host::readFile("/run/target"), "kept");
+}
+
+TEST_F(EmptyFolderTest, TheFolderItselfMayBeAMount) {
+  const host::SmallDisk disk("/tmp/disk", 8192);
+  host::writeFile("/tmp/disk/a/file", "");
+  EXPECT_TRUE(emptyFolder("/tmp/disk"));
+  EXPECT_EQ(host::tree("/tmp/disk"), "");
+}
+
+TEST_F(EmptyFolderTest, RemovingAFolderWithAMountThrowsAndKeepsWhatIsMounted) {
+  const host::SmallDisk disk("/tmp/a/mounted", 8192);
+  host::writeFile("/tmp/a/mounted/file", "kept");
+  EXPECT_THROW(host::remove("/tmp/a"), std::runtime_error);
+  EXPECT_EQ(host::readFile("/tmp/a/mounted/file"), "kept");
+}
+
+TEST_F(EmptyFolderTest, ResettingTheHostKeepsWhatIsMountedInTmpAndRun) {
+  for (const std::string folder : {"/tmp", "/run"}) {
+    const host::SmallDisk disk(folder + "/mounted", 8192);
+    host::writeFile(folder + "/mounted/file", "kept");
+    host::reset();
+    EXPECT_EQ(host::readFile(folder + "/mounted/file"), "kept");
+  }
+}
+
+}  // namespace
