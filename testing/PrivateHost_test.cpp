@@ -134,7 +134,8 @@ TEST_F(PrivateHostTest, KillallSeesOnlyWhatRunsInside) {
   host::makeProfile("profile-1", "lab");
   host::makeActive("profile-1");
   EXPECT_EQ(runProgram({"/usr/sbin/hip", "--daemon"}).exitStatus, 0);
-  EXPECT_EQ(runProgram({"/usr/bin/killall", "/usr/sbin/hip"}).exitStatus, 0);
+  // Waits for its end, because its last lines would get into the log that the next test reads.
+  EXPECT_EQ(runProgram({"/usr/bin/killall", "--wait", "/usr/sbin/hip"}).exitStatus, 0);
 }
 
 TEST_F(PrivateHostTest, TheStandInDaemonBeatsAndLogsInTheActiveProfile) {

@@ -94,8 +94,8 @@ TEST_F(PrivateHostFromOutside, ArgumentsAndVariablesThatNameTheCheckoutNameItAsI
   Start start;
   start.environment = {"WHERE=" + places::build() + "/x"};
   EXPECT_EQ(
-      onHost({"/bin/sh", "-c", "echo $0 $1 $WHERE", places::source() + "/dev", "--to=" + places::made()}, start).out,
-      "/.private-host/source/dev --to=/.private-host/made /.private-host/build/x\n");
+      onHost({"/bin/sh", "-c", "echo $0 $1 $WHERE", places::source() + "/dev", "--to=" + places::build()}, start).out,
+      "/.private-host/source/dev --to=/.private-host/build /.private-host/build/x\n");
 }
 
 TEST_F(PrivateHostFromOutside, WhatTestsWriteGoesToTheFolderThatAVariableNames) {

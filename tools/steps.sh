@@ -231,6 +231,14 @@ torture() {
   return "$verdict"
 }
 
+# The built tree copied elsewhere: to the places named, or to the three where most went wrong.
+anywhere() {
+  configure release
+  build release all
+  [ $# -gt 0 ] || set -- lock readonly user
+  sh tools/anywhere.sh "$@"
+}
+
 bench() {
   configure release -DRAVCTL_BENCH=ON
   build release all
