@@ -577,7 +577,11 @@ TEST_F(FileAccessTest, AFileThatSomebodyElseMadeAMomentAgoIsNotTakenForNew) {
 class OtherWriter {
  public:
   explicit OtherWriter(const std::string& text) : child_(::fork()) {
-    if (child_ == 0) ::_exit(replaceContent(kFile, text, 0640, SetMode::always).isSuccess() ? 0 : 1);
+    if (child_ == 0) {
+      // With our descriptor it would inherit our lock, and hold itself off until the longest wait is over.
+      (void)::close_range(3, ~0U, 0);
+      ::_exit(replaceContent(kFile, text, 0640, SetMode::always).isSuccess() ? 0 : 1);
+    }
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
     while (!isDone() && std::chrono::steady_clock::now() < end) ::usleep(1000);
   }
