@@ -24,7 +24,6 @@ find_package(Threads REQUIRED)
 
 find_package(GTest CONFIG QUIET)
 if(GTest_FOUND)
-  include(GoogleTest)  # here, so that every folder below can register its tests
   option(RAVCTL_TESTS "Build the tests" ON)
 else()
   option(RAVCTL_TESTS "Build the tests" OFF)

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 
 #include "testing/PrivateHost.h"
 
@@ -13,6 +14,8 @@ int main(int argc, char** argv) {
   // Where there is no host the tests that need one skip themselves and say why.
   const bool isOnlyListing = GTEST_FLAG_GET(list_tests);
   if (!isOnlyListing) (void)PrivateHost::enter();
+  // GoogleTest has read where its report goes; what the tests start must not write there too.
+  (void)::unsetenv("GTEST_OUTPUT");
   const int result = RUN_ALL_TESTS();
   if (isOnlyListing || testing::UnitTest::GetInstance()->test_to_run_count() > 0) return result;
   // A test that was renamed since it was listed must not count as passed.

@@ -37,7 +37,7 @@ needs root
 it needs root
 no booted systemd
 only root can
-needs the machine.*s root
+needs the machine.s root
 we are an ordinary user
 needs a sysfs of its own
 needs devices'
@@ -116,7 +116,7 @@ run_program() {
 # One line of counts for the whole place, and what failed.
 count() {
   cat "$made"/anywhere/*.xml >"$log/all.xml" 2>/dev/null || true
-  awk -f "$copy/tools/gtest-counts.awk" -v step="anywhere-$place" -v skips="$log/skipped" "$log/all.xml" >"$log/count"
+  awk -f "$copy/tools/counts.awk" -v step="anywhere-$place" -v skips="$log/skipped" "$log/all.xml" >"$log/count"
 }
 
 # at PLACE FIRST RESULTS: everything that happens at one place. Shows what went wrong; the status tells whether.

@@ -89,8 +89,10 @@ configure() {
   if [ ! -f "build/$preset/CMakeCache.txt" ] && command -v ninja >/dev/null; then
     set -- -G Ninja "$@"
   fi
+  # ccache knows no objects that were compiled with precompiled headers.
   if command -v ccache >/dev/null; then
-    set -- -DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache "$@"
+    set -- -DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache \
+      -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON "$@"
   fi
   quietly cmake --preset "$preset" "$@"
 }
@@ -112,28 +114,38 @@ start_results() {
   export RESULTS
   rm -rf "$RESULTS"
   mkdir -p "$RESULTS"
+  started=$(date +%s)
 }
 
+seconds_since() { say "$(($(date +%s) - $1)) s"; }
+
 # run_tests NAME FOLDER [CTEST WORD...]: the tests of a build folder, counted under NAME. Shows what fails; what passes is
-# only counted. What takes its time runs when RAVCTL_LONG is set.
+# only counted. What takes its time runs when RAVCTL_LONG is set. There are more at once than processors, for many wait.
 run_tests() {
   name=$1 folder=$2
   shift 2
   [ -n "${RAVCTL_LONG-}" ] || set -- -LE long "$@"
-  rm -f "$RESULTS/$name.xml"
-  { ctest --test-dir "$folder" --parallel "$jobs" --no-tests=error --timeout 600 --output-on-failure \
+  rm -rf "$RESULTS/$name.xml" "$folder/made/results"
+  { ctest --test-dir "$folder" --parallel "$((2 * jobs))" --no-tests=error --timeout 600 --output-on-failure \
     --output-junit "$RESULTS/$name.xml" "$@" 2>&1 </dev/null || say "ctest ended with $?"; } | awk -f tools/progress.awk
-  count_tests "$name"
-}
-
-# Counts of the file NAME.xml; false when a test failed, or when there is no such file.
-count_tests() {
-  if [ ! -s "$RESULTS/$1.xml" ]; then
-    say "0 1 0" >"$RESULTS/$1.count"
+  if [ -s "$RESULTS/$name.xml" ]; then
+    set -- "$RESULTS/$name.xml"
+    for report in "$folder"/made/results/*.xml; do
+      [ ! -f "$report" ] || set -- "$@" "$report"
+    done
+    count_tests "$name" "$@"
+  else
+    say "0 1 0" >"$RESULTS/$name.count"
     return 1
   fi
-  awk -f tools/counts.awk -v step="$1" -v skips="$RESULTS/$1.skipped" "$RESULTS/$1.xml" >"$RESULTS/$1.count"
-  read -r _ failed _ <"$RESULTS/$1.count"
+}
+
+# count_tests NAME FILE...: counts what CTest and GoogleTest reported; false when a test failed.
+count_tests() {
+  name=$1
+  shift
+  awk -f tools/counts.awk -v step="$name" -v skips="$RESULTS/$name.skipped" "$@" >"$RESULTS/$name.count"
+  read -r _ failed _ <"$RESULTS/$name.count"
   [ "$failed" -eq 0 ]
 }
 
@@ -144,7 +156,7 @@ run_steps() {
     verdict=passed
     timeout -k 10 2400 sh tools/steps.sh "$step" >"$RESULTS/$step.log" 2>&1 </dev/null || verdict=FAILED
     settle "$step" "$verdict"
-    say "$verdict $step ($(($(date +%s) - began)) s)"
+    say "$verdict $step ($(seconds_since "$began"))"
     [ "$verdict" = passed ] || tail -n 60 "$RESULTS/$step.log" | sed 's/^/    /'
   done
 }
@@ -161,9 +173,10 @@ settle() {
   say "$passed $failed $skipped" >"$RESULTS/$1.count"
 }
 
-# Says what was skipped and why, then the sums; the status is 1 when something failed.
+# Says what was skipped and why, how long it all took, then the sums; the status is 1 when something failed.
 finish_results() {
   cat "$RESULTS"/*.skipped 2>/dev/null | awk -f tools/skips.awk
+  say "All of it took $(seconds_since "$started")."
   cat "$RESULTS"/*.count | awk '
     { passed += $1; failed += $2; skipped += $3 }
     END { printf "%d passed, %d failed, %d skipped\n", passed, failed, skipped; exit failed > 0 || passed == 0 }'

@@ -1,10 +1,14 @@
-# Reads what ctest --output-junit wrote; prints "PASSED FAILED SKIPPED" and writes a line `step:test<TAB>why` for each
-# skipped test into the file named by `skips`. A test is skipped when it said so itself; one whose program was not found failed,
-# and so did one that was skipped and then had a sanitizer's complaint.
+# Reads what `ctest --output-junit` wrote, then the reports of GoogleTest (--gtest_output=xml) that those tests left; prints
+# "PASSED FAILED SKIPPED" and writes a line `step:test<TAB>why` for each skipped test into the file named by `skips`.
+#
+# A test of CTest whose name is PROGRAM/TESTS stands for the single tests in the report PROGRAM-TESTS.xml: those are counted.
+# When it failed although its report has no failure, or left no whole report, that counts as one more failure. Any other
+# test of CTest counts as one.
 function attribute(name) {
-  return match($0, " " name "=\"[^\"]*\"") ? substr($0, RSTART + length(name) + 3, RLENGTH - length(name) - 4) : ""
+  return match($0, " " name "=\"[^\"]*\"") ? plain(substr($0, RSTART + length(name) + 3, RLENGTH - length(name) - 4)) : ""
 }
 function plain(text) {
+  gsub(/&#x0A;/, "\n", text)
   gsub(/&lt;/, "<", text)
   gsub(/&gt;/, ">", text)
   gsub(/&quot;/, "\"", text)
@@ -12,26 +16,44 @@ function plain(text) {
   gsub(/&amp;/, "\\&", text)
   return text
 }
-/<testcase / {
-  test = attribute("name")
-  status = attribute("status")
-  saidSo = status == "disabled"
-  why = status == "disabled" ? "disabled" : ""
-  told = 0
+# The last line of a reason that is not empty; GoogleTest puts the place in the source before it.
+function lastLine(text) {
+  sub(/[ \n]+$/, "", text)
+  sub(/.*\n/, "", text)
+  return text
 }
-/<skipped message="SKIP_/ { saidSo = 1 }
-/<system-out>/ { sub(/.*<system-out>/, "") }
-# GoogleTest gives the reason below a line `file:line: Skipped`; a script gives it in its last line.
-/: Skipped$/ { told = 1; why = ""; next }
-/^\[  SKIPPED \]/ { if (told == 1) told = 2 }
-/Sanitizer|runtime error:|ERROR SUMMARY: [1-9]/ { saidSo = 0 }
-told < 2 && !/<\// && NF { why = told == 1 && why != "" ? why " " $0 : $0 }
-/<\/system-out>/ && told == 0 { sub(/<\/system-out>.*/, ""); if (NF) why = $0 }
-/<\/testcase>/ {
-  if (status == "run") passed++
-  else if (saidSo) {
+function settle() {
+  if (failed) {
+    failures++
+    failuresOf[report]++
+  } else if (why != "") {
     skipped++
-    print step ":" plain(test) "\t" plain(why) > skips
-  } else failed++
+    print step ":" test "\t" why > skips
+  } else passed++
 }
-END { print passed + 0, failed + 0, skipped + 0 }
+FNR == 1 {
+  report = FILENAME
+  sub(/.*\//, "", report)
+}
+/<testcase / && !/ classname="/ { next }
+/<testcase / && / result="/ {
+  test = attribute("classname") "." attribute("name")
+  failed = 0
+  why = attribute("result")
+  if (why == "completed") why = ""
+}
+/<testcase / && !/ result="/ { endOf[attribute("name")] = attribute("status") }
+/<failure/ { failed = 1 }
+/<skipped message=/ && lastLine(attribute("message")) != "" { why = lastLine(attribute("message")) }
+/<testcase .* result=".*\/>$/ || /<\/testcase>/ { if (test != "") settle(); test = "" }
+/<\/testsuites>/ { isWhole[report] = 1 }
+END {
+  for (name in endOf) {
+    report = name
+    gsub(/\//, "-", report)
+    report = report ".xml"
+    if (name !~ /\//) { if (endOf[name] == "run") passed++; else failures++ }
+    else if (!isWhole[report] || endOf[name] != "run" && !failuresOf[report]) failures++
+  }
+  print passed + 0, failures + 0, skipped + 0
+}

@@ -26,7 +26,7 @@ tidy() {
 layers() {
   configure release
   build release layers_test
-  ctest --test-dir build/release --no-tests=error --output-on-failure -R Layers
+  ctest --test-dir build/release --no-tests=error --output-on-failure -R ^layers_test/
 }
 
 # Each header says what it needs.
@@ -79,7 +79,7 @@ tsan() {
   configure tsan
   build tsan base_test log_test ravctl hip-standin
   export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
-  run_tests tsan build/tsan --exclude-regex '_NOT_BUILT|^fuzz_'
+  run_tests tsan build/tsan --tests-regex '^(base|log)_test/'
 }
 
 # The transcripts, with the program, linked dynamically, under valgrind.
@@ -89,7 +89,7 @@ valgrind() {
   export RAVCTL_EMULATOR="$PWD/tools/under-valgrind"
   rm -rf build/debug/made/valgrind
   mkdir -m 1777 build/debug/made/valgrind
-  run_tests valgrind build/debug --tests-regex /Transcript || {
+  run_tests valgrind build/debug --tests-regex ^transcript_test/ || {
     cat build/debug/made/valgrind/log.* >&2
     return 1
   }
@@ -99,7 +99,7 @@ valgrind() {
 ansible() {
   configure release
   build release ansible_test
-  RAVCTL_LONG=1 run_tests ansible build/release --tests-regex Ansible
+  RAVCTL_LONG=1 run_tests ansible build/release --tests-regex ^ansible_test/
 }
 
 # fuzz [SECONDS [TARGET...]]: each target for so many seconds; where RAVCTL_LONG is set for a minute, or a million inputs.
@@ -162,13 +162,10 @@ machine() {
     RAVCTL_MADE="$PWD/build/$name/made" timeout -k 10 600 build/release/testing/private-host --build "build/$name" -- \
       "$qemu" "$PWD/build/$name/testing/${subject}_test" --gtest_brief=1 "--gtest_filter=-$not_emulated" \
       "--gtest_output=xml:$PWD/build/$name/made/$subject.xml" ||
-      say "<testcase name=\"${subject}_test\"><failure/> ended with $?</testcase>"
+      say "<testcase classname=\"$name\" name=\"${subject}_test\" result=\"completed\"><failure/> ended with $?</testcase>"
     cat "build/$name/made/$subject.xml" || true  # one that ended early has left no list
   done >"$RESULTS/$name.tests"
-  awk -f tools/gtest-counts.awk -v step="$name" -v skips="$RESULTS/$name.skipped" "$RESULTS/$name.tests" \
-    >"$RESULTS/$name.count"
-  read -r _ failed _ <"$RESULTS/$name.count"
-  [ "$failed" -eq 0 ] || {
+  count_tests "$name" "$RESULTS/$name.tests" || {
     cat "$RESULTS/$name.tests"
     return 1
   }
@@ -226,7 +223,7 @@ torture() {
   export RAVCTL_TORTURE=whole RAVCTL_TORTURE_FIGURES="$PWD/build/release/made/torture-figures"
   rm -f "$RAVCTL_TORTURE_FIGURES"
   verdict=0
-  run_tests torture build/release --tests-regex Torture || verdict=1
+  run_tests torture build/release --tests-regex ^torture_test/ || verdict=1
   sort "$RAVCTL_TORTURE_FIGURES" | awk -F ' [|] ' -f tools/torture.awk
   return "$verdict"
 }

@@ -1,0 +1,1 @@
+// Empty: the library of this file only carries the precompiled headers of the tests.
