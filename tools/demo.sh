@@ -2,6 +2,8 @@
 # Runs on a private host whose store holds nothing but a factory template; `./dev demo` starts it.
 set -eu
 cd "$(dirname "$0")/.."
+. tools/furnish.sh
+furnish_init_script
 
 # Prints a command as one would type it, then runs it.
 run() {
@@ -17,15 +19,6 @@ run() {
 }
 
 note() { printf '\n# %s\n' "$*"; }
-
-# What an init script needs to start and stop the daemon.
-missing=
-command -v killall >/dev/null || missing="$missing killall (psmisc)"
-command -v start-stop-daemon >/dev/null || missing="$missing start-stop-daemon (dpkg)"
-if [ -z "$missing" ]; then
-  mkdir -p /etc/init.d
-  install -m 755 packaging/examples/hip.init /etc/init.d/hip
-fi
 
 # Waits until a command succeeds, eight seconds at most.
 wait_until() {
@@ -49,8 +42,8 @@ run ravctl profile modify lab log_level=debug
 run ravctl profile details lab
 run ravctl profile rename 'field office' new_name=harbour
 
-if [ -n "$missing" ]; then
-  note "Starting and stopping the daemon is not shown; missing here:$missing."
+if [ -n "$no_init_script" ]; then
+  note "Starting and stopping the daemon is not shown; missing here: $no_init_script."
   run ravctl list profiles --quiet
   exit 0
 fi
