@@ -1,0 +1,42 @@
+#!/bin/sh
+# Runs on a private host whose store holds nothing but a factory template; `./dev shell` starts it. It sets the host up,
+# says what to begin with and what is missing, and becomes a prompt.
+set -eu
+cd "$(dirname "$0")/.."
+. tools/furnish.sh
+sources=$(pwd)
+
+furnish_init_script
+furnish_bundle_script
+furnish_examples
+furnish_manuals
+
+cat <<'TEXT'
+
+A private host with a stand-in for the daemon. Nothing here changes the machine,
+and "exit" removes it all. Three commands to begin with:
+
+  ravctl profile create lab helmsor=h:443 activate   # starts the daemon, too
+  ravctl service status              # after a few seconds it is connected
+  man ravctl                         # every command; the Tab key completes them
+
+TEXT
+
+# say_missing WHAT TOOL:PACKAGE...: what cannot be done here, when a tool is missing.
+say_missing() {
+  what=$1
+  shift
+  missing=$(missing_of "$@")
+  [ -z "$missing" ] || printf 'Missing here: %s. %s\n\n' "$missing" "$what"
+}
+
+say_missing 'The daemon can be neither started nor stopped.' killall:psmisc start-stop-daemon:dpkg
+say_missing 'There are no manuals.' man:man-db
+
+# The caller may have set these to paths and programs of the machine that do not exist here.
+unset MANOPT MANPAGER MANPATH PROMPT_COMMAND TMPDIR
+if command -v less >/dev/null; then export PAGER=less; else export PAGER=cat; fi
+# Almost every terminal understands what xterm does.
+infocmp >/dev/null 2>&1 || export TERM=xterm
+cd /root
+exec bash --noprofile --rcfile "$sources/tools/shell.rc" -i
