@@ -58,6 +58,9 @@ manuals() {
   [ -z "$complaints" ]
 }
 
+# No leftover of a tool, no binary, nothing at a place where nobody looks for it.
+tree() { sh tools/tree.sh; }
+
 # ---- ci ----
 
 # The second compiler, everything, without a warning; the tests have run with the first.
