@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "testing/HostFiles.h"
+#include "testing/Places.h"
 #include "testing/Program.h"
 
 namespace {
@@ -27,9 +28,9 @@ using std::chrono::steady_clock;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 
-constexpr const char* kPrivateHost = RAVCTL_PRIVATE_HOST;
-constexpr const char* kStore = RAVCTL_SOURCE_DIR "/docs/examples/demo-store";
-constexpr const char* kShell = RAVCTL_SOURCE_DIR "/tools/shell.sh";  // its path on the private host
+const std::string kPrivateHost = places::privateHost();
+const std::string kStore = places::source() + "/docs/examples/demo-store";
+constexpr const char* kShell = "/.private-host/source/tools/shell.sh";
 constexpr const char* kPrompt = "private-host# ";
 // In the environment of everything that this test starts from the shell; other tests run at the same time.
 const std::string kMark = "RAVCTL_SHELL_TEST=" + std::to_string(::getpid()) + ".";

@@ -1,11 +1,12 @@
 // tools/tree.sh, which checks that a checkout holds only what developers wrote, on a small checkout with one mistake at
 // a time; and .gitignore, on what tools leave.
 #include "testing/HostTest.h"
+#include "testing/Places.h"
 
 namespace {
 
-constexpr const char* kScript = RAVCTL_SOURCE_DIR "/tools/tree.sh";
-constexpr const char* kIgnored = RAVCTL_SOURCE_DIR "/.gitignore";
+const std::string kScript = places::source() + "/tools/tree.sh";
+const std::string kIgnored = places::source() + "/.gitignore";
 constexpr const char* kCheckout = "/tmp/checkout";
 
 Outcome shell(const std::string& script) {
