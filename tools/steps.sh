@@ -211,7 +211,7 @@ coverage() {
   llvm-profdata merge -o profile made/profiles/*.profraw
   # shellcheck disable=SC2046,SC2086
   set -- ravctl $(printf -- '-object testing/%s_test ' $subjects) -instr-profile profile
-  llvm-cov report "$@" 2>messages.log | sed -E 's#^/?([^ ]*/)?(src/[a-z]+/[^/ ]+) #\2 #' | awk -f ../../tools/coverage.awk || status=1
+  llvm-cov report "$@" 2>messages.log | sed -E 's#^/?([^ ]*/)?(src/([a-z]+/)+[^/ ]+) #\2 #' | awk -f ../../tools/coverage.awk || status=1
   llvm-cov export -format=lcov "$@" 2>messages.log | awk -f ../../tools/unreached.awk >unreached
   say 'What was not reached is in build/coverage/unreached.'
   return "$status"
