@@ -5,7 +5,7 @@
 // Input: a time in eight bytes, the lowest first, and a byte by which its magnitude shrinks; a text.
 #include <cstdint>
 
-#include "base/TimeUtils.h"
+#include "base/text/TimeUtils.h"
 #include "fuzz/FuzzTarget.h"
 #include "testing/TimeModel.h"
 

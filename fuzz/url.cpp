@@ -5,7 +5,7 @@
 // Input: a text.
 #include <cstdint>
 
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 #include "command/InputParams.h"
 #include "fuzz/FuzzTarget.h"
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 #include "log/BasicLog.h"
 
 // "[ERROR] basiclib FileUtils.cpp makeUniqueFile failed to open file: path=/x"

@@ -12,7 +12,7 @@
 
 #include "base/SignalManager.h"
 #include "base/ThreadNames.h"
-#include "base/TimeUtils.h"
+#include "base/text/TimeUtils.h"
 #include "log/Emitter.h"
 #include "log/EmitterFactory.h"
 #include "log/LogManager.h"

@@ -8,7 +8,7 @@
 #include <memory>
 #include <thread>
 
-#include "base/TimeUtils.h"
+#include "base/text/TimeUtils.h"
 
 namespace {
 

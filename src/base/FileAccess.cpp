@@ -14,7 +14,7 @@
 #include <utility>
 
 #include "base/RawWrite.h"
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 
 namespace {
 

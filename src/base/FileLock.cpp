@@ -12,7 +12,7 @@
 
 #include "base/FileAccess.h"
 #include "base/FileUtils.h"
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 
 namespace {
 

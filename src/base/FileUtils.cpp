@@ -13,8 +13,8 @@
 
 #include "base/FileAccess.h"
 #include "base/LineReader.h"
-#include "base/StringUtils.h"
-#include "base/TimeUtils.h"
+#include "base/text/StringUtils.h"
+#include "base/text/TimeUtils.h"
 #include "log/BasicLog.h"
 
 namespace FileUtils {

@@ -13,7 +13,7 @@
 #include <limits>
 #include <memory>
 
-#include "base/TimeUtils.h"
+#include "base/text/TimeUtils.h"
 #include "log/BasicLog.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"

@@ -6,7 +6,7 @@
 #include "base/FileAccess.h"
 #include "base/FileLock.h"
 #include "base/FileUtils.h"
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 
 namespace FileUtils {
 namespace {

@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 #include <utility>
 
 #include "base/RawWrite.h"
-#include "base/StringUtils.h"
 #include "base/ThreadNames.h"
-#include "base/TimeUtils.h"
+#include "base/text/StringUtils.h"
+#include "base/text/TimeUtils.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "base/ThreadNames.h"
-#include "base/TimeUtils.h"
+#include "base/text/TimeUtils.h"
 #include "testing/WallClock.h"
 
 namespace {

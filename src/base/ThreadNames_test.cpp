@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "base/TimeUtils.h"
+#include "base/text/TimeUtils.h"
 
 // The sleeps and the names of this test program: the system's, unless a test watches or breaks them.
 namespace {

@@ -4,7 +4,7 @@
 
 #include "base/AtomicValue.h"
 #include "base/DetachedThread.h"
-#include "base/TimeUtils.h"
+#include "base/text/TimeUtils.h"
 
 namespace {
 

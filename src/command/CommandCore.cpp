@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 #include "json/JsonModel.h"
 #include "json/JsonWriter.h"
 #include "log/BasicLog.h"

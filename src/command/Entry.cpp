@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 #include "command/AppStatusCodes.h"
 #include "command/Authorization.h"
 #include "command/Catalogue.h"

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string_view>
 
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 
 using StringUtils::concatenate;
 

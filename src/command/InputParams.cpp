@@ -3,7 +3,7 @@
 #include <cmath>
 #include <limits>
 
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 #include "json/JsonModel.h"
 #include "log/BasicLog.h"
 

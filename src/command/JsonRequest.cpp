@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 #include "command/InputParams.h"
 #include "json/JsonParser.h"
 

@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "base/RawWrite.h"
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 
 namespace {
 

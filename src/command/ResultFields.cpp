@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 #include "command/CommandCore.h"
 
 void StringResult::render(ValueBinder& sink) const {

@@ -2,8 +2,8 @@
 
 #include <iterator>
 
-#include "base/StringUtils.h"
-#include "base/TextRef.h"
+#include "base/text/StringUtils.h"
+#include "base/text/TextRef.h"
 
 bool ValueBinder::takeText(std::string_view, std::string_view) { return false; }
 bool ValueBinder::takeInteger(std::string_view, std::int32_t) { return false; }

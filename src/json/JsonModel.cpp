@@ -8,7 +8,7 @@
 #include <new>
 #include <utility>
 
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 #include "json/BlockPool.h"
 #include "json/JsonRecords.h"
 

@@ -10,7 +10,7 @@
 #include <limits>
 #include <string>
 
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 #include "json/JsonScanner.h"
 #include "json/NumberText.h"
 

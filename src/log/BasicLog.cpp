@@ -10,8 +10,8 @@
 #include <utility>
 
 #include "base/RawWrite.h"
-#include "base/StringUtils.h"
-#include "base/TimeUtils.h"
+#include "base/text/StringUtils.h"
+#include "base/text/TimeUtils.h"
 #include "json/JsonModel.h"
 #include "json/JsonWriter.h"
 #include "log/EmitContext.h"

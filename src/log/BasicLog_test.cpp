@@ -12,7 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "base/TimeUtils.h"
+#include "base/text/TimeUtils.h"
 #include "testing/LogLines.h"
 
 // The system log of this test program.

@@ -3,7 +3,7 @@
 #include <new>
 #include <utility>
 
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 #include "log/ScopeGuards.h"
 
 using BasicLog::Level;

@@ -14,7 +14,7 @@
 #include <thread>
 
 #include "base/ThreadNames.h"
-#include "base/TimeUtils.h"
+#include "base/text/TimeUtils.h"
 #include "log/EmergencyEmitter.h"
 #include "log/LogManager.h"
 #include "testing/NoThreads.h"

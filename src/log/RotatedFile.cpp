@@ -11,8 +11,8 @@
 
 #include "base/FileAccess.h"
 #include "base/FileUtils.h"
-#include "base/StringUtils.h"
-#include "base/TimeUtils.h"
+#include "base/text/StringUtils.h"
+#include "base/text/TimeUtils.h"
 #include "log/Emitter.h"
 
 namespace {

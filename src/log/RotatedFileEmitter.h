@@ -2,7 +2,7 @@
 #pragma once
 
 #include "base/Locks.h"
-#include "base/TimeUtils.h"
+#include "base/text/TimeUtils.h"
 #include "log/EmitterActor.h"
 #include "log/RotatedFile.h"
 

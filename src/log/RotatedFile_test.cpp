@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "base/FileUtils.h"
-#include "base/TimeUtils.h"
+#include "base/text/TimeUtils.h"
 #include "log/LogManager.h"
 #include "log/RotatedFileEmitter.h"
 #include "testing/FaultInjector.h"

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "base/TimeUtils.h"
+#include "base/text/TimeUtils.h"
 
 namespace {
 

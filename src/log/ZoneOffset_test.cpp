@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-#include "base/TimeUtils.h"
+#include "base/text/TimeUtils.h"
 #include "testing/HostTest.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "base/FileUtils.h"
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 #include "log/BasicLog.h"
 #include "profiles/ConfigLines.h"
 #include "profiles/ProfileStore.h"

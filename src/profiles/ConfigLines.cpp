@@ -10,7 +10,7 @@
 
 #include "base/FileLock.h"
 #include "base/RawWrite.h"
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 
 namespace {
 

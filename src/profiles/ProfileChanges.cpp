@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "base/FileUtils.h"
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 #include "command/AppStatusCodes.h"
 #include "command/Authorization.h"
 #include "profiles/ConfigControl.h"

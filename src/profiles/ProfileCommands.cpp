@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 #include "command/Authorization.h"
 #include "profiles/ProfileStore.h"
 

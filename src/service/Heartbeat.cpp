@@ -9,7 +9,7 @@
 
 #include "base/FileAccess.h"
 #include "base/LineReader.h"
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 
 namespace {
 

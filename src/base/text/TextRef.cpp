@@ -1,4 +1,4 @@
-#include "base/TextRef.h"
+#include "base/text/TextRef.h"
 
 #include <strings.h>
 

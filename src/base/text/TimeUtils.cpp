@@ -1,10 +1,10 @@
-#include "base/TimeUtils.h"
+#include "base/text/TimeUtils.h"
 
 #include <array>
 #include <cstdio>
 #include <ctime>
 
-#include "base/StringUtils.h"
+#include "base/text/StringUtils.h"
 
 namespace TimeUtils {
 namespace {

@@ -1,4 +1,4 @@
-#include "base/TimeUtils.h"
+#include "base/text/TimeUtils.h"
 
 #include <gtest/gtest.h>
 #include <strings.h>
