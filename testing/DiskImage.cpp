@@ -13,7 +13,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "base/UniqueFd.h"
+#include "base/system/UniqueFd.h"
 #include "testing/HostFiles.h"
 #include "testing/Program.h"
 

@@ -25,7 +25,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "base/UniqueFd.h"
+#include "base/system/UniqueFd.h"
 
 namespace {
 

@@ -19,7 +19,7 @@
 
 #include "base/FileUtils.h"
 #include "base/KeyValueFile.h"
-#include "base/Process.h"
+#include "base/system/Process.h"
 #include "command/Entry.h"
 #include "json/JsonParser.h"
 #include "json/JsonWriter.h"

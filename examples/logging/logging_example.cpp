@@ -10,8 +10,8 @@
 #include <thread>
 #include <vector>
 
-#include "base/SignalManager.h"
 #include "base/ThreadNames.h"
+#include "base/system/SignalManager.h"
 #include "base/text/TimeUtils.h"
 #include "log/Emitter.h"
 #include "log/EmitterFactory.h"

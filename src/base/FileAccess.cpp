@@ -13,7 +13,7 @@
 #include <thread>
 #include <utility>
 
-#include "base/RawWrite.h"
+#include "base/system/RawWrite.h"
 #include "base/text/StringUtils.h"
 
 namespace {

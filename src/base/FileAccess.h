@@ -18,7 +18,7 @@
 #include <string>
 #include <string_view>
 
-#include "base/UniqueFd.h"
+#include "base/system/UniqueFd.h"
 #include "command/StatusCodes.h"
 
 // Makes a call again as long as a signal interrupts it.

@@ -17,8 +17,8 @@
 #include <chrono>
 #include <string>
 
-#include "base/Leftover.h"
-#include "base/UniqueFd.h"
+#include "base/system/Leftover.h"
+#include "base/system/UniqueFd.h"
 
 class FileLock {
  public:

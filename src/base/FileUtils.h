@@ -30,7 +30,7 @@
 #include <string>
 #include <vector>
 
-#include "base/UniqueFd.h"
+#include "base/system/UniqueFd.h"
 #include "command/StatusCodes.h"
 
 namespace FileUtils {

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "base/RawWrite.h"
 #include "base/ThreadNames.h"
+#include "base/system/RawWrite.h"
 #include "base/text/StringUtils.h"
 #include "base/text/TimeUtils.h"
 

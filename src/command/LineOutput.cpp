@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "base/RawWrite.h"
+#include "base/system/RawWrite.h"
 #include "base/text/StringUtils.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "base/Process.h"
+#include "base/system/Process.h"
 #include "command/Entry.h"
 
 int main(int argc, char** argv) {

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <utility>
 
-#include "base/RawWrite.h"
+#include "base/system/RawWrite.h"
 #include "base/text/StringUtils.h"
 #include "base/text/TimeUtils.h"
 #include "json/JsonModel.h"

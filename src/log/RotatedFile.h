@@ -20,7 +20,7 @@
 #include <string_view>
 #include <vector>
 
-#include "base/UniqueFd.h"
+#include "base/system/UniqueFd.h"
 
 class RotatedFile {
  public:

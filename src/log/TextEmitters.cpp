@@ -4,7 +4,7 @@
 
 #include <cstdio>
 
-#include "base/RawWrite.h"
+#include "base/system/RawWrite.h"
 
 using BasicLog::Level;
 

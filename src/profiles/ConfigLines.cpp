@@ -9,7 +9,7 @@
 #include <chrono>
 
 #include "base/FileLock.h"
-#include "base/RawWrite.h"
+#include "base/system/RawWrite.h"
 #include "base/text/StringUtils.h"
 
 namespace {

@@ -21,9 +21,9 @@
 #include <vector>
 
 #include "base/FileAccess.h"
-#include "base/Leftover.h"
 #include "base/LineReader.h"
-#include "base/UniqueFd.h"
+#include "base/system/Leftover.h"
+#include "base/system/UniqueFd.h"
 #include "command/StatusCodes.h"
 
 namespace ConfigLines {

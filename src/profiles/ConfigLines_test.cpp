@@ -15,7 +15,7 @@
 
 #include "base/FileLock.h"
 #include "base/FileUtils.h"
-#include "base/Leftover.h"
+#include "base/system/Leftover.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 

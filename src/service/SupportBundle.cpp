@@ -3,7 +3,7 @@
 #include <csignal>
 #include <cstdlib>
 
-#include "base/Process.h"
+#include "base/system/Process.h"
 
 namespace {
 

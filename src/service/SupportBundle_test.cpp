@@ -6,7 +6,7 @@
 
 #include <climits>
 
-#include "base/Process.h"
+#include "base/system/Process.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 

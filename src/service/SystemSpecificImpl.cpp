@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "base/FileUtils.h"
-#include "base/Process.h"
+#include "base/system/Process.h"
 #include "command/AppStatusCodes.h"
 
 extern char** environ;

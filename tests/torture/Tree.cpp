@@ -10,7 +10,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "base/UniqueFd.h"
+#include "base/system/UniqueFd.h"
 #include "testing/EmptyFolder.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "base/SignalManager.h"
+#include "base/system/SignalManager.h"
 
 #include <atomic>
 #include <csignal>

@@ -1,4 +1,4 @@
-#include "base/Process.h"
+#include "base/system/Process.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "base/Leftover.h"
+#include "base/system/Leftover.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "base/RawWrite.h"
+#include "base/system/RawWrite.h"
 
 #include <unistd.h>
 

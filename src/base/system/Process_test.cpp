@@ -1,4 +1,4 @@
-#include "base/Process.h"
+#include "base/system/Process.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

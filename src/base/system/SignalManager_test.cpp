@@ -1,4 +1,4 @@
-#include "base/SignalManager.h"
+#include "base/system/SignalManager.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "base/Leftover.h"
+#include "base/system/Leftover.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "base/UniqueFd.h"
+#include "base/system/UniqueFd.h"
 
 #include <fcntl.h>
 
