@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <ostream>
 
-#include "command/AppStatusCodes.h"
+#include "command/status/AppStatusCodes.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <iosfwd>
 #include <string>
 
-#include "command/StatusCodes.h"
+#include "command/status/StatusCodes.h"
 
 // The name of a code as the source spells it ("status::openError"), with its number; the number alone for others.
 std::string nameOfCode(StatusCode code);

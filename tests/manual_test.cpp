@@ -8,9 +8,9 @@
 #include <map>
 #include <sstream>
 
-#include "command/AppStatusCodes.h"
 #include "command/Catalogue.h"
 #include "command/CommandCore.h"
+#include "command/status/AppStatusCodes.h"
 #include "testing/FurnishedHost.h"
 #include "testing/HostFiles.h"
 #include "testing/Matchers.h"

@@ -19,7 +19,7 @@
 #include <string_view>
 
 #include "base/system/UniqueFd.h"
-#include "command/StatusCodes.h"
+#include "command/status/StatusCodes.h"
 
 // Makes a call again as long as a signal interrupts it.
 template <typename Call>

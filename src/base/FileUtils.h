@@ -31,7 +31,7 @@
 #include <vector>
 
 #include "base/system/UniqueFd.h"
-#include "command/StatusCodes.h"
+#include "command/status/StatusCodes.h"
 
 namespace FileUtils {
 

@@ -15,7 +15,7 @@
 
 #include "command/InputParams.h"
 #include "command/ResultFields.h"
-#include "command/StatusCodes.h"
+#include "command/status/StatusCodes.h"
 
 // How much a command prints. Quiet and verbose exclude each other, as do json and text; the last word given wins. The
 // last two are recorded for compatibility and change nothing, which is deliberate.

@@ -5,10 +5,10 @@
 #include <vector>
 
 #include "base/text/StringUtils.h"
-#include "command/AppStatusCodes.h"
 #include "command/Authorization.h"
 #include "command/Catalogue.h"
 #include "command/LineOutput.h"
+#include "command/status/AppStatusCodes.h"
 #include "json/JsonModel.h"
 
 namespace {

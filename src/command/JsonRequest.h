@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "command/StatusCodes.h"
+#include "command/status/StatusCodes.h"
 #include "json/JsonModel.h"
 
 // The request written in exactly three words: program path, "json", and the text of a JSON object. Parses the whole

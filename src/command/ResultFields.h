@@ -11,8 +11,8 @@
 #include <utility>
 #include <vector>
 
-#include "command/StatusCodes.h"
 #include "command/ValueBinder.h"
+#include "command/status/StatusCodes.h"
 
 class RavctlCommandInstance;
 

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "command/AppStatusCodes.h"
 #include "command/CommandCore.h"
+#include "command/status/AppStatusCodes.h"
 
 namespace {
 

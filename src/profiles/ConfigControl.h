@@ -21,7 +21,7 @@
 #include <string_view>
 #include <vector>
 
-#include "command/StatusCodes.h"
+#include "command/status/StatusCodes.h"
 
 namespace ConfigControl {
 

@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include "base/FileUtils.h"
-#include "command/AppStatusCodes.h"
+#include "command/status/AppStatusCodes.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 

@@ -24,7 +24,7 @@
 #include "base/LineReader.h"
 #include "base/system/Leftover.h"
 #include "base/system/UniqueFd.h"
-#include "command/StatusCodes.h"
+#include "command/status/StatusCodes.h"
 
 namespace ConfigLines {
 

@@ -12,7 +12,7 @@
 #include <optional>
 #include <string>
 
-#include "command/StatusCodes.h"
+#include "command/status/StatusCodes.h"
 #include "profiles/ProfileControl.h"
 
 namespace ProfileChanges {

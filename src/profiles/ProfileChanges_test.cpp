@@ -7,8 +7,8 @@
 
 #include <csignal>
 
-#include "command/AppStatusCodes.h"
 #include "command/Authorization.h"
+#include "command/status/AppStatusCodes.h"
 #include "profiles/ProfileStore.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"

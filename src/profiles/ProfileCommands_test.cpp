@@ -4,9 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "command/AppStatusCodes.h"
 #include "command/Authorization.h"
 #include "command/Catalogue.h"
+#include "command/status/AppStatusCodes.h"
 #include "json/JsonModel.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"

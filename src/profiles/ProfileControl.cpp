@@ -8,8 +8,8 @@
 
 #include "base/FileUtils.h"
 #include "base/text/StringUtils.h"
-#include "command/AppStatusCodes.h"
 #include "command/Authorization.h"
+#include "command/status/AppStatusCodes.h"
 #include "log/BasicLog.h"
 #include "profiles/ProfileStore.h"
 #include "service/SystemSpecificImpl.h"

@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "command/StatusCodes.h"
+#include "command/status/StatusCodes.h"
 #include "profiles/ConfigControl.h"
 
 // What is known of one profile, for people to read. What a file does not say is empty.

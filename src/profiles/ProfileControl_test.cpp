@@ -12,8 +12,8 @@
 #include <set>
 
 #include "base/FileUtils.h"
-#include "command/AppStatusCodes.h"
 #include "command/Authorization.h"
+#include "command/status/AppStatusCodes.h"
 #include "profiles/ProfileStore.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"

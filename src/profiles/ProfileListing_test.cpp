@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <random>
 
-#include "command/AppStatusCodes.h"
+#include "command/status/AppStatusCodes.h"
 #include "profiles/ProfileStore.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"

@@ -5,8 +5,8 @@
 #include <algorithm>
 
 #include "base/FileUtils.h"
-#include "command/AppStatusCodes.h"
 #include "command/Authorization.h"
+#include "command/status/AppStatusCodes.h"
 #include "profiles/ProfileChanges.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"

@@ -8,7 +8,7 @@
 
 #include "base/FileUtils.h"
 #include "base/text/StringUtils.h"
-#include "command/AppStatusCodes.h"
+#include "command/status/AppStatusCodes.h"
 #include "service/Heartbeat.h"
 
 using StringUtils::concatenate;

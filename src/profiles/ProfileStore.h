@@ -23,7 +23,7 @@
 #include <string_view>
 #include <vector>
 
-#include "command/StatusCodes.h"
+#include "command/status/StatusCodes.h"
 #include "service/Heartbeat.h"
 
 // One profile, copied by value.

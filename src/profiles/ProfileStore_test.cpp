@@ -9,7 +9,7 @@
 
 #include <cstring>
 
-#include "command/AppStatusCodes.h"
+#include "command/status/AppStatusCodes.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 

@@ -12,7 +12,7 @@
 
 #include <string>
 
-#include "command/StatusCodes.h"
+#include "command/status/StatusCodes.h"
 
 // The file's name in a profile's directory.
 constexpr const char* variablesFileName = "hipvars.txt";

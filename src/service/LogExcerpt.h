@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-#include "command/StatusCodes.h"
+#include "command/status/StatusCodes.h"
 #include "log/BasicLog.h"
 
 // Replaces `lines` by the last `maxLines` lines at or above `threshold`, in the order of the file. A negative number

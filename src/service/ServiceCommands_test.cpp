@@ -1,7 +1,7 @@
 #include "service/ServiceCommands.h"
 
-#include "command/AppStatusCodes.h"
 #include "command/Authorization.h"
+#include "command/status/AppStatusCodes.h"
 #include "json/JsonModel.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"

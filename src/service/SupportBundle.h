@@ -7,7 +7,7 @@
 // we were started (see Process.h); meanwhile they are so for us too, and we write nothing.
 #pragma once
 
-#include "command/StatusCodes.h"
+#include "command/status/StatusCodes.h"
 
 // Statuses: those of statusOfSystemResult.
 Status runSupportBundle();

@@ -7,7 +7,7 @@
 
 #include "base/FileUtils.h"
 #include "base/system/Process.h"
-#include "command/AppStatusCodes.h"
+#include "command/status/AppStatusCodes.h"
 
 extern char** environ;
 

@@ -9,7 +9,7 @@
 
 #include <string>
 
-#include "command/StatusCodes.h"
+#include "command/status/StatusCodes.h"
 
 class SystemSpecificImpl {
  public:

@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "command/AppStatusCodes.h"
+#include "command/status/AppStatusCodes.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 

@@ -1,4 +1,4 @@
-#include "command/AppStatusCodes.h"
+#include "command/status/AppStatusCodes.h"
 
 #include <algorithm>
 #include <iterator>

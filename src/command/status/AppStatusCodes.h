@@ -1,7 +1,7 @@
 // The program's own status codes, application id 1. The entry point registers their texts before anything else runs.
 #pragma once
 
-#include "command/StatusCodes.h"
+#include "command/status/StatusCodes.h"
 
 namespace status {
 constexpr std::uint32_t applicationId = 1;

@@ -1,4 +1,4 @@
-#include "command/StatusCodes.h"
+#include "command/status/StatusCodes.h"
 
 #include <gtest/gtest.h>
 #include <sys/ptrace.h>
