@@ -10,9 +10,9 @@
 #include <thread>
 #include <vector>
 
-#include "base/ThreadNames.h"
 #include "base/system/SignalManager.h"
 #include "base/text/TimeUtils.h"
+#include "base/threads/ThreadNames.h"
 #include "log/Emitter.h"
 #include "log/EmitterFactory.h"
 #include "log/LogManager.h"

@@ -20,7 +20,7 @@
 #include <string>
 #include <string_view>
 
-#include "base/Locks.h"
+#include "base/threads/Locks.h"
 
 class AsyncTask {
  public:

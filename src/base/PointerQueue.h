@@ -11,7 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "base/Locks.h"
+#include "base/threads/Locks.h"
 
 class SimplePointerQueue : public OwnedMutex {
  public:

@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "base/AtomicValue.h"
-#include "base/DetachedThread.h"
 #include "base/text/TimeUtils.h"
+#include "base/threads/AtomicValue.h"
+#include "base/threads/DetachedThread.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include <functional>
 #include <memory>
 
-#include "base/Locks.h"
+#include "base/threads/Locks.h"
 
 class WorkerRunner {
  public:

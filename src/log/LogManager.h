@@ -18,7 +18,7 @@
 #include <string_view>
 #include <vector>
 
-#include "base/Locks.h"
+#include "base/threads/Locks.h"
 #include "log/BasicLog.h"
 #include "log/LogOutput.h"
 

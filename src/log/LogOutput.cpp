@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
-#include "base/DetachedThread.h"
-#include "base/ThreadNames.h"
+#include "base/threads/DetachedThread.h"
+#include "base/threads/ThreadNames.h"
 #include "log/EmitContext.h"
 #include "log/MessagePool.h"
 

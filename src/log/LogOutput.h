@@ -22,8 +22,8 @@
 #include <memory>
 #include <vector>
 
-#include "base/AtomicValue.h"
-#include "base/Locks.h"
+#include "base/threads/AtomicValue.h"
+#include "base/threads/Locks.h"
 #include "log/BasicLog.h"
 #include "log/Emitter.h"
 #include "log/WorkQueue.h"

@@ -13,8 +13,8 @@
 #include <mutex>
 #include <thread>
 
-#include "base/ThreadNames.h"
 #include "base/text/TimeUtils.h"
+#include "base/threads/ThreadNames.h"
 #include "log/EmergencyEmitter.h"
 #include "log/LogManager.h"
 #include "testing/NoThreads.h"

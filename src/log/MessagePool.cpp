@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "base/Locks.h"
+#include "base/threads/Locks.h"
 
 namespace BasicLog {
 namespace {

@@ -1,8 +1,8 @@
 // RotatedFileEmitterActor: writes entries to files that change with the period; see RotatedFile.h.
 #pragma once
 
-#include "base/Locks.h"
 #include "base/text/TimeUtils.h"
+#include "base/threads/Locks.h"
 #include "log/EmitterActor.h"
 #include "log/RotatedFile.h"
 

@@ -16,8 +16,8 @@
 #include <type_traits>
 #include <utility>
 
-#include "base/Locks.h"
 #include "base/PointerQueue.h"
+#include "base/threads/Locks.h"
 
 template <typename T>
 class TypedWorkQueue {

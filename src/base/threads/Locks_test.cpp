@@ -1,4 +1,4 @@
-#include "base/Locks.h"
+#include "base/threads/Locks.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -9,8 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "base/ThreadNames.h"
 #include "base/text/TimeUtils.h"
+#include "base/threads/ThreadNames.h"
 #include "testing/WallClock.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "base/DetachedThread.h"
+#include "base/threads/DetachedThread.h"
 
 #include <pthread.h>
 

@@ -1,4 +1,4 @@
-#include "base/AtomicValue.h"
+#include "base/threads/AtomicValue.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>

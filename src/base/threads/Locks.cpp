@@ -1,14 +1,14 @@
-#include "base/Locks.h"
+#include "base/threads/Locks.h"
 
 #include <unistd.h>
 
 #include <algorithm>
 #include <utility>
 
-#include "base/ThreadNames.h"
 #include "base/system/RawWrite.h"
 #include "base/text/StringUtils.h"
 #include "base/text/TimeUtils.h"
+#include "base/threads/ThreadNames.h"
 
 namespace {
 

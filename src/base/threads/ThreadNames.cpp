@@ -1,4 +1,4 @@
-#include "base/ThreadNames.h"
+#include "base/threads/ThreadNames.h"
 
 #include <pthread.h>
 
