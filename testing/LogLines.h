@@ -4,7 +4,7 @@
 #include <string>
 
 #include "base/text/StringUtils.h"
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 
 // "[ERROR] basiclib FileUtils.cpp makeUniqueFile failed to open file: path=/x"
 inline std::string lineOf(const BasicLog::LogMessage& message) {

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 
 namespace log_model {
 

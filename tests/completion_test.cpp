@@ -8,7 +8,7 @@
 #include "command/Catalogue.h"
 #include "command/CommandTable.h"
 #include "command/InputParams.h"
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 #include "testing/HostTest.h"
 #include "testing/Places.h"
 

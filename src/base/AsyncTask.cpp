@@ -1,6 +1,6 @@
 #include "base/AsyncTask.h"
 
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 
 namespace {
 constexpr char sourceName[] = "ThreadUtils.cpp";

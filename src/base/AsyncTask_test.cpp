@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 #include "testing/LogLines.h"
 
 namespace {

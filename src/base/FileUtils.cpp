@@ -15,7 +15,7 @@
 #include "base/LineReader.h"
 #include "base/text/StringUtils.h"
 #include "base/text/TimeUtils.h"
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 
 namespace FileUtils {
 namespace {

@@ -14,7 +14,7 @@
 #include <memory>
 
 #include "base/text/TimeUtils.h"
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 #include "testing/LogLines.h"

@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 #include "testing/QueuePeers.h"
 
 // The allocations that may fail: the library's, unless a test breaks them.

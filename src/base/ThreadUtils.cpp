@@ -1,7 +1,7 @@
 #include <new>
 
 #include "base/PointerQueue.h"
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include "base/text/StringUtils.h"
 #include "json/JsonModel.h"
 #include "json/JsonWriter.h"
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 
 namespace {
 

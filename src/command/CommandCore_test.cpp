@@ -6,7 +6,7 @@
 
 #include "json/JsonModel.h"
 #include "json/JsonParser.h"
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 #include "testing/Matchers.h"
 
 namespace {

@@ -5,7 +5,7 @@
 
 #include "base/text/StringUtils.h"
 #include "json/JsonModel.h"
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 
 using StringUtils::equalIgnoreCase;
 

@@ -16,7 +16,7 @@
 #include <string>
 #include <string_view>
 
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 
 namespace BasicLog {
 

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "base/text/StringUtils.h"
-#include "log/ScopeGuards.h"
+#include "log/front/ScopeGuards.h"
 
 using BasicLog::Level;
 using BasicLog::Logger;

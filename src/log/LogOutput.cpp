@@ -6,8 +6,8 @@
 
 #include "base/threads/DetachedThread.h"
 #include "base/threads/ThreadNames.h"
-#include "log/EmitContext.h"
-#include "log/MessagePool.h"
+#include "log/front/EmitContext.h"
+#include "log/front/MessagePool.h"
 
 using BasicLog::Emitter;
 using BasicLog::LogMessage;

@@ -24,10 +24,10 @@
 
 #include "base/threads/AtomicValue.h"
 #include "base/threads/Locks.h"
-#include "log/BasicLog.h"
 #include "log/Emitter.h"
 #include "log/WorkQueue.h"
 #include "log/ZoneOffset.h"
+#include "log/front/BasicLog.h"
 
 using LogQueue = TypedWorkQueue<BasicLog::LogMessage const>;
 

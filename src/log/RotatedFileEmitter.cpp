@@ -1,6 +1,6 @@
 #include "log/RotatedFileEmitter.h"
 
-#include "log/EmitContext.h"
+#include "log/front/EmitContext.h"
 
 using zuvsvc::ConfigResult;
 

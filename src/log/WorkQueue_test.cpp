@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 #include "testing/QueuePeers.h"
 
 namespace {

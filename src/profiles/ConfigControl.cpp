@@ -9,7 +9,7 @@
 
 #include "base/FileUtils.h"
 #include "base/text/StringUtils.h"
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 #include "profiles/ConfigLines.h"
 #include "profiles/ProfileStore.h"
 

@@ -4,7 +4,7 @@
 #include <sys/sysmacros.h>
 
 #include "command/Authorization.h"
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 #include "profiles/ConfigControl.h"
 #include "profiles/HostReports.h"
 #include "profiles/ProfileControl.h"

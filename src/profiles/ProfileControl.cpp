@@ -10,7 +10,7 @@
 #include "base/text/StringUtils.h"
 #include "command/Authorization.h"
 #include "command/status/AppStatusCodes.h"
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 #include "profiles/ProfileStore.h"
 #include "service/SystemSpecificImpl.h"
 

@@ -15,7 +15,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 
 class LevelGate {
  public:

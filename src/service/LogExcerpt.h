@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "command/status/StatusCodes.h"
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 
 // Replaces `lines` by the last `maxLines` lines at or above `threshold`, in the order of the file. A negative number
 // means 50, one above 100000 means 100000; 0 shows none.

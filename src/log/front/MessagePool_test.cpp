@@ -1,4 +1,4 @@
-#include "log/MessagePool.h"
+#include "log/front/MessagePool.h"
 
 #include <gtest/gtest.h>
 #include <pthread.h>

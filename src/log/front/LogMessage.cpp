@@ -1,4 +1,4 @@
-#include "log/LogMessage.h"
+#include "log/front/LogMessage.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 
 #include <syslog.h>
 #include <unistd.h>
@@ -14,9 +14,9 @@
 #include "base/text/TimeUtils.h"
 #include "json/JsonModel.h"
 #include "json/JsonWriter.h"
-#include "log/EmitContext.h"
-#include "log/MessagePool.h"
-#include "log/ScopeGuards.h"
+#include "log/front/EmitContext.h"
+#include "log/front/MessagePool.h"
+#include "log/front/ScopeGuards.h"
 
 namespace BasicLog {
 namespace {

@@ -27,8 +27,8 @@
 #include <string_view>
 #include <vector>
 
-#include "log/Level.h"
-#include "log/LogMessage.h"
+#include "log/front/Level.h"
+#include "log/front/LogMessage.h"
 
 class LogInput;
 

@@ -17,7 +17,7 @@
 #include <string_view>
 #include <vector>
 
-#include "log/Level.h"
+#include "log/front/Level.h"
 
 namespace BasicLog {
 

@@ -13,7 +13,7 @@
 #include <cstddef>
 #include <memory>
 
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 
 namespace BasicLog {
 

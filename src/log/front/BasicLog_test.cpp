@@ -1,5 +1,5 @@
 // Levels, renderings, entries, assertions and the system log, through the front end.
-#include "log/BasicLog.h"
+#include "log/front/BasicLog.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
