@@ -18,7 +18,7 @@
 #include <string_view>
 #include <vector>
 
-#include "base/FileUtils.h"
+#include "base/files/FileUtils.h"
 #include "testing/EmptyFolder.h"
 #include "testing/FaultInjector.h"
 

@@ -11,7 +11,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "base/KeyValueFile.h"
+#include "base/files/KeyValueFile.h"
 #include "fuzz/FuzzTarget.h"
 
 namespace {

@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-#include "base/LineReader.h"
+#include "base/files/LineReader.h"
 #include "fuzz/FuzzTarget.h"
 
 namespace {

@@ -14,7 +14,7 @@
 #include <random>
 #include <sstream>
 
-#include "base/FileUtils.h"
+#include "base/files/FileUtils.h"
 #include "profiles/ConfigLines.h"
 #include "testing/HostTest.h"
 #include "testing/StoreCheck.h"

@@ -17,8 +17,8 @@
 #include <set>
 #include <sstream>
 
-#include "base/FileUtils.h"
-#include "base/KeyValueFile.h"
+#include "base/files/FileUtils.h"
+#include "base/files/KeyValueFile.h"
 #include "base/system/Process.h"
 #include "command/Entry.h"
 #include "json/JsonParser.h"

@@ -9,8 +9,8 @@
 #include <cstdint>
 #include <utility>
 
-#include "base/FileAccess.h"
-#include "base/FileUtils.h"
+#include "base/files/FileAccess.h"
+#include "base/files/FileUtils.h"
 #include "base/text/StringUtils.h"
 #include "base/text/TimeUtils.h"
 #include "log/Emitter.h"

@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <thread>
 
-#include "base/FileUtils.h"
+#include "base/files/FileUtils.h"
 #include "base/text/TimeUtils.h"
 #include "log/LogManager.h"
 #include "log/RotatedFileEmitter.h"

@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <chrono>
 
-#include "base/FileLock.h"
+#include "base/files/FileLock.h"
 #include "base/system/RawWrite.h"
 #include "base/text/StringUtils.h"
 

@@ -20,8 +20,8 @@
 #include <utility>
 #include <vector>
 
-#include "base/FileAccess.h"
-#include "base/LineReader.h"
+#include "base/files/FileAccess.h"
+#include "base/files/LineReader.h"
 #include "base/system/Leftover.h"
 #include "base/system/UniqueFd.h"
 #include "command/status/StatusCodes.h"

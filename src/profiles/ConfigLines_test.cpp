@@ -13,8 +13,8 @@
 #include <set>
 #include <thread>
 
-#include "base/FileLock.h"
-#include "base/FileUtils.h"
+#include "base/files/FileLock.h"
+#include "base/files/FileUtils.h"
 #include "base/system/Leftover.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"

@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "base/FileUtils.h"
+#include "base/files/FileUtils.h"
 #include "base/text/StringUtils.h"
 #include "command/Authorization.h"
 #include "command/status/AppStatusCodes.h"

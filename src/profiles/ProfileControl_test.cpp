@@ -11,7 +11,7 @@
 #include <csignal>
 #include <set>
 
-#include "base/FileUtils.h"
+#include "base/files/FileUtils.h"
 #include "command/Authorization.h"
 #include "command/status/AppStatusCodes.h"
 #include "profiles/ProfileStore.h"

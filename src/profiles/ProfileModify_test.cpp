@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "base/FileUtils.h"
+#include "base/files/FileUtils.h"
 #include "command/Authorization.h"
 #include "command/status/AppStatusCodes.h"
 #include "profiles/ProfileChanges.h"

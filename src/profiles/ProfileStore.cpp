@@ -6,7 +6,7 @@
 #include <unordered_set>
 #include <utility>
 
-#include "base/FileUtils.h"
+#include "base/files/FileUtils.h"
 #include "base/text/StringUtils.h"
 #include "command/status/AppStatusCodes.h"
 #include "service/Heartbeat.h"

@@ -7,8 +7,8 @@
 #include <limits>
 #include <string_view>
 
-#include "base/FileAccess.h"
-#include "base/LineReader.h"
+#include "base/files/FileAccess.h"
+#include "base/files/LineReader.h"
 #include "base/text/StringUtils.h"
 
 namespace {

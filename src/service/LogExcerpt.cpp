@@ -9,7 +9,7 @@
 #include <memory>
 #include <string_view>
 
-#include "base/FileAccess.h"
+#include "base/files/FileAccess.h"
 #include "service/LevelGate.h"
 
 namespace {

@@ -13,7 +13,7 @@
 #include <new>
 #include <string>
 
-#include "base/FileLock.h"
+#include "base/files/FileLock.h"
 #include "profiles/ConfigLines.h"
 #include "testing/HostTest.h"
 

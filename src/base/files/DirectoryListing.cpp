@@ -8,8 +8,8 @@
 #include <cstring>
 #include <utility>
 
-#include "base/FileAccess.h"
-#include "base/FileUtils.h"
+#include "base/files/FileAccess.h"
+#include "base/files/FileUtils.h"
 
 namespace FileUtils {
 namespace {

@@ -1,4 +1,4 @@
-#include "base/FileLock.h"
+#include "base/files/FileLock.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -12,7 +12,7 @@
 #include <functional>
 #include <thread>
 
-#include "base/FileUtils.h"
+#include "base/files/FileUtils.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 

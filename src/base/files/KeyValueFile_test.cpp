@@ -1,10 +1,10 @@
-#include "base/KeyValueFile.h"
+#include "base/files/KeyValueFile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "base/FileUtils.h"
+#include "base/files/FileUtils.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 

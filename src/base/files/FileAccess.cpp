@@ -1,4 +1,4 @@
-#include "base/FileAccess.h"
+#include "base/files/FileAccess.h"
 
 #include <fcntl.h>
 #include <linux/magic.h>

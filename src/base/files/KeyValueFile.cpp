@@ -1,11 +1,11 @@
-#include "base/KeyValueFile.h"
+#include "base/files/KeyValueFile.h"
 
 #include <set>
 #include <vector>
 
-#include "base/FileAccess.h"
-#include "base/FileLock.h"
-#include "base/FileUtils.h"
+#include "base/files/FileAccess.h"
+#include "base/files/FileLock.h"
+#include "base/files/FileUtils.h"
 #include "base/text/StringUtils.h"
 
 namespace FileUtils {

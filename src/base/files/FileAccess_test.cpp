@@ -1,4 +1,4 @@
-#include "base/FileAccess.h"
+#include "base/files/FileAccess.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -10,7 +10,7 @@
 #include <cstring>
 #include <memory>
 
-#include "base/FileUtils.h"
+#include "base/files/FileUtils.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 

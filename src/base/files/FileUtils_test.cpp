@@ -1,4 +1,4 @@
-#include "base/FileUtils.h"
+#include "base/files/FileUtils.h"
 
 #include <fcntl.h>
 #include <sys/mount.h>

@@ -1,4 +1,4 @@
-#include "base/FileLock.h"
+#include "base/files/FileLock.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -10,8 +10,8 @@
 #include <mutex>
 #include <thread>
 
-#include "base/FileAccess.h"
-#include "base/FileUtils.h"
+#include "base/files/FileAccess.h"
+#include "base/files/FileUtils.h"
 #include "base/text/StringUtils.h"
 
 namespace {

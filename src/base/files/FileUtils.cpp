@@ -1,4 +1,4 @@
-#include "base/FileUtils.h"
+#include "base/files/FileUtils.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -11,8 +11,8 @@
 #include <cstring>
 #include <iterator>
 
-#include "base/FileAccess.h"
-#include "base/LineReader.h"
+#include "base/files/FileAccess.h"
+#include "base/files/LineReader.h"
 #include "base/text/StringUtils.h"
 #include "base/text/TimeUtils.h"
 #include "log/front/BasicLog.h"

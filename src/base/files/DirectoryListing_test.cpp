@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "base/FileUtils.h"
+#include "base/files/FileUtils.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 

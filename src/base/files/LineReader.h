@@ -17,7 +17,7 @@
 #include <string>
 #include <string_view>
 
-#include "base/FileAccess.h"
+#include "base/files/FileAccess.h"
 
 struct LinePiece {
   std::string_view text;    // with the line end; valid until the next call

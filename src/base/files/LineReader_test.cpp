@@ -1,4 +1,4 @@
-#include "base/LineReader.h"
+#include "base/files/LineReader.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

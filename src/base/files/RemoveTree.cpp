@@ -5,8 +5,8 @@
 
 #include <utility>
 
-#include "base/FileAccess.h"
-#include "base/FileUtils.h"
+#include "base/files/FileAccess.h"
+#include "base/files/FileUtils.h"
 
 namespace FileUtils {
 namespace {

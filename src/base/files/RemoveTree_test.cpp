@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <thread>
 
-#include "base/FileUtils.h"
+#include "base/files/FileUtils.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 
