@@ -9,7 +9,7 @@
 #include <deque>
 #include <vector>
 
-#include "base/PointerQueue.h"
+#include "base/tasks/PointerQueue.h"
 
 namespace {
 

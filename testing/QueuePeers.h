@@ -1,7 +1,7 @@
 // What tests do to queues, and no caller can.
 #pragma once
 
-#include "base/PointerQueue.h"
+#include "base/tasks/PointerQueue.h"
 #include "log/WorkQueue.h"
 
 class SimplePointerQueuePeer {

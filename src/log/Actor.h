@@ -18,7 +18,7 @@
 #include <string_view>
 #include <vector>
 
-#include "base/AsyncTask.h"
+#include "base/tasks/AsyncTask.h"
 
 namespace zuvsvc {
 

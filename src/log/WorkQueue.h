@@ -16,7 +16,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "base/PointerQueue.h"
+#include "base/tasks/PointerQueue.h"
 #include "base/threads/Locks.h"
 
 template <typename T>

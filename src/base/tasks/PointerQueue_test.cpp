@@ -1,4 +1,4 @@
-#include "base/PointerQueue.h"
+#include "base/tasks/PointerQueue.h"
 
 #include <gtest/gtest.h>
 

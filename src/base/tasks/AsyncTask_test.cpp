@@ -1,4 +1,4 @@
-#include "base/AsyncTask.h"
+#include "base/tasks/AsyncTask.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include <new>
 
-#include "base/PointerQueue.h"
+#include "base/tasks/PointerQueue.h"
 #include "log/front/BasicLog.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "base/AsyncTask.h"
+#include "base/tasks/AsyncTask.h"
 
 #include "log/front/BasicLog.h"
 

@@ -1,4 +1,4 @@
-#include "base/WorkerRunner.h"
+#include "base/tasks/WorkerRunner.h"
 
 #include <utility>
 
