@@ -19,9 +19,9 @@
 #include <thread>
 #include <vector>
 
-#include "log/Emitter.h"
-#include "log/EmitterFactory.h"
-#include "log/LogManager.h"
+#include "log/output/Emitter.h"
+#include "log/output/EmitterFactory.h"
+#include "log/output/LogManager.h"
 #include "testing/EmptyFolder.h"
 
 #if __has_include(<spdlog/async.h>) && __has_include(<fmt/format.h>)

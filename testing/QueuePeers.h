@@ -2,7 +2,7 @@
 #pragma once
 
 #include "base/tasks/PointerQueue.h"
-#include "log/WorkQueue.h"
+#include "log/output/WorkQueue.h"
 
 class SimplePointerQueuePeer {
  public:

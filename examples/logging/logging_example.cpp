@@ -13,9 +13,9 @@
 #include "base/system/SignalManager.h"
 #include "base/text/TimeUtils.h"
 #include "base/threads/ThreadNames.h"
-#include "log/Emitter.h"
-#include "log/EmitterFactory.h"
-#include "log/LogManager.h"
+#include "log/output/Emitter.h"
+#include "log/output/EmitterFactory.h"
+#include "log/output/LogManager.h"
 
 namespace {
 

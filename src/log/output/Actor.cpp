@@ -1,4 +1,4 @@
-#include "log/Actor.h"
+#include "log/output/Actor.h"
 
 namespace zuvsvc {
 

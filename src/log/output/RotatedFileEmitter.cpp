@@ -1,4 +1,4 @@
-#include "log/RotatedFileEmitter.h"
+#include "log/output/RotatedFileEmitter.h"
 
 #include "log/front/EmitContext.h"
 

@@ -1,8 +1,8 @@
 // EmitterActor: an actor whose work is to be an emitter; the base of all that the factory makes.
 #pragma once
 
-#include "log/Actor.h"
-#include "log/Emitter.h"
+#include "log/output/Actor.h"
+#include "log/output/Emitter.h"
 
 // Gives itself out as "log_emitter". It goes on emitting whatever its lifecycle state: who put it into the log takes it
 // out again.

@@ -1,4 +1,4 @@
-#include "log/WorkQueue.h"
+#include "log/output/WorkQueue.h"
 
 #include <gtest/gtest.h>
 

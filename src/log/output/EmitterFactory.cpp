@@ -1,8 +1,8 @@
-#include "log/EmitterFactory.h"
+#include "log/output/EmitterFactory.h"
 
-#include "log/RotatedFileEmitter.h"
-#include "log/SyslogEmitter.h"
-#include "log/TextEmitters.h"
+#include "log/output/RotatedFileEmitter.h"
+#include "log/output/SyslogEmitter.h"
+#include "log/output/TextEmitters.h"
 
 using zuvsvc::Actor;
 using zuvsvc::CreationRequest;

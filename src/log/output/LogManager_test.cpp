@@ -1,5 +1,5 @@
 // Loggers, the way of an entry, and what may not hang.
-#include "log/LogManager.h"
+#include "log/output/LogManager.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
-#include "log/EmergencyEmitter.h"
+#include "log/output/EmergencyEmitter.h"
 
 #include <cstdio>
 
-#include "log/LogOutput.h"
+#include "log/output/LogOutput.h"
 
 EmergencyEmitter& EmergencyEmitter::instance() {
   static auto* const emitter = new EmergencyEmitter;  // never deleted: the log is flushed late

@@ -3,8 +3,8 @@
 
 #include "base/text/TimeUtils.h"
 #include "base/threads/Locks.h"
-#include "log/EmitterActor.h"
-#include "log/RotatedFile.h"
+#include "log/output/EmitterActor.h"
+#include "log/output/RotatedFile.h"
 
 // Settings: "interval", a duration such as "1 day" (at least a millisecond, else every entry is dropped), "prefix" of
 // the files' names, "dir". Once in each period, when its first entry comes, outdated files are removed from the

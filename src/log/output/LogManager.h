@@ -19,8 +19,8 @@
 #include <vector>
 
 #include "base/threads/Locks.h"
-#include "log/LogOutput.h"
 #include "log/front/BasicLog.h"
+#include "log/output/LogOutput.h"
 
 // Takes what every logger submits, and keeps the loggers. An entry is first shown to the synchronous processor, if
 // there is one, then queued when asynchronous output is in use; what nobody took is freed by its handle. Threads: one

@@ -1,7 +1,7 @@
 // EmergencyEmitter: what entries go to when the program can do no more than say them.
 #pragma once
 
-#include "log/Emitter.h"
+#include "log/output/Emitter.h"
 
 // Writes the header with its time and the body as JSON, "[ERROR 2024-03-01 12:00:05.000123] { "msg":"..." }", to
 // standard output, and flushes it after each entry. Nothing is sanitised.

@@ -1,4 +1,4 @@
-#include "log/TextEmitters.h"
+#include "log/output/TextEmitters.h"
 
 #include <unistd.h>
 

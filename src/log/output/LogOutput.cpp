@@ -1,4 +1,4 @@
-#include "log/LogOutput.h"
+#include "log/output/LogOutput.h"
 
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-#include "log/ZoneOffset.h"
+#include "log/output/ZoneOffset.h"
 
 #include <time.h>
 

@@ -1,4 +1,4 @@
-#include "log/RotatedFile.h"
+#include "log/output/RotatedFile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -13,7 +13,7 @@
 #include "base/files/FileUtils.h"
 #include "base/text/StringUtils.h"
 #include "base/text/TimeUtils.h"
-#include "log/Emitter.h"
+#include "log/output/Emitter.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 //   "file_emitter"    "interval", "prefix", "dir"    a line to the file of the period
 #pragma once
 
-#include "log/Actor.h"
+#include "log/output/Actor.h"
 
 class EmitterFactory : public zuvsvc::ActorFactory {
  public:

@@ -4,7 +4,7 @@
 // whatever it holds. Failures to write are not reported.
 #pragma once
 
-#include "log/EmitterActor.h"
+#include "log/output/EmitterActor.h"
 
 // Formats entries and drops them.
 class NullEmitterActor : public EmitterActor {

@@ -24,10 +24,10 @@
 
 #include "base/threads/AtomicValue.h"
 #include "base/threads/Locks.h"
-#include "log/Emitter.h"
-#include "log/WorkQueue.h"
-#include "log/ZoneOffset.h"
 #include "log/front/BasicLog.h"
+#include "log/output/Emitter.h"
+#include "log/output/WorkQueue.h"
+#include "log/output/ZoneOffset.h"
 
 using LogQueue = TypedWorkQueue<BasicLog::LogMessage const>;
 

@@ -1,7 +1,7 @@
 // SyslogEmitterActor: the place of a system log emitter in a configuration.
 #pragma once
 
-#include "log/EmitterActor.h"
+#include "log/output/EmitterActor.h"
 
 // Settings, both required: "subsystem", "category". Entries are formatted and dropped: deliberate, configurations that
 // name this emitter rely on its silence. The system log itself is reached by BasicLog::SyslogConnection.

@@ -1,5 +1,5 @@
 // The emitter interface, sanitising, actors, the factory, and the emitters without files.
-#include "log/Emitter.h"
+#include "log/output/Emitter.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,12 +9,12 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "log/EmergencyEmitter.h"
-#include "log/EmitterFactory.h"
-#include "log/LogManager.h"
-#include "log/RotatedFileEmitter.h"
-#include "log/SyslogEmitter.h"
-#include "log/TextEmitters.h"
+#include "log/output/EmergencyEmitter.h"
+#include "log/output/EmitterFactory.h"
+#include "log/output/LogManager.h"
+#include "log/output/RotatedFileEmitter.h"
+#include "log/output/SyslogEmitter.h"
+#include "log/output/TextEmitters.h"
 #include "testing/LogLines.h"
 
 namespace {

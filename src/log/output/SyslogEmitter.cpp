@@ -1,4 +1,4 @@
-#include "log/SyslogEmitter.h"
+#include "log/output/SyslogEmitter.h"
 
 using zuvsvc::ConfigResult;
 

@@ -1,4 +1,4 @@
-#include "log/EmitterActor.h"
+#include "log/output/EmitterActor.h"
 
 void* EmitterActor::getInterface(std::string_view wanted) {
   if (wanted == BasicLog::Emitter::interfaceName) return static_cast<BasicLog::Emitter*>(this);

@@ -1,4 +1,4 @@
-#include "log/LogManager.h"
+#include "log/output/LogManager.h"
 
 #include <new>
 #include <utility>

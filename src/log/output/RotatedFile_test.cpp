@@ -1,5 +1,5 @@
 // Rotated files and their emitter, with a clock of the test's own.
-#include "log/RotatedFile.h"
+#include "log/output/RotatedFile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -11,8 +11,8 @@
 
 #include "base/files/FileUtils.h"
 #include "base/text/TimeUtils.h"
-#include "log/LogManager.h"
-#include "log/RotatedFileEmitter.h"
+#include "log/output/LogManager.h"
+#include "log/output/RotatedFileEmitter.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 #include "testing/LogLines.h"

@@ -1,4 +1,4 @@
-#include "log/Emitter.h"
+#include "log/output/Emitter.h"
 
 #include <algorithm>
 #include <cstdint>

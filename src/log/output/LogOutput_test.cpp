@@ -1,5 +1,5 @@
 // The output thread, batches, the list of emitters, and what may not hang.
-#include "log/LogOutput.h"
+#include "log/output/LogOutput.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,8 +15,8 @@
 
 #include "base/text/TimeUtils.h"
 #include "base/threads/ThreadNames.h"
-#include "log/EmergencyEmitter.h"
-#include "log/LogManager.h"
+#include "log/output/EmergencyEmitter.h"
+#include "log/output/LogManager.h"
 #include "testing/NoThreads.h"
 
 namespace {
