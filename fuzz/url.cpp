@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "base/text/StringUtils.h"
-#include "command/InputParams.h"
+#include "command/parameters/InputParams.h"
 #include "fuzz/FuzzTarget.h"
 
 namespace {

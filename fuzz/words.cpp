@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "command/Catalogue.h"
-#include "command/JsonRequest.h"
 #include "command/SysImplParam.h"
+#include "command/parameters/JsonRequest.h"
 #include "fuzz/FuzzTarget.h"
 #include "json/JsonParser.h"
 #include "json/JsonWriter.h"

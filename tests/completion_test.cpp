@@ -7,7 +7,7 @@
 
 #include "command/Catalogue.h"
 #include "command/CommandTable.h"
-#include "command/InputParams.h"
+#include "command/parameters/InputParams.h"
 #include "log/front/BasicLog.h"
 #include "testing/HostTest.h"
 #include "testing/Places.h"

@@ -13,8 +13,8 @@
 #include <string_view>
 #include <vector>
 
-#include "command/InputParams.h"
 #include "command/ResultFields.h"
+#include "command/parameters/InputParams.h"
 #include "command/status/StatusCodes.h"
 
 // How much a command prints. Quiet and verbose exclude each other, as do json and text; the last word given wins. The

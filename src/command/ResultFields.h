@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "command/ValueBinder.h"
+#include "command/parameters/ValueBinder.h"
 #include "command/status/StatusCodes.h"
 
 class RavctlCommandInstance;

@@ -3,7 +3,7 @@
 //   sys_.resolved()        // "systemd", "initd", ..., or "null" where none is found
 #pragma once
 
-#include "command/InputParams.h"
+#include "command/parameters/InputParams.h"
 
 // "sys-impl" is only the word shown in help; the key is "sys". A text is stored as given; the empty text stores the
 // name of the init system that this host has, and leaves the value as it was when the host has none.

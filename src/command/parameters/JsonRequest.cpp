@@ -1,9 +1,9 @@
-#include "command/JsonRequest.h"
+#include "command/parameters/JsonRequest.h"
 
 #include <cstddef>
 
 #include "base/text/StringUtils.h"
-#include "command/InputParams.h"
+#include "command/parameters/InputParams.h"
 #include "json/JsonParser.h"
 
 jsObject* requestFromJsonForm(const std::vector<std::string>& words) {

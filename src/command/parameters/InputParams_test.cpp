@@ -1,4 +1,4 @@
-#include "command/InputParams.h"
+#include "command/parameters/InputParams.h"
 
 #include <gtest/gtest.h>
 

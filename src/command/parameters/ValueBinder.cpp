@@ -1,4 +1,4 @@
-#include "command/ValueBinder.h"
+#include "command/parameters/ValueBinder.h"
 
 #include <iterator>
 

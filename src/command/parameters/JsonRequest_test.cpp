@@ -1,4 +1,4 @@
-#include "command/JsonRequest.h"
+#include "command/parameters/JsonRequest.h"
 
 #include <gtest/gtest.h>
 
