@@ -6,7 +6,7 @@
 #include <sstream>
 
 #include "command/Catalogue.h"
-#include "command/CommandTable.h"
+#include "command/framework/CommandTable.h"
 #include "command/parameters/InputParams.h"
 #include "log/front/BasicLog.h"
 #include "testing/HostTest.h"

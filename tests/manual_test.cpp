@@ -9,7 +9,7 @@
 #include <sstream>
 
 #include "command/Catalogue.h"
-#include "command/CommandCore.h"
+#include "command/framework/CommandCore.h"
 #include "command/status/AppStatusCodes.h"
 #include "testing/FurnishedHost.h"
 #include "testing/HostFiles.h"

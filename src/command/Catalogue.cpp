@@ -3,9 +3,9 @@
 #include <iterator>
 #include <string_view>
 
-#include "command/CommandTable.h"
 #include "command/HelpCommands.h"
 #include "command/JsonCommand.h"
+#include "command/framework/CommandTable.h"
 #include "profiles/HostReports.h"
 #include "profiles/ProfileChangeCommands.h"
 #include "profiles/ProfileCommands.h"

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "command/CommandCore.h"
-#include "command/CommandTable.h"
+#include "command/framework/CommandCore.h"
+#include "command/framework/CommandTable.h"
 
 // Every command, one row each.
 const CommandTable& commandTable();

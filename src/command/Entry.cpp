@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "base/text/StringUtils.h"
-#include "command/Authorization.h"
 #include "command/Catalogue.h"
-#include "command/LineOutput.h"
+#include "command/framework/Authorization.h"
+#include "command/framework/LineOutput.h"
 #include "command/status/AppStatusCodes.h"
 #include "json/JsonModel.h"
 

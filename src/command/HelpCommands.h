@@ -19,7 +19,7 @@
 #include <string>
 #include <vector>
 
-#include "command/CommandTable.h"
+#include "command/framework/CommandTable.h"
 
 class Hipcmd_Usage : public RavctlCommandInstance {
  public:

@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-#include "command/CommandCore.h"
+#include "command/framework/CommandCore.h"
 
 // The request is accepted but neither parsed nor run; the output is the heading of the empty list. That is the settled
 // behaviour of this command.

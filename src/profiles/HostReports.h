@@ -1,7 +1,7 @@
 // The reports about the host: its interfaces, and the versions of what is installed.
 #pragma once
 
-#include "command/CommandCore.h"
+#include "command/framework/CommandCore.h"
 
 // list interfaces: the interfaces that can carry the overlay. Status: success or "stdlib error: getifaddrs".
 class Hipcmd_GetInterfaces : public RavctlCommandInstance {

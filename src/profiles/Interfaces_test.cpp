@@ -3,7 +3,7 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
-#include "command/Authorization.h"
+#include "command/framework/Authorization.h"
 #include "log/front/BasicLog.h"
 #include "profiles/ConfigControl.h"
 #include "profiles/HostReports.h"

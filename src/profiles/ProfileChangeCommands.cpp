@@ -3,7 +3,7 @@
 #include <optional>
 #include <utility>
 
-#include "command/Authorization.h"
+#include "command/framework/Authorization.h"
 #include "profiles/ProfileChanges.h"
 
 namespace {

@@ -3,8 +3,8 @@
 
 #include <string_view>
 
-#include "command/CommandCore.h"
 #include "command/SysImplParam.h"
+#include "command/framework/CommandCore.h"
 #include "profiles/ProfileCommands.h"
 
 // profile modify SELECTOR

@@ -4,7 +4,7 @@
 
 #include "base/files/FileUtils.h"
 #include "base/text/StringUtils.h"
-#include "command/Authorization.h"
+#include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
 #include "profiles/ConfigControl.h"
 #include "profiles/ProfileStore.h"

@@ -7,7 +7,7 @@
 
 #include <csignal>
 
-#include "command/Authorization.h"
+#include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
 #include "profiles/ProfileStore.h"
 #include "testing/FaultInjector.h"

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "base/text/StringUtils.h"
-#include "command/Authorization.h"
+#include "command/framework/Authorization.h"
 #include "profiles/ProfileStore.h"
 
 using StringUtils::concatenate;

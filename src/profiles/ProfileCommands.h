@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "command/CommandCore.h"
 #include "command/SysImplParam.h"
+#include "command/framework/CommandCore.h"
 #include "profiles/ProfileControl.h"
 
 // The details of a profile as bare "key=value" lines without a heading. An empty invitation or Helmsor address is left

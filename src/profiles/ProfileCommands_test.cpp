@@ -4,8 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "command/Authorization.h"
 #include "command/Catalogue.h"
+#include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
 #include "json/JsonModel.h"
 #include "testing/FaultInjector.h"

@@ -8,7 +8,7 @@
 
 #include "base/files/FileUtils.h"
 #include "base/text/StringUtils.h"
-#include "command/Authorization.h"
+#include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
 #include "log/front/BasicLog.h"
 #include "profiles/ProfileStore.h"

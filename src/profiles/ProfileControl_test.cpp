@@ -12,7 +12,7 @@
 #include <set>
 
 #include "base/files/FileUtils.h"
-#include "command/Authorization.h"
+#include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
 #include "profiles/ProfileStore.h"
 #include "testing/FaultInjector.h"

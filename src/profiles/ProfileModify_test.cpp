@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "base/files/FileUtils.h"
-#include "command/Authorization.h"
+#include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
 #include "profiles/ProfileChanges.h"
 #include "testing/FaultInjector.h"

@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-#include "command/CommandCore.h"
+#include "command/framework/CommandCore.h"
 
 // list log SELECTOR, show log SELECTOR
 class Hipcmd_GetHipLog : public RavctlCommandInstance {

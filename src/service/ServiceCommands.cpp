@@ -1,6 +1,6 @@
 #include "service/ServiceCommands.h"
 
-#include "command/Authorization.h"
+#include "command/framework/Authorization.h"
 #include "service/SystemSpecificImpl.h"
 
 namespace {

@@ -1,6 +1,6 @@
 #include "service/ServiceCommands.h"
 
-#include "command/Authorization.h"
+#include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
 #include "json/JsonModel.h"
 #include "testing/FaultInjector.h"

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "command/CommandCore.h"
+#include "command/framework/CommandCore.h"
 #include "json/BlockPool.h"
 #include "json/JsonParser.h"
 #include "json/JsonWriter.h"

@@ -1,4 +1,4 @@
-#include "command/CommandCore.h"
+#include "command/framework/CommandCore.h"
 
 #include <gtest/gtest.h>
 

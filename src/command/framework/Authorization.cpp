@@ -1,4 +1,4 @@
-#include "command/Authorization.h"
+#include "command/framework/Authorization.h"
 
 #include <unistd.h>
 

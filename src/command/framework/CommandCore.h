@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "command/ResultFields.h"
+#include "command/framework/ResultFields.h"
 #include "command/parameters/InputParams.h"
 #include "command/status/StatusCodes.h"
 

@@ -1,4 +1,4 @@
-#include "command/CommandTable.h"
+#include "command/framework/CommandTable.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "command/LineOutput.h"
+#include "command/framework/LineOutput.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
-#include "command/ResultFields.h"
+#include "command/framework/ResultFields.h"
 
 #include <gtest/gtest.h>
 
-#include "command/CommandCore.h"
+#include "command/framework/CommandCore.h"
 #include "command/status/AppStatusCodes.h"
 
 namespace {

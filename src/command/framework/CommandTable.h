@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "command/CommandCore.h"
+#include "command/framework/CommandCore.h"
 
 // How words name a command.
 enum class CommandForm {

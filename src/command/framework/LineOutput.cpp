@@ -1,4 +1,4 @@
-#include "command/LineOutput.h"
+#include "command/framework/LineOutput.h"
 
 #include <unistd.h>
 

@@ -1,9 +1,9 @@
-#include "command/ResultFields.h"
+#include "command/framework/ResultFields.h"
 
 #include <utility>
 
 #include "base/text/StringUtils.h"
-#include "command/CommandCore.h"
+#include "command/framework/CommandCore.h"
 
 void StringResult::render(ValueBinder& sink) const {
   if (hasValue_) sink.takeText(name(), value_);
