@@ -12,7 +12,7 @@
 #include <optional>
 
 #include "fuzz/FuzzTarget.h"
-#include "service/Heartbeat.h"
+#include "service/host/Heartbeat.h"
 
 namespace {
 

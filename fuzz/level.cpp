@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "fuzz/FuzzTarget.h"
-#include "service/LevelGate.h"
+#include "service/host/LevelGate.h"
 #include "testing/LogModel.h"
 
 namespace {

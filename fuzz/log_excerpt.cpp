@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "fuzz/FuzzTarget.h"
-#include "service/LogExcerpt.h"
+#include "service/host/LogExcerpt.h"
 #include "testing/LogModel.h"
 
 namespace {

@@ -13,11 +13,11 @@
 #include <vector>
 
 #include "command/Catalogue.h"
-#include "command/SysImplParam.h"
 #include "command/parameters/JsonRequest.h"
 #include "fuzz/FuzzTarget.h"
 #include "json/JsonParser.h"
 #include "json/JsonWriter.h"
+#include "service/host/SysImplParam.h"
 #include "testing/LogModel.h"
 
 namespace {

@@ -6,13 +6,13 @@
 
 #include "command/HelpCommands.h"
 #include "command/JsonCommand.h"
-#include "command/SysImplParam.h"
 #include "json/JsonModel.h"
 #include "profiles/HostReports.h"
 #include "profiles/ProfileChangeCommands.h"
 #include "profiles/ProfileCommands.h"
 #include "service/LogCommands.h"
 #include "service/ServiceCommands.h"
+#include "service/host/SysImplParam.h"
 #include "testing/Matchers.h"
 
 namespace {

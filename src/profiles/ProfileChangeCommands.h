@@ -3,9 +3,9 @@
 
 #include <string_view>
 
-#include "command/SysImplParam.h"
 #include "command/framework/CommandCore.h"
 #include "profiles/ProfileCommands.h"
+#include "service/host/SysImplParam.h"
 
 // profile modify SELECTOR
 class Hipcmd_ModifyProfile : public RavctlCommandInstance {

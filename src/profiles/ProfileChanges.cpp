@@ -8,8 +8,8 @@
 #include "command/status/AppStatusCodes.h"
 #include "profiles/ConfigControl.h"
 #include "profiles/ProfileStore.h"
-#include "service/Heartbeat.h"
-#include "service/SystemSpecificImpl.h"
+#include "service/host/Heartbeat.h"
+#include "service/host/SystemSpecificImpl.h"
 
 using ProfileControl::keepFirstFailure;
 using StringUtils::hasControlByte;

@@ -6,9 +6,9 @@
 #include <string_view>
 #include <vector>
 
-#include "command/SysImplParam.h"
 #include "command/framework/CommandCore.h"
 #include "profiles/ProfileControl.h"
+#include "service/host/SysImplParam.h"
 
 // The details of a profile as bare "key=value" lines without a heading. An empty invitation or Helmsor address is left
 // out, other empty values are not; a record that was never filled renders nothing.

@@ -12,7 +12,7 @@
 #include "command/status/AppStatusCodes.h"
 #include "log/front/BasicLog.h"
 #include "profiles/ProfileStore.h"
-#include "service/SystemSpecificImpl.h"
+#include "service/host/SystemSpecificImpl.h"
 
 using ProfileControl::keepFirstFailure;
 using StringUtils::hasControlByte;

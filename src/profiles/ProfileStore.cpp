@@ -9,7 +9,7 @@
 #include "base/files/FileUtils.h"
 #include "base/text/StringUtils.h"
 #include "command/status/AppStatusCodes.h"
-#include "service/Heartbeat.h"
+#include "service/host/Heartbeat.h"
 
 using StringUtils::concatenate;
 using StringUtils::joinPath;

@@ -24,7 +24,7 @@
 #include <vector>
 
 #include "command/status/StatusCodes.h"
-#include "service/Heartbeat.h"
+#include "service/host/Heartbeat.h"
 
 // One profile, copied by value.
 struct ProfileRecord {

@@ -1,9 +1,9 @@
 #include "service/LogCommands.h"
 
 #include "profiles/ProfileStore.h"
-#include "service/Heartbeat.h"
-#include "service/LogExcerpt.h"
-#include "service/SupportBundle.h"
+#include "service/host/Heartbeat.h"
+#include "service/host/LogExcerpt.h"
+#include "service/host/SupportBundle.h"
 
 Hipcmd_GetHipLog::Hipcmd_GetHipLog(std::string_view selector)
     : RavctlCommandInstance("list log"), profile_(Show::hidden, selector) {

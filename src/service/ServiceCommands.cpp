@@ -1,7 +1,7 @@
 #include "service/ServiceCommands.h"
 
 #include "command/framework/Authorization.h"
-#include "service/SystemSpecificImpl.h"
+#include "service/host/SystemSpecificImpl.h"
 
 namespace {
 

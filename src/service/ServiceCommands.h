@@ -2,8 +2,8 @@
 // Statuses: success, "authentication error ..." (nothing is run then), and those of runBackendOperation.
 #pragma once
 
-#include "command/SysImplParam.h"
 #include "command/framework/CommandCore.h"
+#include "service/host/SysImplParam.h"
 
 class Hipcmd_ServiceStart : public RavctlCommandInstance {
  public:

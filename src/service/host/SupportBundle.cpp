@@ -1,4 +1,4 @@
-#include "service/SupportBundle.h"
+#include "service/host/SupportBundle.h"
 
 #include <csignal>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "service/SystemSpecificImpl.h"
+#include "service/host/SystemSpecificImpl.h"
 
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-#include "service/Heartbeat.h"
+#include "service/host/Heartbeat.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

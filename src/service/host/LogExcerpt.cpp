@@ -1,4 +1,4 @@
-#include "service/LogExcerpt.h"
+#include "service/host/LogExcerpt.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -10,7 +10,7 @@
 #include <string_view>
 
 #include "base/files/FileAccess.h"
-#include "service/LevelGate.h"
+#include "service/host/LevelGate.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "command/SysImplParam.h"
+#include "service/host/SysImplParam.h"
 
 #include "json/JsonModel.h"
 #include "testing/HostTest.h"

@@ -1,4 +1,4 @@
-#include "service/LogExcerpt.h"
+#include "service/host/LogExcerpt.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-#include "service/LevelGate.h"
+#include "service/host/LevelGate.h"
 
 #include <gtest/gtest.h>
 

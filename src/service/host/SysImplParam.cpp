@@ -1,6 +1,6 @@
-#include "command/SysImplParam.h"
+#include "service/host/SysImplParam.h"
 
-#include "service/SystemSpecificImpl.h"
+#include "service/host/SystemSpecificImpl.h"
 
 bool SysImplParam::setFromText(const std::string& text) {
   if (!text.empty()) return TextParam::setFromText(text);

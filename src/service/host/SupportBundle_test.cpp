@@ -1,4 +1,4 @@
-#include "service/SupportBundle.h"
+#include "service/host/SupportBundle.h"
 
 #include <signal.h>
 #include <sys/wait.h>
