@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "fuzz/FuzzTarget.h"
-#include "profiles/ConfigLines.h"
+#include "profiles/store/ConfigLines.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 #include <sstream>
 
 #include "base/files/FileUtils.h"
-#include "profiles/ConfigLines.h"
+#include "profiles/store/ConfigLines.h"
 #include "testing/HostTest.h"
 #include "testing/StoreCheck.h"
 

@@ -25,7 +25,7 @@
 #include "json/JsonWriter.h"
 #include "log/output/EmitterFactory.h"
 #include "log/output/LogManager.h"
-#include "profiles/ConfigLines.h"
+#include "profiles/store/ConfigLines.h"
 #include "testing/HostTest.h"
 #include "testing/StoreCheck.h"
 

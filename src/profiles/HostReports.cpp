@@ -4,8 +4,8 @@
 
 #include "base/files/FileUtils.h"
 #include "base/text/StringUtils.h"
-#include "profiles/ConfigControl.h"
-#include "profiles/ProfileStore.h"
+#include "profiles/store/ConfigControl.h"
+#include "profiles/store/ProfileStore.h"
 
 namespace {
 constexpr const char* version = "2.2";

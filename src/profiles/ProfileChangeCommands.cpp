@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "command/framework/Authorization.h"
-#include "profiles/ProfileChanges.h"
+#include "profiles/store/ProfileChanges.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include "base/text/StringUtils.h"
 #include "command/framework/Authorization.h"
-#include "profiles/ProfileStore.h"
+#include "profiles/store/ProfileStore.h"
 
 using StringUtils::concatenate;
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "command/framework/CommandCore.h"
-#include "profiles/ProfileControl.h"
+#include "profiles/store/ProfileControl.h"
 #include "service/host/SysImplParam.h"
 
 // The details of a profile as bare "key=value" lines without a heading. An empty invitation or Helmsor address is left

@@ -1,6 +1,6 @@
 #include "service/LogCommands.h"
 
-#include "profiles/ProfileStore.h"
+#include "profiles/store/ProfileStore.h"
 #include "service/host/Heartbeat.h"
 #include "service/host/LogExcerpt.h"
 #include "service/host/SupportBundle.h"

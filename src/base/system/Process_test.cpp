@@ -14,7 +14,7 @@
 #include <string>
 
 #include "base/files/FileLock.h"
-#include "profiles/ConfigLines.h"
+#include "profiles/store/ConfigLines.h"
 #include "testing/HostTest.h"
 
 namespace {

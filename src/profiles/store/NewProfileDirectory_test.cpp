@@ -3,7 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "profiles/ProfileStore.h"
+#include "profiles/store/ProfileStore.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 

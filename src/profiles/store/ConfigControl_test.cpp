@@ -1,5 +1,5 @@
 // Readers and writers of a profile's configuration files. The host's interfaces are in Interfaces_test.cpp.
-#include "profiles/ConfigControl.h"
+#include "profiles/store/ConfigControl.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

@@ -1,5 +1,5 @@
 // Making a profile, showing one, and electing an active one.
-#include "profiles/ProfileControl.h"
+#include "profiles/store/ProfileControl.h"
 
 #include <sys/mount.h>
 #include <sys/resource.h>
@@ -14,7 +14,7 @@
 #include "base/files/FileUtils.h"
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
-#include "profiles/ProfileStore.h"
+#include "profiles/store/ProfileStore.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 

@@ -1,5 +1,5 @@
 // Paths, names, the active profile and selectors. Listing and repair are in ProfileListing_test.cpp.
-#include "profiles/ProfileStore.h"
+#include "profiles/store/ProfileStore.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>

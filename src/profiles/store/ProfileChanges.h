@@ -13,7 +13,7 @@
 #include <string>
 
 #include "command/status/StatusCodes.h"
-#include "profiles/ProfileControl.h"
+#include "profiles/store/ProfileControl.h"
 
 namespace ProfileChanges {
 

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "command/status/StatusCodes.h"
-#include "profiles/ConfigControl.h"
+#include "profiles/store/ConfigControl.h"
 
 // What is known of one profile, for people to read. What a file does not say is empty.
 struct ProfileDetails {

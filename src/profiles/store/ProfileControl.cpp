@@ -1,4 +1,4 @@
-#include "profiles/ProfileControl.h"
+#include "profiles/store/ProfileControl.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,7 +11,7 @@
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
 #include "log/front/BasicLog.h"
-#include "profiles/ProfileStore.h"
+#include "profiles/store/ProfileStore.h"
 #include "service/host/SystemSpecificImpl.h"
 
 using ProfileControl::keepFirstFailure;

@@ -7,7 +7,7 @@
 #include "base/files/FileUtils.h"
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
-#include "profiles/ProfileChanges.h"
+#include "profiles/store/ProfileChanges.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 

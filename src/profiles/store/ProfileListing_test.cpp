@@ -7,7 +7,7 @@
 #include <random>
 
 #include "command/status/AppStatusCodes.h"
-#include "profiles/ProfileStore.h"
+#include "profiles/store/ProfileStore.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 

@@ -1,4 +1,4 @@
-#include "profiles/ConfigControl.h"
+#include "profiles/store/ConfigControl.h"
 
 #include <arpa/inet.h>
 #include <ifaddrs.h>
@@ -10,8 +10,8 @@
 #include "base/files/FileUtils.h"
 #include "base/text/StringUtils.h"
 #include "log/front/BasicLog.h"
-#include "profiles/ConfigLines.h"
-#include "profiles/ProfileStore.h"
+#include "profiles/store/ConfigLines.h"
+#include "profiles/store/ProfileStore.h"
 
 using StringUtils::concatenate;
 using StringUtils::startsWith;

@@ -1,4 +1,4 @@
-#include "profiles/ProfileStore.h"
+#include "profiles/store/ProfileStore.h"
 
 #include <algorithm>
 #include <cstring>

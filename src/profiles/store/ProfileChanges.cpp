@@ -1,4 +1,4 @@
-#include "profiles/ProfileChanges.h"
+#include "profiles/store/ProfileChanges.h"
 
 #include <utility>
 
@@ -6,8 +6,8 @@
 #include "base/text/StringUtils.h"
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
-#include "profiles/ConfigControl.h"
-#include "profiles/ProfileStore.h"
+#include "profiles/store/ConfigControl.h"
+#include "profiles/store/ProfileStore.h"
 #include "service/host/Heartbeat.h"
 #include "service/host/SystemSpecificImpl.h"
 

@@ -1,5 +1,5 @@
 // Activating, deleting, renaming and resetting profiles. Modifying is in ProfileModify_test.cpp.
-#include "profiles/ProfileChanges.h"
+#include "profiles/store/ProfileChanges.h"
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -9,7 +9,7 @@
 
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
-#include "profiles/ProfileStore.h"
+#include "profiles/store/ProfileStore.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 

@@ -5,9 +5,9 @@
 
 #include "command/framework/Authorization.h"
 #include "log/front/BasicLog.h"
-#include "profiles/ConfigControl.h"
 #include "profiles/HostReports.h"
-#include "profiles/ProfileControl.h"
+#include "profiles/store/ConfigControl.h"
+#include "profiles/store/ProfileControl.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 #include "testing/LogLines.h"

@@ -1,4 +1,4 @@
-#include "profiles/ConfigLines.h"
+#include "profiles/store/ConfigLines.h"
 
 #include <fcntl.h>
 #include <sys/resource.h>
