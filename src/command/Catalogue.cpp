@@ -9,8 +9,8 @@
 #include "profiles/HostReports.h"
 #include "profiles/ProfileChangeCommands.h"
 #include "profiles/ProfileCommands.h"
-#include "service/LogCommands.h"
-#include "service/ServiceCommands.h"
+#include "service/commands/LogCommands.h"
+#include "service/commands/ServiceCommands.h"
 
 namespace {
 

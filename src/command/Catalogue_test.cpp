@@ -10,8 +10,8 @@
 #include "profiles/HostReports.h"
 #include "profiles/ProfileChangeCommands.h"
 #include "profiles/ProfileCommands.h"
-#include "service/LogCommands.h"
-#include "service/ServiceCommands.h"
+#include "service/commands/LogCommands.h"
+#include "service/commands/ServiceCommands.h"
 #include "service/host/SysImplParam.h"
 #include "testing/Matchers.h"
 

@@ -1,4 +1,4 @@
-#include "service/LogCommands.h"
+#include "service/commands/LogCommands.h"
 
 #include "profiles/store/ProfileStore.h"
 #include "service/host/Heartbeat.h"

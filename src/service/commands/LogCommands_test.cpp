@@ -1,4 +1,4 @@
-#include "service/LogCommands.h"
+#include "service/commands/LogCommands.h"
 
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"

@@ -1,4 +1,4 @@
-#include "service/ServiceCommands.h"
+#include "service/commands/ServiceCommands.h"
 
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
