@@ -6,9 +6,9 @@
 #include "command/HelpCommands.h"
 #include "command/JsonCommand.h"
 #include "command/framework/CommandTable.h"
-#include "profiles/HostReports.h"
-#include "profiles/ProfileChangeCommands.h"
-#include "profiles/ProfileCommands.h"
+#include "profiles/commands/HostReports.h"
+#include "profiles/commands/ProfileChangeCommands.h"
+#include "profiles/commands/ProfileCommands.h"
 #include "service/commands/LogCommands.h"
 #include "service/commands/ServiceCommands.h"
 

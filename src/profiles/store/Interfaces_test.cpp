@@ -5,7 +5,7 @@
 
 #include "command/framework/Authorization.h"
 #include "log/front/BasicLog.h"
-#include "profiles/HostReports.h"
+#include "profiles/commands/HostReports.h"
 #include "profiles/store/ConfigControl.h"
 #include "profiles/store/ProfileControl.h"
 #include "testing/FaultInjector.h"

@@ -1,4 +1,4 @@
-#include "profiles/ProfileChangeCommands.h"
+#include "profiles/commands/ProfileChangeCommands.h"
 
 #include <optional>
 #include <utility>

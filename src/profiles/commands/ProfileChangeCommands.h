@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "command/framework/CommandCore.h"
-#include "profiles/ProfileCommands.h"
+#include "profiles/commands/ProfileCommands.h"
 #include "service/host/SysImplParam.h"
 
 // profile modify SELECTOR

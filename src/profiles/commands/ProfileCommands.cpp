@@ -1,4 +1,4 @@
-#include "profiles/ProfileCommands.h"
+#include "profiles/commands/ProfileCommands.h"
 
 #include <utility>
 

@@ -1,4 +1,4 @@
-#include "profiles/HostReports.h"
+#include "profiles/commands/HostReports.h"
 
 #include <utility>
 

@@ -1,5 +1,5 @@
 // The profile commands as the entry point runs them: words in, lines out.
-#include "profiles/ProfileCommands.h"
+#include "profiles/commands/ProfileCommands.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
