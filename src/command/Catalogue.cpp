@@ -3,8 +3,8 @@
 #include <iterator>
 #include <string_view>
 
-#include "command/HelpCommands.h"
-#include "command/JsonCommand.h"
+#include "command/commands/HelpCommands.h"
+#include "command/commands/JsonCommand.h"
 #include "command/framework/CommandTable.h"
 #include "profiles/commands/HostReports.h"
 #include "profiles/commands/ProfileChangeCommands.h"

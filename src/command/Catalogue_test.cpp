@@ -4,8 +4,8 @@
 
 #include <typeindex>
 
-#include "command/HelpCommands.h"
-#include "command/JsonCommand.h"
+#include "command/commands/HelpCommands.h"
+#include "command/commands/JsonCommand.h"
 #include "json/JsonModel.h"
 #include "profiles/commands/HostReports.h"
 #include "profiles/commands/ProfileChangeCommands.h"

@@ -1,4 +1,4 @@
-#include "command/JsonCommand.h"
+#include "command/commands/JsonCommand.h"
 
 #include "testing/HostTest.h"
 

@@ -1,4 +1,4 @@
-#include "command/JsonCommand.h"
+#include "command/commands/JsonCommand.h"
 
 Hipcmd_JsonCommand::Hipcmd_JsonCommand(std::string_view request)
     : RavctlCommandInstance("json <object>"), object_("object", Need::optional, Show::hidden, request) {

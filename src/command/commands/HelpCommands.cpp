@@ -1,4 +1,4 @@
-#include "command/HelpCommands.h"
+#include "command/commands/HelpCommands.h"
 
 #include <cstddef>
 #include <iterator>
