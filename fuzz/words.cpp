@@ -12,7 +12,7 @@
 #include <memory>
 #include <vector>
 
-#include "command/Catalogue.h"
+#include "command/entry/Catalogue.h"
 #include "command/parameters/JsonRequest.h"
 #include "fuzz/FuzzTarget.h"
 #include "json/JsonParser.h"

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <sstream>
 
-#include "command/Catalogue.h"
+#include "command/entry/Catalogue.h"
 #include "command/framework/CommandTable.h"
 #include "command/parameters/InputParams.h"
 #include "log/front/BasicLog.h"

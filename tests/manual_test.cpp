@@ -8,7 +8,7 @@
 #include <map>
 #include <sstream>
 
-#include "command/Catalogue.h"
+#include "command/entry/Catalogue.h"
 #include "command/framework/CommandCore.h"
 #include "command/status/AppStatusCodes.h"
 #include "testing/FurnishedHost.h"

@@ -20,7 +20,7 @@
 #include "base/files/FileUtils.h"
 #include "base/files/KeyValueFile.h"
 #include "base/system/Process.h"
-#include "command/Entry.h"
+#include "command/entry/Entry.h"
 #include "json/JsonParser.h"
 #include "json/JsonWriter.h"
 #include "log/output/EmitterFactory.h"

@@ -15,7 +15,7 @@
 
 #include "Errnos.h"
 #include "Verdict.h"
-#include "command/Catalogue.h"
+#include "command/entry/Catalogue.h"
 #include "testing/HostTest.h"
 
 namespace {

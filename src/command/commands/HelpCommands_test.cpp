@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "command/Catalogue.h"
+#include "command/entry/Catalogue.h"
 #include "testing/Matchers.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "command/Catalogue.h"
+#include "command/entry/Catalogue.h"
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
 #include "json/JsonModel.h"

@@ -1,5 +1,5 @@
 #include "base/system/Process.h"
-#include "command/Entry.h"
+#include "command/entry/Entry.h"
 
 int main(int argc, char** argv) {
   prepareProcess();

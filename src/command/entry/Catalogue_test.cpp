@@ -1,4 +1,4 @@
-#include "command/Catalogue.h"
+#include "command/entry/Catalogue.h"
 
 #include <gtest/gtest.h>
 

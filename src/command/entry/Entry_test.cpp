@@ -1,5 +1,5 @@
 // The program as it is started: which words it takes, what it prints, how it exits.
-#include "command/Entry.h"
+#include "command/entry/Entry.h"
 
 #include <sys/syscall.h>
 

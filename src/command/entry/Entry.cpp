@@ -1,11 +1,11 @@
-#include "command/Entry.h"
+#include "command/entry/Entry.h"
 
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "base/text/StringUtils.h"
-#include "command/Catalogue.h"
+#include "command/entry/Catalogue.h"
 #include "command/framework/Authorization.h"
 #include "command/framework/LineOutput.h"
 #include "command/status/AppStatusCodes.h"
