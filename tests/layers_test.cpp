@@ -1,10 +1,12 @@
-// Reads src/layers.txt and every include of the product: arrows go down, and the list is complete.
+// Reads src/layers.txt and every include of the product: arrows go down between folders, none goes in a circle, and the
+// list is complete.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <set>
 #include <sstream>
 #include <vector>
 
@@ -14,6 +16,11 @@ namespace {
 
 using Files = std::map<std::string, std::string>;  // text by path below src/
 using Problems = std::vector<std::string>;
+
+std::string folderOf(const std::string& name) {
+  const std::size_t slash = name.rfind('/');
+  return slash == std::string::npos ? "" : name.substr(0, slash);
+}
 
 // What stands between the quotes of every #include.
 std::vector<std::string> includesOf(const std::string& text) {
@@ -28,30 +35,53 @@ std::vector<std::string> includesOf(const std::string& text) {
   return included;
 }
 
-Problems problemsOf(const Files& files, const std::string& layers) {
-  Problems problems;
+// The rank of each folder of the list.
+std::map<std::string, int> ranksOf(const Files& files, const std::string& layers, Problems& problems) {
+  std::set<std::string> there;
+  for (const auto& file : files) there.insert(folderOf(file.first));
   std::map<std::string, int> rankOf;
   std::istringstream lines(layers);
   int rank = 0;
   for (std::string line; std::getline(lines, line); ++rank) {
-    std::istringstream names(line.substr(0, line.find('#')));
-    for (std::string name; names >> name;) {
-      if (!rankOf.emplace(name, rank).second) problems.push_back(name + " is listed twice");
-      if (files.count(name) == 0) problems.push_back(name + " is listed and not there");
+    std::istringstream folders(line.substr(0, line.find('#')));
+    for (std::string folder; folders >> folder;) {
+      if (!rankOf.emplace(folder, rank).second) problems.push_back(folder + " is listed twice");
+      if (there.count(folder) == 0) problems.push_back(folder + " is listed and holds no file");
     }
   }
+  for (const auto& [folder, unused] : rankOf) {
+    if (rankOf.count(folderOf(folder)) != 0) problems.push_back(folder + " lies in a folder that holds files itself");
+  }
+  return rankOf;
+}
+
+// Whether includes within its folder lead from one file to another.
+bool leadsTo(const Files& files, const std::string& from, const std::string& to, std::set<std::string>& seen) {
+  const auto file = files.find(from);
+  if (file == files.end()) return false;
+  for (const std::string& included : includesOf(file->second)) {
+    if (folderOf(included) != folderOf(from)) continue;
+    if (included == to || (seen.insert(included).second && leadsTo(files, included, to, seen))) return true;
+  }
+  return false;
+}
+
+Problems problemsOf(const Files& files, const std::string& layers) {
+  Problems problems;
+  const std::map<std::string, int> rankOf = ranksOf(files, layers, problems);
   for (const auto& [name, text] : files) {
-    const auto own = rankOf.find(name);
+    const auto own = rankOf.find(folderOf(name));
     if (own == rankOf.end()) {
-      problems.push_back(name + " is not listed");
+      problems.push_back(name + " lies in no folder of the list");
       continue;
     }
     for (const std::string& included : includesOf(text)) {
-      const auto other = rankOf.find(included);
-      if (other == rankOf.end() || other->second >= own->second) {
-        problems.push_back(name + " includes " + included + ", which does not lie below it");
-      }
+      const auto other = rankOf.find(folderOf(included));
+      const bool isBelow = other != rankOf.end() && (other == own || other->second < own->second);
+      if (!isBelow) problems.push_back(name + " includes " + included + ", which does not lie below it");
     }
+    std::set<std::string> seen;
+    if (leadsTo(files, name, name, seen)) problems.push_back(name + " lies on a circle of includes");
   }
   return problems;
 }
@@ -73,42 +103,66 @@ Files productFiles() {
   return files;
 }
 
-TEST(Layers, EveryIncludeOfTheProductGoesDownAndEveryFileHasItsRank) {
+TEST(Layers, EveryIncludeOfTheProductGoesDownAndEveryFolderHasItsRank) {
   const Files files = productFiles();
   EXPECT_FALSE(files.empty());
   for (const std::string& problem : problemsOf(files, textOf(places::source() + "/src/layers.txt")))
     ADD_FAILURE() << problem;
 }
 
-TEST(Layers, ADownwardArrowIsFine) {
-  EXPECT_EQ(
-      problemsOf({{"a.h", ""}, {"a.cpp", "#include \"a.h\"\n#include <string>\n"}}, "# low\na.h # first\n\na.cpp\n"),
-      Problems());
+TEST(Layers, ArrowsToLowerFoldersAndWithinAFolderAreFine) {
+  EXPECT_EQ(problemsOf({{"low/a.h", ""},
+                        {"low/b.h", "#include \"low/a.h\"\n"},
+                        {"mid/c.h", ""},
+                        {"top/d/d.h", "#include \"mid/c.h\"\n#include \"low/b.h\"\n"},
+                        {"top/d/d.cpp", "#include \"top/d/d.h\"\n#include \"low/a.h\"\n#include <string>\n"}},
+                       "# low\nlow # first\n\nmid\ntop/d\n"),
+            Problems());
 }
 
 TEST(Layers, AnUpwardArrowIsSeen) {
-  EXPECT_EQ(problemsOf({{"a.h", "// comment\n #  include \"b.h\"\n"}, {"b.h", ""}}, "a.h\nb.h\n"),
-            Problems{"a.h includes b.h, which does not lie below it"});
+  EXPECT_EQ(problemsOf({{"a/a.h", "// comment\n #  include \"b/b.h\"\n"}, {"b/b.h", ""}}, "a\nb\n"),
+            Problems{"a/a.h includes b/b.h, which does not lie below it"});
 }
 
-TEST(Layers, ACircleIsSeenWhateverTheOrder) {
-  const Files circle = {{"a.h", "#include \"b.h\"\n"}, {"b.h", "#include \"a.h\"\n"}};
-  for (const char* order : {"a.h\nb.h\n", "b.h\na.h\n"}) EXPECT_EQ(problemsOf(circle, order).size(), 1u) << order;
-  EXPECT_EQ(problemsOf(circle, "a.h b.h\n").size(), 2u);
+TEST(Layers, FoldersThatPointAtEachOtherAreSeenWhateverTheOrder) {
+  const Files circle = {{"a/x.h", "#include \"b/x.h\"\n"}, {"b/x.h", ""}, {"b/y.h", "#include \"a/x.h\"\n"}};
+  for (const char* order : {"a\nb\n", "b\na\n"}) EXPECT_EQ(problemsOf(circle, order).size(), 1u) << order;
+  EXPECT_EQ(problemsOf(circle, "a b\n").size(), 2u);
 }
 
-TEST(Layers, FilesOfOneLineDoNotSeeEachOther) {
-  EXPECT_EQ(problemsOf({{"a.h", "#include \"b.h\"\n"}, {"b.h", ""}}, "b.h a.h\n").size(), 1u);
+TEST(Layers, FoldersOfOneLineDoNotSeeEachOther) {
+  EXPECT_EQ(problemsOf({{"a/a.h", "#include \"b/b.h\"\n"}, {"b/b.h", ""}}, "b a\n"),
+            Problems{"a/a.h includes b/b.h, which does not lie below it"});
+}
+
+TEST(Layers, ACircleWithinAFolderIsSeen) {
+  const Files circle = {{"a/a.h", "#include \"a/b.h\"\n"},
+                        {"a/b.h", "#include \"a/c.h\"\n"},
+                        {"a/c.h", "#include \"a/a.h\"\n"},
+                        {"a/d.h", "#include \"a/a.h\"\n"},
+                        {"a/e.h", ""}};
+  EXPECT_EQ(problemsOf(circle, "a\n"),
+            (Problems{"a/a.h lies on a circle of includes", "a/b.h lies on a circle of includes",
+                      "a/c.h lies on a circle of includes"}));
+  EXPECT_EQ(problemsOf({{"a/a.h", "#include \"a/a.h\"\n"}}, "a\n"), Problems{"a/a.h lies on a circle of includes"});
 }
 
 TEST(Layers, AFileOutsideTheListIsNotIncluded) {
-  EXPECT_EQ(problemsOf({{"a.h", "#include \"testing/HostTest.h\"\n"}}, "a.h\n"),
-            Problems{"a.h includes testing/HostTest.h, which does not lie below it"});
+  EXPECT_EQ(problemsOf({{"a/a.h", "#include \"testing/HostTest.h\"\n"}, {"a/b.h", "#include \"a.h\"\n"}}, "a\n"),
+            (Problems{"a/a.h includes testing/HostTest.h, which does not lie below it",
+                      "a/b.h includes a.h, which does not lie below it"}));
 }
 
-TEST(Layers, MissingSuperfluousAndRepeatedNamesAreSeen) {
-  EXPECT_EQ(problemsOf({{"a.h", ""}, {"b.h", ""}}, "a.h\nc.h\na.h\n"),
-            (Problems{"c.h is listed and not there", "a.h is listed twice", "b.h is not listed"}));
+TEST(Layers, MissingSuperfluousAndRepeatedFoldersAreSeen) {
+  EXPECT_EQ(problemsOf({{"a/a.h", ""}, {"b/b.h", ""}, {"main.cpp", ""}}, "a\nc\na\n"),
+            (Problems{"c is listed and holds no file", "a is listed twice", "b/b.h lies in no folder of the list",
+                      "main.cpp lies in no folder of the list"}));
+}
+
+TEST(Layers, AFolderWithFoldersHoldsNoFiles) {
+  EXPECT_EQ(problemsOf({{"a/a.h", ""}, {"a/b/b.h", ""}}, "a\na/b\n"),
+            Problems{"a/b lies in a folder that holds files itself"});
 }
 
 }  // namespace
