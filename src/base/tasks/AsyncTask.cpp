@@ -3,8 +3,11 @@
 #include "log/front/BasicLog.h"
 
 namespace {
+
+// Deliberately not this file's name: whoever reads logs searches for this one.
 constexpr char sourceName[] = "ThreadUtils.cpp";
-}
+
+}  // namespace
 
 void AsyncTask::logStep(std::string_view text, std::string_view function) const {
   static BasicLog::Logger& log = BasicLog::getLogger(BasicLog::threadUtilsLogger);

@@ -13,6 +13,7 @@ using BasicLog::LogMessageProcessor;
 
 namespace {
 
+// Deliberately not this file's name: whoever reads logs searches for this one.
 constexpr char sourceName[] = "BasicLog.cpp";
 constexpr int loggerCreationErrorLine = 638;
 constexpr std::string_view anonymousLogger = "<anonymous logger>";

@@ -141,6 +141,7 @@ bool isOutdated(const std::string& path, std::int64_t cutOff) {
 void logRemoval(const std::string& path) {
   static BasicLog::Logger& log = BasicLog::getLogger(BasicLog::basiclibLogger);
   if (!log.isEnabled(BasicLog::Level::info)) return;
+  // Deliberately not this file's name: whoever reads logs searches for this one.
   BasicLog::Entry entry(log, BasicLog::Level::info, "removing outdated logfile", "BasicLog.cpp", "scrub_old_files");
   entry.add("filename", path);
 }

@@ -1,10 +1,12 @@
+#include "base/tasks/PointerQueue.h"
+
 #include <new>
 
-#include "base/tasks/PointerQueue.h"
 #include "log/front/BasicLog.h"
 
 namespace {
 
+// Deliberately not this file's name: whoever reads logs searches for this one.
 constexpr char sourceName[] = "ThreadUtils.cpp";
 constexpr int linkedListErrorLine = 498;
 
