@@ -14,7 +14,7 @@
 #include <random>
 #include <sstream>
 
-#include "base/files/FileUtils.h"
+#include "base/files/WholeFile.h"
 #include "profiles/store/ConfigLines.h"
 #include "testing/HostTest.h"
 #include "testing/StoreCheck.h"

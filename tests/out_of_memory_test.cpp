@@ -17,8 +17,11 @@
 #include <set>
 #include <sstream>
 
-#include "base/files/FileUtils.h"
+#include "base/files/CopyFile.h"
+#include "base/files/DirectoryListing.h"
 #include "base/files/KeyValueFile.h"
+#include "base/files/RemoveTree.h"
+#include "base/files/WholeFile.h"
 #include "base/system/Process.h"
 #include "command/entry/Entry.h"
 #include "json/JsonParser.h"

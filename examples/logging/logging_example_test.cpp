@@ -11,7 +11,7 @@
 #include <map>
 #include <sstream>
 
-#include "base/files/FileUtils.h"
+#include "base/files/DirectoryListing.h"
 #include "testing/HostTest.h"
 #include "testing/Places.h"
 

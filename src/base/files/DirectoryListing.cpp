@@ -1,4 +1,5 @@
-// What lies in directories.
+#include "base/files/DirectoryListing.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,7 +10,6 @@
 #include <utility>
 
 #include "base/files/FileAccess.h"
-#include "base/files/FileUtils.h"
 
 namespace FileUtils {
 namespace {

@@ -1,3 +1,5 @@
+#include "base/files/DirectoryListing.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -8,7 +10,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "base/files/FileUtils.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 

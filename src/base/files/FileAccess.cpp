@@ -119,6 +119,10 @@ bool isNullDevice(const struct stat& info) { return S_ISCHR(info.st_mode) && inf
 
 bool isUsablePath(const std::string& path) { return !path.empty() && path.find('\0') == std::string::npos; }
 
+bool lookAt(const std::string& path, struct stat& info) {
+  return isUsablePath(path) && ::stat(path.c_str(), &info) == 0;
+}
+
 bool isTrustedLink(const struct stat& info) {
   return S_ISLNK(info.st_mode) && (info.st_uid == 0 || info.st_uid == ::geteuid());
 }

@@ -63,6 +63,9 @@ bool isNullDevice(const struct stat& info);
 // A path can name a file: it is not empty and holds no zero byte.
 bool isUsablePath(const std::string& path);
 
+// stat(2) of what a path leads to. False when the path can name no file, or when that fails.
+bool lookAt(const std::string& path, struct stat& info);
+
 // A regular file open for writing in place, made when it was not there. Links of Links::ofTrusted are followed, to make
 // their end as well. /dev/null takes bytes and keeps none.
 //

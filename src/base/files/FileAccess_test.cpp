@@ -10,7 +10,9 @@
 #include <cstring>
 #include <memory>
 
-#include "base/files/FileUtils.h"
+#include "base/files/CopyFile.h"
+#include "base/files/DirectoryEntries.h"
+#include "base/files/WholeFile.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 

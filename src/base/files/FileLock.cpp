@@ -11,7 +11,7 @@
 #include <thread>
 
 #include "base/files/FileAccess.h"
-#include "base/files/FileUtils.h"
+#include "base/files/ProgramDirectories.h"
 #include "base/text/StringUtils.h"
 
 namespace {

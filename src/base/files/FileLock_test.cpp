@@ -12,7 +12,7 @@
 #include <functional>
 #include <thread>
 
-#include "base/files/FileUtils.h"
+#include "base/files/ProgramDirectories.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 

@@ -4,8 +4,9 @@
 #include <vector>
 
 #include "base/files/FileAccess.h"
+#include "base/files/FileInfo.h"
 #include "base/files/FileLock.h"
-#include "base/files/FileUtils.h"
+#include "base/files/WholeFile.h"
 #include "base/text/StringUtils.h"
 
 namespace FileUtils {

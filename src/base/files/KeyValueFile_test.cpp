@@ -4,7 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "base/files/FileUtils.h"
+#include "base/files/FileInfo.h"
+#include "base/files/ProgramDirectories.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 

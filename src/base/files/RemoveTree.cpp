@@ -1,12 +1,14 @@
-// The removal of whole trees: any depth, few descriptors, never through a link.
+#include "base/files/RemoveTree.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <utility>
 
+#include "base/files/DirectoryEntries.h"
+#include "base/files/DirectoryListing.h"
 #include "base/files/FileAccess.h"
-#include "base/files/FileUtils.h"
 
 namespace FileUtils {
 namespace {

@@ -1,3 +1,5 @@
+#include "base/files/RemoveTree.h"
+
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -7,7 +9,7 @@
 #include <cstdio>
 #include <thread>
 
-#include "base/files/FileUtils.h"
+#include "base/files/DirectoryListing.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"
 

@@ -9,8 +9,9 @@
 #include <cstdint>
 #include <utility>
 
+#include "base/files/DirectoryEntries.h"
+#include "base/files/DirectoryListing.h"
 #include "base/files/FileAccess.h"
-#include "base/files/FileUtils.h"
 #include "base/text/StringUtils.h"
 #include "base/text/TimeUtils.h"
 #include "log/output/Emitter.h"

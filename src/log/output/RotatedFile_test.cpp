@@ -9,7 +9,8 @@
 #include <cstdlib>
 #include <thread>
 
-#include "base/files/FileUtils.h"
+#include "base/files/DirectoryListing.h"
+#include "base/files/WholeFile.h"
 #include "base/text/TimeUtils.h"
 #include "log/output/LogManager.h"
 #include "log/output/RotatedFileEmitter.h"

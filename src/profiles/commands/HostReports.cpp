@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "base/files/FileUtils.h"
+#include "base/files/WholeFile.h"
 #include "base/text/StringUtils.h"
 #include "profiles/store/ConfigControl.h"
 #include "profiles/store/ProfileStore.h"

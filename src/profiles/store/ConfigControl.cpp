@@ -7,7 +7,7 @@
 
 #include <cstring>
 
-#include "base/files/FileUtils.h"
+#include "base/files/WholeFile.h"
 #include "base/text/StringUtils.h"
 #include "log/front/BasicLog.h"
 #include "profiles/store/ConfigLines.h"

@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "base/files/FileUtils.h"
+#include "base/files/ProgramDirectories.h"
 #include "command/status/AppStatusCodes.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"

@@ -14,7 +14,7 @@
 #include <thread>
 
 #include "base/files/FileLock.h"
-#include "base/files/FileUtils.h"
+#include "base/files/ProgramDirectories.h"
 #include "base/system/Leftover.h"
 #include "testing/FaultInjector.h"
 #include "testing/HostTest.h"

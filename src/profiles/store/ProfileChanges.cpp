@@ -2,7 +2,9 @@
 
 #include <utility>
 
-#include "base/files/FileUtils.h"
+#include "base/files/DirectoryEntries.h"
+#include "base/files/FileInfo.h"
+#include "base/files/RemoveTree.h"
 #include "base/text/StringUtils.h"
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"

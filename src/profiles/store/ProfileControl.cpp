@@ -6,7 +6,10 @@
 #include <cerrno>
 #include <utility>
 
-#include "base/files/FileUtils.h"
+#include "base/files/CopyFile.h"
+#include "base/files/DirectoryEntries.h"
+#include "base/files/DirectoryListing.h"
+#include "base/files/FileInfo.h"
 #include "base/text/StringUtils.h"
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"

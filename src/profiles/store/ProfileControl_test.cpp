@@ -11,7 +11,7 @@
 #include <csignal>
 #include <set>
 
-#include "base/files/FileUtils.h"
+#include "base/files/ProgramDirectories.h"
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
 #include "profiles/store/ProfileStore.h"

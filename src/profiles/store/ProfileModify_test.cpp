@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "base/files/FileUtils.h"
+#include "base/files/ProgramDirectories.h"
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
 #include "profiles/store/ProfileChanges.h"

@@ -6,7 +6,11 @@
 #include <unordered_set>
 #include <utility>
 
-#include "base/files/FileUtils.h"
+#include "base/files/DirectoryEntries.h"
+#include "base/files/DirectoryListing.h"
+#include "base/files/FileInfo.h"
+#include "base/files/ProgramDirectories.h"
+#include "base/files/WholeFile.h"
 #include "base/text/StringUtils.h"
 #include "command/status/AppStatusCodes.h"
 #include "service/host/Heartbeat.h"

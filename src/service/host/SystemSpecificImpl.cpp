@@ -5,7 +5,7 @@
 #include <memory>
 #include <string_view>
 
-#include "base/files/FileUtils.h"
+#include "base/files/FileInfo.h"
 #include "base/system/Process.h"
 #include "command/status/AppStatusCodes.h"
 

@@ -1,0 +1,60 @@
+#include "base/files/CopyFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include "base/files/FileAccess.h"
+#include "base/files/FileInfo.h"
+
+namespace FileUtils {
+namespace {
+
+constexpr mode_t copyMode = 0644;
+
+bool leadsTo(const std::string& path, const struct stat& file) {
+  struct stat info = {};
+  return lookAt(path, info) && isSameFile(info, file);
+}
+
+Status copyError(StatusCode code, const std::string& path) { return Status::error(code, path, "copyFile"); }
+
+// Copies `left` bytes, or as many as there are.
+Status copyBytes(const OpenedFile& source, const std::string& from, FileWriter& target, const std::string& to) {
+  char buffer[4096];
+  for (off_t left = source.size; left > 0;) {
+    const auto wanted = static_cast<std::size_t>(std::min<off_t>(left, sizeof buffer));
+    const ssize_t count = readSome(source.fd.get(), buffer, wanted);
+    if (count < 0) return copyError(status::readError, from);
+    if (count == 0) break;
+    const Status s = target.write(std::string_view(buffer, static_cast<std::size_t>(count)));
+    if (!s.isSuccess()) return copyError(s.code(), to);
+    left -= count;
+  }
+  return Status::success();
+}
+
+}  // namespace
+
+Status copyFile(const std::string& from, const std::string& to) {
+  if (!isUsablePath(to) || fileSize(from) < 0) return Status::of(status::invalidArgument);
+  OpenedFile source;
+  // Everybody may read the copy: what is copied is not for others to choose.
+  if (!openForReading(AT_FDCWD, from.c_str(), source, Links::ofTrusted)) return copyError(status::openError, from);
+  FileWriter target;
+  Status s = target.open(to, copyMode);
+  if (s.isSuccess() ? isSameFile(source.info, target.info()) : leadsTo(to, source.info)) {
+    return Status::of(status::invalidArgument);
+  }
+  if (!s.isSuccess()) return copyError(s.code(), to);
+  s = target.cutToNothing();
+  if (!s.isSuccess()) return copyError(s.code(), to);
+  s = copyBytes(source, from, target, to);
+  if (!s.isSuccess()) return s;
+  target.setMode(copyMode);
+  s = target.finish();
+  return s.isSuccess() ? s : copyError(s.code(), to);
+}
+
+}  // namespace FileUtils

@@ -1,0 +1,61 @@
+#include "base/files/FileInfo.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "base/files/FileAccess.h"
+#include "base/system/UniqueFd.h"
+#include "base/text/TimeUtils.h"
+
+namespace FileUtils {
+namespace {
+
+constexpr std::int64_t microsPerSecond = 1000000;
+
+bool isOfType(const std::string& path, mode_t type) {
+  struct stat info = {};
+  return lookAt(path, info) && (info.st_mode & S_IFMT) == type;
+}
+
+}  // namespace
+
+bool fileExists(const std::string& path) {
+  struct stat info = {};
+  return lookAt(path, info);
+}
+
+bool isRegularFile(const std::string& path) { return isOfType(path, S_IFREG); }
+bool isDirectory(const std::string& path) { return isOfType(path, S_IFDIR); }
+bool isFifo(const std::string& path) { return isOfType(path, S_IFIFO); }
+
+bool isRealDirectory(const std::string& path) {
+  struct stat info = {};
+  return isUsablePath(path) && ::lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+std::int64_t fileSize(const std::string& path) {
+  struct stat info = {};
+  return lookAt(path, info) ? info.st_size : -1;
+}
+
+std::int64_t fileModifiedMicros(const std::string& path) {
+  struct stat info = {};
+  std::int64_t micros = 0;
+  if (!lookAt(path, info)) return 0;
+  return __builtin_mul_overflow(info.st_mtime, microsPerSecond, &micros) ? 0 : micros;
+}
+
+bool isFreshRegularFile(const std::string& path, std::int64_t maxAgeMicros) {
+  if (!isRegularFile(path)) return false;
+  std::int64_t until = 0;
+  if (__builtin_add_overflow(fileModifiedMicros(path), maxAgeMicros, &until)) return maxAgeMicros > 0;
+  return until > TimeUtils::nowMicros();
+}
+
+bool fifoHasReader(const std::string& path) {
+  if (!isUsablePath(path)) return false;
+  const UniqueFd fd(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+  return fd.isOpen();
+}
+
+}  // namespace FileUtils

@@ -1,0 +1,92 @@
+#include "base/files/ProgramDirectories.h"
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "base/files/RemoveTree.h"
+#include "testing/HostTest.h"
+
+namespace {
+
+class ProgramDirectoriesTest : public HostTest {};
+
+TEST_F(ProgramDirectoriesTest, TheWorkingDirectoryIsTold) {
+  host::makeDirs("/tmp/here");
+  ASSERT_EQ(::chdir("/tmp/here"), 0);
+  std::string dir = "old";
+  EXPECT_THAT(FileUtils::getCurrentDir(dir), HasCode(status::success));
+  EXPECT_EQ(dir, "/tmp/here");
+}
+
+TEST_F(ProgramDirectoriesTest, ARemovedWorkingDirectoryIsAFailure) {
+  host::makeDirs("/tmp/here");
+  ASSERT_EQ(::chdir("/tmp/here"), 0);
+  host::remove("/tmp/here");
+  std::string dir = "old";
+  EXPECT_THAT(FileUtils::getCurrentDir(dir), HasCode(status::getcwdError));
+  EXPECT_EQ(dir, "");
+}
+
+TEST_F(ProgramDirectoriesTest, AWorkingDirectoryBeyondTheBufferIsAFailure) {
+  const std::string name(200, 'd');
+  ASSERT_EQ(::chdir("/tmp"), 0);
+  for (int depth = 0; depth < 25; ++depth) {
+    ASSERT_EQ(::mkdir(name.c_str(), 0755), 0);
+    ASSERT_EQ(::chdir(name.c_str()), 0);
+  }
+  std::string dir = "old";
+  EXPECT_THAT(FileUtils::getCurrentDir(dir), HasCode(status::getcwdError));
+  EXPECT_EQ(dir, "");
+  ASSERT_EQ(::chdir("/"), 0);
+  EXPECT_THAT(FileUtils::removeTree("/tmp/" + name), HasCode(status::success));
+}
+
+TEST_F(ProgramDirectoriesTest, TheConfigurationRootIsFixed) { EXPECT_STREQ(FileUtils::configRoot(), "/etc/zuv/"); }
+
+// What the function gives in a child with that environment variable, or without it for null. A process of its own for
+// each question, since a process finds the directory once.
+std::string directoryIn(const char* variable, const char* value, const std::string& (*directory)()) {
+  int ends[2];
+  EXPECT_EQ(::pipe(ends), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    if (value != nullptr) ::setenv(variable, value, 1);
+    const std::string before = directory();
+    ::setenv(variable, "/later", 1);
+    const std::string answer = before == directory() ? before : "changed";
+    ::_exit(::write(ends[1], answer.data(), answer.size()) < 0);
+  }
+  ::close(ends[1]);
+  char answer[4096];
+  const ssize_t length = ::read(ends[0], answer, sizeof answer);
+  ::close(ends[0]);
+  EXPECT_EQ(::waitpid(child, nullptr, 0), child);
+  return std::string(answer, static_cast<std::size_t>(length));
+}
+
+// A process looks for these directories once. GoogleTest runs suites of such a name first, when no other test of this
+// process has asked for them yet.
+using ProgramDirectoryDeathTest = HostTest;
+
+TEST_F(ProgramDirectoryDeathTest, TheTemporaryDirectoryEndsInASlashAndIsMade) {
+  EXPECT_EQ(directoryIn("ZUV_TMP_DIR", nullptr, FileUtils::tempDir), "/tmp/");
+  EXPECT_EQ(directoryIn("ZUV_TMP_DIR", "", FileUtils::tempDir), "/tmp/");
+  EXPECT_EQ(directoryIn("ZUV_TMP_DIR", "/tmp/ours", FileUtils::tempDir), "/tmp/ours/");
+  EXPECT_EQ(host::modeOf("/tmp/ours"), 0750u);
+  EXPECT_EQ(directoryIn("ZUV_TMP_DIR", "/tmp/missing/ours/", FileUtils::tempDir), "/tmp/missing/ours/");
+}
+
+TEST_F(ProgramDirectoryDeathTest, TheLockDirectoryEndsInASlashAndIsMade) {
+  host::remove("/tmp/lock");
+  EXPECT_EQ(directoryIn("ZUV_LOCK_DIR", nullptr, FileUtils::lockDir), "/tmp/lock/");
+  EXPECT_EQ(host::modeOf("/tmp/lock"), 0750u);
+  EXPECT_EQ(directoryIn("ZUV_LOCK_DIR", "", FileUtils::lockDir), "/tmp/lock/");
+  EXPECT_EQ(directoryIn("ZUV_LOCK_DIR", "/tmp/ours", FileUtils::lockDir), "/tmp/ours/");
+  EXPECT_EQ(host::modeOf("/tmp/ours"), 0750u);
+  EXPECT_EQ(directoryIn("ZUV_LOCK_DIR", "/tmp/missing/ours/", FileUtils::lockDir), "/tmp/missing/ours/");
+}
+
+}  // namespace

@@ -1,0 +1,137 @@
+#include "base/files/UniqueFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <memory>
+
+#include "log/front/BasicLog.h"
+#include "testing/FaultInjector.h"
+#include "testing/HostTest.h"
+#include "testing/LogLines.h"
+
+namespace {
+
+using testing::MatchesRegex;
+using testing::SizeIs;
+using Texts = std::vector<std::string>;
+
+class UniqueFileTest : public HostTest {};
+
+struct CloseStream {
+  void operator()(std::FILE* stream) const { std::fclose(stream); }
+};
+using Stream = std::unique_ptr<std::FILE, CloseStream>;
+
+// Keeps what is logged while it lives.
+class LogTap {
+ public:
+  LogTap() { BasicLog::setSyncProcessor(new Processor(entries)); }
+  ~LogTap() { BasicLog::setSyncProcessor(nullptr); }
+
+  std::vector<std::string> entries;
+
+ private:
+  class Processor : public BasicLog::LogMessageProcessor {
+   public:
+    explicit Processor(std::vector<std::string>& sink) : entries_(sink) {}
+    void process(std::unique_ptr<const BasicLog::LogMessage>& message) override {
+      entries_.push_back(lineOf(*message));
+    }
+
+   private:
+    std::vector<std::string>& entries_;
+  };
+};
+
+TEST_F(UniqueFileTest, AUniqueFileIsNewOpenForReadingAndWritingAndMode0644) {
+  std::string path = "old";
+  const Stream stream(FileUtils::makeUniqueFile("/tmp/bundle", path));
+  ASSERT_NE(stream, nullptr);
+  EXPECT_THAT(path, MatchesRegex("/tmp/bundle\\.[a-zA-Z0-9]{6}"));
+  EXPECT_EQ(host::modeOf(path), 0644u);
+  std::fputs("text", stream.get());
+  std::rewind(stream.get());
+  char text[8] = {};
+  EXPECT_STREQ(std::fgets(text, sizeof text, stream.get()), "text");
+  EXPECT_EQ(::fcntl(::fileno(stream.get()), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+}
+
+TEST_F(UniqueFileTest, AUniqueFileIsSubjectToTheUmask) {
+  ::umask(077);
+  std::string path;
+  const Stream stream(FileUtils::makeUniqueFile("/tmp/bundle", path));
+  ASSERT_NE(stream, nullptr);
+  EXPECT_EQ(host::modeOf(path), 0600u);
+}
+
+TEST_F(UniqueFileTest, TwoUniqueFilesHaveDifferentNames) {
+  std::string one;
+  std::string two;
+  const Stream first(FileUtils::makeUniqueFile("/tmp/bundle", one));
+  const Stream second(FileUtils::makeUniqueFile("/tmp/bundle", two));
+  EXPECT_NE(one, two);
+}
+
+TEST_F(UniqueFileTest, ElevenNamesAreTriedAndEachFailureIsLogged) {
+  LogTap tap;
+  std::string path = "old";
+  EXPECT_EQ(FileUtils::makeUniqueFile("/tmp/missing/bundle", path), nullptr);
+  EXPECT_EQ(path, "old");
+  EXPECT_EQ(
+      tap.entries,
+      Texts(11, "[ERROR] basiclib FileUtils.cpp makeUniqueFile failed to open file: error=No such file or directory"));
+}
+
+TEST_F(UniqueFileTest, WhereErrorsAreNotLoggedAFailureToMakeAUniqueFileIsNotEither) {
+  BasicLog::Logger& logger = BasicLog::getLogger(BasicLog::basiclibLogger);
+  const BasicLog::Level before = logger.threshold();
+  LogTap tap;
+  std::string path = "old";
+  logger.setThreshold(BasicLog::Level::fatal);
+  EXPECT_EQ(FileUtils::makeUniqueFile("/tmp/missing/bundle", path), nullptr);
+  logger.setThreshold(before);
+  EXPECT_THAT(tap.entries, SizeIs(0));
+}
+
+TEST_F(UniqueFileTest, TheEleventhNameMayStillSucceed) {
+  for (const std::size_t failures : {0U, 1U, 9U, 10U}) {
+    SCOPED_TRACE(failures);
+    host::remove("/tmp/late");
+    LogTap tap;
+    FaultPlan plan;
+    plan.at = 1000;
+    plan.calls = {"open"};
+    plan.before = [failures](std::size_t call) {
+      if (call == failures + 1) host::makeDirs("/tmp/late");
+    };
+    const ArmedFaults armed{plan};
+    std::string path;
+    const Stream stream(FileUtils::makeUniqueFile("/tmp/late/bundle", path));
+    EXPECT_NE(stream, nullptr);
+    EXPECT_THAT(tap.entries, SizeIs(failures));
+  }
+}
+
+TEST_F(UniqueFileTest, AUniqueNameBeyond4095BytesIsRefusedAtOnceWithoutLogging) {
+  LogTap tap;
+  std::string path = "old";
+  EXPECT_EQ(FileUtils::makeUniqueFile("/tmp/" + std::string(4084, 'x'), path), nullptr);  // 4,096 with its ending
+  EXPECT_THAT(tap.entries, SizeIs(0));
+  EXPECT_EQ(FileUtils::makeUniqueFile("/tmp/" + std::string(4083, 'x'), path), nullptr);  // 4,095, but one long name
+  EXPECT_THAT(tap.entries, SizeIs(11));
+  EXPECT_EQ(path, "old");
+}
+
+TEST_F(UniqueFileTest, AStreamThatCannotBeMadeLeavesNoUniqueFile) {
+  FaultPlan plan;
+  plan.at = 1;
+  plan.calls = {"fdopen"};
+  const ArmedFaults armed{plan};
+  std::string path = "old";
+  EXPECT_EQ(FileUtils::makeUniqueFile("/tmp/bundle", path), nullptr);
+  EXPECT_EQ(path, "old");
+  EXPECT_EQ(host::tree("/tmp"), "d 1777 lock\n");
+}
+
+}  // namespace
