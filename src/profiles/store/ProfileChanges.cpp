@@ -8,12 +8,13 @@
 #include "base/text/StringUtils.h"
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
+#include "command/status/FirstFailure.h"
 #include "profiles/store/ConfigControl.h"
 #include "profiles/store/ProfileStore.h"
+#include "profiles/store/ProfileTexts.h"
 #include "service/host/Heartbeat.h"
 #include "service/host/SystemSpecificImpl.h"
 
-using ProfileControl::keepFirstFailure;
 using StringUtils::hasControlByte;
 using StringUtils::joinPath;
 
@@ -100,7 +101,7 @@ Status renameProfile(const std::string& selector, const std::string& newName, st
   Status found = beginChange(selector, Template::refused, profile);
   if (!found.isSuccess()) return found;
   constexpr const char* context = "profile rename";
-  const std::string wish = ProfileControl::cleanName(newName);
+  const std::string wish = ProfileTexts::cleanName(newName);
   if (wish.empty()) return Status::error(status::invalidArgument, "profile name not provided", context);
   Status checked = checkNewName(wish, context);
   if (!checked.isSuccess()) return checked;
@@ -133,12 +134,12 @@ constexpr const char* modifyContext = "profile modify";
 
 Status checkModification(const Modification& wanted) {
   if (wanted.newName) {
-    const std::string wish = ProfileControl::cleanName(*wanted.newName);
+    const std::string wish = ProfileTexts::cleanName(*wanted.newName);
     Status checked = wish.empty() ? Status::error(status::invalidArgument, "invalid profile name", modifyContext)
                                   : checkNewName(wish, modifyContext);
     if (!checked.isSuccess()) return checked;
   }
-  return ProfileControl::checkTexts(wanted.helmsorHost, wanted.network.value_or(""), wanted.invitation.value_or(""));
+  return ProfileTexts::checkTexts(wanted.helmsorHost, wanted.network.value_or(""), wanted.invitation.value_or(""));
 }
 
 // Without these two a profile is not what was asked for, so their failure ends the changes.
@@ -184,7 +185,7 @@ Status modifyProfile(const std::string& selector, const Modification& wanted, Pr
   Status checked = checkModification(wanted);
   if (!checked.isSuccess()) return checked;
   const bool active = ProfileStore::isActive(profile);
-  const bool running = ProfileControl::daemonMayRun();
+  const bool running = ProfileStore::daemonMayRun();
   const bool restarts = wanted.activate || (active && running);
 
   Status first;

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <utility>
 
 #include "base/files/CopyFile.h"
 #include "base/files/DirectoryEntries.h"
@@ -13,14 +12,14 @@
 #include "base/text/StringUtils.h"
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
+#include "command/status/FirstFailure.h"
 #include "log/front/BasicLog.h"
 #include "profiles/store/ProfileStore.h"
+#include "profiles/store/ProfileTexts.h"
 #include "service/host/SystemSpecificImpl.h"
 
-using ProfileControl::keepFirstFailure;
 using StringUtils::hasControlByte;
 using StringUtils::joinPath;
-using StringUtils::TrimSet;
 
 namespace {
 
@@ -61,22 +60,6 @@ Status cmdGetProfileDetails(const std::string& selector, ProfileDetails& details
   (void)ConfigControl::readLogLevel(profile.dirname, details.logLevel);
   return found;
 }
-
-std::string cleanName(const std::string& requested) {
-  return std::string(StringUtils::trim(requested, TrimSet::blanks));
-}
-
-Status checkTexts(const std::string& host, const std::string& network, const std::string& invitation) {
-  const bool broken =
-      hasControlByte(host) || hasControlByte(network) || hasControlByte(StringUtils::trim(invitation, TrimSet::blanks));
-  return broken ? Status::of(status::invalidArgument) : Status();
-}
-
-void keepFirstFailure(Status& kept, Status next) {
-  if (kept.isSuccess() && !next.isSuccess()) kept = std::move(next);
-}
-
-bool daemonMayRun() { return ProfileStore::activeRunState() != RunState::notRunning; }
 
 }  // namespace ProfileControl
 
@@ -163,9 +146,9 @@ namespace ProfileControl {
 Status createProfile(const NewProfile& wanted, CreatedProfile& made) {
   made = CreatedProfile();
   if (!isAuthorized()) return Status::of(status::authenticationError);
-  const std::string wish = cleanName(wanted.name);
+  const std::string wish = ProfileTexts::cleanName(wanted.name);
   if (hasControlByte(wish)) return Status::error(status::invalidArgument, "invalid profile name", "profile create");
-  Status checked = checkTexts(wanted.helmsorHost, wanted.network, wanted.invitation);
+  Status checked = ProfileTexts::checkTexts(wanted.helmsorHost, wanted.network, wanted.invitation);
   if (!checked.isSuccess()) return checked;
   std::string dir;
   std::string dirname;
@@ -174,7 +157,7 @@ Status createProfile(const NewProfile& wanted, CreatedProfile& made) {
       !ProfileStore::chooseNewName(wish, wanted.allowRename, dirname, name)) {
     return Status::of(status::applicationError);
   }
-  if (wanted.activate && daemonMayRun()) {
+  if (wanted.activate && ProfileStore::daemonMayRun()) {
     // A failed stop is deliberately not reported: the status is that of making the profile and of the start.
     (void)runBackendOperation(wanted.initSystem, &SystemSpecificImpl::stop);
   }

@@ -55,19 +55,6 @@ namespace ProfileControl {
 // cannot be listed are an error in the log and an empty list.
 Status cmdGetProfileDetails(const std::string& selector, ProfileDetails& details);
 
-// A requested display name as it is stored: without blanks and control bytes at its ends.
-std::string cleanName(const std::string& requested);
-
-// Whether the texts can stand in a line of a configuration file: "invalid argument" for a byte below 32, or 127, in one
-// of them; the invitation is trimmed first.
-Status checkTexts(const std::string& host, const std::string& network, const std::string& invitation);
-
-// For several steps that all run: the first failure is the status.
-void keepFirstFailure(Status& kept, Status next);
-
-// Whether the daemon runs or may run: its heartbeat in the active profile says anything but "not running".
-bool daemonMayRun();
-
 // Makes a profile from the factory template. Statuses: "authentication error ..."; "invalid argument" for a control
 // byte in a name, host, interface or invitation (nothing was changed); "application error" when there is no free
 // directory number, no free name, or the profile cannot be made active; else that of the file operation or the start of

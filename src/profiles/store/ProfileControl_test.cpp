@@ -669,40 +669,6 @@ TEST_F(DetailsTest, NoAuthorizationIsNeeded) {
   EXPECT_THAT(ProfileControl::cmdGetProfileDetails("lab", details), HasCode(status::success));
 }
 
-// --- Shared rules
-
-TEST_F(DetailsTest, OnlyTheInvitationIsTrimmedBeforeItsTextIsChecked) {
-  EXPECT_THAT(ProfileControl::checkTexts("", "", ""), HasCode(status::success));
-  EXPECT_THAT(ProfileControl::checkTexts("h\xc3\xa4", "e\xff", "i\x80"), HasCode(status::success));
-  EXPECT_THAT(ProfileControl::checkTexts("h h", "e e", "\n i i\t"), HasCode(status::success));
-  EXPECT_THAT(ProfileControl::checkTexts("h\n", "", ""), HasCode(status::invalidArgument));
-  EXPECT_THAT(ProfileControl::checkTexts("", "e\t", ""), HasCode(status::invalidArgument));
-  EXPECT_THAT(ProfileControl::checkTexts("", "", "i\ti"), HasCode(status::invalidArgument));
-}
-
-TEST_F(DetailsTest, TheFirstFailureIsKept) {
-  Status kept;
-  ProfileControl::keepFirstFailure(kept, Status::of(status::profileIsActive));
-  EXPECT_THAT(kept, HasCode(status::success));
-  ProfileControl::keepFirstFailure(kept, Status::of(status::openError));
-  ProfileControl::keepFirstFailure(kept, Status::of(status::writeError));
-  ProfileControl::keepFirstFailure(kept, Status());
-  EXPECT_THAT(kept, HasCode(status::openError));
-}
-
-TEST_F(DetailsTest, TheDaemonMayRunUnlessItsHeartbeatSaysItDoesNot) {
-  host::makeProfile("profile-1", "lab");
-  EXPECT_FALSE(ProfileControl::daemonMayRun()) << "no active profile";
-  host::makeActive("profile-1");
-  EXPECT_FALSE(ProfileControl::daemonMayRun()) << "no heartbeat";
-  host::writeHeartbeat("/etc/zuv/profiles/profile-1");
-  EXPECT_TRUE(ProfileControl::daemonMayRun()) << "running";
-  host::writeFile("/etc/zuv/profiles/profile-1/hipvars.txt", "uptime.now=1\n");
-  EXPECT_TRUE(ProfileControl::daemonMayRun()) << "unknown";
-  host::writeFile("/etc/zuv/profiles/profile-1/hipvars.txt", "uptime.now=1\nuptime.started=1\n");
-  EXPECT_FALSE(ProfileControl::daemonMayRun()) << "an old heartbeat";
-}
-
 // --- Electing
 
 class ElectingTest : public ProfileControlTest {

@@ -148,6 +148,8 @@ RunState activeRunState() {
   return runStateOf(file);
 }
 
+bool daemonMayRun() { return activeRunState() != RunState::notRunning; }
+
 bool setActive(const std::string& dirname) {
   if (dirname.empty()) return false;
   const std::string file = activeFile();

@@ -91,6 +91,8 @@ bool setActive(const std::string& dirname);
 
 // Whether the daemon runs, as its heartbeat file in the active profile tells.
 RunState activeRunState();
+// Whether it runs or may run: its heartbeat says anything but "not running".
+bool daemonMayRun();
 
 // All profiles in the order of their names (bytes compared), after repair: in the order of the directory, a name that
 // an earlier profile has becomes unique, then profiles without one get "profile". Only real directories whose names do

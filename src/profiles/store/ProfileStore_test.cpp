@@ -531,6 +531,19 @@ TEST_F(ActiveProfileTest, NoProfileIsActiveWithoutAMarkerThatSaysSo) {
   EXPECT_FALSE(ProfileStore::isActive(profile));
 }
 
+TEST_F(ActiveProfileTest, TheDaemonMayRunUnlessItsHeartbeatSaysItDoesNot) {
+  host::makeProfile("profile-1", "lab");
+  EXPECT_FALSE(ProfileStore::daemonMayRun()) << "no active profile";
+  host::makeActive("profile-1");
+  EXPECT_FALSE(ProfileStore::daemonMayRun()) << "no heartbeat";
+  host::writeHeartbeat("/etc/zuv/profiles/profile-1");
+  EXPECT_TRUE(ProfileStore::daemonMayRun()) << "running";
+  host::writeFile("/etc/zuv/profiles/profile-1/hipvars.txt", "uptime.now=1\n");
+  EXPECT_TRUE(ProfileStore::daemonMayRun()) << "unknown";
+  host::writeFile("/etc/zuv/profiles/profile-1/hipvars.txt", "uptime.now=1\nuptime.started=1\n");
+  EXPECT_FALSE(ProfileStore::daemonMayRun()) << "an old heartbeat";
+}
+
 // --- Selectors
 
 class SelectorTest : public HostTest {
