@@ -15,6 +15,7 @@
 #include "json/JsonModel.h"
 #include "json/JsonWriter.h"
 #include "log/front/EmitContext.h"
+#include "log/front/LoggerKeeper.h"
 #include "log/front/MessagePool.h"
 #include "log/front/ScopeGuards.h"
 
@@ -98,6 +99,18 @@ void appendTime(std::string& to, std::int64_t ticks) {
   to.append(text.data(), timeLength);
 }
 
+class NoOutput : public LogMessageProcessor {
+ public:
+  void process(std::unique_ptr<const LogMessage>& message) override { message.reset(); }
+};
+
+// Stands in for loggers that could not be made.
+Logger& strayLogger() {
+  static NoOutput output;
+  static Logger logger("<none>", output, Level::info);
+  return logger;
+}
+
 std::atomic<AssertHandler> assertHandler{nullptr};
 
 }  // namespace
@@ -132,6 +145,41 @@ Level parseLogLevel(std::string_view text) {
   Level level = Level::info;
   (void)parseLogLevel(text, level);  // info when the text names none
   return level;
+}
+
+// --- Loggers
+
+Logger& getLogger(std::string_view name) {
+  const ErrnoGuard guard;
+  LoggerKeeper* keeper = usableKeeper();
+  Logger* logger = keeper == nullptr ? nullptr : keeper->getLogger(name);
+  return logger == nullptr ? strayLogger() : *logger;
+}
+
+Logger* findLogger(std::string_view name) {
+  LoggerKeeper* keeper = usableKeeper();
+  return keeper == nullptr ? nullptr : keeper->findLogger(name);
+}
+
+void listLoggers(std::vector<std::string>& names) {
+  if (LoggerKeeper* keeper = usableKeeper()) keeper->listLoggers(names);
+}
+
+void setDefaultLevel(Level level) {
+  if (LoggerKeeper* keeper = usableKeeper()) keeper->setDefaultLevel(level);
+}
+
+Level getDefaultLevel() {
+  LoggerKeeper* keeper = usableKeeper();
+  return keeper == nullptr ? Level::byDefault : keeper->getDefaultLevel();
+}
+
+void setSyncProcessor(LogMessageProcessor* processor) {
+  if (LoggerKeeper* keeper = usableKeeper()) {
+    keeper->setSyncProcessor(processor);
+  } else {
+    delete processor;
+  }
 }
 
 // --- Emitting

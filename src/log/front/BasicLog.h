@@ -16,7 +16,7 @@
 // itself log or get loggers. What a processor logs skips the processor, and what would have to wait for its own thread
 // is dropped. Lifetime: loggers live until the log is destroyed at exit; nothing may log from a static destructor.
 //
-// This is the front end. Where entries go (LogManager.h) is known to its own sources alone.
+// This is the front end. Where entries go is known to the back end alone (log/output/LogManager.h).
 #pragma once
 
 #include <atomic>

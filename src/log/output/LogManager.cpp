@@ -44,18 +44,6 @@ std::string_view normalised(std::string_view name) {
   return name;
 }
 
-class NoOutput : public LogMessageProcessor {
- public:
-  void process(std::unique_ptr<const LogMessage>& message) override { message.reset(); }
-};
-
-// Stands in for loggers that could not be made.
-Logger& strayLogger() {
-  static NoOutput output;
-  static Logger logger("<none>", output, Level::info);
-  return logger;
-}
-
 // A synchronous processor that lends its messages to an emitter.
 class SyncEmitter : public LogMessageProcessor {
  public:
@@ -186,41 +174,7 @@ LogManager* LogManager::ifUsable() {
   return manager.queue().isHeldByThisThread() ? nullptr : &manager;
 }
 
-// --- The front end's doors to the manager
-
-namespace BasicLog {
-
-Logger& getLogger(std::string_view name) {
-  const ErrnoGuard guard;
+BasicLog::LoggerKeeper* BasicLog::usableKeeper() {
   LogManager* manager = LogManager::ifUsable();
-  Logger* logger = manager == nullptr ? nullptr : manager->input().getLogger(name);
-  return logger == nullptr ? strayLogger() : *logger;
+  return manager == nullptr ? nullptr : &manager->input();
 }
-
-Logger* findLogger(std::string_view name) {
-  LogManager* manager = LogManager::ifUsable();
-  return manager == nullptr ? nullptr : manager->input().findLogger(name);
-}
-
-void listLoggers(std::vector<std::string>& names) {
-  if (LogManager* manager = LogManager::ifUsable()) manager->input().listLoggers(names);
-}
-
-void setDefaultLevel(Level level) {
-  if (LogManager* manager = LogManager::ifUsable()) manager->input().setDefaultLevel(level);
-}
-
-Level getDefaultLevel() {
-  LogManager* manager = LogManager::ifUsable();
-  return manager == nullptr ? Level::byDefault : manager->input().getDefaultLevel();
-}
-
-void setSyncProcessor(LogMessageProcessor* processor) {
-  if (LogManager* manager = LogManager::ifUsable()) {
-    manager->input().setSyncProcessor(processor);
-  } else {
-    delete processor;
-  }
-}
-
-}  // namespace BasicLog

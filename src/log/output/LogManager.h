@@ -20,6 +20,7 @@
 
 #include "base/threads/Locks.h"
 #include "log/front/BasicLog.h"
+#include "log/front/LoggerKeeper.h"
 #include "log/output/LogOutput.h"
 
 // Takes what every logger submits, and keeps the loggers. An entry is first shown to the synchronous processor, if
@@ -28,7 +29,7 @@
 // runs. A thread that comes back from inside it (a processor that logs or asks for a logger) does not wait for itself:
 // its entries skip the processor and are queued. With asynchronous output a processor neither flushes nor stops the
 // output, nor adds or removes emitters: an emitter that logs may hold these up and wait for the processor.
-class LogInput : public BasicLog::LogMessageProcessor {
+class LogInput final : public BasicLog::LogMessageProcessor, public BasicLog::LoggerKeeper {
  public:
   // `output` outlives the input. Makes the loggers that exist from the start.
   explicit LogInput(LogOutput& output);
@@ -38,14 +39,12 @@ class LogInput : public BasicLog::LogMessageProcessor {
 
   void process(std::unique_ptr<const BasicLog::LogMessage>& message) override;
 
-  // As the functions of the same name in BasicLog.h, but getLogger is null when the logger cannot be made (after its
-  // assertion).
-  BasicLog::Logger* getLogger(std::string_view name);
-  BasicLog::Logger* findLogger(std::string_view name);
-  void listLoggers(std::vector<std::string>& names);
-  void setDefaultLevel(BasicLog::Level level);
-  BasicLog::Level getDefaultLevel();
-  void setSyncProcessor(BasicLog::LogMessageProcessor* processor);
+  BasicLog::Logger* getLogger(std::string_view name) override;
+  BasicLog::Logger* findLogger(std::string_view name) override;
+  void listLoggers(std::vector<std::string>& names) override;
+  void setDefaultLevel(BasicLog::Level level) override;
+  BasicLog::Level getDefaultLevel() override;
+  void setSyncProcessor(BasicLog::LogMessageProcessor* processor) override;
 
   // Installs a synchronous processor that hands every entry to `emitter`, which is not owned. It is replaced like any.
   void setSyncEmitter(BasicLog::Emitter* emitter);
