@@ -1,4 +1,4 @@
-// Readers and writers of a profile's configuration files. The host's interfaces are in Interfaces_test.cpp.
+// Readers and writers of a profile's configuration files. HostReports_test.cpp has the host's interfaces.
 #include "profiles/store/ConfigControl.h"
 
 #include <sys/stat.h>

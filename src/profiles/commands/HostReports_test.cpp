@@ -1,11 +1,12 @@
-// The host's interfaces, with real devices in a network namespace of the test's own.
+// The host's interfaces, with real devices in a network namespace of the test's own, and the versions.
+#include "profiles/commands/HostReports.h"
+
 #include <sched.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
 #include "command/framework/Authorization.h"
 #include "log/front/BasicLog.h"
-#include "profiles/commands/HostReports.h"
 #include "profiles/store/ConfigControl.h"
 #include "profiles/store/ProfileControl.h"
 #include "testing/FaultInjector.h"
