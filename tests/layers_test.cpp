@@ -1,5 +1,5 @@
 // Reads src/layers.txt and every include of the product: arrows go down between folders, none goes in a circle, and the
-// list is complete.
+// list is complete. A source has a header of its name beside it.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -16,6 +16,8 @@ namespace {
 
 using Files = std::map<std::string, std::string>;  // text by path below src/
 using Problems = std::vector<std::string>;
+
+constexpr char mainSource[] = "command/entry/main.cpp";
 
 std::string folderOf(const std::string& name) {
   const std::size_t slash = name.rfind('/');
@@ -80,6 +82,9 @@ Problems problemsOf(const Files& files, const std::string& layers) {
       const bool isBelow = other != rankOf.end() && (other == own || other->second < own->second);
       if (!isBelow) problems.push_back(name + " includes " + included + ", which does not lie below it");
     }
+    const std::size_t ending = name.rfind(".cpp");
+    if (ending != std::string::npos && name != mainSource && files.count(name.substr(0, ending) + ".h") == 0)
+      problems.push_back(name + " has no header of its name");
     std::set<std::string> seen;
     if (leadsTo(files, name, name, seen)) problems.push_back(name + " lies on a circle of includes");
   }
@@ -146,6 +151,12 @@ TEST(Layers, ACircleWithinAFolderIsSeen) {
             (Problems{"a/a.h lies on a circle of includes", "a/b.h lies on a circle of includes",
                       "a/c.h lies on a circle of includes"}));
   EXPECT_EQ(problemsOf({{"a/a.h", "#include \"a/a.h\"\n"}}, "a\n"), Problems{"a/a.h lies on a circle of includes"});
+}
+
+TEST(Layers, ASourceWithoutAHeaderOfItsNameIsSeen) {
+  EXPECT_EQ(problemsOf({{"a/a.h", ""}, {"a/a.cpp", ""}, {"a/b.cpp", ""}, {"b/b.h", ""}, {mainSource, ""}},
+                       "a\nb\ncommand/entry\n"),
+            Problems{"a/b.cpp has no header of its name"});
 }
 
 TEST(Layers, AFileOutsideTheListIsNotIncluded) {
