@@ -8,7 +8,7 @@ file(MAKE_DIRECTORY ${RAVCTL_MADE})
 # linked into them is compiled as users get it.
 macro(compile_quickly)
   add_compile_options(-O0 -U_FORTIFY_SOURCE)
-  # As the compiler does it by default, for libraries too, so that precompiled headers fit all of them.
+  # As the compiler does it by default, in programs and other targets alike, so that precompiled headers fit all of them.
   set(CMAKE_POSITION_INDEPENDENT_CODE)
 endmacro()
 

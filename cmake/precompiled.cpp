@@ -1,0 +1,1 @@
+// Empty: the target of this file only carries the precompiled headers of the tests (see testing/CMakeLists.txt).

@@ -1,1 +1,0 @@
-// Empty: the library of this file only carries the precompiled headers of the tests.
