@@ -22,7 +22,7 @@
 #include "log/output/Emitter.h"
 #include "log/output/EmitterFactory.h"
 #include "log/output/LogManager.h"
-#include "testing/EmptyFolder.h"
+#include "testing/host/EmptyFolder.h"
 
 #if __has_include(<spdlog/async.h>) && __has_include(<fmt/format.h>)
 #define HAS_SPDLOG 1

@@ -19,8 +19,8 @@
 #include <vector>
 
 #include "base/files/FileUtils.h"
-#include "testing/EmptyFolder.h"
-#include "testing/FaultInjector.h"
+#include "testing/faults/FaultInjector.h"
+#include "testing/host/EmptyFolder.h"
 
 namespace fuzz {
 

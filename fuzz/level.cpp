@@ -1,4 +1,4 @@
-// Laws of levels, for any text; the model is testing/LogModel.h:
+// Laws of levels, for any text; the model is testing/models/LogModel.h:
 // - The level parser finds the level that the model finds, and says whether the text named one.
 // - The gate of the log excerpt, asked about one line after the other, says of each what the parser says of its text,
 //   or that it must see the whole text.
@@ -7,7 +7,7 @@
 
 #include "fuzz/FuzzTarget.h"
 #include "service/host/LevelGate.h"
-#include "testing/LogModel.h"
+#include "testing/models/LogModel.h"
 
 namespace {
 

@@ -1,13 +1,13 @@
 // Laws of the log excerpt, for any log, threshold and number of lines:
-// - It is what going through the log line by line from its start leaves (testing/LogModel.h), also when reads are
-// short.
+// - It is what going through the log line by line from its start leaves (testing/models/LogModel.h), also when reads
+// are short.
 // - When a call fails it is that, or a failure of the file without lines.
 // Input: faults (fuzz::faults), threshold, number of lines, how often the rest is repeated, a log.
 #include <cstdint>
 
 #include "fuzz/FuzzTarget.h"
 #include "service/host/LogExcerpt.h"
-#include "testing/LogModel.h"
+#include "testing/models/LogModel.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-// Laws of times and durations; the model is testing/TimeModel.h:
+// Laws of times and durations; the model is testing/models/TimeModel.h:
 // - Any text is the duration and the ISO time that it is in the model.
 // - Any time has the fields, the texts, the stamps and the duration that it has in the model.
 // - A time is composed again from its fields, and read again from its text.
@@ -7,7 +7,7 @@
 
 #include "base/text/TimeUtils.h"
 #include "fuzz/FuzzTarget.h"
-#include "testing/TimeModel.h"
+#include "testing/models/TimeModel.h"
 
 namespace {
 

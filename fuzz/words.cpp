@@ -18,7 +18,7 @@
 #include "json/JsonParser.h"
 #include "json/JsonWriter.h"
 #include "service/host/SysImplParam.h"
-#include "testing/LogModel.h"
+#include "testing/models/LogModel.h"
 
 namespace {
 

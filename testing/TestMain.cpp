@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "testing/PrivateHost.h"
+#include "testing/host/PrivateHost.h"
 
 int main(int argc, char** argv) {
   // ctest hands down its log; tests that look at descriptors are to see none but their own.

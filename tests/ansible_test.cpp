@@ -2,8 +2,8 @@
 // do it.
 #include <gmock/gmock.h>
 
-#include "testing/FurnishedHost.h"
-#include "testing/HostFiles.h"
+#include "testing/host/HostFiles.h"
+#include "testing/run/FurnishedHost.h"
 
 namespace {
 

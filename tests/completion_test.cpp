@@ -9,8 +9,8 @@
 #include "command/framework/CommandTable.h"
 #include "command/parameters/InputParams.h"
 #include "log/front/BasicLog.h"
-#include "testing/HostTest.h"
-#include "testing/Places.h"
+#include "testing/host/Places.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

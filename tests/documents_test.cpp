@@ -3,8 +3,8 @@
 
 #include <filesystem>
 
-#include "testing/HostFiles.h"
-#include "testing/Places.h"
+#include "testing/host/HostFiles.h"
+#include "testing/host/Places.h"
 
 namespace {
 

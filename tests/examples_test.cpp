@@ -4,9 +4,9 @@
 
 #include "json/JsonModel.h"
 #include "json/JsonParser.h"
-#include "testing/FurnishedHost.h"
-#include "testing/HostFiles.h"
-#include "testing/Session.h"
+#include "testing/host/HostFiles.h"
+#include "testing/run/FurnishedHost.h"
+#include "testing/run/Session.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // What a newcomer sees: the demo, and the first session of README.md, command by command.
-#include "testing/HostFiles.h"
-#include "testing/Matchers.h"
-#include "testing/Places.h"
-#include "testing/Program.h"
-#include "testing/Session.h"
+#include "testing/host/HostFiles.h"
+#include "testing/host/Places.h"
+#include "testing/run/Matchers.h"
+#include "testing/run/Program.h"
+#include "testing/run/Session.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include <functional>
 
-#include "testing/HostTest.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include <filesystem>
 
-#include "testing/HostTest.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

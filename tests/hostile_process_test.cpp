@@ -1,8 +1,8 @@
 // What a caller can hand to the process: closed or few descriptors, an output that takes nothing, limits, a umask.
 #include <algorithm>
 
-#include "testing/HostTest.h"
-#include "testing/StoreCheck.h"
+#include "testing/faults/StoreCheck.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Every control byte in every text that is written into a file, from the words of the command line.
-#include "testing/HostTest.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <sstream>
 #include <vector>
 
-#include "testing/Places.h"
+#include "testing/host/Places.h"
 
 namespace {
 
@@ -106,6 +106,34 @@ Files productFiles() {
     if ((extension == ".h" || extension == ".cpp") && !isTest) files[name] = textOf(entry.path());
   }
   return files;
+}
+
+// The files of testing/ by path below the checkout. Of their includes only those of testing/ are kept; the programs,
+// which have no header, are left out.
+Files testingFiles() {
+  Files files;
+  const std::filesystem::path root = places::source();
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(root / "testing")) {
+    const std::string name = entry.path().lexically_relative(root);
+    const std::string extension = entry.path().extension();
+    const bool isTest = name.find("_test.") != std::string::npos;
+    if ((extension != ".h" && extension != ".cpp") || isTest || folderOf(name) == "testing") continue;
+    const std::string text = textOf(entry.path());
+    if (text.find("\nint main(") != std::string::npos) continue;
+    for (const std::string& included : includesOf(text)) {
+      const bool isShared = included.compare(0, 8, "testing/") == 0;
+      if (isShared || folderOf(name) == "testing/host") files[name] += "#include \"" + included + "\"\n";
+    }
+    files[name] += "\n";
+  }
+  return files;
+}
+
+TEST(Layers, EveryIncludeBetweenTheFoldersOfTestingGoesDown) {
+  const Files files = testingFiles();
+  EXPECT_FALSE(files.empty());
+  for (const std::string& problem : problemsOf(files, "testing/host\ntesting/run\ntesting/faults testing/models\n"))
+    ADD_FAILURE() << problem;
 }
 
 TEST(Layers, EveryIncludeOfTheProductGoesDownAndEveryFolderHasItsRank) {

@@ -11,12 +11,12 @@
 #include "command/entry/Catalogue.h"
 #include "command/framework/CommandCore.h"
 #include "command/status/AppStatusCodes.h"
-#include "testing/FurnishedHost.h"
-#include "testing/HostFiles.h"
-#include "testing/Matchers.h"
-#include "testing/Places.h"
-#include "testing/Program.h"
-#include "testing/Session.h"
+#include "testing/host/HostFiles.h"
+#include "testing/host/Places.h"
+#include "testing/run/FurnishedHost.h"
+#include "testing/run/Matchers.h"
+#include "testing/run/Program.h"
+#include "testing/run/Session.h"
 
 namespace {
 

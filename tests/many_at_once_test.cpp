@@ -16,8 +16,8 @@
 
 #include "base/files/WholeFile.h"
 #include "profiles/store/ConfigLines.h"
-#include "testing/HostTest.h"
-#include "testing/StoreCheck.h"
+#include "testing/faults/StoreCheck.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

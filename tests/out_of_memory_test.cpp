@@ -29,8 +29,8 @@
 #include "log/output/EmitterFactory.h"
 #include "log/output/LogManager.h"
 #include "profiles/store/ConfigLines.h"
-#include "testing/HostTest.h"
-#include "testing/StoreCheck.h"
+#include "testing/faults/StoreCheck.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

@@ -9,10 +9,10 @@
 #include <cstdio>
 #include <functional>
 
-#include "testing/CallStops.h"
-#include "testing/DiskImage.h"
-#include "testing/HostTest.h"
-#include "testing/StoreCheck.h"
+#include "testing/faults/CallStops.h"
+#include "testing/faults/DiskImage.h"
+#include "testing/faults/StoreCheck.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

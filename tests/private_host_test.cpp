@@ -9,10 +9,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "testing/HostFiles.h"
-#include "testing/Places.h"
-#include "testing/PrivateHost.h"
-#include "testing/Program.h"
+#include "testing/host/HostFiles.h"
+#include "testing/host/Places.h"
+#include "testing/host/PrivateHost.h"
+#include "testing/run/Program.h"
 
 namespace {
 

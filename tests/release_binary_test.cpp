@@ -7,8 +7,8 @@
 #include <optional>
 #include <vector>
 
-#include "testing/HostFiles.h"
-#include "testing/Program.h"
+#include "testing/host/HostFiles.h"
+#include "testing/run/Program.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include <filesystem>
 #include <set>
 
-#include "testing/HostFiles.h"
-#include "testing/Matchers.h"
-#include "testing/Places.h"
+#include "testing/host/HostFiles.h"
+#include "testing/host/Places.h"
+#include "testing/run/Matchers.h"
 
 namespace {
 

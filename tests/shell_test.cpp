@@ -18,9 +18,9 @@
 #include <utility>
 #include <vector>
 
-#include "testing/HostFiles.h"
-#include "testing/Places.h"
-#include "testing/Program.h"
+#include "testing/host/HostFiles.h"
+#include "testing/host/Places.h"
+#include "testing/run/Program.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include <filesystem>
 #include <sstream>
 
-#include "testing/HostTest.h"
-#include "testing/Places.h"
-#include "testing/Transcript.h"
+#include "testing/host/Places.h"
+#include "testing/run/HostTest.h"
+#include "testing/run/Transcript.h"
 
 namespace {
 

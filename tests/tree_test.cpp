@@ -1,7 +1,7 @@
 // tools/tree.sh, which checks that a checkout holds only what developers wrote, on a small checkout with one mistake at
 // a time; and .gitignore, on what tools leave.
-#include "testing/HostTest.h"
-#include "testing/Places.h"
+#include "testing/host/Places.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

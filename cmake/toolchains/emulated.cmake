@@ -1,6 +1,6 @@
 # What the cross builds of this folder have in common: Debian's cross compiler with the libraries beside it, the emulator
 # named to CMake alone (nothing is registered with the kernel), and GoogleTest from its sources. The programs are linked
-# dynamically: in a static one, calls that libc makes within itself would count as the program's (testing/FaultInjector.h).
+# dynamically: in a static one, calls that libc makes within itself would count as the program's (FaultInjector.h).
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${RAVCTL_CROSS_TRIPLET}-gcc)
 set(CMAKE_CXX_COMPILER ${RAVCTL_CROSS_TRIPLET}-g++)

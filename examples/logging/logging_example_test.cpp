@@ -12,8 +12,8 @@
 #include <sstream>
 
 #include "base/files/DirectoryListing.h"
-#include "testing/HostTest.h"
-#include "testing/Places.h"
+#include "testing/host/Places.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <thread>
 
-#include "testing/HostTest.h"
-#include "testing/Places.h"
+#include "testing/host/Places.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

@@ -2,10 +2,10 @@
 // status, and the store afterwards. The init system makes no difference to any of it.
 #include <unistd.h>
 
-#include "testing/HostFiles.h"
-#include "testing/Matchers.h"
-#include "testing/Places.h"
-#include "testing/Program.h"
+#include "testing/host/HostFiles.h"
+#include "testing/host/Places.h"
+#include "testing/run/Matchers.h"
+#include "testing/run/Program.h"
 
 namespace {
 

@@ -4,10 +4,10 @@
 
 #include <filesystem>
 
-#include "testing/HostFiles.h"
-#include "testing/Matchers.h"
-#include "testing/Places.h"
-#include "testing/Program.h"
+#include "testing/host/HostFiles.h"
+#include "testing/host/Places.h"
+#include "testing/run/Matchers.h"
+#include "testing/run/Program.h"
 
 namespace {
 

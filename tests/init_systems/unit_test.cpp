@@ -2,9 +2,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "testing/HostFiles.h"
-#include "testing/Places.h"
-#include "testing/Program.h"
+#include "testing/host/HostFiles.h"
+#include "testing/host/Places.h"
+#include "testing/run/Program.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <vector>
 
-#include "testing/Tracer.h"
+#include "testing/faults/Tracer.h"
 
 struct ErrnoRow {
   const char* call;

@@ -2,7 +2,7 @@
 
 #include <ostream>
 
-#include "testing/HostFiles.h"
+#include "testing/host/HostFiles.h"
 
 namespace {
 

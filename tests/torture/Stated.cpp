@@ -6,8 +6,8 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "testing/HostFiles.h"
-#include "testing/Places.h"
+#include "testing/host/HostFiles.h"
+#include "testing/host/Places.h"
 
 namespace {
 

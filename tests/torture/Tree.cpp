@@ -11,7 +11,7 @@
 #include <stdexcept>
 
 #include "base/system/UniqueFd.h"
-#include "testing/EmptyFolder.h"
+#include "testing/host/EmptyFolder.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <set>
 #include <sstream>
 
-#include "testing/HostFiles.h"
+#include "testing/host/HostFiles.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include "Scenes.h"
 #include "Stated.h"
-#include "testing/Tracer.h"
+#include "testing/faults/Tracer.h"
 
 // A run that nothing disturbed, to compare with.
 struct Reference {

@@ -16,7 +16,7 @@
 #include "Errnos.h"
 #include "Verdict.h"
 #include "command/entry/Catalogue.h"
-#include "testing/HostTest.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

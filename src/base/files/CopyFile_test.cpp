@@ -7,8 +7,8 @@
 
 #include "base/files/FileInfo.h"
 #include "base/files/WholeFile.h"
-#include "testing/FaultInjector.h"
-#include "testing/HostTest.h"
+#include "testing/faults/FaultInjector.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

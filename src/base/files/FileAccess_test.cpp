@@ -13,8 +13,8 @@
 #include "base/files/CopyFile.h"
 #include "base/files/DirectoryEntries.h"
 #include "base/files/WholeFile.h"
-#include "testing/FaultInjector.h"
-#include "testing/HostTest.h"
+#include "testing/faults/FaultInjector.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include "base/system/UniqueFd.h"
 #include "base/text/TimeUtils.h"
-#include "testing/HostTest.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

@@ -13,8 +13,8 @@
 #include <thread>
 
 #include "base/files/ProgramDirectories.h"
-#include "testing/FaultInjector.h"
-#include "testing/HostTest.h"
+#include "testing/faults/FaultInjector.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "testing/FaultInjector.h"
-#include "testing/HostTest.h"
+#include "testing/faults/FaultInjector.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

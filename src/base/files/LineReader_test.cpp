@@ -6,8 +6,8 @@
 
 #include <limits>
 
-#include "testing/FaultInjector.h"
-#include "testing/HostTest.h"
+#include "testing/faults/FaultInjector.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

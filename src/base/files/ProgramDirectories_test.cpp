@@ -7,7 +7,7 @@
 #include <cstdlib>
 
 #include "base/files/RemoveTree.h"
-#include "testing/HostTest.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

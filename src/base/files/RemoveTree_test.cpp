@@ -10,8 +10,8 @@
 #include <thread>
 
 #include "base/files/DirectoryListing.h"
-#include "testing/FaultInjector.h"
-#include "testing/HostTest.h"
+#include "testing/faults/FaultInjector.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 #include <memory>
 
 #include "log/front/BasicLog.h"
-#include "testing/FaultInjector.h"
-#include "testing/HostTest.h"
-#include "testing/LogLines.h"
+#include "testing/faults/FaultInjector.h"
+#include "testing/run/HostTest.h"
+#include "testing/run/LogLines.h"
 
 namespace {
 

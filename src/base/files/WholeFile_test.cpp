@@ -8,8 +8,8 @@
 #include <csignal>
 
 #include "base/files/DirectoryListing.h"
-#include "testing/FaultInjector.h"
-#include "testing/HostTest.h"
+#include "testing/faults/FaultInjector.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

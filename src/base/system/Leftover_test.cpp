@@ -5,7 +5,7 @@
 #include <string>
 #include <thread>
 
-#include "testing/HostTest.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

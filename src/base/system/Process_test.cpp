@@ -15,7 +15,7 @@
 
 #include "base/files/FileLock.h"
 #include "profiles/store/ConfigLines.h"
-#include "testing/HostTest.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <thread>
 
-#include "testing/FaultInjector.h"
+#include "testing/faults/FaultInjector.h"
 
 namespace {
 

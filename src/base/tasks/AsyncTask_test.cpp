@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "log/front/BasicLog.h"
-#include "testing/LogLines.h"
+#include "testing/run/LogLines.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "log/front/BasicLog.h"
-#include "testing/QueuePeers.h"
+#include "testing/faults/QueuePeers.h"
 
 // The allocations that may fail: the library's, unless a test breaks them.
 namespace {

@@ -9,8 +9,8 @@
 #include <thread>
 
 #include "base/text/TimeUtils.h"
-#include "testing/NoThreads.h"
-#include "testing/WallClock.h"
+#include "testing/faults/NoThreads.h"
+#include "testing/models/WallClock.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <random>
 #include <vector>
 
-#include "testing/TimeModel.h"
-#include "testing/WallClock.h"
+#include "testing/models/TimeModel.h"
+#include "testing/models/WallClock.h"
 
 namespace {
 

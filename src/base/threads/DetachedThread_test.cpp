@@ -7,7 +7,7 @@
 #include <atomic>
 #include <memory>
 
-#include "testing/NoThreads.h"
+#include "testing/faults/NoThreads.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 
 #include "base/text/TimeUtils.h"
 #include "base/threads/ThreadNames.h"
-#include "testing/WallClock.h"
+#include "testing/models/WallClock.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <iterator>
 
 #include "command/entry/Catalogue.h"
-#include "testing/Matchers.h"
+#include "testing/run/Matchers.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "command/commands/JsonCommand.h"
 
-#include "testing/HostTest.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include "service/commands/LogCommands.h"
 #include "service/commands/ServiceCommands.h"
 #include "service/host/SysImplParam.h"
-#include "testing/Matchers.h"
+#include "testing/run/Matchers.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 
 #include <algorithm>
 
-#include "testing/HostTest.h"
-#include "testing/Tracer.h"
+#include "testing/faults/Tracer.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <climits>
 #include <cstdlib>
 
-#include "testing/HostTest.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include "json/JsonModel.h"
 #include "json/JsonParser.h"
 #include "log/front/BasicLog.h"
-#include "testing/Matchers.h"
+#include "testing/run/Matchers.h"
 
 namespace {
 

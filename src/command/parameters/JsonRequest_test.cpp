@@ -6,7 +6,7 @@
 #include "json/BlockPool.h"
 #include "json/JsonParser.h"
 #include "json/JsonWriter.h"
-#include "testing/Matchers.h"
+#include "testing/run/Matchers.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <cstdlib>
 
 #include "base/text/TimeUtils.h"
-#include "testing/LogLines.h"
+#include "testing/run/LogLines.h"
 
 // The system log of this test program.
 namespace {

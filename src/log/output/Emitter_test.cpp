@@ -15,7 +15,7 @@
 #include "log/output/RotatedFileEmitter.h"
 #include "log/output/SyslogEmitter.h"
 #include "log/output/TextEmitters.h"
-#include "testing/LogLines.h"
+#include "testing/run/LogLines.h"
 
 namespace {
 

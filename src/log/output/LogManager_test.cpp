@@ -14,7 +14,7 @@
 #include <new>
 #include <thread>
 
-#include "testing/QueuePeers.h"
+#include "testing/faults/QueuePeers.h"
 
 // The allocations that may fail: the library's, unless a test breaks them.
 namespace {

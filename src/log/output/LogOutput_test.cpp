@@ -17,7 +17,7 @@
 #include "base/threads/ThreadNames.h"
 #include "log/output/EmergencyEmitter.h"
 #include "log/output/LogManager.h"
-#include "testing/NoThreads.h"
+#include "testing/faults/NoThreads.h"
 
 namespace {
 

@@ -14,9 +14,9 @@
 #include "base/text/TimeUtils.h"
 #include "log/output/LogManager.h"
 #include "log/output/RotatedFileEmitter.h"
-#include "testing/FaultInjector.h"
-#include "testing/HostTest.h"
-#include "testing/LogLines.h"
+#include "testing/faults/FaultInjector.h"
+#include "testing/run/HostTest.h"
+#include "testing/run/LogLines.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "log/front/BasicLog.h"
-#include "testing/QueuePeers.h"
+#include "testing/faults/QueuePeers.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <cstdlib>
 
 #include "base/text/TimeUtils.h"
-#include "testing/HostTest.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

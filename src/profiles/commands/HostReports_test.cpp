@@ -9,9 +9,9 @@
 #include "log/front/BasicLog.h"
 #include "profiles/store/ConfigControl.h"
 #include "profiles/store/ProfileControl.h"
-#include "testing/FaultInjector.h"
-#include "testing/HostTest.h"
-#include "testing/LogLines.h"
+#include "testing/faults/FaultInjector.h"
+#include "testing/run/HostTest.h"
+#include "testing/run/LogLines.h"
 
 namespace {
 

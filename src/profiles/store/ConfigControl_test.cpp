@@ -6,8 +6,8 @@
 
 #include "base/files/ProgramDirectories.h"
 #include "command/status/AppStatusCodes.h"
-#include "testing/FaultInjector.h"
-#include "testing/HostTest.h"
+#include "testing/faults/FaultInjector.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

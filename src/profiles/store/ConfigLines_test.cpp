@@ -16,8 +16,8 @@
 #include "base/files/FileLock.h"
 #include "base/files/ProgramDirectories.h"
 #include "base/system/Leftover.h"
-#include "testing/FaultInjector.h"
-#include "testing/HostTest.h"
+#include "testing/faults/FaultInjector.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

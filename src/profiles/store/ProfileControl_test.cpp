@@ -15,8 +15,8 @@
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
 #include "profiles/store/ProfileStore.h"
-#include "testing/FaultInjector.h"
-#include "testing/HostTest.h"
+#include "testing/faults/FaultInjector.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

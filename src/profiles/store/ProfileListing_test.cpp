@@ -8,8 +8,8 @@
 
 #include "command/status/AppStatusCodes.h"
 #include "profiles/store/ProfileStore.h"
-#include "testing/FaultInjector.h"
-#include "testing/HostTest.h"
+#include "testing/faults/FaultInjector.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "profiles/store/ProfileTexts.h"
 
-#include "testing/HostTest.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include "service/commands/LogCommands.h"
 
-#include "testing/FaultInjector.h"
-#include "testing/HostTest.h"
+#include "testing/faults/FaultInjector.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

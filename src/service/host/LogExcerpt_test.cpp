@@ -7,9 +7,9 @@
 #include <limits>
 #include <random>
 
-#include "testing/FaultInjector.h"
-#include "testing/HostTest.h"
-#include "testing/LogModel.h"
+#include "testing/faults/FaultInjector.h"
+#include "testing/models/LogModel.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

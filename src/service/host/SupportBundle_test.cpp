@@ -7,8 +7,8 @@
 #include <climits>
 
 #include "base/system/Process.h"
-#include "testing/FaultInjector.h"
-#include "testing/HostTest.h"
+#include "testing/faults/FaultInjector.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include "service/host/SysImplParam.h"
 
 #include "json/JsonModel.h"
-#include "testing/HostTest.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include <cstdlib>
 
 #include "command/status/AppStatusCodes.h"
-#include "testing/FaultInjector.h"
-#include "testing/HostTest.h"
+#include "testing/faults/FaultInjector.h"
+#include "testing/run/HostTest.h"
 
 extern char** environ;
 

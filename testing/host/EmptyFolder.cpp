@@ -1,4 +1,4 @@
-#include "testing/EmptyFolder.h"
+#include "testing/host/EmptyFolder.h"
 
 #include <dirent.h>
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-#include "testing/TimeModel.h"
+#include "testing/models/TimeModel.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -21,9 +21,9 @@
 #include <string>
 #include <vector>
 
-#include "testing/HostFiles.h"
-#include "testing/Places.h"
-#include "testing/PrivateHost.h"
+#include "testing/host/HostFiles.h"
+#include "testing/host/Places.h"
+#include "testing/host/PrivateHost.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "testing/HostFiles.h"
+#include "testing/host/HostFiles.h"
 
 #include <fcntl.h>
 #include <linux/capability.h>
@@ -19,9 +19,9 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "testing/EmptyFolder.h"
-#include "testing/Places.h"
-#include "testing/PrivateHost.h"
+#include "testing/host/EmptyFolder.h"
+#include "testing/host/Places.h"
+#include "testing/host/PrivateHost.h"
 
 namespace fs = std::filesystem;
 

@@ -1,4 +1,4 @@
-#include "testing/CallStops.h"
+#include "testing/faults/CallStops.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>

@@ -1,4 +1,4 @@
-#include "testing/Places.h"
+#include "testing/host/Places.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <fstream>
 
-#include "testing/PrivateHost.h"
+#include "testing/host/PrivateHost.h"
 
 namespace places {
 namespace {

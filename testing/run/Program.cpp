@@ -1,4 +1,4 @@
-#include "testing/Program.h"
+#include "testing/run/Program.h"
 
 #include <fcntl.h>
 #include <grp.h>
@@ -16,8 +16,8 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "testing/HostFiles.h"
-#include "testing/Places.h"
+#include "testing/host/HostFiles.h"
+#include "testing/host/Places.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "testing/WallClock.h"
+#include "testing/models/WallClock.h"
 
 #include <sys/time.h>
 #include <time.h>

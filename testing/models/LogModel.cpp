@@ -1,4 +1,4 @@
-#include "testing/LogModel.h"
+#include "testing/models/LogModel.h"
 
 namespace log_model {
 

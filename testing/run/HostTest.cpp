@@ -1,11 +1,11 @@
-#include "testing/HostTest.h"
+#include "testing/run/HostTest.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
 
-#include "testing/PrivateHost.h"
+#include "testing/host/PrivateHost.h"
 
 void HostTest::SetUp() {
   if (!PrivateHost::inside()) GTEST_SKIP() << PrivateHost::whyNot();

@@ -1,4 +1,4 @@
-#include "testing/PrivateHost.h"
+#include "testing/host/PrivateHost.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -23,7 +23,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "testing/Places.h"
+#include "testing/host/Places.h"
 
 namespace {
 

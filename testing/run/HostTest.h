@@ -10,9 +10,9 @@
 
 #include <gtest/gtest.h>
 
-#include "testing/HostFiles.h"
-#include "testing/Matchers.h"
-#include "testing/Program.h"
+#include "testing/host/HostFiles.h"
+#include "testing/run/Matchers.h"
+#include "testing/run/Program.h"
 
 class HostTest : public testing::Test {
  protected:

@@ -1,4 +1,4 @@
-#include "testing/StoreCheck.h"
+#include "testing/faults/StoreCheck.h"
 
 #include <filesystem>
 #include <set>

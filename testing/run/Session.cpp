@@ -1,4 +1,4 @@
-#include "testing/Session.h"
+#include "testing/run/Session.h"
 
 #include <algorithm>
 #include <stdexcept>

@@ -11,7 +11,7 @@
 
 #include <string>
 
-#include "testing/Program.h"
+#include "testing/run/Program.h"
 
 // For /bin/sh. The exit status is the script's.
 Outcome runOnFurnishedHost(const std::string& script);

@@ -1,10 +1,10 @@
-#include "testing/EmptyFolder.h"
+#include "testing/host/EmptyFolder.h"
 
 #include <fcntl.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
-#include "testing/HostTest.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

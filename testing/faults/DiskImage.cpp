@@ -1,4 +1,4 @@
-#include "testing/DiskImage.h"
+#include "testing/faults/DiskImage.h"
 
 #include <fcntl.h>
 #include <linux/loop.h>
@@ -14,8 +14,8 @@
 #include <stdexcept>
 
 #include "base/system/UniqueFd.h"
-#include "testing/HostFiles.h"
-#include "testing/Program.h"
+#include "testing/host/HostFiles.h"
+#include "testing/run/Program.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "testing/FaultInjector.h"
+#include "testing/faults/FaultInjector.h"
 
 #include <fcntl.h>
 #include <gtest/gtest-spi.h>
@@ -8,7 +8,7 @@
 
 #include <thread>
 
-#include "testing/HostTest.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

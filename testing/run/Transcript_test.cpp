@@ -1,6 +1,6 @@
-#include "testing/Transcript.h"
+#include "testing/run/Transcript.h"
 
-#include "testing/HostTest.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

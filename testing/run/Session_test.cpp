@@ -1,10 +1,10 @@
-#include "testing/Session.h"
+#include "testing/run/Session.h"
 
 #include <gmock/gmock.h>
 #include <unistd.h>
 
-#include "testing/HostFiles.h"
-#include "testing/Program.h"
+#include "testing/host/HostFiles.h"
+#include "testing/run/Program.h"
 
 namespace {
 

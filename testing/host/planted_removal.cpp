@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "testing/PrivateHost.h"
+#include "testing/host/PrivateHost.h"
 
 namespace {
 

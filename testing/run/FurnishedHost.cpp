@@ -1,7 +1,7 @@
-#include "testing/FurnishedHost.h"
+#include "testing/run/FurnishedHost.h"
 
-#include "testing/HostFiles.h"
-#include "testing/Places.h"
+#include "testing/host/HostFiles.h"
+#include "testing/host/Places.h"
 
 namespace {
 

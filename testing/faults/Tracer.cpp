@@ -1,4 +1,4 @@
-#include "testing/Tracer.h"
+#include "testing/faults/Tracer.h"
 
 #include <stdexcept>
 

@@ -1,4 +1,4 @@
-#include "testing/FaultInjector.h"
+#include "testing/faults/FaultInjector.h"
 
 #include <dirent.h>
 #include <fcntl.h>

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "testing/HostFiles.h"
+#include "testing/host/HostFiles.h"
 
 // One line for each flaw, with the path and the content; empty for a sound store. `profiles` ends with "/".
 std::vector<std::string> flawsOfStore(const std::string& profiles = host::kProfiles);

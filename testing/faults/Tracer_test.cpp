@@ -1,12 +1,12 @@
-#include "testing/Tracer.h"
+#include "testing/faults/Tracer.h"
 
 #include <sys/syscall.h>
 
 #include <algorithm>
 #include <csignal>
 
-#include "testing/HostTest.h"
-#include "testing/Places.h"
+#include "testing/host/Places.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "testing/Transcript.h"
+#include "testing/run/Transcript.h"
 
 #include <unistd.h>
 
@@ -8,8 +8,8 @@
 #include <memory>
 #include <sstream>
 
-#include "testing/HostFiles.h"
-#include "testing/Program.h"
+#include "testing/host/HostFiles.h"
+#include "testing/run/Program.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "testing/Matchers.h"
+#include "testing/run/Matchers.h"
 
 #include <cstdio>
 #include <ostream>

@@ -1,4 +1,4 @@
-#include "testing/PrivateHost.h"
+#include "testing/host/PrivateHost.h"
 
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -7,8 +7,8 @@
 #include <csignal>
 #include <filesystem>
 
-#include "testing/HostTest.h"
-#include "testing/Places.h"
+#include "testing/host/Places.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 
