@@ -9,9 +9,9 @@
 #include <cstdio>
 #include <functional>
 
-#include "testing/faults/CallStops.h"
 #include "testing/faults/DiskImage.h"
 #include "testing/faults/StoreCheck.h"
+#include "testing/faults/Tracer.h"
 #include "testing/run/HostTest.h"
 
 namespace {
@@ -27,7 +27,7 @@ constexpr const char* kCut = "/run/cut";
 constexpr const char* kAfter = "/run/after";  // where a cut is mounted
 
 // The calls that change a disk, or bring it what was changed.
-constexpr std::uint64_t kChanging[] = {
+constexpr long kChanging[] = {
     SYS_openat, SYS_write,  SYS_pwrite64,  SYS_ftruncate, SYS_fallocate, SYS_fchmod,  SYS_fchmodat,
     SYS_fchown, SYS_fsync,  SYS_fdatasync, SYS_renameat2, SYS_unlinkat,  SYS_mkdirat, SYS_fchownat,
 #ifdef SYS_open
@@ -47,6 +47,15 @@ bool changesTheDisk(const SystemCall& call) {
 bool isSync(const SystemCall& call) { return call.number == SYS_fsync || call.number == SYS_fdatasync; }
 
 std::string contentOf(const std::string& path) { return host::exists(path) ? host::readFile(path) : "(missing)"; }
+
+TraceResult runStoppingAtEachCall(const Words& words, const std::function<Meddling(const SystemCall&)>& atEachCall) {
+  TracePlan plan;
+  plan.atEachCall = atEachCall;
+  plan.seconds = 0;  // the cuts take most of the time, and CTest limits it
+  // The leak check of a sanitizer needs the tracer's place.
+  plan.environment = {"PATH=/usr/bin:/usr/sbin", "ASAN_OPTIONS=detect_leaks=0"};
+  return traceProgram(words, plan);
+}
 
 // What others do on the same disk before a cut.
 enum class Others { areQuiet, sync };
@@ -108,11 +117,11 @@ class CutRun {
     const MountedImage live(kLive, "/etc/zuv", options_);
     Words words = edit_.words;
     words.insert(words.begin(), ravctlPath());
-    const StoppedEnd end = runWithStops(words, [&](const SystemCall& call) {
-      if (changesTheDisk(call)) cut("before call " + std::to_string(call.number), others, false);
-      return syncs == Syncs::pretended && isSync(call) ? Then::pretend : Then::make;
+    const TraceResult end = runStoppingAtEachCall(words, [&](const SystemCall& call) {
+      if (changesTheDisk(call)) cut("before " + nameOfCall(call.number), others, false);
+      return syncs == Syncs::pretended && isSync(call) ? Meddling::pretend : Meddling::none;
     });
-    if (end.status != 0 || end.out.find("status_code: 0x1") != std::string::npos) {
+    if (end.exitStatus != 0 || end.out.find("status_code: 0x1") != std::string::npos) {
       cuts_.flaws.push_back("the command failed: " + host::quoted(end.out + end.err));
     }
     cut("after the end", others, true);
@@ -197,7 +206,7 @@ class PowerCut : public HostTest {
   void SetUp() override {
     HostTest::SetUp();
     if (IsSkipped()) return;
-    const std::string reason = canStopCalls() ? whyNoDiskImage() : "calls can be pretended on x86-64 alone";
+    const std::string reason = whyNoTracing().empty() ? whyNoDiskImage() : whyNoTracing();
     if (!reason.empty()) GTEST_SKIP() << reason;
     makeDiskImage(kBase, 8 << 20);
     const MountedImage disk(kBase, "/etc/zuv");
@@ -284,10 +293,11 @@ TEST_F(PowerCut, TheNextEditIsNotHinderedByWhatACutHasLeft) {
   {
     const MountedImage live(kLive, "/etc/zuv");
     size_t renames = 0;
-    (void)runWithStops({ravctlPath(), "profile", "modify", "lab", "network=eth1"}, [&](const SystemCall& call) {
+    const Words modify = {ravctlPath(), "profile", "modify", "lab", "network=eth1"};
+    (void)runStoppingAtEachCall(modify, [&](const SystemCall& call) {
       const bool isRename = call.number == SYS_rename || call.number == SYS_renameat2;
       if (isRename && ++renames == 1) copyImage(kLive, kCut);
-      return Then::make;
+      return Meddling::none;
     });
     ASSERT_EQ(renames, 1u);
   }

@@ -18,7 +18,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <climits>
 #include <csignal>
 #include <cstdint>
@@ -29,9 +28,9 @@
 
 namespace {
 
-using Arguments = std::array<std::uint64_t, 6>;
+using Arguments = decltype(SystemCall::arguments);
 
-// What an argument says about the file that a call is about.
+// Which argument names the file of a call.
 enum class Subject { none, path0, path1, descriptor0, descriptorOrPath };
 enum class Change { no, always, whenMaking };
 
@@ -136,7 +135,7 @@ long must(long result, const char* what) {
   return result;
 }
 
-// What a program says, in memory: nobody has to read it while it runs.
+// The output of a program, in memory, so that nobody has to read it while the program runs.
 class Output {
  public:
   Output() : fd_(static_cast<int>(must(::memfd_create("output", MFD_CLOEXEC), "make a file in memory"))) {}
@@ -154,7 +153,7 @@ class Output {
   UniqueFd fd_;
 };
 
-// --- The time limit: a handler kills the process group, and the trace then ends by itself.
+// --- The time limit: a signal handler kills the process group, which also ends the trace.
 
 volatile pid_t limitedGroup = 0;
 volatile std::sig_atomic_t limitReached = 0;
@@ -201,7 +200,7 @@ std::string textAt(pid_t pid, std::uint64_t address) {
   std::string text;
   char bytes[256];
   while (text.size() < PATH_MAX) {
-    // Behind the end of what there is comes less, or nothing.
+    // At the end of the readable memory pread returns fewer bytes or fails.
     const ssize_t got = ::pread(memory.get(), bytes, sizeof bytes, static_cast<off_t>(address + text.size()));
     if (got <= 0) break;
     const auto count = static_cast<std::size_t>(got);
@@ -231,7 +230,7 @@ std::string subjectOf(pid_t pid, const CallRow& row, const Arguments& arguments)
     case Subject::descriptor0:
       return descriptorText(pid, arguments[0]);
     case Subject::path1:
-      // rename and its kin have two paths and no descriptor; the second is what they change.
+      // rename, link and symlink have two paths and no descriptor; they change the second path.
       if (row.call == SYS_rename || row.call == SYS_link || row.call == SYS_symlink) return textAt(pid, arguments[1]);
       break;
     case Subject::descriptorOrPath:
@@ -246,7 +245,7 @@ bool isMakingOpen(long call, const Arguments& arguments) {
   return (call == SYS_open && (arguments[1] & making) != 0) || (call == SYS_openat && (arguments[2] & making) != 0);
 }
 
-// What lasts: /dev/null, standard output and what was never a file do not.
+// Returns false for devices such as /dev/null, and for pipes and other descriptors that are not files.
 bool lasts(const std::string& path) { return path.empty() || (path[0] == '/' && path.compare(0, 5, "/dev/") != 0); }
 
 bool changesDisk(const CallRow& row, const Arguments& arguments, const std::string& path) {
@@ -272,7 +271,7 @@ std::vector<std::string> openDescriptorsOf(pid_t pid) {
   std::vector<std::string> open;
   const std::string folder = folderOf(pid) + "/fd";
   DIR* directory = ::opendir(folder.c_str());
-  if (directory == nullptr) fail("look at the descriptors");
+  if (directory == nullptr) fail("list the open descriptors");
   while (const dirent* entry = ::readdir(directory)) {
     if (entry->d_name[0] == '.' || std::atoi(entry->d_name) <= 2) continue;
     open.push_back(std::string(entry->d_name) + " -> " + linkText(folder + "/" + entry->d_name));
@@ -281,10 +280,10 @@ std::vector<std::string> openDescriptorsOf(pid_t pid) {
   return open;
 }
 
-// Memory has two sources, and the program that finds one of them closed goes to the other.
+// A program gets memory from brk and from mmap, and when one fails it tries the other. So they fail together.
 long familyOf(long call) { return call == SYS_brk ? SYS_mmap : call; }
 
-// Follows the program from its start to its end, from one stop to the next.
+// Follows the program from its start to its end, stop by stop.
 class Trace {
  public:
   Trace(pid_t pid, const TracePlan& plan, TraceResult* result)
@@ -297,10 +296,10 @@ class Trace {
     must(::ptrace(PTRACE_SETOPTIONS, pid_, nullptr, options), "set the options of the trace");
     int signal = 0;
     for (;;) {
-      // Once the deed is done only the end is of interest.
+      // When nothing is left to change, the program need not stop at its calls any more.
       if (::ptrace(isDone() ? PTRACE_CONT : PTRACE_SYSCALL, pid_, nullptr, static_cast<long>(signal)) != 0 &&
           errno != ESRCH) {
-        fail("go on");
+        fail("continue the traced program");
       }
       waitForStop();
       if (isOver()) return;
@@ -313,7 +312,8 @@ class Trace {
  private:
   bool isOver() const { return WIFEXITED(status_) || WIFSIGNALED(status_); }
   bool isDone() const {
-    return !plan_.keepCalls && pending_ == Pending::nothing && result_.meddled >= plan_.meddling.times;
+    return !plan_.keepCalls && !plan_.atEachCall && pending_ == Pending::nothing &&
+           result_.meddled >= plan_.meddling.times;
   }
 
   void waitForStop() {
@@ -322,7 +322,7 @@ class Trace {
     }
   }
 
-  // The signal to hand on.
+  // Returns the signal to deliver to the program; 0: none.
   int handleStop() {
     const int event = status_ >> 16;
     const int signal = WSTOPSIG(status_);
@@ -338,7 +338,8 @@ class Trace {
 
   void handleCall() {
     __ptrace_syscall_info info{};
-    if (::ptrace(PTRACE_GET_SYSCALL_INFO, pid_, sizeof info, &info) < 0) return;  // it was killed in the meantime
+    if (::ptrace(PTRACE_GET_SYSCALL_INFO, pid_, sizeof info, &info) < 0)
+      return;  // the program was killed in the meantime
     if (info.op == PTRACE_SYSCALL_INFO_ENTRY) {
       Arguments arguments;
       std::copy(std::begin(info.entry.args), std::end(info.entry.args), arguments.begin());
@@ -348,7 +349,7 @@ class Trace {
     }
   }
 
-  // The program's registers but for the result are what they were before the call: it may go on using them.
+  // Restores the registers that the tracer changed, because the program may still use them, and sets the result.
   void settle() {
     user_regs_struct after{};
     must(::ptrace(PTRACE_GETREGS, pid_, nullptr, &after), "read the registers");
@@ -365,19 +366,25 @@ class Trace {
     if (!counting_) return;
     ++count_;
     if (plan_.keepCalls) result_.calls.push_back(describe(pid_, count_, call, arguments));
-    const TracePlan::Meddle& meddling = plan_.meddling;
-    if (meddling.how == Meddling::none || count_ < meddling.at || result_.meddled >= meddling.times) return;
-    const bool isFirst = count_ == meddling.at;
-    if (!isFirst && familyOf(call) != familyOf(chosen_)) return;
+    const bool isFirst = result_.meddled == 0 && (plan_.atEachCall != nullptr || count_ == plan_.meddling.at);
+    const Meddling how = plan_.atEachCall ? plan_.atEachCall({call, arguments}) : planned(call);
+    if (how == Meddling::none) return;
     if (isFirst) {
       chosen_ = call;
       result_.meddledFirst = describe(pid_, count_, call, arguments);
     }
-    if (meddle(call, arguments)) ++result_.meddled;
+    if (meddle(how, call, arguments)) ++result_.meddled;
   }
 
-  bool meddle(long call, const Arguments& arguments) {
-    switch (plan_.meddling.how) {
+  Meddling planned(long call) const {
+    const TracePlan::Meddle& meddling = plan_.meddling;
+    if (count_ < meddling.at || result_.meddled >= meddling.times) return Meddling::none;
+    const bool isChosen = count_ == meddling.at || familyOf(call) == familyOf(chosen_);
+    return isChosen ? meddling.how : Meddling::none;
+  }
+
+  bool meddle(Meddling how, long call, const Arguments& arguments) {
+    switch (how) {
       case Meddling::none:
         return false;
       case Meddling::fail:
@@ -412,7 +419,7 @@ class Trace {
   }
 
   bool shorten(long call, const Arguments& arguments) {
-    // The kernel refuses a buffer that does not hold the next entry, and this one holds the longest.
+    // The kernel refuses a buffer that is too small for the next entry. This size fits the longest possible entry.
     constexpr std::uint64_t oneEntry = 24 + NAME_MAX + 1;
     const CallRow* row = findRow(call);
     const std::uint64_t length = call == SYS_getdents64 ? oneEntry : 1;
@@ -435,7 +442,7 @@ class Trace {
     must(::ptrace(PTRACE_SETREGS, pid_, nullptr, &registers), "change the registers");
   }
 
-  // What the call that is being made has still to get at its end.
+  // What settle() must do when the current call returns.
   enum class Pending { nothing, failure, success, ownResult };
 
   const pid_t pid_;
@@ -458,10 +465,10 @@ std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
   return pointers;
 }
 
-// In the child. The tracer knows of no other failure than a program that ends at once with status 126.
+// Runs in the child. It reports every failure to the tracer by exit status 126.
 [[noreturn]] void become(char* const* argv, char* const* envp, int out, int err) {
   const int input = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-  // With addresses that are the same in every run, so are the calls for memory.
+  // Without address randomisation every run makes the same calls for memory.
   const bool isReady = ::setpgid(0, 0) == 0 && ::personality(ADDR_NO_RANDOMIZE) >= 0 && ::chdir("/") == 0 &&
                        ::dup2(input, 0) == 0 && ::dup2(out, 1) == 1 && ::dup2(err, 2) == 2 &&
                        ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0;
@@ -469,7 +476,7 @@ std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
   ::_exit(126);
 }
 
-// What the program starts and leaves behind becomes our child meanwhile, so that it can be waited for.
+// While it lives, orphans of the traced program become our children, so that we can wait for them.
 class Adoption {
  public:
   Adoption() { must(::prctl(PR_SET_CHILD_SUBREAPER, 1), "adopt orphans"); }
@@ -478,7 +485,11 @@ class Adoption {
   Adoption& operator=(const Adoption&) = delete;
 
   static void waitForAll() {
-    while (::waitpid(-1, nullptr, 0) > 0 || errno == EINTR) {
+    int status = 0;
+    pid_t pid = 0;
+    while ((pid = ::waitpid(-1, &status, __WALL)) > 0 || errno == EINTR) {
+      // A traced program that was killed may stop once more before it ends.
+      if (pid > 0 && WIFSTOPPED(status)) (void)::ptrace(PTRACE_CONT, pid, nullptr, 0L);
     }
   }
 };
@@ -500,7 +511,14 @@ TraceResult traceProgram(const std::vector<std::string>& words, const TracePlan&
   Trace trace(pid, plan, &result);
   {
     const TimeLimit limit(pid, plan.seconds);
-    trace.run();
+    try {
+      trace.run();
+    } catch (...) {
+      (void)::kill(-pid, SIGKILL);
+      (void)::kill(pid, SIGKILL);
+      Adoption::waitForAll();
+      throw;
+    }
     Adoption::waitForAll();
     result.timedOut = limitReached != 0;
   }

@@ -1,36 +1,49 @@
-// Tracer: runs a real program and meddles with one of its system calls, from outside, so that a static program is as
-// open to it as any.
+// Tracer: runs a real program, stops it at its system calls and can change what a call does. It works from outside, so
+// it can trace a static program too.
 //
 //   TracePlan plan;
-//   plan.begin = SYS_poll;                                // the first call of main; calls count from there, from 1
-//   plan.meddling = {Meddling::fail, 7, 1, ENOSPC};       // the seventh fails once
+//   plan.begin = SYS_poll;                                // the first call of main; calls are counted from it, from 1
+//   plan.meddling = {Meddling::fail, 7, 1, ENOSPC};       // the seventh call fails once
 //   const TraceResult result = traceProgram({"/usr/bin/ravctl", "list", "profiles"}, plan);
 //   EXPECT_TRUE(result.leftOpen.empty());
 //
-// A call that is made to fail is not made, with two exceptions that Linux makes too: a close lets go of its descriptor
-// nevertheless, and a brk that fails answers with the end of the heap as it is.
-// Children: only the program itself is traced; what it starts runs untouched, and the trace ends when all of it has
-// ended; what outlives the time limit is killed with its process group. The caller has no other child meanwhile.
-// Threads: the program has one. Needs x86_64 and a system that lets a process trace its child.
+//   plan.atEachCall = [](const SystemCall& call) {        // or decide at each call, while the program stands still
+//     return call.number == SYS_fsync ? Meddling::pretend : Meddling::none;
+//   };
+//
+// The kernel does not execute a call that the tracer makes fail, with two exceptions, which follow Linux: a failed
+// close releases its descriptor nevertheless, and a failed brk returns the current end of the heap. Children: the
+// tracer traces only the program itself. The program's children run untraced, and the trace ends when all of them have
+// ended. At the time limit the tracer kills the process group. The caller may have no other child while traceProgram()
+// runs. Threads: the traced program may have only one. Needs x86_64 and a system that lets a process trace its child.
 #pragma once
 
+#include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
 enum class Meddling {
   none,
-  fail,     // it is not made, and fails with `error`
-  shorten,  // a read or write of one byte at most, a getdents64 of one entry at least; others are left alone
-  kill,     // the process dies before it
-  pretend,  // it is not made and seems to have worked: a lost write, an unlink that removes nothing
+  fail,     // the call is not executed and fails with `error`
+  shorten,  // a read or write moves at most one byte, a getdents64 returns one entry; other calls are left alone
+  kill,     // the process dies before the call
+  pretend,  // the call is not executed and reports success: a lost write, an unlink that removes nothing
   crash,    // the process gets SIGABRT
-  hang      // it never ends
+  hang      // the call never returns
+};
+
+struct SystemCall {
+  long number = -1;  // as in <sys/syscall.h>
+  std::array<std::uint64_t, 6> arguments = {};
 };
 
 struct TracePlan {
-  // Which call, and how often: `times` calls of that number, this one included. brk and mmap count as one number.
+  // The first call to change is call `at`. The tracer changes it and the later calls of the same number, `times` calls
+  // in all. brk and mmap count as one number.
   struct Meddle {
     Meddling how = Meddling::none;
     std::size_t at = 0;  // from 1
@@ -38,44 +51,48 @@ struct TracePlan {
     int error = EIO;
   };
 
-  long begin = -1;  // the call from whose first appearance on calls count; -1: the first of all
+  long begin = -1;  // counting starts at the first call of this number; -1: at the first call of all
   Meddle meddling = {};
-  bool keepCalls = false;  // note every call; else only the one that was meddled with
-  unsigned seconds = 20;   // the time limit
+  // If set, it decides about each counted call, and of `meddling` only `error` counts. It may start programs, but must
+  // wait for them.
+  std::function<Meddling(const SystemCall&)> atEachCall = {};
+  bool keepCalls = false;  // record every counted call; otherwise only the first changed one
+  unsigned seconds = 20;   // the time limit; 0: none
   std::vector<std::string> environment = {};
 };
 
-// What comes to mind of "for ever"; still a number, so that a program that tries again and again shows.
+// In practice for ever. It is a finite number, so that a program that retries without end shows up in `meddled`.
 constexpr std::size_t fromThereOn = 1000000;
 
 struct TracedCall {
   std::size_t number = 0;  // from 1
   long call = -1;          // as in <sys/syscall.h>
   std::string name;
-  std::string path;          // of the file it is about, as far as it names one or has its descriptor; else empty
-  bool changesDisk = false;  // makes, changes or removes something that lasts
-  bool makesFile = false;    // an open that may make its file
+  std::string path;          // the file of the call, if the call has its path or descriptor; otherwise empty
+  bool changesDisk = false;  // the call creates, changes or removes something that persists
+  bool makesFile = false;    // the call is an open that may create the file
   bool isShortenable = false;
 };
 
 struct TraceResult {
   std::string out;
   std::string err;
-  int exitStatus = -1;  // -1 when a signal ended it
-  int signal = 0;
+  int exitStatus = -1;  // -1 if a signal ended the program
+  int signal = 0;       // 0 if the program exited
   bool timedOut = false;
-  std::size_t meddled = 0;            // how many calls were meddled with
-  TracedCall meddledFirst;            // the first of them; its name is empty when there was none
-  std::vector<TracedCall> calls;      // when kept
+  std::size_t meddled = 0;            // the number of changed calls
+  TracedCall meddledFirst;            // the first of them; its name is empty if there was none
+  std::vector<TracedCall> calls;      // if keepCalls is set
   std::vector<std::string> leftOpen;  // descriptors from 3 on that were open at the end: "5 -> /etc/hosts"
 };
 
-// Empty where programs can be traced; else what stands against it.
+// Why programs cannot be traced on this machine; empty if they can.
 std::string whyNoTracing();
 
 // Runs the program at words[0] in a process group of its own, with /dev/null as standard input and the working
-// directory "/". Throws std::runtime_error when it cannot be started or traced.
+// directory "/". Throws std::runtime_error when it cannot be started or traced. An exception of atEachCall() kills the
+// program and is passed on.
 TraceResult traceProgram(const std::vector<std::string>& words, const TracePlan& plan);
 
-// "openat"; "call 999" for one that is not in our table.
+// Returns for example "openat", or "call 999" for a number that the tracer has no name for.
 std::string nameOfCall(long call);

@@ -1,4 +1,5 @@
-// tracee: a small program for the tests of the tracer. It does one thing, call by call, and says what came of it.
+// tracee: a small program that the tests of the tracer trace. It performs the action that its argument names, one
+// system call at a time, and prints the result of each call.
 #include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -15,7 +16,7 @@ namespace {
 
 constexpr const char* kPath = "/tmp/tracee";
 
-// One write and no other call.
+// Prints one line with one write and no other system call.
 void say(const char* what, long result) {
   char line[128];
   const int length = std::snprintf(line, sizeof line, "%s %ld%s%s\n", what, result, result < 0 ? " " : "",
@@ -23,7 +24,7 @@ void say(const char* what, long result) {
   (void)!::write(1, line, static_cast<size_t>(length));
 }
 
-// open, write, write, close; each is followed by the write that tells of it.
+// open, write, write, close. The result of each is printed right after it.
 void writeTwice() {
   const int fd = ::open(kPath, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   say("open", fd > 2 ? 0 : -1);
@@ -45,7 +46,7 @@ void leaveOpen() { (void)!::open("/etc/hosts", O_RDONLY | O_CLOEXEC); }
 
 void removeFile() { say("unlink", ::unlink(kPath)); }
 
-// A child that goes on for a moment after its parent has ended.
+// The child outlives its parent for a moment.
 void startChild() {
   const pid_t child = ::fork();
   if (child == 0) {
@@ -56,7 +57,7 @@ void startChild() {
   say("fork", child > 0 ? 0 : -1);
 }
 
-// More than a heap has in hand, and less than would be had elsewhere at once.
+// Asks for more than the heap has free, but for less than the size from which malloc always uses mmap.
 void growHeap() {
   constexpr size_t size = 100000;
   auto* first = static_cast<char*>(std::malloc(size));
@@ -72,16 +73,16 @@ void growHeap() {
 constexpr struct {
   const char* name;
   void (*run)();
-} kDeeds[] = {{"write", writeTwice},  {"read", readTwice},  {"leave-open", leaveOpen},
-              {"unlink", removeFile}, {"fork", startChild}, {"grow", growHeap}};
+} kActions[] = {{"write", writeTwice},  {"read", readTwice},  {"leave-open", leaveOpen},
+                {"unlink", removeFile}, {"fork", startChild}, {"grow", growHeap}};
 
 }  // namespace
 
 int main(int argc, char** argv) {
   pollfd nothing{-1, 0, 0};
-  (void)::poll(&nothing, 1, 0);  // from here on calls count
-  for (const auto& deed : kDeeds) {
-    if (argc == 2 && std::strcmp(argv[1], deed.name) == 0) deed.run();
+  (void)::poll(&nothing, 1, 0);  // marks where the tests begin to count calls
+  for (const auto& action : kActions) {
+    if (argc == 2 && std::strcmp(argv[1], action.name) == 0) action.run();
   }
   return argc == 2 ? 0 : 7;
 }
