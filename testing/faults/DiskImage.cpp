@@ -30,7 +30,7 @@ int must(int result, const std::string& what) {
   return result;
 }
 
-// The private host has no such devices, so each is made when it is needed.
+// The private host has no loop devices, so each device node is created when it is needed.
 UniqueFd openDevice(const std::string& name, mode_t kind, dev_t number) {
   const std::string path = kDevices + name;
   host::makeDirs(kDevices);
@@ -44,10 +44,10 @@ UniqueFd openFile(const std::string& path, int flags) {
 
 struct LoopDevice {
   std::string path;
-  UniqueFd fd;  // the device frees itself when nobody has it open or mounted
+  UniqueFd fd;  // the kernel frees the device when nobody has it open or mounted
 };
 
-// Others take devices too: one that is gone when it is our turn is no failure.
+// Other processes use loop devices too: if one takes the free device before us, we try the next.
 LoopDevice attach(const std::string& image) {
   const UniqueFd control = openDevice("control", S_IFCHR, makedev(kMiscMajor, kLoopControl));
   const UniqueFd file = openFile(image, O_RDWR);
@@ -62,7 +62,7 @@ LoopDevice attach(const std::string& image) {
     if (errno != EBUSY) must(-1, "attach " + image);
     ::usleep(10'000);
   }
-  throw std::runtime_error("all loop devices are taken");
+  throw std::runtime_error("all loop devices are in use");
 }
 
 }  // namespace

@@ -25,7 +25,7 @@ thread_local bool isInBefore = false;
 
 bool isWatched() { return isArmed.load(std::memory_order_acquire) && ::getpid() == armingProcess && !isInBefore; }
 
-// Counts the call; true when it is to fail, with errno set.
+// Counts the call. Returns true and sets errno if the call must fail.
 bool fails(const char* name) {
   if (!isWatched() || (!armedPlan.calls.empty() && armedPlan.calls.count(name) == 0)) return false;
   const std::size_t number = ++seen;
@@ -45,19 +45,20 @@ std::size_t transferred(std::size_t size) { return size > 1 && isWatched() && ar
 
 }  // namespace
 
-// The wrapped calls. Code that calls NAME is linked to __wrap_NAME, and __real_NAME is the call itself. A name that is
-// wrapped here and not in CMakeLists.txt does not link. Pointers to structures are passed on unseen, so they are void*.
+// The wrapped calls. The linker turns a call of NAME into a call of __wrap_NAME, and __real_NAME is the real function.
+// A name that is wrapped here but not in CMakeLists.txt does not link. The wrappers only pass on pointers to
+// structures, so these are void*.
 #define WRAP_AS(shown, result, failure, name, parameters, arguments) \
   extern "C" result __real_##name parameters;                        \
   extern "C" result __wrap_##name parameters;                        \
   extern "C" result __wrap_##name parameters { return fails(shown) ? (failure) : __real_##name arguments; }
 #define WRAP(result, failure, name, parameters, arguments) WRAP_AS(#name, result, failure, name, parameters, arguments)
-// Calls with file offsets or sizes have a second name, which 64-bit offsets make the usual one.
+// Calls with file offsets or sizes have a second name, which code with 64-bit offsets uses.
 #define WRAP_BOTH(result, failure, name, parameters, arguments) \
   WRAP(result, failure, name, parameters, arguments)            \
   WRAP_AS(#name, result, failure, name##64, parameters, arguments)
 
-// The mode is passed with flags that may make a file, and only then.
+// Callers pass a mode only together with flags that may create a file.
 #define WRAP_OPEN(shown, name, parameters, arguments)                 \
   extern "C" int __real_##name parameters;                            \
   extern "C" int __wrap_##name parameters;                            \
@@ -132,7 +133,7 @@ WRAP(int, -1, system, (const char* command), (command))
 WRAP(int, armedPlan.error == 0 ? 0 : -1, getifaddrs, (ifaddrs * *list), (list))
 WRAP(int, -1, gettimeofday, (void* time, void* zone), (time, zone))
 
-// What fortified code calls instead.
+// The functions that fortified code calls instead.
 WRAP_AS("open", int, -1, __open_2, (const char* path, int flags), (path, flags))
 WRAP_AS("open", int, -1, __open64_2, (const char* path, int flags), (path, flags))
 WRAP_AS("openat", int, -1, __openat_2, (int at, const char* path, int flags), (at, path, flags))
@@ -148,7 +149,7 @@ WRAP_AS("readlinkat", ssize_t, -1, __readlinkat_chk,
 WRAP_AS("getcwd", char*, nullptr, __getcwd_chk, (char* to, std::size_t size, std::size_t room), (to, size, room))
 
 #if __SIZEOF_POINTER__ == 4
-// 32-bit machines with 64-bit times have names of their own.
+// The names on 32-bit machines with 64-bit times.
 WRAP_AS("stat", int, -1, __stat64_time64, (const char* path, void* info), (path, info))
 WRAP_AS("lstat", int, -1, __lstat64_time64, (const char* path, void* info), (path, info))
 WRAP_AS("fstat", int, -1, __fstat64_time64, (int fd, void* info), (fd, info))
@@ -157,7 +158,7 @@ WRAP_AS("fstatat", int, -1, __fstatat64_time64, (int at, const char* path, void*
 WRAP_AS("gettimeofday", int, -1, __gettimeofday64, (void* time, void* zone), (time, zone))
 #endif
 
-// These let go of what they hold even when they fail.
+// These calls release the descriptor even when they fail.
 #define WRAP_CLOSE(name, parameters, arguments)        \
   extern "C" int __real_##name parameters;             \
   extern "C" int __wrap_##name parameters;             \
@@ -171,7 +172,7 @@ WRAP_CLOSE(close, (int fd), (fd))
 WRAP_CLOSE(closedir, (DIR * folder), (folder))
 
 ArmedFaults::ArmedFaults(FaultPlan plan) {
-  if (isArmed) std::abort();  // two plans at a time
+  if (isArmed) std::abort();  // two plans at the same time
   armedPlan = std::move(plan);
   armingProcess = ::getpid();
   seen = 0;
@@ -190,7 +191,7 @@ std::vector<std::string> ArmedFaults::calls() const {
 
 std::vector<std::string> openDescriptors() {
   std::vector<std::string> open;
-  std::error_code gone;  // the descriptor of the listing itself
+  std::error_code gone;  // the descriptor of this listing has gone; it is no leak
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
     const std::filesystem::path target = std::filesystem::read_symlink(entry.path(), gone);
     if (!gone && target.string().find("/proc/") != 0)

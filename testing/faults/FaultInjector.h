@@ -1,5 +1,5 @@
-// FaultInjector: makes system calls of this process fail, one after the other, so that every way out of an operation
-// runs.
+// FaultInjector: makes each system call of an operation in this process fail in turn, so that a test reaches every
+// error path of the operation.
 //
 //   const FaultLoop loop{[] { host::reset(); host::writeFile(kPath, "old\n"); }};
 //   const size_t steps = forEachFault(
@@ -8,13 +8,13 @@
 //         if (!fault) EXPECT_THAT(result, HasCode(status::success));
 //         EXPECT_EQ(host::readFile(kPath), result.isSuccess() ? "new\n" : "old\n");
 //       });
-//   EXPECT_EQ(steps, 6u);  // so that a changed order of calls is noticed
+//   EXPECT_EQ(steps, 6u);  // so that the test notices a new or missing call
 //
-// The calls are wrapped when a test program is linked (the list is in testing/CMakeLists.txt) and pass straight through
-// while nothing is armed. Calls are known by their plain names: "open" is also open64 and what fortified code calls.
-// What libc calls within itself, as for a stdio stream, is not seen.
-// A failing close lets go of the descriptor nevertheless, as Linux does. A failing fork starts nothing.
-// Threads: calls of all threads count. Children: only the process that armed counts and fails.
+// The linker wraps the calls in every test program (testing/CMakeLists.txt has the list). While no plan is armed, the
+// wrappers only pass the calls on. A call has one plain name: "open" includes open64 and the variants of fortified
+// code. The injector does not see calls that libc makes internally, for example for a stdio stream. A failed close
+// releases the descriptor nevertheless, as Linux does. A failed fork starts no process. Threads: the calls of all
+// threads count. Children: only the process that armed the plan counts calls and has faults.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -28,18 +28,19 @@
 
 using CallNames = std::set<std::string, std::less<>>;
 
-// Which call fails, and how. As it stands: none; calls are only counted.
+// Which call fails, and how. The default plan only counts calls.
 struct FaultPlan {
-  std::size_t at = 0;           // the number of the call, from 1
-  bool fromThereOn = false;     // it and every one after it
-  int error = EIO;              // errno of the failed call; 0: no error, nothing written or listed
-  CallNames calls;              // the calls that count; empty means all
-  bool oneByteAtATime = false;  // reads and writes that do not fail move one byte a call
-  // Runs before each call that counts, with its number: another process that is quick. Its own calls do not count.
+  std::size_t at = 0;           // the number of the failing call, from 1; 0: none
+  bool fromThereOn = false;     // that call and every later one fail
+  int error = EIO;              // errno of the failed call; with 0 it writes or lists nothing and reports no error
+  CallNames calls;              // the names of the calls that count; empty: all
+  bool oneByteAtATime = false;  // each read or write that does not fail moves one byte
+  // Runs before each counted call, with the number of the call. It can act like another process at that moment. Its own
+  // calls do not count.
   std::function<void(std::size_t)> before = {};
 };
 
-// Arms the plan for its scope. One at a time.
+// Arms the plan from its construction to the end of its scope. There may be only one at a time.
 class ArmedFaults {
  public:
   explicit ArmedFaults(FaultPlan plan);
@@ -47,40 +48,43 @@ class ArmedFaults {
   ArmedFaults(const ArmedFaults&) = delete;
   ArmedFaults& operator=(const ArmedFaults&) = delete;
 
-  // The names of the calls seen so far, in order; the first 4096 are kept.
+  // The names of the calls counted so far, in order. Calls after the 4096th have the name "...".
   std::vector<std::string> calls() const;
+  // The number of calls counted so far.
   std::size_t count() const;
 };
 
-// The fault of one run of a loop; false for the run without.
+// The fault of one run of a fault loop. It converts to false for the run without a fault.
 struct Fault {
   std::size_t step = 0;
   bool fromThereOn = false;
-  std::string call;  // the name of the call at that step
+  std::string call;  // the name of the failing call
   explicit operator bool() const { return step != 0; }
 };
 
 struct FaultLoop {
-  std::function<void()> prepare;  // sets the scene anew before each run
+  std::function<void()> prepare;  // prepares the same starting state before each run
   CallNames calls = {};
   int error = EIO;
-  bool onlyOnce = false;  // leave out the second mode, in which every later call fails too
+  bool onlyOnce = false;  // skip the second mode, in which every later call fails too
 };
 
-// The open descriptors of this process with what they lead to: "5 -> /etc/zuv/profiles/.current".
+// Returns the open descriptors of this process with their files: "5 -> /etc/zuv/profiles/.current".
 std::vector<std::string> openDescriptors();
 
 namespace fault_loop {
-// One run: arms, runs, disarms, looks for leaked descriptors, forgets child processes that were not waited for.
-// Gives the calls that were made.
+// Performs one run: prepares, arms the plan, calls the operation, disarms the plan, checks for leaked descriptors and
+// reaps ended child processes. Returns the names of the counted calls.
 std::vector<std::string> run(const FaultLoop& loop, const FaultPlan& plan, const std::function<void()>& operation);
+// Describes the run for a failure message.
 std::string describe(const Fault& fault, const FaultLoop& loop, const std::vector<std::string>& calls);
 }  // namespace fault_loop
 
-// Runs the operation without a fault, which tells its number of steps; then once for each step with that call failing,
-// and once more with every call failing from there on. After each run, the one without included, calls
-// check(result, fault). `operation` returns what became of it. A descriptor that a run leaves open fails the test.
-// Returns the number of steps of the run without a fault.
+// Runs the operation many times:
+// - once without a fault, to count its calls, which are the steps
+// - for each step once with only that call failing, and once with that call and all later calls failing
+// After each run it calls check(result, fault) with the return value of `operation`. The test fails if a run leaves a
+// descriptor open. Returns the number of steps of the run without a fault.
 template <typename Operation, typename Check>
 std::size_t forEachFault(const FaultLoop& loop, Operation operation, Check check) {
   auto runWith = [&](Fault fault) {
@@ -89,7 +93,7 @@ std::size_t forEachFault(const FaultLoop& loop, Operation operation, Check check
     plan.fromThereOn = fault.fromThereOn;
     plan.error = loop.error;
     plan.calls = loop.calls;
-    std::vector<decltype(operation())> results;  // room for one; the type need not have a default
+    std::vector<decltype(operation())> results;  // holds one result; the type may lack a default constructor
     results.reserve(1);
     const std::vector<std::string> calls = fault_loop::run(loop, plan, [&] { results.push_back(operation()); });
     if (fault.step != 0 && fault.step <= calls.size()) fault.call = calls[fault.step - 1];

@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* kPath = "/tmp/file";
 
-// Four steps: open, write, fsync, close. Says whether all of them worked.
+// Makes four calls: open, write, fsync, close. Returns true if all of them succeed.
 bool writeCarefully() {
   const int fd = ::open(kPath, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (fd < 0) return false;
@@ -22,7 +22,7 @@ bool writeCarefully() {
   return ::close(fd) == 0 && written;
 }
 
-bool writeWithoutLooking() {
+bool writeIgnoringErrors() {
   const int fd = ::open(kPath, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (fd < 0) return false;
   (void)!::write(fd, "text", 4);
@@ -37,7 +37,8 @@ bool leaveOpenOnFailure() {
 
 void expectFailureWithFault(bool worked, const Fault& fault) { EXPECT_EQ(worked, !fault); }
 
-// How many failures of a test a loop over the operation reports, in the mode in which one call fails once.
+// Runs the operation under the fault loop, in the mode in which one call fails once. Returns the number of test
+// failures that the loop reports.
 int failuresReported(bool (*operation)(), std::string* firstMessage) {
   testing::TestPartResultArray failures;
   {
@@ -51,7 +52,7 @@ int failuresReported(bool (*operation)(), std::string* firstMessage) {
 
 using FaultInjectorTest = HostTest;
 
-TEST_F(FaultInjectorTest, ACarefulOperationPassesAndItsStepsAreCounted) {
+TEST_F(FaultInjectorTest, AnOperationThatChecksErrorsPassesAndItsCallsAreCounted) {
   int runs = 0;
   const std::size_t steps = forEachFault({[] { host::reset(); }}, writeCarefully, [&](bool worked, const Fault& fault) {
     ++runs;
@@ -63,7 +64,7 @@ TEST_F(FaultInjectorTest, ACarefulOperationPassesAndItsStepsAreCounted) {
 
 TEST_F(FaultInjectorTest, AnIgnoredWriteErrorIsCaught) {
   std::string message;
-  EXPECT_EQ(failuresReported(writeWithoutLooking, &message), 1);
+  EXPECT_EQ(failuresReported(writeIgnoringErrors, &message), 1);
   EXPECT_THAT(message, testing::HasSubstr("call 2, write, failed with EIO; calls: open write close"));
 }
 
@@ -74,13 +75,13 @@ TEST_F(FaultInjectorTest, ALeakedDescriptorIsCaught) {
   EXPECT_THAT(message, testing::HasSubstr("-> /tmp/file"));
 }
 
-TEST_F(FaultInjectorTest, TheSceneIsSetBeforeEveryRun) {
+TEST_F(FaultInjectorTest, PrepareRunsBeforeEveryRun) {
   int scenes = 0;
   forEachFault({[&] { ++scenes; }}, writeCarefully, [](bool, const Fault&) {});
   EXPECT_EQ(scenes, 9);
 }
 
-TEST_F(FaultInjectorTest, FromThereOnEveryCallFails) {
+TEST_F(FaultInjectorTest, EveryCallFromTheChosenOneOnFails) {
   const ArmedFaults armed({2, true, ENOSPC, {}, false});
   EXPECT_EQ(::access("/", F_OK), 0);
   for (int i = 0; i < 3; ++i) {
@@ -96,7 +97,7 @@ TEST_F(FaultInjectorTest, OnlyTheNamedCallsCount) {
   EXPECT_EQ(armed.calls(), (std::vector<std::string>{"fsync", "close"}));
 }
 
-TEST_F(FaultInjectorTest, NothingFailsOnceDisarmed) {
+TEST_F(FaultInjectorTest, NoCallFailsAfterThePlanIsDisarmed) {
   {
     const ArmedFaults armed({1, true, EIO, {}, false});
     EXPECT_FALSE(writeCarefully());
@@ -104,7 +105,7 @@ TEST_F(FaultInjectorTest, NothingFailsOnceDisarmed) {
   EXPECT_TRUE(writeCarefully());
 }
 
-TEST_F(FaultInjectorTest, AFailedCloseLetsGoOfTheDescriptor) {
+TEST_F(FaultInjectorTest, AFailedCloseReleasesTheDescriptor) {
   const int fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
   {
     const ArmedFaults armed({1, false, EIO, {}, false});
@@ -127,25 +128,25 @@ TEST_F(FaultInjectorTest, ReadsAndWritesCanMoveOneByteAtATime) {
   EXPECT_EQ(::close(fd), 0);
 }
 
-TEST_F(FaultInjectorTest, AChildIsSpared) {
+TEST_F(FaultInjectorTest, CallsOfAChildProcessDoNotFail) {
   const ArmedFaults armed({2, true, EIO, {}, false});
   const pid_t child = ::fork();
   if (child == 0) ::_exit(::access("/", F_OK) == 0 ? 0 : 1);
   int status = -1;
-  // Our own waitpid is the second call and fails; wait is not wrapped.
+  // Our own waitpid is the second counted call and fails. wait is not wrapped.
   EXPECT_EQ(::waitpid(child, &status, 0), -1);
   EXPECT_EQ(::wait(&status), child);
   EXPECT_EQ(status, 0);
 }
 
-TEST_F(FaultInjectorTest, AFailedForkStartsNothing) {
+TEST_F(FaultInjectorTest, AFailedForkStartsNoProcess) {
   const ArmedFaults armed({1, false, EAGAIN, {"fork"}, false});
   EXPECT_EQ(::fork(), -1);
   EXPECT_EQ(errno, EAGAIN);
   EXPECT_EQ(::wait(nullptr), -1);
 }
 
-TEST_F(FaultInjectorTest, CallsOfAllThreadsCount) {
+TEST_F(FaultInjectorTest, CallsOfAllThreadsAreCounted) {
   const ArmedFaults armed({0, false, 0, {"access"}, false});
   auto call = [] {
     for (int i = 0; i < 100; ++i) (void)!::access("/", F_OK);
@@ -156,7 +157,7 @@ TEST_F(FaultInjectorTest, CallsOfAllThreadsCount) {
   EXPECT_EQ(armed.count(), 200u);
 }
 
-TEST_F(FaultInjectorTest, CallsOf64BitOffsetsHaveTheirPlainNames) {
+TEST_F(FaultInjectorTest, CallsWith64BitOffsetsHaveTheirPlainNames) {
   const ArmedFaults armed({0, false, 0, {}, false});
   struct stat info {};
   EXPECT_EQ(::stat("/", &info), 0);
@@ -165,7 +166,7 @@ TEST_F(FaultInjectorTest, CallsOf64BitOffsetsHaveTheirPlainNames) {
   EXPECT_EQ(armed.calls(), (std::vector<std::string>{"stat", "lstat", "lseek"}));
 }
 
-TEST_F(FaultInjectorTest, SomebodyElseMayActBeforeACall) {
+TEST_F(FaultInjectorTest, ThePlanCanActBeforeACall) {
   FaultPlan plan;
   plan.calls = {"access", "unlink"};
   plan.before = [](std::size_t number) {
@@ -175,7 +176,7 @@ TEST_F(FaultInjectorTest, SomebodyElseMayActBeforeACall) {
   const ArmedFaults armed(plan);
   EXPECT_EQ(::access(kPath, F_OK), 0);
   EXPECT_EQ(::access(kPath, F_OK), -1);
-  EXPECT_EQ(armed.count(), 2u) << "what was called before a call counted too";
+  EXPECT_EQ(armed.count(), 2u) << "a call of the callback was counted";
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// NoThreads: while it lives the system gives this process no new threads.
+// NoThreads: while it lives, every attempt of this process to create a thread fails.
 //
 //   { const NoThreads none; EXPECT_FALSE(runner.start()); }
 #pragma once
@@ -14,7 +14,7 @@ class NoThreads {
     EXPECT_EQ(::pthread_getattr_default_np(&before_), 0);
     pthread_attr_t huge;
     EXPECT_EQ(::pthread_attr_init(&huge), 0);
-    // A stack that fits into no address space.
+    // No address space has room for such a stack.
     EXPECT_EQ(::pthread_attr_setstacksize(&huge, ~std::size_t{0} / 2 - 0xffff), 0);
     EXPECT_EQ(::pthread_setattr_default_np(&huge), 0);
     ::pthread_attr_destroy(&huge);

@@ -1,4 +1,4 @@
-// What tests do to queues, and no caller can.
+// QueuePeers: access to the private parts of the queues, so that tests can damage a queue.
 #pragma once
 
 #include "base/tasks/PointerQueue.h"
@@ -6,7 +6,7 @@
 
 class SimplePointerQueuePeer {
  public:
-  // Breaks the chain: it has a head and no tail. The next push is an assertion under the queue's lock.
+  // Leaves the queue with a head and no tail. The next push then fails an assertion while it holds the queue's lock.
   static void loseTail(SimplePointerQueue& queue) {
     queue.tail_ = nullptr;
     queue.in_ = queue.inEnd_ = nullptr;
@@ -15,6 +15,7 @@ class SimplePointerQueuePeer {
 
 class WorkQueuePeer {
  public:
+  // The same for the queue inside a work queue.
   template <typename T>
   static void loseTail(TypedWorkQueue<T>& queue) {
     SimplePointerQueuePeer::loseTail(queue.queue_);

@@ -25,7 +25,7 @@ bool isText(const std::string& text) {
   return !text.empty();
 }
 
-// Each of these is empty when the text is sound, else says what is wrong.
+// Each of these functions returns what is wrong with the text, or nothing.
 
 std::string flawOfLine(const std::string& text) {
   const std::vector<std::string> lines = linesOf(text);
@@ -76,7 +76,7 @@ void check(const fs::path& path, const std::string& copyOf, Flaws* flaws) {
     return;
   }
   const bool isCopy = !copyOf.empty() && fs::is_regular_file(copyOf);
-  if (isCopy && host::readFile(path.string()) != host::readFile(copyOf)) tell("is not what the template holds");
+  if (isCopy && host::readFile(path.string()) != host::readFile(copyOf)) tell("differs from the template");
 }
 
 }  // namespace

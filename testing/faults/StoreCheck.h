@@ -1,10 +1,9 @@
-// StoreCheck: what is wrong with a store after something rough has happened to it.
+// StoreCheck: finds damage in a store after a crash, a fault or a race.
 //
 //   EXPECT_THAT(flawsOfStore(), testing::IsEmpty());
 //
-// A literal model of what a sound store looks like on the disk, which knows nothing of the product: every file is
-// whole, no temporary file and no lock file is left. What a file says, and which profiles there are, is not looked at:
-// a profile that was being removed may lack any of its files.
+// It is independent of the product. In a sound store every file is complete and no temporary file is left. It does not
+// check the values in the files or which profiles exist: a profile that was being removed may lack any of its files.
 #pragma once
 
 #include <map>
@@ -13,11 +12,13 @@
 
 #include "testing/host/HostFiles.h"
 
-// One line for each flaw, with the path and the content; empty for a sound store. `profiles` ends with "/".
+// Returns a line for each damaged or leftover file, with its path and content; nothing for a sound store. `profiles`
+// must end with "/".
 std::vector<std::string> flawsOfStore(const std::string& profiles = host::kProfiles);
 
-// One line for each file in the lock directory.
+// Returns the path of each file in the lock directory.
 std::vector<std::string> staleLocks(const std::string& lockFolder = "/tmp/lock");
 
-// The pairs of a configuration file by key; of several with one key the last. A missing file has none.
+// Returns the values of a configuration file by key. If a key occurs twice, the last value counts. A missing file has
+// no keys.
 std::map<std::string, std::string> pairsOf(const std::string& path);

@@ -15,8 +15,8 @@ namespace {
 
 constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-// True when something is mounted on the open folder: another file system, or a folder of the same one (statx tells of
-// those since Linux 5.8). A folder that cannot be examined counts as a mount.
+// Returns true if something is mounted on the open folder: another file system, or a folder of the same one (statx
+// reports those since Linux 5.8). A folder that cannot be examined counts as a mount.
 bool isMount(int folder, dev_t device) {
   struct stat info {};
   struct statx more {};
@@ -47,7 +47,7 @@ bool removeEntry(int folder, const char* name, dev_t device) {
   return emptyOpened(below, device) && ::unlinkat(folder, name, AT_REMOVEDIR) == 0;
 }
 
-// Takes over the descriptor.
+// Takes ownership of the descriptor and closes it.
 bool emptyOpened(int fd, dev_t device) {
   DIR* const folder = ::fdopendir(fd);
   if (folder == nullptr) {

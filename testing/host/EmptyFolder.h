@@ -1,16 +1,16 @@
-// emptyFolder: the one function that tests, fuzz targets and benchmarks empty a folder with.
+// emptyFolder: removes everything in a folder. Tests, fuzz targets and benchmarks empty folders with nothing else.
 //
 //   emptyFolder("/tmp");
 //   emptyFolder(folder); ::rmdir(folder.c_str());
 //
-// It never leaves the file system on which it began: a folder on which something is mounted stays with everything in
-// it, and so do the folders above it. Bind mounts of the same file system count as mounts. It never follows a link.
-// Single-threaded use: another process that changes the folder meanwhile may leave entries behind, but cannot lead the
-// removal elsewhere, because every folder is opened without following links and examined before it is entered.
+// It never leaves the file system of the folder: a folder on which something is mounted keeps its contents, and the
+// folders above it stay too. Bind mounts of the same file system count as mounts. It never follows a link.
+// Other processes: if one changes the folder during the call, some entries may stay. It cannot redirect the removal to
+// another place, because emptyFolder() opens every folder without following links and examines it before it enters it.
 #pragma once
 
 #include <string>
 
-// Returns true when the folder is empty afterwards, also when it does not exist. Returns false when an entry stays: a
-// mount, a file on which another one is mounted, or one that the caller may not remove. Everything else is gone then.
+// Returns true if the folder is empty afterwards or does not exist. Returns false if an entry stays: a mount, a file on
+// which another file is mounted, or an entry that the caller may not remove. Even then everything else is removed.
 bool emptyFolder(const std::string& folder);

@@ -10,7 +10,7 @@ namespace {
 
 using EmptyFolderTest = HostTest;
 
-// Mounts a folder of the same file system, with a file in it, until the end of the scope.
+// Mounts a folder of the same file system, with a file in it, and unmounts it at the end of the scope.
 class BoundFolder {
  public:
   explicit BoundFolder(const std::string& at) : at_(at) {
@@ -30,11 +30,11 @@ class BoundFolder {
   const std::string at_;
 };
 
-// Every folder that a test, the fixture of tests or the torture test empties.
+// Every folder that the tests or their fixtures empty.
 constexpr const char* kEmptied[] = {"/tmp",      "/run",     "/etc/zuv", "/etc/zuv/profiles", "/etc/init.d",
                                     "/tmp/lock", "/var/tmp", "/root",    "/dev/shm"};
 
-TEST_F(EmptyFolderTest, EverythingGoesWhateverItIs) {
+TEST_F(EmptyFolderTest, EveryKindOfEntryIsRemoved) {
   host::writeFile("/tmp/a/b/c/file", "x", 0);
   host::makeFifo("/tmp/a/queue");
   host::makeSocket("/tmp/a/socket");
@@ -79,7 +79,7 @@ TEST_F(EmptyFolderTest, AMountOfTheSameFileSystemStaysInEveryFolderThatTestsEmpt
   for (const std::string folder : kEmptied) (void)emptyFolder(folder);
 }
 
-TEST_F(EmptyFolderTest, AFileOnWhichAnotherIsMountedStays) {
+TEST_F(EmptyFolderTest, AFileOnWhichAnotherFileIsMountedStays) {
   host::writeFile("/run/target", "kept");
   host::writeFile("/tmp/a/file", "");
   host::writeFile("/tmp/a/other", "");
@@ -97,14 +97,14 @@ TEST_F(EmptyFolderTest, TheFolderItselfMayBeAMount) {
   EXPECT_EQ(host::tree("/tmp/disk"), "");
 }
 
-TEST_F(EmptyFolderTest, RemovingAFolderWithAMountThrowsAndKeepsWhatIsMounted) {
+TEST_F(EmptyFolderTest, RemovingAFolderWithAMountThrowsAndKeepsTheMountedFiles) {
   const host::SmallDisk disk("/tmp/a/mounted", 8192);
   host::writeFile("/tmp/a/mounted/file", "kept");
   EXPECT_THROW(host::remove("/tmp/a"), std::runtime_error);
   EXPECT_EQ(host::readFile("/tmp/a/mounted/file"), "kept");
 }
 
-TEST_F(EmptyFolderTest, ResettingTheHostKeepsWhatIsMountedInTmpAndRun) {
+TEST_F(EmptyFolderTest, ResettingTheHostKeepsMountsInTmpAndRun) {
   for (const std::string folder : {"/tmp", "/run"}) {
     const host::SmallDisk disk(folder + "/mounted", 8192);
     host::writeFile(folder + "/mounted/file", "kept");

@@ -34,7 +34,7 @@ void must(bool worked, const std::string& what) {
 
 struct stat infoOf(const std::string& path) {
   struct stat info {};
-  must(::lstat(path.c_str(), &info) == 0, "look at " + path);
+  must(::lstat(path.c_str(), &info) == 0, "stat " + path);
   return info;
 }
 
@@ -63,7 +63,7 @@ std::string treeLine(const std::string& path, const std::string& shown) {
   }
 }
 
-// Programs of the machine that made way for a stand-in, by path; reset() puts them back.
+// The contents of programs of the machine that a stand-in replaced, by path. reset() restores them.
 std::map<std::string, std::string> displaced;
 
 void displace(const std::string& path) {
@@ -253,19 +253,19 @@ void makeProfile(const std::string& dirname, const std::string& name) {
 void makeActive(const std::string& dirname) { writeFile(kCurrent, dirname + "\n", 0666); }
 
 void reset() {
-  if (!PrivateHost::inside()) throw std::runtime_error("not on a private host: the machine's files stay");
+  if (!PrivateHost::inside()) throw std::runtime_error("not on a private host, so the machine's files are left alone");
   putBack();
   for (const char* path : {"/etc/zuv", "/etc/init.d", "/usr/bin/systemctl", "/usr/sbin/initctl", "/usr/sbin/hip",
                            "/usr/bin/zuv-sendbundle.sh"}) {
     remove(path);
   }
-  for (const char* folder : {"/tmp", "/run"}) (void)emptyFolder(folder);  // what is mounted there stays
+  for (const char* folder : {"/tmp", "/run"}) (void)emptyFolder(folder);  // false means that a mount stays
   makeDirs(kProfiles);
   makeDirs("/tmp/lock", 01777);
 }
 
 bool hasOtherUsers() {
-  // The map of a namespace of one user ends in " 1"; the machine's own reaches over the whole range.
+  // The third number is the count of users: 1 in the namespace of an ordinary user, the whole range for root.
   unsigned long inside = 0, outside = 0, count = 0;
   return std::sscanf(readFile("/proc/self/uid_map").c_str(), "%lu %lu %lu", &inside, &outside, &count) == 3 &&
          count > 1;

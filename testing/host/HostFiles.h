@@ -1,5 +1,5 @@
-// What tests do to the files of the private host. Everything here throws std::runtime_error when it does not work: a
-// test that cannot set its scene has failed.
+// HostFiles: functions with which tests set up and read the files of the private host. Every function throws
+// std::runtime_error on failure, because a test whose setup fails has failed.
 #pragma once
 
 #include <sys/types.h>
@@ -9,16 +9,17 @@
 
 namespace host {
 
-// Paths that the tests name again and again.
+// Paths that many tests use.
 constexpr const char* kProfiles = "/etc/zuv/profiles/";
 constexpr const char* kCurrent = "/etc/zuv/profiles/.current";
 constexpr const char* kFactory = "/etc/zuv/profiles/.factory";
 
-// Writes a whole file, making the folders above it; `mode` is what it has afterwards, whatever the umask and whether it
-// was there before.
+// Writes a whole file and creates missing folders above it. Afterwards the file has the mode `mode`, whatever the umask
+// is and whether or not the file existed before.
 void writeFile(const std::string& path, const std::string& text, mode_t mode = 0644);
 std::string readFile(const std::string& path);
-// Writes a file of `size` bytes, which are zero, and on the disk holes, but for some texts. Its mode is 0644.
+// Writes a sparse file of `size` bytes with the mode 0644. It holds the text of each island at the island's offset and
+// zero bytes, without disk blocks, everywhere else.
 struct Island {
   off_t offset;
   std::string text;
@@ -26,59 +27,66 @@ struct Island {
 using Islands = std::vector<Island>;
 void writeSparse(const std::string& path, off_t size, const Islands& islands);
 
-// All missing folders of the path; `mode` is given to the last one.
+// Creates the folder and all missing folders above it. A new last folder gets the mode `mode`; those above get 0755.
 void makeDirs(const std::string& path, mode_t mode = 0755);
 void makeLink(const std::string& path, const std::string& target);
 void makeFifo(const std::string& path, mode_t mode = 0644);
 void makeSocket(const std::string& path);
-// Removes a file, or a folder with everything in it; a path where nothing exists is fine. Throws when a mount
-// in the folder keeps it (see EmptyFolder.h).
+// Removes a file, or a folder with everything in it. Does nothing if the path does not exist. Throws if something is
+// mounted in the folder (see EmptyFolder.h).
 void remove(const std::string& path);
 
-bool exists(const std::string& path);  // a link that leads nowhere exists
-// The permission bits, of the link itself for a link.
+bool exists(const std::string& path);  // true for a link too, even if its target is missing
+// The permission bits; for a link those of the link itself.
 mode_t modeOf(const std::string& path);
-// Makes another user, of the group of that number, the owner, of the link itself for a link; needs the machine's root.
+// Gives the file to the user `uid` and the group of the same number. A link itself changes its owner, not its target.
+// Needs the machine's root user.
 void giveTo(uid_t uid, const std::string& path);
 void setMode(const std::string& path, mode_t mode);
 
-// Everything below a folder as one text to compare, a line for each entry, sorted by path:
+// Describes everything below a folder in one text, which tests compare. It has a line for each entry, sorted by path:
 //   d 0755 profile-1
 //   f 0640 profile-1/profile_name "lab\n"
 //   l profile-2 -> profile-1
 //   p 0644 queue
 //   s 0755 socket
-// Contents are quoted as by quoted(). A folder that is not there gives an empty text.
+// Contents are quoted as by quoted(). The text is empty if the folder does not exist.
 std::string tree(const std::string& folder);
 
-// The text between double quotes, with \n \t \r \" \\ and \xHH for every byte that does not print. unquoted() takes it
-// back, and is false when the text is not so written.
+// quoted() returns the text between double quotes. It writes newlines, tabs, carriage returns, quotes and backslashes
+// as \n \t \r \" \\ and all other bytes outside printable ASCII as \xHH. unquoted() reverses it, and returns false if
+// the text is not in that form.
 std::string quoted(const std::string& text);
 bool unquoted(const std::string& text, std::string* plain);
 
-// An executable shell script: `body` below a first line "#!/bin/sh". It takes the place of a program of that name.
+// Installs an executable shell script: `body` below a first line "#!/bin/sh". It replaces a program of that path until
+// the next reset().
 void installScript(const std::string& path, const std::string& body);
-// A script that notes each call in `record`, one line of its name and words, and exits with `exitStatus`.
+// Installs a script that appends a line with its name and arguments to the file `record` at each call and exits with
+// `exitStatus`.
 void installRecorder(const std::string& path, const std::string& record, int exitStatus = 0);
-// The stand-in daemon, as /usr/sbin/hip.
+// Installs the stand-in daemon as /usr/sbin/hip.
 void installDaemon();
 
-// A heartbeat file of a daemon that has been up for a minute, connected and with `peers` peers. Its last beat lies ten
-// minutes ahead, so that it does not grow old while a slow machine gets on with the test.
+// Writes the heartbeat file of a daemon that has run for a minute, is connected and has `peers` peers. The time of the
+// last heartbeat is ten minutes in the future, so that it stays fresh even if the test runs slowly.
 void writeHeartbeat(const std::string& profileFolder, int peers = 1);
 
-// A profile as the program makes it: the folder, its profile_name and an empty hip.conf.
+// Creates a profile as the program does: the folder, its profile_name and an empty hip.conf.
 void makeProfile(const std::string& dirname, const std::string& name);
+// Writes `.current`, so that this profile is the active one.
 void makeActive(const std::string& dirname);
 
-// Makes the host empty again: no /etc/zuv but the empty store, no init system, empty /tmp (with the empty /tmp/lock)
-// and /run, none of the stand-ins. What is mounted there stays. Throws, and changes nothing, outside of a private host.
+// Makes the host empty again: /etc/zuv holds only an empty store, there is no init system and no stand-in program, /run
+// is empty and /tmp holds only the empty /tmp/lock. Mounts in these folders stay. Outside a private host it throws and
+// changes nothing.
 void reset();
 
-// Whether the host came from the machine's root, so that there are other users, chown and devices.
+// Returns true if the machine's root user created the host. Only then do other users, chown and device nodes work.
 bool hasOtherUsers();
 
-// A file system of its own, `bytes` large (rounded up to pages), mounted on a folder until the end of the scope.
+// Mounts a file system of `bytes` bytes (rounded up to whole pages) on a folder, and unmounts it at the end of the
+// scope.
 class SmallDisk {
  public:
   SmallDisk(const std::string& folder, size_t bytes);
@@ -90,7 +98,7 @@ class SmallDisk {
   const std::string folder_;
 };
 
-// While it lives this thread, though of uid 0, is bound by permission bits like any owner: mode 000 is unreadable.
+// While it lives, permission bits restrict this thread although its uid is 0: it cannot read a file of mode 000.
 class BoundByModes {
  public:
   BoundByModes();
@@ -99,7 +107,7 @@ class BoundByModes {
   BoundByModes& operator=(const BoundByModes&) = delete;
 };
 
-// For good, in this process and in what it executes.
+// The same for this process and every program that it executes, without a way back.
 void bindByModesForGood();
 
 }  // namespace host

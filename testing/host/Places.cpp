@@ -34,7 +34,7 @@ std::string buildAbove(const std::string& program) {
   return "";
 }
 
-// A program that every user inside may execute, or the one of the build.
+// On a private host the copy that every user may execute, otherwise the program in the build folder.
 std::string program(const char* name, const char* folder) {
   if (PrivateHost::inside()) return std::string(kProgramsInside) + "/" + name;
   return build() + folder + name;

@@ -29,19 +29,19 @@ namespace {
 
 using Shown = PrivateHost::Shown;
 
-// The source of the mounts that make up a host. A root directory of that name tells that we are inside.
+// The source name of the mounts of a private host. We are inside if the root directory is mounted from this name.
 constexpr const char* kMountName = "private-host";
-// Inside, the folder of everything that belongs to the host itself: the checkout, and the upper halves of the overlays.
+// The folder inside that holds what the host itself needs: the checkout and the upper layers of the overlays.
 constexpr const char* kMarker = places::kInside;
-// The new root is put together here: a folder that every machine has, and in which no checkout can lie.
+// The new root is assembled here: every machine has this folder, and no checkout can be in it.
 constexpr const char* kAssembly = "/proc";
 
-// Folders of programs: used as they are on the machine, changed without the machine noticing.
+// Folders of programs. Overlays keep all changes to them away from the machine.
 constexpr const char* kProgramFolders[] = {"/usr/bin", "/usr/sbin", "/bin", "/sbin"};
-// What must not be there unless a test has put it there.
+// Programs that must not exist inside unless a test installs them.
 constexpr const char* kHiddenPrograms[] = {"systemctl", "initctl", "hip", "ravctl", "zuv-sendbundle.sh"};
 constexpr const char* kSharedFolders[] = {"/usr", "/lib", "/lib32", "/lib64", "/libx32", "/opt", "/nix"};
-// Of /etc the machine's programs need only these to run.
+// The only files of the machine's /etc that its programs need.
 constexpr const char* kSharedSettings[] = {"/etc/alternatives", "/etc/ld.so.cache", "/etc/terminfo", "/etc/inputrc"};
 constexpr const char* kDevices[] = {"null", "zero", "full", "random", "urandom", "tty"};
 constexpr struct {
@@ -90,7 +90,7 @@ std::string workingFolder() {
   return ::getcwd(text, sizeof text) != nullptr ? text : "/";
 }
 
-// The root directory is a file system in memory that has our name.
+// Returns true if the root directory is a file system in memory with our name.
 bool isRootOurs() {
   std::ifstream mounts("/proc/self/mountinfo");
   for (std::string line; std::getline(mounts, line);) {
@@ -108,7 +108,7 @@ std::string withoutLinks(const std::string& path) {
   return ::realpath(path.c_str(), real) != nullptr ? real : "";
 }
 
-// The arguments with which this process was started; GoogleTest removes its own from those of main.
+// The original arguments of this process. They are not those of main(), from which GoogleTest removes its own.
 std::vector<std::string> ownArguments() {
   std::ifstream file("/proc/self/cmdline", std::ios::binary);
   std::vector<std::string> arguments;
@@ -155,10 +155,10 @@ void makeFolders(const std::string& path) {
   for (size_t end = path.find('/', 1); end != std::string::npos; end = path.find('/', end + 1)) {
     (void)::mkdir(path.substr(0, end).c_str(), 0755);
   }
-  (void)::mkdir(path.c_str(), 0755);  // a folder that is not there fails at its first use
+  (void)::mkdir(path.c_str(), 0755);  // if this fails, the first use of the folder fails
 }
 
-// Puts the new root together and moves into it; runs as the first process of the new namespaces.
+// Assembles the new root and moves into it. It runs in the first process of the new namespaces.
 class Builder {
  public:
   Builder(uid_t uid, gid_t gid, std::vector<Shown> shown, const std::string& build)
@@ -181,7 +181,7 @@ class Builder {
     return built;
   }
 
-  // Starts the program again from its path inside; does not return when that works.
+  // Starts the program again from its path inside. Returns only on failure.
   void startAgain() {
     std::vector<std::string> arguments = ownArguments();
     std::vector<std::string> variables = ownEnvironment();
@@ -238,7 +238,7 @@ class Builder {
   bool overlayPrograms() {
     for (const char* folder : kProgramFolders) {
       if (isLink(folder)) {
-        // /bin is a link into /usr on most machines, and inside it is the same link.
+        // On most machines /bin is a link into /usr; then it is the same link inside.
         if (!exists(in(folder)) && !must(::symlink(linkTarget(folder).c_str(), in(folder).c_str()) == 0, folder))
           return false;
       } else if (!overlay(folder)) {
@@ -256,7 +256,7 @@ class Builder {
     makeFolders(upper);
     makeFolders(work);
     for (const char* program : kHiddenPrograms) {
-      // A device 0/0 in the upper half hides what lies below.
+      // In an overlay, a device 0/0 in the upper layer hides the file below it.
       if (exists(folder + "/" + program) &&
           !must(::mknod((upper + "/" + program).c_str(), S_IFCHR, ::makedev(0, 0)) == 0,
                 "hide " + folder + "/" + program)) {
@@ -270,7 +270,8 @@ class Builder {
                 "mount an overlay on " + folder);
   }
 
-  // A node of our own, so that not even a changed mode reaches the machine. Only the machine's root can make one.
+  // Creates a device node of our own, so that not even a change of its mode reaches the machine. Only the machine's
+  // root user can do it.
   bool makeOwnDevice(const std::string& path) {
     struct stat device;
     return uid_ == 0 && ::stat(path.c_str(), &device) == 0 &&
@@ -282,7 +283,7 @@ class Builder {
       const std::string path = std::string("/dev/") + device;
       if (!makeOwnDevice(path) && !share(path, false)) return false;
     }
-    // A kernel without pseudo-terminals makes no poorer host: nothing of ours needs them.
+    // A failure is ignored: no test needs pseudo-terminals on a kernel that lacks them.
     (void)::mount("devpts", in("/dev/pts").c_str(), "devpts", MS_NOSUID | MS_NOEXEC,
                   "newinstance,ptmxmode=0666,mode=620");
     return true;
@@ -296,7 +297,7 @@ class Builder {
     for (Shown& shown : shown_) {
       const std::string folder = shown.folder;
       shown.folder = withoutLinks(folder);
-      if (shown.at == places::kMadeInside && shown.folder.empty()) continue;  // then nothing that tests write remains
+      if (shown.at == places::kMadeInside && shown.folder.empty()) continue;  // then nothing outlives the host
       if (!must(!shown.folder.empty(), "find " + folder)) return false;
     }
     return true;
@@ -306,7 +307,7 @@ class Builder {
     for (const Shown& shown : shown_) {
       if (!(shown.folder.empty() ? makeFolder(shown.at, 01777) : show(shown))) return false;
     }
-    // The program of a build for another machine is of no use to the tools of this one, so these are our own.
+    // These are from our own build, because --build may show a build for another kind of machine.
     return makeFolder(places::kProgramsInside, 0755) && showProgram("/ravctl") && showProgram("/testing/hip-standin") &&
            showProgram("/testing/tracee");
   }
@@ -316,7 +317,8 @@ class Builder {
     return must(::chmod(in(path).c_str(), mode) == 0, "make " + path);
   }
 
-  // Every user inside may pass the folder, even one that the machine closes to others: that one is made of its entries.
+  // Shows a folder so that every user inside can enter it. If the machine closes the folder to other users, show()
+  // makes a new open folder and shows each entry in it.
   bool show(const Shown& shown) {
     const bool isClosed = !shown.isWritable && (modeOf(shown.folder) & 0005) != 0005;
     if (!isClosed) return share(shown.folder, shown.at, !shown.isWritable);
@@ -327,7 +329,7 @@ class Builder {
     return bind(in(shown.at), shown.at) && protect(shown.at);
   }
 
-  // A program that some user may not execute is copied. One that has not been built is left out.
+  // Shows a program of the build. Copies it if some user may not execute it. Skips it if it has not been built.
   bool showProgram(const std::string& name) {
     const std::string path = ownBuild_ + name;
     const std::string at = places::kProgramsInside + name.substr(name.rfind('/'));
@@ -340,7 +342,7 @@ class Builder {
     return must(to.good() && ::chmod(in(at).c_str(), 0755) == 0, "copy " + path);
   }
 
-  // Shows a path of the machine inside, if the machine has it.
+  // Shows a path of the machine inside. Does nothing if the machine does not have it.
   bool share(const std::string& path, bool readOnly = true) { return share(path, path, readOnly); }
 
   bool share(const std::string& path, const std::string& at, bool readOnly = true) {
@@ -386,15 +388,15 @@ class Builder {
   std::vector<Shown> shown_;
 };
 
-// What the first process inside has to say to the outer one: that it failed, and why, or how the process inside ended.
+// The first process inside sends it to the outer process: why the host could not be built, or how the program ended.
 struct Report {
   bool moved_in = false;
   int wait_status = 0;
   char text[512] = "";
 };
 
-// A fork into new namespaces. glibc's fork cannot do it, and unshare refuses a user namespace to a program that has a
-// thread already, as every program under ThreadSanitizer.
+// Forks into new namespaces. glibc's fork cannot do that. unshare refuses a user namespace to a process that already
+// has a second thread, which every program under ThreadSanitizer has.
 pid_t forkIntoNamespaces(bool withUsers) {
   const unsigned long flags = CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWNET | (withUsers ? CLONE_NEWUSER : 0) | SIGCHLD;
 #ifdef __s390__
@@ -408,25 +410,25 @@ pid_t forkIntoNamespaces(bool withUsers) {
   ::_exit(::write(fd, &report, sizeof report) == static_cast<ssize_t>(sizeof report) ? 0 : 1);
 }
 
-// One that took the terminal for itself has no shell outside that could wake it after a stop.
+// A stopped process that has its own process group is not a job of the shell outside, so nobody else would wake it.
 void goOn(pid_t stopped) {
   if (::getpgid(stopped) == stopped) (void)::kill(-stopped, SIGCONT);
 }
 
-// The process that goes on: the program, started again from its path inside.
+// Runs in the child of the first process: starts the program again from its path inside.
 [[noreturn]] void goOnInside(Builder* builder) {
   builder->startAgain();
   (void)std::fprintf(stderr, "no private host: start again inside: %s\n", std::strerror(errno));
   ::_exit(125);
 }
 
-// The first process inside: builds the host, starts the process that goes on, reaps orphans, reports how it ended.
-// It stays behind as process 1 because the kernel spares process 1 most signals.
+// Runs in the first process inside: builds the host, starts the program, reaps orphans and reports how the program
+// ended. It is not the program itself because the kernel discards most signals to process 1.
 [[noreturn]] void runFirstProcess(int reportFd, Builder builder) {
   Report report;
   (void)::prctl(PR_SET_PDEATHSIG, SIGKILL);
   pollfd outer{reportFd, 0, 0};
-  if (::poll(&outer, 1, 0) != 0) ::_exit(1);  // the outer process died before we asked to be told
+  if (::poll(&outer, 1, 0) != 0) ::_exit(1);  // the outer process died before the prctl call
 
   const pid_t child = builder.build() ? ::fork() : -1;
   if (child == 0) {
@@ -447,7 +449,7 @@ void goOn(pid_t stopped) {
   reportAndExit(reportFd, report);
 }
 
-// Ends this process the way the one inside ended.
+// Ends this process in the same way as the program inside.
 [[noreturn]] void endLike(int waitStatus) {
   if (WIFSIGNALED(waitStatus)) {
     const rlimit noCore{0, 0};
@@ -459,10 +461,10 @@ void goOn(pid_t stopped) {
   ::_exit(WEXITSTATUS(waitStatus));
 }
 
-// The outer process: comes back only when nobody moved in.
+// Runs in the outer process. Returns only if the host could not be built.
 void waitOutside(pid_t firstProcess, int reportFd) {
   using Handler = void (*)(int);
-  // Keys of the terminal are for the process inside; we end when it ends.
+  // Signals from the keyboard are for the program inside. We end when it ends.
   const Handler oldInterrupt = ::signal(SIGINT, SIG_IGN);
   const Handler oldQuit = ::signal(SIGQUIT, SIG_IGN);
   Report report;
@@ -472,7 +474,7 @@ void waitOutside(pid_t firstProcess, int reportFd) {
   } while (got < 0 && errno == EINTR);
   while (::waitpid(firstProcess, nullptr, 0) < 0 && errno == EINTR) {
   }
-  if (got != static_cast<ssize_t>(sizeof report)) ::_exit(125);  // killed from outside
+  if (got != static_cast<ssize_t>(sizeof report)) ::_exit(125);  // something killed the first process
   if (report.moved_in) endLike(report.wait_status);
   (void)::signal(SIGINT, oldInterrupt);
   (void)::signal(SIGQUIT, oldQuit);

@@ -1,29 +1,33 @@
-// PrivateHost: a host of its own for one process and what it starts, with the real paths and nothing of the machine.
+// PrivateHost: gives one process and its children a host of their own, with the real paths and none of the machine's
+// files.
 //
 //   int main() {
 //     if (!PrivateHost::enter()) printf("%s\n", PrivateHost::whyNot().c_str());
-//     ...  // here /etc/zuv, /etc/init.d, /tmp, /run and the rest are ours, and our user id is 0
+//     ...  // now /etc/zuv, /etc/init.d, /tmp, /run and so on are ours, and our user id is 0
 //   }
 //
-// Inside: a root directory in memory, own mount, pid and network namespaces and, where the caller is not root, a user
-// namespace that makes it uid 0 (there is one user then: no second uid, no chown). The machine's programs and libraries
-// can be used; /usr/bin and /usr/sbin (so /bin and /sbin) take new files and lose old ones without any effect on the
-// machine. The tools whose presence decides something (systemctl, initctl, hip, ravctl and the bundle script) are
-// absent until a test installs them; killall is the machine's, and it sees only what runs inside. /etc holds a handful
-// of files and neither zuv nor init.d; /tmp, /run, /var, /root and /home are empty; the only network interface is `lo`,
-// and it is down.
+// Inside:
+// - The root directory is in memory, and the mount, pid and network namespaces are new. If the caller is not root, a
+//   user namespace makes it uid 0; that namespace has no second user, and chown fails.
+// - The programs and libraries of the machine work. Files that a test adds to /usr/bin and /usr/sbin (and so to /bin
+// and
+//   /sbin), or removes there, do not change the machine.
+// - systemctl, initctl, hip, ravctl and the bundle script are absent until a test installs them, because the product
+//   behaves differently if they exist. killall is the machine's and sees only processes inside.
+// - /etc holds a few files, but neither zuv nor init.d. /tmp, /run, /root and /home are empty, and so are the folders
+// of
+//   /var. The only network interface is `lo`, and it is down.
 //
-// The checkout: whatever its path on the machine, inside it lies below /.private-host (see Places.h), where every user
-// may pass. /.private-host/source shows the sources and /.private-host/build the build, both read-only;
-// /.private-host/made is the one folder of the machine that can be written. /.private-host/programs holds the programs
-// that every user may execute. No other path of the machine is visible.
+// The checkout: inside it is below /.private-host (see Places.h), whatever its path on the machine is, and every user
+// can reach it there. /.private-host/source is the source folder and /.private-host/build the build folder; both are
+// read-only. /.private-host/made is the only writable folder of the machine. /.private-host/programs holds the programs
+// of the build that every user may execute. No other path of the machine is visible.
 //
-// Processes: the caller becomes the outer process. It waits, and ends the way the process inside ended: with the same
-// exit status, or by the same signal. Inside, the program starts again from its path there, with the same arguments and
-// environment, but every argument and variable that names a path of the checkout names it as it is inside (see
-// translated()). Whatever still runs when that process ends is killed, and the memory is freed; nothing remains. When
-// the outer process dies, so does everything inside.
-// Threads: enter before any is started.
+// Processes: the caller becomes the outer process. It waits for the process inside and ends in the same way: with the
+// same exit status or by the same signal. Inside, the same program starts again with the same arguments and
+// environment; translated() replaces the paths of the checkout in them. When the process inside ends, the kernel kills
+// every other process inside and frees the memory, so that nothing remains. When the outer process dies, everything
+// inside dies. Threads: call enter() before the process starts a thread.
 #pragma once
 
 #include <string>
@@ -31,28 +35,30 @@
 
 class PrivateHost {
  public:
-  // A folder of the machine that stays visible inside, at another path.
+  // A folder of the machine that is visible inside under the path `at`.
   struct Shown {
     std::string folder;
     std::string at;
-    bool isWritable = false;  // where the machine lets the caller write
+    bool isWritable = false;  // for a caller who may write to it on the machine
   };
 
-  // Moves in. Returns true in the program that was started inside, and also, without effect, in every program that it
-  // starts; the outer process never returns. Returns false where no host can be had: the process is as it was, and
-  // whyNot() names the step that failed. Call it first in main: what the caller did before is done again inside.
-  // RAVCTL_NO_HOST in the environment closes the door (for debuggers). `build` is another build folder to show instead
-  // of the caller's own.
+  // Creates a private host and restarts the program inside. Returns true in the program inside; in its child programs
+  // the call does nothing and returns true too. In the outer process the call never returns.
+  // Returns false if no host can be created: the process is unchanged, and whyNot() names the step that failed. It
+  // always returns false if RAVCTL_NO_HOST is set in the environment, which helps with debuggers.
+  // Call it first in main(), because the program inside repeats everything that main() did before.
+  // `shown` are more folders to show inside. `build` is the build folder to show; empty: the caller's own.
   static bool enter(const std::vector<Shown>& shown = {}, const std::string& build = "");
 
   // Returns true if this process runs on a private host.
   static bool inside();
 
-  // Why the last enter() failed; empty when it did not.
+  // Why the last enter() failed; empty if it did not fail.
   static const std::string& whyNot();
 
-  // The text with every path of these folders as it is inside. A path counts at the start of the text and behind '=' or
-  // ':', if the folder's name ends there: "--out=/work/x/file" for "/work/x", not "/work/xy". Of two folders that fit
-  // the longer one counts.
+  // Returns the text with each path of a shown folder replaced by its path inside. It finds paths at the start of the
+  // text and after '=' or ':'. The whole name of the folder must match: for the folder "/work/x" it replaces the path
+  // in
+  // "--out=/work/x/file" but not in "/work/xy". If two folders match, it takes the longer one.
   static std::string translated(const std::string& text, const std::vector<Shown>& shown);
 };

@@ -14,14 +14,14 @@ namespace {
 
 using PrivateHostTest = HostTest;
 
-TEST_F(PrivateHostTest, NoInitSystemIsThereByDefault) {
+TEST_F(PrivateHostTest, ByDefaultThereIsNoInitSystemAndNoProgramOfTheProduct) {
   for (const char* path : {"/bin/systemctl", "/sbin/initctl", "/etc/init.d", "/usr/sbin/hip",
                            "/usr/bin/zuv-sendbundle.sh", "/usr/bin/ravctl"}) {
     EXPECT_FALSE(host::exists(path)) << path;
   }
 }
 
-TEST_F(PrivateHostTest, StandInsForEveryToolCanBePutInPlaceAndRun) {
+TEST_F(PrivateHostTest, AStandInForEveryToolCanBeInstalledAndRun) {
   for (const char* path : {"/bin/systemctl", "/sbin/initctl", "/etc/init.d/hip", "/usr/bin/killall", "/usr/sbin/hip",
                            "/usr/bin/zuv-sendbundle.sh"}) {
     host::installRecorder(path, "/tmp/calls", 3);
@@ -32,18 +32,18 @@ TEST_F(PrivateHostTest, StandInsForEveryToolCanBePutInPlaceAndRun) {
             "hip\nzuv-sendbundle.sh start hip\n");
 }
 
-TEST_F(PrivateHostTest, TheStoreBeginsEmpty) {
+TEST_F(PrivateHostTest, TheStoreIsEmptyAtTheStart) {
   EXPECT_EQ(host::tree("/etc/zuv"), "d 0755 profiles\n");
   EXPECT_EQ(host::tree("/run"), "");
 }
 
-TEST_F(PrivateHostTest, WeAreRootAndNobodyElseRuns) {
+TEST_F(PrivateHostTest, TheTestIsRootAndAChildOfProcessOne) {
   EXPECT_EQ(::getuid(), 0U);
   EXPECT_EQ(::geteuid(), 0U);
   EXPECT_EQ(::getppid(), 1);
 }
 
-TEST_F(PrivateHostTest, TheProgramRunsFromTheBuildAsItIsInside) {
+TEST_F(PrivateHostTest, TheProgramRunsFromItsPathInside) {
   EXPECT_EQ(std::filesystem::read_symlink("/proc/self/exe"), "/.private-host/build/testing/testing_test");
   EXPECT_EQ(places::source(), "/.private-host/source");
   EXPECT_EQ(places::build(), "/.private-host/build");
@@ -59,7 +59,7 @@ TEST_F(PrivateHostTest, TheBuildIsReadOnlyExceptForOneFolder) {
   host::remove(file);
 }
 
-TEST_F(PrivateHostTest, NoFolderThatTestsWriteInShowsAnythingOfTheMachine) {
+TEST_F(PrivateHostTest, NoFolderThatTestsWriteToHoldsFilesOfTheMachine) {
   EXPECT_EQ(host::tree("/tmp"), "d 1777 lock\n");
   for (const char* folder : {"/run", "/root", "/home", "/sys"}) EXPECT_EQ(host::tree(folder), "") << folder;
   EXPECT_EQ(host::tree("/var"), "d 0755 lib\nd 0755 log\nl run -> /run\nd 1777 tmp\n");
@@ -69,7 +69,7 @@ TEST_F(PrivateHostTest, NoFolderThatTestsWriteInShowsAnythingOfTheMachine) {
                                           "nsswitch.conf", "passwd", "terminfo", "zuv"}));
 }
 
-TEST_F(PrivateHostTest, EveryUserReachesTheCheckoutAndItsPrograms) {
+TEST_F(PrivateHostTest, EveryUserCanReadTheCheckoutAndRunItsPrograms) {
   SKIP_WITHOUT_OTHER_USERS();
   Start start;
   start.uid = 1000;
@@ -83,24 +83,24 @@ struct Translation {
   const char* expected;
 };
 
-TEST(PrivateHost, PathsOfTheCheckoutAreTranslatedAtTheStartAndBehindEqualSignsAndColons) {
+TEST(PrivateHost, PathsOfTheCheckoutAreTranslatedAtTheStartAndAfterEqualSignsAndColons) {
   const std::vector<PrivateHost::Shown> shown = {{"/work/x", "/S"}, {"/work/x/build/a b", "/B"}};
   const Translation cases[] = {
       {"a folder itself", "/work/x", "/S"},
       {"a path below it", "/work/x/README.md", "/S/README.md"},
-      {"the longer folder counts", "/work/x/build/a b/made", "/B/made"},
-      {"the build's sibling lies in the source", "/work/x/build/a", "/S/build/a"},
-      {"behind an equal sign", "--out=/work/x/y", "--out=/S/y"},
-      {"behind a colon", "PATH=/usr/bin:/work/x/bin:/work/x", "PATH=/usr/bin:/S/bin:/S"},
+      {"the longer folder wins", "/work/x/build/a b/made", "/B/made"},
+      {"a sibling of the build is in the source", "/work/x/build/a", "/S/build/a"},
+      {"after an equal sign", "--out=/work/x/y", "--out=/S/y"},
+      {"after a colon", "PATH=/usr/bin:/work/x/bin:/work/x", "PATH=/usr/bin:/S/bin:/S"},
       {"a longer name is another folder", "/work/xy", "/work/xy"},
-      {"the middle of a text stays", "cat /work/x/y", "cat /work/x/y"},
+      {"a path in the middle of a text stays", "cat /work/x/y", "cat /work/x/y"},
       {"the end of another path stays", "/srv/work/x", "/srv/work/x"},
       {"empty", "", ""},
   };
   for (const Translation& c : cases) EXPECT_EQ(PrivateHost::translated(c.text, shown), c.expected) << c.why;
 }
 
-TEST_F(PrivateHostTest, TheSourcesAreReadableAndNotWritable) {
+TEST_F(PrivateHostTest, TheSourcesAreReadOnly) {
   const std::string file = places::source() + "/CMakeLists.txt";
   EXPECT_NE(host::readFile(file), "");
   EXPECT_THROW(host::writeFile(file, "gone"), std::runtime_error);
@@ -114,31 +114,31 @@ TEST_F(PrivateHostTest, DevicesWork) {
   EXPECT_NE(runProgram({"/bin/sh", "-c", "echo x > /dev/full"}).exitStatus, 0);
 }
 
-TEST_F(PrivateHostTest, DevicesAreNotTheMachinesOwn) {
+TEST_F(PrivateHostTest, DeviceNodesAreSeparateFromThoseOfTheMachine) {
   SKIP_WITHOUT_OTHER_USERS();
   struct stat root;
   struct stat device;
   ASSERT_EQ(::stat("/", &root), 0);
   ASSERT_EQ(::stat("/dev/null", &device), 0);
-  EXPECT_EQ(device.st_dev, root.st_dev) << "or a changed mode would reach the machine";
+  EXPECT_EQ(device.st_dev, root.st_dev) << "a change of its mode would reach the machine";
 }
 
-TEST_F(PrivateHostTest, TheNetworkIsTheLoopbackAlone) {
+TEST_F(PrivateHostTest, LoopbackIsTheOnlyNetworkInterface) {
   EXPECT_EQ(runProgram({"/bin/sh", "-c", "tail -n +3 /proc/net/dev | cut -d: -f1"}).out, "    lo\n");
 }
 
-TEST_F(PrivateHostTest, KillallSeesOnlyWhatRunsInside) {
+TEST_F(PrivateHostTest, KillallSeesOnlyProcessesInside) {
   if (!host::exists("/usr/bin/killall")) GTEST_SKIP() << "killall is not installed (package psmisc)";
   host::installDaemon();
   EXPECT_EQ(runProgram({"/usr/bin/killall", "/usr/sbin/hip"}).exitStatus, 1);
   host::makeProfile("profile-1", "lab");
   host::makeActive("profile-1");
   EXPECT_EQ(runProgram({"/usr/sbin/hip", "--daemon"}).exitStatus, 0);
-  // Waits for its end, because its last lines would get into the log that the next test reads.
+  // Wait until the daemon has ended; otherwise its last lines could go to the log of the next test.
   EXPECT_EQ(runProgram({"/usr/bin/killall", "--wait", "/usr/sbin/hip"}).exitStatus, 0);
 }
 
-TEST_F(PrivateHostTest, TheStandInDaemonBeatsAndLogsInTheActiveProfile) {
+TEST_F(PrivateHostTest, TheStandInDaemonWritesHeartbeatAndLogInTheActiveProfile) {
   host::installDaemon();
   host::makeProfile("profile-1", "lab");
   host::makeActive("profile-1");
@@ -152,7 +152,7 @@ TEST_F(PrivateHostTest, TheStandInDaemonBeatsAndLogsInTheActiveProfile) {
                   "^\\[INFO [0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{6}\\] hip: started\n"));
 }
 
-TEST_F(PrivateHostTest, WhatIsBoundByModesCannotReadMode000) {
+TEST_F(PrivateHostTest, AThreadBoundByModesCannotReadMode000) {
   host::writeFile("/tmp/closed", "secret", 0);
   EXPECT_EQ(::access("/tmp/closed", R_OK), 0);
   {
@@ -166,28 +166,28 @@ TEST_F(PrivateHostTest, WhatIsBoundByModesCannotReadMode000) {
             "0\nrefused\n");
 }
 
-TEST_F(PrivateHostTest, AnotherUserCanBeTakenByTheMachinesRoot) {
+TEST_F(PrivateHostTest, AProgramCanRunAsAnotherUserIfTheMachinesRootRunsTheTest) {
   SKIP_WITHOUT_OTHER_USERS();
   Start start;
   start.uid = 1000;
   EXPECT_EQ(runProgram({"/bin/sh", "-c", "id -u"}, start).out, "1000\n");
 }
 
-TEST_F(PrivateHostTest, ASmallDiskIsSoonFull) {
+TEST_F(PrivateHostTest, ASmallDiskBecomesFull) {
   const host::SmallDisk disk("/etc/zuv/profiles", 8192);
   EXPECT_THROW(host::writeFile("/etc/zuv/profiles/large", std::string(20000, 'x')), std::runtime_error);
 }
 
-TEST_F(PrivateHostTest, LimitsReachTheProgram) {
+TEST_F(PrivateHostTest, TheProgramGetsItsFileSizeLimitAndUmask) {
   Start start;
   start.fileLimit = 4;
   start.mask = 077;
-  // dash dies of SIGXFSZ, the signal that a program must have ignored to see a failed write.
+  // SIGXFSZ kills dash, because dash does not ignore that signal.
   EXPECT_EQ(runProgram({"/bin/sh", "-c", "echo longer > /run/limited"}, start).signal, SIGXFSZ);
   EXPECT_EQ(host::tree("/run"), "f 0600 limited \"long\"\n");
 }
 
-TEST_F(PrivateHostTest, InputOutputAndEndAreCaught) {
+TEST_F(PrivateHostTest, TheProgramGetsInputAndItsOutputAndExitAreReturned) {
   Start start;
   start.input = "in\n";
   start.environment = {"NAME=value"};
@@ -199,11 +199,11 @@ TEST_F(PrivateHostTest, InputOutputAndEndAreCaught) {
   EXPECT_THROW((void)runProgram({"/no/such/program"}), std::runtime_error);
 }
 
-TEST_F(PrivateHostTest, ADaemonLeftBehindIsNotWaitedFor) {
+TEST_F(PrivateHostTest, ABackgroundProcessOfTheProgramIsNotWaitedFor) {
   EXPECT_EQ(runProgram({"/bin/sh", "-c", "sleep 100 & echo on"}).out, "on\n");
 }
 
-TEST_F(PrivateHostTest, TreesShowTypesModesAndContents) {
+TEST_F(PrivateHostTest, ATreeShowsTypesModesAndContents) {
   host::makeDirs("/tmp/a", 0750);
   host::writeFile("/tmp/a/text", "one\n\"two\"\\\t\x01", 0640);
   host::makeLink("/tmp/a/link", "nowhere");
@@ -212,7 +212,7 @@ TEST_F(PrivateHostTest, TreesShowTypesModesAndContents) {
   EXPECT_EQ(host::tree("/tmp/none"), "");
 }
 
-TEST(HostFiles, QuotingIsTakenBackByUnquoting) {
+TEST(HostFiles, UnquotingReversesQuoting) {
   std::string every;
   for (int byte = 0; byte < 256; ++byte) every += static_cast<char>(byte);
   std::string plain;
@@ -222,7 +222,7 @@ TEST(HostFiles, QuotingIsTakenBackByUnquoting) {
     EXPECT_FALSE(host::unquoted(wrong, &plain)) << wrong;
 }
 
-TEST(HasCode, NamesTheCodeItFoundAndTheOneItWanted) {
+TEST(HasCode, TheExplanationNamesTheActualCode) {
   const testing::Matcher<const Status&> wanted = HasCode(status::openError);
   testing::StringMatchResultListener listener;
   EXPECT_FALSE(wanted.MatchAndExplain(Status::of(status::readError), &listener));

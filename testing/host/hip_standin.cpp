@@ -1,9 +1,10 @@
-// hip-standin: what the program sees of the daemon, and nothing else of it. Every second it rewrites the heartbeat file
-// hipvars.txt of the active profile, and it adds lines to hip.log there. SIGTERM ends it; it removes nothing.
+// hip-standin: stands in for the daemon. It does only what the product can observe: every second it rewrites the
+// heartbeat file hipvars.txt of the active profile and appends lines to hip.log there. SIGTERM ends it, and it leaves
+// its files behind.
 //
 //   hip-standin [--dir DIR] [--peers N] [--stop-delay SECONDS] [--once] [--daemon]
 //
-// Installed as /usr/sbin/hip it is found by killall, which goes by the executed file: no script could stand in here.
+// It must be a program and not a script: tests install it as /usr/sbin/hip, and killall compares the executed file.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -69,7 +70,7 @@ bool writeAll(const std::string& path, int flags, const std::string& text) {
   return ::close(fd) == 0 && written;
 }
 
-// By way of a second file, so that a reader never finds half a heartbeat.
+// Writes a second file and renames it, so that a reader never finds an incomplete heartbeat.
 bool beat(const Settings& settings, std::time_t started) {
   const std::string path = settings.folder + "/hipvars.txt";
   const std::string text = "uptime.now=" + std::to_string(std::time(nullptr)) +
@@ -107,14 +108,14 @@ int main(int argc, char** argv) {
     return 1;
   }
   if (settings.once) return 0;
-  // The first heartbeat is there when the caller gets its prompt back.
+  // The first heartbeat exists before the caller gets control back.
   if (settings.daemon && ::daemon(0, 0) != 0) return 1;
 
   log(settings, "INFO", "hip: started");
   for (int beats = 1; toldToStop == 0; ++beats) {
     log(settings, "DEBUG", "hip: heartbeat " + std::to_string(beats));
     ::sleep(1);
-    (void)beat(settings, started);  // a profile removed under the daemon is not its end
+    (void)beat(settings, started);  // if somebody removes the profile, the daemon goes on
   }
   log(settings, "WARNING", "hip: told to stop");
   if (settings.stopDelay > 0) ::sleep(settings.stopDelay);

@@ -1,7 +1,7 @@
-// planted-removal: removes everything that it can reach below "/" on a private host, as a test gone wrong might.
+// planted-removal: removes every file that it can reach below "/" on a private host, as a faulty test could.
 //
-// `./dev anywhere` runs it and then compares the machine with what it was; nothing else starts it. It enters no mount
-// by intent and spares none: what keeps the machine's files is the host alone.
+// `./dev anywhere` runs it and then checks that the machine's files are unchanged. Nothing else starts it. It does not
+// spare mounts, so only the private host protects the files of the machine.
 #include <ftw.h>
 #include <unistd.h>
 

@@ -1,13 +1,17 @@
-// private-host: runs a command on a private host of its own, with the program of this build and the stand-in daemon.
+// private-host: runs a command on a new private host that has the program of this build and the stand-in daemon.
 //
 //   private-host [--store DIR] [--build DIR] [--visible DIR]... [--writable DIR]... [--] command [argument...]
 //
-// --store fills /etc/zuv/profiles with a copy of a folder; without it the store is empty. --build shows another build
-// than that of this program, for instance one for another machine. --visible keeps one more folder of the machine
-// readable, --writable one more writable; inside, they are /.private-host/shown/1, 2 and so on. The program is
-// /usr/bin/ravctl, the daemon /usr/sbin/hip. Arguments that name a folder of the checkout, or one of these, name it as
-// it is inside (see PrivateHost.h). The exit status is the command's; 125 without a host, 126 or 127 when the command
-// cannot be run. Nothing remains afterwards.
+// --store DIR      fills /etc/zuv/profiles with a copy of DIR; otherwise the store is empty
+// --build DIR      shows another build folder than that of this program, for example one for another kind of machine
+// --visible DIR    makes one more folder of the machine readable
+// --writable DIR   makes one more folder of the machine writable
+//
+// The folders of --visible and --writable are /.private-host/shown/1, /.private-host/shown/2 and so on inside. The
+// program is /usr/bin/ravctl, and the daemon is /usr/sbin/hip. In the arguments, paths of the checkout and of these
+// folders are replaced by their paths inside (see PrivateHost.h). The exit status is that of the command, or 125 if
+// there is no private host, 126 if the command cannot be executed, 127 if it does not exist. Nothing remains
+// afterwards.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -78,7 +82,7 @@ void furnish(const std::string& store) {
   ::setenv("PATH", "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", 1);
 }
 
-// A shell that controls its jobs needs a process group that it can see, in the foreground of the terminal.
+// A shell with job control needs a process group of its own namespace in the foreground of the terminal.
 void takeTerminal() {
   if (::isatty(0) == 0 || ::setpgid(0, 0) != 0) return;
   (void)::signal(SIGTTOU, SIG_IGN);

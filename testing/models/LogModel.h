@@ -1,5 +1,5 @@
-// LogModel: the level of a text and the excerpt of a log in the plainest words that say what they are; slow, and
-// nothing of the program in it but the names of the levels. What the program answers is held against it.
+// LogModel: a simple and slow second implementation of level parsing and log excerpts. Tests compare the results of the
+// program with it. It uses nothing of the program except the names of the levels.
 #pragma once
 
 #include <cstdint>
@@ -11,17 +11,17 @@
 
 namespace log_model {
 
-// The level that a text names, info when it names none, and whether it names one.
+// Returns the level that the text names and true, or info and false if it names none.
 std::pair<BasicLog::Level, bool> levelOf(const std::string& text);
 
-// The text of a piece: without what stands from its first zero byte on and without line ends.
+// Returns the text of a piece of a log: it ends before the first zero byte, and line ends are removed.
 std::string textOf(const std::string& piece);
 
-// The lines of a log at or above a level, line by line from its start, long lines in pieces of 4095 bytes.
+// Returns the lines of a log that are at or above a level, in the order of the log. Each piece of 4095 bytes of a long
+// line counts as a line.
 std::vector<std::string> matchingLines(const std::string& log, BasicLog::Level threshold);
 
-// What is left of a list when its first line goes as long as it has more than so many; negative means 50, and 100000 is
-// the most.
+// Returns the last `maxLines` lines. A negative number means 50, and a number above 100000 means 100000.
 std::vector<std::string> lastOf(std::vector<std::string> lines, std::int32_t maxLines);
 
 }  // namespace log_model

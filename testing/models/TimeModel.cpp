@@ -17,10 +17,10 @@ int daysOfMonth(std::int64_t year, int month) {
   return days[month - 1];
 }
 
-// 400 years always have as many days.
+// Every period of 400 years has this number of days.
 constexpr std::int64_t daysOf400Years = 146097;
 
-// Days from 1970-01-01 to the first of a month; any number of months.
+// Returns the days from 1970-01-01 to the first day of the month. The month may be outside 1 to 12.
 std::int64_t daysBefore(std::int64_t year, int month) {
   for (; month > 12; month -= 12) ++year;
   for (; month < 1; month += 12) --year;
@@ -50,7 +50,7 @@ bool sameLetter(char a, char b) {
   return small(a) == small(b);
 }
 
-// Whether the text starts with the word, and a blank or the end is behind it.
+// Returns true if the text starts with the word, followed by whitespace or the end of the text.
 bool isWord(const char* text, const std::string& word) {
   for (const char c : word) {
     if (!sameLetter(*text, c)) return false;

@@ -1,10 +1,10 @@
-// WallClock: while it lives, gettimeofday(2) answers what the test says. There is one at a time.
+// WallClock: while it lives, gettimeofday(2) returns the time that the test sets. There may be only one at a time.
 //
-//   WallClock clock(10'000'000);          // it stands still, ten seconds after 1970 began
+//   WallClock clock(10'000'000);          // stands still ten seconds after the start of 1970
 //   clock.moveTo(11'000'000);
-//   clock.fail();                         // from now on the call fails
+//   clock.fail();                         // from now on gettimeofday fails
 //
-// Threads: all of the process see this clock, and any may move it.
+// Threads: all threads of the process see this clock, and any thread may move it.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@
 class WallClock {
  public:
   explicit WallClock(std::int64_t micros);
-  // The system's clock again.
+  // Switches back to the system's clock.
   ~WallClock();
   WallClock(const WallClock&) = delete;
   WallClock& operator=(const WallClock&) = delete;
@@ -20,7 +20,8 @@ class WallClock {
   void moveTo(std::int64_t micros);
   void fail();
 
-  // How often it was asked since it was made; and waits until it was asked so often, for half a minute at most.
+  // timesAsked() returns the number of gettimeofday calls since the construction. waitUntilAsked() waits until there
+  // are that many calls, but for at most half a minute.
   int timesAsked() const;
   void waitUntilAsked(int times) const;
 };

@@ -1,20 +1,24 @@
-// FurnishedHost: runs a shell script on a private host as an administrator finds one.
+// FurnishedHost: runs a shell script on a private host that looks like the machine of an administrator.
 //
 //   const Outcome outcome = runOnFurnishedHost("ravctl list versions");
 //   if (outcome.exitStatus == 125) GTEST_SKIP() << outcome.err;       // no private host here
 //
-// The store is docs/examples/demo-store: a template and no profile. The daemon is the stand-in, its init script
-// packaging/examples/hip.init, and /usr/bin/ravctl a copy of the program that every user can run. The examples are in
-// /usr/share/doc/ravctl/examples, /usr/local/bin is empty. The working directory is /root. The caller need not be on a
-// private host and stays where it is.
+// - The store is a copy of docs/examples/demo-store: it has a template and no profile.
+// - The daemon is the stand-in daemon, and its init script is packaging/examples/hip.init.
+// - /usr/bin/ravctl is a copy of the program that every user can run.
+// - The examples are in /usr/share/doc/ravctl/examples, and /usr/local/bin is empty.
+// - The working directory is /root.
+// The caller may run inside or outside a private host; the new host does not change it.
 #pragma once
 
 #include <string>
 
 #include "testing/run/Program.h"
 
-// For /bin/sh. The exit status is the script's.
+// Runs the script with /bin/sh and returns its output and exit status. The exit status is 125 if this machine allows no
+// private host.
 Outcome runOnFurnishedHost(const std::string& script);
 
-// Why the init script would not work on this machine: a tool that is not installed. Empty when it does.
+// Names a tool that the init script needs and that this machine lacks: "/usr/bin/killall is not installed". Empty if it
+// lacks none.
 std::string missingForInitScript();

@@ -1,4 +1,4 @@
-// LogLines: log entries as lines to compare.
+// LogLines: turns a log entry into one line of text for tests to compare.
 #pragma once
 
 #include <string>
@@ -6,7 +6,7 @@
 #include "base/text/StringUtils.h"
 #include "log/front/BasicLog.h"
 
-// "[ERROR] basiclib FileUtils.cpp makeUniqueFile failed to open file: path=/x"
+// For example "[ERROR] basiclib FileUtils.cpp makeUniqueFile failed to open file: path=/x"
 inline std::string lineOf(const BasicLog::LogMessage& message) {
   return StringUtils::concatenate({BasicLog::shortTextHeader(message), " ", message.logger(), " ", message.file(), " ",
                                    message.function(), " ", BasicLog::textBody(message)});

@@ -1,4 +1,4 @@
-// Matchers of the product's own types.
+// Matchers: GoogleTest support for the product's status values.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -8,12 +8,14 @@
 
 #include "command/status/StatusCodes.h"
 
-// The name of a code as the source spells it ("status::openError"), with its number; the number alone for others.
+// Returns the name of a code in the source and its number: "status::openError (0x14000005)". Returns only the number if
+// the code has no name.
 std::string nameOfCode(StatusCode code);
 
-// Found by GoogleTest: how a status reads in a failure message.
+// GoogleTest calls it to print a status in a failure message.
 void PrintTo(const Status& status, std::ostream* out);
 
+// Matches a status, or a status code, that has this code:
 // EXPECT_THAT(store.list(&records), HasCode(status::openError));
 class HasCode {
  public:

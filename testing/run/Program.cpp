@@ -63,8 +63,9 @@ std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
   return pointers;
 }
 
-// What instrumented programs read goes along whatever the test's environment is. One with a limit on files could not
-// write the profile and would complain on standard error, so its is dropped.
+// Instrumented programs always get the variables that they read, whatever environment the test asks for. Under a file
+// size limit a program could not write its coverage profile and would complain on standard error, so it goes to
+// /dev/null.
 std::vector<std::string> environmentOf(const Start& start) {
   std::vector<std::string> environment = start.environment;
   for (const char* name : {"ASAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"}) {
@@ -82,7 +83,7 @@ void limit(decltype(RLIMIT_FSIZE) what, const std::optional<unsigned long>& most
   if (most) must(::setrlimit(what, &limits), "limit");
 }
 
-// In the child. What fails here is told on standard error, with exit status 126.
+// Runs in the child. A failure is printed on standard error, and the exit status is then 126.
 void becomeAsAsked(const Start& start) {
   ::umask(start.mask.value_or(022));
   must(::chdir(start.folder.c_str()), "enter the working directory");
@@ -108,14 +109,14 @@ void connect(const Start& start, int input, int output, int error) {
   ::alarm(start.seconds);
 }
 
-// Reads what comes until the child has ended and nothing more lies ready.
+// Reads the output until the child has ended and no more output is ready.
 void collect(pid_t child, int outFd, int errFd, Outcome* outcome) {
   const int childFd = must(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)), "watch the child");
   pollfd sources[] = {{outFd, POLLIN, 0}, {errFd, POLLIN, 0}, {childFd, POLLIN, 0}};
   std::string* const texts[] = {&outcome->out, &outcome->err};
   bool ended = false;
   for (;;) {
-    // A child that has ended no longer wakes us, so wait only for those that may still say something.
+    // After the child has ended, its descriptor is always ready, so poll only the pipes and do not wait.
     const int ready = ::poll(sources, ended ? 2 : 3, ended ? 0 : -1);
     if (ready < 0 && errno == EINTR) continue;
     if (ready <= 0) break;

@@ -10,7 +10,7 @@ constexpr std::string_view kEndOfText = "END_OF_TEXT_OF_SESSION";
 
 struct Step {
   char prompt;
-  std::string shown;    // the lines as they stand, prompts included
+  std::string shown;    // the lines with their prompts
   std::string command;  // the lines without prompts
   int blankLinesBefore;
 };

@@ -1,14 +1,16 @@
-// Session: commands as a manual shows them, each behind its prompt, with what they print. A session is true when its
-// script prints it, byte for byte.
+// Session: commands and their output as a manual shows them, each command after its prompt. readSession() turns the
+// text into a shell script. The text is correct if the script prints exactly the same bytes.
 //
 //   # ravctl profile rename lab new_name=harbour
 //   profile_name: harbour
 //
-// "# " is a command of root, "$ " one of a user without rights (uid 65534), and "> " goes on with the command before,
-// as a shell shows it. Root's commands share one shell; each of the user's has one of its own, without standard input.
-// "@ " is a command of root that sets the scene: it runs like the others, and neither it nor what it says is shown.
-// Blank lines before a prompt are blank lines; all others, and all other lines, are what the command before prints, on
-// standard output and standard error. A printed line that begins like a prompt cannot be shown.
+// The first two bytes of a line say what it is:
+// - "# " is a command of root. All of root's commands run in one shell.
+// - "$ " is a command of an unprivileged user (uid 65534). Each runs in a shell of its own, without standard input.
+// - "> " continues the command of the line before.
+// - "@ " is a command of root that prepares the others. The manual shows neither the command nor its output.
+// All other lines are the output of the command before, on standard output and standard error. Blank lines right before
+// a prompt only separate. So a session cannot show an output line that begins like a prompt.
 #pragma once
 
 #include <string>
@@ -16,13 +18,13 @@
 #include <vector>
 
 struct Session {
-  std::string shown;          // the text without what sets the scene
-  std::string script;         // for /bin/sh; prints `shown` when all of it is true
-  bool needsAnyUser = false;  // holds a command of the user, so root must run the script, where there are other users
+  std::string shown;          // the text without the lines of "@ " commands
+  std::string script;         // for /bin/sh; prints `shown` if the text is correct
+  bool needsAnyUser = false;  // there is a "$ " command, so the script needs root and a second user
 };
 
-// Throws std::runtime_error for text before the first prompt, and for "> " without a command before it.
+// Throws std::runtime_error if there is text before the first prompt or "> " without a command before it.
 Session readSession(std::string_view text);
 
-// The lines of a text, without their newlines.
+// Returns the lines of a text without their newlines.
 std::vector<std::string> linesOf(std::string_view text);

@@ -15,8 +15,8 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-constexpr const char* kRecord = "/run/calls";  // where recorders note their calls
-constexpr const char* kStore = "/etc/zuv";     // the tree that every transcript ends with
+constexpr const char* kRecord = "/run/calls";  // recorders append their calls to this file
+constexpr const char* kStore = "/etc/zuv";     // every transcript ends with the tree of this folder
 
 mode_t modeIn(const std::string& word) { return static_cast<mode_t>(std::stoul(word, nullptr, 8)); }
 unsigned long numberIn(const std::string& word) { return std::stoul(word); }
@@ -36,7 +36,7 @@ void needOtherUsers() {
   if (!host::hasOtherUsers()) throw TranscriptNeeds("a second user; a user namespace without root has one alone");
 }
 
-// One replay: the start of the commands to come, and the text as it came out so far.
+// One replay of a transcript: it keeps how to start the next commands, and the text with the actual results so far.
 class Replay {
  public:
   explicit Replay(const std::string& text) {
@@ -72,7 +72,7 @@ class Replay {
     } else if (startsWith(line, "$ ")) {
       runCommand(splitWords(line.substr(2)));
     } else if (startsWith(line, "tree ")) {
-      shown_.resize(shown_.size() - line.size() - 1);  // it may be shown in its other form
+      shown_.resize(shown_.size() - line.size() - 1);  // showTree() decides which form it gets
       ++at_;
       Words expected;
       for (; at_ < lines_.size() && !lines_[at_].empty(); ++at_) expected.push_back(lines_[at_]);
@@ -88,7 +88,7 @@ class Replay {
   };
   using Changes = std::map<std::string, Change>;
 
-  // What there is before the next command; words[0] is the key.
+  // The words after "given", which set up files before the next command; words[0] is the key.
   Changes givens() {
     return {
         {"d", {3, [](const Words& w) { host::makeDirs(w[2], modeIn(w[1])); }}},
@@ -108,7 +108,7 @@ class Replay {
     };
   }
 
-  // How the commands that follow are started.
+  // The words after "with", which say how to start the following commands.
   Changes withs() {
     return {
         {"nothing", {1, [this](const Words&) { start_ = Start(); }}},
@@ -135,7 +135,7 @@ class Replay {
     ++at_;
   }
 
-  // Shows what the command did, and passes over what the transcript says about it.
+  // Runs the command, adds its actual output and exit status, and skips those that the transcript has.
   void runCommand(Words words) {
     if (words.empty()) throw std::runtime_error("no command");
     const bool isOurs = words[0] == "ravctl";
@@ -150,7 +150,7 @@ class Replay {
       ++at_;
   }
 
-  // A line each; in quotes what would not be seen as it is.
+  // Adds each output line. A line with trailing blanks, without a newline or with unprintable bytes is quoted.
   void showOutput(const std::string& mark, const std::string& output) {
     for (size_t start = 0; start < output.size();) {
       const size_t end = output.find('\n', start);
@@ -178,7 +178,7 @@ class Replay {
     for (std::string got; std::getline(lines, got);) show(withAnyContent(got, expected));
   }
 
-  // "f 0644 hipvars.txt ..." stands for that file with any content.
+  // The expected line "f 0644 hipvars.txt ..." matches that file with any content.
   static std::string withAnyContent(const std::string& got, const Words& expected) {
     const std::string open = got.substr(0, got.find(" \"")) + " ...";
     return std::find(expected.begin(), expected.end(), open) != expected.end() ? open : got;

@@ -1,18 +1,20 @@
-// Transcript: a session at the command line, written down: the host it begins on, each command with what it prints and
-// how it ends, and the files afterwards. The form is described in tests/transcripts/README.md.
+// Transcript: replays a recorded session at the command line. A transcript holds the state of the host at the start,
+// each command with its output and exit status, and the files at the end. tests/transcripts/README.md describes the
+// format.
 //
 //   EXPECT_EQ(replayTranscript(text), text);
 //
-// Replaying gives the transcript as it should have been written: everything as it stands, but outputs, exit statuses
-// and trees as they came out. What differs is what was wrong. The caller is on a private host, freshly reset. Throws
-// std::runtime_error for a line that it does not understand, with its number, and TranscriptNeeds where this host
-// cannot do what the transcript asks for.
+// replayTranscript() runs the commands and returns the transcript with the actual outputs, exit statuses and trees. So
+// a transcript is correct if the result equals it, and otherwise the difference shows the wrong lines. Call it on a
+// private host right after host::reset(). Throws std::runtime_error with the line number if it does not understand a
+// line, and TranscriptNeeds if this host lacks something that the transcript needs.
 #pragma once
 
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+// what() names what the host lacks.
 class TranscriptNeeds : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -20,6 +22,7 @@ class TranscriptNeeds : public std::runtime_error {
 
 std::string replayTranscript(const std::string& text);
 
-// The words of a command line. Blanks separate; 'as it is', "with \n \xHH escapes" and \x quote, and may be joined in
-// one word. Throws std::runtime_error for an open quote or an unknown escape.
+// Returns the words of a command line. Blanks separate words. Quoting: 'literal text', "text with \n and \xHH escapes"
+// and a backslash before a single character; one word may mix them. Throws std::runtime_error for an unclosed quote or
+// an unknown escape.
 std::vector<std::string> splitWords(const std::string& line);

@@ -22,9 +22,9 @@ constexpr const char* kRight =
     "f 0600 b \"one\\n\"\n"
     "d 0755 profiles\n";
 
-TEST_F(TranscriptReplayTest, ARightTranscriptComesOutAsItIs) { EXPECT_EQ(replayTranscript(kRight), kRight); }
+TEST_F(TranscriptReplayTest, ACorrectTranscriptIsReturnedUnchanged) { EXPECT_EQ(replayTranscript(kRight), kRight); }
 
-TEST_F(TranscriptReplayTest, EveryWrongLineOfWhatCameOutIsPutRight) {
+TEST_F(TranscriptReplayTest, MissingResultLinesAreAdded) {
   const std::string right = kRight;
   for (const char* part :
        {">q \"me \\n\"\n", "> me\n", ">q \"end\"\n", "! no\n", "= 3\n", "f 0600 b \"one\\n\"\n", "d 0755 profiles\n"}) {
@@ -36,18 +36,18 @@ TEST_F(TranscriptReplayTest, EveryWrongLineOfWhatCameOutIsPutRight) {
   }
 }
 
-TEST_F(TranscriptReplayTest, ATranscriptWithoutATreeIsGivenOne) {
+TEST_F(TranscriptReplayTest, ATreeIsAddedToATranscriptWithoutOne) {
   EXPECT_EQ(replayTranscript("$ /bin/true\n= 0\n"), "$ /bin/true\n= 0\ntree /etc/zuv\nd 0755 profiles\n");
 }
 
-TEST_F(TranscriptReplayTest, UnchangedStaysOnlyWhileItIsTrue) {
+TEST_F(TranscriptReplayTest, UnchangedIsKeptOnlyIfTheTreeIsUnchanged) {
   const std::string reading = "given f 0600 /etc/zuv/a \"\"\n$ /bin/cat /etc/zuv/a\n= 0\n\ntree /etc/zuv unchanged\n";
   EXPECT_EQ(replayTranscript(reading), reading);
   EXPECT_EQ(replayTranscript("$ /bin/rm /etc/zuv/a\n= 0\n\ntree /etc/zuv unchanged\n"),
             "$ /bin/rm /etc/zuv/a\n= 0\n\ntree /etc/zuv\nd 0755 profiles\n");
 }
 
-TEST_F(TranscriptReplayTest, DotsStandForAnyContentOfThatFileAndMode) {
+TEST_F(TranscriptReplayTest, DotsMatchAnyContentOfAFileWithTheGivenMode) {
   const std::string open =
       "given profile p lab\ngiven running p\n$ /bin/true\n= 0\n\ntree /etc/zuv/profiles/p\nf 0644 hip.conf \"\"\n"
       "f 0644 hipvars.txt ...\nf 0640 profile_name \"lab\\n\"\n";
@@ -63,7 +63,7 @@ TEST_F(TranscriptReplayTest, ASignalIsShown) {
             "$ /bin/sh -c 'kill -9 $$'\n= signal 9\n\ntree /run\n");
 }
 
-TEST_F(TranscriptReplayTest, EveryGivenSetsItsScene) {
+TEST_F(TranscriptReplayTest, EveryGivenLineTakesEffect) {
   const std::string text =
       "given d 0700 /run/d\ngiven f 0600 '/run/with blank' \"\\xff\"\ngiven l /run/l -> d\ngiven p 0620 /run/p\n"
       "given f 0644 /run/gone x\ngiven absent /run/gone\ngiven mode 0711 /run/d\n"
@@ -76,7 +76,7 @@ TEST_F(TranscriptReplayTest, EveryGivenSetsItsScene) {
   EXPECT_EQ(replayTranscript(text), text);
 }
 
-TEST_F(TranscriptReplayTest, EveryWithReachesTheCommand) {
+TEST_F(TranscriptReplayTest, EveryWithLineTakesEffect) {
   const std::string text =
       "with umask 077\nwith bound-by-modes\nwith file-limit 2\nwith input \"in\\n\"\nwith folder /run\nwith env A=b\n"
       "given f 0000 /run/closed \"\"\n"
@@ -92,7 +92,7 @@ TEST_F(TranscriptReplayTest, EveryWithReachesTheCommand) {
   EXPECT_EQ(replayTranscript(text), text);
 }
 
-TEST_F(TranscriptReplayTest, AnotherUserIsAskedForOrMissed) {
+TEST_F(TranscriptReplayTest, ACommandRunsAsAnotherUserOrTheNeedIsReported) {
   const std::string text = "with uid 1000\n$ /usr/bin/id -u\n> 1000\n= 0\n\ntree /run\n";
   if (hasOtherUsers()) {
     EXPECT_EQ(replayTranscript(text), text);
@@ -101,14 +101,14 @@ TEST_F(TranscriptReplayTest, AnotherUserIsAskedForOrMissed) {
   }
 }
 
-TEST_F(TranscriptReplayTest, LinesThatSayNothingAreRefused) {
+TEST_F(TranscriptReplayTest, LinesThatCannotBeParsedAreRefused) {
   for (const char* wrong : {"ravctl\n", "given what\n", "given f 0600 /run/x\n", "with much\n", "$ 'open\n",
                             "> early\n", "given d what /run/x\n"}) {
     EXPECT_THROW((void)replayTranscript(wrong), std::runtime_error) << wrong;
   }
 }
 
-TEST(SplitWords, WordsAreQuotedAsInAShell) {
+TEST(SplitWords, QuotesAndBackslashesJoinWords) {
   const struct {
     const char* line;
     std::vector<std::string> words;
