@@ -1,16 +1,18 @@
-// pairs: times two commands against each other, a start of one after a start of the other.
+// pairs: compares the run times of two commands. It runs them alternately, in pairs.
 //
 //   pairs [--pairs N] [--warm-up N] [--bar R] [--before-a 'COMMAND'] [--before-b 'COMMAND'] -- A... -- B...
 //
-// A and B are absolute paths with their arguments; they run with an empty environment, no input and their output on
-// /dev/null, on one core when the machine lets us choose. Measured are the wall time, from before the start to the end
-// that was waited for, and the peak memory as the kernel tells it (never less than this program's own 2 MiB, which a
-// child shares until it is another program). --before-a and --before-b (words split at blanks) put the world in order
-// before each run of A and of B; that is not measured. Who goes first changes from pair to pair.
+// A and B are absolute paths with their arguments. They run with an empty environment, no input, their output on
+// /dev/null, and on one core if the machine allows that choice. pairs measures:
+// - the wall time, from before the start of the process to the return of wait4
+// - the peak memory that the kernel reports, which is at least the 2 MiB of this program, because a child shares them
+//   until it executes another program
+// --before-a and --before-b are commands, split at blanks, that run before each run of A and of B. Their time is not
+// measured. The order of A and B alternates from pair to pair.
 //
-// Printed: median and quartiles of each, and two ratios B to A: of the medians, which the bar is held against, and the
-// median of the ratios of the pairs, which drift of the machine touches least. A missed bar is no failure: the exit
-// status is 0 unless something could not be run.
+// It prints the median and the quartiles of each command, and two ratios of B to A: the ratio of the medians, which it
+// compares with the bar, and the median of the ratios of the pairs, which is least sensitive to a drift of the machine.
+// A missed bar is no failure: the exit status is 0 unless a command could not be run.
 #include <fcntl.h>
 #include <sched.h>
 #include <spawn.h>
@@ -90,13 +92,13 @@ Options read(int argc, char** argv) {
   }
   for (Words& command : options.command) {
     for (++at; at < argc && std::strcmp(argv[at], "--") != 0; ++at) command.emplace_back(argv[at]);
-    if (command.empty()) fail("two commands are wanted, each after --");
+    if (command.empty()) fail("two commands are needed, each after --");
   }
-  if (options.pairs == 0) fail("at least one pair is wanted");
+  if (options.pairs == 0) fail("at least one pair is needed");
   return options;
 }
 
-// Child processes inherit the choice. A machine that refuses is only noisier.
+// Child processes inherit the core. If the machine refuses, the figures only vary more.
 void stayOnOneCore() {
   cpu_set_t one;
   CPU_ZERO(&one);
@@ -112,7 +114,7 @@ double now() {
   return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
 }
 
-// A program together with all that starting it needs, made once and before the clock runs.
+// A program and everything that posix_spawn needs to start it, prepared once before the measurement.
 class Starter {
  public:
   explicit Starter(const Words& words) : words_(words) {

@@ -1,10 +1,11 @@
-// store: makes a profile store for the benchmarks, or gives one its state back.
+// store: creates a profile store for the benchmarks, or restores one.
 //
-//   store DIR COUNT           DIR/profiles with profile-1 .. profile-COUNT, each with a name of its own, in no order
-//   store DIR COUNT equal     the same, and every name the same
+//   store DIR COUNT           DIR/profiles with profile-1 .. profile-COUNT, each with a different name, in no order
+//   store DIR COUNT equal     the same, but all profiles have one name
 //
-// Names that are there already are written anew, so that a store whose names were repaired is as before. `.current`
-// names profile-1, which holds a hip.conf: nothing is elected. `.factory` holds a firmware_revision.
+// It overwrites existing name files, which restores a store whose names the program has repaired. `.current` names
+// profile-1, which has a hip.conf, so the program need not elect an active profile. `.factory` holds a
+// firmware_revision.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -33,7 +34,7 @@ void writeFile(const std::string& path, const std::string& text) {
   if (close(fd) != 0) fail(path);
 }
 
-// Multiples of a prime modulo a larger one: all different, and far from the order of their numbers.
+// Uses multiples of a prime modulo a larger prime, which are all different and in no order.
 std::string scatteredName(unsigned long number) {
   constexpr unsigned long step = 611953, names = 999983;
   return "site-" + std::to_string(number * step % names);

@@ -1,11 +1,11 @@
-// What the fuzz targets share: laws that end the run, an input taken apart, faults that the input decides, a folder of
-// their own.
+// FuzzTarget: what the fuzz targets share. It checks laws, takes the input apart, chooses faults from the input and
+// creates a temporary folder.
 //
 //   fuzz::Input input(data, size);
 //   const FaultPlan plan = fuzz::faults(input);          // the first two bytes
 //   const std::string content(input.rest());
 //   ...
-//   fuzz::require(after == before, "what was read changes nothing");
+//   fuzz::require(after == before, "reading changes nothing");
 #pragma once
 
 #include <unistd.h>
@@ -24,14 +24,14 @@
 
 namespace fuzz {
 
-// Names a law that is broken and ends the process, so that the fuzzer keeps the input.
+// Does nothing if the law holds. Otherwise prints the law and aborts, so that the fuzzer keeps the input.
 inline void require(bool holds, const char* law) {
   if (holds) return;
   (void)std::fprintf(stderr, "broken law: %s\n", law);
   std::abort();
 }
 
-// Hands out an input from its start. Where it is used up, bytes are 0.
+// Reads an input from its start. After the end of the input every byte is 0.
 class Input {
  public:
   Input(const std::uint8_t* data, std::size_t size) : rest_(reinterpret_cast<const char*>(data), size) {}
@@ -43,15 +43,15 @@ class Input {
     return first;
   }
 
-  // What was not handed out yet.
+  // The bytes that were not read yet.
   std::string_view rest() const { return rest_; }
 
  private:
   std::string_view rest_;
 };
 
-// One byte says how often what follows is repeated, so that files grow beyond every buffer: '@' is 64 times. The whole
-// ends below `limit` bytes, wherever that is.
+// Reads a byte that says how often to repeat the remaining input, so that files grow larger than every buffer; '@'
+// means 64 times. Returns the repeated text. The repetition stops before the text reaches `limit` bytes.
 inline std::string repeatedRest(Input& input, std::size_t limit) {
   const unsigned byte = input.byte();
   std::string content(input.rest());
@@ -62,9 +62,9 @@ inline std::string repeatedRest(Input& input, std::size_t limit) {
   return content;
 }
 
-// Two bytes: the lowest bits of the first say whether nothing fails ('@'), one system call fails once ('A'), it and all
-// later ones fail ('B') or reads and writes move a byte at a time ('C'); the second says which call fails, '@' the
-// first.
+// Reads two bytes and returns the plan that they choose. The lowest bits of the first byte choose the kind: no fault
+// ('@'), one failing call ('A'), one call and all later ones fail ('B'), reads and writes move one byte at a time
+// ('C'). The second byte chooses the failing call; '@' is the first.
 inline FaultPlan faults(Input& input) {
   enum : unsigned { none, once, fromThereOn, shortTransfers, kinds };
   const unsigned kind = input.byte() % kinds;
@@ -76,7 +76,8 @@ inline FaultPlan faults(Input& input) {
   return plan;
 }
 
-// Makes its calls under the plan. True when none of them failed; the names of those that did are added to `refused`.
+// Runs the operation under the plan. Returns true if no call failed. Otherwise appends the names of the failed calls to
+// `refused`.
 template <typename Operation>
 bool runUnder(const FaultPlan& plan, Operation operation, std::vector<std::string>* refused = nullptr) {
   const ArmedFaults armed(plan);
@@ -89,7 +90,7 @@ bool runUnder(const FaultPlan& plan, Operation operation, std::vector<std::strin
   return false;
 }
 
-// Requires that what was open at its begin, and nothing else, is open at its end.
+// Requires that no descriptor opened during its lifetime is still open at its end.
 class NothingStaysOpen {
  public:
   NothingStaysOpen() : free_(lowestFree()) {}
@@ -107,7 +108,8 @@ class NothingStaysOpen {
   int free_;
 };
 
-// A folder (in ZUV_TMP_DIR: best in memory) for a file and its lock; it goes at the end of the process.
+// A temporary folder for a file and its lock. It is in ZUV_TMP_DIR, which should be in memory. The destructor removes
+// it.
 class Folder {
  public:
   Folder() {
@@ -118,7 +120,7 @@ class Folder {
   }
   ~Folder() {
     (void)emptyFolder(path_);
-    (void)::rmdir(path_.c_str());  // at the end of the process nobody could be told
+    (void)::rmdir(path_.c_str());  // a failure at the end of the process cannot be reported
   }
   Folder(const Folder&) = delete;
   Folder& operator=(const Folder&) = delete;

@@ -1,11 +1,8 @@
-// Laws of the daemon's variables file, for any content; the model below is slow and goes by the description of the
-// file:
-// - Run state and report are those of the model.
-// - When a call fails, each of the two readings counts as one of a file that cannot be opened or that is empty, or it
-// is
-//   not disturbed at all.
-// Input: faults (fuzz::faults), how often the rest is repeated, a file; in it a byte 1 and one more are a time in
-// seconds, up to 9 before now ('@'), or after it.
+// Laws of the daemon's variables file, for any content. The model below is a simple and slow second implementation.
+// - The run state and the report are those of the model.
+// - If a call fails, the result is as if each of the two readings had found the whole file, an empty file or no file.
+// Input: faults (fuzz::faults), a repeat count (fuzz::repeatedRest), a file. In the file, a byte 1 and the byte after
+// it stand for a time in seconds. It is up to 9 seconds before now ('@' is now), or up to 5 seconds after it.
 #include <cstdint>
 #include <ctime>
 #include <map>
@@ -59,7 +56,7 @@ Variables variablesOf(const std::string& content) {
   return variables;
 }
 
-// Exact, whatever the digits: no number of a file of this size leaves 128 bits before the ends of 64 cut it.
+// So wide that the arithmetic is exact: numberOf() limits every number to 64 bits.
 __extension__ typedef __int128 Wide;
 
 Wide numberOf(const std::string& text) {
@@ -73,7 +70,7 @@ Wide numberOf(const std::string& text) {
   return isNegative ? -number : std::min(number, most);
 }
 
-// What one reading says; none when the file cannot be opened.
+// The result of one reading; none if the file cannot be opened.
 using Reading = std::optional<Variables>;
 
 bool hasTimes(const Variables& variables) {
@@ -143,12 +140,12 @@ void requireAsModel(const Answers& answers, const std::string& content, std::tim
   const Reading readings[] = {whole, Variables(), std::nullopt};
   bool isKnown = false;
   for (const Reading& reading : readings) isKnown = isKnown || answers.state == stateOf(reading, t);
-  require(isKnown, "a fault makes the file one that says nothing or that cannot be opened");
+  require(isKnown, "with a fault the run state is that of the file, an empty file or no file");
   isKnown = false;
   for (const Reading& first : readings) {
     for (const Reading& second : readings) isKnown = isKnown || answers.report == reportOf(first, second, t);
   }
-  require(isKnown, "so it does for each of the two readings");
+  require(isKnown, "with a fault each reading of the report is that of the file, an empty file or no file");
 }
 
 }  // namespace
@@ -162,7 +159,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::time_t now = 0;
   Answers answers;
   std::string content;
-  do {  // until the second stays the same
+  do {  // repeated if the clock moved to the next second meanwhile
     now = std::time(nullptr);
     content = withTimes(text, now);
     fuzz::writeFile(path, content);

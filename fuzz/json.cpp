@@ -1,11 +1,12 @@
 // Laws of the JSON library, for any text:
-// - Nothing is read beyond the text, nothing stays behind, nothing is freed twice (the sanitizers look).
-// - Every member of a document is found under its name in its place.
-// - What is written is written again when it is read back, and is the same tree up to the six decimals of numbers, for
-//   trees that the format carries: names without quotes and backslashes; strings without backslashes, bytes above 126
-//   and control bytes that have no letter; finite numbers, a little away from the edges between whole and not whole.
-// - The parser says the same when it is called through its interface, and of a text up to its zero byte.
-// - A sequence collects objects alone.
+// - The library reads nothing beyond the text, leaks nothing and frees nothing twice. The sanitizers check this.
+// - Every member of a document is found by its name at its position.
+// - A written tree parses back to the same tree, except that numbers have six decimals, and is then written as the same
+//   text. This holds for trees that the format can represent: names without quotes and backslashes; strings without
+//   backslashes, bytes above 126 and control bytes that have no escape letter; finite numbers that are not so close to
+//   a whole number that rounding could make them whole.
+// - The parser gives the same result if it is called through its interface, or with a text that ends at its zero byte.
+// - A sequence contains only objects.
 #include <cmath>
 #include <cstdint>
 
@@ -28,7 +29,7 @@ bool carriesText(std::string_view text) {
   return true;
 }
 
-// Six decimals may move a number across the edge of "integral", which lies 0.00001 from a whole number.
+// The writer prints numbers within 0.00001 of a whole number as whole. Rounding to six decimals may cross that limit.
 bool carriesNumber(double number) {
   return std::isfinite(number) && std::fabs(std::fabs(number - std::round(number)) - 0.00001) > 0.000001;
 }
@@ -66,8 +67,9 @@ bool same(const jsObject* one, const jsObject* other) {
 void requireFoundMembers(const jsObject* value) {
   for (std::size_t at = 0; at < json::memberCount(value); ++at) {
     const std::string_view name = json::memberName(value, at);
-    require(json::findMember(value, name) == static_cast<std::ptrdiff_t>(at), "a member is found in its place");
-    require(json::findMemberIgnoringCase(value, name) <= static_cast<std::ptrdiff_t>(at), "so it is ignoring case");
+    require(json::findMember(value, name) == static_cast<std::ptrdiff_t>(at), "a member is found at its position");
+    require(json::findMemberIgnoringCase(value, name) <= static_cast<std::ptrdiff_t>(at),
+            "a member is also found if the case is ignored");
     requireFoundMembers(json::memberValue(value, at));
   }
   for (std::size_t at = 0; at < json::elementCount(value); ++at) requireFoundMembers(json::element(value, at));
@@ -78,10 +80,10 @@ void requireStableText(const jsObject* document) {
   json::write(text, document);
   ScopedJson again(json::parse(text.data(), static_cast<std::ptrdiff_t>(text.size())));
   if (!carries(document)) return;
-  require(static_cast<bool>(again), "what is written can be read");
-  require(same(document, again.get()), "what is read back is the same tree");
+  require(static_cast<bool>(again), "a written tree can be parsed");
+  require(same(document, again.get()), "a written tree parses back to the same tree");
   std::string secondText;
-  require(json::write(secondText, again.get()) == text, "and is written the same");
+  require(json::write(secondText, again.get()) == text, "a parsed tree is written as the same text");
 }
 
 std::string writtenOrNone(const jsObject* document) {
@@ -93,13 +95,14 @@ void requireSameThroughInterface(const char* text, std::ptrdiff_t length, const 
   parserinfo parser;
   const bool isScanned = json::scan(parser, text, length);
   const ScopedJson found(parser.takeRoot());
-  require(isScanned == (length != 0), "a scan goes through any text there is");
+  require(isScanned == (length != 0), "a scan accepts every text that is not empty");
   require(writtenOrNone(found.get()) == writtenOrNone(document), "virtual calls give the same document");
   const std::string copy(text, static_cast<std::size_t>(length));
   const std::string cut = copy.c_str();
   const ScopedJson toZeroByte(json::parse(copy.c_str()));
   const ScopedJson ofThatLength(json::parse(cut.data(), static_cast<std::ptrdiff_t>(cut.size())));
-  require(writtenOrNone(toZeroByte.get()) == writtenOrNone(ofThatLength.get()), "no length is up to the zero byte");
+  require(writtenOrNone(toZeroByte.get()) == writtenOrNone(ofThatLength.get()),
+          "a text without a length ends at its zero byte");
 }
 
 }  // namespace
@@ -114,9 +117,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   requireSameThroughInterface(text, length, document.get());
   ScopedJson objects(json::parseSequence(text, length));
-  require(static_cast<bool>(objects) == (size != 0), "a sequence is an array unless there is no text");
+  require(static_cast<bool>(objects) == (size != 0), "a sequence is an array unless the text is empty");
   for (std::size_t at = 0; at < json::elementCount(objects.get()); ++at) {
-    require(json::isObject(json::element(objects.get(), at)), "a sequence collects objects alone");
+    require(json::isObject(json::element(objects.get(), at)), "a sequence contains only objects");
   }
   return 0;
 }

@@ -1,12 +1,11 @@
-// Laws of key=value files, for any content; the model below takes lines apart by the description of the format:
-// - Writing back the pairs that were read leaves the file as it is, byte for byte, unless a key is there twice.
-// - Setting a key makes the file that of the model: its line has the new value and keeps its comment, other pairs are
-// in
-//   normal form, every other line is as it was, and an empty last one goes.
-// - The file then reads back with that value, the same keys, and the same values where the format carries them bare:
-//   without outer blanks and outer quotes.
-// - Setting it again changes nothing; neither does setting another value and this one again, when every value is bare.
-// - An edit that fails leaves the old bytes, some of them overwritten by the first of the new ones: no file is emptied.
+// Laws of key=value files, for any content. The model below is a simple second implementation of the format.
+// - Writing back the pairs that were read does not change a byte of the file, unless a key occurs twice.
+// - Setting a key gives the file of the model: the line of the key has the new value and keeps its comment, other pairs
+//   are in normal form, every other line is unchanged, and an empty last line is removed.
+// - The file then reads back with the new value and the same keys. Values that need no quotes are the same too.
+// - Setting the key again changes nothing. If no value needs quotes, setting another value and then the first one again
+//   does not change the file either.
+// - A failed edit leaves the old bytes, of which the first may be overwritten by new ones. It never empties the file.
 // Input: faults (fuzz::faults), a file.
 #include <algorithm>
 #include <cstdint>
@@ -23,7 +22,7 @@ constexpr const char* fuzzedKey = "fuzzed key";
 
 bool isBlank(char c) { return static_cast<unsigned char>(c) <= 32 || c == 127; }
 
-bool isCarriedBare(const std::string& value) {
+bool needsNoQuotes(const std::string& value) {
   if (value.empty()) return true;
   if (isBlank(value.front()) || isBlank(value.back())) return false;
   return value.size() < 2 || value.front() != value.back() || (value.front() != '"' && value.front() != '\'');
@@ -64,7 +63,7 @@ Line modelOfLine(std::string whole) {
   return line;
 }
 
-// None when a line is longer than what is read at a time: a carriage return there may end it.
+// Returns false if there is no model: in a line longer than one read a carriage return may end the line.
 bool modelOfLines(const std::string& content, std::vector<Line>& lines) {
   for (std::size_t begin = 0; begin < content.size();) {
     const std::size_t end = std::min(content.find('\n', begin), content.size() - 1) + 1;
@@ -102,13 +101,13 @@ std::string modelOfSet(const std::string& content, const std::vector<Line>& line
 
 void requireUnchangedByItsOwnPairs(const std::string& path, const std::string& content, FileUtils::KeyValueMap& pairs) {
   require(FileUtils::readKeyValueFile(path, pairs, '='), "pairs can be read");
-  require(FileUtils::writeKeyValueFile(path, pairs, '='), "what was read can be written");
+  require(FileUtils::writeKeyValueFile(path, pairs, '='), "the pairs that were read can be written");
   std::vector<Line> lines;
   if (!modelOfLines(content, lines)) return;
   require(pairs == pairsOf(lines), "pairs are those of the model");
   const auto inLines = std::count_if(lines.begin(), lines.end(), [](const Line& line) { return line.isPair; });
   const bool isKeyThereTwice = static_cast<std::size_t>(inLines) > pairs.size();
-  require(contentOf(path) == content || isKeyThereTwice, "what was read changes nothing");
+  require(contentOf(path) == content || isKeyThereTwice, "writing back the same pairs changes nothing");
 }
 
 void requirePairs(const std::string& path, const FileUtils::KeyValueMap& expected) {
@@ -119,22 +118,22 @@ void requirePairs(const std::string& path, const FileUtils::KeyValueMap& expecte
   for (const auto& [key, value] : expected) {
     const auto pair = found.find(key);
     require(pair != found.end(), "a key reads back");
-    require(!isCarriedBare(value) || pair->second == value, "a bare value reads back");
+    require(!needsNoQuotes(value) || pair->second == value, "a bare value reads back");
   }
 }
 
 void requireStableAfterSetting(const std::string& path, const FileUtils::KeyValueMap& pairs) {
   const std::string once = contentOf(path);
   require(FileUtils::setKeyValue(path, fuzzedKey, "value"), "a key can be set again");
-  require(contentOf(path) == once, "setting twice is setting once");
+  require(contentOf(path) == once, "setting a key twice is the same as setting it once");
   for (const auto& [key, value] : pairs)
-    if (!isCarriedBare(value)) return;
+    if (!needsNoQuotes(value)) return;
   require(FileUtils::setKeyValue(path, fuzzedKey, "another"), "another value can be set");
-  require(FileUtils::setKeyValue(path, fuzzedKey, "value"), "and the first one again");
-  require(contentOf(path) == once, "a value and back is no change");
+  require(FileUtils::setKeyValue(path, fuzzedKey, "value"), "the first value can be set again");
+  require(contentOf(path) == once, "setting another value and the first one again changes nothing");
 }
 
-// Sets the key under the plan in a file whose content a calm run turns into `after`.
+// Sets the key under the plan. Without a fault the file would become `after`.
 void requireFailureIsBounded(const std::string& path, const FaultPlan& plan, const std::string& after) {
   const std::string before = contentOf(path);
   bool worked = false;
@@ -144,13 +143,13 @@ void requireFailureIsBounded(const std::string& path, const FaultPlan& plan, con
     require(!isUndisturbed || worked, "an edit without a fault succeeds");
   }
   const std::string content = contentOf(path);
-  require(!worked || content == after, "an edit that succeeds is whole");
+  require(!worked || content == after, "a successful edit is complete");
   if (content == after) return;  // only the close failed
   const auto [end, unused] = std::mismatch(content.begin(), content.end(), after.begin(), after.end());
   const auto written = static_cast<std::size_t>(end - content.begin());
   const std::string_view kept = std::string_view(before).substr(std::min(written, before.size()));
-  require(content.size() >= std::min(before.size(), after.size()), "a failed edit empties nothing");
-  require(content.compare(written, std::string::npos, kept) == 0, "behind what was written stand the old bytes");
+  require(content.size() >= std::min(before.size(), after.size()), "a failed edit does not shorten the file");
+  require(content.compare(written, std::string::npos, kept) == 0, "after the new bytes come the old bytes");
 }
 
 }  // namespace

@@ -1,8 +1,7 @@
-// Laws of levels, for any text; the model is testing/models/LogModel.h:
-// - The level parser finds the level that the model finds, and says whether the text named one.
-// - The gate of the log excerpt, asked about one line after the other, says of each what the parser says of its text,
-//   or that it must see the whole text.
-// Input: a byte for the threshold, lines.
+// Laws of log levels, for any text. The model is testing/models/LogModel.h.
+// - The level parser finds the same level as the model, and reports if the text names one.
+// - For each line, the gate of the log excerpt decides as the parser does, or asks for the whole text.
+// Input: a byte for the threshold, then lines.
 #include <cstdint>
 
 #include "fuzz/FuzzTarget.h"
@@ -17,19 +16,20 @@ using fuzz::require;
 void requireAsModel(const std::string& text) {
   const auto [expected, isNamed] = log_model::levelOf(text);
   Level level = Level::trace;
-  require(BasicLog::parseLogLevel(text, level) == isNamed, "the parser says whether a level is named");
+  require(BasicLog::parseLogLevel(text, level) == isNamed, "the parser reports if a level is named");
   require(level == expected, "the level is that of the model");
-  require(BasicLog::parseLogLevel(text) == expected, "so it is without the question");
+  require(BasicLog::parseLogLevel(text) == expected,
+          "the level is the same if the caller does not ask if one is named");
 }
 
 void requireHonestGate(LevelGate& gate, Level threshold, std::string_view piece) {
   const std::string text = log_model::textOf(std::string(piece));
   const bool passes = log_model::levelOf(text).first >= threshold;
-  require(gate.passes(text) == passes, "the gate asks the parser");
+  require(gate.passes(text) == passes, "for the whole text the gate decides as the parser");
   const LevelGate::Answer answer = gate.ask(piece);
   if (answer == LevelGate::Answer::needsWholeText) return;
-  require(!text.empty(), "an answer is about a text that is not empty");
-  require((answer == LevelGate::Answer::passes) == passes, "the gate knows the level by the first bytes");
+  require(!text.empty(), "the gate decides only about a text that is not empty");
+  require((answer == LevelGate::Answer::passes) == passes, "from the first bytes the gate decides as the parser");
 }
 
 }  // namespace

@@ -1,10 +1,9 @@
-// Laws of configuration edits, for any content; the model below knows whole lines and nothing of buffers:
-// - Setting a key replaces every line that begins with it and appends it where there is none; all else stays, byte for
-//   byte.
-// - Setting it again changes nothing more.
-// - Removing it takes exactly its lines.
-// - A failed edit leaves the file as it was; nothing is left beside it that could be removed.
-// Input: faults (fuzz::faults), how often the rest is repeated, a file.
+// Laws of configuration edits, for any content. The model below works on whole lines and has no buffers.
+// - Setting a key replaces every line that begins with it, or appends a line if there is none. All other bytes stay.
+// - Setting it again changes nothing.
+// - Removing it removes exactly its lines.
+// - A failed edit leaves the file unchanged. It leaves no temporary file, unless the removal of that file fails too.
+// Input: faults (fuzz::faults), a repeat count (fuzz::repeatedRest), a file.
 #include <algorithm>
 #include <cstdint>
 #include <string>
@@ -20,9 +19,9 @@ using fuzz::contentOf;
 using fuzz::require;
 
 constexpr std::size_t largestFile = 100000;
-constexpr std::size_t largestSlowFile = 2000;  // a byte at a time
+constexpr std::size_t largestSlowFile = 2000;  // for reads and writes of one byte
 
-// `content` with every line that begins with "k=" replaced, where `line` is not empty, or removed.
+// Returns `content` with every line that begins with "k=" replaced by `line`. An empty `line` removes those lines.
 std::string modelOf(const std::string& content, const std::string& line, bool& found) {
   std::string result;
   found = false;
@@ -49,7 +48,7 @@ std::string modelOfRemoval(const std::string& content) {
   return modelOf(content, "", found);
 }
 
-// One edit under the plan: whole, or not at all.
+// Runs one edit under the plan. It must be complete, or change nothing.
 template <typename Edit>
 void requireWholeOrNot(const std::string& path, const FaultPlan& plan, const std::string& after, Edit edit) {
   const std::string before = contentOf(path);
@@ -59,8 +58,8 @@ void requireWholeOrNot(const std::string& path, const FaultPlan& plan, const std
   const bool isUndisturbed = fuzz::runUnder(
       plan, [&] { status = edit(); }, &refused);
   require(!isUndisturbed || status.isSuccess(), "an edit without a fault succeeds");
-  require(contentOf(path) == (status.isSuccess() ? after : before), "an edit changes its lines alone, or nothing");
-  // Where the removal itself fails the file stays, until an edit makes it anew.
+  require(contentOf(path) == (status.isSuccess() ? after : before), "an edit changes only its lines, or nothing");
+  // If the removal of the temporary file fails, the file stays until the next edit.
   const bool isRemovalRefused = std::find(refused.begin(), refused.end(), "unlink") != refused.end();
   if (isRemovalRefused) (void)FileUtils::removeFile(path + ".temp");
   require(!FileUtils::fileExists(path + ".temp"), "no temporary file is left");

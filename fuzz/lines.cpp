@@ -1,9 +1,9 @@
-// Laws of the line readers, for any file, line buffer and limit; the models below take one byte after the other:
-// - Pieces are those of a line buffer of that size, with a buffer of the reader's own as with a borrowed one.
-// - Whole lines are those of chunks of at most 499 bytes; a line at its limit is too long.
+// Laws of the line readers, for any file, line buffer and limit. The models below read one byte at a time.
+// - Pieces are those of a line buffer of that size, both with the reader's own buffer and with a borrowed one.
+// - Whole lines consist of chunks of at most 499 bytes. A line that reaches the limit is too long.
 // - All lines of a file, and its first line that is not blank, are those of the model.
-// - When a call fails the answer is the same, or a failure of the file without lines.
-// Input: faults (fuzz::faults), size of the line buffer, limit, how often the rest is repeated, a file.
+// - If a call fails, the result is the same, or an error status and no lines.
+// Input: faults (fuzz::faults), the size of the line buffer, the limit, a repeat count (fuzz::repeatedRest), a file.
 #include <fcntl.h>
 
 #include <cstdint>
@@ -45,7 +45,7 @@ Pieces modelOfPieces(const std::string& content, std::size_t most) {
 
 bool isOpen(const std::string& path, OpenedFile& file) { return openForReading(AT_FDCWD, path.c_str(), file); }
 
-// False when reading failed; what was read until then stays.
+// Returns false if reading failed. The pieces read before the failure stay in `pieces`.
 bool piecesOf(LineReader reader, Pieces& pieces) {
   pieces.clear();
   for (LinePiece piece; reader.next(piece);) pieces.push_back({std::string(piece.text), piece.startsLine});
@@ -53,10 +53,10 @@ bool piecesOf(LineReader reader, Pieces& pieces) {
 }
 
 void requireStart(const Pieces& found, const Pieces& expected, bool isWhole) {
-  require(isWhole ? found.size() == expected.size() : found.size() <= expected.size(), "as many pieces");
+  require(isWhole ? found.size() == expected.size() : found.size() <= expected.size(), "the number of pieces");
   for (std::size_t i = 0; i < found.size(); ++i) {
     require(found[i].text == expected[i].text, "a piece of the file");
-    require(found[i].startsLine == expected[i].startsLine, "a piece starts a line or goes on with it");
+    require(found[i].startsLine == expected[i].startsLine, "a piece starts a line or continues it");
   }
 }
 
@@ -139,7 +139,7 @@ void requireAllLines(const std::string& path, const Lines& whole, const FaultPla
   require(!isUndisturbed || status.isSuccess(), "lines can be read");
   require(!status.isSuccess() || found == expected, "lines without their ends");
   require(status.isSuccess() || status.code() == status::openError || status.code() == status::readError,
-          "a failure is one of the file");
+          "a failure is an error of the file");
 }
 
 void requireFirstLine(const std::string& path, const Lines& whole, const FaultPlan& plan) {
@@ -150,10 +150,11 @@ void requireFirstLine(const std::string& path, const Lines& whole, const FaultPl
   const bool isUndisturbed = fuzz::runUnder(plan, [&] { status = FileUtils::readFirstLine(path, found); });
   require(!isUndisturbed || status.isSuccess(), "a first line can be read");
   if (status.isSuccess()) {
-    // Where every call fails there is no telling a file from none.
+    // If every call fails, the reader cannot tell a file from a missing one.
     require(found == expected || (plan.fromThereOn && !isUndisturbed && found.empty()), "the first line, trimmed");
   } else {
-    require(status.code() == status::openError || status.code() == status::readError, "a failure is one of the file");
+    require(status.code() == status::openError || status.code() == status::readError,
+            "a failure is an error of the file");
     require(found.empty(), "a failure gives no line");
   }
 }

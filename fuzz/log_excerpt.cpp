@@ -1,8 +1,7 @@
 // Laws of the log excerpt, for any log, threshold and number of lines:
-// - It is what going through the log line by line from its start leaves (testing/models/LogModel.h), also when reads
-// are short.
-// - When a call fails it is that, or a failure of the file without lines.
-// Input: faults (fuzz::faults), threshold, number of lines, how often the rest is repeated, a log.
+// - It is the excerpt of testing/models/LogModel.h, which reads the log from its start. Short reads do not change it.
+// - If a call fails, it is the same excerpt, or an error status and no lines.
+// Input: faults (fuzz::faults), threshold, number of lines, a repeat count (fuzz::repeatedRest), a log.
 #include <cstdint>
 
 #include "fuzz/FuzzTarget.h"
@@ -14,10 +13,10 @@ namespace {
 using BasicLog::Level;
 using fuzz::require;
 
-constexpr std::size_t largestLog = 300000;  // more than twice what is read at a time
+constexpr std::size_t largestLog = 300000;  // more than two blocks of the reader
 constexpr std::size_t largestSlowLog = 5000;
 
-// Small numbers, one that cuts nothing, and two that are clamped.
+// Returns a small number, a number larger than the log, or a number that the excerpt clamps.
 std::int32_t lineCount(unsigned byte) {
   if (byte == 255) return -1;
   if (byte == 254) return 100001;
@@ -42,9 +41,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const bool isUndisturbed = fuzz::runUnder(plan, [&] { status = readLogExcerpt(path, threshold, maxLines, lines); });
   require(!isUndisturbed || status.isSuccess(), "a log without a fault can be read");
   if (status.isSuccess()) {
-    require(lines == log_model::lastOf(log_model::matchingLines(log, threshold), maxLines), "lines as line by line");
+    require(lines == log_model::lastOf(log_model::matchingLines(log, threshold), maxLines),
+            "the excerpt is that of the model");
   } else {
-    require(status.code() == status::openError || status.code() == status::readError, "a failure is one of the file");
+    require(status.code() == status::openError || status.code() == status::readError,
+            "a failure is an error of the file");
     require(lines.empty(), "a failure shows no line");
   }
   return 0;

@@ -1,4 +1,5 @@
-// Runs a fuzz target without a fuzzer: every file of the folders named on the command line, and every prefix of it.
+// Runs a fuzz target without a fuzzer. Its inputs are every file in the folders of the command line, and every prefix
+// of these files.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -17,7 +18,7 @@ std::vector<std::uint8_t> bytesOf(const std::filesystem::path& path) {
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-// Each input gets a block of its own size, so that a sanitizer sees a step beyond its end.
+// Each input gets a memory block of exactly its size, so that a sanitizer detects an access beyond its end.
 void feed(const std::vector<std::uint8_t>& seed) {
   for (std::size_t size = 0; size <= seed.size(); ++size) {
     const std::vector<std::uint8_t> prefix(seed.begin(), seed.begin() + static_cast<std::ptrdiff_t>(size));
@@ -36,5 +37,5 @@ int main(int argc, char** argv) {
     }
   }
   std::printf("%zu seeds\n", seeds);
-  return seeds == 0 ? 1 : 0;  // a run without a seed shows nothing
+  return seeds == 0 ? 1 : 0;  // a run without a seed proves nothing
 }

@@ -1,8 +1,8 @@
-// Laws of times and durations; the model is testing/models/TimeModel.h:
-// - Any text is the duration and the ISO time that it is in the model.
-// - Any time has the fields, the texts, the stamps and the duration that it has in the model.
-// - A time is composed again from its fields, and read again from its text.
-// Input: a time in eight bytes, the lowest first, and a byte by which its magnitude shrinks; a text.
+// Laws of times and durations. The model is testing/models/TimeModel.h.
+// - Any text parses to the same duration and the same ISO time as in the model.
+// - Any time has the same fields, texts, stamps and duration text as in the model.
+// - The fields of a time compose to the same time, and its text parses to the same time.
+// Input: a time in eight bytes, the lowest first; a byte that reduces its magnitude; a text.
 #include <cstdint>
 
 #include "base/text/TimeUtils.h"
@@ -21,7 +21,7 @@ std::int64_t timeOf(fuzz::Input& input) {
   const unsigned shrink = input.byte();
   auto time = static_cast<std::int64_t>(number);
   time /= std::int64_t{1} << (shrink % 48);
-  // Durations are cut where they are whole.
+  // Whole units are likely inputs, because the text of a duration depends on them.
   const std::int64_t units[] = {1, 1000, micros, 60 * micros, 3600 * micros};
   return time - time % units[shrink / 48 % 5];
 }
@@ -34,7 +34,7 @@ void requireFields(std::int64_t time) {
           "the time");
   require(found.millisecond == expected.microsecond / 1000 && found.microsecond == expected.microsecond % 1000,
           "the fraction of the second");
-  require(found.micros == time, "fields know the time they came from");
+  require(found.micros == time, "the fields hold their time");
   require(TimeUtils::compose(found) == time, "a time is composed from its fields");
 }
 
@@ -47,7 +47,7 @@ void requireTexts(std::int64_t time) {
             "a time is read from its text");
   }
   require(TimeUtils::formatDuration(time) == time_model::formatDuration(time), "as a duration");
-  if (time == 0) return;  // now
+  if (time == 0) return;  // a stamp of time 0 is that of the present time
   require(TimeUtils::dayStamp("a", "b", time) == "a" + time_model::stamp(time, 0) + "b", "day stamp");
   require(TimeUtils::hourStamp("a", "b", time) == "a" + time_model::stamp(time, 1) + "b", "hour stamp");
   require(TimeUtils::minuteStamp("a", "b", time) == "a" + time_model::stamp(time, 2) + "b", "minute stamp");

@@ -1,7 +1,7 @@
-// Laws of addresses, for any text; the models below go by their descriptions, one character after the other:
-// - A URL is split as in the model; scheme, host, port and rest put together are the URL again.
-// - The Helmsor parameter has host and port of the model; a text that it refuses leaves it empty.
-// - Port digits are never negative, and never wrap into the range of ports.
+// Laws of addresses, for any text. The models below are simple second implementations.
+// - A URL is split as in the model. Its scheme, host, port and remainder form the URL again.
+// - The Helmsor parameter has the host and the port of the model, and refuses only the empty text.
+// - A port is never negative, and a number that is too large never wraps to a valid port.
 // Input: a text.
 #include <cstdint>
 
@@ -20,7 +20,7 @@ struct Url {
   std::string scheme, host, port, rest;
 };
 
-// What was recognised until a failure stays.
+// The parts before a syntax error stay in the result.
 Url modelOf(const std::string& text) {
   Url url;
   std::size_t at = text.find("://");
@@ -49,7 +49,7 @@ Url modelOf(const std::string& text) {
   return url;
 }
 
-// Digits at the start; what is too large stays at the largest number.
+// Returns the number at the start of the text. A larger number becomes the largest 32-bit integer.
 std::int64_t modelPort(const std::string& text) {
   std::int64_t port = 0;
   for (std::size_t at = 0; at < text.size() && isDigit(text[at]); ++at)
@@ -60,7 +60,8 @@ std::int64_t modelPort(const std::string& text) {
 void requireSplit(const std::string& text) {
   const Url expected = modelOf(text);
   std::string scheme = "old", host = "old", port = "old", rest = "old";
-  require(StringUtils::splitUrl(text, scheme, host, port, rest) == expected.isSplit, "whether it is a URL");
+  require(StringUtils::splitUrl(text, scheme, host, port, rest) == expected.isSplit,
+          "the text is a URL exactly if the model splits it");
   require(scheme == expected.scheme && host == expected.host, "scheme and host");
   require(port == expected.port && rest == expected.rest, "port and rest");
   if (!expected.isSplit) return;
@@ -68,7 +69,7 @@ void requireSplit(const std::string& text) {
   const std::string shownHost = isBracketed ? "[" + host + "]" : host;
   const std::size_t behindHost = scheme.size() + shownHost.size();
   const bool hasColon = behindHost < text.size() && text[behindHost] == ':';
-  require(scheme + shownHost + (hasColon ? ":" : "") + port + rest == text, "the pieces are the URL");
+  require(scheme + shownHost + (hasColon ? ":" : "") + port + rest == text, "the parts form the URL");
 }
 
 void requireHelmsor(const std::string& text) {
@@ -76,9 +77,9 @@ void requireHelmsor(const std::string& text) {
   require(param.setFromText("kept:1") && param.port() == 1, "an address is accepted");
   require(param.setFromText(text) == !text.empty(), "everything but the empty text is accepted");
   const std::size_t colon = text.find(':');
-  require(param.host() == text.substr(0, colon), "the host stands before the first colon");
+  require(param.host() == text.substr(0, colon), "the host is the text before the first colon");
   const std::int64_t port = colon == std::string::npos ? HelmsorParam::defaultPort : modelPort(text.substr(colon + 1));
-  require(param.port() == port, "the port is made of the digits behind it");
+  require(param.port() == port, "the port is the number after the first colon");
   require(StringUtils::leadingPort(text) == modelPort(text), "port digits at the start");
 }
 

@@ -1,11 +1,11 @@
-// Laws of the command line, for any words; nothing is ever run. The model below goes by the list of commands and the
-// rules of binding:
-// - The words find the command of the model, or none, and as many of them name it.
-// - Binding ends with the status, details and context of the model; every parameter then has the value, and the mark of
-//   having been given, that it has in the model; so it is for the object of a "json" command, bound to the command that
-//   its "method" names.
-// - Finding and binding make no system call, but to look for the init system that an empty "sys" asks for.
-// Input: words with a zero byte between two.
+// Laws of the command line, for any words. No command is executed. The model below is a second implementation of the
+// list of commands and of the rules for binding parameters.
+// - The words name the same command as in the model, or none, and the same number of words belongs to its name.
+// - Binding has the status, details and context of the model. Then every parameter has the value of the model, and is
+//   marked as given if it is in the model. The same holds for the object of a "json" command and the command that its
+//   "method" names.
+// - Finding and binding make no system call, except to detect the init system if "sys" is empty.
+// Input: words, separated by zero bytes.
 #include <cmath>
 #include <cstdint>
 #include <map>
@@ -25,7 +25,7 @@ namespace {
 using fuzz::require;
 using Words = std::vector<std::string>;
 
-// --- The model: what there is
+// --- The model: the commands and their parameters
 
 enum class Kind { text, integer, boolean, singleWord, helmsor, level, sys };
 
@@ -212,7 +212,7 @@ std::string addressText(const std::string& text) {
 const std::string presentMarker = "<single-word-command-present>";
 const std::string absentMarker = "<single-word-command-absent>";
 
-// True when the text is accepted; `value` is then the new one.
+// Returns true and sets `value` if the parameter accepts the text.
 bool setText(Kind kind, const std::string& text, std::string& value) {
   const std::string lower = lowerCase(text);
   std::int64_t number = 0;
@@ -221,7 +221,7 @@ bool setText(Kind kind, const std::string& text, std::string& value) {
       value = text;
       return true;
     case Kind::sys:
-      if (!text.empty()) value = text;  // there is no init system here
+      if (!text.empty()) value = text;  // this host has no init system
       return true;
     case Kind::level:
       value = levelText(text);
@@ -263,7 +263,7 @@ bool setValue(ModelParam& param, const Value& value) {
   return isAccepted;
 }
 
-// The details of the failure; none for success.
+// Returns the details of the failure, or an empty text for success.
 std::string modelOfBinding(std::vector<ModelParam>& params, const Members& members) {
   for (const auto& [key, value] : members) {
     if (key == "command_name") continue;
@@ -296,7 +296,7 @@ struct Mode {
   }
 };
 
-// The parameter words as members; a key that comes again keeps its place.
+// Returns the parameter words as members. A repeated key keeps its first position and gets the last value.
 Members membersOf(const Words& words, std::size_t consumed, Mode& mode) {
   Members members;
   for (std::size_t i = consumed; i < words.size(); ++i) {
@@ -329,29 +329,30 @@ std::string shownValue(const InputParamBase& param) {
 }
 
 void requireParams(const RavctlCommandInstance& command, const std::vector<ModelParam>& expected) {
-  require(command.params().size() == expected.size(), "as many parameters");
+  require(command.params().size() == expected.size(), "the number of parameters");
   for (std::size_t i = 0; i < expected.size(); ++i) {
     const InputParamBase& param = *command.params()[i];
-    require(param.name() == expected[i].key, "a key in its place");
-    require(param.isRequired() == expected[i].isRequired, "what is required");
+    require(param.name() == expected[i].key, "the key of a parameter");
+    require(param.isRequired() == expected[i].isRequired, "if a parameter is required");
     require(shownValue(param) == expected[i].value, "the value of a parameter");
-    require(param.hasValue() == expected[i].isGiven, "whether a parameter was given");
+    require(param.hasValue() == expected[i].isGiven, "if a parameter was given");
   }
 }
 
 void requireStatus(const Status& status, const std::string& details) {
   require(status.code() == (details.empty() ? status::success : status::invalidArgument), "the status of binding");
-  require(status.details() == details, "its details");
-  require(status.context() == (details.empty() ? "" : "bind_json_args"), "its context");
+  require(status.details() == details, "the details of the status");
+  require(status.context() == (details.empty() ? "" : "bind_json_args"), "the context of the status");
 }
 
-// The machine has no init system while this is there, and no call but the search for one is made.
-class NothingIsThere {
+// While it lives, every system call fails, so no init system is found. Requires that only the search for one makes
+// calls.
+class AllCallsFail {
  public:
-  explicit NothingIsThere(bool mayLook) : armed_({1, true, ENOENT, {}, false, {}}), mayLook_(mayLook) {}
-  ~NothingIsThere() { require(mayLook_ || armed_.count() == 0, "binding makes no system call"); }
-  NothingIsThere(const NothingIsThere&) = delete;
-  NothingIsThere& operator=(const NothingIsThere&) = delete;
+  explicit AllCallsFail(bool mayLook) : armed_({1, true, ENOENT, {}, false, {}}), mayLook_(mayLook) {}
+  ~AllCallsFail() { require(mayLook_ || armed_.count() == 0, "binding makes no system call"); }
+  AllCallsFail(const AllCallsFail&) = delete;
+  AllCallsFail& operator=(const AllCallsFail&) = delete;
 
  private:
   ArmedFaults armed_;
@@ -373,7 +374,7 @@ void requireBoundWords(RavctlCommandInstance& command, const Words& words, Found
   for (const std::string& word : words) json::append(array.get(), json::makeString(word));
   Status status;
   {
-    const NothingIsThere nothing(asksForInitSystem(members));
+    const AllCallsFail nothing(asksForInitSystem(members));
     status = bindCommandWords(command, array.get(), consumed);
   }
   requireStatus(status, modelOfBinding(found.params, members));
@@ -400,7 +401,7 @@ Members membersOf(const jsObject* object) {
   return members;
 }
 
-// The object of a "json" command. A third word is added for the commands that want a name.
+// Checks the object of a "json" command. It adds a third word, because some commands need a name.
 void requireBoundRequest(const std::string& text) {
   ScopedJson request(requestFromJsonForm({"ravctl", "json", text}));
   ScopedJson document(json::parse(text.data(), static_cast<std::ptrdiff_t>(text.size())));
@@ -420,7 +421,7 @@ void requireBoundRequest(const std::string& text) {
   const Members members = membersOf(request.get());
   Status status;
   {
-    const NothingIsThere nothing(asksForInitSystem(members));
+    const AllCallsFail nothing(asksForInitSystem(members));
     status = bind_json_args(*command, request.get());
   }
   requireStatus(status, modelOfBinding(found.params, members));
@@ -448,10 +449,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   int consumed = 17;
   std::unique_ptr<RavctlCommandInstance> command;
   {
-    const NothingIsThere nothing(false);
+    const AllCallsFail nothing(false);
     command = findCommand(words, consumed);
   }
-  require(words == expectedWords, "one name of the program goes");
+  require(words == expectedWords, "one leading name of the program is removed");
   require(static_cast<bool>(command) == found.isCommand && consumed == found.consumed, "which words name a command");
   if (!command) return 0;
   requireParams(*command, found.params);

@@ -1,5 +1,5 @@
-// docs/examples/ansible, played on a private host with Ansible itself. It takes its time, so ./dev test --long and ci
-// do it.
+// Ansible itself plays docs/examples/ansible on a private host. That takes long, so only ./dev test --long and the CI
+// run it.
 #include <gmock/gmock.h>
 
 #include "testing/host/HostFiles.h"
@@ -9,7 +9,7 @@ namespace {
 
 using testing::HasSubstr;
 
-// Plays a playbook there; what it says is kept in the file `played`.
+// Defines play(), which plays a playbook and keeps its output in the file `played`.
 constexpr const char* kPlay = R"sh(
 exec 2>&1
 export LC_ALL=C.UTF-8 ANSIBLE_NOCOLOR=1
@@ -29,7 +29,7 @@ class AnsibleLong : public testing::Test {
   static std::string said(const std::string& script) { return runOnFurnishedHost(kPlay + script).out; }
 };
 
-TEST_F(AnsibleLong, TheProfilesAreAsDescribedAndASecondRunChangesNothing) {
+TEST_F(AnsibleLong, ThePlayCreatesTheProfilesAndASecondPlayChangesNothing) {
   const std::string answer = said(R"sh(
     play "$playbook" | tr -s ' '
     ravctl list profiles
@@ -55,7 +55,7 @@ TEST_F(AnsibleLong, TheProfilesAreAsDescribedAndASecondRunChangesNothing) {
             "localhost : ok=17 changed=0 unreachable=0 failed=0 skipped=16 rescued=0 ignored=0 \n");
 }
 
-TEST_F(AnsibleLong, WhatWasChangedByHandIsBroughtBackAndWhatIsToGoGoes) {
+TEST_F(AnsibleLong, ThePlayRevertsManualChangesAndRemovesUnwantedProfiles) {
   const std::string answer = said(R"sh(
     ravctl profile create lab helmsor=helmsor.example.com:443 network=eth9 activate --quiet
     ravctl profile create old helmsor=10.0.0.9 --quiet
@@ -80,14 +80,14 @@ TEST_F(AnsibleLong, WhatWasChangedByHandIsBroughtBackAndWhatIsToGoGoes) {
             "/etc/zuv/profiles/profile-123125/hip.state\n");
 }
 
-TEST_F(AnsibleLong, ACheckRunChangesNothing) {
+TEST_F(AnsibleLong, CheckModeChangesNothing) {
   const std::string answer = said(R"sh(
     play --check "$playbook" | grep -o 'failed=[0-9]*'
     ls -A /etc/zuv/profiles)sh");
   EXPECT_EQ(answer, "failed=0\n.factory\n");
 }
 
-TEST_F(AnsibleLong, ACommandThatFailsFailsThePlayAlthoughItsExitStatusIsZero) {
+TEST_F(AnsibleLong, AFailedCommandFailsThePlayAlthoughItsExitStatusIsZero) {
   const std::string answer = said(R"sh(
     rm /etc/init.d/hip
     play "$playbook" | grep -o 'failed=[0-9]*'

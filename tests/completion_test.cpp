@@ -1,5 +1,6 @@
-// Completion in bash, zsh and fish: each shell is driven for real on a private host, with the completion where Debian
-// looks for it. bash and zsh sit behind a pseudo-terminal (tests/completion/type.py); fish answers `complete -C`.
+// Tests the completion of bash, zsh and fish with the real shells on a private host. The completion files are installed
+// where the shells of Debian look for them. tests/completion/type.py types into bash and zsh through a pseudo-terminal;
+// fish prints its completions with `complete -C`.
 #include <sys/mount.h>
 
 #include <algorithm>
@@ -18,9 +19,9 @@ const std::string kTyper = places::source() + "/tests/completion/type.py";
 
 struct Shell {
   const char* name;
-  const char* source;  // in completions/
-  const char* folder;  // where the shell looks for it
-  const char* file;    // under which name
+  const char* source;  // the file in completions/
+  const char* folder;  // the folder in which the shell looks for it
+  const char* file;    // the name that the shell expects
 };
 
 constexpr Shell kShells[] = {
@@ -31,7 +32,7 @@ constexpr Shell kShells[] = {
 
 std::string sourceOf(const Shell& shell) { return host::readFile(places::source() + "/completions/" + shell.source); }
 
-// The piece of a text between two others; fails the test when it is not there.
+// Returns the part of a text between two others. Fails the test if there is none.
 std::string between(const std::string& text, const std::string& begin, const std::string& end) {
   const std::size_t from = text.find(begin);
   const std::size_t to = from == std::string::npos ? from : text.find(end, from + begin.size());
@@ -46,9 +47,9 @@ std::vector<std::string> wordsOf(const std::string& text) {
   return words;
 }
 
-// ---- The words, against the command table ----
+// ---- The words are compared with the command table ----
 
-// Commands whose profile may be the template too.
+// Commands that accept the template as their profile.
 bool mayMeanTheTemplate(const std::string& method) {
   return method == "profile details" || method == "support reset" || method == "list log";
 }
@@ -95,7 +96,7 @@ std::vector<std::string> rowsOfTheTable() {
   return rows;
 }
 
-TEST(CompletionWords, EachShellKnowsExactlyTheCommandsOfTheTableAndTheirKeys) {
+TEST(CompletionWords, EachShellOffersExactlyTheCommandsOfTheTableAndTheirKeys) {
   for (const Shell& shell : kShells) {
     SCOPED_TRACE(shell.name);
     std::istringstream block(between(sourceOf(shell), "'\n", "\n'\n"));
@@ -105,7 +106,7 @@ TEST(CompletionWords, EachShellKnowsExactlyTheCommandsOfTheTableAndTheirKeys) {
   }
 }
 
-TEST(CompletionWords, EachShellKnowsTheModeWordsAndTheSubjectsOfHelp) {
+TEST(CompletionWords, EachShellOffersTheModeWordsAndTheSubjectsOfHelp) {
   for (const Shell& shell : kShells) {
     SCOPED_TRACE(shell.name);
     const std::string source = sourceOf(shell);
@@ -118,7 +119,7 @@ TEST(CompletionWords, EachShellKnowsTheModeWordsAndTheSubjectsOfHelp) {
   }
 }
 
-TEST(CompletionWords, EveryValueOfferedForALogLevelNamesOne) {
+TEST(CompletionWords, EveryOfferedLogLevelIsALogLevel) {
   for (const char* level : {"info", "warn", "error", "debug", "trace"}) {
     BasicLog::Level parsed;
     EXPECT_TRUE(BasicLog::parseLogLevel(level, parsed)) << level;
@@ -162,7 +163,7 @@ class CompletionTest : public HostTest {
     return start;
   }
 
-  // What stands on the line of bash or zsh after each text was typed and the key pressed.
+  // Types each text into bash or zsh, presses the key, and returns the command lines that result.
   static std::vector<std::string> typedInto(const std::string& shell, const std::string& key,
                                             const std::vector<std::string>& texts, Start how = start()) {
     for (const std::string& text : texts) how.input += key + "\t" + text + "\n";
@@ -179,8 +180,8 @@ class CompletionTest : public HostTest {
     return lines;
   }
 
-  // What `shell` offers for the last word of each text; where the shell shows only what follows the "=", the key is put
-  // back.
+  // Returns what `shell` offers for the last word of each text. If the shell shows only the part after "=", the key is
+  // added again.
   static std::vector<std::vector<std::string>> offered(const std::string& shell,
                                                        const std::vector<std::string>& texts) {
     std::vector<std::vector<std::string>> offers;
@@ -274,7 +275,7 @@ void makeNamedProfiles() {
   host::makeProfile("other-dir", "x");
 }
 
-TEST_F(CompletionTest, CompletesWordsNamesKeysAndValuesQuotedAsTheyMustBe) {
+TEST_F(CompletionTest, CompletesWordsNamesKeysAndValuesWithCorrectQuoting) {
   makeNamedProfiles();
   std::vector<std::string> texts;
   for (const Completed& c : kCompleted) texts.emplace_back(c.typed);
@@ -294,20 +295,20 @@ struct Offer {
   std::vector<std::string> words;
 };
 
-// How a shell shows an offer.
+// Returns an offer in the form in which the shell shows it.
 std::vector<std::string> shownBy(const std::string& shell, const Offer& offer) {
   std::vector<std::string> words = offer.words;
   const std::string typed = offer.typed;
-  if (shell == "fish") {  // it shows names that begin with a dot only when asked for them
+  if (shell == "fish") {  // fish shows names that begin with a dot only after a typed dot
     words.erase(std::remove_if(words.begin(), words.end(), [](auto& word) { return word[0] == '.'; }), words.end());
   } else if (words.empty()) {
-    words = {typed.substr(typed.rfind(' ') + 1)};  // the line is as it was
+    words = {typed.substr(typed.rfind(' ') + 1)};  // the command line is unchanged
   }
   std::sort(words.begin(), words.end());
   return words;
 }
 
-TEST_F(CompletionTest, OffersExactlyWhatMayStandThere) {
+TEST_F(CompletionTest, OffersExactlyTheWordsThatAreValidThere) {
   host::makeProfile("profile-1", "lab");
   const Offer offers[] = {
       {"first words",
@@ -347,7 +348,7 @@ TEST_F(CompletionTest, OffersExactlyWhatMayStandThere) {
   }
 }
 
-TEST_F(CompletionTest, LooksAtTheStoreWithoutChangingIt) {
+TEST_F(CompletionTest, ReadsTheStoreWithoutChangingIt) {
   host::makeProfile("profile-1", "lab");
   host::makeProfile("profile-2", "lab");
   host::makeDirs("/etc/zuv/profiles/profile-3");
@@ -359,7 +360,7 @@ TEST_F(CompletionTest, LooksAtTheStoreWithoutChangingIt) {
   EXPECT_EQ(host::tree("/etc/zuv"), before);
 }
 
-TEST_F(CompletionTest, NothingInTheStoreHoldsTheShellUp) {
+TEST_F(CompletionTest, NoFileInTheStoreBlocksTheShell) {
   host::makeProfile("profile-1", "lab");
   host::makeFifo("/etc/zuv/profiles/profile-2/profile_name");
   host::makeDirs("/etc/zuv/profiles/profile-3/profile_name");
@@ -375,7 +376,7 @@ TEST_F(CompletionTest, NothingInTheStoreHoldsTheShellUp) {
   }
 }
 
-TEST_F(CompletionTest, AUserWhoMayNotReadTheNamesIsOfferedTheDirectories) {
+TEST_F(CompletionTest, AUserWhoMayNotReadTheNamesGetsTheDirectoriesOffered) {
   SKIP_WITHOUT_OTHER_USERS();
   host::makeProfile("profile-1", "lab");
   host::setMode("/etc/zuv/profiles/profile-1/profile_name", 0640);

@@ -1,4 +1,4 @@
-// The documents name files of the tree; each of them must be there.
+// Every file that a document names must exist in the checkout.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -10,7 +10,7 @@ namespace {
 
 const std::filesystem::path kTree = places::source();
 
-// The pieces of a text between backticks.
+// Returns the parts of a text that are between backticks.
 std::vector<std::string> namesIn(const std::string& text) {
   std::vector<std::string> names;
   for (std::size_t from = text.find('`'); from != std::string::npos;) {
@@ -22,37 +22,45 @@ std::vector<std::string> namesIn(const std::string& text) {
   return names;
 }
 
-// Whether a name is meant as a path in the tree: its first folder is one of ours, and it is no pattern.
-bool isPath(const std::string& name) {
+// Returns true if the name means a path: its first folder exists in the checkout or beside the document, and it is no
+// pattern.
+bool isPath(const std::string& name, const std::filesystem::path& folder) {
   const std::size_t slash = name.find('/');
   return slash != std::string::npos && slash != 0 && name.find_first_of(" *<>{}$") == std::string::npos &&
-         name.compare(0, 6, "build/") != 0 && std::filesystem::is_directory(kTree / name.substr(0, slash));
+         name.compare(0, 6, "build/") != 0 &&
+         (std::filesystem::is_directory(kTree / name.substr(0, slash)) ||
+          std::filesystem::is_directory(folder / name.substr(0, slash)));
 }
 
-// What a document names and the tree lacks.
-std::vector<std::string> missingFrom(const std::string& text) {
+// Returns the paths that a document names and that exist neither in the checkout nor beside the document.
+std::vector<std::string> missingFrom(const std::string& text, const std::filesystem::path& folder) {
   std::vector<std::string> missing;
   for (const std::string& name : namesIn(text)) {
-    if (isPath(name) && !std::filesystem::exists(kTree / name)) missing.push_back(name);
+    if (isPath(name, folder) && !std::filesystem::exists(kTree / name) && !std::filesystem::exists(folder / name))
+      missing.push_back(name);
   }
   return missing;
 }
 
-TEST(Documents, NameOnlyFilesThatAreThere) {
+TEST(Documents, NameOnlyExistingFiles) {
   int count = 0;
-  for (const char* folder : {".", "docs"}) {
+  for (const char* folder : {".", "docs", "testing", "tests/transcripts"}) {
     for (const auto& entry : std::filesystem::directory_iterator(kTree / folder)) {
       if (entry.path().extension() != ".md") continue;
       ++count;
-      EXPECT_EQ(missingFrom(host::readFile(entry.path().string())), std::vector<std::string>()) << entry.path();
+      EXPECT_EQ(missingFrom(host::readFile(entry.path().string()), entry.path().parent_path()),
+                std::vector<std::string>())
+          << entry.path();
     }
   }
-  EXPECT_GE(count, 6);
+  EXPECT_GE(count, 8);
 }
 
-TEST(Documents, AMissingFileIsNoticed) {
-  EXPECT_EQ(missingFrom("see `docs/architecture.md`, `docs/nothing.md` and `tools/*.sh`"),
+TEST(Documents, AMissingFileIsReported) {
+  EXPECT_EQ(missingFrom("see `docs/architecture.md`, `docs/nothing.md` and `tools/*.sh`", kTree),
             std::vector<std::string>{"docs/nothing.md"});
+  EXPECT_EQ(missingFrom("see `host/Places.h` and `host/Nothing.h`", kTree / "testing"),
+            std::vector<std::string>{"host/Nothing.h"});
 }
 
 }  // namespace

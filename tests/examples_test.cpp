@@ -1,4 +1,4 @@
-// The scripts of docs/examples, each at its work on a private host.
+// Runs each script of docs/examples on a private host.
 #include <gmock/gmock.h>
 #include <unistd.h>
 
@@ -25,13 +25,13 @@ class ExamplesTest : public testing::Test {
     const Outcome trial = runOnFurnishedHost(":");
     if (trial.exitStatus == 125) GTEST_SKIP() << trial.err;
   }
-  // What a script prints that finds the examples installed.
+  // Runs a script on a host that has the examples installed, and returns its output.
   static std::string said(const std::string& script) { return runOnFurnishedHost(kInstall + script).out; }
 };
 
 // --- ravctl-exit
 
-TEST_F(ExamplesTest, TheExitStatusTellsWhatBecameOfACommand) {
+TEST_F(ExamplesTest, TheExitStatusReportsTheResultOfTheCommand) {
   const std::string answer = said(R"sh(
     end() { ravctl-exit "$@" >/dev/null; echo "$* $?"; }
     rm /etc/init.d/hip
@@ -63,7 +63,7 @@ TEST_F(ExamplesTest, TheExitStatusTellsWhatBecameOfACommand) {
             "list log lab 71\n");
 }
 
-TEST_F(ExamplesTest, TheOutputComesThroughAndModesMakeNoDifference) {
+TEST_F(ExamplesTest, TheOutputIsPassedOnInEveryOutputMode) {
   const std::string answer = said(R"(
     ravctl profile create lab helmsor=10.0.0.1:443 >/dev/null
     for mode in --text --verbose --quiet; do
@@ -80,7 +80,7 @@ TEST_F(ExamplesTest, TheOutputComesThroughAndModesMakeNoDifference) {
             "profile rename lab new_name=lab 64\nlist profiles 0\nservice status 0\nhelp service 0\n");
 }
 
-TEST_F(ExamplesTest, ALogThatLooksLikeAFailureIsNone) {
+TEST_F(ExamplesTest, ALogThatLooksLikeAFailureIsNoFailure) {
   const std::string answer = said(R"(
     ravctl profile create lab helmsor=10.0.0.1:443 >/dev/null
     echo 'status_code: 0x12001001' >/etc/zuv/profiles/profile-123123/hip.log
@@ -89,7 +89,7 @@ TEST_F(ExamplesTest, ALogThatLooksLikeAFailureIsNone) {
   EXPECT_EQ(answer, "status_code: 0x12001001\nprofile_name: lab\n0\n");
 }
 
-TEST_F(ExamplesTest, OnlyRootMay) {
+TEST_F(ExamplesTest, ARefusalForLackOfRightsIsExitStatus77) {
   if (::getuid() != 0) GTEST_SKIP() << "only root can become another user";
   const std::string answer =
       said("setpriv --reuid=65534 --regid=65534 --clear-groups ravctl-exit service stop; echo $?");
@@ -101,7 +101,7 @@ TEST_F(ExamplesTest, OnlyRootMay) {
 
 // --- ravctl-json
 
-// Two parsers read every line of the text, ours and jq.
+// Our parser and jq both parse every line of the text.
 void expectJson(const std::string& text) {
   for (const std::string& line : linesOf(text)) {
     const ScopedJson value(json::parse(line.data(), static_cast<std::ptrdiff_t>(line.size())));
@@ -115,8 +115,8 @@ void expectJson(const std::string& text) {
   EXPECT_EQ(linesOf(outcome.out).size(), linesOf(text).size());
 }
 
-// On one host, one after the other.
-TEST_F(ExamplesTest, EveryCommandIsOneLineOfJson) {
+// All commands run one after another on one host.
+TEST_F(ExamplesTest, EveryCommandPrintsOneLineOfJson) {
   struct Case {
     const char* words;
     const char* object;
@@ -166,8 +166,8 @@ TEST_F(ExamplesTest, EveryCommandIsOneLineOfJson) {
   expectJson(answer);
 }
 
-// A tool that says something on standard output says it before the status.
-TEST_F(ExamplesTest, WhatAToolPrintsIsKeptApart) {
+// The output of a tool comes before the status lines.
+TEST_F(ExamplesTest, OutputOfAToolIsASeparateMember) {
   const std::string answer = said(R"(
     printf '#!/bin/sh\necho "starting: $1"\n' >/etc/init.d/hip
     ravctl-json service start)");
@@ -177,8 +177,8 @@ TEST_F(ExamplesTest, WhatAToolPrintsIsKeptApart) {
   expectJson(answer);
 }
 
-// Whatever bytes the host puts into names, logs and files, the object stays one that a parser reads.
-TEST_F(ExamplesTest, HostileTextsStayTexts) {
+// The object stays valid JSON, whatever bytes are in names, logs and files.
+TEST_F(ExamplesTest, HostileTextsStayStrings) {
   const std::string answer = said(R"(
     ravctl profile create 'a"b\c' helmsor=10.0.0.1 >/dev/null
     ravctl list profiles >/dev/null
@@ -197,7 +197,7 @@ TEST_F(ExamplesTest, HostileTextsStayTexts) {
 
 // --- zuv-sendbundle.sh
 
-TEST_F(ExamplesTest, TheBundleHoldsNoKeyAndNoInvitation) {
+TEST_F(ExamplesTest, TheBundleContainsNoKeyAndNoInvitation) {
   const std::string answer = said(R"sh(
     ravctl profile create lab helmsor=10.0.0.1:443 invitation=XK4.99* network=eth0 >/dev/null
     cd /etc/zuv/profiles/profile-123123
@@ -251,7 +251,7 @@ TEST_F(ExamplesTest, TheBundleHoldsNoKeyAndNoInvitation) {
             "ravctl_version: 2.2\n");
 }
 
-TEST_F(ExamplesTest, ABundleThatCannotBeWrittenIsAFailureAndLeavesNothing) {
+TEST_F(ExamplesTest, ABundleThatCannotBeWrittenIsAFailureAndLeavesNoFile) {
   const std::string answer = said(R"(
     mkdir /etc/zuv/logs
     mount -t tmpfs -o size=8k none /etc/zuv/logs

@@ -1,4 +1,4 @@
-// What a newcomer sees: the demo, and the first session of README.md, command by command.
+// Runs what a newcomer runs first: the demo, and the first session of README.md.
 #include "testing/host/HostFiles.h"
 #include "testing/host/Places.h"
 #include "testing/run/Matchers.h"
@@ -17,7 +17,7 @@ Outcome onHost(const std::string& script) {
 #define SKIP_WITHOUT_A_HOST(outcome) \
   if ((outcome).exitStatus == 125) GTEST_SKIP() << (outcome).err
 
-// The indented lines of a section, without their indentation.
+// Returns the indented lines of a section without their indentation.
 std::string sessionOf(const std::string& text, const std::string& heading) {
   const size_t from = text.find("\n" + heading + "\n");
   if (from == std::string::npos) return "";
@@ -28,7 +28,7 @@ std::string sessionOf(const std::string& text, const std::string& heading) {
   return session;
 }
 
-TEST(FirstStepsTest, TheSessionOfTheReadmeIsTrue) {
+TEST(FirstStepsTest, TheSessionOfTheReadmePrintsWhatItShows) {
   const std::string session = sessionOf(host::readFile(places::source() + "/README.md"), "## A first session");
   const Outcome outcome = onHost(readSession(session).script);
   SKIP_WITHOUT_A_HOST(outcome);
@@ -36,7 +36,7 @@ TEST(FirstStepsTest, TheSessionOfTheReadmeIsTrue) {
   EXPECT_EQ(outcome.out, session);
 }
 
-TEST(FirstStepsTest, ThePromptOfTheShellCompletesWords) {
+TEST(FirstStepsTest, TheShellCompletesWords) {
   const Outcome outcome =
       onHost("bash --noprofile --rcfile /.private-host/source/tools/shell.rc -ic 'complete -p ravctl'");
   SKIP_WITHOUT_A_HOST(outcome);
@@ -50,7 +50,7 @@ TEST(FirstStepsTest, TheDemoRunsToItsEnd) {
   const Outcome outcome = runProgram({places::privateHost(), "--store", kStore, "--", "/bin/sh", kDemo});
   SKIP_WITHOUT_A_HOST(outcome);
   EXPECT_EQ(outcome.exitStatus, 0);
-  EXPECT_EQ(outcome.err, "/usr/sbin/hip: no process found\n") << "there is none to stop before the first start";
+  EXPECT_EQ(outcome.err, "/usr/sbin/hip: no process found\n") << "no daemon runs before the first start";
   for (const char* part : {"\n$ ravctl profile activate harbour\nprofile_name: harbour\n",
                            "\n$ ravctl service status\nrunning: true\nhelmsor: true\ntunnel: true\n", "hip: ended\n",
                            "\n$ ravctl service stop\n"}) {
@@ -58,7 +58,7 @@ TEST(FirstStepsTest, TheDemoRunsToItsEnd) {
   }
 }
 
-TEST(FirstStepsTest, WithoutKillallTheDemoShowsLessAndSaysSo) {
+TEST(FirstStepsTest, WithoutKillallTheDemoSkipsStepsAndSaysSo) {
   const Outcome outcome = onHost(std::string("rm -f /usr/bin/killall; exec sh '") + kDemo + "'");
   SKIP_WITHOUT_A_HOST(outcome);
   EXPECT_EQ(outcome.exitStatus, 0);

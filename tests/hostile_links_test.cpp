@@ -1,5 +1,5 @@
-// Root runs the program on a profile in which another user may write, and that user has planted links there: what root
-// alone may write or read stays so.
+// Root runs the program on a profile to which another user may write, and that user has planted links there. The other
+// user gains no access: files that only root may read or write stay that way.
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -15,8 +15,8 @@ using Words = std::vector<std::string>;
 
 constexpr uid_t kOther = 1000;
 constexpr const char* kProfile = "/etc/zuv/profiles/profile-1/";
-constexpr const char* kSecret = "/root/secret";   // root's alone
-constexpr const char* kPlace = "/root/new/file";  // nobody's; its folder is root's
+constexpr const char* kSecret = "/root/secret";   // only root may read it
+constexpr const char* kPlace = "/root/new/file";  // does not exist; its folder is root's
 
 Outcome asOther(const std::string& script) {
   Start other;
@@ -96,7 +96,7 @@ TEST_F(HostileLinksTest, NoCommandWritesThroughAPlantedLink) {
   }
 }
 
-TEST_F(HostileLinksTest, ALinkInTheWayOfANameIsAFailedWriteAndLeavesTheOtherProfiles) {
+TEST_F(HostileLinksTest, ALinkInPlaceOfANameFileAffectsNoOtherProfile) {
   plant(std::string(kProfile) + "profile_name", kPlace);
   EXPECT_EQ(runRavctl({"profile", "details", "dir=profile-1"}).out,
             "status_text: profile not found\nstatus_code: 0x12001001\n");
@@ -105,8 +105,8 @@ TEST_F(HostileLinksTest, ALinkInTheWayOfANameIsAFailedWriteAndLeavesTheOtherProf
   EXPECT_FALSE(host::exists(kPlace));
 }
 
-// An edit reads what the link leads to and puts a file of the same rights in the link's place.
-TEST_F(HostileLinksTest, AnEditOfAPlantedLinkGivesNoRights) {
+// An edit reads the target of the link and replaces the link by a file with the mode of the target.
+TEST_F(HostileLinksTest, AnEditThroughAPlantedLinkGivesTheOtherUserNoAccess) {
   host::setMode(kSecret, 04700);
   plant(std::string(kProfile) + "hip.conf", kSecret);
   EXPECT_EQ(runRavctl({"profile", "modify", "lab", "network=eth0"}).exitStatus, 0);
@@ -116,7 +116,7 @@ TEST_F(HostileLinksTest, AnEditOfAPlantedLinkGivesNoRights) {
   EXPECT_NE(asOther("cat " + file).exitStatus, 0);
 }
 
-TEST_F(HostileLinksTest, WhatALinkInTheTemplateLeadsToIsNotCopiedForEverybody) {
+TEST_F(HostileLinksTest, TheTargetOfAForeignLinkInTheTemplateIsNotCopied) {
   host::makeDirs("/etc/zuv/profiles/.factory/ca-certs");
   for (const char* folder : {".factory", ".factory/ca-certs"}) {
     SCOPED_TRACE(folder);
@@ -132,7 +132,7 @@ TEST_F(HostileLinksTest, WhatALinkInTheTemplateLeadsToIsNotCopiedForEverybody) {
   EXPECT_EQ(host::readFile("/etc/zuv/profiles/profile-123125/ours"), "secret=1\n");
 }
 
-TEST_F(HostileLinksTest, LinksInThePlaceOfTheLockAreNotFollowed) {
+TEST_F(HostileLinksTest, LinksInPlaceOfTheLockAreNotFollowed) {
   const Words edit = {"profile", "modify", "lab", "network=eth0"};
   for (const char* target : {kSecret, kPlace}) {
     SCOPED_TRACE(target);
@@ -147,7 +147,7 @@ TEST_F(HostileLinksTest, LinksInThePlaceOfTheLockAreNotFollowed) {
   expectSecretKept();
 }
 
-TEST_F(HostileLinksTest, TheTemporaryFileIsMadeAnewWhateverHasItsName) {
+TEST_F(HostileLinksTest, TheTemporaryFileIsCreatedAnewIfItsNameIsTaken) {
   const std::string temporary = std::string(kProfile) + "hip.conf.temp";
   ASSERT_EQ(asOther("echo theirs=1 > " + temporary + "; chmod 666 " + temporary).exitStatus, 0);
   EXPECT_EQ(runRavctl({"profile", "modify", "lab", "network=eth0"}).exitStatus, 0);
@@ -155,7 +155,7 @@ TEST_F(HostileLinksTest, TheTemporaryFileIsMadeAnewWhateverHasItsName) {
   EXPECT_FALSE(host::exists(temporary));
 }
 
-TEST_F(HostileLinksTest, ADeletedProfileTakesNothingWithItThatALinkLeadsTo) {
+TEST_F(HostileLinksTest, DeletingAProfileRemovesNoTargetOfALink) {
   ASSERT_EQ(asOther(std::string("cd ") + kProfile + " && mkdir peer_certs && ln -s /root peer_certs/a && ln -s " +
                     kSecret + " b && ln -s /root/new c")
                 .exitStatus,
@@ -166,8 +166,8 @@ TEST_F(HostileLinksTest, ADeletedProfileTakesNothingWithItThatALinkLeadsTo) {
   EXPECT_TRUE(host::exists("/root/new"));
 }
 
-// A lease makes the kernel hold up whoever opens the file, for 45 seconds by default.
-TEST_F(HostileLinksTest, ALeaseHoldsNobodyUp) {
+// While a process holds a lease on a file, the kernel blocks others that open it, for 45 seconds by default.
+TEST_F(HostileLinksTest, ALeaseDoesNotBlockTheProgram) {
   const std::string file = std::string(kProfile) + "hip.log";
   ASSERT_EQ(asOther("echo text > " + file).exitStatus, 0);
   int ready[2];

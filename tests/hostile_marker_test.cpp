@@ -1,5 +1,5 @@
-// The marker of the active profile is everybody's to write, so it may say anything and, where somebody could put it
-// there, be anything. Whatever it is: nothing outside the store is read or written, and nothing blocks.
+// Every user may write the marker of the active profile, so it may hold any text, and any kind of file may be in its
+// place. In no case does the program read or write anything outside the store, and it never blocks.
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
@@ -19,7 +19,7 @@ Start bounded() {
   return start;
 }
 
-// An active profile that is no profile: each command ends by its own rules.
+// The outputs of commands on the active profile when the marker names no profile.
 struct Answer {
   Words words;
   const char* out;
@@ -67,28 +67,28 @@ class HostileMarkerTest : public HostTest {
   std::string evil_;
 };
 
-TEST_F(HostileMarkerTest, WhateverItSaysNothingOutsideTheStoreIsTouched) {
+TEST_F(HostileMarkerTest, NoTextInItLeadsOutOfTheStore) {
   using std::string;
   struct Case {
     const char* why;
     string text;
   };
   const Case cases[] = {
-      {"a way out", "../../../tmp/evil\n"},
+      {"a path out of the store", "../../../tmp/evil\n"},
       {"an absolute path", "/tmp/evil\n"},
-      {"a way out of a profile", "profile-1/../../../../tmp/evil\n"},
+      {"a path out of a profile", "profile-1/../../../../tmp/evil\n"},
       {"a file of a profile", "profile-1/hip.conf\n"},
       {"a slash at the end", "profile-1/\n"},
       {"the root itself", ".\n"},
-      {"the folder above", "..\n"},
+      {"the parent folder", "..\n"},
       {"the template", ".factory\n"},
       {"the marker itself", ".current\n"},
       {"a zero byte inside", string("profile-1\0/../../../../tmp/evil\n", 32)},
       {"a zero byte between names", string("profile-1\0profile-2\n", 20)},
-      {"nothing", ""},
+      {"an empty file", ""},
       {"blank lines", "\n\r\n\t\n \n"},
-      {"control bytes and high bytes alone", "\x01\x1b\x7f\x80\xff\n"},
-      {"zero bytes alone", string(5000, '\0')},
+      {"only control bytes and high bytes", "\x01\x1b\x7f\x80\xff\n"},
+      {"only zero bytes", string(5000, '\0')},
       {"a line that is too long", string(11'000'000, 'x') + "\nprofile-1\n"},
   };
   for (const Case& c : cases) {
@@ -108,8 +108,8 @@ TEST_F(HostileMarkerTest, ANameThatNoFileCanHaveIsNoProfile) {
   }
 }
 
-// The next command that elects puts the marker right.
-TEST_F(HostileMarkerTest, AMarkerThatSaysNothingGoodIsWrittenAnew) {
+// The next command that elects an active profile repairs the marker.
+TEST_F(HostileMarkerTest, AMarkerThatNamesNoProfileIsRewritten) {
   for (const char* text : {"../../../tmp/evil\n", "/tmp/evil\n", "", ".\n", "profile-9\n"}) {
     SCOPED_TRACE(text);
     host::writeFile(host::kCurrent, text, 0600);
@@ -122,7 +122,7 @@ TEST_F(HostileMarkerTest, AMarkerThatSaysNothingGoodIsWrittenAnew) {
   }
 }
 
-TEST_F(HostileMarkerTest, WhateverItIsNothingBlocksAndNothingElseIsTouched) {
+TEST_F(HostileMarkerTest, NoKindOfFileInItsPlaceBlocksOrLeadsOutOfTheStore) {
   struct Case {
     const char* why;
     std::function<void()> make;
@@ -132,7 +132,7 @@ TEST_F(HostileMarkerTest, WhateverItIsNothingBlocksAndNothingElseIsTouched) {
       {"a folder", [] { host::makeDirs(host::kCurrent); }},
       {"a socket", [] { host::makeSocket(host::kCurrent); }},
       {"a link to a device", [] { host::makeLink(host::kCurrent, "/dev/zero"); }},
-      {"a link that leads nowhere", [] { host::makeLink(host::kCurrent, "/missing/file"); }},
+      {"a link with a missing target", [] { host::makeLink(host::kCurrent, "/missing/file"); }},
       {"a link to itself", [] { host::makeLink(host::kCurrent, ".current"); }},
       {"a link to a folder", [] { host::makeLink(host::kCurrent, kEvil); }},
   };
@@ -141,7 +141,7 @@ TEST_F(HostileMarkerTest, WhateverItIsNothingBlocksAndNothingElseIsTouched) {
     host::remove(host::kCurrent);
     c.make();
     expectAnswersAndNothingTouched();
-    // Electing cannot write it either, so there is still no active profile to change.
+    // The program cannot write such a marker either, so there is still no active profile to change.
     for (const Words& words :
          {Words{"profile", "rename", "", "new_name=x"}, Words{"profile", "modify", "", "network=x"}}) {
       EXPECT_EQ(runRavctl(words, bounded()).out, "status_text: invalid argument\nstatus_code: 0x10000003\n");
@@ -151,7 +151,7 @@ TEST_F(HostileMarkerTest, WhateverItIsNothingBlocksAndNothingElseIsTouched) {
   }
 }
 
-// Of such a file the system says that it is regular, so it counts as a marker that cannot be read.
+// The kernel reports files in /proc as regular, so the marker counts as a file that cannot be read.
 TEST_F(HostileMarkerTest, ALinkIntoProcIsAMarkerThatCannotBeRead) {
   host::remove(host::kCurrent);
   host::makeLink(host::kCurrent, "/proc/self/environ");
@@ -163,14 +163,14 @@ TEST_F(HostileMarkerTest, ALinkIntoProcIsAMarkerThatCannotBeRead) {
   EXPECT_EQ(profiles(), profiles_);
 }
 
-TEST_F(HostileMarkerTest, ADeviceInItsPlaceIsNoMarker) {
+TEST_F(HostileMarkerTest, ADeviceInItsPlaceNamesNoProfile) {
   SKIP_WITHOUT_OTHER_USERS();
   host::remove(host::kCurrent);
   ASSERT_EQ(::mknod(host::kCurrent, S_IFCHR | 0666, makedev(1, 5)), 0);
   expectAnswersAndNothingTouched();
 }
 
-TEST_F(HostileMarkerTest, WhatAnotherUserWritesIntoItIsBelievedAsFarAsItNamesAProfile) {
+TEST_F(HostileMarkerTest, ATextOfAnotherUserCountsOnlyIfItNamesAProfile) {
   SKIP_WITHOUT_OTHER_USERS();
   host::makeActive("profile-1");
   Start other;

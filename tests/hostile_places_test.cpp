@@ -1,5 +1,5 @@
-// A FIFO, a socket, a folder, a device or a link to one in the place of every file that the program reads or writes:
-// nothing blocks, and each counts as a file that cannot be opened.
+// Each file that the program reads or writes is replaced by a FIFO, a socket, a folder, a device or a link to a device.
+// The program never blocks, and treats each of them as a file that cannot be opened.
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
@@ -46,7 +46,7 @@ struct Row {
   const char* path;
   Words words;
   const char* out;
-  const char* outOfFolder = nullptr;  // where it differs
+  const char* outOfFolder = nullptr;  // if a folder gives another output
 };
 
 const Row kRows[] = {
@@ -83,12 +83,12 @@ const Row kRows[] = {
     {"/etc/zuv/profiles/profile-1/hipvars.txt", {"support", "reset", "lab"}, "support reset: lab\n"},
     {"/etc/zuv/profiles/profile-1/peers", {"support", "reset", "lab"}, "support reset: lab\n"},
     {"/etc/zuv/profiles/profile-1/hip.log", {"list", "log", "lab"}, kNotOpened},
-    // What stands in the way of the editor is removed, but for a folder.
+    // The editor removes whatever has the name of its temporary file, except a folder.
     {"/etc/zuv/profiles/profile-1/hip.conf.temp",
      {"profile", "modify", "lab", "network=eth0"},
      kWithNetwork,
      kNotOpened},
-    // Without a lock the edit goes on.
+    // An edit continues if it cannot take the lock.
     {"/tmp/lock", {"profile", "modify", "lab", "network=eth0"}, kWithNetwork},
     {"/tmp/lock/hip.conf.lock", {"profile", "modify", "lab", "network=eth0"}, kWithNetwork},
     {"/etc/init.d/hip", {"service", "start"}, kToolFailed},
@@ -101,7 +101,7 @@ using HostilePlacesTest = HostTest;
 TEST_F(HostilePlacesTest, NothingBlocksAndEachCountsAsAFileThatCannotBeOpened) {
   for (const Row& row : kRows) {
     for (int kind = 0; kind < kindCount; ++kind) {
-      if (kind == device && !hasOtherUsers()) continue;  // only the machine's root makes one
+      if (kind == device && !hasOtherUsers()) continue;  // only the machine's root user can create a device
       SCOPED_TRACE(std::string(kKindNames[kind]) + " for " + row.path + ": " + testing::PrintToString(row.words));
       host::reset();
       host::makeProfile("profile-1", "lab");

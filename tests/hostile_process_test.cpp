@@ -1,4 +1,5 @@
-// What a caller can hand to the process: closed or few descriptors, an output that takes nothing, limits, a umask.
+// Callers start the program in hostile ways: with closed or few descriptors, an output that cannot be written, resource
+// limits, or a strange umask.
 #include <algorithm>
 
 #include "testing/faults/StoreCheck.h"
@@ -28,7 +29,7 @@ const Words kEdits[] = {
     {"profile", "delete", "new"},
 };
 
-// A child needs descriptors of its own, and may complain.
+// A child process needs descriptors too, and may print errors of its own.
 bool runsChild(const Words& words) { return words.back() == "sys=systemd" || words[1] == "bundle"; }
 
 class HostileProcessTest : public HostTest {
@@ -45,12 +46,12 @@ class HostileProcessTest : public HostTest {
     host::makeActive("profile-2");
     host::writeFile("/etc/zuv/profiles/.factory/firmware_revision", "4.1.7\n");
     host::writeFile("/etc/zuv/profiles/.factory/ca-certs/root.pem", "certificate\n");
-    // It tells of descriptors that it should not have.
+    // Records the descriptors that it inherits.
     host::installScript("/usr/bin/systemctl", "ls /proc/self/fd > /run/descriptors\nexit 0\n");
     host::installScript("/usr/bin/zuv-sendbundle.sh", "echo bundle\n");
   }
 
-  // The store after all edits, one after the other.
+  // Runs all edits one after another and returns the store after them.
   static std::string storeAfterEdits(const Start& start) {
     setScene();
     for (const Words& words : kEdits) {
@@ -63,7 +64,7 @@ class HostileProcessTest : public HostTest {
   }
 };
 
-TEST_F(HostileProcessTest, WhicheverStandardDescriptorsAreClosedTheFilesAreTheSame) {
+TEST_F(HostileProcessTest, ClosedStandardDescriptorsDoNotChangeTheFiles) {
   const std::string expected = storeAfterEdits({});
   for (int closed = 1; closed < 8; ++closed) {
     Start start;
@@ -75,17 +76,17 @@ TEST_F(HostileProcessTest, WhicheverStandardDescriptorsAreClosedTheFilesAreTheSa
   }
 }
 
-TEST_F(HostileProcessTest, ChildrenGetTheThreeStandardDescriptorsAndNoOther) {
+TEST_F(HostileProcessTest, ChildrenInheritOnlyTheThreeStandardDescriptors) {
   for (const std::vector<int>& closed : {std::vector<int>{}, std::vector<int>{0, 1, 2}}) {
     Start start;
     start.closed = closed;
     EXPECT_EQ(runRavctl({"service", "start", "sys=systemd"}, start).exitStatus, 0);
-    EXPECT_EQ(host::readFile("/run/descriptors"), "0\n1\n2\n3\n") << "3 is the listing's own";
+    EXPECT_EQ(host::readFile("/run/descriptors"), "0\n1\n2\n3\n") << "ls opens 3 itself";
   }
 }
 
-TEST_F(HostileProcessTest, WithAnyNumberOfDescriptorsItEndsInOrderAndTheStoreIsSound) {
-  // A program that is loaded by another needs some before it begins.
+TEST_F(HostileProcessTest, ALimitOfDescriptorsNeverCrashesItOrDamagesTheStore) {
+  // The dynamic linker and sanitizers need some descriptors before main() starts.
   const unsigned long first = kIsStatic && kIsPlain ? 0 : 5;
   for (unsigned long limit = first; limit <= 10; ++limit) {
     setScene();
@@ -109,7 +110,7 @@ TEST_F(HostileProcessTest, WithAnyNumberOfDescriptorsItEndsInOrderAndTheStoreIsS
   }
 }
 
-TEST_F(HostileProcessTest, SevenDescriptorsAreEnoughForEverything) {
+TEST_F(HostileProcessTest, SevenDescriptorsAreEnoughForEveryEdit) {
   const std::string expected = storeAfterEdits({});
   setScene();
   Start start;
@@ -118,7 +119,7 @@ TEST_F(HostileProcessTest, SevenDescriptorsAreEnoughForEverything) {
   EXPECT_EQ(host::tree("/etc/zuv"), expected);
 }
 
-TEST_F(HostileProcessTest, AnOutputThatTakesNothingChangesNoFile) {
+TEST_F(HostileProcessTest, AnOutputThatCannotBeWrittenDoesNotChangeTheFiles) {
   const std::string expected = storeAfterEdits({});
   for (const bool readerGone : {false, true}) {
     setScene();
@@ -129,8 +130,8 @@ TEST_F(HostileProcessTest, AnOutputThatTakesNothingChangesNoFile) {
       if (!readerGone) start.outputTo = "/dev/full";
       const Outcome outcome = runRavctl(words, start);
       EXPECT_EQ(outcome.exitStatus, 0);
-      if (words[1] == "bundle") continue;  // its script prints, and complains itself
-      // Two of them end without a line.
+      if (words[1] == "bundle") continue;  // its script prints, and reports the error itself
+      // Two of the commands print nothing.
       const bool prints = words[0] != "service" && words[1] != "delete";
       EXPECT_EQ(outcome.err,
                 readerGone || !prints ? "" : "ravctl: can't write standard output: No space left on device\n");
@@ -139,7 +140,7 @@ TEST_F(HostileProcessTest, AnOutputThatTakesNothingChangesNoFile) {
   }
 }
 
-TEST_F(HostileProcessTest, UnderAnyLimitOfFileSizesTheStoreIsSound) {
+TEST_F(HostileProcessTest, AFileSizeLimitNeverDamagesTheStore) {
   for (const unsigned long limit : {0UL, 1UL, 2UL, 4UL, 5UL, 7UL, 8UL, 11UL, 16UL, 30UL, 100UL}) {
     setScene();
     for (const Words& words : kEdits) {
@@ -156,7 +157,7 @@ TEST_F(HostileProcessTest, UnderAnyLimitOfFileSizesTheStoreIsSound) {
   }
 }
 
-TEST_F(HostileProcessTest, NoUmaskReachesTheStore) {
+TEST_F(HostileProcessTest, TheUmaskDoesNotChangeTheStore) {
   const std::string expected = storeAfterEdits({});
   for (const mode_t mask : {mode_t{0}, mode_t{0777}}) {
     SCOPED_TRACE(mask);
@@ -166,8 +167,8 @@ TEST_F(HostileProcessTest, NoUmaskReachesTheStore) {
   }
 }
 
-// Root's own environment is believed.
-TEST_F(HostileProcessTest, TheLockDirectoryOfTheEnvironmentIsUsedAndNothingStaysInIt) {
+// The program trusts the environment of root.
+TEST_F(HostileProcessTest, TheLockDirectoryOfTheEnvironmentIsUsedAndLeftEmpty) {
   host::makeDirs("/run/locks");
   for (const char* folder : {"/run/locks", "/run/locks/", "run/locks", "/run/new"}) {
     SCOPED_TRACE(folder);
@@ -180,7 +181,7 @@ TEST_F(HostileProcessTest, TheLockDirectoryOfTheEnvironmentIsUsedAndNothingStays
   EXPECT_EQ(host::tree("/run/new"), "");
 }
 
-TEST_F(HostileProcessTest, WithoutAUsableLockDirectoryAnEditGoesOn) {
+TEST_F(HostileProcessTest, AnEditContinuesWithoutAUsableLockDirectory) {
   host::makeFifo("/run/fifo", 0666);
   host::writeFile("/run/file", "text\n");
   const std::string endless(100'000, 'x');

@@ -1,5 +1,5 @@
-// Files of any size in the place of those that the program reads, and a root full of entries: memory and time stay
-// bounded.
+// The files that the program reads are huge, or the store holds a huge number of entries. The program needs only a
+// limited amount of memory and time.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -34,7 +34,7 @@ class HostileSizeTest : public HostTest {
     host::makeActive("profile-1");
   }
 
-  // 64 MiB of address space hold the program, its stack and all that it takes.
+  // 64 MiB of address space are enough for the program, its stack and its allocations.
   static Outcome runBounded(const Words& words, unsigned long megabytes = 64) {
     Start start;
     start.memoryLimit = megabytes * kMegabyte;
@@ -50,7 +50,7 @@ using HostileSizeTestLong = HostileSizeTest;
 
 struct Row {
   const char* file;
-  const char* start;  // of the file; zero bytes without a block on the disk follow
+  const char* start;  // of the file; a hole of zero bytes follows
   Words words;
   std::string out;
 };
@@ -72,7 +72,7 @@ const Row kRows[] = {
     {".factory/firmware_revision", "4.1.7\n", {"list", "versions"}, "hipapp_version: 4.1.7\nravctl_version: 2.2\n"},
 };
 
-TEST_F(HostileSizeTest, FourGigabytesOfNothingTakeNeitherMemoryNorTime) {
+TEST_F(HostileSizeTest, SparseFilesOfFourGigabytesTakeLittleMemoryAndTime) {
   for (const Row& row : kRows) {
     SCOPED_TRACE(std::string(row.file) + ": " + testing::PrintToString(row.words));
     host::reset();
@@ -84,7 +84,7 @@ TEST_F(HostileSizeTest, FourGigabytesOfNothingTakeNeitherMemoryNorTime) {
   }
 }
 
-TEST_F(HostileSizeTest, AnEditOfFourGigabytesOfNothingFillsNoDisk) {
+TEST_F(HostileSizeTest, AnEditOfASparseFileKeepsItSparse) {
   const std::string conf = std::string(kProfile) + "endbox.conf";
   host::writeSparse(conf, kFourGigabytes, {{0, "log_level=info\n"}});
   EXPECT_EQ(runBounded({"profile", "modify", "lab", "log_level=debug", "--quiet"}).out, "");
@@ -95,7 +95,7 @@ TEST_F(HostileSizeTest, AnEditOfFourGigabytesOfNothingFillsNoDisk) {
   EXPECT_THAT(runBounded({"profile", "details", "lab"}).out, HasSubstr("log_level=debug\n"));
 }
 
-// Everything that is there, and none of it a name.
+// Writes a file of `bytes` bytes that repeats `unit`.
 void fillWith(const std::string& path, const std::string& unit, size_t bytes) {
   const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
   std::string block;
@@ -112,7 +112,7 @@ void appendTo(const std::string& path, const std::string& text) {
   ::close(fd);
 }
 
-TEST_F(HostileSizeTest, BlankLinesBeforeAMarkerTakeNoMemory) {
+TEST_F(HostileSizeTest, BlankLinesBeforeAMarkerTakeLittleMemory) {
   for (const char* unit : {"\n", " \t\r\n", "                                                             \n"}) {
     SCOPED_TRACE(unit);
     fillWith(host::kCurrent, unit, 8 * kMegabyte);
@@ -123,7 +123,7 @@ TEST_F(HostileSizeTest, BlankLinesBeforeAMarkerTakeNoMemory) {
   }
 }
 
-TEST_F(HostileSizeTest, TheLongestLinesThatAreReadFit) {
+TEST_F(HostileSizeTest, TheLongestAcceptedLinesFitIntoMemory) {
   const std::string longest(9'999'000, 'x');
   host::writeFile(std::string(kProfile) + "profile_name", longest + "\n");
   EXPECT_THAT(runBounded({"profile", "details", "dir=profile-1"}, 128).out,
@@ -132,19 +132,19 @@ TEST_F(HostileSizeTest, TheLongestLinesThatAreReadFit) {
   EXPECT_EQ(runBounded({"service", "status"}).out, kNotRunning);
 }
 
-TEST_F(HostileSizeTest, ALogOfLongLinesTakesTheMemoryOfThoseShown) {
+TEST_F(HostileSizeTest, ALogOfLongLinesTakesMemoryOnlyForTheShownLines) {
   fillWith(std::string(kProfile) + "hip.log", std::string(100'000, 'x') + "\n", 64 * kMegabyte);
   EXPECT_EQ(runBounded({"list", "log", "lab", "max_lines=1"}).out.size(), 100'000 % 4095 + 1 + 18);
 }
 
-TEST_F(HostileSizeTestLong, AGigabyteOfBlankLinesInTheMarker) {
+TEST_F(HostileSizeTestLong, AGigabyteOfBlankLinesInTheMarkerTakesLittleMemory) {
   fillWith(host::kCurrent, "\n", 1024 * kMegabyte);
   EXPECT_EQ(runBounded({"list", "log", ""}).out, "no logfile available for this profile\n");
 }
 
 // --- Many entries
 
-// A profile, and beside it entries that are none: files, links and hidden folders.
+// Adds entries that are no profiles to the store: files, links and hidden folders.
 void fillRoot(int entries) {
   for (int i = 0; i < entries; ++i) {
     const std::string path = host::kProfiles + std::string(i % 3 == 2 ? "." : "") + "entry-" + std::to_string(i);
@@ -162,16 +162,16 @@ void expectBoundedWith(int entries, const std::function<Outcome(const Words&)>& 
   EXPECT_EQ(run({"profile", "delete", "new"}).out, "");
 }
 
-TEST_F(HostileSizeTest, EntriesThatAreNoProfilesTakeNoMemory) {
+TEST_F(HostileSizeTest, EntriesThatAreNoProfilesTakeLittleMemory) {
   expectBoundedWith(30'000, [](const Words& words) { return runBounded(words); });
 }
 
-TEST_F(HostileSizeTestLong, AMillionEntriesThatAreNoProfiles) {
-  // A third of them are folders, whose names are held until it is known that they are hidden.
+TEST_F(HostileSizeTestLong, AMillionEntriesThatAreNoProfilesTakeLittleMemory) {
+  // A third of them are hidden folders.
   expectBoundedWith(1'000'000, [](const Words& words) { return runBounded(words); });
 }
 
-// All the numbers that a new profile could have are taken but for the last.
+// Takes every number that a new profile could get, up to `last`.
 void takeNumbers(int last) {
   for (int number = 123123; number <= last; ++number) {
     const std::string path = host::kProfiles + std::string("profile-") + std::to_string(number);
@@ -179,13 +179,13 @@ void takeNumbers(int last) {
   }
 }
 
-TEST_F(HostileSizeTest, ANewProfileFindsItsNumberBehindThoseThatAreTaken) {
+TEST_F(HostileSizeTest, ANewProfileGetsTheFirstFreeNumber) {
   takeNumbers(123123 + 20'000);
   EXPECT_EQ(runBounded({"profile", "create", "new", "helmsor=h"}).exitStatus, 0);
   EXPECT_TRUE(host::exists("/etc/zuv/profiles/profile-143124/profile_name"));
 }
 
-TEST_F(HostileSizeTestLong, WhenAllNumbersAreTakenANewProfileIsRefused) {
+TEST_F(HostileSizeTestLong, ANewProfileIsRefusedIfAllNumbersAreTaken) {
   takeNumbers(999998);
   EXPECT_EQ(runBounded({"profile", "create", "new", "helmsor=h"}).out,
             "status_text: application error\nstatus_code: 0x12000001\n");

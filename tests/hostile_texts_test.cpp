@@ -1,4 +1,4 @@
-// Every control byte in every text that is written into a file, from the words of the command line.
+// Each control byte is put into each text of the command line that the program writes to a file.
 #include "testing/run/HostTest.h"
 
 namespace {
@@ -9,8 +9,8 @@ constexpr const char* kRefused = "status_text: invalid argument\nstatus_code: 0x
 
 struct Row {
   const char* why;
-  Words words;  // those that get the text have it behind their last byte, which is "=" or the start of a word
-  size_t at;    // the word that gets it
+  Words words;  // of the command line; the text is appended to word `at`
+  size_t at;    // the number of the word that gets the text
   const char* out;
 };
 const Row kRows[] = {
@@ -48,7 +48,7 @@ TEST_F(HostileTextsTest, NoControlByteInsideATextReachesAFile) {
   }
 }
 
-TEST_F(HostileTextsTest, ControlBytesAtTheEndsOfANameAndAnInvitationGo) {
+TEST_F(HostileTextsTest, ControlBytesAroundANameOrAnInvitationAreRemoved) {
   for (int byte = 1; byte < 128; byte = byte == 32 ? 127 : byte + 1) {
     SCOPED_TRACE(byte);
     host::reset();
@@ -62,8 +62,8 @@ TEST_F(HostileTextsTest, ControlBytesAtTheEndsOfANameAndAnInvitationGo) {
   }
 }
 
-// Texts of the command line are data, whatever a shell, a format or a path would make of them.
-TEST_F(HostileTextsTest, NoTextIsAnythingButAText) {
+// These texts mean something to a shell, to printf or as a path. The program treats them as plain text.
+TEST_F(HostileTextsTest, NoTextIsInterpretedAsAShellCommandFormatOrPath) {
   host::makeProfile("profile-1", "lab");
   host::makeActive("profile-1");
   std::string name = "lab";

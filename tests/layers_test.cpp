@@ -1,5 +1,5 @@
-// Reads src/layers.txt and every include of the product: arrows go down between folders, none goes in a circle, and the
-// list is complete. A source has a header of its name beside it.
+// Reads src/layers.txt and every include of the product. Includes between folders go only to lower folders, no includes
+// form a circle, and the list of folders is complete. Every source has a header of the same name beside it.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -14,7 +14,7 @@
 
 namespace {
 
-using Files = std::map<std::string, std::string>;  // text by path below src/
+using Files = std::map<std::string, std::string>;  // text of each file by its path below src/
 using Problems = std::vector<std::string>;
 
 constexpr char mainSource[] = "command/entry/main.cpp";
@@ -24,7 +24,7 @@ std::string folderOf(const std::string& name) {
   return slash == std::string::npos ? "" : name.substr(0, slash);
 }
 
-// What stands between the quotes of every #include.
+// Returns the text between the quotes of each #include.
 std::vector<std::string> includesOf(const std::string& text) {
   std::vector<std::string> included;
   std::istringstream lines(text);
@@ -37,7 +37,7 @@ std::vector<std::string> includesOf(const std::string& text) {
   return included;
 }
 
-// The rank of each folder of the list.
+// Returns the rank of each folder of the list, and adds mistakes of the list to `problems`.
 std::map<std::string, int> ranksOf(const Files& files, const std::string& layers, Problems& problems) {
   std::set<std::string> there;
   for (const auto& file : files) there.insert(folderOf(file.first));
@@ -48,16 +48,16 @@ std::map<std::string, int> ranksOf(const Files& files, const std::string& layers
     std::istringstream folders(line.substr(0, line.find('#')));
     for (std::string folder; folders >> folder;) {
       if (!rankOf.emplace(folder, rank).second) problems.push_back(folder + " is listed twice");
-      if (there.count(folder) == 0) problems.push_back(folder + " is listed and holds no file");
+      if (there.count(folder) == 0) problems.push_back(folder + " is listed but holds no file");
     }
   }
   for (const auto& [folder, unused] : rankOf) {
-    if (rankOf.count(folderOf(folder)) != 0) problems.push_back(folder + " lies in a folder that holds files itself");
+    if (rankOf.count(folderOf(folder)) != 0) problems.push_back(folder + " is in a folder that holds files itself");
   }
   return rankOf;
 }
 
-// Whether includes within its folder lead from one file to another.
+// Returns true if includes between files of one folder lead from one file to the other.
 bool leadsTo(const Files& files, const std::string& from, const std::string& to, std::set<std::string>& seen) {
   const auto file = files.find(from);
   if (file == files.end()) return false;
@@ -74,19 +74,19 @@ Problems problemsOf(const Files& files, const std::string& layers) {
   for (const auto& [name, text] : files) {
     const auto own = rankOf.find(folderOf(name));
     if (own == rankOf.end()) {
-      problems.push_back(name + " lies in no folder of the list");
+      problems.push_back(name + " is in no folder of the list");
       continue;
     }
     for (const std::string& included : includesOf(text)) {
       const auto other = rankOf.find(folderOf(included));
       const bool isBelow = other != rankOf.end() && (other == own || other->second < own->second);
-      if (!isBelow) problems.push_back(name + " includes " + included + ", which does not lie below it");
+      if (!isBelow) problems.push_back(name + " includes " + included + ", which is not below it");
     }
     const std::size_t ending = name.rfind(".cpp");
     if (ending != std::string::npos && name != mainSource && files.count(name.substr(0, ending) + ".h") == 0)
       problems.push_back(name + " has no header of its name");
     std::set<std::string> seen;
-    if (leadsTo(files, name, name, seen)) problems.push_back(name + " lies on a circle of includes");
+    if (leadsTo(files, name, name, seen)) problems.push_back(name + " is on a circle of includes");
   }
   return problems;
 }
@@ -129,21 +129,21 @@ Files testingFiles() {
   return files;
 }
 
-TEST(Layers, EveryIncludeBetweenTheFoldersOfTestingGoesDown) {
+TEST(Layers, EveryIncludeOfTestingGoesToALowerFolder) {
   const Files files = testingFiles();
   EXPECT_FALSE(files.empty());
   for (const std::string& problem : problemsOf(files, "testing/host\ntesting/run\ntesting/faults testing/models\n"))
     ADD_FAILURE() << problem;
 }
 
-TEST(Layers, EveryIncludeOfTheProductGoesDownAndEveryFolderHasItsRank) {
+TEST(Layers, EveryIncludeOfTheProductGoesToALowerFolder) {
   const Files files = productFiles();
   EXPECT_FALSE(files.empty());
   for (const std::string& problem : problemsOf(files, textOf(places::source() + "/src/layers.txt")))
     ADD_FAILURE() << problem;
 }
 
-TEST(Layers, ArrowsToLowerFoldersAndWithinAFolderAreFine) {
+TEST(Layers, IncludesOfLowerFoldersAndOfTheSameFolderAreAllowed) {
   EXPECT_EQ(problemsOf({{"low/a.h", ""},
                         {"low/b.h", "#include \"low/a.h\"\n"},
                         {"mid/c.h", ""},
@@ -153,55 +153,54 @@ TEST(Layers, ArrowsToLowerFoldersAndWithinAFolderAreFine) {
             Problems());
 }
 
-TEST(Layers, AnUpwardArrowIsSeen) {
+TEST(Layers, AnIncludeOfAHigherFolderIsReported) {
   EXPECT_EQ(problemsOf({{"a/a.h", "// comment\n #  include \"b/b.h\"\n"}, {"b/b.h", ""}}, "a\nb\n"),
-            Problems{"a/a.h includes b/b.h, which does not lie below it"});
+            Problems{"a/a.h includes b/b.h, which is not below it"});
 }
 
-TEST(Layers, FoldersThatPointAtEachOtherAreSeenWhateverTheOrder) {
+TEST(Layers, FoldersThatIncludeEachOtherAreReportedInAnyOrder) {
   const Files circle = {{"a/x.h", "#include \"b/x.h\"\n"}, {"b/x.h", ""}, {"b/y.h", "#include \"a/x.h\"\n"}};
   for (const char* order : {"a\nb\n", "b\na\n"}) EXPECT_EQ(problemsOf(circle, order).size(), 1u) << order;
   EXPECT_EQ(problemsOf(circle, "a b\n").size(), 2u);
 }
 
-TEST(Layers, FoldersOfOneLineDoNotSeeEachOther) {
+TEST(Layers, FoldersOfOneRankMayNotIncludeEachOther) {
   EXPECT_EQ(problemsOf({{"a/a.h", "#include \"b/b.h\"\n"}, {"b/b.h", ""}}, "b a\n"),
-            Problems{"a/a.h includes b/b.h, which does not lie below it"});
+            Problems{"a/a.h includes b/b.h, which is not below it"});
 }
 
-TEST(Layers, ACircleWithinAFolderIsSeen) {
+TEST(Layers, ACircleOfIncludesInAFolderIsReported) {
   const Files circle = {{"a/a.h", "#include \"a/b.h\"\n"},
                         {"a/b.h", "#include \"a/c.h\"\n"},
                         {"a/c.h", "#include \"a/a.h\"\n"},
                         {"a/d.h", "#include \"a/a.h\"\n"},
                         {"a/e.h", ""}};
-  EXPECT_EQ(problemsOf(circle, "a\n"),
-            (Problems{"a/a.h lies on a circle of includes", "a/b.h lies on a circle of includes",
-                      "a/c.h lies on a circle of includes"}));
-  EXPECT_EQ(problemsOf({{"a/a.h", "#include \"a/a.h\"\n"}}, "a\n"), Problems{"a/a.h lies on a circle of includes"});
+  EXPECT_EQ(problemsOf(circle, "a\n"), (Problems{"a/a.h is on a circle of includes", "a/b.h is on a circle of includes",
+                                                 "a/c.h is on a circle of includes"}));
+  EXPECT_EQ(problemsOf({{"a/a.h", "#include \"a/a.h\"\n"}}, "a\n"), Problems{"a/a.h is on a circle of includes"});
 }
 
-TEST(Layers, ASourceWithoutAHeaderOfItsNameIsSeen) {
+TEST(Layers, ASourceWithoutAHeaderOfItsNameIsReported) {
   EXPECT_EQ(problemsOf({{"a/a.h", ""}, {"a/a.cpp", ""}, {"a/b.cpp", ""}, {"b/b.h", ""}, {mainSource, ""}},
                        "a\nb\ncommand/entry\n"),
             Problems{"a/b.cpp has no header of its name"});
 }
 
-TEST(Layers, AFileOutsideTheListIsNotIncluded) {
+TEST(Layers, AnIncludeOfAFileOutsideTheListIsReported) {
   EXPECT_EQ(problemsOf({{"a/a.h", "#include \"testing/HostTest.h\"\n"}, {"a/b.h", "#include \"a.h\"\n"}}, "a\n"),
-            (Problems{"a/a.h includes testing/HostTest.h, which does not lie below it",
-                      "a/b.h includes a.h, which does not lie below it"}));
+            (Problems{"a/a.h includes testing/HostTest.h, which is not below it",
+                      "a/b.h includes a.h, which is not below it"}));
 }
 
-TEST(Layers, MissingSuperfluousAndRepeatedFoldersAreSeen) {
+TEST(Layers, MissingSuperfluousAndRepeatedFoldersAreReported) {
   EXPECT_EQ(problemsOf({{"a/a.h", ""}, {"b/b.h", ""}, {"main.cpp", ""}}, "a\nc\na\n"),
-            (Problems{"c is listed and holds no file", "a is listed twice", "b/b.h lies in no folder of the list",
-                      "main.cpp lies in no folder of the list"}));
+            (Problems{"c is listed but holds no file", "a is listed twice", "b/b.h is in no folder of the list",
+                      "main.cpp is in no folder of the list"}));
 }
 
-TEST(Layers, AFolderWithFoldersHoldsNoFiles) {
+TEST(Layers, AFolderThatHoldsFoldersMayNotHoldFiles) {
   EXPECT_EQ(problemsOf({{"a/a.h", ""}, {"a/b/b.h", ""}}, "a\na/b\n"),
-            Problems{"a/b lies in a folder that holds files itself"});
+            Problems{"a/b is in a folder that holds files itself"});
 }
 
 }  // namespace

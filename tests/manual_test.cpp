@@ -1,4 +1,4 @@
-// The manuals are true: each example prints what it shows, and the tables of ravctl(8) are those of the program.
+// Checks the manuals: each example prints what it shows, and the tables of ravctl(8) agree with the program.
 #include <unistd.h>
 
 #include <algorithm>
@@ -26,7 +26,7 @@ bool startsWith(const std::string& text, const std::string& start) { return text
 
 // --- Examples
 
-// The characters that a manual's source writes otherwise, since they would come out as typographic ones.
+// The escapes with which the source of a manual writes characters that would be printed as typographic ones.
 struct Escape {
   const char* written;
   const char* plain;
@@ -42,7 +42,7 @@ std::string plain(const std::string& line) {
     });
     const bool isEscape = escape != std::end(kEscapes);
     EXPECT_TRUE(isEscape || std::string("\\'`^~").find(line[at]) == std::string::npos)
-        << "would not come out as it stands: " << line;
+        << "the manual would print this differently: " << line;
     text += isEscape ? escape->plain : std::string(1, line[at]);
     at += isEscape ? std::strlen(escape->written) : 1;
   }
@@ -55,7 +55,7 @@ struct Example {
   std::string session;
 };
 
-// All literal displays below one heading make one session.
+// All literal displays below one heading form one session.
 std::vector<Example> examplesOf(const std::string& manual) {
   std::vector<Example> examples;
   bool isLiteral = false;
@@ -123,7 +123,7 @@ TEST(ManualTest, EveryManualHasExamples) {
 
 using CodesAndTexts = std::map<StatusCode, std::string>;
 
-// From lines ".It Li 0x00000001 Dq success".
+// Reads them from lines such as ".It Li 0x00000001 Dq success".
 CodesAndTexts codesOfManual() {
   const std::string item = ".It Li 0x";
   const std::string quote = " Dq ";
@@ -134,13 +134,13 @@ CodesAndTexts codesOfManual() {
     EXPECT_EQ(line.compare(item.size() + 8, quote.size(), quote), 0) << line;
     const bool isNew =
         codes.emplace(std::stoul(digits, nullptr, 16), line.substr(item.size() + 8 + quote.size())).second;
-    EXPECT_TRUE(isNew) << "twice: " << line;
+    EXPECT_TRUE(isNew) << "listed twice: " << line;
   }
   return codes;
 }
 
-// Every code with a text of its own, found by asking for all that can be: each category and number of the two
-// application ids. Nobody registers id 2, so what it answers is the text of a code that nobody knows.
+// Returns every code that has a text of its own. It tries every category and number of the two application ids. No code
+// has the application id 2, so its text is that of an unknown code.
 CodesAndTexts codesOfProgram() {
   registerStatusTexts(status::applicationId, appStatusText);
   CodesAndTexts codes;
@@ -163,12 +163,12 @@ TEST(ManualTest, ListsExactlyTheStatusCodesOfTheProgram) {
 
 // --- Commands
 
-// A command and its parameters in order, one that may be left out in brackets: "profile rename new_name".
+// A command and its parameters in order, such as "profile rename new_name". Optional parameters are in brackets.
 std::string withKey(std::string command, const std::string& key, bool isOptional) {
   return command.append(isOptional ? " [" : " ").append(key).append(isOptional ? "]" : "");
 }
 
-// From the words of an item such as ".It Ic service restart Oo Cm sys Ns = Ns Ar system Oc Op Cm full".
+// Reads it from the words of an item such as ".It Ic service restart Oo Cm sys Ns = Ns Ar system Oc Op Cm full".
 std::string commandOfItem(const std::string& item) {
   std::string command;
   bool isName = false;
@@ -191,7 +191,7 @@ std::string commandOfItem(const std::string& item) {
   return command;
 }
 
-// The items of the manual's section COMMANDS.
+// Returns the items of the section COMMANDS of the manual.
 std::vector<std::string> commandsOfManual() {
   const std::string source = host::readFile(kManuals + "ravctl.8");
   std::vector<std::string> commands;

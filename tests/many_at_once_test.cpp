@@ -1,5 +1,5 @@
-// Many processes at the store at the same moment, each with commands drawn at random: the real program on one private
-// host. The seed is printed; RAVCTL_SEED repeats a run as far as the order of the processes can be repeated at all.
+// Many processes run random commands on one store at the same time, with the real program on one private host. The test
+// prints the seed of the random numbers. RAVCTL_SEED sets the seed, but the order of the processes still differs.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -26,7 +26,7 @@ using testing::Not;
 using Words = std::vector<std::string>;
 
 constexpr int kProcesses = 16;
-// Steps of each process are so many times fewer where a start of the program takes so many times longer.
+// Under a sanitizer the program takes about ten times as long to start, so each process makes fewer steps.
 #ifdef RAVCTL_SANITIZED
 constexpr int kFewer = 10;
 #else
@@ -34,14 +34,14 @@ constexpr int kFewer = 1;
 #endif
 constexpr const char* kNotes = "/run/notes/";
 
-// What a process did, in a line of its notes; parts are parted by tabs.
+// One step of a process, and one line of its notes. Tabs separate the fields.
 struct Note {
   long long began = 0;
   long long ended = 0;
   std::string what;     // the first two words of a command, or "problem"
-  std::string failure;  // the status code that was printed; "-" for success
-  std::string subject;  // the directory it was about
-  std::string value;    // what it wrote there
+  std::string failure;  // the printed status code; "-" for success
+  std::string subject;  // the directory that the step changed
+  std::string value;    // the value that it wrote there
 };
 
 long long now() { return std::chrono::steady_clock::now().time_since_epoch().count(); }
@@ -53,7 +53,7 @@ std::string lineOf(const std::string& text, const std::string& key) {
   return text.substr(value, text.find('\n', value) - value);
 }
 
-// One of the processes: runs the program step by step and keeps notes.
+// One of the processes. It runs the program step by step and keeps notes.
 class Actor {
  public:
   Actor(int number, unsigned seed) : number_(number), random_(seed + static_cast<unsigned>(number)) {}
@@ -65,7 +65,7 @@ class Actor {
     return rows[upTo(static_cast<unsigned>(std::size(rows)) - 1)];
   }
 
-  // A text that no other step writes.
+  // Returns a text that no other step writes.
   std::string unique() { return "w" + std::to_string(number_) + "s" + std::to_string(++texts_); }
 
   Outcome run(const Words& words, const std::string& subject = "", const std::string& value = "") {
@@ -97,9 +97,9 @@ class Actor {
   void finish() { host::writeFile(kNotes + std::to_string(number_), notes_.str()); }
 
  private:
-  // What a change may answer that comes too late, without the leading 1: files that went away, "application error",
-  // "profile not found", "invalid argument" for a name that somebody else has taken, directories in use. And what the
-  // start of a daemon answers where there is no init system.
+  // Returns true for a status code that a change may return if another process was faster: files that have disappeared,
+  // "application error", "profile not found", "invalid argument" for a name that another profile has taken, directories
+  // in use. It also allows the code of a daemon start without an init system. The codes lack their leading 1.
   static bool isKnown(const std::string& code) {
     constexpr const char* codes[] = {"0000003", "2000001", "2001001", "4000004", "4000005",
                                      "4000006", "4000007", "400000e", "4000010", "6001001"};
@@ -142,9 +142,9 @@ std::vector<Note> notesOf(int number) {
   return notes;
 }
 
-using Notes = std::vector<std::vector<Note>>;  // of each process
+using Notes = std::vector<std::vector<Note>>;  // one list for each process
 
-// Starts a process for each number, lets them go at the same moment and waits for all.
+// Forks kProcesses processes, releases them at the same moment, waits for all and returns their notes.
 template <typename Work>
 Notes runTogether(unsigned seed, Work work) {
   int gate[2];
@@ -191,10 +191,10 @@ std::vector<std::string> problemsIn(const Notes& notes) {
   return problems;
 }
 
-// --- The two checks that take the notes of all processes
+// --- The two checks that need the notes of all processes
 
-// A directory belongs to its creator from the end of the create to the start of the delete: no two such times of one
-// directory may overlap.
+// A directory belongs to its creator from the end of the create to the start of the delete. Returns each directory that
+// belongs to two processes at the same time.
 std::vector<std::string> sharedDirectories(const Notes& notes) {
   struct Time {
     long long from, to;
@@ -222,8 +222,8 @@ std::vector<std::string> sharedDirectories(const Notes& notes) {
   return shared;
 }
 
-// Of every key the value of the last edit that its only editor was told had succeeded. A failed edit may have come
-// through or not, so a key whose last edit failed is left out. Subjects are "path key".
+// Returns the last value that was written to each key. Each key is edited by one process only. A failed edit may or may
+// not have changed the file, so a key whose last edit failed is left out. Subjects have the form "path key".
 std::map<std::string, std::string> lastValues(const Notes& notes, const std::string& what) {
   std::map<std::string, std::string> values;
   for (const auto& ofOne : notes) {
@@ -242,7 +242,7 @@ std::vector<std::string> lostEdits(const std::map<std::string, std::string>& exp
     const size_t blank = subject.find(' ');
     std::map<std::string, std::string> pairs = pairsOf(subject.substr(0, blank));
     const std::string& there = pairs[subject.substr(blank + 1)];
-    if (there != value) lost.push_back(subject + ": " + value + " was written, " + there + " is there");
+    if (there != value) lost.push_back(subject + ": " + value + " was written, " + there + " is in the file");
   }
   return lost;
 }
@@ -251,7 +251,7 @@ std::vector<std::string> lostEdits(const std::map<std::string, std::string>& exp
 
 std::string sharedProfile(int number) { return "profile-" + std::to_string(number % (kProcesses / 2) + 1); }
 
-// Each key of a shared profile has one editor, each endbox.conf two.
+// Each key of a shared profile is edited by one process, and each endbox.conf by two.
 void editOwnKey(Actor& actor) {
   constexpr const char* levels[] = {"error", "warning", "info", "debug", "trace", "fatal"};
   const bool first = actor.number() < kProcesses / 2;
@@ -262,7 +262,7 @@ void editOwnKey(Actor& actor) {
             host::kProfiles + dirname + "/endbox.conf " + key, value);
 }
 
-// The profiles that one process has made and nobody else touches.
+// The profiles that one process has created. No other process changes them.
 class OwnProfiles {
  public:
   explicit OwnProfiles(Actor* actor) : actor_(*actor) {}
@@ -277,7 +277,7 @@ class OwnProfiles {
     look(dirname);
   }
   void rename() {
-    // Longer and shorter than what is there.
+    // New names are longer or shorter than the present one.
     const std::string name = actor_.unique() + std::string(actor_.upTo(40), 'n');
     if (!marks_.empty()) actor_.run({"profile", "rename", "dir=" + any(), "new_name=" + name});
   }
@@ -312,7 +312,7 @@ class OwnProfiles {
     return at->first;
   }
 
-  // Every file says what we have written last.
+  // Checks that every file holds the text that we wrote last.
   void look(const std::string& dirname) {
     const std::string& mark = marks_[dirname];
     const std::string dir = host::kProfiles + dirname + "/";
@@ -327,7 +327,7 @@ class OwnProfiles {
   std::map<std::string, std::string> marks_;
 };
 
-// Each process changes its own profiles, and its own key of one that it shares.
+// Each process changes its own profiles, and its own key of a profile that it shares with another process.
 void mindOwnBusiness(Actor& actor, int steps) {
   OwnProfiles own(&actor);
   constexpr void (OwnProfiles::*actions[])() = {&OwnProfiles::create, &OwnProfiles::create, &OwnProfiles::rename,
@@ -341,7 +341,7 @@ void mindOwnBusiness(Actor& actor, int steps) {
   }
 }
 
-// Everybody changes what anybody has made; two names for sixteen processes.
+// Every process changes profiles of all processes. There are only two names for all of them.
 void changeAnything(Actor& actor, int steps) {
   for (int step = 0; step < steps; ++step) {
     const std::string name = actor.upTo(1) == 0 ? "lab" : "harbour";
@@ -388,12 +388,12 @@ class ManyAtOnce : public HostTest {
     seed_ = given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : 2022;
   }
 
-  // A seed of the moment, for runs that are to see something new.
+  // Draws a new seed, so that long runs differ.
   void drawSeed() {
     if (std::getenv("RAVCTL_SEED") == nullptr) seed_ = std::random_device()();
   }
 
-  // Steps each process.
+  // `steps` is the number of steps of each process.
   void ownBusiness(int steps) {
     std::cout << "seed " << seed_ << std::endl;
     for (int number = 0; number < kProcesses / 2; ++number)
@@ -401,7 +401,7 @@ class ManyAtOnce : public HostTest {
     host::makeActive("profile-1");
     const Notes notes = runTogether(seed_, [&](Actor& actor) { mindOwnBusiness(actor, steps / kFewer); });
     const auto expected = lastValues(notes, "profile modify");
-    EXPECT_GE(expected.size(), 8u) << "that few edits show nothing";
+    EXPECT_GE(expected.size(), 8u) << "too few edits to prove anything";
     EXPECT_THAT(problemsIn(notes), IsEmpty());
     EXPECT_THAT(sharedDirectories(notes), IsEmpty());
     EXPECT_THAT(lostEdits(expected), IsEmpty());
@@ -420,10 +420,10 @@ class ManyAtOnce : public HostTest {
     EXPECT_THAT(staleLocks(), IsEmpty());
     const std::vector<std::string> names = namesListed();
     EXPECT_THAT(names, Not(IsEmpty()));
-    EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end()) << "two profiles of one name";
+    EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end()) << "two profiles have the same name";
   }
 
-  // Each process edits a key of its own in one file through the editor of the product.
+  // Each process edits its own key in the same file, through the editor of the product.
   Notes editOneFile(int steps) {
     return runTogether(seed_, [&](Actor& actor) {
       const std::string key = "key" + std::to_string(actor.number());
@@ -441,11 +441,11 @@ class ManyAtOnce : public HostTest {
   unsigned seed_ = 0;
 };
 
-TEST_F(ManyAtOnce, EachFindsItsOwnProfilesAndKeysAsItLeftThem) { ownBusiness(60); }
+TEST_F(ManyAtOnce, EachProcessFindsItsProfilesAndKeysUnchangedByOthers) { ownBusiness(60); }
 
-TEST_F(ManyAtOnce, TheStoreStaysSoundWhenEachChangesEverything) { anything(100); }
+TEST_F(ManyAtOnce, TheStoreStaysSoundWhenAllProcessesChangeEverything) { anything(100); }
 
-TEST_F(ManyAtOnce, NoEditOfAnotherKeyOfOneFileIsLost) {
+TEST_F(ManyAtOnce, NoEditIsLostWhenProcessesEditDifferentKeysOfOneFile) {
   const auto expected = lastValues(editOneFile(40), "edit");
   EXPECT_EQ(expected.size(), static_cast<size_t>(kProcesses));
   EXPECT_THAT(lostEdits(expected), IsEmpty());
@@ -453,8 +453,8 @@ TEST_F(ManyAtOnce, NoEditOfAnotherKeyOfOneFileIsLost) {
   EXPECT_THAT(staleLocks(), IsEmpty());
 }
 
-// Texts of all lengths, so that the end of a longer one, or a hole, would show behind a shorter one.
-TEST_F(ManyAtOnce, AFileThatAllReplaceIsWhole) {
+// The texts differ in length, so that the test would see the end of a longer text, or a hole, after a shorter one.
+TEST_F(ManyAtOnce, AFileThatAllProcessesReplaceIsComplete) {
   const std::string path = host::kProfiles + std::string("profile-1/profile_name");
   for (int round = 0; round < 20; ++round) {
     host::makeDirs(host::kProfiles + std::string("profile-1"));
@@ -478,14 +478,14 @@ class ManyAtOnceLong : public ManyAtOnce {
   }
 };
 
-TEST_F(ManyAtOnceLong, EachFindsItsOwnProfilesAndKeysAsItLeftThem) { ownBusiness(400); }
+TEST_F(ManyAtOnceLong, EachProcessFindsItsProfilesAndKeysUnchangedByOthers) { ownBusiness(400); }
 
-TEST_F(ManyAtOnceLong, TheStoreStaysSoundWhenEachChangesEverything) { anything(400); }
+TEST_F(ManyAtOnceLong, TheStoreStaysSoundWhenAllProcessesChangeEverything) { anything(400); }
 
-// --- The checks can fail
+// --- The checks themselves detect faults
 
-// Edits go on without a lock that cannot be taken, so that with its place spoilt they tread on each other.
-TEST_F(ManyAtOnce, WithoutTheLockEditsAreLost) {
+// An edit continues if it cannot create the lock file. With an unusable lock directory the edits therefore race.
+TEST_F(ManyAtOnce, EditsAreLostWithoutTheLock) {
   ::setenv("ZUV_LOCK_DIR", "/dev/null", 1);
   size_t lost = 0;
   for (int round = 0; round < 50 && lost == 0; ++round) {
@@ -495,7 +495,7 @@ TEST_F(ManyAtOnce, WithoutTheLockEditsAreLost) {
   EXPECT_GT(lost, 0u);
 }
 
-TEST_F(ManyAtOnce, TwoCreatorsOfOneDirectoryAreNoticed) {
+TEST_F(ManyAtOnce, TwoCreatorsOfOneDirectoryAreDetected) {
   const auto create = [](long long began, const char* dirname) {
     return Note{began, began + 1, "profile create", "-", dirname, ""};
   };
@@ -508,23 +508,23 @@ TEST_F(ManyAtOnce, TwoCreatorsOfOneDirectoryAreNoticed) {
   EXPECT_THAT(sharedDirectories({{create(1, "a")}, {create(4, "b")}}), IsEmpty());
 }
 
-TEST_F(ManyAtOnce, EveryPlantedFlawIsNoticed) {
+TEST_F(ManyAtOnce, EveryPlantedFlawIsDetected) {
   struct Case {
     const char* why;
     const char* path;
     std::string text;
   };
   const Case cases[] = {
-      {"a name with the end of a longer one behind it", "profile-1/profile_name", "ab\ngname\n"},
+      {"a name followed by the end of a longer name", "profile-1/profile_name", "ab\ngname\n"},
       {"a name with a hole", "profile-1/profile_name", std::string("ab\n\0\0\0", 6)},
       {"an empty name", "profile-1/profile_name", ""},
-      {"half an address", "profile-1/mapconfig.static", "map_uri=https://h"},
+      {"an incomplete address", "profile-1/mapconfig.static", "map_uri=https://h"},
       {"no address", "profile-1/mapconfig.static", "x\n"},
-      {"a key twice", "profile-1/hip.conf", "a=1\na=2\n"},
-      {"half a line", "profile-1/endbox.conf", "a=1\nb"},
-      {"bytes of nothing", "profile-1/endbox.conf", std::string("a=1\n\0\0\n", 7)},
+      {"a repeated key", "profile-1/hip.conf", "a=1\na=2\n"},
+      {"an incomplete line", "profile-1/endbox.conf", "a=1\nb"},
+      {"zero bytes", "profile-1/endbox.conf", std::string("a=1\n\0\0\n", 7)},
       {"a temporary file", "profile-1/hip.conf.temp", "a=1\n"},
-      {"half a copy", "profile-1/ca-certs/root.pem", "ccc"},
+      {"an incomplete copy", "profile-1/ca-certs/root.pem", "ccc"},
       {"two lines in the marker", ".current", "profile-1\n1\n"},
   };
   for (const Case& c : cases) {

@@ -1,8 +1,8 @@
-// Every allocation of an operation is refused in turn: the operation fails with its status or the process ends with its
-// last word, and what is on the disk is as after any other failure.
+// Makes each allocation of an operation fail in turn. Either the operation returns an error status, or the process
+// prints its out-of-memory message and exits. The disk is in a state that other failures can leave too.
 //
-// This program has an allocator of its own. A scenario runs in a child process, once for each of its allocations with
-// that one refused, and once more with every one refused from there on.
+// This program replaces the allocator. A scenario runs in a child process many times: once for each of its allocations
+// with that one refused, and once with that one and all later ones refused.
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -39,8 +39,8 @@ namespace {
 std::atomic<bool> isArmed{false};
 std::atomic<size_t> allocations{0};
 std::atomic<size_t> refused{0};
-size_t refusedFrom = 0;  // the number of the allocation, from 1; 0 for none
-size_t refusedTo = 0;
+size_t refusedFrom = 0;  // the number of the first refused allocation, from 1; 0: none
+size_t refusedTo = 0;    // the number of the last refused allocation
 
 bool isRefused() {
   if (!isArmed) return false;
@@ -54,7 +54,7 @@ bool isRefused() {
 }  // namespace
 
 #ifndef RAVCTL_SANITIZED
-// libc's own, by the names that it keeps for its replacements; it calls ours from within itself, too.
+// glibc offers its allocator under these names to programs that replace malloc. glibc itself also calls ours.
 extern "C" {
 void* __libc_malloc(size_t size);                // NOLINT(bugprone-reserved-identifier)
 void* __libc_calloc(size_t count, size_t size);  // NOLINT(bugprone-reserved-identifier)
@@ -65,8 +65,8 @@ void* calloc(size_t count, size_t size) noexcept { return isRefused() ? nullptr 
 void* realloc(void* block, size_t size) noexcept { return isRefused() ? nullptr : __libc_realloc(block, size); }
 }
 #else
-// Sanitizers have an allocator of their own; what is left to us is the operator above it. Out of line, so that the
-// compiler does not see what they are made of.
+// A sanitizer has its own malloc, so only operator new can be replaced. The functions are not inlined, so that the
+// compiler does not optimise the pairs of new and delete away.
 [[gnu::noinline]] void* operator new(size_t size) {
   for (;;) {
     void* block = isRefused() ? nullptr : std::malloc(size);
@@ -101,21 +101,21 @@ constexpr const char* lastWord = "ravctl: out of memory\n";
 
 struct Scenario {
   const char* why;
-  size_t atLeast;                   // allocations that it makes, at the least
-  std::function<void()> prepare;    // on an empty host
-  std::function<bool()> operation;  // whether it succeeded, and the result was right
-  const char* mayMiss = nullptr;    // entries of such a name are not missed by a success
+  size_t atLeast;                   // the least number of allocations that it makes
+  std::function<void()> prepare;    // runs on an empty host
+  std::function<bool()> operation;  // returns true if it succeeded with the right result
+  const char* mayMiss = nullptr;    // a success may lack entries with this name
 };
 
-// What the child tells before it ends in order.
-struct Told {
+// The child sends it to the parent before it exits normally.
+struct Report {
   bool succeeded = false;
   size_t allocations = 0;
   size_t refused = 0;
 };
 
 struct Run {
-  Told told;
+  Report report;
   int status = 0;  // as of waitpid
   std::string err;
 };
@@ -129,23 +129,23 @@ std::string textOf(int fd) {
   return text;
 }
 
-// An exception must not find its way into the test that we are a copy of.
-[[noreturn]] void runInChild(const Scenario& scenario, int tellTo) noexcept {
+// noexcept, because an exception must not continue in the copy of the test that the child is.
+[[noreturn]] void runInChild(const Scenario& scenario, int reportTo) noexcept {
   prepareProcess();
-  Told told;
+  Report report;
   isArmed = true;
-  told.succeeded = scenario.operation();
+  report.succeeded = scenario.operation();
   isArmed = false;
-  told.allocations = allocations;
-  told.refused = refused;
-  ::_exit(::write(tellTo, &told, sizeof told) == static_cast<ssize_t>(sizeof told) ? 0 : 99);
+  report.allocations = allocations;
+  report.refused = refused;
+  ::_exit(::write(reportTo, &report, sizeof report) == static_cast<ssize_t>(sizeof report) ? 0 : 99);
 }
 
 Run run(const Scenario& scenario, size_t from, size_t to) {
   host::reset();
   scenario.prepare();
   Run result;
-  const int told = memoryFile();
+  const int report = memoryFile();
   const int out = memoryFile();
   const int err = memoryFile();
   const pid_t child = ::fork();
@@ -153,18 +153,18 @@ Run run(const Scenario& scenario, size_t from, size_t to) {
     refusedFrom = from;
     refusedTo = to;
     if (::dup2(out, 1) != 1 || ::dup2(err, 2) != 2) ::_exit(98);
-    runInChild(scenario, told);
+    runInChild(scenario, report);
   }
   EXPECT_EQ(::waitpid(child, &result.status, 0), child);
-  const std::string bytes = textOf(told);
-  if (bytes.size() == sizeof result.told)
-    std::copy_n(bytes.data(), bytes.size(), reinterpret_cast<char*>(&result.told));
+  const std::string bytes = textOf(report);
+  if (bytes.size() == sizeof result.report)
+    std::copy_n(bytes.data(), bytes.size(), reinterpret_cast<char*>(&result.report));
   result.err = textOf(err);
   ::close(out);
   return result;
 }
 
-// --- The verdict on a run
+// --- Checking a run
 
 Lines treeLines(const std::string& folder) {
   std::istringstream text(host::tree(folder));
@@ -173,14 +173,14 @@ Lines treeLines(const std::string& folder) {
   return lines;
 }
 
-// All that a scenario can change. A command changes each file once, so that there is nothing between old and new.
+// Returns all files that a scenario can change. A command changes each file only once, so every file is old or new.
 Lines disk() {
   Lines lines = treeLines("/etc/zuv");
   lines.merge(treeLines("/tmp"));
   return lines;
 }
 
-// Logs hold times, so that no two runs leave the same: of them it is asked that their lines are whole.
+// Logs hold times, so no two runs leave the same logs. The check is only that all lines are complete.
 constexpr const char* kLogs = "/run/logs/";
 
 bool holdsHalfALine() {
@@ -192,7 +192,8 @@ bool holdsHalfALine() {
   return false;
 }
 
-// Every entry is as before or as after, and what is the same before and after is still there.
+// Returns a line for each entry that is neither as before nor as after, and for each missing entry that is the same
+// before and after.
 std::vector<std::string> flawsOfDisk(const Lines& before, const Lines& after, const Lines& now) {
   std::vector<std::string> flaws;
   for (const std::string& line : now)
@@ -207,7 +208,7 @@ std::vector<std::string> flawsOfEnd(const Run& run) {
   const int status = WEXITSTATUS(run.status);
   if (status == 1 && run.err == lastWord) return {};
   if (status != 0 || !run.err.empty()) return {"status " + std::to_string(status) + ", " + host::quoted(run.err)};
-  if (!run.told.succeeded && run.told.refused == 0) return {"a failure without a reason"};
+  if (!run.report.succeeded && run.report.refused == 0) return {"a failure without a reason"};
   return {};
 }
 
@@ -225,7 +226,8 @@ struct Sweep {
   std::vector<std::string> flaws;
 };
 
-// Whether the process survived.
+// Runs the scenario with these allocations refused and adds the result to the sweep. Returns true if the process exited
+// normally.
 bool judge(const Scenario& scenario, const Lines& after, size_t from, size_t to, Sweep* sweep) {
   host::reset();
   scenario.prepare();
@@ -234,7 +236,7 @@ bool judge(const Scenario& scenario, const Lines& after, size_t from, size_t to,
   std::vector<std::string> flaws = flawsOfEnd(faulted);
   const Lines now = disk();
   for (const std::string& flaw : flawsOfDisk(before, after, now)) flaws.push_back(flaw);
-  if (flaws.empty() && faulted.status == 0 && faulted.told.succeeded && !isLike(after, now, scenario.mayMiss)) {
+  if (flaws.empty() && faulted.status == 0 && faulted.report.succeeded && !isLike(after, now, scenario.mayMiss)) {
     flaws.push_back("a success that is none");
   }
   if (holdsHalfALine()) flaws.push_back("half a line");
@@ -244,8 +246,8 @@ bool judge(const Scenario& scenario, const Lines& after, size_t from, size_t to,
   }
   if (faulted.status != 0) {
     ++sweep->lastWords;
-  } else if (faulted.told.refused != 0) {
-    ++(faulted.told.succeeded ? sweep->successes : sweep->failures);
+  } else if (faulted.report.refused != 0) {
+    ++(faulted.report.succeeded ? sweep->successes : sweep->failures);
   }
   return faulted.status == 0;
 }
@@ -254,13 +256,13 @@ Sweep sweep(const Scenario& scenario) {
   Sweep result;
   const Run whole = run(scenario, 0, 0);
   const Lines after = disk();
-  result.allocations = whole.told.allocations;
-  if (whole.status != 0 || !whole.told.succeeded) {
+  result.allocations = whole.report.allocations;
+  if (whole.status != 0 || !whole.report.succeeded) {
     result.flaws = {std::string(scenario.why) + ": does not work at all: " + whole.err};
     return result;
   }
   for (size_t number = 1; number <= result.allocations; number += stride) {
-    // One that has ended at the first refusal will do so again.
+    // If one refusal already ends the process, refusing more gives the same result, so only some of those runs follow.
     if (judge(scenario, after, number, number, &result) || number % 10 == 1) {
       judge(scenario, after, number, static_cast<size_t>(-1), &result);
     }
@@ -309,7 +311,7 @@ void fill() {
   host::writeFile("/tmp/tree/a name that fits into no small buffer", "x");
 }
 
-// Large enough for the temporary file to be there while lines are still read.
+// So large that the editor creates its temporary file while it still reads lines.
 void fillLarge() {
   std::string text;
   for (int i = 0; i < 9000; ++i) text += "key" + std::to_string(i) + "=value\n";
@@ -336,14 +338,14 @@ bool logThroughQueueAndFile() {
   const std::vector<std::string> files = FileUtils::listDirectory(kLogs).files;
   std::vector<std::string> lines;
   return files.size() == 1 && FileUtils::readLines(std::string(kLogs) + files.front(), lines).isSuccess() &&
-         lines.size() == 4;  // the emitter tells of itself, too
+         lines.size() == 4;  // the fourth line is from the emitter itself
 }
 
 bool logThroughThread() {
   LogManager& log = LogManager::instance();
   if (!log.startOutputThread()) return false;
   BasicLog::Logger& logger = BasicLog::getLogger("memory");
-  { const BasicLog::Entry entry(logger, BasicLog::Level::error, "told", "x.cpp", "f"); }
+  { const BasicLog::Entry entry(logger, BasicLog::Level::error, "message", "x.cpp", "f"); }
   log.stopOutputThread();
   log.flush();
   return true;
@@ -394,7 +396,7 @@ std::vector<Scenario> libraryScenarios() {
   };
 }
 
-// The store of every command: three profiles, of which one has no name yet.
+// The store for every command: it has three profiles, and one has no name yet.
 void fillStore() {
   const std::string root = host::kProfiles;
   host::writeFile(root + ".factory/firmware_revision", "4.1.7\n");
@@ -420,7 +422,7 @@ Scenario command(const char* line, size_t atLeast) {
   return {line, atLeast, fillStore, [words, argv] {
             const int status = runRavctl(static_cast<int>(words->size()), argv->data());
             isArmed = false;
-            // Standard output is a file here.
+            // Standard output is a file in this test.
             std::string out(1 << 16, '\0');
             const ssize_t length = ::pread(1, out.data(), out.size(), 0);
             out.resize(length > 0 ? static_cast<size_t>(length) : 0);
@@ -428,7 +430,7 @@ Scenario command(const char* line, size_t atLeast) {
           }};
 }
 
-// A profile without its certificates is made all the same.
+// The program creates a profile even if it cannot copy the certificates.
 Scenario createCommand() {
   Scenario create = command("profile create field helmsor=h:1 network=eth0 invitation=code", 40);
   create.mayMiss = "ca-certs/";
@@ -462,7 +464,7 @@ std::vector<Scenario> commandScenarios() {
 
 class OutOfMemory : public HostTest {
  protected:
-  // In sanitized builds fewer are seen and fewer are refused.
+  // In sanitized builds the test sees fewer allocations and refuses fewer.
   static void expectNothingBreaks(const std::vector<Scenario>& scenarios) {
     size_t all = 0;
     for (const Scenario& scenario : scenarios) {
@@ -479,21 +481,21 @@ class OutOfMemory : public HostTest {
   }
 };
 
-TEST_F(OutOfMemory, TheLibrariesFailInOrderOrEndWithTheirLastWord) { expectNothingBreaks(libraryScenarios()); }
+TEST_F(OutOfMemory, LibraryFunctionsReturnAnErrorOrReportOutOfMemory) { expectNothingBreaks(libraryScenarios()); }
 
-TEST_F(OutOfMemory, EveryCommandFailsInOrderOrEndsWithItsLastWord) { expectNothingBreaks(commandScenarios()); }
+TEST_F(OutOfMemory, CommandsReturnAnErrorOrReportOutOfMemory) { expectNothingBreaks(commandScenarios()); }
 
-// --- The checks can fail
+// --- The checks themselves detect faults
 
 std::string allocated() { return std::string(200, 'x'); }
 
-// As malloc does it: null, and no handler is called.
+// Fails like malloc: it returns null and calls no handler.
 char* allocatedOrNull() {
   static char block[200];
   return isRefused() ? nullptr : block;
 }
 
-TEST_F(OutOfMemory, EveryPlantedFaultIsNoticed) {
+TEST_F(OutOfMemory, EveryPlantedFaultIsDetected) {
   struct Case {
     const char* flaw;
     std::function<bool()> operation;
@@ -544,9 +546,9 @@ TEST_F(OutOfMemory, EveryPlantedFaultIsNoticed) {
   }
 }
 
-// A child that nobody refuses anything has no flaw.
-TEST_F(OutOfMemory, AnHonestScenarioHasNoFlaw) {
-  const Sweep result = sweep({"honest", 1, fill, [] { return !allocated().empty(); }});
+// An allocation that fails in both modes ends the process with the out-of-memory message, which is no flaw.
+TEST_F(OutOfMemory, ACorrectScenarioHasNoFlaw) {
+  const Sweep result = sweep({"correct", 1, fill, [] { return !allocated().empty(); }});
   EXPECT_THAT(result.flaws, IsEmpty());
   EXPECT_EQ(result.allocations, 1u);
   EXPECT_EQ(result.lastWords, 2u);

@@ -1,5 +1,5 @@
-// Power cuts: the store lies on an ext4 image, the program is stopped before each system call that changes the disk,
-// and what has reached the image by then is mounted again and looked at.
+// Power cuts. The store is on an ext4 image. The tracer stops the program before each system call that changes the
+// disk; then the test copies the image, mounts the copy and checks the files that had reached the disk.
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -21,12 +21,12 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using Words = std::vector<std::string>;
 
-constexpr const char* kBase = "/run/base";  // the store as every run finds it
-constexpr const char* kLive = "/run/live";  // the one that the program changes
-constexpr const char* kCut = "/run/cut";
-constexpr const char* kAfter = "/run/after";  // where a cut is mounted
+constexpr const char* kBase = "/run/base";    // the image at the start of every run
+constexpr const char* kLive = "/run/live";    // the image that the program changes
+constexpr const char* kCut = "/run/cut";      // a copy of the live image, as after a power cut
+constexpr const char* kAfter = "/run/after";  // the mount point of a cut image
 
-// The calls that change a disk, or bring it what was changed.
+// The calls that change files or write changes to the disk.
 constexpr long kChanging[] = {
     SYS_openat, SYS_write,  SYS_pwrite64,  SYS_ftruncate, SYS_fallocate, SYS_fchmod,  SYS_fchmodat,
     SYS_fchown, SYS_fsync,  SYS_fdatasync, SYS_renameat2, SYS_unlinkat,  SYS_mkdirat, SYS_fchownat,
@@ -51,20 +51,20 @@ std::string contentOf(const std::string& path) { return host::exists(path) ? hos
 TraceResult runStoppingAtEachCall(const Words& words, const std::function<Meddling(const SystemCall&)>& atEachCall) {
   TracePlan plan;
   plan.atEachCall = atEachCall;
-  plan.seconds = 0;  // the cuts take most of the time, and CTest limits it
-  // The leak check of a sanitizer needs the tracer's place.
+  plan.seconds = 0;  // no limit, because the cuts take most of the time; CTest has its own limit
+  // A sanitizer cannot check for leaks in a traced program.
   plan.environment = {"PATH=/usr/bin:/usr/sbin", "ASAN_OPTIONS=detect_leaks=0"};
   return traceProgram(words, plan);
 }
 
-// What others do on the same disk before a cut.
+// Whether another program syncs a file on the same disk before a cut. That also writes the journal to the disk.
 enum class Others { areQuiet, sync };
 enum class Syncs { real, pretended };
 
 struct Edit {
   const char* why;
-  Words words;       // of the command
-  const char* file;  // that it changes, below the store's root
+  Words words;       // the command line without the program
+  const char* file;  // the file that it changes, relative to /etc/zuv
   enum { replaces, writesInPlace } way = replaces;
 };
 
@@ -74,11 +74,11 @@ const Edit kEdits[] = {
     {"an invitation", {"profile", "modify", "lab", "invitation=new"}, "profiles/profile-1/endbox.conf"},
     {"no invitation", {"profile", "modify", "lab", "invitation=###"}, "profiles/profile-1/endbox.conf"},
     {"a level", {"profile", "modify", "lab", "log_level=debug"}, "profiles/profile-1/endbox.conf"},
-    {"a file that was not there", {"profile", "modify", "office", "invitation=new"}, "profiles/profile-2/endbox.conf"},
+    {"a new file", {"profile", "modify", "office", "invitation=new"}, "profiles/profile-2/endbox.conf"},
     {"a large file", {"profile", "modify", "large", "network=eth1"}, "profiles/profile-3/hip.conf"},
 };
 
-// Nothing is promised of these but that the store can be used.
+// These commands write a file in place. The only promise is that the store stays usable.
 const Edit kInPlace[] = {
     {"a shorter name",
      {"profile", "rename", "office", "new_name=it"},
@@ -98,12 +98,12 @@ constexpr const char* kOptions[] = {"", "noauto_da_alloc", "data=writeback", "no
 
 struct Cuts {
   size_t count = 0;
-  size_t old = 0;                  // that left the old file
-  std::vector<std::string> flaws;  // what no cut may leave
-  std::vector<std::string> hurt;   // of files that are written in place: what is neither old nor new
+  size_t old = 0;                  // cuts that left the old file
+  std::vector<std::string> flaws;  // states that no cut may leave
+  std::vector<std::string> hurt;   // contents of files written in place that are neither old nor new
 };
 
-// An edit on a fresh copy of the store, with a cut before each changing call and one after the end.
+// Runs an edit on a fresh copy of the store, with a cut before each changing call and one after the end.
 class CutRun {
  public:
   CutRun(const Edit& edit, const std::string& options) : edit_(edit), options_(options) {
@@ -129,7 +129,7 @@ class CutRun {
   }
 
  private:
-  // A literal model of the edit.
+  // Returns the new content that the edit should write, without use of the product.
   std::string expected(const std::string& old) const {
     const std::string& word = edit_.words.back();
     const std::string value = word.substr(word.find('=') + 1);
@@ -177,7 +177,7 @@ class CutRun {
     if (hasReported && content != new_) tell("is not new");
   }
 
-  // The cut lies over the live store meanwhile, whose files the stopped program has open.
+  // Mounts the cut image over the live store, whose files the stopped program has open.
   bool canBeUsed() const {
     const MountedImage above(kCut, "/etc/zuv", options_);
     const Outcome listed = runRavctl({"list", "profiles"});
@@ -186,7 +186,7 @@ class CutRun {
            contentOf("/etc/zuv/profiles/profile-1/profile_name") == "used\n";
   }
 
-  // Another program's sync brings the journal to the disk, and no data of the program.
+  // Writes the journal to the disk, but no file data of the program.
   static void syncSomethingElse() {
     const int fd = ::open("/etc/zuv/other", O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600);
     const bool done = fd >= 0 && ::write(fd, "x", 1) == 1 && ::fsync(fd) == 0;
@@ -213,7 +213,7 @@ class PowerCut : public HostTest {
     fill();
   }
 
-  // Sums up the cuts of one edit, with the others quiet and syncing.
+  // Returns the sum of the cuts of one edit without and with syncs of another program.
   static Cuts cutAll(const Edit& edit, const std::string& options) {
     Cuts sum;
     for (const Others others : {Others::areQuiet, Others::sync}) {
@@ -243,7 +243,7 @@ class PowerCut : public HostTest {
   }
 };
 
-TEST_F(PowerCut, AReplacedFileIsTheOldOneOrTheNewOneAndNewOnceReported) {
+TEST_F(PowerCut, AReplacedFileIsOldOrNewAndIsNewOnceSuccessIsReported) {
   const Cuts cuts = cutAll(kNetwork, "noauto_da_alloc");
   EXPECT_THAT(cuts.flaws, IsEmpty());
   EXPECT_GE(cuts.count, 16u);
@@ -252,7 +252,7 @@ TEST_F(PowerCut, AReplacedFileIsTheOldOneOrTheNewOneAndNewOnceReported) {
   std::printf("%zu cuts, %zu old\n", cuts.count, cuts.old);
 }
 
-// The control: the same cuts find a program whose syncs do nothing.
+// Proves that the cuts detect a program whose syncs do nothing.
 TEST_F(PowerCut, WithoutItsSyncsTheFileIsLost) {
   const Cuts cuts = CutRun(kNetwork, "noauto_da_alloc").run(Others::sync, Syncs::pretended);
   EXPECT_THAT(cuts.flaws, Contains(HasSubstr("after the end is not new")));
@@ -261,7 +261,7 @@ TEST_F(PowerCut, WithoutItsSyncsTheFileIsLost) {
 
 class PowerCutLong : public PowerCut {};
 
-TEST_F(PowerCutLong, EveryEditOnEveryKindOfDisk) {
+TEST_F(PowerCutLong, EveryEditIsSafeWithEveryMountOption) {
   size_t count = 0;
   for (const char* options : kOptions) {
     for (const Edit& edit : kEdits) {
@@ -275,7 +275,7 @@ TEST_F(PowerCutLong, EveryEditOnEveryKindOfDisk) {
   std::printf("%zu cuts in all\n", count);
 }
 
-TEST_F(PowerCutLong, AStoreWithAFileThatWasWrittenInPlaceCanBeUsed) {
+TEST_F(PowerCutLong, ACutDuringAWriteInPlaceLeavesAUsableStore) {
   for (const char* options : kOptions) {
     for (const Edit& edit : kInPlace) {
       const Cuts cuts = cutAll(edit, options);
@@ -287,8 +287,8 @@ TEST_F(PowerCutLong, AStoreWithAFileThatWasWrittenInPlaceCanBeUsed) {
   }
 }
 
-// An edit that died leaves its temporary file; the next one goes on as if there were none.
-TEST_F(PowerCut, TheNextEditIsNotHinderedByWhatACutHasLeft) {
+// A cut leaves the temporary file of the edit behind. The next edit ignores it.
+TEST_F(PowerCut, ALeftoverTemporaryFileDoesNotDisturbTheNextEdit) {
   copyImage(kBase, kLive);
   {
     const MountedImage live(kLive, "/etc/zuv");

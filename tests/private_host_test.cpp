@@ -1,5 +1,5 @@
-// The private host seen from outside: how it ends, and that nothing of it remains. The only test program that stays on
-// the machine, with a main of its own; what it starts moves in.
+// Tests the private host from outside: its exit status, and that it leaves nothing behind. Unlike other test programs,
+// this one stays on the machine; only the programs that it starts enter a private host.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <linux/capability.h>
@@ -34,28 +34,28 @@ class PrivateHostFromOutside : public testing::Test {
   }
 };
 
-TEST_F(PrivateHostFromOutside, TheExitStatusIsTheCommands) {
+TEST_F(PrivateHostFromOutside, TheExitStatusIsThatOfTheCommand) {
   EXPECT_EQ(onHost({"/bin/sh", "-c", "exit 7"}).exitStatus, 7);
   EXPECT_EQ(onHost({"/bin/true"}).exitStatus, 0);
 }
 
-TEST_F(PrivateHostFromOutside, ASignalThatEndsTheCommandEndsTheOuterProcess) {
+TEST_F(PrivateHostFromOutside, ASignalThatKillsTheCommandKillsTheOuterProcess) {
   EXPECT_EQ(onHost({"/bin/sh", "-c", "kill -9 $$"}).signal, SIGKILL);
   EXPECT_EQ(onHost({"/bin/sh", "-c", "kill -TERM $$"}).signal, SIGTERM);
 }
 
-TEST_F(PrivateHostFromOutside, ACommandThatIsNotThereIsStatus127) {
+TEST_F(PrivateHostFromOutside, AMissingCommandGivesStatus127) {
   const Outcome outcome = onHost({"no-such-command"});
   EXPECT_EQ(outcome.exitStatus, 127);
   EXPECT_EQ(outcome.err, "private-host: no-such-command: No such file or directory\n");
 }
 
-TEST_F(PrivateHostFromOutside, TheProgramAndTheDaemonAreInTheirPlaces) {
+TEST_F(PrivateHostFromOutside, TheProgramAndTheDaemonAreInstalled) {
   EXPECT_EQ(onHost({"/bin/sh", "-c", "command -v ravctl; test -x /usr/sbin/hip"}).out, "/usr/bin/ravctl\n");
 }
 
-TEST_F(PrivateHostFromOutside, AStoreCanBeBroughtAlong) {
-  const std::string folder = places::source() + "/tests/transcripts";  // any folder will do
+TEST_F(PrivateHostFromOutside, TheStoreCanBeCopiedFromAFolder) {
+  const std::string folder = places::source() + "/tests/transcripts";  // any folder works
   const Outcome outcome = runProgram({kHost, "--store", folder, "cat", "/etc/zuv/profiles/README.md"});
   EXPECT_EQ(outcome.out, host::readFile(folder + "/README.md"));
 }
@@ -68,7 +68,7 @@ TEST_F(PrivateHostFromOutside, NothingWrittenInsideReachesTheMachine) {
   EXPECT_EQ(runProgram({"/bin/sh", "-c", "ls " + places + " 2>/dev/null | wc -l"}).out, "0\n");
 }
 
-TEST_F(PrivateHostFromOutside, AFolderOfTheMachineCanBeKeptReadableOrWritable) {
+TEST_F(PrivateHostFromOutside, AFolderOfTheMachineCanBeShownReadOnlyOrWritable) {
   char folder[] = "/tmp/private-host-test-XXXXXX";
   ASSERT_NE(::mkdtemp(folder), nullptr);
   const std::string file = std::string(folder) + "/file";
@@ -80,7 +80,7 @@ TEST_F(PrivateHostFromOutside, AFolderOfTheMachineCanBeKeptReadableOrWritable) {
   host::remove(folder);
 }
 
-TEST_F(PrivateHostFromOutside, TheWorkingDirectoryIsTheSameFolderOfTheCheckoutOrTheRoot) {
+TEST_F(PrivateHostFromOutside, TheWorkingDirectoryIsTheSameFolderOfTheCheckoutOrElseTheRoot) {
   Start start;
   start.folder = places::source() + "/docs";
   EXPECT_EQ(onHost({"/bin/pwd"}, start).out, "/.private-host/source/docs\n");
@@ -90,7 +90,7 @@ TEST_F(PrivateHostFromOutside, TheWorkingDirectoryIsTheSameFolderOfTheCheckoutOr
   EXPECT_EQ(onHost({"/bin/pwd"}, start).out, "/\n");
 }
 
-TEST_F(PrivateHostFromOutside, ArgumentsAndVariablesThatNameTheCheckoutNameItAsItIsInside) {
+TEST_F(PrivateHostFromOutside, PathsOfTheCheckoutInArgumentsAndVariablesAreTranslated) {
   Start start;
   start.environment = {"WHERE=" + places::build() + "/x"};
   EXPECT_EQ(
@@ -98,7 +98,7 @@ TEST_F(PrivateHostFromOutside, ArgumentsAndVariablesThatNameTheCheckoutNameItAsI
       "/.private-host/source/dev --to=/.private-host/build /.private-host/build/x\n");
 }
 
-TEST_F(PrivateHostFromOutside, WhatTestsWriteGoesToTheFolderThatAVariableNames) {
+TEST_F(PrivateHostFromOutside, TestsWriteToTheFolderThatTheVariableNames) {
   char folder[] = "/tmp/private-host-test-XXXXXX";
   ASSERT_NE(::mkdtemp(folder), nullptr);
   Start start;
@@ -109,23 +109,23 @@ TEST_F(PrivateHostFromOutside, WhatTestsWriteGoesToTheFolderThatAVariableNames) 
   host::remove(folder);
 }
 
-TEST_F(PrivateHostFromOutside, NoFolderOfTheMachineIsNamedInside) {
+TEST_F(PrivateHostFromOutside, TheCheckoutIsVisibleOnlyBelowThePrivateHostFolder) {
   const Outcome outcome = onHost({"/bin/ls", "-A", "/", "/tmp", "/run", "/root", "/home", "/var"});
   EXPECT_EQ(outcome.out.find(places::source().substr(places::source().rfind('/') + 1) + "\n"), std::string::npos)
       << outcome.out;
 }
 
-TEST_F(PrivateHostFromOutside, AFolderOfTheHostsNameOnTheMachineIsNoHost) {
-  // Else a test would take the machine for a private host and empty its folders.
+TEST_F(PrivateHostFromOutside, AFolderWithTheNameOfTheHostDoesNotMakeTheMachineAPrivateHost) {
+  // Otherwise a test would take the machine for a private host and empty its folders.
   const Outcome outcome = runProgram({"/bin/sh", "-c", "test -d /.private-host && echo there"});
   if (outcome.out == "there\n") GTEST_SKIP() << "this machine has such a folder";
   EXPECT_FALSE(PrivateHost::inside());
   EXPECT_THROW(host::reset(), std::runtime_error);
 }
 
-TEST_F(PrivateHostFromOutside, WhatStillRunsInsideDiesWithTheCommand) {
+TEST_F(PrivateHostFromOutside, ProcessesInsideDieWithTheCommand) {
   int ends[2];
-  ASSERT_EQ(::pipe(ends), 0);  // the sleeper inherits the write end and so holds the pipe open as long as it lives
+  ASSERT_EQ(::pipe(ends), 0);  // the sleeper inherits the write end and keeps the pipe open while it lives
   EXPECT_EQ(onHost({"/bin/sh", "-c", "setsid sleep 1000 >/dev/null 2>&1 &"}).exitStatus, 0);
   ::close(ends[1]);
   char byte;
@@ -133,7 +133,7 @@ TEST_F(PrivateHostFromOutside, WhatStillRunsInsideDiesWithTheCommand) {
   ::close(ends[0]);
 }
 
-TEST_F(PrivateHostFromOutside, WhenTheOuterProcessIsKilledEverythingInsideDies) {
+TEST_F(PrivateHostFromOutside, ProcessesInsideDieWithTheOuterProcess) {
   int ends[2];
   ASSERT_EQ(::pipe(ends), 0);
   const pid_t outer = ::fork();
@@ -144,24 +144,24 @@ TEST_F(PrivateHostFromOutside, WhenTheOuterProcessIsKilledEverythingInsideDies) 
   }
   ::close(ends[1]);
   char byte;
-  ASSERT_EQ(::read(ends[0], &byte, 1), 1);  // it runs
+  ASSERT_EQ(::read(ends[0], &byte, 1), 1);  // the process inside runs
   ::kill(outer, SIGKILL);
   ::waitpid(outer, nullptr, 0);
-  EXPECT_EQ(::read(ends[0], &byte, 1), 0);  // nobody holds the other end any more
+  EXPECT_EQ(::read(ends[0], &byte, 1), 0);  // no process has the write end open any more
   ::close(ends[0]);
 }
 
-TEST_F(PrivateHostFromOutside, TheOuterNamespacesAreAsTheyWere) {
+TEST_F(PrivateHostFromOutside, TheNamespacesOfTheCallerAreUnchanged) {
   const std::string mounts = host::readFile("/proc/self/mounts");
   EXPECT_EQ(onHost({"/bin/sh", "-c", "mount -t tmpfs none /root"}).exitStatus, 0);
   EXPECT_EQ(host::readFile("/proc/self/mounts"), mounts);
 }
 
-TEST_F(PrivateHostFromOutside, AnOrdinaryUserGetsOneToo) {
-  if (::getuid() != 0) GTEST_SKIP() << "we are an ordinary user, so all the other tests show it";
+TEST_F(PrivateHostFromOutside, AnOrdinaryUserGetsAPrivateHostToo) {
+  if (::getuid() != 0) GTEST_SKIP() << "we are an ordinary user, so all other tests prove it";
   Start start;
   start.uid = 65534;
-  // A checkout below a closed home folder is closed to that user.
+  // That user cannot reach a checkout in a closed home folder.
   if (runProgram({"/bin/sh", "-c", "test -x \"$0\" && test -r \"$1\"", kHost, places::hipStandin()}, start)
           .exitStatus != 0) {
     GTEST_SKIP() << "the build folder is closed to other users";
@@ -171,8 +171,8 @@ TEST_F(PrivateHostFromOutside, AnOrdinaryUserGetsOneToo) {
   EXPECT_EQ(outcome.out, "0\ndone\n");
 }
 
-TEST_F(PrivateHostFromOutside, WhereNamespacesAreClosedItSaysSo) {
-  if (::getuid() != 0) GTEST_SKIP() << "only root can take the right from itself";
+TEST_F(PrivateHostFromOutside, WithoutNamespacesItSaysWhyThereIsNoHost) {
+  if (::getuid() != 0) GTEST_SKIP() << "only root can give up the right to create namespaces";
   const pid_t child = ::fork();
   if (child == 0) {
     ::prctl(PR_CAPBSET_DROP, CAP_SYS_ADMIN);

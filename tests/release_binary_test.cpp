@@ -1,4 +1,4 @@
-// Looks at the program file that users get: one file, position-independent, hardened.
+// Checks the program file that users get: it needs no other file, is position-independent and is hardened.
 #include <elf.h>
 #include <gtest/gtest.h>
 #include <link.h>
@@ -12,7 +12,8 @@
 
 namespace {
 
-// The few tables of a program file that matter here. The file is for this machine, so its numbers read as our own.
+// The tables of an ELF file that the tests need. The file is for this machine, so it has the byte order of this
+// program.
 class ElfFile {
  public:
   explicit ElfFile(const std::string& path) : bytes_(host::readFile(path)) {}
@@ -32,7 +33,7 @@ class ElfFile {
     return std::nullopt;
   }
 
-  // The values of a tag of the dynamic section.
+  // Returns the values of a tag of the dynamic section.
   std::vector<ElfW(Xword)> dynamic(ElfW(Sxword) tag) const {
     std::vector<ElfW(Xword)> values;
     const auto section = segment(PT_DYNAMIC);
@@ -73,14 +74,14 @@ TEST_F(ReleaseBinary, NeedsNoOtherFileToRun) {
 
 TEST_F(ReleaseBinary, IsPositionIndependent) { EXPECT_EQ(elf_.type(), ET_DYN); }
 
-TEST_F(ReleaseBinary, ProtectsItsTablesAfterRelocation) {
+TEST_F(ReleaseBinary, HasReadOnlyTablesAfterRelocation) {
   EXPECT_TRUE(elf_.segment(PT_GNU_RELRO));
   const auto flags = elf_.dynamic(DT_FLAGS);
   ASSERT_EQ(flags.size(), 1u);
   EXPECT_NE(flags[0] & DF_BIND_NOW, 0u);
 }
 
-TEST_F(ReleaseBinary, HasAStackThatDoesNotExecute) {
+TEST_F(ReleaseBinary, HasANonExecutableStack) {
   const auto stack = elf_.segment(PT_GNU_STACK);
   ASSERT_TRUE(stack);
   EXPECT_EQ(stack->p_flags & PF_X, 0u);

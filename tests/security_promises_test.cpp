@@ -1,4 +1,4 @@
-// Every test and every place that SECURITY.md names for a promise is there.
+// Every test and every file that SECURITY.md names for a promise must exist.
 #include <algorithm>
 #include <filesystem>
 #include <set>
@@ -13,7 +13,7 @@ namespace fs = std::filesystem;
 
 const std::string kSource = places::source() + "/";
 
-// What stands between backticks in the rows of tables.
+// Returns the texts between backticks in the rows of tables.
 std::set<std::string> namedIn(const std::string& page) {
   std::set<std::string> names;
   for (size_t from = 0; from < page.size();) {
@@ -50,14 +50,14 @@ bool isThere(const std::string& name, const std::string& tests) {
   return tests.find("TEST_F(" + name.substr(0, dot) + ", " + name.substr(dot + 1) + ")") != std::string::npos;
 }
 
-TEST(SecurityPromises, EveryTestThatIsNamedIsThere) {
+TEST(SecurityPromises, EveryNamedTestExists) {
   const std::set<std::string> names = namedIn(host::readFile(kSource + "SECURITY.md"));
   EXPECT_GT(names.size(), 20u);
   const std::string tests = allTests();
   for (const std::string& name : names) EXPECT_TRUE(isThere(name, tests)) << name;
 }
 
-TEST(SecurityPromises, ANameThatIsNotThereIsSeen) {
+TEST(SecurityPromises, AMissingNameIsReported) {
   EXPECT_THAT(namedIn("| held | `by` |\n| a `x` | `Suite.Gone`, `tests/gone` |\ntext `y`\n"),
               testing::ElementsAre("Suite.Gone", "by", "tests/gone"));
   for (const char* name : {"Suite.Gone", "by", "tests/gone"}) EXPECT_FALSE(isThere(name, "TEST_F(Suite, There)"));

@@ -1,5 +1,4 @@
-// The prompt of `./dev shell` with somebody at the keyboard: tools/shell.sh on a private host, behind a
-// pseudo-terminal.
+// Tests the interactive `./dev shell`: it runs tools/shell.sh on a private host and types through a pseudo-terminal.
 #include <gmock/gmock.h>
 #include <grp.h>
 #include <poll.h>
@@ -32,13 +31,14 @@ const std::string kPrivateHost = places::privateHost();
 const std::string kStore = places::source() + "/docs/examples/demo-store";
 constexpr const char* kShell = "/.private-host/source/tools/shell.sh";
 constexpr const char* kPrompt = "private-host# ";
-// In the environment of everything that this test starts from the shell; other tests run at the same time.
+// A variable in the environment of every process that this test starts. It tells them from those of other tests that
+// run at the same time.
 const std::string kMark = "RAVCTL_SHELL_TEST=" + std::to_string(::getpid()) + ".";
 constexpr std::chrono::seconds kPatience(60);
-// What ends an order to the terminal that begins with ESC [.
+// The bytes that end a terminal escape sequence that begins with ESC [.
 constexpr const char* kFinals = "@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_`abcdefghijklmnopqrstuvwxyz{|}~";
 
-// What a shell could leave on the machine, but for processes and mounts.
+// The files that a shell could leave on the machine.
 constexpr const char* kPlaces[] = {"/etc/zuv",
                                    "/etc/init.d/hip",
                                    "/etc/manpath.config",
@@ -52,8 +52,8 @@ constexpr const char* kPlaces[] = {"/etc/zuv",
                                    "/root/.lesshst",
                                    "/tmp/of-ravctl-shell-test"};
 
-// Takes what a screen shows from the front of `bytes`, without colours and other orders to the terminal. An order that
-// is not complete stays there.
+// Removes bytes from the front of `bytes` and returns the text that a screen shows for them, without escape sequences.
+// An incomplete escape sequence stays in `bytes`.
 std::string takeShown(std::string* bytes) {
   std::string shown;
   size_t at = 0;
@@ -75,7 +75,7 @@ std::string takeShown(std::string* bytes) {
   return shown;
 }
 
-// A program on a pseudo-terminal of its own, which it controls. Killed, if it still runs, at the end of the scope.
+// A program that controls a pseudo-terminal of its own. The destructor kills it if it still runs.
 class Terminal {
  public:
   Terminal(const std::vector<std::string>& words, bool asNobody) {
@@ -85,7 +85,7 @@ class Terminal {
     child_ = ::forkpty(&screen_, nullptr, nullptr, &size);
     if (child_ != 0) return;
     if (asNobody && (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0)) ::_exit(126);
-    // Some variables name paths and programs that do not exist on the private host.
+    // Some variables name paths and programs of the machine that do not exist on the private host.
     const char* environment[] = {"PATH=/usr/sbin:/usr/bin", "TERM=of-nobody",   "LC_ALL=C.UTF-8",  kMark.c_str(),
                                  "MANPATH=/nowhere",        "MANPAGER=nothing", "TMPDIR=/nowhere", nullptr};
     std::vector<char*> arguments;
@@ -110,8 +110,8 @@ class Terminal {
     EXPECT_EQ(::write(screen_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
   }
 
-  // What is shown from the end of the last call to the next place where `text` stands, without `text`. When it never
-  // comes, the test fails and everything is returned.
+  // Returns what the screen shows between the end of the last call and the next occurrence of `text`, without `text`.
+  // If `text` never appears, the test fails and the whole remainder is returned.
   std::string upTo(const std::string& text) {
     const auto deadline = steady_clock::now() + kPatience;
     size_t at = std::string::npos;
@@ -126,14 +126,14 @@ class Terminal {
     return before;
   }
 
-  // What a command prints before the next prompt.
+  // Returns what a command prints before the next prompt.
   std::string answerTo(const std::string& command) {
     type(command + "\n");
     (void)upTo("\n");
     return upTo(kPrompt);
   }
 
-  // Everything up to the end of the program, and its exit status; -1 when a signal ended it.
+  // Returns everything up to the end of the program, and its exit status; -1 if a signal ended it.
   std::string rest() {
     while (readMore()) {
     }
@@ -145,13 +145,13 @@ class Terminal {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
 
-  // As when the window is closed.
+  // Closes the terminal, as when a user closes the window.
   void hangUp() {
     if (screen_ >= 0) ::close(std::exchange(screen_, -1));
   }
 
  private:
-  // False at the end, and when nothing comes for a long time.
+  // Returns false at the end of the output, and if nothing arrives for a long time.
   bool readMore() {
     pollfd screen{screen_, POLLIN, 0};
     char bytes[4096];
@@ -165,8 +165,8 @@ class Terminal {
 
   int screen_ = -1;
   pid_t child_ = -1;
-  std::string bytes_;  // not yet in shown_
-  std::string shown_;  // not yet returned
+  std::string bytes_;  // received, not yet in shown_
+  std::string shown_;  // shown on the screen, not yet returned
 };
 
 enum class User { caller, nobody };
@@ -176,9 +176,9 @@ class ShellTest : public testing::TestWithParam<User> {
   void SetUp() override {
     Start start;
     if (isNobody()) {
-      if (::getuid() != 0) GTEST_SKIP() << "we are an ordinary user, so the other half of these tests shows it";
+      if (::getuid() != 0) GTEST_SKIP() << "we are an ordinary user, so the other half of these tests proves it";
       start.uid = 65534;
-      // A checkout below a closed home folder is closed to that user.
+      // That user cannot reach a checkout in a closed home folder.
       const std::string isOpen = std::string("test -x '") + kPrivateHost + "' && test -r '" + kStore + "'";
       if (runProgram({"/bin/sh", "-c", isOpen}, start).exitStatus != 0)
         GTEST_SKIP() << "the checkout is closed to other users";
@@ -194,7 +194,8 @@ class ShellTest : public testing::TestWithParam<User> {
 
   static bool isNobody() { return GetParam() == User::nobody; }
 
-  // Opens the shell and returns what it says before the first prompt. `before` is done on the private host before.
+  // Opens the shell and returns its output before the first prompt. The commands `before` run on the private host
+  // first.
   std::string open(const std::string& before = "") {
     const std::string script = before + "exec sh '" + kShell + "'";
     terminal_.emplace(std::vector<std::string>{kPrivateHost, "--store", kStore, "--", "/bin/sh", "-c", script},
@@ -204,7 +205,7 @@ class ShellTest : public testing::TestWithParam<User> {
 
   std::string answerTo(const std::string& command) { return terminal_->answerTo(command); }
 
-  // Asks again until the answer holds `text`, but not for ever.
+  // Repeats the command until its output contains `text`, but only for a limited time.
   std::string answerWith(const std::string& text, const std::string& command) {
     std::string answer;
     (void)comesTrue([&] {
@@ -224,7 +225,7 @@ class ShellTest : public testing::TestWithParam<User> {
     return true;
   }
 
-  // How many processes have our mark, here and on private hosts.
+  // Returns the number of processes with our mark, on the machine and on private hosts.
   static int processes() {
     int count = 0;
     for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
@@ -246,10 +247,10 @@ class ShellTest : public testing::TestWithParam<User> {
   }
 
   std::optional<Terminal> terminal_;
-  std::string machine_;  // traces() before
+  std::string machine_;  // the result of traces() before the test
 };
 
-TEST_P(ShellTest, ItBeginsWithThreeCommandsToType) {
+TEST_P(ShellTest, ItStartsWithThreeSuggestedCommands) {
   EXPECT_EQ(open(), R"(
 A private host with a stand-in for the daemon. Nothing here changes the machine,
 and "exit" removes it all. Three commands to begin with:
@@ -261,7 +262,7 @@ and "exit" removes it all. Three commands to begin with:
 )");
 }
 
-TEST_P(ShellTest, AnActivatedProfileHasARunningDaemonALogAndABundle) {
+TEST_P(ShellTest, AnActivatedProfileHasARunningDaemonALogAndASupportBundle) {
   (void)open();
   EXPECT_THAT(answerTo("ravctl profile create lab helmsor=h:443 activate"), HasSubstr("\nprofile_name: lab\n"));
   EXPECT_THAT(answerWith("running: true", "ravctl service status"), HasSubstr("running: true\n"));
@@ -287,13 +288,13 @@ TEST_P(ShellTest, ManShowsThePagesThroughAPager) {
   }
 }
 
-TEST_P(ShellTest, TheExamplesOfTheManualsAreThere) {
+TEST_P(ShellTest, TheExamplesOfTheManualsAreInstalled) {
   (void)open();
   EXPECT_EQ(answerTo("ls -F /usr/share/doc/ravctl/examples | tr '\\n' ' '; echo"),
             "README.md ansible/ hip.init* hip.service ravctl-exit* ravctl-json* zuv-sendbundle.sh* \n");
 }
 
-TEST_P(ShellTest, TabCompletesCommandsAndNamesOfProfiles) {
+TEST_P(ShellTest, TabCompletesCommandsAndProfileNames) {
   (void)open();
   terminal_->type("ravctl prof\t");
   EXPECT_EQ(terminal_->upTo("ravctl profile "), "");
@@ -304,7 +305,7 @@ TEST_P(ShellTest, TabCompletesCommandsAndNamesOfProfiles) {
   EXPECT_EQ(terminal_->upTo("ravctl profile details quartz "), "");
 }
 
-TEST_P(ShellTest, WhatIsNotInstalledIsNamed) {
+TEST_P(ShellTest, MissingToolsAreNamed) {
   EXPECT_THAT(open("rm /usr/bin/killall; "),
               HasSubstr("\nMissing here: killall (psmisc). The daemon can be neither started nor stopped.\n"));
   EXPECT_THAT(answerTo("ls /etc/init.d"), HasSubstr("No such file"));
@@ -314,14 +315,14 @@ TEST_P(ShellTest, WhatIsNotInstalledIsNamed) {
                         "nor stopped.\n\nMissing here: man (man-db). There are no manuals.\n"));
 }
 
-TEST_P(ShellTest, LeavingIsNoFailureAndNothingRemains) {
+TEST_P(ShellTest, LeavingGivesStatus0AndLeavesNothingBehind) {
   (void)open();
   (void)answerTo("ravctl profile create lab helmsor=h:443 activate");
   (void)answerWith("running: true", "ravctl service status");
   std::string look = "touch /root/.bash_history /root/.lesshst /tmp/of-ravctl-shell-test; ls -d >/dev/null";
   for (const char* path : kPlaces) look += std::string(" ") + path;
-  EXPECT_EQ(answerTo(look), "") << "a place that this host does not have shows nothing";
-  EXPECT_GT(processes(), 3) << "the mark shows no process that runs";
+  EXPECT_EQ(answerTo(look), "") << "each of these files must exist inside, or the check for leftovers proves nothing";
+  EXPECT_GT(processes(), 3) << "the mark finds no running process";
   EXPECT_THAT(answerTo("false; jobs"), "");
   terminal_->type("false; exit\n");
   (void)terminal_->rest();
@@ -330,7 +331,7 @@ TEST_P(ShellTest, LeavingIsNoFailureAndNothingRemains) {
   EXPECT_EQ(traces(), machine_);
 }
 
-TEST_P(ShellTest, WhenItsWindowIsClosedNothingRemains) {
+TEST_P(ShellTest, ClosingItsWindowLeavesNothingBehind) {
   (void)open();
   (void)answerTo("ravctl profile create lab helmsor=h:443 activate");
   (void)answerWith("running: true", "ravctl service status");

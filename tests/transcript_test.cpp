@@ -1,4 +1,4 @@
-// Plays every file of tests/transcripts, one test a file.
+// Replays every file of tests/transcripts. Each file is one test.
 #include <algorithm>
 #include <filesystem>
 #include <sstream>
@@ -34,7 +34,7 @@ std::vector<std::string> linesOf(const std::string& text) {
 
 class Transcript : public HostTest, public testing::WithParamInterface<std::string> {};
 
-TEST_P(Transcript, ComesOutAsWritten) {
+TEST_P(Transcript, ReplaysWithTheSameResults) {
   const std::string text = host::readFile(GetParam());
   std::string replayed;
   try {
@@ -43,9 +43,9 @@ TEST_P(Transcript, ComesOutAsWritten) {
     GTEST_SKIP() << "needs " << need.what();
   }
   if (text == replayed) return;
-  ADD_FAILURE() << GetParam() << ", what is written (-) and what came out (+):\n"
+  ADD_FAILURE() << GetParam() << ", expected (-) and actual (+):\n"
                 << testing::internal::edit_distance::CreateUnifiedDiff(linesOf(text), linesOf(replayed))
-                << "As it came out it reads:\n"
+                << "The actual transcript:\n"
                 << replayed;
 }
 

@@ -1,5 +1,5 @@
-// tools/tree.sh, which checks that a checkout holds only what developers wrote, on a small checkout with one mistake at
-// a time; and .gitignore, on what tools leave.
+// Tests tools/tree.sh, which checks that a checkout holds only files that developers wrote, on a small checkout with
+// one mistake at a time. Also tests .gitignore with the files that tools leave behind.
 #include "testing/host/Places.h"
 #include "testing/run/HostTest.h"
 
@@ -48,7 +48,7 @@ TEST_F(TreeTest, ACleanTreePasses) {
 
 struct Mistake {
   const char* why;
-  const char* made;  // by this script
+  const char* made;  // the script that makes the mistake
   const char* file;
   const char* complaint;
 };
@@ -59,13 +59,16 @@ constexpr Mistake kMistakes[] = {
     {"a zero byte", "printf 'int a;\\n\\000\\n' >src/base/Zero.cpp", "src/base/Zero.cpp", "binary"},
     {"a program", "cp /bin/true src/base/Program.cpp && chmod 644 src/base/Program.cpp", "src/base/Program.cpp",
      "binary"},
-    {"line ends of another system", "printf 'a\\r\\n' >src/base/Ends.h", "src/base/Ends.h", "lines end with CR LF"},
-    {"some of them", "printf 'a\\r\\nb\\n' >src/base/Ends.h", "src/base/Ends.h", "lines end with CR LF"},
+    {"line ends with a carriage return", "printf 'a\\r\\n' >src/base/Ends.h", "src/base/Ends.h",
+     "lines end with CR LF"},
+    {"one line end with a carriage return", "printf 'a\\r\\nb\\n' >src/base/Ends.h", "src/base/Ends.h",
+     "lines end with CR LF"},
     {"a blank", "printf 'a\\nb \\n' >src/base/Blank.h", "src/base/Blank.h", "blanks at the end of a line"},
     {"a tab", "printf 'a\\t\\nb\\n' >src/base/Tab.h", "src/base/Tab.h", "blanks at the end of a line"},
-    {"a script that cannot be started", "printf '#!/bin/sh\\n' >bench/go.sh", "bench/go.sh",
+    {"a script that is not executable", "printf '#!/bin/sh\\n' >bench/go.sh", "bench/go.sh",
      "begins with #!, but is not executable"},
-    {"a text that can", "echo text >LICENSE && chmod 755 LICENSE", "LICENSE", "executable, but does not begin with #!"},
+    {"an executable text", "echo text >LICENSE && chmod 755 LICENSE", "LICENSE",
+     "executable, but does not begin with #!"},
     {"an unknown kind", "echo a >src/base/notes.txt", "src/base/notes.txt", "tools/tree.sh knows no such file"},
     {"an unknown folder", "mkdir -p more && echo a >more/Thing.cpp", "more/Thing.cpp",
      "tools/tree.sh knows no such file"},
@@ -79,7 +82,7 @@ constexpr Mistake kMistakes[] = {
      "the name holds more than letters, digits and . _ - /"},
 };
 
-TEST_F(TreeTest, EachMistakeIsNamedAsSoonAsGitAddWouldTakeIt) {
+TEST_F(TreeTest, EachMistakeIsNamedIfGitAddWouldTakeTheFile) {
   host::makeDirs(std::string(kCheckout) + "/bench");
   for (const Mistake& mistake : kMistakes) {
     SCOPED_TRACE(mistake.why);
@@ -99,7 +102,7 @@ TEST_F(TreeTest, EachMistakeIsNamedAsSoonAsGitAddWouldTakeIt) {
   EXPECT_EQ(check().exitStatus, 0);
 }
 
-TEST_F(TreeTest, ATrackedFileThatGitignoreNamesIsNamed) {
+TEST_F(TreeTest, ATrackedFileThatGitignoreMatchesIsNamed) {
   shell("echo a >src/base/Thing.cpp.orig");
   EXPECT_EQ(check().out, "");
   shell("git add -f .");
@@ -110,12 +113,12 @@ TEST_F(TreeTest, ATrackedFileThatGitignoreNamesIsNamed) {
   EXPECT_EQ(outcome.exitStatus, 1);
 }
 
-TEST_F(TreeTest, AFileOfTheLargestSizeAndADeletedOneAreNoMistakes) {
+TEST_F(TreeTest, AFileOfMaximumSizeAndADeletedFileAreNoMistakes) {
   shell("head -c 400000 /dev/zero | tr '\\0' a >src/base/Large.h; rm src/base/Thing.cpp");
   EXPECT_EQ(check().out, "");
 }
 
-TEST_F(TreeTest, WhatIsNoCheckoutFails) {
+TEST_F(TreeTest, AFolderThatIsNoCheckoutIsAnError) {
   shell("rm -rf .git");
   const Outcome outcome = check();
   EXPECT_EQ(outcome.exitStatus, 1);
@@ -128,7 +131,7 @@ TEST_F(TreeTest, TheCheckoutOfAnotherUserIsChecked) {
   EXPECT_EQ(check().out, "src/base/Empty.cpp: empty\n");
 }
 
-// One a line of .gitignore, and some more.
+// At least one file for each line of .gitignore.
 constexpr const char* kLeftovers[] = {"build/release/ravctl",
                                       "build-old/x",
                                       ".cache/clangd/x",
@@ -181,17 +184,17 @@ constexpr const char* kLeftovers[] = {"build/release/ravctl",
                                       ".idea/x",
                                       ".vscode/settings.json"};
 
-TEST_F(TreeTest, GitDoesNotOfferWhatToolsLeave) {
+TEST_F(TreeTest, GitIgnoresTheFilesThatToolsLeave) {
   for (const char* file : kLeftovers) host::writeFile(std::string(kCheckout) + "/" + file, "left\n");
   EXPECT_EQ(shell("git ls-files --others --exclude-standard").out, "");
 }
 
-TEST_F(TreeTest, EveryPatternOfGitignoreIsTried) {
+TEST_F(TreeTest, EveryPatternOfGitignoreIsTested) {
   std::string patterns = host::readFile(kIgnored);
   std::string files;
   for (const char* file : kLeftovers) files += std::string(file) + "\n";
   host::writeFile("/tmp/files", files);
-  // Of each file, the line of .gitignore that names it.
+  // git prints for each file the number of the line in .gitignore that matches it.
   EXPECT_EQ(shell("git check-ignore --no-index --verbose --stdin </tmp/files | cut -f 1 | cut -d : -f 2 | sort -un | "
                   "tr '\\n' ' '")
                 .out,

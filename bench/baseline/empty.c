@@ -1,2 +1,2 @@
-/* The least a program can cost on this machine: started, ended, nothing done. */
+/* A program that does nothing. Its run time is the least that any program needs on this machine. */
 int main(void) { return 0; }

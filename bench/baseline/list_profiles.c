@@ -1,11 +1,11 @@
 /*
- * The listing of the profile store as a plain C loop, for the price of `ravctl list profiles` to be held against.
+ * Lists the profile store with a plain C loop, as a comparison for the run time of `ravctl list profiles`.
  *
  *   list_profiles        prints a line `directory<TAB>'name'` for each profile, sorted by name
  *
- * It makes the same calls a file as the product: a relative open that blocks on nothing, a look at what was opened,
- * one read, one close. It keeps what it prints, sorts it and writes it in one go. It neither repairs names nor looks
- * for the active profile, so it does less than the product, never more.
+ * It makes the same calls for each file as the product: a relative open that never blocks, one fstat, one read and one
+ * close. It collects all lines, sorts them and writes them with one call. It neither repairs names nor finds the active
+ * profile, so it does less work than the product, never more.
  */
 #define _GNU_SOURCE
 #include <dirent.h>
@@ -45,7 +45,7 @@ static char* copy(const char* text, size_t length) {
 
 static int is_blank(char c) { return (signed char)c < 33 || c == 127; }
 
-/* The first line of `text` that is not blank, without what surrounds it; NULL when there is none. */
+/* Returns the first line of `text` that is not blank, without the blanks around it; NULL if there is none. */
 static char* first_line(const char* text, size_t length) {
   const char* const end = text + length;
   while (text < end) {
@@ -61,7 +61,7 @@ static char* first_line(const char* text, size_t length) {
   return NULL;
 }
 
-/* The name of a profile; NULL when it has none. */
+/* Returns the name of a profile; NULL if it has none. */
 static char* read_name(int directory, const char* profile) {
   char path[NAME_MAX + sizeof "/profile_name"];
   char text[4096];
@@ -72,7 +72,7 @@ static char* read_name(int directory, const char* profile) {
   if (fd < 0) return NULL;
   if (fstat(fd, &info) != 0) fail(path);
   if (S_ISREG(info.st_mode)) {
-    /* One block holds the whole name file, or at least its first line. */
+    /* One read gets the whole name file, or at least its first line. */
     const ssize_t got = read(fd, text, sizeof text);
     if (got < 0) fail(path);
     length = (size_t)got;

@@ -1,5 +1,5 @@
 /*
- * A plain sequential read of a file, for the price of looking at a whole log to be held against.
+ * Reads a file sequentially, as a comparison for the time that the product needs to read a whole log.
  *
  *   read_file PATH       reads it from start to end in blocks of 128 KiB
  */

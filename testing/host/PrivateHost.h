@@ -1,4 +1,4 @@
-// PrivateHost: gives one process and its children a host of their own, with the real paths and none of the machine's
+// PrivateHost: gives a process and its children a host of their own. It has the usual paths, but not the machine's
 // files.
 //
 //   int main() {
@@ -9,14 +9,13 @@
 // Inside:
 // - The root directory is in memory, and the mount, pid and network namespaces are new. If the caller is not root, a
 //   user namespace makes it uid 0; that namespace has no second user, and chown fails.
-// - The programs and libraries of the machine work. Files that a test adds to /usr/bin and /usr/sbin (and so to /bin
-// and
-//   /sbin), or removes there, do not change the machine.
+// - The programs and libraries of the machine work. A test may add and remove files in /usr/bin and /usr/sbin, which
+// are
+//   also /bin and /sbin, without any effect on the machine.
 // - systemctl, initctl, hip, ravctl and the bundle script are absent until a test installs them, because the product
 //   behaves differently if they exist. killall is the machine's and sees only processes inside.
-// - /etc holds a few files, but neither zuv nor init.d. /tmp, /run, /root and /home are empty, and so are the folders
-// of
-//   /var. The only network interface is `lo`, and it is down.
+// - /etc holds a few files, but neither zuv nor init.d. /tmp, /run, /root, /home and the folders of /var are empty.
+// - The only network interface is `lo`, and it is down.
 //
 // The checkout: inside it is below /.private-host (see Places.h), whatever its path on the machine is, and every user
 // can reach it there. /.private-host/source is the source folder and /.private-host/build the build folder; both are
@@ -57,8 +56,7 @@ class PrivateHost {
   static const std::string& whyNot();
 
   // Returns the text with each path of a shown folder replaced by its path inside. It finds paths at the start of the
-  // text and after '=' or ':'. The whole name of the folder must match: for the folder "/work/x" it replaces the path
-  // in
-  // "--out=/work/x/file" but not in "/work/xy". If two folders match, it takes the longer one.
+  // text and after '=' or ':'. The whole name of the folder must match: for the folder "/work/x" it changes
+  // "--out=/work/x/file" but not "/work/xy". If two folders match, it takes the longer one.
   static std::string translated(const std::string& text, const std::vector<Shown>& shown);
 };

@@ -1,6 +1,6 @@
 // Transcript: replays a recorded session at the command line. A transcript holds the state of the host at the start,
-// each command with its output and exit status, and the files at the end. tests/transcripts/README.md describes the
-// format.
+// each command with its output and exit status, and the files at the end. The format is in
+// tests/transcripts/README.md.
 //
 //   EXPECT_EQ(replayTranscript(text), text);
 //

@@ -1,6 +1,6 @@
-// The "upstart" backend against a real `initctl start|stop|restart NAME`, the one of finit: Debian has no Upstart any
-// more, and nothing here says how the program gets on with Upstart itself. finit is unpacked into a folder, never
-// installed: RAVCTL_FINIT names that folder, and `./dev test` makes it.
+// Tests the "upstart" backend with a real `initctl start|stop|restart NAME`, namely that of finit. Debian has no
+// Upstart any more, so nothing here tests the program with Upstart itself. finit is not installed but unpacked into a
+// folder: RAVCTL_FINIT names that folder, and `./dev test` creates it.
 #include <cstdlib>
 
 #include "testing/host/HostFiles.h"
@@ -21,7 +21,7 @@ class FinitTest : public testing::Test {
     folder_ = folder;
   }
 
-  // What a script says on the private host, standard output and errors in one; its $0 is the folder of finit.
+  // Runs a script on the private host and returns its output, with standard error. Its $0 is the folder of finit.
   std::string onHost(const std::string& script, const std::vector<std::string>& more = {}) {
     std::vector<std::string> words = {places::privateHost(),  "--visible", folder_, "--", "/bin/sh", "-c",
                                       "exec 2>&1\n" + script, folder_};
@@ -31,7 +31,7 @@ class FinitTest : public testing::Test {
     return outcome.out;
   }
 
-  // The same where finit has booted with that service.
+  // The same on a host on which finit has booted with that service.
   std::string onFinit(const std::string& service, const std::string& script) {
     return onHost("exec /.private-host/source/tests/init_systems/booted-finit \"$0\" \"$@\"", {service, script});
   }
@@ -40,7 +40,7 @@ class FinitTest : public testing::Test {
   std::string whyNot_;
 };
 
-// The test is skipped where there is no such host.
+// Skips the test if there is no such host.
 #define EXPECT_SAID(said, expected)                \
   {                                                \
     const std::string words = said;                \
@@ -80,7 +80,7 @@ TEST_F(FinitTest, StartingTwiceLeavesOneDaemon) {
               "exit 0\nsame\n1\n");
 }
 
-TEST_F(FinitTest, AnUnknownServiceIsANonzeroExit) {
+TEST_F(FinitTest, AnUnknownServiceIsAToolFailure) {
   EXPECT_SAID(onFinit("# none", R"(
     ravctl service start sys=upstart
     ravctl service stop sys=upstart --quiet)"),
@@ -90,7 +90,7 @@ TEST_F(FinitTest, AnUnknownServiceIsANonzeroExit) {
               "status_code: 0x16001001\n");
 }
 
-TEST_F(FinitTest, WithoutARunningInitTheToolSaysSo) {
+TEST_F(FinitTest, WithoutARunningInitTheErrorOfTheToolIsShown) {
   EXPECT_SAID(onHost(R"(
     cp "$0"/lib/finit/initctl /usr/sbin/
     export LD_LIBRARY_PATH=$(echo "$0"/usr/lib/*-linux-*)
@@ -99,7 +99,7 @@ TEST_F(FinitTest, WithoutARunningInitTheToolSaysSo) {
               "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n");
 }
 
-TEST_F(FinitTest, ItIsNeverChosenUnasked) {
+TEST_F(FinitTest, ItIsUsedOnlyOnRequest) {
   EXPECT_SAID(onFinit(kService, R"(
     until_it is running
     ravctl service stop

@@ -1,4 +1,4 @@
-// The program, a real init script and the real killall, on a private host.
+// Tests the program with a real init script and the real killall on a private host.
 #include <dirent.h>
 #include <signal.h>
 #include <unistd.h>
@@ -19,7 +19,7 @@ using Words = std::vector<std::string>;
 constexpr const char* kOptions = "/etc/default/hip";
 constexpr const char* kNotRunning = "running: false\nhelmsor: false\ntunnel: false\n";
 
-// The processes that run the daemon's file.
+// Returns the processes that run the file of the daemon.
 std::vector<pid_t> daemons() {
   std::vector<pid_t> found;
   for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
@@ -39,7 +39,7 @@ bool comesTrue(Condition condition, milliseconds within = seconds(10)) {
   return condition();
 }
 
-// Two profiles, "lab" the active one.
+// Sets up two profiles, of which "lab" is the active one.
 class InitScriptTest : public HostTest {
  protected:
   void SetUp() override {
@@ -72,7 +72,7 @@ std::string outputOf(const Words& words) {
   return outcome.out;
 }
 
-// Says so within a few seconds; whether it is connected depends on how long ago it was started.
+// Waits up to a few seconds until the daemon runs. Whether it is connected depends on when it was started.
 bool isRunning() {
   return comesTrue([] { return outputOf({"service", "status"}).find("running: true\n") == 0; });
 }
@@ -88,13 +88,13 @@ TEST_F(InitScriptTest, TheDaemonIsStartedAndKilled) {
   EXPECT_TRUE(comesTrue([] { return daemons().empty(); }));
 }
 
-TEST_F(InitScriptTest, StoppingWithoutADaemonIsANonzeroExitOfKillall) {
+TEST_F(InitScriptTest, StoppingWithoutADaemonIsAFailureOfKillall) {
   const Outcome outcome = runRavctl({"service", "stop"});
   EXPECT_EQ(outcome.out, "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n");
   EXPECT_EQ(outcome.err, "/usr/sbin/hip: no process found\n");
 }
 
-TEST_F(InitScriptTest, KillallEndsEveryDaemonAndNothingElse) {
+TEST_F(InitScriptTest, KillallEndsEveryDaemonAndNoOtherProcess) {
   for (const char* folder : {"/tmp/one", "/tmp/two"}) {
     host::makeDirs(folder);
     EXPECT_EQ(runProgram({"/usr/sbin/hip", "--daemon", "--dir", folder}).exitStatus, 0);
@@ -104,10 +104,11 @@ TEST_F(InitScriptTest, KillallEndsEveryDaemonAndNothingElse) {
   EXPECT_EQ(daemons().size(), 2u);
   EXPECT_EQ(outputOf({"service", "stop"}), "");
   EXPECT_TRUE(comesTrue([] { return daemons().empty(); }));
-  EXPECT_EQ(runProgram({"/usr/bin/killall", "/tmp/bin/hip"}).exitStatus, 0) << "the namesake has ended too";
+  EXPECT_EQ(runProgram({"/usr/bin/killall", "/tmp/bin/hip"}).exitStatus, 0)
+      << "the program of the same name has ended too";
 }
 
-TEST_F(InitScriptTest, ARestartIsTheScripts) {
+TEST_F(InitScriptTest, ARestartReplacesTheDaemon) {
   EXPECT_EQ(outputOf({"service", "start"}), "");
   ASSERT_TRUE(comesTrue([] { return daemons().size() == 1; }));
   const pid_t before = daemons().at(0);
@@ -116,33 +117,33 @@ TEST_F(InitScriptTest, ARestartIsTheScripts) {
   EXPECT_NE(daemons().at(0), before);
 }
 
-TEST_F(InitScriptTest, AScriptThatRefusesIsANonzeroExit) {
+TEST_F(InitScriptTest, AFailedScriptIsAToolFailure) {
   host::setMode("/usr/sbin/hip", 0644);
   EXPECT_EQ(outputOf({"service", "start"}),
             "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n");
 }
 
-TEST_F(InitScriptTest, ActivatingLeavesADaemonOnTheOtherProfileHoweverSlowlyTheOldOneEnds) {
+TEST_F(InitScriptTest, ActivatingWaitsForASlowDaemonAndStartsOneOnTheOtherProfile) {
   setDaemonOptions("--stop-delay 3");
   EXPECT_EQ(outputOf({"service", "start"}), "");
   ASSERT_TRUE(comesTrue([] { return hasBeat("profile-1"); }));
   const pid_t before = daemons().at(0);
   EXPECT_EQ(outputOf({"profile", "activate", "office"}), "profile_name: office\n");
   ASSERT_TRUE(comesTrue([] { return hasBeat("profile-2"); }));
-  ASSERT_EQ(daemons().size(), 1u) << "the old one has ended before the new one was started";
+  ASSERT_EQ(daemons().size(), 1u) << "the old daemon must have ended before the new one was started";
   EXPECT_NE(daemons().at(0), before);
   EXPECT_TRUE(isRunning());
   EXPECT_EQ(host::readFile(host::kCurrent), "profile-2\n");
 }
 
-TEST_F(InitScriptTest, ActivatingWithoutADaemonStartsOneThoughThereIsNoneToStop) {
+TEST_F(InitScriptTest, ActivatingStartsADaemonIfNoneRuns) {
   const Outcome outcome = runRavctl({"profile", "activate", "office"});
   EXPECT_EQ(outcome.out, "profile_name: office\n");
   EXPECT_EQ(outcome.err, "/usr/sbin/hip: no process found\n");
   EXPECT_TRUE(comesTrue([] { return hasBeat("profile-2"); }));
 }
 
-TEST_F(InitScriptTest, TheRunningActiveProfileIsLeftAlone) {
+TEST_F(InitScriptTest, ActivatingTheRunningProfileKeepsItsDaemon) {
   EXPECT_EQ(outputOf({"service", "start"}), "");
   ASSERT_TRUE(comesTrue([] { return hasBeat("profile-1"); }));
   const std::vector<pid_t> before = daemons();
@@ -150,7 +151,7 @@ TEST_F(InitScriptTest, TheRunningActiveProfileIsLeftAlone) {
   EXPECT_EQ(daemons(), before);
 }
 
-TEST_F(InitScriptTest, ModifyingTheRunningProfileBringsItsDaemonBackHoweverSlowlyItEnds) {
+TEST_F(InitScriptTest, ModifyingTheRunningProfileRestartsEvenASlowDaemon) {
   setDaemonOptions("--stop-delay 2");
   EXPECT_EQ(outputOf({"service", "start"}), "");
   ASSERT_TRUE(comesTrue([] { return hasBeat("profile-1"); }));
@@ -172,7 +173,7 @@ TEST_F(InitScriptTest, CreatingAndActivatingMovesTheDaemon) {
   EXPECT_TRUE(comesTrue([] { return hasBeat("profile-123123") && daemons().size() == 1; }));
 }
 
-TEST_F(InitScriptTest, TheScriptKnowsItsWords) {
+TEST_F(InitScriptTest, TheScriptSupportsItsActions) {
   auto script = [](const char* word) { return runProgram({"/etc/init.d/hip", word}); };
   EXPECT_EQ(script("status").exitStatus, 3);
   EXPECT_EQ(script("start").exitStatus, 0);
@@ -181,13 +182,13 @@ TEST_F(InitScriptTest, TheScriptKnowsItsWords) {
   EXPECT_EQ(script("restart").exitStatus, 0);
   ASSERT_TRUE(comesTrue([] { return daemons().size() == 1; }));
   EXPECT_EQ(script("stop").exitStatus, 0);
-  EXPECT_TRUE(daemons().empty()) << "its own stop waits for the end";
+  EXPECT_TRUE(daemons().empty()) << "the stop action of the script waits for the end";
   EXPECT_EQ(script("stop").exitStatus, 0);
   EXPECT_EQ(script("dance").exitStatus, 2);
 }
 
-// A daemon that is forked and not yet executed is no daemon to killall: a stop right behind the start would miss it.
-TEST_F(InitScriptTest, WhenTheStartIsDoneTheDaemonIsThere) {
+// killall does not find a daemon that is forked but not yet executed, so a stop right after the start would miss it.
+TEST_F(InitScriptTest, TheDaemonRunsWhenTheStartReturns) {
   const std::string tool = "/usr/sbin/start-stop-daemon";
   host::writeFile(tool + ".itself", host::readFile(tool), 0755);
   host::installScript(tool,
@@ -195,7 +196,7 @@ TEST_F(InitScriptTest, WhenTheStartIsDoneTheDaemonIsThere) {
                       "\"$0.itself\" \"$@\" ;; esac\n");
   EXPECT_EQ(outputOf({"service", "start"}), "");
   EXPECT_EQ(daemons().size(), 1u);
-  host::remove(tool + ".itself");  // the script goes with the next reset of the host
+  host::remove(tool + ".itself");  // the next reset of the host removes the script
 }
 
 TEST_F(InitScriptTest, StartingTwiceLeavesOneDaemon) {

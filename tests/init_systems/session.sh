@@ -1,7 +1,7 @@
 # shellcheck shell=sh
-# A new user's whole session, for a host with an init system and an empty /etc/zuv/profiles: each command as it is typed,
-# what it says, and its exit status; at the end the store. Times are masked, and the daemon is waited for, so that the
-# text is the same every time.
+# The whole session of a new user, for a host with an init system and an empty /etc/zuv/profiles. It prints each command,
+# its output and its exit status, and at the end the store. It masks times and waits for the daemon, so that the text is
+# the same every time.
 exec 2>&1
 profiles=/etc/zuv/profiles
 
@@ -22,7 +22,7 @@ until_it() {
   printf 'never: %s\n' "$*"
 }
 
-# The daemon beats in this profile's folder, where it has been started so many times.
+# is_up DIRNAME COUNT: succeeds if the daemon has a heartbeat in the folder of this profile and was started COUNT times.
 is_up() {
   [ -e "$profiles/$1/hipvars.txt" ] && [ "$(grep -c 'hip: started' "$profiles/$1/hip.log" 2>/dev/null)" = "$2" ]
 }

@@ -1,5 +1,5 @@
-// The whole session of a new user (see session.sh) among real init systems: each command, each line it says, each exit
-// status, and the store afterwards. The init system makes no difference to any of it.
+// Runs the whole session of a new user (see session.sh) with real init systems. It compares each command, each line of
+// output, each exit status and the final store. They are the same with every init system.
 #include <unistd.h>
 
 #include "testing/host/HostFiles.h"
@@ -140,8 +140,8 @@ f 640 profile-123125/mapconfig.static
 f 640 profile-123125/profile_name
 )";
 
-// Plays the session by way of a program that makes a host and runs a command there, after `beginning`; compares, or
-// gives the reason why there is no such host.
+// Runs the session, after the commands `beginning`, through a program that creates a host and runs a command there.
+// Compares the output. Returns the reason if there is no such host.
 std::string playOn(Words host, const std::string& beginning) {
   const std::string script = beginning + host::readFile(kFolder + "session.sh");
   for (const std::string& word : Words{"/bin/sh", "-c", script}) host.push_back(word);
@@ -156,13 +156,13 @@ std::string playOn(Words host, const std::string& beginning) {
   return "";
 }
 
-TEST(SessionTest, OnSystemdEveryCommandAnswersAsItShould) {
+TEST(SessionTest, TheWholeSessionWorksOnSystemd) {
   const std::string whyNot =
       playOn({kFolder + "booted-systemd", ravctlPath(), places::hipStandin()}, ": >/etc/zuv/.systemctl\n");
   if (!whyNot.empty()) GTEST_SKIP() << whyNot;
 }
 
-TEST(SessionTest, WithAnInitScriptEveryCommandAnswersAsItShould) {
+TEST(SessionTest, TheWholeSessionWorksWithAnInitScript) {
   for (const char* tool : {"/usr/sbin/start-stop-daemon", "/usr/bin/killall"}) {
     if (!host::exists(tool)) GTEST_SKIP() << tool << " is not installed";
   }

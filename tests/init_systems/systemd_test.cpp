@@ -1,4 +1,4 @@
-// The program under a real systemd, which boots on a host of its own for each test (see booted-systemd). This test
+// Tests the program with a real systemd, which boots on a host of its own for each test (see booted-systemd). This test
 // program itself stays on the machine.
 #include <unistd.h>
 
@@ -11,7 +11,7 @@
 
 namespace {
 
-// What each script finds: two profiles, "lab" the active one, and systemd's marker.
+// Sets up for each script: two profiles, of which "lab" is active, and the file that selects systemd.
 constexpr const char* kPrelude = R"(
 profiles=/etc/zuv/profiles
 profile() { mkdir -p $profiles/$1; echo $2 >$profiles/$1/profile_name; : >$profiles/$1/hip.conf; }
@@ -33,7 +33,7 @@ unit() { printf '%s\n' "$@" >/etc/systemd/system/hip.service; systemctl daemon-r
 
 class SystemdTest : public testing::Test {
  protected:
-  // What the script says, standard output and errors in one.
+  // Runs the script and returns its output, with standard error.
   std::string onSystemd(const std::string& script) {
     Start start;
     start.environment = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "BOOTED_SYSTEMD_NAME=" + name_};
@@ -48,7 +48,7 @@ class SystemdTest : public testing::Test {
   std::string whyNot_;
 };
 
-// Runs the script and compares; the test is skipped where there is no such host.
+// Runs the script and compares its output. Skips the test if there is no such host.
 #define EXPECT_ON_SYSTEMD(script, expected)        \
   {                                                \
     const std::string said = onSystemd(script);    \
@@ -83,7 +83,7 @@ TEST_F(SystemdTest, TheUnitIsStartedRestartedAndStopped) {
                     "inactive\n");
 }
 
-TEST_F(SystemdTest, AnUnknownUnitIsANonzeroExit) {
+TEST_F(SystemdTest, AnUnknownUnitIsAToolFailure) {
   EXPECT_ON_SYSTEMD(R"(
     rm /etc/systemd/system/hip.service
     systemctl daemon-reload
@@ -97,7 +97,7 @@ TEST_F(SystemdTest, AnUnknownUnitIsANonzeroExit) {
                     "exit 0\n");
 }
 
-TEST_F(SystemdTest, AFailingUnitIsANonzeroExit) {
+TEST_F(SystemdTest, AFailingUnitIsAToolFailure) {
   EXPECT_ON_SYSTEMD(R"(
     unit '[Unit]' DefaultDependencies=no '[Service]' Type=oneshot ExecStart=/bin/false
     ravctl service start 2>/dev/null
@@ -110,7 +110,7 @@ TEST_F(SystemdTest, AFailingUnitIsANonzeroExit) {
                     "profile-2\n");
 }
 
-TEST_F(SystemdTest, AMissingSystemctlIsANonzeroExit) {
+TEST_F(SystemdTest, AMissingSystemctlIsAToolFailure) {
   EXPECT_ON_SYSTEMD(R"(
     rm /bin/systemctl
     ravctl service start
@@ -119,7 +119,7 @@ TEST_F(SystemdTest, AMissingSystemctlIsANonzeroExit) {
                     "status_code: 0x16001001\n");
 }
 
-TEST_F(SystemdTest, WithoutARunningSystemdTheToolSaysSo) {
+TEST_F(SystemdTest, WithoutARunningSystemdTheErrorOfTheToolIsShown) {
   EXPECT_ON_SYSTEMD(R"(
     mount -t tmpfs nothing /run
     ravctl service start)",
@@ -150,7 +150,7 @@ TEST_F(SystemdTest, ActivatingMovesTheDaemonToTheOtherProfile) {
                     "profile-2\n");
 }
 
-TEST_F(SystemdTest, ActivatingWaitsForADaemonThatEndsSlowly) {
+TEST_F(SystemdTest, ActivatingWaitsForASlowDaemon) {
   EXPECT_ON_SYSTEMD(R"(
     unit '[Unit]' DefaultDependencies=no '[Service]' 'ExecStart=/usr/sbin/hip --stop-delay 2'
     ravctl service start
@@ -162,7 +162,7 @@ TEST_F(SystemdTest, ActivatingWaitsForADaemonThatEndsSlowly) {
                     "profile_name: office\nactive\n1\n");
 }
 
-TEST_F(SystemdTest, AStoppedActiveProfileIsStartedAlone) {
+TEST_F(SystemdTest, ActivatingTheStoppedActiveProfileOnlyStartsIt) {
   EXPECT_ON_SYSTEMD(R"(
     ravctl profile activate lab
     state
@@ -187,7 +187,7 @@ TEST_F(SystemdTest, ModifyingTheRunningProfileStopsAndStartsItsDaemon) {
                     "running: true\n");
 }
 
-TEST_F(SystemdTest, ModifyingAnotherProfileLeavesTheDaemonAlone) {
+TEST_F(SystemdTest, ModifyingAnotherProfileKeepsTheDaemonRunning) {
   EXPECT_ON_SYSTEMD(R"(
     ravctl service start
     until_it beats profile-1
@@ -212,7 +212,7 @@ TEST_F(SystemdTest, CreatingAndActivatingMovesTheDaemon) {
                     "profile_name: field\nactive\nprofile-123123\n");
 }
 
-// --- What remains
+// --- Leftovers
 
 std::string entriesOf(const std::string& folder, const std::string& name) {
   std::string names;
@@ -224,7 +224,7 @@ std::string entriesOf(const std::string& folder, const std::string& name) {
   return names;
 }
 
-TEST_F(SystemdTest, NothingRemainsOfTheHost) {
+TEST_F(SystemdTest, TheHostLeavesNothingBehind) {
   EXPECT_ON_SYSTEMD("echo here; (sleep 1000 &); kill -9 $$", "here\n");
   for (const char* folder : {"/tmp", "/sys/fs/cgroup", "/sys/fs/cgroup/unified"}) {
     SCOPED_TRACE(folder);

@@ -1,4 +1,5 @@
-// docs/examples/hip.service on a booted systemd (see booted-systemd). This test program itself stays on the machine.
+// Tests docs/examples/hip.service on a booted systemd (see booted-systemd). This test program itself stays on the
+// machine.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -8,7 +9,7 @@
 
 namespace {
 
-// The unit as it stands, with what the small host lacks left out: it boots no basic.target.
+// Installs the unit without its default dependencies, because the small host boots no basic.target.
 constexpr const char* kInstall = R"(
 exec 2>&1
 mkdir -p /etc/systemd/system/hip.service.d /etc/zuv/profiles/profile-1
@@ -36,13 +37,13 @@ Outcome onSystemd(const std::string& script) {
       start);
 }
 
-TEST(UnitTest, VerifiesWithoutAWord) {
+TEST(UnitTest, HasNoComplaintFromSystemdAnalyze) {
   const Outcome outcome = onSystemd("systemd-analyze verify --man=no hip.service; echo $?");
   if (outcome.exitStatus == 125) GTEST_SKIP() << outcome.err;
   EXPECT_EQ(outcome.out, "0\n");
 }
 
-TEST(UnitTest, RunsTheDaemonOnTheActiveProfileAndOutlivesItsDeath) {
+TEST(UnitTest, RunsTheDaemonOnTheActiveProfileAndRestartsItAfterItsDeath) {
   const Outcome outcome = onSystemd(R"sh(
     daemon() { systemctl show -P MainPID hip; }
     is_another() { case $(daemon) in 0 | "$first") return 1 ;; esac; }
@@ -60,14 +61,14 @@ TEST(UnitTest, RunsTheDaemonOnTheActiveProfileAndOutlivesItsDeath) {
     state)sh");
   if (outcome.exitStatus == 125) GTEST_SKIP() << outcome.err;
   EXPECT_EQ(outcome.out,
-            "inactive\n"  // there is no active profile yet, so there is nothing to run
+            "inactive\n"  // there is no active profile yet, so the daemon does not start
             "profile_name: lab\nactive\n"
             "active\n"
             "inactive\n");
 }
 
-// The daemon writes into the store and nowhere else.
-TEST(UnitTest, TheDaemonSeesTheHostReadOnly) {
+// The daemon can write only to the store.
+TEST(UnitTest, TheDaemonCannotWriteOutsideTheStore) {
   const Outcome outcome = onSystemd(R"(
     echo profile-1 >/etc/zuv/profiles/.current
     mv /usr/sbin/hip /usr/sbin/hip-itself

@@ -7,7 +7,7 @@ const std::vector<int> kDiskErrors = {EIO, ENOSPC, EACCES, EROFS, EDQUOT, ENOMEM
 const std::vector<int> kRemoveErrors = {EIO, EACCES, EROFS, EBUSY, ENOMEM};
 const std::vector<int> kOutputErrors = {EIO, ENOSPC, EPIPE, EAGAIN, EINTR};
 
-// Two rows are named after what their call is about.
+// The first two rows are for special cases of write and openat.
 const ErrnoRow kRows[] = {
     {"write to standard output", kOutputErrors},
     {"openat that makes", {ENOSPC, EACCES, EMFILE, ENFILE, ENOMEM, EIO, EROFS, EDQUOT, EINTR}},

@@ -1,5 +1,5 @@
-// Errnos: which errors a system call can give in life, the likeliest first. What a wrong argument would give is left
-// out, since a right program never sees it; so is what only a race can give.
+// Errnos: the errors that each system call can return in practice, the most likely first. It leaves out errors of wrong
+// arguments, because a correct program never sees them, and errors that only a race can cause.
 #pragma once
 
 #include <cerrno>
@@ -9,8 +9,8 @@
 
 struct ErrnoRow {
   const char* call;
-  std::vector<int> errors;  // none: it cannot fail
+  std::vector<int> errors;  // empty: the call cannot fail
 };
 
-// The row of a call. Null when the table does not know it.
+// Returns the row of a call, or null if the table has none.
 const ErrnoRow* findErrnos(const TracedCall& call);

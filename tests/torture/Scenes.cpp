@@ -10,7 +10,7 @@ const std::string kRoot = host::kProfiles;
 const std::string kActive = kRoot + "profile-1";
 const std::string kOther = kRoot + "profile-2";
 
-// A daemon that beats now and for as long as the sweep takes: a heartbeat of tomorrow is not old.
+// The heartbeat of a running daemon. Its time is far in the future, so that it stays fresh during the whole test.
 std::string heartbeat() {
   constexpr const char* now = "4102444800";
   return std::string("uptime.now=") + now +
@@ -47,7 +47,7 @@ void addCertificatesAndState(Tree* tree, const std::string& dirname) {
   }
 }
 
-// Three profiles, the first of them active and its daemon running, a template, a log.
+// A store with three profiles, a template and a log. The first profile is active and its daemon runs.
 Tree running() {
   Tree tree;
   tree.addFolder("/etc/zuv");
@@ -87,7 +87,7 @@ Tree withFile(Tree tree, const std::string& path, const std::string& content) {
   return tree;
 }
 
-// Two of the same name, one without.
+// Two profiles have the same name, and one has none.
 Tree badlyNamed() {
   Tree tree = withFile(running(), kOther + "/profile_name", "lab\n");
   tree.remove(kRoot + "profile-3/profile_name");
@@ -142,7 +142,7 @@ std::vector<Scene> allScenes() {
 }
 
 void installTools() {
-  // No program but the shell, to be quick.
+  // The scripts start no other program, to be fast.
   for (const char* tool : {"systemctl", "zuv-sendbundle.sh"}) {
     host::installScript(std::string("/usr/bin/") + tool, std::string("echo ") + tool + " \"$@\" >>/run/calls\n");
   }

@@ -1,4 +1,4 @@
-// Scenes: each is a command line on a store, and together they have every command of the catalogue at work.
+// Scenes: each scene is a command line and a store. Together they run every command of the catalogue.
 #pragma once
 
 #include <iosfwd>
@@ -8,7 +8,7 @@
 #include "Tree.h"
 
 struct Scene {
-  std::string name;  // the command as in the catalogue, then, after a comma, what is special
+  std::string name;  // the name of the command in the catalogue; after a comma, what is special
   std::vector<std::string> words;
   Tree store;
 
@@ -16,11 +16,11 @@ struct Scene {
   std::string command() const { return name.substr(0, name.find(',')); }
 };
 
-// How GoogleTest shows one.
+// GoogleTest calls it to print a scene.
 void PrintTo(const Scene& scene, std::ostream* out);
 
-// The same at every call.
+// Returns the same scenes at every call.
 std::vector<Scene> allScenes();
 
-// The programs that the commands start, on this host, for all scenes: each notes its call in /run/calls.
+// Installs the programs that the commands start. Each appends its call to /run/calls.
 void installTools();

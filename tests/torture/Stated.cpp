@@ -11,7 +11,7 @@
 
 namespace {
 
-// The heading row of each table, by which it is found.
+// The heading row of each table, which identifies it.
 constexpr const char* kHeadings[] = {
     "| command | file | may be | when | told | why |",
     "| command | line | may be | when | told | why |",
@@ -43,7 +43,7 @@ std::set<std::string> setOf(const std::string& cell) {
   return {parts.begin(), parts.end()};
 }
 
-// "reading" stands for all that a reader calls.
+// In the tables "reading" means all calls that read.
 std::set<std::string> callsOf(const std::string& cell) {
   std::set<std::string> calls = setOf(cell);
   if (calls.count("reading") != 0)
@@ -51,17 +51,17 @@ std::set<std::string> callsOf(const std::string& cell) {
   return calls;
 }
 
-StatedRow parse(const std::string& text, int line, bool hasTold) {
+StatedRow parse(const std::string& text, int line, bool hasReported) {
   std::vector<std::string> cells = split(text, '|');
   if (!cells.empty()) cells.erase(cells.begin());  // before the first bar
-  if (cells.size() != (hasTold ? 6 : 5))
-    throw std::runtime_error("docs/reliability.md:" + std::to_string(line) + ": a row of another length");
+  if (cells.size() != (hasReported ? 6 : 5))
+    throw std::runtime_error("docs/reliability.md:" + std::to_string(line) + ": the row has a wrong number of cells");
   StatedRow row;
   row.command = withoutTicks(cells[0]);
   row.subject = withoutTicks(cells[1]);
   row.states = setOf(cells[2]);
   row.calls = callsOf(cells[3]);
-  row.isTold = !hasTold || cells[4] == "yes";
+  row.isReported = !hasReported || cells[4] == "yes";
   row.line = line;
   return row;
 }
@@ -99,10 +99,11 @@ Stated::Stated() {
 }
 
 bool Stated::allows(StatedTable table, const std::string& scene, const std::string& subject, const std::string& state,
-                    const std::string& call, bool told) {
+                    const std::string& call, bool reported) {
   for (const StatedRow& row : rows_[static_cast<int>(table)]) {
     if (isOf(row, scene) && holds(row.states, state[0] == '"' && row.states.count("other") != 0 ? "other" : state) &&
-        holds(row.calls, call) && (told || !row.isTold) && ::fnmatch(row.subject.c_str(), subject.c_str(), 0) == 0) {
+        holds(row.calls, call) && (reported || !row.isReported) &&
+        ::fnmatch(row.subject.c_str(), subject.c_str(), 0) == 0) {
       used_.insert(row.line);
       return true;
     }

@@ -1,5 +1,5 @@
-// Tree: what lies on the parts of the private host that the program may change, in memory, to be compared and put back
-// many times a second.
+// Tree: an in-memory copy of all files of the private host that the program may change. It is fast enough to compare
+// and restore the files many times a second.
 //
 //   const Tree before = store;
 //   before.putBack();
@@ -15,7 +15,7 @@
 struct Node {
   char type = 'f';  // 'f' a file, 'd' a folder, 'l' a link, '?' anything else
   mode_t mode = 0644;
-  std::string content;  // of a link: where it leads
+  std::string content;  // for a link: its target
   bool operator==(const Node& other) const {
     return type == other.type && mode == other.mode && content == other.content;
   }
@@ -26,21 +26,21 @@ class Tree {
  public:
   using Nodes = std::map<std::string, Node>;  // by full path
 
-  // Everything below /etc/zuv, /run and /tmp.
+  // Reads everything below /etc/zuv, /run and /tmp.
   static Tree read();
-  // Makes the host so, with nothing else in these folders. Throws when something in them cannot be removed, such as a
-  // mount (see EmptyFolder.h).
+  // Writes the tree to the host and removes everything else in these folders. Throws if something in them cannot be
+  // removed, such as a mount (see testing/host/EmptyFolder.h).
   void putBack() const;
 
-  // Folders above are added.
+  // These functions also add missing folders above the path.
   void addFile(const std::string& path, const std::string& content, mode_t mode = 0644);
   void addFolder(const std::string& path, mode_t mode = 0755);
   void addLink(const std::string& path, const std::string& target);
-  // With all that lies below.
+  // Removes the entry and everything below it.
   void remove(const std::string& path);
 
   const Nodes& nodes() const { return nodes_; }
-  // Null when there is none.
+  // Returns null if there is no such entry.
   const Node* find(const std::string& path) const;
   bool operator==(const Tree& other) const { return nodes_ == other.nodes_; }
 

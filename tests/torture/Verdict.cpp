@@ -16,7 +16,7 @@ bool startsWith(const std::string& text, const std::string& start) { return text
 bool ranOutOfMemory(const TraceResult& result) { return startsWith(result.err, kOutOfMemory); }
 bool couldNotPrint(const TraceResult& result) { return startsWith(result.err, kCannotWrite); }
 
-// Where nothing can be written any more nothing can be told, and a reader that went away is told nothing.
+// Returns true if the fault keeps the program from reporting a failure: all writes fail, or the reader is gone.
 bool isSilenced(const Disturbed& run) {
   if (run.meddle.how != Meddling::fail || run.result.meddledFirst.name != "write") return false;
   return run.meddle.error == EPIPE || (run.meddle.times > 1 && run.meddle.error != EINTR);
@@ -29,7 +29,7 @@ std::vector<std::string> linesOf(const std::string& text) {
   return lines;
 }
 
-// The key of a line of output: what stands before ": " or "="; empty for a bare line.
+// Returns the key of a line of output: the text before ": " or "=". A line without a key has an empty key.
 std::string keyOf(const std::string& line) {
   const std::size_t end = line.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ_");
   if (end == std::string::npos || end == 0) return "";
@@ -61,7 +61,7 @@ bool areAll(const States& states, const char* wanted) {
   return std::all_of(states.begin(), states.end(), [&](const auto& state) { return state.second == wanted; });
 }
 
-// The status line that tells a failure, or nothing.
+// Returns the status line of a failure, or nothing.
 std::string statusOf(const TraceResult& result) {
   if (!isFailure(result)) return "";
   const std::vector<std::string> lines = linesOf(result.out);
@@ -83,8 +83,8 @@ class Judge {
  private:
   void add(const std::string& problem) { problems_.push_back(problem); }
 
-  // A failure that the caller learns of, one way or another.
-  bool isTold() const {
+  // Returns true if the program reported the failure, or if the fault itself made a report impossible.
+  bool isReported() const {
     return isFailure(result_) || ranOutOfMemory(result_) || couldNotPrint(result_) || isSilenced(run_);
   }
 
@@ -93,7 +93,7 @@ class Judge {
     if (result_.signal != 0) return add("it died of signal " + std::to_string(result_.signal));
     const int expected = ranOutOfMemory(result_) ? 1 : 0;
     if (result_.exitStatus != expected) add("its exit status is " + std::to_string(result_.exitStatus));
-    if (ranOutOfMemory(result_)) return;  // it ends at once and leaves its descriptors to the system
+    if (ranOutOfMemory(result_)) return;  // it exits at once, and the kernel closes its descriptors
     for (const std::string& open : result_.leftOpen) add("a descriptor was left open: " + open);
   }
 
@@ -105,7 +105,7 @@ class Judge {
       if (lines.size() != 2 || !isStatusCode(lines[1])) add("a failure has more lines than its two: " + result_.out);
       return;
     }
-    if (result_.out == reference_.result.out || isTold()) return;
+    if (result_.out == reference_.result.out || isReported()) return;
     compareLines(linesOf(reference_.result.out), lines);
   }
 
@@ -132,24 +132,24 @@ class Judge {
   void judgeLine(const std::string& line, const std::string& state) {
     const std::string key = keyOf(line).empty() ? "(bare)" : keyOf(line);
     if (!stated_.allows(StatedTable::faultOutput, scene_.name, key, state, result_.meddledFirst.name, false)) {
-      add("untold in the output: | " + scene_.name + " | `" + key + "` | " + state + " | " + result_.meddledFirst.name +
-          " |");
+      add("unreported in the output: | " + scene_.name + " | `" + key + "` | " + state + " | " +
+          result_.meddledFirst.name + " |");
     }
   }
 
   void lookAtFiles() {
-    const bool told = isTold();
+    const bool reported = isReported();
     const States states = statesOf(reference_.before, reference_.after, run_.found);
-    if (areAll(states, "done") || (told && areAll(states, "kept"))) return;
+    if (areAll(states, "done") || (reported && areAll(states, "kept"))) return;
     for (const auto& [path, state] : states) {
-      if (told || state != "done") judgeFile(path, state, told);
+      if (reported || state != "done") judgeFile(path, state, reported);
     }
   }
 
-  void judgeFile(const std::string& path, const std::string& state, bool told) {
-    if (!stated_.allows(StatedTable::faultFiles, scene_.name, path, state, result_.meddledFirst.name, told)) {
+  void judgeFile(const std::string& path, const std::string& state, bool reported) {
+    if (!stated_.allows(StatedTable::faultFiles, scene_.name, path, state, result_.meddledFirst.name, reported)) {
       add("not stated: | " + scene_.name + " | `" + path + "` | " + state + " | " + result_.meddledFirst.name + " | " +
-          (told ? "yes" : "no") + " |");
+          (reported ? "yes" : "no") + " |");
     }
   }
 

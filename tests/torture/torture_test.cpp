@@ -1,8 +1,8 @@
-// Every command, with every system call made to fail, one after the other, and with the program killed before every
-// call that changes the disk. docs/reliability.md says what may remain; nothing else may.
+// The torture test. It makes each system call of each command fail in turn, and kills each command before each call
+// that changes the disk. docs/reliability.md lists the states that may remain; any other state fails the test.
 //
-// RAVCTL_TORTURE=whole, like RAVCTL_LONG, goes through every errno that a call can give; else each call gives its
-// likeliest one, and EINTR where it can.
+// With RAVCTL_TORTURE=whole or RAVCTL_LONG in the environment it tries every errno that a call can return. Otherwise
+// each call returns its most likely errno, and EINTR if it can.
 #include <sys/syscall.h>
 
 #include <algorithm>
@@ -25,7 +25,7 @@ bool isWhole() {
   return (form != nullptr && std::string(form) == "whole") || std::getenv("RAVCTL_LONG") != nullptr;
 }
 
-// A heap that grows page by page asks the system for memory where it would else have some in hand.
+// Lets the heap grow page by page, so that the program requests memory from the system as often as possible.
 const std::vector<std::string> kEnvironment = {"PATH=/usr/bin:/usr/sbin", "GLIBC_TUNABLES=glibc.malloc.top_pad=0"};
 
 using Meddle = TracePlan::Meddle;
@@ -38,7 +38,7 @@ std::string describe(const Meddle& meddle, const TracedCall& call) {
   return meddle.times > 1 ? text + " from there on" : text;
 }
 
-// The program at work on the store of a scene.
+// Runs the program on the store of a scene.
 class Workbench {
  public:
   explicit Workbench(Scene scene) : scene_(std::move(scene)) { reference_ = measure(scene_.store); }
@@ -60,7 +60,7 @@ class Workbench {
     return run;
   }
 
-  // An undisturbed run on a store.
+  // Runs the command on a store without any fault.
   Reference measure(const Tree& store) const {
     Reference run;
     run.before = store;
@@ -92,7 +92,8 @@ std::vector<Meddle> faultsOf(const TracedCall& call) {
   const ErrnoRow* row = findErrnos(call);
   if (row == nullptr) return faults;
   for (const int error : row->errors) {
-    const bool passes = error == EINTR || error == EAGAIN;  // lasts for a moment, never for ever
+    const bool passes =
+        error == EINTR || error == EAGAIN;  // these errors are temporary, so they do not repeat for ever
     if (!isWhole() && error != row->errors.front() && error != EINTR) continue;
     faults.push_back({Meddling::fail, call.number, 1, error});
     faults.push_back({Meddling::fail, call.number, passes ? 5 : fromThereOn, error});
@@ -107,14 +108,14 @@ std::vector<Meddle> faultsOf(const TracedCall& call) {
 class Torture : public HostTest, public testing::WithParamInterface<Scene> {
  protected:
   void SetUp() override {
-    if (!RAVCTL_IS_RELEASE) GTEST_SKIP() << "only the program that users get is tortured";
+    if (!RAVCTL_IS_RELEASE) GTEST_SKIP() << "only the release build is tortured";
     HostTest::SetUp();
     if (IsSkipped()) return;
     if (!whyNoTracing().empty()) GTEST_SKIP() << whyNoTracing();
     installTools();
   }
 
-  // Each distinct problem once, with the first run that had it.
+  // Reports each distinct problem once, with the first run that had it.
   void note(const Problems& problems, const std::string& what) {
     for (const std::string& problem : problems) {
       if (seen_.insert(problem).second) ADD_FAILURE() << problem << "\n  " << what;
@@ -131,7 +132,7 @@ std::string nameOf(const testing::TestParamInfo<Scene>& info) {
   return name;
 }
 
-// A line for the figures of docs/reliability.md, kept for whoever asked for them.
+// Prints a line of the figures in docs/reliability.md. Also appends it to the file that RAVCTL_TORTURE_FIGURES names.
 void tell(const std::string& line) {
   std::printf("%s\n", line.c_str());
   if (const char* path = std::getenv("RAVCTL_TORTURE_FIGURES")) {
@@ -145,7 +146,7 @@ std::string numbers(std::initializer_list<std::size_t> figures) {
   return text;
 }
 
-// Whether rows of the document that bear the name of this scene are about it alone.
+// Returns true if the rows of the document with the name of this scene concern only this scene.
 bool hasRowsOfItsOwn(const Scene& scene) {
   std::size_t scenes = 0;
   for (const Scene& other : allScenes()) scenes += other.command() == scene.name ? 1 : 0;
@@ -159,8 +160,8 @@ void expectRowsAreSeen(const Stated& stated, StatedTable table, const Scene& sce
 
 // --- Faults
 
-// A program that does not look whether its calls worked is one whose calls only seem to work. Counts the calls of a
-// kind whose pretence the verdict sees.
+// Simulates a program that ignores errors: the chosen calls report success without being executed. Returns the number
+// of such calls after which the verdict reports a problem.
 template <typename Choose>
 std::size_t countSeen(const Workbench& bench, Meddling how, Choose choose) {
   std::size_t seen = 0;
@@ -173,40 +174,40 @@ std::size_t countSeen(const Workbench& bench, Meddling how, Choose choose) {
   return seen;
 }
 
-// What a sweep must see in the same run: lost work, descriptors left open, a crash.
+// Proves that the verdict detects lost work, open descriptors and a crash.
 void expectPlantedFaultsAreSeen(const Workbench& bench) {
   const bool changes = bench.stepsOnDisk() > 0;
   const auto losesWork = [&](const TracedCall& call) { return call.changesDisk || call.name == "write"; };
   const auto isClose = [](const TracedCall& call) { return call.name == "close"; };
   const auto isFirst = [](const TracedCall& call) { return call.number == 1; };
   const auto closes = std::count_if(bench.calls().begin(), bench.calls().end(), isClose);
-  // A command that neither changes nor prints anything has no work of its own to lose.
+  // A command that neither changes nor prints anything has no work to lose.
   if (changes || !bench.reference().result.out.empty()) {
-    EXPECT_GT(countSeen(bench, Meddling::pretend, losesWork), 0u) << "lost work was not seen";
+    EXPECT_GT(countSeen(bench, Meddling::pretend, losesWork), 0u) << "lost work was not detected";
   }
   EXPECT_EQ(countSeen(bench, Meddling::pretend, isClose), static_cast<std::size_t>(closes))
-      << "a descriptor left open was not seen";
-  EXPECT_EQ(countSeen(bench, Meddling::crash, isFirst), 1u) << "a crash was not seen";
+      << "a descriptor left open was not detected";
+  EXPECT_EQ(countSeen(bench, Meddling::crash, isFirst), 1u) << "a crash was not detected";
 }
 
-TEST_P(Torture, EveryFailureIsSurvivedAndTold) {
+TEST_P(Torture, EveryFailedCallIsReportedAndLeavesADocumentedState) {
   const Workbench bench(GetParam());
   Stated stated;
   ASSERT_FALSE(bench.calls().empty());
-  EXPECT_EQ(bench.calls().front().name, "poll") << "calls are no longer counted from the first of main on";
+  EXPECT_EQ(bench.calls().front().name, "poll") << "counting no longer starts at the first call of main";
   EXPECT_EQ(bench.reference().result.exitStatus, 0) << bench.reference().result.out;
 
   std::size_t faults = 0;
   for (const TracedCall& call : bench.calls()) {
-    EXPECT_NE(findErrnos(call), nullptr) << "no row for " << call.name << ": what errors can it give?";
+    EXPECT_NE(findErrnos(call), nullptr) << "no row for " << call.name << ": which errors can it return?";
     for (const Meddle& fault : faultsOf(call)) {
       const Disturbed run = bench.disturb(fault);
       const std::string what = describe(fault, call);
       if (run.result.meddled == 0) {
-        EXPECT_EQ(fault.how, Meddling::shorten) << what << ": was not made";
+        EXPECT_EQ(fault.how, Meddling::shorten) << what << ": the call was not made";
         continue;
       }
-      EXPECT_EQ(run.result.meddledFirst.name, call.name) << what << ": calls came in another order";
+      EXPECT_EQ(run.result.meddledFirst.name, call.name) << what << ": the calls came in another order";
       ++faults;
       note(problemsOfFault(bench.scene(), bench.reference(), run, &stated), what);
     }
@@ -229,7 +230,7 @@ Problems problemsOfWorking(const std::vector<std::string>& words) {
 
 void append(Problems* all, const Problems& more) { all->insert(all->end(), more.begin(), more.end()); }
 
-// All that is looked at after a kill has left the store as it lies there.
+// Checks the store that a killed run has left behind, and the next commands on it.
 Problems problemsOfStoreThere(const Workbench& bench, const Reference& again, Stated* stated) {
   Problems problems = problemsOfCrash(bench.scene(), bench.reference(), Tree::read(), stated);
   append(&problems, problemsOfWorking({"list", "profiles"}));
@@ -240,7 +241,7 @@ Problems problemsOfStoreThere(const Workbench& bench, const Reference& again, St
   return problems;
 }
 
-// What a program would leave that wrote its files in place, or did not clear up after another.
+// Proves that the checks detect a truncated file and a leftover temporary file.
 void expectPlantedCrashesAreSeen(const Workbench& bench, const Reference& again) {
   Stated stated;
   const std::string conf = std::string(host::kProfiles) + "profile-3/hip.conf";
@@ -249,15 +250,15 @@ void expectPlantedCrashesAreSeen(const Workbench& bench, const Reference& again)
   if (whole != nullptr) {
     store.addFile(conf, whole->content.substr(0, whole->content.size() / 2), whole->mode);
     store.putBack();
-    EXPECT_FALSE(problemsOfStoreThere(bench, again, &stated).empty()) << "a file that was cut was not seen";
+    EXPECT_FALSE(problemsOfStoreThere(bench, again, &stated).empty()) << "a truncated file was not detected";
   }
   store = bench.scene().store;
   store.addFile(std::string(host::kProfiles) + "profile-3/other.conf.temp", "");
   store.putBack();
-  EXPECT_FALSE(problemsOfStoreThere(bench, again, &stated).empty()) << "a file that was left was not seen";
+  EXPECT_FALSE(problemsOfStoreThere(bench, again, &stated).empty()) << "a leftover file was not detected";
 }
 
-TEST_P(Torture, ACrashBeforeAnyChangeOfTheDiskIsOvercome) {
+TEST_P(Torture, TheNextCommandsWorkAfterACrashBeforeAnyChangeOfTheDisk) {
   const Workbench bench(GetParam());
   const Reference again = bench.measure(bench.reference().after);
   Stated stated;
@@ -278,11 +279,11 @@ TEST_P(Torture, ACrashBeforeAnyChangeOfTheDiskIsOvercome) {
 
 INSTANTIATE_TEST_SUITE_P(Commands, Torture, testing::ValuesIn(allScenes()), nameOf);
 
-// --- The sweeps themselves
+// --- The checks themselves detect faults
 
 class TortureItself : public Torture {};
 
-TEST_P(TortureItself, ARunThatDoesNotEndIsSeen) {
+TEST_P(TortureItself, ARunThatHangsIsDetected) {
   const Workbench bench(GetParam());
   Stated stated;
   const Disturbed run = bench.disturb({Meddling::hang, 2, 1, 0});
@@ -291,7 +292,7 @@ TEST_P(TortureItself, ARunThatDoesNotEndIsSeen) {
 
 INSTANTIATE_TEST_SUITE_P(Commands, TortureItself, testing::Values(allScenes().front()), nameOf);
 
-TEST(TortureScenes, HaveEveryCommandOfTheCatalogue) {
+TEST(TortureScenes, ContainEveryCommandOfTheCatalogue) {
   std::set<std::string> commands;
   for (const Scene& scene : allScenes()) commands.insert(scene.command());
   for (const CommandRow& row : commandTable()) EXPECT_EQ(commands.count(row.method), 1u) << row.method;

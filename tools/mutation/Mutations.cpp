@@ -25,14 +25,14 @@ constexpr Swap kOperators[] = {
     {"-=", "+=", kArithmetic}, {"&", "|", kArithmetic},   {"|", "&", kArithmetic},  {"<<", ">>", kArithmetic},
     {">>", "<<", kArithmetic}, {"&&", "||", kLogical},    {"||", "&&", kLogical},
 };
-// These need no blanks.
+// These operators have no blanks around them.
 constexpr Swap kTight[] = {{"++", "--", kArithmetic}, {"--", "++", kArithmetic}};
 constexpr Swap kWords[] = {{"true", "false", kConstant}, {"false", "true", kConstant}};
 
 constexpr const char* kNoCalls[] = {
     "if",          "for",      "while", "switch", "return", "sizeof", "static_assert", "delete",        "alignas",
     "static_cast", "decltype", "else",  "do",     "case",   "goto",   "throw",         "__attribute__", "using"};
-constexpr const char* kFolders[] = {"class", "struct", "union", "enum", "namespace"};
+constexpr const char* kScopes[] = {"class", "struct", "union", "enum", "namespace"};
 
 bool isWordByte(char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_'; }
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
@@ -50,7 +50,7 @@ std::size_t skipBlanks(const std::string& code, std::size_t at) {
   return at;
 }
 
-// The place after the last byte that is no blank before `end`.
+// Returns the offset after the last byte before `end` that is no blank.
 std::size_t trimmedEnd(const std::string& code, std::size_t end) {
   while (end > 0 && isBlank(code[end - 1])) --end;
   return end;
@@ -63,7 +63,7 @@ std::string lastWordBefore(const std::string& code, std::size_t end) {
   return code.substr(start, end - start);
 }
 
-// Blanks out what is no code, byte by byte.
+// Replaces everything that is no code by blanks.
 class Blanker {
  public:
   explicit Blanker(const std::string& source) : source_(source), code_(source) {}
@@ -76,7 +76,7 @@ class Blanker {
  private:
   void step() {
     const char c = source_[at_];
-    const bool isApart = c == '\'' && isWordByte(byteBefore(source_, at_));  // 1'000
+    const bool isSeparator = c == '\'' && isWordByte(byteBefore(source_, at_));  // as in 1'000
     if (startsAt(source_, at_, "//")) {
       blankUntil(std::min(source_.find('\n', at_), source_.size()));
     } else if (startsAt(source_, at_, "/*")) {
@@ -87,7 +87,7 @@ class Blanker {
       at_ += 2;
       blankUntil(after(")\"") - 1);
       ++at_;
-    } else if (c == '"' || (c == '\'' && !isApart)) {
+    } else if (c == '"' || (c == '\'' && !isSeparator)) {
       blankLiteral(c);
     } else {
       ++at_;
@@ -176,13 +176,13 @@ class Finder {
     if (number.find('.') == std::string::npos) add(at, number.size(), "(" + number + " + 1)", kConstant);
   }
 
-  // Of 1'000 or 1.5 only the first byte begins a number.
+  // Returns true inside a number such as 1'000 or 1.5, after its separator.
   bool isInMark(std::size_t at) const {
     const char before = byteBefore(code_, at);
     return before == '.' || (before == '\'' && at > 1 && isWordByte(code_[at - 2]));
   }
 
-  // virtual int f() = 0;
+  // Returns true for the 0 in `virtual int f() = 0;`.
   bool isPure(std::size_t at) const {
     const std::size_t sign = trimmedEnd(code_, at);
     if (byteBefore(code_, sign) != '=') return false;
@@ -199,9 +199,9 @@ class Finder {
     }
   }
 
-  // Statements begin after a brace, a semicolon, the head of an if or a loop, and else.
+  // A statement begins after a brace, a semicolon, `else`, or the parentheses of an `if` or a loop.
   void findCalls() {
-    std::vector<bool> holdsStatements;  // of each open brace
+    std::vector<bool> holdsStatements;  // one entry for each open brace
     std::size_t statement = 0;
     for (std::size_t at = 0; at < code_.size(); ++at) {
       const char c = code_[at];
@@ -217,7 +217,7 @@ class Finder {
     }
   }
 
-  // A brace of a class, a name space or an initializer holds none.
+  // Returns true if the brace opens a block of statements. Braces of classes, namespaces and initializers do not.
   bool opensStatements(std::size_t statement, std::size_t brace) const {
     const std::string head = code_.substr(statement, brace - statement);
     const std::size_t end = trimmedEnd(code_, brace);
@@ -229,9 +229,9 @@ class Finder {
     if (word == "else" || word == "do") return true;
     const std::size_t first = skipBlanks(code_, statement);
     if (first == brace) return true;
-    const bool isFolder = std::any_of(std::begin(kFolders), std::end(kFolders),
-                                      [&](const char* name) { return head.find(name) != std::string::npos; });
-    return !isFolder && head.find('(') != std::string::npos && byteBefore(code_, end) == '}';
+    const bool isScope = std::any_of(std::begin(kScopes), std::end(kScopes),
+                                     [&](const char* name) { return head.find(name) != std::string::npos; });
+    return !isScope && head.find('(') != std::string::npos && byteBefore(code_, end) == '}';
   }
 
   void findCallAt(std::size_t start) {
@@ -253,7 +253,7 @@ class Finder {
     return std::any_of(std::begin(kNoCalls), std::end(kNoCalls), [&](const char* other) { return word == other; });
   }
 
-  // Past `if (...)`, `for (...)`, `while (...)` and `else`.
+  // Returns the offset after any `if (...)`, `for (...)`, `while (...)` and `else`.
   std::size_t skipHeads(std::size_t at) const {
     for (;;) {
       if (startsAt(code_, at, "else ") || startsAt(code_, at, "else\n")) {
@@ -285,7 +285,7 @@ std::vector<Mutation> mutationsIn(const std::string& source) { return Finder(sou
 
 std::string codeOf(const std::string& source) { return Blanker(source).run(); }
 
-// splitmix64: neighbouring seeds give numbers that have nothing to do with each other.
+// The algorithm is splitmix64, which gives unrelated numbers for neighbouring seeds.
 std::size_t chosenBy(std::uint64_t seed, std::size_t count) {
   std::uint64_t z = seed + 0x9e3779b97f4a7c15;
   z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9;

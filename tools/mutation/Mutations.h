@@ -1,11 +1,12 @@
-// Mutations: the small mistakes that somebody could make in a C++ source, for finding out whether a test would notice.
+// Mutations: finds the places of a C++ source where a small mistake can be made. Mutation testing makes one mistake at
+// a time and checks if a test fails.
 //
 //   for (const Mutation& m : mutationsIn(source)) source.replace(m.at, m.length, m.replacement);  // one at a time
 //
-// Kinds: a relational, arithmetic or logical operator taken for its neighbour, a whole number one too large, true for
-// false, a statement that is one call left out. Comments, literals of text and preprocessor lines are left alone.
-// The sources are as clang-format leaves them: an operator of two operands has blanks around it, a template's brackets
-// have none. A mutation may not compile.
+// Kinds of mistakes: a relational, arithmetic or logical operator is replaced by a similar one, a whole number is one
+// too large, true and false are exchanged, a statement that consists of one call is removed. Comments, text literals
+// and preprocessor lines do not change. The sources must be formatted by clang-format: a binary operator has blanks
+// around it, and the brackets of a template have none. Some mutants do not compile.
 #pragma once
 
 #include <cstddef>
@@ -14,18 +15,18 @@
 #include <vector>
 
 struct Mutation {
-  std::size_t at;  // where in the source, in bytes
+  std::size_t at;  // offset in the source in bytes
   std::size_t length;
   std::string replacement;
   const char* kind;  // "relational", "arithmetic", "logical", "constant" or "call"
 };
 
-// In the order of their places.
+// Returns all mutations of the source, ordered by their offset.
 std::vector<Mutation> mutationsIn(const std::string& source);
 
-// The source with everything that is no code turned into blanks, of the same length, with the same lines. A literal of
-// text keeps its quotes.
+// Returns the source with everything that is no code replaced by blanks. Its length and its line breaks stay the same.
+// A text literal keeps its quotes.
 std::string codeOf(const std::string& source);
 
-// A number below `count` for each seed, the same on every machine.
+// Returns a number below `count` for each seed. The number is the same on every machine.
 std::size_t chosenBy(std::uint64_t seed, std::size_t count);

@@ -9,7 +9,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// Each mutation as the whole text that it makes.
+// Returns each mutation as the whole text of the mutant.
 std::vector<std::string> madeOf(const std::string& source) {
   std::vector<std::string> texts;
   for (const Mutation& mutation : mutationsIn(source)) {
@@ -20,7 +20,7 @@ std::vector<std::string> madeOf(const std::string& source) {
   return texts;
 }
 
-TEST(Mutations, AnOperatorIsTakenForItsNeighbour) {
+TEST(Mutations, AnOperatorIsReplacedByASimilarOne) {
   const struct {
     const char* why;
     const char* source;
@@ -56,7 +56,7 @@ TEST(Mutations, AnOperatorIsTakenForItsNeighbour) {
   }
 }
 
-TEST(Mutations, AConstantIsOneTooLargeOrTheOtherTruth) {
+TEST(Mutations, ANumberBecomesOneLargerAndTrueAndFalseAreExchanged) {
   EXPECT_THAT(madeOf("x = 9;"), ElementsAre("x = (9 + 1);"));
   EXPECT_THAT(madeOf("x = 0x1fU;"), ElementsAre("x = (0x1fU + 1);"));
   EXPECT_THAT(madeOf("x = 1'000'000;"), ElementsAre("x = (1'000'000 + 1);"));
@@ -64,7 +64,7 @@ TEST(Mutations, AConstantIsOneTooLargeOrTheOtherTruth) {
   EXPECT_THAT(madeOf("return false;"), ElementsAre("return true;"));
 }
 
-TEST(Mutations, ACallThatIsAStatementIsLeftOut) {
+TEST(Mutations, AStatementThatIsACallIsRemoved) {
   EXPECT_THAT(madeOf("void f() {\n  (void)::close(fd);\n}"), ElementsAre("void f() {\n  (void)0;\n}"));
   EXPECT_THAT(madeOf("void f() { a.b->c(d, \"e;f\"); }"), ElementsAre("void f() { (void)0; }"));
   EXPECT_THAT(madeOf("int f() const {\n  if (a(b)) c();\n  else d();\n}"),
@@ -72,7 +72,7 @@ TEST(Mutations, ACallThatIsAStatementIsLeftOut) {
                           "int f() const {\n  if (a(b)) c();\n  else (void)0;\n}"));
 }
 
-TEST(Mutations, WhatIsNoSuchMistakeIsLeftAlone) {
+TEST(Mutations, OtherCodeHasNoMutations) {
   for (const char* source : {
            "template <typename T>",
            "T&& x",
@@ -98,16 +98,16 @@ TEST(Mutations, WhatIsNoSuchMistakeIsLeftAlone) {
   }
 }
 
-TEST(Mutations, BlankingKeepsEveryByteOfCodeInItsPlace) {
+TEST(Mutations, CodeKeepsItsOffsetsWhenTheRestIsBlanked) {
   EXPECT_EQ(codeOf("a; // b\nc(\"d\", 'e');\n#if f\ng"), "a;     \nc(\" \", ' ');\n     \ng");
 }
 
-TEST(Mutations, ASeedAlwaysChoosesTheSame) {
+TEST(Mutations, ASeedAlwaysChoosesTheSameNumber) {
   EXPECT_EQ(chosenBy(1, 1000), chosenBy(1, 1000));
   EXPECT_EQ(chosenBy(1, 3945), 920u);
   std::set<std::size_t> chosen;
   for (std::uint64_t seed = 1; seed <= 1000; ++seed) chosen.insert(chosenBy(seed, 10));
-  EXPECT_EQ(chosen.size(), 10u) << "every place can be chosen";
+  EXPECT_EQ(chosen.size(), 10u) << "every number can be chosen";
 }
 
 }  // namespace

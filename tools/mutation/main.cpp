@@ -1,10 +1,10 @@
-// mutate: makes the mistake of a seed in a source tree.
+// mutate: makes one mistake in a source tree. A seed chooses the mistake.
 //
 //   mutate TREE SEED     changes one file below TREE/src and prints "FILE:LINE KIND: `OLD' -> `NEW'"
-//   mutate TREE          prints how many mistakes there are to choose from, by kind
+//   mutate TREE          prints the number of possible mistakes of each kind
 //
-// All places of all sources and headers but the tests are equally likely. Exit status 1 when a file cannot be read or
-// written.
+// Every possible mistake in the sources and headers, except in tests, is equally likely. The exit status is 1 if a file
+// cannot be read or written.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -54,7 +54,7 @@ bool apply(const std::filesystem::path& tree, const Source& source, const Mutati
   const auto line = 1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(mutation.at), '\n');
   std::printf("%s:%d %s: `%s' -> `%s'\n", source.name.c_str(), static_cast<int>(line), mutation.kind,
               onOneLine(text.substr(mutation.at, mutation.length)).c_str(), mutation.replacement.c_str());
-  // The lines after it keep their numbers.
+  // Keep the line breaks, so that the following lines keep their numbers.
   const std::string old = text.substr(mutation.at, mutation.length);
   const auto breaks = static_cast<std::size_t>(std::count(old.begin(), old.end(), '\n'));
   text.replace(mutation.at, mutation.length, mutation.replacement + std::string(breaks, '\n'));
