@@ -11,7 +11,7 @@ known='
 .ci                       expected-skips run
 bench                     CMakeLists.txt *.cpp *.sh
 bench/baseline            *.c
-cmake/**                  *.cmake
+cmake/**                  *.cmake precompiled.cpp
 completions               _ravctl ravctl.bash ravctl.fish
 debian                    changelog control copyright rules source/format *.lintian-overrides
 docs                      *.md
