@@ -4,6 +4,7 @@
 
 #include <array>
 #include <ctime>
+#include <iterator>
 #include <limits>
 #include <string_view>
 
@@ -18,13 +19,20 @@ constexpr std::int64_t freshSeconds = 6;
 constexpr std::int64_t graceSeconds = 4;
 
 enum Variable { uptimeNow, uptimeStarted, hipdState, peersCount, helmsorUp, variableCount };
-constexpr std::string_view variableNames[variableCount] = {"uptime.now", "uptime.started", "hipd_state", "peers.count",
-                                                           "helmsor.up"};
+struct VariableRow {
+  std::string_view name;
+  Variable variable;
+};
+constexpr VariableRow variableRows[] = {
+    {"uptime.now", uptimeNow},   {"uptime.started", uptimeStarted}, {"hipd_state", hipdState},
+    {"peers.count", peersCount}, {"helmsor.up", helmsorUp},
+};
+static_assert(std::size(variableRows) == variableCount);
 
-// The variables that matter, whatever else the file holds.
+// The variables that this program uses; the file holds more.
 class Variables {
  public:
-  // False when the file cannot be opened; then nothing is known.
+  // Returns false if the file cannot be opened; no variable is present then.
   bool read(const std::string& path) {
     OpenedFile file;
     if (!openForReading(AT_FDCWD, path.c_str(), file)) {
@@ -55,10 +63,11 @@ class Variables {
     }
     using StringUtils::TrimSet;
     const std::string_view key = StringUtils::trim(line.substr(0, equals), TrimSet::nonPrintable);
-    for (std::size_t i = 0; i < variableCount; ++i) {
-      if (key == variableNames[i]) {
-        entries_[i].present = true;
-        entries_[i].value = StringUtils::trim(line.substr(equals + 1), TrimSet::nonPrintable);
+    for (const VariableRow& row : variableRows) {
+      if (key == row.name) {
+        Entry& entry = entries_[row.variable];
+        entry.present = true;
+        entry.value = StringUtils::trim(line.substr(equals + 1), TrimSet::nonPrintable);
       }
     }
   }
@@ -66,7 +75,7 @@ class Variables {
   std::array<Entry, variableCount> entries_;
 };
 
-// later - earlier, staying at the ends of the range: the file may hold any number.
+// Returns later - earlier, saturating at the limits of the type, since the file may hold any number.
 std::int64_t secondsBetween(std::int64_t earlier, std::int64_t later) {
   std::int64_t difference = 0;
   if (__builtin_sub_overflow(later, earlier, &difference)) {

@@ -1,26 +1,29 @@
-// Heartbeat: what the daemon says of itself in its variables file, hipvars.txt.
+// Heartbeat: what the daemon reports about itself in its variables file, hipvars.txt.
 //
 //   if (runStateOf(path) != RunState::notRunning) stop the daemon
 //   ServiceStatus report;
 //   Status s = readServiceStatus(path, report);
 //
-// The daemon rewrites the file while it runs; it counts as alive while its last heartbeat is less than 6 seconds old.
-// The file is only read, from the start at each call. Its lines are key=value without comments, key and value trimmed
-// of everything but printable non-blank ASCII; a line of more than 1023 bytes is taken as several; the last line of a
-// key wins. Anything but a regular file counts as one that cannot be opened. Memory is bounded whatever the file holds.
+// The daemon rewrites the file while it runs. The daemon counts as running while its last heartbeat is less than 6
+// seconds old. This code only reads the file, from the start at each call.
+//
+// Format: lines of key=value, without comments. Key and value are trimmed of all bytes but printable non-blank ASCII.
+// A line of more than 1023 bytes is read as several lines. If a key occurs more than once, its last line counts.
+//
+// A file that is not a regular file counts as one that cannot be opened. Memory use is bounded whatever the file holds.
 #pragma once
 
 #include <string>
 
 #include "command/status/StatusCodes.h"
 
-// The file's name in a profile's directory.
+// The name of the file in the directory of a profile.
 constexpr const char* variablesFileName = "hipvars.txt";
 
 enum class RunState { running = 1, notRunning = 2, unknown = 3 };
 
-// Not running when the file cannot be opened or its heartbeat is 6 seconds old or more; unknown when it lacks
-// "uptime.now" or "uptime.started".
+// Returns notRunning if the file cannot be opened or its heartbeat is 6 seconds old or older, unknown if the file lacks
+// "uptime.now" or "uptime.started", and running otherwise.
 RunState runStateOf(const std::string& variablesFile);
 
 struct ServiceStatus {
@@ -29,7 +32,8 @@ struct ServiceStatus {
   RunState tunnel = RunState::unknown;   // running: a tunnel to at least one peer
 };
 
-// Reads the whole report. The file is read twice, and the daemon may rewrite it in between: "application error" when
-// the second reading lacks a time that the first one had; success in every other case. In the first 4 seconds of the
-// daemon, and while it does not report its state, Helmsor and tunnel are unknown.
+// Reads the whole report. It reads the file twice, and the daemon may rewrite the file in between. Returns "application
+// error" if the second reading lacks "uptime.now" or "uptime.started" although the first one had both, and success in
+// every other case. Helmsor and tunnel are unknown unless the daemon runs, and also in its first 4 seconds and while it
+// does not report its state.
 Status readServiceStatus(const std::string& variablesFile, ServiceStatus& report);

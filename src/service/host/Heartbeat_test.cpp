@@ -37,12 +37,12 @@ void PrintTo(const Reading& reading, std::ostream* out) {
 
 Reading readNow(const char* path = kFile) {
   ServiceStatus report;
-  report.helmsor = yes;  // must not be left as it was
+  report.helmsor = yes;  // readServiceStatus must reset it
   const Status s = readServiceStatus(path, report);
   return {s.code(), report.running, report.helmsor, report.tunnel};
 }
 
-// What `act` gives within one second of the clock: it is told the time, and done again when that has changed meanwhile.
+// Calls `act` with the current time and returns its result. If the clock reached the next second meanwhile, it retries.
 template <typename Act>
 auto withinOneSecond(Act act) {
   for (;;) {
@@ -52,7 +52,7 @@ auto withinOneSecond(Act act) {
   }
 }
 
-// The daemon's last heartbeat was `age` seconds ago, when it had been up for `up` seconds.
+// The times of a daemon whose last heartbeat is `age` seconds old and which had run for `up` seconds at that heartbeat.
 std::string times(std::time_t now, long age, long up) {
   return "uptime.now=" + std::to_string(now - age) + "\nuptime.started=" + std::to_string(now - age - up) + "\n";
 }
@@ -71,7 +71,7 @@ RunState runStateOfText(const std::string& text) {
 
 const std::string kAll = "hipd_state=running\npeers.count=1\nhelmsor.up=true\n";
 
-// --- Alive or not
+// --- Running or not
 
 TEST_F(HeartbeatTest, AHeartbeatIsFreshForLessThanSixSeconds) {
   struct Case {
@@ -85,11 +85,11 @@ TEST_F(HeartbeatTest, AHeartbeatIsFreshForLessThanSixSeconds) {
   }
 }
 
-TEST_F(HeartbeatTest, AStaleDaemonHasNeitherHelmsorNorTunnel) {
+TEST_F(HeartbeatTest, AStaleHeartbeatMakesHelmsorAndTunnelUnknown) {
   EXPECT_EQ(readingOf(kAll, 6), (Reading{status::success, no, unknown, unknown}));
 }
 
-TEST_F(HeartbeatTest, WithoutATimeNothingIsKnown) {
+TEST_F(HeartbeatTest, AMissingTimeMakesEverythingUnknown) {
   for (const char* text : {"", "\n\n", "uptime.now=1\n", "uptime.started=1\n", "uptime.Now=1\nuptime.started=1\n",
                            "uptime.now\nuptime.started=1\n", "xuptime.now=1\nuptime.started=1\n",
                            "#uptime.now=1\nuptime.started=1\n", "uptime.now.=1\nuptime.started=1\n"}) {
@@ -99,7 +99,7 @@ TEST_F(HeartbeatTest, WithoutATimeNothingIsKnown) {
   }
 }
 
-TEST_F(HeartbeatTest, WithoutAFileNothingRuns) {
+TEST_F(HeartbeatTest, AMissingOrNonRegularFileMeansNotRunning) {
   host::makeFifo("/tmp/fifo");
   host::makeDirs("/tmp/folder");
   host::makeLink("/tmp/dangling", "/tmp/nowhere");
@@ -119,33 +119,33 @@ TEST_F(HeartbeatTest, AnUnreadableFileMeansNotRunning) {
   EXPECT_EQ(readNow(), (Reading{status::success, no, unknown, unknown}));
 }
 
-TEST_F(HeartbeatTest, ALinkIsFollowedAndTheNullDeviceIsAnEmptyFile) {
+TEST_F(HeartbeatTest, ALinkIsFollowedAndTheNullDeviceCountsAsAnEmptyFile) {
   host::writeFile("/tmp/elsewhere", times(std::time(nullptr), 0, 60));
   host::makeLink(kFile, "/tmp/elsewhere");
   EXPECT_EQ(runStateOf(kFile), yes);
   EXPECT_EQ(runStateOf("/dev/null"), unknown);
 }
 
-TEST_F(HeartbeatTest, NumbersOfAnySizeAreReadWithoutHarm) {
+TEST_F(HeartbeatTest, ATimeMayBeAnyNumberOrText) {
   struct Case {
     const char* why;
     const char* now;
     RunState running;
   };
   const Case cases[] = {
-      {"no number is 0", "soon", no},
-      {"an empty value is 0, and there", "", no},
-      {"negative", "-1", no},
-      {"the smallest", "-9223372036854775808", no},
-      {"below the smallest", "-99999999999999999999999999", no},
-      {"the largest", "9223372036854775807", yes},
-      {"beyond the largest", "99999999999999999999999999", yes},
-      {"beyond 32 bits", "4294967296000", yes},
-      {"digits end at the first other byte", "9999999999x", yes},
-      {"digits come first", "x9999999999", no},
-      {"a fraction is cut off", "9999999999.5", yes},
-      {"a sign", "+9999999999", yes},
-      {"no hexadecimal", "0x7fffffffffffffff", no},
+      {"text that is not a number means 0", "soon", no},
+      {"an empty value is present and means 0", "", no},
+      {"a negative number", "-1", no},
+      {"the smallest number", "-9223372036854775808", no},
+      {"a number below the smallest", "-99999999999999999999999999", no},
+      {"the largest number", "9223372036854775807", yes},
+      {"a number above the largest", "99999999999999999999999999", yes},
+      {"a number of more than 32 bits", "4294967296000", yes},
+      {"the number ends at the first byte that is no digit", "9999999999x", yes},
+      {"a number that does not begin with a digit means 0", "x9999999999", no},
+      {"a fraction is ignored", "9999999999.5", yes},
+      {"a plus sign is accepted", "+9999999999", yes},
+      {"hexadecimal is not understood", "0x7fffffffffffffff", no},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.why);
@@ -159,7 +159,7 @@ TEST_F(HeartbeatTest, NumbersOfAnySizeAreReadWithoutHarm) {
 
 // --- Helmsor and tunnel
 
-TEST_F(HeartbeatTest, TheFirstFourSecondsTellNothingOfHelmsorAndTunnel) {
+TEST_F(HeartbeatTest, HelmsorAndTunnelAreUnknownInTheFirstFourSeconds) {
   struct Case {
     long up;
     RunState others;
@@ -171,7 +171,7 @@ TEST_F(HeartbeatTest, TheFirstFourSecondsTellNothingOfHelmsorAndTunnel) {
   }
 }
 
-TEST_F(HeartbeatTest, TheGraceIsThatOfTheLastHeartbeatEvenAtTheEndsOfTheRange) {
+TEST_F(HeartbeatTest, TheUptimeSaturatesForExtremeTimes) {
   const std::string largest = "9223372036854775807", smallest = "-9223372036854775808";
   host::writeFile(kFile, "uptime.now=" + largest + "\nuptime.started=" + smallest + "\n" + kAll);
   EXPECT_EQ(readNow(), (Reading{status::success, yes, yes, yes}));
@@ -179,7 +179,7 @@ TEST_F(HeartbeatTest, TheGraceIsThatOfTheLastHeartbeatEvenAtTheEndsOfTheRange) {
   EXPECT_EQ(readNow(), (Reading{status::success, yes, unknown, unknown}));
 }
 
-TEST_F(HeartbeatTest, OnePeerIsATunnel) {
+TEST_F(HeartbeatTest, OnePeerMeansATunnel) {
   struct Case {
     const char* value;
     RunState tunnel;
@@ -199,7 +199,7 @@ TEST_F(HeartbeatTest, OnePeerIsATunnel) {
   }
 }
 
-TEST_F(HeartbeatTest, HelmsorIsUpWhenItSaysExactlyTrue) {
+TEST_F(HeartbeatTest, HelmsorIsUpOnlyIfTheValueIsExactlyTrue) {
   struct Case {
     const char* value;
     RunState helmsor;
@@ -218,26 +218,26 @@ TEST_F(HeartbeatTest, HelmsorIsUpWhenItSaysExactlyTrue) {
   }
 }
 
-TEST_F(HeartbeatTest, WhatTheDaemonDoesNotSayIsUnknown) {
+TEST_F(HeartbeatTest, AMissingVariableMeansUnknown) {
   EXPECT_EQ(readingOf("hipd_state=x\n"), (Reading{status::success, yes, unknown, unknown}));
   EXPECT_EQ(readingOf("peers.count=1\nhelmsor.up=true\n"), (Reading{status::success, yes, unknown, unknown}))
-      << "without its state";
+      << "the daemon does not report its state";
 }
 
-TEST_F(HeartbeatTest, OfTheStateOnlyItsPresenceCounts) {
+TEST_F(HeartbeatTest, OnlyThePresenceOfTheStateMatters) {
   for (const char* state : {"hipd_state=\n", "hipd_state=stopped\n", "hipd_state=0\n", " hipd_state = \n"}) {
     SCOPED_TRACE(state);
     EXPECT_EQ(readingOf(state + "peers.count=0\nhelmsor.up=no\n"s), (Reading{status::success, yes, no, no}));
   }
 }
 
-TEST_F(HeartbeatTest, AZeroByteInsideAValueIsAByteOfIt) {
+TEST_F(HeartbeatTest, AZeroByteInsideAValueIsPartOfIt) {
   EXPECT_EQ(readingOf("hipd_state=x\nhelmsor.up=true\0x\npeers.count=1\n"s), (Reading{status::success, yes, no, yes}));
 }
 
 // --- Lines
 
-TEST_F(HeartbeatTest, LinesAreReadAsWritten) {
+TEST_F(HeartbeatTest, LinesAreSplitTrimmedAndComparedExactly) {
   struct Case {
     const char* why;
     std::string rest;
@@ -245,17 +245,17 @@ TEST_F(HeartbeatTest, LinesAreReadAsWritten) {
   };
   const Case cases[] = {
       {"blanks around key and value", " \t peers.count \t = \t 1 \r\n", yes},
-      {"bytes of 128 and above are trimmed", "\xC2\xA0peers.count\xFF=\x80\x31\xE2\x80\x8B\n", yes},
+      {"bytes above 127 are trimmed", "\xC2\xA0peers.count\xFF=\x80\x31\xE2\x80\x8B\n", yes},
       {"control bytes and 127 are trimmed", "\x01peers.count\x7F=\x1F\x31\x7F\n", yes},
       {"zero bytes are trimmed", "\0peers.count\0=\0\x31\0\n"s, yes},
       {"a byte within a key is part of it", "peers count=1\n", unknown},
       {"the last line of a key wins", "peers.count=1\npeers.count=0\n", no},
-      {"also when it is empty", "peers.count=1\npeers.count=\n", no},
-      {"also when it is not the first", "peers.count=0\npeers.count=1\n", yes},
-      {"only the first = separates", "peers.count=0=1\n", no},
-      {"a key with = in front is empty", "=peers.count=1\n", unknown},
-      {"a line without =", "peers.count\n", unknown},
-      {"an empty key", "=1\n = 1\n", unknown},
+      {"the last line of a key wins even if it is empty", "peers.count=1\npeers.count=\n", no},
+      {"the last line of a key wins whatever its value", "peers.count=0\npeers.count=1\n", yes},
+      {"only the first = separates key and value", "peers.count=0=1\n", no},
+      {"a line that begins with = has an empty key", "=peers.count=1\n", unknown},
+      {"a line without = is ignored", "peers.count\n", unknown},
+      {"an empty key is ignored", "=1\n = 1\n", unknown},
       {"there are no comments", "# peers.count=1\n", unknown},
       {"the last line needs no newline", "peers.count=1", yes},
       {"a carriage return alone ends no line", "x=1\rpeers.count=1\n", unknown},
@@ -267,20 +267,20 @@ TEST_F(HeartbeatTest, LinesAreReadAsWritten) {
   }
 }
 
-TEST_F(HeartbeatTest, AValueOfBlanksAloneIsEmptyAndThere) {
+TEST_F(HeartbeatTest, AValueOfOnlyBlanksIsPresentAndEmpty) {
   EXPECT_EQ(readingOf("hipd_state= \t\xFF\npeers.count=\x80 \n"), (Reading{status::success, yes, unknown, no}));
 }
 
-TEST_F(HeartbeatTest, ALongLineIsTakenInPiecesOf1023) {
+TEST_F(HeartbeatTest, ALongLineIsReadAsSeveralLinesOf1023Bytes) {
   const std::string filler(1023, 'x');
   EXPECT_EQ(readingOf("hipd_state=x\n" + filler + "peers.count=1\n"), (Reading{status::success, yes, unknown, yes}))
-      << "the second piece is a line of its own";
+      << "the second piece counts as a line";
   EXPECT_EQ(readingOf("hipd_state=x\n" + filler.substr(1) + "peers.count=1\n"),
             (Reading{status::success, yes, unknown, unknown}))
-      << "one byte earlier it is not";
+      << "the key begins one byte before the second piece";
   EXPECT_EQ(readingOf("hipd_state=x\n" + filler + filler + "peers.count=1\n"),
             (Reading{status::success, yes, unknown, yes}))
-      << "the third";
+      << "the third piece counts as a line";
   EXPECT_EQ(readingOf("hipd_state=x\npeers.count=" + std::string(1023 - 12, '0') + "1\n"),
             (Reading{status::success, yes, unknown, no}))
       << "the value ends with its piece";
@@ -288,7 +288,7 @@ TEST_F(HeartbeatTest, ALongLineIsTakenInPiecesOf1023) {
             (Reading{status::success, yes, unknown, yes}));
 }
 
-TEST_F(HeartbeatTest, ManyOtherKeysDoNoHarm) {
+TEST_F(HeartbeatTest, ManyOtherKeysAreIgnored) {
   std::string rest;
   for (int n = 0; n < 100000; ++n) rest += "peer." + std::to_string(n) + ".state=up\n";
   EXPECT_EQ(readingOf(rest + kAll), (Reading{status::success, yes, yes, yes}));
@@ -296,7 +296,7 @@ TEST_F(HeartbeatTest, ManyOtherKeysDoNoHarm) {
 
 // --- The two readings
 
-// Reads the status while the file is changed before its second reading.
+// Reads the status; `change` changes the file just before the second reading.
 Reading readWhile(const std::function<void(std::time_t)>& change) {
   return withinOneSecond([&](std::time_t now) {
     host::remove(kFile);
@@ -313,7 +313,7 @@ Reading readWhile(const std::function<void(std::time_t)>& change) {
   });
 }
 
-TEST_F(HeartbeatTest, AFileThatVanishesMeanwhileMeansNotRunning) {
+TEST_F(HeartbeatTest, AFileThatVanishesBetweenTheReadingsMeansNotRunning) {
   EXPECT_EQ(readWhile([](std::time_t) { host::remove(kFile); }), (Reading{status::success, no, unknown, unknown}));
   EXPECT_EQ(readWhile([](std::time_t) {
               host::remove(kFile);
@@ -322,7 +322,7 @@ TEST_F(HeartbeatTest, AFileThatVanishesMeanwhileMeansNotRunning) {
             (Reading{status::success, no, unknown, unknown}));
 }
 
-TEST_F(HeartbeatTest, AFileThatLosesATimeMeanwhileIsAnApplicationError) {
+TEST_F(HeartbeatTest, AFileThatLosesATimeBetweenTheReadingsIsAnApplicationError) {
   for (const char* left : {"", "uptime.now=9999999999\n", "uptime.started=1\n"}) {
     SCOPED_TRACE(left);
     const Reading reading = readWhile([&](std::time_t) { host::writeFile(kFile, left + kAll); });
@@ -350,7 +350,7 @@ TEST_F(HeartbeatTest, AFileWithoutATimeIsReadOnce) {
   EXPECT_THAT(counted.calls(), testing::ElementsAre("openat", "fstat", "read", "close"));
 }
 
-TEST_F(HeartbeatTest, AFailedCallIsAFileThatCannotBeOpenedOrSaysLess) {
+TEST_F(HeartbeatTest, EveryFailedCallHasItsResult) {
   const FaultLoop loop{[] { host::writeFile(kFile, times(std::time(nullptr), 0, 60) + kAll); }};
   const std::size_t steps = forEachFault(
       loop, [] { return readNow(); },

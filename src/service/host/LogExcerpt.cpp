@@ -20,10 +20,11 @@ constexpr std::int32_t defaultLines = 50;
 constexpr std::int32_t mostLines = 100000;
 constexpr const char* noLogLine = "no logfile available for this profile";
 
-constexpr std::size_t maxPiece = 4095;  // as a line buffer of 4096 bytes holds
+constexpr std::size_t maxPiece = 4095;  // what a line buffer of 4096 bytes holds without its zero byte
 constexpr off_t pieceSize = maxPiece;
-constexpr off_t windowSize = 128 * 1024;   // stays in the processor's cache
-constexpr off_t keptPart = 4 * pieceSize;  // so much of a line is read again so that the line is in memory as a whole
+constexpr off_t windowSize = 128 * 1024;  // small enough to stay in the processor's cache
+// A line whose end takes up at most this much of the window is read again, together with its start.
+constexpr off_t rereadLimit = 4 * pieceSize;
 constexpr off_t piecesAtOnce = windowSize / pieceSize;
 constexpr off_t diskBlock = 512;  // the unit of st_blocks, whatever the file system
 
@@ -31,7 +32,7 @@ std::size_t clampLines(std::int32_t maxLines) {
   return static_cast<std::size_t>(maxLines < 0 ? defaultLines : std::min(maxLines, mostLines));
 }
 
-// Reads as much of the range as the file holds. The bytes read, or -1.
+// Reads as much of the range as the file holds. Returns the number of bytes read, or -1.
 ssize_t readAt(int fd, char* buffer, std::size_t size, off_t offset) {
   std::size_t have = 0;
   while (have < size) {
@@ -46,7 +47,7 @@ ssize_t readAt(int fd, char* buffer, std::size_t size, off_t offset) {
 
 constexpr off_t piecesIn(off_t length) { return length / pieceSize + (length % pieceSize != 0 ? 1 : 0); }
 
-// Whether there is nothing but a hole from an offset of a file to another.
+// Returns true if the file has no data between the two offsets.
 bool isHole(int fd, off_t from, off_t to) {
   const off_t data = ::lseek(fd, from, SEEK_DATA);
   return data < 0 ? errno == ENXIO : data >= to;
@@ -58,7 +59,7 @@ std::string_view textOf(std::string_view piece) {
   return piece;
 }
 
-// A part of the file that is in memory.
+// The part of the file that is in memory.
 class Window {
  public:
   explicit Window(const OpenedFile& file) : fd_(file.fd.get()), begin_(file.size), end_(file.size) {}
@@ -69,10 +70,11 @@ class Window {
     return {buffer_.get() + (from - begin_), static_cast<std::size_t>(to - from)};
   }
 
-  // Moves to where nothing has to be read.
+  // Makes the window empty and moves it to the offset, without reading.
   void jumpTo(off_t offset) { begin_ = end_ = offset; }
 
-  // Moves to the range, of at most windowSize bytes. It ends earlier when the file does.
+  // Reads the range, which has at most windowSize bytes, into the window. The window ends earlier if the file does.
+  // Returns false after a read error.
   bool moveTo(off_t begin, off_t end) {
     if (!buffer_) buffer_.reset(new char[windowSize]);
     const ssize_t count = readAt(fd_, buffer_.get(), static_cast<std::size_t>(end - begin), begin);
@@ -88,7 +90,7 @@ class Window {
   off_t end_;
 };
 
-// Goes through a log from its end to its start and gathers lines, the last one first, until there are enough.
+// Walks through a log from its end to its start and collects matching lines, the last one first, until it has enough.
 class BackwardReader {
  public:
   BackwardReader(const OpenedFile& file, Level threshold, std::size_t maxLines, std::vector<std::string>& lines)
@@ -101,7 +103,7 @@ class BackwardReader {
         maxLines_(maxLines),
         lines_(lines) {}
 
-  // False after a read error.
+  // Returns false after a read error.
   bool read() {
     while (end_ > 0 && !hasEnough()) {
       takeLinesInWindow();
@@ -113,8 +115,8 @@ class BackwardReader {
  private:
   bool hasEnough() const { return lines_.size() == maxLines_; }
 
-  // The lines whose start is in the window for certain, and that are there as a whole. Everything is decided here when
-  // lines are short, so this loop is what a large log costs.
+  // Takes the lines that lie completely in the window. When lines are short, these are all lines, so the speed of this
+  // loop decides how long a large log takes.
   void takeLinesInWindow() {
     const std::string_view bytes = window_.bytes(window_.begin(), end_);
     std::size_t end = bytes.size();
@@ -129,7 +131,7 @@ class BackwardReader {
     end_ = window_.begin() + static_cast<off_t>(end);
   }
 
-  // The pieces of a line that is in memory.
+  // Takes the pieces of a line that is in memory, the last one first.
   void takeLine(std::string_view line) {
     while (line.size() > maxPiece && !hasEnough()) {
       const std::size_t last = (line.size() - 1) / maxPiece * maxPiece;
@@ -139,14 +141,15 @@ class BackwardReader {
     if (!hasEnough()) takePiece(line);
   }
 
-  // The line that ends at end_ and whose start is not in the window. It stays in the window, as a whole with others
-  // before it, when so little of it is known yet that this is cheap.
+  // Handles the line that ends at end_ and starts before the window. If only a small part of it is in the window, this
+  // moves the window instead, so that the line and others before it lie completely in it. Returns false after a read
+  // error.
   bool takeLineThatStartsEarlier() {
-    if (end_ - window_.begin() <= keptPart) return moveWindow(end_);
+    if (end_ - window_.begin() <= rereadLimit) return moveWindow(end_);
     off_t start = 0;
     if (!findStart(start)) return false;
     while (end_ > start && !hasEnough()) {
-      passPiecesInHole(start);
+      skipPiecesInHole(start);
       const off_t from = start + std::max<off_t>(0, piecesIn(end_ - start) - piecesAtOnce) * pieceSize;
       if (!longLines_.moveTo(from, end_)) return false;
       takeLine(longLines_.bytes(from, longLines_.end()));
@@ -156,14 +159,15 @@ class BackwardReader {
     return true;
   }
 
-  // Moves the window to the bytes before `end`. When the file has become shorter its new end is where lines end.
+  // Moves the window to the bytes before `end`. If the file has become shorter, the last line ends at its new end.
+  // Returns false after a read error.
   bool moveWindow(off_t end) {
     if (!window_.moveTo(std::max<off_t>(0, end - windowSize), end)) return false;
     if (window_.end() < end) end_ = window_.end();
     return true;
   }
 
-  // Where a hole begins that ends at `end`, or somewhere in its first half; `end` when there is none.
+  // Finds the hole that ends at `end`. Returns its begin or an offset in its first half, or `end` if there is no hole.
   off_t holeBefore(off_t end) const {
     off_t begin = end;
     for (off_t size = windowSize; isSparse_ && begin > 0 && isHole(fd_, std::max<off_t>(0, end - size), end);) {
@@ -173,14 +177,16 @@ class BackwardReader {
     return begin;
   }
 
-  // Pieces of zero bytes have no text. Of the line's pieces the first is left in any case.
-  void passPiecesInHole(off_t start) {
+  // Skips the pieces before end_ that lie in a hole: they are zero bytes and have no text. The first piece of the line
+  // is never skipped.
+  void skipPiecesInHole(off_t start) {
     const off_t hole = std::max(start, holeBefore(end_));
     const off_t kept = std::max<off_t>(1, piecesIn(hole - start));
     if (kept <= (end_ - start) / pieceSize) end_ = start + kept * pieceSize;
   }
 
-  // Moves the window until the start of the line at end_ is in it or just before it.
+  // Moves the window until it contains the start of the line at end_, or begins there. Returns false after a read
+  // error.
   bool findStart(off_t& start) {
     while (window_.begin() > 0) {
       const off_t hole = holeBefore(window_.begin());
@@ -212,12 +218,12 @@ class BackwardReader {
   Window window_;
   Window longLines_;  // pieces of a line that is longer than the window
   LevelGate gate_;
-  off_t end_;  // what lies behind is done
+  off_t end_;  // everything from this offset on has been handled
   std::size_t maxLines_;
   std::vector<std::string>& lines_;
 };
 
-// Of a name that no file can have there is none.
+// A path that no file can have counts as a missing file.
 bool isMissing(int error) { return error == ENOENT || error == ENOTDIR || error == ENAMETOOLONG; }
 
 }  // namespace

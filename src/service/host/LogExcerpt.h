@@ -1,17 +1,22 @@
-// LogExcerpt: the last lines of a daemon's log, from a level on.
+// LogExcerpt: the last lines of a daemon's log that are at or above a level.
 //
 //   std::vector<std::string> lines;
 //   Status s = readLogExcerpt(path, BasicLog::Level::warning, 50, lines);
 //
-// The log is cut into lines, a line of more than 4095 bytes into pieces of 4095, and each piece counts as a line with a
-// level of its own. Of a piece the first zero byte and all behind it goes, then every CR and LF at its end; what is
-// empty then is skipped. Its level is the one that its text names (BasicLog::parseLogLevel), info when it names none.
+// Lines: the log is cut into lines. A line of more than 4095 bytes is cut into pieces of 4095 bytes, and each piece
+// counts as a line with its own level. The text of a piece ends before its first zero byte and has no CR and LF at its
+// end. A piece whose text is empty is skipped. Its level is the one that the text names (BasicLog::parseLogLevel), or
+// info if it names none.
 //
-// Cost: the log is read backwards from its end, and no further than the lines shown reach. Memory is that of the lines
-// and some 128 KiB. Only the start of a line far longer than that is looked for before the line is looked at. Holes of
-// a sparse file, as they are left where a log is cut while its daemon writes on, are passed over. Other processes: the
-// log is read to the size it had when it was opened. Lines written later are not seen; of a log that is cut meanwhile
-// what is left is shown. Anything but a regular file counts as one that cannot be opened.
+// Cost: the log is read backwards from its end, only as far as needed to find the lines to show. Memory use is the
+// lines to show and a buffer of 128 KiB, and a second one for a line longer than the first. Such a line is read twice,
+// first to find its start. Holes of a sparse file are skipped without reading them; such holes arise when a log is
+// truncated while its daemon continues to write.
+//
+// Other processes: the log is read up to the size that it had when it was opened; lines written later are not shown. If
+// the log is truncated meanwhile, the lines that remain are shown.
+//
+// A log that is not a regular file counts as one that cannot be opened.
 #pragma once
 
 #include <cstdint>
@@ -21,9 +26,15 @@
 #include "command/status/StatusCodes.h"
 #include "log/front/BasicLog.h"
 
-// Replaces `lines` by the last `maxLines` lines at or above `threshold`, in the order of the file. A negative number
-// means 50, one above 100000 means 100000; 0 shows none.
-// Statuses: success; "success with warnings" and the one line "no logfile available for this profile" when there is no
-// such file; "stdlib error: file open" and "stdlib error: file read", without lines.
+// The name of the log in the directory of a profile.
+constexpr const char* logFileName = "hip.log";
+
+// Replaces `lines` by the last `maxLines` lines at or above `threshold`, in the order of the file. A negative
+// `maxLines` means 50, one above 100000 means 100000, and 0 gives no lines.
+// Statuses:
+//   success
+//   "success with warnings"      the file does not exist; the only line is "no logfile available for this profile"
+//   "stdlib error: file open"    `lines` is empty
+//   "stdlib error: file read"    `lines` is empty
 Status readLogExcerpt(const std::string& path, BasicLog::Level threshold, std::int32_t maxLines,
                       std::vector<std::string>& lines);

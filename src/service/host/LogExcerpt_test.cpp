@@ -38,7 +38,7 @@ std::string numbered(int count) {
 
 // --- Which lines
 
-TEST_F(LogExcerptTest, TheLastLinesComeInTheOrderOfTheFile) {
+TEST_F(LogExcerptTest, TheLastLinesAreInFileOrder) {
   EXPECT_THAT(excerptOf(numbered(10), Level::info, 3), ElementsAre("line 8", "line 9", "line 10"));
   EXPECT_THAT(excerptOf(numbered(2), Level::info, 3), ElementsAre("line 1", "line 2"));
 }
@@ -48,7 +48,7 @@ TEST_F(LogExcerptTest, OnlyMatchingLinesAreCounted) {
               ElementsAre("[FATAL] 3", "[ERROR] 5"));
 }
 
-TEST_F(LogExcerptTest, ALineAtTheThresholdIsShownAndOneWithoutALevelIsInfo) {
+TEST_F(LogExcerptTest, LinesAtTheThresholdAreShownAndLinesWithoutALevelAreInfo) {
   const std::string content =
       "[TRACE] t\n[DEBUG] d\n[INFO] i\n[NOTICE] n\n[WARN] w\n[ERR] e\n[FATAL] f\nplain\n[notes] on it\n";
   EXPECT_THAT(excerptOf(content, Level::trace).size(), 9u);
@@ -73,7 +73,7 @@ TEST_F(LogExcerptTest, ANegativeMaxLinesMeansFifty) {
   }
 }
 
-TEST_F(LogExcerptTest, MaxLinesEndsAtAHundredThousand) {
+TEST_F(LogExcerptTest, MaxLinesIsLimitedToAHundredThousand) {
   const std::string content = numbered(100010);
   for (const std::int32_t large : {100000, 100001, 200000, std::numeric_limits<std::int32_t>::max()}) {
     SCOPED_TRACE(large);
@@ -89,13 +89,13 @@ TEST_F(LogExcerptTest, AnEmptyLogHasNoLines) { EXPECT_THAT(excerptOf(""), IsEmpt
 
 // --- What a line is
 
-TEST_F(LogExcerptTest, ALogOfOneByteHasALine) {
+TEST_F(LogExcerptTest, ALogMayHaveOneByteOrOneLine) {
   EXPECT_THAT(excerptOf("x"), ElementsAre("x"));
   EXPECT_THAT(excerptOf("x\n[ERROR] y"), ElementsAre("x", "[ERROR] y"));
   EXPECT_THAT(excerptOf("\n"), IsEmpty());
 }
 
-TEST_F(LogExcerptTest, LineEndsGoAndEmptyLinesAreSkipped) {
+TEST_F(LogExcerptTest, LineEndsAreRemovedAndEmptyLinesSkipped) {
   EXPECT_THAT(excerptOf("one\r\n\n\r\n\r\r\ntwo\r\r\n \nthree"), ElementsAre("one", "two", " ", "three"));
   EXPECT_THAT(excerptOf("one\rtwo\n"), ElementsAre("one\rtwo"));
   EXPECT_THAT(excerptOf("\n"), IsEmpty());
@@ -120,25 +120,25 @@ TEST_F(LogExcerptTest, ALongLineIsCutIntoPiecesOf4095) {
   EXPECT_THAT(excerptOf("first\n" + x + y + "z", Level::info, 2), ElementsAre(y, "z"));
 }
 
-TEST_F(LogExcerptTest, EachPieceHasALevelOfItsOwn) {
+TEST_F(LogExcerptTest, EachPieceHasItsOwnLevel) {
   const std::string first = "[ERROR] " + std::string(4095 - 8, 'x');
   const std::string second = "[DEBUG] " + std::string(4095 - 8, 'y');
   EXPECT_THAT(excerptOf(first + second + "[FATAL] z\n", Level::error), ElementsAre(first, "[FATAL] z"));
 }
 
-TEST_F(LogExcerptTest, AZeroByteEndsTheTextOfItsPieceAlone) {
+TEST_F(LogExcerptTest, AZeroByteEndsOnlyTheTextOfItsPiece) {
   const std::string first = "a\0"s + std::string(4093, 'x');
   EXPECT_THAT(excerptOf(first + "b\0c\n"s), ElementsAre("a", "b"));
 }
 
-TEST_F(LogExcerptTest, ACarriageReturnAtTheEndOfAPieceGoes) {
+TEST_F(LogExcerptTest, ACarriageReturnAtTheEndOfAPieceIsRemoved) {
   const std::string first = std::string(4094, 'x') + "\r";
   EXPECT_THAT(excerptOf(first + "\n"), ElementsAre(first.substr(0, 4094)));
   EXPECT_THAT(excerptOf(first + "rest\n"), ElementsAre(first.substr(0, 4094), "rest"));
 }
 
-TEST_F(LogExcerptTest, PiecesAreCountedFromTheStartOfALineHoweverLongItIs) {
-  // Longer than everything that is read at a time, with one level in the middle.
+TEST_F(LogExcerptTest, PiecesAreCutFromTheStartOfALineOfAnyLength) {
+  // The line is longer than a buffer, and one of its pieces has a higher level.
   for (const std::size_t at : {std::size_t{0}, std::size_t{1}, std::size_t{31}, std::size_t{32}, std::size_t{99}}) {
     SCOPED_TRACE(at);
     std::string line;
@@ -152,7 +152,7 @@ TEST_F(LogExcerptTest, PiecesAreCountedFromTheStartOfALineHoweverLongItIs) {
   }
 }
 
-// --- The same, from a model
+// --- Comparison with the model
 
 class LogMaker {
  public:
@@ -160,7 +160,7 @@ class LogMaker {
 
   unsigned below(unsigned limit) { return static_cast<unsigned>(random_() % limit); }
 
-  // `size` bytes or a little more; `longest` is what a long line may have at most.
+  // Makes a log of at least `size` bytes. A long line has at most about `longest` bytes.
   std::string log(std::size_t size, unsigned longest) {
     std::string content;
     while (content.size() < size) content += line(longest);
@@ -208,7 +208,7 @@ class LogMaker {
     return text + (below(5) == 0 ? "\r\n" : "\n");
   }
 
-  // Whatever a piece begins with inside a long line, it may be a level.
+  // The text contains level names, since a piece may begin anywhere inside a long line.
   std::string filler(unsigned length) {
     static const std::string parts[] = {"[ERROR] ", "[DEBUG] ", "xxxxxxxxxxxxxxxxxxxx",
                                         " ",        "F~",       std::string(500, 'y')};
@@ -233,7 +233,7 @@ void expectAsModel(const std::string& content, LogMaker& maker) {
   }
 }
 
-TEST_F(LogExcerptTest, SmallLogsComeOutAsLineByLine) {
+TEST_F(LogExcerptTest, SmallLogsGiveTheLinesOfTheModel) {
   LogMaker maker(1);
   for (unsigned round = 0; round < 400; ++round) {
     SCOPED_TRACE("round " + std::to_string(round));
@@ -244,7 +244,7 @@ TEST_F(LogExcerptTest, SmallLogsComeOutAsLineByLine) {
   }
 }
 
-TEST_F(LogExcerptTest, LargeLogsComeOutAsLineByLine) {
+TEST_F(LogExcerptTest, LargeLogsGiveTheLinesOfTheModel) {
   LogMaker maker(2);
   for (unsigned round = 0; round < 40; ++round) {
     SCOPED_TRACE("round " + std::to_string(round));
@@ -257,7 +257,7 @@ TEST_F(LogExcerptTest, LargeLogsComeOutAsLineByLine) {
 
 // --- Cost
 
-TEST_F(LogExcerptTest, TheEndOfALargeLogIsOneRead) {
+TEST_F(LogExcerptTest, TheLastLinesOfALargeLogTakeOneRead) {
   host::writeFile(kLog, numbered(1000000));
   Texts lines;
   const ArmedFaults counted{FaultPlan{}};
@@ -266,7 +266,7 @@ TEST_F(LogExcerptTest, TheEndOfALargeLogIsOneRead) {
   EXPECT_EQ(lines.back(), "line 1000000");
 }
 
-TEST_F(LogExcerptTest, WithoutLinesToShowNothingIsRead) {
+TEST_F(LogExcerptTest, MaxLinesZeroReadsNothing) {
   host::writeFile(kLog, numbered(10));
   Texts lines;
   const ArmedFaults counted{FaultPlan{}};
@@ -274,7 +274,7 @@ TEST_F(LogExcerptTest, WithoutLinesToShowNothingIsRead) {
   EXPECT_THAT(counted.calls(), ElementsAre("openat", "fstat", "close"));
 }
 
-TEST_F(LogExcerptTest, EverythingIsReadOnceWhenLinesAreShort) {
+TEST_F(LogExcerptTest, ALogOfShortLinesIsReadOnce) {
   const std::string content = numbered(1000000);
   host::writeFile(kLog, content);
   Texts lines;
@@ -293,8 +293,8 @@ TEST_F(LogExcerptTest, ALongLineIsReadTwice) {
   EXPECT_LE(counted.count(), 2 * content.size() / (128 * 1024) + 8);
 }
 
-// A file that fills its last block has exactly as many blocks as bytes.
-TEST_F(LogExcerptTest, ALogWithoutHolesIsNotAskedForThem) {
+// The size is a multiple of the block size, so the file has exactly as many blocks as its size needs.
+TEST_F(LogExcerptTest, ALogWithoutHolesIsNotSearchedForHoles) {
   host::writeFile(kLog, std::string(4096 * 500, 'x'));
   Texts lines;
   const ArmedFaults counted{FaultPlan{}};
@@ -304,18 +304,18 @@ TEST_F(LogExcerptTest, ALogWithoutHolesIsNotAskedForThem) {
 
 // --- Sparse logs
 
-TEST_F(LogExcerptTest, ASparseLogComesOutAsLineByLine) {
+TEST_F(LogExcerptTest, SparseLogsGiveTheLinesOfTheModel) {
   const std::string lines = numbered(1000);
   const struct {
     const char* why;
     off_t size;
     host::Islands islands;
   } cases[] = {
-      {"nothing but a hole", 2000000, {}},
+      {"only a hole", 2000000, {}},
       {"lines before a hole", 2000000, {{0, lines}}},
       {"lines behind a hole", 2000000, {{2000000 - static_cast<off_t>(lines.size()), lines}}},
       {"lines between holes", 3000000, {{0, "first\n"}, {1000001, "\nsecond\n"}, {2999990, "third"}}},
-      {"texts in one line with holes", 3000000, {{0, "first"}, {4095 * 200, "piece"}, {4095 * 400 + 1, "hidden"}}},
+      {"one line with texts between holes", 3000000, {{0, "first"}, {4095 * 200, "piece"}, {4095 * 400 + 1, "hidden"}}},
       {"a line end behind a hole of whole pieces", 4095 * 300 + 1, {{4095 * 300, "\n"}}},
       {"small holes", 300000, {{0, "a\n"}, {100000, "b\n"}, {200000, "\nc\n"}}},
   };
@@ -333,8 +333,8 @@ TEST_F(LogExcerptTest, ASparseLogComesOutAsLineByLine) {
   }
 }
 
-TEST_F(LogExcerptTest, ASparseLogCostsWhatItHasOnTheDisk) {
-  constexpr off_t most = std::numeric_limits<off_t>::max() - (1 << 20);  // the system reads no further
+TEST_F(LogExcerptTest, HolesOfASparseLogAreNotRead) {
+  constexpr off_t most = std::numeric_limits<off_t>::max() - (1 << 20);  // pread(2) rejects larger offsets
   const host::Islands places[] = {{{0, "text\n"}}, {{most / 2, "\ntext\n"}}, {{most - 6, "\ntext\n"}}};
   for (const host::Islands& islands : places) {
     SCOPED_TRACE(islands[0].offset);
@@ -347,9 +347,9 @@ TEST_F(LogExcerptTest, ASparseLogCostsWhatItHasOnTheDisk) {
   }
 }
 
-// --- Files that are none
+// --- Files that are missing or not regular
 
-TEST_F(LogExcerptTest, AMissingLogIsAWarningWithItsLine) {
+TEST_F(LogExcerptTest, AMissingLogIsAWarningAndGivesOneLine) {
   host::makeLink("/tmp/dangling", "/tmp/nowhere");
   host::writeFile("/tmp/plain", "");
   const std::string paths[] = {"/tmp/missing",
@@ -372,7 +372,7 @@ TEST_F(LogExcerptTest, TheLineOfAMissingLogDoesNotDependOnMaxLines) {
   EXPECT_THAT(lines, ElementsAre("no logfile available for this profile"));
 }
 
-TEST_F(LogExcerptTest, AnythingButARegularFileCannotBeOpened) {
+TEST_F(LogExcerptTest, ALogThatIsNotARegularFileIsAnOpenError) {
   host::makeFifo("/tmp/fifo");
   host::makeDirs("/tmp/folder");
   host::makeLink("/tmp/loop", "/tmp/loop");
@@ -384,7 +384,7 @@ TEST_F(LogExcerptTest, AnythingButARegularFileCannotBeOpened) {
   }
 }
 
-TEST_F(LogExcerptTest, AnUnreadableLogCannotBeOpened) {
+TEST_F(LogExcerptTest, AnUnreadableLogIsAnOpenError) {
   host::writeFile(kLog, "line\n", 0000);
   const host::BoundByModes bound;
   Texts lines;
@@ -392,7 +392,7 @@ TEST_F(LogExcerptTest, AnUnreadableLogCannotBeOpened) {
   EXPECT_THAT(lines, IsEmpty());
 }
 
-TEST_F(LogExcerptTest, ALinkIsFollowedAndTheNullDeviceIsEmpty) {
+TEST_F(LogExcerptTest, ALinkIsFollowedAndTheNullDeviceCountsAsAnEmptyLog) {
   host::writeFile("/tmp/elsewhere", "line\n");
   host::makeLink(kLog, "/tmp/elsewhere");
   host::makeLink("/tmp/null", "/dev/null");
@@ -405,7 +405,7 @@ TEST_F(LogExcerptTest, ALinkIsFollowedAndTheNullDeviceIsEmpty) {
 
 // --- Faults and other processes
 
-TEST_F(LogExcerptTest, EveryFailedCallHasItsStatusAndLeavesNoLines) {
+TEST_F(LogExcerptTest, EveryFailedCallHasItsStatusAndGivesNoLines) {
   std::string content = "[ERROR] first\n" + std::string(300000, 'x') + "\n" + numbered(20000) + "[ERROR] last\n";
   const FaultLoop loop{[&] { host::writeFile(kLog, content); }};
   Texts lines;
@@ -421,7 +421,7 @@ TEST_F(LogExcerptTest, EveryFailedCallHasItsStatusAndLeavesNoLines) {
   EXPECT_EQ(steps, 10u);
 }
 
-TEST_F(LogExcerptTest, AnInterruptedCallIsMadeAgain) {
+TEST_F(LogExcerptTest, AnInterruptedCallIsRetried) {
   host::writeFile(kLog, numbered(3));
   Texts lines;
   for (std::size_t at = 1; at <= 3; ++at) {
@@ -436,7 +436,7 @@ TEST_F(LogExcerptTest, AnInterruptedCallIsMadeAgain) {
   }
 }
 
-TEST_F(LogExcerptTest, ShortReadsArePutTogether) {
+TEST_F(LogExcerptTest, ShortReadsAreContinued) {
   const std::string content = numbered(20) + std::string(5000, 'x') + "\nlast\n";
   host::writeFile(kLog, content);
   FaultPlan plan;
@@ -447,7 +447,7 @@ TEST_F(LogExcerptTest, ShortReadsArePutTogether) {
   EXPECT_THAT(lines, ElementsAre("line 20", std::string(4095, 'x'), std::string(905, 'x'), "last"));
 }
 
-// Reads the log while `meanwhile` runs before the read of that number.
+// Reads the log; `meanwhile` runs just before the pread of that number.
 Texts excerptWhile(std::size_t number, const std::function<void()>& meanwhile, Level threshold, std::int32_t maxLines) {
   FaultPlan plan;
   plan.calls = {"pread"};
@@ -461,14 +461,14 @@ Texts excerptWhile(std::size_t number, const std::function<void()>& meanwhile, L
   return lines;
 }
 
-TEST_F(LogExcerptTest, LinesWrittenMeanwhileAreNotSeen) {
+TEST_F(LogExcerptTest, LinesWrittenDuringTheReadAreNotShown) {
   host::writeFile(kLog, "one\ntwo");
   const Texts lines = excerptWhile(
       1, [] { host::writeFile(kLog, "one\ntwo and more\nthree\n"); }, Level::info, 50);
   EXPECT_THAT(lines, ElementsAre("one", "two"));
 }
 
-TEST_F(LogExcerptTest, ALogThatIsReplacedIsReadToItsEnd) {
+TEST_F(LogExcerptTest, ALogThatIsRotatedDuringTheReadIsReadCompletely) {
   host::writeFile(kLog, numbered(3));
   const Texts lines = excerptWhile(
       1,
@@ -480,7 +480,7 @@ TEST_F(LogExcerptTest, ALogThatIsReplacedIsReadToItsEnd) {
   EXPECT_THAT(lines, ElementsAre("line 1", "line 2", "line 3"));
 }
 
-TEST_F(LogExcerptTest, OfALogThatIsCutWhatIsLeftIsShown) {
+TEST_F(LogExcerptTest, ALogTruncatedDuringTheReadShowsTheRemainingLines) {
   struct Case {
     const char* why;
     std::string content;
@@ -490,12 +490,12 @@ TEST_F(LogExcerptTest, OfALogThatIsCutWhatIsLeftIsShown) {
   };
   const std::string longLine = "[ERROR] long" + std::string(400000, 'x') + "\n";
   const Case cases[] = {
-      {"before the first read", "[ERROR] 1\n[ERROR] 2\n[ERROR] 3\n", 1, 10, "[ERROR] 1"},
-      {"within a line", "[ERROR] 1\n[ERROR] 2\n", 1, 19, "[ERROR] 2"},
-      {"of several windows, before the second", "[ERROR] 1\n" + numbered(60000), 2, 20, "[ERROR] 1"},
-      {"far before its end", "[ERROR] 1\n" + numbered(300000), 1, 10, "[ERROR] 1"},
-      {"while the start of a line is looked for", "[ERROR] 1\n" + longLine, 3, 10, "[ERROR] 1"},
-      {"while the pieces of a line are read", "[ERROR] 1\n" + longLine, 6, 10, "[ERROR] 1"},
+      {"the log is cut before the first read", "[ERROR] 1\n[ERROR] 2\n[ERROR] 3\n", 1, 10, "[ERROR] 1"},
+      {"the log is cut within a line", "[ERROR] 1\n[ERROR] 2\n", 1, 19, "[ERROR] 2"},
+      {"the log has several windows and is cut before the second", "[ERROR] 1\n" + numbered(60000), 2, 20, "[ERROR] 1"},
+      {"the log is cut far before its end", "[ERROR] 1\n" + numbered(300000), 1, 10, "[ERROR] 1"},
+      {"the log is cut while the start of a line is searched", "[ERROR] 1\n" + longLine, 3, 10, "[ERROR] 1"},
+      {"the log is cut while the pieces of a line are read", "[ERROR] 1\n" + longLine, 6, 10, "[ERROR] 1"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.why);
@@ -507,7 +507,7 @@ TEST_F(LogExcerptTest, OfALogThatIsCutWhatIsLeftIsShown) {
   }
 }
 
-TEST_F(LogExcerptTest, OfALogThatIsEmptiedNothingIsShown) {
+TEST_F(LogExcerptTest, ALogEmptiedDuringTheReadShowsNoLines) {
   host::writeFile(kLog, numbered(100000));
   const Texts lines = excerptWhile(
       1, [] { ASSERT_EQ(::truncate(kLog, 0), 0); }, Level::info, 50);

@@ -10,11 +10,12 @@ namespace {
 constexpr const char* bundleCommand = "/usr/bin/zuv-sendbundle.sh";
 constexpr int noShellResult = 127;
 
-// system(3) has no moment between fork and exec that would be ours, so the signals are given back around it.
+// Restores the inherited signal dispositions in its scope. system(3) gives us no chance to do that in the child,
+// between fork and exec, so the parent does it around the whole call.
 class SignalsGivenBack {
  public:
   SignalsGivenBack() {
-    (void)sigaction(SIGPIPE, nullptr, &brokenPipe_);  // asking about a signal that exists can't fail
+    (void)sigaction(SIGPIPE, nullptr, &brokenPipe_);  // a query for an existing signal can't fail
     (void)sigaction(SIGXFSZ, nullptr, &fileTooLarge_);
     giveBackSignals();
   }

@@ -1,18 +1,20 @@
-// SupportBundle: has the material for a support case gathered.
+// SupportBundle: runs the script that collects the material for a support case.
 //
 //   Status s = runSupportBundle();
 //
-// The work is that of /usr/bin/zuv-sendbundle.sh, which is no part of this program. It runs in the system's shell with
-// our own standard output and error, and we wait for it. SIGPIPE and SIGXFSZ are to the shell what they were to us when
-// we were started (see Process.h); meanwhile they are so for us too, and we write nothing.
+// The script is /usr/bin/zuv-sendbundle.sh; it is not part of this program. It runs in the system's shell, writes to
+// our standard output and standard error, and we wait for it. The shell gets SIGPIPE and SIGXFSZ with the disposition
+// that this process inherited (see Process.h). This process has these dispositions too while the script runs; it writes
+// nothing during that time.
 #pragma once
 
 #include "command/status/StatusCodes.h"
 
-// Statuses: those of statusOfSystemResult.
+// Returns the status that statusOfSystemResult gives for the run.
 Status runSupportBundle();
 
-// What system(3) returned, taken as it is and not as a wait status: 0 is success, a negative value or exactly 127
-// "stdlib error: system", anything else "application error". A missing script, for which the shell exits with 127, is
-// therefore an application error. Deliberate; callers go by it.
+// Turns the return value of system(3) into a status: 0 gives success, a negative value or exactly 127 gives "stdlib
+// error: system", any other value gives "application error". The value is deliberately not decoded as a wait status,
+// and callers rely on that: for a missing script the shell exits with 127, the wait status is 32512, and the result is
+// "application error".
 Status statusOfSystemResult(int result);

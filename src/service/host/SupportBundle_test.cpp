@@ -17,7 +17,7 @@ constexpr const char* kApplicationError = "status_text: application error\nstatu
 
 class SupportBundleTest : public HostTest {};
 
-TEST_F(SupportBundleTest, TheResultOfTheShellIsTakenAsItIs) {
+TEST_F(SupportBundleTest, TheResultOfSystemIsNotDecoded) {
   struct Case {
     const char* why;
     int result;
@@ -25,15 +25,15 @@ TEST_F(SupportBundleTest, TheResultOfTheShellIsTakenAsItIs) {
   };
   const Case cases[] = {
       {"exit status 0", 0, status::success},
-      {"no shell", -1, status::systemError},
+      {"no shell could be started", -1, status::systemError},
       {"any other negative value", INT_MIN, status::systemError},
       {"exactly 127", 127, status::systemError},
       {"exit status 127, a missing script", 32512, status::applicationError},
       {"exit status 1", 256, status::applicationError},
       {"signal 1", 1, status::applicationError},
-      {"next to 127", 126, status::applicationError},
-      {"next to 127", 128, status::applicationError},
-      {"the largest", INT_MAX, status::applicationError},
+      {"one below 127", 126, status::applicationError},
+      {"one above 127", 128, status::applicationError},
+      {"the largest value", INT_MAX, status::applicationError},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.why);
@@ -41,7 +41,7 @@ TEST_F(SupportBundleTest, TheResultOfTheShellIsTakenAsItIs) {
   }
 }
 
-TEST_F(SupportBundleTest, TheEndOfTheScriptIsTheStatus) {
+TEST_F(SupportBundleTest, TheExitOfTheScriptDecidesTheStatus) {
   struct Case {
     const char* script;
     StatusCode code;
@@ -57,7 +57,7 @@ TEST_F(SupportBundleTest, TheEndOfTheScriptIsTheStatus) {
   }
 }
 
-TEST_F(SupportBundleTest, AMissingScriptIsAnApplicationErrorAndTheShellSaysSo) {
+TEST_F(SupportBundleTest, AMissingScriptIsAnApplicationErrorAndTheShellReportsIt) {
   const Outcome outcome = runRavctl({"support", "bundle"});
   EXPECT_EQ(outcome.out, kApplicationError);
   EXPECT_EQ(outcome.err, "sh: 1: /usr/bin/zuv-sendbundle.sh: not found\n");
@@ -75,7 +75,7 @@ TEST_F(SupportBundleTest, AShellThatCannotBeStartedIsASystemError) {
   EXPECT_FALSE(host::exists("/tmp/calls"));
 }
 
-TEST_F(SupportBundleTest, TheScriptIsWaitedForAndGetsNoWords) {
+TEST_F(SupportBundleTest, WaitsForTheScriptAndPassesItNoArguments) {
   host::installRecorder(kScript, "/tmp/calls");
   const Outcome outcome = runRavctl({"support", "bundle", "requestID=7"});
   EXPECT_EQ(outcome.out, "");
@@ -85,7 +85,7 @@ TEST_F(SupportBundleTest, TheScriptIsWaitedForAndGetsNoWords) {
   EXPECT_EQ(host::readFile("/tmp/ended"), "ended\n");
 }
 
-TEST_F(SupportBundleTest, TheScriptSpeaksToOurOwnOutputs) {
+TEST_F(SupportBundleTest, TheScriptUsesOurStandardStreams) {
   host::installScript(kScript, "echo bundle written; echo careful >&2; cat > /tmp/input");
   Start start;
   start.input = "an answer\n";
@@ -95,7 +95,7 @@ TEST_F(SupportBundleTest, TheScriptSpeaksToOurOwnOutputs) {
   EXPECT_EQ(host::readFile("/tmp/input"), "an answer\n");
 }
 
-TEST_F(SupportBundleTest, OtherUsersMayHaveABundleMade) {
+TEST_F(SupportBundleTest, OtherUsersMayMakeABundle) {
   SKIP_WITHOUT_OTHER_USERS();
   host::installScript(kScript, "id -u");
   Start start;
@@ -110,13 +110,13 @@ unsigned long long ignoredSignals() {
 }
 constexpr unsigned long long bitOf(int signal) { return 1ULL << (signal - 1); }
 
-TEST_F(SupportBundleTest, TheScriptGetsBackTheSignalsThatWeIgnore) {
+TEST_F(SupportBundleTest, TheScriptDoesNotIgnoreTheSignalsThatWeIgnore) {
   host::installScript(kScript, "grep SigIgn /proc/self/status > /tmp/signals");
   EXPECT_EQ(runRavctl({"support", "bundle"}).out, "");
   EXPECT_EQ(ignoredSignals() & (bitOf(SIGPIPE) | bitOf(SIGXFSZ) | bitOf(SIGCHLD)), 0u);
 }
 
-TEST_F(SupportBundleTest, TheScriptKeepsTheSignalsThatWeInheritedIgnored) {
+TEST_F(SupportBundleTest, TheScriptIgnoresTheSignalsThatWeInheritedAsIgnored) {
   host::installScript(kScript, "grep SigIgn /proc/self/status > /tmp/signals");
   const Outcome outcome =
       runProgram({"/usr/bin/env", "--ignore-signal=PIPE,XFSZ,CHLD", ravctlPath(), "support", "bundle"});
@@ -125,7 +125,7 @@ TEST_F(SupportBundleTest, TheScriptKeepsTheSignalsThatWeInheritedIgnored) {
   EXPECT_EQ(ignoredSignals() & (both | bitOf(SIGCHLD)), both);
 }
 
-TEST_F(SupportBundleTest, AfterwardsWeIgnoreThemAgain) {
+TEST_F(SupportBundleTest, WeIgnoreTheSignalsAgainAfterTheScript) {
   host::installScript(kScript, "");
   const pid_t child = ::fork();
   if (child == 0) {
@@ -142,7 +142,7 @@ TEST_F(SupportBundleTest, AfterwardsWeIgnoreThemAgain) {
   EXPECT_EQ(waitStatus, 0);
 }
 
-TEST_F(SupportBundleTest, AReaderThatWentAwayWhileTheScriptRanEndsUsSilently) {
+TEST_F(SupportBundleTest, AReaderThatClosedDuringTheScriptIsNoFailure) {
   host::installScript(kScript, "");
   Start start;
   start.readerGone = true;

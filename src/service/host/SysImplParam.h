@@ -1,17 +1,17 @@
-// The `sys` parameter: which init system a command acts through.
+// SysImplParam: the `sys` parameter, which names the init system that a command uses.
 //
-//   sys_.resolved()        // "systemd", "initd", ..., or "null" where none is found
+//   sys_.resolved()        // "systemd", "initd", ..., or "null" if none is found
 #pragma once
 
 #include "command/parameters/InputParams.h"
 
-// "sys-impl" is only the word shown in help; the key is "sys". A text is stored as given; the empty text stores the
-// name of the init system that this host has, and leaves the value as it was when the host has none.
+// The key is "sys"; "sys-impl" is only the word shown in help. A text is stored as given. The empty text stores the
+// name of the init system detected on this host; if none is detected, it leaves the value unchanged.
 class SysImplParam : public TextParam {
  public:
   SysImplParam() : TextParam("sys", Need::optional, Show::listed, "sys-impl", "sys impl name") {}
   bool setFromText(const std::string& text) override;
 
-  // The name to use: the value, else the detected init system, else "null".
+  // Returns the value if it is not empty, else the name of the detected init system, else "null".
   std::string resolved() const;
 };

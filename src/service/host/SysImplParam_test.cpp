@@ -31,7 +31,7 @@ TEST_F(SysImplParamTest, ATextIsStoredAsGiven) {
   }
 }
 
-TEST_F(SysImplParamTest, TheEmptyTextSelectsTheInitSystemOfTheHost) {
+TEST_F(SysImplParamTest, TheEmptyTextStoresTheDetectedInitSystem) {
   SysImplParam none;
   EXPECT_TRUE(none.setFromText(""));
   EXPECT_TRUE(none.hasValue());
@@ -56,7 +56,7 @@ TEST_F(SysImplParamTest, WithoutAnInitSystemTheEmptyTextKeepsTheEarlierValue) {
   EXPECT_EQ(sys.value(), "upstart");
 }
 
-TEST_F(SysImplParamTest, NothingGivenResolvesToTheInitSystemOfTheHost) {
+TEST_F(SysImplParamTest, WithoutAValueItResolvesToTheDetectedInitSystem) {
   EXPECT_EQ(SysImplParam().resolved(), "null");
   host::installScript("/etc/init.d/hip", "exit 0");
   EXPECT_EQ(SysImplParam().resolved(), "initd");
@@ -64,7 +64,7 @@ TEST_F(SysImplParamTest, NothingGivenResolvesToTheInitSystemOfTheHost) {
   EXPECT_EQ(SysImplParam().resolved(), "systemd");
 }
 
-TEST_F(SysImplParamTest, TakesTextsAlone) {
+TEST_F(SysImplParamTest, AcceptsOnlyTexts) {
   SysImplParam sys;
   EXPECT_FALSE(setFromJson(sys, json::makeNull()));
   EXPECT_FALSE(setFromJson(sys, json::makeBoolean(true)));

@@ -27,7 +27,7 @@ struct BackendRow {
   std::string_view name;
   std::unique_ptr<SystemSpecificImpl> (*make)();
 };
-// There is no launchd backend; the name is kept for callers that give it.
+// There is no launchd backend; the name stays because callers use it.
 constexpr BackendRow backends[] = {{"null", make<NullSystem>},
                                    {"launchd", make<NullSystem>},
                                    {"systemd", make<SystemdSystem>},
@@ -101,14 +101,14 @@ std::string backendNameOrNull() {
 void executeTool(const char* path, const char* arg0, const char* arg1, const char* arg2, const char* arg3,
                  const char* arg4, const char* arg5) {
   const char* arguments[] = {arg0, arg1, arg2, arg3, arg4, arg5, nullptr};
-  // execve(2) does not change the texts; its signature is older than const.
+  // execve(2) does not change the texts; it takes them without const for historical reasons.
   execve(path, const_cast<char**>(arguments), environ);
   _exit(toolNotRunExitStatus);
 }
 
 Status runBackendOperation(const std::string& name, void (SystemSpecificImpl::*operation)()) {
   selectBackend(name.c_str());
-  // Chosen before the fork, so that the child only calls what is there.
+  // The backend is made before the fork, so that the child allocates nothing.
   SystemSpecificImpl& backend = currentBackend();
   const pid_t child = fork();
   switch (child) {

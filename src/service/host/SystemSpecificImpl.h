@@ -2,9 +2,12 @@
 //
 //   Status s = runBackendOperation("systemd", &SystemSpecificImpl::start);
 //
-// A backend's operation turns the calling process into the init system's own tool and does not come back, so each runs
-// in a forked child; the parent waits and turns the outcome into a status. The tool's output goes to our own standard
-// output and error. One backend is current in a process; it is not guarded, the one command thread selects and uses it.
+// A backend's operation replaces the calling process by the init system's tool and never returns. Therefore each
+// operation runs in a forked child; the parent waits for the child and turns its outcome into a status. The tool writes
+// to our standard output and standard error.
+//
+// A process has one current backend. Threads: it is not protected by a lock; only the thread that runs the command may
+// select and use it.
 #pragma once
 
 #include <string>
@@ -15,17 +18,17 @@ class SystemSpecificImpl {
  public:
   virtual ~SystemSpecificImpl() = default;
   virtual const char* name() const = 0;
-  // Each runs the tool in place of the calling process, or ends it with exit status 101.
+  // Each replaces the calling process by the tool, or ends the process with exit status 101.
   virtual void start() = 0;
   virtual void stop() = 0;
   virtual void restart() = 0;
 };
 
-// The exit status of a child that could not become its tool, and of every operation of the null backend.
+// The exit status of a child that could not execute its tool, and of every operation of the null backend.
 constexpr int toolNotRunExitStatus = 101;
 
-// Runs nothing: each operation ends the process with exit status 101, so that a service command on a host without a
-// service manager reports a child that failed.
+// Runs no tool: each operation ends the process with exit status 101. A service command on a host without an init
+// system therefore reports a failed child.
 class NullSystem : public SystemSpecificImpl {
  public:
   const char* name() const override { return "null"; }
@@ -42,7 +45,8 @@ class SystemdSystem : public SystemSpecificImpl {
   void restart() override;
 };
 
-// Stops the daemon by killing every process that runs its file, not through the script. Deliberate.
+// Starts and restarts the daemon with its init script. Stops it with killall, deliberately not with the script: that
+// ends every process that executes the daemon's file.
 class InitdSystem : public SystemSpecificImpl {
  public:
   const char* name() const override { return "initd"; }
@@ -59,28 +63,34 @@ class UpstartSystem : public SystemSpecificImpl {
   void restart() override;
 };
 
-// Makes the backend of that name current: exactly "null", "launchd" (the null backend too), "systemd", "initd" or
-// "upstart". Any other name leaves none selected; a null or empty one changes nothing.
+// Makes the backend of that name current. The names are "null", "launchd" (also the null backend), "systemd", "initd"
+// and "upstart"; they are compared exactly. Any other name deselects the current backend. A null pointer or an empty
+// name changes nothing.
 void selectBackend(const char* name);
 
-// The selected backend, owned by this file; systemd is selected when there is none.
+// Returns the current backend; selects systemd first if none is selected. The object stays valid until the next call of
+// selectBackend with a name that is not empty.
 SystemSpecificImpl& currentBackend();
 
-// The init system of this host, or null: "systemd" when /etc/zuv/.systemctl exists, else "initd" when /etc/init.d/hip
-// does.
+// Detects the init system of this host: returns "systemd" if /etc/zuv/.systemctl exists, else "initd" if
+// /etc/init.d/hip exists, else a null pointer.
 const char* detectBackendName();
 
-// The same with "null" for none.
+// The same, but returns the text "null" if no init system is detected.
 std::string backendNameOrNull();
 
-// Becomes the tool at exactly that path with the given argument vector (up to six texts, ended by the first null), in
-// our own environment. Ends the process with exit status 101, without exit handlers and without flushing, when it
-// can't.
+// Replaces the process by the tool at exactly that path; PATH is not searched. The argument vector is the given texts
+// up to the first null pointer, at most six; the environment is our own. If the tool cannot be executed, this ends the
+// process with exit status 101 and neither runs exit handlers nor flushes streams.
 [[noreturn]] void executeTool(const char* path, const char* arg0, const char* arg1 = nullptr,
                               const char* arg2 = nullptr, const char* arg3 = nullptr, const char* arg4 = nullptr,
                               const char* arg5 = nullptr);
 
-// Selects the backend, forks, runs the operation in the child and waits for it. Success when the tool exited with 0,
-// else "child process returned nonzero exit code", "child process terminated by a signal", "stdlib error: fork" or
-// "stdlib error: waitpid". An unknown name falls back to systemd.
+// Selects the backend, forks, runs the operation in the child and waits for the child. An unknown name means systemd;
+// an empty name means the current backend. Statuses:
+//   success                                      the tool exited with 0
+//   "child process returned nonzero exit code"
+//   "child process terminated by a signal"
+//   "stdlib error: fork"
+//   "stdlib error: waitpid"
 Status runBackendOperation(const std::string& name, void (SystemSpecificImpl::*operation)());

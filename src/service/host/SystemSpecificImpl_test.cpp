@@ -28,7 +28,7 @@ class SystemSpecificImplTest : public HostTest {
  protected:
   void SetUp() override {
     HostTest::SetUp();
-    selectBackend("none that there is");
+    selectBackend("no such backend");
   }
 };
 
@@ -57,7 +57,7 @@ TEST_F(SystemSpecificImplTest, TheSystemdMarkerComesFirst) {
   EXPECT_STREQ(detectBackendName(), "systemd");
 }
 
-TEST_F(SystemSpecificImplTest, AMarkerIsWhateverCanBeLookedAt) {
+TEST_F(SystemSpecificImplTest, AMarkerMayBeAnyExistingFile) {
   host::makeDirs(kSystemdMarker);
   EXPECT_STREQ(detectBackendName(), "systemd");
   host::remove(kSystemdMarker);
@@ -81,10 +81,10 @@ TEST_F(SystemSpecificImplTest, NamesAreComparedExactly) {
       {"systemd", "systemd", "systemd"},
       {"init script", "initd", "initd"},
       {"Upstart", "upstart", "upstart"},
-      {"a capital letter selects nothing, so systemd", "Systemd", "systemd"},
-      {"an unknown name selects nothing, so systemd", "openrc", "systemd"},
-      {"a beginning selects nothing", "init", "systemd"},
-      {"a blank selects nothing", "initd ", "systemd"},
+      {"a capital letter makes the name unknown", "Systemd", "systemd"},
+      {"an unknown name selects nothing; systemd is the default", "openrc", "systemd"},
+      {"the beginning of a name is unknown", "init", "systemd"},
+      {"a blank behind a name makes it unknown", "initd ", "systemd"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.why);
@@ -102,7 +102,7 @@ TEST_F(SystemSpecificImplTest, ANullOrEmptyNameChangesNothing) {
   EXPECT_STREQ(currentBackend().name(), "upstart");
 }
 
-TEST_F(SystemSpecificImplTest, SystemdIsSelectedWhenThereIsNone) {
+TEST_F(SystemSpecificImplTest, SystemdIsTheDefaultBackend) {
   const SystemSpecificImpl* const selected = &currentBackend();
   EXPECT_STREQ(selected->name(), "systemd");
   EXPECT_EQ(&currentBackend(), selected);
@@ -110,10 +110,11 @@ TEST_F(SystemSpecificImplTest, SystemdIsSelectedWhenThereIsNone) {
 
 // --- The tools
 
-// A tool that writes down how it was called. It is a copy of the shell, so the kernel hands it its argument vector
-// unchanged, and the word behind its name is the script that it runs: words[1], a file in the working directory.
+// Installs a tool that records how it was called. The tool is a copy of the shell, so it gets its argument vector
+// unchanged from the kernel. It runs its first argument as a script: `script` must be the path of that argument in the
+// working directory.
 void installTool(const std::string& path, const std::string& script) {
-  host::installScript(path, "");  // remembers what is displaced
+  host::installScript(path, "");  // the host restores the displaced file later
   host::writeFile(path, host::readFile("/bin/dash"), 0755);
   host::writeFile(script,
                   "tr '\\0' '|' < /proc/$$/cmdline >> /tmp/arguments; echo >> /tmp/arguments\n"
@@ -166,7 +167,7 @@ TEST_F(SystemSpecificImplTest, TheToolGetsOurEnvironmentUnchanged) {
   EXPECT_EQ(host::readFile("/tmp/environment"), ours);
 }
 
-TEST_F(SystemSpecificImplTest, ArgumentsEndAtTheFirstAbsentOneAndThereAreSixAtMost) {
+TEST_F(SystemSpecificImplTest, ArgumentsEndAtTheFirstNullAndAreAtMostSix) {
   ASSERT_EQ(::chdir("/tmp"), 0);
   installTool("/tmp/tool", "/tmp/one");
   const pid_t six = ::fork();
@@ -178,7 +179,7 @@ TEST_F(SystemSpecificImplTest, ArgumentsEndAtTheFirstAbsentOneAndThereAreSixAtMo
   EXPECT_EQ(host::readFile("/tmp/arguments"), "name|one||three|four|five|\n/tmp/tool\nname|one|\n/tmp/tool\n");
 }
 
-TEST_F(SystemSpecificImplTest, ToolsAreNotLookedForInThePath) {
+TEST_F(SystemSpecificImplTest, ToolsAreNotSearchedInPath) {
   host::installRecorder("/tmp/bin/systemctl", "/tmp/calls");
   const std::string path = std::getenv("PATH") != nullptr ? std::getenv("PATH") : "";
   ::setenv("PATH", "/tmp/bin", 1);
@@ -187,9 +188,9 @@ TEST_F(SystemSpecificImplTest, ToolsAreNotLookedForInThePath) {
   EXPECT_FALSE(host::exists("/tmp/calls"));
 }
 
-// --- What becomes of the child
+// --- The outcome of the child
 
-TEST_F(SystemSpecificImplTest, TheEndOfTheToolIsTheStatus) {
+TEST_F(SystemSpecificImplTest, TheExitOfTheToolDecidesTheStatus) {
   struct Case {
     const char* why;
     const char* script;
@@ -203,8 +204,8 @@ TEST_F(SystemSpecificImplTest, TheEndOfTheToolIsTheStatus) {
       {"signal 9", "kill -9 $$", status::childKilledBySignal},
       {"signal 15", "kill -15 $$", status::childKilledBySignal},
       {"signal 11", "ulimit -c 0; kill -11 $$", status::childKilledBySignal},
-      {"a signal for real time", "kill -34 $$", status::childKilledBySignal},
-      {"stopped and woken again", "(sleep 0.1; kill -CONT $$) & kill -STOP $$; exit 0", status::success},
+      {"a real-time signal", "kill -34 $$", status::childKilledBySignal},
+      {"stopped and continued", "(sleep 0.1; kill -CONT $$) & kill -STOP $$; exit 0", status::success},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.why);
@@ -224,23 +225,23 @@ int outcomeOf(void (*act)()) {
   return waitForChild(child);
 }
 
-TEST_F(SystemSpecificImplTest, AToolThatCannotBeExecutedIsExitStatus101) {
+TEST_F(SystemSpecificImplTest, AToolThatCannotBeExecutedGivesExitStatus101) {
   const auto start = [] { SystemdSystem().start(); };
-  EXPECT_EQ(outcomeOf(start), 1101) << "missing";
+  EXPECT_EQ(outcomeOf(start), 1101) << "the tool is missing";
   host::writeFile(kSystemctl, "#!/bin/sh\n", 0644);
-  EXPECT_EQ(outcomeOf(start), 1101) << "not executable";
+  EXPECT_EQ(outcomeOf(start), 1101) << "the tool is not executable";
   host::writeFile(kSystemctl, "exit 0\n", 0755);
-  EXPECT_EQ(outcomeOf(start), 1101) << "no program, and no shell tries it";
+  EXPECT_EQ(outcomeOf(start), 1101) << "the tool is a script without an interpreter line; no shell runs it";
   host::writeFile(kSystemctl, "#!/no/shell\n", 0755);
-  EXPECT_EQ(outcomeOf(start), 1101) << "no interpreter";
+  EXPECT_EQ(outcomeOf(start), 1101) << "the interpreter is missing";
   host::remove(kSystemctl);
   host::makeDirs(kSystemctl);
-  EXPECT_EQ(outcomeOf(start), 1101) << "a folder";
+  EXPECT_EQ(outcomeOf(start), 1101) << "the tool is a directory";
   EXPECT_THAT(runBackendOperation("systemd", &SystemSpecificImpl::start), HasCode(status::childExitedNonzero));
 }
 
-TEST_F(SystemSpecificImplTest, EveryMissingToolIsANonzeroExit) {
-  host::installScript(kKillall, "");  // it is put back at the end
+TEST_F(SystemSpecificImplTest, AMissingToolIsReportedAsANonzeroExit) {
+  host::installScript(kKillall, "");  // the host restores the displaced file later
   host::remove(kKillall);
   for (const char* backend : {"systemd", "initd", "upstart"}) {
     for (const Operation operation :
@@ -279,7 +280,7 @@ TEST_F(SystemSpecificImplTest, AChildWithoutItsToolRunsNoExitHandlersAndFlushesN
   EXPECT_FALSE(host::exists("/tmp/exit-handler"));
 }
 
-TEST_F(SystemSpecificImplTest, AFailedForkIsItsStatusAndNothingIsWaitedFor) {
+TEST_F(SystemSpecificImplTest, AFailedForkIsReportedAndNothingIsWaitedFor) {
   host::installRecorder(kSystemctl, "/tmp/calls");
   FaultPlan plan;
   plan.at = 1;
@@ -291,7 +292,7 @@ TEST_F(SystemSpecificImplTest, AFailedForkIsItsStatusAndNothingIsWaitedFor) {
   EXPECT_FALSE(host::exists("/tmp/calls"));
 }
 
-TEST_F(SystemSpecificImplTest, AFailedWaitIsItsStatus) {
+TEST_F(SystemSpecificImplTest, AFailedWaitIsReported) {
   host::installRecorder(kSystemctl, "/tmp/calls");
   FaultPlan plan;
   plan.at = 1;
@@ -304,7 +305,7 @@ TEST_F(SystemSpecificImplTest, AFailedWaitIsItsStatus) {
   EXPECT_GT(::wait(nullptr), 0);
 }
 
-TEST_F(SystemSpecificImplTest, AnInterruptedWaitGoesOn) {
+TEST_F(SystemSpecificImplTest, AnInterruptedWaitIsRetried) {
   host::installScript(kSystemctl, "exit 3");
   FaultPlan plan;
   plan.at = 1;
@@ -315,7 +316,7 @@ TEST_F(SystemSpecificImplTest, AnInterruptedWaitGoesOn) {
   EXPECT_EQ(armed.count(), 2u);
 }
 
-TEST_F(SystemSpecificImplTest, ARealSignalDoesNotEndTheWait) {
+TEST_F(SystemSpecificImplTest, ASignalWithAHandlerDoesNotEndTheWait) {
   struct sigaction ours = {};
   struct sigaction before = {};
   ours.sa_handler = [](int) {};
@@ -339,9 +340,10 @@ TEST_F(SystemSpecificImplTest, EveryFailedCallHasItsStatus) {
   EXPECT_EQ(steps, 2u);
 }
 
-// --- The real program: what its children inherit
+// --- What the children of the real program inherit
 
-// Starts the daemon through a systemctl that runs the script, from the program as it is started by `env` with options.
+// Runs the program's `service start` with a systemctl that runs the script. env(1) starts the program, with these
+// options.
 Outcome startThrough(const std::string& script, std::vector<std::string> envOptions = {}) {
   host::installScript(kSystemctl, script);
   std::vector<std::string> words = {"/usr/bin/env"};
@@ -350,7 +352,7 @@ Outcome startThrough(const std::string& script, std::vector<std::string> envOpti
   return runProgram(words);
 }
 
-// Whether a signal is ignored, by the line of /proc/PID/status that a script wrote.
+// Returns true if the SigIgn line in /tmp/signals, which a script wrote, contains the signal.
 bool isIgnored(int signal) {
   unsigned long long mask = 0;
   EXPECT_EQ(std::sscanf(host::readFile("/tmp/signals").c_str(), "SigIgn: %llx", &mask), 1);
@@ -358,14 +360,14 @@ bool isIgnored(int signal) {
 }
 constexpr const char* kNoteSignals = "grep SigIgn /proc/self/status > /tmp/signals";
 
-TEST_F(SystemSpecificImplTest, TheToolGetsBackTheSignalsThatWeIgnore) {
+TEST_F(SystemSpecificImplTest, TheToolDoesNotIgnoreTheSignalsThatWeIgnore) {
   EXPECT_EQ(startThrough(kNoteSignals).exitStatus, 0);
   EXPECT_FALSE(isIgnored(SIGPIPE));
   EXPECT_FALSE(isIgnored(SIGXFSZ));
   EXPECT_FALSE(isIgnored(SIGCHLD));
 }
 
-TEST_F(SystemSpecificImplTest, TheToolKeepsTheSignalsThatWeInheritedIgnored) {
+TEST_F(SystemSpecificImplTest, TheToolIgnoresTheSignalsThatWeInheritedAsIgnored) {
   EXPECT_EQ(startThrough(kNoteSignals, {"--ignore-signal=PIPE,XFSZ,HUP"}).exitStatus, 0);
   EXPECT_TRUE(isIgnored(SIGPIPE));
   EXPECT_TRUE(isIgnored(SIGXFSZ));
@@ -373,7 +375,7 @@ TEST_F(SystemSpecificImplTest, TheToolKeepsTheSignalsThatWeInheritedIgnored) {
   EXPECT_FALSE(isIgnored(SIGTERM));
 }
 
-TEST_F(SystemSpecificImplTest, AnInheritedIgnoredChildSignalDoesNotHideTheEndOfTheTool) {
+TEST_F(SystemSpecificImplTest, AnInheritedIgnoredSigchldDoesNotHideTheExitOfTheTool) {
   const Outcome failed = startThrough("exit 3", {"--ignore-signal=CHLD"});
   EXPECT_EQ(failed.out, "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n");
   EXPECT_EQ(startThrough(kNoteSignals, {"--ignore-signal=CHLD"}).out, "");
@@ -381,7 +383,7 @@ TEST_F(SystemSpecificImplTest, AnInheritedIgnoredChildSignalDoesNotHideTheEndOfT
 }
 
 TEST_F(SystemSpecificImplTest, TheToolInheritsNoDescriptorOfOurs) {
-  // The listing itself has one, for the folder that it lists.
+  // ls has descriptor 3 open itself, for the directory that it lists.
   EXPECT_EQ(startThrough("exec ls -l /proc/self/fd > /tmp/descriptors").exitStatus, 0);
   const std::string listing = host::readFile("/tmp/descriptors");
   EXPECT_THAT(listing, testing::HasSubstr(" 2 -> "));
@@ -389,13 +391,13 @@ TEST_F(SystemSpecificImplTest, TheToolInheritsNoDescriptorOfOurs) {
   EXPECT_THAT(listing, testing::Not(testing::HasSubstr(" 4 -> ")));
 }
 
-TEST_F(SystemSpecificImplTest, TheToolSpeaksToOurOwnOutputs) {
+TEST_F(SystemSpecificImplTest, TheToolUsesOurStandardOutputs) {
   const Outcome outcome = startThrough("echo out of the tool; echo error of the tool >&2");
   EXPECT_EQ(outcome.out, "out of the tool\n");
   EXPECT_EQ(outcome.err, "error of the tool\n");
 }
 
-TEST_F(SystemSpecificImplTest, AChildWithoutItsToolSaysNothing) {
+TEST_F(SystemSpecificImplTest, AChildWithoutItsToolPrintsNothing) {
   const Outcome outcome = runRavctl({"service", "start", "sys=systemd"});
   EXPECT_EQ(outcome.out, "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n");
   EXPECT_EQ(outcome.err, "");
