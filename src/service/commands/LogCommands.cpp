@@ -16,7 +16,7 @@ void Hipcmd_GetHipLog::execute(StatusCodeResultField& status) {
   Status s = ProfileStore::resolveSelector(profile_.value(), profile);
   if (s.isSuccess()) {
     std::string file;
-    (void)ProfileStore::fileInProfile(profile.dirname, "hip.log", file);  // without a path there is no log
+    (void)ProfileStore::fileInProfile(profile.dirname, logFileName, file);  // an empty path counts as a missing log
     s = readLogExcerpt(file, BasicLog::parseLogLevel(logLevel_.value()), maxLines_.value(), log_.list());
   }
   if (s.code() == status::success) {
@@ -31,7 +31,7 @@ Hipcmd_ShowStatus::Hipcmd_ShowStatus() : RavctlCommandInstance("service status")
 
 void Hipcmd_ShowStatus::execute(StatusCodeResultField& status) {
   std::string file;
-  (void)ProfileStore::fileInActiveProfile(variablesFileName, file);  // without a file the daemon does not run
+  (void)ProfileStore::fileInActiveProfile(variablesFileName, file);  // without a path the daemon counts as not running
   ServiceStatus report;
   status.set(readServiceStatus(file, report));
   if (report.running == RunState::running) {

@@ -1,11 +1,13 @@
-// The commands that look at the daemon from outside: an excerpt of its log, its status, a support bundle.
+// LogCommands: the commands that observe the daemon. They show an excerpt of its log, show its status, and make a
+// support bundle.
 #pragma once
 
 #include <string_view>
 
 #include "command/framework/CommandCore.h"
 
-// list log SELECTOR, show log SELECTOR
+// list log SELECTOR, show log SELECTOR. Statuses: those of ProfileStore::resolveSelector and readLogExcerpt. The
+// profile name is reported only with plain success.
 class Hipcmd_GetHipLog : public RavctlCommandInstance {
  public:
   explicit Hipcmd_GetHipLog(std::string_view selector);
@@ -19,7 +21,8 @@ class Hipcmd_GetHipLog : public RavctlCommandInstance {
   StringResult profileName_{"profile_name"};
 };
 
-// service status
+// service status. Statuses: those of readServiceStatus. All fields are false unless the daemon runs; "unknown" is shown
+// as false.
 class Hipcmd_ShowStatus : public RavctlCommandInstance {
  public:
   Hipcmd_ShowStatus();
@@ -31,7 +34,7 @@ class Hipcmd_ShowStatus : public RavctlCommandInstance {
   BoolResult tunnel_{"tunnel"};
 };
 
-// support bundle. `output` stays unset: the script names the bundle itself.
+// support bundle. Statuses: those of runSupportBundle. `output` is never set; the script itself names the bundle.
 class Hipcmd_SupportBundle : public RavctlCommandInstance {
  public:
   Hipcmd_SupportBundle();

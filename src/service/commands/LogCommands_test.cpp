@@ -22,7 +22,7 @@ class LogCommandsTest : public HostTest {
   }
 };
 
-// What the program prints for `list log` and these words.
+// Returns what the program prints for `list log` with these words.
 std::string listLog(const Words& words) {
   Words all = {"list", "log"};
   all.insert(all.end(), words.begin(), words.end());
@@ -42,7 +42,7 @@ std::string numbered(int first, int last) {
 
 // --- list log
 
-TEST_F(LogCommandsTest, TheLogIsThatOfTheProfileThatWasMeant) {
+TEST_F(LogCommandsTest, ShowsTheLogOfTheSelectedProfile) {
   writeLog("of lab\n");
   host::writeFile("/etc/zuv/profiles/profile-123124/hip.log", "of home\n");
   host::writeFile("/etc/zuv/profiles/.factory/hip.log", "of the template\n");
@@ -55,7 +55,7 @@ TEST_F(LogCommandsTest, TheLogIsThatOfTheProfileThatWasMeant) {
   EXPECT_EQ(listLog({".factory"}), "of the template\nprofile_name: .factory\n");
 }
 
-TEST_F(LogCommandsTest, FiftyLinesAreShownWhenNothingElseIsAskedFor) {
+TEST_F(LogCommandsTest, ShowsFiftyLinesByDefault) {
   writeLog(numbered(1, 60));
   EXPECT_EQ(listLog({""}), numbered(11, 60) + "profile_name: lab\n");
 }
@@ -90,7 +90,7 @@ TEST_F(LogCommandsTest, TheLevelIsAThreshold) {
   }
 }
 
-TEST_F(LogCommandsTest, AnInvalidLevelIsInfoWithoutANote) {
+TEST_F(LogCommandsTest, AnInvalidLevelMeansInfoAndPrintsNoNote) {
   writeLog("[DEBUG] d\n[INFO] i\n");
   for (const char* level : {"log_level=verbose", "log_level=warnings", "log_level=3"}) {
     SCOPED_TRACE(level);
@@ -98,14 +98,14 @@ TEST_F(LogCommandsTest, AnInvalidLevelIsInfoWithoutANote) {
   }
 }
 
-TEST_F(LogCommandsTest, WithoutALogThereIsOneLineAndNoProfileName) {
+TEST_F(LogCommandsTest, AMissingLogPrintsOneLineAndNoProfileName) {
   EXPECT_EQ(listLog({""}), "no logfile available for this profile\n");
   EXPECT_EQ(listLog({"lab", "--verbose"}),
             "method: list log\nstatus_text: success with warnings\nstatus_code: 0x00000002\n"
             "no logfile available for this profile\n");
 }
 
-TEST_F(LogCommandsTest, ALogThatIsNoneCannotBeOpened) {
+TEST_F(LogCommandsTest, ALogThatIsNotAReadableFileIsAnOpenError) {
   const std::string log = std::string(kLab) + "/hip.log";
   const char* const cannot = "status_text: stdlib error: file open\nstatus_code: 0x14000005\n";
   host::makeFifo(log);
@@ -123,21 +123,21 @@ TEST_F(LogCommandsTest, ALogThatIsNoneCannotBeOpened) {
   EXPECT_EQ(runRavctl({"list", "log", ""}, bound).out, cannot);
 }
 
-TEST_F(LogCommandsTest, AnUnknownProfileIsTheStatusOfItsResolution) {
+TEST_F(LogCommandsTest, ListLogReportsTheStatusOfAFailedProfileLookup) {
   EXPECT_EQ(listLog({"nobody"}), "status_text: profile not found\nstatus_code: 0x12001001\n");
   EXPECT_EQ(listLog({"dir=profile-9"}), "status_text: profile not found\nstatus_code: 0x12001001\n");
   EXPECT_EQ(listLog({"dir="}), "status_text: invalid argument\nstatus_code: 0x10000003\n");
   EXPECT_EQ(listLog({"dir=../profiles/profile-123124"}), "status_text: profile not found\nstatus_code: 0x12001001\n");
 }
 
-TEST_F(LogCommandsTest, WithoutAnActiveProfileThereIsNoLogAndNoneIsElected) {
+TEST_F(LogCommandsTest, ListLogDoesNotElectAnActiveProfile) {
   host::remove(host::kCurrent);
   const std::string before = host::tree("/etc/zuv");
   EXPECT_EQ(listLog({""}), "no logfile available for this profile\n");
   EXPECT_EQ(host::tree("/etc/zuv"), before);
 }
 
-TEST_F(LogCommandsTest, AHostileMarkerLeadsToNoLog) {
+TEST_F(LogCommandsTest, AHostileNameInCurrentLeadsToNoLog) {
   host::writeFile("/etc/zuv/hip.log", "secret\n");
   host::writeFile("/etc/zuv/profiles/hip.log", "secret\n");
   for (const std::string& name : {std::string("..\n"), std::string(".\n"), std::string("../zuv\n"), std::string("\n"),
@@ -148,7 +148,7 @@ TEST_F(LogCommandsTest, AHostileMarkerLeadsToNoLog) {
   }
 }
 
-TEST_F(LogCommandsTest, ALogNeedsNoAuthorization) {
+TEST_F(LogCommandsTest, ListLogNeedsNoAuthorization) {
   SKIP_WITHOUT_OTHER_USERS();
   writeLog("line\n");
   host::setMode(std::string(kLab) + "/profile_name", 0644);
@@ -157,7 +157,7 @@ TEST_F(LogCommandsTest, ALogNeedsNoAuthorization) {
   EXPECT_EQ(runRavctl({"list", "log", ""}, start).out, "line\nprofile_name: lab\n");
 }
 
-TEST_F(LogCommandsTest, AReadErrorIsItsStatusAndShowsNoName) {
+TEST_F(LogCommandsTest, AReadErrorIsReportedAsItsStatus) {
   writeLog("line\n");
   Hipcmd_GetHipLog command("dir=profile-123123");
   FaultPlan plan;
@@ -168,7 +168,7 @@ TEST_F(LogCommandsTest, AReadErrorIsItsStatusAndShowsNoName) {
   EXPECT_THAT(command.status().status(), HasCode(status::readError));
 }
 
-TEST_F(LogCommandsTest, ALogOfTheRunningProfileIsAPlainSuccess) {
+TEST_F(LogCommandsTest, ReadingTheLogOfTheRunningProfileIsPlainSuccess) {
   writeLog("line\n");
   host::writeHeartbeat(kLab);
   EXPECT_EQ(listLog({"lab", "--verbose"}),
@@ -186,27 +186,27 @@ std::string serviceStatus() {
 
 constexpr const char* kDown = "running: false\nhelmsor: false\ntunnel: false\n";
 
-TEST_F(LogCommandsTest, TheStatusIsThatOfTheActiveProfile) {
+TEST_F(LogCommandsTest, ServiceStatusDescribesTheActiveProfile) {
   host::writeHeartbeat("/etc/zuv/profiles/profile-123124");
   EXPECT_EQ(serviceStatus(), kDown);
   host::makeActive("profile-123124");
   EXPECT_EQ(serviceStatus(), "running: true\nhelmsor: true\ntunnel: true\n");
 }
 
-TEST_F(LogCommandsTest, UnknownShowsAsFalse) {
+TEST_F(LogCommandsTest, UnknownIsShownAsFalse) {
   const std::string file = std::string(kLab) + "/hipvars.txt";
   const std::string now = std::to_string(::time(nullptr));
   host::writeFile(file, "uptime.now=" + now + "\n");
-  EXPECT_EQ(serviceStatus(), kDown) << "running is unknown";
+  EXPECT_EQ(serviceStatus(), kDown) << "the file does not say whether the daemon runs";
   host::writeFile(file, "uptime.now=" + now + "\nuptime.started=" + now + "\nhipd_state=\npeers.count=3\n");
-  EXPECT_EQ(serviceStatus(), "running: true\nhelmsor: false\ntunnel: false\n") << "just started";
+  EXPECT_EQ(serviceStatus(), "running: true\nhelmsor: false\ntunnel: false\n") << "the daemon has just started";
   host::writeFile(file, "uptime.now=" + now + "\nuptime.started=1\nhipd_state=\npeers.count=3\n");
   EXPECT_EQ(serviceStatus(), "running: true\nhelmsor: false\ntunnel: true\n");
   host::writeFile(file, "uptime.now=" + now + "\nuptime.started=1\nhipd_state=\nhelmsor.up=true\n");
   EXPECT_EQ(serviceStatus(), "running: true\nhelmsor: true\ntunnel: false\n");
 }
 
-TEST_F(LogCommandsTest, WithoutAnActiveProfileNothingRuns) {
+TEST_F(LogCommandsTest, WithoutAnActiveProfileTheDaemonIsNotRunning) {
   host::writeHeartbeat(kLab);
   host::writeFile("/etc/zuv/profiles/hipvars.txt", host::readFile(std::string(kLab) + "/hipvars.txt"));
   for (const char* name : {"", "\n", ".\n", "..\n", "profile-9\n", "profile-123124/../profile-123123\n"}) {
@@ -220,7 +220,7 @@ TEST_F(LogCommandsTest, WithoutAnActiveProfileNothingRuns) {
   EXPECT_EQ(serviceStatus(), kDown);
 }
 
-TEST_F(LogCommandsTest, AStatusThatCannotBeToldShowsNoFields) {
+TEST_F(LogCommandsTest, AFailedServiceStatusShowsNoFields) {
   const std::string file = std::string(kLab) + "/hipvars.txt";
   host::writeHeartbeat(kLab);
   Hipcmd_ShowStatus command;

@@ -5,7 +5,7 @@
 
 namespace {
 
-// The authorization comes first: without it nothing is looked at and nothing is forked.
+// Checks the authorization first. Without it, this neither detects the init system nor forks.
 Status control(const SysImplParam& sys, void (SystemSpecificImpl::*operation)()) {
   return isAuthorized() ? runBackendOperation(sys.resolved(), operation) : Status::of(status::authenticationError);
 }

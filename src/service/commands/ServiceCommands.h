@@ -1,5 +1,6 @@
-// The commands that control the daemon. Each acts through the init system of the host or the one named with `sys`.
-// Statuses: success, "authentication error ..." (nothing is run then), and those of runBackendOperation.
+// ServiceCommands: the commands that control the daemon. Each uses the init system of the host, or the one that `sys`
+// names. Statuses: "authentication error ..." if the user may not change the system (the command then detects no init
+// system and starts no process), else those of runBackendOperation.
 #pragma once
 
 #include "command/framework/CommandCore.h"
@@ -23,7 +24,7 @@ class Hipcmd_ServiceStop : public RavctlCommandInstance {
   SysImplParam sys_;
 };
 
-// service restart, service bounce. "full" is accepted and changes nothing, which is deliberate.
+// service restart, service bounce. The word "full" is accepted and deliberately changes nothing.
 class Hipcmd_ServiceBounce : public RavctlCommandInstance {
  public:
   Hipcmd_ServiceBounce();

@@ -24,7 +24,7 @@ class ServiceCommandsTest : public HostTest {
   void TearDown() override { setAuthorizationMode(authorizationNever); }
 };
 
-// Binds the words that follow the command's name and runs it.
+// Binds the words that follow the name of the command, and runs the command.
 template <typename Command>
 Status run(const Words& words = {}) {
   Command command;
@@ -51,7 +51,7 @@ TEST_F(ServiceCommandsTest, EachCommandRunsItsOperation) {
   EXPECT_EQ(calls(), "systemctl start hip\nsystemctl stop hip\nsystemctl restart hip\n");
 }
 
-TEST_F(ServiceCommandsTest, TheInitSystemIsTheGivenOneElseTheDetectedOneElseNull) {
+TEST_F(ServiceCommandsTest, UsesTheNamedInitSystemElseTheDetectedOneElseNull) {
   struct Case {
     const char* why;
     bool systemdMarker;
@@ -61,18 +61,18 @@ TEST_F(ServiceCommandsTest, TheInitSystemIsTheGivenOneElseTheDetectedOneElseNull
     const char* calls;
   };
   const Case cases[] = {
-      {"none", false, false, {}, status::childExitedNonzero, ""},
-      {"none, and an empty value", false, false, {"sys="}, status::childExitedNonzero, ""},
+      {"no init system", false, false, {}, status::childExitedNonzero, ""},
+      {"no init system, and an empty value", false, false, {"sys="}, status::childExitedNonzero, ""},
       {"systemd", true, false, {}, status::success, "systemctl start hip\n"},
       {"systemd, and an empty value", true, false, {"sys="}, status::success, "systemctl start hip\n"},
       {"init script", false, true, {}, status::success, "hip start\n"},
       {"both", true, true, {}, status::success, "systemctl start hip\n"},
       {"a given name wins", true, true, {"sys=upstart"}, status::success, "initctl start hip\n"},
-      {"null was asked for", true, true, {"sys=null"}, status::childExitedNonzero, ""},
-      {"launchd is null", true, true, {"sys=launchd"}, status::childExitedNonzero, ""},
-      {"an unknown name is systemd", false, true, {"sys=Systemd"}, status::success, "systemctl start hip\n"},
+      {"the given name is null", true, true, {"sys=null"}, status::childExitedNonzero, ""},
+      {"launchd means the null backend", true, true, {"sys=launchd"}, status::childExitedNonzero, ""},
+      {"an unknown name means systemd", false, true, {"sys=Systemd"}, status::success, "systemctl start hip\n"},
       {"a blank is an unknown name", false, true, {"sys= "}, status::success, "systemctl start hip\n"},
-      {"an empty value keeps no earlier one when detection finds one",
+      {"an empty value replaces an earlier one if an init system is detected",
        false,
        true,
        {"sys=upstart", "sys="},
@@ -108,18 +108,18 @@ void expectNothingDoneWithoutAuthorization() {
   for (const Words& words : {Words{}, Words{"sys=systemd"}, Words{"sys=null"}}) {
     EXPECT_THAT(run<Command>(words), HasCode(status::authenticationError));
   }
-  EXPECT_THAT(counted.calls(), IsEmpty()) << "something was looked at, or forked";
+  EXPECT_THAT(counted.calls(), IsEmpty()) << "the command inspected a file or forked";
   EXPECT_EQ(calls(), "");
 }
 
-TEST_F(ServiceCommandsTest, WithoutAuthorizationNothingIsForkedNorLookedAt) {
+TEST_F(ServiceCommandsTest, WithoutAuthorizationNothingIsInspectedOrForked) {
   setAuthorizationMode(authorizationNever);
   expectNothingDoneWithoutAuthorization<Hipcmd_ServiceStart>();
   expectNothingDoneWithoutAuthorization<Hipcmd_ServiceStop>();
   expectNothingDoneWithoutAuthorization<Hipcmd_ServiceBounce>();
 }
 
-TEST_F(ServiceCommandsTest, TheFailuresOfTheChildAreTheirStatuses) {
+TEST_F(ServiceCommandsTest, EachFailureOfTheChildHasItsOwnStatus) {
   host::installScript(kSystemctl, "exit 3");
   EXPECT_THAT(run<Hipcmd_ServiceStop>({"sys=systemd"}), HasCode(status::childExitedNonzero));
   host::installScript(kSystemctl, "kill -9 $$");
@@ -136,7 +136,7 @@ TEST_F(ServiceCommandsTest, TheFailuresOfTheChildAreTheirStatuses) {
   EXPECT_THAT(run<Hipcmd_ServiceStop>({"sys=systemd"}), HasCode(status::waitpidError));
 }
 
-TEST_F(ServiceCommandsTest, NoCommandAddsResultsOrTouchesTheStore) {
+TEST_F(ServiceCommandsTest, NoCommandPrintsResultsOrChangesTheStore) {
   installAllTools();
   host::makeProfile("profile-1", "lab");
   host::makeDirs("/etc/zuv/profiles/profile-2");
