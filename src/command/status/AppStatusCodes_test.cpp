@@ -22,19 +22,19 @@ TEST(AppStatusText, KnowsItsSixCodes) {
   }
 }
 
-TEST(AppStatusText, DoesNotAnswerForAnyOtherCode) {
+TEST(AppStatusText, IsNullForAnyOtherCode) {
   for (const StatusCode code : {0x00000001U, 0x00001003U, 0x00000000U, 0x12002001U, 0x10001001U}) {
     EXPECT_EQ(appStatusText(code), nullptr) << code;
   }
 }
 
-TEST(AppStatusText, IsFoundThroughTheRegistryOnceRegistered) {
+TEST(AppStatusText, StatusTextFindsItAfterRegistration) {
   registerStatusTexts(1, appStatusText);
   EXPECT_STREQ(statusText(0x00001001), "profile is active");
   EXPECT_STREQ(statusText(0x12001099), "generic application error");
 }
 
-TEST(AppStatus, TheTwoNotesAreSuccesses) {
+TEST(AppStatus, CodesWithANoteAreSuccesses) {
   EXPECT_TRUE(isSuccess(0x00001001));
   EXPECT_TRUE(isSuccess(0x00001002));
   EXPECT_EQ(status::profileIsActive, 0x00001001U);

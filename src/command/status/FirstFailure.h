@@ -1,4 +1,4 @@
-// For several steps that all run, whatever becomes of each: the first failure is the status of them together.
+// FirstFailure: one status for several steps that all run even if one of them fails. The first failure counts.
 //
 //   Status first;
 //   keepFirstFailure(first, stepOne());
@@ -8,5 +8,5 @@
 
 #include "command/status/StatusCodes.h"
 
-// Makes `kept` the next status when that is a failure and no earlier one was.
+// Assigns `next` to `kept` if `next` is a failure and `kept` is still a success.
 void keepFirstFailure(Status& kept, Status next);

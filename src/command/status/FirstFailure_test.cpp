@@ -6,7 +6,7 @@
 
 namespace {
 
-TEST(FirstFailure, TheFirstFailureIsKept) {
+TEST(FirstFailure, KeepsTheFirstFailure) {
   Status kept;
   keepFirstFailure(kept, Status::of(status::profileIsActive));
   EXPECT_EQ(kept.code(), status::success);

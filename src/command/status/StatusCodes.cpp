@@ -14,7 +14,7 @@ struct StatusText {
   const char* text;
 };
 
-// The last row is the end entry, found like any other: 0 is the code of no status.
+// The last row gives a text to 0, which is the code of no status.
 constexpr StatusText commonTexts[] = {
     {status::success, "success"},
     {status::successWithWarnings, "success with warnings"},
@@ -49,9 +49,9 @@ constexpr StatusText commonTexts[] = {
     {0, "invalid status code"},
 };
 constexpr std::size_t searchLimit = 31;
-static_assert(std::size(commonTexts) <= searchLimit, "rows behind the limit would never be found");
+static_assert(std::size(commonTexts) <= searchLimit, "the table of the common codes has at most 31 rows");
 
-// For codes that no provider knows.
+// The texts of codes that no provider knows, by category.
 constexpr StatusText categoryTexts[] = {
     {0x00, "generic success"},
     {0x10, "generic client error"},
@@ -86,8 +86,8 @@ struct Registration {
   Registration* next;
 };
 
-// A chain in order of registration, begun by the common codes. Registrations live as long as the process and are never
-// freed, so that a text can be asked for at any moment of its end.
+// A linked list in the order of registration; the first one is that of the common codes. Registrations are deliberately
+// never freed, so that statusText works even while the process exits.
 struct Registry {
   Registration first{0, commonText, nullptr};
   Registration* last = &first;
@@ -138,7 +138,7 @@ int outcomeOfWaitStatus(int waitStatus) {
 
 int waitForChild(int pid) {
   if (pid == 0) return neverStartedOutcome;
-  if (pid < 0) return waitFailedOutcome;  // to waitpid these are groups, and -1 any child at all
+  if (pid < 0) return waitFailedOutcome;  // waitpid(2) takes these as process groups, and -1 as any child
   int waitStatus = 0;
   pid_t waited = 0;
   do {

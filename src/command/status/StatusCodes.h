@@ -1,15 +1,16 @@
-// Status codes: how every operation of the program reports what became of it.
+// StatusCodes: the status value with which every operation of the program reports success or failure.
 //
 //   Status s = FileUtils::writeString(path, text, true);
 //   if (!s.isSuccess()) return s;
 //   return Status::error(status::invalidArgument, "profile name not provided", "profile rename");
 //
-// A code is 32 bits: category (31-24), application id (23-12), number (11-0). It is a success exactly when the category
-// is 0; informational (0x20) and transient (0x22) codes therefore count as failures wherever success is asked for.
+// A code has 32 bits: the category (bits 31-24), the application id (bits 23-12) and a number (bits 11-0). A code is a
+// success exactly if its category is 0. Informational (0x20) and transient (0x22) codes therefore count as failures.
 //
-// Texts come from a process-wide registry of providers, one or more for each application id. Application id 0 is this
-// file's own table, registered when the registry is first used; a module adds its codes with registerStatusTexts.
-// Threads: registration happens on the main thread at start; afterwards the registry is only read.
+// The texts of codes come from a process-wide registry of text providers; an application id may have several. The codes
+// below have application id 0, and their provider is always registered. Another module adds its codes with
+// registerStatusTexts.
+// Threads: the main thread registers providers at the start; after that the registry is only read.
 #pragma once
 
 #include <cstdint>
@@ -52,17 +53,17 @@ constexpr StatusCode getcwdError = 0x14000012;
 constexpr StatusCode systemError = 0x14000013;
 }  // namespace status
 
-// The category byte of a code, and the test that everything else rests on.
+// The category byte of a code, and the test for success.
 constexpr std::uint32_t statusCategory(StatusCode code) { return code >> 24; }
 constexpr bool isSuccess(StatusCode code) { return statusCategory(code) == 0; }
 
-// What became of an operation: a code, what went wrong (details, shown in brackets behind the code's text) and where
-// (context, carried but never printed). Both texts are empty by default. Copied by value.
+// The result of an operation: a code, details (what went wrong; printed in brackets behind the text of the code) and a
+// context (where it went wrong; never printed). Both texts are empty by default. A status is copied by value.
 class [[nodiscard]] Status {
  public:
   // Plain success, code 1.
   Status() = default;
-  // `code` with empty details and context.
+  // A status with this code and with empty details and context.
   static Status of(StatusCode code);
   static Status error(StatusCode code, std::string details, std::string context);
   static Status success() { return Status(); }
@@ -72,7 +73,7 @@ class [[nodiscard]] Status {
   const std::string& details() const { return details_; }
   const std::string& context() const { return context_; }
 
-  // Replaces the code alone; details and context stay as they are.
+  // Replaces only the code; details and context do not change.
   void setCode(StatusCode code) { code_ = code; }
 
  private:
@@ -81,26 +82,31 @@ class [[nodiscard]] Status {
   std::string context_;
 };
 
-// The text of a code, or null when the provider does not know it. The text must outlive the process.
+// Returns the text of a code, or null if the provider does not know the code. The text must be valid until the process
+// ends.
 using StatusTextProvider = const char* (*)(StatusCode code);
 
-// Appends a provider for one application id (0 to 0xfff). Order is kept and an id may be registered more than once; the
-// first text found wins. A null provider is ignored.
+// Appends a provider for one application id (0 to 0xfff). An id may have several providers; they are asked in the order
+// of registration until one returns a text. A null provider is ignored.
 void registerStatusTexts(std::uint32_t applicationId, StatusTextProvider provider);
 
-// The text of any 32-bit value; never null. Codes that no provider knows get a text by category ("generic host error").
+// Returns the text of any 32-bit value, never null. A code that no provider knows has a text for its category, such as
+// "generic host error".
 const char* statusText(StatusCode code);
 
 // The outcome of a child process as one integer:
-//   1000-1999  exited, 1000 + exit code      2000-2999  ended or stopped by a signal, 2000 + its number
-//   3001       it could not be waited for    3002       it was never started (pid 0)
+//   1000-1999  the child exited: 1000 + its exit code
+//   2000-2999  a signal ended or stopped the child: 2000 + the number of the signal
+//   3001       waiting for the child failed
+//   3002       the child was never started (pid 0)
 constexpr int waitFailedOutcome = 3001;
 constexpr int neverStartedOutcome = 3002;
 constexpr bool isExitOutcome(int outcome) { return outcome >= 1000 && outcome <= 1999; }
 constexpr bool isSignalOutcome(int outcome) { return outcome >= 2000 && outcome <= 2999; }
 
-// Waits for the child with waitpid(2), blocking, again after every interruption, and gives its outcome.
+// Blocks in waitpid(2) until the child ends, or stops while it is traced, and returns its outcome. Retries after an
+// interruption by a signal. Returns waitFailedOutcome for a negative pid without waiting.
 int waitForChild(int pid);
 
-// The one place where a raw wait status (as of waitpid) becomes an outcome.
+// Turns a wait status of waitpid(2) into an outcome. No other code decodes wait statuses.
 int outcomeOfWaitStatus(int waitStatus);

@@ -52,23 +52,23 @@ TEST(StatusText, KnowsEveryCommonCode) {
   }
 }
 
-TEST(StatusText, ACodeThatNobodyKnowsHasATextByCategory) {
+TEST(StatusText, AnUnknownCodeHasTheTextOfItsCategory) {
   const struct {
     const char* why;
     StatusCode code;
     const char* text;
   } cases[] = {
-      {"success", 0x00000500, "generic success"},
+      {"an unknown success", 0x00000500, "generic success"},
       {"success of an unknown application", 0x00fff001, "generic success"},
-      {"client", 0x10000099, "generic client error"},
-      {"application", 0x12000099, "generic application error"},
+      {"an unknown client error", 0x10000099, "generic client error"},
+      {"an unknown application error", 0x12000099, "generic application error"},
       {"an application id without a provider", 0x12002001, "generic application error"},
-      {"a common number under another id", 0x12fff001, "generic application error"},
-      {"host", 0x14000099, "generic host error"},
-      {"external", 0x16000099, "generic external-dependency error"},
-      {"informational", 0x20000099, "unrecognized informational status code"},
-      {"transient", 0x22000001, "unrecognized transient-error status code"},
-      {"internal", 0x24000099, "unrecognized internal-error status code"},
+      {"a common number with another application id", 0x12fff001, "generic application error"},
+      {"an unknown host error", 0x14000099, "generic host error"},
+      {"an unknown external error", 0x16000099, "generic external-dependency error"},
+      {"an unknown informational code", 0x20000099, "unrecognized informational status code"},
+      {"an unknown transient error", 0x22000001, "unrecognized transient-error status code"},
+      {"an unknown internal error", 0x24000099, "unrecognized internal-error status code"},
       {"between the categories", 0x11000000, "generic error code"},
       {"between the categories", 0x13000000, "generic error code"},
       {"between the categories", 0x15ffffff, "generic error code"},
@@ -77,8 +77,8 @@ TEST(StatusText, ACodeThatNobodyKnowsHasATextByCategory) {
       {"above 0x16", 0x17000000, "unrecognized status code value"},
       {"above 0x20", 0x21000001, "unrecognized status code value"},
       {"above 0x24", 0x25000000, "unrecognized status code value"},
-      {"the largest positive", 0x7fffffff, "unrecognized status code value"},
-      {"the smallest negative", 0x80000000, "integer is not a status code"},
+      {"the largest positive number", 0x7fffffff, "unrecognized status code value"},
+      {"the smallest negative number", 0x80000000, "integer is not a status code"},
       {"minus one", 0xffffffff, "integer is not a status code"},
   };
   for (const auto& c : cases) {
@@ -93,7 +93,7 @@ TEST(StatusText, IsNeverNull) {
   }
 }
 
-// Providers stay for good, so each test has application ids of its own.
+// A provider cannot be removed, so each test uses its own application ids.
 
 TEST(Registry, TheFirstTextInOrderOfRegistrationWins) {
   registerStatusTexts(0x701, [](StatusCode code) { return code == 0x10701001 ? "first" : nullptr; });
@@ -104,7 +104,7 @@ TEST(Registry, TheFirstTextInOrderOfRegistrationWins) {
   EXPECT_STREQ(statusText(0x10701003), "third");
 }
 
-TEST(Registry, AProviderIsAskedForItsApplicationIdAlone) {
+TEST(Registry, AProviderIsAskedOnlyForItsApplicationId) {
   registerStatusTexts(0x702, [](StatusCode) { return "mine"; });
   EXPECT_STREQ(statusText(0x00702123), "mine");
   EXPECT_STREQ(statusText(0x80702123), "mine");
@@ -116,7 +116,7 @@ TEST(Registry, ANullProviderIsIgnored) {
   EXPECT_STREQ(statusText(0x14704001), "generic host error");
 }
 
-TEST(Registry, TheCommonTableComesBeforeLaterProvidersOfItsId) {
+TEST(Registry, TheCommonTableComesBeforeLaterProvidersOfApplicationId0) {
   registerStatusTexts(0, [](StatusCode code) { return code == 0x10000777 ? "added" : nullptr; });
   EXPECT_STREQ(statusText(0x10000001), "client error");
   EXPECT_STREQ(statusText(0x10000777), "added");
@@ -137,7 +137,7 @@ TEST(StatusCode, IsASuccessWhenItsCategoryIsZero) {
   }
 }
 
-TEST(Status, AFreshOneIsPlainSuccess) {
+TEST(Status, ADefaultStatusIsPlainSuccess) {
   const Status status;
   EXPECT_EQ(status.code(), 1U);
   EXPECT_TRUE(status.isSuccess());
@@ -146,7 +146,7 @@ TEST(Status, AFreshOneIsPlainSuccess) {
   EXPECT_EQ(Status::success().code(), 1U);
 }
 
-TEST(Status, MadeOfACodeItHasNoTexts) {
+TEST(Status, AStatusOfACodeHasNoDetailsAndNoContext) {
   const Status status = Status::of(0x20000001);
   EXPECT_EQ(status.code(), 0x20000001U);
   EXPECT_FALSE(status.isSuccess());
@@ -154,7 +154,7 @@ TEST(Status, MadeOfACodeItHasNoTexts) {
   EXPECT_EQ(status.context(), "");
 }
 
-TEST(Status, SettingACodeLeavesTheTexts) {
+TEST(Status, SetCodeKeepsDetailsAndContext) {
   Status status = Status::error(status::invalidArgument, "illegal or missing parameter: x", "bind_json_args");
   EXPECT_EQ(status.code(), 0x10000003U);
   status.setCode(0x14000005);
@@ -163,7 +163,7 @@ TEST(Status, SettingACodeLeavesTheTexts) {
   EXPECT_EQ(status.context(), "bind_json_args");
 }
 
-TEST(Status, AssigningAFullStatusReplacesAllThree) {
+TEST(Status, AssigningAStatusReplacesCodeDetailsAndContext) {
   Status status = Status::error(status::invalidArgument, "details", "context");
   status = Status::error(status::openError, "other", "");
   EXPECT_EQ(status.code(), 0x14000005U);
@@ -171,7 +171,7 @@ TEST(Status, AssigningAFullStatusReplacesAllThree) {
   EXPECT_EQ(status.context(), "");
 }
 
-// --- children
+// --- Children
 
 template <typename Body>
 int childThat(Body body) {
@@ -183,13 +183,13 @@ int childThat(Body body) {
   return pid;
 }
 
-TEST(WaitForChild, AnExitIsAThousandPlusItsCode) {
+TEST(WaitForChild, AnExitIs1000PlusItsCode) {
   for (const int code : {0, 1, 3, 255}) {
     EXPECT_EQ(waitForChild(childThat([code] { ::_exit(code); })), 1000 + code);
   }
 }
 
-TEST(WaitForChild, ADeathBySignalIsTwoThousandPlusItsNumber) {
+TEST(WaitForChild, ADeathBySignalIs2000PlusTheSignalNumber) {
   EXPECT_EQ(waitForChild(childThat([] { ::raise(SIGKILL); })), 2009);
   EXPECT_EQ(waitForChild(childThat([] {
               ::signal(SIGTERM, SIG_DFL);
@@ -200,7 +200,7 @@ TEST(WaitForChild, ADeathBySignalIsTwoThousandPlusItsNumber) {
 
 TEST(WaitForChild, PidZeroWasNeverStarted) { EXPECT_EQ(waitForChild(0), 3002); }
 
-TEST(WaitForChild, WhatIsNoChildCannotBeWaitedFor) {
+TEST(WaitForChild, AProcessThatIsNotAChildCannotBeWaitedFor) {
   EXPECT_EQ(waitForChild(1), 3001);
   const int pid = childThat([] { ::_exit(0); });
   EXPECT_EQ(waitForChild(pid), 1000);
@@ -214,7 +214,7 @@ TEST(WaitForChild, ANegativePidNeverWaitsForOtherChildren) {
   EXPECT_EQ(waitForChild(pid), 1005);
 }
 
-TEST(WaitForChild, AnInterruptedWaitIsRepeated) {
+TEST(WaitForChild, AnInterruptedWaitIsRetried) {
   struct sigaction action {};
   struct sigaction old {};
   static volatile sig_atomic_t alarms = 0;
@@ -232,7 +232,7 @@ TEST(WaitForChild, AnInterruptedWaitIsRepeated) {
   EXPECT_GE(alarms, 2);
 }
 
-TEST(WaitForChild, AChildStoppedUnderTraceIsTwoThousandPlusTheStoppingSignal) {
+TEST(WaitForChild, ATracedChildThatStopsIs2000PlusTheStoppingSignal) {
   const int pid = childThat([] {
     ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
     ::raise(SIGSTOP);
@@ -251,11 +251,11 @@ TEST(OutcomeOfWaitStatus, ReadsEveryKindOfStatus) {
     int waitStatus, outcome;
   } cases[] = {
       {"a clean exit", 0x0000, 1000},
-      {"exit 3", 0x0300, 1003},
-      {"exit 255", 0xff00, 1255},
+      {"exit code 3", 0x0300, 1003},
+      {"exit code 255", 0xff00, 1255},
       {"signal 9", 0x0009, 2009},
-      {"signal 11 with a core", 0x008b, 2011},
-      {"stopped by 19", 0x137f, 2019},
+      {"signal 11 with a core dump", 0x008b, 2011},
+      {"stopped by signal 19", 0x137f, 2019},
       {"continued", 0xffff, 3001},
   };
   for (const auto& c : cases) {
@@ -264,7 +264,7 @@ TEST(OutcomeOfWaitStatus, ReadsEveryKindOfStatus) {
   }
 }
 
-TEST(Outcomes, HaveRanges) {
+TEST(Outcomes, ExitAndSignalOutcomesHaveTheirRanges) {
   EXPECT_FALSE(isExitOutcome(999));
   EXPECT_TRUE(isExitOutcome(1000));
   EXPECT_TRUE(isExitOutcome(1999));
