@@ -35,13 +35,13 @@ InputParamBase* findParam(const InputParamList& params, std::string_view key) {
 
 namespace {
 
-// Cuts a number toward zero; false when the result is not a 32-bit integer.
-bool cutToInteger(double number, std::int32_t& n) {
-  const double cut = std::trunc(number);
-  if (!(cut >= std::numeric_limits<std::int32_t>::min() && cut <= std::numeric_limits<std::int32_t>::max())) {
+// Truncates a number toward zero. Returns false if the result is not a 32-bit integer.
+bool truncateToInteger(double number, std::int32_t& n) {
+  const double whole = std::trunc(number);
+  if (!(whole >= std::numeric_limits<std::int32_t>::min() && whole <= std::numeric_limits<std::int32_t>::max())) {
     return false;
   }
-  n = static_cast<std::int32_t>(cut);
+  n = static_cast<std::int32_t>(whole);
   return true;
 }
 
@@ -58,7 +58,7 @@ bool setFromJson(NamedValueBinder& param, const jsObject* value) {
   if (json::isString(value)) return param.setFromText(std::string(json::textOf(value)));
   if (json::isNumber(value)) {
     std::int32_t n = 0;
-    return cutToInteger(json::numberOf(value), n) && param.setFromInteger(n);
+    return truncateToInteger(json::numberOf(value), n) && param.setFromInteger(n);
   }
   if (json::isBoolean(value)) return param.setFromBoolean(json::booleanOf(value));
   return false;

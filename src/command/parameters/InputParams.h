@@ -1,14 +1,16 @@
-// Input parameters: what a command takes, one object each, registered in declaration order.
+// InputParams: the parameters of a command. Each parameter is one object, and a command registers them in the order of
+// their declaration.
 //
 //   struct Hipcmd_Example : RavctlCommandInstance {
 //     HelmsorParam helmsor_{Need::required};
 //     OptionalNetworkParam network_;
 //   };
 //
-// A parameter is a member of its command; lists of parameters do not own them. Binding (CommandCore.h) fills them from
-// words or from JSON values; a command reads them only after binding succeeded. A value counts as given (hasValue) when
-// it was bound and accepted, never because a default or an initial value is there.
-// Setting a value: true when accepted; a rejected value leaves the parameter as it was, unless stated otherwise.
+// A parameter is a member of its command; lists of parameters do not own them. Binding (CommandCore.h) sets them from
+// command words or JSON values. A command reads its parameters only after binding succeeded. hasValue() is true once a
+// value was bound and accepted; a default or an initial value does not count.
+// Every setter returns true if it accepts the value. A rejected value leaves the parameter unchanged, unless a class
+// states otherwise.
 #pragma once
 
 #include <cstdint>
@@ -19,18 +21,19 @@
 class jsObject;
 
 enum class Need : bool { optional = false, required = true };
-enum class Show : bool { listed = false, hidden = true };  // hidden: accepted, but left out of help listings
+enum class Show : bool { listed = false, hidden = true };  // hidden: accepted, but not listed in help
 
-// What a key given without "=" is bound to, and its opposite.
+// The text that a key without "=" is bound to, and the text that means its absence.
 constexpr std::string_view singleWordPresent = "<single-word-command-present>";
 constexpr std::string_view singleWordAbsent = "<single-word-command-absent>";
 
-// Puts one parameter word into an object of parameters: "key=value", split at the first "=", as the text of that key; a
-// word without "=" as singleWordPresent. A repeated key keeps its first place and its last value. A member without a
-// name is dropped by the object itself, so the words "" and "=x" are accepted and mean nothing.
+// Sets one parameter word as a member of an object of parameters. "key=value" is split at the first "=" and sets the
+// member "key" to the text "value". A word without "=" sets the member of that name to singleWordPresent. If a key
+// occurs again, the member keeps its position and takes the new value. An object has no member with an empty name, so
+// the words "" and "=x" are accepted and change nothing.
 void setParameterWord(jsObject* args, std::string_view word);
 
-// A named slot that accepts a value; this base rejects every kind.
+// A name with a value that can be set. This base class rejects every kind of value.
 class NamedValueBinder {
  public:
   NamedValueBinder(std::string_view name, Need need, Show show)
@@ -42,7 +45,7 @@ class NamedValueBinder {
   virtual bool setFromText(const std::string& text);
   virtual bool setFromInteger(std::int32_t n);
   virtual bool setFromBoolean(bool value);
-  virtual bool setFromOther();  // any other kind of value; no binding calls it
+  virtual bool setFromOther();  // for any other kind of value; no binding calls it
 
   bool isRequired() const { return required_; }
   bool isHidden() const { return hidden_; }
@@ -50,7 +53,7 @@ class NamedValueBinder {
   bool hasValue() const { return hasValue_; }
 
  protected:
-  // Every accepting setter ends with this.
+  // Every setter that accepts a value returns the result of this function.
   bool accept() { return hasValue_ = true; }
 
  private:
@@ -63,26 +66,30 @@ class NamedValueBinder {
 class InputParamBase : public NamedValueBinder {
  public:
   using NamedValueBinder::NamedValueBinder;
-  // Appends the word shown after "key=" in usage lines; appends nothing for a parameter without a value.
+  // Appends the text that usage lines show after "key=". Appends nothing for a parameter that takes no value.
   virtual void appendValueForm(std::string& text) const = 0;
   virtual bool isSingleWord() const;
   virtual bool takesValue() const;
-  // A required parameter is satisfied once it has a value, any other always.
+  // Returns true if the parameter has a value or is not required.
   virtual bool isSatisfied() const;
-  // The word shown in parameter lists.
+  // Returns the text that parameter lists show as the type.
   virtual const char* typeDescription() const = 0;
 };
 
 using InputParamList = std::vector<InputParamBase*>;
 
-// The first parameter of exactly that key, or null.
+// Returns the first parameter with exactly that key, or null.
 InputParamBase* findParam(const InputParamList& params, std::string_view key);
 
-// A JSON string is set as text, a number is cut toward zero and set as an integer (rejected when that leaves the 32-bit
-// range or it is not a number), a boolean is set as such; any other kind, and null, is rejected.
+// Sets a parameter from a JSON value, according to its kind:
+//   string          set as text
+//   number          truncated toward zero and set as an integer; rejected if it is NaN or the result exceeds 32 bits
+//   boolean         set as a boolean
+//   anything else   rejected, also a null pointer
+// Returns true if the parameter accepts the value.
 bool setFromJson(NamedValueBinder& param, const jsObject* value);
 
-// Any text.
+// A parameter that accepts any text.
 class TextParam : public InputParamBase {
  public:
   TextParam(std::string_view name, Need need, Show show, std::string_view valueForm, const char* typeDescription,
@@ -105,7 +112,7 @@ class StringParam : public TextParam {
       : TextParam(name, need, show, "string", "string", initial) {}
 };
 
-// A profile selector. `initial` is the third command word; a bound value replaces it.
+// A profile selector. `initial` is the third word of the command; a bound value replaces it.
 class OptionalProfileParam : public TextParam {
  public:
   explicit OptionalProfileParam(Show show = Show::listed, std::string_view initial = {})
@@ -129,8 +136,8 @@ class AuthParam : public TextParam {
       : TextParam("auth", Need::optional, show, "auth string", "auth string") {}
 };
 
-// Text that names a level is stored as the level's own name in lower case ("critical" as "fatal", " debug " as
-// "debug"); other text is kept as given, so that each command decides about it. Always accepted.
+// A log level. Accepts every text. A text that names a level is stored as the name of that level in lower case:
+// "critical" as "fatal", " debug " as "debug". Any other text is stored as given, and the command decides about it.
 class OptionalLogLevelParam : public TextParam {
  public:
   OptionalLogLevelParam()
@@ -139,7 +146,8 @@ class OptionalLogLevelParam : public TextParam {
   bool setFromText(const std::string& text) override;
 };
 
-// A decimal 32-bit integer: outer blanks, one sign and digits, nothing else. JSON numbers are accepted too.
+// A 32-bit integer. A text may have blanks around it, one sign and decimal digits, but nothing else. Integers are also
+// accepted as such (from JSON numbers).
 class IntParam : public InputParamBase {
  public:
   IntParam(std::string_view name, Need need, std::int32_t initial, Show show = Show::listed)
@@ -154,8 +162,8 @@ class IntParam : public InputParamBase {
   std::int32_t value_;
 };
 
-// "true", "yes", "on" and "false", "no", "off" in any letter case. Narrower than StringUtils::parseBool on purpose: the
-// digits 1 and 0 are rejected here.
+// A boolean. Accepts the texts "true", "yes", "on", "false", "no" and "off" in any letter case. Unlike
+// StringUtils::parseBool it deliberately rejects the texts "1" and "0".
 class BoolParam : public InputParamBase {
  public:
   BoolParam(std::string_view name, Need need, bool initial, Show show = Show::listed)
@@ -170,8 +178,9 @@ class BoolParam : public InputParamBase {
   bool value_;
 };
 
-// A word that is there or not. It holds one of the two marker texts: the empty text, "false" (any letter case) and the
-// absent marker store absent; "true" (any letter case) and the present marker store present; other text is rejected.
+// A word that is either present or absent. The empty text, "false" (any letter case) and singleWordAbsent make it
+// absent; "true" (any letter case) and singleWordPresent make it present. Any other text is rejected. hasValue() is
+// true in both cases.
 class SingleWordParam : public InputParamBase {
  public:
   explicit SingleWordParam(std::string_view name, Need need = Need::optional, Show show = Show::listed)
@@ -187,9 +196,10 @@ class SingleWordParam : public InputParamBase {
   std::string value_;
 };
 
-// The Helmsor address. The host is what stands before the first colon, the port the digits directly behind it (none: 0;
-// a huge number stays above 65535). Without a colon all is host, and the port 8096. A scheme is not taken off.
-// The empty text is rejected, and clears the host and resets the port all the same.
+// The Helmsor address. The host is the text before the first colon; the port is the number whose digits directly follow
+// the colon, or 0 if there are no digits. A number above 65535 gives some port above 65535. Without a colon the whole
+// text is the host and the port is defaultPort. A scheme is not removed.
+// The empty text is rejected, but it nevertheless clears the host and resets the port.
 class HelmsorParam : public InputParamBase {
  public:
   static constexpr std::int32_t defaultPort = 8096;

@@ -15,7 +15,7 @@ std::string valueFormOf(const InputParamBase& param) {
   return text.substr(4);
 }
 
-// --- The kinds, one by one
+// --- The kinds of parameters
 
 TEST(InputParams, EveryKindHasItsKeyFormAndType) {
   const StringParam text("text", Need::optional);
@@ -57,7 +57,7 @@ TEST(InputParams, EveryKindHasItsKeyFormAndType) {
   }
 }
 
-TEST(InputParams, DefaultsAreThereAndDoNotCountAsGiven) {
+TEST(InputParams, DefaultsDoNotCountAsGivenValues) {
   const OptionalNetworkParam network;
   EXPECT_EQ(network.value(), "auto");
   EXPECT_FALSE(network.hasValue());
@@ -78,7 +78,7 @@ TEST(InputParams, DefaultsAreThereAndDoNotCountAsGiven) {
   EXPECT_EQ(IntParam("x", Need::optional, 50).value(), 50);
 }
 
-TEST(InputParams, AnInitialValueIsNoGivenOne) {
+TEST(InputParams, AnInitialValueDoesNotCountAsAGivenValue) {
   const StringParam required("x", Need::required, Show::hidden, "initial");
   EXPECT_EQ(required.value(), "initial");
   EXPECT_FALSE(required.hasValue());
@@ -88,7 +88,7 @@ TEST(InputParams, AnInitialValueIsNoGivenOne) {
   EXPECT_FALSE(profile.hasValue());
 }
 
-TEST(InputParams, ARequiredOneIsSatisfiedByAnAcceptedValueAlone) {
+TEST(InputParams, OnlyAnAcceptedValueSatisfiesARequiredParameter) {
   HelmsorParam helmsor(Need::required);
   EXPECT_TRUE(helmsor.isRequired());
   EXPECT_FALSE(helmsor.isSatisfied());
@@ -103,7 +103,7 @@ TEST(InputParams, ARequiredOneIsSatisfiedByAnAcceptedValueAlone) {
   EXPECT_TRUE(word.isSatisfied());
 }
 
-TEST(InputParams, HiddenIsAsSaidAtConstruction) {
+TEST(InputParams, TheConstructorDecidesWhetherAParameterIsHidden) {
   EXPECT_TRUE(StringParam("x", Need::optional, Show::hidden).isHidden());
   EXPECT_TRUE(IntParam("x", Need::optional, 0, Show::hidden).isHidden());
   EXPECT_TRUE(BoolParam("x", Need::optional, true, Show::hidden).isHidden());
@@ -112,7 +112,7 @@ TEST(InputParams, HiddenIsAsSaidAtConstruction) {
   EXPECT_TRUE(AuthParam(Show::hidden).isHidden());
 }
 
-TEST(InputParams, TextKindsTakeAnyTextAsItIs) {
+TEST(InputParams, TextParametersStoreAnyTextUnchanged) {
   const std::string texts[] = {"", " ", "a=b", "%n%s", "\xff\x80", std::string("a\0b", 3), std::string(100'000, 'x')};
   for (const std::string& text : texts) {
     SCOPED_TRACE(text.substr(0, 20));
@@ -131,7 +131,7 @@ TEST(InputParams, TextKindsTakeAnyTextAsItIs) {
   }
 }
 
-TEST(IntParam, TakesTrimmedDecimalNumbersOf32BitsAndNothingElse) {
+TEST(IntParam, AcceptsOnlyTrimmedDecimal32BitNumbers) {
   const struct {
     const char* why;
     std::string input;
@@ -140,29 +140,29 @@ TEST(IntParam, TakesTrimmedDecimalNumbersOf32BitsAndNothingElse) {
   } cases[] = {
       {"digits", "10", true, 10},
       {"zero", "0", true, 0},
-      {"a minus", "-7", true, -7},
-      {"a plus", "+7", true, 7},
-      {"outer blanks", " \t42 \n", true, 42},
+      {"a minus sign", "-7", true, -7},
+      {"a plus sign", "+7", true, 7},
+      {"blanks around the number", " \t42 \n", true, 42},
       {"leading zeros", "007", true, 7},
       {"many leading zeros", std::string(40, '0') + "9", true, 9},
-      {"the largest", "2147483647", true, 2147483647},
-      {"the smallest", "-2147483648", true, std::numeric_limits<std::int32_t>::min()},
-      {"one too many", "2147483648", false, 50},
-      {"one too few", "-2147483649", false, 50},
-      {"far too many", std::string(400, '9'), false, 50},
+      {"the largest number", "2147483647", true, 2147483647},
+      {"the smallest number", "-2147483648", true, std::numeric_limits<std::int32_t>::min()},
+      {"one above the largest number", "2147483648", false, 50},
+      {"one below the smallest number", "-2147483649", false, 50},
+      {"a number far too large", std::string(400, '9'), false, 50},
       {"a 64-bit number that would wrap to 10", "4294967306", false, 50},
-      {"nothing", "", false, 50},
-      {"blanks alone", "  ", false, 50},
-      {"a sign alone", "-", false, 50},
+      {"the empty text", "", false, 50},
+      {"only blanks", "  ", false, 50},
+      {"only a sign", "-", false, 50},
       {"two signs", "--1", false, 50},
       {"a blank behind the sign", "- 1", false, 50},
-      {"letters behind", "10x", false, 50},
+      {"a letter behind the number", "10x", false, 50},
       {"a fraction", "1.0", false, 50},
       {"hexadecimal", "0x10", false, 50},
-      {"a thousand", "1,000", false, 50},
+      {"a thousands separator", "1,000", false, 50},
       {"two numbers", "1 2", false, 50},
-      {"a zero byte behind", std::string("1\0x", 3), false, 50},
-      {"a marker", "<single-word-command-present>", false, 50},
+      {"a zero byte behind the number", std::string("1\0x", 3), false, 50},
+      {"a marker text", "<single-word-command-present>", false, 50},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
@@ -173,7 +173,7 @@ TEST(IntParam, TakesTrimmedDecimalNumbersOf32BitsAndNothingElse) {
   }
 }
 
-TEST(IntParam, TakesIntegersAndNoBooleans) {
+TEST(IntParam, AcceptsIntegersButNoBooleans) {
   IntParam param("x", Need::required, 1);
   EXPECT_FALSE(param.setFromBoolean(true));
   EXPECT_FALSE(param.setFromOther());
@@ -183,7 +183,7 @@ TEST(IntParam, TakesIntegersAndNoBooleans) {
   EXPECT_TRUE(param.isSatisfied());
 }
 
-TEST(BoolParam, TakesSixWordsInAnyLetterCase) {
+TEST(BoolParam, AcceptsSixWordsInAnyLetterCase) {
   const struct {
     std::string input;
     bool accepted, value;
@@ -206,7 +206,7 @@ TEST(BoolParam, TakesSixWordsInAnyLetterCase) {
   }
 }
 
-TEST(BoolParam, TakesBooleansAndNoIntegers) {
+TEST(BoolParam, AcceptsBooleansButNoIntegers) {
   BoolParam param("x", Need::required, true);
   EXPECT_FALSE(param.setFromInteger(0));
   EXPECT_FALSE(param.setFromOther());
@@ -216,7 +216,7 @@ TEST(BoolParam, TakesBooleansAndNoIntegers) {
   EXPECT_TRUE(param.isSatisfied());
 }
 
-TEST(SingleWordParam, IsPresentOrAbsentByItsValue) {
+TEST(SingleWordParam, ItsValueMakesItPresentOrAbsent) {
   const struct {
     std::string input;
     bool accepted, present;
@@ -245,7 +245,7 @@ TEST(SingleWordParam, IsPresentOrAbsentByItsValue) {
   }
 }
 
-TEST(SingleWordParam, ARejectedTextLeavesItAsItWas) {
+TEST(SingleWordParam, ARejectedValueLeavesItUnchanged) {
   SingleWordParam param("full");
   ASSERT_TRUE(param.setFromText("true"));
   EXPECT_FALSE(param.setFromText("maybe"));
@@ -263,22 +263,22 @@ TEST(HelmsorParam, SplitsAtTheFirstColon) {
     std::string host;
     std::int32_t port;
   } cases[] = {
-      {"a host alone", "10.0.0.1", true, "10.0.0.1", 8096},
+      {"only a host", "10.0.0.1", true, "10.0.0.1", 8096},
       {"host and port", "10.0.0.1:443", true, "10.0.0.1", 443},
-      {"no digits", "h:", true, "h", 0},
+      {"no digits behind the colon", "h:", true, "h", 0},
       {"letters for a port", "h:https", true, "h", 0},
       {"digits, then letters", "h:443x", true, "h", 443},
       {"a blank before the digits", "h: 443", true, "h", 0},
-      {"a minus", "h:-1", true, "h", 0},
-      {"a plus", "h:+1", true, "h", 0},
+      {"a minus sign", "h:-1", true, "h", 0},
+      {"a plus sign", "h:+1", true, "h", 0},
       {"two colons", "h:1:2", true, "h", 1},
       {"no host", ":443", true, "", 443},
-      {"a colon alone", ":", true, "", 0},
-      {"a scheme is not taken off", "https://h:1", true, "https", 0},
+      {"only a colon", ":", true, "", 0},
+      {"a scheme is not removed", "https://h:1", true, "https", 0},
       {"the largest port", "h:65535", true, "h", 65535},
-      {"above it", "h:65536", true, "h", 65536},
-      {"blanks stay", " h ", true, " h ", 8096},
-      {"nothing", "", false, "", 8096},
+      {"a number above the largest port", "h:65536", true, "h", 65536},
+      {"blanks are not removed", " h ", true, " h ", 8096},
+      {"the empty text", "", false, "", 8096},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
@@ -300,7 +300,7 @@ TEST(HelmsorParam, AHugePortStaysAbove65535) {
   }
 }
 
-TEST(HelmsorParam, TheEmptyTextClearsWhatWasSet) {
+TEST(HelmsorParam, TheEmptyTextClearsHostAndPort) {
   HelmsorParam param(Need::optional);
   ASSERT_TRUE(param.setFromText("h:1"));
   EXPECT_FALSE(param.setFromText(""));
@@ -333,7 +333,7 @@ TEST(OptionalLogLevelParam, StoresTheNameOfTheLevelAndKeepsOtherText) {
   }
 }
 
-TEST(InputParams, TextKindsTakeNoOtherKind) {
+TEST(InputParams, TextParametersRejectIntegersAndBooleans) {
   StringParam text("x", Need::optional);
   HelmsorParam helmsor(Need::optional);
   OptionalLogLevelParam logLevel;
@@ -360,7 +360,7 @@ TEST(NamedValueBinder, RejectsEveryKind) {
 
 // --- Lists
 
-TEST(FindParam, GivesTheFirstOfExactlyThatKey) {
+TEST(FindParam, ReturnsTheFirstParameterWithExactlyThatKey) {
   StringParam first("key", Need::optional);
   StringParam other("Key", Need::optional);
   StringParam second("key", Need::optional);
@@ -376,7 +376,7 @@ TEST(FindParam, GivesTheFirstOfExactlyThatKey) {
 
 // --- From JSON
 
-TEST(SetFromJson, ANumberIsCutTowardZeroWithin32Bits) {
+TEST(SetFromJson, ANumberIsTruncatedTowardZeroWithin32Bits) {
   const struct {
     double number;
     bool accepted;
@@ -449,12 +449,12 @@ TEST(SetParameterWord, SplitsAtTheFirstEqualsSign) {
     std::string word, key, value;
   } cases[] = {
       {"key and value", "name=lab", "name", "lab"},
-      {"a further sign belongs to the value", "name=a=b", "name", "a=b"},
+      {"a second equals sign belongs to the value", "name=a=b", "name", "a=b"},
       {"an empty value", "profile=", "profile", ""},
       {"a single word", "activate", "activate", "<single-word-command-present>"},
       {"a word of blanks", " ", " ", "<single-word-command-present>"},
-      {"blanks around the sign", "a = b", "a ", " b"},
-      {"bytes", "\xff=\x80%n", "\xff", "\x80%n"},
+      {"blanks around the equals sign", "a = b", "a ", " b"},
+      {"any bytes", "\xff=\x80%n", "\xff", "\x80%n"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
@@ -466,13 +466,13 @@ TEST(SetParameterWord, SplitsAtTheFirstEqualsSign) {
   }
 }
 
-TEST(SetParameterWord, AWordWithoutANameMeansNothing) {
+TEST(SetParameterWord, AWordWithAnEmptyNameChangesNothing) {
   const ScopedJson args(json::makeObject());
   for (const char* word : {"", "=", "=x", "=x=y"}) setParameterWord(args.get(), word);
   EXPECT_EQ(json::memberCount(args.get()), 0U);
 }
 
-TEST(SetParameterWord, ARepeatedKeyKeepsItsFirstPlaceAndItsLastValue) {
+TEST(SetParameterWord, ARepeatedKeyKeepsItsFirstPositionAndItsLastValue) {
   const ScopedJson args(json::makeObject());
   for (const char* word : {"a=1", "b=2", "a", "a=3"}) setParameterWord(args.get(), word);
   ASSERT_EQ(json::memberCount(args.get()), 2U);

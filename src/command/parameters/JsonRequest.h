@@ -1,13 +1,16 @@
-// JsonRequest: the request object of a command, built for callers outside the command line.
+// JsonRequest: builds the request object of a command. The program itself does not use it; it serves other callers.
 //
 //   ScopedJson request;
 //   if (requestFromCommandWords(request, {"ravctl", "profile", "rename", "lab", "new_name=x"}).isSuccess()) ...
 //   // { "method":"profile rename", "lab":"<single-word-command-present>", "new_name":"x",
 //   //   "command_args":[ "profile", "rename", "lab", "new_name=x" ] }
 //
-// `words` begin with the program's path, as argv does. The object has the members "method", one for each parameter
-// word, and "command_args". Binding takes the parameters alone: set "method" and "command_args" to a null pointer
-// first, which removes them, or bind_json_args fails with "disregarding unused input: method".
+// `words` begin with the path of the program, as argv does. The object has the member "method", one member for each
+// parameter word, and the member "command_args". bind_json_args accepts only the parameters, so a caller must first
+// remove "method" and "command_args" by setting them to a null pointer. Otherwise binding fails with the details
+// "disregarding unused input: method".
+//
+// Memory: if memory runs out, the functions below end the process.
 #pragma once
 
 #include <string>
@@ -16,14 +19,17 @@
 #include "command/status/StatusCodes.h"
 #include "json/JsonModel.h"
 
-// The request written in exactly three words: program path, "json", and the text of a JSON object. Parses the whole
-// text. The object is the caller's; null for any other words, and for a text that does not parse or is no object.
-// What was parsed and is no object is freed. Without memory the process ends, here as below.
+// Parses a request that is given in exactly three words: the path of the program, "json", and the text of a JSON
+// object. Returns the object, which the caller owns. Returns null for any other words, and if the text as a whole is
+// not a JSON object.
 [[nodiscard]] jsObject* requestFromJsonForm(const std::vector<std::string>& words);
 
-// Builds the request of a command given in words: the method is words 1 and 2 joined by a blank, the words from 3 on
-// are parameter words (see setParameterWord; output-mode words are words like any other), and "command_args" are all
-// words from 1 on. A word "method=..." replaces the method, in its place; one "command_args=..." gives its place to the
-// array. Success, with the new object in `request`, or "invalid command" for fewer than three words; `request` is then
-// as it was.
+// Builds the request of a command that is given in words:
+//   "method"         words 1 and 2, joined by a blank
+//   parameters       the words from 3 on (see setParameterWord); output-mode words are parameter words too
+//   "command_args"   an array of all words from 1 on
+// A word "method=..." replaces the value of "method". If there is a word "command_args=...", the array stands at the
+// position of that word, and the value of the word is lost.
+// Statuses: success, with the new object in `request`; "invalid command" for fewer than three words, with `request`
+// unchanged.
 Status requestFromCommandWords(ScopedJson& request, const std::vector<std::string>& words);

@@ -38,7 +38,7 @@ TEST(RequestFromJsonForm, AnObjectBecomesTheRequest) {
   }
 }
 
-TEST(RequestFromJsonForm, AnyOtherTextLeavesNoRequest) {
+TEST(RequestFromJsonForm, AnyOtherTextGivesNoRequest) {
   const std::string texts[] = {
       "",
       " ",
@@ -72,20 +72,20 @@ TEST(RequestFromJsonForm, AnyOtherTextLeavesNoRequest) {
   }
 }
 
-TEST(RequestFromJsonForm, AValueThatIsNoObjectIsFreed) {
+TEST(RequestFromJsonForm, AValueThatIsNotAnObjectIsFreed) {
   for (const std::string text : {"[]", R"([{"method":"list profiles"},["a",1.5]])"}) {
     SCOPED_TRACE(text);
     const std::ptrdiff_t before = json::blocksInUse();
     {
       const ScopedJson parsed(json::parse(text.c_str()));
-      ASSERT_GT(json::blocksInUse(), before) << "nothing that could be freed";
+      ASSERT_GT(json::blocksInUse(), before) << "the parsed text uses no memory that could be freed";
     }
     EXPECT_EQ(requestFromJsonForm({"ravctl", "json", text}), nullptr);
     EXPECT_EQ(json::blocksInUse(), before);
   }
 }
 
-TEST(RequestFromJsonForm, EveryPrefixOfARequestLeavesNone) {
+TEST(RequestFromJsonForm, APrefixOfARequestGivesNoRequest) {
   const std::string whole = R"({"method":"profile details","args":["a",{"b":[1,null]}],"profile":"lab"})";
   for (std::size_t length = 0; length <= whole.size(); ++length) {
     const ScopedJson request(requestFromJsonForm({"ravctl", "json", whole.substr(0, length)}));
@@ -93,14 +93,14 @@ TEST(RequestFromJsonForm, EveryPrefixOfARequestLeavesNone) {
   }
 }
 
-TEST(RequestFromJsonForm, TheWholeTextIsParsedWhateverItsBytes) {
+TEST(RequestFromJsonForm, TheTextIsParsedBeyondAZeroByte) {
   const std::string text = std::string(R"({"a":"x)") + '\0' + R"(y"})";
   const ScopedJson request(requestFromJsonForm({"ravctl", "json", text}));
   ASSERT_NE(request.get(), nullptr);
   EXPECT_EQ(json::textOf(json::member(request.get(), "a")), std::string_view("x\0y", 3));
 }
 
-TEST(RequestFromJsonForm, TakesExactlyThreeWordsTheSecondJson) {
+TEST(RequestFromJsonForm, RequiresExactlyThreeWordsTheSecondBeingJson) {
   const Words cases[] = {
       {},
       {"ravctl"},
@@ -122,25 +122,25 @@ TEST(RequestFromJsonForm, TakesExactlyThreeWordsTheSecondJson) {
     EXPECT_EQ(request.get(), nullptr);
   }
   const ScopedJson request(requestFromJsonForm({"", "json", "{}"}));
-  EXPECT_NE(request.get(), nullptr);  // the path may be anything
+  EXPECT_NE(request.get(), nullptr);  // the path may be any text
 }
 
 // --- From command words
 
-TEST(RequestFromCommandWords, NamesMethodParametersAndWords) {
+TEST(RequestFromCommandWords, HoldsTheMethodTheParametersAndAllWords) {
   const struct {
     const char* why;
     Words words;
     const char* request;
   } cases[] = {
-      {"two words",
+      {"a command without parameters",
        {"ravctl", "list", "profiles"},
        R"({ "method":"list profiles", "command_args":[ "list", "profiles" ] })"},
-      {"output-mode words are words like any other",
+      {"output-mode words become members too",
        {"ravctl", "list", "profiles", "--json"},
        R"({ "method":"list profiles", "--json":"<single-word-command-present>", )"
        R"("command_args":[ "list", "profiles", "--json" ] })"},
-      {"a third word is a single word",
+      {"a third word without = becomes a single word",
        {"/usr/bin/ravctl", "profile", "details", "lab"},
        R"({ "method":"profile details", "lab":"<single-word-command-present>", )"
        R"("command_args":[ "profile", "details", "lab" ] })"},
@@ -152,17 +152,19 @@ TEST(RequestFromCommandWords, NamesMethodParametersAndWords) {
       {"a repeated key",
        {"ravctl", "a", "b", "x=1", "y=2", "x=3"},
        R"({ "method":"a b", "x":"3", "y":"2", "command_args":[ "a", "b", "x=1", "y=2", "x=3" ] })"},
-      {"words without a name are no members, but arguments",
+      {"words without a name appear only in command_args",
        {"ravctl", "a", "b", "", "=x"},
        R"({ "method":"a b", "command_args":[ "a", "b", "", "=x" ] })"},
-      {"the two words may be anything", {"", "", "%n=%s"}, R"({ "method":" %n=%s", "command_args":[ "", "%n=%s" ] })"},
-      {"method= replaces the method in its place",
+      {"the two words of the method may be any text",
+       {"", "", "%n=%s"},
+       R"({ "method":" %n=%s", "command_args":[ "", "%n=%s" ] })"},
+      {"a word method= replaces the method",
        {"ravctl", "a", "b", "method=c", "x=1"},
        R"({ "method":"c", "x":"1", "command_args":[ "a", "b", "method=c", "x=1" ] })"},
-      {"command_args= gives its place to the array",
+      {"a word command_args= decides the position of the array",
        {"ravctl", "a", "b", "command_args=c", "x=1"},
        R"({ "method":"a b", "command_args":[ "a", "b", "command_args=c", "x=1" ], "x":"1" })"},
-      {"command_name is a key here",
+      {"command_name is an ordinary key here",
        {"ravctl", "a", "b", "command_name=c"},
        R"({ "method":"a b", "command_name":"c", "command_args":[ "a", "b", "command_name=c" ] })"},
   };
@@ -186,7 +188,7 @@ TEST(RequestFromCommandWords, FewerThanThreeWordsAreAnInvalidCommand) {
   }
 }
 
-TEST(RequestFromCommandWords, AFailureLeavesTheRequestAndASuccessReplacesIt) {
+TEST(RequestFromCommandWords, AFailureKeepsTheOldRequestAndASuccessReplacesIt) {
   ScopedJson request(json::makeObject());
   json::setText(request.get(), "old", "x");
   EXPECT_THAT(requestFromCommandWords(request, {"ravctl"}), HasCode(status::invalidCommand));
@@ -195,7 +197,7 @@ TEST(RequestFromCommandWords, AFailureLeavesTheRequestAndASuccessReplacesIt) {
   EXPECT_EQ(printed(request.get()), R"({ "method":"a b", "command_args":[ "a", "b" ] })");
 }
 
-TEST(RequestFromCommandWords, TakesManyWords) {
+TEST(RequestFromCommandWords, AcceptsManyWords) {
   Words words = {"ravctl", "a", "b"};
   for (int i = 0; i < 10'000; ++i) words.push_back("key" + std::to_string(i) + "=" + std::to_string(i));
   ScopedJson request;
@@ -215,7 +217,7 @@ class Example : public RavctlCommandInstance {
   StringParam newName{"new_name", Need::required};
 };
 
-TEST(RequestFromCommandWords, BindsOnceItsOwnTwoMembersAreRemoved) {
+TEST(RequestFromCommandWords, BindsAfterMethodAndCommandArgsAreRemoved) {
   ScopedJson request;
   ASSERT_THAT(requestFromCommandWords(request, {"ravctl", "profile", "rename", "profile=lab", "new_name=x"}),
               HasCode(status::success));

@@ -1,4 +1,4 @@
-// Value sinks: where the result fields of a command put what they hold.
+// ValueBinder: a sink that receives the values of a command's result fields.
 //
 //   std::vector<std::string> lines;
 //   StringVectorValueBinder sink(lines);
@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-// The sink. Each operation tells whether it accepted the value; this base accepts nothing.
+// The interface. Each operation returns true if the sink accepts the value. This base class accepts nothing.
 class ValueBinder {
  public:
   virtual ~ValueBinder() = default;
@@ -20,10 +20,12 @@ class ValueBinder {
   virtual bool takeStringList(std::string_view key, std::vector<std::string> list);
 };
 
-// Turns every value into text lines, appended to a list that stays its owner's. A text becomes its key, ": " and
-// itself; integers are decimal, booleans "true" or "false". A list becomes a heading, its key and ":", and each element
-// a line of its own, unchanged; a key that is empty or begins with "_" has no heading, which is how a field prints free
-// text.
+// Turns every value into text lines and appends them to a list, which the caller owns and keeps alive.
+//   text            the line "key: text"
+//   integer         the line "key: 10", in decimal
+//   boolean         the line "key: true" or "key: false"
+//   list of texts   the heading "key:", then each element as one line, unchanged
+// A list whose key is empty or begins with "_" has no heading; fields use this to print free text.
 class StringVectorValueBinder : public ValueBinder {
  public:
   explicit StringVectorValueBinder(std::vector<std::string>& lines) : lines_(lines) {}
