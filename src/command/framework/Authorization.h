@@ -1,18 +1,20 @@
-// Authorization: whether this process may change the system.
+// Authorization: decides whether this process may change the system.
 //
 //   if (!isAuthorized()) return Status::of(status::authenticationError);
 //
-// One process-wide mode. The entry point sets it once, before any command runs; state-changing commands consult it
-// before they act, and making a profile asks once more, since electing calls it. Not guarded: set at start, read later.
+// The mode is one value for the whole process. The entry point sets it once, before it runs a command. Commands that
+// change something check the authorization before they act. createProfile checks it too, because the election of an
+// active profile calls it.
+// Threads: the mode is not protected by a lock; it is set at the start and only read later.
 #pragma once
 
-// The modes. Any other value permits nothing.
+// The modes. With any other value isAuthorized() returns false.
 constexpr int authorizationNever = 0;
 constexpr int authorizationAlways = 1;
-constexpr int authorizationRootOnly = 2;  // getuid(2) and geteuid(2) both 0
+constexpr int authorizationRootOnly = 2;  // only if getuid(2) and geteuid(2) both return 0
 
-// Nothing is permitted until a mode is set.
+// Sets the mode. Until the first call the mode is authorizationNever.
 void setAuthorizationMode(int mode);
 
-// Asks the system anew at each call in mode 2.
+// Returns true if the mode permits changes. With authorizationRootOnly each call reads the user ids anew.
 bool isAuthorized();

@@ -16,7 +16,7 @@ class AuthorizationTest : public HostTest {
   void TearDown() override { setAuthorizationMode(authorizationNever); }
 };
 
-TEST_F(AuthorizationTest, ModesOneAndTwoAloneMayPermit) {
+TEST_F(AuthorizationTest, OnlyTheModesAlwaysAndRootOnlyPermitAnything) {
   for (const int mode : {authorizationNever, 3, 4, -1, INT_MAX, INT_MIN}) {
     setAuthorizationMode(mode);
     EXPECT_FALSE(isAuthorized()) << mode;
@@ -24,7 +24,7 @@ TEST_F(AuthorizationTest, ModesOneAndTwoAloneMayPermit) {
   setAuthorizationMode(authorizationAlways);
   EXPECT_TRUE(isAuthorized());
   setAuthorizationMode(authorizationRootOnly);
-  EXPECT_TRUE(isAuthorized());  // the private host is root's
+  EXPECT_TRUE(isAuthorized());  // in the private host we are root
 }
 
 TEST_F(AuthorizationTest, TheModesHaveTheirNumbers) {
@@ -33,7 +33,7 @@ TEST_F(AuthorizationTest, TheModesHaveTheirNumbers) {
   EXPECT_EQ(authorizationRootOnly, 2);
 }
 
-// What a process with these user ids is told in mode 2: 0 no, 1 yes.
+// Returns 1 if a process with these user ids is authorized in mode 2, else 0.
 int answerAs(uid_t real, uid_t effective) {
   const pid_t child = ::fork();
   if (child == 0) {
@@ -45,7 +45,7 @@ int answerAs(uid_t real, uid_t effective) {
   return WEXITSTATUS(status);
 }
 
-TEST_F(AuthorizationTest, RootOnlyAsksForTheRealAndTheEffectiveUser) {
+TEST_F(AuthorizationTest, RootOnlyRequiresTheRealAndTheEffectiveUserToBeRoot) {
   SKIP_WITHOUT_OTHER_USERS();
   EXPECT_EQ(answerAs(0, 0), 1);
   EXPECT_EQ(answerAs(1000, 0), 0);
@@ -91,9 +91,10 @@ TEST_F(AuthorizationTest, AnotherUserMayListInterfacesAndVersions) {
   EXPECT_EQ(runRavctl({"list", "versions"}, start).out, "hipapp_version: 4.1.7\nravctl_version: 2.2\n");
 }
 
-TEST_F(AuthorizationTest, AStateChangingCommandRefusesWhoIsRootByOneOfItsUsersAlone) {
+TEST_F(AuthorizationTest, AStateChangingCommandRequiresBothUserIdsToBeRoot) {
   SKIP_WITHOUT_OTHER_USERS();
-  // The program where both users reach it; with an emulator before it, where it runs on one.
+  // The program is copied to a place that both users can reach. If the tests run under an emulator, so does the
+  // program.
   const char* emulator = std::getenv("RAVCTL_EMULATOR");
   host::writeFile("/usr/bin/ravctl", host::readFile(ravctlPath()), 0755);
   host::writeFile("/etc/zuv/.systemctl", "");
@@ -105,7 +106,7 @@ TEST_F(AuthorizationTest, AStateChangingCommandRefusesWhoIsRootByOneOfItsUsersAl
   };
   for (const char* which : {"--ruid", "--euid"}) {
     SCOPED_TRACE(which);
-    // Not the exit status: a sanitizer that may not look into such a process makes it fail.
+    // The exit status is not checked: a sanitizer cannot inspect such a process and makes it fail.
     EXPECT_EQ(stopWith({"/usr/bin/setpriv", which, "1000"}).out,
               "status_text: authentication error (ravctl requires sudo for this command)\nstatus_code: 0x12000002\n");
     EXPECT_FALSE(host::exists("/tmp/calls"));

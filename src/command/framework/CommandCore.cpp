@@ -39,7 +39,7 @@ RavctlCommandInstance::RavctlCommandInstance(const char* method)
       requestID_("requestID", Need::optional, Show::hidden),
       output_("output", Need::optional, Show::hidden),
       status_(*this, method) {
-  params_.reserve(11);  // the longest list of the catalogue: one allocation
+  params_.reserve(11);  // the length of the longest list in the catalogue, so that one allocation is enough
   takes({&auth_, &requestID_, &output_});
   reports({&status_});
 }
@@ -56,7 +56,7 @@ std::string printed(const jsObject* value) {
   return text;
 }
 
-// The key stood alone, as words without "=" do.
+// Returns true if the value says that the key was given without "=".
 bool isMarker(const jsObject* value) {
   return json::isString(value) && (json::textOf(value) == singleWordPresent || json::textOf(value) == singleWordAbsent);
 }

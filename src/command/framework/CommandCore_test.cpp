@@ -17,7 +17,7 @@ using Words = std::vector<std::string>;
 constexpr const char* present = "<single-word-command-present>";
 constexpr const char* absent = "<single-word-command-absent>";
 
-// Neither a single word nor a value: no command of the program has such a parameter.
+// A parameter that is neither a single word nor takes a value. No command of the program has such a parameter.
 class OddParam : public InputParamBase {
  public:
   OddParam() : InputParamBase("odd", Need::optional, Show::listed) {}
@@ -27,7 +27,7 @@ class OddParam : public InputParamBase {
   const char* typeDescription() const override { return "odd"; }
 };
 
-// One parameter of each kind, and some results.
+// A command with one parameter of each kind and some results.
 class Example : public RavctlCommandInstance {
  public:
   Example() : RavctlCommandInstance("example method") {
@@ -58,7 +58,7 @@ class Example : public RavctlCommandInstance {
   Status result;
 };
 
-// Three required parameters.
+// A command with three required parameters.
 class Demanding : public RavctlCommandInstance {
  public:
   Demanding() : RavctlCommandInstance("demanding") { takes({&first, &optional, &second, &third}); }
@@ -86,9 +86,9 @@ Status bindWords(RavctlCommandInstance& command, const Words& words, std::size_t
   return bindCommandWords(command, array.get(), consumed);
 }
 
-// --- The base of commands
+// --- The base class of commands
 
-TEST(RavctlCommandInstance, BeginsWithTheStandardParametersAndTheStatus) {
+TEST(RavctlCommandInstance, ListsTheStandardParametersAndTheStatusFirst) {
   const Example command;
   Words params;
   for (const InputParamBase* param : command.params()) params.push_back(param->name());
@@ -108,7 +108,7 @@ TEST(RavctlCommandInstance, BeginsWithTheStandardParametersAndTheStatus) {
   EXPECT_EQ(command.results()[0], &command.status());
 }
 
-TEST(RavctlCommandInstance, NoOutputModeIsSetAtFirst) {
+TEST(RavctlCommandInstance, InitiallyNoOutputModeIsSet) {
   const Example command;
   EXPECT_FALSE(command.mode().quiet);
   EXPECT_FALSE(command.mode().verbose);
@@ -125,7 +125,7 @@ TEST(RavctlCommandInstance, RunExecutesOnceWithItsOwnStatus) {
   EXPECT_EQ(command.status().status().code(), 0x12001001U);
 }
 
-TEST(OutputMode, TheLastOfEachPairWins) {
+TEST(OutputMode, TheLastWordOfEachPairWins) {
   const struct {
     Words words;
     bool quiet, verbose, json, text;
@@ -164,7 +164,7 @@ TEST(OutputMode, OtherWordsChangeNothing) {
 
 // --- Binding JSON arguments
 
-TEST(BindJsonArgs, EveryMemberGoesToTheParameterOfItsKey) {
+TEST(BindJsonArgs, BindsEachMemberToTheParameterWithItsKey) {
   Example command;
   const Status bound =
       bindJson(command, R"({"command_name":["x","y"],"text":"a","number":3.9,"choice":false,"word":"true",)"
@@ -186,39 +186,40 @@ TEST(BindJsonArgs, EveryMemberGoesToTheParameterOfItsKey) {
   for (const InputParamBase* param : command.params()) EXPECT_EQ(param->hasValue(), param != &command.odd);
 }
 
-TEST(BindJsonArgs, NothingGivenIsSuccessWhereNothingIsRequired) {
+TEST(BindJsonArgs, AnEmptyObjectIsSuccessIfNothingIsRequired) {
   Example command;
   EXPECT_THAT(bindJson(command, "{}"), HasCode(status::success));
   EXPECT_EQ(command.profile.value(), "initial");
   for (const InputParamBase* param : command.params()) EXPECT_FALSE(param->hasValue());
 }
 
-TEST(BindJsonArgs, CommandNameIsSkippedWhateverItIs) {
+TEST(BindJsonArgs, CommandNameIsSkippedWhateverItsValue) {
   for (const char* args : {R"({"command_name":null})", R"({"command_name":7})", R"({"command_name":{"a":[]}})"}) {
     Example command;
     EXPECT_THAT(bindJson(command, args), HasCode(status::success)) << args;
   }
 }
 
-TEST(BindJsonArgs, EveryFaultIsAnInvalidArgumentWithItsOwnDetails) {
+TEST(BindJsonArgs, EveryFailureIsAnInvalidArgumentWithItsOwnDetails) {
   const struct {
     const char *why, *args, *details;
   } cases[] = {
-      {"unknown key", R"({"force":true})", "disregarding unused input: force"},
-      {"an unknown key alone on the command line", R"({"force":"<single-word-command-present>"})",
-       "disregarding unused input: force"},
-      {"keys compare exactly", R"({"Text":"x"})", "disregarding unused input: Text"},
-      {"the word shown in help is no key", R"({"sys-impl":"null"})", "disregarding unused input: sys-impl"},
-      {"a request's own member", R"({"method":"list profiles"})", "disregarding unused input: method"},
+      {"an unknown key", R"({"force":true})", "disregarding unused input: force"},
+      {"an unknown single word", R"({"force":"<single-word-command-present>"})", "disregarding unused input: force"},
+      {"keys are compared exactly", R"({"Text":"x"})", "disregarding unused input: Text"},
+      {"the word shown in help is not the key", R"({"sys-impl":"null"})", "disregarding unused input: sys-impl"},
+      {"the member \"method\" of a request", R"({"method":"list profiles"})", "disregarding unused input: method"},
       {"single word: text", R"({"word":"maybe"})", R"(illegal single-word input: "maybe")"},
       {"single word: number", R"({"word":1})", "illegal single-word input: 1"},
       {"single word: fraction", R"({"word":1.5})", "illegal single-word input: 1.500000"},
       {"single word: boolean", R"({"word":true})", "illegal single-word input: true"},
       {"single word: null", R"({"word":null})", "illegal single-word input: null"},
       {"single word: array", R"({"word":["a",1]})", R"(illegal single-word input: [ "a", 1 ])"},
-      {"value alone", R"({"text":"<single-word-command-present>"})", "parameter value required"},
-      {"value said to be absent", R"({"profile":"<single-word-command-absent>"})", "parameter value required"},
-      {"integer alone", R"({"number":"<single-word-command-present>"})", "parameter value required"},
+      {"a text parameter without a value", R"({"text":"<single-word-command-present>"})", "parameter value required"},
+      {"a text parameter with the absent marker", R"({"profile":"<single-word-command-absent>"})",
+       "parameter value required"},
+      {"an integer parameter without a value", R"({"number":"<single-word-command-present>"})",
+       "parameter value required"},
       {"integer: text", R"({"number":"1x"})", R"(illegal value presented: "1x")"},
       {"integer: boolean", R"({"number":true})", "illegal value presented: true"},
       {"integer: null", R"({"number":null})", "illegal value presented: null"},
@@ -243,7 +244,7 @@ TEST(BindJsonArgs, EveryFaultIsAnInvalidArgumentWithItsOwnDetails) {
   }
 }
 
-TEST(BindJsonArgs, TheFirstFaultEndsItAndEarlierValuesStay) {
+TEST(BindJsonArgs, TheFirstFailureEndsTheBindingAndEarlierValuesRemain) {
   Example command;
   const Status bound = bindJson(command, R"({"text":"before","force":1,"number":"x","network":"after"})");
   EXPECT_THAT(bound, HasCode(status::invalidArgument));
@@ -274,19 +275,19 @@ TEST(BindJsonArgs, MissingParametersAreReportedOneAtATimeInDeclarationOrder) {
   EXPECT_THAT(bindJson(command, R"({"helmsor":"h","first":"","third":"2"})"), HasCode(status::success));
 }
 
-TEST(BindJsonArgs, AFaultOfAMemberComesBeforeAMissingParameter) {
+TEST(BindJsonArgs, ABadMemberIsReportedBeforeAMissingParameter) {
   Demanding command;
   EXPECT_EQ(bindJson(command, R"({"optional":null})").details(), "illegal value presented: null");
 }
 
-TEST(BindJsonArgs, WhatIsNoObjectHasNoMembers) {
+TEST(BindJsonArgs, AValueThatIsNotAnObjectHasNoMembers) {
   Example command;
   EXPECT_THAT(bind_json_args(command, nullptr), HasCode(status::success));
   Demanding demanding;
   EXPECT_EQ(bind_json_args(demanding, nullptr).details(), "illegal or missing parameter: first");
 }
 
-// Copies what passes it.
+// Copies every log message.
 class RecordKeeper : public BasicLog::LogMessageProcessor {
  public:
   explicit RecordKeeper(std::vector<BasicLog::LogMessage>& records) : records_(records) {}
@@ -296,7 +297,7 @@ class RecordKeeper : public BasicLog::LogMessageProcessor {
   std::vector<BasicLog::LogMessage>& records_;
 };
 
-TEST(BindJsonArgs, AParameterThatIsNeitherWordNorValueIsLoggedAndFailsWithoutDetails) {
+TEST(BindJsonArgs, AParameterThatIsNeitherWordNorValueFailsWithALogEntry) {
   std::vector<BasicLog::LogMessage> records;
   BasicLog::setSyncProcessor(new RecordKeeper(records));
   Example command;
@@ -318,7 +319,7 @@ TEST(BindJsonArgs, AParameterThatIsNeitherWordNorValueIsLoggedAndFailsWithoutDet
   EXPECT_EQ(records[0].parameters()[0].value, "odd");
 }
 
-TEST(BindJsonArgs, BelowTheThresholdSuchAParameterFailsAllTheSameAndNothingIsLogged) {
+TEST(BindJsonArgs, AParameterThatIsNeitherWordNorValueFailsEvenIfLoggingIsOff) {
   BasicLog::Logger& logger = BasicLog::getLogger("control");
   const BasicLog::Level before = logger.threshold();
   logger.setThreshold(BasicLog::Level::fatal);
@@ -335,7 +336,7 @@ TEST(BindJsonArgs, BelowTheThresholdSuchAParameterFailsAllTheSameAndNothingIsLog
 
 // --- Binding command words
 
-TEST(BindCommandWords, WordsBehindTheNameAreParameters) {
+TEST(BindCommandWords, WordsAfterTheNameAreParameters) {
   Example command;
   const Status bound = bindWords(command, {"service", "start", "text=a=b", "number= 10 ", "choice=YES", "word",
                                            "profile=", "helmsor=10.0.0.1:443", "auth=x", "requestID=", "output=%n"});
@@ -351,30 +352,30 @@ TEST(BindCommandWords, WordsBehindTheNameAreParameters) {
   EXPECT_EQ(command.helmsor.port(), 443);
 }
 
-TEST(BindCommandWords, NamingWordsAreNoParameters) {
+TEST(BindCommandWords, NamingWordsAreNotParameters) {
   Example command;
   EXPECT_THAT(bindWords(command, {"profile", "create", "number=x"}, 3), HasCode(status::success));
   EXPECT_EQ(command.number.value(), 50);
   EXPECT_THAT(bindWords(command, {}, 0), HasCode(status::success));
 }
 
-TEST(BindCommandWords, FaultsAreThoseOfTheParameters) {
+TEST(BindCommandWords, RejectedWordsFailWithTheDetailsOfTheParameter) {
   const struct {
     const char *why, *word, *details;
   } cases[] = {
       {"an unknown single word", "now", "disregarding unused input: now"},
       {"an unknown key", "force=1", "disregarding unused input: force"},
-      {"a value alone", "profile", "parameter value required"},
-      {"a marker given as a value", "text=<single-word-command-present>", "parameter value required"},
+      {"a text parameter without a value", "profile", "parameter value required"},
+      {"a marker text given as a value", "text=<single-word-command-present>", "parameter value required"},
       {"an empty helmsor", "helmsor=", R"(illegal value presented: "")"},
-      {"a number that is none", "number=ten", R"(illegal value presented: "ten")"},
-      {"a boolean that is none", "choice=1", R"(illegal value presented: "1")"},
+      {"a text that is not a number", "number=ten", R"(illegal value presented: "ten")"},
+      {"a text that is not a boolean", "choice=1", R"(illegal value presented: "1")"},
       {"a word with an illegal value", "word=maybe", R"(illegal single-word input: "maybe")"},
-      {"a mode word with a value is a key", "--quiet=true", "disregarding unused input: --quiet"},
-      {"another letter case", "--JSON", "disregarding unused input: --JSON"},
-      {"conversions are text", "%n%s%x", "disregarding unused input: %n%s%x"},
-      {"conversions in a value are text", "number=%n%s", R"(illegal value presented: "%n%s")"},
-      {"bytes of 128 and above", "\xff\x80=x", "disregarding unused input: \xff\x80"},
+      {"an output-mode word with a value is an unknown key", "--quiet=true", "disregarding unused input: --quiet"},
+      {"an output-mode word in another letter case", "--JSON", "disregarding unused input: --JSON"},
+      {"printf conversions are plain text", "%n%s%x", "disregarding unused input: %n%s%x"},
+      {"printf conversions in a value are plain text", "number=%n%s", R"(illegal value presented: "%n%s")"},
+      {"bytes above 127", "\xff\x80=x", "disregarding unused input: \xff\x80"},
       {"a blank", " ", "disregarding unused input:  "},
   };
   for (const auto& c : cases) {
@@ -387,7 +388,7 @@ TEST(BindCommandWords, FaultsAreThoseOfTheParameters) {
   }
 }
 
-TEST(BindCommandWords, ASingleWordCountsByItsValue) {
+TEST(BindCommandWords, TheValueOfASingleWordDecides) {
   const struct {
     Words words;
     bool present, given;
@@ -414,28 +415,28 @@ TEST(BindCommandWords, ASingleWordCountsByItsValue) {
   }
 }
 
-TEST(BindCommandWords, ARepeatedKeyBindsItsLastValueAtItsFirstPlace) {
+TEST(BindCommandWords, ARepeatedKeyBindsItsLastValueAtItsFirstPosition) {
   Example command;
   EXPECT_THAT(bindWords(command, {"a", "b", "text=1", "text=2", "text=3"}), HasCode(status::success));
   EXPECT_EQ(command.text.value(), "3");
-  // The first place: the fault of `number` comes before the one of `choice`, though its last value stands behind.
+  // `number` is bound before `choice`, at its first position, but with its last value, so its failure comes first.
   Example second;
   EXPECT_EQ(bindWords(second, {"a", "b", "number=1", "choice=x", "number=y"}).details(),
             R"(illegal value presented: "y")");
-  // A good last value cures a bad first one.
+  // A first value that is bad does not matter if the last one is good.
   Example third;
   EXPECT_THAT(bindWords(third, {"a", "b", "number=x", "number=1"}), HasCode(status::success));
   EXPECT_EQ(third.number.value(), 1);
 }
 
-TEST(BindCommandWords, WordsWithoutANameAreSilentlyAccepted) {
+TEST(BindCommandWords, WordsWithAnEmptyNameAreSilentlyAccepted) {
   Example command;
   EXPECT_THAT(bindWords(command, {"a", "b", "", "=x", "=", "command_name=x", "command_name"}),
               HasCode(status::success));
   for (const InputParamBase* param : command.params()) EXPECT_FALSE(param->hasValue());
 }
 
-TEST(BindCommandWords, AWordThatIsNoStringFailsAtOnce) {
+TEST(BindCommandWords, AWordThatIsNotAStringFailsAtOnce) {
   for (jsObject* word : {json::makeNull(), json::makeBoolean(true), json::makeNumber(5), json::makeArray()}) {
     Example command;
     const ScopedJson words(arrayOf({"a", "b", "--verbose", "text=x"}));
@@ -450,7 +451,7 @@ TEST(BindCommandWords, AWordThatIsNoStringFailsAtOnce) {
   }
 }
 
-TEST(BindCommandWords, OutputModeWordsAreNoParameters) {
+TEST(BindCommandWords, OutputModeWordsAreNotParameters) {
   Example command;
   EXPECT_THAT(bindWords(command, {"list", "profiles", "--json", "text=x", "--text", "--verbose"}),
               HasCode(status::success));
@@ -471,14 +472,14 @@ TEST(BindCommandWords, NamingWordsSetTheModeAfterTheOthers) {
   EXPECT_FALSE(quiet.mode().verbose);
 }
 
-TEST(BindCommandWords, WhereFewerWordsAreThanNameTheCommandAllOfThemDo) {
+TEST(BindCommandWords, IfThereAreFewerWordsThanConsumedAllAreNamingWords) {
   Example command;
   EXPECT_THAT(bindWords(command, {"text=x", "--json"}, 3), HasCode(status::success));
   EXPECT_TRUE(command.mode().json);
   EXPECT_FALSE(command.text.hasValue());
 }
 
-TEST(BindCommandWords, NamingWordsDoNotSetTheModeWhenAWordIsNoString) {
+TEST(BindCommandWords, NamingWordsDoNotSetTheModeIfAWordIsNotAString) {
   Example command;
   const ScopedJson words(arrayOf({"profile", "details", "--json"}));
   json::append(words.get(), json::makeNull());
@@ -486,7 +487,7 @@ TEST(BindCommandWords, NamingWordsDoNotSetTheModeWhenAWordIsNoString) {
   EXPECT_FALSE(command.mode().json);
 }
 
-TEST(BindCommandWords, TakesManyWords) {
+TEST(BindCommandWords, AcceptsManyWords) {
   Words words = {"a", "b"};
   for (int i = 0; i < 10'000; ++i) words.push_back("text=" + std::to_string(i));
   Example command;
@@ -501,7 +502,7 @@ TEST(BindCommandWords, TakesManyWords) {
   EXPECT_THAT(bindWords(named, keys, keys.size()), HasCode(status::success));
 }
 
-TEST(BindCommandWords, TakesVeryLongWords) {
+TEST(BindCommandWords, AcceptsVeryLongWords) {
   const std::string huge(1'000'000, 'x');
   Example command;
   EXPECT_THAT(bindWords(command, {"a", "b", "text=" + huge}), HasCode(status::success));
@@ -511,7 +512,7 @@ TEST(BindCommandWords, TakesVeryLongWords) {
 
 // --- Output
 
-TEST(RenderOutput, ASuccessRendersEveryFieldInOrder) {
+TEST(RenderOutput, ASuccessRendersAllFieldsInOrder) {
   Example command;
   command.name.set("lab");
   command.lines.list() = {"%s", "second"};
@@ -523,7 +524,7 @@ TEST(RenderOutput, ASuccessRendersEveryFieldInOrder) {
                           "name: lab", "running: false", "%s", "second"}));
 }
 
-TEST(RenderOutput, ASuccessWithoutOptionsHasNoStatusLines) {
+TEST(RenderOutput, ASuccessWithoutModeWordsHasNoStatusLines) {
   Example command;
   command.name.set("lab");
   command.run();
@@ -532,7 +533,7 @@ TEST(RenderOutput, ASuccessWithoutOptionsHasNoStatusLines) {
   EXPECT_EQ(lines, (Lines{"name: lab", "running: false"}));
 }
 
-TEST(RenderOutput, AFailureRendersItsStatusAlone) {
+TEST(RenderOutput, AFailureRendersOnlyItsStatus) {
   Example command;
   command.name.set("lab");
   command.lines.list() = {"line"};
@@ -545,7 +546,7 @@ TEST(RenderOutput, AFailureRendersItsStatusAlone) {
 
 TEST(RenderOutput, ACommandThatSetsNoStatusIsAnApplicationError) {
   Example command;
-  command.result.setCode(0);  // it leaves its status alone then
+  command.result.setCode(0);  // execute() then does not set the status
   command.run();
   Lines lines;
   renderOutput(command, lines);

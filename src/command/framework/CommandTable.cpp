@@ -2,7 +2,7 @@
 
 namespace {
 
-// A name of two words, taken apart; the second is empty for a name of one.
+// The two words of a name; the second is empty if the name has only one word.
 struct TwoWords {
   std::string_view first;
   std::string_view second;

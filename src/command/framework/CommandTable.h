@@ -1,4 +1,5 @@
-// The form of the command table: one row a command, from which words are looked up and all help is printed.
+// CommandTable: the structure of the command table. The table has one row for each command; it serves to find the
+// command that the words name, and to print all help.
 #pragma once
 
 #include <cstddef>
@@ -12,28 +13,28 @@
 // How words name a command.
 enum class CommandForm {
   twoWords,         // "service start"
-  twoWordsAndName,  // "profile create X": a third word must be there and is handed to the command
-  wordAndArgument,  // "json X": any second word, handed to the command
+  twoWordsAndName,  // "profile create X": a third word is required and is passed to the command
+  wordAndArgument,  // "json X": a second word, which may be any text, is required and is passed to the command
   allWords          // "help ...": every word belongs to the command
 };
 
 struct CommandRow {
-  const char* method;  // the words, and the command's name in output and help
+  const char* method;  // the words that name the command, and its name in output and help
   CommandForm form;
-  const char* synopsis;     // what may follow the words, in short; the pages print `usage`
-  const char* usage;        // behind the method name in usage lines
+  const char* synopsis;     // a short form of what may follow the words; no page prints it, the pages print `usage`
+  const char* usage;        // what follows the method name in usage lines
   const char* description;  // one paragraph
-  // Makes the command. `argument` is the word handed to it, empty where its form has none; `words` are all words.
+  // Makes the command. `argument` is the word passed to it, or empty if its form has none; `words` are all words.
   std::unique_ptr<RavctlCommandInstance> (*make)(const std::string& argument, const std::vector<std::string>& words);
 };
 
-// Another name for a command's words.
+// Two other words that name a command.
 struct CommandAlias {
   const char* words;
   const char* method;
 };
 
-// All rows, in the order of the reference page. Points to constant tables that live as long as the process.
+// All rows, in the order of the reference page. It points to constant tables that live as long as the process.
 struct CommandTable {
   const CommandRow* rows;
   std::size_t rowCount;
@@ -42,8 +43,8 @@ struct CommandTable {
 
   const CommandRow* begin() const { return rows; }
   const CommandRow* end() const { return rows + rowCount; }
-  // The command that is named by exactly these two words, or has them as an alias; null when none.
+  // Returns the command that exactly these two words name, directly or as an alias, or null if there is none.
   const CommandRow* findTwoWords(std::string_view first, std::string_view second) const;
-  // The command that is named by one word alone ("help", "json"); null when none.
+  // Returns the command of a form with one naming word ("help", "json") that this word names, or null if there is none.
   const CommandRow* findOneWord(std::string_view word) const;
 };

@@ -15,7 +15,7 @@ constexpr CommandRow rows[] = {
 constexpr CommandAlias aliases[] = {{"tea brew", "tea make"}, {"brew tea", "tea make"}, {"tea spill", "pour <cup>"}};
 constexpr CommandTable table = {rows, std::size(rows), aliases, std::size(aliases)};
 
-TEST(CommandTable, TwoWordsFindTheirRowOrTheOneTheyAreAnAliasOf) {
+TEST(CommandTable, TwoWordsFindTheCommandThatTheyNameOrAreAnAliasOf) {
   const struct {
     const char *first, *second;
     const CommandRow* row;
@@ -32,7 +32,7 @@ TEST(CommandTable, TwoWordsFindTheirRowOrTheOneTheyAreAnAliasOf) {
   }
 }
 
-TEST(CommandTable, OneWordFindsCommandsOfOneWordAlone) {
+TEST(CommandTable, OneWordFindsOnlyCommandsNamedByOneWord) {
   EXPECT_EQ(table.findOneWord("pour"), &rows[2]);
   EXPECT_EQ(table.findOneWord("wait"), &rows[3]);
   for (const char* word : {"tea", "make", "tea make", "brew", "pour <cup>", "<cup>", "Wait", "wai", "waits", ""}) {
@@ -40,7 +40,7 @@ TEST(CommandTable, OneWordFindsCommandsOfOneWordAlone) {
   }
 }
 
-TEST(CommandTable, IsWalkedInItsOrder) {
+TEST(CommandTable, IteratesInTheOrderOfTheRows) {
   std::string methods;
   for (const CommandRow& row : table) methods += std::string(row.method) + "; ";
   EXPECT_EQ(methods, "tea make; tea drink; pour <cup>; wait; ");

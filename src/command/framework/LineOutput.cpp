@@ -28,7 +28,7 @@ void LineOutput::flush() {
 void LineOutput::finish() {
   flush();
   if (error_ != 0 && error_ != EPIPE) {
-    // Nowhere is left to report a failure of this line.
+    // There is no place left to report a failure of this write.
     (void)writeFully(STDERR_FILENO,
                      StringUtils::concatenate({"ravctl: can't write standard output: ", strerror(error_), "\n"}));
   }

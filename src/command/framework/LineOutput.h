@@ -1,10 +1,11 @@
-// LineOutput: standard output in few system calls.
+// LineOutput: writes lines to standard output in few system calls.
 //
 //   LineOutput out;
 //   for (const std::string& line : lines) out.put(line);
 //   out.finish();
 //
-// Gathers lines and writes them with write(2) in large pieces. After a failed write nothing more is written.
+// It collects lines and writes them with write(2) in large pieces. After a failed write it writes nothing more to
+// standard output.
 #pragma once
 
 #include <string>
@@ -12,10 +13,11 @@
 
 class LineOutput {
  public:
-  // Adds the text up to its first zero byte, as puts(3) would, and a newline.
+  // Adds the text up to its first zero byte, as puts(3) does, and a newline.
   void put(std::string_view line);
 
-  // Writes what is left. A failure of any write so far is one line on standard error; a reader that went away is none.
+  // Writes the remaining lines. If any write failed, prints one line about it to standard error; a reader that closed
+  // its end of the pipe (EPIPE) does not count as a failure. Must be called; the destructor writes nothing.
   void finish();
 
  private:

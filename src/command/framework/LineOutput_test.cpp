@@ -12,7 +12,7 @@
 
 namespace {
 
-// Catches what goes to one of the standard descriptors in its scope.
+// Captures what is written to one of the standard descriptors in its scope.
 class Captured {
  public:
   explicit Captured(int descriptor)
@@ -42,7 +42,7 @@ struct Said {
   std::size_t writes = 0;
 };
 
-// Puts the lines with the fault armed, and finishes.
+// Writes the lines and finishes, with the fault armed.
 Said say(const std::vector<std::string>& lines, FaultPlan plan = {}) {
   plan.calls = {"write"};
   Said said;
@@ -68,14 +68,14 @@ FaultPlan failing(std::size_t at, int error, bool fromThereOn = false) {
   return plan;
 }
 
-TEST(LineOutput, ManyLinesAreOneWrite) {
+TEST(LineOutput, AFewLinesAreOneWrite) {
   const Said said = say({"status_text: x", "", " two  blanks ", "%s%n", "\xff\x80"});
   EXPECT_EQ(said.out, "status_text: x\n\n two  blanks \n%s%n\n\xff\x80\n");
   EXPECT_EQ(said.err, "");
   EXPECT_EQ(said.writes, 1U);
 }
 
-TEST(LineOutput, NoLineIsNoWrite) {
+TEST(LineOutput, WithoutLinesNothingIsWritten) {
   const Said said = say({});
   EXPECT_EQ(said.out, "");
   EXPECT_EQ(said.writes, 0U);
@@ -91,15 +91,15 @@ TEST(LineOutput, LongOutputIsWrittenInLargePieces) {
   for (const std::string& line : lines) expected += line + "\n";
   const Said said = say(lines);
   EXPECT_TRUE(said.out == expected);
-  EXPECT_EQ(said.writes, 16U);  // a million bytes, 64 KiB and a little at a time
+  EXPECT_EQ(said.writes, 16U);  // a million bytes in pieces a little larger than 64 KiB
 }
 
-TEST(LineOutput, AVeryLongLineIsWhole) {
+TEST(LineOutput, AVeryLongLineIsWrittenCompletely) {
   const std::string line(5'000'000, 'y');
   EXPECT_TRUE(say({line}).out == line + "\n");
 }
 
-TEST(LineOutput, ShortWritesGoOn) {
+TEST(LineOutput, AShortWriteIsContinued) {
   FaultPlan plan;
   plan.oneByteAtATime = true;
   const Said said = say({"abc", "de"}, plan);
@@ -108,21 +108,21 @@ TEST(LineOutput, ShortWritesGoOn) {
   EXPECT_EQ(said.writes, 7U);
 }
 
-TEST(LineOutput, AnInterruptedWriteIsRepeated) {
+TEST(LineOutput, AnInterruptedWriteIsRetried) {
   const Said said = say({"abc"}, failing(1, EINTR));
   EXPECT_EQ(said.out, "abc\n");
   EXPECT_EQ(said.err, "");
   EXPECT_EQ(said.writes, 2U);
 }
 
-TEST(LineOutput, AReaderThatWentAwayEndsItSilently) {
+TEST(LineOutput, AClosedPipeEndsTheOutputSilently) {
   const Said said = say({"abc"}, failing(1, EPIPE, true));
   EXPECT_EQ(said.out, "");
   EXPECT_EQ(said.err, "");
   EXPECT_EQ(said.writes, 1U);
 }
 
-TEST(LineOutput, AnyOtherFailureIsOneLineOnStandardError) {
+TEST(LineOutput, AnyOtherFailurePrintsOneLineToStandardError) {
   const struct {
     int error;
     const char* line;
@@ -143,12 +143,12 @@ TEST(LineOutput, AnyOtherFailureIsOneLineOnStandardError) {
 TEST(LineOutput, NothingIsWrittenAfterAFailure) {
   const std::vector<std::string> lines(10'000, std::string(99, 'x'));
   const Said said = say(lines, failing(2, ENOSPC));
-  EXPECT_EQ(said.out.size(), 65'600U);  // the first piece
+  EXPECT_EQ(said.out.size(), 65'600U);  // only the first piece
   EXPECT_EQ(said.err, "ravctl: can't write standard output: No space left on device\n");
-  EXPECT_EQ(said.writes, 3U);  // the third is the line on standard error
+  EXPECT_EQ(said.writes, 3U);  // the third write is the line on standard error
 }
 
-TEST(LineOutput, AFailureOfTheLastWordIsTheEndOfIt) {
+TEST(LineOutput, AFailedWriteToStandardErrorIsNotReported) {
   const Said said = say({"abc"}, failing(1, ENOSPC, true));
   EXPECT_EQ(said.out, "");
   EXPECT_EQ(said.err, "");
@@ -159,7 +159,7 @@ TEST(LineOutput, AFailureOfTheLastWordIsTheEndOfIt) {
 
 using OutputTest = HostTest;
 
-TEST_F(OutputTest, AReaderThatWentAwayIsNoFailureOfTheProgram) {
+TEST_F(OutputTest, AClosedPipeIsNoFailureOfTheProgram) {
   Start start;
   start.readerGone = true;
   for (const auto& words : {std::vector<std::string>{}, {"reference"}, {"usage"}}) {
@@ -170,7 +170,7 @@ TEST_F(OutputTest, AReaderThatWentAwayIsNoFailureOfTheProgram) {
   EXPECT_EQ(runRavctl({"bogus"}, start).exitStatus, 1);
 }
 
-TEST_F(OutputTest, AFullDeviceIsOneLineAndKeepsTheExitStatus) {
+TEST_F(OutputTest, AFullDevicePrintsOneLineAndKeepsTheExitStatus) {
   Start start;
   start.outputTo = "/dev/full";
   const std::string line = "ravctl: can't write standard output: No space left on device\n";
@@ -186,7 +186,7 @@ TEST_F(OutputTest, AFullDeviceIsOneLineAndKeepsTheExitStatus) {
   }
 }
 
-TEST_F(OutputTest, AFileSizeLimitIsAFailedWriteAndNoDeath) {
+TEST_F(OutputTest, AFileSizeLimitIsAFailedWriteAndDoesNotKillTheProgram) {
   Start start;
   start.outputTo = "/tmp/output";
   start.fileLimit = 100;

@@ -1,4 +1,5 @@
-// Result fields: what a command reports, one object each, registered in the order of the output.
+// ResultFields: the results of a command. Each result is one object, and a command registers them in the order of the
+// output.
 //
 //   profileName_.set(record.name);        // in execute
 //   for (field : results) field->render(sink);
@@ -23,7 +24,7 @@ class ResultParamBase {
   ResultParamBase& operator=(const ResultParamBase&) = delete;
   virtual ~ResultParamBase() = default;
 
-  // Hands the field's name and value to the sink.
+  // Passes the name and the value of the field to the sink.
   virtual void render(ValueBinder& sink) const = 0;
   // Replaces `word` by the name of the field's type.
   virtual void typeWord(std::string& word) const = 0;
@@ -36,7 +37,8 @@ class ResultParamBase {
 
 using ResultFieldList = std::vector<ResultParamBase*>;
 
-// A text. Never set, or cleared, it renders nothing; set to the empty text it renders that.
+// A text. It renders nothing until it is set, and after clear(). If it is set to the empty text, it renders the empty
+// text.
 class StringResult : public ResultParamBase {
  public:
   using ResultParamBase::ResultParamBase;
@@ -52,7 +54,7 @@ class StringResult : public ResultParamBase {
   bool hasValue_ = false;
 };
 
-// A yes or no, at first no; always rendered.
+// A boolean, initially false. It is always rendered.
 class BoolResult : public ResultParamBase {
  public:
   using ResultParamBase::ResultParamBase;
@@ -64,7 +66,7 @@ class BoolResult : public ResultParamBase {
   bool value_ = false;
 };
 
-// A list of texts, always rendered, also when empty. Its type word is its own name.
+// A list of texts. It is always rendered, even if it is empty. Its type word is its own name.
 class StringVectorResultField : public ResultParamBase {
  public:
   using ResultParamBase::ResultParamBase;
@@ -76,23 +78,24 @@ class StringVectorResultField : public ResultParamBase {
   std::vector<std::string> list_;
 };
 
-// What became of the command: the first field of every command, "application error" until the command says otherwise.
+// The status of the command. It is the first field of every command, and it is "application error" until the command
+// sets it.
 //
-// What it renders depends on its command's output mode and on whether it failed:
+// What it renders depends on the output mode of the command and on whether the command failed:
 //                 method        status_text   status_code
 //   verbose       yes           yes           yes
 //   quiet         no            no            on failure
 //   neither       no            on failure    on failure
-// Details, when there are any, stand in brackets behind the text; the context is never rendered.
+// Details, if the status has any, follow the text in brackets. The context is never rendered.
 class StatusCodeResultField : public ResultParamBase {
  public:
-  // `method` is the command's method name; it and the owner must outlive the field.
+  // `method` is the method name of the command `owner`; both must outlive the field.
   StatusCodeResultField(const RavctlCommandInstance& owner, const char* method)
       : ResultParamBase("status"), owner_(owner), status_(Status::of(status::applicationError)), method_(method) {}
   void render(ValueBinder& sink) const override;
   void typeWord(std::string& word) const override { word = "status"; }
   void set(Status value) { status_ = std::move(value); }
-  void set(StatusCode code) { status_.setCode(code); }  // details and context stay
+  void set(StatusCode code) { status_.setCode(code); }  // details and context do not change
   const Status& status() const { return status_; }
   const char* method() const { return method_; }
 

@@ -24,7 +24,7 @@ std::string typeOf(const ResultParamBase& field) {
 
 // --- The sink
 
-TEST(ValueBinder, TheBaseAcceptsNothing) {
+TEST(ValueBinder, TheBaseClassAcceptsNothing) {
   ValueBinder sink;
   EXPECT_FALSE(sink.takeText("key", "text"));
   EXPECT_FALSE(sink.takeInteger("key", 1));
@@ -56,13 +56,13 @@ TEST(StringVectorValueBinder, AListHasAHeadingUnlessItsKeyBeginsWithAnUnderscore
     Lines list, lines;
   } cases[] = {
       {"a key", "key", {"a", " b "}, {"key:", "a", " b "}},
-      {"a key and no element", "key", {}, {"key:"}},
-      {"an underscore", "_key", {"a", "b"}, {"a", "b"}},
-      {"an underscore and no element", "_key", {}, {}},
-      {"an underscore alone", "_", {"a"}, {"a"}},
-      {"no key", "", {"a"}, {"a"}},
-      {"an underscore inside", "k_ey", {"a"}, {"k_ey:", "a"}},
-      {"elements stay as they are", "_key", {"", "%s%n", "x: y"}, {"", "%s%n", "x: y"}},
+      {"a key and an empty list", "key", {}, {"key:"}},
+      {"a key that begins with an underscore", "_key", {"a", "b"}, {"a", "b"}},
+      {"a key that begins with an underscore and an empty list", "_key", {}, {}},
+      {"a key that is only an underscore", "_", {"a"}, {"a"}},
+      {"an empty key", "", {"a"}, {"a"}},
+      {"an underscore inside the key", "k_ey", {"a"}, {"k_ey:", "a"}},
+      {"elements are not changed", "_key", {"", "%s%n", "x: y"}, {"", "%s%n", "x: y"}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
@@ -75,7 +75,7 @@ TEST(StringVectorValueBinder, AListHasAHeadingUnlessItsKeyBeginsWithAnUnderscore
 
 // --- Fields
 
-TEST(StringResult, RendersOnlyWhatWasSet) {
+TEST(StringResult, RendersOnlyIfItWasSet) {
   StringResult field("profile_name");
   EXPECT_EQ(field.name(), "profile_name");
   EXPECT_EQ(typeOf(field), "string");
@@ -91,7 +91,7 @@ TEST(StringResult, RendersOnlyWhatWasSet) {
   EXPECT_EQ(linesOf(field), Lines{});
 }
 
-TEST(BoolResult, RendersAlways) {
+TEST(BoolResult, IsAlwaysRendered) {
   BoolResult field("running");
   EXPECT_EQ(typeOf(field), "bool");
   EXPECT_EQ(linesOf(field), Lines{"running: false"});
@@ -99,7 +99,7 @@ TEST(BoolResult, RendersAlways) {
   EXPECT_EQ(linesOf(field), Lines{"running: true"});
 }
 
-TEST(StringVectorResultField, RendersAlwaysAndItsTypeIsItsName) {
+TEST(StringVectorResultField, IsAlwaysRenderedAndItsTypeIsItsName) {
   StringVectorResultField field("subcommand");
   EXPECT_EQ(typeOf(field), "subcommand");
   EXPECT_EQ(linesOf(field), Lines{"subcommand:"});
@@ -110,7 +110,7 @@ TEST(StringVectorResultField, RendersAlwaysAndItsTypeIsItsName) {
   EXPECT_EQ(linesOf(bare), Lines{});
 }
 
-// A sink that notes which operation each field calls.
+// A sink that records which operation each field calls.
 class NotingSink : public ValueBinder {
  public:
   bool takeText(std::string_view key, std::string_view) override { return note("text", key); }
@@ -126,7 +126,7 @@ class NotingSink : public ValueBinder {
   }
 };
 
-TEST(ResultFields, EachHandsItsValueOverAsWhatItIs) {
+TEST(ResultFields, EachFieldPassesItsValueAsItsOwnKind) {
   NotingSink sink;
   StringResult text("t");
   text.set("1");
@@ -145,7 +145,7 @@ class Command : public RavctlCommandInstance {
   Status result;
 };
 
-TEST(StatusCodeResultField, RendersByModeAndOutcome) {
+TEST(StatusCodeResultField, RendersAccordingToModeAndOutcome) {
   const Status success;
   const Status withNote = Status::of(status::profileIsActive);
   const Status detailedSuccess = Status::error(status::success, "a note", "somewhere");
@@ -180,24 +180,27 @@ TEST(StatusCodeResultField, RendersByModeAndOutcome) {
        {"--verbose"},
        failure,
        {"method: example method", "status_text: profile not found", "status_code: 0x12001001"}},
-      {"details, no context",
+      {"details are shown, the context is not",
        {},
        detailed,
        {"status_text: invalid argument (illegal or missing parameter: name)", "status_code: 0x10000003"}},
       {"details, quiet", {"--quiet"}, detailed, {"status_code: 0x10000003"}},
-      {"informational is a failure", {}, informational, {"status_text: multiple results", "status_code: 0x20000001"}},
-      {"json and text change nothing",
-       {"--json"},
-       failure,
-       {"status_text: profile not found", "status_code: 0x12001001"}},
-      {"text", {"--text"}, success, {}},
+      {"an informational code is a failure",
+       {},
+       informational,
+       {"status_text: multiple results", "status_code: 0x20000001"}},
+      {"--json changes nothing", {"--json"}, failure, {"status_text: profile not found", "status_code: 0x12001001"}},
+      {"--text changes nothing", {"--text"}, success, {}},
       {"quiet, then verbose",
        {"--quiet", "--verbose"},
        success,
        {"method: example method", "status_text: success", "status_code: 0x00000001"}},
       {"verbose, then quiet", {"--verbose", "--quiet"}, failure, {"status_code: 0x12001001"}},
-      {"hexadecimal digits are small, and eight", {"--quiet"}, Status::of(0xabcdef01), {"status_code: 0xabcdef01"}},
-      {"percent signs are text",
+      {"the code has eight hexadecimal digits in lower case",
+       {"--quiet"},
+       Status::of(0xabcdef01),
+       {"status_code: 0xabcdef01"}},
+      {"percent signs are plain text",
        {},
        Status::error(status::openError, "%s%n", ""),
        {"status_text: stdlib error: file open (%s%n)", "status_code: 0x14000005"}},
@@ -222,7 +225,7 @@ TEST(StatusCodeResultField, IsAnApplicationErrorUntilItIsSet) {
   EXPECT_EQ(linesOf(command.status()), (Lines{"status_text: application error", "status_code: 0x12000001"}));
 }
 
-TEST(StatusCodeResultField, SettingACodeLeavesTheTextsAndSettingAStatusReplacesAll) {
+TEST(StatusCodeResultField, SettingACodeKeepsDetailsAndContextAndSettingAStatusReplacesThem) {
   Command command;
   StatusCodeResultField field(command, "method");
   field.set(Status::error(status::openError, "details", "context"));
