@@ -13,7 +13,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-// A constant table of rows, seen through a pointer so that tables of different length have one type.
+// A constant table of rows. It holds a pointer, so that tables of different lengths have the same type.
 template <typename Row>
 struct Rows {
   const Row* first = nullptr;
@@ -76,7 +76,8 @@ struct Category {
   const char* otherName;
   Rows<Blurb> blurbs;
 };
-// "json" has the entry of the command of that name instead of blurbs. Nothing is internal, and that is all it says.
+// The page of "json" has no blurbs; it shows the entry of the command of that name. The page of "internal" is empty,
+// since there are no internal commands.
 constexpr Category categories[] = {
     {"profile", "profiles", profileBlurbs}, {"service", "services", serviceBlurbs},
     {"list", "show", listBlurbs},           {"log", "log", logBlurbs},
@@ -155,7 +156,7 @@ void addEntry(Lines& page, const CommandRow& row) {
   if (reportsStatusAlone) page.insert(page.end(), {"", " <no additional result data>"});
 }
 
-// --- What words ask for
+// --- The page for the words
 
 void addCommandPage(Lines& page, const CommandRow& row) {
   page.push_back(concatenate({"ravctl help for command: ", row.method}));
@@ -181,7 +182,7 @@ void addPageFor(Lines& page, const Lines& subject, const CommandTable& table) {
   addSummary(page);
 }
 
-// The first two words behind "help", output-mode words left out.
+// Returns the first two words after "help", without output-mode words.
 Lines subjectOf(const Lines& words) {
   Lines subject;
   for (std::size_t i = 1; i < words.size() && subject.size() < 2; ++i) {
@@ -191,10 +192,10 @@ Lines subjectOf(const Lines& words) {
   return subject;
 }
 
-// --- What results are made of
+// --- The fields of results
 
-// The bracket that is missing in the line of deviceID is missing deliberately, and the two fields of the status that
-// the text output does not print stand here for those who read results in another form.
+// The line of deviceID deliberately lacks its closing bracket. The text output never prints status_details and
+// status_context; they are listed for readers of other result formats.
 constexpr const char* standardFields[] = {
     "Commands also return standard fields for result status:",
     "  method: <string, the name of the method invoked>",

@@ -1,7 +1,8 @@
-// The commands that explain the others: usage, help and reference. Their text is printed from the rows of the command
-// table and from the parameters of the commands made of them, so that it cannot drift from what the commands accept.
+// HelpCommands: the commands usage, help and reference, which explain the other commands. They print their text from
+// the rows of the command table and from the parameters of the commands themselves, so that help always matches what
+// the commands accept.
 //
-// All of them succeed and print bare lines. The entry of one command, after an empty line:
+// These commands always succeed and print plain lines. The entry of one command begins with an empty line:
 //
 //   NAME
 //           profile rename - Changes the name of the profile.  ...
@@ -12,8 +13,8 @@
 //   PARAMETERS
 //           new_name: string
 //
-// Hidden parameters are left out, brackets mean optional, and the three headings always stand. A command that reports
-// nothing but its status says so in a last line of its own.
+// Hidden parameters are left out, brackets mean optional, and the three headings are always printed. The entry of a
+// command that reports only its status ends with an empty line and a line that says so.
 #pragma once
 
 #include <string>
@@ -30,24 +31,29 @@ class Hipcmd_Usage : public RavctlCommandInstance {
   StringVectorResultField helptext_{"_helptext"};
 };
 
-// help, help CATEGORY, help COMMAND WORDS. Quiet by construction: its text comes without status lines unless it fails.
+// help, help CATEGORY, help COMMAND WORDS. The constructor sets the quiet mode, so the text has no status lines unless
+// "--verbose" is given.
 //
-// The longest match wins: two words that name a command, or are an alias of one, give the entry of that command; else
-// the first word is looked for among the categories, then among the commands of one word. Words that match nothing are
-// named in one line above the summary page. Output-mode words are passed over.
+// The first match of these decides what is printed; output-mode words are skipped:
+//   no word                                      the summary page
+//   two words that name a command or its alias   the entry of that command
+//   the first word is a category                 the page of that category
+//   the first word names a command by itself     the entry of that command
+//   anything else                                a line that names the words, then the summary page
 class Hipcmd_SimpleHelp : public RavctlCommandInstance {
  public:
-  // `words` are all command words, "help" included; the table outlives the command.
+  // `words` are all command words, including "help". The table must outlive the command.
   Hipcmd_SimpleHelp(const std::vector<std::string>& words, const CommandTable& table);
   void execute(StatusCodeResultField& status) override;
 
  private:
-  std::vector<std::string> subject_;  // the words that ask for something: at most two
+  std::vector<std::string> subject_;  // at most two words, without "help" and output-mode words
   const CommandTable& table_;
   StringVectorResultField helptext_{"_helptext"};
 };
 
-// reference: the entry of every command in the order of the table, then what results are made of.
+// reference: prints the entries of all commands in the order of the table, then the fields of results. The table must
+// outlive the command.
 class Hipcmd_ReferenceHelp : public RavctlCommandInstance {
  public:
   explicit Hipcmd_ReferenceHelp(const CommandTable& table);

@@ -21,7 +21,7 @@ Lines linesOf(RavctlCommandInstance& command) {
   return lines;
 }
 
-// `words` follow "help".
+// Returns the help page for these words after "help".
 Lines help(Words words, const CommandTable& table = commandTable()) {
   words.insert(words.begin(), "help");
   Hipcmd_SimpleHelp command(words, table);
@@ -68,15 +68,15 @@ TEST(Usage, PrintsItsLines) {
 
 // --- help
 
-TEST(Help, WithoutFurtherWordsIsTheSummary) { EXPECT_EQ(help({}), summary); }
+TEST(Help, WithoutFurtherWordsItPrintsTheSummary) { EXPECT_EQ(help({}), summary); }
 
-TEST(Help, IsQuietByConstructionAndNoOtherIs) {
+TEST(Help, OnlyHelpIsQuietByDefault) {
   EXPECT_TRUE(Hipcmd_SimpleHelp({"help"}, commandTable()).mode().quiet);
   EXPECT_FALSE(Hipcmd_Usage().mode().quiet);
   EXPECT_FALSE(Hipcmd_ReferenceHelp(commandTable()).mode().quiet);
 }
 
-TEST(Help, MadeWithoutAnyWordIsTheSummary) {
+TEST(Help, ConstructedWithoutWordsItPrintsTheSummary) {
   Hipcmd_SimpleHelp command({}, commandTable());
   EXPECT_EQ(linesOf(command), summary);
 }
@@ -149,7 +149,7 @@ TEST(Help, TwoWordsThatNameACommandGiveItsEntry) {
     Words words;
     Lines lines;
   } cases[] = {
-      {"parameters, required and not",
+      {"a command with required and optional parameters",
        {"profile", "create"},
        {
            "ravctl help for command: profile create",
@@ -171,7 +171,7 @@ TEST(Help, TwoWordsThatNameACommandGiveItsEntry) {
            "        sys: sys impl name",
            "        activate: single word",
        }},
-      {"no parameters, but results",
+      {"a command with results but no parameters",
        {"list", "versions"},
        {
            "ravctl help for command: list versions",
@@ -184,7 +184,7 @@ TEST(Help, TwoWordsThatNameACommandGiveItsEntry) {
            "",
            "PARAMETERS",
        }},
-      {"no results",
+      {"a command with parameters but no results",
        {"service", "restart"},
        {
            "ravctl help for command: service restart",
@@ -202,7 +202,7 @@ TEST(Help, TwoWordsThatNameACommandGiveItsEntry) {
            "",
            " <no additional result data>",
        }},
-      {"neither",
+      {"a command without parameters and results",
        {"profile", "delete"},
        {
            "ravctl help for command: profile delete",
@@ -217,7 +217,7 @@ TEST(Help, TwoWordsThatNameACommandGiveItsEntry) {
            "",
            " <no additional result data>",
        }},
-      {"a suffix in the usage line alone, and an integer",
+      {"a command with a usage suffix and an integer parameter",
        {"list", "log"},
        {
            "ravctl help for command: list log",
@@ -272,7 +272,7 @@ TEST(Help, TheLongestMatchWins) {
   }
 }
 
-TEST(Help, TheCommandsOfOneWordHaveEntriesToo) {
+TEST(Help, CommandsNamedByOneWordHaveEntriesToo) {
   EXPECT_EQ(help({"help"}), (Lines{
                                 "ravctl help for command: help",
                                 "",
@@ -286,13 +286,13 @@ TEST(Help, TheCommandsOfOneWordHaveEntriesToo) {
                             }));
 }
 
-TEST(Help, OutputModeWordsAreNoHelpWords) {
+TEST(Help, OutputModeWordsAreSkipped) {
   EXPECT_EQ(help({"--quiet"}), summary);
   EXPECT_EQ(help({"--json", "--text", "--verbose"}), summary);
   EXPECT_EQ(help({"--verbose", "service", "--quiet", "stop"}).front(), "ravctl help for command: service stop");
 }
 
-TEST(Help, WhatIsNotFoundIsNamedAboveTheSummary) {
+TEST(Help, UnknownWordsAreNamedAboveTheSummary) {
   const struct {
     Words words;
     const char* named;
@@ -318,15 +318,15 @@ TEST(Help, WhatIsNotFoundIsNamedAboveTheSummary) {
   }
 }
 
-TEST(Help, VerboseBringsTheStatusLines) {
+TEST(Help, VerbosePrintsTheStatusLines) {
   Hipcmd_SimpleHelp command({"help", "internal", "--verbose"}, commandTable());
-  EXPECT_TRUE(command.mode().take("--verbose"));  // as binding does
+  EXPECT_TRUE(command.mode().take("--verbose"));  // binding does this
   EXPECT_EQ(linesOf(command), (Lines{"method: help", "status_text: success", "status_code: 0x00000001",
                                      "ravctl help for 'internal' commands:"}));
 }
 
-// The pages cannot name what the program does not have, nor forget what it has.
-TEST(Help, EveryCommandOfTwoWordsStandsOnACategoryPageUnderItsOwnName) {
+// The category pages list exactly the commands that the program has.
+TEST(Help, EveryCommandOfTwoWordsIsOnACategoryPage) {
   Lines listed;
   for (const char* category : {"profile", "service", "list", "support"}) {
     const Lines page = help({category});
@@ -342,7 +342,7 @@ TEST(Help, EveryCommandOfTwoWordsStandsOnACategoryPageUnderItsOwnName) {
   EXPECT_EQ(listed, expected);
 }
 
-// --- Entries of any command
+// --- The entry of a command with all kinds of parameters
 
 class Everything : public RavctlCommandInstance {
  public:
@@ -391,7 +391,7 @@ const Lines everythingEntry = {
     " <no additional result data>",
 };
 
-TEST(Help, AnEntryIsMadeOfTheRowAndTheListedParameters) {
+TEST(Help, AnEntryShowsTheRowAndTheListedParameters) {
   Lines expected = {"ravctl help for command: do everything"};
   expected.insert(expected.end(), everythingEntry.begin(), everythingEntry.end());
   EXPECT_EQ(help({"do", "everything"}, everythingTable), expected);
@@ -419,14 +419,14 @@ const Lines standardFields = {
     "  networks: <local interfaces suitable for use as the underlay network>",
 };
 
-TEST(Reference, IsEveryEntryAndThenTheStandardFields) {
+TEST(Reference, PrintsEveryEntryAndThenTheStandardFields) {
   Hipcmd_ReferenceHelp command(everythingTable);
   Lines expected = everythingEntry;
   expected.insert(expected.end(), standardFields.begin(), standardFields.end());
   EXPECT_EQ(linesOf(command), expected);
 }
 
-TEST(Reference, PrintsTheEntriesThatHelpPrintsInTheirOrder) {
+TEST(Reference, PrintsTheSameEntriesAsHelpInTheOrderOfTheTable) {
   Lines expected;
   for (const Words& words : {Words{"profile", "create"},
                              {"profile", "modify"},

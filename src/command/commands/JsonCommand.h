@@ -1,12 +1,12 @@
-// json OBJECT: a command given as one request object.
+// JsonCommand: the command `json OBJECT`, which takes a request as one JSON object.
 #pragma once
 
 #include <string_view>
 
 #include "command/framework/CommandCore.h"
 
-// The request is accepted but neither parsed nor run; the output is the heading of the empty list. That is the settled
-// behaviour of this command.
+// The command accepts any request, but deliberately neither parses nor runs it. Its output is the heading of an empty
+// list.
 class Hipcmd_JsonCommand : public RavctlCommandInstance {
  public:
   explicit Hipcmd_JsonCommand(std::string_view request);

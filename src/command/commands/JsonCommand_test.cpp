@@ -6,7 +6,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-TEST(JsonCommand, SucceedsWithTheHeadingAloneWhateverTheRequest) {
+TEST(JsonCommand, SucceedsAndPrintsOnlyTheHeadingForAnyRequest) {
   const std::string requests[] = {R"({"method":"list profiles"})",
                                   "",
                                   "{",
@@ -48,7 +48,7 @@ TEST_F(JsonCommandTest, TheRequestIsNotRun) {
   EXPECT_EQ(host::tree("/etc"), before);
 }
 
-TEST_F(JsonCommandTest, TakesModeWordsAndItsOwnParameter) {
+TEST_F(JsonCommandTest, AcceptsModeWordsAndItsOwnParameter) {
   EXPECT_EQ(runRavctl({"json", "{}", "--verbose"}).out,
             "method: json <object>\nstatus_text: success\nstatus_code: 0x00000001\nsubcommand:\n");
   EXPECT_EQ(runRavctl({"json", "{}", "object=[]", "auth=x"}).out, "subcommand:\n");
