@@ -1,5 +1,6 @@
 #include "command/entry/Catalogue.h"
 
+#include <algorithm>
 #include <iterator>
 #include <string_view>
 
@@ -34,7 +35,8 @@ constexpr CommandForm twoWords = CommandForm::twoWords;
 constexpr CommandForm twoWordsAndName = CommandForm::twoWordsAndName;
 constexpr const char* ofProfile = " <profile name>";
 
-// In the order of the reference page. The double and triple blanks and the typographic quotes belong to the texts.
+// The rows stand in the order of the reference page. The double and triple blanks and the typographic quotes are part
+// of the texts.
 constexpr CommandRow rows[] = {
     {"profile create", twoWordsAndName, " <new profile name>", " <new profile name>",
      "Creates a new profile.   The name and helmsor settings are required.", makeWith<Hipcmd_CreateProfile>},
@@ -92,17 +94,26 @@ constexpr CommandTable table = {rows, std::size(rows), aliases, std::size(aliase
 Made makeHelp(const std::string&, const Words& words) { return std::make_unique<Hipcmd_SimpleHelp>(words, table); }
 Made makeReference(const std::string&, const Words&) { return std::make_unique<Hipcmd_ReferenceHelp>(table); }
 
-// What a form asks of the words: how many there must be, and which one is handed to the command (0: none).
+// The number of words that a form requires, and the index of the word that is passed to the command (0: none).
 struct FormRule {
+  CommandForm form;
   std::size_t needed;
   std::size_t argument;
 };
-constexpr FormRule formRules[] = {{2, 0}, {3, 2}, {2, 1}, {1, 0}};  // in the order of CommandForm
-static_assert(std::size(formRules) == static_cast<std::size_t>(CommandForm::allWords) + 1);
+constexpr FormRule formRules[] = {
+    {CommandForm::twoWords, 2, 0},
+    {CommandForm::twoWordsAndName, 3, 2},
+    {CommandForm::wordAndArgument, 2, 1},
+    {CommandForm::allWords, 1, 0},
+};
+static_assert(std::size(formRules) == static_cast<std::size_t>(CommandForm::allWords) + 1, "each form has a rule");
 
-const FormRule& ruleOf(const CommandRow& row) { return formRules[static_cast<std::size_t>(row.form)]; }
+const FormRule& ruleOf(const CommandRow& row) {
+  return *std::find_if(std::begin(formRules), std::end(formRules),
+                       [&](const FormRule& rule) { return rule.form == row.form; });
+}
 
-// The row that the words name; there is at least one word.
+// Returns the row that the words name, or null. `words` has at least one element.
 const CommandRow* findRow(const Words& words) {
   const CommandRow* row = words.size() < 2 ? nullptr : table.findTwoWords(words[0], words[1]);
   if (row == nullptr) row = table.findOneWord(words[0]);

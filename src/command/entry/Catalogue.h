@@ -1,10 +1,10 @@
-// The catalogue: every command of the program, and how the words of the command line find one.
+// Catalogue: the table of all commands, and the search for the command that the words of the command line name.
 //
 //   int consumed = noCommand;
 //   std::unique_ptr<RavctlCommandInstance> command = findCommand(words, consumed);
 //
-// Words compare exactly. Commands that take a name need a third word, any text, which is handed to them; "json" needs a
-// second one; the help words take all words.
+// Words are compared exactly. A command that takes a name requires a third word, and "json" requires a second word;
+// that word may be any text and is passed to the command. "usage", "help" and "reference" consume all words.
 #pragma once
 
 #include <memory>
@@ -14,13 +14,14 @@
 #include "command/framework/CommandCore.h"
 #include "command/framework/CommandTable.h"
 
-// Every command, one row each.
+// The table of all commands. It lives as long as the process.
 const CommandTable& commandTable();
 
-// The consumed count while no command was found.
+// The value of `consumed` if no command was found.
 constexpr int noCommand = -1;
 
-// Makes the command that the words name, or none. A leading word "ravctl" is removed from `words` first, so that a
-// request may repeat the program's name; nothing else left means the usage command. `consumed` gets the number of words
-// that name the command: 1 to 3, all of them for the help words, noCommand for none.
+// Returns a new object of the command that the words name, or null if they name none. First removes a leading word
+// "ravctl" from `words`, so that a request may repeat the name of the program. If no word remains, returns the usage
+// command. Sets `consumed` to the number of words that name the command: 1 to 3, all words for "usage", "help" and
+// "reference", 0 if no word remains, and noCommand if there is no command.
 std::unique_ptr<RavctlCommandInstance> findCommand(std::vector<std::string>& words, int& consumed);

@@ -27,7 +27,7 @@ Command find(Words words, int* consumed = nullptr) {
   return command;
 }
 
-// As the entry does: finds and binds.
+// Finds the command and binds its words, as the entry point does.
 Status findAndBind(const Words& given, Command* command) {
   Words words = given;
   int consumed = noCommand;
@@ -64,14 +64,14 @@ Words resultsOf(const RavctlCommandInstance& command) {
   return results;
 }
 
-// What every command of the program is.
+// The expected properties of every command.
 struct Expected {
   const char* method;
   std::type_index type;
-  Words words;        // one way to call it
-  int consumed;       // of these words
-  Words params;       // behind the standard ones
-  Words results;      // behind the status
+  Words words;        // one way to call the command
+  int consumed;       // the number of these words that name the command
+  Words params;       // without the standard parameters
+  Words results;      // without the status
   const char* usage;  // the usage line without parameters
   const char* synopsis;
   const char* description;
@@ -265,7 +265,7 @@ const std::vector<Expected>& catalogue() {
   return all;
 }
 
-TEST(Catalogue, EveryCommandHasItsClassParametersAndResults) {
+TEST(Catalogue, EachCommandHasItsClassParametersAndResults) {
   for (const Expected& e : catalogue()) {
     SCOPED_TRACE(e.method);
     int consumed = 77;
@@ -285,7 +285,7 @@ TEST(Catalogue, EveryCommandHasItsClassParametersAndResults) {
   }
 }
 
-TEST(Catalogue, TheTableHasExactlyTheseRowsInTheOrderOfTheReference) {
+TEST(Catalogue, TheTableHasExactlyTheseRowsInThisOrder) {
   const CommandTable& table = commandTable();
   ASSERT_EQ(table.rowCount, catalogue().size());
   for (std::size_t i = 0; i < table.rowCount; ++i) {
@@ -296,12 +296,12 @@ TEST(Catalogue, TheTableHasExactlyTheseRowsInTheOrderOfTheReference) {
     EXPECT_STREQ(row.synopsis, e.synopsis);
     EXPECT_EQ(std::string(row.method) + row.usage, e.usage);
     EXPECT_STREQ(row.description, e.description);
-    // What a row makes bears the row's name, so that help and output agree.
+    // The command has the name of its row, so that help and output agree.
     EXPECT_STREQ(row.make("", {})->status().method(), e.method);
   }
 }
 
-TEST(Catalogue, ParametersAreOfTheirKinds) {
+TEST(Catalogue, EachParameterHasItsKind) {
   const struct {
     Words words;
     const char* key;
@@ -345,7 +345,7 @@ TEST(Catalogue, ParametersAreOfTheirKinds) {
   }
 }
 
-TEST(Catalogue, DefaultsAreThoseOfTheCommands) {
+TEST(Catalogue, ParametersHaveTheirDefaults) {
   Command command;
   EXPECT_THAT(findAndBind({"list", "log", "lab"}, &command), HasCode(status::success));
   EXPECT_EQ(param<IntParam>(*command, "max_lines").value(), 50);
@@ -383,7 +383,7 @@ TEST(Catalogue, TheThirdWordIsTheInitialValueOfAHiddenParameter) {
       EXPECT_TRUE(name.isHidden());
       EXPECT_FALSE(name.hasValue());
       EXPECT_EQ(command->mode().json, third == "--json");
-      // A parameter word of that key overrides it.
+      // A parameter word with that key overrides the initial value.
       words.push_back(std::string(c.key) + "=beta");
       ASSERT_THAT(findAndBind(words, &command), HasCode(status::success));
       EXPECT_EQ(param<TextParam>(*command, c.key).value(), "beta");
@@ -391,12 +391,12 @@ TEST(Catalogue, TheThirdWordIsTheInitialValueOfAHiddenParameter) {
   }
 }
 
-TEST(Catalogue, TheRequestIsTheInitialValueOfObject) {
+TEST(Catalogue, TheRequestIsTheInitialValueOfTheObjectParameter) {
   const Command command = find({"json", R"({"method":"list profiles"})"});
   EXPECT_EQ(param<StringParam>(*command, "object").value(), R"({"method":"list profiles"})");
 }
 
-TEST(Catalogue, RequiredParametersAreMissed) {
+TEST(Catalogue, AMissingRequiredParameterFailsTheBinding) {
   const struct {
     Words words;
     const char* details;
@@ -436,7 +436,7 @@ TEST(Catalogue, EveryCommandAcceptsTheStandardParameters) {
   }
 }
 
-TEST(Catalogue, ListProfilesEndsWithTheLastOfTextAndJsonAlone) {
+TEST(Catalogue, ListProfilesKeepsOnlyTheLastOfTextAndJson) {
   const struct {
     Words words;
     bool json;
@@ -458,32 +458,32 @@ TEST(Catalogue, ListProfilesEndsWithTheLastOfTextAndJsonAlone) {
 
 // --- Lookup
 
-TEST(FindCommand, TakesTheWordsOfTheName) {
+TEST(FindCommand, ConsumesTheWordsOfTheName) {
   const struct {
     const char* why;
     Words words;
     const char* method;
     int consumed;
   } cases[] = {
-      {"show and list are one", {"show", "log", "X"}, "list log", 3},
-      {"show and list are one", {"show", "interfaces"}, "list interfaces", 2},
-      {"show and list are one", {"show", "profiles"}, "list profiles", 2},
-      {"show and list are one", {"show", "versions"}, "list versions", 2},
-      {"bounce and restart are one", {"service", "bounce"}, "service restart", 2},
-      {"parameter words follow", {"profile", "create", "X", "helmsor=h", "now"}, "profile create", 3},
+      {"show is an alias of list", {"show", "log", "X"}, "list log", 3},
+      {"show is an alias of list", {"show", "interfaces"}, "list interfaces", 2},
+      {"show is an alias of list", {"show", "profiles"}, "list profiles", 2},
+      {"show is an alias of list", {"show", "versions"}, "list versions", 2},
+      {"bounce is an alias of restart", {"service", "bounce"}, "service restart", 2},
+      {"parameter words are not consumed", {"profile", "create", "X", "helmsor=h", "now"}, "profile create", 3},
       {"the name may be any text", {"profile", "delete", ""}, "profile delete", 3},
       {"the name may look like a parameter", {"profile", "details", "profile=lab"}, "profile details", 3},
-      {"a third word is no part of two", {"service", "start", "now"}, "service start", 2},
+      {"a third word is not part of a name of two words", {"service", "start", "now"}, "service start", 2},
       {"a request may be any text", {"json", ""}, "json <object>", 2},
       {"a request may be any text", {"json", "json"}, "json <object>", 2},
-      {"json leaves further words to binding", {"json", "{}", "x"}, "json <object>", 2},
-      {"help takes all words", {"help", "profile", "create", "x=y"}, "help", 4},
-      {"usage takes all words", {"usage", "x", "--quiet"}, "usage", 3},
-      {"reference takes all words", {"reference", ""}, "reference", 2},
-      {"the program's name is taken off", {"ravctl", "list", "profiles"}, "list profiles", 2},
-      {"the program's name is taken off", {"ravctl", "help"}, "help", 1},
-      {"nothing else means usage", {"ravctl"}, "usage", 0},
-      {"no word at all means usage", {}, "usage", 0},
+      {"words after the request are not consumed", {"json", "{}", "x"}, "json <object>", 2},
+      {"help consumes all words", {"help", "profile", "create", "x=y"}, "help", 4},
+      {"usage consumes all words", {"usage", "x", "--quiet"}, "usage", 3},
+      {"reference consumes all words", {"reference", ""}, "reference", 2},
+      {"the name of the program is removed", {"ravctl", "list", "profiles"}, "list profiles", 2},
+      {"the name of the program is removed", {"ravctl", "help"}, "help", 1},
+      {"only the name of the program means usage", {"ravctl"}, "usage", 0},
+      {"no word means usage", {}, "usage", 0},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.why) + " " + testing::PrintToString(c.words));
@@ -528,7 +528,7 @@ TEST(FindCommand, RemovesALeadingRavctlFromTheWords) {
   EXPECT_EQ(alone, Words{});
 }
 
-TEST(FindCommand, AllElseNamesNoCommand) {
+TEST(FindCommand, AnyOtherWordsNameNoCommand) {
   const Words cases[] = {
       {""},
       {"bogus"},
@@ -577,11 +577,11 @@ TEST(FindCommand, AllElseNamesNoCommand) {
   }
 }
 
-TEST(FindCommand, EveryPrefixOfTheTwoWordNamesNamesNothing) {
+TEST(FindCommand, APrefixOfASecondWordNamesNoCommand) {
   for (const Expected& e : catalogue()) {
     if (e.words.size() < 2) continue;
     for (std::size_t length = 0; length < e.words[1].size(); ++length) {
-      if (e.words[0] == "json") continue;  // any second word will do
+      if (e.words[0] == "json") continue;  // any text is valid as its second word
       Words words = e.words;
       words[1].resize(length);
       EXPECT_EQ(find(words), nullptr) << testing::PrintToString(words);

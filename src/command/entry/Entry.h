@@ -1,10 +1,13 @@
-// Entry: one run of the program, from the words of the command line to the lines it prints.
+// Entry: runs the program once, from the words of the command line to the printed lines.
 #pragma once
 
-// Runs one command and gives the exit status of the process: 1 for words that name no command or do not bind, with one
-// line on standard output that says so; 0 in every other case, whatever became of the command. That is deliberate:
-// scripts read the printed status. Without any word the usage is printed. Without memory the process ends at once, with
-// status 1 and one line on standard error.
-// A reader of standard output that went away ends the output silently; any other failure to write it is one line on
-// standard error. Neither changes the exit status.
+// Runs one command and returns the exit status of the process. Without any word it prints the usage.
+//
+// Exit status: 1 if the words name no command or do not bind; one line on standard output then says so. 0 in every
+// other case, deliberately even if the command failed: scripts read the printed status.
+//
+// Output: a reader that closes the pipe ends the output silently. Any other failure to write standard output prints one
+// line to standard error. Neither changes the exit status.
+//
+// Memory: if memory runs out, the process ends at once with exit status 1 and one line on standard error.
 int runRavctl(int argc, char** argv);

@@ -1,4 +1,4 @@
-// The program as it is started: which words it takes, what it prints, how it exits.
+// Tests of the whole program: the words that it accepts, what it prints and its exit status.
 #include "command/entry/Entry.h"
 
 #include <sys/syscall.h>
@@ -32,7 +32,7 @@ void expectRefused(const Words& words, const char* text) {
   EXPECT_EQ(outcome.exitStatus, 1);
 }
 
-TEST_F(EntryTest, WithoutAWordTheUsageNamesTheProgramAsItWasCalled) {
+TEST_F(EntryTest, WithoutWordsTheUsageShowsTheNameThatStartedTheProgram) {
   for (const std::string argv0 : {"ravctl", "/usr/sbin/ravctl", "", "%s%n", "a\nb \xff"}) {
     Start start;
     start.argv0 = argv0;
@@ -45,7 +45,7 @@ TEST_F(EntryTest, WithoutAWordTheUsageNamesTheProgramAsItWasCalled) {
   }
 }
 
-TEST_F(EntryTest, AnEmptyArgumentVectorPrintsTheUsageToo) {
+TEST_F(EntryTest, AnEmptyArgumentVectorPrintsTheUsage) {
   char* none[] = {nullptr};
   testing::internal::CaptureStdout();
   EXPECT_EQ(runRavctl(0, none), 0);
@@ -55,13 +55,13 @@ TEST_F(EntryTest, AnEmptyArgumentVectorPrintsTheUsageToo) {
             "   or: ravctl help   (for a command list and short summaries)\n");
 }
 
-TEST_F(EntryTest, TheProgramsOwnNameAloneIsTheUsageCommand) {
+TEST_F(EntryTest, OnlyTheNameOfTheProgramIsTheUsageCommand) {
   const Outcome outcome = runRavctl({"ravctl"});
   EXPECT_EQ(outcome.out, usageText);
   EXPECT_EQ(outcome.exitStatus, 0);
 }
 
-TEST_F(EntryTest, WordsThatNameNothingAreToldOnStandardOutput) {
+TEST_F(EntryTest, UnknownCommandWordsAreReportedOnStandardOutput) {
   expectRefused({"bogus"}, noName);
   expectRefused({"profile", "create"}, noName);
   expectRefused({"json"}, noName);
@@ -69,7 +69,7 @@ TEST_F(EntryTest, WordsThatNameNothingAreToldOnStandardOutput) {
   expectRefused({"ravctl", "ravctl"}, noName);
 }
 
-TEST_F(EntryTest, WordsThatDoNotBindAreToldOnStandardOutputAndNothingRuns) {
+TEST_F(EntryTest, WordsThatDoNotBindAreReportedOnStandardOutputAndNothingRuns) {
   host::writeFile("/etc/zuv/.systemctl", "");
   host::installRecorder("/bin/systemctl", "/tmp/calls");
   expectRefused({"service", "start", "now"}, noArguments);
@@ -82,13 +82,13 @@ TEST_F(EntryTest, WordsThatDoNotBindAreToldOnStandardOutputAndNothingRuns) {
   EXPECT_EQ(host::tree("/etc/zuv/profiles"), "");
 }
 
-TEST_F(EntryTest, ACommandThatRanExitsWith0WhateverBecameOfIt) {
+TEST_F(EntryTest, ACommandThatFailedStillExitsWith0) {
   const Outcome outcome = runRavctl({"profile", "details", "nobody"});
   EXPECT_EQ(outcome.out, "status_text: profile not found\nstatus_code: 0x12001001\n");
   EXPECT_EQ(outcome.exitStatus, 0);
 }
 
-TEST_F(EntryTest, ModeWordsMayStandAnywhereBehindTheName) {
+TEST_F(EntryTest, ModeWordsMayStandAnywhereAfterTheName) {
   const struct {
     Words words;
     const char* out;
@@ -116,7 +116,7 @@ TEST_F(EntryTest, JsonAndTextAreAcceptedAndChangeNothing) {
   }
 }
 
-TEST_F(EntryTest, ReferenceTakesModeWordsAndIgnoresAnyOtherWord) {
+TEST_F(EntryTest, ReferenceObeysModeWordsAndIgnoresAllOtherWords) {
   const std::string plain = runRavctl({"reference"}).out;
   ASSERT_EQ(plain.substr(0, 28), "\nNAME\n        profile create");
   const struct {
@@ -176,9 +176,9 @@ TEST_F(EntryTest, SilentlyAcceptedWordsMeanNothing) {
   EXPECT_EQ(outcome.exitStatus, 0);
 }
 
-// --- Words of any kind
+// --- Unusual words
 
-TEST_F(EntryTest, NoWordReachesAFormat) {
+TEST_F(EntryTest, NoWordIsUsedAsAFormatString) {
   for (const std::string word : {"%n", "%s%s%s%s%s%s%s%s%n", "%99999999d", "%1$n", "%*.*f"}) {
     expectRefused({word}, noName);
     expectRefused({"service", "start", word}, noArguments);
@@ -206,7 +206,7 @@ TEST_F(EntryTest, WordsMayHoldAnyByte) {
 }
 
 TEST_F(EntryTest, WordsMayBeVeryLong) {
-  const std::string huge(131'000, 'x');  // the system itself takes no longer word
+  const std::string huge(131'000, 'x');  // the kernel accepts no longer word
   expectRefused({huge}, noName);
   expectRefused({"service", huge}, noName);
   expectRefused({"service", "start", huge}, noArguments);
@@ -216,7 +216,7 @@ TEST_F(EntryTest, WordsMayBeVeryLong) {
   EXPECT_EQ(runRavctl({"profile", "details", huge}).out, "status_text: profile not found\nstatus_code: 0x12001001\n");
 }
 
-TEST_F(EntryTest, ThereMayBeManyWords) {
+TEST_F(EntryTest, ManyWordsAreAccepted) {
   Words same = {"list", "profiles"};
   Words keys = {"list", "profiles"};
   Words modes = {"usage"};
@@ -257,7 +257,7 @@ class TracedEntryTest : public HostTest {
     plan.begin = SYS_poll;
     plan.keepCalls = true;
     plan.meddling = meddling;
-    plan.environment = {"LLVM_PROFILE_FILE=/dev/null"};  // else an instrumented program writes its own
+    plan.environment = {"LLVM_PROFILE_FILE=/dev/null"};  // an instrumented program would otherwise write a profile
     words.insert(words.begin(), ravctlPath());
     return traceProgram(words, plan);
   }
@@ -270,7 +270,7 @@ class TracedEntryTest : public HostTest {
   }
 };
 
-TEST_F(TracedEntryTest, CommandsStartNoThreadAndNoProcessButTheToolOfTheInitSystem) {
+TEST_F(TracedEntryTest, CommandsStartNoThreadAndOnlyTheToolOfTheInitSystem) {
   const struct {
     Words words;
     std::size_t tools;
@@ -298,7 +298,7 @@ TEST_F(TracedEntryTest, CommandsStartNoThreadAndNoProcessButTheToolOfTheInitSyst
   }
 }
 
-TEST_F(TracedEntryTest, ALoggedFailureIsWrittenNowhereSinceNoEmitterIsAttached) {
+TEST_F(TracedEntryTest, ALoggedFailureIsWrittenNowhere) {
   const TraceResult whole = traced({"list", "interfaces"});
   const auto socket = std::find_if(whole.calls.begin(), whole.calls.end(),
                                    [](const TracedCall& call) { return call.name == "socket"; });
