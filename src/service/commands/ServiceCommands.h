@@ -1,6 +1,7 @@
 // ServiceCommands: the commands that control the daemon. Each uses the init system of the host, or the one that `sys`
-// names. Statuses: "authentication error ..." if the user may not change the system (the command then detects no init
-// system and starts no process), else those of runBackendOperation.
+// names.
+// Statuses: "authentication error ..." if the user may not change the system; the command then detects no init system
+// and starts no process. Otherwise those of runBackendOperation.
 #pragma once
 
 #include "command/framework/CommandCore.h"

@@ -87,7 +87,8 @@ std::string backendNameOrNull();
                               const char* arg5 = nullptr);
 
 // Selects the backend, forks, runs the operation in the child and waits for the child. An unknown name means systemd;
-// an empty name means the current backend. Statuses:
+// an empty name means the current backend.
+// Statuses:
 //   success                                      the tool exited with 0
 //   "child process returned nonzero exit code"
 //   "child process terminated by a signal"
