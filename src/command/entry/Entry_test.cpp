@@ -55,7 +55,7 @@ TEST_F(EntryTest, AnEmptyArgumentVectorPrintsTheUsage) {
             "   or: ravctl help   (for a command list and short summaries)\n");
 }
 
-TEST_F(EntryTest, OnlyTheNameOfTheProgramIsTheUsageCommand) {
+TEST_F(EntryTest, TheNameOfTheProgramAsTheOnlyWordIsTheUsageCommand) {
   const Outcome outcome = runRavctl({"ravctl"});
   EXPECT_EQ(outcome.out, usageText);
   EXPECT_EQ(outcome.exitStatus, 0);
@@ -169,7 +169,7 @@ TEST_F(EntryTest, AProfileMayBeNamedLikeAModeWord) {
   EXPECT_EQ(runRavctl({"profile", "rename", "--quiet", "new_name=y"}).out, "status_code: 0x12001001\n");
 }
 
-TEST_F(EntryTest, SilentlyAcceptedWordsMeanNothing) {
+TEST_F(EntryTest, SilentlyAcceptedWordsChangeNothing) {
   const Outcome outcome =
       runRavctl({"list", "profiles", "", "=x", "command_name=x", "auth=a", "requestID=1", "output=f"});
   EXPECT_EQ(outcome.out, runRavctl({"list", "profiles"}).out);

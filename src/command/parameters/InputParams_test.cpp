@@ -17,7 +17,7 @@ std::string valueFormOf(const InputParamBase& param) {
 
 // --- The kinds of parameters
 
-TEST(InputParams, EveryKindHasItsKeyFormAndType) {
+TEST(InputParams, EveryKindHasItsKeyUsageFormAndType) {
   const StringParam text("text", Need::optional);
   const IntParam number("number", Need::optional, 0);
   const BoolParam choice("choice", Need::optional, false);
