@@ -9,7 +9,8 @@
 
 namespace {
 constexpr const char* version = "2.2";
-}
+constexpr const char* revisionFile = "firmware_revision";
+}  // namespace
 
 Hipcmd_GetInterfaces::Hipcmd_GetInterfaces() : RavctlCommandInstance("list interfaces") { reports({&interfaces_}); }
 
@@ -24,7 +25,7 @@ Hipcmd_GetVersions::Hipcmd_GetVersions() : RavctlCommandInstance("list versions"
 void Hipcmd_GetVersions::execute(StatusCodeResultField& status) {
   ravctlVersion_.set(version);
   std::string revision;
-  const std::string file = StringUtils::joinPath({ProfileStore::factoryDir(), "firmware_revision"});
+  const std::string file = StringUtils::joinPath({ProfileStore::factoryDir(), revisionFile});
   const bool read = FileUtils::readFirstLine(file, revision).isSuccess();
   hipappVersion_.set(read ? std::move(revision) : version);
   status.set(status::success);

@@ -1,9 +1,9 @@
-// The reports about the host: its interfaces, and the versions of what is installed.
+// HostReports: the commands that report the host's network interfaces and the installed versions.
 #pragma once
 
 #include "command/framework/CommandCore.h"
 
-// list interfaces: the interfaces that can carry the overlay. Status: success or "stdlib error: getifaddrs".
+// list interfaces: lists the interfaces that can carry the overlay. Status: success or "stdlib error: getifaddrs".
 class Hipcmd_GetInterfaces : public RavctlCommandInstance {
  public:
   Hipcmd_GetInterfaces();
@@ -13,8 +13,10 @@ class Hipcmd_GetInterfaces : public RavctlCommandInstance {
   StringVectorResultField interfaces_{"_interfaces"};
 };
 
-// list versions: never fails. A firmware_revision that is there and cannot be read is reported as our own version, a
-// missing one as an empty text; both deliberately.
+// list versions: reports the version of the installed application and that of this program; never fails. The first is
+// the first line of the template's firmware_revision that is not blank. If that file exists but cannot be read, the
+// command reports this program's version in its place; if the file is missing, it reports an empty text. Both are
+// deliberate.
 class Hipcmd_GetVersions : public RavctlCommandInstance {
  public:
   Hipcmd_GetVersions();

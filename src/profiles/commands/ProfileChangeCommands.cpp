@@ -8,7 +8,7 @@
 
 namespace {
 
-// The command goes on and fails, or not, by its own rules.
+// A failure is dropped: the command continues, and its own operation decides what it returns.
 void electWhenThereIsNone() { (void)ProfileControl::ensureActiveProfile(); }
 
 std::optional<std::string> given(const TextParam& param) {
@@ -24,7 +24,7 @@ Hipcmd_ModifyProfile::Hipcmd_ModifyProfile(std::string_view selector)
 }
 
 void Hipcmd_ModifyProfile::execute(StatusCodeResultField& status) {
-  if (!isAuthorized()) return status.set(status::authenticationError);  // before anything is looked at
+  if (!isAuthorized()) return status.set(status::authenticationError);  // before it reads the store
   electWhenThereIsNone();
   ProfileChanges::Modification wanted;
   wanted.newName = given(newName_);
@@ -47,7 +47,7 @@ Hipcmd_ActivateProfile::Hipcmd_ActivateProfile(std::string_view selector)
 }
 
 void Hipcmd_ActivateProfile::execute(StatusCodeResultField& status) {
-  if (!isAuthorized()) return status.set(status::authenticationError);  // before anything is looked at
+  if (!isAuthorized()) return status.set(status::authenticationError);  // before it reads the store
   std::string name;
   status.set(ProfileChanges::activateProfile(profile_.value(), sys_.resolved(), name));
   profileName_.set(std::move(name));
@@ -61,7 +61,7 @@ Hipcmd_DeleteProfile::Hipcmd_DeleteProfile(std::string_view selector)
 void Hipcmd_DeleteProfile::execute(StatusCodeResultField& status) {
   Status deleted = ProfileChanges::deleteProfile(profile_.value());
   if (deleted.isSuccess()) {
-    (void)ProfileControl::ensureActiveProfile();  // the profile is deleted, whether or not another becomes active
+    (void)ProfileControl::ensureActiveProfile();  // the deletion succeeded even if no other profile becomes active
   }
   status.set(std::move(deleted));
 }
@@ -73,7 +73,7 @@ Hipcmd_RenameProfile::Hipcmd_RenameProfile(std::string_view selector)
 }
 
 void Hipcmd_RenameProfile::execute(StatusCodeResultField& status) {
-  if (!isAuthorized()) return status.set(status::authenticationError);  // before anything is looked at
+  if (!isAuthorized()) return status.set(status::authenticationError);  // before it reads the store
   electWhenThereIsNone();
   std::string name;
   status.set(ProfileChanges::renameProfile(profile_.value(), newName_.value(), name));

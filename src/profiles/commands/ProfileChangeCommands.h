@@ -1,4 +1,4 @@
-// The commands that change profiles which are there. What they do is in ProfileChanges.h.
+// The commands on existing profiles. ProfileChanges.h documents the operations behind them.
 #pragma once
 
 #include <string_view>

@@ -32,7 +32,7 @@ void ProfileDetailsResultField::render(ValueBinder& sink) const {
       lines.push_back(concatenate({row.key, "=", row.value}));
     }
   }
-  sink.takeStringList({}, std::move(lines));  // a list without a key has no heading
+  sink.takeStringList({}, std::move(lines));  // a list without a key is rendered without a heading
 }
 
 void Hipcmd_GetProfiles::ProfileListResultField::render(ValueBinder& sink) const {
@@ -49,7 +49,7 @@ Hipcmd_GetProfiles::Hipcmd_GetProfiles() : RavctlCommandInstance("list profiles"
 }
 
 void Hipcmd_GetProfiles::execute(StatusCodeResultField& status) {
-  (void)ProfileControl::ensureActiveProfile();  // the store is listed in any case
+  (void)ProfileControl::ensureActiveProfile();  // if it fails, the store is listed nevertheless
   std::vector<ProfileRecord> profiles;
   if (!ProfileStore::listProfiles(profiles)) {
     status.set(status::applicationError);
@@ -62,13 +62,13 @@ void Hipcmd_GetProfiles::execute(StatusCodeResultField& status) {
     profiles_.dirnames.push_back(std::move(profile.dirname));
   }
   ProfileRecord active;
-  (void)ProfileStore::readActiveRecord(active);  // none has no name
+  (void)ProfileStore::readActiveRecord(active);  // without an active profile the name is empty
   currentName_.set(active.name);
   if (mode().verbose) {
     currentDir_.set(active.dirname);
     rootDir_.set(ProfileStore::profilesRoot());
   }
-  status.set(Status::success());
+  status.set(status::success);
 }
 
 Hipcmd_ShowProfile::Hipcmd_ShowProfile(std::string_view selector)
@@ -78,7 +78,7 @@ Hipcmd_ShowProfile::Hipcmd_ShowProfile(std::string_view selector)
 }
 
 void Hipcmd_ShowProfile::execute(StatusCodeResultField& status) {
-  (void)ProfileControl::ensureActiveProfile();  // the details tell what can be told
+  (void)ProfileControl::ensureActiveProfile();  // if it fails, the details are reported nevertheless
   status.set(ProfileControl::cmdGetProfileDetails(profile_.value(), details_.details()));
 }
 
@@ -89,7 +89,7 @@ Hipcmd_CreateProfile::Hipcmd_CreateProfile(std::string_view name)
 }
 
 void Hipcmd_CreateProfile::execute(StatusCodeResultField& status) {
-  if (!isAuthorized()) return status.set(status::authenticationError);  // before anything is looked at
+  if (!isAuthorized()) return status.set(status::authenticationError);  // before it reads the store
   NewProfile wanted;
   wanted.name = newName_.value();
   wanted.allowRename = allowRename_.value();

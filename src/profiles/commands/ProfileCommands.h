@@ -1,5 +1,5 @@
-// The commands that show and make profiles. What they do is in ProfileControl.h; here are their words and their
-// results.
+// The commands that list, show and create profiles. ProfileControl.h documents the operations behind them; this header
+// declares their parameters and results.
 #pragma once
 
 #include <string>
@@ -10,8 +10,8 @@
 #include "profiles/store/ProfileControl.h"
 #include "service/host/SysImplParam.h"
 
-// The details of a profile as bare "key=value" lines without a heading. An empty invitation or Helmsor address is left
-// out, other empty values are not; a record that was never filled renders nothing.
+// The details of a profile, rendered as "key=value" lines without a heading. An empty invitation and an empty Helmsor
+// address are left out; other empty values are rendered. A record that was never filled renders nothing.
 class ProfileDetailsResultField : public ResultParamBase {
  public:
   ProfileDetailsResultField() : ResultParamBase("details") {}
@@ -27,7 +27,8 @@ class ProfileDetailsResultField : public ResultParamBase {
 // list profiles, show profiles
 class Hipcmd_GetProfiles : public RavctlCommandInstance {
  public:
-  // Two lists of equal length in the order of the names; a line each: directory name, a tab, the name in single quotes.
+  // Two lists of equal length, both sorted by display name. Each profile is rendered as one line: its directory name, a
+  // tab, and its display name in single quotes.
   class ProfileListResultField : public ResultParamBase {
    public:
     ProfileListResultField() : ResultParamBase("_profiles") {}
@@ -42,7 +43,7 @@ class Hipcmd_GetProfiles : public RavctlCommandInstance {
 
  private:
   ProfileListResultField profiles_;
-  StringResult currentDir_{"current_dir"};  // this and the root only when verbose
+  StringResult currentDir_{"current_dir"};  // set only in verbose mode, like rootDir_
   StringResult currentName_{"current_name"};
   StringResult rootDir_{"root_dir"};
 };
@@ -70,7 +71,7 @@ class Hipcmd_CreateProfile : public RavctlCommandInstance {
   HelmsorParam helmsor_{Need::required};
   OptionalNetworkParam network_;
   OptionalActivationParam invitation_;
-  OptionalLogLevelParam logLevel_;  // accepted, and deliberately not written
+  OptionalLogLevelParam logLevel_;  // accepted but deliberately not written
   SysImplParam sys_;
   SingleWordParam activate_{"activate"};
   ProfileDetailsResultField details_;

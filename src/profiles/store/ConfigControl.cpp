@@ -9,6 +9,7 @@
 
 #include "base/files/WholeFile.h"
 #include "base/text/StringUtils.h"
+#include "command/parameters/InputParams.h"
 #include "log/front/BasicLog.h"
 #include "profiles/store/ConfigLines.h"
 #include "profiles/store/ProfileStore.h"
@@ -19,24 +20,25 @@ using StringUtils::TrimSet;
 
 namespace {
 
-constexpr const char* hipConf = "hip.conf";
-constexpr const char* endboxConf = "endbox.conf";
-constexpr const char* mapconfigStatic = "mapconfig.static";
+constexpr const char* endboxConfFile = "endbox.conf";
+constexpr const char* mapconfigFile = "mapconfig.static";
 constexpr const char* deviceIdFile = "device_id";
 
 constexpr const char* interfaceKey = "master_interface";
+constexpr const char* deviceIpKey = "device_ip";
+constexpr const char* deviceMaskKey = "device_mask";
 constexpr const char* invitationKey = "activation_code";
 constexpr const char* levelKey = "log_level";
 constexpr const char* coreLevelKey = "openhip.log_level";
 constexpr const char* helmsorKey = "map_uri";
 
-constexpr std::string_view schemes[] = {"http://", "https://"};
+constexpr std::string_view writtenScheme = "https://";
+constexpr std::string_view acceptedSchemes[] = {"http://", writtenScheme};
 constexpr std::int32_t lastPort = 65535;
-constexpr std::int32_t defaultPort = 8096;
 
 bool isPort(std::int32_t port) { return port >= 1 && port <= lastPort; }
 
-// The levels that a configuration file may get.
+// The level names that setLogLevel accepts, and the names that it writes for them.
 struct LevelRow {
   std::string_view given;
   const char* written;
@@ -57,12 +59,13 @@ bool readPlainValue(std::string_view dirname, const char* file, const char* key,
 }
 
 std::string_view withoutScheme(std::string_view address) {
-  for (const std::string_view scheme : schemes)
+  for (const std::string_view scheme : acceptedSchemes)
     if (startsWith(address, scheme)) return address.substr(scheme.size());
   return address;
 }
 
-// Replaces the address of a profile that is there. A file that cannot be opened is the command's own failure here.
+// Replaces the address of an existing profile. Unlike for a new profile, a file that cannot be opened is an
+// "application error".
 Status writeAddress(std::string_view dirname, const std::string& host, std::int32_t port) {
   Status written = ConfigControl::writeNewHelmsor(dirname, host, port);
   return written.code() == status::openError ? Status::of(status::applicationError) : written;
@@ -73,24 +76,24 @@ Status writeAddress(std::string_view dirname, const std::string& host, std::int3
 namespace ConfigControl {
 
 bool readInterface(std::string_view dirname, std::string& name) {
-  return readValue(dirname, hipConf, interfaceKey, name);
+  return readValue(dirname, ProfileStore::hipConfFile, interfaceKey, name);
 }
 
 bool readDeviceIp(std::string_view dirname, std::string& address) {
-  return readPlainValue(dirname, endboxConf, "device_ip", address);
+  return readPlainValue(dirname, endboxConfFile, deviceIpKey, address);
 }
 
 bool readDeviceMask(std::string_view dirname, std::string& mask) {
-  return readPlainValue(dirname, endboxConf, "device_mask", mask);
+  return readPlainValue(dirname, endboxConfFile, deviceMaskKey, mask);
 }
 
 bool readInvitation(std::string_view dirname, std::string& invitation) {
-  return readPlainValue(dirname, endboxConf, invitationKey, invitation);
+  return readPlainValue(dirname, endboxConfFile, invitationKey, invitation);
 }
 
 bool readLogLevel(std::string_view dirname, std::string& level) {
-  return readPlainValue(dirname, endboxConf, levelKey, level) ||
-         readPlainValue(dirname, endboxConf, coreLevelKey, level);
+  return readPlainValue(dirname, endboxConfFile, levelKey, level) ||
+         readPlainValue(dirname, endboxConfFile, coreLevelKey, level);
 }
 
 bool readDeviceId(std::string_view dirname, std::string& id) {
@@ -103,19 +106,19 @@ bool readDeviceId(std::string_view dirname, std::string& id) {
 bool readHelmsor(std::string_view dirname, HelmsorAddress& address) {
   address = HelmsorAddress();
   std::string uri;
-  if (!readPlainValue(dirname, mapconfigStatic, helmsorKey, uri)) return false;
+  if (!readPlainValue(dirname, mapconfigFile, helmsorKey, uri)) return false;
   std::string_view rest = withoutScheme(uri);
   rest = rest.substr(0, rest.find('/'));
   const std::size_t colon = rest.find(':');
   address.host = rest.substr(0, colon);
-  address.port =
-      colon == std::string_view::npos ? StringUtils::toString(defaultPort) : std::string(rest.substr(colon + 1));
+  address.port = colon == std::string_view::npos ? StringUtils::toString(HelmsorParam::defaultPort)
+                                                 : std::string(rest.substr(colon + 1));
   return !address.host.empty();
 }
 
 Status setInterface(std::string_view dirname, const std::string& name) {
   std::string path;
-  if (name.empty() || !ProfileStore::fileInProfile(dirname, hipConf, path)) {
+  if (name.empty() || !ProfileStore::fileInProfile(dirname, ProfileStore::hipConfFile, path)) {
     return Status::of(status::invalidArgument);
   }
   return ConfigLines::setKeys(path, {{interfaceKey, name}});
@@ -125,7 +128,7 @@ Status setInvitation(std::string_view dirname, const std::string& invitation) {
   const std::string value(StringUtils::trim(invitation, TrimSet::blanks));
   if (value.empty()) return Status();
   std::string path;
-  if (!ProfileStore::fileInProfile(dirname, endboxConf, path)) return Status::of(status::invalidArgument);
+  if (!ProfileStore::fileInProfile(dirname, endboxConfFile, path)) return Status::of(status::invalidArgument);
   return value == clearInvitation ? ConfigLines::removeKey(path, invitationKey)
                                   : ConfigLines::setKeys(path, {{invitationKey, value}});
 }
@@ -133,18 +136,18 @@ Status setInvitation(std::string_view dirname, const std::string& invitation) {
 Status writeNewHelmsor(std::string_view dirname, const std::string& host, std::int32_t port) {
   std::string line = concatenate({helmsorKey, "="});
   if (!host.empty()) {
-    line += concatenate({"https://", host});
+    line += concatenate({writtenScheme, host});
     if (isPort(port)) {
       line += concatenate({":", StringUtils::toString(port)});
     }
   }
   std::string path;
-  (void)ProfileStore::fileInProfile(dirname, mapconfigStatic, path);  // an empty path is refused by the writer
+  (void)ProfileStore::fileInProfile(dirname, mapconfigFile, path);  // the writer refuses an empty path
   return FileUtils::writeString(path, line, true);
 }
 
 Status changeHelmsor(std::string_view dirname, const std::string& host, std::int32_t port) {
-  if (!host.empty()) return writeAddress(dirname, host, isPort(port) ? port : defaultPort);
+  if (!host.empty()) return writeAddress(dirname, host, isPort(port) ? port : HelmsorParam::defaultPort);
   if (!isPort(port)) return Status();
   HelmsorAddress current;
   return readHelmsor(dirname, current) ? writeAddress(dirname, current.host, port)
@@ -154,7 +157,7 @@ Status changeHelmsor(std::string_view dirname, const std::string& host, std::int
 Status setLogLevel(std::string_view dirname, const std::string& level) {
   if (level.empty()) return Status();
   std::string path;
-  if (!ProfileStore::fileInProfile(dirname, endboxConf, path)) return Status::of(status::invalidArgument);
+  if (!ProfileStore::fileInProfile(dirname, endboxConfFile, path)) return Status::of(status::invalidArgument);
   for (const LevelRow& row : levels) {
     if (StringUtils::equalIgnoreCase(level, row.given)) {
       return ConfigLines::setKeys(path, {{levelKey, row.written}, {coreLevelKey, row.written}});
@@ -169,8 +172,8 @@ Status setLogLevel(std::string_view dirname, const std::string& level) {
 
 namespace {
 
-// A historic test for one address range that compares the address in the host's byte order without turning it. What it
-// really excludes are addresses that end in 254.169; kept, since hosts rely on what is listed.
+// Excludes the addresses that end in 254.169. A former test meant to exclude 169.254.0.0/16 but compared the bytes in
+// the wrong order. Its effect is kept deliberately, since users rely on the interfaces that are listed.
 bool isExcluded(const in_addr& address) {
   unsigned char octets[4];
   std::memcpy(octets, &address.s_addr, sizeof octets);

@@ -27,12 +27,12 @@ bool isKey(std::string_view key) { return !key.empty() && key.find('=') == std::
 
 bool isSetting(const ConfigLines::KeyValue& setting) { return isKey(setting.first) && fitsOneLine(setting.second); }
 
-// Whether the text begins with the key and "=".
+// Returns true if the text begins with the key and "=".
 bool carries(std::string_view text, std::string_view key) {
   return text.size() > key.size() && text[key.size()] == '=' && StringUtils::startsWith(text, key);
 }
 
-// One pass of an editor under the lock.
+// Runs one pass of an editor under the lock.
 template <typename Pass>
 Status edit(const std::string& path, Pass pass) {
   const FileLock lock(path, longestWait);
@@ -83,7 +83,7 @@ std::string directoryOf(const std::string& path) {
   return path.substr(0, std::max<std::size_t>(slash, 1));
 }
 
-// The rename has happened and cannot be taken back: what fails from here on is no failure of the edit.
+// The rename has already happened and cannot be undone, so a failure here does not fail the edit.
 void syncDirectory(const std::string& path) {
   const UniqueFd fd(uninterrupted([&] { return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
   if (fd.isOpen()) (void)::fsync(fd.get());
@@ -149,10 +149,15 @@ void LineEditor::writeLine(std::string_view text) {
   write("\n");
 }
 
-// 1. the rest of the new content, 2. owner and mode, 3. all of it on the device, 4. the rename, 5. the directory.
-// A failure before the rename leaves the old file; what is new is removed then.
+// The order of steps:
+//   1. write the remainder of the new content
+//   2. set owner and mode
+//   3. sync the new file to the device
+//   4. rename it over the old file
+//   5. sync the directory
+// A failure in steps 1 to 4 leaves the old file unchanged and removes the new one.
 Status LineEditor::commit() {
-  const bool isReady = status_.isSuccess() && makeTemporary() && flush() && dressLikeOldFile() && syncToDevice();
+  const bool isReady = status_.isSuccess() && makeTemporary() && flush() && copyOwnerAndMode() && syncToDevice();
   if (isReady && ::rename(temporaryPath_.c_str(), path_.c_str()) == 0) {
     hasTemporary_ = false;
     leftover_.forget();
@@ -191,11 +196,11 @@ void LineEditor::leaveHole(off_t size) {
   if (::lseek(temporary_.get(), size, SEEK_CUR) < 0) (void)fail(status::writeError);
 }
 
-// The name is taken by nobody but an edit that died: it is removed, and a link of that name is not followed.
+// Only an edit that died can have left a file of this name: it is removed, and a link of that name is not followed.
 bool LineEditor::makeTemporary() {
   if (hasTemporary_) return true;
   constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-  (void)::unlink(temporaryPath_.c_str());  // where that fails, making it fails too
+  (void)::unlink(temporaryPath_.c_str());  // if this fails, the open fails too
   temporary_.reset(uninterrupted([&] { return ::open(temporaryPath_.c_str(), flags, temporaryMode); }));
   hasTemporary_ = temporary_.isOpen();
   if (hasTemporary_) leftover_.mark(temporaryPath_.c_str());
@@ -208,13 +213,14 @@ bool LineEditor::flush() {
   return good || fail(status::writeError);
 }
 
-// The owner first: a change of owner may take bits of the mode away.
-bool LineEditor::dressLikeOldFile() {
+// The owner comes first, because the system may clear mode bits when the owner changes.
+bool LineEditor::copyOwnerAndMode() {
   struct stat made = {};
   const bool hasOld = S_ISREG(old_.info.st_mode);
-  // Of a link to somebody's program no second set-user-ID program is made.
+  // The path may be a link to another user's program; no second set-user-ID program is created.
   const mode_t mode = hasOld ? old_.info.st_mode & 0777 : newFileMode;
-  // Where the system allows; a cast to void would still be a warning in the hardened build.
+  // A failure is dropped: the owner is kept only where the system allows. A cast to void would still be a warning in
+  // the hardened build.
   [[maybe_unused]] const int owner = hasOld ? ::fchown(temporary_.get(), old_.info.st_uid, old_.info.st_gid) : 0;
   if (::fchmod(temporary_.get(), mode) == 0) return true;
   if (::fstat(temporary_.get(), &made) == 0 && (made.st_mode & 07777) == mode) return true;

@@ -5,14 +5,16 @@
 //   Status s = ConfigLines::setKeys(path, {{"log_level", "debug"}, {"openhip.log_level", "debug"}});
 //   s = ConfigLines::removeKey(path, "activation_code");
 //
-// A line carries a key when it begins with the key and "="; no quoting and no escapes exist. Readers trim a line first,
-// writers do not: a key behind blanks is read but never replaced. That is a deliberate asymmetry of the file format.
-// Lines are looked at through a buffer of 8,000 bytes: a longer line comes as pieces of 7,999 bytes.
+// A line has a key if it begins with the key and "="; there is no quoting and no escaping. Readers trim a line first,
+// writers do not, so a key behind leading blanks is read but never replaced. This asymmetry of the file format is
+// deliberate. Lines pass through a buffer of 8,000 bytes: a longer line is split into pieces of 7,999 bytes. A reader
+// takes each piece for a line; an edit searches for keys only where a line really begins.
 //
-// Edits replace the file: a new one is written beside it, brought to the device and renamed over the old one. A link is
-// replaced by a regular file. After any failure the old file is as it was and nothing is left beside it.
-// Other processes: setKeys and removeKey hold the FileLock of the path for their one pass. They wait ten seconds at
-// most for its holder; where no lock can be taken at all (no directory, no right) they go on without.
+// Edits replace the file: they write a new file beside it, sync that to the device and rename it over the old one. A
+// symbolic link is replaced by a regular file. After any failure the old file is unchanged and no other file is left.
+// Other processes: setKeys and removeKey hold the FileLock of the path for their one pass. They wait at most ten
+// seconds for another holder. If the lock cannot be taken at all (no lock directory, no permission), they edit without
+// it.
 #pragma once
 
 #include <string>
@@ -30,19 +32,20 @@ namespace ConfigLines {
 
 using KeyValue = std::pair<std::string, std::string>;
 
-// Whether a line holds `key`, and its value: the rest of the first such line after "=", trimmed (everything outside
-// 33..126) but otherwise as it stands; it may be empty. Empty lines and lines that begin with "#" are passed over.
-// `value` is cleared first. A missing or unreadable file, and an empty key, are "not found".
+// Returns true if a line has `key`, and sets `value` to the text behind "=" in the first such line. Each line is
+// trimmed at both ends of every byte outside 33..126; the value is otherwise taken verbatim and may be empty. Empty
+// lines and lines that begin with "#" are skipped. Clears `value` first. Returns false for a missing or unreadable file
+// and for an empty key.
 bool readFirstValue(const std::string& path, std::string_view key, std::string& value);
 
-// Gives each key its value in one pass: every line of a key is replaced, all other lines are copied byte for byte, and
-// the keys without a line are appended in the order given. A missing file counts as empty; it is made with mode 0644.
-// Statuses: those of LineEditor::commit; "file open" when the lock has been held by somebody else for ten seconds;
-// "invalid argument" for an empty path or key, a key with "=" or a key or value with a line break or a zero byte.
+// Sets each key to its value in one pass: replaces every line of a key, copies all other lines byte for byte, and
+// appends the keys that had no line in the order given. A missing file counts as empty; it is created with mode 0644.
+// Statuses: those of LineEditor::commit; "file open" also if another holder keeps the lock for ten seconds; "invalid
+// argument" for an empty path or key, a key with "=", or a key or value with a line break or a zero byte.
 Status setKeys(const std::string& path, const std::vector<KeyValue>& settings);
 
-// Removes every line of a key. A file without one is not touched, a missing file is not made; both are success.
-// Statuses as setKeys.
+// Removes every line of a key. Does not touch a file that has no such line and does not create a missing file; both are
+// success. Statuses: as setKeys.
 Status removeKey(const std::string& path, const std::string& key);
 
 }  // namespace ConfigLines
@@ -53,12 +56,13 @@ Status removeKey(const std::string& path, const std::string& key);
 //   for (LinePiece line; editor.readLine(line);)
 //     if (!isUnwanted(line)) editor.keepLine(line);
 //   editor.writeLine("key=value");
-//   return editor.commit();               // without it, or after discard(), the file stays as it is
+//   return editor.commit();               // without commit(), or after discard(), the file stays unchanged
 //
-// The first failure is remembered: from then on nothing is read or written, and commit returns it.
-// On disk: the new content grows in `path` + ".temp", made anew; whatever file or link had that name is removed and
-// never followed. It has the mode of the old file, and its owner where the system allows; 0644 for a new file. Other
-// processes: takes no lock.
+// The editor keeps its first failure: from then on it reads and writes nothing, and commit returns that failure.
+// On disk: the editor writes the new content to `path` + ".temp". It first removes any file or link of that name and
+// never follows a link there. The new file gets the permission bits of the old one (not its set-user-ID and
+// set-group-ID bits), and its owner where the system allows; without an old file it gets mode 0644. Other processes:
+// the editor takes no lock.
 class LineEditor {
  public:
   explicit LineEditor(const std::string& path);
@@ -66,26 +70,27 @@ class LineEditor {
   LineEditor(const LineEditor&) = delete;
   LineEditor& operator=(const LineEditor&) = delete;
 
-  // The next piece of the old file with its line end, valid until the next call; false at the end and after a failure.
-  // A missing file has no lines.
+  // Reads the next piece of the old file with its line end; `line` is valid until the next call. Returns false at the
+  // end of the file and after a failure. A missing file has no lines.
   bool readLine(LinePiece& line);
 
-  // Writes a piece byte for byte, behind the hole that was before it: a sparse file stays one.
+  // Writes a piece byte for byte. If a hole precedes it in the old file, leaves the same hole in the new one, so that a
+  // sparse file stays sparse.
   void keepLine(const LinePiece& line);
 
-  // Writes `text` and a newline. Where the last line copied had no newline it gets one first.
+  // Writes `text` and a newline. If the line written before has no newline yet, writes that first.
   void writeLine(std::string_view text);
 
-  // Puts the new content in the place of the old file, with mode and owner, on the device before the rename.
-  // Statuses: the first failure of "invalid argument" (empty path), "file open" (the old file is there and cannot be
-  // opened, or the temporary file cannot be made), "file read", "file write" (also when only a flush or the close
-  // fails), "chmod", "rename". A second commit, or one after discard: "file write".
+  // Replaces the old file by the new content: sets owner and mode, syncs the new file to the device, then renames it.
+  // Statuses: the first failure of "invalid argument" (empty path), "file open" (the old file exists but cannot be
+  // opened, or the temporary file cannot be created), "file read", "file write" (also if only the sync or the close
+  // fails), "chmod", "rename". A second commit, or one after discard, returns "file write".
   Status commit();
 
-  // The first failure so far, else success.
+  // Returns the first failure so far, or success.
   const Status& status() const { return status_; }
 
-  // Drops the new content and removes the temporary file; the old file stays. Nothing after a commit.
+  // Drops the new content and removes the temporary file; the old file stays. Does nothing after a commit.
   void discard();
 
  private:
@@ -94,7 +99,7 @@ class LineEditor {
   void leaveHole(off_t size);
   bool makeTemporary();
   bool flush();
-  bool dressLikeOldFile();
+  bool copyOwnerAndMode();
   bool syncToDevice();
 
   std::string path_;

@@ -20,14 +20,14 @@ using StringUtils::joinPath;
 
 namespace {
 
-// The daemon's state in a profile, in the order of removal.
+// The files with the daemon's state in a profile, in the order of their removal.
 constexpr const char* stateFiles[] = {"m2_cache", "sadb.state", "hip.state", "peers", "map.state", variablesFileName};
-// Removed before the rest of a deleted profile.
-constexpr const char* certificateDirectories[] = {"ca-certs", "customer-certs", "peer_certs"};
+// These directories of a deleted profile are removed before everything else in it.
+constexpr const char* certificateDirectories[] = {ProfileStore::certificatesDir, "customer-certs", "peer_certs"};
 
 enum class Template { allowed, refused };
 
-// The steps that every operation begins with.
+// The first steps of every operation.
 Status beginChange(const std::string& selector, Template factory, ProfileRecord& profile) {
   if (!isAuthorized()) return Status::of(status::authenticationError);
   Status found = ProfileStore::resolveSelector(selector, profile);
@@ -41,12 +41,12 @@ void removeStateFiles(const ProfileRecord& profile) {
   std::string path;
   for (const char* file : stateFiles) {
     if (ProfileStore::fileInProfile(profile.dirname, file, path)) {
-      (void)FileUtils::removeFile(path);  // a daemon that starts finds its old state or none; both are right
+      (void)FileUtils::removeFile(path);  // a failure is dropped: the daemon can start with its old state too
     }
   }
 }
 
-// A name can be given exactly when no profile answers to it as a selector.
+// A new name is acceptable exactly if, used as a selector, it finds no profile.
 Status checkNewName(const std::string& name, const char* context) {
   ProfileRecord other;
   const bool isFree =
@@ -68,7 +68,7 @@ Status activateProfile(const std::string& selector, const std::string& initSyste
   name = profile.name;
   if (found.code() == status::profileIsRunning) return Status();
   if (found.code() != status::profileIsActive) {
-    // The start tells in the end whether the daemon runs.
+    // Failures are dropped: the status of the start says whether the daemon runs.
     (void)runBackendOperation(initSystem, &SystemSpecificImpl::stop);
     (void)ProfileStore::setActive(profile.dirname);
   }
@@ -84,13 +84,13 @@ Status deleteProfile(const std::string& selector) {
   Status found = beginChange(selector, Template::refused, profile);
   if (!found.isSuccess()) return found;
   if (found.code() == status::profileIsRunning) return Status::of(status::notWhileRunning);
-  const bool isOwn = FileUtils::isRealDirectory(profile.dir);  // of a link the link alone goes
+  const bool isOwn = FileUtils::isRealDirectory(profile.dir);  // only the link itself is removed otherwise
   for (const char* directory : certificateDirectories) {
     if (isOwn) {
-      (void)FileUtils::removeTree(joinPath({profile.dir, directory}));  // what stays fails the last removal
+      (void)FileUtils::removeTree(joinPath({profile.dir, directory}));  // whatever remains makes the last removal fail
     }
   }
-  // The name last: a removal that ended on its way can be repeated under it.
+  // The name file is removed last, so that a removal that failed halfway can be repeated under the same name.
   const bool isGone = FileUtils::removeTree(profile.dir, ProfileStore::nameFile).isSuccess();
   return isGone ? Status() : Status::of(status::applicationError);
 }
@@ -105,7 +105,7 @@ Status renameProfile(const std::string& selector, const std::string& newName, st
   if (wish.empty()) return Status::error(status::invalidArgument, "profile name not provided", context);
   Status checked = checkNewName(wish, context);
   if (!checked.isSuccess()) return checked;
-  // Reached with the profile's own name only when the store changed since the check.
+  // The check refuses the profile's own name, so the two are equal only if the store has changed since then.
   Status written = wish == profile.name ? Status() : ProfileStore::writeProfileName(profile.dirname, wish);
   if (written.isSuccess()) name = wish;
   return written;
@@ -142,7 +142,7 @@ Status checkModification(const Modification& wanted) {
   return ProfileTexts::checkTexts(wanted.helmsorHost, wanted.network.value_or(""), wanted.invitation.value_or(""));
 }
 
-// Without these two a profile is not what was asked for, so their failure ends the changes.
+// If one of these two fails, the later changes are skipped: the profile would not be usable as requested.
 Status applyAddressAndLevel(const ProfileRecord& profile, const Modification& wanted) {
   if (wanted.hasHelmsor) {
     Status written = ConfigControl::changeHelmsor(profile.dirname, wanted.helmsorHost, wanted.helmsorPort);
@@ -151,14 +151,14 @@ Status applyAddressAndLevel(const ProfileRecord& profile, const Modification& wa
   return wanted.logLevel ? ConfigControl::setLogLevel(profile.dirname, *wanted.logLevel) : Status();
 }
 
-Status applyRest(const ProfileRecord& profile, const Modification& wanted) {
+Status applyOtherChanges(const ProfileRecord& profile, const Modification& wanted) {
   removeStateFiles(profile);
   Status first;
   if (wanted.network) keepFirstFailure(first, ConfigControl::setInterface(profile.dirname, *wanted.network));
   if (wanted.invitation) keepFirstFailure(first, ConfigControl::setInvitation(profile.dirname, *wanted.invitation));
   if (wanted.newName) {
     std::string name;
-    // By its directory: its name may be that of a selector, or of a second profile.
+    // Selects by directory, because the display name may also be a selector or the name of a second profile.
     const std::string selector = StringUtils::concatenate({ProfileStore::dirPrefix, profile.dirname});
     keepFirstFailure(first, ProfileChanges::renameProfile(selector, *wanted.newName, name));
   }
@@ -169,19 +169,21 @@ Status applyRest(const ProfileRecord& profile, const Modification& wanted) {
 
 namespace ProfileChanges {
 
-// The order of steps, and what a failure of each leaves behind:
-//   1. name and texts are checked                  nothing
-//   2. the daemon is stopped when it must be       reported, the work goes on
-//   3. Helmsor address, then level                 a failure goes on with step 6
-//   4. state files, interface, invitation, name    each is tried
-//   5. an inactive profile becomes active, when asked for
-//   6. the daemon is started: when step 2 was due, and, unless step 3 failed, when the profile is to be active
+// The order of steps, and what follows a failure of each:
+//   1. check name and texts                                  nothing has changed, the operation ends
+//   2. stop the daemon, if necessary                         continue
+//   3. write the Helmsor address, then the level             continue with step 6
+//   4. remove the state files; write interface, invitation
+//      and name                                              continue with the next of them
+//   5. make an inactive profile active, if requested         continue
+//   6. start the daemon, if step 2 was necessary, or if activation is requested and step 3 did not fail
+// The status is that of the first failure.
 Status modifyProfile(const std::string& selector, const Modification& wanted, ProfileDetails& details) {
   details = ProfileDetails();
   ProfileRecord profile;
   Status found = beginChange(selector, Template::refused, profile);
   if (!found.isSuccess()) return found;
-  if (profile.dirname.empty()) return Status::of(status::invalidArgument);  // active, and nowhere on the disk
+  if (profile.dirname.empty()) return Status::of(status::invalidArgument);  // an active profile without a directory
   Status checked = checkModification(wanted);
   if (!checked.isSuccess()) return checked;
   const bool active = ProfileStore::isActive(profile);
@@ -193,7 +195,7 @@ Status modifyProfile(const std::string& selector, const Modification& wanted, Pr
   Status essential = applyAddressAndLevel(profile, wanted);
   const bool applied = essential.isSuccess();
   keepFirstFailure(first, std::move(essential));
-  if (applied) keepFirstFailure(first, applyRest(profile, wanted));
+  if (applied) keepFirstFailure(first, applyOtherChanges(profile, wanted));
   if (applied && wanted.activate && !active && !ProfileStore::setActive(profile.dirname)) {
     keepFirstFailure(first, Status::of(status::applicationError));
   }
@@ -201,7 +203,7 @@ Status modifyProfile(const std::string& selector, const Modification& wanted, Pr
     keepFirstFailure(first, runBackendOperation(wanted.initSystem, &SystemSpecificImpl::start));
   }
   if (first.isSuccess()) {
-    // The changes are made, whether or not they can be shown.
+    // A failure is dropped: the changes are made, even if the details cannot be read.
     (void)ProfileControl::cmdGetProfileDetails(StringUtils::concatenate({ProfileStore::dirPrefix, profile.dirname}),
                                                details);
   }

@@ -1,11 +1,12 @@
-// ProfileChanges: the operations that change profiles which are there, callable without a command object.
+// ProfileChanges: the operations on existing profiles, callable without a command object.
 //
 //   std::string name;
 //   Status s = ProfileChanges::activateProfile("lab", "systemd", name);
 //
-// Each asks isAuthorized() first ("authentication error ...", nothing changed) and then resolves its selector; a status
-// of the resolution that is no success ends it (see ProfileStore::resolveSelector). All but the reset answer "invalid
-// argument" for the factory template. `initSystem` is the name of a backend (see SystemSpecificImpl.h).
+// Each operation first calls isAuthorized(); if that refuses, it returns "authentication error ..." and changes
+// nothing. Then it resolves its selector; if the resolution fails, it returns that status (see
+// ProfileStore::resolveSelector). Every operation except resetProfile returns "invalid argument" for the factory
+// template. `initSystem` is the name of a backend (see SystemSpecificImpl.h).
 #pragma once
 
 #include <cstdint>
@@ -17,26 +18,30 @@
 
 namespace ProfileChanges {
 
-// Makes the profile active and starts the daemon on it. The active running profile is left alone, the active stopped
-// one is only started; any other switch stops the daemon first, whatever its state. `name` gets the display name.
-// Status: that of the start; a failed stop or switch is not reported. "invalid argument" for an empty selector.
+// Makes the profile active and starts the daemon on it:
+//   - a profile that is active and running stays as it is;
+//   - for a profile that is active but stopped, only starts the daemon;
+//   - for any other profile, stops the daemon whatever its state, makes the profile active and starts the daemon.
+// Sets `name` to the display name. Status: that of the start, since a failed stop or switch is not reported; "invalid
+// argument" for an empty selector.
 Status activateProfile(const std::string& selector, const std::string& initSystem, std::string& name);
 
-// Removes the profile's directory with everything in it; of a link the link alone. Electing another active profile is
-// up to the caller. Statuses: "invalid argument" for the texts ".factory" and ".current"; "command cannot be executed
-// while the profile is running"; "application error" when something stays.
+// Removes the profile's directory and everything in it. If the directory is a symbolic link, removes the link alone. A
+// deletion that fails halfway can be repeated under the same name. The caller elects another active profile.
+// Statuses: "invalid argument" for the selectors ".factory" and ".current"; "command cannot be executed while the
+// profile is running"; "application error" if anything could not be removed.
 Status deleteProfile(const std::string& selector);
 
-// Gives the profile another display name; also while it is active and running. `name` gets the name it has then.
-// Statuses: "invalid argument (profile name not provided)"; "invalid argument (invalid profile name)" for a name with a
-// control byte inside, or one that is a selector of some profile, its own too; those of the write.
+// Changes the display name of a profile, even while the profile is active and running. Sets `name` to the resulting
+// name. Statuses: "invalid argument (profile name not provided)"; "invalid argument (invalid profile name)" for a name
+// with a control byte inside and for a name that already selects a profile, be it this one; those of the write.
 Status renameProfile(const std::string& selector, const std::string& newName, std::string& name);
 
-// Removes the state that the daemon keeps in the profile. What cannot be removed stays, without a failure. `name` gets
-// the display name. Status: "command cannot be executed while the profile is running".
+// Removes the files in which the daemon keeps its state. A file that cannot be removed stays and is not reported. Sets
+// `name` to the display name. Status: "command cannot be executed while the profile is running".
 Status resetProfile(const std::string& selector, std::string& name);
 
-// What is to be changed in a profile; what is not set stays as it is.
+// The changes to make to a profile. A value that is not set stays unchanged.
 struct Modification {
   std::optional<std::string> newName;
   bool hasHelmsor = false;
@@ -49,12 +54,12 @@ struct Modification {
   bool activate = false;
 };
 
-// Changes a profile and removes the daemon's state from it, always; that is deliberate. A daemon that runs, or may run,
-// on the profile, or has to make way for it, is stopped before and started afterwards. `details` is filled on success.
-// Statuses: "invalid argument" (a name that is refused; control bytes; both before anything changes; an empty
-// interface), "application error (invalid log_level value)", those of writing, of the stop and of the start. The first
-// failure counts; one of the Helmsor address or the level keeps the changes behind it from being made, and the profile
-// from becoming active.
+// Changes a profile. Deliberately always removes the daemon's state files too. If the profile is active or `activate`
+// is set, a daemon that runs or may run is stopped before the changes and started after them; with `activate` a daemon
+// that does not run is started as well. Fills `details` on success. Statuses: "invalid argument" for a refused name and
+// for control bytes (nothing changes), and for an empty interface; "application error (invalid log_level value)"; those
+// of the writes, of the stop and of the start. The first failure is returned. A failure of the Helmsor address or of
+// the level skips all later changes, and the profile does not become active; other failures do not skip anything.
 Status modifyProfile(const std::string& selector, const Modification& wanted, ProfileDetails& details);
 
 }  // namespace ProfileChanges

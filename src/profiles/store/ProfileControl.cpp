@@ -23,8 +23,6 @@ using StringUtils::joinPath;
 
 namespace {
 
-constexpr const char* configurationFile = "hip.conf";
-constexpr const char* certificates = "ca-certs";
 constexpr mode_t directoryMode = 0755;
 
 void logNoNetworks() {
@@ -49,7 +47,7 @@ Status cmdGetProfileDetails(const std::string& selector, ProfileDetails& details
   details.filled = true;
   details.dirname = profile.dirname;
   details.name = profile.name;
-  // What is not found stays empty.
+  // A value that is not found stays empty.
   (void)ConfigControl::readInterface(profile.dirname, details.network);
   if (!ConfigControl::read_networks(details.networks)) logNoNetworks();
   (void)ConfigControl::readDeviceId(profile.dirname, details.deviceId);
@@ -67,21 +65,23 @@ Status cmdGetProfileDetails(const std::string& selector, ProfileDetails& details
 
 namespace {
 
-// Whether an entry is left out for certain: not a file, or a link to none. What can't be looked at is not: the copy
-// tells.
+// Returns true if the path is certainly neither a regular file nor a link to one. If stat fails for another reason,
+// returns false, so that the copy reports the failure.
 bool isNoFile(const std::string& path) {
   struct stat info = {};
   if (::stat(path.c_str(), &info) == 0) return !S_ISREG(info.st_mode);
   return errno == ENOENT || errno == ENOTDIR || errno == ELOOP;
 }
 
-// Copies every regular file of a directory and every link in it that leads to one. A missing directory is an empty one.
+// Copies every regular file of a directory and every link in it whose target is one. A missing directory counts as
+// empty.
 Status copyFilesOf(const std::string& from, const std::string& to) {
   const UniqueFd directory = FileUtils::openDirectory(from);
   if (!directory.isOpen()) return Status::of(errno == ENOENT ? status::success : status::opendirError);
   const FileUtils::DirectoryListing listing = FileUtils::listOpenDirectory(directory.get());
   if (!listing.status.isSuccess()) return listing.status;
-  // Where a link leads is asked again, of the link itself: the listing takes relative ones from the working directory.
+  // Every link is resolved again by its full path, because the listing resolves relative ones from the working
+  // directory.
   for (const std::vector<std::string>* names :
        {&listing.files, &listing.linksToFiles, &listing.linksToDirectories, &listing.others}) {
     for (const std::string& name : *names) {
@@ -95,14 +95,14 @@ Status copyFilesOf(const std::string& from, const std::string& to) {
 }
 
 void copyCertificates(const std::string& profileDir) {
-  const std::string to = joinPath({profileDir, certificates});
-  // A profile without certificates is usable; the daemon tells what it misses.
+  const std::string to = joinPath({profileDir, ProfileStore::certificatesDir});
+  // Failures are dropped: a profile without certificates is usable, and the daemon reports what it lacks.
   (void)FileUtils::makeDir(to, directoryMode);
-  (void)FileUtils::setMode(to + '/', directoryMode);  // by the slash not of a file that has the name
-  (void)copyFilesOf(joinPath({ProfileStore::factoryDir(), certificates}), to);
+  (void)FileUtils::setMode(to + '/', directoryMode);  // the slash keeps this off a regular file of that name
+  (void)copyFilesOf(joinPath({ProfileStore::factoryDir(), ProfileStore::certificatesDir}), to);
 }
 
-// Everything a profile is made of, up to its Helmsor address, without which it is of no use.
+// Writes everything that a profile needs to be usable: template, name, certificates and Helmsor address.
 Status fillDirectory(const NewProfile& wanted, const std::string& name, const std::string& dir,
                      const std::string& dirname) {
   Status copied = copyFilesOf(ProfileStore::factoryDir(), dir);
@@ -126,7 +126,7 @@ Status makeActiveAndStart(const std::string& initSystem, const std::string& dirn
   return first;
 }
 
-// Makes a profile's directory the working directory. A failure is none: our own paths are all absolute.
+// Makes a profile's directory the working directory. A failure is ignored, since all our own paths are absolute.
 void workIn(const std::string& dir) {
   const bool entered = chdir(dir.c_str()) == 0;
   (void)entered;
@@ -136,13 +136,15 @@ void workIn(const std::string& dir) {
 
 namespace ProfileControl {
 
-// The order of steps, and what a failure after each leaves behind:
-//   1. the texts are checked          nothing
-//   2. a numbered directory is made   an empty directory; the next listing gives it a name
-//   3. a free name is chosen
-//   4. the daemon is stopped, when the profile is to become active
-//   5. template, name, certificates and Helmsor address are written; their failure ends here
-//   6. interface and invitation are written, both; 7. the profile becomes active and the daemon starts
+// The order of steps, and what a failure of each leaves behind:
+//   1. check the texts                               nothing
+//   2. create a numbered directory                   nothing
+//   3. choose a free name                            the empty directory; the next listing gives it a name
+//   4. stop the daemon, if activation is requested   a failure is dropped
+//   5. write template, name and Helmsor address      the directory with the files written so far; the operation ends
+//   6. write interface and invitation                the profile without them; the next steps still follow
+//   7. make the profile active                       the profile; the daemon is started nevertheless
+//   8. start the daemon                              the profile
 Status createProfile(const NewProfile& wanted, CreatedProfile& made) {
   made = CreatedProfile();
   if (!isAuthorized()) return Status::of(status::authenticationError);
@@ -167,8 +169,8 @@ Status createProfile(const NewProfile& wanted, CreatedProfile& made) {
   if (wanted.activate) keepFirstFailure(first, makeActiveAndStart(wanted.initSystem, dirname));
   if (first.isSuccess()) {
     made.name = name;
-    // Of the new directory, not of the name, which another process may have given as well. The profile is made either
-    // way.
+    // Selects by directory, because another process may have assigned the same name. A failure is dropped: the profile
+    // exists either way.
     (void)cmdGetProfileDetails(StringUtils::concatenate({ProfileStore::dirPrefix, dirname}), made.details);
   }
   return first;
@@ -180,8 +182,9 @@ Status ensureActiveProfile() {
   std::string dirname;
   std::string file;
   std::string dir;
-  if (ProfileStore::readActiveDirname(dirname) && ProfileStore::fileInProfile(dirname, configurationFile, file) &&
-      FileUtils::isRegularFile(file) && ProfileStore::profileDir(dirname, dir)) {
+  if (ProfileStore::readActiveDirname(dirname) &&
+      ProfileStore::fileInProfile(dirname, ProfileStore::hipConfFile, file) && FileUtils::isRegularFile(file) &&
+      ProfileStore::profileDir(dirname, dir)) {
     workIn(dir);
     return Status();
   }

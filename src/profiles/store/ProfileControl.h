@@ -6,7 +6,8 @@
 //   CreatedProfile made;
 //   Status s = ProfileControl::createProfile(wanted, made);      // made.name may be "lab#2"
 //
-// State-changing operations ask isAuthorized() first. Work that was done before a failure stays; it is said with each.
+// Only createProfile asks isAuthorized(), before anything else. A failure does not undo earlier steps; each function
+// documents what remains.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +17,7 @@
 #include "command/status/StatusCodes.h"
 #include "profiles/store/ConfigControl.h"
 
-// What is known of one profile, for people to read. What a file does not say is empty.
+// The details of one profile, to be shown to users. A value that no file gives is empty.
 struct ProfileDetails {
   bool filled = false;
   std::string dirname;
@@ -28,18 +29,18 @@ struct ProfileDetails {
   std::string invitation;
   ConfigControl::HelmsorAddress helmsor;
   std::string logLevel;
-  std::vector<std::string> networks;  // interfaces of the host that can carry the overlay
+  std::vector<std::string> networks;  // the host's interfaces that can carry the overlay
 };
 
-// What a new profile is made from. Empty texts mean "not given".
+// What the caller wants of a new profile. An empty text means "not given".
 struct NewProfile {
-  std::string name;  // the wish; "profile" when empty
+  std::string name;  // the requested name; "profile" if empty
   bool allowRename = true;
   std::string helmsorHost;
   std::int32_t helmsorPort = 0;
   std::string network;
   std::string invitation;
-  std::string initSystem;  // a backend's name
+  std::string initSystem;  // the name of a backend (see SystemSpecificImpl.h)
   bool activate = false;
 };
 
@@ -50,21 +51,25 @@ struct CreatedProfile {
 
 namespace ProfileControl {
 
-// The details of the profile that a selector means. Status: that of the resolution (see ProfileStore::resolveSelector),
-// so those of the active profile come with "profile is active" or "profile is currently running". Interfaces that
-// cannot be listed are an error in the log and an empty list.
+// Reads the details of the profile that `selector` selects. Status: that of the resolution (see
+// ProfileStore::resolveSelector), so for the active profile it is "profile is active" or "profile is currently
+// running". If the interfaces cannot be listed, logs an error and leaves `networks` empty.
 Status cmdGetProfileDetails(const std::string& selector, ProfileDetails& details);
 
-// Makes a profile from the factory template. Statuses: "authentication error ..."; "invalid argument" for a control
-// byte in a name, host, interface or invitation (nothing was changed); "application error" when there is no free
-// directory number, no free name, or the profile cannot be made active; else that of the file operation or the start of
-// the daemon. A failure leaves what was done until then: the numbered directory and whatever is in it. `made` is filled
-// on success. A daemon that was stopped for a profile to be activated stays stopped when that profile cannot be made.
+// Creates a profile from the factory template and fills `made` on success. Statuses:
+//   - "authentication error ..." and "invalid argument" (a control byte in the name, host, interface or invitation);
+//     nothing has changed then;
+//   - "application error" if there is no free directory number or no free name, or if the profile cannot be made
+//   active;
+//   - otherwise the status of the failed file operation or of the start of the daemon.
+// A later failure leaves the numbered directory with everything written to it so far. If the daemon was stopped because
+// of `activate`, and the template, the name or the Helmsor address cannot be written, it stays stopped.
 Status createProfile(const NewProfile& wanted, CreatedProfile& made);
 
-// Sees to it that there is an active profile: the one there is when it holds a hip.conf, else the first by name, else a
-// new one named "profile". The directory of one that was there becomes the working directory. To be called by commands,
-// not by operations. Statuses: success; "application error" when `.current` cannot be written; those of createProfile.
+// Ensures that there is an active profile. Keeps the active profile if it has a hip.conf; otherwise makes the first
+// profile by name active; if there is none, creates and activates one named "profile". The directory of a kept or
+// elected profile becomes the working directory, but not that of a created one. Commands call this; other operations do
+// not. Statuses: success; "application error" if `.current` cannot be written; those of createProfile.
 Status ensureActiveProfile();
 
 }  // namespace ProfileControl

@@ -29,13 +29,13 @@ constexpr int lastSuffix = 999999;
 constexpr mode_t profileDirMode = 0755;
 constexpr mode_t activeFileMode = 0666;
 
-// Whether a directory name is one plain name that a profile may have.
+// Returns true if a directory name is a plain name that a profile may have.
 bool isPlainName(std::string_view dirname) {
   return !dirname.empty() && dirname.front() != '.' && dirname.find('/') == std::string_view::npos &&
          dirname.find('\0') == std::string_view::npos;
 }
 
-// A path for a caller's buffer, as strlcpy(3) would copy it.
+// Copies a path to a caller's buffer as strlcpy(3) would.
 bool copyOut(bool formed, const std::string& path, char* buffer, std::size_t size) {
   if (size == 0) return false;
   const std::size_t length = std::min(formed ? path.size() : 0, size - 1);
@@ -108,14 +108,14 @@ bool readProfileName(const std::string& dir, std::string& name) {
 
 Status writeProfileName(std::string_view dirname, const std::string& name) {
   std::string file;
-  (void)fileInProfile(dirname, nameFile, file);  // an empty path is refused by the writer
+  (void)fileInProfile(dirname, nameFile, file);  // the writer refuses an empty path
   return FileUtils::writeString(file, name, true);
 }
 
 ProfileRecord recordFromDirname(const std::string& dirname) {
   ProfileRecord record;
   record.dirname = dirname;
-  (void)profileDir(dirname, record.dir);  // an empty directory has no name, which is told below
+  (void)profileDir(dirname, record.dir);  // the next call fails for an empty directory
   record.valid = readProfileName(record.dir, record.name);
   return record;
 }
@@ -132,7 +132,7 @@ bool readActiveRecord(ProfileRecord& record) {
   record.valid = true;
   std::string file;
   if (profileDir(record.dirname, record.dir) && fileInProfile(record.dirname, nameFile, file)) {
-    (void)FileUtils::readFirstLine(file, record.name);  // no name is an empty name here
+    (void)FileUtils::readFirstLine(file, record.name);  // a failure leaves the name empty
   }
   return true;
 }
@@ -144,7 +144,7 @@ bool isActive(const ProfileRecord& profile) {
 
 RunState activeRunState() {
   std::string file;
-  (void)fileInActiveProfile(variablesFileName, file);  // without a file the daemon does not run
+  (void)fileInActiveProfile(variablesFileName, file);  // an empty path means "not running"
   return runStateOf(file);
 }
 
@@ -167,11 +167,11 @@ std::string suffixed(const std::string& base, int number) {
   return concatenate({base, "#", StringUtils::toString(number)});
 }
 
-// The names of a store while some are being made unique. Names are only ever added, so the search for a base goes on
-// where the last one ended, and n equal names cost n steps.
+// The names of a store while some of them are being made unique. Names are only ever added, so the search for a base
+// resumes where the previous one ended, and n equal names cost n steps.
 class NamesInUse {
  public:
-  // `sorted` holds views into names that outlive this object and stay where they are.
+  // `sorted` holds views of names that must outlive this object and must not move.
   explicit NamesInUse(std::vector<std::string_view> sorted) : sorted_(std::move(sorted)) {}
 
   bool contains(const std::string& name) const {
@@ -180,7 +180,7 @@ class NamesInUse {
 
   void add(const std::string& name) { added_.insert(name); }
 
-  // A name that is free; `base` itself when all its numbers are taken.
+  // Returns a free name, or `base` itself if all its numbers are taken.
   std::string unique(const std::string& base) {
     std::string name = base;
     (void)findFree(base, name);
@@ -218,14 +218,14 @@ NamesInUse namesOf(const std::vector<ProfileRecord>& sortedProfiles) {
 
 // --- Listing
 
-// One entry of the root while the store is listed. The entries lie in the order of the directory and are sorted through
-// pointers, whose own order is therefore that of the directory.
+// One entry of the root while the store is listed. The entries are stored in the order of the directory and sorted
+// through pointers, so comparing two pointers compares their order in the directory.
 struct Entry {
   std::string dirname;
-  std::string name;  // empty: none that can be read
+  std::string name;  // empty if none can be read
 };
 
-// Reads the profile directories of the root and their names.
+// Reads the profile directories in the root, and their display names.
 bool readEntries(std::string_view without, std::vector<Entry>& entries) {
   const UniqueFd directory = FileUtils::openDirectory(root);
   std::vector<std::string> dirnames;
@@ -251,8 +251,8 @@ void sortByName(EntryOrder& order) {
   });
 }
 
-// The entries that need a new name, of a sorted list: first those whose name an earlier entry has, then those without
-// one, each in the order of the directory.
+// Returns the entries of a sorted list that need a new name: first those whose name an earlier entry has, then those
+// without a name, both in the order of the directory.
 EntryOrder entriesToRepair(const EntryOrder& sorted) {
   EntryOrder broken;
   EntryOrder unnamed;
@@ -280,7 +280,7 @@ bool repair(Entry& entry, NamesInUse& names) {
 bool repairNames(EntryOrder& sorted) {
   const EntryOrder broken = entriesToRepair(sorted);
   if (broken.empty()) return true;
-  std::vector<std::string> taken;  // copies, since the entries' own names change on the way
+  std::vector<std::string> taken;  // copies, since the names of the entries change in the loop below
   for (const Entry* entry : sorted) {
     if (!entry->name.empty() && (taken.empty() || taken.back() != entry->name)) taken.push_back(entry->name);
   }
@@ -370,7 +370,7 @@ bool newProfileDirectory(std::string& dir, std::string& dirname) {
 
 namespace {
 
-// Of the active profile: one of the two successes that say what it is.
+// Returns the status for the active profile: one of the two successes that say whether it is running.
 Status statusOfActive() {
   const bool running = ProfileStore::activeRunState() == RunState::running;
   return Status::of(running ? status::profileIsRunning : status::profileIsActive);

@@ -1,4 +1,4 @@
-// ProfileStore: the profiles on the disk.
+// ProfileStore: finds, names and creates the profiles on the disk.
 //
 //   ProfileRecord record;
 //   Status found = ProfileStore::resolveSelector("lab", record);        // or "dir=profile-123123", "", ".factory" ...
@@ -6,16 +6,16 @@
 //
 //   /etc/zuv/profiles/.current          first line: the directory name of the active profile; mode 0666
 //   /etc/zuv/profiles/.factory/         the template of new profiles, never listed
-//   /etc/zuv/profiles/profile-123123/   a profile; its first line of `profile_name` (0640) is the display name
+//   /etc/zuv/profiles/profile-123123/   a profile; the first line of its `profile_name` (0640) is the display name
 //
-// Nothing is kept in memory: every call reads the disk anew. Output arguments are cleared first.
-// Repair: a profile without a readable name gets one, and a name that is taken twice gets a "#" and a number, the first
-// time it is looked at. Deliberate; it means that reading the store may write to it.
-// Hostile input: `.current` is writable by everybody. A name in it that holds "/" or a zero byte, or begins with ".",
+// Nothing is cached in memory: every call reads the disk. Functions clear their output arguments first.
+// Repair: a profile without a readable name gets one, and of two equal names one gets a "#" and a number, as soon as a
+// function reads them. This is deliberate; it means that reading the store may write to it.
+// Hostile input: everybody can write `.current`. A name in it that contains "/" or a zero byte, or begins with ".",
 // counts as empty, and an empty directory name is never joined to a path.
-// Other processes: the store as a whole has no lock; those that write one file take turns (FileWriter). Two that give
-// names at the same moment may give the same one, which the next listing repairs; numbered directories come from mkdir
-// itself, so no two processes get the same.
+// Other processes: the store as a whole has no lock; writers of the same file take turns (FileWriter). Two processes
+// that assign names at the same moment may assign the same name, which the next listing repairs. mkdir itself decides
+// who gets a numbered directory, so no two processes get the same one.
 #pragma once
 
 #include <cstddef>
@@ -28,9 +28,9 @@
 
 // One profile, copied by value.
 struct ProfileRecord {
-  bool valid = false;   // filled from the disk
+  bool valid = false;   // true if the record was filled from the disk
   std::string dir;      // full path
-  std::string dirname;  // the directory's own name, never changed after it was made
+  std::string dirname;  // the directory's own name, which never changes
   std::string name;     // display name
 };
 
@@ -40,7 +40,11 @@ constexpr std::string_view factoryName = ".factory";
 constexpr std::string_view currentName = ".current";
 constexpr std::string_view activeName = "--active";
 constexpr std::string_view dirPrefix = "dir=";
+
+// Entries of a profile's directory. ConfigControl.h describes the contents of hip.conf.
 constexpr const char* nameFile = "profile_name";
+constexpr const char* hipConfFile = "hip.conf";
+constexpr const char* certificatesDir = "ca-certs";
 
 // --- Paths
 
@@ -48,13 +52,14 @@ const char* baseDir();       // "/etc/zuv/"
 const char* profilesRoot();  // "/etc/zuv/profiles/"
 std::string factoryDir();
 std::string activeFile();
-// Each returns false, and an empty path, when a part of it is empty (or there is no active profile).
+// Each of these returns false and an empty path if a part of the path is empty; the last one also if there is no active
+// profile.
 bool profileDir(std::string_view dirname, std::string& path);
 bool fileInProfile(std::string_view dirname, std::string_view filename, std::string& path);
 bool fileInActiveProfile(std::string_view filename, std::string& path);
 
-// The same paths into a caller's buffer of `size` bytes, always zero-terminated unless size is 0. False when the path
-// could not be formed or was cut.
+// These copy the same paths into a caller's buffer of `size` bytes, always zero-terminated unless size is 0. They
+// return false if the path could not be formed or had to be cut.
 bool copyBaseDir(char* buffer, std::size_t size);
 bool copyProfileDir(std::string_view dirname, char* buffer, std::size_t size);
 bool copyFactoryDir(char* buffer, std::size_t size);
@@ -63,63 +68,69 @@ bool copyFileInActiveProfile(std::string_view filename, char* buffer, std::size_
 
 // --- Names
 
-// The display name of the profile in `dir`. A directory without a readable one is given the name "profile" on the disk,
-// when it is a real directory. False, and an empty name, when that fails.
+// Reads the display name of the profile in `dir`. If there is no readable name and `dir` is a real directory, writes
+// the name "profile" to the disk and returns it. Otherwise, or if that write fails, returns false and an empty name.
 bool readProfileName(const std::string& dir, std::string& name);
 
 // Writes a display name, mode 0640. Statuses: those of FileUtils::writeString; "invalid argument" for an empty dirname.
 Status writeProfileName(std::string_view dirname, const std::string& name);
 
-// The name itself when it is not in use, else the name with "#2", "#3", ... up to "#999999": the first that is not in
-// use; the name itself when all are.
+// Returns `base` if it is not in use; otherwise the first of `base`#2, `base`#3, ... `base`#999999 that is not in use;
+// `base` again if all of them are.
 std::string uniqueName(const std::string& base, const std::vector<std::string>& inUse);
 
 // --- Profiles
 
-// The profile in that directory; invalid when it has no name and can't be given one.
+// Returns the record of the profile in that directory. The record is invalid if the directory has no name and cannot be
+// given one.
 ProfileRecord recordFromDirname(const std::string& dirname);
 
-// What `.current` says. False when it is there and cannot be read; a missing one is an empty name. The record is not
-// checked against the listing, and no name is repaired.
+// Read the directory name in `.current`, or the record of that profile. They return false if `.current` exists but
+// cannot be read; a missing `.current` gives an empty name. They do not check that the profile exists, and repair no
+// name.
 bool readActiveDirname(std::string& dirname);
 bool readActiveRecord(ProfileRecord& record);
 bool isActive(const ProfileRecord& profile);
 
-// Makes the profile in that directory the active one. False when `.current` could not be written or its mode not be
-// set.
+// Makes the profile in that directory the active one. Returns false for an empty name, and if `.current` could not be
+// written or its mode could not be set.
 bool setActive(const std::string& dirname);
 
-// Whether the daemon runs, as its heartbeat file in the active profile tells.
+// Returns the state of the daemon according to its heartbeat file in the active profile.
 RunState activeRunState();
-// Whether it runs or may run: its heartbeat says anything but "not running".
+// Returns true if the daemon runs or may run: unless activeRunState() is "not running".
 bool daemonMayRun();
 
-// All profiles in the order of their names (bytes compared), after repair: in the order of the directory, a name that
-// an earlier profile has becomes unique, then profiles without one get "profile". Only real directories whose names do
-// not begin with "." are profiles; `without` names one to leave alone altogether. False when the root cannot be listed
-// or a repair cannot be written. Cost: n log n, a few system calls a profile.
+// Lists all profiles sorted by display name (compared byte by byte), after it has repaired their names. Only real
+// directories whose names do not begin with "." are profiles. The directory `without` is neither listed nor repaired.
+// Repair takes two steps, each in the order in which the system lists the directory: a name that an earlier profile has
+// becomes unique; then each profile without a name gets "profile", made unique. Returns false if the root cannot be
+// listed or a repair cannot be written. Cost: n log n, and a few system calls for each profile.
 bool listProfiles(std::vector<ProfileRecord>& profiles, std::string_view without = {});
 
-// Status: "profile not found", or "application error" when the listing fails.
+// Finds the profile of exactly that display name. Statuses: success; "profile not found"; "application error" if the
+// listing fails.
 Status findByName(const std::string& name, ProfileRecord& record);
 
-// The display name of a new profile: `requested` ("profile" when empty), or, when that is taken and `allowRename`, the
-// first free one with "#2" up to "#999999". False when there is none or the listing fails. The directory `without`,
-// made for it a moment ago, neither counts nor is repaired.
+// Chooses the display name of a new profile: `requested` ("profile" if empty) or, if that is taken and `allowRename` is
+// set, the first free name with "#2" up to "#999999". Returns false if there is none or the listing fails. `without` is
+// the directory just created for the new profile: it does not count and is not repaired.
 bool chooseNewName(const std::string& requested, bool allowRename, std::string_view without, std::string& name);
 
-// Makes the first directory "profile-123123", "profile-123124", ... up to "profile-999998" that is not there, mode
-// 0755. mkdir decides: an existing entry of any kind means the next number, and so does another failure; three of these
-// in a row, or a missing root, end the search. False then, and when the numbers run out.
+// Creates the first of the directories "profile-123123", "profile-123124", ... "profile-999998" that does not exist,
+// with mode 0755. mkdir decides: if an entry of any kind exists, or mkdir fails for another reason, the next number is
+// tried. Three such other failures in a row, or a missing root, end the search. Returns false then, and if the numbers
+// run out.
 bool newProfileDirectory(std::string& dir, std::string& dirname);
 
-// Finds the profile that a user's text means:
+// Finds the profile that a user's text selects:
 //   "", ".current", "--active"   the active one
-//   "dir=" and a directory name  that directory; one plain name, no path
+//   "dir=" and a directory name  the profile in that directory; a plain name, not a path
 //   ".factory"                   the template
 //   anything else                the profile of exactly that display name
-// Statuses: success, "profile is active" and "profile is currently running" (successes); "profile not found", "invalid
-// argument" (nothing behind "dir="), "application error" (the store can't be listed). The record is valid on success.
+// Statuses: "success", "profile is active" and "profile is currently running", which are all successes; "profile not
+// found"; "invalid argument" if nothing follows "dir="; "application error" if the store cannot be listed. The record
+// is valid on success.
 Status resolveSelector(const std::string& text, ProfileRecord& record);
 
 }  // namespace ProfileStore

@@ -1,4 +1,4 @@
-// ProfileTexts: what becomes of the texts that users give for a profile before they are stored.
+// ProfileTexts: cleans and checks the texts that users give for a profile, before they are stored.
 //
 //   const std::string name = ProfileTexts::cleanName(" lab\n");      // "lab"
 #pragma once
@@ -9,11 +9,11 @@
 
 namespace ProfileTexts {
 
-// A requested display name as it is stored: without blanks and control bytes at its ends.
+// Returns a requested display name in its stored form: without blanks and control bytes at its ends.
 std::string cleanName(const std::string& requested);
 
-// Whether the texts can stand in a line of a configuration file: "invalid argument" for a byte below 32, or 127, in one
-// of them; the invitation is trimmed first.
+// Checks that each text fits in one line of a configuration file. Status: "invalid argument" if a text has a byte below
+// 32 or a byte 127; the invitation is trimmed before it is checked.
 Status checkTexts(const std::string& host, const std::string& network, const std::string& invitation);
 
 }  // namespace ProfileTexts
