@@ -1,4 +1,5 @@
-// The host's interfaces, with real devices in a network namespace of the test's own, and the versions.
+// Tests of the reports on the host's interfaces, with real devices in a network namespace of their own, and on
+// versions.
 #include "profiles/commands/HostReports.h"
 
 #include <sched.h>
@@ -21,7 +22,7 @@ using Names = std::vector<std::string>;
 
 constexpr const char* kTool = "/usr/sbin/ip";
 
-// What was logged, entry by entry, as "[LEVEL] logger file function text: parameters".
+// Records each log entry as a line "[LEVEL] logger file function text: parameters".
 class RecordingProcessor : public BasicLog::LogMessageProcessor {
  public:
   explicit RecordingProcessor(Names& records) : records_(records) {}
@@ -50,7 +51,7 @@ class InterfacesTest : public HostTest {
     ASSERT_EQ(::unshare(CLONE_NEWNET), 0);
   }
 
-  // One command of the tool, its words separated by blanks.
+  // Runs one command of the tool; its words are separated by blanks.
   static void ip(const std::string& words) {
     Names all = {kTool};
     for (std::size_t at = 0; at < words.size();) {
@@ -75,7 +76,7 @@ class InterfacesTest : public HostTest {
   }
 };
 
-TEST_F(InterfacesTest, AHostWithTheLoopbackAloneHasNone) {
+TEST_F(InterfacesTest, TheLoopbackInterfaceIsNotListed) {
   EXPECT_THAT(networks(), IsEmpty());
   ip("link set lo up");
   EXPECT_THAT(networks(), IsEmpty());
@@ -97,7 +98,7 @@ TEST_F(InterfacesTest, AnInterfaceIsListedOnceForEachAddress) {
   EXPECT_THAT(networks(), ElementsAre("eth0", "eth0"));
 }
 
-TEST_F(InterfacesTest, TheOrderIsThatOfTheSystemAndNotOfTheNames) {
+TEST_F(InterfacesTest, InterfacesAreListedInTheOrderOfTheSystemNotOfTheirNames) {
   ip("link add zeta type bridge");
   ip("link add alpha type bridge");
   ip("addr add 10.0.1.1/24 dev alpha");
@@ -112,7 +113,7 @@ TEST_F(InterfacesTest, AnInterfaceThatIsDownIsListed) {
   EXPECT_THAT(networks(), ElementsAre("eth0"));
 }
 
-TEST_F(InterfacesTest, AnAddressOfTheOtherProtocolDoesNotCount) {
+TEST_F(InterfacesTest, AnIPv6AddressDoesNotCount) {
   ip("link add eth0 type bridge");
   ip("-6 addr add fd00::1/64 dev eth0");
   ip("link set eth0 up");
@@ -121,7 +122,7 @@ TEST_F(InterfacesTest, AnAddressOfTheOtherProtocolDoesNotCount) {
   EXPECT_THAT(networks(), ElementsAre("eth0"));
 }
 
-TEST_F(InterfacesTest, NamesThatBeginWithTapAreLeftOut) {
+TEST_F(InterfacesTest, InterfacesWhoseNamesBeginWithTapAreLeftOut) {
   for (const char* name : {"tap", "tap0", "tapX", "taper"}) {
     ip(std::string("link add ") + name + " type bridge");
     ip(std::string("addr add 10.0.0.1/24 dev ") + name);
@@ -133,8 +134,8 @@ TEST_F(InterfacesTest, NamesThatBeginWithTapAreLeftOut) {
   EXPECT_THAT(networks(), ElementsAre("ta", "Tap0", "xtap0"));
 }
 
-TEST_F(InterfacesTest, ARealTapDeviceIsLeftOutByItsNameAlone) {
-  SKIP_WITHOUT_OTHER_USERS();  // devices cannot be made there either
+TEST_F(InterfacesTest, ATapDeviceIsLeftOutOnlyIfItsNameBeginsWithTap) {
+  SKIP_WITHOUT_OTHER_USERS();  // without them no devices can be created either
   makeTunDevice();
   ip("tuntap add dev tap0 mode tap");
   ip("addr add 10.0.0.1/24 dev tap0");
@@ -143,9 +144,9 @@ TEST_F(InterfacesTest, ARealTapDeviceIsLeftOutByItsNameAlone) {
   EXPECT_THAT(networks(), ElementsAre("overlay0"));
 }
 
-// The system lists such a device without any address, not even one of its hardware.
-TEST_F(InterfacesTest, ADeviceWithoutHardwareIsListedForItsAddressAlone) {
-  SKIP_WITHOUT_OTHER_USERS();  // devices cannot be made there either
+// The system lists such a device without any address, not even a hardware address.
+TEST_F(InterfacesTest, ATunDeviceIsListedOnlyIfItHasAnAddress) {
+  SKIP_WITHOUT_OTHER_USERS();  // without them no devices can be created either
   makeTunDevice();
   ip("tuntap add dev overlay0 mode tun");
   EXPECT_THAT(networks(), IsEmpty());
@@ -153,7 +154,7 @@ TEST_F(InterfacesTest, ADeviceWithoutHardwareIsListedForItsAddressAlone) {
   EXPECT_THAT(networks(), ElementsAre("overlay0"));
 }
 
-TEST_F(InterfacesTest, AddressesThatEndIn254And169AreLeftOutAndNoOthers) {
+TEST_F(InterfacesTest, OnlyAddressesThatEndIn254And169AreLeftOut) {
   const struct {
     const char* address;
     bool listed;
@@ -181,7 +182,7 @@ TEST_F(InterfacesTest, AFailedEnumerationIsLoggedAndGivesAnEmptyList) {
   ip("link add eth0 type bridge");
   ip("addr add 10.0.0.1/24 dev eth0");
   const LogRecords log;
-  const ArmedFaults armed({1, false, ENOMEM, {"getifaddrs"}, false});
+  const ArmedFaults armed({1, false, ENOMEM, {"getifaddrs"}});
   Names list = {"left over"};
   EXPECT_FALSE(ConfigControl::read_networks(list));
   EXPECT_THAT(list, IsEmpty());
@@ -189,9 +190,9 @@ TEST_F(InterfacesTest, AFailedEnumerationIsLoggedAndGivesAnEmptyList) {
               ElementsAre("[ERROR] ravctl ConfigControl.cpp read_networks could not getifaddrs: status=-1"));
 }
 
-TEST_F(InterfacesTest, AnEnumerationWithoutAnyEntryIsAFailureToo) {
+TEST_F(InterfacesTest, AnEnumerationWithoutEntriesIsAFailure) {
   const LogRecords log;
-  const ArmedFaults armed({1, false, 0, {"getifaddrs"}, false});
+  const ArmedFaults armed({1, false, 0, {"getifaddrs"}});
   Names list = {"left over"};
   EXPECT_FALSE(ConfigControl::read_networks(list));
   EXPECT_THAT(list, IsEmpty());
@@ -205,7 +206,7 @@ TEST_F(InterfacesTest, NothingIsLoggedBelowTheThreshold) {
   logger.setThreshold(BasicLog::Level::fatal);
   {
     const LogRecords log;
-    const ArmedFaults armed({1, false, ENOMEM, {"getifaddrs"}, false});
+    const ArmedFaults armed({1, false, ENOMEM, {"getifaddrs"}});
     Names list;
     EXPECT_FALSE(ConfigControl::read_networks(list));
     EXPECT_THAT(log.records, IsEmpty());
@@ -213,7 +214,7 @@ TEST_F(InterfacesTest, NothingIsLoggedBelowTheThreshold) {
   host::makeProfile("profile-1", "lab");
   {
     const LogRecords log;
-    const ArmedFaults armed({1, false, ENOMEM, {"getifaddrs"}, false});
+    const ArmedFaults armed({1, false, ENOMEM, {"getifaddrs"}});
     ProfileDetails details;
     EXPECT_THAT(ProfileControl::cmdGetProfileDetails("lab", details), HasCode(status::success));
     EXPECT_THAT(log.records, IsEmpty());
@@ -221,7 +222,7 @@ TEST_F(InterfacesTest, NothingIsLoggedBelowTheThreshold) {
   logger.setThreshold(before);
 }
 
-TEST_F(InterfacesTest, DetailsHoldTheInterfaces) {
+TEST_F(InterfacesTest, DetailsContainTheInterfaces) {
   ip("link add eth0 type bridge");
   ip("addr add 10.0.0.1/24 dev eth0");
   host::makeProfile("profile-1", "lab");
@@ -230,11 +231,11 @@ TEST_F(InterfacesTest, DetailsHoldTheInterfaces) {
   EXPECT_THAT(details.networks, ElementsAre("eth0"));
 }
 
-TEST_F(InterfacesTest, DetailsGoOnWithoutInterfacesAndLogIt) {
+TEST_F(InterfacesTest, IfInterfacesCannotBeListedDetailsLogItAndSucceed) {
   host::makeProfile("profile-1", "lab");
   host::writeFile("/etc/zuv/profiles/profile-1/device_id", "id\n");
   const LogRecords log;
-  const ArmedFaults armed({1, false, ENOMEM, {"getifaddrs"}, false});
+  const ArmedFaults armed({1, false, ENOMEM, {"getifaddrs"}});
   ProfileDetails details;
   details.networks = {"left over"};
   EXPECT_THAT(ProfileControl::cmdGetProfileDetails("lab", details), HasCode(status::success));
@@ -245,7 +246,7 @@ TEST_F(InterfacesTest, DetailsGoOnWithoutInterfacesAndLogIt) {
                           "[ERROR] ravctl ProfileControl.cpp cmdGetProfileDetails could not execute read_networks"));
 }
 
-TEST_F(InterfacesTest, TheCommandPrintsTheNamesAlone) {
+TEST_F(InterfacesTest, TheCommandPrintsOnlyTheNames) {
   ip("link add eth0 type bridge");
   ip("addr add 10.0.0.1/24 dev eth0");
   Hipcmd_GetInterfaces command;
@@ -273,7 +274,7 @@ TEST_F(InterfacesTest, TheCommandPrintsAnInterfaceOnceForEachAddress) {
                                  "eth0", "down0"));
 }
 
-TEST_F(InterfacesTest, TheCommandPrintsNothingWhereThereAreNone) {
+TEST_F(InterfacesTest, TheCommandPrintsNothingIfThereAreNoInterfaces) {
   Hipcmd_GetInterfaces command;
   command.run();
   Names lines;
@@ -282,8 +283,8 @@ TEST_F(InterfacesTest, TheCommandPrintsNothingWhereThereAreNone) {
   EXPECT_THAT(lines, IsEmpty());
 }
 
-TEST_F(InterfacesTest, TheCommandTellsAFailedEnumeration) {
-  const ArmedFaults armed({1, false, ENOMEM, {"getifaddrs"}, false});
+TEST_F(InterfacesTest, TheCommandReportsAFailedEnumeration) {
+  const ArmedFaults armed({1, false, ENOMEM, {"getifaddrs"}});
   Hipcmd_GetInterfaces command;
   command.run();
   Names lines;
@@ -320,13 +321,13 @@ TEST_F(VersionsTest, TheFirstLineThatIsNotBlankIsTheVersionOfTheApplication) {
   EXPECT_THAT(report(), ElementsAre("hipapp_version: 4.1.7", "ravctl_version: 2.2"));
 }
 
-TEST_F(VersionsTest, AMissingOrBlankRevisionIsAnEmptyText) {
+TEST_F(VersionsTest, AMissingOrBlankRevisionFileGivesAnEmptyText) {
   EXPECT_THAT(report(), ElementsAre("hipapp_version: ", "ravctl_version: 2.2"));
   host::writeFile(kRevision, "\n \n");
   EXPECT_THAT(report(), ElementsAre("hipapp_version: ", "ravctl_version: 2.2"));
 }
 
-TEST_F(VersionsTest, ARevisionThatIsNoFileIsAnEmptyTextAndNothingWaitsForIt) {
+TEST_F(VersionsTest, ARevisionThatIsNotARegularFileGivesAnEmptyTextWithoutBlocking) {
   host::makeFifo(kRevision);
   EXPECT_THAT(report(), ElementsAre("hipapp_version: ", "ravctl_version: 2.2"));
   host::remove(kRevision);
@@ -334,15 +335,15 @@ TEST_F(VersionsTest, ARevisionThatIsNoFileIsAnEmptyTextAndNothingWaitsForIt) {
   EXPECT_THAT(report(), ElementsAre("hipapp_version: ", "ravctl_version: 2.2"));
 }
 
-TEST_F(VersionsTest, ARevisionThatCannotBeOpenedIsOurOwnVersion) {
+TEST_F(VersionsTest, IfTheRevisionCannotBeOpenedOurOwnVersionIsReported) {
   host::writeFile(kRevision, "4.1.7\n", 0);
   const host::BoundByModes bound;
   EXPECT_THAT(report(), ElementsAre("hipapp_version: 2.2", "ravctl_version: 2.2"));
 }
 
-TEST_F(VersionsTest, ARevisionThatCannotBeReadIsOurOwnVersion) {
+TEST_F(VersionsTest, IfTheRevisionCannotBeReadOurOwnVersionIsReported) {
   host::writeFile(kRevision, "4.1.7\n");
-  const ArmedFaults armed({1, true, EIO, {"read"}, false});
+  const ArmedFaults armed({1, true, EIO, {"read"}});
   EXPECT_THAT(report(), ElementsAre("hipapp_version: 2.2", "ravctl_version: 2.2"));
 }
 

@@ -1,4 +1,4 @@
-// The profile commands as the entry point runs them: words in, lines out.
+// Tests of the profile commands as the entry point runs them: from command words to printed lines.
 #include "profiles/commands/ProfileCommands.h"
 
 #include <sys/stat.h>
@@ -30,10 +30,10 @@ class ProfileCommandTest : public HostTest {
   }
   void TearDown() override {
     setAuthorizationMode(authorizationNever);
-    (void)!::chdir("/");
+    ASSERT_EQ(::chdir("/"), 0);
   }
 
-  // The lines that the command prints; `code` is what it ends with.
+  // Runs a command, checks that it ends with `code`, and returns the lines that it prints.
   static Words run(Words words, StatusCode code = status::success) {
     int consumed = 0;
     const std::unique_ptr<RavctlCommandInstance> command = findCommand(words, consumed);
@@ -56,15 +56,17 @@ class ProfileCommandTest : public HostTest {
   }
 };
 
-const StatusCode kNotFound = 0x12001001;
-const StatusCode kApplicationError = 0x12000001;
-const StatusCode kInvalid = 0x10000003;
-const StatusCode kNotAuthorized = 0x12000002;
-const StatusCode kRunning = 0x12001002;
+constexpr StatusCode kActive = 0x00001001;
+constexpr StatusCode kActiveAndRunning = 0x00001002;
+constexpr StatusCode kNotFound = 0x12001001;
+constexpr StatusCode kApplicationError = 0x12000001;
+constexpr StatusCode kInvalidArgument = 0x10000003;
+constexpr StatusCode kNotAuthorized = 0x12000002;
+constexpr StatusCode kNotWhileRunning = 0x12001002;
 
 // --- Fields
 
-TEST_F(ProfileCommandTest, DetailsPrintBareLinesAndLeaveOutAnEmptyInvitationAndHelmsor) {
+TEST_F(ProfileCommandTest, DetailsPrintKeyValueLinesAndLeaveOutAnEmptyInvitationAndHelmsor) {
   ProfileDetailsResultField field;
   Words lines;
   StringVectorValueBinder sink(lines);
@@ -75,7 +77,16 @@ TEST_F(ProfileCommandTest, DetailsPrintBareLinesAndLeaveOutAnEmptyInvitationAndH
   EXPECT_THAT(lines, ElementsAre("profile_dir=", "profile_name=", "network=", "deviceID=", "overlay_device_ip=",
                                  "overlay_mask=", "log_level="));
   lines.clear();
-  field.details() = {true, "d", "n", "e", "i", "1", "2", "c", {"h", "9"}, "info", {"eth0"}};
+  field.details().dirname = "d";
+  field.details().name = "n";
+  field.details().network = "e";
+  field.details().deviceId = "i";
+  field.details().overlayDeviceIp = "1";
+  field.details().overlayMask = "2";
+  field.details().invitation = "c";
+  field.details().helmsor = {"h", "9"};
+  field.details().logLevel = "info";
+  field.details().networks = {"eth0"};
   field.render(sink);
   EXPECT_THAT(lines, ElementsAre("profile_dir=d", "profile_name=n", "network=e", "deviceID=i", "overlay_device_ip=1",
                                  "overlay_mask=2", "invitation=c", "helmsor=h:9", "log_level=info"));
@@ -85,7 +96,7 @@ TEST_F(ProfileCommandTest, DetailsPrintBareLinesAndLeaveOutAnEmptyInvitationAndH
   EXPECT_THAT(lines, IsEmpty()) << "cleared";
 }
 
-TEST_F(ProfileCommandTest, AHelmsorWithoutAPortIsTheHostAloneAndWithoutAHostNothing) {
+TEST_F(ProfileCommandTest, AHelmsorIsPrintedWithoutAnEmptyPortAndNotAtAllWithoutAHost) {
   const struct {
     ConfigControl::HelmsorAddress address;
     const char* line;
@@ -106,7 +117,7 @@ TEST_F(ProfileCommandTest, AHelmsorWithoutAPortIsTheHostAloneAndWithoutAHostNoth
   }
 }
 
-TEST_F(ProfileCommandTest, FieldsTellTheirNamesAndTypes) {
+TEST_F(ProfileCommandTest, FieldsReportTheirNamesAndTypes) {
   const ProfileDetailsResultField details;
   const Hipcmd_GetProfiles::ProfileListResultField list;
   std::string word = "left over";
@@ -151,7 +162,7 @@ TEST_F(ProfileCommandTest, ListRepairsNamesBeforeItPrintsThem) {
   EXPECT_THAT(nameOf("profile-1") + nameOf("profile-2"), testing::AnyOf("lab\nlab#2\n", "lab#2\nlab\n"));
 }
 
-TEST_F(ProfileCommandTest, ListOfAnEmptyStoreMakesTheFirstProfile) {
+TEST_F(ProfileCommandTest, ListOfAnEmptyStoreCreatesTheFirstProfile) {
   host::remove(host::kProfiles);
   host::makeDirs(host::kProfiles);
   EXPECT_THAT(run({"list", "profiles"}), ElementsAre("profile-123123\t'profile'", "current_name: profile"));
@@ -164,13 +175,13 @@ TEST_F(ProfileCommandTest, ListWithoutARootIsAnApplicationError) {
   EXPECT_FALSE(host::exists(host::kProfiles));
 }
 
-TEST_F(ProfileCommandTest, ListGoesOnWhenElectingFails) {
+TEST_F(ProfileCommandTest, ListContinuesIfElectingFails) {
   host::remove(host::kCurrent);
   host::makeDirs(host::kCurrent);
   EXPECT_THAT(run({"list", "profiles"}), ElementsAre("profile-1\t'lab'", "profile-2\t'office'", "current_name: "));
 }
 
-TEST_F(ProfileCommandTest, ListPrintsAnEmptyNameForAMarkerThatCannotBeReadOrLeadsOut) {
+TEST_F(ProfileCommandTest, ListPrintsAnEmptyNameIfTheMarkerCannotBeRead) {
   setAuthorizationMode(authorizationNever);
   host::writeFile(host::kCurrent, "profile-1\n", 0);
   const host::BoundByModes bound;
@@ -186,7 +197,7 @@ TEST_F(ProfileCommandTest, ListAndDetailsNeedNoAuthorization) {
   EXPECT_THAT(run({"profile", "details", "office"}), testing::Contains("profile_name=office"));
 }
 
-TEST_F(ProfileCommandTest, WithoutAuthorizationNothingIsLookedAt) {
+TEST_F(ProfileCommandTest, WithoutAuthorizationNoSystemCallIsMade) {
   setAuthorizationMode(authorizationNever);
   const Words commands[] = {{"profile", "create", "new", "helmsor=h"},
                             {"profile", "create", "new", "helmsor=h", "sys=initd", "activate"},
@@ -200,7 +211,7 @@ TEST_F(ProfileCommandTest, WithoutAuthorizationNothingIsLookedAt) {
   const std::string before = host::tree("/etc/zuv");
   for (const Words& words : commands) {
     SCOPED_TRACE(words[1]);
-    const ArmedFaults counted{FaultPlan{}};
+    const ArmedFaults counted({});
     EXPECT_EQ(run(words, kNotAuthorized),
               failure("authentication error (ravctl requires sudo for this command)", "0x12000002"));
     EXPECT_THAT(counted.calls(), IsEmpty());
@@ -210,7 +221,7 @@ TEST_F(ProfileCommandTest, WithoutAuthorizationNothingIsLookedAt) {
 
 // --- profile details
 
-TEST_F(ProfileCommandTest, DetailsPrintWhatTheFilesSay) {
+TEST_F(ProfileCommandTest, DetailsPrintTheValuesOfTheFiles) {
   host::writeFile("/etc/zuv/profiles/profile-2/hip.conf", "master_interface=eth0\n");
   host::writeFile("/etc/zuv/profiles/profile-2/device_id", "00:11\n");
   host::writeFile("/etc/zuv/profiles/profile-2/endbox.conf",
@@ -221,13 +232,14 @@ TEST_F(ProfileCommandTest, DetailsPrintWhatTheFilesSay) {
                           "invitation=code",       "helmsor=10.0.0.5:9000",      "log_level=debug"};
   EXPECT_EQ(run({"profile", "details", "office"}), expected);
   EXPECT_EQ(run({"profile", "details", "dir=profile-2"}), expected);
-  EXPECT_EQ(run({"profile", "details", "lab", "profile=office"}), expected) << "a bound profile wins";
+  EXPECT_EQ(run({"profile", "details", "lab", "profile=office"}), expected)
+      << "the named parameter wins over the positional one";
 }
 
-TEST_F(ProfileCommandTest, DetailsOfTheActiveProfileSayThatItIs) {
+TEST_F(ProfileCommandTest, DetailsOfTheActiveProfileReportThatItIsActiveOrRunning) {
   for (const char* selector : {"lab", "dir=profile-1", "", ".current", "--active"}) {
     SCOPED_TRACE(selector);
-    const Words lines = run({"profile", "details", selector, "--verbose"}, 0x00001001);
+    const Words lines = run({"profile", "details", selector, "--verbose"}, kActive);
     ASSERT_GE(lines.size(), 5u);
     EXPECT_EQ(lines[0], "method: profile details");
     EXPECT_EQ(lines[1], "status_text: profile is active");
@@ -236,7 +248,7 @@ TEST_F(ProfileCommandTest, DetailsOfTheActiveProfileSayThatItIs) {
     EXPECT_EQ(lines[4], "profile_name=lab");
   }
   host::writeHeartbeat("/etc/zuv/profiles/profile-1");
-  const Words lines = run({"profile", "details", "lab", "--verbose"}, 0x00001002);
+  const Words lines = run({"profile", "details", "lab", "--verbose"}, kActiveAndRunning);
   EXPECT_EQ(lines[1], "status_text: profile is currently running");
   EXPECT_EQ(lines[2], "status_code: 0x00001002");
 }
@@ -248,9 +260,9 @@ TEST_F(ProfileCommandTest, DetailsOfTheTemplateSucceed) {
                           "network=", "deviceID=", "overlay_device_ip=", "overlay_mask=", "log_level=info"));
 }
 
-TEST_F(ProfileCommandTest, DetailsOfNothingFail) {
+TEST_F(ProfileCommandTest, DetailsOfAnUnknownProfileFail) {
   EXPECT_EQ(run({"profile", "details", "missing"}, kNotFound), failure("profile not found", "0x12001001"));
-  EXPECT_EQ(run({"profile", "details", "dir="}, kInvalid), failure("invalid argument", "0x10000003"));
+  EXPECT_EQ(run({"profile", "details", "dir="}, kInvalidArgument), failure("invalid argument", "0x10000003"));
   EXPECT_EQ(run({"profile", "details", "dir=../profiles/profile-1"}, kNotFound),
             failure("profile not found", "0x12001001"));
   EXPECT_THAT(run({"profile", "details", "missing", "--quiet"}, kNotFound), ElementsAre("status_code: 0x12001001"));
@@ -258,7 +270,7 @@ TEST_F(ProfileCommandTest, DetailsOfNothingFail) {
 
 TEST_F(ProfileCommandTest, DetailsElectAnActiveProfileFirst) {
   host::makeActive("gone");
-  EXPECT_EQ(run({"profile", "details", ""}, 0x00001001)[0], "profile_dir=profile-1");
+  EXPECT_EQ(run({"profile", "details", ""}, kActive)[0], "profile_dir=profile-1");
   EXPECT_EQ(current(), "profile-1\n");
 }
 
@@ -271,11 +283,11 @@ TEST_F(ProfileCommandTest, CreatePrintsTheDetailsAndTheName) {
                           "log_level=", "profile_name: new"));
 }
 
-TEST_F(ProfileCommandTest, CreateInQuietPrintsTheNameAlone) {
+TEST_F(ProfileCommandTest, CreateInQuietModePrintsOnlyTheName) {
   EXPECT_THAT(run({"profile", "create", "new", "helmsor=h", "--quiet"}), ElementsAre("profile_name: new"));
 }
 
-TEST_F(ProfileCommandTest, CreateWritesNoLevelAndNoInterfaceThatWasNotGiven) {
+TEST_F(ProfileCommandTest, CreateWritesNoLevelAndNoEmptyInterface) {
   run({"profile", "create", "new", "helmsor=h", "log_level=debug", "network="});
   EXPECT_EQ(host::tree("/etc/zuv/profiles/profile-123123"),
             "d 0755 ca-certs\n"
@@ -283,12 +295,12 @@ TEST_F(ProfileCommandTest, CreateWritesNoLevelAndNoInterfaceThatWasNotGiven) {
             "f 0640 profile_name \"new\\n\"\n");
 }
 
-TEST_F(ProfileCommandTest, CreateTakesTheNameThatIsBound) {
+TEST_F(ProfileCommandTest, CreatePrefersTheNamedParameterToThePositionalName) {
   EXPECT_THAT(run({"profile", "create", "new", "helmsor=h", "new_name=other", "--quiet"}),
               ElementsAre("profile_name: other"));
 }
 
-TEST_F(ProfileCommandTest, CreateRefusesATakenNameOnlyWhenAskedTo) {
+TEST_F(ProfileCommandTest, CreateRefusesATakenNameOnlyWithoutAllowRename) {
   EXPECT_EQ(run({"profile", "create", "lab", "helmsor=h", "allow_rename=false"}, kApplicationError),
             failure("application error", "0x12000001"));
   EXPECT_EQ(host::tree("/etc/zuv/profiles/profile-123123"), "");
@@ -301,19 +313,19 @@ TEST_F(ProfileCommandTest, CreateElectsNothing) {
   EXPECT_FALSE(host::exists(host::kCurrent));
 }
 
-TEST_F(ProfileCommandTest, CreateWithActivateMakesItActiveAndFalseDoesNot) {
+TEST_F(ProfileCommandTest, CreateMakesTheProfileActiveOnlyIfActivateIsSet) {
   run({"profile", "create", "new", "helmsor=h", "activate=false", "sys=null"});
   EXPECT_EQ(current(), "profile-1\n");
   run({"profile", "create", "new", "helmsor=h", "activate", "sys=null"}, status::childExitedNonzero);
   EXPECT_EQ(current(), "profile-123124\n");
 }
 
-TEST_F(ProfileCommandTest, CreateTellsAControlByteInAName) {
-  EXPECT_EQ(run({"profile", "create", "a\tb", "helmsor=h"}, kInvalid),
+TEST_F(ProfileCommandTest, CreateReportsAControlByteInAName) {
+  EXPECT_EQ(run({"profile", "create", "a\tb", "helmsor=h"}, kInvalidArgument),
             failure("invalid argument (invalid profile name)", "0x10000003"));
 }
 
-// --- profile activate, delete, rename, modify, support reset: what the commands add to their operations
+// --- profile activate, delete, rename, modify and support reset: what the commands add to their operations
 
 TEST_F(ProfileCommandTest, ActivatePrintsTheName) {
   host::writeFile("/etc/zuv/.systemctl", "");
@@ -323,7 +335,7 @@ TEST_F(ProfileCommandTest, ActivatePrintsTheName) {
   EXPECT_EQ(host::readFile("/tmp/calls"), "systemctl stop hip\nsystemctl start hip\n");
 }
 
-TEST_F(ProfileCommandTest, ActivateWithoutAnInitSystemAsksTheNullBackend) {
+TEST_F(ProfileCommandTest, ActivateWithoutAnInitSystemUsesTheNullBackend) {
   EXPECT_EQ(run({"profile", "activate", "office"}, status::childExitedNonzero),
             failure("child process returned nonzero exit code", "0x16001001"));
   EXPECT_EQ(current(), "profile-2\n");
@@ -334,7 +346,7 @@ TEST_F(ProfileCommandTest, ActivateWithoutAnInitSystemAsksTheNullBackend) {
 TEST_F(ProfileCommandTest, ActivateElectsNothing) {
   host::remove(host::kCurrent);
   run({"profile", "activate", "missing"}, kNotFound);
-  run({"profile", "activate", ""}, kInvalid);
+  run({"profile", "activate", ""}, kInvalidArgument);
   EXPECT_FALSE(host::exists(host::kCurrent));
 }
 
@@ -344,14 +356,14 @@ TEST_F(ProfileCommandTest, DeletePrintsNothingAndElectsAnother) {
   EXPECT_FALSE(host::exists("/etc/zuv/profiles/profile-1"));
 }
 
-TEST_F(ProfileCommandTest, DeletingTheLastProfileMakesANewOne) {
+TEST_F(ProfileCommandTest, DeletingTheLastProfileCreatesANewOne) {
   run({"profile", "delete", "office"});
   EXPECT_THAT(run({"profile", "delete", "lab"}), IsEmpty());
   EXPECT_EQ(current(), "profile-123123\n");
   EXPECT_EQ(nameOf("profile-123123"), "profile\n");
 }
 
-TEST_F(ProfileCommandTest, DeleteElectsNothingBeforeItOrAfterAFailure) {
+TEST_F(ProfileCommandTest, DeleteElectsNothingBeforehandOrAfterAFailure) {
   host::makeActive("gone");
   EXPECT_EQ(run({"profile", "delete", "missing"}, kNotFound), failure("profile not found", "0x12001001"));
   EXPECT_EQ(current(), "gone\n");
@@ -360,7 +372,7 @@ TEST_F(ProfileCommandTest, DeleteElectsNothingBeforeItOrAfterAFailure) {
   EXPECT_EQ(current(), "../profiles/profile-1\n");
 }
 
-TEST_F(ProfileCommandTest, DeletingAnActiveProfileThatIsGoneElectsAnother) {
+TEST_F(ProfileCommandTest, DeletingAnActiveProfileWhoseDirectoryIsMissingElectsAnother) {
   host::makeActive("gone");
   EXPECT_THAT(run({"profile", "delete", "--active"}), IsEmpty());
   EXPECT_EQ(current(), "profile-1\n");
@@ -385,7 +397,7 @@ TEST_F(ProfileCommandTest, RenameAndModifyElectFirstAndOnlyWithAuthorization) {
   }
 }
 
-TEST_F(ProfileCommandTest, ModifyTouchesOnlyWhatWasGiven) {
+TEST_F(ProfileCommandTest, ModifyWithoutChangesLeavesTheFilesUnchanged) {
   host::writeFile("/etc/zuv/profiles/profile-2/hip.conf", "master_interface=eth0\n");
   host::writeFile("/etc/zuv/profiles/profile-2/endbox.conf", "activation_code=old\nlog_level=debug\n");
   host::writeFile("/etc/zuv/profiles/profile-2/mapconfig.static", "map_uri=https://old:1\n");
@@ -397,11 +409,11 @@ TEST_F(ProfileCommandTest, ModifyTouchesOnlyWhatWasGiven) {
   EXPECT_EQ(host::tree("/etc/zuv/profiles/profile-2"), before);
 }
 
-TEST_F(ProfileCommandTest, ModifyInQuietPrintsNothing) {
+TEST_F(ProfileCommandTest, ModifyInQuietModePrintsNothing) {
   EXPECT_THAT(run({"profile", "modify", "office", "log_level=info", "--quiet"}), IsEmpty());
 }
 
-TEST_F(ProfileCommandTest, ModifyTakesLevelsByTheirNamesAndRefusesOthers) {
+TEST_F(ProfileCommandTest, ModifyAcceptsTheKnownLevelNamesAndRefusesOthers) {
   const struct {
     const char* word;
     const char* written;
@@ -426,7 +438,7 @@ TEST_F(ProfileCommandTest, ModifyTakesLevelsByTheirNamesAndRefusesOthers) {
   EXPECT_EQ(host::tree("/etc/zuv/profiles/profile-2"), before);
 }
 
-TEST_F(ProfileCommandTest, ModifyTakesAPortAloneAndAHostWithoutAPort) {
+TEST_F(ProfileCommandTest, ModifyAcceptsAPortAloneAndAHostWithoutAPort) {
   run({"profile", "modify", "office", "helmsor=h:0"});
   EXPECT_EQ(host::readFile("/etc/zuv/profiles/profile-2/mapconfig.static"), "map_uri=https://h:8096\n");
   run({"profile", "modify", "office", "helmsor=:443"});
@@ -443,10 +455,10 @@ TEST_F(ProfileCommandTest, ModifyWithNeitherHostNorPortLeavesTheAddressAlone) {
   }
 }
 
-TEST_F(ProfileCommandTest, ModifyRefusesAGivenEmptyNameOrInterface) {
-  EXPECT_EQ(run({"profile", "modify", "office", "new_name="}, kInvalid),
+TEST_F(ProfileCommandTest, ModifyRefusesAnEmptyNameOrInterface) {
+  EXPECT_EQ(run({"profile", "modify", "office", "new_name="}, kInvalidArgument),
             failure("invalid argument (invalid profile name)", "0x10000003"));
-  EXPECT_EQ(run({"profile", "modify", "office", "network=", "invitation=code"}, kInvalid),
+  EXPECT_EQ(run({"profile", "modify", "office", "network=", "invitation=code"}, kInvalidArgument),
             failure("invalid argument", "0x10000003"));
   EXPECT_EQ(host::readFile("/etc/zuv/profiles/profile-2/endbox.conf"), "activation_code=code\n");
 }
@@ -460,11 +472,11 @@ TEST_F(ProfileCommandTest, ResetPrintsTheNameUnderItsOwnKeyAndElectsNothing) {
   EXPECT_FALSE(host::exists(host::kCurrent));
 }
 
-TEST_F(ProfileCommandTest, AFailureWhileTheDaemonRunsIsTold) {
+TEST_F(ProfileCommandTest, DeleteAndResetAreRefusedWhileTheDaemonRuns) {
   host::writeHeartbeat("/etc/zuv/profiles/profile-1");
-  const Words told = failure("command cannot be executed while the profile is running", "0x12001002");
-  EXPECT_EQ(run({"profile", "delete", "lab"}, kRunning), told);
-  EXPECT_EQ(run({"support", "reset", ""}, kRunning), told);
+  const Words refused = failure("command cannot be executed while the profile is running", "0x12001002");
+  EXPECT_EQ(run({"profile", "delete", "lab"}, kNotWhileRunning), refused);
+  EXPECT_EQ(run({"support", "reset", ""}, kNotWhileRunning), refused);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Numbered directories: mkdir itself decides.
+// Tests of creating numbered directories, where mkdir itself decides who gets which number.
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,7 +11,7 @@ namespace {
 
 using NewProfileDirectoryTest = HostTest;
 
-// The name of the new directory, or "" where none was made.
+// Returns the name of the new directory, or "" if none was created.
 std::string made(bool expected = true) {
   std::string dir = "left over";
   std::string dirname = "left over";
@@ -20,7 +20,7 @@ std::string made(bool expected = true) {
   return dirname;
 }
 
-TEST_F(NewProfileDirectoryTest, NumbersBeginAt123123AndGoUpByOne) {
+TEST_F(NewProfileDirectoryTest, NumbersStartAt123123AndIncreaseByOne) {
   EXPECT_EQ(made(), "profile-123123");
   EXPECT_EQ(made(), "profile-123124");
   EXPECT_EQ(host::tree(host::kProfiles), "d 0755 profile-123123\nd 0755 profile-123124\n");
@@ -32,7 +32,7 @@ TEST_F(NewProfileDirectoryTest, AGapIsFilled) {
   EXPECT_EQ(made(), "profile-123124");
 }
 
-TEST_F(NewProfileDirectoryTest, AnExistingEntryOfAnyKindMeansTheNextNumber) {
+TEST_F(NewProfileDirectoryTest, AnExistingEntryOfAnyKindIsSkipped) {
   host::writeFile("/etc/zuv/profiles/profile-123123", "");
   host::makeLink("/etc/zuv/profiles/profile-123124", "nowhere");
   host::makeLink("/etc/zuv/profiles/profile-123125", "/tmp");
@@ -56,27 +56,27 @@ TEST_F(NewProfileDirectoryTest, TheModeIs0755WhateverTheUmask) {
   }
 }
 
-TEST_F(NewProfileDirectoryTest, OneFailureThatIsNotAnExistingEntryMeansTheNextNumber) {
-  const ArmedFaults armed({1, false, EACCES, {"mkdir"}, false});
+TEST_F(NewProfileDirectoryTest, AfterOneOtherFailureTheNextNumberIsTried) {
+  const ArmedFaults armed({1, false, EACCES, {"mkdir"}});
   EXPECT_EQ(made(), "profile-123124");
   EXPECT_EQ(armed.count(), 2u);
 }
 
 TEST_F(NewProfileDirectoryTest, ThreeFailuresInARowEndTheSearch) {
-  const ArmedFaults armed({1, true, EACCES, {"mkdir"}, false});
+  const ArmedFaults armed({1, true, EACCES, {"mkdir"}});
   EXPECT_EQ(made(false), "");
   EXPECT_EQ(armed.count(), 3u);
 }
 
-TEST_F(NewProfileDirectoryTest, ThreeFailuresBehindExistingEntriesEndTheSearch) {
+TEST_F(NewProfileDirectoryTest, ThreeFailuresAfterExistingEntriesEndTheSearch) {
   made();
   made();
-  const ArmedFaults armed({3, true, ENOSPC, {"mkdir"}, false});
+  const ArmedFaults armed({3, true, ENOSPC, {"mkdir"}});
   EXPECT_EQ(made(false), "");
   EXPECT_EQ(armed.count(), 5u);
 }
 
-TEST_F(NewProfileDirectoryTest, AnExistingEntryBetweenFailuresBeginsTheCountAnew) {
+TEST_F(NewProfileDirectoryTest, AnExistingEntryBetweenFailuresRestartsTheirCount) {
   host::makeDirs("/etc/zuv/profiles/profile-123125");
   host::setMode(host::kProfiles, 0555);
   FaultPlan plan;
@@ -92,7 +92,7 @@ TEST_F(NewProfileDirectoryTest, AnExistingEntryBetweenFailuresBeginsTheCountAnew
 
 TEST_F(NewProfileDirectoryTest, AMissingRootEndsTheSearchAtOnce) {
   host::remove(host::kProfiles);
-  const ArmedFaults armed({0, false, 0, {"mkdir"}, false});
+  const ArmedFaults armed({0, false, 0, {"mkdir"}});
   EXPECT_EQ(made(false), "");
   EXPECT_EQ(armed.count(), 1u);
 }
@@ -100,16 +100,16 @@ TEST_F(NewProfileDirectoryTest, AMissingRootEndsTheSearchAtOnce) {
 TEST_F(NewProfileDirectoryTest, ARootThatIsAFileEndsTheSearchAtOnce) {
   host::remove(host::kProfiles);
   host::writeFile("/etc/zuv/profiles", "");
-  const ArmedFaults armed({0, false, 0, {"mkdir"}, false});
+  const ArmedFaults armed({0, false, 0, {"mkdir"}});
   EXPECT_EQ(made(false), "");
   EXPECT_EQ(armed.count(), 1u);
 }
 
-TEST_F(NewProfileDirectoryTest, ARootThatCannotBeWrittenEndsTheSearchAfterThree) {
+TEST_F(NewProfileDirectoryTest, AReadOnlyRootEndsTheSearchAfterThreeFailures) {
   host::setMode(host::kProfiles, 0555);
   {
     const host::BoundByModes bound;
-    const ArmedFaults armed({0, false, 0, {"mkdir"}, false});
+    const ArmedFaults armed({0, false, 0, {"mkdir"}});
     EXPECT_EQ(made(false), "");
     EXPECT_EQ(armed.count(), 3u);
   }
@@ -117,19 +117,19 @@ TEST_F(NewProfileDirectoryTest, ARootThatCannotBeWrittenEndsTheSearchAfterThree)
 }
 
 TEST_F(NewProfileDirectoryTest, TheLastNumberIs999998) {
-  const ArmedFaults armed({1, true, EEXIST, {"mkdir"}, false});
+  const ArmedFaults armed({1, true, EEXIST, {"mkdir"}});
   EXPECT_EQ(made(false), "");
   EXPECT_EQ(armed.count(), 999998u - 123123u + 1u);
 }
 
 TEST_F(NewProfileDirectoryTest, ADirectoryWhoseModeCannotBeSetIsNotLeftBehind) {
   ::umask(077);
-  const ArmedFaults armed({1, false, EPERM, {"chmod"}, false});
+  const ArmedFaults armed({1, false, EPERM, {"chmod"}});
   EXPECT_EQ(made(), "profile-123124");
   EXPECT_EQ(host::tree(host::kProfiles), "d 0755 profile-123124\n");
 }
 
-TEST_F(NewProfileDirectoryTest, ProcessesThatRaceGetDirectoriesOfTheirOwn) {
+TEST_F(NewProfileDirectoryTest, RacingProcessesGetDifferentDirectories) {
   constexpr int processes = 6;
   constexpr int rounds = 40;
   for (int i = 0; i < processes; ++i) {
@@ -138,7 +138,7 @@ TEST_F(NewProfileDirectoryTest, ProcessesThatRaceGetDirectoriesOfTheirOwn) {
     for (int round = 0; round < rounds; ++round) {
       std::string dir;
       std::string dirname;
-      // Only the first of two owners could make the folder inside.
+      // If two processes got the same directory, only one of them could create the directory inside.
       const bool isOwn = ProfileStore::newProfileDirectory(dir, dirname) && ::mkdir((dir + "/own").c_str(), 0755) == 0;
       failures += isOwn ? 0 : 1;
     }
@@ -170,12 +170,12 @@ TEST_F(NewProfileDirectoryTest, AFaultAnywhereLeavesOneDirectoryOrNone) {
         }
         if (fault.fromThereOn && fault.call == "chmod") {
           EXPECT_EQ(dirname, "");
-          EXPECT_EQ(store, "d 0755 profile-123123\n") << "and nothing could remove it";
+          EXPECT_EQ(store, "d 0755 profile-123123\n") << "every later call fails, so the directory cannot be removed";
         } else {
           EXPECT_EQ(store, dirname.empty() ? "" : "d 0755 " + dirname + "\n");
         }
       });
-  EXPECT_EQ(steps, 2u);  // mkdir chmod
+  EXPECT_EQ(steps, 2u);  // mkdir, chmod
 }
 
 }  // namespace

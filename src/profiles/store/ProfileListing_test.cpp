@@ -1,4 +1,4 @@
-// Listing the store and repairing its names on the way, unique names, and the choice of a new one.
+// Tests of listing the store and repairing its names, of unique names, and of the choice of a new name.
 #include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,7 +18,7 @@ using testing::IsEmpty;
 using Pair = std::pair<std::string, std::string>;  // directory name, display name
 using Pairs = std::vector<Pair>;
 
-// The names in the order in which the system gives them.
+// Returns the names of all entries in the order in which the system lists them.
 std::vector<std::string> directoryOrder(const std::string& folder) {
   std::vector<std::string> names;
   DIR* directory = ::opendir(folder.c_str());
@@ -46,7 +46,7 @@ std::string nameOnDisk(const std::string& dirname) {
 
 void makeNameless(const std::string& dirname) { host::makeDirs(host::kProfiles + dirname); }
 
-// Of several directories the one that the system gives first.
+// Returns the one of several directories that the system lists first.
 std::string firstOf(std::initializer_list<const char*> dirnames) {
   for (const std::string& name : directoryOrder(host::kProfiles)) {
     if (std::find(dirnames.begin(), dirnames.end(), name) != dirnames.end()) return name;
@@ -58,7 +58,7 @@ std::string firstOf(std::initializer_list<const char*> dirnames) {
 
 using ProfileListingTest = HostTest;
 
-TEST_F(ProfileListingTest, AnEmptyRootIsAnEmptyListWithSuccess) { EXPECT_THAT(listed(), IsEmpty()); }
+TEST_F(ProfileListingTest, AnEmptyRootGivesAnEmptyListWithSuccess) { EXPECT_THAT(listed(), IsEmpty()); }
 
 TEST_F(ProfileListingTest, AMissingRootIsAFailureWithAnEmptyList) {
   host::remove(host::kProfiles);
@@ -71,7 +71,7 @@ TEST_F(ProfileListingTest, ARootThatIsAFileIsAFailure) {
   EXPECT_THAT(listed(false), IsEmpty());
 }
 
-TEST_F(ProfileListingTest, ProfilesComeInTheOrderOfTheBytesOfTheirNames) {
+TEST_F(ProfileListingTest, ProfilesAreSortedByTheBytesOfTheirNames) {
   const char* names[] = {"b", "a", "B", "a#10", "a#2", "\xc3\xa4z", "Z", "ab", "1", "~"};
   for (std::size_t i = 0; i < std::size(names); ++i) {
     host::makeProfile("profile-" + std::to_string(i), "x" + std::string(names[i]));
@@ -99,7 +99,7 @@ TEST_F(ProfileListingTest, OnlyRealDirectoriesThatAreNotHiddenAreProfiles) {
   EXPECT_EQ(host::tree(host::kProfiles), before);
 }
 
-TEST_F(ProfileListingTest, AStoreInOrderIsNotWrittenTo) {
+TEST_F(ProfileListingTest, AStoreThatNeedsNoRepairIsNotWrittenTo) {
   host::makeProfile("profile-1", "lab");
   host::writeFile("/etc/zuv/profiles/profile-2/profile_name", "\n  office \nmore\n", 0600);
   const std::string before = host::tree(host::kProfiles);
@@ -107,7 +107,7 @@ TEST_F(ProfileListingTest, AStoreInOrderIsNotWrittenTo) {
   EXPECT_EQ(host::tree(host::kProfiles), before);
 }
 
-TEST_F(ProfileListingTest, TheListIsReplaced) {
+TEST_F(ProfileListingTest, AListingReplacesTheOldContentOfTheList) {
   host::makeProfile("profile-1", "lab");
   std::vector<ProfileRecord> records(3);
   EXPECT_TRUE(ProfileStore::listProfiles(records));
@@ -118,7 +118,7 @@ TEST_F(ProfileListingTest, TheListIsReplaced) {
 
 using NameRepairTest = HostTest;
 
-TEST_F(NameRepairTest, OfTwoEqualNamesTheOneMetLaterGetsANumberOnDisk) {
+TEST_F(NameRepairTest, TheLaterOfTwoEqualNamesGetsANumberOnDisk) {
   host::makeProfile("profile-1", "lab");
   host::makeProfile("profile-2", "lab");
   const std::string first = firstOf({"profile-1", "profile-2"});
@@ -129,7 +129,7 @@ TEST_F(NameRepairTest, OfTwoEqualNamesTheOneMetLaterGetsANumberOnDisk) {
   EXPECT_EQ(host::modeOf(host::kProfiles + second + "/profile_name"), 0640u);
 }
 
-TEST_F(NameRepairTest, TheNumberIsTheFirstThatIsFree) {
+TEST_F(NameRepairTest, ADuplicateGetsTheFirstFreeNumber) {
   host::makeProfile("profile-1", "lab#2");
   host::makeProfile("profile-2", "lab#4");
   host::makeProfile("profile-3", "lab");
@@ -162,7 +162,7 @@ TEST_F(NameRepairTest, ADirectoryWithoutANameGetsANumberWhenProfileIsTaken) {
   EXPECT_THAT(listed(), ElementsAre(Pair("profile-2", "profile"), Pair("profile-1", "profile#2")));
 }
 
-TEST_F(NameRepairTest, DuplicatesAreNamedBeforeTheNameless) {
+TEST_F(NameRepairTest, DuplicateNamesAreRepairedBeforeMissingNames) {
   makeNameless("profile-1");
   host::makeProfile("profile-2", "profile");
   host::makeProfile("profile-3", "profile");
@@ -215,21 +215,26 @@ TEST_F(NameRepairTest, ARepairOnAFullDiskFailsAndLeavesNoHalfAName) {
   EXPECT_THAT(nameOnDisk("profile-1") + nameOnDisk("profile-2"), testing::AnyOf("lab\nlab#2\n", "lab#2\nlab\n"));
 }
 
-TEST_F(NameRepairTest, ANameOfTheWrongKindFailsTheListingAndStays) {
-  for (int kind = 0; kind < 3; ++kind) {
-    SCOPED_TRACE(kind);
+TEST_F(NameRepairTest, ANameFileOfTheWrongKindFailsTheListingAndIsKept) {
+  const struct {
+    const char* why;
+    void (*put)(const std::string& path);
+  } cases[] = {
+      {"a directory", [](const std::string& path) { host::makeDirs(path); }},
+      {"a link to a directory", [](const std::string& path) { host::makeLink(path, "/tmp"); }},
+      {"a link to itself", [](const std::string& path) { host::makeLink(path, "profile_name"); }},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
     host::remove("/etc/zuv/profiles/profile-1");
-    const char* path = "/etc/zuv/profiles/profile-1/profile_name";
-    if (kind == 0) host::makeDirs(path);
-    if (kind == 1) host::makeLink(path, "/tmp");
-    if (kind == 2) host::makeLink(path, "profile_name");
+    c.put("/etc/zuv/profiles/profile-1/profile_name");
     const std::string before = host::tree(host::kProfiles);
     EXPECT_THAT(listed(false), IsEmpty());
     EXPECT_EQ(host::tree(host::kProfiles), before);
   }
 }
 
-TEST_F(NameRepairTest, RepairedNamesHaveTheirModeWhateverTheUmask) {
+TEST_F(NameRepairTest, RepairedNamesHaveMode0640WhateverTheUmask) {
   for (const mode_t mask : {mode_t{022}, mode_t{0}, mode_t{0777}}) {
     SCOPED_TRACE(mask);
     host::remove("/etc/zuv/profiles/profile-1");
@@ -241,7 +246,7 @@ TEST_F(NameRepairTest, RepairedNamesHaveTheirModeWhateverTheUmask) {
   }
 }
 
-TEST_F(NameRepairTest, ADirectoryLeftOutIsNeitherListedNorRepaired) {
+TEST_F(NameRepairTest, TheDirectoryToLeaveOutIsNeitherListedNorRepaired) {
   host::makeProfile("profile-1", "lab");
   makeNameless("profile-2");
   std::vector<ProfileRecord> records;
@@ -251,7 +256,7 @@ TEST_F(NameRepairTest, ADirectoryLeftOutIsNeitherListedNorRepaired) {
   EXPECT_EQ(host::tree("/etc/zuv/profiles/profile-2"), "");
 }
 
-TEST_F(NameRepairTest, AThousandEqualNamesAreToldApartInOnePass) {
+TEST_F(NameRepairTest, AThousandEqualNamesBecomeUniqueInOnePass) {
   for (int i = 0; i < 1000; ++i) host::makeProfile("profile-" + std::to_string(i), "lab");
   const Pairs pairs = listed();
   ASSERT_EQ(pairs.size(), 1000u);
@@ -263,7 +268,7 @@ TEST_F(NameRepairTest, AThousandEqualNamesAreToldApartInOnePass) {
   EXPECT_EQ(names.count("lab#1000"), 1u);
 }
 
-// --- The model: the rules one after the other, the slow way.
+// --- A model that applies the rules literally and slowly
 
 class Model {
  public:
@@ -280,7 +285,7 @@ class Model {
   }
 
   const Pairs& result() const { return accepted_; }
-  // What profile_name must hold in the directories that were given a name.
+  // The directories whose names the listing must write, each with its new name.
   const Pairs& written() const { return written_; }
 
  private:
@@ -347,7 +352,7 @@ class Model {
   std::vector<std::string> unnamed_;
 };
 
-// Makes a store of up to 14 entries in which names are scarce.
+// Makes a store of up to 14 entries whose names come from a few texts, so that many are equal.
 void makeRandomStore(std::mt19937& random) {
   const char* contents[] = {"lab\n",     "lab\n",       "lab#2\n",  "lab#3\n",   "profile\n", "profile#2\n",
                             "lab#2#2\n", "\n\n",        "",         " Lab\t\n",  "lab\x80\n", "l\xc3\xa4z\n",
@@ -377,7 +382,7 @@ void makeRandomStore(std::mt19937& random) {
   }
 }
 
-TEST_F(NameRepairTest, RandomStoresComeOutAsTheRulesSay) {
+TEST_F(NameRepairTest, RandomStoresAreListedAndRepairedAsTheModelSays) {
   std::mt19937 random(20240501);
   for (int round = 0; round < 400; ++round) {
     SCOPED_TRACE(round);
@@ -391,7 +396,7 @@ TEST_F(NameRepairTest, RandomStoresComeOutAsTheRulesSay) {
       ASSERT_EQ(nameOnDisk(dirname), name + "\n") << before;
       host::remove(host::kProfiles + dirname + "/profile_name");
     }
-    // Without what the repair wrote, and what it replaced, the store is as it was.
+    // Apart from the names that the repair wrote, the store is unchanged.
     const std::string kept = host::tree(host::kProfiles);
     for (const auto& [dirname, name] : model.written()) {
       host::writeFile(host::kProfiles + dirname + "/profile_name", name + "\n", 0640);
@@ -411,7 +416,7 @@ TEST_F(NameRepairTest, RandomStoresComeOutAsTheRulesSay) {
 
 using UniqueNameTest = HostTest;
 
-TEST_F(UniqueNameTest, IsTheNameItselfOrTheFirstFreeNumber) {
+TEST_F(UniqueNameTest, AUniqueNameIsTheBaseOrTheBaseWithTheFirstFreeNumber) {
   const struct {
     const char* why;
     const char* base;
@@ -421,14 +426,14 @@ TEST_F(UniqueNameTest, IsTheNameItselfOrTheFirstFreeNumber) {
       {"nothing in use", "lab", {}, "lab"},
       {"others in use", "lab", {"Lab", "lab#2", "la", "labs"}, "lab"},
       {"taken", "lab", {"lab"}, "lab#2"},
-      {"the next too", "lab", {"lab#2", "lab"}, "lab#3"},
-      {"a gap", "lab", {"lab#3", "lab", "lab#5", "lab#2"}, "lab#4"},
+      {"the next one is taken too", "lab", {"lab#2", "lab"}, "lab#3"},
+      {"a gap among the taken numbers", "lab", {"lab#3", "lab", "lab#5", "lab#2"}, "lab#4"},
       {"number 1 is never given", "lab", {"lab", "lab#1"}, "lab#2"},
       {"leading zeros are other names", "lab", {"lab", "lab#02"}, "lab#2"},
       {"a numbered base", "lab#2", {"lab", "lab#2"}, "lab#2#2"},
       {"an empty base", "", {""}, "#2"},
       {"a base with high bytes", "\xc3\xa4", {"\xc3\xa4"}, "\xc3\xa4#2"},
-      {"used twice", "lab", {"lab", "lab"}, "lab#2"},
+      {"a name that is taken twice", "lab", {"lab", "lab"}, "lab#2"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
@@ -436,7 +441,7 @@ TEST_F(UniqueNameTest, IsTheNameItselfOrTheFirstFreeNumber) {
   }
 }
 
-// The name "x" and its numbers up to the last one given.
+// Returns the name "x" and its numbered forms up to "x#last".
 std::vector<std::string> usedUpTo(int last) {
   std::vector<std::string> inUse = {"x"};
   inUse.reserve(static_cast<std::size_t>(last));
@@ -456,7 +461,7 @@ TEST_F(UniqueNameTest, WhenAllNumbersAreTakenTheNameIsReturnedUnchanged) {
 
 using NewNameTest = HostTest;
 
-TEST_F(NewNameTest, AFreeNameIsTakenAndATakenOneGetsANumberWhenAllowed) {
+TEST_F(NewNameTest, AFreeNameIsKeptAndATakenOneGetsANumberIfAllowed) {
   host::makeProfile("profile-1", "lab");
   host::makeProfile("profile-2", "lab#2");
   host::makeProfile("profile-3", "profile");
@@ -470,13 +475,13 @@ TEST_F(NewNameTest, AFreeNameIsTakenAndATakenOneGetsANumberWhenAllowed) {
       {"free", "office", false, true, "office"},
       {"free, renaming allowed", "office", true, true, "office"},
       {"taken", "lab", true, true, "lab#3"},
-      {"a numbered one", "lab#2", true, true, "lab#2#2"},
+      {"a taken name with a number", "lab#2", true, true, "lab#2#2"},
       {"taken, renaming not allowed", "lab", false, false, ""},
-      {"other letters", "Lab", false, true, "Lab"},
-      {"none", "", true, true, "profile#2"},
-      {"none, renaming not allowed", "", false, false, ""},
-      {"a selector", "--active", false, true, "--active"},
-      {"the template", ".factory", false, true, ".factory"},
+      {"other case", "Lab", false, true, "Lab"},
+      {"no request", "", true, true, "profile#2"},
+      {"no request, renaming not allowed", "", false, false, ""},
+      {"a text that is a selector", "--active", false, true, "--active"},
+      {"the name of the template", ".factory", false, true, ".factory"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
@@ -486,13 +491,13 @@ TEST_F(NewNameTest, AFreeNameIsTakenAndATakenOneGetsANumberWhenAllowed) {
   }
 }
 
-TEST_F(NewNameTest, OnAnEmptyStoreTheNameIsProfile) {
+TEST_F(NewNameTest, OnAnEmptyStoreTheDefaultNameIsProfile) {
   std::string name;
   EXPECT_TRUE(ProfileStore::chooseNewName("", false, "", name));
   EXPECT_EQ(name, "profile");
 }
 
-TEST_F(NewNameTest, TheDirectoryMadeForItNeitherCountsNorIsRepaired) {
+TEST_F(NewNameTest, TheDirectoryOfTheNewProfileNeitherCountsNorIsRepaired) {
   makeNameless("profile-123123");
   std::string name;
   EXPECT_TRUE(ProfileStore::chooseNewName("", false, "profile-123123", name));
@@ -500,7 +505,7 @@ TEST_F(NewNameTest, TheDirectoryMadeForItNeitherCountsNorIsRepaired) {
   EXPECT_EQ(host::tree("/etc/zuv/profiles/profile-123123"), "");
 }
 
-TEST_F(NewNameTest, OtherDirectoriesAreRepairedOnTheWay) {
+TEST_F(NewNameTest, OtherDirectoriesAreRepairedBeforeTheNameIsChosen) {
   makeNameless("profile-1");
   std::string name;
   EXPECT_TRUE(ProfileStore::chooseNewName("", true, "profile-2", name));
@@ -508,7 +513,7 @@ TEST_F(NewNameTest, OtherDirectoriesAreRepairedOnTheWay) {
   EXPECT_EQ(nameOnDisk("profile-1"), "profile\n");
 }
 
-TEST_F(NewNameTest, AStoreThatCannotBeListedHasNoNames) {
+TEST_F(NewNameTest, NoNameIsChosenIfTheStoreCannotBeListed) {
   host::makeFifo("/etc/zuv/profiles/profile-1/profile_name");
   std::string name = "left over";
   EXPECT_FALSE(ProfileStore::chooseNewName("lab", true, "", name));
@@ -526,40 +531,54 @@ std::vector<std::string> namesOfRepairStore() {
   return names;
 }
 
-TEST_F(NameRepairTest, AFaultAnywhereLeavesEachNameAsItWasOrAsItWillBe) {
+TEST_F(NameRepairTest, AFaultAnywhereLeavesEachNameOldOrRepaired) {
   const FaultLoop loop{[] {
     host::reset();
     host::makeProfile("profile-1", "a name of some length");
     host::makeProfile("profile-2", "a name of some length");
     makeNameless("profile-3");
   }};
-  const std::size_t steps = forEachFault(
-      loop,
-      [] {
-        std::vector<ProfileRecord> records;
-        const bool good = ProfileStore::listProfiles(records);
-        EXPECT_EQ(records.size(), good ? 3u : 0u);
-        return good;
-      },
-      [](bool good, const Fault& fault) {
-        std::vector<std::string> names = namesOfRepairStore();
-        const auto count = [&](const char* name) { return std::count(names.begin(), names.end(), name); };
-        const auto whole = count("a name of some length\n");
-        const auto numbered = count("a name of some length#2\n");
-        const auto nameless = count("profile\n") + count("profile#2\n") + count("");
-        // A name that could not be read counts as none, and is replaced.
-        EXPECT_EQ(whole + numbered + nameless, 3) << testing::PrintToString(names);
-        if (!fault) {
-          EXPECT_TRUE(good);
-          EXPECT_THAT(names, testing::UnorderedElementsAre("a name of some length\n", "a name of some length#2\n",
-                                                           "profile\n"));
-        }
-        if (good && fault.call != "openat" && fault.call != "fstat" && fault.call != "read") {
-          EXPECT_EQ(numbered, 1);
-          EXPECT_EQ(count("profile\n"), 1);
-        }
-      });
-  EXPECT_EQ(steps, 36u);
+  const auto list = [] {
+    std::vector<ProfileRecord> records;
+    const bool good = ProfileStore::listProfiles(records);
+    EXPECT_EQ(records.size(), good ? 3u : 0u);
+    return good;
+  };
+  forEachFault(loop, list, [](bool good, const Fault& fault) {
+    std::vector<std::string> names = namesOfRepairStore();
+    const auto count = [&](const char* name) { return std::count(names.begin(), names.end(), name); };
+    const auto whole = count("a name of some length\n");
+    const auto numbered = count("a name of some length#2\n");
+    const auto nameless = count("profile\n") + count("profile#2\n") + count("");
+    // A name that could not be read counts as missing and is replaced.
+    EXPECT_EQ(whole + numbered + nameless, 3) << testing::PrintToString(names);
+    if (!fault) {
+      EXPECT_TRUE(good);
+      EXPECT_THAT(names,
+                  testing::UnorderedElementsAre("a name of some length\n", "a name of some length#2\n", "profile\n"));
+    }
+    if (good && fault.call != "openat" && fault.call != "fstat" && fault.call != "read") {
+      EXPECT_EQ(numbered, 1);
+      EXPECT_EQ(count("profile\n"), 1);
+    }
+  });
+  const std::vector<std::string> calls = fault_loop::run(loop, {}, list);
+  std::vector<std::string> expected = {"openat",  "openat",  "fdopendir", "readdir", "readdir",
+                                       "readdir", "readdir", "readdir",   "readdir", "closedir"};  // list the root
+  const auto expect = [&](std::initializer_list<const char*> names) {
+    expected.insert(expected.end(), names.begin(), names.end());
+  };
+  for (const std::string& entry : directoryOrder(host::kProfiles)) {
+    if (entry == "profile-3") {
+      expect({"openat", "fstatat"});  // its name is missing
+    } else if (entry.front() != '.') {
+      expect({"openat", "fstat", "read", "close"});  // its name is read
+    }
+  }
+  expect({"close"});
+  expect({"open", "flock", "fstat", "fallocate", "write", "fchmod", "ftruncate", "close"});  // a longer name
+  expect({"open", "open", "flock", "fstat", "write", "fchmod", "close"});                    // a new name file
+  EXPECT_EQ(calls, expected);
 }
 
 }  // namespace

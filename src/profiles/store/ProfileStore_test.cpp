@@ -1,10 +1,8 @@
-// Paths, names, the active profile and selectors. Listing and repair are in ProfileListing_test.cpp.
+// Tests of paths, names, the active profile and selectors. ProfileListing_test.cpp tests listing and repair.
 #include "profiles/store/ProfileStore.h"
 
 #include <fcntl.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -20,25 +18,15 @@ using namespace std::string_literals;
 constexpr const char* kDir = "/etc/zuv/profiles/profile-1";
 constexpr const char* kNameFile = "/etc/zuv/profiles/profile-1/profile_name";
 
-void makeSocket(const std::string& path) {
-  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  ASSERT_LT(path.size(), sizeof address.sun_path);
-  std::memcpy(address.sun_path, path.c_str(), path.size());
-  ASSERT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-  ::close(fd);
-}
-
-// What may stand where a file of ours is expected.
+// Entries of other kinds in the place of one of our files.
 struct Stranger {
   const char* why;
   void (*put)(const std::string& path);
 };
-const Stranger kStrangers[] = {
+constexpr Stranger kStrangers[] = {
     {"a FIFO", [](const std::string& path) { host::makeFifo(path); }},
     {"a directory", [](const std::string& path) { host::makeDirs(path); }},
-    {"a socket", [](const std::string& path) { makeSocket(path); }},
+    {"a socket", [](const std::string& path) { host::makeSocket(path); }},
     {"a link to a directory", [](const std::string& path) { host::makeLink(path, "/tmp"); }},
     {"a link to a FIFO",
      [](const std::string& path) {
@@ -60,14 +48,14 @@ std::string nameAsRead(const std::string& dir, bool expected = true) {
 
 using ProfilePathTest = HostTest;
 
-TEST_F(ProfilePathTest, TheFixedPathsAreThose) {
+TEST_F(ProfilePathTest, TheFixedPathsAreBelowEtcZuv) {
   EXPECT_STREQ(ProfileStore::baseDir(), "/etc/zuv/");
   EXPECT_STREQ(ProfileStore::profilesRoot(), "/etc/zuv/profiles/");
   EXPECT_EQ(ProfileStore::factoryDir(), "/etc/zuv/profiles/.factory");
   EXPECT_EQ(ProfileStore::activeFile(), "/etc/zuv/profiles/.current");
 }
 
-TEST_F(ProfilePathTest, ADirectoryNameIsPutBehindTheRoot) {
+TEST_F(ProfilePathTest, ADirectoryNameIsAppendedToTheRoot) {
   std::string path;
   EXPECT_TRUE(ProfileStore::profileDir("profile-123123", path));
   EXPECT_EQ(path, "/etc/zuv/profiles/profile-123123");
@@ -75,7 +63,7 @@ TEST_F(ProfilePathTest, ADirectoryNameIsPutBehindTheRoot) {
   EXPECT_EQ(path, "/etc/zuv/profiles/profile-123123/hip.conf");
 }
 
-TEST_F(ProfilePathTest, AnEmptyPartIsNeverJoined) {
+TEST_F(ProfilePathTest, AnEmptyPartGivesNoPath) {
   std::string path = "left over";
   EXPECT_FALSE(ProfileStore::profileDir("", path));
   EXPECT_EQ(path, "");
@@ -107,15 +95,15 @@ TEST_F(ProfilePathTest, AFileOfTheActiveProfileNeedsAReadableMarker) {
   EXPECT_EQ(path, "");
 }
 
-TEST_F(ProfilePathTest, APathIsCopiedOutWholeOrSaidToBeCut) {
+TEST_F(ProfilePathTest, APathIsCopiedOutWholeOrReportedAsCut) {
   struct {
     const char* why;
     std::size_t size;
     bool whole;
     const char* expected;
   } cases[] = {
-      {"room to spare", 64, true, "/etc/zuv/"}, {"room for the path and its end", 10, true, "/etc/zuv/"},
-      {"one byte short", 9, false, "/etc/zuv"}, {"room for the end alone", 1, false, ""},
+      {"room to spare", 64, true, "/etc/zuv/"}, {"room for the path and its zero byte", 10, true, "/etc/zuv/"},
+      {"one byte short", 9, false, "/etc/zuv"}, {"room for the zero byte only", 1, false, ""},
       {"no room at all", 0, false, "******"},
   };
   for (const auto& c : cases) {
@@ -161,10 +149,10 @@ TEST_F(ProfileNameTest, TheFirstLineThatIsNotBlankIsTheName) {
     std::string content;
     std::string name;
   } cases[] = {
-      {"as it is written", "lab\n", "lab"},
+      {"a name and a newline", "lab\n", "lab"},
       {"no newline", "lab", "lab"},
       {"a second line", "lab\nother\n", "lab"},
-      {"blank lines before", "\n \t\r\n\v\nlab\n", "lab"},
+      {"blank lines first", "\n \t\r\n\v\nlab\n", "lab"},
       {"blanks around", " \t lab \r\n", "lab"},
       {"blanks inside", "my  lab\n", "my  lab"},
       {"a high byte at the end", "lab\x80\n", "lab"},
@@ -172,8 +160,8 @@ TEST_F(ProfileNameTest, TheFirstLineThatIsNotBlankIsTheName) {
       {"high bytes inside", "l\xc3\xa4"s + "b\n", "l\xc3\xa4"s + "b"},
       {"a zero byte at the end", "lab\0\n"s, "lab"},
       {"a zero byte inside", "la\0b\n"s, "la\0b"s},
-      {"a line of high bytes before", "\xc3\xa4\nlab\n", "lab"},
-      {"printable ends", "!lab~\n", "!lab~"},
+      {"a line of high bytes first", "\xc3\xa4\nlab\n", "lab"},
+      {"the first and the last printable byte at the ends", "!lab~\n", "!lab~"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
@@ -183,7 +171,7 @@ TEST_F(ProfileNameTest, TheFirstLineThatIsNotBlankIsTheName) {
   }
 }
 
-TEST_F(ProfileNameTest, OfEveryByteOnlyPrintableOnesStayAtTheEnds) {
+TEST_F(ProfileNameTest, OnlyPrintableBytesStayAtTheEndsOfAName) {
   for (int byte = 0; byte < 256; ++byte) {
     SCOPED_TRACE(byte);
     const std::string text(1, static_cast<char>(byte));
@@ -201,8 +189,11 @@ TEST_F(ProfileNameTest, ADirectoryWithoutANameIsNamedProfile) {
   const struct {
     const char* why;
     std::optional<std::string> content;
-  } cases[] = {
-      {"no file", std::nullopt}, {"empty", ""}, {"a newline", "\n"}, {"blanks", " \n\t\n"}, {"high", "\x80\n"}};
+  } cases[] = {{"no file", std::nullopt},
+               {"an empty file", ""},
+               {"a newline only", "\n"},
+               {"blanks only", " \n\t\n"},
+               {"high bytes only", "\x80\n"}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
     host::remove(kDir);
@@ -213,7 +204,7 @@ TEST_F(ProfileNameTest, ADirectoryWithoutANameIsNamedProfile) {
   }
 }
 
-TEST_F(ProfileNameTest, ARepairedNameHasItsModeWhateverTheUmask) {
+TEST_F(ProfileNameTest, ARepairedNameHasMode0640WhateverTheUmask) {
   for (const mode_t mask : {mode_t{022}, mode_t{0}, mode_t{0777}}) {
     SCOPED_TRACE(mask);
     host::remove(kDir);
@@ -241,7 +232,7 @@ TEST_F(ProfileNameTest, ANameThatCannotBeRepairedIsAFailureWithAnEmptyName) {
   EXPECT_EQ(host::tree(kDir), "f 0000 profile_name \"lab\\n\"\n");
 }
 
-TEST_F(ProfileNameTest, NothingElseInThePlaceOfTheNameIsReadOrWritten) {
+TEST_F(ProfileNameTest, ANameFileOfAnotherKindIsNeitherReadNorWritten) {
   for (const Stranger& stranger : kStrangers) {
     SCOPED_TRACE(stranger.why);
     host::remove(kDir);
@@ -253,7 +244,7 @@ TEST_F(ProfileNameTest, NothingElseInThePlaceOfTheNameIsReadOrWritten) {
   }
 }
 
-TEST_F(ProfileNameTest, AFifoWithAReaderIsGivenNothing) {
+TEST_F(ProfileNameTest, NothingIsWrittenToAFifoWithAReader) {
   host::makeFifo(kNameFile);
   const int reader = ::open(kNameFile, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   ASSERT_GE(reader, 0);
@@ -269,7 +260,7 @@ TEST_F(ProfileNameTest, ALinkToANameIsFollowed) {
   EXPECT_EQ(nameAsRead(kDir), "linked");
 }
 
-TEST_F(ProfileNameTest, ANameThatLeadsToTheNullDeviceIsAnEmptyOne) {
+TEST_F(ProfileNameTest, ALinkToTheNullDeviceCountsAsAnEmptyName) {
   host::makeLink(kNameFile, "/dev/null");
   EXPECT_EQ(nameAsRead(kDir), "profile");
   EXPECT_EQ(host::tree(kDir), "l profile_name -> /dev/null\n");
@@ -287,7 +278,7 @@ TEST_F(ProfileNameTest, OnlyAnExistingRealDirectoryIsRepaired) {
   EXPECT_EQ(host::tree(host::kProfiles), "f 0644 file \"\"\nl link -> /tmp/elsewhere\n");
 }
 
-TEST_F(ProfileNameTest, ALinkToADirectoryWithANameIsRead) {
+TEST_F(ProfileNameTest, ANameIsReadThroughALinkToItsDirectory) {
   host::writeFile("/tmp/elsewhere/profile_name", "linked\n");
   host::makeLink("/etc/zuv/profiles/link", "/tmp/elsewhere");
   EXPECT_EQ(nameAsRead("/etc/zuv/profiles/link"), "linked");
@@ -295,7 +286,7 @@ TEST_F(ProfileNameTest, ALinkToADirectoryWithANameIsRead) {
 
 // --- Writing a display name
 
-TEST_F(ProfileNameTest, ANameIsWrittenWithANewlineAndItsMode) {
+TEST_F(ProfileNameTest, ANameIsWrittenWithANewlineAndMode0640) {
   for (const mode_t mask : {mode_t{022}, mode_t{0}, mode_t{0777}}) {
     SCOPED_TRACE(mask);
     host::remove(kDir);
@@ -307,13 +298,13 @@ TEST_F(ProfileNameTest, ANameIsWrittenWithANewlineAndItsMode) {
   }
 }
 
-TEST_F(ProfileNameTest, AShorterNameReplacesALongerOneWhole) {
+TEST_F(ProfileNameTest, AShorterNameReplacesALongerOneCompletely) {
   host::writeFile(kNameFile, "a long name\nand more\n", 0600);
   EXPECT_THAT(ProfileStore::writeProfileName("profile-1", "lab"), HasCode(status::success));
   EXPECT_EQ(host::tree(kDir), "f 0640 profile_name \"lab\\n\"\n");
 }
 
-TEST_F(ProfileNameTest, WritingTellsWhatWentWrong) {
+TEST_F(ProfileNameTest, AFailedWriteOfANameReturnsItsStatus) {
   EXPECT_THAT(ProfileStore::writeProfileName("", "lab"), HasCode(status::invalidArgument));
   EXPECT_THAT(ProfileStore::writeProfileName("missing", "lab"), HasCode(status::openError));
   host::makeFifo(kNameFile);
@@ -334,7 +325,7 @@ TEST_F(ProfileRecordTest, ARecordHoldsPathDirectoryAndName) {
   EXPECT_EQ(record.name, "lab");
 }
 
-TEST_F(ProfileRecordTest, ADirectoryThatIsNotThereIsInvalid) {
+TEST_F(ProfileRecordTest, TheRecordOfAMissingDirectoryIsInvalid) {
   const ProfileRecord record = ProfileStore::recordFromDirname("profile-1");
   EXPECT_FALSE(record.valid);
   EXPECT_EQ(record.dirname, "profile-1");
@@ -342,7 +333,7 @@ TEST_F(ProfileRecordTest, ADirectoryThatIsNotThereIsInvalid) {
   EXPECT_EQ(host::tree(host::kProfiles), "");
 }
 
-TEST_F(ProfileRecordTest, AnEmptyDirectoryNameIsInvalidAndWritesNothing) {
+TEST_F(ProfileRecordTest, TheRecordOfAnEmptyDirectoryNameIsInvalidAndNothingIsWritten) {
   const ProfileRecord record = ProfileStore::recordFromDirname("");
   EXPECT_FALSE(record.valid);
   EXPECT_EQ(record.dir, "");
@@ -367,7 +358,7 @@ TEST_F(ActiveProfileTest, TheMarkerNamesTheDirectoryOfTheActiveProfile) {
   EXPECT_EQ(dirname, "profile-1");
 }
 
-TEST_F(ActiveProfileTest, AMissingMarkerIsAPresentRecordWithoutNames) {
+TEST_F(ActiveProfileTest, AMissingMarkerGivesAValidRecordWithoutNames) {
   ProfileRecord record;
   record.dir = record.dirname = record.name = "left over";
   EXPECT_TRUE(ProfileStore::readActiveRecord(record));
@@ -377,7 +368,7 @@ TEST_F(ActiveProfileTest, AMissingMarkerIsAPresentRecordWithoutNames) {
   EXPECT_EQ(record.name, "");
 }
 
-TEST_F(ActiveProfileTest, AnUnreadableMarkerIsNoActiveProfile) {
+TEST_F(ActiveProfileTest, WithAnUnreadableMarkerThereIsNoActiveProfile) {
   host::makeProfile("profile-1", "lab");
   host::writeFile(host::kCurrent, "profile-1\n", 0);
   const host::BoundByModes bound;
@@ -410,22 +401,22 @@ TEST_F(ActiveProfileTest, TheActiveRecordIsNotCheckedAgainstTheStore) {
   EXPECT_EQ(record.name, "");
 }
 
-TEST_F(ActiveProfileTest, AnythingButOnePlainNameInTheMarkerCountsAsEmpty) {
+TEST_F(ActiveProfileTest, AMarkerThatIsNotAPlainNameCountsAsEmpty) {
   const struct {
     const char* why;
     std::string content;
   } cases[] = {
       {"empty", ""},
       {"blank", " \n\t\n"},
-      {"high bytes alone", "\xc3\xa4\n"},
-      {"the folder itself", ".\n"},
-      {"the folder above", "..\n"},
-      {"a way out", "../../../tmp/evil\n"},
-      {"a way out behind a name", "profile-1/../../..\n"},
+      {"high bytes only", "\xc3\xa4\n"},
+      {"the root itself", ".\n"},
+      {"the directory above", "..\n"},
+      {"a path out of the store", "../../../tmp/evil\n"},
+      {"a path out of the store, beginning with a name", "profile-1/../../..\n"},
       {"an absolute path", "/tmp/evil\n"},
       {"a slash at the end", "profile-1/\n"},
-      {"a path", "profile-1/sub\n"},
-      {"a slash alone", "/\n"},
+      {"a path below a profile", "profile-1/sub\n"},
+      {"a slash only", "/\n"},
       {"the template", ".factory\n"},
       {"the marker", ".current\n"},
       {"a hidden name", ".profile-1\n"},
@@ -452,7 +443,7 @@ TEST_F(ActiveProfileTest, AnythingButOnePlainNameInTheMarkerCountsAsEmpty) {
   }
 }
 
-TEST_F(ActiveProfileTest, AnOddButPlainNameInTheMarkerIsTakenAsItIs) {
+TEST_F(ActiveProfileTest, AnOddButPlainNameInTheMarkerIsAccepted) {
   const struct {
     const char* content;
     const char* dirname;
@@ -467,7 +458,7 @@ TEST_F(ActiveProfileTest, AnOddButPlainNameInTheMarkerIsTakenAsItIs) {
   }
 }
 
-TEST_F(ActiveProfileTest, AnythingButAFileInThePlaceOfTheMarkerIsAnEmptyName) {
+TEST_F(ActiveProfileTest, AMarkerThatIsNotARegularFileCountsAsEmptyAndCannotBeSet) {
   for (const Stranger& stranger : kStrangers) {
     SCOPED_TRACE(stranger.why);
     host::remove(host::kCurrent);
@@ -479,7 +470,7 @@ TEST_F(ActiveProfileTest, AnythingButAFileInThePlaceOfTheMarkerIsAnEmptyName) {
   }
 }
 
-TEST_F(ActiveProfileTest, SettingWritesTheDirectoryNameForEverybodyWhateverTheUmask) {
+TEST_F(ActiveProfileTest, SettingWritesTheMarkerWithMode0666WhateverTheUmask) {
   for (const mode_t mask : {mode_t{022}, mode_t{0}, mode_t{0777}}) {
     SCOPED_TRACE(mask);
     host::remove(host::kCurrent);
@@ -490,7 +481,7 @@ TEST_F(ActiveProfileTest, SettingWritesTheDirectoryNameForEverybodyWhateverTheUm
   }
 }
 
-TEST_F(ActiveProfileTest, SettingReplacesWhatTheMarkerHeld) {
+TEST_F(ActiveProfileTest, SettingReplacesTheOldContentOfTheMarker) {
   host::writeFile(host::kCurrent, "profile-with-a-long-name\nand a second line\n", 0600);
   EXPECT_TRUE(ProfileStore::setActive("profile-1"));
   EXPECT_EQ(host::tree(host::kProfiles), "f 0666 .current \"profile-1\\n\"\n");
@@ -509,11 +500,11 @@ TEST_F(ActiveProfileTest, AnEmptyDirectoryNameIsNeverMadeActive) {
 }
 
 TEST_F(ActiveProfileTest, SettingFailsWhenTheModeCannotBeSet) {
-  const ArmedFaults armed({1, true, EPERM, {"chmod"}, false});
+  const ArmedFaults armed({1, true, EPERM, {"chmod"}});
   EXPECT_FALSE(ProfileStore::setActive("profile-1"));
 }
 
-TEST_F(ActiveProfileTest, AProfileIsActiveWhenItsDirectoryNameIsTheMarkers) {
+TEST_F(ActiveProfileTest, AProfileIsActiveIfTheMarkerHoldsItsDirectoryName) {
   host::makeProfile("profile-1", "lab");
   host::makeProfile("profile-2", "lab 2");
   host::makeActive("profile-2");
@@ -521,7 +512,7 @@ TEST_F(ActiveProfileTest, AProfileIsActiveWhenItsDirectoryNameIsTheMarkers) {
   EXPECT_TRUE(ProfileStore::isActive(ProfileStore::recordFromDirname("profile-2")));
 }
 
-TEST_F(ActiveProfileTest, NoProfileIsActiveWithoutAMarkerThatSaysSo) {
+TEST_F(ActiveProfileTest, NoProfileIsActiveWithoutAReadableMarker) {
   host::makeProfile("profile-1", "lab");
   const ProfileRecord profile = ProfileStore::recordFromDirname("profile-1");
   EXPECT_FALSE(ProfileStore::isActive(profile));
@@ -558,7 +549,7 @@ class SelectorTest : public HostTest {
     before_ = host::tree(host::kProfiles);
   }
 
-  // The record, after a look at the status.
+  // Checks the status of the resolution and returns the record.
   ProfileRecord resolve(const std::string& text, StatusCode expected) {
     ProfileRecord record;
     record.valid = true;
@@ -577,7 +568,7 @@ class SelectorTest : public HostTest {
   std::string before_;
 };
 
-TEST_F(SelectorTest, FindsAProfileInEveryWayItCanBeNamed) {
+TEST_F(SelectorTest, AProfileIsFoundByEveryKindOfSelector) {
   const struct {
     const char* text;
     StatusCode code;
@@ -605,7 +596,7 @@ TEST_F(SelectorTest, FindsAProfileInEveryWayItCanBeNamed) {
   EXPECT_EQ(host::tree(host::kProfiles), before_);
 }
 
-TEST_F(SelectorTest, TheActiveProfileOfARunningDaemonIsRunning) {
+TEST_F(SelectorTest, TheActiveProfileOfARunningDaemonIsReportedAsRunning) {
   host::writeHeartbeat("/etc/zuv/profiles/profile-2");
   for (const char* text : {"office", "dir=profile-2", "", ".current", "--active"}) {
     EXPECT_EQ(resolve(text, status::profileIsRunning).dirname, "profile-2");
@@ -613,20 +604,20 @@ TEST_F(SelectorTest, TheActiveProfileOfARunningDaemonIsRunning) {
   EXPECT_EQ(resolve("lab", status::success).dirname, "profile-1");
 }
 
-TEST_F(SelectorTest, TheHeartbeatOfAnotherProfileSaysNothing) {
+TEST_F(SelectorTest, TheHeartbeatOfAnInactiveProfileIsIgnored) {
   host::writeHeartbeat("/etc/zuv/profiles/profile-1");
   resolve("office", status::profileIsActive);
   resolve("lab", status::success);
 }
 
-TEST_F(SelectorTest, ADaemonOfWhichNothingIsKnownIsNotCalledRunning) {
+TEST_F(SelectorTest, ADaemonInAnUnknownStateIsNotReportedAsRunning) {
   host::writeFile("/etc/zuv/profiles/profile-2/hipvars.txt", "hipd_state=running\n");
   resolve("office", status::profileIsActive);
   host::writeFile("/etc/zuv/profiles/profile-2/hipvars.txt", "uptime.now=1000\nuptime.started=1\n");
   resolve("office", status::profileIsActive);
 }
 
-TEST_F(SelectorTest, OtherNamesAreNotFoundAndNothingIsWritten) {
+TEST_F(SelectorTest, AnUnknownNameIsNotFoundAndNothingIsWritten) {
   for (const std::string text : {"Lab", "LAB", "la", "lab ", " lab", "profile-1", "template", "dirprofile-1", "dir",
                                  "DIR=profile-1", ".Current", "-active", ".", "..", "/", "lab\n", "l\xc3\xa4"}) {
     expectRefused(text, status::profileNotFound);
@@ -634,9 +625,9 @@ TEST_F(SelectorTest, OtherNamesAreNotFoundAndNothingIsWritten) {
   expectRefused("lab\0"s, status::profileNotFound);
 }
 
-TEST_F(SelectorTest, AnEmptyDirectoryNameIsAnInvalidArgument) { expectRefused("dir=", status::invalidArgument); }
+TEST_F(SelectorTest, AnEmptyDirectorySelectorIsAnInvalidArgument) { expectRefused("dir=", status::invalidArgument); }
 
-TEST_F(SelectorTest, ADirectoryIsOnePlainNameAndNothingIsWrittenForOthers) {
+TEST_F(SelectorTest, ADirectorySelectorThatIsNotAPlainNameIsNotFoundAndNothingIsWritten) {
   host::makeDirs("/tmp/evil");
   host::makeDirs("/etc/zuv/profiles/.hidden");
   host::makeDirs("/etc/zuv/profiles/profile-1/sub");
@@ -650,7 +641,7 @@ TEST_F(SelectorTest, ADirectoryIsOnePlainNameAndNothingIsWrittenForOthers) {
   EXPECT_EQ(host::tree("/tmp/evil"), "");
 }
 
-TEST_F(SelectorTest, ADirectoryMayBeALinkToOneButIsNotRepairedThroughIt) {
+TEST_F(SelectorTest, ALinkToADirectoryCanBeSelectedButIsNotRepaired) {
   host::writeFile("/tmp/elsewhere/profile_name", "linked\n");
   host::makeLink("/etc/zuv/profiles/link", "/tmp/elsewhere");
   EXPECT_EQ(resolve("dir=link", status::success).name, "linked");
@@ -681,7 +672,7 @@ TEST_F(SelectorTest, ADirectoryWhoseNameCannotBeRepairedIsNotFound) {
   EXPECT_EQ(host::tree(host::kProfiles), before_);
 }
 
-TEST_F(SelectorTest, AMissingMarkerIsAnActiveProfileWithoutNames) {
+TEST_F(SelectorTest, WithAMissingMarkerTheActiveProfileHasNoNames) {
   host::remove(host::kCurrent);
   for (const char* text : {"", ".current", "--active"}) {
     const ProfileRecord record = resolve(text, status::profileIsActive);
@@ -693,7 +684,7 @@ TEST_F(SelectorTest, AMissingMarkerIsAnActiveProfileWithoutNames) {
   resolve("dir=profile-2", status::success);
 }
 
-TEST_F(SelectorTest, AnUnreadableMarkerIsNoActiveProfileAndNoFailureOfOthers) {
+TEST_F(SelectorTest, WithAnUnreadableMarkerOnlyTheSelectorsOfTheActiveProfileFail) {
   host::setMode(host::kCurrent, 0);
   const host::BoundByModes bound;
   for (const char* text : {"", ".current", "--active"}) EXPECT_FALSE(resolve(text, status::profileNotFound).valid);
@@ -701,7 +692,7 @@ TEST_F(SelectorTest, AnUnreadableMarkerIsNoActiveProfileAndNoFailureOfOthers) {
   resolve("dir=profile-2", status::success);
 }
 
-TEST_F(SelectorTest, NamesOfDisplayWinOverNothingThatIsASelector) {
+TEST_F(SelectorTest, ADisplayNameThatIsASelectorIsReadAsTheSelector) {
   host::makeProfile("profile-3", "dir=profile-1");
   host::makeProfile("profile-4", ".factory");
   host::makeProfile("profile-5", "--active");
@@ -716,19 +707,19 @@ TEST_F(SelectorTest, NamesWithHighBytesAreFoundAsGiven) {
   resolve("b?ro 1", status::profileNotFound);
 }
 
-TEST_F(SelectorTest, TheTemplateResolvesEvenWhenItIsNotThere) {
+TEST_F(SelectorTest, TheTemplateIsFoundEvenIfItsDirectoryIsMissing) {
   host::remove(host::kFactory);
   EXPECT_EQ(resolve(".factory", status::success).dirname, ".factory");
 }
 
-TEST_F(SelectorTest, AStoreThatCannotBeListedIsAnApplicationErrorForNamesAlone) {
+TEST_F(SelectorTest, AStoreThatCannotBeListedIsAnApplicationErrorOnlyForDisplayNames) {
   host::remove(host::kProfiles);
   resolve("lab", status::applicationError);
   resolve("dir=profile-1", status::profileNotFound);
   resolve("", status::profileIsActive);
 }
 
-TEST_F(SelectorTest, FindingByNameTellsNotFoundFromCannotList) {
+TEST_F(SelectorTest, FindByNameDistinguishesAnUnknownNameFromAFailedListing) {
   ProfileRecord record;
   EXPECT_THAT(ProfileStore::findByName("office", record), HasCode(status::success));
   EXPECT_EQ(record.dirname, "profile-2");
