@@ -8,9 +8,6 @@
 
 namespace {
 
-// A failure is dropped: the command continues, and its own operation decides what it returns.
-void electWhenThereIsNone() { (void)ProfileControl::ensureActiveProfile(); }
-
 std::optional<std::string> given(const TextParam& param) {
   return param.hasValue() ? std::optional<std::string>(param.value()) : std::nullopt;
 }
@@ -25,7 +22,7 @@ Hipcmd_ModifyProfile::Hipcmd_ModifyProfile(std::string_view selector)
 
 void Hipcmd_ModifyProfile::execute(StatusCodeResultField& status) {
   if (!isAuthorized()) return status.set(status::authenticationError);  // before it reads the store
-  electWhenThereIsNone();
+  (void)ProfileControl::ensureActiveProfile();  // if it fails, the command continues nevertheless
   ProfileChanges::Modification wanted;
   wanted.newName = given(newName_);
   wanted.hasHelmsor = helmsor_.hasValue();
@@ -74,7 +71,7 @@ Hipcmd_RenameProfile::Hipcmd_RenameProfile(std::string_view selector)
 
 void Hipcmd_RenameProfile::execute(StatusCodeResultField& status) {
   if (!isAuthorized()) return status.set(status::authenticationError);  // before it reads the store
-  electWhenThereIsNone();
+  (void)ProfileControl::ensureActiveProfile();  // if it fails, the command continues nevertheless
   std::string name;
   status.set(ProfileChanges::renameProfile(profile_.value(), newName_.value(), name));
   profileName_.set(std::move(name));

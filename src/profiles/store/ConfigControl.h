@@ -16,7 +16,8 @@
 // false if no line has it. They return values of endbox.conf and mapconfig.static in plain ASCII: every byte of 128 and
 // above becomes "?".
 //
-// Writers of single lines return the statuses of ConfigLines::setKeys. Writers of whole files document their own.
+// setInterface, setInvitation and setLogLevel return the statuses of ConfigLines::setKeys and those documented with
+// them. The writers of the Helmsor address replace the whole file and document their own statuses.
 #pragma once
 
 #include <cstdint>

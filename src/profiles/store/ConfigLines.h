@@ -13,8 +13,7 @@
 // Edits replace the file: they write a new file beside it, sync that to the device and rename it over the old one. A
 // symbolic link is replaced by a regular file. After any failure the old file is unchanged and no other file is left.
 // Other processes: setKeys and removeKey hold the FileLock of the path for their one pass. They wait at most ten
-// seconds for another holder. If the lock cannot be taken at all (no lock directory, no permission), they edit without
-// it.
+// seconds for another holder. If no lock can be taken at all (no lock directory, no permission), they edit without one.
 #pragma once
 
 #include <string>
@@ -60,9 +59,9 @@ Status removeKey(const std::string& path, const std::string& key);
 //
 // The editor keeps its first failure: from then on it reads and writes nothing, and commit returns that failure.
 // On disk: the editor writes the new content to `path` + ".temp". It first removes any file or link of that name and
-// never follows a link there. The new file gets the permission bits of the old one (not its set-user-ID and
-// set-group-ID bits), and its owner where the system allows; without an old file it gets mode 0644. Other processes:
-// the editor takes no lock.
+// never follows a link there. The new file gets the owner of the old one where the system allows, and its permission
+// bits except for set-user-ID and set-group-ID. Without an old file it gets mode 0644.
+// Other processes: the editor takes no lock.
 class LineEditor {
  public:
   explicit LineEditor(const std::string& path);

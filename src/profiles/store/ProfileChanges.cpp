@@ -105,7 +105,8 @@ Status renameProfile(const std::string& selector, const std::string& newName, st
   if (wish.empty()) return Status::error(status::invalidArgument, "profile name not provided", context);
   Status checked = checkNewName(wish, context);
   if (!checked.isSuccess()) return checked;
-  // The check refuses the profile's own name, so the two are equal only if the store has changed since then.
+  // The check refuses the profile's own name, except that of a linked profile, which is not listed, and unless the
+  // store has changed since.
   Status written = wish == profile.name ? Status() : ProfileStore::writeProfileName(profile.dirname, wish);
   if (written.isSuccess()) name = wish;
   return written;

@@ -54,12 +54,15 @@ struct Modification {
   bool activate = false;
 };
 
-// Changes a profile. Deliberately always removes the daemon's state files too. If the profile is active or `activate`
-// is set, a daemon that runs or may run is stopped before the changes and started after them; with `activate` a daemon
-// that does not run is started as well. Fills `details` on success. Statuses: "invalid argument" for a refused name and
-// for control bytes (nothing changes), and for an empty interface; "application error (invalid log_level value)"; those
-// of the writes, of the stop and of the start. The first failure is returned. A failure of the Helmsor address or of
-// the level skips all later changes, and the profile does not become active; other failures do not skip anything.
+// Changes a profile, and always removes the daemon's state files too, which is deliberate. Fills `details` on success.
+//
+// If the profile is active or `activate` is set, a daemon that runs or may run is stopped before the changes and
+// started after them. With `activate`, a daemon that does not run is started as well.
+//
+// Statuses: "invalid argument" for a refused name or a control byte (nothing changes), and for an empty interface;
+// "application error (invalid log_level value)"; those of the writes, of the stop and of the start. The first failure
+// is returned. If the Helmsor address or the level fails, the later changes are skipped, the profile does not become
+// active, and a daemon that did not run is not started. Other failures skip nothing.
 Status modifyProfile(const std::string& selector, const Modification& wanted, ProfileDetails& details);
 
 }  // namespace ProfileChanges

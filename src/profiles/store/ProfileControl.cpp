@@ -98,7 +98,7 @@ void copyCertificates(const std::string& profileDir) {
   const std::string to = joinPath({profileDir, ProfileStore::certificatesDir});
   // Failures are dropped: a profile without certificates is usable, and the daemon reports what it lacks.
   (void)FileUtils::makeDir(to, directoryMode);
-  (void)FileUtils::setMode(to + '/', directoryMode);  // the slash keeps this off a regular file of that name
+  (void)FileUtils::setMode(to + '/', directoryMode);  // the slash makes this fail for a regular file
   (void)copyFilesOf(joinPath({ProfileStore::factoryDir(), ProfileStore::certificatesDir}), to);
 }
 

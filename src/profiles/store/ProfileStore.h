@@ -86,8 +86,8 @@ std::string uniqueName(const std::string& base, const std::vector<std::string>& 
 ProfileRecord recordFromDirname(const std::string& dirname);
 
 // Read the directory name in `.current`, or the record of that profile. They return false if `.current` exists but
-// cannot be read; a missing `.current` gives an empty name. They do not check that the profile exists, and repair no
-// name.
+// cannot be read; a missing `.current` gives an empty name. They neither check that the profile exists nor repair
+// names.
 bool readActiveDirname(std::string& dirname);
 bool readActiveRecord(ProfileRecord& record);
 bool isActive(const ProfileRecord& profile);
@@ -98,7 +98,7 @@ bool setActive(const std::string& dirname);
 
 // Returns the state of the daemon according to its heartbeat file in the active profile.
 RunState activeRunState();
-// Returns true if the daemon runs or may run: unless activeRunState() is "not running".
+// Returns true unless activeRunState() is "not running", so also if the state is unknown.
 bool daemonMayRun();
 
 // Lists all profiles sorted by display name (compared byte by byte), after it has repaired their names. Only real
