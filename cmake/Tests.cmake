@@ -1,18 +1,19 @@
-# How the code of tests is compiled, and how CTest learns of the tests.
+# How the code of tests is compiled, and how CTest finds the tests.
 
-# What tests write on the machine while they run: inside the private host no other folder of the build can be written.
+# The one folder of the build that tests may write in while they run. The other folders are read-only on a private host.
 set(RAVCTL_MADE ${CMAKE_BINARY_DIR}/made)
 file(MAKE_DIRECTORY ${RAVCTL_MADE})
 
-# For the targets of a folder, and of those below, that only test: nothing about them is measured. The product that is
-# linked into them is compiled as users get it.
+# Call it in a folder whose targets, and the targets of the folders below, only test. It compiles them without
+# optimisation, because nothing measures them. The product that they link is compiled with the flags of the release.
 macro(compile_quickly)
   add_compile_options(-O0 -U_FORTIFY_SOURCE)
-  # As the compiler does it by default, in programs and other targets alike, so that precompiled headers fit all of them.
+  # Libraries and programs use the compiler's default here, so that the same precompiled headers fit both.
   set(CMAKE_POSITION_INDEPENDENT_CODE)
 endmacro()
 
-# Code in a header without a source is compiled with the tests beside it alone, so there as users get it.
+# Only the tests beside a header compile its code if the header has no source. So these tests get the flags of the
+# release.
 function(optimise_tests_of_headers)
   if(NOT CMAKE_BUILD_TYPE STREQUAL "Release" OR CMAKE_CROSSCOMPILING)
     return()
@@ -26,10 +27,11 @@ function(optimise_tests_of_headers)
   endforeach()
 endfunction()
 
-# register_tests(PROGRAM [SINGLY] [TIMEOUT SECONDS] [COST N]): CTest gets an entry for each suite of the program, or with
-# SINGLY for each test, under that name; the program is asked for them when CTest starts. A suite whose name ends in
-# "Long" has the label `long`. Entries of a higher cost start earlier.
-# Each entry leaves GoogleTest's report in made/results, and tools/counts.awk counts the single tests from there.
+# register_tests(PROGRAM [SINGLY] [TIMEOUT SECONDS] [COST N]) gives CTest an entry for each suite of the program, or
+# with SINGLY for each test. An entry is named PROGRAM/SUITE or PROGRAM/SUITE.TEST and runs as one process. CTest asks
+# the program for its tests when CTest starts. A suite whose name ends in "Long" has the label `long`. Entries of a
+# higher cost start earlier. Each entry leaves GoogleTest's report in made/results, and tools/count_tests.py counts the
+# single tests.
 function(register_tests program)
   cmake_parse_arguments(PARSE_ARGV 1 arg "SINGLY" "TIMEOUT;COST" "")
   if(NOT arg_TIMEOUT)

@@ -1,19 +1,37 @@
 #!/bin/sh
-# Shows that the built tree can lie anywhere: tools/anywhere.sh PLACE...  (see `names` below, or `all`)
+# Shows that the built tree works at any path. `tools/anywhere.sh --help` lists the places.
 #
-# For each place the tree with its release build is copied there, and every test program of the copy is started directly.
-# This happens in mount and process namespaces of its own, with fresh /tmp, /run, /root, /srv, /var and a copy of /etc,
-# and with the first tree hidden. Afterwards these folders and the copy must be what they were, but for the one folder
-# that tests write in. Last, a program that removes everything it can reach is run in the same way.
+# It copies the tree with its release build to each place and starts every test program of the copy directly. This
+# happens in mount and process namespaces of its own: /tmp, /run, /root, /srv and /var are fresh, /etc is a copy, and
+# the first tree is hidden. Afterwards these folders and the copy must be unchanged, except for the one folder that
+# tests write in. Last it runs a program in the same way that removes everything it can reach.
 #
-# Writes PLACE.count and PLACE.skipped, as tools/common.sh describes, with the prefix `anywhere-`. Needs root.
+# It writes anywhere-PLACE.count and anywhere-PLACE.skipped into the folder that RESULTS names (see tools/common.sh).
 set -eu
 cd "$(dirname "$0")/.."
 . tools/common.sh
 
+usage() {
+  cat <<TEXT
+Usage: tools/anywhere.sh PLACE...
+
+Copies the built tree (build/release) to each place and runs its tests there. Needs root. The places, or "all":
+
+  tmp       /tmp/new
+  lock      /tmp/lock/x, where the program keeps its lock files
+  run       /run/x
+  root      /root/new
+  etc       /etc/zuv/x, where the program keeps its store
+  odd       a path with a blank, a letter outside ASCII and other special characters
+  closed    below a folder that only root may enter
+  readonly  on a file system that is read-only
+  user      in a folder of an ordinary user, who runs the tests
+TEXT
+}
+
 names='tmp lock run root etc odd closed readonly user'
 
-# A name, the folder of the copy, and how it lies there.
+# place NAME: sets `copy` to the folder of the copy, and `made` to the folder that tests write in.
 place() {
   made=
   case $1 in
@@ -26,12 +44,13 @@ place() {
     closed) copy=/srv/closed/x ;;
     readonly) copy=/srv/readonly/x made=/srv/made ;;
     user) copy=/srv/user/x ;;
-    *) die "anywhere knows no place $1; it knows: $names" ;;
+    *) die "anywhere has no place $1; it has: $names" ;;
   esac
   [ -n "$made" ] || made=$copy/build/release/made
 }
 
-# An ordinary user has one user id on a private host, and none of the machine's devices, loop mounts and cgroups.
+# The reasons for which tests may be skipped at the place `user`, as patterns. An ordinary user has one user id on a
+# private host, and none of the machine's devices, loop mounts and cgroups.
 may_skip_as_user='needs a second user
 needs root
 it needs root
@@ -54,14 +73,14 @@ copy_tree() {
 
 # ---- In the namespaces of a place ----
 
-# What lies in the folders that must not change, but for the copy.
+# Prints the state of the folders that must not change. It leaves out the copy.
 machine() {
   find /tmp /run /root /etc /var -path "$copy" -prune -o ! -type d -printf '%p %y %m %U:%G %s %T@ %l\n' -o -type d \
     -printf '%p %y %m %U:%G\n' | sort
   find /tmp /run /root /etc /var -path "$copy" -prune -o -type f -print0 | sort -z | xargs -0 -r sha256sum
 }
 
-# The copy, but for the folder that tests write in.
+# Prints the state of the copy. It leaves out the folder that tests write in.
 tree() {
   (
     cd "$copy"
@@ -70,6 +89,7 @@ tree() {
   )
 }
 
+# Prints a line for each program of the copy that still runs.
 processes() {
   for status in /proc/[0-9]*/exe; do
     program=$(readlink "$status" 2>/dev/null) || continue
@@ -77,7 +97,7 @@ processes() {
   done
 }
 
-# lay FIRST PLACE: makes the place of a tree whose copy lies in /mnt.
+# lay PLACE: makes the place and puts the tree there that was copied to /mnt.
 lay() {
   mount --make-rprivate /
   mount -t tmpfs -o mode=755 anywhere /opt && mkdir /opt/etc && cp -a /etc/. /opt/etc/
@@ -100,7 +120,7 @@ lay() {
   [ "$1" != readonly ] || mount -o remount,ro "${copy%/*}"
 }
 
-# As the user of this place, in the copy.
+# as_user COMMAND [WORD...]: runs it as the user of this place.
 as_user() {
   if [ "$place" = user ]; then setpriv --reuid=1000 --regid=1000 --clear-groups "$@"; else "$@"; fi
 }
@@ -113,13 +133,16 @@ run_program() {
     >"$log/$name.log" 2>&1 </dev/null || say "$name ended with $?" >>"$log/failed"
 }
 
-# One line of counts for the whole place, and what failed.
+# Counts the tests of the whole place.
 count() {
-  cat "$made"/anywhere/*.xml >"$log/all.xml" 2>/dev/null || true
-  awk -f "$copy/tools/counts.awk" -v step="anywhere-$place" -v skips="$log/skipped" "$log/all.xml" >"$log/count"
+  set -- "$made"/anywhere/*.xml
+  [ -e "$1" ] || set --
+  python3 -I "$copy/tools/count_tests.py" --step "anywhere-$place" --skips "$log/skipped" "$@" \
+    >"$log/count" 2>>"$log/failed" || say '0 1 0' >"$log/count"
 }
 
-# at PLACE FIRST RESULTS: everything that happens at one place. Shows what went wrong; the status tells whether.
+# at PLACE FIRST RESULTS: does everything for one place. FIRST is the tree that was copied, RESULTS the folder for the
+# counts. It prints the failures; the status is 0 if there are none.
 at() {
   place=$1 first=$2 results=$3
   place "$place"
@@ -153,7 +176,7 @@ at() {
   processes >>"$log/failed"
   if [ -e "$log/skipped" ]; then
     cp "$log/skipped" "/opt/anywhere-$place.skipped"
-    # Elsewhere .ci/expected-skips judges.
+    # For the other places .ci/expected-skips says which tests may be skipped.
     [ "$place" != user ] || grep -v -e "$may_skip_as_user" "$log/skipped" | sed 's/^/skipped: /' >>"$log/failed" || true
   fi
   programs=$(wc -l <"$log/programs")
@@ -169,6 +192,10 @@ at() {
 }
 
 case ${1-} in
+  -h | --help)
+    usage
+    exit
+    ;;
   --copy)
     copy_tree "$2"
     exit
@@ -180,7 +207,10 @@ case ${1-} in
     ;;
 esac
 
-[ $# -gt 0 ] || die "anywhere takes places: all, or some of: $names"
+[ $# -gt 0 ] || {
+  usage >&2
+  exit 2
+}
 # shellcheck disable=SC2086 # a list of names
 [ "$*" != all ] || set -- $names
 [ "$(id -u)" = 0 ] || die "anywhere needs root, for mounts of its own"

@@ -1,4 +1,5 @@
-# Sourced by dev and tools/steps.sh, which stand in the checkout: packages, builds, and counting what passed.
+# Sourced by dev and by the scripts of this folder: messages, packages, builds and counts. A script that uses more than
+# the messages changes into the top folder of the checkout first.
 # shellcheck shell=sh
 
 jobs=$(nproc 2>/dev/null || echo 2)
@@ -10,11 +11,14 @@ die() {
   exit 1
 }
 
+# asks_for_help [WORD...]: true if the first word is -h or --help. A script that takes words then calls its usage().
+asks_for_help() { [ "${1-}" = -h ] || [ "${1-}" = --help ]; }
+
 # ---- Packages ----
 
 is_installed() { [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]; }
 
-# May root's commands be run here? A question for a password is fine where somebody can answer it.
+# True if commands can run as root here. On a terminal sudo may ask for a password.
 can_be_root() {
   [ "$(id -u)" != 0 ] || return 0
   command -v sudo >/dev/null || return 1
@@ -25,10 +29,19 @@ as_root() {
   if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi
 }
 
-# need PACKAGE...: installs what is missing, or names it and stops.
+# may_install: asks on the terminal if apt-get may install $missing; Enter means yes. True without a terminal, because
+# nobody can answer.
+may_install() {
+  { [ -t 0 ] && [ -t 2 ]; } || return 0
+  printf 'Missing packages:%s\nInstall them with apt-get? [Y/n] ' "$missing" >&2
+  IFS= read -r answer || return 1
+  case $answer in '' | [Yy] | [Yy][Ee][Ss]) return 0 ;; *) return 1 ;; esac
+}
+
+# need PACKAGE...: installs the packages that are missing. It names them and stops if the user or the system refuses.
 need() {
   if ! command -v dpkg-query >/dev/null; then
-    say "This is no Debian; wanted is what it has in these packages: $*"
+    say "This system is not a Debian. The next steps need the contents of these Debian packages: $*"
     return 0
   fi
   missing=
@@ -39,16 +52,18 @@ need() {
     esac
   done
   [ -n "$missing" ] || return 0
+  may_install || die "these packages are missing: apt-get install$missing"
   can_be_root || die "these packages are missing, and only root can install them: apt-get install$missing"
   say "Installing:$missing"
   as_root apt-get -qq -o DPkg::Lock::Timeout=300 update </dev/null ||
-    say "The package lists could not all be renewed; going on with those that are here."
+    say "apt-get could not update every package list; the existing lists are used."
   # shellcheck disable=SC2086 # a list of packages
   as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0 -y \
     --no-install-recommends install $missing </dev/null >/dev/null || die "apt-get could not install:$missing"
 }
 
-# unpack FOLDER PACKAGE...: the files of packages below a folder, with nothing installed. False when they cannot be had.
+# unpack FOLDER PACKAGE...: unpacks the files of packages below a folder and installs nothing. False if it cannot
+# download them.
 unpack() {
   [ ! -e "$1/complete" ] || return 0
   command -v apt-get >/dev/null || return 1
@@ -72,7 +87,7 @@ download() (
 
 # ---- Builds ----
 
-# Runs a command quietly; what it said, but for progress, is shown when it fails.
+# quietly COMMAND [WORD...]: runs it without output. If it fails, shows its output without the progress lines and stops.
 quietly() {
   mkdir -p build
   log=build/last.log
@@ -82,14 +97,16 @@ quietly() {
   }
 }
 
-# configure PRESET [CMAKE WORD...]
+# configure PRESET [CMAKE WORD...]: the presets name Ninja. A build folder keeps the generator that it was made with.
 configure() {
   preset=$1
   shift
-  if [ ! -f "build/$preset/CMakeCache.txt" ] && command -v ninja >/dev/null; then
-    set -- -G Ninja "$@"
+  if [ -f "build/$preset/CMakeCache.txt" ]; then
+    set -- -G "$(sed -n 's/^CMAKE_GENERATOR:INTERNAL=//p' "build/$preset/CMakeCache.txt")" "$@"
+  elif ! command -v ninja >/dev/null; then
+    set -- -G 'Unix Makefiles' "$@"
   fi
-  # ccache knows no objects that were compiled with precompiled headers.
+  # ccache cannot store objects that were compiled with precompiled headers.
   if command -v ccache >/dev/null; then
     set -- -DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache \
       -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON "$@"
@@ -106,8 +123,9 @@ build() {
 }
 
 # ---- Results ----
-# $RESULTS is a folder; a step NAME may leave NAME.count ("PASSED FAILED SKIPPED") and NAME.skipped (lines of NAME:TEST,
-# a tab, and why) in it. A step that leaves no count counts as one test.
+# $RESULTS is a folder. A step NAME may leave two files in it:
+#   NAME.count    "PASSED FAILED SKIPPED"; a step that leaves no such file counts as one test
+#   NAME.skipped  a line for each skipped test: NAME:TEST, a tab, the reason
 
 start_results() {
   RESULTS=$PWD/build/results/$1
@@ -119,8 +137,9 @@ start_results() {
 
 seconds_since() { say "$(($(date +%s) - $1)) s"; }
 
-# run_tests NAME FOLDER [CTEST WORD...]: the tests of a build folder, counted under NAME. Shows what fails; what passes is
-# only counted. What takes its time runs when RAVCTL_LONG is set. There are more at once than processors, for many wait.
+# run_tests NAME FOLDER [CTEST WORD...]: runs the tests of a build folder and counts them under NAME. It shows the tests
+# that fail. The long tests run only if RAVCTL_LONG is set. Many tests wait, so more run at once than there are
+# processors.
 run_tests() {
   name=$1 folder=$2
   shift 2
@@ -140,16 +159,17 @@ run_tests() {
   fi
 }
 
-# count_tests NAME FILE...: counts what CTest and GoogleTest reported; false when a test failed.
+# count_tests NAME FILE...: counts the tests in reports of CTest and GoogleTest. False if a test failed.
 count_tests() {
   name=$1
   shift
-  awk -f tools/counts.awk -v step="$name" -v skips="$RESULTS/$name.skipped" "$@" >"$RESULTS/$name.count"
+  python3 -I tools/count_tests.py --step "$name" --skips "$RESULTS/$name.skipped" "$@" >"$RESULTS/$name.count" ||
+    say '0 1 0' >"$RESULTS/$name.count"
   read -r _ failed _ <"$RESULTS/$name.count"
   [ "$failed" -eq 0 ]
 }
 
-# run_steps NAME...: each is a function of tools/steps.sh and a process of its own.
+# run_steps NAME...: runs each step of tools/steps.sh as a process of its own.
 run_steps() {
   for step in "$@"; do
     began=$(date +%s)
@@ -161,7 +181,7 @@ run_steps() {
   done
 }
 
-# Makes the count of a step agree with how it ended.
+# settle NAME VERDICT: makes the count of a step agree with its verdict, "passed" or "FAILED".
 settle() {
   passed=0 failed=0 skipped=0
   if [ -f "$RESULTS/$1.count" ]; then
@@ -173,10 +193,10 @@ settle() {
   say "$passed $failed $skipped" >"$RESULTS/$1.count"
 }
 
-# Says what was skipped and why, how long it all took, then the sums; the status is 1 when something failed.
+# Prints the skipped tests with their reasons, the time, and the sums. The status is 1 if a test failed or none passed.
 finish_results() {
   cat "$RESULTS"/*.skipped 2>/dev/null | awk -f tools/skips.awk
-  say "All of it took $(seconds_since "$started")."
+  say "Total time: $(seconds_since "$started")"
   cat "$RESULTS"/*.count | awk '
     { passed += $1; failed += $2; skipped += $3 }
     END { printf "%d passed, %d failed, %d skipped\n", passed, failed, skipped; exit failed > 0 || passed == 0 }'

@@ -1,21 +1,31 @@
 #!/bin/sh
-# Makes one small mistake after the other in a copy of the tree and looks whether the tests notice:
-# sh tools/mutate.sh FROM TO, where the numbers are seeds (see tools/mutation/main.cpp). Called by `./dev mutate`.
+# Makes mutants of a copy of the tree, one at a time, and checks that the tests notice each of them. A mutant is the
+# tree with one small mistake, which a seed chooses (see tools/mutation/main.cpp). `./dev mutate` calls this script.
 #
-# A mistake is caught by the tests of its subject (src/base by base_test, and so on) or, when these pass, by the
-# transcripts of the whole program or by the tests of its subject under the sanitizers. What is left over is a survivor,
-# unless the release's object code is the same with it as without. One that does not compile is no mistake that could be
-# made; it is counted apart, and no other is drawn in its place. Results are lines of build/mutate/results.
+# Three kinds of tests may notice a mutant, in this order:
+#   - the tests of its subject (base_test for src/base, and so on)
+#   - the transcripts of the whole program
+#   - the tests of its subject under the sanitizers
+# A mutant that passes all of them survives, unless the object code of the release is the same as without the mistake. A
+# mutant that does not compile is counted apart, and no other one is drawn in its place. build/mutate/results gets a
+# line for each mutant.
 set -eu
 cd "$(dirname "$0")/.."
 . tools/common.sh
 
+usage() { say 'Usage: sh tools/mutate.sh FROM TO    (two numbers: the first and the last seed)'; }
+
+if asks_for_help "$@"; then usage && exit; fi
+[ $# -eq 2 ] || {
+  usage >&2
+  exit 2
+}
 from=$1 to=$2
 work=${RAVCTL_MUTATE_DIR:-$PWD/build/mutate}
 tree=$work/tree original=$work/original
 results=$work/results
 
-# The tree as it is now, twice: one to go back to, one to make mistakes in. A file that has not changed keeps its time.
+# Copies the tree twice: `original` keeps it, `tree` gets the mistakes. An unchanged file keeps its modification time.
 copy_tree() {
   rm -rf "$original"
   mkdir -p "$original" "$tree"
@@ -30,7 +40,8 @@ restore() {
   }
 }
 
-# A program is a path below build/, which begins with its preset.
+# Builds every test program, and notes how long each runs without a mistake. A program is named by its path below
+# build/, which begins with its preset.
 prepare() {
   copy_tree
   (
@@ -53,22 +64,23 @@ prepare() {
 
 patience_of() { say "$work/$(say "$1" | tr / -).patience"; }
 
-# With the program of users, which some tests start.
+# builds PROGRAM: also builds ravctl, because some tests start it.
 builds() {
   cmake --build "$tree/build/${1%%/*}" --parallel "$jobs" --target "${1##*/}" ravctl >"$work/build.log" 2>&1
 }
 
-# passes PROGRAM SECONDS: in the copy; what it says is in test.log. The status is 137 after so many seconds.
+# passes PROGRAM SECONDS: runs it in the copy and writes its output to test.log. The status is 137 after that many
+# seconds.
 passes() {
   (
     cd "$tree/build/${1%%/*}"
     limit='prlimit --as=8589934592'
-    [ "${1%%/*}" != asan ] || limit="env"  # sanitizers reserve more room than there is
+    [ "${1%%/*}" != asan ] || limit="env"  # sanitizers reserve more address space than any limit allows
     exec $limit timeout -s KILL "$2" "${1#*/}" --gtest_fail_fast --gtest_brief=1
   ) >"$work/test.log" 2>&1 </dev/null
 }
 
-# The object code, with the flags of the release, of every unit that reads a file, as sums.
+# object_code COMPILER [FLAG...]: prints a checksum of the object code of every source that includes $file.
 object_code() {
   find "$tree"/src -name '*.cpp' ! -name '*_test.cpp' | sort | while read -r unit; do
     "$@" -MM "$unit" | grep -qF "$tree/$file" || continue
@@ -82,12 +94,12 @@ release_code() {
     -D_FORTIFY_SOURCE=2 -w "-I$tree/src"
 }
 
-# Who noticed, for the report.
+# Prints the name of the first test that failed.
 first_failure() {
   sed -n 's/^\[  FAILED  \] \([^ ,]*\).*/\1/p' "$work/test.log" | head -n 1
 }
 
-# judge FILE: the verdict on the mistake that the copy holds.
+# judge FILE: prints the verdict on the mutant in the copy. FILE holds its mistake.
 judge() {
   subject=${1#src/}
   subject=${subject%%/*}

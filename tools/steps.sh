@@ -1,11 +1,25 @@
 #!/bin/sh
-# The steps of `./dev check` and `./dev ci`, one function each: sh tools/steps.sh NAME. What a step says is shown when it
-# fails. dev has installed what they need.
+# The steps of `./dev check` and `./dev ci`, each a function; `sh tools/steps.sh --help` lists them. dev installs the
+# packages that a step needs, and shows the output of a step that fails.
 set -eu
 cd "$(dirname "$0")/.."
 . tools/common.sh
 
-# sources PATTERN...: our files of these names.
+usage() {
+  cat <<'TEXT'
+Usage: sh tools/steps.sh STEP [WORD...]
+
+Steps of ./dev check: format tidy layers headers scripts manuals tree
+Steps of ./dev ci:    clang asan tsan valgrind ansible torture s390x aarch64 i386 package bench
+                      fuzz [SECONDS [TARGET...]]
+                      anywhere [PLACE...]
+Step of ./dev coverage: coverage
+
+A step installs nothing. Steps that run tests leave counts in the folder that RESULTS names (build/results/steps).
+TEXT
+}
+
+# sources PATTERN...: prints the paths of our files whose names match.
 sources() {
   for pattern in "$@"; do
     find src testing tests bench fuzz tools -type f -name "$pattern"
@@ -16,7 +30,8 @@ sources() {
 
 format() { sources '*.h' '*.cpp' '*.c' | xargs clang-format --dry-run -Werror; }
 
-# The program and what tests share; GoogleTest's macros are not worth the minutes.
+# Checks the program and the code that tests share. It leaves out the tests: GoogleTest's macros take clang-tidy
+# minutes.
 tidy() {
   configure release
   sources '*.cpp' | grep -E '^(src|testing)/' | grep -v '_test\.cpp$' |
@@ -29,7 +44,7 @@ layers() {
   ctest --test-dir build/release --no-tests=error --output-on-failure -R ^layers_test/
 }
 
-# Each header says what it needs.
+# Each header includes everything that it needs, so it compiles alone.
 headers() {
   sources '*.h' | xargs -P "$jobs" -I '{}' \
     g++ -std=c++17 -Wall -Wextra -Werror -Isrc -I. -fsyntax-only -x c++ -include '{}' /dev/null
@@ -42,7 +57,7 @@ scripts() {
   done 2>/dev/null | xargs shellcheck -x
 }
 
-# Both readers of manuals are silent. Which manuals of others this machine has is no matter of ours.
+# mandoc and man accept the manuals without a warning. The manuals that ours refer to may be missing on this machine.
 manuals() {
   command -v mandoc
   command -v man
@@ -58,12 +73,12 @@ manuals() {
   [ -z "$complaints" ]
 }
 
-# No leftover of a tool, no binary, nothing at a place where nobody looks for it.
+# The checkout holds no leftover files, no binaries and no files in unexpected places.
 tree() { sh tools/tree.sh; }
 
 # ---- ci ----
 
-# The second compiler, everything, without a warning; the tests have run with the first.
+# The second compiler builds everything without a warning. It runs no tests; those have run with the first compiler.
 clang() {
   configure clang
   build clang all
@@ -77,7 +92,7 @@ asan() {
   run_tests asan build/asan
 }
 
-# The subjects with threads.
+# Only the subjects that use threads.
 tsan() {
   configure tsan
   build tsan base_test log_test ravctl hip-standin
@@ -85,7 +100,7 @@ tsan() {
   run_tests tsan build/tsan --tests-regex '^(base|log)_test/'
 }
 
-# The transcripts, with the program, linked dynamically, under valgrind.
+# The transcripts run the program under valgrind. The debug build links it dynamically, as valgrind needs.
 valgrind() {
   configure debug
   build debug ravctl hip-standin transcript_test
@@ -98,15 +113,16 @@ valgrind() {
   }
 }
 
-# The role of docs/examples, which ./dev test plays with --long.
+# The test of the Ansible role in docs/examples. `./dev test` runs it only with --long.
 ansible() {
   configure release
   build release ansible_test
   RAVCTL_LONG=1 run_tests ansible build/release --tests-regex ^ansible_test/
 }
 
-# fuzz [SECONDS [TARGET...]]: each target for so many seconds; where RAVCTL_LONG is set for a minute, or a million inputs.
-# It starts from the seeds in the tree and from what earlier runs found, in build/fuzz/new/, where a failing input goes too.
+# fuzz [SECONDS [TARGET...]]: runs each target for that many seconds, by default 10. With RAVCTL_LONG set it runs each
+# for a minute or a million inputs. A run starts from the seeds in the tree and from the inputs that earlier runs left
+# in build/fuzz/new/. It writes a failing input there, too.
 fuzz() {
   seconds=${1-${RAVCTL_LONG:+60}}
   [ $# -eq 0 ] || shift
@@ -116,7 +132,7 @@ fuzz() {
       [ "$subject" = standalone_main ] || set -- "$@" "$subject"
     done
   fi
-  # Files in memory: a sync to a disk is all that a run would wait for.
+  # The files are in memory, because a run would spend its time in waiting for the disk.
   [ ! -d /dev/shm ] || export ZUV_TMP_DIR=/dev/shm/
   configure fuzz
   # shellcheck disable=SC2046 # target names
@@ -134,7 +150,7 @@ fuzz() {
   [ "$failed" -eq 0 ]
 }
 
-# fuzz_one TARGET SECONDS: what it did in one line, or all that it said when it failed.
+# fuzz_one TARGET SECONDS: prints one line about the run, or the whole output if it failed.
 fuzz_one() {
   mkdir -p "build/fuzz/new/$1"
   said=build/fuzz/new/$1.log
@@ -149,51 +165,55 @@ fuzz_one() {
   fi
 }
 
-# Other machines: their tests, under qemu where the kernel refuses the programs, on a private host that a program of this
-# machine makes, because qemu offers no namespaces. Each test program runs all its tests in one process.
+# machine PRESET QEMU: runs tests for another machine, under qemu if the kernel cannot execute them. A program of this
+# machine makes the private host, because qemu offers no namespaces. Each test program runs all its tests in one
+# process, and the list for count_tests.py names that process as CTest would name it.
 machine() {
-  name=$1 qemu=$2
+  name=$1 qemu=$2 made=$PWD/build/$1/made
   configure release
   build release private-host hip-standin
   configure "$name"
   # shellcheck disable=SC2046,SC2086 # target names
   build "$name" $(printf '%s_test ' $machine_subjects)
-  # A kernel that runs these programs itself needs no emulator: most of 64 bits run those of i386.
+  # A kernel that executes these programs itself needs no emulator. Most 64-bit kernels execute those of i386.
   ! "build/$name/testing/base_test" --gtest_list_tests >/dev/null 2>&1 || qemu='env'
+  set --
+  say '<testsuite>' >"$RESULTS/$name.xml"
   for subject in $machine_subjects; do
-    rm -f "build/$name/made/$subject.xml"
-    RAVCTL_MADE="$PWD/build/$name/made" timeout -k 10 600 build/release/testing/private-host --build "build/$name" -- \
+    report=$made/${subject}_test-all.xml
+    rm -f "$report"
+    status=run
+    RAVCTL_MADE="$made" timeout -k 10 600 build/release/testing/private-host --build "build/$name" -- \
       "$qemu" "$PWD/build/$name/testing/${subject}_test" --gtest_brief=1 "--gtest_filter=-$not_emulated" \
-      "--gtest_output=xml:$PWD/build/$name/made/$subject.xml" ||
-      say "<testcase classname=\"$name\" name=\"${subject}_test\" result=\"completed\"><failure/> ended with $?</testcase>"
-    cat "build/$name/made/$subject.xml" || true  # one that ended early has left no list
-  done >"$RESULTS/$name.tests"
-  count_tests "$name" "$RESULTS/$name.tests" || {
-    cat "$RESULTS/$name.tests"
-    return 1
-  }
+      "--gtest_output=xml:$report" || { say "${subject}_test ended with $?" && status=fail; }
+    say "<testcase classname=\"$name\" name=\"${subject}_test/all\" status=\"$status\"/>" >>"$RESULTS/$name.xml"
+    [ ! -f "$report" ] || set -- "$@" "$report"
+  done
+  say '</testsuite>' >>"$RESULTS/$name.xml"
+  count_tests "$name" "$RESULTS/$name.xml" "$@"
 }
 machine_subjects='base json log profiles'
-# Left out: what executes a program of the other machine, which this kernel refuses, and what asks for stacks that fit
-# into no address space, which takes qemu minutes.
+# These tests are left out. Some execute a program of the other machine, which this kernel refuses; the others ask for
+# stacks that fit into no address space, which takes qemu minutes.
 not_emulated='*DeathTest.*:ProcessTest.*:FileLockDirectoryTest.*:*NoThread*:*AStartThatFails*'
 
-# Big-endian, and its char has no sign.
+# A big-endian machine whose char is unsigned.
 s390x() { machine s390x qemu-s390x-static; }
-# Its char has no sign, and its memory is weakly ordered.
+# A machine whose char is unsigned and whose memory is weakly ordered.
 aarch64() { machine aarch64 qemu-aarch64-static; }
-# 32 bits, and the processor computes with more bits than a double has.
+# A 32-bit machine whose processor computes with more bits than a double has.
 i386() { machine i386 qemu-i386-static; }
 
-# What the tests reach, per subject; each test program runs all its tests in one process. The profiles are kept up to
-# date by every instrumented process while it runs, the program in the transcripts and forked children included.
+# Measures the lines and branches of each subject that the tests reach. Each test program runs all its tests in one
+# process. Every instrumented process keeps the profiles up to date while it runs. That includes forked children and the
+# program in the transcripts.
 coverage() {
   subjects='base json log command profiles service'
   configure coverage
   # shellcheck disable=SC2046,SC2086 # target names
   build coverage ravctl private-host transcript_test $(printf '%s_test ' $subjects)
   cd build/coverage
-  # Other users run the program too, and the profile must be theirs to write.
+  # Other users run the program too, so they must be able to write the profile.
   rm -rf made/profiles
   umask 0
   mkdir made/profiles
@@ -213,13 +233,14 @@ coverage() {
   set -- ravctl $(printf -- '-object testing/%s_test ' $subjects) -instr-profile profile
   llvm-cov report "$@" 2>messages.log | sed -E 's#^/?([^ ]*/)?(src/([a-z]+/)+[^/ ]+) #\2 #' | awk -f ../../tools/coverage.awk || status=1
   llvm-cov export -format=lcov "$@" 2>messages.log | awk -f ../../tools/unreached.awk >unreached
-  say 'What was not reached is in build/coverage/unreached.'
+  say 'build/coverage/unreached lists the lines and branches that no test reached.'
   return "$status"
 }
 
 package() { sh tools/package.sh; }
 
-# Every system call of every command made to fail, with every error that it can give, and every crash.
+# Makes every system call of every command fail with every error that it can give, and kills every command before each
+# call that changes the disk.
 torture() {
   configure release
   build release torture_test
@@ -231,7 +252,8 @@ torture() {
   return "$verdict"
 }
 
-# The built tree copied elsewhere: to the places named, or to the three where most went wrong.
+# anywhere [PLACE...]: copies the built tree to each place and runs its tests there. By default it takes the three
+# places where most mistakes showed.
 anywhere() {
   configure release
   build release all
@@ -245,6 +267,17 @@ bench() {
   bench/run.sh --brief build/release
 }
 
-step=$1
-shift
-"$step" "$@"
+case ${1-} in
+  -h | --help) usage ;;
+  format | tidy | layers | headers | scripts | manuals | tree | clang | asan | tsan | valgrind | ansible | fuzz | torture | \
+    anywhere | s390x | aarch64 | i386 | package | bench | coverage)
+    step=$1
+    shift
+    if [ -z "${RESULTS-}" ]; then start_results steps; fi
+    "$step" "$@"
+    ;;
+  *)
+    usage >&2
+    exit 2
+    ;;
+esac

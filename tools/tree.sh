@@ -1,11 +1,17 @@
 #!/bin/sh
-# tree.sh [FOLDER]: names each file of a checkout that no developer wrote or meant to commit. It checks the files that
-# git tracks and those that `git add` would take, and prints a line "PATH: WHAT IS WRONG" for each mistake. The exit
-# status is 1 if there is one.
+# Finds files of a checkout that no developer wrote or meant to commit. It checks the files that git tracks and those
+# that `git add` would take, and prints a line "PATH: WHAT IS WRONG" for each mistake. The exit status is 1 if there is
+# one.
 set -euf
+# shellcheck source=tools/common.sh
+. "$(dirname "$0")/common.sh"
+
+usage() { say 'Usage: sh tools/tree.sh [FOLDER]    (by default the checkout of this script)'; }
+
+if asks_for_help "$@"; then usage && exit; fi
 cd "${1-$(dirname "$0")/..}"
 
-# A folder, and the names that its files may have. In both, * stops at a / and ** does not.
+# Each line has a folder and the names that its files may have. In both, * does not match a slash, and ** does.
 known='
 .                         *.md .clang-format .clang-tidy .gitignore CMakeLists.txt CMakePresets.json LICENSE dev
 .ci                       expected-skips run
@@ -28,17 +34,18 @@ tests/**                  CMakeLists.txt *.cpp *.h
 tests/completion          *.py
 tests/init_systems        *.sh booted-*
 tests/transcripts         *.md *.transcript
-tools                     *.awk *.rc *.sh under-valgrind
+tools                     *.awk *.py *.rc *.sh under-valgrind
 tools/mutation            CMakeLists.txt *.cpp *.h
 '
-# Here files may hold any bytes.
+# Files in this folder may hold any bytes.
 any_bytes=fuzz/corpus
+# The largest size of a file, in bytes.
 most=400000
 
 # The checkout may belong to another user than the one who checks it.
 git() { command git -c safe.directory="$PWD" -c core.quotePath=true "$@"; }
 
-# complain WHAT: for each path that it reads.
+# complain WHAT: prints a complaint for each path that it reads.
 complain() { sed "s|\$|: $1|"; }
 
 all_names() { git ls-files --cached --others --exclude-standard "$@"; }
@@ -47,7 +54,7 @@ odd_names() {
   all_names | grep -v '^[A-Za-z0-9._/-]*$' | complain 'the name holds more than letters, digits and . _ - /'
 }
 
-# The names, one a line. Odd ones are left out, and so are files that git still tracks but that are deleted.
+# files [PATTERN...]: prints the names, one a line. It leaves out odd names, and deleted files that git still tracks.
 files() {
   all_names -- "$@" | grep '^[A-Za-z0-9._/-]*$' | sort -u | while IFS= read -r file; do
     [ ! -e "$file" ] && [ ! -L "$file" ] || printf '%s\n' "$file"
@@ -77,7 +84,7 @@ kinds_and_modes() {
     elif [ ! -s "$file" ]; then
       complaint='empty'
     else
-      IFS= read -r first <"$file" || true # the last line may have no end
+      IFS= read -r first <"$file" || true # the last line may lack a newline
       complaint=
       case $first in
         '#!'*) [ -x "$file" ] || complaint='begins with #!, but is not executable' ;;
@@ -92,7 +99,7 @@ large() {
   files | xargs stat -c '%s %n' | awk -v most="$most" '$1 > most { print $2 ": more than " most " bytes" }'
 }
 
-# What git says of the line ends: "i/lf w/lf attr/", a tab, the name.
+# git prints "i/lf w/lf attr/", a tab, and the name. The word behind w/ says how the lines of the file end.
 binary() {
   git ls-files --eol --cached --others --exclude-standard -- . ":(exclude)$any_bytes" | sort -u | awk -F '\t' '
     $1 ~ / w\/-text/ { print $2 ": binary" }

@@ -1,0 +1,175 @@
+// tools/count_tests.py counts planted reports of CTest and GoogleTest. All counts that ./dev prints come from it.
+#include "testing/HostTest.h"
+#include "testing/Places.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+const std::string kScript = places::source() + "/tools/count_tests.py";
+constexpr const char* kFolder = "/tmp/reports/";
+constexpr const char* kSkips = "/tmp/skips";
+
+// Tests as GoogleTest reports them.
+constexpr const char* kPassed =
+    R"(<testcase name="Works" file="a_test.cpp" line="3" status="run" result="completed" time="0." classname="Thing" />)";
+constexpr const char* kFailed = R"(<testcase name="Breaks" status="run" result="completed" classname="Thing">
+      <failure message="a_test.cpp:7&#x0A;Value of: x" type=""><![CDATA[a_test.cpp:7
+Value of: x]]></failure>
+      <failure message="a_test.cpp:8&#x0A;Value of: y" type=""><![CDATA[y]]></failure>
+    </testcase>)";
+constexpr const char* kSkipped =
+    R"(<testcase name="Needs/0" status="run" result="skipped" classname="All/Thing">
+      <skipped message="a_test.cpp:9&#x0A;needs &quot;root&quot; &amp; more&#x0A;"><![CDATA[a_test.cpp:9
+needs "root" & more
+]]></skipped>
+    </testcase>)";
+constexpr const char* kDisabled =
+    R"(<testcase name="DISABLED_Waits" status="notrun" result="suppressed" classname="Thing" />)";
+// What a test has printed may look like a result.
+constexpr const char* kFailedWithAText =
+    R"(<testcase name="Prints" status="run" result="completed" classname="Thing">
+      <failure message="says &lt;/testcase&gt;&#x0A;" type=""><![CDATA[</failure></testcase>
+<testcase name="Fake" status="run" result="completed" classname="Thing" />
+</testsuites>]]></failure>
+    </testcase>)";
+
+// A report of GoogleTest, and one of CTest.
+std::string googleTest(const std::string& tests) {
+  return R"(<?xml version="1.0" encoding="UTF-8"?>
+<testsuites tests="1" name="AllTests">
+  <testsuite name="Thing" tests="1">
+    )" + tests +
+         "\n  </testsuite>\n</testsuites>\n";
+}
+std::string ctest(const std::string& entries) {
+  return R"(<?xml version="1.0" encoding="UTF-8"?>
+<testsuite name="Linux" tests="1">
+)" + entries +
+         "</testsuite>\n";
+}
+std::string entry(const std::string& name, const std::string& status, const std::string& output = "") {
+  return "\t<testcase name=\"" + name + "\" classname=\"" + name + "\" time=\"0.1\" status=\"" + status +
+         "\">\n\t\t<system-out>" + output + "</system-out>\n\t</testcase>\n";
+}
+
+class CountTestsTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    if (IsSkipped()) return;
+    if (!host::exists("/usr/bin/python3")) GTEST_SKIP() << "python3 is not installed";
+  }
+
+  struct Report {
+    const char* name;
+    std::string text;
+  };
+
+  // Writes the reports and counts them, in the given order.
+  static Outcome count(const std::vector<Report>& reports) {
+    std::vector<std::string> words = {"/usr/bin/python3", "-I", kScript, "--step", "step", "--skips", kSkips};
+    for (const Report& report : reports) {
+      host::writeFile(kFolder + std::string(report.name), report.text);
+      words.push_back(kFolder + std::string(report.name));
+    }
+    return runProgram(words);
+  }
+};
+
+TEST_F(CountTestsTest, CountsTheSingleTestsInsteadOfTheEntryOfCTest) {
+  const Outcome outcome =
+      count({{"ctest.xml", ctest(entry("a_test/Thing", "fail"))},
+             {"a_test-Thing.xml", googleTest(std::string(kPassed) + kFailed + kSkipped + kDisabled + kPassed)}});
+  EXPECT_EQ(outcome.out, "2 1 2\n");
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(outcome.exitStatus, 0);
+}
+
+TEST_F(CountTestsTest, WritesTheLastLineOfEachReason) {
+  const Outcome outcome = count({{"a_test-Thing.xml", googleTest(std::string(kSkipped) + kDisabled)}});
+  EXPECT_EQ(outcome.out, "0 0 2\n");
+  EXPECT_EQ(host::readFile(kSkips),
+            "step:All/Thing.Needs/0\tneeds \"root\" & more\nstep:Thing.DISABLED_Waits\tsuppressed\n");
+}
+
+TEST_F(CountTestsTest, MakesNoFileOfSkipsWhenNoTestIsSkipped) {
+  EXPECT_EQ(count({{"a_test-Thing.xml", googleTest(kPassed)}}).out, "1 0 0\n");
+  EXPECT_FALSE(host::exists(kSkips));
+}
+
+TEST_F(CountTestsTest, AnEntryWithoutATestProgramCountsAsOneTest) {
+  const std::string entries =
+      entry("fuzz_json", "run") + entry("fuzz_url", "fail") + entry("a_test_NOT_BUILT", "notrun");
+  EXPECT_EQ(count({{"ctest.xml", ctest(entries)}}).out, "1 2 0\n");
+}
+
+TEST_F(CountTestsTest, AnEntryWithoutAReportCountsAsOneFailure) {
+  for (const char* status : {"run", "fail"}) {
+    const Outcome outcome = count({{"ctest.xml", ctest(entry("a_test/Thing", status))}});
+    EXPECT_EQ(outcome.out, "0 1 0\n");
+    EXPECT_EQ(outcome.err, "a_test/Thing has left no whole report of its tests\n");
+  }
+}
+
+TEST_F(CountTestsTest, AnEntryThatFailsAfterItsLastTestCountsAsOneFailure) {
+  const Outcome outcome =
+      count({{"ctest.xml", ctest(entry("a_test/Thing", "fail"))}, {"a_test-Thing.xml", googleTest(kPassed)}});
+  EXPECT_EQ(outcome.out, "1 1 0\n");
+  EXPECT_EQ(outcome.err, "a_test/Thing failed, but none of its tests did\n");
+}
+
+TEST_F(CountTestsTest, ReportsThatBreakOffCountAsOneFailureAndKeepTheirTests) {
+  const std::string whole = googleTest(std::string(kPassed) + kPassed);
+  for (const std::string& broken :
+       {std::string(), whole.substr(0, 20), whole.substr(0, whole.size() - 5), std::string("no report\n")}) {
+    SCOPED_TRACE(broken);
+    const bool hasTests = broken.size() > 100;
+    const Outcome withEntry = count({{"ctest.xml", ctest(entry("a_test/Thing", "run"))}, {"a_test-Thing.xml", broken}});
+    EXPECT_EQ(withEntry.out, hasTests ? "2 1 0\n" : "0 1 0\n");
+    EXPECT_EQ(withEntry.err, "a_test/Thing has left no whole report of its tests\n");
+    const Outcome alone = count({{"a_test-Thing.xml", broken}});
+    EXPECT_EQ(alone.out, hasTests ? "2 1 0\n" : "0 1 0\n");
+    EXPECT_EQ(alone.err, "a_test-Thing.xml is missing or not whole\n");
+  }
+  const std::string list = ctest(entry("fuzz_json", "run"));
+  EXPECT_EQ(count({{"ctest.xml", list.substr(0, list.size() - 5)}}).out, "1 1 0\n");
+}
+
+TEST_F(CountTestsTest, AMissingReportCountsAsOneFailure) {
+  const Outcome outcome =
+      runProgram({"/usr/bin/python3", "-I", kScript, "--step", "step", "--skips", kSkips, "/tmp/none.xml"});
+  EXPECT_EQ(outcome.out, "0 1 0\n");
+  EXPECT_EQ(outcome.err, "none.xml is missing or not whole\n");
+}
+
+TEST_F(CountTestsTest, OutputThatLooksLikeAResultIsNotCounted) {
+  EXPECT_EQ(count({{"a_test-Thing.xml", googleTest(std::string(kFailedWithAText) + kPassed)}}).out, "1 1 0\n");
+  const std::string output = "&lt;testcase name=&quot;x&quot; status=&quot;run&quot; classname=&quot;x&quot;/&gt;";
+  EXPECT_EQ(count({{"ctest.xml", ctest(entry("fuzz_json", "run", output))}}).out, "1 0 0\n");
+}
+
+TEST_F(CountTestsTest, ReadsOutputWithBytesThatXmlCannotHold) {
+  std::string failed = kFailed;
+  failed.insert(failed.find("Value"), std::string("\x01\xff\xef\xbf\xbf", 5));
+  const Outcome outcome = count({{"a_test-Thing.xml", googleTest(failed + kPassed)}});
+  EXPECT_EQ(outcome.out, "1 1 0\n");
+  EXPECT_EQ(outcome.err, "");
+}
+
+TEST_F(CountTestsTest, AnEntryThatCTestNamesTwiceCountsOnceAndFailsIfOneFails) {
+  for (const char* first : {"run", "fail"}) {
+    const std::string second = std::string(first) == "run" ? "fail" : "run";
+    EXPECT_EQ(count({{"ctest.xml", ctest(entry("fuzz_json", first) + entry("fuzz_json", second))}}).out, "0 1 0\n");
+  }
+  EXPECT_EQ(count({{"ctest.xml", ctest(entry("fuzz_json", "run") + entry("fuzz_json", "run"))}}).out, "1 0 0\n");
+}
+
+TEST_F(CountTestsTest, ShowsItsUsage) {
+  const Outcome help = runProgram({"/usr/bin/python3", "-I", kScript, "-h"});
+  EXPECT_THAT(help.out, HasSubstr("usage: count_tests.py"));
+  EXPECT_EQ(help.exitStatus, 0);
+  EXPECT_EQ(runProgram({"/usr/bin/python3", "-I", kScript}).exitStatus, 2);
+}
+
+}  // namespace
