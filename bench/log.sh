@@ -1,15 +1,26 @@
 #!/bin/sh
-# What logging costs, figure by figure with its bar; called by run.sh.
-#
-#   bench/log.sh [--brief] BUILD_FOLDER
+# Measures the cost of logging and prints every figure with its limit, the bar. bench/run.sh calls this script.
 set -eu
+
+usage() { echo 'Usage: bench/log.sh [--brief] BUILD_FOLDER    (--brief: once and small, the figures mean nothing)'; }
+
 brief=
-if [ "${1-}" = --brief ]; then
-  brief=yes
-  shift
-fi
+case ${1-} in
+  -h | --help)
+    usage
+    exit
+    ;;
+  --brief)
+    brief=yes
+    shift
+    ;;
+esac
+[ $# -eq 1 ] || {
+  usage >&2
+  exit 2
+}
 bench=$1/bench/log_bench
-[ -x "$bench" ] || { echo "$bench is not there" >&2; exit 1; }
+[ -x "$bench" ] || { echo "$bench does not exist" >&2; exit 1; }
 calls=100000
 [ -z "$brief" ] || calls=1000
 
@@ -18,7 +29,7 @@ instructions() {
     awk '/Collected/ { print $NF }'
 }
 
-# verdict TEXT VALUE BAR least|most
+# verdict TEXT VALUE BAR least|most: prints the value and the bar, and if the bar is met.
 verdict() {
   awk -v text="$1" -v value="$2" -v bar="$3" -v kind="$4" 'BEGIN {
     met = kind == "least" ? value + 0 >= bar + 0 : value + 0 <= bar + 0
@@ -32,7 +43,7 @@ if command -v valgrind >/dev/null; then
   verdict "instructions of a call below the threshold" \
     "$(awk -v n="$calls" -v a="$once" -v b="$twice" 'BEGIN { printf "%.2f", (b - a) / n }')" 12 most
 else
-  echo "  instructions of a call below the threshold: not counted, valgrind is not here"
+  echo "  instructions of a call below the threshold: not counted, valgrind is not installed"
 fi
 figures=$("$bench" throughput ${brief:+--brief})
 value() { printf '%s\n' "$figures" | awk -v name="$1" '$1 == name { print $2 }'; }
@@ -41,7 +52,7 @@ for producers in 1 4; do
   if [ -n "$(value "times-spdlog-$producers")" ]; then
     verdict "by those of spdlog ($(value "spdlog-per-second-$producers"))" "$(value "times-spdlog-$producers")" 1.5 least
   else
-    echo "  not compared, spdlog is not here (Debian: apt install libspdlog-dev)"
+    echo "  not compared, spdlog is not installed (Debian: apt install libspdlog-dev)"
   fi
 done
 echo "  bytes of memory a queued message: $("$bench" memory | awk '{ print $2 }')"

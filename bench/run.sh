@@ -1,19 +1,34 @@
 #!/bin/sh
-# Measures the program against what it should cost, and prints every figure with its bar. A missed bar is said, and is no
-# failure: the status is 0 unless something could not be run.
+# Measures the cost of the program and prints every figure with its limit, the bar. A missed bar is printed and is not a
+# failure: the status is 0 unless a program cannot run. `bench/run.sh --help` shows the words.
 #
-#   bench/run.sh [--brief] BUILD_FOLDER
-#
-# Works on a private host of its own; the stores lie in memory. --brief runs everything once on small stores, so that
-# nothing rots: its figures mean nothing. Wall times are medians of interleaved pairs (see bench/pairs.cpp).
+# It runs on a private host of its own, with the stores in memory. Wall times are medians of interleaved pairs (see
+# bench/pairs.cpp).
 set -eu
 
+usage() {
+  cat <<'TEXT'
+Usage: bench/run.sh [--brief] BUILD_FOLDER
+
+--brief runs every measurement once on small stores, to show that it still works. Its figures mean nothing.
+TEXT
+}
+
 brief=
-if [ "${1-}" = --brief ]; then
-  brief=yes
-  shift
-fi
-[ $# -eq 1 ] || { echo "Usage: $0 [--brief] BUILD_FOLDER" >&2; exit 2; }
+case ${1-} in
+  -h | --help)
+    usage
+    exit
+    ;;
+  --brief)
+    brief=yes
+    shift
+    ;;
+esac
+[ $# -eq 1 ] || {
+  usage >&2
+  exit 2
+}
 build=$(cd "$1" && pwd)
 self=$(cd "$(dirname "$0")" && pwd)/${0##*/}
 
@@ -30,19 +45,19 @@ fi
 
 say() { printf '%s\n' "$*"; }
 
-# figure TEXT VALUE BAR: one line, with what it says about the bar.
+# figure TEXT VALUE BAR: prints the value and the bar, and if the bar is met.
 figure() {
   awk -v text="$1" -v value="$2" -v bar="$3" \
     'BEGIN { printf "  %s: %s, bar %s: %s\n", text, value, bar, value + 0 <= bar + 0 ? "met" : "missed" }'
 }
 
-# What a command executes between its start and its end.
+# instructions COMMAND [WORD...]: prints how many instructions the command executes from its start to its end.
 instructions() {
   env -i "$(command -v valgrind)" --tool=callgrind --callgrind-out-file=/dev/null "$@" 2>&1 >/dev/null |
     awk '/Collected/ { print $NF }'
 }
 
-# The store of a name becomes the one of the host.
+# use NAME: makes the store of that name the store of the host.
 use() { ln -sfn "/$1" /etc/zuv; }
 
 rmdir /etc/zuv/profiles /etc/zuv
@@ -59,13 +74,13 @@ if command -v strace >/dev/null; then
   env -i "$(command -v strace)" -f -qq -o "$log" "$ravctl" list versions >/dev/null
   figure "system calls of list versions" "$(wc -l <"$log")" 30
 else
-  say "  system calls: not counted, strace is not here"
+  say "  system calls: not counted, strace is not installed"
 fi
 if command -v valgrind >/dev/null; then
   figure "instructions of list versions" "$(instructions "$ravctl" list versions)" 120000
   say "  (of the empty program: $(instructions "$bench/empty"))"
 else
-  say "  instructions: not counted, valgrind is not here"
+  say "  instructions: not counted, valgrind is not installed"
 fi
 
 say "Listing $few profiles: list profiles (B) and a C loop (A)"
@@ -75,7 +90,7 @@ say "Listing: $many profiles (B) and $few (A)"
 "$bench/pairs" --pairs "$pairs" --bar 11 --before-a "/bin/ln -sfn /few /etc/zuv" --before-b "/bin/ln -sfn /many /etc/zuv" \
   -- "$ravctl" list profiles -- "$ravctl" list profiles >"$log"
 cat "$log"
-# Memory for one profile more.
+# The peak memory that one more profile needs.
 figure "bytes of peak memory a profile" "$(awk -v more=$((many - few)) '
   /peak/ { sub(/.*peak /, ""); peak[++n] = $1 }
   END { printf "%.0f", (peak[2] - peak[1]) * 1024 / more }' "$log")" 450
@@ -99,7 +114,7 @@ say "The log, $log_mebibytes MiB, its last lines shown: list log (B) and tail (A
 figure "KiB of peak memory beyond a start" "$(awk '
   /peak/ { sub(/.*peak /, ""); peak[++n] = $1 }
   END { print peak[2] - peak[1] }' "$log")" 4096
-say "The log, few lines match, all of it looked at: list log (B) and a plain read (A)"
+say "The log, few lines match, all of it read: list log (B) and a plain read (A)"
 "$bench/pairs" --pairs "$pairs" --bar 2.4 -- "$bench/read_file" "$hip_log" \
   -- "$ravctl" list log dir=profile-1 log_level=fatal
 say "The log, 100000 lines shown (B) and 10000 (A)"
@@ -115,7 +130,8 @@ if [ -x "$bench/json_bench" ]; then
   say "JSON: an object of 100000 members and one of 10000"
   "$bench/json_bench" --benchmark_format=csv --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \
     ${brief:+--benchmark_min_time=0.001} >"$log" 2>/dev/null
-  # how_it_grows FAMILY: the processor time of the large one by that of the small one, medians of five.
+  # how_it_grows FAMILY: prints the processor time for the large object divided by that for the small one, medians of
+  # five.
   how_it_grows() {
     awk -F, -v family="$1" '
       $1 == "\"" family "/10000_median\"" { small = $4 }
@@ -126,7 +142,7 @@ if [ -x "$bench/json_bench" ]; then
   say "  parsing: $(how_it_grows ParseObject)"
   say "  writing: $(how_it_grows WriteObject)"
 else
-  say "JSON: not measured, Google Benchmark is not here"
+  say "JSON: not measured, Google Benchmark is not installed"
 fi
 
 if [ -x "$bench/queue_bench" ]; then

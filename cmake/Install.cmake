@@ -1,4 +1,5 @@
-# What is installed, below any prefix and DESTDIR, and what CPack makes of it. Debian's own package is in debian/.
+# The files to install below any prefix and DESTDIR, and the packages that CPack makes. Debian's own package is in
+# debian/.
 install(TARGETS ravctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 file(GLOB manuals CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/man/*.[1-8])
@@ -7,7 +8,7 @@ foreach(manual IN LISTS manuals)
   install(FILES ${manual} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
 endforeach()
 
-# Where Debian's shells look.
+# The folders where the shells of Debian look for completions.
 install(FILES completions/ravctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME ravctl)
 install(FILES completions/_ravctl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
 install(FILES completions/ravctl.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)

@@ -1,4 +1,4 @@
-# Read by CTest when it starts (see register_tests in Tests.cmake): asks a test program for its tests.
+# CTest reads this file when it starts (see register_tests in Tests.cmake). It asks a test program for its tests.
 
 function(list_tests program emulator results singly timeout cost)
   cmake_path(GET program FILENAME name)
@@ -9,12 +9,12 @@ function(list_tests program emulator results singly timeout cost)
   execute_process(COMMAND ${emulator} ${program} --gtest_list_tests OUTPUT_VARIABLE lines RESULT_VARIABLE status
     ERROR_VARIABLE complaints TIMEOUT 60)
   if(NOT status EQUAL 0)
-    # This entry fails too, and shows why.
+    # This entry fails, too, and its output shows the reason.
     add_test(${name}_LISTS_ITS_TESTS ${emulator} ${program} --gtest_list_tests)
     return()
   endif()
 
-  # A line that is not indented names a suite and ends with a dot, and may have a comment; its tests are below it.
+  # A line without indentation names a suite, ends with a dot, and may have a comment. The tests of the suite follow it.
   string(REPLACE ";" "," lines "${lines}")
   string(REGEX REPLACE " +#[^\n]*" "" lines "${lines}")
   string(REPLACE "\n" ";" lines "${lines}")

@@ -1,4 +1,4 @@
-# Everything about compilers, flags and switches, so that the top file shows the architecture alone.
+# Compilers, flags and switches. The top file keeps the architecture.
 include(GNUInstallDirs)
 include(CheckCXXSourceCompiles)
 include(CheckLinkerFlag)
@@ -34,7 +34,7 @@ endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Wcast-qual -Wundef)
 add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
-# 32-bit machines: files over 2 GiB and times after 2038.
+# On 32-bit machines these allow files over 2 GiB and times after 2038.
 add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
 
 if(CMAKE_BUILD_TYPE STREQUAL "Release")
@@ -48,20 +48,21 @@ if(RAVCTL_SANITIZE)
 elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong -ffunction-sections -fdata-sections)
   add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack -Wl,--gc-sections)
-  # Every start relocates itself first; packed, that is a sixth of the instructions less and 50 KiB.
+  # A static-pie program relocates itself at each start. Packed relocations save a sixth of the instructions of a start,
+  # and 50 KiB.
   check_linker_flag(CXX -Wl,-z,pack-relative-relocs RAVCTL_CAN_PACK_RELOCATIONS)
   if(RAVCTL_CAN_PACK_RELOCATIONS AND NOT CMAKE_CROSSCOMPILING)
     add_link_options(-Wl,-z,pack-relative-relocs)
   endif()
 endif()
 if(RAVCTL_COVERAGE)
-  # Counters that lie in the profile itself, so that no process has to write it: it may be killed, execute another
-  # program or leave by _exit. See the step `coverage` of tools/steps.sh.
+  # The counters are mapped from the profile, so a process need not write it at its end. A process may be killed,
+  # execute another program or call _exit. See the step `coverage` of tools/steps.sh.
   add_compile_options(-fprofile-instr-generate -fprofile-update=atomic -fcoverage-mapping "SHELL:-mllvm -runtime-counter-relocation")
   add_link_options(-fprofile-instr-generate -fprofile-update=atomic -fcoverage-mapping)
 endif()
 
-# The program is one file without dynamic dependencies where the static libraries are there, and says so where they are not.
+# If the static libraries are installed, the program is one file without dynamic dependencies. If not, CMake says so.
 set(RAVCTL_SELF_CONTAINED "")
 if(RAVCTL_STATIC AND CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT RAVCTL_SANITIZE AND NOT RAVCTL_COVERAGE)
   set(CMAKE_REQUIRED_FLAGS "-fPIE")

@@ -1,6 +1,6 @@
-# Reads the table of `llvm-cov report`; prints lines and branches per subject below src/, tests not counted. A branch of
-# a template counts once, as taken by whatever it was made for. Exit status 1 when a subject has less than its goals:
-# all lines and 98 % of branches.
+# Reads the table of `llvm-cov report` and prints the lines and branches of each subject below src/, without the tests.
+# A branch of a template counts once, as taken if any instance takes it. The goals are all lines and 98 % of the
+# branches. The exit status is 1 if a subject misses a goal.
 function percent(missed, all) { return all ? 100 - 100 * missed / all : 100 }
 $1 ~ /^src\// && $1 !~ /_test\.cpp$/ {
   split($1, parts, "/")

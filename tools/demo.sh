@@ -1,11 +1,12 @@
 #!/bin/sh
-# Runs on a private host whose store holds nothing but a factory template; `./dev demo` starts it.
+# The demo that `./dev demo` runs on a private host. The store of that host has only a factory template. The script
+# takes no words.
 set -eu
 cd "$(dirname "$0")/.."
 . tools/furnish.sh
 furnish_init_script
 
-# Prints a command as one would type it, then runs it.
+# run COMMAND [WORD...]: prints the command as a user would type it, then runs it.
 run() {
   printf '\n$'
   for word in "$@"; do
@@ -20,17 +21,17 @@ run() {
 
 note() { printf '\n# %s\n' "$*"; }
 
-# Waits until a command succeeds, eight seconds at most.
+# wait_until COMMAND [WORD...]: waits until the command succeeds, eight seconds at most.
 wait_until() {
   for _ in $(seq 80); do
     ! "$@" || return 0
     sleep 0.1
   done
-  note "In vain: $*"
+  note "This did not become true in eight seconds: $*"
   exit 1
 }
 
-# The daemon has been started so many times on that profile directory.
+# is_up DIRECTORY COUNT: true if the daemon has started COUNT times on the profile in that directory.
 is_up() { [ "$(grep -c 'hip: started' "/etc/zuv/profiles/$1/hip.log" 2>/dev/null)" = "$2" ]; }
 is_connected() { ravctl service status | grep -qx 'helmsor: true'; }
 

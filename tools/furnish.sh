@@ -1,8 +1,8 @@
-# Sourced by tools/demo.sh and tools/shell.sh, which stand in the sources: what an administrator adds to a host that has
-# the program, a store and a daemon. Each function runs on a private host.
+# Sourced by tools/demo.sh and tools/shell.sh, which run in the top folder of the sources on a private host. That host
+# has the program, a store and a daemon. Each function adds a thing that an administrator would add.
 # shellcheck shell=sh
 
-# missing_of TOOL:PACKAGE...: prints the tools that do not exist here, as "TOOL (PACKAGE), TOOL (PACKAGE)".
+# missing_of TOOL:PACKAGE...: prints the tools that are missing on this host, as "TOOL (PACKAGE), TOOL (PACKAGE)".
 missing_of() {
   for tool in "$@"; do
     command -v "${tool%:*}" >/dev/null || printf '%s (%s)\n' "${tool%:*}" "${tool#*:}"
@@ -21,7 +21,7 @@ furnish_bundle_script() {
   install -m 755 docs/examples/zuv-sendbundle.sh /usr/bin/zuv-sendbundle.sh
 }
 
-# The examples lie where a package puts them, so that everybody can follow the tasks of ravctl-examples(7).
+# Puts the examples where a package puts them, so that everybody can follow the tasks of ravctl-examples(7).
 furnish_examples() {
   mount -t tmpfs -o mode=755 none /usr/share/doc
   mkdir /usr/share/doc/ravctl
@@ -29,8 +29,8 @@ furnish_examples() {
   rm -rf /usr/share/doc/ravctl/examples/demo-store
 }
 
-# The manuals lie where man looks for what the administrator installed. man does not start without its configuration
-# file, and groff warns about each of its own that is missing. All of them may be empty.
+# Puts the manuals where man finds pages that an administrator installed. man does not start without its configuration
+# file, and groff warns about each missing configuration file of its own. All of these may be empty.
 furnish_manuals() {
   mount -t tmpfs -o mode=755 none /usr/local
   for manual in man/*.[1-8]; do

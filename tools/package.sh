@@ -1,7 +1,11 @@
 #!/bin/sh
-# Builds the packages and tries them: Debian's own (twice, in different folders: the bytes are equal), what CPack makes,
-# and `cmake --install`; then a clean Debian in a folder installs, uses, upgrades and removes the package. `./dev package`
-# starts it. What is to be given away is in build/package/out afterwards.
+# Builds the packages and tests them. `./dev package` calls this script; it takes no words.
+#
+#   1. It builds Debian's package twice, in different folders, and compares the bytes.
+#   2. It builds CPack's packages, installs with `cmake --install`, and compares the files.
+#   3. A clean Debian in a folder installs, uses, upgrades and removes the package.
+#
+# Afterwards build/package/out holds the files to publish.
 set -eu
 cd "$(dirname "$0")/.."
 . tools/common.sh
@@ -14,7 +18,7 @@ package=ravctl_${version}_$architecture.deb
 next=2.2-2~test
 passed=0 failed=0 skipped=0
 
-# verdict WHAT COMMAND...: counts it, and says when it failed.
+# verdict CLAIM COMMAND...: runs the command, and counts and prints if the claim holds.
 verdict() {
   what=$1
   shift
@@ -27,7 +31,7 @@ verdict() {
   fi
 }
 
-# copy_to FOLDER: the files of the checkout, without what was built.
+# copy_to FOLDER: copies the files of the checkout without the builds.
 copy_to() {
   mkdir -p "$1"
   if git rev-parse >/dev/null 2>&1; then
@@ -37,7 +41,7 @@ copy_to() {
   fi | tar -x -C "$1" -f -
 }
 
-# build_package FOLDER [OPTION...]: the package of the tree in a folder, beside that folder.
+# build_package FOLDER [OPTION...]: builds the package of the tree in a folder. The package is put beside that folder.
 build_package() (
   cd "$1" || exit 1
   shift
@@ -47,7 +51,8 @@ build_package() (
   }
 )
 
-# The paths that a tree of installed files holds, manuals without their compression; Debian's own files left out.
+# paths FOLDER: prints the paths of the installed files below a folder. It takes the suffix .gz away and leaves out the
+# files that only Debian's package has.
 paths() (
   cd "$1" && find . ! -type d | sed 's/\.gz$//' | grep -v -e lintian -e changelog.Debian | LC_ALL=C sort
 )
@@ -67,7 +72,7 @@ same_files() {
   diff "$work/left" "$work/right"
 }
 
-# upgraded FOLDER: the same tree as the next version, from what is built already.
+# upgraded FOLDER: builds the package of the same tree again as the next version, from the existing objects.
 upgraded() {
   {
     printf 'ravctl (%s) unstable; urgency=medium\n\n  * For the test of an upgrade.\n\n' "$next"
@@ -92,18 +97,18 @@ cpack_holds_the_same() {
     same_files "$work/from-install" "$work/unpacked" && (cd "$out" && sha256sum --quiet -c SHA256SUMS)
 }
 
-# in_clean_root COMMAND: in a fresh Debian, with processes and mounts of its own.
+# in_clean_root COMMAND: runs it in the clean Debian, in mount and process namespaces of its own.
 in_clean_root() {
   unshare -m -p -f --kill-child chroot "$work/root" /bin/sh -ec "mount -t proc proc /proc; $1"
 }
 
-# Everything about the store, as one text.
+# A command that prints the whole state of the store.
 store='{ find /etc/zuv -printf "%M %u %g %p %l %T@\n" | sort; find /etc/zuv -type f | sort | xargs sha256sum; }'
 
-# skip_clean_root WHY: counts what is tried there as skipped.
+# skip_clean_root WHY: counts the three claims about the clean Debian as skipped.
 skip_clean_root() {
   skipped=3
-  say "Not tried: installation in a clean Debian; $1."
+  say "Skipped: installation in a clean Debian; $1."
   [ -z "${RESULTS-}" ] || printf 'package:CleanDebian\t%s\n' "$1" >"$RESULTS/package.skipped"
 }
 
@@ -162,7 +167,7 @@ elif ! make_clean_root; then
 else
   verdict 'it installs the package, and ravctl works there' installs_and_works
   verdict 'an upgrade leaves every profile as it was' upgrade_keeps_the_store
-  verdict 'so does removal' removal_keeps_the_store
+  verdict 'removal leaves every profile as it was' removal_keeps_the_store
 fi
 rm -rf --one-file-system "$work/root"
 [ -z "${RESULTS-}" ] || say "$passed $failed $skipped" >"$RESULTS/package.count"

@@ -1,4 +1,5 @@
-# What ctest says, without what passed or was skipped; every 100th test shows that it goes on.
+# Prints the output of ctest without the tests that passed or were skipped. A line for every 100th test shows the
+# progress.
 function printHeld() {
   if (held != "") print held
   held = ""
@@ -12,7 +13,7 @@ function printHeld() {
   fflush()
   next
 }
-# Of the single tests of a program that failed, those that passed.
+# A program that failed also prints its tests that passed: hold back the first line of a test until its result is known.
 /^\[ RUN      \] / { printHeld(); held = $0; next }
 /^\[       OK \] / && held != "" { held = ""; next }
 /^\[-+\] / { next }

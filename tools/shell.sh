@@ -1,6 +1,6 @@
 #!/bin/sh
-# Runs on a private host whose store holds nothing but a factory template; `./dev shell` starts it. It sets the host up,
-# says what to begin with and what is missing, and becomes a prompt.
+# The prompt that `./dev shell` opens on a private host. The store of that host has only a factory template. The script
+# sets the host up, prints the first commands to type and the missing tools, and becomes a shell. It takes no words.
 set -eu
 cd "$(dirname "$0")/.."
 . tools/furnish.sh
@@ -22,7 +22,7 @@ and "exit" removes it all. Three commands to begin with:
 
 TEXT
 
-# say_missing WHAT TOOL:PACKAGE...: what cannot be done here, when a tool is missing.
+# say_missing CONSEQUENCE TOOL:PACKAGE...: prints the missing tools and the consequence, if a tool is missing.
 say_missing() {
   what=$1
   shift
@@ -33,10 +33,10 @@ say_missing() {
 say_missing 'The daemon can be neither started nor stopped.' killall:psmisc start-stop-daemon:dpkg
 say_missing 'There are no manuals.' man:man-db
 
-# The caller may have set these to paths and programs of the machine that do not exist here.
+# The caller may have set these variables to paths and programs of the machine that do not exist on this host.
 unset MANOPT MANPAGER MANPATH PROMPT_COMMAND TMPDIR
 if command -v less >/dev/null; then export PAGER=less; else export PAGER=cat; fi
-# Almost every terminal understands what xterm does.
+# Almost every terminal understands the control sequences of xterm.
 infocmp >/dev/null 2>&1 || export TERM=xterm
 cd /root
 exec bash --noprofile --rcfile "$sources/tools/shell.rc" -i

@@ -1,5 +1,5 @@
 # Reads the sorted lines of figures that the torture tests leave, `faults | SCENE | calls | disk steps | faults` and
-# `kills | SCENE | kills`; prints them as one table, as it stands in docs/reliability.md.
+# `kills | SCENE | kills`. Prints them as the table of docs/reliability.md.
 $1 == "faults" { calls[$2] = $3; steps[$2] = $4; faults[$2] = $5; order[++scenes] = $2 }
 $1 == "kills" { kills[$2] = $3 }
 END {

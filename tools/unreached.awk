@@ -1,5 +1,6 @@
-# Reads what `llvm-cov export -format=lcov` writes; prints FILE:LINE for each line of src/ that was not reached, tests not
-# counted, and FILE:LINE branch for each branch that was not taken (of a template: by each type it was made for).
+# Reads the output of `llvm-cov export -format=lcov` and leaves out the tests. Prints "FILE:LINE" for each line of src/
+# that no test reached, and "FILE:LINE branch" for each branch that no test took. A template has its branches once for
+# each instance.
 /^SF:/ {
   file = substr($0, 4)
   isOurs = sub(/.*\/src\//, "src/", file) && file !~ /_test\.cpp$/

@@ -1,4 +1,4 @@
-# 64-bit ARM, whose char has no sign; its programs run here under qemu: `sh tools/steps.sh aarch64`.
+# 64-bit ARM, whose char is unsigned. Its programs run here under qemu: `sh tools/steps.sh aarch64`.
 # Debian: apt install g++-aarch64-linux-gnu qemu-user-static googletest
 set(RAVCTL_CROSS_TRIPLET aarch64-linux-gnu)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)

@@ -1,10 +1,14 @@
-# What the cross builds of this folder have in common: Debian's cross compiler with the libraries beside it, the emulator
-# named to CMake alone (nothing is registered with the kernel), and GoogleTest from its sources. The programs are linked
-# dynamically: in a static one, calls that libc makes within itself would count as the program's (FaultInjector.h).
+# The common part of the cross builds in this folder:
+#   - Debian's cross compiler with its libraries
+#   - the emulator; only CMake gets its name, nothing is registered with the kernel
+#   - GoogleTest from its sources
+# The programs are linked dynamically. In a static program, calls that libc makes within itself would count as calls of
+# the program (FaultInjector.h).
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${RAVCTL_CROSS_TRIPLET}-gcc)
 set(CMAKE_CXX_COMPILER ${RAVCTL_CROSS_TRIPLET}-g++)
-# Named in the program: told of a folder of libraries (-L), qemu looks for every path there first, "/" included.
+# The program itself names the folder of its libraries. With the option -L qemu would look for every path in that folder
+# first, even for "/".
 set(libraries /usr/${RAVCTL_CROSS_TRIPLET}/lib)
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,--dynamic-linker=${libraries}/${RAVCTL_LOADER} -Wl,-rpath,${libraries}")
 set(CMAKE_CROSSCOMPILING_EMULATOR ${RAVCTL_EMULATOR})
@@ -14,4 +18,4 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-set(GTest_DIR ${CMAKE_CURRENT_LIST_DIR}/GoogleTestFromSource CACHE PATH "GoogleTest, built along")
+set(GTest_DIR ${CMAKE_CURRENT_LIST_DIR}/GoogleTestFromSource CACHE PATH "GoogleTest, built from its sources")

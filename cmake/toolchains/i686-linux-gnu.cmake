@@ -1,4 +1,4 @@
-# A 32-bit machine; its programs run here under qemu, which needs nothing of the kernel: `sh tools/steps.sh i386`.
+# A 32-bit machine. Its programs run here under qemu, or by the kernel if it can: `sh tools/steps.sh i386`.
 # Debian: apt install g++-i686-linux-gnu qemu-user-static googletest
 set(RAVCTL_CROSS_TRIPLET i686-linux-gnu)
 set(CMAKE_SYSTEM_PROCESSOR i686)

@@ -1,4 +1,4 @@
-# A big-endian machine whose char has no sign; its programs run here under qemu: `sh tools/steps.sh s390x`.
+# A big-endian machine whose char is unsigned. Its programs run here under qemu: `sh tools/steps.sh s390x`.
 # Debian: apt install g++-s390x-linux-gnu qemu-user-static googletest
 set(RAVCTL_CROSS_TRIPLET s390x-linux-gnu)
 set(CMAKE_SYSTEM_PROCESSOR s390x)

@@ -1,4 +1,4 @@
-# Found by find_package(GTest CONFIG) in a cross build: GoogleTest is built along, from Debian's package of its sources.
+# find_package(GTest CONFIG) finds this file in a cross build. It builds GoogleTest from Debian's package of its sources.
 set(sources /usr/src/googletest)
 if(NOT EXISTS ${sources}/CMakeLists.txt)
   set(GTest_FOUND FALSE)
