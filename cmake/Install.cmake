@@ -26,8 +26,9 @@ set(CPACK_PACKAGE_VENDOR "The ravctl developers")
 set(CPACK_PACKAGE_CONTACT "The ravctl developers <maintainers@ravctl.example.org>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "control program of a host that runs the overlay daemon zuv-hipd")
 set(CPACK_PACKAGE_DESCRIPTION "ravctl keeps the daemon's configuration profiles, starts and stops the daemon through
-systemd, an init script or Upstart, reads its status and its log, names the
-network interfaces that can carry the overlay, and packs a support bundle.")
+systemd, an init script or Upstart, reads its status and its log, lists the
+network interfaces that can carry the overlay, and runs the script that packs a
+support bundle.")
 set(CPACK_RESOURCE_FILE_LICENSE ${CMAKE_SOURCE_DIR}/LICENSE)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)

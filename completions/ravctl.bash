@@ -1,10 +1,11 @@
 # bash completion for ravctl(8).
 #
-# Reads the profile store itself: ravctl is never run, since listing the profiles may repair their names on the disk.
+# The completion reads the profile store itself. It never runs ravctl, because a listing may repair names on the disk.
 # shellcheck shell=bash
 
-# WORDS:THIRD:KEYS, a line each: the words of a command; what stands behind them (new: a text of the user's, named: a
-# profile, any: a profile or the factory template, help: a subject of help); the words that it takes then.
+# A line WORDS:THIRD:KEYS for each command. WORDS are the words of the command. THIRD is the kind of the word behind
+# them: new is any text, named a profile, any a profile or the factory template, and help a subject of help. KEYS are
+# the words that may follow.
 _ravctl_commands='
 profile create:new:allow_rename= helmsor= network= invitation= log_level= sys= activate
 profile modify:named:new_name= helmsor= network= invitation= log_level= sys= activate
@@ -36,7 +37,8 @@ _ravctl_modes='--quiet --verbose --json --text'
 _ravctl_subjects='profile service list log support json internal'
 _ravctl_store=/etc/zuv/profiles
 
-# The first line of a file that is not empty once everything but 33..126 is taken off both its ends.
+# Sets _ravctl_line to the first line of a file that is not empty after all bytes outside 33..126 are removed from its
+# ends.
 _ravctl_first_line() {
   local LC_ALL=C line count
   _ravctl_line=
@@ -49,8 +51,8 @@ _ravctl_first_line() {
   done <"$1"
 }
 
-# What may stand for a profile, in _ravctl_words: the names in the store, the directories, the active one; with
-# "any" the template too. A user who may not read the names still gets the directories.
+# Adds the words that select a profile to _ravctl_words: the names in the store, the directories, and the words for the
+# active profile; with "any" also the template. A user who may not read the names gets the directories.
 _ravctl_profiles() {
   local dir
   for dir in "$_ravctl_store"/*/; do
@@ -64,7 +66,7 @@ _ravctl_profiles() {
   [[ $1 != any ]] || _ravctl_words+=(.factory)
 }
 
-# The values of a key, as whole words, in _ravctl_words. Keys that take free text have none.
+# Sets _ravctl_words to the values of a key, as whole words. Keys that take any text have no values.
 _ravctl_values() {
   local interface
   case $1 in
@@ -80,9 +82,12 @@ _ravctl_values() {
   esac
 }
 
-# Takes the line up to the cursor apart: _ravctl_typed gets the words before the last one; _ravctl_last that one without
-# its quotes; _ravctl_kept how many characters of it readline leaves alone, since it replaces only what follows an open
-# quote, or else a break; _ravctl_quote that open quote.
+# Splits the line up to the cursor into words, and sets
+# - _ravctl_typed to the words before the last one
+# - _ravctl_last to the last word without its quotes
+# - _ravctl_kept to the number of its first characters that readline keeps; readline replaces only the text behind an
+#   open quote, or else behind a word break
+# - _ravctl_quote to that open quote
 _ravctl_take_apart() {
   local line=$1 breaks=$2 at c word='' began='' kept=0 quote=''
   _ravctl_typed=()
@@ -118,7 +123,7 @@ _ravctl_take_apart() {
   _ravctl_last=$word _ravctl_kept=$kept _ravctl_quote=$quote
 }
 
-# A text as it must stand on the line, behind an open quote or none.
+# Sets _ravctl_line to a text as it must be written on the line, behind the open quote if there is one.
 _ravctl_quoted() {
   local text=$1
   case $_ravctl_quote in
@@ -133,7 +138,7 @@ _ravctl_quoted() {
   esac
 }
 
-# The words that may stand behind those typed, in _ravctl_words.
+# Sets _ravctl_words to the words that may follow the typed ones.
 _ravctl_candidates() {
   local words third keys first=${_ravctl_typed[1]-} second=${_ravctl_typed[2]-} count=${#_ravctl_typed[@]} taken word
   local -a parts
@@ -168,7 +173,7 @@ _ravctl_candidates() {
   done <<<"$_ravctl_commands"
 }
 
-# The subjects of help: a category or the words of a command.
+# Sets _ravctl_words to the subjects of help: a category, or the words of a command.
 _ravctl_help() {
   local words third keys
   ((count == 2)) && read -ra _ravctl_words <<<"$_ravctl_subjects"

@@ -1,9 +1,10 @@
 # fish completion for ravctl(8).
 #
-# Reads the profile store itself: ravctl is never run, since listing the profiles may repair their names on the disk.
+# The completion reads the profile store itself. It never runs ravctl, because a listing may repair names on the disk.
 
-# WORDS:THIRD:KEYS, a line each: the words of a command; what stands behind them (new: a text of the user's, named: a
-# profile, any: a profile or the factory template, help: a subject of help); the words that it takes then.
+# A line WORDS:THIRD:KEYS for each command. WORDS are the words of the command. THIRD is the kind of the word behind
+# them: new is any text, named a profile, any a profile or the factory template, and help a subject of help. KEYS are
+# the words that may follow.
 set -g _ravctl_commands '
 profile create:new:allow_rename= helmsor= network= invitation= log_level= sys= activate
 profile modify:named:new_name= helmsor= network= invitation= log_level= sys= activate
@@ -35,7 +36,7 @@ set -g _ravctl_modes --quiet --verbose --json --text
 set -g _ravctl_subjects profile service list log support json internal
 set -g _ravctl_store /etc/zuv/profiles
 
-# The first line of a file that is not empty once everything but 33..126 is taken off both its ends.
+# Prints the first line of a file that is not empty after all bytes outside 33..126 are removed from its ends.
 function _ravctl_first_line
     test -f $argv[1] -a -r $argv[1]; or return 0
     begin
@@ -50,8 +51,8 @@ function _ravctl_first_line
     end <$argv[1]
 end
 
-# What may stand for a profile: the names in the store, the directories, the active one; with "any" the template too. A
-# user who may not read the names still gets the directories.
+# Prints the words that select a profile: the names in the store, the directories, and the words for the active profile;
+# with "any" also the template. A user who may not read the names gets the directories.
 function _ravctl_profiles
     for dir in $_ravctl_store/*/
         set dir (string trim -r -c / -- $dir)
@@ -63,7 +64,7 @@ function _ravctl_profiles
     test $argv[1] = any; and echo .factory
 end
 
-# The values of a key. Keys that take free text have none.
+# Prints the values of a key. Keys that take any text have no values.
 function _ravctl_values
     switch $argv[1]
         case allow_rename=
@@ -81,7 +82,7 @@ function _ravctl_values
     end
 end
 
-# The subjects of help: a category or the words of a command.
+# Prints the subjects of help: a category, or the words of a command.
 function _ravctl_help
     test $argv[1] -eq 2; and printf '%s\n' $_ravctl_subjects
     for row in (string split -n \n -- $_ravctl_commands)

@@ -1,14 +1,19 @@
 #!/bin/sh
-# zuv-sendbundle.sh: packs what somebody needs who looks into a problem of the daemon. Installed as
-# /usr/bin/zuv-sendbundle.sh it is what `ravctl support bundle` runs, as root and without words.
+# zuv-sendbundle.sh: packs the files that help to find a problem of the daemon. Installed as /usr/bin/zuv-sendbundle.sh
+# it is the script that `ravctl support bundle` runs, as root and without words.
 #
-# The bundle is a new file /etc/zuv/logs/bundle-TIME.tar.gz with mode 0600; its path is printed. It holds, of each
-# profile and of the template, name, configuration, heartbeat and the end of the log, and of the host versions,
-# interfaces and a list of the store.
+# The bundle is a new file /etc/zuv/logs/bundle-TIME.tar.gz with mode 0600. The script prints its path. It holds
+# - of each profile and of the template: name, configuration, heartbeat and the end of the log
+# - of the host: versions, interfaces and a list of the files of the store
 #
-# Left out are certificates and the daemon's state, which hold keys; the values of keys that sound like a secret; every
-# invitation, wherever it stands; and private keys in PEM form. Links are not followed. Nothing on the host is changed:
-# no command of ravctl is run that could name a profile or elect one.
+# It leaves out
+# - certificates and the state files of the daemon, because they hold keys
+# - the values of keys whose names sound like a secret
+# - every invitation, in any file
+# - private keys in PEM form
+#
+# The script follows no links and changes nothing else on the host: it runs no command of ravctl that could name a
+# profile or make one active.
 set -eu
 umask 077
 PATH=/usr/sbin:/usr/bin:/sbin:/bin
@@ -44,7 +49,7 @@ invitations() {
   done
 }
 
-# From standard input to standard output, without what is secret.
+# Copies standard input to standard output, and leaves out the secrets.
 clean() {
   LC_ALL=C awk -v secrets="$work/secrets" '
     BEGIN {
@@ -76,7 +81,7 @@ pack_profile() {
   done
 }
 
-# A command, and what it says.
+# note COMMAND [WORD...]: prints the command and its output.
 note() {
   printf '$ %s\n' "$*"
   "$@" 2>&1 || printf '(exit status %s)\n' "$?"
@@ -97,7 +102,7 @@ each_profile | while IFS= read -r folder; do pack_profile "$folder"; done
 describe_host | clean >"$work/$name/host.txt"
 tar -C "$work" -czf "$work/bundle" "$name"
 
-# A link never takes the place of a file that is there.
+# ln fails if the name exists, so the bundle never replaces another file.
 bundle=$logs/$name.tar.gz
 ln "$work/bundle" "$bundle"
 printf '%s\n' "$bundle"
