@@ -5,7 +5,7 @@ set(RAVCTL_MADE ${CMAKE_BINARY_DIR}/made)
 file(MAKE_DIRECTORY ${RAVCTL_MADE})
 
 # Call it in a folder whose targets, and the targets of the folders below, only test. It compiles them without
-# optimisation, because nothing measures them. The product that they link is compiled with the flags of the release.
+# optimisation, because nothing measures them. The product that they link keeps the usual flags.
 macro(compile_quickly)
   add_compile_options(-O0 -U_FORTIFY_SOURCE)
   # Libraries and programs use the compiler's default here, so that the same precompiled headers fit both.

@@ -37,8 +37,8 @@ _ravctl_modes='--quiet --verbose --json --text'
 _ravctl_subjects='profile service list log support json internal'
 _ravctl_store=/etc/zuv/profiles
 
-# Sets _ravctl_line to the first line of a file that is not empty after all bytes outside 33..126 are removed from its
-# ends.
+# Sets _ravctl_line to the first non-empty line of a file. Bytes outside 33..126 are removed from both ends of each line
+# first.
 _ravctl_first_line() {
   local LC_ALL=C line count
   _ravctl_line=

@@ -36,7 +36,7 @@ set -g _ravctl_modes --quiet --verbose --json --text
 set -g _ravctl_subjects profile service list log support json internal
 set -g _ravctl_store /etc/zuv/profiles
 
-# Prints the first line of a file that is not empty after all bytes outside 33..126 are removed from its ends.
+# Prints the first non-empty line of a file. Bytes outside 33..126 are removed from both ends of each line first.
 function _ravctl_first_line
     test -f $argv[1] -a -r $argv[1]; or return 0
     begin
