@@ -5,8 +5,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "testing/HostTest.h"
-#include "testing/Places.h"
+#include "testing/run/HostTest.h"
+#include "testing/host/Places.h"
 
 namespace {
 

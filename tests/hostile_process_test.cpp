@@ -85,7 +85,7 @@ TEST_F(HostileProcessTest, ChildrenInheritOnlyTheThreeStandardDescriptors) {
   }
 }
 
-TEST_F(HostileProcessTest, ALimitOfDescriptorsNeverCrashesItOrDamagesTheStore) {
+TEST_F(HostileProcessTest, ADescriptorLimitNeverCrashesTheProgramOrDamagesTheStore) {
   // The dynamic linker and sanitizers need some descriptors before main() starts.
   const unsigned long first = kIsStatic && kIsPlain ? 0 : 5;
   for (unsigned long limit = first; limit <= 10; ++limit) {

@@ -81,7 +81,7 @@ TEST_F(FaultInjectorTest, PrepareRunsBeforeEveryRun) {
   EXPECT_EQ(scenes, 9);
 }
 
-TEST_F(FaultInjectorTest, EveryCallFromTheChosenOneOnFails) {
+TEST_F(FaultInjectorTest, TheChosenCallAndAllLaterCallsFail) {
   const ArmedFaults armed({2, true, ENOSPC, {}, false});
   EXPECT_EQ(::access("/", F_OK), 0);
   for (int i = 0; i < 3; ++i) {

@@ -51,7 +51,7 @@ TEST_F(TracerTest, WithoutMeddlingTheProgramRunsNormally) {
   EXPECT_EQ(traceProgram({places::tracee()}, {}).exitStatus, 7);
 }
 
-TEST_F(TracerTest, CallsAreRecordedFromTheFirstCallOfMainOn) {
+TEST_F(TracerTest, RecordingStartsAtTheFirstCallOfMain) {
   TracePlan plan;
   plan.begin = SYS_poll;
   plan.keepCalls = true;
@@ -61,7 +61,7 @@ TEST_F(TracerTest, CallsAreRecordedFromTheFirstCallOfMainOn) {
   EXPECT_EQ(result.calls[0].number, 1u);
 }
 
-TEST_F(TracerTest, ARecordedCallHasItsFileAndSaysWhetherTheDiskChanges) {
+TEST_F(TracerTest, ARecordedCallHasItsFileAndItsEffectOnTheDisk) {
   TracePlan plan;
   plan.begin = SYS_poll;
   plan.keepCalls = true;
@@ -84,7 +84,7 @@ TEST_F(TracerTest, AChosenCallFailsOnce) {
   EXPECT_EQ(result.meddledFirst.path, kPath);
 }
 
-TEST_F(TracerTest, FromThereOnAllCallsOfTheSameNumberFail) {
+TEST_F(TracerTest, TheChosenCallAndAllLaterCallsOfItsNumberFail) {
   const TraceResult result = tracee("write", {Meddling::fail, kFirstWrite, fromThereOn, EIO});
   EXPECT_EQ(result.out, "open 0\n");
   EXPECT_EQ(host::readFile(kPath), "");
@@ -104,7 +104,7 @@ TEST_F(TracerTest, AFailedCloseReleasesTheDescriptor) {
             "read 0\nread 0\nagain -1 Interrupted system call\nagain -1 Bad file descriptor\n");
 }
 
-TEST_F(TracerTest, AFailedBrkLeavesMmapAndRepeatedFailuresLeaveNoMemory) {
+TEST_F(TracerTest, MmapReplacesAFailedBrkButFailsWithItFromThereOn) {
   TracePlan plan;
   plan.begin = SYS_poll;
   plan.keepCalls = true;

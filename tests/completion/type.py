@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Types into an interactive shell and tells what its line holds afterwards.
+"""Types into an interactive shell and prints the command line that results.
 
-type.py SHELL reads lines "KEY<tab>TEXT": TEXT is typed, then KEY: "tab" completes, "all" puts every match on the line.
-Each line of output is the shell's line after that. The shell loads the completion by itself, from where it is installed.
+type.py SHELL reads lines "KEY<tab>TEXT". For each it types TEXT and then the key: "tab" completes the last word, "all"
+inserts every match. It then prints the command line of the shell. The shell itself loads the installed completion.
 """
 import sys
 

@@ -74,9 +74,9 @@ class Judge {
       : scene_(scene), reference_(reference), run_(run), result_(run.result), stated_(*stated) {}
 
   Problems judge() {
-    lookAtEnd();
-    if (problems_.empty()) lookAtOutput();
-    if (problems_.empty()) lookAtFiles();
+    checkEnd();
+    if (problems_.empty()) checkOutput();
+    if (problems_.empty()) checkFiles();
     return problems_;
   }
 
@@ -88,7 +88,7 @@ class Judge {
     return isFailure(result_) || ranOutOfMemory(result_) || couldNotPrint(result_) || isSilenced(run_);
   }
 
-  void lookAtEnd() {
+  void checkEnd() {
     if (result_.timedOut) return add("it did not end");
     if (result_.signal != 0) return add("it died of signal " + std::to_string(result_.signal));
     const int expected = ranOutOfMemory(result_) ? 1 : 0;
@@ -97,7 +97,7 @@ class Judge {
     for (const std::string& open : result_.leftOpen) add("a descriptor was left open: " + open);
   }
 
-  void lookAtOutput() {
+  void checkOutput() {
     if (!result_.err.empty() && !ranOutOfMemory(result_) && !couldNotPrint(result_))
       add("on standard error: " + result_.err);
     const std::vector<std::string> lines = linesOf(result_.out);
@@ -137,7 +137,7 @@ class Judge {
     }
   }
 
-  void lookAtFiles() {
+  void checkFiles() {
     const bool reported = isReported();
     const States states = statesOf(reference_.before, reference_.after, run_.found);
     if (areAll(states, "done") || (reported && areAll(states, "kept"))) return;
