@@ -1,6 +1,6 @@
 // tools/count_tests.py counts planted reports of CTest and GoogleTest. All counts that ./dev prints come from it.
-#include "testing/run/HostTest.h"
 #include "testing/host/Places.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "testing/run/HostTest.h"
 #include "testing/host/Places.h"
+#include "testing/run/HostTest.h"
 
 namespace {
 
