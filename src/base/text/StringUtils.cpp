@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdio>
 #include <limits>
 
@@ -11,7 +12,7 @@ namespace {
 constexpr unsigned char deleteByte = 127;
 
 constexpr unsigned char byteOf(char c) { return static_cast<unsigned char>(c); }
-// White space as isspace() knows it in the C locale.
+// Whitespace as isspace() defines it in the C locale.
 constexpr bool isWhiteSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 constexpr char toLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
@@ -21,7 +22,7 @@ constexpr bool isTrimmed(char c, TrimSet set) {
   return byte < 33 || byte > 126;
 }
 
-// The engine of both joiners.
+// Joins the pieces, with "/" between them if `separated` is set.
 std::string append(std::initializer_list<std::string_view> pieces, bool separated) {
   std::size_t size = 0;
   for (const std::string_view piece : pieces) size += piece.size() + 1;
@@ -48,20 +49,19 @@ bool isOneOf(std::string_view text, const std::array<std::string_view, 4>& words
   return std::any_of(words.begin(), words.end(), [text](std::string_view word) { return equalIgnoreCase(text, word); });
 }
 
-// Reads digits from `at` on and moves `at` behind them. Counts downward, since the negative range is the larger one;
-// stops counting at the smallest value.
-std::int64_t negatedDigits(std::string_view text, std::size_t& at) {
-  constexpr std::int64_t smallest = std::numeric_limits<std::int64_t>::min();
-  std::int64_t value = 0;
-  for (; at < text.size() && isDigit(text[at]); ++at) {
-    const int digit = text[at] - '0';
-    value = value < (smallest + digit) / 10 ? smallest : value * 10 - digit;
-  }
-  return value;
+// Removes a plus sign, which std::from_chars does not accept. The text is empty, and so no number, if "-" follows the
+// "+".
+std::string_view withoutPlus(std::string_view text) {
+  if (!startsWith(text, "+")) return text;
+  text.remove_prefix(1);
+  return startsWith(text, "-") ? std::string_view() : text;
 }
 
-std::int64_t negatedSaturating(std::int64_t value) {
-  return value == std::numeric_limits<std::int64_t>::min() ? std::numeric_limits<std::int64_t>::max() : -value;
+// The largest or smallest value of the type, for a number that does not fit it.
+template <typename Number>
+Number nearestLimit(std::string_view number) {
+  using Limits = std::numeric_limits<Number>;
+  return startsWith(number, "-") ? Limits::min() : Limits::max();
 }
 
 }  // namespace
@@ -97,36 +97,28 @@ bool parseBool(std::string_view text, bool& result) {
 }
 
 bool parseInt32(std::string_view text, std::int32_t& value) {
-  text = trim(text, TrimSet::blanks);
-  const bool negative = !text.empty() && text.front() == '-';
-  if (negative || (!text.empty() && text.front() == '+')) text.remove_prefix(1);
-  if (text.empty() || !std::all_of(text.begin(), text.end(), isDigit)) return false;
-
-  std::size_t at = 0;
-  const std::int64_t negated = negatedDigits(text, at);
-  const std::int64_t number = negative ? negated : negatedSaturating(negated);
-  if (number < std::numeric_limits<std::int32_t>::min() || number > std::numeric_limits<std::int32_t>::max()) {
-    return false;
-  }
-  value = static_cast<std::int32_t>(number);
+  text = withoutPlus(trim(text, TrimSet::blanks));
+  std::int32_t number = 0;
+  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || stop != text.data() + text.size()) return false;
+  value = number;
   return true;
 }
 
 std::int64_t leadingInt64(std::string_view text, std::size_t* end) {
-  std::size_t at = 0;
-  while (at < text.size() && isWhiteSpace(text[at])) ++at;
-  const bool negative = at < text.size() && text[at] == '-';
-  if (negative || (at < text.size() && text[at] == '+')) ++at;
-  const std::size_t firstDigit = at;
-  const std::int64_t negated = negatedDigits(text, at);
-  if (end != nullptr) *end = at == firstDigit ? 0 : at;
-  return negative ? negated : negatedSaturating(negated);
+  const auto start = std::find_if_not(text.begin(), text.end(), isWhiteSpace);
+  const std::string_view number = withoutPlus(text.substr(static_cast<std::size_t>(start - text.begin())));
+  std::int64_t value = 0;
+  const auto [stop, error] = std::from_chars(number.data(), number.data() + number.size(), value);
+  if (end != nullptr) *end = error == std::errc::invalid_argument ? 0 : static_cast<std::size_t>(stop - text.data());
+  return error == std::errc::result_out_of_range ? nearestLimit<std::int64_t>(number) : value;
 }
 
 std::int32_t leadingPort(std::string_view text) {
-  std::size_t at = 0;
-  const std::int64_t port = negatedSaturating(negatedDigits(text, at));
-  return static_cast<std::int32_t>(std::min<std::int64_t>(port, std::numeric_limits<std::int32_t>::max()));
+  if (text.empty() || !isDigit(text.front())) return 0;
+  std::int32_t port = 0;
+  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+  return error == std::errc::result_out_of_range ? nearestLimit<std::int32_t>(text) : port;
 }
 
 std::string lowerCase(std::string_view text) {

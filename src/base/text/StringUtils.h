@@ -1,8 +1,9 @@
-// StringUtils: the small text routines that everything else shares: trimming and path joining, which nobody else in the
-// program does, numbers and booleans to text and back, and the splitting of a server URL.
+// StringUtils: the small text routines that the whole program shares: trimming, joining of paths, conversion of numbers
+// and booleans to text and back, and splitting of a server URL. No other file of the program trims texts or joins
+// paths.
 //
-// Bytes are bytes: nothing here depends on the locale, and letters are the ASCII letters. Views that are returned point
-// into the argument. Nothing fails loudly; a parser that returns false says what became of its output.
+// All functions work on bytes. None depends on the locale; a letter is an ASCII letter. Returned views point into the
+// argument. Parsers report failure by returning false; each documents what its output then holds.
 #pragma once
 
 #include <cstddef>
@@ -13,66 +14,71 @@
 
 namespace StringUtils {
 
-// What trimming takes off, from both ends.
+// The bytes that trimming removes from both ends.
 enum class TrimSet {
   nonPrintable,  // every byte outside 33..126: names, configuration lines, heartbeat
   blanks,        // bytes up to 32, and 127: values of key=value files, level names, numbers
 };
 std::string_view trim(std::string_view text, TrimSet set);
 
-// The pieces in order, empty ones skipped, with one "/" between two unless the text so far ends in one.
+// Joins the pieces in order and skips empty ones. Puts one "/" between two pieces, unless the text so far ends in "/".
 std::string joinPath(std::initializer_list<std::string_view> pieces);
-// The pieces in order, nothing between them.
+// Joins the pieces in order with nothing between them.
 std::string concatenate(std::initializer_list<std::string_view> pieces);
-// What follows the last "/" or "\"; the whole text when there is none.
+// The text behind the last "/" or "\"; the whole text if it has neither.
 std::string_view lastComponent(std::string_view path);
 
-// Decimal, as "%d" and "%ld"; "true" or "false". The deleted form keeps a pointer from being taken for a boolean.
+// Numbers become decimal text, as by "%d" and "%ld"; booleans become "true" or "false". The deleted overload stops the
+// compiler from converting a pointer to a boolean.
 std::string toString(std::int32_t number);
 std::string toString(std::int64_t number);
 std::string toString(bool value);
 std::string toString(const void* pointer) = delete;
-// Lower-case hexadecimal digits without a prefix: as many as needed, and exactly eight.
+// Lower-case hexadecimal digits without a prefix. toHex writes as many as needed, toHex8 exactly eight.
 std::string toHex(std::uint32_t number);
 std::string toHex8(std::uint32_t number);
 
-// "true", "yes", "1", "on" and "false", "no", "0", "off", whatever the case. Anything else is false with failure.
+// Parses "true", "yes", "1", "on" and "false", "no", "0", "off" in any mix of cases. For any other text it returns
+// false and sets `result` to false.
 bool parseBool(std::string_view text, bool& result);
 
-// A whole number: outer blanks taken off, one optional sign, decimal digits and nothing else, within 32 bits. On
-// failure `value` is left as it was.
+// Parses a whole number that fits 32 bits: blanks at both ends are ignored, one sign is allowed, and everything else
+// must be decimal digits. On failure it returns false and does not change `value`.
 bool parseInt32(std::string_view text, std::int32_t& value);
 
-// The number at the start of the text as strtoll reads it in base 10: white space, one optional sign, digits up to the
-// first byte that is none; saturating; 0 when there are no digits. `end`, when given, becomes the offset behind the
-// last digit, 0 when there are none.
+// The number at the start of the text, read as strtoll does in base 10: optional whitespace, an optional sign, then
+// digits up to the first byte that is no digit. A number beyond 64 bits becomes the nearest limit. Without digits the
+// result is 0. If `end` is given, it is set to the offset behind the last digit, or to 0 if there are no digits.
 std::int64_t leadingInt64(std::string_view text, std::size_t* end = nullptr);
 
-// The digits directly at the start, 0 when there are none. A number too large for the type stays at its largest value,
-// so that a port above 65535 is never taken for a good one.
+// The number that the digits at the very start of the text form; 0 if there are none. A number too large for the type
+// becomes its largest value, so that a port above 65535 never wraps to a valid one.
 std::int32_t leadingPort(std::string_view text);
 
 constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 bool startsWith(std::string_view text, std::string_view prefix);
 bool endsWith(std::string_view text, std::string_view ending);
-// Without regard to the case of ASCII letters.
+// These two ignore the case of ASCII letters.
 bool equalIgnoreCase(std::string_view a, std::string_view b);
 bool startsWithIgnoreCase(std::string_view text, std::string_view prefix);
 
-// The text with the letters A to Z made small.
+// The text with the letters A to Z converted to lower case.
 std::string lowerCase(std::string_view text);
 
-// Whether a byte below 32, or 127, is anywhere in the text.
+// True if the text contains a byte below 32 or the byte 127.
 bool hasControlByte(std::string_view text);
-// The text with every byte of 128 and above replaced by "?", so that one byte stays one byte.
+// The text with every byte of 128 and above replaced by one "?". The length does not change.
 std::string plainAscii(std::string_view text);
 
-// Splits "scheme://host:port/rest". `scheme` keeps its "://"; a host in brackets loses them; `port` is the run of
-// digits behind the host's colon, maybe empty and never checked; `rest` is everything behind. The search for ":" comes
-// before the one for "/": a colon anywhere in the rest ends an unbracketed host, deliberately. All four are emptied
-// first. False without "://", without anything behind it, without the closing bracket, and with an empty host; what was
-// recognised until then stays in the outputs.
+// Splits "scheme://host:port/rest" into four outputs, which it clears first.
+// - `scheme` includes the "://".
+// - `host` does not include the brackets of a bracketed host. The search for ":" comes before the search for "/": a
+//   colon anywhere behind the scheme ends an unbracketed host, even behind a slash. That is deliberate.
+// - `port` is the run of digits behind the host's colon. It may be empty; its value is not checked.
+// - `rest` is everything behind the port, or behind the host if there is no port.
+// Returns false if there is no "://", if nothing follows it, if the closing bracket is missing, or if the host is
+// empty. The outputs then keep the parts that were recognised before the failure.
 bool splitUrl(std::string_view url, std::string& scheme, std::string& host, std::string& port, std::string& rest);
 
 }  // namespace StringUtils

@@ -38,13 +38,13 @@ TEST(Trim, BlanksTakesBytesUpTo32And127) {
   }
 }
 
-TEST(Trim, WhatIsInsideStays) {
+TEST(Trim, BytesInsideTheTextStay) {
   EXPECT_EQ(StringUtils::trim(" a \x80 b ", TrimSet::nonPrintable), "a \x80 b");
   EXPECT_EQ(StringUtils::trim("lab\xc3\xa9", TrimSet::nonPrintable), "lab");
   EXPECT_EQ(StringUtils::trim("lab\xc3\xa9", TrimSet::blanks), "lab\xc3\xa9");
 }
 
-TEST(Trim, TextOfTrimmedBytesOnlyBecomesEmpty) {
+TEST(Trim, ATextOfTrimmedBytesOnlyBecomesEmpty) {
   EXPECT_EQ(StringUtils::trim(" \t\r\n\x7f", TrimSet::blanks), "");
   EXPECT_EQ(StringUtils::trim("\xff\x80 ", TrimSet::nonPrintable), "");
   EXPECT_EQ(StringUtils::trim("", TrimSet::blanks), "");
@@ -52,7 +52,7 @@ TEST(Trim, TextOfTrimmedBytesOnlyBecomesEmpty) {
 
 // --- paths
 
-TEST(JoinPath, PutsOneSeparatorUnlessOneIsThere) {
+TEST(JoinPath, PutsExactlyOneSlashBetweenTwoPieces) {
   const struct {
     const char* why;
     std::string joined, expected;
@@ -79,7 +79,7 @@ TEST(Concatenate, PutsNothingBetweenThePieces) {
   EXPECT_EQ(StringUtils::concatenate({std::string_view("x\0y", 3), "z"}), std::string("x\0yz", 4));
 }
 
-TEST(LastComponent, IsWhatFollowsTheLastSlashOfEitherKind) {
+TEST(LastComponent, IsTheTextBehindTheLastSlashOrBackslash) {
   EXPECT_EQ(StringUtils::lastComponent("/a/b/hip.conf"), "hip.conf");
   EXPECT_EQ(StringUtils::lastComponent("a\\b\\hip.conf"), "hip.conf");
   EXPECT_EQ(StringUtils::lastComponent("a/b\\c"), "c");
@@ -118,7 +118,7 @@ TEST(ToHex8, HasExactlyEightDigits) {
 
 // --- text to booleans and numbers
 
-TEST(ParseBool, KnowsEightWordsWhateverTheirCase) {
+TEST(ParseBool, AcceptsEightWordsInAnyCase) {
   for (const char* word : {"true", "yes", "1", "on", "TRUE", "YES", "On", "tRuE"}) {
     SCOPED_TRACE(word);
     bool result = false;
@@ -133,7 +133,7 @@ TEST(ParseBool, KnowsEightWordsWhateverTheirCase) {
   }
 }
 
-TEST(ParseBool, AnythingElseIsFalseWithFailure) {
+TEST(ParseBool, AnyOtherTextFailsAndGivesFalse) {
   for (const char* word : {"", "2", "y", "nein", "true ", " on", "t", "00", "truee"}) {
     SCOPED_TRACE(word);
     bool result = true;
@@ -167,7 +167,7 @@ TEST(ParseInt32, TakesOneSignAndDigitsBetweenBlanks) {
   }
 }
 
-TEST(ParseInt32, ARefusedTextLeavesTheValueAlone) {
+TEST(ParseInt32, AFailureDoesNotChangeTheValue) {
   for (const char* text : {"", " ", "+", "-", "+-1", "--1", "1.0", "1x", "x1", "1 2", "- 1", "0x10", "2147483648",
                            "-2147483649", "99999999999999999999999", "-99999999999999999999999",
                            "\x80"
@@ -201,7 +201,7 @@ TEST(LeadingInt64, StopsAtTheFirstByteThatIsNoDigit) {
   EXPECT_EQ(StringUtils::leadingInt64("+-1"), 0);
 }
 
-TEST(LeadingInt64, PassesOverTheWhiteSpaceOfTheCLocaleAlone) {
+TEST(LeadingInt64, SkipsOnlyTheWhitespaceOfTheCLocale) {
   for (int byte = 0; byte < 256; ++byte) {
     const std::string text = std::string(1, static_cast<char>(byte)) + "7";
     const bool isWhiteSpace = std::string_view("\t\n\v\f\r ").find(text[0]) != std::string_view::npos;
@@ -211,7 +211,7 @@ TEST(LeadingInt64, PassesOverTheWhiteSpaceOfTheCLocaleAlone) {
   }
 }
 
-TEST(LeadingInt64, TellsWhereTheDigitsEnd) {
+TEST(LeadingInt64, ReportsTheEndOfTheDigits) {
   std::size_t end = 99;
   (void)StringUtils::leadingInt64("  -12 s", &end);
   EXPECT_EQ(end, 5U);
@@ -221,8 +221,8 @@ TEST(LeadingInt64, TellsWhereTheDigitsEnd) {
   EXPECT_EQ(end, 26U);
 }
 
-// Every text of a few bytes out of a telling alphabet, against the system's own reader.
-TEST(LeadingInt64, ReadsAsStrtollReads) {
+// Compares every text of a few bytes from a small alphabet with the result of the system's strtoll.
+TEST(LeadingInt64, ReadsLikeStrtoll) {
   std::mt19937 random(1);
   constexpr std::string_view alphabet = " \t\v+-0123456789x9223372036854775807";
   for (int round = 0; round < 200'000; ++round) {
@@ -236,7 +236,7 @@ TEST(LeadingInt64, ReadsAsStrtollReads) {
   }
 }
 
-// A slow reading of the rule for whole numbers, digit by digit in a wide type.
+// A slow parser of whole numbers, digit by digit in a wide type.
 bool slowParse(std::string text, std::int64_t& number) {
   auto isOuter = [](char c) { return static_cast<unsigned char>(c) <= 32 || c == 127; };
   while (!text.empty() && isOuter(text.front())) text.erase(0, 1);
@@ -258,7 +258,7 @@ bool slowParse(std::string text, std::int64_t& number) {
   return true;
 }
 
-TEST(ParseInt32, AgreesWithASlowReadingOfItsRule) {
+TEST(ParseInt32, AgreesWithASlowImplementation) {
   std::mt19937 random(2);
   constexpr std::string_view alphabet = " \x7f+-0123456789x21474836";
   for (int round = 0; round < 200'000; ++round) {
@@ -291,7 +291,7 @@ TEST(LeadingPort, AHugeNumberNeverWraps) {
 
 // --- comparisons
 
-TEST(EqualIgnoreCase, FoldsAsciiLettersAlone) {
+TEST(EqualIgnoreCase, IgnoresTheCaseOfAsciiLettersOnly) {
   for (int a = 0; a < 256; ++a) {
     for (int b = 0; b < 256; ++b) {
       const bool sameLetter = (a ^ b) == 32 && (a | 32) >= 'a' && (a | 32) <= 'z';
@@ -323,7 +323,7 @@ TEST(EndsWith, ComparesTheEndingByteForByte) {
   EXPECT_FALSE(StringUtils::endsWith("main.CPP", ".cpp"));
 }
 
-TEST(IsDigit, IsTrueOfTheTenDigitsAlone) {
+TEST(IsDigit, IsTrueForTheTenDigitsOnly) {
   for (int byte = 0; byte < 256; ++byte) {
     EXPECT_EQ(StringUtils::isDigit(static_cast<char>(byte)), byte >= 48 && byte <= 57) << byte;
   }
@@ -337,7 +337,7 @@ TEST(HasControlByte, FindsBytesBelow32And127) {
   EXPECT_FALSE(StringUtils::hasControlByte(""));
 }
 
-TEST(PlainAscii, ReplacesEveryByteFrom128OnOneForOne) {
+TEST(PlainAscii, ReplacesEachByteOf128AndAboveByOneQuestionMark) {
   EXPECT_EQ(StringUtils::plainAscii("caf\xc3\xa9"), "caf??");
   const std::string bytes = allBytes();
   const std::string plain = StringUtils::plainAscii(bytes);
@@ -357,7 +357,7 @@ struct SplitCase {
   const char* rest;
 };
 
-TEST(SplitUrl, CutsAUrlIntoItsFourParts) {
+TEST(SplitUrl, SplitsAUrlIntoItsFourParts) {
   const SplitCase cases[] = {
       {"all parts", "https://h.example:8443/path?q", true, "https://", "h.example", "8443", "/path?q"},
       {"a host alone", "http://host", true, "http://", "host", "", ""},
@@ -391,7 +391,7 @@ TEST(SplitUrl, CutsAUrlIntoItsFourParts) {
   }
 }
 
-TEST(SplitUrl, WhatItCutsAddsUpToTheUrlAgain) {
+TEST(SplitUrl, ThePartsJoinToTheUrlAgain) {
   const std::string url = "https://host:80/path";
   for (std::size_t length = 0; length <= url.size(); ++length) {
     const std::string prefix = url.substr(0, length);

@@ -1,10 +1,11 @@
-// TextRef: a view of a zero-terminated text that can also hold the text of a number.
+// TextRef: a view of a zero-terminated text, which can also hold the text of a number itself.
 //
 //   bool known = TextRef(argument).equalsIgnoreCase(TextRef("debug"));   // argument may be null
 //   puts(TextRef(-5).text());                                           // "-5"
 //
-// The view does not own text given to it: that must outlive the view. Text made from a number lives inside the view
-// itself, and copies of such a view hold their own copy. A view is never null; a null pointer makes the empty view.
+// The view does not own a text that it is made from: that text must outlive the view. The text of a number lives inside
+// the view, and each copy of such a view has its own copy of the text. A view is never null; a null pointer makes an
+// empty view.
 #pragma once
 
 #include <cstdint>
@@ -13,11 +14,12 @@
 
 class TextRef {
  public:
-  // `text` up to its zero byte; null is the empty text.
+  // A view of `text` up to its zero byte. Null makes the empty text.
   explicit TextRef(const char* text);
-  // Pointer and length of `text`, zero bytes inside included; invalid as soon as the string changes.
+  // A view of the whole string, including zero bytes inside it. It becomes invalid when the string changes.
   explicit TextRef(const std::string& text);
-  // As printf writes it: "%d", "true" or "false", "%lf" (six digits after the point, at most 99 bytes kept).
+  // The text of a value: a number as printf writes it with "%d", "true" or "false", or a double as by "%lf". That has
+  // six digits after the point and is cut after 99 bytes.
   explicit TextRef(std::int32_t number);
   explicit TextRef(bool value);
   explicit TextRef(double number);
@@ -25,15 +27,15 @@ class TextRef {
   TextRef(const TextRef& other);
   TextRef& operator=(const TextRef& other);
 
-  // Never null, always zero-terminated.
+  // Never null; always zero-terminated.
   const char* text() const { return text_; }
   std::uint32_t length() const { return length_; }
   bool isEmpty() const { return length_ == 0; }
   std::string_view view() const { return {text_, length_}; }
 
-  // Same length and same bytes.
+  // True if both texts have the same length and the same bytes.
   bool equals(const TextRef& other) const;
-  // As strcasecmp: ASCII letters only, each text up to its first zero byte.
+  // Compares as strcasecmp does: it ignores the case of ASCII letters and reads each text up to its first zero byte.
   bool equalsIgnoreCase(const TextRef& other) const;
 
  private:

@@ -9,8 +9,6 @@
 namespace TimeUtils {
 namespace {
 
-constexpr std::int64_t microsPerSecond = 1'000'000;
-
 // Arithmetic that wraps instead of being undefined.
 constexpr std::uint64_t bits(std::int64_t value) { return static_cast<std::uint64_t>(value); }
 constexpr std::int64_t plus(std::int64_t a, std::int64_t b) { return static_cast<std::int64_t>(bits(a) + bits(b)); }
@@ -23,7 +21,7 @@ struct Split {
   std::int64_t micros;  // 0 to 999,999
 };
 
-// Rounds down, also before 1970.
+// Splits a time and rounds the seconds down, also before 1970.
 constexpr Split split(std::int64_t micros) {
   Split result{micros / microsPerSecond, micros % microsPerSecond};
   if (result.micros < 0) {
@@ -37,31 +35,19 @@ constexpr std::int64_t join(std::int64_t seconds, std::int64_t micros) {
   return plus(times(seconds, microsPerSecond), micros);
 }
 
-// The last field that a stamp shows, as how many bytes of the longest one are cut off for it.
-enum StampEnd : std::size_t { atSecond = 0, atMinute = 2, atHour = 4, atDay = 7 };
-
-std::string stamp(std::string_view prefix, std::string_view suffix, std::int64_t micros, StampEnd end) {
-  const BrokenDownTime t = breakDown(micros == 0 ? nowMicros() : micros);
-  std::array<char, 64> text{};
-  const int length = std::snprintf(text.data(), text.size(), "%04d%02d%02d-%02d%02d%02d", t.year, t.month, t.day,
-                                   t.hour, t.minute, t.second);
-  const std::string_view longest(text.data(), static_cast<std::size_t>(length));
-  return StringUtils::concatenate({prefix, longest.substr(0, longest.size() - end), suffix});
+std::string digits(int width, int number) {
+  std::array<char, 16> text{};
+  std::snprintf(text.data(), text.size(), "%0*d", width, number);
+  return text.data();
 }
 
-// Digits by hand, since every log line has a time. Each returns the place behind what it wrote.
-char* putDigits(char* to, int value, int width) {
-  for (int i = width - 1; i >= 0; --i) {
-    to[i] = static_cast<char>('0' + value % 10);
-    value /= 10;
-  }
-  return to + width;
-}
+// The texts of the stamps. Each adds one field to the one before it.
+std::string dayText(const BrokenDownTime& t) { return digits(4, t.year) + digits(2, t.month) + digits(2, t.day); }
+std::string hourText(const BrokenDownTime& t) { return dayText(t) + "-" + digits(2, t.hour); }
+std::string minuteText(const BrokenDownTime& t) { return hourText(t) + digits(2, t.minute); }
+std::string secondText(const BrokenDownTime& t) { return minuteText(t) + digits(2, t.second); }
 
-char* putYear(char* to, int year) {
-  if (year >= 0 && year <= 9999) return putDigits(to, year, 4);
-  return to + std::snprintf(to, 16, "%04d", year);
-}
+BrokenDownTime fieldsOrNow(std::int64_t micros) { return breakDown(micros == 0 ? nowMicros() : micros); }
 
 struct UnitWord {
   std::string_view word;
@@ -69,7 +55,7 @@ struct UnitWord {
 };
 
 constexpr std::int64_t millisecond = 1'000;
-constexpr std::int64_t second = 1'000'000;
+constexpr std::int64_t second = microsPerSecond;
 constexpr std::int64_t minute = 60 * second;
 constexpr std::int64_t hour = 60 * minute;
 constexpr std::int64_t day = 24 * hour;
@@ -106,10 +92,10 @@ constexpr UnitWord unitWords[] = {
     {"days", day},
 };
 
-// Whether a byte ends a unit word, or is skipped before it.
+// True for a byte that may separate number and unit, and that ends a unit.
 constexpr bool isGap(char c) { return static_cast<unsigned char>(c) <= 32; }
 
-// The factor of the unit at the start of the text, 0 when there is none.
+// The factor of the unit at the start of the text; 0 if there is none.
 std::int64_t unitFactor(std::string_view text) {
   for (const UnitWord& unit : unitWords) {
     if (!StringUtils::startsWithIgnoreCase(text, unit.word)) continue;
@@ -120,8 +106,8 @@ std::int64_t unitFactor(std::string_view text) {
 
 struct PrintedUnit {
   std::uint64_t micros;
-  std::uint64_t below;  // durations below this print in this unit, unless they are whole multiples of the next one
-  std::uint64_t ratio;  // how many of this unit make one of the next
+  std::uint64_t below;  // durations below this are printed in this unit, except whole multiples of the next unit
+  std::uint64_t ratio;  // how many of this unit make one of the next unit
   const char* singular;
   const char* plural;
 };
@@ -171,10 +157,10 @@ std::int64_t fromTimeval(const timeval* time) { return time == nullptr ? 0 : joi
 
 std::int64_t localOffsetMicros() {
   std::tm reference{};
-  reference.tm_year = 2018;  // counted from 1900: deliberate, see the header
+  reference.tm_year = 2018;  // counted from 1900, so 3918: deliberate, see the header
   reference.tm_mon = 3;
   reference.tm_mday = 1;
-  // In this order on one record: mktime puts daylight saving into the fields that timegm then reads.
+  // Both calls use one record in this order: mktime stores daylight saving in the fields that timegm then reads.
   const std::int64_t local = std::mktime(&reference);
   const std::int64_t utc = ::timegm(&reference);
   return times(local - utc, microsPerSecond);
@@ -196,7 +182,7 @@ BrokenDownTime breakDown(std::int64_t micros) {
   fields.day = calendar.tm_mday;
   fields.hour = calendar.tm_hour;
   fields.minute = calendar.tm_min;
-  fields.second = calendar.tm_sec == 60 ? 59 : calendar.tm_sec;  // 60 is a leap second, in zones that count them
+  fields.second = calendar.tm_sec == 60 ? 59 : calendar.tm_sec;  // 60 is a leap second, in time zones that count them
   fields.millisecond = static_cast<int>(parts.micros / 1'000);
   fields.microsecond = static_cast<int>(parts.micros % 1'000);
   fields.micros = micros;
@@ -217,23 +203,11 @@ std::int64_t compose(const BrokenDownTime& fields) {
 
 std::string formatTime(std::int64_t micros, bool withMicros, char separator) {
   const BrokenDownTime t = breakDown(micros);
-  std::array<char, 64> text;
-  char* at = putYear(text.data(), t.year);
-  *at++ = '-';
-  at = putDigits(at, t.month, 2);
-  *at++ = '-';
-  at = putDigits(at, t.day, 2);
-  *at++ = separator;
-  at = putDigits(at, t.hour, 2);
-  *at++ = ':';
-  at = putDigits(at, t.minute, 2);
-  *at++ = ':';
-  at = putDigits(at, t.second, 2);
-  if (withMicros) {
-    *at++ = '.';
-    at = putDigits(at, t.millisecond * 1'000 + t.microsecond, 6);
-  }
-  return std::string(text.data(), at);
+  std::array<char, 64> text{};
+  const int length = std::snprintf(text.data(), text.size(), "%04d-%02d-%02d%c%02d:%02d:%02d", t.year, t.month, t.day,
+                                   separator, t.hour, t.minute, t.second);
+  const std::string seconds(text.data(), static_cast<std::size_t>(length));
+  return withMicros ? seconds + "." + digits(6, t.millisecond * 1'000 + t.microsecond) : seconds;
 }
 
 std::int64_t parseIsoTime(std::string_view text) {
@@ -244,19 +218,19 @@ std::int64_t parseIsoTime(std::string_view text) {
 }
 
 std::string dayStamp(std::string_view prefix, std::string_view suffix, std::int64_t micros) {
-  return stamp(prefix, suffix, micros, atDay);
+  return StringUtils::concatenate({prefix, dayText(fieldsOrNow(micros)), suffix});
 }
 
 std::string hourStamp(std::string_view prefix, std::string_view suffix, std::int64_t micros) {
-  return stamp(prefix, suffix, micros, atHour);
+  return StringUtils::concatenate({prefix, hourText(fieldsOrNow(micros)), suffix});
 }
 
 std::string minuteStamp(std::string_view prefix, std::string_view suffix, std::int64_t micros) {
-  return stamp(prefix, suffix, micros, atMinute);
+  return StringUtils::concatenate({prefix, minuteText(fieldsOrNow(micros)), suffix});
 }
 
 std::string secondStamp(std::string_view prefix, std::string_view suffix, std::int64_t micros) {
-  return stamp(prefix, suffix, micros, atSecond);
+  return StringUtils::concatenate({prefix, secondText(fieldsOrNow(micros)), suffix});
 }
 
 std::int64_t parseDuration(std::string_view text) {
@@ -271,7 +245,7 @@ std::string formatDuration(std::int64_t micros) {
   if (micros == 0) return "0 seconds";
   const std::uint64_t magnitude = micros < 0 ? 0 - bits(micros) : bits(micros);
   const PrintedUnit& unit = unitFor(magnitude);
-  // No duration of 64 bits has more units than 32 bits hold: the largest is 106751991 days.
+  // The count always fits 32 bits: the largest duration is 106751991 days.
   const auto count = static_cast<std::int32_t>(magnitude / unit.micros);
   return StringUtils::concatenate(
       {micros < 0 ? "-" : "", StringUtils::toString(count), count == 1 ? unit.singular : unit.plural});

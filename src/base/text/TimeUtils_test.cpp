@@ -78,13 +78,13 @@ TEST(Clock, TheMonotonicClockNeverGoesBack) {
   EXPECT_LT(second - first, 60 * sec);
 }
 
-TEST(NextTimestamp, IsNowWhenTheClockIsPastThePreviousOne) {
+TEST(NextTimestamp, IsTheCurrentTimeIfThatIsLaterThanThePreviousStamp) {
   const std::int64_t now = nowMicros();
   EXPECT_GE(nextTimestamp(now - 10), now);
   EXPECT_LT(nextTimestamp(now - 10), now + 60 * sec);
 }
 
-TEST(NextTimestamp, StrictlyIncreasesWhenTheClockDoesNot) {
+TEST(NextTimestamp, StrictlyIncreasesEvenIfTheClockDoesNot) {
   const std::int64_t future = nowMicros() + 3'600 * sec;
   EXPECT_EQ(nextTimestamp(future), future + 1);
   std::int64_t stamp = 0;
@@ -95,7 +95,7 @@ TEST(NextTimestamp, StrictlyIncreasesWhenTheClockDoesNot) {
   }
 }
 
-TEST(NextTimestamp, WrapsAtTheEndOfTime) { EXPECT_EQ(nextTimestamp(INT64_MAX), INT64_MIN); }
+TEST(NextTimestamp, WrapsAtTheLargestTime) { EXPECT_EQ(nextTimestamp(INT64_MAX), INT64_MIN); }
 
 TEST(Timeval, SplitsRoundingDown) {
   const struct {
@@ -111,18 +111,18 @@ TEST(Timeval, SplitsRoundingDown) {
   }
 }
 
-TEST(Timeval, GoesThereAndBackAtTheEnds) {
+TEST(Timeval, ConvertsThereAndBackAtBothLimits) {
   for (const std::int64_t micros : {INT64_MIN, INT64_MAX}) {
     const timeval time = toTimeval(micros);
     EXPECT_EQ(fromTimeval(&time), micros);
   }
 }
 
-TEST(Timeval, AnAbsentOneIsZero) { EXPECT_EQ(fromTimeval(nullptr), 0); }
+TEST(Timeval, NullIsZero) { EXPECT_EQ(fromTimeval(nullptr), 0); }
 
-TEST(Timeval, AnOverflowingOneWraps) {
+TEST(Timeval, AnOverflowWraps) {
   timeval time{};
-  time.tv_sec = 9'223'372'036'855;  // one second past the range
+  time.tv_sec = 9'223'372'036'855;  // one second beyond the range
   EXPECT_EQ(fromTimeval(&time), -9'223'372'036'854'551'616);
 }
 
@@ -162,7 +162,7 @@ TEST(LocalTicks, AreTheTimeMinusTheOffset) {
   EXPECT_EQ(fromLocalTicks(toLocalTicks(1'234'567'890'123'456)), 1'234'567'890'123'456);
 }
 
-TEST(LocalTicks, WrapAtTheEnds) {
+TEST(LocalTicks, WrapAtBothLimits) {
   const Zone zone("CET-1");
   EXPECT_EQ(toLocalTicks(INT64_MAX), INT64_MIN + 3'600 * sec - 1);
   EXPECT_EQ(fromLocalTicks(INT64_MIN), INT64_MAX - 3'600 * sec + 1);
@@ -189,7 +189,7 @@ TEST(BreakDown, RoundsDownBefore1970) {
   expectFields(breakDown(-1'000'001), {1969, 12, 31, 23, 59, 58, 999, 999});
 }
 
-TEST(BreakDown, HoldsTheWholeRange) {
+TEST(BreakDown, HandlesTheWholeRange) {
   expectFields(breakDown(INT64_MAX), {294247, 1, 10, 4, 0, 54, 775, 807});
   expectFields(breakDown(INT64_MIN), {-290308, 12, 21, 19, 59, 5, 224, 192});
 }
@@ -198,7 +198,7 @@ TEST(BreakDown, ALeapSecondShowsSecond59) {
   if (::access("/usr/share/zoneinfo/right/UTC", R_OK) != 0) GTEST_SKIP() << "no zone here counts leap seconds";
   const Zone zone("right/UTC");
   std::tm raw{};
-  const std::time_t leap = 1'483'228'826;  // the one at the end of 2016
+  const std::time_t leap = 1'483'228'826;  // the leap second at the end of 2016
   ::gmtime_r(&leap, &raw);
   ASSERT_EQ(raw.tm_sec, 60);
   expectFields(breakDown(leap * sec + 7), {2016, 12, 31, 23, 59, 59, 0, 7});
@@ -222,7 +222,7 @@ TEST(Compose, CarriesFieldsOutsideTheirRange) {
   expectFields(breakDown(compose(t)), {2025, 1, 1, 0, 0, 1, 500, 0});
 }
 
-TEST(Compose, ExtremeFieldsAreNoUndefinedBehaviour) {
+TEST(Compose, ExtremeFieldsCauseNoUndefinedBehaviour) {
   BrokenDownTime t;
   t.year = t.month = t.day = t.hour = t.minute = t.second = t.millisecond = t.microsecond = INT_MIN;
   (void)compose(t);
@@ -240,7 +240,7 @@ TEST(FormatTime, HasTheDateTheSeparatorAndTheTime) {
   EXPECT_EQ(formatTime(-1, true, ' '), "1969-12-31 23:59:59.999999");
 }
 
-TEST(FormatTime, TheEndsOfTheRangeAreNotCut) {
+TEST(FormatTime, BothLimitsArePrintedInFull) {
   EXPECT_EQ(formatTime(INT64_MAX, true, ' '), "294247-01-10 04:00:54.775807");
   EXPECT_EQ(formatTime(INT64_MIN, true, ' '), "-290308-12-21 19:59:05.224192");
 }
@@ -272,7 +272,7 @@ TEST(ParseIsoTime, ReadsAllSixFieldsOrNothing) {
   }
 }
 
-TEST(ParseIsoTime, EveryCutTextIsZero) {
+TEST(ParseIsoTime, EveryTruncatedTextGivesZero) {
   const std::string text = "2024-03-01T12:00:05";
   for (std::size_t length = 0; length < text.size() - 1; ++length) {
     EXPECT_EQ(parseIsoTime(text.substr(0, length)), 0) << length;
@@ -294,7 +294,7 @@ TEST(Stamps, StandBetweenPrefixAndSuffix) {
   EXPECT_EQ(minuteStamp("app-", ".log", time), "app-20250302-1305.log");
   EXPECT_EQ(secondStamp("app-", ".log", time), "app-20250302-130507.log");
   EXPECT_EQ(secondStamp("", "", time), "20250302-130507");
-  EXPECT_EQ(hourStamp("", "", INT64_MIN), "-2903081221-19");  // a year of any length
+  EXPECT_EQ(hourStamp("", "", INT64_MIN), "-2903081221-19");  // a year may have any number of digits
   EXPECT_EQ(dayStamp("", "", INT64_MAX), "2942470110");
   EXPECT_EQ(dayStamp(std::string(5'000, 'p'), "%s", time), std::string(5'000, 'p') + "20250302%s");
 }
@@ -375,7 +375,7 @@ TEST(ParseDuration, AnOverflowWrapsAndAHugeCountSaturates) {
   EXPECT_EQ(parseDuration("-9223372036854775808 d"), 0);
 }
 
-TEST(ParseDuration, AnAbsentTextIsZero) { EXPECT_EQ(parseDuration(std::string_view()), 0); }
+TEST(ParseDuration, AnEmptyTextIsZero) { EXPECT_EQ(parseDuration(std::string_view()), 0); }
 
 TEST(ParseDuration, TheTextEndsAtAZeroByte) {
   EXPECT_EQ(parseDuration(std::string_view("10\0s", 4)), 0);
@@ -433,7 +433,7 @@ TEST(FormatDuration, PicksTheUnitBySizeAndDivisibility) {
   }
 }
 
-TEST(FormatDuration, AgreesWithASlowReadingOfItsRules) {
+TEST(FormatDuration, AgreesWithASlowImplementation) {
   std::mt19937_64 random(5);
   const std::int64_t roundings[] = {1, 1'000, 1'000'000, 60'000'000, 3'600'000'000, 86'400'000'000};
   for (int i = 0; i < 200'000; ++i) {
