@@ -34,6 +34,6 @@ void Leftover::forget() {
 void removeLeftovers() {
   const std::lock_guard<std::mutex> lock(guard);
   for (const Leftover* leftover = lastMarked; leftover != nullptr; leftover = leftover->next_) {
-    (void)unlink(leftover->path_);  // the process is about to end; there is nobody to tell
+    (void)unlink(leftover->path_);  // the process is about to end, so a failure cannot be reported
   }
 }

@@ -1,12 +1,13 @@
-// Leftover: a file that must not stay behind when the process ends at once, without leaving its scopes.
+// Leftover: a file that must be removed even if the process ends at once, without running destructors.
 //
 //   Leftover temporary;
-//   temporary.mark(path_.c_str());     // from now on removeLeftovers unlinks it
+//   temporary.mark(path_.c_str());     // from now on removeLeftovers unlinks the file
 //   ...
-//   temporary.forget();                // renamed, removed or wanted after all
+//   temporary.forget();                // the file was renamed or removed, or is to be kept
 //
-// For the one way in which the program ends like that: memory has run out (see Process.h). Marking takes no memory. The
-// path is borrowed and must stay where it is until it is forgotten, which the end of the scope does too. Threads: safe.
+// The program ends in that way only when memory runs out (see Process.h). Marking allocates no memory. The path is
+// borrowed: the text must neither move nor change until forget is called or the scope ends.
+// Threads: all functions may be called from any thread.
 #pragma once
 
 class Leftover {
@@ -16,9 +17,9 @@ class Leftover {
   Leftover& operator=(const Leftover&) = delete;
   ~Leftover() { forget(); }
 
-  // Replaces the path that was marked before.
+  // Marks the file at `path`, in place of the file that was marked before.
   void mark(const char* path);
-  // Does nothing without a mark.
+  // Unmarks the file. Does nothing if none is marked.
   void forget();
 
  private:
@@ -28,5 +29,5 @@ class Leftover {
   Leftover* next_ = nullptr;
 };
 
-// Unlinks every marked file, the last one marked first. Takes no memory.
+// Unlinks every marked file, starting with the one marked last. Allocates no memory.
 void removeLeftovers();

@@ -48,7 +48,7 @@ TEST_F(LeftoverTest, AForgottenFileStays) {
   EXPECT_FALSE(isThere(c));
 }
 
-TEST_F(LeftoverTest, TheEndOfTheScopeForgets) {
+TEST_F(LeftoverTest, TheDestructorForgetsTheMark) {
   const std::string a = make("/tmp/a");
   {
     Leftover scoped;

@@ -12,7 +12,7 @@
 
 namespace {
 
-// The signals whose default would kill us on a failed write, and what we found there.
+// The signals whose default action would kill the process on a failed write, and their inherited actions.
 struct OwnSignal {
   int number;
   bool changed;
@@ -23,12 +23,12 @@ OwnSignal ownSignals[] = {{SIGPIPE, false, {}}, {SIGXFSZ, false, {}}};
 void openClosedStandardDescriptors() {
   pollfd standard[] = {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}};
   const int polled = poll(standard, 3, 0);
-  if (polled == 0) return;  // the usual case: nothing to report, so all three are open
+  if (polled == 0) return;  // the usual case: poll reports nothing, so all three are open
   for (const pollfd& descriptor : standard) {
-    // A limit of descriptors below three makes poll fail; then each is asked alone.
+    // poll fails if the limit of descriptors is below three. Then each descriptor is tested alone.
     const bool isClosed = polled > 0 ? (descriptor.revents & POLLNVAL) != 0 : fcntl(descriptor.fd, F_GETFD) < 0;
-    // open(2) takes the lowest free number, which is this one. Kept open across exec: children need it as much.
-    // Without a /dev/null there is nothing better to do than to go on.
+    // open(2) uses the lowest free number, which is this one. It is not close-on-exec, because children need it too.
+    // If there is no /dev/null, the program continues with a closed descriptor.
     if (isClosed) (void)open("/dev/null", O_RDWR);
   }
 }
@@ -51,7 +51,7 @@ void makeChildrenWaitable() {
 [[noreturn]] void endWithoutMemory() {
   removeLeftovers();
   constexpr char words[] = "ravctl: out of memory\n";
-  // The process ends in any case; there is nowhere left to report a failure of its last word.
+  // The process ends even if this write fails, for the failure cannot be reported anywhere.
   if (write(STDERR_FILENO, words, sizeof words - 1) < 0) _exit(1);
   _exit(1);
 }
@@ -68,13 +68,13 @@ void prepareProcess() {
 void giveBackSignals() {
   for (const OwnSignal& own : ownSignals) {
     if (own.changed) {
-      (void)sigaction(own.number, &own.inherited, nullptr);  // it was set a moment ago, so it can be set back
+      (void)sigaction(own.number, &own.inherited, nullptr);  // can't fail: the signal and the action are valid
     }
   }
 }
 
-// Nothing of ours throws, so nobody would read the demangled name of an exception that ended the process. The library's
-// own handler brings a demangler of 50 KiB with it, which every start would pay for in pages.
+// Replaces the library's terminate handler, which prints the demangled name of an exception. Our code throws nothing,
+// and the demangler is 50 KiB of code whose pages every start would have to load.
 namespace __gnu_cxx {
 void __verbose_terminate_handler() { std::abort(); }  // NOLINT(bugprone-reserved-identifier): the library's own name
 }  // namespace __gnu_cxx

@@ -1,17 +1,22 @@
-// What a process that runs as root must put in order before it does anything else, and what it owes its children.
+// Process: sets up a process that runs as root, before it does anything else, and restores for its children what it
+// changed.
 //
 //   int main(...) { prepareProcess(); ... }
 //   if (fork() == 0) { giveBackSignals(); execve(...); _exit(101); }
 #pragma once
 
-// To be called once, first thing in main:
-// - descriptors 0, 1 and 2 that arrive closed are opened on /dev/null, so that no file of ours ever takes their place;
-// - SIGPIPE and SIGXFSZ are ignored: a reader that went away and a file-size limit are failed writes, not deaths;
-// - an inherited ignored SIGCHLD is set to its default, since children could not be waited for otherwise;
-// - when memory runs out, one line on standard error says so and the process ends at once with status 1; what is
-//   marked as a Leftover is removed first, so that no temporary file and no lock file stays.
+// Must be called once, as the first statement of main. It does the following:
+// - It opens each of the descriptors 0, 1 and 2 that is closed on /dev/null, so that no file that the program opens
+//   gets one of these numbers.
+// - It ignores SIGPIPE and SIGXFSZ, so that a closed reader and a file-size limit make a write fail and do not kill the
+//   process.
+// - It resets SIGCHLD to its default if the process inherited it as ignored, because the process could not wait for its
+//   children otherwise.
+// - It installs a new-handler for the case that memory runs out. The handler removes every file marked as a Leftover,
+//   so that no temporary file and no lock file remains, writes one line to standard error and ends the process at once
+//   with status 1.
 void prepareProcess();
 
-// In a child, before it becomes another program: SIGPIPE and SIGXFSZ get back what prepareProcess found.
-// Async-signal-safe. Does nothing when prepareProcess was never called.
+// Restores the actions of SIGPIPE and SIGXFSZ that prepareProcess found. Call it in a child before exec.
+// Async-signal-safe. Does nothing if prepareProcess was never called.
 void giveBackSignals();

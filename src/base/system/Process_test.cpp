@@ -19,11 +19,11 @@
 
 namespace {
 
-// Exit statuses of a child below: it came out as claimed, or not.
+// Exit statuses of a child: the test succeeded or failed.
 constexpr int yes = 10;
 constexpr int no = 11;
 
-// How a child ended that ran `body`: the exit status, or minus the signal that killed it.
+// Runs `body` in a child. Returns its exit status, or the negated number of the signal that killed it.
 int endOf(const std::function<bool()>& body) {
   const pid_t child = ::fork();
   if (child == 0) ::_exit(body() ? yes : no);
@@ -74,10 +74,10 @@ TEST_F(ProcessTest, ClosedStandardDescriptorsAreOpenedOnTheNullDevice) {
   }
 }
 
-TEST_F(ProcessTest, ATightLimitOfDescriptorsDoesNotKeepThemClosed) {
+TEST_F(ProcessTest, ClosedDescriptorsAreOpenedUnderALowDescriptorLimitToo) {
   EXPECT_EQ(yes, endOf([] {
               ::close(0);
-              const rlimit limit{2, 2};  // poll(2) refuses three of them then
+              const rlimit limit{2, 2};  // poll(2) refuses three descriptors then
               ::setrlimit(RLIMIT_NOFILE, &limit);
               prepareProcess();
               return isNullDevice(0) && isOpen(1) && isOpen(2);
@@ -95,7 +95,7 @@ TEST_F(ProcessTest, OpenStandardDescriptorsAreLeftAlone) {
   EXPECT_EQ(host::readFile("/tmp/file"), "outerr");
 }
 
-TEST_F(ProcessTest, ABrokenPipeIsAnOpenDescriptor) {
+TEST_F(ProcessTest, ADescriptorOfABrokenPipeCountsAsOpen) {
   EXPECT_EQ(yes, endOf([] {
               int ends[2];
               if (::pipe(ends) != 0) return false;
@@ -107,7 +107,7 @@ TEST_F(ProcessTest, ABrokenPipeIsAnOpenDescriptor) {
             }));
 }
 
-TEST_F(ProcessTest, WithoutANullDeviceItGoesOn) {
+TEST_F(ProcessTest, WithoutANullDeviceTheProcessContinues) {
   EXPECT_EQ(yes, endOf([] {
               if (::chroot("/tmp") != 0) return false;
               ::close(0);
@@ -116,7 +116,7 @@ TEST_F(ProcessTest, WithoutANullDeviceItGoesOn) {
             }));
 }
 
-TEST_F(ProcessTest, NoFileOfOursTakesTheirPlace) {
+TEST_F(ProcessTest, NoOpenedFileGetsTheNumberOfAStandardDescriptor) {
   host::makeProfile("profile-1", "lab");
   host::makeActive("profile-1");
   for (const std::vector<int>& closed :
@@ -144,7 +144,7 @@ TEST_F(ProcessTest, ChildrenFindTheirStandardDescriptorsOpen) {
 
 // --- Signals
 
-TEST_F(ProcessTest, AFailedWriteIsNoDeath) {
+TEST_F(ProcessTest, AFailedWriteDoesNotKillTheProcess) {
   EXPECT_EQ(-SIGXFSZ, endOf([] {
     const rlimit limit{10, 10};
     ::setrlimit(RLIMIT_FSIZE, &limit);
@@ -161,7 +161,7 @@ TEST_F(ProcessTest, AFailedWriteIsNoDeath) {
             }));
 }
 
-TEST_F(ProcessTest, AnIgnoredChildSignalIsSetToItsDefault) {
+TEST_F(ProcessTest, AnInheritedIgnoredChildSignalIsResetToItsDefault) {
   EXPECT_EQ(yes, endOf([] {
               ::signal(SIGCHLD, SIG_IGN);
               prepareProcess();
@@ -172,7 +172,7 @@ TEST_F(ProcessTest, AnIgnoredChildSignalIsSetToItsDefault) {
             }));
 }
 
-TEST_F(ProcessTest, AnIgnoredChildSignalDoesNotHideAFailedTool) {
+TEST_F(ProcessTest, AnInheritedIgnoredChildSignalDoesNotHideAFailedTool) {
   host::writeFile("/etc/zuv/.systemctl", "");
   host::installScript("/bin/systemctl", "exit 7");
   const Outcome outcome =
@@ -181,7 +181,7 @@ TEST_F(ProcessTest, AnIgnoredChildSignalDoesNotHideAFailedTool) {
   EXPECT_EQ(outcome.exitStatus, 0);
 }
 
-TEST_F(ProcessTest, OtherInheritedActionsStay) {
+TEST_F(ProcessTest, OtherInheritedActionsDoNotChange) {
   EXPECT_EQ(yes, endOf([] {
               ::signal(SIGHUP, SIG_IGN);
               ::signal(SIGINT, SIG_IGN);
@@ -191,7 +191,7 @@ TEST_F(ProcessTest, OtherInheritedActionsStay) {
             }));
 }
 
-TEST_F(ProcessTest, ChildrenGetBackWhatWasInherited) {
+TEST_F(ProcessTest, ChildrenGetTheInheritedSignalActions) {
   const struct {
     const char* why;
     Handler pipe, fileSize;
@@ -214,7 +214,7 @@ TEST_F(ProcessTest, ChildrenGetBackWhatWasInherited) {
   }
 }
 
-TEST_F(ProcessTest, GivingBackWithoutPreparingDoesNothing) {
+TEST_F(ProcessTest, RestoringSignalsWithoutPreparingDoesNothing) {
   EXPECT_EQ(yes, endOf([] {
               ::signal(SIGPIPE, SIG_IGN);
               ::signal(SIGXFSZ, SIG_DFL);
@@ -223,7 +223,7 @@ TEST_F(ProcessTest, GivingBackWithoutPreparingDoesNothing) {
             }));
 }
 
-// The ignored signals of the tool that the program starts when it is itself started by `before`.
+// Returns the ignored signals of the tool that the program starts, if `before` runs before the program itself starts.
 std::string signalsOfTheTool(const std::string& before) {
   host::writeFile("/etc/zuv/.systemctl", "");
   host::installScript("/bin/systemctl", "grep -E '^SigIgn' /proc/self/status >/tmp/signals");
@@ -232,8 +232,8 @@ std::string signalsOfTheTool(const std::string& before) {
   return host::readFile("/tmp/signals");
 }
 
-TEST_F(ProcessTest, AToolIsStartedWithTheSignalsThatWeFound) {
-  // One bit a signal, the lowest is signal 1: HUP 1, PIPE 0x1000, CHLD 0x10000, XFSZ 0x1000000.
+TEST_F(ProcessTest, AToolStartsWithTheInheritedSignalActions) {
+  // One bit per signal; the lowest bit is signal 1: HUP 1, PIPE 0x1000, CHLD 0x10000, XFSZ 0x1000000.
   EXPECT_EQ(signalsOfTheTool(""), "SigIgn:\t0000000000000000\n");
   EXPECT_EQ(signalsOfTheTool("trap '' HUP PIPE; "), "SigIgn:\t0000000000001001\n");
   EXPECT_EQ(signalsOfTheTool("trap '' XFSZ CHLD; "), "SigIgn:\t0000000001000000\n");
@@ -243,7 +243,7 @@ TEST_F(ProcessTest, AToolIsStartedWithTheSignalsThatWeFound) {
 
 struct LastWords {
   std::string text;
-  int end = 0;  // as endOf
+  int end = 0;  // as returned by endOf
 };
 
 LastWords lastWordsOf(const std::function<bool()>& body) {
@@ -257,7 +257,7 @@ LastWords lastWordsOf(const std::function<bool()>& body) {
   return words;
 }
 
-TEST_F(ProcessTest, WithoutMemoryOneLineSaysSoAndTheStatusIs1) {
+TEST_F(ProcessTest, OutOfMemoryPrintsOneLineAndExitsWithStatus1) {
   const LastWords words = lastWordsOf([] {
     prepareProcess();
     std::get_new_handler()();
@@ -267,7 +267,7 @@ TEST_F(ProcessTest, WithoutMemoryOneLineSaysSoAndTheStatusIs1) {
   EXPECT_EQ(words.end, 1);
 }
 
-TEST_F(ProcessTest, WithoutMemoryAndWithoutStandardErrorTheStatusIs1) {
+TEST_F(ProcessTest, OutOfMemoryWithoutStandardErrorExitsWithStatus1) {
   EXPECT_EQ(1, endOf([] {
               prepareProcess();
               ::close(2);
@@ -276,7 +276,7 @@ TEST_F(ProcessTest, WithoutMemoryAndWithoutStandardErrorTheStatusIs1) {
             }));
 }
 
-TEST_F(ProcessTest, AnExceptionThatNobodyCatchesEndsTheProcessWithoutAWord) {
+TEST_F(ProcessTest, AnUncaughtExceptionEndsTheProcessWithoutOutput) {
   const LastWords words = lastWordsOf([] {
     const rlimit noCore{0, 0};
     ::setrlimit(RLIMIT_CORE, &noCore);
@@ -287,7 +287,7 @@ TEST_F(ProcessTest, AnExceptionThatNobodyCatchesEndsTheProcessWithoutAWord) {
   EXPECT_EQ(words.end, -SIGABRT);
 }
 
-TEST_F(ProcessTest, WithoutMemoryNoLockFileAndNoTemporaryFileStays) {
+TEST_F(ProcessTest, OutOfMemoryLeavesNoLockFileAndNoTemporaryFile) {
   host::writeFile("/tmp/x.conf", "old=1\n");
   const std::string before = host::tree("/tmp");
   EXPECT_EQ(1, endOf([] {
@@ -316,8 +316,8 @@ TEST_F(ProcessTest, AnAllocationBeyondTheLimitEndsTheProcess) {
   EXPECT_EQ(words.end, 1);
 }
 
-// From too little to load the program up to plenty.
-TEST_F(ProcessTest, TheProgramEndsInOrderUnderAnyMemoryLimit) {
+// The limits go from too little to load the program up to plenty.
+TEST_F(ProcessTest, TheProgramExitsCleanlyUnderAnyMemoryLimit) {
   for (int i = 1; i <= 300; ++i)
     host::makeProfile("profile-" + std::to_string(i), std::string(200, 'n') + std::to_string(i));
   host::makeActive("profile-1");
@@ -333,7 +333,7 @@ TEST_F(ProcessTest, TheProgramEndsInOrderUnderAnyMemoryLimit) {
     try {
       outcome = runRavctl({"list", "profiles"}, start);
     } catch (const std::exception&) {
-      continue;  // the system could not even load it
+      continue;  // the system could not load the program
     }
     SCOPED_TRACE(limit);
     if (outcome.out == expected) {
@@ -344,9 +344,10 @@ TEST_F(ProcessTest, TheProgramEndsInOrderUnderAnyMemoryLimit) {
       EXPECT_EQ(outcome.out, "");
       ++outOfMemory;
     } else if (outcome.out.rfind("status_text: ", 0) == 0) {
-      EXPECT_EQ(outcome.exitStatus, 0);  // the system refused memory to a call, and that is a failed call
+      EXPECT_EQ(outcome.exitStatus,
+                0);  // the system refused memory to one call, which the program reports as a failed call
     } else {
-      EXPECT_EQ(outcome.out, "") << outcome.err;  // the loader gave up
+      EXPECT_EQ(outcome.out, "") << outcome.err;  // the dynamic loader failed
       EXPECT_NE(outcome.exitStatus, 0);
     }
   }

@@ -11,7 +11,7 @@ bool writeFully(int descriptor, std::string_view text) {
       if (errno == EINTR) continue;
       return false;
     }
-    if (written == 0) {  // no device of ours does this; looping on it would hang
+    if (written == 0) {  // no known device does this, but a retry could loop forever
       errno = EIO;
       return false;
     }

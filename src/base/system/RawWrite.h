@@ -1,8 +1,8 @@
-// Writing to a descriptor that is already open.
+// Writes to a descriptor that is already open.
 #pragma once
 
 #include <string_view>
 
-// Writes all of `text` to `descriptor`: goes on after short writes and interruptions. False, with errno set, when the
-// system refuses; part of the text may then be written.
+// Writes all of `text` to `descriptor`. It continues after short writes and interruptions. Returns false, with errno
+// set, if a write fails; part of the text may have been written by then.
 [[nodiscard]] bool writeFully(int descriptor, std::string_view text);

@@ -13,7 +13,7 @@
 
 namespace {
 
-TEST(WriteFully, GoesOnAfterShortWritesAndInterruptions) {
+TEST(WriteFully, ContinuesAfterShortWritesAndInterruptions) {
   struct sigaction action {};
   struct sigaction old {};
   action.sa_handler = [](int) {};  // without SA_RESTART: a blocked write is interrupted
@@ -42,7 +42,7 @@ TEST(WriteFully, GoesOnAfterShortWritesAndInterruptions) {
   EXPECT_EQ(received, sent);
 }
 
-TEST(WriteFully, ARefusalIsFalseWithItsErrno) {
+TEST(WriteFully, AFailedWriteReturnsFalseAndKeepsItsErrno) {
   errno = 0;
   EXPECT_FALSE(writeFully(-1, "x"));
   EXPECT_EQ(errno, EBADF);
@@ -53,7 +53,7 @@ TEST(WriteFully, ARefusalIsFalseWithItsErrno) {
   ::close(full);
 }
 
-TEST(WriteFully, ADeviceThatTakesNothingIsAnErrorAndNoEndlessLoop) {
+TEST(WriteFully, ADeviceThatAcceptsNoByteIsAnErrorNotAnEndlessLoop) {
   FaultPlan plan;
   plan.at = 1;
   plan.fromThereOn = true;
@@ -64,6 +64,6 @@ TEST(WriteFully, ADeviceThatTakesNothingIsAnErrorAndNoEndlessLoop) {
   EXPECT_EQ(armed.count(), 1u);
 }
 
-TEST(WriteFully, NothingToWriteAsksTheSystemForNothing) { EXPECT_TRUE(writeFully(-1, "")); }
+TEST(WriteFully, AnEmptyTextMakesNoSystemCall) { EXPECT_TRUE(writeFully(-1, "")); }
 
 }  // namespace

@@ -9,8 +9,8 @@ constexpr int signalCount = 32;
 constexpr unsigned isInstalled = 1;
 constexpr unsigned isPending = 2;
 
-// All that the handler touches. It is not part of the manager: on another thread a handler may still be running while
-// the manager is destroyed.
+// The only data that the signal handler uses. It is not part of the manager, because the handler may still run on
+// another thread while the manager is destroyed.
 std::atomic<SignalManager*> current{nullptr};
 std::array<std::atomic<unsigned>, signalCount> flags{};
 std::atomic<bool> anyPending{false};
@@ -38,7 +38,7 @@ SignalManager::SignalManager() {
 
 SignalManager::~SignalManager() {
   SignalManager* self = this;
-  (void)current.compare_exchange_strong(self, nullptr);  // else a later manager has taken over
+  (void)current.compare_exchange_strong(self, nullptr);  // if this fails, a later manager has taken over
   for (int signal = 0; signal < signalCount; ++signal) {
     if (!installed_.test(static_cast<unsigned>(signal))) continue;
     flagsOf(signal) = 0;
@@ -62,7 +62,8 @@ int SignalManager::install(int signal) {
 void SignalManager::dispatch() {
   if (current.load() != this || !anyPending.exchange(false)) return;
   for (int signal = 0; signal < signalCount; ++signal) {
-    // The mark goes before the handling: a signal that comes meanwhile is marked anew.
+    // The pending bit is cleared before the call of handle, so that a signal that arrives during the call is marked
+    // again.
     const bool wasPending = (flagsOf(signal).fetch_and(~isPending) & isPending) != 0;
     if (wasPending) handle(signal);
   }

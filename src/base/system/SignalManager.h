@@ -7,11 +7,11 @@
 //   if (signals.install(SIGTERM) != 0) ...
 //   for (;;) { waitForWork(); signals.dispatch(); }
 //
-// In signal context nothing happens but that the signal is marked. A signal that comes again before dispatch is handled
-// once; one that comes while it, or another, is being handled is handled by a later dispatch at the latest: none is
-// lost.
-// There is one manager at a time; should there be two, signals go to the one made last. Threads: signals may arrive on
-// any thread. install and dispatch are called from one thread, and handle runs on it.
+// The signal handler only marks the signal as pending. A signal that arrives several times before dispatch is handled
+// once. A signal that arrives while dispatch handles it, or another signal, is handled by the next dispatch at the
+// latest. No signal is lost. There should be one manager at a time. If there are several, the one made last gets the
+// signals.
+// Threads: signals may arrive on any thread. install and dispatch must be called from one thread; handle runs on it.
 #pragma once
 
 #include <array>
@@ -20,21 +20,22 @@
 class SignalManager {
  public:
   SignalManager();
-  // Gives the signals that it installed back to whoever had them before. Of several managers the last made ends first.
+  // Restores the previous action of every signal that this manager installed. If there are several managers, the one
+  // made last must be destroyed first.
   virtual ~SignalManager();
   SignalManager(const SignalManager&) = delete;
   SignalManager& operator=(const SignalManager&) = delete;
 
-  // Catches a signal from now on; 0 when it is caught, and when it was already. Not 0, and nothing changed: the number
-  // is not 0 to 31, or the system lets nobody catch it.
+  // Starts to catch a signal. Returns 0 if the signal is now caught or was caught already. Returns another value, and
+  // changes nothing, if the number is not 0 to 31 or the system does not allow the signal to be caught.
   int install(int signal);
-  // Hands every pending signal to handle, lower numbers first.
+  // Calls handle for every pending signal, lower numbers first.
   void dispatch();
 
  private:
   virtual void handle(int signal) = 0;
 
   using Action = void (*)(int);
-  std::bitset<32> installed_;          // by this manager
-  std::array<Action, 32> previous_{};  // of these
+  std::bitset<32> installed_;          // the signals that this manager catches
+  std::array<Action, 32> previous_{};  // their actions before that
 };

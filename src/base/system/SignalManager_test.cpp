@@ -41,7 +41,7 @@ TEST(SignalManager, RefusesNumbersOutsideZeroToThirtyOne) {
   for (const int number : {32, 33, 64, 1000, -1, -32}) EXPECT_NE(signals.install(number), 0) << number;
 }
 
-TEST(SignalManager, RefusesWhatTheSystemLetsNobodyCatch) {
+TEST(SignalManager, RefusesSignalsThatCannotBeCaught) {
   Signals signals;
   for (const int number : {0, SIGKILL, SIGSTOP}) {
     EXPECT_NE(signals.install(number), 0) << number;
@@ -88,7 +88,7 @@ TEST(SignalManager, ASecondInstallDoesNothing) {
   EXPECT_THAT(signals.handled, ElementsAre(SIGUSR1));
 }
 
-TEST(SignalManager, ASecondInstallKeepsWhatIsPending) {
+TEST(SignalManager, ASecondInstallKeepsAPendingSignal) {
   Signals signals;
   EXPECT_EQ(signals.install(SIGUSR1), 0);
   ::raise(SIGUSR1);
@@ -132,8 +132,8 @@ TEST(SignalManager, SignalsThatComeWhileAnotherIsHandledAreNotLost) {
   for (const int number : {SIGHUP, SIGUSR1, SIGTERM}) EXPECT_EQ(signals.install(number), 0);
   signals.whenHandled = [&](int number) {
     if (number != SIGUSR1 || signals.handled.size() > 1) return;
-    ::raise(SIGTERM);  // is still to come in this dispatch
-    ::raise(SIGHUP);   // is behind it
+    ::raise(SIGTERM);  // this dispatch has not yet handled it
+    ::raise(SIGHUP);   // this dispatch has already passed its number
   };
   ::raise(SIGUSR1);
   signals.dispatch();
@@ -144,7 +144,7 @@ TEST(SignalManager, SignalsThatComeWhileAnotherIsHandledAreNotLost) {
   EXPECT_EQ(signals.handled.size(), 3U);
 }
 
-TEST(SignalManager, DispatchMayBeCalledFromTheHandling) {
+TEST(SignalManager, DispatchMayBeCalledFromHandle) {
   Signals signals;
   EXPECT_EQ(signals.install(SIGUSR1), 0);
   EXPECT_EQ(signals.install(SIGUSR2), 0);
@@ -168,7 +168,7 @@ TEST(SignalManager, ASignalThatIsNotInstalledKeepsItsAction) {
   ::signal(SIGUSR2, SIG_DFL);
 }
 
-TEST(SignalManager, AtItsEndSignalsGoBackToWhoHadThem) {
+TEST(SignalManager, TheDestructorRestoresThePreviousActions) {
   ::signal(SIGUSR1, SIG_IGN);
   {
     Signals signals;
@@ -194,7 +194,7 @@ TEST(SignalManager, AHandlerWithoutAManagerDoesNothing) {
   EXPECT_THAT(signals.handled, IsEmpty());
 }
 
-TEST(SignalManager, TheHandlerIgnoresNumbersOutsideItsWords) {
+TEST(SignalManager, TheHandlerIgnoresNumbersOutOfRange) {
   Signals signals;
   EXPECT_EQ(signals.install(SIGUSR1), 0);
   const Action handler = actionOf(SIGUSR1);
@@ -203,7 +203,7 @@ TEST(SignalManager, TheHandlerIgnoresNumbersOutsideItsWords) {
   EXPECT_THAT(signals.handled, IsEmpty());
 }
 
-TEST(SignalManager, WhatWasPendingIsForgottenWithItsManager) {
+TEST(SignalManager, ADestroyedManagerForgetsItsPendingSignals) {
   {
     Signals signals;
     EXPECT_EQ(signals.install(SIGUSR1), 0);
@@ -215,7 +215,7 @@ TEST(SignalManager, WhatWasPendingIsForgottenWithItsManager) {
   EXPECT_THAT(signals.handled, IsEmpty());
 }
 
-TEST(SignalManager, OfTwoTheLaterOneGetsTheSignals) {
+TEST(SignalManager, TheLaterOfTwoManagersGetsTheSignals) {
   Signals first;
   {
     Signals second;
@@ -230,7 +230,7 @@ TEST(SignalManager, OfTwoTheLaterOneGetsTheSignals) {
   EXPECT_EQ(actionOf(SIGUSR1), SIG_DFL);
 }
 
-TEST(SignalManager, EachGivesBackWhatItInstalledItselfHoweverManyThereWere) {
+TEST(SignalManager, EachManagerRestoresOnlyTheSignalsItInstalled) {
   ::signal(SIGUSR1, SIG_IGN);
   ::signal(SIGUSR2, SIG_IGN);
   {
@@ -242,8 +242,8 @@ TEST(SignalManager, EachGivesBackWhatItInstalledItselfHoweverManyThereWere) {
       EXPECT_EQ(second.install(SIGUSR1), 0);
       EXPECT_EQ(first.install(SIGUSR2), 0);
     }
-    EXPECT_EQ(actionOf(SIGUSR1), handler) << "the first had it before";
-    EXPECT_EQ(actionOf(SIGUSR2), handler) << "the second did not install it";
+    EXPECT_EQ(actionOf(SIGUSR1), handler) << "the first manager installed it";
+    EXPECT_EQ(actionOf(SIGUSR2), handler) << "the second manager did not install it";
   }
   EXPECT_EQ(actionOf(SIGUSR1), SIG_IGN);
   EXPECT_EQ(actionOf(SIGUSR2), SIG_IGN);
@@ -259,7 +259,7 @@ TEST(SignalManager, TheHandlerLeavesErrnoAlone) {
   EXPECT_EQ(errno, ENOTTY);
 }
 
-// Each thread raises its own signal again only when the last one was handled: a mark that is lost would be missed.
+// Each thread raises its own signal again only after the last one was handled, so the test notices a lost signal.
 TEST(SignalManager, SignalsOfManyThreadsAreNeverLost) {
   constexpr int rounds = 500;
   const std::vector<int> numbers = {SIGHUP, SIGUSR1, SIGUSR2, SIGTERM};

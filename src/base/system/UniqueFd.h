@@ -1,10 +1,10 @@
 // UniqueFd: the one owner of a file descriptor.
 //
 //   UniqueFd fd(::open(path, O_RDONLY | O_CLOEXEC));
-//   if (!fd.isOpen()) return ...;        // errno tells why
-//   if (!fd.close()) return ...;         // where a failed close matters; else the end of the scope closes
+//   if (!fd.isOpen()) return ...;        // errno holds the reason
+//   if (!fd.close()) return ...;         // only where a failed close matters: the destructor closes too
 //
-// Move only. A descriptor below 0 means none. Not thread-safe.
+// It can be moved, not copied. A negative descriptor means none. Not thread-safe.
 #pragma once
 
 #include <unistd.h>
@@ -25,20 +25,21 @@ class UniqueFd {
   bool isOpen() const { return fd_ >= 0; }
   int get() const { return fd_; }
 
-  // Gives the descriptor away; the caller closes it.
+  // Gives up the descriptor and returns it. The caller must close it.
   int release() {
     const int fd = fd_;
     fd_ = -1;
     return fd;
   }
 
-  // Closes what is held, whatever the result, and takes `fd`.
+  // Closes the held descriptor, ignoring the result, and takes ownership of `fd`.
   void reset(int fd = -1) {
     (void)close();
     fd_ = fd;
   }
 
-  // Closes; true when that succeeded or nothing was open. Never tried twice: the descriptor is gone either way.
+  // Closes the descriptor. Returns true if that succeeded or if none was open. After a failure it does not try again:
+  // the system has released the descriptor anyway.
   bool close() {
     const int fd = release();
     return fd < 0 || ::close(fd) == 0;

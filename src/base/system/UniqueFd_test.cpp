@@ -14,7 +14,7 @@ class UniqueFdTest : public HostTest {};
 UniqueFd openNull() { return UniqueFd(::open("/dev/null", O_RDONLY | O_CLOEXEC)); }
 bool isOpen(int fd) { return ::fcntl(fd, F_GETFD) >= 0; }
 
-TEST_F(UniqueFdTest, TheEndOfTheScopeCloses) {
+TEST_F(UniqueFdTest, TheDestructorCloses) {
   int fd = -1;
   {
     const UniqueFd owner = openNull();
@@ -29,7 +29,7 @@ TEST_F(UniqueFdTest, AMovedOwnerHoldsNothing) {
   UniqueFd one = openNull();
   const int fd = one.get();
   UniqueFd two = std::move(one);
-  EXPECT_FALSE(one.isOpen());  // NOLINT: that is the promise
+  EXPECT_FALSE(one.isOpen());  // NOLINT: the use after the move is the test
   EXPECT_EQ(two.get(), fd);
   UniqueFd three = openNull();
   const int dropped = three.get();
@@ -55,7 +55,7 @@ TEST_F(UniqueFdTest, AReleasedDescriptorStaysOpen) {
   ::close(fd);
 }
 
-TEST_F(UniqueFdTest, AFailedCloseIsSaidAndNeverTriedTwice) {
+TEST_F(UniqueFdTest, AFailedCloseIsReportedAndNotRetried) {
   UniqueFd owner = openNull();
   const ArmedFaults armed{FaultPlan{1, false, EIO, {"close"}, false}};
   EXPECT_FALSE(owner.close());
