@@ -1,28 +1,28 @@
-// AtomicValue: a value that threads set, and wait for.
+// AtomicValue: a value that threads can set and that other threads can wait for.
 //
 //   AtomicValue<State> state(State::idle);
 //   const AtomicEqualityTestPredicate<State> isStopped(state, State::stopped);
-//   isStopped.wait();                                    // until some thread has set it
-//   if (isStopped.waitFor(1'000'000)) ...                // for a second at most
+//   isStopped.wait();                                    // blocks until a thread sets that value
+//   if (isStopped.waitFor(1'000'000)) ...                // blocks for a second at most
 //
-// Every function locks for itself and may be called from any thread. Who has seen the value under wait, waitFor or get
-// may destroy the object when the thread that set it touches it no more.
-// Other processes: the value may be destroyed in a child made while some thread of the parent was waiting.
+// Threads: every function locks by itself and may be called from any thread. A thread that has seen the value through
+// wait, waitFor or get may destroy the object, provided that the thread that set the value does not use it again.
+// Other processes: a child may destroy the object although a thread of its parent was waiting at the fork.
 #pragma once
 
+#include <pthread.h>
+
 #include <algorithm>
-#include <chrono>
-#include <condition_variable>
 #include <cstdint>
+#include <ctime>
 #include <mutex>
-#include <new>
+
+#include "base/text/TimeUtils.h"
 
 template <typename T>
 class AtomicValue {
  public:
-  explicit AtomicValue(T value) : value_(value) { new (&changed_) std::condition_variable; }
-  // The condition is left as it is: destroying one waits for its waiters, and in a child they are not there.
-  ~AtomicValue() {}
+  explicit AtomicValue(T value) : value_(value) {}
   AtomicValue(const AtomicValue&) = delete;
   AtomicValue& operator=(const AtomicValue&) = delete;
 
@@ -34,52 +34,67 @@ class AtomicValue {
   void set(T value) {
     const std::lock_guard<std::mutex> lock(mutex_);
     value_ = value;
-    changed_.notify_all();  // under the lock: a waiter that sees the value may destroy this
+    wakeAll();
   }
 
-  // Sets `value` only where `expected` stands; whether it did.
+  // Sets `value` only if the current value is `expected`. Returns true if it set it.
   bool compareAndSet(T expected, T value) {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (value_ != expected) return false;
     value_ = value;
-    changed_.notify_all();
+    wakeAll();
     return true;
   }
 
-  // Ends the waitFor of every thread that is in it, without a change.
+  // Makes every waitForValue with a time limit that is under way return. The value stays as it is.
   void wakeWaiters() {
     const std::lock_guard<std::mutex> lock(mutex_);
     ++wakes_;
-    changed_.notify_all();
+    wakeAll();
   }
 
+  // Blocks until the current value is `value`.
   void waitForValue(T value) const {
-    std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait(lock, [&] { return value_ == value; });
+    const std::lock_guard<std::mutex> lock(mutex_);
+    while (value_ != value) (void)::pthread_cond_wait(&changed_, mutex_.native_handle());
   }
 
-  // Whether the value stood there within `micros`. Comes back early after wakeWaiters.
+  // Blocks until the current value is `value`, but for `micros` microseconds at most and not past a wakeWaiters.
+  // Returns true if the current value is `value`. A negative time counts as 0.
   bool waitForValue(T value, std::int64_t micros) const {
-    std::unique_lock<std::mutex> lock(mutex_);
+    const std::lock_guard<std::mutex> lock(mutex_);
     const std::uint64_t wakes = wakes_;
-    const std::chrono::microseconds limit(std::clamp<std::int64_t>(micros, 0, longestWait));
-    changed_.wait_for(lock, limit, [&] { return value_ == value || wakes_ != wakes; });
+    const timespec deadline = deadlineIn(std::clamp<std::int64_t>(micros, 0, longestWait));
+    bool isInTime = true;
+    while (isInTime && value_ != value && wakes_ == wakes) {
+      isInTime = ::pthread_cond_clockwait(&changed_, mutex_.native_handle(), CLOCK_MONOTONIC, &deadline) == 0;
+    }
     return value_ == value;
   }
 
  private:
-  // A century: now and what is added to it must stay within 64 bits of nanoseconds.
+  // A century, so that the deadline does not overflow.
   static constexpr std::int64_t longestWait = 3'155'760'000'000'000;
 
+  // Called under the lock: a waiter that sees the new value may destroy this object as soon as it has the lock.
+  void wakeAll() { (void)::pthread_cond_broadcast(&changed_); }
+
+  static timespec deadlineIn(std::int64_t micros) {
+    const timeval time = TimeUtils::toTimeval(TimeUtils::monotonicMicros() + micros);
+    timespec deadline{};
+    deadline.tv_sec = time.tv_sec;
+    deadline.tv_nsec = time.tv_usec * 1'000;
+    return deadline;
+  }
+
   mutable std::mutex mutex_;
-  union {
-    mutable std::condition_variable changed_;
-  };
+  // Not std::condition_variable: its destructor waits for the waiters, and a child has none of the parent's threads.
+  mutable pthread_cond_t changed_ = PTHREAD_COND_INITIALIZER;
   T value_;
   std::uint64_t wakes_ = 0;
 };
 
-// The question whether an AtomicValue stands at one certain value.
+// Tests whether an AtomicValue has a given value, and waits until it has.
 template <typename T>
 class AtomicEqualityTestPredicate {
  public:

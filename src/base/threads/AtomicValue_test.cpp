@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::int64_t aLongTime = 60'000'000;
 
-TEST(AtomicValue, HoldsWhatWasSet) {
+TEST(AtomicValue, HoldsTheValueThatWasSet) {
   AtomicValue<int> value(1);
   EXPECT_EQ(value.get(), 1);
   value.set(2);
@@ -40,7 +40,7 @@ TEST(AtomicValue, APredicateTestsForItsOwnValue) {
   EXPECT_TRUE(isTwo.test());
 }
 
-TEST(AtomicValue, WaitingForWhatIsThereDoesNotWait) {
+TEST(AtomicValue, WaitingForTheCurrentValueDoesNotBlock) {
   AtomicValue<int> value(1);
   const AtomicEqualityTestPredicate<int> isOne(value, 1);
   isOne.wait();
@@ -48,7 +48,7 @@ TEST(AtomicValue, WaitingForWhatIsThereDoesNotWait) {
   EXPECT_TRUE(isOne.waitFor(0));
 }
 
-TEST(AtomicValue, AWaitThatIsNotAnsweredEndsAfterItsTime) {
+TEST(AtomicValue, AWaitForAValueThatIsNotSetEndsAfterItsTimeLimit) {
   AtomicValue<int> value(1);
   const std::int64_t start = TimeUtils::monotonicMicros();
   EXPECT_FALSE(AtomicEqualityTestPredicate<int>(value, 2).waitFor(20'000));
@@ -57,7 +57,7 @@ TEST(AtomicValue, AWaitThatIsNotAnsweredEndsAfterItsTime) {
   EXPECT_FALSE(AtomicEqualityTestPredicate<int>(value, 2).waitFor(INT64_MIN));
 }
 
-TEST(AtomicValue, TheLongestTimeIsNotOverAtOnce) {
+TEST(AtomicValue, TheLongestTimeLimitDoesNotExpireAtOnce) {
   AtomicValue<int> value(1);
   std::atomic<bool> isAboutToWait{false};
   std::thread waiter([&] {
@@ -95,7 +95,7 @@ TEST(AtomicValue, WakingEndsTimedWaitsWithoutAChange) {
   EXPECT_EQ(value.get(), 1);
 }
 
-TEST(AtomicValue, AWaiterMayDestroyWhatItSaw) {
+TEST(AtomicValue, AWaiterMayDestroyTheObjectItWaitedFor) {
   for (int i = 0; i < 200; ++i) {
     auto value = std::make_unique<AtomicValue<int>>(1);
     std::thread setter([raw = value.get()] { raw->set(2); });
@@ -105,7 +105,7 @@ TEST(AtomicValue, AWaiterMayDestroyWhatItSaw) {
   }
 }
 
-TEST(AtomicValue, AChildDestroysItAlthoughAThreadOfTheParentWaits) {
+TEST(AtomicValue, AChildCanDestroyItWhileAThreadOfTheParentWaits) {
   auto value = std::make_unique<AtomicValue<int>>(1);
   std::thread waiter([&] { AtomicEqualityTestPredicate<int>(*value, 2).wait(); });
   ::usleep(20'000);
@@ -116,7 +116,7 @@ TEST(AtomicValue, AChildDestroysItAlthoughAThreadOfTheParentWaits) {
   }
   int status = -1;
   for (int i = 0; i < 500 && ::waitpid(child, &status, WNOHANG) == 0; ++i) ::usleep(10'000);
-  EXPECT_TRUE(WIFEXITED(status)) << "it hangs";
+  EXPECT_TRUE(WIFEXITED(status)) << "the child hangs";
   EXPECT_EQ(WEXITSTATUS(status), 7);
   value->set(2);
   waiter.join();

@@ -21,7 +21,7 @@ bool startDetachedThread(std::function<void()> body) {
   auto owned = std::make_unique<Body>(std::move(body));
   pthread_t thread{};
   if (::pthread_create(&thread, nullptr, runBody, owned.get()) != 0) return false;
-  (void)owned.release();  // the thread has it
+  (void)owned.release();  // the thread owns it now
   (void)::pthread_detach(thread);
   return true;
 }

@@ -1,9 +1,9 @@
-// Starting threads that nobody joins.
+// Starts threads that nobody joins.
 #pragma once
 
 #include <functional>
 
-// Runs `body` on a detached thread of its own. False when the system gives no thread; then nothing runs. What `body`
-// holds is freed on that thread when it is through, so whoever waits for the end of the work waits for a sign that the
-// body itself gives, and keeps what it refers to until then.
+// Runs `body` on a new detached thread. Returns false, without running it, if the system cannot make a thread.
+// The thread destroys `body` when it has returned. To wait for the end of the work, the caller must wait for a signal
+// that `body` itself gives, and must keep everything that `body` refers to until then.
 [[nodiscard]] bool startDetachedThread(std::function<void()> body);

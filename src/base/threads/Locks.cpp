@@ -14,20 +14,10 @@ namespace {
 
 constexpr char unnamedMutex[] = "<unnamed mutex>";
 
-// Some microseconds: longer than a queue is held, shorter than it takes to sleep and be woken.
-constexpr int looksBeforeSleeping = 100;
-
-// Tells the processor that this thread only waits.
-void relax() {
-#if defined(__x86_64__) || defined(__i386__)
-  __builtin_ia32_pause();
-#endif
-}
-
 std::string millis(std::int64_t micros) { return StringUtils::toString(micros / 1'000); }
 
 void warn(const std::string& line) {
-  (void)writeFully(STDERR_FILENO, line);  // there is nowhere left to report a failure to
+  (void)writeFully(STDERR_FILENO, line);  // a failure cannot be reported anywhere
 }
 
 void warnOfSlowAcquire(const char* mutexName, const char*, std::int64_t, std::int64_t measured) {
@@ -58,7 +48,7 @@ void TimedMutex::lock() {
   const std::int64_t start = TimeUtils::nowMicros();
   mutex_.lock();
   const std::int64_t acquired = TimeUtils::nowMicros();
-  acquiredAt_.store(acquired, std::memory_order_relaxed);
+  acquiredAt_ = acquired;
   holder_ = std::move(thread);
   const std::int64_t waited = acquired - start;
   if (waited > acquireWarnMicros_) slowAcquireReport.load()(name_.c_str(), holder_.c_str(), acquireWarnMicros_, waited);
@@ -67,8 +57,8 @@ void TimedMutex::lock() {
 void TimedMutex::unlock() {
   const std::string holder = std::exchange(holder_, std::string());
   const std::int64_t held = TimeUtils::nowMicros() - acquiredAt();
-  acquiredAt_.store(0, std::memory_order_relaxed);
-  // Once it is let go, another thread may destroy the mutex: the report works on copies.
+  acquiredAt_ = 0;
+  // After the unlock another thread may destroy the mutex, so the report uses copies.
   const std::string name = held > holdWarnMicros_ ? name_ : std::string();
   const std::int64_t threshold = holdWarnMicros_;
   mutex_.unlock();
@@ -98,16 +88,11 @@ void PortableMutex::unlock() {
 }
 
 void OwnedMutex::lock() {
-  bool isTaken = mutex_.tryLock();
-  for (int looks = 0; !isTaken && looks < looksBeforeSleeping; ++looks) {
-    relax();
-    isTaken = mutex_.tryLock();
-  }
-  if (!isTaken) mutex_.lock();
-  owner_.store(std::this_thread::get_id(), std::memory_order_relaxed);
+  mutex_.lock();
+  owner_ = std::this_thread::get_id();
 }
 
 void OwnedMutex::unlock() {
-  owner_.store(std::thread::id(), std::memory_order_relaxed);
+  owner_ = std::thread::id();
   mutex_.unlock();
 }

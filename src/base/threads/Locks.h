@@ -1,10 +1,10 @@
-// Locks: one interface, a plain mutex, one that warns when it is slow, and a guard.
+// Locks: an interface for mutexes, a plain mutex, a mutex that reports slow use, and scoped guards.
 //
 //   PortableMutex mutex_;
 //   { ScopedLock lock(mutex_); ... }
 //
-// No lock here is recursive and none may be copied. Every PortableMutex of the program is made without
-// arguments, a plain mutex that never warns.
+// No lock here is recursive, and none can be copied. The program makes every PortableMutex without arguments: a plain
+// mutex that never reports anything.
 #pragma once
 
 #include <atomic>
@@ -21,7 +21,7 @@ class Lockable {
   virtual void unlock() = 0;
 };
 
-// Locks for the length of a scope.
+// Holds a lock from its construction to the end of its scope.
 class ScopedLock {
  public:
   explicit ScopedLock(Lockable& lockable) : lockable_(lockable) { lockable_.lock(); }
@@ -40,29 +40,27 @@ class BasicMutex : public Lockable {
   BasicMutex& operator=(const BasicMutex&) = delete;
   void lock() override { mutex_.lock(); }
   void unlock() override { mutex_.unlock(); }
-  // Locks unless that means to wait; whether it did.
-  bool tryLock() { return mutex_.try_lock(); }
 
  private:
   std::mutex mutex_;
 };
 
-// A report of a slow lock: the mutex, the thread that holds or held it, the threshold and the measured time, both in
-// microseconds. It is called on the thread that took the lock: for a slow acquisition while it holds it, for a long
-// hold after it let go.
+// Reports slow use of a lock: the names of the mutex and of the thread that holds or held it, the threshold, and the
+// measured time, both in microseconds. It is called on the thread that took the lock. A slow acquisition is reported
+// while the thread holds the lock, a long hold after the thread has released it.
 using LockReport = void (*)(const char* mutexName, const char* holder, std::int64_t threshold, std::int64_t measured);
 
-// Replace the process-wide reports; null brings back the default. The defaults write to standard error
+// Replace the process-wide reports. Null restores the default. The default reports write these lines to standard error:
 //   lock contention warning, '<name>' took <milliseconds>ms to acquire
 //   lock warning, '<name>' held for <milliseconds>ms
 void setSlowAcquireReport(LockReport report);
 void setLongHoldReport(LockReport report);
 
-// A mutex that measures, by the wall clock, how long it takes to get and how long it is held, and reports what is above
-// the thresholds.
+// A mutex that measures with the wall clock how long a thread waits for it and how long a thread holds it. It reports
+// times above the thresholds.
 class TimedMutex : public Lockable {
  public:
-  // Null and empty names become "<unnamed mutex>", thresholds below 0 become 0.
+  // A null or empty name becomes "<unnamed mutex>". A negative threshold becomes 0.
   TimedMutex(const char* name, std::int64_t acquireWarnMicros, std::int64_t holdWarnMicros);
   TimedMutex(const TimedMutex&) = delete;
   TimedMutex& operator=(const TimedMutex&) = delete;
@@ -72,8 +70,9 @@ class TimedMutex : public Lockable {
   const std::string& name() const { return name_; }
   std::int64_t acquireWarnMicros() const { return acquireWarnMicros_; }
   std::int64_t holdWarnMicros() const { return holdWarnMicros_; }
-  // When it was acquired, 0 while it is free. Only the holder may rely on it.
-  std::int64_t acquiredAt() const { return acquiredAt_.load(std::memory_order_relaxed); }
+  // The wall-clock time, in microseconds, at which the mutex was locked; 0 while it is free. Only the thread that holds
+  // it may rely on the result.
+  std::int64_t acquiredAt() const { return acquiredAt_; }
 
  private:
   std::mutex mutex_;
@@ -84,7 +83,7 @@ class TimedMutex : public Lockable {
   std::string holder_;  // guarded by mutex_
 };
 
-// The mutex that everything uses: plain, or timed when both thresholds are at least 1.
+// The mutex that the program uses: plain, or timed if both thresholds are at least 1.
 class PortableMutex : public Lockable {
  public:
   PortableMutex() = default;
@@ -93,31 +92,29 @@ class PortableMutex : public Lockable {
   PortableMutex& operator=(const PortableMutex&) = delete;
   void lock() override;
   void unlock() override;
-  // As for the plain mutex; a timed one is never locked so.
-  bool tryLock() { return !isTimed() && basic_.tryLock(); }
 
   bool isTimed() const { return timed_ != nullptr; }
 
  private:
-  BasicMutex basic_;  // unused when there is a timed one
+  BasicMutex basic_;  // unused if there is a timed one
   std::unique_ptr<TimedMutex> timed_;
 };
 
-// A mutex that can say whether the calling thread holds it, for code that may be entered again by what it calls while
-// locked. Asking takes no lock. It is made for short holds: whoever finds it taken looks again for a moment before
-// sleeping.
+// A mutex that knows whether the calling thread holds it. It is for code that calls out while locked and may be entered
+// again by what it calls. isHeldByThisThread takes no lock.
 class OwnedMutex : public Lockable {
  public:
   void lock() override;
   void unlock() override;
-  bool isHeldByThisThread() const { return owner_.load(std::memory_order_relaxed) == std::this_thread::get_id(); }
+  bool isHeldByThisThread() const { return owner_ == std::this_thread::get_id(); }
 
  private:
   PortableMutex mutex_;
   std::atomic<std::thread::id> owner_{};
 };
 
-// Locks for the length of a scope, unless the calling thread holds the lock already: then it is left alone.
+// Holds an OwnedMutex to the end of its scope. If the calling thread holds the mutex already, it neither locks nor
+// unlocks it.
 class ScopedOwnedLock {
  public:
   explicit ScopedOwnedLock(OwnedMutex& mutex) : mutex_(mutex), wasHeld_(mutex.isHeldByThisThread()) {

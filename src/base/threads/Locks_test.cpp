@@ -23,7 +23,7 @@ struct Report {
     return mutex == other.mutex && holder == other.holder && threshold == other.threshold && measured == other.measured;
   }
 };
-std::mutex reportsGuard;  // reports of one mutex may come from two threads at once
+std::mutex reportsGuard;  // two threads may report about one mutex at the same time
 std::vector<Report> slowAcquires;
 std::vector<Report> longHolds;
 
@@ -36,7 +36,7 @@ void recordLongHold(const char* mutex, const char* holder, std::int64_t threshol
   longHolds.push_back({mutex, holder, threshold, measured});
 }
 
-// Installs recording reports, and the defaults again.
+// Installs reports that record their calls; restores the defaults at the end.
 class Reports : public testing::Test {
  protected:
   void SetUp() override {
@@ -58,7 +58,7 @@ void holdFor(Lockable& mutex, useconds_t micros) {
   ::usleep(micros);
 }
 
-// Has another thread, named "holder", hold the mutex for that long while this thread tries to get it.
+// Lets another thread, named "holder", hold the mutex for the given time while this thread tries to lock it.
 void contend(Lockable& mutex, useconds_t micros) {
   std::atomic<bool> held{false};
   std::thread holder([&] {
@@ -90,24 +90,24 @@ void expectExclusion(Mutex& mutex) {
   EXPECT_EQ(counter, threads * rounds);
 }
 
-TEST(BasicMutex, LetsOneThreadInAtATime) {
+TEST(BasicMutex, AdmitsOneThreadAtATime) {
   BasicMutex mutex;
   expectExclusion(mutex);
 }
 
-TEST(TimedMutex, LetsOneThreadInAtATime) {
+TEST(TimedMutex, AdmitsOneThreadAtATime) {
   TimedMutex mutex("m", never, never);
   expectExclusion(mutex);
 }
 
-TEST(PortableMutex, LetsOneThreadInAtATime) {
+TEST(PortableMutex, AdmitsOneThreadAtATime) {
   PortableMutex plain;
   expectExclusion(plain);
   PortableMutex timed("m", never, never);
   expectExclusion(timed);
 }
 
-TEST(OwnedMutex, LetsOneThreadInAtATime) {
+TEST(OwnedMutex, AdmitsOneThreadAtATime) {
   OwnedMutex mutex;
   expectExclusion(mutex);
 }
@@ -127,7 +127,7 @@ TEST(ScopedLock, LocksOnceAndUnlocksOnce) {
   EXPECT_EQ(lockable.unlocks, 1);
 }
 
-TEST(TimedMutex, AnAbsentNameIsUnnamed) {
+TEST(TimedMutex, AMissingNameBecomesUnnamedMutex) {
   EXPECT_EQ(TimedMutex(nullptr, 1, 1).name(), "<unnamed mutex>");
   EXPECT_EQ(TimedMutex("", 1, 1).name(), "<unnamed mutex>");
   EXPECT_EQ(TimedMutex("queue", 1, 1).name(), "queue");
@@ -139,7 +139,7 @@ TEST(TimedMutex, NegativeThresholdsAreZero) {
   EXPECT_EQ(mutex.holdWarnMicros(), 0);
 }
 
-TEST(TimedMutex, KnowsWhenItWasAcquiredAndIsZeroWhileFree) {
+TEST(TimedMutex, TheAcquisitionTimeIsZeroWhileItIsFree) {
   TimedMutex mutex("m", never, never);
   EXPECT_EQ(mutex.acquiredAt(), 0);
   const std::int64_t before = TimeUtils::nowMicros();
@@ -153,7 +153,7 @@ TEST(TimedMutex, KnowsWhenItWasAcquiredAndIsZeroWhileFree) {
 TEST_F(Reports, AWaitAboveTheThresholdIsReportedByTheWaiter) {
   TimedMutex mutex("busy", 10'000, never);
   contend(mutex, 50'000);
-  ASSERT_FALSE(slowAcquires.empty());  // a stalled machine may add the holder's own
+  ASSERT_FALSE(slowAcquires.empty());  // on a stalled machine there may be one of the holder too
   EXPECT_EQ(slowAcquires.back().mutex, "busy");
   EXPECT_EQ(slowAcquires.back().holder, getThreadName());
   EXPECT_EQ(slowAcquires.back().threshold, 10'000);
@@ -164,7 +164,7 @@ TEST_F(Reports, AWaitAboveTheThresholdIsReportedByTheWaiter) {
 TEST_F(Reports, AHoldAboveTheThresholdIsReportedWithItsHolder) {
   TimedMutex mutex("held", never, 10'000);
   contend(mutex, 30'000);
-  ASSERT_FALSE(longHolds.empty());  // a stalled machine may add the waiter's own
+  ASSERT_FALSE(longHolds.empty());  // on a stalled machine there may be one of the waiter too
   EXPECT_EQ(longHolds[0].mutex, "held");
   EXPECT_EQ(longHolds[0].holder, "holder");
   EXPECT_EQ(longHolds[0].threshold, 10'000);
@@ -186,7 +186,7 @@ TEST_F(Reports, TheMutexIsFreeAgainWhenALongHoldIsReported) {
     ++reports;
     EXPECT_EQ(mutex.acquiredAt(), 0);
     setLongHoldReport(recordLongHold);
-    const ScopedLock again(mutex);  // would wait for ever if it were held
+    const ScopedLock again(mutex);  // would block forever if the mutex were held
   });
   holdFor(mutex, 5'000);
   EXPECT_EQ(reports, 1);
@@ -216,13 +216,13 @@ TEST_F(Reports, APlainPortableMutexNeverWarns) {
 TEST_F(Reports, ATimedPortableMutexWarns) {
   PortableMutex mutex("timed", 1, 1);
   contend(mutex, 20'000);
-  ASSERT_GE(slowAcquires.size(), 1U);  // on a slow machine a microsecond is soon gone without contention
+  ASSERT_GE(slowAcquires.size(), 1U);  // on a slow machine a lock takes a microsecond even without contention
   EXPECT_EQ(slowAcquires[0].mutex, "timed");
   ASSERT_GE(longHolds.size(), 1U);
   EXPECT_EQ(longHolds[0].mutex, "timed");
 }
 
-// Has a thread, named "waiter", wait for the mutex and then hold it for exactly so many microseconds of the clock.
+// Lets a thread, named "waiter", wait for the mutex and then hold it, each for exactly the given time of the clock.
 void waitAndHold(TimedMutex& mutex, std::int64_t waited, std::int64_t held) {
   constexpr std::int64_t start = 1'000'000'000;
   WallClock clock(start);
@@ -235,13 +235,13 @@ void waitAndHold(TimedMutex& mutex, std::int64_t waited, std::int64_t held) {
       const ScopedLock waitedFor(mutex);
       clock.moveTo(start + waited + held);
     });
-    clock.waitUntilAsked(asked + 1);  // it has looked when it began to wait
+    clock.waitUntilAsked(asked + 1);  // the waiter has read the clock before it waits
     clock.moveTo(start + waited);
   }
   waiter.join();
 }
 
-TEST_F(Reports, OnlyWhatIsAboveTheThresholdIsReported) {
+TEST_F(Reports, OnlyTimesAboveTheThresholdAreReported) {
   const struct {
     std::int64_t threshold, micros;
     bool isReported;
@@ -294,7 +294,7 @@ TEST_F(Reports, AMutexMayBeDestroyedFromTheReportOfItsLastHold) {
   EXPECT_EQ(reported, "a name too long to lie inside of the string object itself, waiter, 5");
 }
 
-// What the default reports write, whole.
+// Returns everything that the default reports write.
 std::string linesOf(TimedMutex& mutex, std::int64_t waited, std::int64_t held) {
   testing::internal::CaptureStderr();
   waitAndHold(mutex, waited, held);
@@ -342,7 +342,7 @@ TEST(OwnedMutex, KnowsItsHolder) {
   EXPECT_FALSE(mutex.isHeldByThisThread());
 }
 
-TEST(ScopedOwnedLock, LeavesALockAloneThatItsThreadHolds) {
+TEST(ScopedOwnedLock, DoesNotTouchALockThatItsThreadHolds) {
   OwnedMutex mutex;
   {
     const ScopedOwnedLock outer(mutex);
@@ -356,23 +356,7 @@ TEST(ScopedOwnedLock, LeavesALockAloneThatItsThreadHolds) {
   EXPECT_FALSE(mutex.isHeldByThisThread());
 }
 
-TEST(TryLock, LocksOnlyWhatIsFree) {
-  BasicMutex basic;
-  EXPECT_TRUE(basic.tryLock());
-  std::thread([&] { EXPECT_FALSE(basic.tryLock()); }).join();
-  basic.unlock();
-  PortableMutex plain;
-  EXPECT_TRUE(plain.tryLock());
-  std::thread([&] { EXPECT_FALSE(plain.tryLock()); }).join();
-  plain.unlock();
-}
-
-TEST(TryLock, NeverLocksATimedMutex) {
-  PortableMutex timed("timed", 1'000'000, 1'000'000);
-  EXPECT_FALSE(timed.tryLock());
-}
-
-TEST(OwnedMutex, IsTakenByOneThreadAtATimeHoweverLongItIsHeld) {
+TEST(OwnedMutex, AdmitsOneThreadAtATimeHoweverLongItIsHeld) {
   OwnedMutex mutex;
   int inside = 0;  // guarded by the mutex
   std::vector<std::thread> threads;
@@ -381,7 +365,7 @@ TEST(OwnedMutex, IsTakenByOneThreadAtATimeHoweverLongItIsHeld) {
       for (int i = 0; i < 20; ++i) {
         const ScopedLock lock(mutex);
         EXPECT_EQ(++inside, 1);
-        if (i % 5 == 0) ::usleep(500);  // longer than anybody looks before sleeping
+        if (i % 5 == 0) ::usleep(500);
         --inside;
       }
     });

@@ -6,17 +6,18 @@
 #include <cerrno>
 #include <ctime>
 
+#include "base/text/TimeUtils.h"
+
 namespace {
 
 constexpr char anonymousThread[] = "<anonymous thread>";
-constexpr std::int64_t microsPerSecond = 1'000'000;
-constexpr std::int64_t wholeSecondsFrom = 5 * microsPerSecond;
+constexpr std::int64_t wholeSecondsFrom = 5 * TimeUtils::microsPerSecond;
 
 }  // namespace
 
 void setThreadName(const char* name) {
   const bool isNamed = name != nullptr && *name != '\0';
-  (void)::pthread_setname_np(::pthread_self(), isNamed ? name : anonymousThread);  // refused names are no failure
+  (void)::pthread_setname_np(::pthread_self(), isNamed ? name : anonymousThread);  // a refused name is no failure
 }
 
 std::string getThreadName() {
@@ -27,9 +28,9 @@ std::string getThreadName() {
 
 void sleepMicros(std::int64_t micros) {
   if (micros <= 0) return;
-  const std::int64_t remainder = micros < wholeSecondsFrom ? micros % microsPerSecond : 0;
+  const std::int64_t remainder = micros < wholeSecondsFrom ? micros % TimeUtils::microsPerSecond : 0;
   timespec left{};
-  left.tv_sec = static_cast<decltype(left.tv_sec)>(micros / microsPerSecond);
+  left.tv_sec = static_cast<decltype(left.tv_sec)>(micros / TimeUtils::microsPerSecond);
   left.tv_nsec = static_cast<decltype(left.tv_nsec)>(remainder * 1'000);
   while (::nanosleep(&left, &left) != 0 && errno == EINTR) {
   }

@@ -1,15 +1,16 @@
-// Names of threads, and a sleep in microseconds.
+// ThreadNames: names of threads, and a sleep in microseconds.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
-// Names the calling thread; null or empty stands for "<anonymous thread>". The system keeps names of up to 15 bytes and
-// refuses longer ones, that one included: then the thread silently keeps the name it had.
+// Sets the name of the calling thread. Null or an empty name means "<anonymous thread>". The system accepts names of up
+// to 15 bytes. It refuses longer ones, also "<anonymous thread>": the thread then keeps its old name, and no error is
+// reported.
 void setThreadName(const char* name);
-// The calling thread's name, or "<error in pthread_getname>".
+// The name of the calling thread, or "<error in pthread_getname>" if it cannot be read.
 std::string getThreadName();
 
-// Sleeps `micros`: not at all for zero and less, exactly below five seconds, whole seconds (the remainder dropped,
-// deliberately) from there on. A signal does not shorten it.
+// Sleeps for `micros` microseconds. It returns at once for 0 and negative values. From five seconds on it sleeps for
+// whole seconds and drops the remainder, deliberately. A signal does not shorten the sleep.
 void sleepMicros(std::int64_t micros);

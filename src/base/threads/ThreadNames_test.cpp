@@ -14,7 +14,7 @@
 
 #include "base/text/TimeUtils.h"
 
-// The sleeps and the names of this test program: the system's, unless a test watches or breaks them.
+// Replaces the system's calls for sleeps and thread names, so that a test can watch them or make them fail.
 namespace {
 thread_local std::vector<timespec>* recordedSleeps = nullptr;
 thread_local int refusedSleeps = 0;
@@ -70,7 +70,7 @@ TEST(ThreadName, ALongerNameThanFifteenBytesIsRefusedSilently) {
   });
 }
 
-TEST(ThreadName, AnEmptyNameStandsForOneThatTheSystemRefuses) {
+TEST(ThreadName, AnEmptyNameMeansANameThatTheSystemRefuses) {
   onOwnThread([] {
     setThreadName("kept");
     std::vector<std::string> names;
@@ -104,7 +104,7 @@ std::vector<timespec> sleepsOf(std::int64_t micros) {
   return sleeps;
 }
 
-TEST(SleepMicros, SleepsExactlyBelowFiveSecondsAndWholeSecondsFromThereOn) {
+TEST(SleepMicros, SleepsExactlyBelowFiveSecondsAndWholeSecondsFromFiveOn) {
   const struct {
     std::int64_t micros;
     time_t seconds;
@@ -129,13 +129,13 @@ TEST(SleepMicros, SleepsExactlyBelowFiveSecondsAndWholeSecondsFromThereOn) {
   }
 }
 
-TEST(SleepMicros, ZeroAndLessSleepNotAtAll) {
+TEST(SleepMicros, ZeroAndNegativeTimesDoNotSleep) {
   EXPECT_TRUE(sleepsOf(0).empty());
   EXPECT_TRUE(sleepsOf(-1).empty());
   EXPECT_TRUE(sleepsOf(INT64_MIN).empty());
 }
 
-TEST(SleepMicros, ASleepThatTheSystemRefusesIsNotTriedAgain) {
+TEST(SleepMicros, AFailedSleepIsNotRetried) {
   refusedSleeps = 3;
   EXPECT_EQ(sleepsOf(1'000).size(), 1U);
   refusedSleeps = 0;
