@@ -20,7 +20,7 @@ bool leadsTo(const std::string& path, const struct stat& file) {
 
 Status copyError(StatusCode code, const std::string& path) { return Status::error(code, path, "copyFile"); }
 
-// Copies `left` bytes, or as many as there are.
+// Copies the source up to the size that it had when it was opened, or to its end if that comes earlier.
 Status copyBytes(const OpenedFile& source, const std::string& from, FileWriter& target, const std::string& to) {
   char buffer[4096];
   for (off_t left = source.size; left > 0;) {
@@ -40,7 +40,7 @@ Status copyBytes(const OpenedFile& source, const std::string& from, FileWriter& 
 Status copyFile(const std::string& from, const std::string& to) {
   if (!isUsablePath(to) || fileSize(from) < 0) return Status::of(status::invalidArgument);
   OpenedFile source;
-  // Everybody may read the copy: what is copied is not for others to choose.
+  // Everybody may read the copy, so nobody else may choose by a link what is copied.
   if (!openForReading(AT_FDCWD, from.c_str(), source, Links::ofTrusted)) return copyError(status::openError, from);
   FileWriter target;
   Status s = target.open(to, copyMode);

@@ -1,4 +1,4 @@
-// CopyFile: copies of files (what holds for all of FileUtils is in FileUtils.h).
+// CopyFile: copies a file. FileUtils.h has the rules that all of FileUtils share.
 //
 //   Status s = FileUtils::copyFile(from, to);
 #pragma once
@@ -9,11 +9,13 @@
 
 namespace FileUtils {
 
-// Copies the bytes that `from` has at the start (one that ends earlier is copied as far as it goes), mode 0644 whatever
-// the umask; owner and times are not copied. A destination that was not there is removed again after a failure. Only
-// links of Links::ofTrusted are followed, at `from` too, since everybody may read the copy.
-// Statuses, with the path as details and "copyFile" as context: "file open", "file read", "file write". "invalid
-// argument" without details: an empty path, no file at `from`, or both the same file.
+// Copies as many bytes as `from` has when the copy begins. If the file ends earlier, the copy ends there and succeeds.
+// - The copy has mode 0644 whatever the umask. The owner and the times are not copied.
+// - If the copy fails, a destination that did not exist before is removed again.
+// - Only links of Links::ofTrusted are followed, also at `from`: everybody may read the copy, so nobody else may choose
+//   which file is copied.
+// Statuses: "file open", "file read" and "file write", with the path as details and "copyFile" as context. "invalid
+// argument", without details: a path is empty, there is no file at `from`, or both paths lead to the same file.
 Status copyFile(const std::string& from, const std::string& to);
 
 }  // namespace FileUtils

@@ -26,11 +26,11 @@ TEST_F(CopyFileTest, ACopyHasTheBytesAndMode0644WhateverTheUmask) {
   }
 }
 
-TEST_F(CopyFileTest, ACopyIsOursAndOfNow) {
+TEST_F(CopyFileTest, ACopyBelongsToTheCallerAndHasTheCurrentTime) {
   host::writeFile("/tmp/from", "text");
   const timespec longAgo[2] = {{1'000'000'000, 0}, {1'000'000'000, 0}};
   ASSERT_EQ(::utimensat(AT_FDCWD, "/tmp/from", longAgo, 0), 0);
-  // Where the host has one user only, the owner is ours in any case.
+  // If the host has one user only, the caller owns every file anyway.
   [[maybe_unused]] const int given = ::chown("/tmp/from", 1000, 1000);
   EXPECT_THAT(FileUtils::copyFile("/tmp/from", "/tmp/to"), HasCode(status::success));
   struct stat copy = {};
@@ -48,7 +48,7 @@ TEST_F(CopyFileTest, ACopyLeavesNothingOfALongerFile) {
   EXPECT_EQ(host::modeOf("/tmp/to"), 0644u);
 }
 
-TEST_F(CopyFileTest, ACopyGoesOnAfterShortReadsAndWrites) {
+TEST_F(CopyFileTest, ACopyContinuesAfterShortReadsAndWrites) {
   host::writeFile("/tmp/from", std::string(5000, 'x'));
   FaultPlan plan;
   plan.oneByteAtATime = true;
@@ -57,7 +57,7 @@ TEST_F(CopyFileTest, ACopyGoesOnAfterShortReadsAndWrites) {
   EXPECT_EQ(host::readFile("/tmp/to"), std::string(5000, 'x'));
 }
 
-TEST_F(CopyFileTest, WhatSomebodyElsesLinkLeadsToIsNotCopied) {
+TEST_F(CopyFileTest, TheTargetOfAnotherUsersLinkIsNotCopied) {
   SKIP_WITHOUT_OTHER_USERS();
   host::writeFile("/tmp/secret", "secret", 0600);
   host::makeLink("/tmp/theirs/link", "/tmp/secret");
@@ -84,7 +84,7 @@ TEST_F(CopyFileTest, ACopyOntoTheNullDeviceKeepsTheDevice) {
   EXPECT_FALSE(FileUtils::isRegularFile("/dev/null"));
 }
 
-TEST_F(CopyFileTest, ASourceThatGrowsMeanwhileIsCopiedToItsFirstSize) {
+TEST_F(CopyFileTest, ASourceThatGrowsIsCopiedUpToItsFirstSize) {
   host::writeFile("/tmp/from", std::string(5000, 'x'));
   FaultPlan plan;
   plan.calls = {"read"};
@@ -99,7 +99,7 @@ TEST_F(CopyFileTest, ASourceThatGrowsMeanwhileIsCopiedToItsFirstSize) {
   EXPECT_EQ(FileUtils::fileSize("/tmp/to"), 5000);
 }
 
-TEST_F(CopyFileTest, AFileThatCannotBeWrittenIsNotCopiedOntoItselfEither) {
+TEST_F(CopyFileTest, AFileThatCannotBeWrittenIsNotCopiedOntoItself) {
   host::writeFile("/tmp/file", "text", 0444);
   host::makeLink("/tmp/link", "/tmp/file");
   const host::BoundByModes bound;
@@ -119,7 +119,7 @@ TEST_F(CopyFileTest, AFileIsNotCopiedOntoItself) {
   }
 }
 
-TEST_F(CopyFileTest, ACopyNeedsAFileThatIsThere) {
+TEST_F(CopyFileTest, ACopyOfAMissingFileIsAnInvalidArgument) {
   EXPECT_THAT(FileUtils::copyFile("/tmp/missing", "/tmp/to"), HasCode(status::invalidArgument));
   EXPECT_FALSE(host::exists("/tmp/to"));
 }
@@ -161,7 +161,7 @@ TEST_F(CopyFileTest, ACopyThatCannotBeReadOrWrittenNamesThePath) {
     expectCopyError(FileUtils::copyFile("/tmp/from", "/tmp/to"), status::writeError, "/tmp/to");
   }
   EXPECT_FALSE(host::exists("/tmp/to"));
-  plan.calls = {"close"};  // the target's is the first
+  plan.calls = {"close"};  // the target is closed first
   {
     const ArmedFaults armed{plan};
     expectCopyError(FileUtils::copyFile("/tmp/from", "/tmp/to"), status::writeError, "/tmp/to");
@@ -170,7 +170,7 @@ TEST_F(CopyFileTest, ACopyThatCannotBeReadOrWrittenNamesThePath) {
 }
 
 TEST_F(CopyFileTest, ASourceThatEndsEarlyEndsTheCopyWithSuccess) {
-  // A file of sysfs is said to be a page long and ends much earlier.
+  // stat reports a size of one page for a file in sysfs, but the file ends much earlier.
   constexpr const char* kPage = "/tmp/sys/class/net/lo/mtu";
   host::makeDirs("/tmp/sys");
   if (::mount("sysfs", "/tmp/sys", "sysfs", MS_RDONLY, nullptr) != 0) GTEST_SKIP() << "needs a sysfs of its own";

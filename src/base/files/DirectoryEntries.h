@@ -1,5 +1,5 @@
-// DirectoryEntries: makes, removes and renames what lies in directories (what holds for all of FileUtils is in
-// FileUtils.h).
+// DirectoryEntries: makes, removes and renames files and directories. FileUtils.h has the rules that all of FileUtils
+// share.
 //
 //   Status s = FileUtils::makeDir(path, 0750);
 //   ...
@@ -14,25 +14,28 @@
 
 namespace FileUtils {
 
-// mkdir with the mode less the umask; whatever already has that name is success. Not recursive. Status: "mkdir".
+// Makes a directory with `mode` less the umask. Succeeds if an entry of any kind already has that name. It does not
+// make the directories above. Status: "mkdir".
 Status makeDir(const std::string& path, mode_t mode);
 
-// mkdir of a directory that must be new, with exactly `mode` whatever the umask. For choosing numbered names: mkdir
-// itself decides. `exists` means an entry of any kind, also a link that leads nowhere. When only the mode cannot be set
-// the directory is removed again: `failed`.
+// Makes a directory that must be new, with exactly `mode` whatever the umask. Callers that choose a numbered name use
+// it to test whether the name is free and take it in one step. Returns `exists` if an entry of any kind has that name,
+// even a broken link. If the mode cannot be set, it removes the directory again and returns `failed`.
 enum class NewDir { made, exists, failed };
 NewDir makeNewDir(const std::string& path, mode_t mode);
 
-// chmod; success also when it fails and the nine permission bits are already those of `mode`. Status: "chmod".
+// Sets the mode. Succeeds also if chmod fails but the nine permission bits already equal `mode`. Status: "chmod".
 Status setMode(const std::string& path, mode_t mode);
 
-// A missing path is success for all three. Statuses: "unlink", "rmdir"; removePath tries removeFile first, and when
-// that fails its result is that of removeDir.
+// Remove a file, an empty directory, or either of the two. A missing path is a success. Statuses: "unlink" for
+// removeFile, "rmdir" for removeDir. removePath tries removeFile first; if that fails, it returns the result of
+// removeDir.
 Status removeFile(const std::string& path);
 Status removeDir(const std::string& path);
 Status removePath(const std::string& path);
 
-// rename(2). Without `overwrite` an existing regular file at `to` is a failure and both stay. Status: "rename".
+// Renames a file or directory. If `overwrite` is false and there is a regular file at `to`, it fails and changes
+// nothing. Status: "rename".
 Status renameFile(const std::string& from, const std::string& to, bool overwrite);
 
 }  // namespace FileUtils

@@ -26,7 +26,7 @@ TEST_F(DirectoryEntriesTest, AnExistingEntryCountsAsADirectoryMade) {
   EXPECT_THAT(FileUtils::makeDir(kFile, 0755), HasCode(status::success));
 }
 
-TEST_F(DirectoryEntriesTest, DirectoriesAboveAreNotMade) {
+TEST_F(DirectoryEntriesTest, MissingParentDirectoriesAreNotMade) {
   EXPECT_THAT(FileUtils::makeDir("/tmp/a/b", 0755), HasCode(status::mkdirError));
   EXPECT_FALSE(host::exists("/tmp/a"));
 }
@@ -37,7 +37,7 @@ TEST_F(DirectoryEntriesTest, ANewDirectoryHasItsModeWhateverTheUmask) {
   EXPECT_EQ(host::modeOf("/tmp/new"), 0755u);
 }
 
-TEST_F(DirectoryEntriesTest, AnEntryOfAnyKindIsNoNewDirectory) {
+TEST_F(DirectoryEntriesTest, AnExistingEntryOfAnyKindIsReportedAsExisting) {
   host::makeDirs("/tmp/directory");
   host::writeFile("/tmp/file", "");
   host::makeLink("/tmp/nowhere", "/tmp/missing");
@@ -65,7 +65,7 @@ TEST_F(DirectoryEntriesTest, AModeIsSet) {
   EXPECT_THAT(FileUtils::setMode("/tmp/missing", 0666), HasCode(status::chmodError));
 }
 
-TEST_F(DirectoryEntriesTest, AModeThatIsThereAlreadyNeedsNoRight) {
+TEST_F(DirectoryEntriesTest, SettingTheCurrentModeNeedsNoPermission) {
   host::writeFile(kFile, "", 0666);
   FaultPlan plan;
   plan.at = 1;
@@ -77,7 +77,7 @@ TEST_F(DirectoryEntriesTest, AModeThatIsThereAlreadyNeedsNoRight) {
   EXPECT_THAT(FileUtils::setMode(kFile, 0640), HasCode(status::chmodError));
 }
 
-TEST_F(DirectoryEntriesTest, WhatIsMissingCountsAsRemoved) {
+TEST_F(DirectoryEntriesTest, AMissingPathCountsAsRemoved) {
   EXPECT_THAT(FileUtils::removeFile("/tmp/missing"), HasCode(status::success));
   EXPECT_THAT(FileUtils::removeDir("/tmp/missing"), HasCode(status::success));
   EXPECT_THAT(FileUtils::removePath("/tmp/missing"), HasCode(status::success));
@@ -94,7 +94,7 @@ TEST_F(DirectoryEntriesTest, FilesAndEmptyDirectoriesAreRemoved) {
   EXPECT_FALSE(host::exists("/tmp/directory"));
 }
 
-TEST_F(DirectoryEntriesTest, APathIsRemovedWhetherFileOrEmptyDirectory) {
+TEST_F(DirectoryEntriesTest, RemovePathRemovesFilesAndEmptyDirectories) {
   host::writeFile("/tmp/file", "");
   host::makeDirs("/tmp/directory");
   host::writeFile("/tmp/full/file", "");
@@ -106,7 +106,7 @@ TEST_F(DirectoryEntriesTest, APathIsRemovedWhetherFileOrEmptyDirectory) {
   EXPECT_TRUE(host::exists("/tmp/full/file"));
 }
 
-TEST_F(DirectoryEntriesTest, ALinkIsRemovedAndNotItsEnd) {
+TEST_F(DirectoryEntriesTest, ALinkIsRemovedAndItsTargetStays) {
   host::writeFile(kFile, "x");
   host::makeLink("/tmp/link", kFile);
   EXPECT_THAT(FileUtils::removeFile("/tmp/link"), HasCode(status::success));
@@ -114,7 +114,7 @@ TEST_F(DirectoryEntriesTest, ALinkIsRemovedAndNotItsEnd) {
   EXPECT_TRUE(host::exists(kFile));
 }
 
-TEST_F(DirectoryEntriesTest, ARenameOntoAFileNeedsLeave) {
+TEST_F(DirectoryEntriesTest, ARenameReplacesAFileOnlyIfOverwriteIsSet) {
   host::writeFile("/tmp/from", "from");
   host::writeFile("/tmp/to", "to");
   EXPECT_THAT(FileUtils::renameFile("/tmp/from", "/tmp/to", false), HasCode(status::renameError));
@@ -125,7 +125,7 @@ TEST_F(DirectoryEntriesTest, ARenameOntoAFileNeedsLeave) {
   EXPECT_FALSE(host::exists("/tmp/from"));
 }
 
-TEST_F(DirectoryEntriesTest, ARenameToANewNameWorksEitherWay) {
+TEST_F(DirectoryEntriesTest, ARenameToANewNameWorksWithAndWithoutOverwrite) {
   host::writeFile("/tmp/one", "");
   EXPECT_THAT(FileUtils::renameFile("/tmp/one", "/tmp/two", false), HasCode(status::success));
   EXPECT_THAT(FileUtils::renameFile("/tmp/two", "/tmp/three", true), HasCode(status::success));

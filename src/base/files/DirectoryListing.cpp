@@ -14,7 +14,7 @@
 namespace FileUtils {
 namespace {
 
-// A pass over a directory that has its own descriptor.
+// Reads the entries of a directory through a descriptor of its own.
 class DirectoryReader {
  public:
   explicit DirectoryReader(UniqueFd fd) {
@@ -27,7 +27,7 @@ class DirectoryReader {
   DirectoryReader(const DirectoryReader&) = delete;
   DirectoryReader& operator=(const DirectoryReader&) = delete;
 
-  // The next entry but "." and ".."; null at the end, and where the directory cannot be read.
+  // Returns the next entry, without "." and "..". Null at the end and if the directory cannot be read.
   const dirent* next() {
     const dirent* entry = nullptr;
     while (directory_ != nullptr && (entry = read()) != nullptr) {
@@ -57,8 +57,8 @@ UniqueFd openDirectoryAt(int directoryFd, const char* path) {
   return UniqueFd(uninterrupted([&] { return ::openat(directoryFd, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
 }
 
-// The list a link belongs to, or null. A relative text is taken from the working directory, not from the link's
-// directory: deliberate, the removal of trees relies on it.
+// Returns the list that a link belongs to, or null. A relative target is resolved from the working directory, not from
+// the link's directory. That is deliberate: removeTree relies on it.
 std::vector<std::string>* listOfLink(DirectoryListing& listing, int directoryFd, const char* name) {
   char text[4096];
   const ssize_t length = ::readlinkat(directoryFd, name, text, sizeof text);

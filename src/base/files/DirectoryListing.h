@@ -1,4 +1,4 @@
-// DirectoryListing: what lies in a directory (what holds for all of FileUtils is in FileUtils.h).
+// DirectoryListing: lists the entries of a directory. FileUtils.h has the rules that all of FileUtils share.
 //
 //   const FileUtils::DirectoryListing listing = FileUtils::listDirectory(path);
 //   if (!listing.status.isSuccess()) return listing.status;
@@ -13,7 +13,7 @@
 
 namespace FileUtils {
 
-// The names in a directory by kind, without "." and "..", in the order the system gives them.
+// The names in a directory by kind, without "." and "..", in the order in which the system returns them.
 struct DirectoryListing {
   std::string path;
   Status status;
@@ -24,25 +24,31 @@ struct DirectoryListing {
   std::vector<std::string> others;
 };
 
-// Lists a directory. A link counts by what its text leads to; a relative text is taken from the working directory of
-// the process, not from the link's directory, which is deliberate. A text that leads nowhere is under `others`, a link
-// that cannot be read nowhere; neither is a failure. A type that the directory read leaves open is looked up. Statuses:
-// "invalid argument", "opendir" (a directory that cannot be read to its end, too; the lists hold what was seen).
+// Lists a directory.
+// - A link is listed by the kind of its target. A relative target is resolved from the working directory of the
+//   process, not from the link's directory. That is deliberate.
+// - A link whose target does not exist is listed under `others`. A link that cannot be read is in no list. Neither is a
+//   failure.
+// - If the system does not report the type of an entry, it is found with stat.
+// Statuses: "invalid argument"; "opendir" if the directory cannot be opened or cannot be read to its end. In the latter
+// case the lists hold the entries that were read.
 DirectoryListing listDirectory(const std::string& path);
 
-// The same for an open directory; `path` stays empty and the descriptor's own position does not move.
+// Lists an open directory in the same way. `path` stays empty. The read position of the descriptor does not change.
 DirectoryListing listOpenDirectory(int directoryFd);
 
-// Opens a directory for the functions that work relative to one; not open when it is no directory (errno).
+// Opens a directory, for functions that take a directory descriptor. If that fails, or if the path is no directory, the
+// result is not open and errno holds the reason.
 UniqueFd openDirectory(const std::string& path);
 
-// Appends the names of the real directories, never links to one, in the order the system gives them; the descriptor's
-// own position does not move. Names that begin with "." are included, "." and ".." are not. Status: "opendir" when it
-// cannot be read to its end; then `names` is as it was.
+// Appends the names of the directories in an open directory, in the order in which the system returns them. Links to
+// directories are not included, nor are "." and ".."; other names that begin with "." are. The read position of the
+// descriptor does not change. Status: "opendir" if the directory cannot be read to its end; then `names` does not
+// change.
 Status listRealDirectories(int directoryFd, std::vector<std::string>& names);
 
-// The kind of a directory entry, as in d_type: `type` itself, or, where the directory read left it open (DT_UNKNOWN),
-// what a look at the entry says. Links are not followed. DT_UNKNOWN when that look fails.
+// The kind of a directory entry, as in d_type: `type` itself, unless it is DT_UNKNOWN; then the kind that stat reports
+// for the entry, without following links. DT_UNKNOWN if that stat fails.
 unsigned char entryType(int directoryFd, const char* name, unsigned char type);
 
 }  // namespace FileUtils

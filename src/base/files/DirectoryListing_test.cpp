@@ -76,7 +76,7 @@ TEST_F(DirectoryListingTest, AnEmptyDirectoryIsListedWithSuccess) {
   EXPECT_THAT(listing.directories, SizeIs(0));
 }
 
-TEST_F(DirectoryListingTest, WhatIsNoReadableDirectoryIsSaid) {
+TEST_F(DirectoryListingTest, APathThatIsNoReadableDirectoryIsAFailure) {
   host::writeFile("/tmp/file", "");
   host::makeFifo("/tmp/fifo");
   host::makeDirs("/tmp/closed", 0);
@@ -97,7 +97,7 @@ TEST_F(DirectoryListingTest, ADirectoryThatCannotBeReadToItsEndIsAFailure) {
   EXPECT_THAT(FileUtils::listDirectory("/tmp/list").status, HasCode(status::opendirError));
 }
 
-TEST_F(DirectoryListingTest, ALinkThatCannotBeReadIsPassedOver) {
+TEST_F(DirectoryListingTest, ALinkThatCannotBeReadIsInNoList) {
   host::makeLink("/tmp/list/link", "/tmp");
   FaultPlan plan;
   plan.at = 1;
@@ -109,7 +109,7 @@ TEST_F(DirectoryListingTest, ALinkThatCannotBeReadIsPassedOver) {
   EXPECT_THAT(listing.linksToDirectories, SizeIs(0));
 }
 
-TEST_F(DirectoryListingTest, ALinkThatCannotBeLookedAtIsAmongTheOthers) {
+TEST_F(DirectoryListingTest, ALinkWhoseTargetCannotBeStattedIsAmongTheOthers) {
   host::makeLink("/tmp/list/link", "/tmp");
   FaultPlan plan;
   plan.at = 1;
@@ -120,7 +120,7 @@ TEST_F(DirectoryListingTest, ALinkThatCannotBeLookedAtIsAmongTheOthers) {
   EXPECT_THAT(listing.others, ElementsAre("link"));
 }
 
-TEST_F(DirectoryListingTest, ATypeThatTheDirectoryLeavesOpenIsLookedUp) {
+TEST_F(DirectoryListingTest, AnUnknownEntryTypeIsFoundWithStat) {
   host::makeDirs("/tmp/list/directory");
   host::writeFile("/tmp/list/file", "");
   host::makeFifo("/tmp/list/fifo");
@@ -134,7 +134,7 @@ TEST_F(DirectoryListingTest, ATypeThatTheDirectoryLeavesOpenIsLookedUp) {
   EXPECT_EQ(FileUtils::entryType(fd.get(), "missing", DT_REG), DT_REG);
 }
 
-TEST_F(DirectoryListingTest, OnlyRealDirectoriesAreListedForStores) {
+TEST_F(DirectoryListingTest, ListRealDirectoriesListsNoLinks) {
   host::makeProfile("profile-1", "lab");
   host::makeProfile("profile-2", "home");
   host::writeFile("/etc/zuv/profiles/stray", "");
@@ -147,10 +147,10 @@ TEST_F(DirectoryListingTest, OnlyRealDirectoriesAreListedForStores) {
   EXPECT_THAT(names, UnorderedElementsAre("kept", "profile-1", "profile-2", ".factory"));
   names.clear();
   EXPECT_THAT(FileUtils::listRealDirectories(root.get(), names), HasCode(status::success));
-  EXPECT_THAT(names, SizeIs(3));  // the descriptor's position has not moved
+  EXPECT_THAT(names, SizeIs(3));  // the descriptor's read position has not changed
 }
 
-TEST_F(DirectoryListingTest, AFailedListingForStoresLeavesTheNames) {
+TEST_F(DirectoryListingTest, AFailedListRealDirectoriesDoesNotChangeTheNames) {
   host::makeProfile("profile-1", "lab");
   const UniqueFd root = FileUtils::openDirectory(host::kProfiles);
   std::vector<std::string> names{"kept"};
@@ -164,7 +164,7 @@ TEST_F(DirectoryListingTest, AFailedListingForStoresLeavesTheNames) {
   }
 }
 
-TEST_F(DirectoryListingTest, OnlyADirectoryIsOpenedAsOne) {
+TEST_F(DirectoryListingTest, OpenDirectoryOpensOnlyDirectories) {
   host::writeFile("/tmp/file", "");
   host::makeFifo("/tmp/fifo");
   host::makeLink("/tmp/link", "/etc");

@@ -18,7 +18,7 @@
 
 namespace {
 
-// A FIFO never makes an open wait, and a terminal never becomes ours.
+// An open never blocks on a FIFO, and a terminal never becomes our controlling terminal.
 constexpr int alwaysFlags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
 bool isAccepted(const struct stat& info) { return S_ISREG(info.st_mode) || isNullDevice(info); }
@@ -27,8 +27,9 @@ UniqueFd openAt(int directoryFd, const char* path, int flags) {
   return UniqueFd(uninterrupted([&] { return ::openat(directoryFd, path, flags | alwaysFlags); }));
 }
 
-// Where a trusted link leads, as a path from the same directory. False, with errno, for anything else. The link is held
-// while it is looked at, so that nobody can put another in its place.
+// Reads the target of a trusted link, as a path from the same directory. Returns false, with errno set, for anything
+// else. The stat and the target are read through one descriptor of the link, so that nobody can replace the link in
+// between.
 bool readTrustedLink(int directoryFd, const char* path, std::string& target) {
   const UniqueFd link = openAt(directoryFd, path, O_PATH | O_NOFOLLOW);
   struct stat info = {};
@@ -45,8 +46,8 @@ bool readTrustedLink(int directoryFd, const char* path, std::string& target) {
   return true;
 }
 
-// Opens a path by a call that does not follow links, and follows trusted ones at its end, each of a chain. `path` then
-// is where they led.
+// Opens a path with `open`, which does not follow links. Follows trusted links in the last component, also a chain of
+// them. `path` becomes the path of the file itself.
 template <typename Open>
 UniqueFd openThroughTrusted(int directoryFd, std::string& path, Open open) {
   constexpr int longestChain = 40;  // the system's own limit
@@ -71,8 +72,8 @@ bool isOfProc(int fd) {
   return ::fstatfs(fd, &system) == 0 && system.f_type == PROC_SUPER_MAGIC;
 }
 
-// Opens what links lead to, once a look at it has told that it may be opened. It is opened by the descriptor that was
-// looked at; where the system has no /proc, by its path again.
+// Opens the target of a path that may be a link, but only after a stat has shown that it is a file that may be opened.
+// It opens the file through the descriptor that it called stat on. Without /proc it must open the path again.
 UniqueFd openThroughAny(int directoryFd, const char* path) {
   const UniqueFd found = openAt(directoryFd, path, O_PATH);
   struct stat info = {};
@@ -86,7 +87,7 @@ UniqueFd openThroughAny(int directoryFd, const char* path) {
   return fd.isOpen() || errno != ENOENT ? std::move(fd) : openAt(directoryFd, path, O_RDONLY);
 }
 
-// The usual case, no link, is one call.
+// If the path is no link, which is the usual case, this is one system call.
 UniqueFd openToRead(int directoryFd, const char* path, Links links) {
   const auto open = [&](const char* end) { return openAt(directoryFd, end, O_RDONLY | O_NOFOLLOW); };
   if (links == Links::ofTrusted) {
@@ -97,8 +98,8 @@ UniqueFd openToRead(int directoryFd, const char* path, Links links) {
   return fd.isOpen() || errno != ELOOP ? std::move(fd) : openThroughAny(directoryFd, path);
 }
 
-// Waits for the other writers of a file. Anybody who can open it can hold it, so the wait has an end: a file of which
-// that is reached is written nevertheless, as is one whose file system knows no locks.
+// Waits for the other writers of a file. Anyone who can open the file can hold the lock, so after one second the write
+// goes ahead anyway. It does so at once if the file system has no locks.
 void waitForTurn(int fd) {
   using std::chrono::milliseconds;
   using Clock = std::chrono::steady_clock;
@@ -156,7 +157,7 @@ Status FileWriter::open(const std::string& path, mode_t newMode) {
   }
   if (fd_.isOpen()) waitForTurn(fd_.get());
   if (fd_.isOpen() && ::fstat(fd_.get(), &info_) == 0 && isAccepted(info_)) {
-    isNew_ = isNew_ && info_.st_size == 0;  // else somebody else made and filled it a moment ago
+    isNew_ = isNew_ && info_.st_size == 0;  // else another process created and filled it a moment ago
     return Status::success();
   }
   abandon();
@@ -164,7 +165,7 @@ Status FileWriter::open(const std::string& path, mode_t newMode) {
 }
 
 void FileWriter::setMode(mode_t mode) {
-  if (S_ISREG(info_.st_mode)) (void)::fchmod(fd_.get(), mode);  // the content counts, the mode is a courtesy
+  if (S_ISREG(info_.st_mode)) (void)::fchmod(fd_.get(), mode);  // a failure is ignored: the content is what matters
 }
 
 Status FileWriter::reserve(std::size_t length) {
@@ -197,7 +198,7 @@ Status FileWriter::finish() {
 }
 
 void FileWriter::abandon() {
-  if (isNew_) (void)::unlink(path_.c_str());  // never through a link that took the file's place
+  if (isNew_) (void)::unlink(path_.c_str());  // unlink removes a link that took the file's place, never its target
   isNew_ = false;
   written_ = 0;
   fd_.reset();

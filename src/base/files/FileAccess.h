@@ -1,13 +1,15 @@
-// FileAccess: how files are opened, read and written everywhere in the program; the ground below FileUtils.
+// FileAccess: opens, reads and writes files for the whole program. FileUtils is built on it.
 //
 //   OpenedFile file;
-//   if (!openForReading(AT_FDCWD, path.c_str(), file)) return ...;      // errno tells why
+//   if (!openForReading(AT_FDCWD, path.c_str(), file)) return ...;      // errno holds the reason
 //   char buffer[4096];
 //   const ssize_t n = readSome(file.fd.get(), buffer, sizeof buffer);
 //
-// Every descriptor is close-on-exec, nothing waits for the other end of a FIFO, and an interrupted call is made again.
-// A link to a device, /dev/null excepted, is not opened for reading at all: an open alone can start something. Neither
-// is a link into /proc, where files are said to be regular that never end.
+// - Every descriptor is close-on-exec.
+// - No call waits for the other end of a FIFO.
+// - An interrupted call is made again.
+// - A link to a device other than /dev/null is never opened for reading, because opening a device can already have an
+//   effect. A link into /proc is never opened either: /proc has endless files that stat reports as regular.
 #pragma once
 
 #include <sys/stat.h>
@@ -21,7 +23,7 @@
 #include "base/system/UniqueFd.h"
 #include "command/status/StatusCodes.h"
 
-// Makes a call again as long as a signal interrupts it.
+// Repeats a system call until no signal interrupts it.
 template <typename Call>
 auto uninterrupted(Call call) {
   auto result = call();
@@ -29,56 +31,56 @@ auto uninterrupted(Call call) {
   return result;
 }
 
-// A file open for reading and what it was when it was opened. For /dev/null the size is 0.
+// A file open for reading, with its stat and its size at the time of opening. The size of /dev/null is 0.
 struct OpenedFile {
   UniqueFd fd;
   struct stat info = {};
   off_t size = 0;
 };
 
-// Whose link at the end of a path is followed.
+// Whose symbolic links are followed in the last component of a path.
 enum class Links {
   ofAnybody,
-  ofTrusted,  // one that root made, or our own user: somebody else's would choose the file for us
+  ofTrusted,  // only links that root or our own user owns: with a link, another user could choose which file we use
 };
 
-// Whether a look at a link, not followed, saw one of Links::ofTrusted.
+// True if `info`, from an lstat, is that of a link of Links::ofTrusted.
 bool isTrustedLink(const struct stat& info);
 
-// Opens a path, relative ones from an open directory or AT_FDCWD. Only regular files and /dev/null are opened; for
-// anything else errno is EINVAL, for a link that is not followed ELOOP. False leaves `file` unchanged and the reason in
-// errno.
+// Opens a file for reading. A relative path starts at `directoryFd`, an open directory or AT_FDCWD. Only regular files
+// and /dev/null can be opened. On failure it returns false, does not change `file`, and sets errno: EINVAL for any
+// other kind of file, ELOOP for a link that is not followed.
 bool openForReading(int directoryFd, const char* path, OpenedFile& file, Links links = Links::ofAnybody);
 
-// One read(2): the bytes read, 0 at the end, -1 with errno.
+// One read(2). Returns the number of bytes read, 0 at the end of the file, or -1 with errno set.
 ssize_t readSome(int fd, char* buffer, std::size_t size);
 
-// Whether two looks at files saw the same file.
+// True if both belong to the same file.
 inline bool isSameFile(const struct stat& a, const struct stat& b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
-// Whether it is the device /dev/null, which counts as an empty file wherever one is expected.
+// True if it belongs to the device /dev/null, which counts as an empty file wherever a regular file is expected.
 bool isNullDevice(const struct stat& info);
 
-// A path can name a file: it is not empty and holds no zero byte.
+// True if the path is not empty and contains no zero byte, so that it can name a file.
 bool isUsablePath(const std::string& path);
 
-// stat(2) of what a path leads to. False when the path can name no file, or when that fails.
+// Calls stat(2), which follows links. Returns false if that fails or if the path is not usable.
 bool lookAt(const std::string& path, struct stat& info);
 
-// A regular file open for writing in place, made when it was not there. Links of Links::ofTrusted are followed, to make
-// their end as well. /dev/null takes bytes and keeps none.
+// Writes a regular file in place and creates it if it does not exist. It follows links of Links::ofTrusted and creates
+// the missing target of such a link. It writes to /dev/null too.
 //
 //   FileWriter writer;
 //   Status s = writer.open(path, 0640);
 //   ...writer.write(bytes)...
 //   return writer.finish();
 //
-// The bytes overwrite the old ones from the start; finish cuts off what is left behind them and closes. Unless finish
-// has succeeded, a file that was not there before is removed again.
-// Other processes: writers of one file take turns, so that it ends as one of them has written it. Each holds the file
-// itself (flock) from open to the end. What holds it for longer than a second, which anybody can do who may open it, is
-// not waited for.
+// The new bytes overwrite the old ones from the start of the file. finish cuts off the remaining old bytes and closes
+// the file. A file that open created is removed again unless finish succeeds.
+// Other processes: writers of one file take turns, so that the file ends as one of them has written it. Each holds a
+// flock on the file from open to the end. Anyone who can open the file can hold that lock, so after one second the
+// write goes ahead anyway.
 class FileWriter {
  public:
   FileWriter() = default;
@@ -86,23 +88,23 @@ class FileWriter {
   FileWriter(const FileWriter&) = delete;
   FileWriter& operator=(const FileWriter&) = delete;
 
-  // Status: "file open", also for anything but a regular file and for somebody else's link. A new file gets `newMode`
-  // less the umask.
+  // Opens the file. A new file gets `newMode` less the umask. Status: "file open", also if the path is neither a
+  // regular file nor /dev/null, or is a link that another user owns.
   Status open(const std::string& path, mode_t newMode);
 
-  // Whether the file was made by open.
+  // True if open created the file.
   bool isNew() const { return isNew_; }
-  // What open saw; for comparing files.
+  // The stat of the file when open opened it, for isSameFile.
   const struct stat& info() const { return info_; }
 
-  // Sets the mode whatever the umask; /dev/null keeps its own. A failure is no failure of the file.
+  // Sets the mode whatever the umask. Does not change /dev/null. A failure is ignored.
   void setMode(mode_t mode);
 
-  // Reserves room for `length` bytes where the old content is shorter, so that a full disk is met before a byte of it
-  // has changed. File systems that cannot do so are passed over. Status: "file write".
+  // Reserves disk space for `length` bytes if the old content is shorter, so that a full disk is reported before any
+  // byte of the old content changes. Succeeds if the file system cannot reserve space. Status: "file write".
   Status reserve(std::size_t length);
 
-  // Empties the file before its first byte is written.
+  // Empties the file; to be called before the first write.
   Status cutToNothing();
 
   // Status: "file write".
@@ -113,13 +115,13 @@ class FileWriter {
   void abandon();
 
   UniqueFd fd_;
-  std::string path_;  // behind all links
+  std::string path_;  // the path of the file itself, with all links resolved
   struct stat info_ = {};
   off_t written_ = 0;
   bool isNew_ = false;
 };
 
-// Replaces the content of a file by `content` in place, with the statuses of FileWriter. `mode` is set whatever the
-// umask: always, or only when the file is new.
+// Replaces the content of a file in place by `content`. Sets the mode whatever the umask: always, or only if the file
+// is new. The statuses are those of FileWriter.
 enum class SetMode { always, onNewFiles };
 Status replaceContent(const std::string& path, std::string_view content, mode_t mode, SetMode setMode);

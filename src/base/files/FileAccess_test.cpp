@@ -28,7 +28,7 @@ class FileAccessTest : public HostTest {};
 
 bool isCloseOnExec(int fd) { return (::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0; }
 
-TEST_F(FileAccessTest, RegularFilesAndTheNullDeviceAloneAreOpenedForReading) {
+TEST_F(FileAccessTest, OnlyRegularFilesAndTheNullDeviceAreOpenedForReading) {
   host::writeFile(kFile, "12345");
   host::makeLink("/tmp/link", kFile);
   host::makeDirs("/tmp/directory");
@@ -92,7 +92,7 @@ std::vector<std::string> callsOfReading(const char* path, bool opened, int error
   return counted.calls();
 }
 
-TEST_F(FileAccessTest, OnlyALinkCostsMoreThanOneCallToOpen) {
+TEST_F(FileAccessTest, OpeningAPathThatIsNoLinkTakesOneCall) {
   host::writeFile(kTarget, "text");
   host::makeLink(kLink, kTarget);
   EXPECT_THAT(callsOfReading(kTarget, true, 0), testing::ElementsAre("openat", "fstat"));
@@ -100,7 +100,7 @@ TEST_F(FileAccessTest, OnlyALinkCostsMoreThanOneCallToOpen) {
               testing::ElementsAre("openat", "openat", "fstat", "openat", "close", "fstat"));
 }
 
-TEST_F(FileAccessTest, ALinkToADeviceIsLookedAtAndNotOpened) {
+TEST_F(FileAccessTest, ALinkToADeviceIsNotOpened) {
   host::makeLink(kLink, "/dev/zero");
   EXPECT_THAT(callsOfReading(kLink, false, EINVAL), testing::ElementsAre("openat", "openat", "fstat", "close"));
 }
@@ -111,7 +111,7 @@ TEST_F(FileAccessTest, ALinkIntoProcIsNotOpened) {
   callsOfReading("/proc/self/status", true, 0);
 }
 
-TEST_F(FileAccessTest, LinksThatLeadNowhereOrInACircleSaySo) {
+TEST_F(FileAccessTest, BrokenAndCircularLinksAreReported) {
   host::makeLink(kLink, "missing");
   callsOfReading(kLink, false, ENOENT);
   host::makeLink("/tmp/links/circle", "circle");
@@ -133,7 +133,7 @@ TEST_F(FileAccessTest, WithoutProcALinkIsOpenedByItsPathAgain) {
   EXPECT_EQ(file.size, 4);
 }
 
-TEST_F(FileAccessTest, TrustedLinksAreFollowedToTheirEnd) {
+TEST_F(FileAccessTest, ChainsOfTrustedLinksAreFollowed) {
   struct Case {
     const char* why;
     const char* target;
@@ -153,7 +153,7 @@ TEST_F(FileAccessTest, TrustedLinksAreFollowedToTheirEnd) {
   }
 }
 
-TEST_F(FileAccessTest, SomebodyElsesLinkIsReadButNeverWrittenNorTrusted) {
+TEST_F(FileAccessTest, AnotherUsersLinkIsReadButNeverWrittenNorTrusted) {
   SKIP_WITHOUT_OTHER_USERS();
   host::makeLink(kLink, kTarget);
   host::giveTo(kStranger, kLink);
@@ -189,14 +189,14 @@ TEST_F(FileAccessTest, AsManyTrustedLinksAreFollowedAsTheSystemWouldFollow) {
   EXPECT_EQ(host::readFile(kTarget), "new");
 }
 
-// This process as another user, until the end of the scope.
+// Makes this process run as another user until the end of the scope.
 class AsUser {
  public:
   explicit AsUser(uid_t uid) { EXPECT_EQ(::seteuid(uid), 0); }
   ~AsUser() { EXPECT_EQ(::seteuid(0), 0); }
 };
 
-TEST_F(FileAccessTest, AUserWritesThroughHisOwnLinksAndThroughRootsAlone) {
+TEST_F(FileAccessTest, AUserWritesOnlyThroughHisOwnLinksAndThoseOfRoot) {
   SKIP_WITHOUT_OTHER_USERS();
   struct Case {
     const char* why;
@@ -219,8 +219,8 @@ TEST_F(FileAccessTest, AUserWritesThroughHisOwnLinksAndThroughRootsAlone) {
   }
 }
 
-// Who may write in a directory may exchange what lies there at any moment.
-TEST_F(FileAccessTest, ALinkThatTakesThePlaceOfATrustedOneWhileItIsLookedAtIsNotFollowed) {
+// A user who may write in a directory can replace its entries at any moment.
+TEST_F(FileAccessTest, ALinkThatReplacesATrustedOneDuringTheCheckIsNotFollowed) {
   SKIP_WITHOUT_OTHER_USERS();
   host::writeFile(kTarget, "old");
   host::writeFile("/tmp/ours", "old");
@@ -241,7 +241,7 @@ TEST_F(FileAccessTest, ALinkThatTakesThePlaceOfATrustedOneWhileItIsLookedAtIsNot
   EXPECT_EQ(host::readFile("/tmp/ours"), "new");
 }
 
-TEST_F(FileAccessTest, AMadeFileThatBecameALinkIsNotRemovedThroughIt) {
+TEST_F(FileAccessTest, ALinkThatReplacedTheNewFileDoesNotLoseItsTarget) {
   host::writeFile(kTarget, "old");
   FaultPlan plan;
   plan.at = 1;
@@ -268,7 +268,7 @@ TEST_F(FileAccessTest, AWriterThatIsNotFinishedRemovesTheFileItMade) {
   EXPECT_FALSE(host::exists(kFile));
 }
 
-TEST_F(FileAccessTest, AWriterThatIsNotFinishedRemovesNoFileThatWasThere) {
+TEST_F(FileAccessTest, AWriterThatIsNotFinishedKeepsAnExistingFile) {
   host::writeFile(kFile, "old");
   {
     FileWriter writer;
@@ -278,7 +278,7 @@ TEST_F(FileAccessTest, AWriterThatIsNotFinishedRemovesNoFileThatWasThere) {
   EXPECT_EQ(host::readFile(kFile), "old");
 }
 
-TEST_F(FileAccessTest, AWriterThatRefusedWhatItOpenedHoldsAndWritesNothing) {
+TEST_F(FileAccessTest, AWriterThatRejectsAFileClosesItUnchanged) {
   host::makeFifo("/tmp/fifo");
   const UniqueFd reader(::open("/tmp/fifo", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   const std::vector<std::string> before = openDescriptors();
@@ -302,7 +302,7 @@ TEST_F(FileAccessTest, AFinishedWriterLeavesExactlyItsBytes) {
   EXPECT_THAT(writer.finish(), HasCode(status::writeError));
 }
 
-TEST_F(FileAccessTest, ANewFileThatCannotBeLookedAtIsRemovedAgain) {
+TEST_F(FileAccessTest, ANewFileThatCannotBeStattedIsRemovedAgain) {
   FaultPlan plan;
   plan.at = 1;
   plan.calls = {"fstat"};
@@ -312,7 +312,7 @@ TEST_F(FileAccessTest, ANewFileThatCannotBeLookedAtIsRemovedAgain) {
   EXPECT_FALSE(host::exists(kFile));
 }
 
-TEST_F(FileAccessTest, AWriterThatCouldNotOpenHoldsNothingOpen) {
+TEST_F(FileAccessTest, AWriterThatFailedToOpenHoldsNoDescriptor) {
   host::writeFile(kFile, "old");
   const std::vector<std::string> before = openDescriptors();
   FaultPlan plan;
@@ -351,7 +351,7 @@ TEST_F(FileAccessTest, TheModeIsSetAlwaysOrOnNewFilesOnly) {
 
 // --- Every call that can fail, made to fail
 
-// Neither the mode nor the turn is worth a failure.
+// A failure of one of these calls is not a failure of the write.
 bool isHarmless(const Fault& fault) {
   return !fault || ((fault.call == "fchmod" || fault.call == "flock") && !fault.fromThereOn);
 }
@@ -384,12 +384,12 @@ TEST_F(FileAccessTest, AFaultAnywhereLeavesNoNewFile) {
   const std::size_t steps = forEachFault(
       loop, [] { return FileUtils::writeString(kFile, newText, false); },
       [](const Status& result, const Fault& fault) {
-        // The first open only finds that there is no file; when it fails otherwise that is the end.
+        // The first open only finds that there is no file. If it fails with another error, the write ends.
         EXPECT_THAT(result, HasCode(expectedCode(fault)));
         if (result.isSuccess()) {
           EXPECT_EQ(host::readFile(kFile), newText);
         }
-        // Where every later call fails nothing can be removed either.
+        // If every later call fails, the file cannot be removed either.
         if (!result.isSuccess() && !fault.fromThereOn) {
           EXPECT_FALSE(host::exists(kFile));
         }
@@ -397,7 +397,7 @@ TEST_F(FileAccessTest, AFaultAnywhereLeavesNoNewFile) {
   EXPECT_EQ(steps, 7u);  // open, open, flock, fstat, write, fchmod, close
 }
 
-TEST_F(FileAccessTest, AFaultAnywhereOnTheWayThroughALinkLeavesTheLinkAndTheOldFile) {
+TEST_F(FileAccessTest, AFaultWhileWritingThroughALinkKeepsTheLinkAndTheOldFile) {
   const FaultLoop loop{[] {
     host::reset();
     host::writeFile(kTarget, oldText);
@@ -416,7 +416,7 @@ TEST_F(FileAccessTest, AFaultAnywhereOnTheWayThroughALinkLeavesTheLinkAndTheOldF
   EXPECT_EQ(steps, 13u);
 }
 
-TEST_F(FileAccessTest, AFaultAnywhereOnTheWayToReadThroughALinkOpensNothing) {
+TEST_F(FileAccessTest, AFaultWhileOpeningThroughALinkOpensNothing) {
   struct Case {
     Links links;
     std::size_t steps;
@@ -435,13 +435,13 @@ TEST_F(FileAccessTest, AFaultAnywhereOnTheWayToReadThroughALinkOpensNothing) {
         },
         [&c](off_t size, const Fault& fault) {
           const bool isOpened = !fault || fault.step == c.steps || (fault.call == "close" && !fault.fromThereOn);
-          EXPECT_EQ(size, isOpened ? 4 : 1);  // 1: what was there was left alone
+          EXPECT_EQ(size, isOpened ? 4 : 1);  // 1: the file that was there did not change
         });
     EXPECT_EQ(steps, c.steps);
   }
 }
 
-TEST_F(FileAccessTest, ACopyWithAFaultAnywhereSaysSoAndLeavesNoNewFile) {
+TEST_F(FileAccessTest, ACopyReportsAnyFaultAndLeavesNoNewFile) {
   const FaultLoop loop{[] {
     host::reset();
     host::writeFile("/tmp/from", newText);
@@ -462,7 +462,7 @@ TEST_F(FileAccessTest, ACopyWithAFaultAnywhereSaysSoAndLeavesNoNewFile) {
   EXPECT_EQ(steps, 12u);
 }
 
-TEST_F(FileAccessTest, ACopyOverAFileSaysItsFaultAndRemovesNothing) {
+TEST_F(FileAccessTest, ACopyOverAFileReportsAnyFaultAndRemovesNothing) {
   const FaultLoop loop{[] {
     host::reset();
     host::writeFile("/tmp/from", newText);
@@ -491,7 +491,7 @@ TEST_F(FileAccessTest, ACopyOverAFileSaysItsFaultAndRemovesNothing) {
 
 // --- Room
 
-TEST_F(FileAccessTest, OnlyMissingRoomKeepsALongerTextFromBeingWritten) {
+TEST_F(FileAccessTest, AFailedReservationStopsAWriteOnlyIfTheDiskIsFull) {
   struct Case {
     int error;
     bool isMissingRoom;
@@ -508,7 +508,7 @@ TEST_F(FileAccessTest, OnlyMissingRoomKeepsALongerTextFromBeingWritten) {
   }
 }
 
-TEST_F(FileAccessTest, RoomIsReservedForATextThatIsLongerThanTheOldOneAlone) {
+TEST_F(FileAccessTest, RoomIsReservedOnlyForATextLongerThanTheOldOne) {
   struct Case {
     const char* why;
     std::string there;
@@ -531,10 +531,10 @@ TEST_F(FileAccessTest, RoomIsReservedForATextThatIsLongerThanTheOldOneAlone) {
   }
   const ArmedFaults counted{FaultPlan{0, false, EIO, {"fallocate", "ftruncate"}}};
   EXPECT_THAT(FileUtils::writeString("/dev/null", "new", false), HasCode(status::success));
-  EXPECT_EQ(counted.count(), 0u) << "nor does the null device have an old text";
+  EXPECT_EQ(counted.count(), 0u) << "the null device has no old text either";
 }
 
-TEST_F(FileAccessTest, WhatChangesOneEntryAloneTellsItsOwnFault) {
+TEST_F(FileAccessTest, AFaultOfASingleStepOperationHasItsOwnStatus) {
   struct Case {
     const char* why;
     StatusCode expected;
@@ -560,8 +560,8 @@ TEST_F(FileAccessTest, WhatChangesOneEntryAloneTellsItsOwnFault) {
   }
 }
 
-// Another process makes and fills the file between our look and our own making of it.
-TEST_F(FileAccessTest, AFileThatSomebodyElseMadeAMomentAgoIsNotTakenForNew) {
+// Another process makes and fills the file after our first open has failed and before our second one makes it.
+TEST_F(FileAccessTest, AFileThatAnotherProcessHasJustMadeDoesNotCountAsNew) {
   FaultPlan plan;
   plan.at = 1000;
   plan.calls = {"open"};
@@ -575,12 +575,13 @@ TEST_F(FileAccessTest, AFileThatSomebodyElseMadeAMomentAgoIsNotTakenForNew) {
   EXPECT_EQ(host::readFile(kFile), newText);
 }
 
-// A process that writes a file at once, and is waited for.
+// Starts a process that writes a file at once, and waits for its end.
 class OtherWriter {
  public:
   explicit OtherWriter(const std::string& text) : child_(::fork()) {
     if (child_ == 0) {
-      // With our descriptor it would inherit our lock, and hold itself off until the longest wait is over.
+      // If the child kept our descriptor, it would inherit our lock and then wait for itself until the longest wait is
+      // over.
       (void)::close_range(3, ~0U, 0);
       ::_exit(replaceContent(kFile, text, 0640, SetMode::always).isSuccess() ? 0 : 1);
     }
@@ -604,7 +605,7 @@ class OtherWriter {
   bool done_ = false;
 };
 
-// Whenever another process comes in between, the file is that of one of the two.
+// Whenever another process writes in between, the file ends as one of the two wrote it.
 TEST_F(FileAccessTest, WritersOfOneFileTakeTurns) {
   struct Case {
     const char* why;
@@ -638,7 +639,7 @@ TEST_F(FileAccessTest, WritersOfOneFileTakeTurns) {
   }
 }
 
-TEST_F(FileAccessTest, AFileThatIsHeldForGoodIsWrittenNevertheless) {
+TEST_F(FileAccessTest, AFileThatStaysLockedIsWrittenAfterASecond) {
   host::writeFile(kFile, oldText);
   const UniqueFd holder(::open(kFile, O_RDONLY | O_CLOEXEC));
   ASSERT_EQ(::flock(holder.get(), LOCK_EX), 0);

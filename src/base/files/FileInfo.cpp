@@ -10,8 +10,6 @@
 namespace FileUtils {
 namespace {
 
-constexpr std::int64_t microsPerSecond = 1000000;
-
 bool isOfType(const std::string& path, mode_t type) {
   struct stat info = {};
   return lookAt(path, info) && (info.st_mode & S_IFMT) == type;
@@ -42,7 +40,7 @@ std::int64_t fileModifiedMicros(const std::string& path) {
   struct stat info = {};
   std::int64_t micros = 0;
   if (!lookAt(path, info)) return 0;
-  return __builtin_mul_overflow(info.st_mtime, microsPerSecond, &micros) ? 0 : micros;
+  return __builtin_mul_overflow(info.st_mtime, TimeUtils::microsPerSecond, &micros) ? 0 : micros;
 }
 
 bool isFreshRegularFile(const std::string& path, std::int64_t maxAgeMicros) {

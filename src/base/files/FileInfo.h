@@ -1,5 +1,7 @@
-// FileInfo: what a path leads to (what holds for all of FileUtils is in FileUtils.h). Links are followed; an empty path
-// and a failed stat are false, 0 or -1.
+// FileInfo: answers questions about the file that a path leads to. FileUtils.h has the rules that all of FileUtils
+// share.
+//
+// Links are followed. For an empty path, and if stat fails, the result is false, 0 or -1.
 //
 //   if (FileUtils::isRegularFile(path) && FileUtils::fileSize(path) > 0) ...
 #pragma once
@@ -13,15 +15,16 @@ bool fileExists(const std::string& path);
 bool isRegularFile(const std::string& path);
 bool isDirectory(const std::string& path);
 bool isFifo(const std::string& path);
-// A directory itself, not a link to one.
+// True for a directory, false for a link to one.
 bool isRealDirectory(const std::string& path);
-// Bytes, or -1.
+// The size in bytes, or -1.
 std::int64_t fileSize(const std::string& path);
-// Microseconds since 1970, whole seconds only, or 0.
+// The modification time in microseconds since 1970, rounded down to a whole second, or 0.
 std::int64_t fileModifiedMicros(const std::string& path);
-// Whether a regular file was modified less than `maxAgeMicros` ago.
+// True if the path is a regular file that was modified less than `maxAgeMicros` microseconds ago.
 bool isFreshRegularFile(const std::string& path, std::int64_t maxAgeMicros);
-// Whether the path can be opened for writing without waiting; a FIFO can only while somebody reads from it.
+// True if the path can be opened for writing without blocking. A FIFO can be only while a process has it open for
+// reading.
 bool fifoHasReader(const std::string& path);
 
 }  // namespace FileUtils

@@ -21,7 +21,7 @@ void setModified(const std::string& path, std::int64_t seconds) {
   ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
 }
 
-TEST_F(FileInfoTest, TheKindOfAPathIsToldThroughLinks) {
+TEST_F(FileInfoTest, TheKindOfAPathIsThatOfTheLinkTarget) {
   host::writeFile("/tmp/file", "12345");
   host::makeDirs("/tmp/directory");
   host::makeFifo("/tmp/fifo");
@@ -57,7 +57,7 @@ TEST_F(FileInfoTest, ASizeIsInBytesOrMinusOne) {
   EXPECT_EQ(FileUtils::fileSize(""), -1);
 }
 
-TEST_F(FileInfoTest, AModificationTimeHasWholeSeconds) {
+TEST_F(FileInfoTest, AModificationTimeIsInWholeSeconds) {
   host::writeFile(kFile, "");
   setModified(kFile, 1709294400);
   EXPECT_EQ(FileUtils::fileModifiedMicros(kFile), 1709294400 * kSecond);
@@ -65,7 +65,7 @@ TEST_F(FileInfoTest, AModificationTimeHasWholeSeconds) {
   EXPECT_EQ(FileUtils::fileModifiedMicros(""), 0);
 }
 
-TEST_F(FileInfoTest, AModificationTimeBeyondTheMicrosecondsOf64BitsIsZero) {
+TEST_F(FileInfoTest, AModificationTimeThatOverflowsIsZero) {
   constexpr std::int64_t tooLate = std::numeric_limits<std::int64_t>::max() / kSecond + 1;
   host::writeFile(kFile, "");
   setModified(kFile, tooLate);
@@ -78,7 +78,7 @@ TEST_F(FileInfoTest, AModificationTimeBeyondTheMicrosecondsOf64BitsIsZero) {
   EXPECT_EQ(FileUtils::fileModifiedMicros(kFile), (tooLate - 1) * kSecond);
 }
 
-TEST_F(FileInfoTest, AFileIsFreshUntilItsAgeHasPassed) {
+TEST_F(FileInfoTest, AFileIsFreshUntilItReachesTheMaximumAge) {
   host::writeFile(kFile, "");
   setModified(kFile, TimeUtils::nowMicros() / kSecond - 100);
   EXPECT_TRUE(FileUtils::isFreshRegularFile(kFile, 200 * kSecond));

@@ -22,22 +22,23 @@ using std::chrono::milliseconds;
 constexpr milliseconds firstPause(1);
 constexpr milliseconds longestPause(50);
 constexpr milliseconds longestWait =
-    std::chrono::hours(24) * 36'525;  // a century; now and it fit 64 bits of nanoseconds
+    std::chrono::hours(24) * 36'525;  // a century: the deadline must fit 64 bits of nanoseconds
 
-// The umask belongs to the whole process: two threads that change it at once would leave the wrong one behind.
+// The umask belongs to the whole process: two threads that changed it at the same time could restore the wrong one.
 std::mutex umaskGuard;
 
-// Anybody could plant a link in a directory like /tmp and have files made wherever it leads.
+// Anyone can place a link in a directory like /tmp, and lock files would be made wherever it leads.
 bool leadsThroughTrustedLink(const std::string& path) {
   struct stat info = {};
   return ::lstat(path.c_str(), &info) == 0 && isTrustedLink(info);
 }
 
-// The directory of the lock files; everything in it is reached through this descriptor.
+// Opens the directory of the lock files. All lock files are accessed relative to this descriptor.
 UniqueFd openLockDirectory() {
   constexpr int flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
   std::string path = FileUtils::lockDir();
-  while (path.size() > 1 && path.back() == '/') path.pop_back();  // behind a slash a link would be followed
+  while (path.size() > 1 && path.back() == '/')
+    path.pop_back();  // with a slash at the end the system would follow a link
   UniqueFd directory(uninterrupted([&] { return ::open(path.c_str(), flags | O_NOFOLLOW); }));
   if (!directory.isOpen() && leadsThroughTrustedLink(path)) {
     directory.reset(uninterrupted([&] { return ::open(path.c_str(), flags); }));
@@ -58,7 +59,7 @@ UniqueFd openLockFile(int directory, const std::string& name) {
 
 enum class Place { same, another, unknown };
 
-// Whether the name still leads to the file that is open.
+// Checks whether the name still belongs to the file that is open.
 Place lookAt(int directory, const std::string& name, int fd) {
   struct stat opened = {};
   struct stat there = {};
@@ -89,13 +90,14 @@ FileLock::FileLock(const std::string& path, milliseconds limit) : lockName_(lock
 
 std::string FileLock::lockPath() const { return lockName_.empty() ? std::string() : FileUtils::lockDir() + lockName_; }
 
-// The file that was locked may have been removed by its last holder, and another may stand in its place: the lock
-// counts only when the name still leads to the locked file. Each new start means that another holder came and went.
+// The previous holder may have removed the file that this call has just locked, and a new file may have its name. So
+// the lock counts only if the name still belongs to the locked file; else the loop tries again. Each such retry means
+// that another holder has released the lock in the meantime.
 void FileLock::take(int operation, Clock::time_point deadline) {
   if (lockName_.empty()) return;
   directory_ = openLockDirectory();
   if (!directory_.isOpen()) return;
-  markedPath_ = lockPath();  // before the file is made: memory that runs out behind that would leave it
+  markedPath_ = lockPath();  // allocated before the file is made: if memory ran out later, the file would remain
   auto pause = firstPause;
   while ((result_ = tryOnce(operation)) == Result::busy && Clock::now() < deadline) {
     if ((operation & LOCK_NB) == 0) continue;
@@ -105,7 +107,7 @@ void FileLock::take(int operation, Clock::time_point deadline) {
   if (result_ != Result::held) directory_.reset();
 }
 
-// Busy also when the file that was locked is no longer the one of that name.
+// Returns busy also if the locked file no longer has that name.
 FileLock::Result FileLock::tryOnce(int operation) {
   UniqueFd fd = openLockFile(directory_.get(), lockName_);
   if (!fd.isOpen() || !isRegular(fd.get())) return Result::unavailable;
@@ -119,12 +121,12 @@ FileLock::Result FileLock::tryOnce(int operation) {
   return Result::held;
 }
 
-// Removed before the lock goes: the other way round, a file that the next holder has locked could be removed under it.
-// A file that somebody put in its place meanwhile is not ours to remove.
+// The file is removed before the lock is released. In the other order it could remove a file that the next holder has
+// locked already. A file that another process has put in its place is not removed.
 void FileLock::release() {
   if (!isLocked()) return;
   if (lookAt(directory_.get(), lockName_, fd_.get()) != Place::another) {
-    (void)::unlinkat(directory_.get(), lockName_.c_str(), 0);  // a file that stays is taken over by the next holder
+    (void)::unlinkat(directory_.get(), lockName_.c_str(), 0);  // if this fails, the next holder uses the same file
   }
   lockFile_.forget();
   fd_.reset();

@@ -1,17 +1,21 @@
-// FileLock: holds off other processes that edit the same configuration file.
+// FileLock: keeps other processes from editing the same configuration file at the same time.
 //
-//   FileLock lock(path);                      // waits without limit
+//   FileLock lock(path);                      // blocks without limit
 //   if (!lock.isLocked()) return false;
-//   ...read, change, write path...            // let go at the end of the scope
+//   ...read, change, write path...            // the lock is released at the end of the scope
 //
-// The lock is advisory and exclusive, and named after the last component of `path` alone: edits of hip.conf in two
-// profiles exclude each other, deliberately. Its file lies in FileUtils::lockDir(), mode 0666 whatever the umask.
-// Other processes: a holder that dies lets go. The lock file is removed by its holder while it still holds it, and a
-// waiter that gets a removed file starts over, so there is never more than one holder. A lock not taken removes
-// nothing. Files: only a regular file is ever used as a lock file, and no link is followed; neither is one in the place
-// of the lock directory, unless root or the caller made it. Children: the descriptor is close-on-exec; a child that
-// runs on without an exec would keep the lock, so never fork while holding one. Locks are never nested. Threads: locks
-// of one process exclude each other like those of several.
+// The lock is advisory and exclusive. Its name is the last component of `path` only, so edits of hip.conf in two
+// profiles exclude each other. That is deliberate. The lock file is in FileUtils::lockDir() and has mode 0666 whatever
+// the umask.
+// Other processes: when a holder dies, its lock is released. A holder removes the lock file while it still holds the
+// lock, and a waiter that then gets the lock on the removed file starts over. So there is never more than one holder. A
+// FileLock that did not get the lock removes nothing.
+// Files: only a regular file is used as a lock file, and no link to one is followed. A link in place of the lock
+// directory is followed only if root or the caller's user owns it.
+// Children: the descriptor is close-on-exec. A child that does not exec would keep the lock, so a process must not fork
+// while it holds one.
+// Threads: locks exclude each other within one process as between processes. A thread must not take two locks at a
+// time.
 #pragma once
 
 #include <chrono>
@@ -26,25 +30,25 @@ class FileLock {
 
   enum class Result {
     held,
-    busy,         // somebody else held it all the time
-    unavailable,  // it cannot be taken at all: no directory, no right, not a regular file, an empty path
+    busy,         // another holder had it all the time
+    unavailable,  // it cannot be taken: no directory, no permission, not a regular file, or an empty path
   };
 
-  // Waits until the lock is held or cannot be taken.
+  // Blocks until the lock is held or turns out to be unavailable.
   explicit FileLock(const std::string& path);
-  // Waits that long at most; zero tries once.
+  // Blocks for `limit` at most. With zero it tries once.
   FileLock(const std::string& path, std::chrono::milliseconds limit);
   ~FileLock() { release(); }
   FileLock(const FileLock&) = delete;
   FileLock& operator=(const FileLock&) = delete;
 
   bool isLocked() const { return fd_.isOpen(); }
-  // What became of taking it; stays after a release.
+  // The result of the constructor. A release does not change it.
   Result result() const { return result_; }
-  // The path of the lock file; empty without a usable path.
+  // The path of the lock file; empty if the path given is not usable.
   std::string lockPath() const;
 
-  // Removes the lock file and lets go; does nothing without the lock.
+  // Removes the lock file and releases the lock. Does nothing if the lock is not held.
   void release();
 
  private:

@@ -30,11 +30,13 @@ class FileLockTest : public HostTest {
  protected:
   void SetUp() override {
     HostTest::SetUp();
-    if (!IsSkipped()) (void)FileUtils::lockDir();  // made once in a process, not in the middle of a fault loop
+    if (!IsSkipped())
+      (void)FileUtils::lockDir();  // made here, because the first call in the process makes it and must not fall into a
+                                   // fault loop
   }
 };
 
-// A process of our own that runs `work` and ends with what it returns.
+// A child process that runs `work` and exits with its result.
 class Child {
  public:
   explicit Child(const std::function<int()>& work) : pid_(::fork()) {
@@ -69,7 +71,7 @@ void waitFor(const std::function<bool()>& condition) {
 
 bool isHeldElsewhere(const char* path = kPath) { return FileLock(path, atOnce).result() == Result::busy; }
 
-// Takes the lock, says so in a file and stays.
+// Takes the lock, makes a file as a sign of that, and does not end.
 int holdForever() {
   const FileLock lock(kPath);
   if (!lock.isLocked()) return 1;
@@ -112,7 +114,7 @@ TEST_F(FileLockTest, ALockThatWasNotTakenRemovesNothing) {
   EXPECT_TRUE(host::exists(kLock));
 }
 
-TEST_F(FileLockTest, ALockLetGoIsFreeForTheNext) {
+TEST_F(FileLockTest, AReleasedLockCanBeTakenAgain) {
   FileLock lock(kPath);
   lock.release();
   EXPECT_FALSE(lock.isLocked());
@@ -122,7 +124,7 @@ TEST_F(FileLockTest, ALockLetGoIsFreeForTheNext) {
   lock.release();
 }
 
-TEST_F(FileLockTest, TheUmaskDoesNotReachTheLockFileAndStaysAsItWas) {
+TEST_F(FileLockTest, TheUmaskDoesNotAffectTheLockFileAndDoesNotChange) {
   ::umask(077);
   const FileLock lock(kPath);
   EXPECT_EQ(host::modeOf(kLock), 0666u);
@@ -140,7 +142,7 @@ TEST_F(FileLockTest, TheDescriptorIsCloseOnExec) {
   EXPECT_TRUE(found);
 }
 
-TEST_F(FileLockTest, WhatIsNoRegularFileIsNoLockFile) {
+TEST_F(FileLockTest, OnlyARegularFileIsUsedAsALockFile) {
   host::writeFile("/tmp/target", "text");
   const std::function<void()> obstacles[] = {
       [] { host::makeLink(kLock, "/tmp/target"); },
@@ -158,7 +160,7 @@ TEST_F(FileLockTest, WhatIsNoRegularFileIsNoLockFile) {
   EXPECT_FALSE(host::exists("/tmp/missing"));
 }
 
-// A lock directory at its default place is missing after every boot, and anybody can put a link there first.
+// The default lock directory is missing after every boot, so anyone can place a link there first.
 TEST_F(FileLockTest, ALockDirectoryThatIsAnotherUsersLinkIsNotUsed) {
   SKIP_WITHOUT_OTHER_USERS();
   host::makeDirs("/etc/elsewhere");
@@ -171,7 +173,7 @@ TEST_F(FileLockTest, ALockDirectoryThatIsAnotherUsersLinkIsNotUsed) {
   host::remove("/etc/elsewhere");
 }
 
-TEST_F(FileLockTest, ALockDirectoryThatIsOurOwnLinkIsUsed) {
+TEST_F(FileLockTest, ALockDirectoryThatIsTheCallersOwnLinkIsUsed) {
   host::makeDirs("/tmp/elsewhere");
   host::remove("/tmp/lock");
   host::makeLink("/tmp/lock", "/tmp/elsewhere");
@@ -180,7 +182,7 @@ TEST_F(FileLockTest, ALockDirectoryThatIsOurOwnLinkIsUsed) {
   EXPECT_TRUE(host::exists("/tmp/elsewhere/hip.conf.lock"));
 }
 
-TEST_F(FileLockTest, ATimedLockEndsInTimeThoughItsFileIsReplacedAgainAndAgain) {
+TEST_F(FileLockTest, ATimedLockKeepsItsLimitEvenIfItsFileIsReplacedAgainAndAgain) {
   FaultPlan plan;
   plan.at = 1000000;
   plan.calls = {"fstatat"};
@@ -192,7 +194,7 @@ TEST_F(FileLockTest, ATimedLockEndsInTimeThoughItsFileIsReplacedAgainAndAgain) {
   EXPECT_EQ(FileLock(kPath, milliseconds(50)).result(), Result::busy);
 }
 
-TEST_F(FileLockTest, WithoutADirectoryOrARightOrANameThereIsNoLock) {
+TEST_F(FileLockTest, WithoutDirectoryPermissionOrNameTheLockIsUnavailable) {
   EXPECT_EQ(FileLock("").result(), Result::unavailable);
   EXPECT_EQ(FileLock("").lockPath(), "");
   EXPECT_EQ(FileLock(std::string("hip\0conf", 8)).result(), Result::unavailable);
@@ -205,7 +207,7 @@ TEST_F(FileLockTest, WithoutADirectoryOrARightOrANameThereIsNoLock) {
   EXPECT_EQ(FileLock(kPath).result(), Result::unavailable);
 }
 
-TEST_F(FileLockTest, ATimedLockWaitsForItsHolderAndNoLonger) {
+TEST_F(FileLockTest, ATimedLockGivesUpAtItsLimit) {
   const FileLock lock(kPath);
   const auto start = steady_clock::now();
   EXPECT_EQ(FileLock(kPath, milliseconds(200)).result(), Result::busy);
@@ -223,7 +225,7 @@ TEST_F(FileLockTest, ATimedLockIsTakenAsSoonAsItIsFree) {
   holder.join();
 }
 
-TEST_F(FileLockTest, ATimedLockWaitsHoweverLongTheTimeIs) {
+TEST_F(FileLockTest, ATimedLockAcceptsTheLongestLimit) {
   FileLock lock(kPath);
   std::thread holder([&] {
     std::this_thread::sleep_for(milliseconds(100));
@@ -233,7 +235,7 @@ TEST_F(FileLockTest, ATimedLockWaitsHoweverLongTheTimeIs) {
   holder.join();
 }
 
-TEST_F(FileLockTest, AHolderThatDiesLetsGo) {
+TEST_F(FileLockTest, ALockIsReleasedWhenItsHolderDies) {
   Child holder(holdForever);
   waitFor([] { return host::exists("/tmp/held"); });
   EXPECT_TRUE(isHeldElsewhere());
@@ -243,7 +245,7 @@ TEST_F(FileLockTest, AHolderThatDiesLetsGo) {
   EXPECT_FALSE(host::exists(kLock));
 }
 
-TEST_F(FileLockTest, TwoWaitersOnADyingHolderGetTheLockOneAfterTheOther) {
+TEST_F(FileLockTest, TwoWaitersGetTheLockOneAfterTheOtherWhenItsHolderDies) {
   Child holder(holdForever);
   waitFor([] { return host::exists("/tmp/held"); });
   const auto enter = [] {
@@ -262,7 +264,7 @@ TEST_F(FileLockTest, TwoWaitersOnADyingHolderGetTheLockOneAfterTheOther) {
 }
 
 TEST_F(FileLockTest, AWaiterOnARemovedLockFileStartsOver) {
-  // The last holder removes the file and lets go after the waiter has opened it.
+  // The holder removes the file and releases the lock after the waiter has opened the file.
   FaultPlan plan;
   plan.calls = {"openat", "flock"};
   plan.before = [](std::size_t call) {
@@ -292,7 +294,7 @@ TEST_F(FileLockTest, AWaiterOnAReplacedLockFileStartsOver) {
   EXPECT_TRUE(isHeldElsewhere());
 }
 
-TEST_F(FileLockTest, AFileThatTookThePlaceOfOursIsNotRemoved) {
+TEST_F(FileLockTest, AFileThatReplacedTheLockFileIsNotRemoved) {
   FileLock lock(kPath);
   ASSERT_EQ(::unlink(kLock), 0);
   const FileLock other(kPath, atOnce);
@@ -325,10 +327,10 @@ TEST_F(FileLockTest, EightProcessesLoseNoneOfTheirIncrements) {
   EXPECT_FALSE(host::exists("/tmp/lock/counter.lock"));
 }
 
-TEST_F(FileLockTest, ThreadsExcludeEachOtherAndTheUmaskComesBack) {
+TEST_F(FileLockTest, ThreadsExcludeEachOtherAndTheUmaskIsRestored) {
   ::umask(027);
-  // A plain counter in effect: an update is lost when two threads make theirs together. The thread sanitizer, which
-  // knows nothing of file locks, is told by the type that they do not.
+  // In effect a plain counter: an update is lost if two threads increment it at the same time. It is atomic only
+  // because the thread sanitizer knows nothing of file locks and would report a race.
   std::atomic<int> counter{0};
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
@@ -356,7 +358,7 @@ TEST_F(FileLockTest, AFaultAnywhereMeansNoLockAndLeaksNothing) {
   EXPECT_EQ(steps, 11u);
 }
 
-TEST_F(FileLockTest, AnInterruptedWaitGoesOn) {
+TEST_F(FileLockTest, AnInterruptedWaitContinues) {
   FaultPlan plan;
   plan.at = 1;
   plan.error = EINTR;
@@ -365,10 +367,10 @@ TEST_F(FileLockTest, AnInterruptedWaitGoesOn) {
   EXPECT_TRUE(FileLock(kPath).isLocked());
 }
 
-// The directory is found once in a process, so that these tests run themselves again in a fresh one.
+// A process reads the lock directory once, so each of these tests runs itself again in a new process.
 class FileLockDirectoryTest : public HostTest {
  protected:
-  // Whether this is the fresh process; if not, the test has been run in one.
+  // Returns true in the new process. Otherwise it has run the test in a new process.
   static bool isFresh() {
     constexpr const char* mark = "RAVCTL_TEST_IS_FRESH";
     if (::getenv(mark) != nullptr) return true;

@@ -1,9 +1,12 @@
-// FileUtils: file-system operations over plain paths. This is what holds for all of them; each is in a header below.
+// FileUtils: file-system operations on plain paths. The headers below declare them; these rules hold for all of them:
 //
-// Every operation that can fail returns a status and throws nothing; predicates answer false, 0 or -1. A path is a byte
-// string. An empty one, or one with a zero byte, is "invalid argument" before any system call. Nothing blocks on a
-// FIFO, neither a reader nor a writer. Descriptors are close-on-exec. Threads: re-entrant. Other processes: those that
-// write one file take turns (see FileAccess.h); for more see FileLock.h and KeyValueFile.h.
+// - An operation that can fail returns a status and throws nothing. A predicate or query returns false, 0 or -1
+//   instead.
+// - A path is a byte string. An empty path, or one with a zero byte, is "invalid argument" before any system call.
+// - No operation blocks on a FIFO, neither to read nor to write.
+// - Every descriptor is close-on-exec.
+// - Threads: all functions may be called from several threads at once.
+// - Other processes: writers of one file take turns (see FileAccess.h). FileLock.h and KeyValueFile.h say more.
 #pragma once
 
 #include "base/files/CopyFile.h"

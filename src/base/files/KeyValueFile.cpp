@@ -40,7 +40,7 @@ KeyValueMap pairsOf(const std::vector<std::string>& lines, char separator) {
   return pairs;
 }
 
-// Whether every pair that is not in the file already can be written to it.
+// True if the file format can hold every pair that is not in the file already.
 bool canCarryAll(const KeyValueMap& wanted, const KeyValueMap& present, char separator) {
   for (const auto& [key, value] : wanted) {
     const auto found = present.find(key);
@@ -50,7 +50,7 @@ bool canCarryAll(const KeyValueMap& wanted, const KeyValueMap& present, char sep
   return true;
 }
 
-// The new text of a file, line by line.
+// Builds the new text of a file line by line.
 class Rewriter {
  public:
   Rewriter(const KeyValueMap& map, char separator) : map_(map), separator_(separator) {}

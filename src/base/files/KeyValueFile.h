@@ -3,16 +3,18 @@
 //   FileUtils::setKeyValue(path, "mode", "slow");              // comments and other lines stay
 //   FileUtils::getKeyValueInt(path, "retries", 3);
 //
-// A pair is a line with the separator and no "#" before it. Key and value are trimmed of blanks (bytes up to 32, and
-// 127); a "#" more than one byte behind the separator starts a comment ("key=#x" has the value "#x", deliberately); a
-// value in one pair of single or double quotes loses them. Any other line is text that is kept.
+// A line holds a pair if it contains the separator and no "#" before it.
+// - Blanks (bytes up to 32, and 127) around the key and around the value are removed.
+// - A "#" more than one byte behind the separator starts a comment. So "key=#x" has the value "#x". That is deliberate.
+// - A value in single or double quotes loses one pair of them.
+// Any other line is kept as text.
 //
-// A value is written as it is given. One with a "#", blanks at its ends or quotes around it is not read back as it was:
-// the format has no escapes.
+// A value is written as given. The format has no escapes: a value that contains "#", has blanks at its ends or is in
+// quotes does not read back as written.
 //
-// On disk: files are changed in place, as FileUtils describes; a new one has mode 0640.
-// Other processes: reading and writing each hold the FileLock of the path, waiting for it without limit, and fail
-// without it. The functions that read, change and write let go in between.
+// On disk: files are changed in place, as WholeFile.h describes. A new file has mode 0640.
+// Other processes: each read and each write takes the FileLock of the path, blocks for it without limit, and fails
+// without it. The functions that read, change and write a file release the lock between the read and the write.
 #pragma once
 
 #include <cstdint>
@@ -22,35 +24,43 @@
 
 namespace FileUtils {
 
-// Keys in byte order.
+// Key to value, ordered by the bytes of the keys.
 using KeyValueMap = std::map<std::string, std::string>;
 
-// Takes a line apart. False for a line without a pair; the outputs are then empty. `comment` is empty, or a blank and
-// everything from the "#" on.
+// Splits a line into key, value and comment. `comment` is empty, or a blank followed by everything from the "#" on.
+// Returns false if the line holds no pair; the outputs are then empty.
 bool parseKeyValueLine(std::string_view line, char separator, std::string& key, std::string& value,
                        std::string& comment);
 
-// Stores every pair of the file into `map`, over what it holds; nothing is cleared. The last of several pairs with one
-// key wins. False when the lock cannot be taken or the file cannot be read to its end; `map` is then unchanged.
+// Adds every pair of the file to `map`, replacing the values of keys that are in it already; other keys stay. If the
+// file has several pairs with one key, the last one wins. Returns false if the lock cannot be taken or the file cannot
+// be read to its end; `map` does not change then.
 bool readKeyValueFile(const std::string& path, KeyValueMap& map, char separator);
 
-// Makes the pairs of the file those of `map`. Lines of other keys go, a changed value keeps its line and comment,
-// missing pairs are appended in key order. Every pair is written in normal form (no blanks at the separator, no
-// quotes), yet a file that would change in nothing else is not touched. An empty last line is dropped. False, and
-// nothing written: the lock cannot be taken; the file is there and cannot be read; a new or changed pair has a line
-// break or a zero byte, an empty key, or a key with the separator, "#" or outer blanks. False also when writing fails.
+// Makes the pairs of the file equal to those of `map`.
+// - A pair whose key is not in `map` is removed with its line.
+// - A pair with a new value keeps its line and its comment.
+// - Missing pairs are appended in key order.
+// - Every pair is written in normal form, without blanks around the separator and without quotes. An empty last line is
+//   removed. But if these would be the only changes, the file is not written.
+// Returns false, and writes nothing, in these cases: the lock cannot be taken; the file exists and cannot be read; a
+// new or changed pair contains a line break or a zero byte, or its key is empty, contains the separator or "#", or has
+// blanks at its ends. Returns false also if writing fails.
 bool writeKeyValueFile(const std::string& path, const KeyValueMap& map, char separator);
 
-// Sets one pair, separator "="; a missing file is made. True without writing when it has that value already.
+// Sets one pair; the separator is "=". Creates a missing file. Returns true, without writing, if the key has that value
+// already.
 bool setKeyValue(const std::string& path, const std::string& key, const std::string& value);
 
-// Reads the file with `separator`, sets the pairs of `updates` and writes it with "=". False when it cannot be read.
+// Reads the file with `separator`, sets the pairs of `updates` and writes the file with "=". Returns false if the file
+// cannot be read or written.
 bool setKeyValues(const std::string& path, const KeyValueMap& updates, char separator);
 
-// The value of a key, separator "="; empty when there is none or the file cannot be read.
+// The value of a key; the separator is "=". Empty if the key is missing or the file cannot be read.
 std::string getKeyValue(const std::string& path, const std::string& key);
 
-// The value as a whole 32-bit number (see StringUtils::parseInt32); `fallback` when there is none or it is no number.
+// The value of a key as a 32-bit number (see StringUtils::parseInt32); `fallback` if the key is missing or its value is
+// no such number.
 std::int32_t getKeyValueInt(const std::string& path, const std::string& key, std::int32_t fallback);
 
 }  // namespace FileUtils

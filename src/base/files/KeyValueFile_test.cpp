@@ -22,7 +22,9 @@ class KeyValueFileTest : public HostTest {
  protected:
   void SetUp() override {
     HostTest::SetUp();
-    if (!IsSkipped()) (void)FileUtils::lockDir();  // made once in a process, not in the middle of a fault loop
+    if (!IsSkipped())
+      (void)FileUtils::lockDir();  // made here, because the first call in the process makes it and must not fall into a
+                                   // fault loop
   }
 };
 
@@ -35,7 +37,7 @@ KeyValueMap read(const std::string& content) {
 
 // --- One line
 
-TEST_F(KeyValueFileTest, ALineIsTakenApart) {
+TEST_F(KeyValueFileTest, ALineIsSplitIntoKeyValueAndComment) {
   struct Case {
     const char* why;
     std::string line;
@@ -55,7 +57,7 @@ TEST_F(KeyValueFileTest, ALineIsTakenApart) {
       {"a comment without a blank", "k=v#note", true, "k", "v", " #note"},
       {"the comment ends with the trimmed line", "k=v #  note  \n", true, "k", "v", " #  note"},
       {"a hash directly behind the separator is the value", "key=#x", true, "key", "#x", ""},
-      {"even with another hash", "key=#x #y", true, "key", "#x #y", ""},
+      {"even if another hash follows", "key=#x #y", true, "key", "#x #y", ""},
       {"a hash behind a blank is a comment", "key= #x", true, "key", "", " #x"},
       {"an empty value", "k=", true, "k", "", ""},
       {"an empty key", "=v", true, "", "v", ""},
@@ -67,7 +69,7 @@ TEST_F(KeyValueFileTest, ALineIsTakenApart) {
       {"a single quote alone", "k='", true, "k", "'", ""},
       {"quotes that differ", "k='v\"", true, "k", "'v\"", ""},
       {"one quote", "k='v", true, "k", "'v", ""},
-      {"ends that are alike and no quotes", "k=`v`", true, "k", "`v`", ""},
+      {"equal characters at both ends that are no quotes", "k=`v`", true, "k", "`v`", ""},
       {"quotes do not keep a hash", "k='a # b'", true, "k", "'a", " # b'"},
       {"bytes of 128 and above are no blanks", "\xc3\xa4=\xff", true, "\xc3\xa4", "\xff", ""},
       {"a zero byte at the end is a blank", std::string("k=v\0", 4), true, "k", "v", ""},
@@ -94,7 +96,7 @@ TEST_F(KeyValueFileTest, TheSeparatorIsAParameter) {
 
 // --- Reading
 
-TEST_F(KeyValueFileTest, AllPairsAreReadAndTheLastOfOneKeyWins) {
+TEST_F(KeyValueFileTest, AllPairsAreReadAndTheLastPairOfAKeyWins) {
   EXPECT_THAT(read("# head\n\nb=2\na=1\ntext\nb=3"), ElementsAre(Pair("a", "1"), Pair("b", "3")));
 }
 
@@ -105,7 +107,7 @@ TEST_F(KeyValueFileTest, ReadingAddsToTheMapAndClearsNothing) {
   EXPECT_THAT(map, ElementsAre(Pair("a", "1"), Pair("z", "26")));
 }
 
-TEST_F(KeyValueFileTest, WhatCannotBeReadLeavesTheMap) {
+TEST_F(KeyValueFileTest, AFailedReadDoesNotChangeTheMap) {
   host::makeFifo("/tmp/fifo");
   host::makeDirs("/tmp/directory");
   host::writeFile("/tmp/unreadable", "a=1\n", 0);
@@ -139,7 +141,7 @@ TEST_F(KeyValueFileTest, AValueIsReadByItsKey) {
   EXPECT_EQ(FileUtils::getKeyValue("/tmp/missing", "k"), "");
 }
 
-TEST_F(KeyValueFileTest, ANumberIsReadByItsKeyOrTheFallbackStands) {
+TEST_F(KeyValueFileTest, ANumberIsReadByItsKeyAndDefaultsToTheFallback) {
   host::writeFile(kFile, "n= -12\nmax=2147483647\nover=2147483648\ntext=12a\nempty=\nquoted=\" 7 \"\n");
   EXPECT_EQ(FileUtils::getKeyValueInt(kFile, "n", 5), -12);
   EXPECT_EQ(FileUtils::getKeyValueInt(kFile, "max", 5), 2147483647);
@@ -152,7 +154,7 @@ TEST_F(KeyValueFileTest, ANumberIsReadByItsKeyOrTheFallbackStands) {
 
 // --- Writing
 
-TEST_F(KeyValueFileTest, TheFileBecomesTheMap) {
+TEST_F(KeyValueFileTest, ThePairsOfTheFileBecomeThoseOfTheMap) {
   struct Case {
     const char* why;
     std::string before;
@@ -164,15 +166,15 @@ TEST_F(KeyValueFileTest, TheFileBecomesTheMap) {
        "# head\nk = 'v' # note\nend\n",
        {{"k", "w"}},
        "# head\nk=w # note\nend\n"},
-      {"a pair that is not in the map goes", "a=1\nb=2\n", {{"b", "2"}}, "b=2\n"},
+      {"a pair that is not in the map is removed", "a=1\nb=2\n", {{"b", "2"}}, "b=2\n"},
       {"missing pairs are appended in key order", "b=2\n", {{"c", "3"}, {"b", "2"}, {"a", "1"}}, "b=2\na=1\nc=3\n"},
       {"lines without a pair stay", "text\n\n# note\na=1\n", {{"a", "2"}}, "text\n\n# note\na=2\n"},
-      {"an empty last line goes", "a=1\n\n", {{"a", "2"}}, "a=2\n"},
-      {"only the last of them", "a=1\n\n\n", {{"a", "2"}}, "a=2\n\n"},
+      {"an empty last line is removed", "a=1\n\n", {{"a", "2"}}, "a=2\n"},
+      {"only the last of several empty lines is removed", "a=1\n\n\n", {{"a", "2"}}, "a=2\n\n"},
       {"unchanged pairs get normal form", "a = \"1\" #x\nb=2\n", {{"a", "1"}, {"b", "3"}}, "a=1 #x\nb=3\n"},
       {"every line of a key gets the value", "a=1\na=2\n", {{"a", "2"}}, "a=2\na=2\n"},
       {"a last line gets its newline", "a=1", {{"a", "1"}, {"b", "2"}}, "a=1\nb=2\n"},
-      {"CR goes with a rewrite", "text\r\na=1\r\n", {{"a", "2"}}, "text\na=2\n"},
+      {"a rewrite removes CR", "text\r\na=1\r\n", {{"a", "2"}}, "text\na=2\n"},
       {"an empty map", "text\na=1\n", {}, "text\n"},
   };
   for (const Case& c : cases) {
@@ -218,7 +220,7 @@ TEST_F(KeyValueFileTest, AFileIsChangedInPlaceAndKeepsItsMode) {
   EXPECT_EQ(host::readFile(kFile), "a=2\n");
 }
 
-TEST_F(KeyValueFileTest, WhatCannotBeReadIsNotOverwritten) {
+TEST_F(KeyValueFileTest, AFileThatCannotBeReadIsNotOverwritten) {
   host::writeFile("/tmp/unreadable", "a=1\n", 0200);
   host::writeFile("/tmp/overlong", "a=1\n" + std::string(10000000, 'x') + "\n");
   {
@@ -233,7 +235,7 @@ TEST_F(KeyValueFileTest, WhatCannotBeReadIsNotOverwritten) {
   EXPECT_EQ(host::readFile("/tmp/overlong").size(), 10000005u);
 }
 
-TEST_F(KeyValueFileTest, WhatIsNoFileIsNotWritten) {
+TEST_F(KeyValueFileTest, APathThatIsNoRegularFileIsNotWritten) {
   host::makeFifo("/tmp/fifo");
   host::makeDirs("/tmp/directory");
   for (const char* path : {"", "/tmp/fifo", "/tmp/directory", "/tmp/missing/file"}) {
@@ -267,7 +269,7 @@ TEST_F(KeyValueFileTest, ASecondChangeKeepsTheCommentOfTheFirst) {
   EXPECT_EQ(host::readFile(kFile), "k=x #   note\n");
 }
 
-TEST_F(KeyValueFileTest, ASetOfAMissingFileMakesIt) {
+TEST_F(KeyValueFileTest, SettingAKeyMakesAMissingFile) {
   EXPECT_TRUE(FileUtils::setKeyValue(kFile, "a", "1"));
   EXPECT_EQ(host::readFile(kFile), "a=1\n");
 }
@@ -277,7 +279,7 @@ TEST_F(KeyValueFileTest, AnAbsentKeyWithAnEmptyValueIsWritten) {
   EXPECT_EQ(host::readFile(kFile), "a=\n");
 }
 
-TEST_F(KeyValueFileTest, UpdatesWinOverTheFileAndNeedOne) {
+TEST_F(KeyValueFileTest, UpdatesReplaceValuesAndNeedAReadableFile) {
   EXPECT_FALSE(FileUtils::setKeyValues(kFile, {{"a", "1"}}, '='));
   EXPECT_FALSE(host::exists(kFile));
   host::writeFile(kFile, "a=1\nb=2\n");
@@ -291,14 +293,14 @@ TEST_F(KeyValueFileTest, UpdatesAreWrittenWithAnEqualsSign) {
   EXPECT_EQ(host::readFile(kFile), "a:1\na=1\nb=2\n");
 }
 
-TEST_F(KeyValueFileTest, TheLockIsLetGo) {
+TEST_F(KeyValueFileTest, TheLockIsReleased) {
   EXPECT_TRUE(FileUtils::setKeyValue(kFile, "a", "1"));
   EXPECT_EQ(host::tree("/tmp/lock"), "");
 }
 
 // --- Pairs that the format cannot carry
 
-TEST_F(KeyValueFileTest, NewAndChangedPairsThatCannotBeCarriedAreRefused) {
+TEST_F(KeyValueFileTest, NewAndChangedPairsThatTheFormatCannotHoldAreRefused) {
   struct Case {
     const char* why;
     std::string key, value;
@@ -328,7 +330,7 @@ TEST_F(KeyValueFileTest, NewAndChangedPairsThatCannotBeCarriedAreRefused) {
   }
 }
 
-TEST_F(KeyValueFileTest, PairsThatCameFromTheFileAreWrittenBackAsRead) {
+TEST_F(KeyValueFileTest, PairsFromTheFileAreWrittenBackAsRead) {
   const std::string odd = std::string("=nokey\nz=a\0b\n", 13);
   host::writeFile(kFile, odd + "y=1\n");
   EXPECT_TRUE(FileUtils::setKeyValue(kFile, "y", "2"));

@@ -17,7 +17,7 @@ std::string programDirectory(const char* variable, const char* fallback) {
   const char* value = std::getenv(variable);
   std::string directory = value != nullptr && *value != '\0' ? value : fallback;
   if (directory.back() != '/') directory += '/';
-  (void)makeDir(directory, programDirectoryMode);  // who needs it finds out when using it
+  (void)makeDir(directory, programDirectoryMode);  // a caller that needs the directory sees the failure when it uses it
   return directory;
 }
 

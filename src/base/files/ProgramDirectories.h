@@ -1,8 +1,9 @@
-// ProgramDirectories: where the program works (what holds for all of FileUtils is in FileUtils.h).
+// ProgramDirectories: the directories in which the program works. FileUtils.h has the rules that all of FileUtils
+// share.
 //
 //   const std::string path = FileUtils::lockDir() + name;
 //
-// Threads: the two that are read once are safe to be asked for first by several threads at once.
+// Threads: tempDir and lockDir are read once; several threads may make the first call at the same time.
 #pragma once
 
 #include <string>
@@ -11,13 +12,15 @@
 
 namespace FileUtils {
 
-// The working directory, when it fits 4,095 bytes; else "getcwd" and an empty `dir`.
+// The working directory. Status: "getcwd" if it cannot be read or is longer than 4,095 bytes; `dir` is then empty.
 Status getCurrentDir(std::string& dir);
 // "/etc/zuv/", the root of the product's configuration.
 const char* configRoot();
 
-// ZUV_TMP_DIR, or "/tmp/"; ZUV_LOCK_DIR, or "/tmp/lock/"; always ending in "/". Read once per process; later changes of
-// the environment are not seen. At that moment the directory is made, mode 0750, whether that works or not.
+// The directories of temporary files and of lock files. They come from the environment variables ZUV_TMP_DIR and
+// ZUV_LOCK_DIR; the defaults are "/tmp/" and "/tmp/lock/". The result always ends in "/".
+// The first call reads the variable and creates the directory with mode 0750; a failure to create it is ignored. Later
+// calls return the same path, even if the environment has changed.
 const std::string& tempDir();
 const std::string& lockDir();
 

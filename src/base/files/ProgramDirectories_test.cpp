@@ -13,7 +13,7 @@ namespace {
 
 class ProgramDirectoriesTest : public HostTest {};
 
-TEST_F(ProgramDirectoriesTest, TheWorkingDirectoryIsTold) {
+TEST_F(ProgramDirectoriesTest, TheWorkingDirectoryIsReturned) {
   host::makeDirs("/tmp/here");
   ASSERT_EQ(::chdir("/tmp/here"), 0);
   std::string dir = "old";
@@ -46,8 +46,8 @@ TEST_F(ProgramDirectoriesTest, AWorkingDirectoryBeyondTheBufferIsAFailure) {
 
 TEST_F(ProgramDirectoriesTest, TheConfigurationRootIsFixed) { EXPECT_STREQ(FileUtils::configRoot(), "/etc/zuv/"); }
 
-// What the function gives in a child with that environment variable, or without it for null. A process of its own for
-// each question, since a process finds the directory once.
+// Returns the result of the function in a child with that value of the environment variable; null means without it.
+// Each call needs a new process, because a process reads the directory once.
 std::string directoryIn(const char* variable, const char* value, const std::string& (*directory)()) {
   int ends[2];
   EXPECT_EQ(::pipe(ends), 0);
@@ -67,8 +67,8 @@ std::string directoryIn(const char* variable, const char* value, const std::stri
   return std::string(answer, static_cast<std::size_t>(length));
 }
 
-// A process looks for these directories once. GoogleTest runs suites of such a name first, when no other test of this
-// process has asked for them yet.
+// A process reads these directories once. GoogleTest runs suites whose name ends in DeathTest first, so no other test
+// of this process has read them yet.
 using ProgramDirectoryDeathTest = HostTest;
 
 TEST_F(ProgramDirectoryDeathTest, TheTemporaryDirectoryEndsInASlashAndIsMade) {

@@ -13,13 +13,14 @@
 namespace FileUtils {
 namespace {
 
-// A tree may be deeper than there are descriptors, or than one path can tell: only the lowest directories stay open.
-// The others are found again through "..", and count only when they are still the ones that were left.
+// A tree may be deeper than the limit of descriptors and than the longest path. So only the 16 lowest directories stay
+// open. The remover returns to the others through "..", and continues only if it finds the same directory there as
+// before.
 class TreeRemover {
  public:
   explicit TreeRemover(std::string_view last) : last_(last) {}
 
-  // Empties the directory that `path` leads to, unless it is a link by now.
+  // Empties the directory at `path`. Does nothing if a link has taken its place.
   void empty(const std::string& path) {
     enter(AT_FDCWD, path);
     while (!levels_.empty()) {
@@ -35,13 +36,13 @@ class TreeRemover {
   static constexpr std::size_t keptOpen = 16;
 
   struct Level {
-    std::string name;  // in the level above
+    std::string name;  // its name in the level above
     UniqueFd fd;
     struct stat info = {};
-    std::vector<std::string> directories;  // those still to be removed
+    std::vector<std::string> directories;  // the subdirectories still to be removed
   };
 
-  // Opens a directory, unlinks what can be unlinked in it and makes it the lowest level.
+  // Opens a directory, unlinks its files and links and makes it the lowest level.
   bool enter(int parentFd, const std::string& name) {
     Level level;
     constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
@@ -72,7 +73,8 @@ class TreeRemover {
     if (!enter(fd, name)) (void)::unlinkat(fd, name.c_str(), AT_REMOVEDIR);
   }
 
-  // Back to the level above, which loses the directory just emptied. False when there is no way back.
+  // Returns to the level above and removes the directory just emptied from it. Returns false if the level above cannot
+  // be opened again.
   bool ascend() {
     const Level done = std::move(levels_.back());
     levels_.pop_back();
@@ -94,12 +96,12 @@ class TreeRemover {
     return true;
   }
 
-  const std::string last_;  // of the first level
+  const std::string last_;  // a file of the first level
   bool isLastThere_ = false;
   std::vector<Level> levels_;
 };
 
-// A slash at the end would make the system follow a link.
+// With a slash at the end the system would follow a link.
 std::string withoutSlashesAtEnd(const std::string& path) { return path.substr(0, path.find_last_not_of('/') + 1); }
 
 bool isRoot(const struct stat& info) {
@@ -116,7 +118,7 @@ Status removeTree(const std::string& path, std::string_view last) {
   struct stat info = {};
   const bool isThere = ::lstat(tree.c_str(), &info) == 0;
   if (isThere && S_ISLNK(info.st_mode)) return removeFile(tree);
-  if (!isThere || !S_ISDIR(info.st_mode)) return removeFile(path);  // behind a slash there is no file
+  if (!isThere || !S_ISDIR(info.st_mode)) return removeFile(path);  // fails for a file with a slash behind it
   if (isRoot(info)) return Status::of(status::invalidArgument);
   TreeRemover(last).empty(tree);
   return removeDir(tree);

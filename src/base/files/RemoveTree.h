@@ -1,5 +1,4 @@
-// RemoveTree: the removal of whole trees, of any depth, with few descriptors, never through a link (what holds for all
-// of FileUtils is in FileUtils.h).
+// RemoveTree: removes a directory with everything below it. FileUtils.h has the rules that all of FileUtils share.
 //
 //   Status s = FileUtils::removeTree("/etc/zuv/profiles/profile-7");
 #pragma once
@@ -11,12 +10,15 @@
 
 namespace FileUtils {
 
-// Removes an absolute path with everything below it. A relative path and "/" (in any spelling) are "invalid argument".
-// Anything but a directory is unlinked. Links are unlinked, never gone through, and a directory is looked at again
-// before it is entered. Entries that listDirectory puts under `others` (FIFOs, sockets, devices, links whose text leads
-// nowhere) stay, and then the last step fails: "rmdir". What fails on the way is passed over. Any depth, with few
-// descriptors. `last` names a file of the directory itself that goes after all else in it that can go, so that whoever
-// finds the rest of a process that ended on its way finds that file, too.
+// Removes an absolute path with everything below it. A path that is no directory is unlinked.
+// - Links are unlinked, never followed, even if a link takes the place of a directory during the removal.
+// - Entries that listDirectory puts under `others` (FIFOs, sockets, devices, broken links) are not removed.
+// - An entry that cannot be removed is skipped. The removal of the directories above it then fails too.
+// - The tree may have any depth. At most about 20 descriptors are open at a time.
+// - `last` names a file directly in the directory. It is removed after everything else in the directory that can be
+//   removed. If the process ends during the removal, that file still exists in the remaining directory.
+// Statuses: "invalid argument" for a relative path and for "/" in any spelling; "unlink" if the path is no directory
+// and cannot be unlinked; "rmdir" if the directory still exists at the end.
 Status removeTree(const std::string& path, std::string_view last = {});
 
 }  // namespace FileUtils

@@ -28,7 +28,7 @@ TEST_F(RemoveTreeTest, ATreeIsRemovedWithEverythingBelow) {
   EXPECT_FALSE(host::exists(kTree));
 }
 
-TEST_F(RemoveTreeTest, FilesGoFirstThenLinksToFilesThenLinksToDirectoriesThenDirectories) {
+TEST_F(RemoveTreeTest, FilesAreRemovedBeforeLinksToFilesThenLinksToDirectoriesThenDirectories) {
   host::writeFile("/tmp/target/file", "");
   host::makeDirs("/tmp/tree/a directory");
   host::makeLink("/tmp/tree/b link to a directory", "/tmp/target");
@@ -60,7 +60,7 @@ TEST_F(RemoveTreeTest, ARelativePathRemovesNothing) {
 
 TEST_F(RemoveTreeTest, TheRootIsAnInvalidArgumentInAnySpelling) {
   host::writeFile("/tmp/tree/file", "");
-  const ArmedFaults armed{FaultPlan{1, true, EPERM, {"unlinkat", "rmdir", "unlink"}, false}};  // in case it were tried
+  const ArmedFaults armed{FaultPlan{1, true, EPERM, {"unlinkat", "rmdir", "unlink"}, false}};  // if it were tried
   for (const char* path : {"/", "//", "///", "/.", "/..", "/tmp/..", "/../", "/tmp/../."}) {
     SCOPED_TRACE(path);
     EXPECT_THAT(FileUtils::removeTree(path), HasCode(status::invalidArgument));
@@ -68,7 +68,7 @@ TEST_F(RemoveTreeTest, TheRootIsAnInvalidArgumentInAnySpelling) {
   EXPECT_EQ(armed.count(), 0u);
 }
 
-TEST_F(RemoveTreeTest, WhatIsNoDirectoryIsUnlinked) {
+TEST_F(RemoveTreeTest, APathThatIsNoDirectoryIsUnlinked) {
   host::writeFile("/tmp/file", "");
   host::makeFifo("/tmp/fifo");
   EXPECT_THAT(FileUtils::removeTree("/tmp/file"), HasCode(status::success));
@@ -78,14 +78,14 @@ TEST_F(RemoveTreeTest, WhatIsNoDirectoryIsUnlinked) {
   EXPECT_FALSE(host::exists("/tmp/fifo"));
 }
 
-TEST_F(RemoveTreeTest, BehindASlashThereIsNoFile) {
+TEST_F(RemoveTreeTest, AFileWithASlashBehindItIsNotRemoved) {
   host::writeFile("/tmp/file", "");
   EXPECT_THAT(FileUtils::removeTree("/tmp/file/"), HasCode(status::unlinkError));
   EXPECT_TRUE(host::exists("/tmp/file"));
   EXPECT_THAT(FileUtils::removeTree("/tmp/missing/"), HasCode(status::success));
 }
 
-TEST_F(RemoveTreeTest, ALinkAtTheTopIsUnlinkedAndNotGoneThrough) {
+TEST_F(RemoveTreeTest, ALinkAtTheTopIsUnlinkedAndNotFollowed) {
   host::writeFile("/tmp/target/file", "");
   for (const char* path : {"/tmp/link", "/tmp/link/", "/tmp/link//"}) {
     SCOPED_TRACE(path);
@@ -96,7 +96,7 @@ TEST_F(RemoveTreeTest, ALinkAtTheTopIsUnlinkedAndNotGoneThrough) {
   }
 }
 
-TEST_F(RemoveTreeTest, LinksInsideAreUnlinkedAndNotGoneThrough) {
+TEST_F(RemoveTreeTest, LinksInsideAreUnlinkedAndNotFollowed) {
   host::writeFile("/tmp/target/file", "");
   host::makeDirs("/tmp/tree/a");
   host::makeLink("/tmp/tree/to-directory", "/tmp/target");
@@ -106,7 +106,7 @@ TEST_F(RemoveTreeTest, LinksInsideAreUnlinkedAndNotGoneThrough) {
   EXPECT_TRUE(host::exists("/tmp/target/file"));
 }
 
-TEST_F(RemoveTreeTest, OtherEntriesStayAndTheLastStepFails) {
+TEST_F(RemoveTreeTest, OtherEntriesStayAndTheRemovalFails) {
   host::makeFifo("/tmp/tree/a/fifo");
   host::writeFile("/tmp/tree/a/file", "");
   host::writeFile("/tmp/tree/b/file", "");
@@ -115,7 +115,7 @@ TEST_F(RemoveTreeTest, OtherEntriesStayAndTheLastStepFails) {
   EXPECT_EQ(host::tree(kTree), "d 0755 a\np 0644 a/fifo\nl nowhere -> /tmp/missing\n");
 }
 
-TEST_F(RemoveTreeTest, ATreeDeeperThanAPathCanTellIsRemoved) {
+TEST_F(RemoveTreeTest, ATreeDeeperThanTheLongestPathIsRemoved) {
   constexpr int depth = 5000;
   host::makeDirs(kTree);
   {
@@ -137,20 +137,20 @@ TEST_F(RemoveTreeTest, ATreeDeeperThanAPathCanTellIsRemoved) {
   EXPECT_FALSE(host::exists(kTree));
 }
 
-// Something else takes the place of /tmp/tree/a when it is listed and not yet entered.
+// Something else takes the place of /tmp/tree/a after it was listed and before it is entered.
 FaultPlan replacedBeforeEntered(void (*make)()) {
   host::makeDirs("/tmp/tree/a");
   FaultPlan plan;
   plan.calls = {"openat"};
   plan.before = [make](std::size_t call) {
-    if (call != 3) return;  // after the top and its listing
+    if (call != 3) return;  // the first two calls open the top and list it
     host::remove("/tmp/tree/a");
     make();
   };
   return plan;
 }
 
-TEST_F(RemoveTreeTest, ADirectoryThatBecomesALinkBeforeItIsEnteredIsNotGoneThrough) {
+TEST_F(RemoveTreeTest, ADirectoryThatBecomesALinkBeforeItIsEnteredIsNotFollowed) {
   host::writeFile("/tmp/target/file", "");
   const ArmedFaults armed{replacedBeforeEntered([] { host::makeLink("/tmp/tree/a", "/tmp/target"); })};
   EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::rmdirError));
@@ -158,15 +158,15 @@ TEST_F(RemoveTreeTest, ADirectoryThatBecomesALinkBeforeItIsEnteredIsNotGoneThrou
   EXPECT_TRUE(host::exists("/tmp/target/file"));
 }
 
-// Opening a FIFO to read it would wait for a writer.
-TEST_F(RemoveTreeTest, ADirectoryThatBecomesAFifoBeforeItIsEnteredIsNotWaitedFor) {
+// Opening a FIFO for reading would block until there is a writer.
+TEST_F(RemoveTreeTest, ADirectoryThatBecomesAFifoBeforeItIsEnteredDoesNotBlock) {
   const ArmedFaults armed{replacedBeforeEntered([] { host::makeFifo("/tmp/tree/a"); })};
   EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::rmdirError));
   EXPECT_TRUE(host::exists("/tmp/tree/a"));
 }
 
-TEST_F(RemoveTreeTest, ADeepDirectoryThatIsMovedAwayMeanwhileEndsTheRemoval) {
-  // Below 16 levels the way back is "..": it must lead to where it came from.
+TEST_F(RemoveTreeTest, ADeepDirectoryThatIsMovedAwayEndsTheRemoval) {
+  // From more than 16 levels down the removal returns through "..", which must lead to the same directory as before.
   std::string path = kTree;
   for (int i = 0; i < 20; ++i) path += "/d";
   host::makeDirs(path);
@@ -174,7 +174,7 @@ TEST_F(RemoveTreeTest, ADeepDirectoryThatIsMovedAwayMeanwhileEndsTheRemoval) {
   FaultPlan plan;
   plan.calls = {"openat"};
   plan.before = [](std::size_t call) {
-    if (call != 43) return;  // 21 directories opened and listed; the first way back that is not open any more
+    if (call != 43) return;  // 21 directories were opened and listed; call 43 is the first ".."
     std::string fifth = kTree;
     for (int i = 0; i < 5; ++i) fifth += "/d";
     ASSERT_EQ(::rename(fifth.c_str(), "/tmp/elsewhere/d"), 0);
@@ -184,10 +184,10 @@ TEST_F(RemoveTreeTest, ADeepDirectoryThatIsMovedAwayMeanwhileEndsTheRemoval) {
   EXPECT_EQ(host::tree("/tmp/elsewhere"), "d 0755 d\nf 0644 file \"\"\n");
 }
 
-TEST_F(RemoveTreeTest, AWayBackThatCannotBeOpenedOrLookedAtEndsTheRemoval) {
-  // Of 21 directories the lowest 16 stay open; the first "..", from the sixth, comes after all were opened.
-  for (const FaultPlan& plan :
-       {FaultPlan{43, false, EMFILE, {"openat"}}, FaultPlan{22, false, EIO, {"fstat"}}}) {  // two and one for each
+TEST_F(RemoveTreeTest, AParentDirectoryThatCannotBeReopenedEndsTheRemoval) {
+  // The lowest 16 of 21 directories stay open. The first "..", from the sixth, comes after all of them were opened.
+  for (const FaultPlan& plan : {FaultPlan{43, false, EMFILE, {"openat"}},
+                                FaultPlan{22, false, EIO, {"fstat"}}}) {  // two openat and one fstat for each directory
     SCOPED_TRACE(*plan.calls.begin());
     host::reset();
     std::string path = kTree;
@@ -196,11 +196,11 @@ TEST_F(RemoveTreeTest, AWayBackThatCannotBeOpenedOrLookedAtEndsTheRemoval) {
     const ArmedFaults armed{plan};
     EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::rmdirError));
     EXPECT_EQ(host::tree(kTree), "d 0755 d\nd 0755 d/d\nd 0755 d/d/d\nd 0755 d/d/d/d\nd 0755 d/d/d/d/d\n");
-    EXPECT_EQ(armed.count(), plan.at) << "nothing is looked for behind it";
+    EXPECT_EQ(armed.count(), plan.at) << "the removal ends at the fault";
   }
 }
 
-TEST_F(RemoveTreeTest, ALinkThatTakesThePlaceOfADirectoryAgainAndAgainIsNeverGoneThrough) {
+TEST_F(RemoveTreeTest, ALinkThatReplacesADirectoryAgainAndAgainIsNeverFollowed) {
   host::writeFile("/tmp/target/file", "");
   std::atomic<bool> isOver{false};
   std::thread swapper([&] {
@@ -214,14 +214,14 @@ TEST_F(RemoveTreeTest, ALinkThatTakesThePlaceOfADirectoryAgainAndAgainIsNeverGon
   for (int i = 0; i < 2000; ++i) {
     (void)::mkdir("/tmp/tree", 0755);
     (void)::mkdir("/tmp/tree/a", 0755);
-    (void)FileUtils::removeTree(kTree);  // whatever it could remove in that turmoil
+    (void)FileUtils::removeTree(kTree);  // its result depends on the timing
   }
   isOver = true;
   swapper.join();
   EXPECT_TRUE(host::exists("/tmp/target/file"));
 }
 
-TEST_F(RemoveTreeTest, ADirectoryThatCannotBeReadDoesNotKeepItsNeighbours) {
+TEST_F(RemoveTreeTest, ADirectoryThatCannotBeReadDoesNotStopTheRemovalOfOthers) {
   host::writeFile("/tmp/tree/closed/file", "");
   host::writeFile("/tmp/tree/open/file", "");
   host::setMode("/tmp/tree/closed", 0);
@@ -233,7 +233,7 @@ TEST_F(RemoveTreeTest, ADirectoryThatCannotBeReadDoesNotKeepItsNeighbours) {
   EXPECT_EQ(host::tree(kTree), "d 0755 closed\nf 0644 closed/file \"\"\n");
 }
 
-TEST_F(RemoveTreeTest, TheLastFileGoesAfterAllElseOfTheDirectory) {
+TEST_F(RemoveTreeTest, TheLastFileIsRemovedAfterEverythingElse) {
   for (const char* file : {"a", "last", "sub/file", "sub/last", "z"})
     host::writeFile(std::string(kTree) + "/" + file, "");
   std::vector<std::string> whenItWent;
@@ -250,7 +250,7 @@ TEST_F(RemoveTreeTest, TheLastFileGoesAfterAllElseOfTheDirectory) {
   EXPECT_FALSE(host::exists(kTree));
 }
 
-TEST_F(RemoveTreeTest, ALastFileThatIsNotThereChangesNothing) {
+TEST_F(RemoveTreeTest, AMissingLastFileChangesNothing) {
   host::writeFile("/tmp/tree/file", "");
   EXPECT_THAT(FileUtils::removeTree(kTree, "last"), HasCode(status::success));
   EXPECT_FALSE(host::exists(kTree));

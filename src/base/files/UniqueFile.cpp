@@ -19,26 +19,23 @@ namespace {
 constexpr mode_t uniqueFileMode = 0644;
 constexpr std::size_t pathBufferSize = 4096;
 
-// Six letters and digits that differ from call to call and from process to process; being the first to make the file is
-// what counts, not being hard to guess.
+// Six letters or digits that differ from call to call and usually from process to process. They need not be hard to
+// guess, because O_EXCL ensures that the file is new.
 std::string uniqueSuffix() {
   static constexpr char letters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+  constexpr std::size_t letterCount = sizeof letters - 1;
   static std::atomic<std::uint64_t> calls{0};
-  std::uint64_t bits =
-      static_cast<std::uint64_t>(TimeUtils::nowMicros()) ^ (static_cast<std::uint64_t>(::getpid()) << 40);
-  bits += calls.fetch_add(1, std::memory_order_relaxed) * 0x9e3779b97f4a7c15u;
-  bits = (bits ^ (bits >> 30)) * 0xbf58476d1ce4e5b9u;
-  bits = (bits ^ (bits >> 27)) * 0x94d049bb133111ebu;
-  bits ^= bits >> 31;
+  std::uint64_t number = static_cast<std::uint64_t>(TimeUtils::nowMicros()) + calls++;
+  number += static_cast<std::uint64_t>(::getpid()) << 40;
   std::string suffix;
-  for (int i = 0; i < 6; ++i, bits /= 62) suffix += letters[bits % 62];
+  for (int i = 0; i < 6; ++i, number /= letterCount) suffix += letters[number % letterCount];
   return suffix;
 }
 
 void logFailedOpen(int error) {
   static BasicLog::Logger& log = BasicLog::getLogger(BasicLog::basiclibLogger);
   if (!log.isEnabled(BasicLog::Level::error)) return;
-  // Deliberately not this file's name: whoever reads logs searches for this one.
+  // Deliberately not the name of this file: people who read logs search for this name.
   BasicLog::Entry entry(log, BasicLog::Level::error, "failed to open file", "FileUtils.cpp", "makeUniqueFile");
   entry.add("error", std::strerror(error));
 }

@@ -1,4 +1,4 @@
-// UniqueFile: new files of names that nobody has (what holds for all of FileUtils is in FileUtils.h).
+// UniqueFile: makes new files with unused names. FileUtils.h has the rules that all of FileUtils share.
 //
 //   std::string path;
 //   std::FILE* stream = FileUtils::makeUniqueFile("/tmp/bundle", path);     // "/tmp/bundle.x7Rk0a"
@@ -9,9 +9,10 @@
 
 namespace FileUtils {
 
-// Makes a new file named `base`, "." and six letters or digits, mode 0644 less the umask, and returns a stream opened
-// "w+" that the caller closes, with its name in `pathOut`. At most 11 names are tried, each failure is logged. Null,
-// and `pathOut` unchanged: all failed, or the name would be longer than 4,095 bytes (nothing is logged then).
+// Makes a new file whose name is `base`, "." and six letters or digits, with mode 0644 less the umask. Stores its path
+// in `pathOut` and returns a stream opened with "w+", which the caller must close.
+// It tries at most 11 names and logs each failure. If all fail, it returns null and does not change `pathOut`. It does
+// the same, without logging, if the path would be longer than 4,095 bytes or if the system cannot make the stream.
 std::FILE* makeUniqueFile(const std::string& base, std::string& pathOut);
 
 }  // namespace FileUtils

@@ -23,7 +23,7 @@ struct CloseStream {
 };
 using Stream = std::unique_ptr<std::FILE, CloseStream>;
 
-// Keeps what is logged while it lives.
+// Records all log entries during its lifetime.
 class LogTap {
  public:
   LogTap() { BasicLog::setSyncProcessor(new Processor(entries)); }
@@ -83,7 +83,7 @@ TEST_F(UniqueFileTest, ElevenNamesAreTriedAndEachFailureIsLogged) {
       Texts(11, "[ERROR] basiclib FileUtils.cpp makeUniqueFile failed to open file: error=No such file or directory"));
 }
 
-TEST_F(UniqueFileTest, WhereErrorsAreNotLoggedAFailureToMakeAUniqueFileIsNotEither) {
+TEST_F(UniqueFileTest, AFailureIsNotLoggedIfErrorsAreNotLogged) {
   BasicLog::Logger& logger = BasicLog::getLogger(BasicLog::basiclibLogger);
   const BasicLog::Level before = logger.threshold();
   LogTap tap;
@@ -113,17 +113,18 @@ TEST_F(UniqueFileTest, TheEleventhNameMayStillSucceed) {
   }
 }
 
-TEST_F(UniqueFileTest, AUniqueNameBeyond4095BytesIsRefusedAtOnceWithoutLogging) {
+TEST_F(UniqueFileTest, AUniquePathBeyond4095BytesIsRefusedWithoutLogging) {
   LogTap tap;
   std::string path = "old";
-  EXPECT_EQ(FileUtils::makeUniqueFile("/tmp/" + std::string(4084, 'x'), path), nullptr);  // 4,096 with its ending
+  EXPECT_EQ(FileUtils::makeUniqueFile("/tmp/" + std::string(4084, 'x'), path), nullptr);  // 4,096 bytes with the suffix
   EXPECT_THAT(tap.entries, SizeIs(0));
-  EXPECT_EQ(FileUtils::makeUniqueFile("/tmp/" + std::string(4083, 'x'), path), nullptr);  // 4,095, but one long name
+  EXPECT_EQ(FileUtils::makeUniqueFile("/tmp/" + std::string(4083, 'x'), path),
+            nullptr);  // 4,095 bytes, but a component that is too long
   EXPECT_THAT(tap.entries, SizeIs(11));
   EXPECT_EQ(path, "old");
 }
 
-TEST_F(UniqueFileTest, AStreamThatCannotBeMadeLeavesNoUniqueFile) {
+TEST_F(UniqueFileTest, AFailureToMakeTheStreamLeavesNoFile) {
   FaultPlan plan;
   plan.at = 1;
   plan.calls = {"fdopen"};

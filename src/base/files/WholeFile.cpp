@@ -97,15 +97,11 @@ Status readFirstLineAt(int directoryFd, const char* path, std::string& line) {
   if (!openForReading(directoryFd, path, file)) {
     return Status::of(isRegularAt(directoryFd, path) ? status::openError : status::success);
   }
-  char buffer[4096];
-  WholeLineReader reader(file, WholeLineReader::defaultLimit, buffer, sizeof buffer);
+  WholeLineReader reader(file, WholeLineReader::defaultLimit);
   auto result = WholeLineReader::Result::line;
   while ((result = reader.next(line)) == WholeLineReader::Result::line) {
     const std::string_view trimmed = StringUtils::trim(line, StringUtils::TrimSet::nonPrintable);
-    if (trimmed.empty()) {
-      reader.dropBlankLines();
-      continue;
-    }
+    if (trimmed.empty()) continue;
     line.erase(0, static_cast<std::size_t>(trimmed.data() - line.data()));
     line.resize(trimmed.size());
     return Status::success();

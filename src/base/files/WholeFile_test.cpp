@@ -27,7 +27,7 @@ ino_t inodeOf(const std::string& path) {
   return info.st_ino;
 }
 
-// A limit on the size of files, for a scope.
+// Limits the size of files until the end of its scope.
 class FileSizeLimit {
  public:
   explicit FileSizeLimit(rlim_t bytes) : oldAction_(std::signal(SIGXFSZ, SIG_IGN)) {
@@ -47,7 +47,7 @@ class FileSizeLimit {
 
 // --- Reading whole files
 
-TEST_F(WholeFileTest, AFileIsReadWhole) {
+TEST_F(WholeFileTest, AWholeFileIsRead) {
   const std::string content("one\0two\n", 8);
   host::writeFile(kFile, content);
   std::string bytes = "old";
@@ -55,7 +55,7 @@ TEST_F(WholeFileTest, AFileIsReadWhole) {
   EXPECT_EQ(bytes, content);
 }
 
-TEST_F(WholeFileTest, ALargeFileIsReadWholeOverShortReads) {
+TEST_F(WholeFileTest, ShortReadsStillReadALargeFileWhole) {
   const std::string content(100000, 'x');
   host::writeFile(kFile, content);
   FaultPlan plan;
@@ -66,14 +66,15 @@ TEST_F(WholeFileTest, ALargeFileIsReadWholeOverShortReads) {
   EXPECT_EQ(bytes, content);
 }
 
-TEST_F(WholeFileTest, AFileThatGrowsBetweenTwoReadsIsReadToItsFirstSize) {
+TEST_F(WholeFileTest, AFileThatGrowsBetweenTwoReadsIsReadUpToItsFirstSize) {
   const std::string content(5000, 'x');
   host::writeFile(kFile, content);
   FaultPlan plan;
   plan.calls = {"read"};
-  plan.before = [](std::size_t call) {  // the first read ends early, the second could take more than there is room for
-    ASSERT_EQ(::truncate(kFile, call == 1 ? 3 : 20000), 0);
-  };
+  plan.before =
+      [](std::size_t call) {  // the first read ends early; the second could read more than the buffer has room for
+        ASSERT_EQ(::truncate(kFile, call == 1 ? 3 : 20000), 0);
+      };
   const ArmedFaults armed{plan};
   std::string bytes;
   EXPECT_THAT(FileUtils::readFile(kFile, bytes), HasCode(status::success));
@@ -90,13 +91,13 @@ TEST_F(WholeFileTest, AnEmptyFileIsReadWithoutOpeningIt) {
   EXPECT_THAT(counted.calls(), ElementsAre("stat"));
 }
 
-TEST_F(WholeFileTest, AMissingFileCannotBeLookedAt) {
+TEST_F(WholeFileTest, AMissingFileIsAStatError) {
   std::string bytes = "old";
   EXPECT_THAT(FileUtils::readFile(kFile, bytes), HasCode(status::statError));
   EXPECT_EQ(bytes, "");
 }
 
-TEST_F(WholeFileTest, AnUnreadableFileCannotBeOpened) {
+TEST_F(WholeFileTest, AnUnreadableFileIsAnOpenError) {
   host::writeFile(kFile, "text\n", 0);
   const host::BoundByModes bound;
   std::string bytes = "old";
@@ -128,13 +129,13 @@ TEST_F(WholeFileTest, AFailedReadClearsTheBytes) {
 
 // --- Writing whole files
 
-TEST_F(WholeFileTest, AWholeFileGetsExactlyTheBytes) {
+TEST_F(WholeFileTest, AWrittenFileHoldsExactlyTheBytes) {
   const std::string content("a\0b", 3);
   EXPECT_THAT(FileUtils::writeFile(kFile, content.data(), content.size()), HasCode(status::success));
   EXPECT_EQ(host::readFile(kFile), content);
 }
 
-TEST_F(WholeFileTest, NoBytesMakeAnEmptyFile) {
+TEST_F(WholeFileTest, ALengthOfZeroMakesAnEmptyFile) {
   host::writeFile(kFile, "old\n");
   EXPECT_THAT(FileUtils::writeFile(kFile, nullptr, 0), HasCode(status::success));
   EXPECT_EQ(host::readFile(kFile), "");
@@ -155,7 +156,7 @@ TEST_F(WholeFileTest, AShorterTextLeavesNothingOfALongerOne) {
   EXPECT_EQ(host::readFile(kFile), "lab\n");
 }
 
-TEST_F(WholeFileTest, LinesAreWrittenAlikeFromBothLists) {
+TEST_F(WholeFileTest, BothListTypesWriteTheSameLines) {
   EXPECT_THAT(FileUtils::writeLines(kFile, Texts{"one", "", "three"}), HasCode(status::success));
   EXPECT_EQ(host::readFile(kFile), "one\n\nthree\n");
   EXPECT_THAT(FileUtils::writeLines(kFile, FileUtils::StringList{"1", "2"}), HasCode(status::success));
@@ -197,20 +198,20 @@ TEST_F(WholeFileTest, AFileIsRewrittenInPlace) {
   EXPECT_TRUE(S_ISLNK(info.st_mode));
 }
 
-TEST_F(WholeFileTest, AFileIsRewrittenOnlyAfterItsNewBytesAreInIt) {
+TEST_F(WholeFileTest, AFileIsCutOnlyAfterItsNewBytesAreWritten) {
   host::writeFile(kFile, "old text\n");
   const ArmedFaults counted{FaultPlan{}};
   EXPECT_THAT(FileUtils::writeString(kFile, "new", true), HasCode(status::success));
   EXPECT_THAT(counted.calls(), ElementsAre("open", "flock", "fstat", "write", "fchmod", "ftruncate", "close"));
 }
 
-TEST_F(WholeFileTest, TheEndOfALinkThatLeadsNowhereIsMade) {
+TEST_F(WholeFileTest, TheMissingTargetOfALinkIsMade) {
   host::makeLink("/tmp/link", "/tmp/target");
   EXPECT_THAT(FileUtils::writeString("/tmp/link", "new", true), HasCode(status::success));
   EXPECT_EQ(host::readFile("/tmp/target"), "new\n");
 }
 
-TEST_F(WholeFileTest, TheEndOfALinkIsRemovedAgainWhenWritingItFails) {
+TEST_F(WholeFileTest, TheNewTargetOfALinkIsRemovedAgainIfWritingFails) {
   host::makeLink("/tmp/link", "/tmp/target");
   FaultPlan plan;
   plan.at = 1;
@@ -259,11 +260,11 @@ TEST_F(WholeFileTest, AFullDiskLeavesNoNewFile) {
   EXPECT_FALSE(host::exists("/tmp/disk/file"));
 }
 
-TEST_F(WholeFileTest, AFullDiskStillTakesATextThatIsNotLonger) {
+TEST_F(WholeFileTest, AFullDiskStillAcceptsATextThatIsNotLonger) {
   host::makeDirs("/tmp/disk");
   const host::SmallDisk disk("/tmp/disk", 2 * 4096);
   host::writeFile("/tmp/disk/file", std::string(4000, 'o'));
-  FaultPlan plan;  // the disk is full from the first moment on: nothing can be reserved
+  FaultPlan plan;  // the disk is full from the start: no space can be reserved
   plan.at = 1;
   plan.error = ENOSPC;
   plan.calls = {"fallocate"};
@@ -272,7 +273,7 @@ TEST_F(WholeFileTest, AFullDiskStillTakesATextThatIsNotLonger) {
   EXPECT_EQ(host::readFile("/tmp/disk/file"), "new\n");
 }
 
-TEST_F(WholeFileTest, AFileSystemThatReservesNothingIsNoFailure) {
+TEST_F(WholeFileTest, AFileSystemThatCannotReserveSpaceIsNoFailure) {
   host::writeFile(kFile, "old\n");
   FaultPlan plan;
   plan.at = 1;
@@ -289,7 +290,7 @@ TEST_F(WholeFileTest, AFileSizeLimitIsAFailedWrite) {
   EXPECT_FALSE(host::exists(kFile));
 }
 
-TEST_F(WholeFileTest, WritingGoesOnAfterShortWrites) {
+TEST_F(WholeFileTest, WritingContinuesAfterShortWrites) {
   FaultPlan plan;
   plan.oneByteAtATime = true;
   const ArmedFaults armed{plan};
@@ -313,7 +314,7 @@ TEST_F(WholeFileTest, AnInterruptedCallIsMadeAgain) {
 
 // --- Lines
 
-TEST_F(WholeFileTest, LinesLoseTheirEndsAndEmptyOnesStay) {
+TEST_F(WholeFileTest, LinesLoseTheirLineEndsAndEmptyLinesStay) {
   struct Case {
     const char* why;
     std::string content;
@@ -343,7 +344,7 @@ TEST_F(WholeFileTest, LinesLoseTheirEndsAndEmptyOnesStay) {
   }
 }
 
-TEST_F(WholeFileTest, WhatCannotBeReadAsLinesIsSaid) {
+TEST_F(WholeFileTest, AFileWhoseLinesCannotBeReadIsAFailure) {
   host::makeFifo("/tmp/fifo");
   host::makeDirs("/tmp/directory");
   host::writeFile("/tmp/unreadable", "x\n", 0);
@@ -382,7 +383,7 @@ TEST_F(WholeFileTest, AFailedReadOfLinesClearsThem) {
 
 // --- The first line
 
-TEST_F(WholeFileTest, TheFirstLineThatIsNotBlankIsTheFirstLine) {
+TEST_F(WholeFileTest, TheFirstLineIsTheFirstThatIsNotBlank) {
   struct Case {
     const char* why;
     std::string content;
@@ -396,17 +397,17 @@ TEST_F(WholeFileTest, TheFirstLineThatIsNotBlankIsTheFirstLine) {
       {"the first of two", "lab\nother\n", "lab"},
       {"blank lines before", "\n  \n lab \n", "lab"},
       {"CR LF", "lab\r\n", "lab"},
-      {"outer control bytes go", "\x01\t lab \x1f\x7f\n", "lab"},
-      {"bytes of 128 and above go at the ends", "\x80lab\xff\n", "lab"},
+      {"outer control bytes are removed", "\x01\t lab \x1f\x7f\n", "lab"},
+      {"bytes of 128 and above are removed at the ends", "\x80lab\xff\n", "lab"},
       {"bytes of 128 and above stay inside",
        "l\xc3\xa4"
        "b\n",
        "l\xc3\xa4"
        "b"},
       {"blanks stay inside", "my lab\n", "my lab"},
-      {"a zero byte at the end goes", std::string("lab\0\n", 5), "lab"},
+      {"a zero byte at the end is removed", std::string("lab\0\n", 5), "lab"},
       {"a zero byte inside stays", std::string("l\0b\n", 4), std::string("l\0b", 3)},
-      {"behind more than a buffer of blanks", std::string(10000, ' ') + "\nlab\n", "lab"},
+      {"a line behind more blanks than a buffer holds", std::string(10000, ' ') + "\nlab\n", "lab"},
       {"longer than a buffer", std::string(10000, 'x') + "\nlab\n", std::string(10000, 'x')},
   };
   for (const Case& c : cases) {
@@ -424,7 +425,7 @@ TEST_F(WholeFileTest, AMissingFileHasAnEmptyFirstLine) {
   EXPECT_EQ(line, "");
 }
 
-TEST_F(WholeFileTest, WhatIsNoRegularFileHasAnEmptyFirstLine) {
+TEST_F(WholeFileTest, APathThatIsNoRegularFileHasAnEmptyFirstLine) {
   host::makeDirs("/tmp/directory");
   host::makeFifo("/tmp/fifo");
   host::makeLink("/tmp/link", "/tmp/nowhere");
@@ -436,7 +437,7 @@ TEST_F(WholeFileTest, WhatIsNoRegularFileHasAnEmptyFirstLine) {
   }
 }
 
-TEST_F(WholeFileTest, AnUnreadableFileHasNoFirstLine) {
+TEST_F(WholeFileTest, AnUnreadableFileIsAnOpenErrorForTheFirstLine) {
   host::writeFile(kFile, "lab\n", 0);
   host::makeLink("/tmp/link", kFile);
   const host::BoundByModes bound;
@@ -453,7 +454,7 @@ TEST_F(WholeFileTest, AnOverLongLineLeavesTheFirstLineEmpty) {
   EXPECT_EQ(line, "");
 }
 
-TEST_F(WholeFileTest, AFailedReadOfTheFirstLineIsSaid) {
+TEST_F(WholeFileTest, AFailedReadOfTheFirstLineIsAReadError) {
   host::writeFile(kFile, "lab\n");
   FaultPlan plan;
   plan.at = 1;
@@ -491,7 +492,7 @@ TEST_F(WholeFileTest, AMissingFileRelativeToADirectoryHasAnEmptyFirstLine) {
   EXPECT_EQ(line, "");
 }
 
-TEST_F(WholeFileTest, AnUnreadableFileRelativeToADirectoryHasNoFirstLine) {
+TEST_F(WholeFileTest, AnUnreadableFileRelativeToADirectoryIsAnOpenError) {
   host::makeProfile("profile-1", "lab");
   host::setMode("/etc/zuv/profiles/profile-1/profile_name", 0);
   const host::BoundByModes bound;
