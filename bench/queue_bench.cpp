@@ -1,7 +1,7 @@
-// The pointer queue against std::deque<void*>, as ratios of times taken alternately in one run: filled and then
-// drained, and emptied after every push.
+// Compares the pointer queue with std::deque<void*> in two ways: filled and then drained, and emptied after every push.
+// It measures the two alternately in one run and prints the ratio of their times.
 //
-//   queue_bench [--brief]      prints a line for each, "fill-and-drain 0.87"
+//   queue_bench [--brief]      prints one line for each way, such as "fill-and-drain 0.87"
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -13,7 +13,7 @@
 
 namespace {
 
-// Processor time of this thread, in nanoseconds: what others do on the machine counts for less.
+// The processor time of this thread in nanoseconds, because other programs affect it less than the wall clock.
 double now() {
   timespec time{};
   ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
@@ -40,10 +40,11 @@ struct Queue {
   void* pop() { return items.pop(); }
 };
 
-// A value that is needed, and memory that anybody may have changed: a queue between threads never lies in registers.
+// Tells the compiler that the value is used and that any memory may have changed, so that it does not keep the queue in
+// registers, which it could not do with a queue between threads.
 void keep(const void* value) { asm volatile("" : : "r"(value) : "memory"); }
 
-// Nanoseconds for `count` items, `depth` at a time.
+// Returns the nanoseconds for `count` items, pushed and popped in groups of `depth`.
 template <typename T>
 double timeOf(std::size_t count, std::size_t depth) {
   T queue;

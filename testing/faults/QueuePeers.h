@@ -7,10 +7,7 @@
 class SimplePointerQueuePeer {
  public:
   // Leaves the queue with a head and no tail. The next push then fails an assertion while it holds the queue's lock.
-  static void loseTail(SimplePointerQueue& queue) {
-    queue.tail_ = nullptr;
-    queue.in_ = queue.inEnd_ = nullptr;
-  }
+  static void loseTail(SimplePointerQueue& queue) { queue.tail_ = nullptr; }
 };
 
 class WorkQueuePeer {

@@ -4,7 +4,7 @@
 
 namespace {
 
-// Deliberately not this file's name: whoever reads logs searches for this one.
+// Deliberately not the name of this file: people who read logs search for this name.
 constexpr char sourceName[] = "ThreadUtils.cpp";
 
 }  // namespace

@@ -1,4 +1,4 @@
-// AsyncTask: the start and the stop of work that goes on by itself.
+// AsyncTask: the state machine for starting and stopping work that runs in the background.
 //
 //   class Listener : public AsyncTask {
 //    public:
@@ -9,12 +9,13 @@
 //     void continueShutdown() override { if (isDone()) finishShutdown(); }
 //   };
 //   Listener listener;
-//   if (!listener.asyncStartup()) return ...;       // failed for good
+//   if (!listener.asyncStartup()) return ...;       // the task has failed and cannot be started again
 //   listener.asyncShutdown();
-//   while (!listener.isStopped()) ...               // each question moves the shutdown on
+//   while (!listener.isStopped()) ...               // each call continues the shutdown
 //
-// Threads: everything may be called from any thread. The three operations run on the calling thread under the task's
-// lock, one at a time; they may log, and must not call asyncStartup, asyncShutdown, isStopped or state.
+// Threads: all functions may be called from any thread. start, beginShutdown and continueShutdown run on the calling
+// thread under the task's lock, one at a time. They may log. They must not call asyncStartup, asyncShutdown, isStopped
+// or state.
 #pragma once
 
 #include <string>
@@ -31,25 +32,25 @@ class AsyncTask {
   AsyncTask(const AsyncTask&) = delete;
   AsyncTask& operator=(const AsyncTask&) = delete;
 
-  // Starts a ready task: true, and it is running. A start that fails, and a start of a task that is not ready, even of
-  // a running one, leave it failed: false. Logs "AsyncTask starting up" first.
+  // Logs "AsyncTask starting up" and starts a ready task. Returns true if the task is then running. Returns false if
+  // start fails or if the task was not ready, even if it was running; the task is then failed.
   bool asyncStartup();
-  // A running task begins to stop; a ready one is stopped, without any of its operations; others are left alone. Logs
-  // "AsyncTask beginning shutdown" first.
+  // Logs "AsyncTask beginning shutdown". Then a running task begins to stop, and a ready task becomes stopped without a
+  // call of its operations. A task in any other state does not change.
   void asyncShutdown();
-  // Whether the task is stopped or failed. Of a stopping task the shutdown is continued first.
+  // Returns true if the task is stopped or failed. It first continues the shutdown of a stopping task.
   bool isStopped();
 
   State state() const;
   const std::string& taskName() const { return taskName_; }
 
  protected:
-  // From stopping to stopped, and from no other state. Only from inside the operations.
+  // Changes the state from stopping to stopped. Does nothing in any other state. Only the three operations may call it.
   void finishShutdown();
 
  private:
-  // What a task supplies. start says whether it succeeded; continueShutdown is called, maybe often, until
-  // finishShutdown was called from within.
+  // The operations that a task supplies. start returns true on success. continueShutdown is called, possibly often,
+  // until beginShutdown or continueShutdown itself has called finishShutdown.
   virtual bool start() = 0;
   virtual void beginShutdown() = 0;
   virtual void continueShutdown() = 0;

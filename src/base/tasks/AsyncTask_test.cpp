@@ -26,7 +26,7 @@ class Recorder : public BasicLog::LogMessageProcessor {
   }
 };
 
-// Does as it is told and notes its operations.
+// A task whose results the test sets and that records its operations.
 class Task : public AsyncTask {
  public:
   explicit Task(std::string_view name = "a task") : AsyncTask(name) {}
@@ -73,7 +73,7 @@ TEST_F(AsyncTaskTest, ANewTaskIsReadyAndNotStopped) {
   EXPECT_THAT(task.calls, IsEmpty());
 }
 
-TEST_F(AsyncTaskTest, GoesFromReadyThroughRunningAndStoppingToStopped) {
+TEST_F(AsyncTaskTest, ItsStatesAreReadyRunningStoppingAndStoppedInThatOrder) {
   EXPECT_TRUE(task.asyncStartup());
   EXPECT_EQ(task.state(), State::running);
   EXPECT_FALSE(task.isStopped());
@@ -139,7 +139,7 @@ TEST_F(AsyncTaskTest, ShuttingDownAStoppingStoppedOrFailedTaskLeavesItAlone) {
   EXPECT_THAT(task.calls, ElementsAre("start", "begin", "continue"));
 }
 
-TEST_F(AsyncTaskTest, EveryQuestionContinuesAShutdownUntilItIsDone) {
+TEST_F(AsyncTaskTest, EveryCallOfIsStoppedContinuesAShutdownUntilItIsDone) {
   task.isDone = false;
   EXPECT_TRUE(task.asyncStartup());
   task.asyncShutdown();
@@ -152,7 +152,7 @@ TEST_F(AsyncTaskTest, EveryQuestionContinuesAShutdownUntilItIsDone) {
   EXPECT_THAT(task.calls, ElementsAre("start", "begin", "continue", "continue", "continue"));
 }
 
-TEST_F(AsyncTaskTest, FinishingMovesOnlyAStoppingTask) {
+TEST_F(AsyncTaskTest, FinishShutdownChangesOnlyAStoppingTask) {
   class Hasty : public AsyncTask {
    public:
     Hasty() : AsyncTask("hasty") {}
@@ -163,7 +163,7 @@ TEST_F(AsyncTaskTest, FinishingMovesOnlyAStoppingTask) {
       return true;
     }
     void beginShutdown() override { finishShutdown(); }
-    void continueShutdown() override { ADD_FAILURE() << "it has stopped"; }
+    void continueShutdown() override { ADD_FAILURE() << "the task has stopped already"; }
   };
   Hasty hasty;
   EXPECT_TRUE(hasty.asyncStartup());
@@ -182,7 +182,7 @@ TEST_F(AsyncTaskTest, LogsItsStartAndItsShutdownWithItsName) {
                   "[INFO] ThreadUtils ThreadUtils.cpp asyncShutdown AsyncTask beginning shutdown: task=a task"));
 }
 
-TEST_F(AsyncTaskTest, LogsAlsoWhatIsThenRefused) {
+TEST_F(AsyncTaskTest, LogsStartsAndShutdownsThatItThenRefuses) {
   task.asyncShutdown();
   EXPECT_FALSE(task.asyncStartup());
   EXPECT_EQ(logged.size(), 2U);
@@ -218,7 +218,7 @@ TEST_F(AsyncTaskTest, AnOperationMayLogAndFailAnAssertionUnderTheLock) {
                                   "[INFO] test f g from start", "under the lock"));
 }
 
-TEST_F(AsyncTaskTest, OfManyStartersOneSucceedsAndOperationsNeverOverlap) {
+TEST_F(AsyncTaskTest, OneOfManyStartersSucceedsAndOperationsNeverOverlap) {
   class Counting : public AsyncTask {
    public:
     Counting() : AsyncTask("counting") {}

@@ -6,7 +6,7 @@
 
 namespace {
 
-// Deliberately not this file's name: whoever reads logs searches for this one.
+// Deliberately not the name of this file: people who read logs search for this name.
 constexpr char sourceName[] = "ThreadUtils.cpp";
 constexpr int linkedListErrorLine = 498;
 
@@ -18,25 +18,6 @@ SimplePointerQueue::~SimplePointerQueue() {
   freeChain(spare_);
 }
 
-// The spare block or a new one, empty and without a successor; null without memory.
-SimplePointerQueue::Block* SimplePointerQueue::takeBlock() {
-  if (spare_ == nullptr) return new (std::nothrow) Block;
-  Block* block = spare_;
-  spare_ = nullptr;
-  block->start = block->count = 0;
-  return block;
-}
-
-// Keeps an empty block as the spare, or frees it.
-void SimplePointerQueue::retire(Block* block) {
-  block->next = nullptr;
-  if (spare_ == nullptr) {
-    spare_ = block;
-  } else {
-    delete block;
-  }
-}
-
 void SimplePointerQueue::freeChain(Block* block) {
   while (block != nullptr) {
     Block* next = block->next;
@@ -45,67 +26,48 @@ void SimplePointerQueue::freeChain(Block* block) {
   }
 }
 
-// Puts a block behind the last one, which is full.
+// Appends the spare block, or a new one, to the chain. Returns false if there is no memory.
 bool SimplePointerQueue::appendBlock() {
-  Block* block = takeBlock();
+  Block* block = spare_ != nullptr ? spare_ : new (std::nothrow) Block;
   if (block == nullptr) return false;
-  if (tail_ == nullptr) {
-    head_ = block;
-    out_ = outEnd_ = block->slots;
-  } else {
-    tail_->count = static_cast<std::int32_t>(in_ - tail_->slots) - tail_->start;
-    tail_->next = block;
-  }
+  spare_ = nullptr;
+  (tail_ == nullptr ? head_ : tail_->next) = block;
   tail_ = block;
-  in_ = block->slots;
-  inEnd_ = block->slots + slotsPerBlock;
   return true;
 }
 
-bool SimplePointerQueue::pushElsewhere(void* pointer) {
+bool SimplePointerQueue::push(void* pointer) {
   if (pointer == nullptr) return false;
   if (tail_ == nullptr && head_ != nullptr) {
     BasicLog::assertFailure(sourceName, linkedListErrorLine, "internal linked-list error");
-    freeChain(head_);  // the chain has lost its end, what it holds is lost with it
+    freeChain(head_);  // a chain without its last block is of no use: its pointers are lost
     head_ = nullptr;
   }
-  if (!appendBlock()) return false;
-  *in_++ = pointer;
+  const bool hasRoom = tail_ != nullptr && (tail_->count == 0 || tail_->start + tail_->count < slotsPerBlock);
+  if (!hasRoom && !appendBlock()) return false;
+  if (tail_->count == 0) tail_->start = 0;
+  tail_->slots[tail_->start + tail_->count++] = pointer;
   return true;
 }
 
+// Removes the empty first block from the chain. It becomes the spare if there is none.
 void SimplePointerQueue::unlinkFirstBlock() {
   Block* empty = head_;
   head_ = empty->next;
-  if (head_ == nullptr) {
-    tail_ = nullptr;
-    in_ = inEnd_ = out_ = outEnd_ = nullptr;
+  if (head_ == nullptr) tail_ = nullptr;
+  empty->next = nullptr;
+  if (spare_ == nullptr) {
+    spare_ = empty;
   } else {
-    out_ = outEnd_ = head_->slots + head_->start;
+    delete empty;
   }
-  retire(empty);
 }
 
-// The next pointer goes to the first slot again.
-void SimplePointerQueue::clearLastBlock() { out_ = outEnd_ = in_ = tail_->slots; }
-
-void* SimplePointerQueue::popElsewhere() {
-  while (head_ != nullptr) {
-    const bool isLast = head_ == tail_;
-    void** const end = isLast ? in_ : head_->slots + head_->start + head_->count;
-    if (out_ >= end) {  // beyond it only in a chain that has lost its end
-      unlinkFirstBlock();
-      continue;
-    }
-    void* const oldest = *out_++;
-    if (isLast && out_ == end) {
-      clearLastBlock();
-    } else {
-      outEnd_ = isLast ? end - 1 : end;
-    }
-    return oldest;
-  }
-  return nullptr;
+void* SimplePointerQueue::pop() {
+  while (head_ != nullptr && head_->count == 0) unlinkFirstBlock();
+  if (head_ == nullptr) return nullptr;
+  --head_->count;
+  return head_->slots[head_->start++];
 }
 
 std::size_t SimplePointerQueue::pushMany(void** pointers, std::size_t count) {

@@ -15,7 +15,7 @@
 #include "log/front/BasicLog.h"
 #include "testing/faults/QueuePeers.h"
 
-// The allocations that may fail: the library's, unless a test breaks them.
+// Replaces the library's nothrow allocation, so that a test can make it fail.
 namespace {
 bool allocationsFail = false;
 }
@@ -35,7 +35,7 @@ void expectItems(SimplePointerQueue& queue, std::size_t from, std::size_t to) {
   for (std::size_t i = from; i < to; ++i) ASSERT_EQ(queue.pop(), &items[i]) << i;
 }
 
-TEST(PointerQueue, AnEmptyOneGivesNull) {
+TEST(PointerQueue, AnEmptyQueueReturnsNull) {
   SimplePointerQueue queue;
   EXPECT_EQ(queue.pop(), nullptr);
   EXPECT_EQ(queue.blockCount(), 0U);
@@ -48,7 +48,7 @@ TEST(PointerQueue, NullIsRefused) {
   EXPECT_EQ(queue.blockCount(), 0U);
 }
 
-TEST(PointerQueue, GivesThePointersInTheirOrder) {
+TEST(PointerQueue, ReturnsThePointersInTheirOrder) {
   SimplePointerQueue queue;
   pushItems(queue, 0, 1'000);
   expectItems(queue, 0, 1'000);
@@ -75,7 +75,7 @@ TEST(PointerQueue, PoppingThirtyOneKeepsOneBlockAsTheSpare) {
   EXPECT_TRUE(queue.hasSpare());
 }
 
-TEST(PointerQueue, OfManyBlocksThatWereEmptiedOneIsKept) {
+TEST(PointerQueue, OneOfManyEmptiedBlocksIsKept) {
   SimplePointerQueue queue;
   pushItems(queue, 0, 150);
   EXPECT_EQ(queue.blockCount(), 5U);
@@ -94,7 +94,7 @@ TEST(PointerQueue, TheSpareIsUsedBeforeANewBlock) {
   pushItems(queue, 0, 31);
   expectItems(queue, 0, 31);
   allocationsFail = true;
-  pushItems(queue, 31, 61);  // the second block, which is empty again
+  pushItems(queue, 31, 61);  // goes into the second block, which is empty again
   EXPECT_TRUE(queue.hasSpare());
   pushItems(queue, 61, 91);
   EXPECT_FALSE(queue.hasSpare());
@@ -120,12 +120,12 @@ TEST(PointerQueue, StoringIntoAnEmptyBlockStartsAtItsBeginning) {
   SimplePointerQueue queue;
   pushItems(queue, 0, 10);
   expectItems(queue, 0, 10);
-  pushItems(queue, 0, 30);  // would not fit behind the ten slots used before
+  pushItems(queue, 0, 30);  // 30 pointers would not fit behind the ten slots used before
   EXPECT_EQ(queue.blockCount(), 1U);
   expectItems(queue, 0, 30);
 }
 
-TEST(PointerQueue, ARefusedPushWithoutMemoryChangesNothing) {
+TEST(PointerQueue, APushThatGetsNoMemoryChangesNothing) {
   SimplePointerQueue queue;
   allocationsFail = true;
   EXPECT_FALSE(queue.push(&items[0]));
@@ -140,7 +140,7 @@ TEST(PointerQueue, ARefusedPushWithoutMemoryChangesNothing) {
   EXPECT_EQ(queue.pop(), nullptr);
 }
 
-TEST(PointerQueue, PushManySkipsNullAndEmptiesWhatItPushed) {
+TEST(PointerQueue, PushManySkipsNullAndSetsPushedEntriesToNull) {
   SimplePointerQueue queue;
   void* pointers[] = {&items[0], nullptr, &items[1], &items[2]};
   EXPECT_EQ(queue.pushMany(pointers, 4), 4U);
@@ -163,7 +163,7 @@ TEST(PointerQueue, PushManyStopsAtTheFirstFailure) {
   expectItems(queue, 0, 30);
 }
 
-TEST(PointerQueue, PopManyFillsTheRestWithNull) {
+TEST(PointerQueue, PopManyFillsTheRemainingEntriesWithNull) {
   SimplePointerQueue queue;
   pushItems(queue, 0, 2);
   void* pointers[4] = {&items[9], &items[9], &items[9], &items[9]};
@@ -175,7 +175,7 @@ TEST(PointerQueue, PopManyFillsTheRestWithNull) {
   EXPECT_EQ(queue.popMany(pointers, 0), 0U);
 }
 
-TEST(PointerQueue, BehavesAsAPlainQueueDoes) {
+TEST(PointerQueue, BehavesLikeAPlainQueue) {
   std::mt19937 random(6);
   SimplePointerQueue queue;
   std::deque<void*> model;
@@ -196,7 +196,7 @@ TEST(PointerQueue, BehavesAsAPlainQueueDoes) {
 
 std::string lastAssertion;
 
-TEST(PointerQueue, AHeadWithoutATailIsAnAssertion) {
+TEST(PointerQueue, AHeadWithoutATailFailsAnAssertion) {
   BasicLog::setAssertHandler([](const char* file, int line, const char* message) {
     lastAssertion = std::string(file) + " " + std::to_string(line) + " " + message;
   });
@@ -210,7 +210,7 @@ TEST(PointerQueue, AHeadWithoutATailIsAnAssertion) {
   expectItems(queue, 40, 41);
 }
 
-TEST(PointerQueue, AChainWithoutItsEndGivesNothingThatWasNeverPushed) {
+TEST(PointerQueue, AChainWithoutATailReturnsOnlyPushedPointers) {
   SimplePointerQueue queue;
   pushItems(queue, 0, 5);
   expectItems(queue, 0, 2);
@@ -225,13 +225,13 @@ TEST(PointerQueue, AChainWithoutItsEndGivesNothingThatWasNeverPushed) {
   expectItems(queue, 7, 8);
 }
 
-// A million in all with RAVCTL_LONG.
+// With RAVCTL_LONG the producers push a million pointers in all.
 std::size_t pointersOfEachProducer() { return std::getenv("RAVCTL_LONG") != nullptr ? 62'500 : 1'000; }
 
-TEST(PointerQueue, UnderItsLockSixteenProducersLoseNothingRepeatNothingAndKeepTheirOrder) {
+TEST(PointerQueue, UnderItsLockNoPointerOfSixteenProducersIsLostRepeatedOrReordered) {
   constexpr std::size_t producers = 16;
   const std::size_t each = pointersOfEachProducer();
-  std::vector<char> things(producers * each);  // what pointers are told apart by
+  std::vector<char> things(producers * each);  // each pointer refers to an element of its own
   SimplePointerQueue queue;
   std::atomic<std::size_t> running{producers};
   std::vector<std::thread> threads;
@@ -244,7 +244,7 @@ TEST(PointerQueue, UnderItsLockSixteenProducersLoseNothingRepeatNothingAndKeepTh
       --running;
     });
   }
-  std::vector<std::size_t> next(producers);  // the next one of each: none is left out, none comes again
+  std::vector<std::size_t> next(producers);  // the index of the next expected pointer of each producer
   std::size_t strays = 0;
   for (bool isThrough = false; !isThrough;) {
     isThrough = running == 0;

@@ -9,11 +9,10 @@
 namespace {
 
 constexpr std::int64_t pollMicros = 500'000;
-constexpr std::int64_t microsPerSecond = 1'000'000;
 
-std::int64_t nowSeconds() { return TimeUtils::nowMicros() / microsPerSecond; }
+std::int64_t nowSeconds() { return TimeUtils::nowMicros() / TimeUtils::microsPerSecond; }
 
-// Now plus so many seconds, or the end of time.
+// The current time plus `seconds`, in seconds. A result that does not fit becomes the nearest limit.
 std::int64_t deadlineIn(std::int64_t seconds) {
   std::int64_t deadline = 0;
   if (!__builtin_add_overflow(nowSeconds(), seconds, &deadline)) return deadline;
@@ -22,7 +21,8 @@ std::int64_t deadlineIn(std::int64_t seconds) {
 
 }  // namespace
 
-// One start. A thread that comes late finds its own run stopped, whatever became of the runner since.
+// The state of one start. A thread that begins late finds its own run stopped, even if the runner was started again
+// since.
 struct WorkerRunner::Run {
   explicit Run(const Step& steps) : step(steps) {}
 
@@ -53,7 +53,7 @@ bool WorkerRunner::start() {
 void WorkerRunner::requestStop() {
   const ScopedLock lock(mutex_);
   if (!run_ || run_->state.compareAndSet(State::starting, State::stopped)) return;
-  (void)run_->state.compareAndSet(State::running, State::stopRequested);  // else it is on its way, or there
+  (void)run_->state.compareAndSet(State::running, State::stopRequested);  // else it is stopping or stopped already
 }
 
 bool WorkerRunner::waitStopped(std::int64_t seconds) const {
@@ -67,7 +67,7 @@ bool WorkerRunner::waitStopped(std::int64_t seconds) const {
   const AtomicEqualityTestPredicate<State> isStopped(run->state, State::stopped);
   while (!isStopped.test()) {
     if (nowSeconds() > deadline) return false;
-    (void)isStopped.waitFor(pollMicros);  // asked again above
+    (void)isStopped.waitFor(pollMicros);  // the loop tests the state again
   }
   return true;
 }

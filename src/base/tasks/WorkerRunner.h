@@ -1,13 +1,15 @@
-// WorkerRunner: takes steps on a thread of its own until a step says that it was the last, or a stop is requested.
+// WorkerRunner: calls a function, the step, again and again on its own thread. It stops when the step returns false or
+// when a stop is requested.
 //
-//   WorkerRunner runner([&] { return serveOne(); });   // whether to go on
+//   WorkerRunner runner([&] { return serveOne(); });   // true: call it again
 //   if (!runner.start()) ...
 //   runner.requestStop();
-//   if (!runner.waitStopped(5)) ...                    // still in its step after five seconds
+//   if (!runner.waitStopped(5)) ...                    // the step has not returned after five seconds
 //
-// Threads: everything may be called from any thread; steps run on the runner's thread alone, never two at a time.
-// Lifetime: the runner may be destroyed at any time; a thread still in its step finishes that step and takes no other,
-// so what the step refers to must live until the runner was seen stopped.
+// Threads: all functions may be called from any thread. Steps run on the runner's thread only, never two at a time.
+// Lifetime: the runner may be destroyed at any time. If its thread is then in a step, it finishes that step and starts
+// no other. So the objects that the step refers to must live until waitStopped has returned true or state has returned
+// stopped.
 #pragma once
 
 #include <cstdint>
@@ -22,22 +24,23 @@ class WorkerRunner {
   using Step = std::function<bool()>;
 
   explicit WorkerRunner(Step step);
-  // Requests a stop and does not wait.
+  // Requests a stop. Does not wait for it.
   ~WorkerRunner();
   WorkerRunner(const WorkerRunner&) = delete;
   WorkerRunner& operator=(const WorkerRunner&) = delete;
 
-  // Starts the thread; false, and the runner is stopped, when the system gives none. A stopped runner can be started
-  // again; one that is not stopped is left alone: false.
+  // Starts the thread. A stopped runner can be started again. Returns false if the runner is not stopped, which it
+  // leaves as it is, or if the system cannot make a thread; then the runner is stopped.
   bool start();
-  // The step under way is the last. A runner that was only just started is stopped at once and never takes a step.
+  // Makes the current step the last one. If the thread has not yet begun its first step, the runner is stopped at once
+  // and never runs a step.
   void requestStop();
-  // Waits until the runner is stopped; false once the wall clock, in whole seconds, is past now plus `seconds`. Looks
-  // at least every half second, so that a clock that is set is noticed. A negative time only looks, INT64_MAX waits for
-  // ever.
+  // Blocks until the runner is stopped and returns true. Returns false as soon as the wall clock, in whole seconds, is
+  // later than the time of the call plus `seconds`. It reads the clock at least every half second, so it notices when
+  // the clock is set. With a negative time it does not block; with INT64_MAX it waits without limit.
   bool waitStopped(std::int64_t seconds) const;
 
-  // stopped before the first start.
+  // The state; `stopped` before the first start.
   State state() const;
 
  private:
@@ -46,5 +49,5 @@ class WorkerRunner {
 
   const Step step_;
   mutable PortableMutex mutex_;
-  std::shared_ptr<Run> run_;  // the latest start, shared with its thread; null before the first
+  std::shared_ptr<Run> run_;  // of the latest start, shared with its thread; null before the first start
 };

@@ -29,7 +29,7 @@ TEST(WorkerRunner, IsStoppedBeforeItsFirstStart) {
   EXPECT_TRUE(runner.waitStopped(-1));
 }
 
-TEST(WorkerRunner, StoppedBeforeItsFirstStartItCanStillBeStarted) {
+TEST(WorkerRunner, CanStillBeStartedAfterAStopBeforeItsFirstStart) {
   std::atomic<int> steps{0};
   WorkerRunner runner([&] { return ++steps < 3; });
   runner.requestStop();
@@ -39,7 +39,7 @@ TEST(WorkerRunner, StoppedBeforeItsFirstStartItCanStillBeStarted) {
   EXPECT_EQ(steps, 3);
 }
 
-TEST(WorkerRunner, StepsUntilAStepSaysThatItWasTheLast) {
+TEST(WorkerRunner, StepsUntilAStepReturnsFalse) {
   std::atomic<int> steps{0};
   WorkerRunner runner([&] { return ++steps < 1000; });
   EXPECT_TRUE(runner.start());
@@ -60,7 +60,7 @@ TEST(WorkerRunner, StepsOnAThreadOfItsOwn) {
   EXPECT_NE(thread, ::gettid());
 }
 
-TEST(WorkerRunner, TheStepUnderWayIsTheLastWhenAStopIsRequested) {
+TEST(WorkerRunner, ARequestedStopMakesTheCurrentStepTheLast) {
   std::atomic<int> steps{0};
   std::atomic<bool> isReleased{false};
   WorkerRunner runner([&] {
@@ -81,7 +81,7 @@ TEST(WorkerRunner, TheStepUnderWayIsTheLastWhenAStopIsRequested) {
   EXPECT_EQ(steps, 1);
 }
 
-TEST(WorkerRunner, OneThatIsNotStoppedIsNotStartedAgain) {
+TEST(WorkerRunner, ARunnerThatIsNotStoppedIsNotStartedAgain) {
   std::atomic<int> steps{0};
   std::atomic<bool> isReleased{false};
   WorkerRunner runner([&] {
@@ -101,7 +101,7 @@ TEST(WorkerRunner, OneThatIsNotStoppedIsNotStartedAgain) {
   EXPECT_EQ(steps, 1);
 }
 
-TEST(WorkerRunner, AStoppedOneStartsAgain) {
+TEST(WorkerRunner, AStoppedRunnerStartsAgain) {
   std::atomic<int> steps{0};
   WorkerRunner runner([&] {
     ++steps;
@@ -114,9 +114,9 @@ TEST(WorkerRunner, AStoppedOneStartsAgain) {
   }
 }
 
-// The thread may already be in a step when the stop comes; when it is not, it never takes one. That is checked by the
-// state that the stop leaves: stopped at once means that no step runs from then on.
-TEST(WorkerRunner, StoppedRightAfterItsStartItNeverTakesAStep) {
+// The thread may already be in a step when the stop is requested. If it is not, it must never run one. The test checks
+// this by the state after the request: if that is `stopped`, no step runs from then on.
+TEST(WorkerRunner, ARunnerStoppedRightAfterItsStartNeverTakesAStep) {
   int stoppedAtOnce = 0;
   for (int i = 0; i < 500; ++i) {
     std::atomic<int> steps{0};
@@ -136,7 +136,7 @@ TEST(WorkerRunner, StoppedRightAfterItsStartItNeverTakesAStep) {
   EXPECT_GT(stoppedAtOnce, 0);
 }
 
-TEST(WorkerRunner, AThreadThatComesLateDoesNotTakeStepsForALaterStart) {
+TEST(WorkerRunner, AThreadThatBeginsLateTakesNoStepsForALaterStart) {
   std::atomic<int> inside{0};
   std::atomic<bool> overlapped{false};
   WorkerRunner runner([&] {
@@ -153,7 +153,7 @@ TEST(WorkerRunner, AThreadThatComesLateDoesNotTakeStepsForALaterStart) {
   EXPECT_FALSE(overlapped);
 }
 
-TEST(WorkerRunner, WaitingGivesUpOnceTheClockIsPastTheTime) {
+TEST(WorkerRunner, WaitStoppedGivesUpWhenItsTimeIsOver) {
   std::atomic<bool> isReleased{false};
   WorkerRunner runner([&] {
     while (!isReleased) ::usleep(100);
@@ -167,7 +167,7 @@ TEST(WorkerRunner, WaitingGivesUpOnceTheClockIsPastTheTime) {
   EXPECT_TRUE(runner.waitStopped(30));
 }
 
-// Steps until it is let go, and looks at no clock.
+// A step that blocks until the test releases it, and that reads no clock.
 class Endless {
  public:
   ~Endless() {
@@ -184,7 +184,7 @@ class Endless {
   std::atomic<bool> isReleased_{false};
 };
 
-TEST(WorkerRunner, AWaitIsOverWhenTheClockIsPastTheWholeSecondAndNotBefore) {
+TEST(WorkerRunner, AWaitEndsWhenTheClockIsPastTheWholeSecondAndNotBefore) {
   Endless endless;
   EXPECT_TRUE(endless.runner.start());
   WallClock clock(10'000'000);
@@ -196,14 +196,14 @@ TEST(WorkerRunner, AWaitIsOverWhenTheClockIsPastTheWholeSecondAndNotBefore) {
   clock.waitUntilAsked(2);
   clock.moveTo(1'010'999'999);  // the last microsecond of the last second
   const int asked = clock.timesAsked();
-  clock.waitUntilAsked(asked + 2);  // one of them at least has seen the new time, and the wait went on
+  clock.waitUntilAsked(asked + 2);  // at least one of these reads returned the new time, and the wait continued
   EXPECT_FALSE(isOver);
   clock.moveTo(1'011'000'000);
   waiter.join();
   EXPECT_TRUE(isOver);
 }
 
-TEST(WorkerRunner, TheLongestWaitIsOverWhenTheRunnerIsStopped) {
+TEST(WorkerRunner, TheLongestWaitEndsWhenTheRunnerIsStopped) {
   std::atomic<bool> isReleased{false};
   WorkerRunner runner([&] {
     while (!isReleased) ::usleep(100);
@@ -222,10 +222,11 @@ TEST(WorkerRunner, TheLongestWaitIsOverWhenTheRunnerIsStopped) {
   waiter.join();
 }
 
-TEST(WorkerRunner, AWaitToBeforeTheBeginningOfTimeIsOverAtOnce) {
+TEST(WorkerRunner, AWaitForTheSmallestTimeEndsAtOnce) {
   Endless endless;
   EXPECT_TRUE(endless.runner.start());
-  const WallClock clock(-1'000'000);  // a second before 1970, from which the shortest wait leads below 64 bits
+  const WallClock clock(
+      -1'000'000);  // a second before 1970, so that the deadline of the smallest time does not fit 64 bits
   EXPECT_FALSE(endless.runner.waitStopped(INT64_MIN));
 }
 
@@ -244,7 +245,7 @@ TEST(WorkerRunner, AStepMayRequestTheStopAndCannotStartItAgain) {
   EXPECT_EQ(steps, 1);
 }
 
-TEST(WorkerRunner, StoppingAStoppedOneChangesNothing) {
+TEST(WorkerRunner, StoppingAStoppedRunnerChangesNothing) {
   std::atomic<int> steps{0};
   WorkerRunner runner([&] {
     ++steps;
@@ -255,7 +256,7 @@ TEST(WorkerRunner, StoppingAStoppedOneChangesNothing) {
   runner.requestStop();
   runner.requestStop();
   EXPECT_EQ(runner.state(), State::stopped);
-  EXPECT_TRUE(runner.start());  // no stop of before reaches a later start
+  EXPECT_TRUE(runner.start());  // an earlier stop has no effect on a later start
   EXPECT_TRUE(runner.waitStopped(30));
   EXPECT_EQ(steps, 2);
 }
