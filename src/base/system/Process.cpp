@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <exception>
 #include <new>
 
 #include "base/system/Leftover.h"
@@ -63,6 +64,7 @@ void prepareProcess() {
   ignoreSignalsOfFailedWrites();
   makeChildrenWaitable();
   std::set_new_handler(endWithoutMemory);
+  std::set_terminate(std::abort);
 }
 
 void giveBackSignals() {
@@ -72,9 +74,3 @@ void giveBackSignals() {
     }
   }
 }
-
-// Replaces the library's terminate handler, which prints the demangled name of an exception. Our code throws nothing,
-// and the demangler is 50 KiB of code whose pages every start would have to load.
-namespace __gnu_cxx {
-void __verbose_terminate_handler() { std::abort(); }  // NOLINT(bugprone-reserved-identifier): the library's own name
-}  // namespace __gnu_cxx
