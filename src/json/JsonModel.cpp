@@ -1,5 +1,6 @@
 #include "json/JsonModel.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -9,29 +10,32 @@
 #include <utility>
 
 #include "base/text/StringUtils.h"
-#include "json/BlockPool.h"
 #include "json/JsonRecords.h"
 
 namespace {
 
 using namespace json;
 
-template <class T, class... Arguments>
-T* make(Arguments... arguments) {
-  return new (json::takeBlock(sizeof(T))) T(arguments...);
-}
-
+// A destroyed value has no kind.
 template <class T>
-void unmake(jsObject* value) {
+void destroyRecord(jsObject* value) {
   auto* record = static_cast<T*>(value);
   record->setKind(0);
-  record->~T();
-  json::giveBlock(record, sizeof(T));
+  delete record;
 }
 
-std::size_t sizeOfString(std::size_t length) { return sizeof(StringValue) + length + 1; }
+// Allocates room for a header of type T, `length` bytes and a zero byte.
+template <class T>
+void* allocateWithBytes(std::size_t length) {
+  return ::operator new(sizeof(T) + length + 1);
+}
 
-// ---- The shared values, made by the compiler ----
+void setBytes(char* bytes, std::string_view text) {
+  std::memcpy(bytes, text.data(), text.size());
+  bytes[text.size()] = '\0';
+}
+
+// ---- The shared values, constant-initialized ----
 
 PlainValue sharedNull(JsonKind::null);
 BooleanValue sharedBooleans[] = {BooleanValue(false), BooleanValue(true)};
@@ -45,46 +49,45 @@ bool isSharedNumber(const jsObject* value) {
 
 // ---- Members ----
 
-// Up to here looking at every name is quicker than hashing one.
+// In an object with no more members than this, comparing every name is faster than hashing one.
 constexpr std::size_t membersWithoutIndex = 16;
 
-std::size_t sizeOfName(std::size_t length) { return sizeof(Name) + length + 1; }
-
 Name* copyOfName(std::string_view text) {
-  auto* name = new (json::takeBlock(sizeOfName(text.size()))) Name{text.size()};
-  std::memcpy(name->bytes(), text.data(), text.size());
-  name->bytes()[text.size()] = '\0';
+  auto* name = new (allocateWithBytes<Name>(text.size())) Name{text.size()};
+  setBytes(name->bytes(), text);
   return name;
 }
 
-void freeName(Name* name) { json::giveBlock(name, sizeOfName(name->length)); }
+void freeName(Name* name) { ::operator delete(name); }
 
-// The first few entries come at once, not one by one.
+// Most objects have few members: the first list has room for all of them, so that it is never copied.
+constexpr std::uint32_t firstCapacity = 8;
+
 std::uint32_t largerThan(std::uint32_t capacity) {
-  if (capacity > std::numeric_limits<std::uint32_t>::max() / 2) std::abort();  // memory has ended long before
-  return capacity == 0 ? 4 : 2 * capacity;
+  if (capacity > std::numeric_limits<std::uint32_t>::max() / 2) std::abort();  // memory runs out long before this
+  return capacity == 0 ? firstCapacity : 2 * capacity;
 }
 
-std::size_t sizeOfValues(const Container* container) { return container->capacity * sizeof(jsObject*); }
-std::size_t sizeOfMembers(const ObjectValue* object) { return object->capacity * (sizeof(jsObject*) + sizeof(Name*)); }
-
 void grow(ArrayValue* array) {
-  const std::size_t before = sizeOfValues(array);
+  jsObject** old = array->values;
   array->capacity = largerThan(array->capacity);
-  array->values = static_cast<jsObject**>(json::resizeBlock(array->values, before, sizeOfValues(array)));
+  array->values = static_cast<jsObject**>(::operator new(array->capacity * sizeof(jsObject*)));
+  std::copy_n(old, array->count, array->values);
+  ::operator delete(old);
 }
 
 void grow(ObjectValue* object) {
-  const std::size_t before = sizeOfMembers(object);
-  const std::uint32_t capacity = object->capacity;
-  object->capacity = largerThan(capacity);
-  object->values = static_cast<jsObject**>(json::resizeBlock(object->values, before, sizeOfMembers(object)));
-  Name** from = reinterpret_cast<Name**>(object->values + capacity);
+  jsObject** oldValues = object->values;
+  Name** oldNames = object->names;
+  object->capacity = largerThan(object->capacity);
+  object->values = static_cast<jsObject**>(::operator new(object->capacity*(sizeof(jsObject*) + sizeof(Name*))));
   object->names = reinterpret_cast<Name**>(object->values + object->capacity);
-  std::memmove(object->names, from, object->count * sizeof(Name*));
+  std::copy_n(oldValues, object->count, object->values);
+  std::copy_n(oldNames, object->count, object->names);
+  ::operator delete(oldValues);
 }
 
-// The value already there stays.
+// Does nothing if `value` is the value in the slot.
 void replace(jsObject*& slot, jsObject* value) {
   if (slot != value) json::release(std::exchange(slot, value));
 }
@@ -93,10 +96,10 @@ void replace(jsObject*& slot, jsObject* value) {
 
 void releaseString(StringValue* string) {
   string->setKind(0);
-  json::giveBlock(string, sizeOfString(string->length));
+  ::operator delete(string);
 }
 
-// Frees what holds no other values; a container is put in front of `pending` instead.
+// Frees a scalar. A container is added to the front of the list `pending` instead.
 void releaseOrPutOff(jsObject* value, Container*& pending) {
   switch (value->kind()) {
     case JsonKind::null:
@@ -104,12 +107,12 @@ void releaseOrPutOff(jsObject* value, Container*& pending) {
       return;
     case JsonKind::number:
       if (isSharedNumber(value)) return;
-      return unmake<NumberValue>(value);
+      return destroyRecord<NumberValue>(value);
     case JsonKind::string:
       if (value != &sharedEmptyString) releaseString(static_cast<StringValue*>(value));
       return;
     case JsonKind::invalid:
-      return unmake<PlainValue>(value);
+      return destroyRecord<PlainValue>(value);
     case JsonKind::array:
     case JsonKind::object:
       static_cast<Container*>(value)->nextToRelease = pending;
@@ -119,15 +122,15 @@ void releaseOrPutOff(jsObject* value, Container*& pending) {
 }
 
 void destroy(ArrayValue* array) {
-  if (array->values != nullptr) json::giveBlock(array->values, sizeOfValues(array));
-  unmake<ArrayValue>(array);
+  ::operator delete(array->values);
+  destroyRecord<ArrayValue>(array);
 }
 
 void destroy(ObjectValue* object) {
   for (std::size_t at = 0; at < object->count; ++at) freeName(object->names[at]);
-  if (object->values != nullptr) json::giveBlock(object->values, sizeOfMembers(object));
+  ::operator delete(object->values);  // the names are in the same block
   delete object->index;
-  unmake<ObjectValue>(object);
+  destroyRecord<ObjectValue>(object);
 }
 
 void destroy(Container* container, Container*& pending) {
@@ -199,20 +202,19 @@ jsObject* makeNumber(double value) {
       if (value == shared.value) return &shared;
     }
   }
-  return make<NumberValue>(value);
+  return new NumberValue(value);
 }
 
 jsObject* makeString(std::string_view text) {
   if (text.empty()) return &sharedEmptyString;
-  auto* made = new (takeBlock(sizeOfString(text.size()))) StringValue(text.size());
-  std::memcpy(made->bytes(), text.data(), text.size());
-  made->bytes()[text.size()] = '\0';
+  auto* made = new (allocateWithBytes<StringValue>(text.size())) StringValue(text.size());
+  setBytes(made->bytes(), text);
   return made;
 }
 
-jsObject* makeArray() { return make<ArrayValue>(); }
+jsObject* makeArray() { return new ArrayValue; }
 
-jsObject* makeObject() { return make<ObjectValue>(); }
+jsObject* makeObject() { return new ObjectValue; }
 
 jsObject* makeOfKind(std::int32_t number) {
   switch (jsObject::kindOf(number)) {
@@ -231,10 +233,10 @@ jsObject* makeOfKind(std::int32_t number) {
     case JsonKind::invalid:
       break;
   }
-  return make<PlainValue>(JsonKind::invalid);
+  return new PlainValue(JsonKind::invalid);
 }
 
-// Containers below containers wait in a list of their own, so that neither the stack nor more memory is needed.
+// Containers inside containers wait in a linked list, so that releasing neither recurses nor allocates.
 void release(jsObject* value) {
   if (value == nullptr) return;
   Container* pending = nullptr;

@@ -4,6 +4,9 @@
 
 // ---- One document ----
 
+// Few documents nest deeper: one allocation is enough for the open containers.
+parserinfo::parserinfo() { open_.reserve(8); }
+
 parserinfo::~parserinfo() { dropEverything(); }
 
 jsObject* parserinfo::takeRoot() { return state_ == State::finished ? root_.take() : nullptr; }
@@ -27,7 +30,7 @@ void parserinfo::refuse(jsObject* value, std::string_view message) {
   onError(message);
 }
 
-// A complete value goes where one is expected: to the top, into the open array, or under the pending name.
+// Stores a complete value: as the root, as an element of the open array, or as the member of the pending name.
 void parserinfo::offer(jsObject* value) {
   if (state_ != State::value) return refuse(value, "onValue: wrong state");
   if (open_.empty()) {
@@ -47,7 +50,7 @@ void parserinfo::offer(jsObject* value) {
   state_ = State::afterMember;
 }
 
-// A container under a name is placed at once; all others are placed, or dropped, when they are closed.
+// A container under a name becomes a member at once. Any other container is placed, or dropped, when it is closed.
 void parserinfo::open(jsObject* container) {
   const bool placed = !name_.empty();
   if (placed) json::setMember(open_.back().container, name_, container);
@@ -63,7 +66,7 @@ void parserinfo::close(JsonKind kind, std::string_view messageIfNotOpen) {
   state_ = State::value;
   const bool isMember = !open_.empty() && json::isObject(open_.back().container);
   if (!isMember) return offer(closed.container);
-  if (!closed.placed) json::release(closed.container);  // it stood under an empty name
+  if (!closed.placed) json::release(closed.container);  // its member name is empty
   state_ = State::afterMember;
 }
 
@@ -147,7 +150,7 @@ void sequencer::onName(std::string_view name) { inner_->onName(name); }
 
 namespace {
 
-// Nobody derives from it, so that the scanner needs no virtual calls.
+// A final class, so that the scanner calls it without virtual calls.
 class DocumentParser final : public parserinfo {};
 
 }  // namespace

@@ -1,12 +1,18 @@
-// JsonParser: JSON text to a tree of values.
+// JsonParser: parses JSON text into a tree of values.
 //
 //   ScopedJson document(json::parse(text, length));
-//   if (!json::isObject(document.get())) ...        // null: the text is no document
+//   if (!json::isObject(document.get())) ...        // null if the text is not a document
 //
-// Two receivers do the work: `parserinfo` builds one document, `sequencer` gathers the top-level objects of a text.
-// Closing brackets do not look at what came before them, so [1,2,] and {"a":1,} are documents, {"b"} and {"b":} are
-// empty objects. A repeated member keeps its first place and its last value. A member under an empty name is an error
-// when its value is a scalar; an array or object there is read and dropped. Nesting may be of any depth.
+// The scanner (JsonScanner.h) defines the tokens. Two receivers use them: `parserinfo` builds one document, `sequencer`
+// collects the top-level objects of a text.
+//
+// The parser accepts more than the JSON standard does:
+// - A closing bracket is accepted after a comma, a member name or a colon: [1,2,] and {"a":1,} are documents, and
+//   {"b"} and {"b":} are empty objects.
+// - A member name may be a bare word.
+// - A repeated member name keeps the position of the first member and takes the value of the last.
+// - An array or object under an empty member name is parsed and dropped. A scalar under an empty name is an error.
+// Nesting may be arbitrarily deep.
 #pragma once
 
 #include <string>
@@ -16,12 +22,12 @@
 #include "json/JsonModel.h"
 #include "json/JsonScanner.h"
 
-// Builds one document from its tokens. Any error is final: it drops all that was built, and whatever comes later is an
-// error again. Each message is delivered to onError once; the parser itself only fails.
+// Builds one document from its tokens. The first error is final: the parser releases everything built so far, and every
+// later token is an error again. Each error calls onError once, with its message; the parser prints nothing.
 class parserinfo : public TokenReceiver {
  public:
   enum class State : std::int32_t {
-    finished = 0,  // or failed
+    finished = 0,  // the document is complete, or an error occurred
     value = 1,     // a value is expected
     afterElement = 2,
     afterMember = 3,
@@ -29,13 +35,14 @@ class parserinfo : public TokenReceiver {
     afterName = 5  // a colon is expected
   };
 
-  parserinfo() = default;
+  parserinfo();
   ~parserinfo() override;
   parserinfo(const parserinfo&) = delete;
   parserinfo& operator=(const parserinfo&) = delete;
 
   State state() const { return state_; }
-  // The finished document, which is the caller's from now on; null when there is none.
+  // Hands the complete document over to the caller, who owns it from now on. Returns null if the document is not
+  // complete, if an error occurred, or if the document has been taken already.
   [[nodiscard]] jsObject* takeRoot();
 
   void onError(std::string_view message) override;
@@ -52,7 +59,7 @@ class parserinfo : public TokenReceiver {
   void onName(std::string_view name) override;
 
  private:
-  // An open container. Once placed it belongs to the object that it is a member of, until then to the parser.
+  // An open container. Once it is placed, the object around it owns it; until then the parser owns it.
   struct Open {
     jsObject* container;
     bool placed;
@@ -68,11 +75,11 @@ class parserinfo : public TokenReceiver {
   State state_ = State::value;
   ScopedJson root_;
   std::vector<Open> open_;  // the innermost container last
-  std::string name_;        // of the member whose value comes next; empty when none
+  std::string name_;        // the name of the member whose value comes next; empty if there is none
 };
 
-// Appends every top-level object of a text to `target`, which stays the caller's. Other top-level values are not
-// collected, and end the collecting: the parser inside then waits for the end of a document that is already complete.
+// Appends every top-level object of a text to the array `target`, which the caller still owns. A top-level value that
+// is not an object is not collected, and nothing after it is collected either.
 class sequencer final : public TokenReceiver {
  public:
   explicit sequencer(jsObject* target);
@@ -97,11 +104,12 @@ class sequencer final : public TokenReceiver {
 
 namespace json {
 
-// The one document that the text holds, owned by the caller, or null. A negative length means up to the zero byte.
+// Parses `length` bytes as one document, which the caller owns. Returns null if the text is not exactly one document. A
+// negative length means that the text ends at its first zero byte.
 [[nodiscard]] jsObject* parse(const char* text, std::ptrdiff_t length = -1);
 
-// An array, owned by the caller, of the top-level objects of the text, one after another: {"a":1} {"b":2}. Null for a
-// null or an empty text.
+// Parses a text of several top-level objects, such as {"a":1} {"b":2}, and returns an array of them, which the caller
+// owns. Returns null only if the text is null or empty. The length is as in parse().
 [[nodiscard]] jsObject* parseSequence(const char* text, std::ptrdiff_t length = -1);
 
 }  // namespace json

@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "command/framework/CommandCore.h"
-#include "json/BlockPool.h"
 #include "json/JsonParser.h"
 #include "json/JsonWriter.h"
+#include "testing/AllocationCount.h"
 #include "testing/run/Matchers.h"
 
 namespace {
@@ -75,13 +75,13 @@ TEST(RequestFromJsonForm, AnyOtherTextGivesNoRequest) {
 TEST(RequestFromJsonForm, AValueThatIsNotAnObjectIsFreed) {
   for (const std::string text : {"[]", R"([{"method":"list profiles"},["a",1.5]])"}) {
     SCOPED_TRACE(text);
-    const std::ptrdiff_t before = json::blocksInUse();
+    const std::ptrdiff_t before = newBlocksInUse();
     {
       const ScopedJson parsed(json::parse(text.c_str()));
-      ASSERT_GT(json::blocksInUse(), before) << "the parsed text uses no memory that could be freed";
+      ASSERT_GT(newBlocksInUse(), before) << "the parsed text uses no memory that could be freed";
     }
     EXPECT_EQ(requestFromJsonForm({"ravctl", "json", text}), nullptr);
-    EXPECT_EQ(json::blocksInUse(), before);
+    EXPECT_EQ(newBlocksInUse(), before);
   }
 }
 

@@ -1,0 +1,33 @@
+#include "testing/AllocationCount.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+thread_local std::ptrdiff_t inUse = 0;
+
+void freeCounted(void* block) {
+  if (block == nullptr) return;
+  --inUse;
+  std::free(block);
+}
+
+}  // namespace
+
+std::ptrdiff_t newBlocksInUse() { return inUse; }
+
+// Not inlined: otherwise the compiler sees a block from `new` passed to free() and warns.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  void* block = std::malloc(size == 0 ? 1 : size);
+  while (block == nullptr) {
+    const std::new_handler handler = std::get_new_handler();
+    if (handler == nullptr) std::abort();
+    handler();
+    block = std::malloc(size == 0 ? 1 : size);
+  }
+  ++inUse;
+  return block;
+}
+[[gnu::noinline]] void operator delete(void* block) noexcept { freeCounted(block); }
+[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { freeCounted(block); }
