@@ -1,5 +1,5 @@
-// What the JSON library costs as a document grows. Each figure should grow as the document does; `json_bench` prints
-// the order that it found beside each family ("N" is as it should be).
+// How the cost of the JSON library grows with the document. Each time should grow in proportion to the number of
+// members; `json_bench` prints the order of growth that it measured for each family, which should be "N".
 #include <benchmark/benchmark.h>
 
 #include <string>

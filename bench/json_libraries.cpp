@@ -1,13 +1,16 @@
-// How fast the JSON library parses (and releases) and prints, beside the libraries that others use.
+// How fast our JSON library parses (and releases) and prints, compared with the libraries that others use.
 //
-//   json_libraries [--brief] [DOCUMENT]     # only the documents whose name begins so
+//   json_libraries [--brief] [DOCUMENT]     # only the documents whose name starts with DOCUMENT
 //
-// Speeds are megabytes of the parsed text a second, for printing too, since every library prints the same tree in a
-// form of its own: ours as "%f", RapidJSON in the fewest digits that read back the same, json-c by copying the text it
-// has kept of a double. RapidJSON reads with its default flags, which may miss the nearest double; we never do.
-// The libraries take turns within each round and the best round of each counts, so that a busy machine troubles all of
-// them alike. Ratios are our speed by theirs. --brief: small documents, few rounds, figures without a meaning.
-// A library whose Debian package is not here is left out, which is said.
+// Speeds are megabytes of the parsed text per second, for printing too, because each library prints the same tree
+// differently: ours prints doubles as "%f", RapidJSON with the fewest digits that read back the same, and json-c copies
+// the text that it kept when it parsed the double. RapidJSON parses with its default flags, which may miss the nearest
+// double; ours never misses it. cJSON and RapidJSON do not check for repeated member names, so they have no bar for the
+// large object.
+//
+// The libraries take turns in each round and the best round of each counts, so that a busy machine slows down all of
+// them equally. A ratio is our speed divided by theirs. With --brief the documents are small and the figures mean
+// nothing. The program says which libraries it leaves out because their Debian packages are not installed.
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -42,10 +45,11 @@ namespace {
 
 // ---- The libraries ----
 
-// What is measured of a library. `parse` gives null for a text that it does not take; `print` gives the bytes printed.
+// How to use a library. `parse` returns null if it refuses the text. `print` returns the number of bytes printed.
 struct Library {
   const char* name;
-  double bar;  // what our speed by theirs should be at least; above 1: strictly ahead
+  double bar;                // what our speed divided by theirs should be: more than 1, or at least `notFarBehind`
+  bool checksRepeatedNames;  // when it parses an object
   void* (*parse)(const std::string& text);
   void (*release)(void* tree);
   std::size_t (*print)(void* tree);
@@ -55,7 +59,7 @@ constexpr double ahead = 1.0;
 constexpr double notFarBehind = 0.6;
 
 const Library libraries[] = {
-    {"ravctl", 0,
+    {"ravctl", 0, true,
      [](const std::string& text) -> void* {
        return json::parse(text.data(), static_cast<std::ptrdiff_t>(text.size()));
      },
@@ -65,7 +69,8 @@ const Library libraries[] = {
        return json::write(text, static_cast<jsObject*>(tree)).size();
      }},
 #if __has_include(<cjson/cJSON.h>)
-    {"cJSON", ahead, [](const std::string& text) -> void* { return cJSON_ParseWithLength(text.data(), text.size()); },
+    {"cJSON", ahead, false,
+     [](const std::string& text) -> void* { return cJSON_ParseWithLength(text.data(), text.size()); },
      [](void* tree) { cJSON_Delete(static_cast<cJSON*>(tree)); },
      [](void* tree) {
        char* text = cJSON_PrintUnformatted(static_cast<cJSON*>(tree));
@@ -75,7 +80,7 @@ const Library libraries[] = {
      }},
 #endif
 #if __has_include(<json-c/json.h>)
-    {"json-c", ahead,
+    {"json-c", ahead, true,
      [](const std::string& text) -> void* {
        json_tokener* tokener = json_tokener_new();
        json_object* tree = json_tokener_parse_ex(tokener, text.c_str(), static_cast<int>(text.size() + 1));
@@ -88,7 +93,7 @@ const Library libraries[] = {
      }},
 #endif
 #if __has_include(<nlohmann/json.hpp>)
-    {"nlohmann", ahead,
+    {"nlohmann", ahead, true,
      [](const std::string& text) -> void* {
        auto* tree = new nlohmann::json(nlohmann::json::parse(text, nullptr, false));
        if (!tree->is_discarded()) return tree;
@@ -99,7 +104,7 @@ const Library libraries[] = {
      [](void* tree) { return static_cast<nlohmann::json*>(tree)->dump().size(); }},
 #endif
 #if __has_include(<rapidjson/document.h>)
-    {"RapidJSON", notFarBehind,
+    {"RapidJSON", notFarBehind, false,
      [](const std::string& text) -> void* {
        auto* tree = new rapidjson::Document;
        tree->Parse(text.data(), text.size());
@@ -144,7 +149,7 @@ const char request[] =
     "\"quiet\":false,\"comment\":null,\"words\":[\"one\",\"two\",\"three and "
     "\\\"four\\\"\"],\"ratio\":0.75,\"limit\":120}}";
 
-// An array, up to a size, of what `entry` gives.
+// An array of that size in bytes, whose elements `entry` returns.
 template <class Entry>
 std::string arrayOf(std::size_t size, Entry entry) {
   Random random(1);
@@ -156,10 +161,10 @@ std::string arrayOf(std::size_t size, Entry entry) {
   return text += ']';
 }
 
-// Of one to ten digits.
+// An integer of one to ten digits.
 std::string integer(Random& random) { return std::to_string((random() >> 33) >> (random() % 31)); }
 
-// All the digits that tell one double from the next, as programs write them.
+// A double with 17 digits, which are enough to read back the same double.
 std::string fraction(Random& random) {
   char digits[40];
   const int length =
@@ -172,17 +177,28 @@ std::string smallObject(Random& random) {
          "\",\"active\":true,\"port\":" + std::to_string(random() % 65536) + ",\"comment\":null}";
 }
 
+// One object of that size in bytes.
+std::string largeObject(std::size_t size) {
+  std::string text = "{";
+  for (std::size_t number = 0; text.size() < size; ++number) {
+    text += (number == 0 ? "\"member-" : ",\"member-") + std::to_string(number) + "\":7";
+  }
+  return text += '}';
+}
+
 struct Document {
   std::string name;
   std::string text;
   std::size_t timesARound;
+  bool hasManyNames = false;
 };
 
 std::vector<Document> documents(std::size_t size) {
   return {{"request of 300 bytes", request, size / 5000},
           {"objects", arrayOf(size, smallObject), 1},
           {"integers", arrayOf(size, integer), 1},
-          {"doubles", arrayOf(size, fraction), 1}};
+          {"doubles", arrayOf(size, fraction), 1},
+          {"large object", largeObject(size / 5), 1, true}};
 }
 
 // ---- Measuring ----
@@ -191,7 +207,7 @@ using Clock = std::chrono::steady_clock;
 
 double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
-// The best times for one document.
+// The best times of one library for one document.
 struct Times {
   double parse = std::numeric_limits<double>::max();
   double print = std::numeric_limits<double>::max();
@@ -229,14 +245,15 @@ std::vector<Times> measure(const Document& document, int rounds) {
   return best;
 }
 
-// One line: our speed, then each library's and the ratio to it. Gives the number of bars missed.
+// Prints one line: our speed, then the speed of each other library and the ratio. Returns the number of missed bars.
 int report(const char* what, const Document& document, const std::vector<Times>& best, double Times::*time) {
   const double megabytes = static_cast<double>(document.text.size()) / 1e6;
   std::printf("  %-5s %-20s %7.1f MB/s", what, document.name.c_str(), megabytes / (best[0].*time));
   int missed = 0;
   for (std::size_t at = 1; at < libraryCount; ++at) {
     const double ratio = best[at].*time / (best[0].*time);
-    const bool met = libraries[at].bar == ahead ? ratio > ahead : ratio >= libraries[at].bar;
+    const bool hasBar = !document.hasManyNames || libraries[at].checksRepeatedNames;
+    const bool met = !hasBar || (libraries[at].bar == ahead ? ratio > ahead : ratio >= libraries[at].bar);
     missed += met ? 0 : 1;
     std::printf(" | %s %7.1f: %5.2f%s", libraries[at].name, megabytes / (best[at].*time), ratio, met ? "" : " missed");
   }

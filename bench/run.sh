@@ -152,5 +152,5 @@ fi
 
 [ ! -x "$bench/log_bench" ] || sh "${self%/*}/log.sh" ${brief:+--brief} "$build"
 
-say "JSON: beside other libraries (more is better)"
+say "JSON: speed, and the ratio to other libraries (more is better)"
 "$bench/json_libraries" ${brief:+--brief}
