@@ -1,9 +1,9 @@
-// Escapes: how each byte of a text is written inside the quotes of a JSON text.
+// Escapes: how each byte of a string is written inside the quotes of a JSON text.
 //
 //   constexpr json::EscapeTable escapes = json::makeEscapes();
 //   escapes[static_cast<unsigned char>('\n')]  // {"\\n", 2}
 //
-// Deliberate: backslash and slash stand for themselves, and a question mark for each byte with more than 7 bits.
+// Deliberate: a backslash and a slash are written unchanged, and each byte from 128 to 255 becomes a question mark.
 #pragma once
 
 #include <array>
@@ -13,7 +13,7 @@ namespace json {
 
 constexpr std::size_t longestEscape = 6;
 
-// The text of a byte: the first `length` bytes; nothing follows them.
+// What is written for one byte: the first `length` characters of `text`. They do not end in a zero byte.
 struct Escape {
   char text[longestEscape + 1] = {'?'};
   unsigned char length = 1;

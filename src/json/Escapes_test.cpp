@@ -16,14 +16,14 @@ class Escapes : public testing::Test {
   json::EscapeTable table_ = json::makeEscapes();
 };
 
-TEST_F(Escapes, AControlByteIsWrittenInHexadecimalWithCapitals) {
+TEST_F(Escapes, ControlByteBecomesUpperCaseHexadecimal) {
   EXPECT_EQ((*this)[0x00], "\\u0000");
   EXPECT_EQ((*this)[0x0f], "\\u000F");
   EXPECT_EQ((*this)[0x1f], "\\u001F");
   EXPECT_EQ((*this)[0x7f], "\\u007F");
 }
 
-TEST_F(Escapes, FiveBytesHaveAShortForm) {
+TEST_F(Escapes, FiveBytesHaveAShortEscape) {
   EXPECT_EQ((*this)['\b'], "\\b");
   EXPECT_EQ((*this)['\t'], "\\t");
   EXPECT_EQ((*this)['\n'], "\\n");
@@ -32,14 +32,14 @@ TEST_F(Escapes, FiveBytesHaveAShortForm) {
   EXPECT_EQ((*this)['\f'], "\\u000C");
 }
 
-TEST_F(Escapes, EveryOtherByteOfSevenBitsStandsForItself) {
+TEST_F(Escapes, EveryOtherAsciiByteIsUnchanged) {
   for (unsigned char byte = ' '; byte <= '~'; ++byte) {
     const std::string own(1, static_cast<char>(byte));
     EXPECT_EQ((*this)[byte], byte == '"' ? "\\\"" : own);
   }
 }
 
-TEST_F(Escapes, AQuestionMarkStandsForMoreThanSevenBits) {
+TEST_F(Escapes, ByteAbove127BecomesAQuestionMark) {
   for (int byte = 0x80; byte <= 0xff; ++byte) EXPECT_EQ((*this)[static_cast<unsigned char>(byte)], "?");
 }
 

@@ -1,8 +1,10 @@
-// Our JSON against two libraries that go by the standard. Each text is a document with a value, or refused; where one
-// of the libraries sees it differently, a row says so, what our answer is, and by which rule of our language. A
-// difference without a row fails, and so do a row without a difference and a rule without a row.
+// Compares our JSON parser with two libraries that follow the JSON standard. Each case is a text that a parser either
+// parses to a value or refuses. Where a library gives another result than ours, a row of `differences` names our result
+// and the rule of our language that explains it. The tests fail for a difference without a row, a row without a
+// difference, and a rule without a row.
 //
-// Cases are named as is usual for such collections: y_ must be taken by a strict parser, n_ refused, i_ is up to it.
+// Case names start as in other collections of JSON texts: a strict parser must accept y_, must refuse n_, and may do
+// either with i_.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -290,25 +292,26 @@ const std::vector<Case> cases = {
 
 #ifdef RAVCTL_HAS_JSON_LIBRARIES
 
-// --- Rules of our language, each a deliberate difference from the standard
+// --- The rules of our language that deliberately differ from the standard
 
 constexpr const char* emptyName =
     "a scalar under an empty name is an error, an array or object there is read and dropped";
-constexpr const char* escapeU = "a backslash and a u are a question mark, what follows is ordinary text";
+constexpr const char* escapeU =
+    "a backslash and a u become a question mark, and the digits after them are ordinary text";
 constexpr const char* otherEscapes =
-    "a backslash before an apostrophe is the apostrophe, before any byte without a meaning a question mark";
-constexpr const char* minusZero = "what is equal to 0 is the one shared 0, which has no sign";
-constexpr const char* tooLarge = "a number too large for a double is infinite, as strtod has it";
-constexpr const char* bytes = "texts and names are bytes; no encoding is looked for";
-constexpr const char* byteOrderMark = "a byte order mark is no blank";
-constexpr const char* zeroByte = "a zero byte does not end a text of known length, and is no token";
-constexpr const char* openString = "a string left open ends the text without an error";
-constexpr const char* commaBehind = "a closing bracket does not look at what is before it, even a comma";
-constexpr const char* nameWithoutValue = "a closing curly bracket drops a name that has no value";
+    "a backslash and an apostrophe become an apostrophe; a backslash and an unknown byte become a question mark";
+constexpr const char* minusZero = "a number equal to 0 is the shared 0, which has no sign";
+constexpr const char* tooLarge = "a number too large for a double is infinite, as with strtod";
+constexpr const char* bytes = "strings and names are bytes; their encoding is not checked";
+constexpr const char* byteOrderMark = "a byte order mark is not whitespace";
+constexpr const char* zeroByte = "a zero byte does not end a text of given length, and it is not a token";
+constexpr const char* openString = "a string without a closing quote ends the text without an error";
+constexpr const char* commaBehind = "a closing bracket is accepted after a comma";
+constexpr const char* nameWithoutValue = "a closing curly bracket drops a name without a value";
 constexpr const char* bareName = "a name may be a bare word of letters, points and underscores";
-constexpr const char* rawControl = "a control byte inside a string is an ordinary byte";
+constexpr const char* rawControl = "a control byte in a string is an ordinary byte";
 constexpr const char* numberToSeparator =
-    "a number runs to the next comma, closing bracket or blank, and is what strtod makes of its start";
+    "a number ends at the next comma, closing bracket or whitespace, and strtod reads its value";
 constexpr const char* rules[] = {emptyName,     escapeU,          otherEscapes, minusZero,   tooLarge,         bytes,
                                  byteOrderMark, zeroByte,         openString,   commaBehind, nameWithoutValue, bareName,
                                  rawControl,    numberToSeparator};
@@ -319,7 +322,7 @@ enum Library { rapid = 1, nlohmannJson = 2, both = 3 };
 
 struct Difference {
   const char* name;
-  Library library;  // that does not answer as we do
+  Library library;  // the library whose result differs from ours
   const char* rule;
   const char* ours;
 };
@@ -436,7 +439,8 @@ const Difference differences[] = {
 };
 // clang-format on
 
-// --- A value as text, the same for the three: numbers with all their digits, bytes outside of printable ASCII in hex
+// --- A value as text, in the same form for the three libraries: numbers with 17 digits, unprintable bytes in
+// hexadecimal
 
 std::string numberText(double number) {
   char text[40];
@@ -460,7 +464,7 @@ std::string arrayText(const std::vector<std::string>& elements) {
   return "[" + text + "]";
 }
 
-// A name that comes again keeps its place and takes the new value.
+// The members of an object. A repeated name keeps its position and takes the new value.
 class Members {
  public:
   void set(const std::string& name, const std::string& value) {
@@ -563,22 +567,22 @@ TEST(JsonDifferential, EachDifferenceFromTheStandardIsAStatedRule) {
     EXPECT_EQ(answer, row->second->ours) << row->second->rule;
     rows.erase(row);
   }
-  for (const auto& [name, row] : rows) ADD_FAILURE() << "the row " << name << " explains no case";
+  for (const auto& [name, row] : rows) ADD_FAILURE() << "the row " << name << " does not belong to any difference";
 }
 
-TEST(JsonDifferential, EachRuleShowsInADifference) {
+TEST(JsonDifferential, EveryRuleExplainsADifference) {
   std::set<std::string_view> shown;
   for (const Difference& row : differences) shown.insert(row.rule);
   for (const char* rule : rules) EXPECT_EQ(shown.erase(rule), 1u) << rule;
   EXPECT_TRUE(shown.empty());
 }
 
-// What our texts are called is right by at least one of the two.
-TEST(JsonDifferential, NamesTellWhatAStrictParserDoes) {
+// Both libraries accept the y_ cases and refuse the n_ cases.
+TEST(JsonDifferential, FirstLetterOfACaseNameMatchesTheStrictParsers) {
   std::set<std::string> names;
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    EXPECT_TRUE(names.insert(c.name).second) << "there twice";
+    EXPECT_TRUE(names.insert(c.name).second) << "two cases have this name";
     const bool isTakenByBoth = rapidJsons(c.text) != refused && nlohmanns(c.text) != refused;
     const bool isRefusedByBoth = rapidJsons(c.text) == refused && nlohmanns(c.text) == refused;
     if (c.name[0] == 'y') {

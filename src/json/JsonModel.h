@@ -1,4 +1,4 @@
-// JsonModel: a JSON document as a tree of values.
+// JsonModel: a JSON document as a tree of values in memory.
 //
 //   jsObject* request = json::makeObject();
 //   json::setText(request, "method", "list profiles");
@@ -8,16 +8,21 @@
 //   json::append(words, json::makeString("list"));
 //   ScopedJson document(request);                      // releases the whole tree at the end of the scope
 //
-// Every value is reached through a `jsObject*` whatever its kind. Every function takes a null pointer and a value of
-// another kind than its own: it then answers "nothing" (null, 0, false, an empty text) and changes nothing.
+// A `jsObject*` points to a value of any kind. Every function accepts a null pointer and a value of the wrong kind. It
+// then returns null, 0, false or an empty text, and changes no value.
 //
-// Ownership: what a factory or a remove function returns belongs to the caller. Handing a value to a container gives it
-// away, also where the container refuses it (it is then released at once). A value lies in one container at most, and
-// in it once; the shared values below may lie anywhere any number of times. Shared values: null, true, false, -1, 0, 1,
-// 2 and the empty string exist once and are never freed. Therefore a value is let go with json::release and never with
-// delete. Threads: a tree is used by one thread at a time; the shared values are never written. Cost: adding and
-// finding a member takes the same time in an object of any size, unless names were made to have one hash; releasing
-// needs no memory and no depth of the stack.
+// Ownership: the caller owns what a factory or a remove function returns. A caller that passes a value to a container
+// gives it away; a container that refuses a value releases it. A value is in at most one container, and only once.
+//
+// Shared values: null, true, false, the numbers -1, 0, 1 and 2, and the empty string exist once and are never freed.
+// They may be in any number of containers. Because of them, a value must be freed with json::release, never with
+// delete.
+//
+// Threads: only one thread at a time may use a tree. The shared values are never written to, so that trees of different
+// threads may contain them.
+//
+// Cost: on average, adding and finding a member takes the same time in an object of any size; hash collisions, which
+// the author of a document can provoke, make it slower. Releasing a tree neither allocates nor recurses.
 #pragma once
 
 #include <cstddef>
@@ -36,7 +41,7 @@ enum class JsonKind : std::int32_t {
   object = 6
 };
 
-// One value. What follows the kind is known to JsonModel.cpp alone.
+// The common start of every value. JsonRecords.h defines what follows the kind.
 class jsObject {
  public:
   jsObject(const jsObject&) = delete;
@@ -44,7 +49,7 @@ class jsObject {
 
   JsonKind kind() const { return kind_; }
 
-  // The kinds 1 to 6 as numbers; any other number is no kind.
+  // Converts a number from 1 to 6 to that kind, any other number to `invalid`.
   static JsonKind kindOf(std::int32_t number) {
     return number >= 1 && number <= 6 ? static_cast<JsonKind>(number) : JsonKind::invalid;
   }
@@ -61,7 +66,7 @@ class jsObject {
 
 namespace json {
 
-// True only for a value of that kind.
+// Return true only if `value` is not null and has that kind.
 inline bool hasKind(const jsObject* value, JsonKind kind) { return value != nullptr && value->kind() == kind; }
 inline bool isNull(const jsObject* value) { return hasKind(value, JsonKind::null); }
 inline bool isBoolean(const jsObject* value) { return hasKind(value, JsonKind::boolean); }
@@ -70,7 +75,7 @@ inline bool isString(const jsObject* value) { return hasKind(value, JsonKind::st
 inline bool isArray(const jsObject* value) { return hasKind(value, JsonKind::array); }
 inline bool isObject(const jsObject* value) { return hasKind(value, JsonKind::object); }
 
-// The same pointer when the value is of that kind, else null.
+// Return the same pointer if the value has that kind, else null.
 inline jsObject* asNull(jsObject* value) { return isNull(value) ? value : nullptr; }
 inline jsObject* asBoolean(jsObject* value) { return isBoolean(value) ? value : nullptr; }
 inline jsObject* asNumber(jsObject* value) { return isNumber(value) ? value : nullptr; }
@@ -78,77 +83,87 @@ inline jsObject* asString(jsObject* value) { return isString(value) ? value : nu
 inline jsObject* asArray(jsObject* value) { return isArray(value) ? value : nullptr; }
 inline jsObject* asObject(jsObject* value) { return isObject(value) ? value : nullptr; }
 
-// Factories. Never null.
+// Factories. They never return null.
 jsObject* makeNull();                         // always the shared null
 jsObject* makeBoolean(bool value);            // always a shared one
-jsObject* makeNumber(double value);           // shared when equal to -1, 0, 1 or 2 (-0.0 is equal to 0), else new
-jsObject* makeString(std::string_view text);  // a copy, which may hold zero bytes; the empty text is shared
+jsObject* makeNumber(double value);           // shared if equal to -1, 0, 1 or 2 (-0.0 equals 0), else new
+jsObject* makeString(std::string_view text);  // a copy, which may contain zero bytes; the empty string is shared
 jsObject* makeArray();                        // always new and empty
 jsObject* makeObject();                       // always new and empty
-// The empty value of a kind given as a number: null, false, 0, "", [ ], { }. Numbers other than 1 to 6 make a new value
-// without a kind, of which every test is false and which prints as nothing.
+// Makes the empty value of the kind with that number: null, false, 0, "", [ ] or { }. For a number outside 1 to 6 it
+// makes a new value of the invalid kind: every is... function returns false for it, and the writer writes nothing.
 jsObject* makeOfKind(std::int32_t number);
 
-// Frees a value and everything below it. Null and the shared values: does nothing.
+// Frees a value and everything inside it. Does nothing for a null pointer and for a shared value.
 void release(jsObject* value);
 
 // ---- Scalars ----
 
 bool booleanOf(const jsObject* value);
 double numberOf(const jsObject* value);
-// The text, which is followed by a zero byte in memory; valid until the value is released.
+// The text of a string. A zero byte follows it in memory. The view is valid until the value is released.
 std::string_view textOf(const jsObject* value);
-// The number plus 0.5, cut toward zero: 2.4 gives 2, 2.6 gives 3, and -2.0 gives -1. Deliberate: see isIntegral.
-// Outside the 32-bit range the nearest end of the range, 0 for not-a-number.
+// The number plus 0.5, truncated toward zero: 2.4 gives 2, 2.6 gives 3, and -2.0 gives -1. That is deliberate: see
+// isIntegral. A number beyond the 32-bit range gives the nearest end of the range; NaN gives 0.
 std::int32_t integerOf(const jsObject* value);
-// Whether the number is within 0.00001 of its integer value. Negative whole numbers are not, because of the cut above;
-// that is deliberate, and the writer's output relies on it. Never true outside the 32-bit range.
+// Returns true if the number is less than 0.00001 away from integerOf(). A negative whole number is not integral,
+// because integerOf() truncates after adding 0.5. That is deliberate: the writer's output relies on it. Returns false
+// beyond the 32-bit range.
 bool isIntegral(const jsObject* value);
 
 // ---- Objects ----
-// Members keep the order in which they were added, but a removal moves the last member into the freed place: a, b, c
-// without a is c, b. Deliberate: printed texts follow it. Names are byte strings, unique and never empty.
+// Members keep the order in which they were added, except that a removal moves the last member to the index of the
+// removed one: after a is removed, a, b, c becomes c, b. That is deliberate: the writer's output relies on it. Names
+// are byte strings. Within an object they are unique and not empty.
 
 constexpr std::ptrdiff_t notFound = -1;
 
 std::size_t memberCount(const jsObject* object);
-// Empty (with a null pointer) outside 0 to count-1. Followed by a zero byte; valid until the member is removed.
+// An empty view with a null pointer if the index is not below the count. A zero byte follows the name in memory. The
+// view is valid until the member is removed.
 std::string_view memberName(const jsObject* object, std::size_t index);
-// Null outside 0 to count-1. Stays owned by the object.
+// Null if the index is not below the count. The object still owns the value.
 jsObject* memberValue(const jsObject* object, std::size_t index);
-// The place of the first member of that name, byte for byte, or notFound (also for the empty name).
+// The index of the member of that name, compared byte for byte, or notFound.
 std::ptrdiff_t findMember(const jsObject* object, std::string_view name);
-// The same, letters A to Z being equal to a to z. Looks at one member after the other.
+// The index of the first member of that name, or notFound. A to Z and a to z are equal. The search is linear.
 std::ptrdiff_t findMemberIgnoringCase(const jsObject* object, std::string_view name);
-// The value of that name, null without one. Stays owned by the object.
+// The value of the member of that name, or null. The object still owns the value.
 jsObject* member(const jsObject* object, std::string_view name);
 
-// Gives `value` to the object: in the place of the member of that name, whose old value is released, else at the end.
-// The value already there stays. An empty name: the value is released. A null pointer as value (not makeNull()):
-// the member is removed and released.
+// Gives `value` to the object:
+// - If the object has a member of that name, `value` replaces and releases the old value. If `value` is the old value,
+//   nothing happens.
+// - Otherwise the member is added at the end.
+// - If the name is empty, `value` is released.
+// - If `value` is a null pointer (not makeNull()), the member is removed and its value released.
 void setMember(jsObject* object, std::string_view name, jsObject* value);
-// The same with a new string value, which is returned (owned by the object); null under an empty name.
+// Sets the member to a new string and returns that string, which the object owns. Returns null if the name is empty.
 jsObject* setText(jsObject* object, std::string_view name, std::string_view text);
-// Takes the member out; its value is the caller's. Null when there is none.
+// Removes the member and returns its value, which the caller owns. Returns null if there is no such member.
 [[nodiscard]] jsObject* removeMember(jsObject* object, std::string_view name);
 
 // ---- Arrays ----
 
 std::size_t elementCount(const jsObject* array);
-// Whether there is no element; true as well for what is no array.
+// Returns true if the array has no elements, and for a value that is not an array.
 bool isEmpty(const jsObject* array);
-// Null outside 0 to count-1. Stays owned by the array.
+// Null if the index is not below the count. The array still owns the element.
 jsObject* element(const jsObject* array, std::size_t index);
-// A null pointer appends the shared null.
+// Adds `value` at the end. A null pointer adds the shared null.
 void append(jsObject* array, jsObject* value);
-// Appends a new empty object and returns it (owned by the array).
+// Appends a new empty object and returns it. The array owns it.
 jsObject* appendObject(jsObject* array);
-// Replaces and releases the element there; index == count appends; any other index releases `value`. The value already
-// there stays. A null pointer stands for the shared null.
+// Gives `value` to the array; a null pointer means the shared null:
+// - If the index is below the count, `value` replaces and releases that element. If `value` is that element, nothing
+//   happens.
+// - If the index equals the count, `value` is appended.
+// - Otherwise `value` is released.
 void setElement(jsObject* array, std::size_t index, jsObject* value);
-// Takes the element out, the later ones move down one place; it is the caller's. Null outside 0 to count-1.
+// Removes the element and returns it to the caller, who owns it. Each later element moves to the index before. Returns
+// null if the index is not below the count.
 [[nodiscard]] jsObject* removeElement(jsObject* array, std::size_t index);
-// The same for the last element; null when the array is empty.
+// Removes the last element and returns it to the caller, who owns it. Returns null if the array is empty.
 [[nodiscard]] jsObject* removeLast(jsObject* array);
 
 }  // namespace json

@@ -13,7 +13,7 @@ using namespace std::string_literals;
 
 namespace {
 
-// The names of an object in their order: "a,b,c".
+// The names of an object in their order, joined by commas: "a,b,c".
 std::string namesOf(const jsObject* object) {
   std::string names;
   for (std::size_t at = 0; at < json::memberCount(object); ++at) {
@@ -23,7 +23,7 @@ std::string namesOf(const jsObject* object) {
   return names;
 }
 
-// The texts of an array in their order.
+// The texts of an array of strings in their order, joined by commas.
 std::string textsOf(const jsObject* array) {
   std::string texts;
   for (std::size_t at = 0; at < json::elementCount(array); ++at) {
@@ -47,7 +47,7 @@ jsObject* arrayOf(const std::vector<std::string>& texts) {
 
 // ---- Kinds ----
 
-TEST(JsonKinds, AreNumberedFromNullToObject) {
+TEST(JsonKinds, HaveFixedNumbers) {
   EXPECT_EQ(static_cast<int>(JsonKind::invalid), 0);
   EXPECT_EQ(static_cast<int>(JsonKind::null), 1);
   EXPECT_EQ(static_cast<int>(JsonKind::boolean), 2);
@@ -57,12 +57,12 @@ TEST(JsonKinds, AreNumberedFromNullToObject) {
   EXPECT_EQ(static_cast<int>(JsonKind::object), 6);
 }
 
-TEST(JsonKinds, AreTheFirstFieldOfAValueIn32Bits) {
+TEST(JsonKinds, AreTheFirst32BitsOfAValue) {
   ScopedJson array(json::makeArray());
   EXPECT_EQ(*reinterpret_cast<const std::int32_t*>(array.get()), 5);
 }
 
-TEST(JsonKinds, OneToSixAreTakenAndEveryOtherNumberIsNoKind) {
+TEST(JsonKinds, NumbersOutside1To6AreTheInvalidKind) {
   for (std::int32_t number = 1; number <= 6; ++number) {
     ScopedJson value(json::makeOfKind(number));
     EXPECT_EQ(static_cast<std::int32_t>(value->kind()), number);
@@ -75,7 +75,7 @@ TEST(JsonKinds, OneToSixAreTakenAndEveryOtherNumberIsNoKind) {
   }
 }
 
-TEST(JsonKinds, TheEmptyValueOfAKindIsWhatItsFactoryMakes) {
+TEST(JsonKinds, MakeOfKindMakesTheEmptyValue) {
   EXPECT_EQ(json::makeOfKind(1), json::makeNull());
   EXPECT_EQ(json::makeOfKind(2), json::makeBoolean(false));
   EXPECT_EQ(json::makeOfKind(3), json::makeNumber(0));
@@ -107,7 +107,7 @@ TEST(JsonKinds, TestsAndCastsAgreeWithTheKind) {
 
 // ---- Shared values and factories ----
 
-TEST(JsonFactories, NullAndTheBooleansAreAlwaysTheSameValues) {
+TEST(JsonFactories, NullTrueAndFalseAreShared) {
   EXPECT_EQ(json::makeNull(), json::makeNull());
   EXPECT_EQ(json::makeBoolean(true), json::makeBoolean(true));
   EXPECT_EQ(json::makeBoolean(false), json::makeBoolean(false));
@@ -116,7 +116,7 @@ TEST(JsonFactories, NullAndTheBooleansAreAlwaysTheSameValues) {
   EXPECT_FALSE(json::booleanOf(json::makeBoolean(false)));
 }
 
-TEST(JsonFactories, FourNumbersAreSharedAndAllOthersAreNew) {
+TEST(JsonFactories, FourNumbersAreSharedAndOthersAreNew) {
   for (double shared : {-1.0, 0.0, 1.0, 2.0}) {
     jsObject* first = json::makeNumber(shared);
     EXPECT_EQ(first, json::makeNumber(shared));
@@ -132,7 +132,7 @@ TEST(JsonFactories, FourNumbersAreSharedAndAllOthersAreNew) {
   }
 }
 
-TEST(JsonFactories, MinusZeroIsTheSharedZeroAndNotANumberIsNew) {
+TEST(JsonFactories, MinusZeroIsTheSharedZeroAndNanIsNew) {
   EXPECT_EQ(json::makeNumber(-0.0), json::makeNumber(0.0));
   ScopedJson nan(json::makeNumber(std::nan("")));
   ScopedJson other(json::makeNumber(std::nan("")));
@@ -140,7 +140,7 @@ TEST(JsonFactories, MinusZeroIsTheSharedZeroAndNotANumberIsNew) {
   EXPECT_TRUE(std::isnan(json::numberOf(nan.get())));
 }
 
-TEST(JsonFactories, TheEmptyTextIsSharedAndOthersAreCopies) {
+TEST(JsonFactories, EmptyStringIsSharedAndOthersAreCopies) {
   jsObject* empty = json::makeString("");
   EXPECT_EQ(empty, json::makeString(std::string_view()));
   json::release(empty);
@@ -166,7 +166,7 @@ TEST(JsonFactories, ContainersAreAlwaysNewAndEmpty) {
   EXPECT_EQ(json::memberCount(object.get()), 0u);
 }
 
-TEST(JsonFactories, TextsKeepEveryByteAndEndWithAZero) {
+TEST(JsonFactories, StringKeepsEveryByteAndEndsWithAZeroByte) {
   const std::string bytes = "a\0b\xC3\xA4\xFF"s;
   ScopedJson value(json::makeString(bytes));
   EXPECT_EQ(json::textOf(value.get()), bytes);
@@ -174,7 +174,7 @@ TEST(JsonFactories, TextsKeepEveryByteAndEndWithAZero) {
   EXPECT_EQ(json::textOf(json::makeString("")).data()[0], '\0');
 }
 
-TEST(JsonRelease, OfNullAndOfSharedValuesDoesNothing) {
+TEST(JsonRelease, DoesNothingForNullAndSharedValues) {
   json::release(nullptr);
   for (int time = 0; time < 3; ++time) {
     json::release(json::makeNull());
@@ -186,7 +186,7 @@ TEST(JsonRelease, OfNullAndOfSharedValuesDoesNothing) {
   EXPECT_TRUE(json::isBoolean(json::makeBoolean(false)));
 }
 
-TEST(JsonRelease, SharedValuesMayLieInManyPlaces) {
+TEST(JsonRelease, SharedValuesMayBeInAContainerManyTimes) {
   ScopedJson array(json::makeArray());
   for (int time = 0; time < 3; ++time) {
     json::append(array.get(), json::makeNull());
@@ -196,7 +196,7 @@ TEST(JsonRelease, SharedValuesMayLieInManyPlaces) {
   EXPECT_EQ(json::elementCount(array.get()), 9u);
 }
 
-TEST(JsonRelease, TakesTreesOfAnyDepth) {
+TEST(JsonRelease, FreesDeepTrees) {
   jsObject* arrays = json::makeArray();
   jsObject* objects = json::makeObject();
   for (int depth = 1; depth < 200000; ++depth) {
@@ -226,7 +226,7 @@ TEST(ScopedJsonGuard, ReleasesTheWholeTreeUnlessItIsTaken) {
 
 // ---- Scalars ----
 
-TEST(JsonNumbers, TheIntegerValueIsTheNumberPlusAHalfCutTowardZero) {
+TEST(JsonNumbers, IntegerValueIsTheNumberPlusAHalfTruncatedTowardZero) {
   const std::vector<std::pair<double, int>> cases = {
       {2.4, 2},
       {2.6, 3},
@@ -249,7 +249,7 @@ TEST(JsonNumbers, TheIntegerValueIsTheNumberPlusAHalfCutTowardZero) {
   }
 }
 
-TEST(JsonNumbers, BeyondThe32BitRangeTheIntegerValueIsTheNearestEnd) {
+TEST(JsonNumbers, IntegerValueIsLimitedToThe32BitRange) {
   const double infinity = std::numeric_limits<double>::infinity();
   const std::vector<std::pair<double, std::int32_t>> cases = {
       {2147483647.5, 2147483647},
@@ -267,7 +267,7 @@ TEST(JsonNumbers, BeyondThe32BitRangeTheIntegerValueIsTheNearestEnd) {
   }
 }
 
-TEST(JsonNumbers, IntegralMeansNearTheIntegerValueAndNeverNegative) {
+TEST(JsonNumbers, NumberNearItsIntegerValueIsIntegral) {
   struct Case {
     const char* why;
     double number;
@@ -281,17 +281,17 @@ TEST(JsonNumbers, IntegralMeansNearTheIntegerValueAndNeverNegative) {
       {"too far above", 3.00002, false},
       {"too far below", 2.99998, false},
       {"a fraction", 2.5, false},
-      {"a negative whole number is cut to its neighbour", -2, false},
-      {"so is minus one", -1, false},
+      {"a negative whole number has another integer value", -2, false},
+      {"minus one has the integer value 0", -1, false},
       {"almost zero from below", -0.000001, true},
-      {"the largest", 2147483647, true},
-      {"one more", 2147483648.0, false},
-      {"the smallest", -2147483648.0, false},
-      {"far beyond", 1e10, false},
-      {"far below", -1e10, false},
-      {"infinite", std::numeric_limits<double>::infinity(), false},
-      {"infinite below", -std::numeric_limits<double>::infinity(), false},
-      {"not a number", std::nan(""), false},
+      {"the largest 32-bit integer", 2147483647, true},
+      {"one more than the largest 32-bit integer", 2147483648.0, false},
+      {"the smallest 32-bit integer", -2147483648.0, false},
+      {"far above the 32-bit range", 1e10, false},
+      {"far below the 32-bit range", -1e10, false},
+      {"infinity", std::numeric_limits<double>::infinity(), false},
+      {"minus infinity", -std::numeric_limits<double>::infinity(), false},
+      {"NaN", std::nan(""), false},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.why);
@@ -300,7 +300,7 @@ TEST(JsonNumbers, IntegralMeansNearTheIntegerValueAndNeverNegative) {
   }
 }
 
-TEST(JsonScalars, AnswerNothingForOtherKinds) {
+TEST(JsonScalars, FunctionsReturnZeroFalseOrEmptyForOtherKinds) {
   ScopedJson array(json::makeArray());
   for (const jsObject* value : {static_cast<const jsObject*>(nullptr), static_cast<const jsObject*>(array.get())}) {
     EXPECT_FALSE(json::booleanOf(value));
@@ -314,7 +314,7 @@ TEST(JsonScalars, AnswerNothingForOtherKinds) {
 
 // ---- Objects ----
 
-TEST(JsonObjects, NamesAndValuesAreNullOutsideTheCount) {
+TEST(JsonObjects, NamesAndValuesBeyondTheCountAreNull) {
   ScopedJson object(objectOf({"a", "b"}));
   EXPECT_EQ(json::memberCount(object.get()), 2u);
   EXPECT_EQ(json::memberName(object.get(), 1), "b");
@@ -339,11 +339,11 @@ TEST(JsonObjects, FindComparesByteForByte) {
   EXPECT_EQ(json::findMember(nullptr, "Name"), -1);
 }
 
-TEST(JsonObjects, FindIgnoringCaseTakesTheFirstMatchOfAsciiLetters) {
+TEST(JsonObjects, FindIgnoringCaseReturnsTheFirstMatch) {
   ScopedJson object(objectOf({"Name", "name", "\xC3\x84", "a@b", "[z"}));
   EXPECT_EQ(json::findMemberIgnoringCase(object.get(), "name"), 0);
   EXPECT_EQ(json::findMemberIgnoringCase(object.get(), "NAME"), 0);
-  EXPECT_EQ(json::findMemberIgnoringCase(object.get(), "\xC3\xA4"), -1) << "only A to Z have two cases";
+  EXPECT_EQ(json::findMemberIgnoringCase(object.get(), "\xC3\xA4"), -1) << "only the letters A to Z have two cases";
   EXPECT_EQ(json::findMemberIgnoringCase(object.get(), "A@B"), 3);
   EXPECT_EQ(json::findMemberIgnoringCase(object.get(), "a`b"), -1);
   EXPECT_EQ(json::findMemberIgnoringCase(object.get(), "{Z"), -1);
@@ -352,7 +352,7 @@ TEST(JsonObjects, FindIgnoringCaseTakesTheFirstMatchOfAsciiLetters) {
   EXPECT_EQ(json::findMemberIgnoringCase(nullptr, "name"), -1);
 }
 
-TEST(JsonObjects, ANameIsLookedForToItsEndAndNoByteFurther) {
+TEST(JsonObjects, FindIgnoringCaseReadsNoByteAfterTheName) {
   ScopedJson object(json::makeObject());
   json::setMember(object.get(), "Name", json::makeNull());
   const std::string_view longer = "names";
@@ -361,14 +361,14 @@ TEST(JsonObjects, ANameIsLookedForToItsEndAndNoByteFurther) {
   EXPECT_EQ(json::findMemberIgnoringCase(object.get(), longer), -1);
 }
 
-TEST(JsonObjects, MemberGivesTheValueOfThatNameOrNull) {
+TEST(JsonObjects, MemberReturnsTheValueOfThatNameOrNull) {
   ScopedJson object(objectOf({"a"}));
   EXPECT_EQ(json::textOf(json::member(object.get(), "a")), "value of a");
   EXPECT_EQ(json::member(object.get(), "b"), nullptr);
   EXPECT_EQ(json::member(object.get(), ""), nullptr);
 }
 
-TEST(JsonObjects, NewMembersAreAppendedAndOldOnesKeepTheirPlace) {
+TEST(JsonObjects, NewMembersAreAppendedAndReplacedOnesKeepTheirIndex) {
   ScopedJson object(objectOf({"a", "b", "c"}));
   json::setMember(object.get(), "a", json::makeNumber(7));
   EXPECT_EQ(namesOf(object.get()), "a,b,c");
@@ -377,14 +377,14 @@ TEST(JsonObjects, NewMembersAreAppendedAndOldOnesKeepTheirPlace) {
   EXPECT_EQ(namesOf(object.get()), "a,b,c,d");
 }
 
-TEST(JsonObjects, AnEmptyNameReleasesTheValueAndChangesNothing) {
+TEST(JsonObjects, SettingUnderAnEmptyNameChangesNothing) {
   ScopedJson object(objectOf({"a"}));
-  json::setMember(object.get(), "", json::makeString("gone"));
+  json::setMember(object.get(), "", json::makeString("released"));
   json::setMember(object.get(), std::string_view(), json::makeArray());
   EXPECT_EQ(namesOf(object.get()), "a");
 }
 
-TEST(JsonObjects, ANullPointerRemovesTheMemberAndTheLastTakesItsPlace) {
+TEST(JsonObjects, SettingANullPointerMovesTheLastMemberToTheIndexOfTheRemovedOne) {
   ScopedJson object(objectOf({"a", "b", "c"}));
   json::setMember(object.get(), "a", nullptr);
   EXPECT_EQ(namesOf(object.get()), "c,b");
@@ -395,14 +395,14 @@ TEST(JsonObjects, ANullPointerRemovesTheMemberAndTheLastTakesItsPlace) {
   EXPECT_EQ(namesOf(object.get()), "c");
 }
 
-TEST(JsonObjects, NullAsAValueNeverRemovesAMember) {
+TEST(JsonObjects, SettingTheNullValueKeepsTheMember) {
   ScopedJson object(objectOf({"a", "b"}));
   json::setMember(object.get(), "a", json::makeNull());
   EXPECT_EQ(namesOf(object.get()), "a,b");
   EXPECT_TRUE(json::isNull(json::member(object.get(), "a")));
 }
 
-TEST(JsonObjects, SettingTheValueAlreadyThereChangesNothing) {
+TEST(JsonObjects, SettingTheCurrentValueChangesNothing) {
   ScopedJson object(objectOf({"a", "b"}));
   jsObject* value = json::member(object.get(), "a");
   json::setMember(object.get(), "a", value);
@@ -410,7 +410,7 @@ TEST(JsonObjects, SettingTheValueAlreadyThereChangesNothing) {
   EXPECT_EQ(json::textOf(value), "value of a");
 }
 
-TEST(JsonObjects, SetTextReturnsTheNewValueOrNullUnderAnEmptyName) {
+TEST(JsonObjects, SetTextReturnsTheNewValueOrNullForAnEmptyName) {
   ScopedJson object(json::makeObject());
   jsObject* set = json::setText(object.get(), "a", "text");
   EXPECT_EQ(json::textOf(set), "text");
@@ -421,7 +421,7 @@ TEST(JsonObjects, SetTextReturnsTheNewValueOrNullUnderAnEmptyName) {
   EXPECT_EQ(namesOf(object.get()), "a");
 }
 
-TEST(JsonObjects, TextsMayComeFromTheObjectItself) {
+TEST(JsonObjects, ArgumentsMayBeViewsIntoTheObject) {
   ScopedJson object(objectOf({"a", "b"}));
   json::setText(object.get(), json::memberName(object.get(), 0), json::textOf(json::member(object.get(), "a")));
   EXPECT_EQ(json::textOf(json::member(object.get(), "a")), "value of a");
@@ -429,7 +429,7 @@ TEST(JsonObjects, TextsMayComeFromTheObjectItself) {
   EXPECT_EQ(namesOf(object.get()), "b");
 }
 
-TEST(JsonObjects, RemoveGivesTheValueToTheCaller) {
+TEST(JsonObjects, RemoveReturnsTheValueToTheCaller) {
   ScopedJson object(objectOf({"a", "b", "c"}));
   ScopedJson removed(json::removeMember(object.get(), "b"));
   EXPECT_EQ(json::textOf(removed.get()), "value of b");
@@ -440,19 +440,19 @@ TEST(JsonObjects, RemoveGivesTheValueToTheCaller) {
   EXPECT_EQ(json::removeMember(nullptr, "a"), nullptr);
 }
 
-TEST(JsonObjects, WhatIsNoObjectReleasesWhatItIsGiven) {
+TEST(JsonObjects, SettingAMemberOfAnotherKindChangesNothing) {
   ScopedJson array(json::makeArray());
-  json::setMember(array.get(), "a", json::makeString("gone"));
-  json::setMember(nullptr, "a", json::makeString("gone"));
+  json::setMember(array.get(), "a", json::makeString("released"));
+  json::setMember(nullptr, "a", json::makeString("released"));
   EXPECT_EQ(json::memberCount(array.get()), 0u);
   EXPECT_EQ(json::elementCount(array.get()), 0u);
   EXPECT_EQ(json::memberName(array.get(), 0).data(), nullptr);
   EXPECT_EQ(json::memberValue(array.get(), 0), nullptr);
 }
 
-// ---- Large objects: the same rules with the index ----
+// ---- Large objects, which have an index ----
 
-TEST(LargeJsonObjects, KeepOrderAndLookupAcrossTheMakingOfTheIndex) {
+TEST(LargeJsonObjects, KeepOrderAndLookupWhenTheIndexIsBuilt) {
   ScopedJson object(json::makeObject());
   for (int count = 0; count < 100; ++count) {
     const std::string name = "m" + std::to_string(count);
@@ -466,7 +466,7 @@ TEST(LargeJsonObjects, KeepOrderAndLookupAcrossTheMakingOfTheIndex) {
   EXPECT_EQ(json::findMemberIgnoringCase(object.get(), "M99"), 99);
 }
 
-// What an object does, in the plainest way.
+// The same behaviour as an object, as simply as possible.
 struct PlainModel {
   std::vector<std::pair<std::string, double>> members;
 
@@ -512,7 +512,7 @@ TEST_P(LargeJsonObjectsAtRandom, AgreeWithAPlainModel) {
   for (int step = 0; step < 6000; ++step) {
     const std::string name = prefix + std::to_string(random() % names);
     const double value = step + 0.5;
-    switch (random() % (step / 1000 % 2 == 0 ? 4 : 2)) {  // it grows for a time, then it shrinks
+    switch (random() % (step / 1000 % 2 == 0 ? 4 : 2)) {  // the object grows for 1000 steps, then shrinks
       case 0:
         json::release(json::removeMember(object.get(), name));
         model.remove(name);
@@ -547,7 +547,7 @@ INSTANTIATE_TEST_SUITE_P(Seeds, LargeJsonObjectsAtRandom, testing::Range(0u, 8u)
 
 // ---- Arrays ----
 
-TEST(JsonArrays, ElementsKeepTheirOrderAndAreNullOutside) {
+TEST(JsonArrays, ElementsKeepTheirOrderAndAreNullBeyondTheCount) {
   ScopedJson array(arrayOf({"a", "b", "c"}));
   EXPECT_EQ(json::elementCount(array.get()), 3u);
   EXPECT_FALSE(json::isEmpty(array.get()));
@@ -556,7 +556,7 @@ TEST(JsonArrays, ElementsKeepTheirOrderAndAreNullOutside) {
   EXPECT_EQ(json::element(array.get(), static_cast<std::size_t>(-1)), nullptr);
 }
 
-TEST(JsonArrays, ANullPointerIsTheSharedNull) {
+TEST(JsonArrays, NullPointerBecomesTheSharedNull) {
   ScopedJson array(json::makeArray());
   json::append(array.get(), nullptr);
   json::append(array.get(), json::makeString("b"));
@@ -566,19 +566,19 @@ TEST(JsonArrays, ANullPointerIsTheSharedNull) {
   for (std::size_t at = 0; at < 3; ++at) EXPECT_EQ(json::element(array.get(), at), json::makeNull());
 }
 
-TEST(JsonArrays, SettingReplacesInsideAppendsAtTheEndAndDiscardsBeyond) {
+TEST(JsonArrays, SettingReplacesBelowTheCountAppendsAtItAndReleasesBeyondIt) {
   ScopedJson array(arrayOf({"a", "b", "c"}));
   json::setElement(array.get(), 1, json::makeString("B"));
   EXPECT_EQ(textsOf(array.get()), "a,B,c");
-  json::setElement(array.get(), 5, json::makeString("gone"));
+  json::setElement(array.get(), 5, json::makeString("released"));
   EXPECT_EQ(textsOf(array.get()), "a,B,c");
-  json::setElement(array.get(), static_cast<std::size_t>(-1), json::makeString("gone"));
+  json::setElement(array.get(), static_cast<std::size_t>(-1), json::makeString("released"));
   EXPECT_EQ(textsOf(array.get()), "a,B,c");
   json::setElement(array.get(), 3, json::makeString("d"));
   EXPECT_EQ(textsOf(array.get()), "a,B,c,d");
 }
 
-TEST(JsonArrays, SettingTheElementAlreadyThereChangesNothing) {
+TEST(JsonArrays, SettingTheCurrentElementChangesNothing) {
   ScopedJson array(arrayOf({"a", "b"}));
   jsObject* first = json::element(array.get(), 0);
   json::setElement(array.get(), 0, first);
@@ -596,7 +596,7 @@ TEST(JsonArrays, RemovalShiftsTheLaterElementsDown) {
   EXPECT_EQ(textsOf(array.get()), "a,c,d");
 }
 
-TEST(JsonArrays, RemoveLastGivesTheLastUntilThereIsNone) {
+TEST(JsonArrays, RemoveLastReturnsNullOnceTheArrayIsEmpty) {
   ScopedJson array(arrayOf({"a", "b"}));
   ScopedJson last(json::removeLast(array.get()));
   EXPECT_EQ(json::textOf(last.get()), "b");
@@ -606,7 +606,7 @@ TEST(JsonArrays, RemoveLastGivesTheLastUntilThereIsNone) {
   EXPECT_TRUE(json::isEmpty(array.get()));
 }
 
-TEST(JsonArrays, AppendObjectAddsARecordToFill) {
+TEST(JsonArrays, AppendObjectReturnsTheNewObject) {
   ScopedJson array(arrayOf({"a"}));
   jsObject* record = json::appendObject(array.get());
   EXPECT_EQ(json::element(array.get(), 1), record);
@@ -616,11 +616,11 @@ TEST(JsonArrays, AppendObjectAddsARecordToFill) {
   EXPECT_EQ(json::appendObject(nullptr), nullptr);
 }
 
-TEST(JsonArrays, WhatIsNoArrayReleasesWhatItIsGiven) {
+TEST(JsonArrays, ArrayFunctionsChangeNothingInOtherKinds) {
   ScopedJson object(json::makeObject());
   for (jsObject* value : {static_cast<jsObject*>(nullptr), object.get(), json::makeNull()}) {
-    json::append(value, json::makeString("gone"));
-    json::setElement(value, 0, json::makeString("gone"));
+    json::append(value, json::makeString("released"));
+    json::setElement(value, 0, json::makeString("released"));
     EXPECT_EQ(json::elementCount(value), 0u);
     EXPECT_TRUE(json::isEmpty(value));
     EXPECT_EQ(json::element(value, 0), nullptr);

@@ -1,5 +1,5 @@
-// JsonRecords: what lies in memory behind a jsObject*, for the sources that handle every value of a document. All
-// others use JsonModel.h.
+// JsonRecords: the record in memory that a jsObject* of each kind points to. Only the model and the writer include this
+// header, because they handle every value of a document. All other sources use JsonModel.h.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +18,7 @@ struct Record : jsObject {
   using jsObject::setKind;
 };
 
-struct PlainValue final : Record {  // null, and what has no kind
+struct PlainValue final : Record {  // null and the invalid kind
   using Record::Record;
 };
 
@@ -32,7 +32,7 @@ struct NumberValue final : Record {
   double value;
 };
 
-// The bytes follow the record in the same block of memory, and a zero byte follows them.
+// The bytes of the string follow the record in the same block of memory. A zero byte follows them.
 struct StringValue : Record {
   constexpr explicit StringValue(std::size_t given) : Record(JsonKind::string), length(given) {}
   std::size_t length;
@@ -44,16 +44,16 @@ struct EmptyString final : StringValue {
   constexpr EmptyString() : StringValue(0) {}
   char terminator = '\0';
 };
-static_assert(sizeof(EmptyString) > sizeof(StringValue), "the terminator lies where the bytes are looked for");
+static_assert(sizeof(EmptyString) > sizeof(StringValue), "bytes() points to the terminator");
 
-// A member name: the bytes follow, and a zero byte follows them.
+// A member name. Its bytes and a zero byte follow in the same block of memory.
 struct Name {
   std::size_t length;
   char* bytes() { return reinterpret_cast<char*>(this + 1); }
   std::string_view text() const { return {reinterpret_cast<const char*>(this + 1), length}; }
 };
 
-// Counts have 32 bits: a container may have two thousand million entries.
+// Counts have 32 bits: a container has room for 2^31 entries. The program aborts if more are added.
 struct Container : Record {
   using Record::Record;
   std::uint32_t count = 0;
@@ -67,19 +67,20 @@ struct ArrayValue final : Container {
   void add(jsObject* value);
 };
 
-// The names lie behind the values, in the same block: one list of each, of the same length.
+// Two lists of the same length: values[i] is the value of the member names[i]. The names follow the values in the same
+// block of memory.
 struct ObjectValue final : Container {
   ObjectValue() : Container(JsonKind::object) {}
 
   Name** names = nullptr;
-  MemberIndex* index = nullptr;  // only once there are more members than are quickly looked through
+  MemberIndex* index = nullptr;  // null until the object has too many members for a linear search
 
   std::ptrdiff_t find(std::string_view name) const;
   void add(std::string_view name, jsObject* value);
   jsObject* takeOut(std::size_t place);
 };
 
-// ---- From the pointer of a caller to the record: null for another kind ----
+// ---- Converts a pointer to the record of that kind: null if the value has another kind ----
 
 template <class T>
 T* recordIn(jsObject* value, JsonKind kind) {
@@ -92,14 +93,14 @@ const T* recordIn(const jsObject* value, JsonKind kind) {
 
 // ---- Numbers: see integerOf and isIntegral ----
 
-// Whether the number plus 0.5, cut toward zero, is a 32-bit integer. Not so for not-a-number.
+// Returns true if the number plus 0.5, truncated toward zero, fits into 32 bits. False for NaN.
 inline bool fits32Bits(double number) {
   constexpr double smallest = std::numeric_limits<std::int32_t>::min();
   constexpr double largest = std::numeric_limits<std::int32_t>::max();
   return number + 0.5 > smallest - 1 && number + 0.5 < largest + 1;
 }
 
-// Whether the number is integral; if so, `integer` is what it is.
+// Returns true if the number is integral. `integer` is then its value.
 inline bool isIntegralNumber(double number, std::int32_t& integer) {
   if (!fits32Bits(number)) return false;
   integer = static_cast<std::int32_t>(number + 0.5);

@@ -9,14 +9,14 @@ namespace {
 
 using namespace json;
 
-TEST(JsonRecords, EachKnowsItsKind) {
+TEST(JsonRecords, EachRecordHasItsKind) {
   EXPECT_EQ(PlainValue(JsonKind::null).kind(), JsonKind::null);
   EXPECT_EQ(BooleanValue(true).kind(), JsonKind::boolean);
   EXPECT_EQ(NumberValue(0.5).kind(), JsonKind::number);
   EXPECT_EQ(EmptyString().kind(), JsonKind::string);
 }
 
-TEST(JsonRecords, TheEmptyTextEndsInAZeroByteWhereBytesAreLookedFor) {
+TEST(JsonRecords, BytesOfTheEmptyStringPointToItsTerminator) {
   const EmptyString empty;
   EXPECT_EQ(empty.length, 0u);
   EXPECT_EQ(empty.bytes(), &empty.terminator);
@@ -29,7 +29,7 @@ void addToAFullArrayOfTwoThousandMillion() {
   array.add(makeNull());
 }
 
-TEST(JsonRecordsDeathTest, AContainerEndsTheProgramRatherThanLetItsCountRunOver) {
+TEST(JsonRecordsDeathTest, ContainerAbortsBeforeItsCountOverflows) {
   EXPECT_EXIT(addToAFullArrayOfTwoThousandMillion(), testing::KilledBySignal(SIGABRT), "");
 }
 

@@ -4,7 +4,7 @@
 
 namespace {
 
-// What a backslash and a letter stand for; every other letter stands for a question mark.
+// The byte that each escape letter stands for. An unlisted letter becomes a question mark.
 struct EscapeRow {
   char letter;
   char byte;

@@ -1,23 +1,26 @@
-// JsonScanner: cuts JSON text into tokens and hands each to a receiver.
+// JsonScanner: splits JSON text into tokens and passes each token to a receiver.
 //
 //   parserinfo parser;
 //   if (json::scan(parser, text, length)) ...
 //
-// The scanner is lenient, and what follows is the language that it takes:
-// - Blanks, tabs and line ends are skipped. Brackets, curly brackets, commas and colons are tokens wherever they stand.
-// - A string ends at the next double quote without a backslash before it. A string left open ends the scan silently.
-// - A number starts with a digit, "-", "+" or "." and runs to the next comma, "}", "]", blank, tab or line end; strtod
-//   says what it is worth, so 12abc and 12:3 are 12, a lone minus is 0 and 0x10 is 16.
-// - A bare word starts with a letter and runs over letters, "." and "_". null, true and false are values, others names.
-// - Any other byte where a token may start is an error, and the scan goes on behind it.
+// The scanner is lenient. It accepts this language:
+// - Spaces, tabs, carriage returns and line feeds between tokens are skipped.
+// - Square brackets, curly brackets, commas and colons are tokens.
+// - A string ends at the next double quote that is not escaped; a backslash escapes the byte after it. If the closing
+//   quote is missing, the scan ends there without an error and without delivering that string.
+// - A number starts with a digit, "-", "+" or "." and ends before the next comma, "}", "]", space, tab, carriage return
+//   or line feed. Its value is what strtod() reads: 12abc and 12:3 are 12, a minus sign alone is 0, 0x10 is 16.
+// - A bare word starts with a letter and consists of letters, "." and "_". null, true and false are values. Every other
+//   word is a name.
+// - Any other byte at the start of a token is an error. The scan continues after that byte.
 #pragma once
 
 #include <cstddef>
 #include <string>
 #include <string_view>
 
-// What is done with the tokens of a text, one call for each, in order. Texts are valid during the call alone and may
-// hold zero bytes.
+// Receives the tokens of a text: one call per token, in order. A string_view argument is valid only during the call and
+// may contain zero bytes.
 class TokenReceiver {
  public:
   virtual ~TokenReceiver() = default;
@@ -29,21 +32,24 @@ class TokenReceiver {
   virtual void onComma() = 0;
   virtual void onColon() = 0;
   virtual void onNumber(double number) = 0;
-  virtual void onString(std::string_view text) = 0;  // of a quoted string, unescaped
+  virtual void onString(std::string_view text) = 0;  // a quoted string, unescaped
   virtual void onNull() = 0;
   virtual void onBool(bool value) = 0;
-  virtual void onName(std::string_view name) = 0;  // a bare word that is no keyword
+  virtual void onName(std::string_view name) = 0;  // a bare word other than null, true and false
 };
 
 namespace json {
 
-// Scans `length` bytes; a negative length means up to the zero byte that ends the text. True once the whole text has
-// been gone through, whatever errors were delivered; false, with nothing delivered, for a null or an empty text.
+// Scans `length` bytes. A negative length means that the text ends at its first zero byte.
+// Returns true after the whole text has been scanned, even if errors were delivered. Returns false, and delivers
+// nothing, if the text is null or empty.
 bool scan(TokenReceiver& receiver, const char* text, std::ptrdiff_t length = -1);
 
-// Appends what the bytes between two quotes stand for. A backslash before b, f, n, r or t is a control byte, before a
-// quote, an apostrophe, a slash or a backslash that byte, before anything else a question mark: \u0041 becomes ?0041,
-// which is deliberate. A backslash at the end is dropped.
+// Unescapes the bytes between the two quotes of a string and appends the result to `text`:
+// - A backslash and b, f, n, r or t become that control byte.
+// - A backslash and a quote, an apostrophe, a slash or a backslash become the second byte.
+// - A backslash and any other byte become a question mark. So \u0041 becomes ?0041, which is deliberate.
+// - A backslash at the end is dropped.
 void appendUnescaped(std::string& text, std::string_view between);
 
 }  // namespace json

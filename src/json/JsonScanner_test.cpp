@@ -9,7 +9,8 @@ using namespace std::string_literals;
 
 namespace {
 
-// Notes every token: [ { ] } , : n<number> "<text>" null true false name(<name>) error(<message>), with blanks between.
+// Records every token, separated by spaces: [ { ] } , : n<number> "<text>" null true false name(<name>)
+// error(<message>)
 class Recorder final : public TokenReceiver {
  public:
   void onError(std::string_view message) override { note("error(" + std::string(message) + ")"); }
@@ -41,7 +42,7 @@ std::string tokensOf(std::string_view text) {
   return recorder.tokens;
 }
 
-TEST(JsonScanner, ANullOrEmptyTextFailsAndDeliversNothing) {
+TEST(JsonScanner, NullOrEmptyTextFailsAndDeliversNothing) {
   Recorder recorder;
   EXPECT_FALSE(json::scan(recorder, nullptr, 5));
   EXPECT_FALSE(json::scan(recorder, nullptr));
@@ -50,14 +51,14 @@ TEST(JsonScanner, ANullOrEmptyTextFailsAndDeliversNothing) {
   EXPECT_EQ(recorder.tokens, "");
 }
 
-TEST(JsonScanner, ANegativeLengthMeansUpToTheZeroByte) {
+TEST(JsonScanner, NegativeLengthMeansUpToTheZeroByte) {
   Recorder recorder;
   EXPECT_TRUE(json::scan(recorder, "[1]\0[2]", -1));
   EXPECT_TRUE(json::scan(recorder, "{", -77));
   EXPECT_EQ(recorder.tokens, "[ n1 ] {");
 }
 
-TEST(JsonScanner, TheLengthCutsTheText) {
+TEST(JsonScanner, ScanStopsAtTheGivenLength) {
   Recorder recorder;
   EXPECT_TRUE(json::scan(recorder, "123456", 3));
   EXPECT_TRUE(json::scan(recorder, "nullify", 4));
@@ -65,38 +66,38 @@ TEST(JsonScanner, TheLengthCutsTheText) {
   EXPECT_EQ(recorder.tokens, "n123 null \"ab\"");
 }
 
-TEST(JsonScanner, TrueAfterTheWholeTextWhateverTheErrors) { EXPECT_EQ(tokensOf("#"), "error(scanner error)"); }
+TEST(JsonScanner, ScanReturnsTrueDespiteErrors) { EXPECT_EQ(tokensOf("#"), "error(scanner error)"); }
 
-TEST(JsonScanner, Tokens) {
+TEST(JsonScanner, SplitsTextIntoTokens) {
   struct Case {
     const char* why;
     std::string text;
     std::string tokens;
   };
   const Case cases[] = {
-      {"the marks", "[{]},:", "[ { ] } , :"},
-      {"blanks are skipped", " \t\r\n[\n]\t", "[ ]"},
-      {"blanks alone", " \t\r\n", ""},
+      {"brackets, commas and colons", "[{]},:", "[ { ] } , :"},
+      {"whitespace is skipped", " \t\r\n[\n]\t", "[ ]"},
+      {"only whitespace", " \t\r\n", ""},
       {"other control bytes are errors", "\v\f", "error(scanner error) error(scanner error)"},
       {"a zero byte is an error", "[\0]"s, "[ error(scanner error) ]"},
       {"a byte above 127 is an error", "\xC3", "error(scanner error)"},
       {"an apostrophe is an error", "'", "error(scanner error)"},
       {"a backslash is an error", "\\", "error(scanner error)"},
-      {"an underscore starts no word", "_a", "error(scanner error) name(a)"},
-      {"a number sign is an error and the scan goes on", "#[#1#]#",
+      {"an underscore cannot start a word", "_a", "error(scanner error) name(a)"},
+      {"the scan continues after a number sign, which is an error", "#[#1#]#",
        "error(scanner error) [ error(scanner error) n1 ] error(scanner error)"},
-      {"but not inside a string", "\"#\"", "\"#\""},
-      {"nor inside a number", "1#2", "n1"},
+      {"a number sign in a string is an ordinary byte", "\"#\"", "\"#\""},
+      {"a number sign in a number is an ordinary byte", "1#2", "n1"},
       {"an empty string", "\"\"", "\"\""},
-      {"marks in a string", "\"[,:]{}\"", "\"[,:]{}\""},
+      {"brackets, commas and colons in a string", "\"[,:]{}\"", "\"[,:]{}\""},
       {"line ends in a string", "\"a\nb\"", "\"a\nb\""},
       {"a zero byte in a string", "\"a\0b\""s, "\"a\0b\""s},
       {"bytes above 127 in a string", "\"\xC3\xA4\"", "\"\xC3\xA4\""},
-      {"two strings side by side", "\"a\"\"b\"", "\"a\" \"b\""},
-      {"an escaped quote goes on", R"("a\"b")", "\"a\"b\""},
-      {"an escaped backslash does not escape", R"("a\\"1)", "\"a\\\" n1"},
-      {"an open string is silent", "1 \"abc", "n1"},
-      {"an open string swallows the rest", "\"abc, 1, 2 #", ""},
+      {"two adjacent strings", "\"a\"\"b\"", "\"a\" \"b\""},
+      {"an escaped quote does not end the string", R"("a\"b")", "\"a\"b\""},
+      {"an escaped backslash does not escape the quote after it", R"("a\\"1)", "\"a\\\" n1"},
+      {"a string without a closing quote is not reported", "1 \"abc", "n1"},
+      {"a string without a closing quote includes all that follows", "\"abc, 1, 2 #", ""},
       {"a quote that ends the text", "1,\"", "n1 ,"},
       {"a backslash that ends the text", "1,\"a\\", "n1 ,"},
       {"an escaped quote that ends the text", "1,\"a\\\"", "n1 ,"},
@@ -112,26 +113,26 @@ TEST(JsonScanner, Tokens) {
       {"a lone plus is 0", "+", "n0"},
       {"a lone point is 0", ".", "n0"},
       {"a double minus is 0", "--5", "n0"},
-      {"a second point ends it", "1.2.3", "n1.2"},
+      {"a second decimal point ends the value", "1.2.3", "n1.2"},
       {"letters end the value", "12abc", "n12"},
       {"a colon belongs to the number", "12:3", "n12"},
-      {"so do brackets that open", "1[2{3", "n1"},
-      {"so does a quote", "1\"a\"", "n1"},
-      {"so does a zero byte", "1\0002"s, "n1"},
-      {"a hexadecimal number is strtod's", "0x10", "n16"},
-      {"so is infinity", "+inf", "ninf"},
-      {"a comma ends it", "1,2", "n1 , n2"},
-      {"a closing curly ends it", "1}", "n1 }"},
-      {"a closing bracket ends it", "1]", "n1 ]"},
-      {"blanks end it", "1 2\t3\n4\r5", "n1 n2 n3 n4 n5"},
-      {"form feed does not end it", "1\f2", "n1"},
+      {"an opening bracket belongs to the number", "1[2{3", "n1"},
+      {"a quote belongs to the number", "1\"a\"", "n1"},
+      {"a zero byte belongs to the number", "1\0002"s, "n1"},
+      {"a hexadecimal number is read as by strtod", "0x10", "n16"},
+      {"infinity is read as by strtod", "+inf", "ninf"},
+      {"a comma ends a number", "1,2", "n1 , n2"},
+      {"a closing curly bracket ends a number", "1}", "n1 }"},
+      {"a closing square bracket ends a number", "1]", "n1 ]"},
+      {"whitespace ends a number", "1 2\t3\n4\r5", "n1 n2 n3 n4 n5"},
+      {"a form feed does not end a number", "1\f2", "n1"},
       {"keywords", "null true false", "null true false"},
       {"keywords at the end of the text", "true", "true"},
       {"case matters", "True NULL False", "name(True) name(NULL) name(False)"},
       {"a longer word is a name", "nulls truefalse", "name(nulls) name(truefalse)"},
-      {"names hold points and underscores", "a.b_c. Z", "name(a.b_c.) name(Z)"},
+      {"names may contain points and underscores", "a.b_c. Z", "name(a.b_c.) name(Z)"},
       {"digits end a word", "a1", "name(a) n1"},
-      {"a mark ends a word", "a:b", "name(a) : name(b)"},
+      {"a colon ends a word", "a:b", "name(a) : name(b)"},
       {"a quote ends a word", "a\"b\"", "name(a) \"b\""},
   };
   for (const Case& c : cases) {
@@ -140,7 +141,7 @@ TEST(JsonScanner, Tokens) {
   }
 }
 
-TEST(JsonScanner, Escapes) {
+TEST(JsonScanner, UnescapesStrings) {
   struct Case {
     const char* between;
     const char* text;
@@ -179,7 +180,7 @@ TEST(JsonScanner, UnescapingAppendsAndDropsABackslashAtTheEnd) {
   EXPECT_EQ(text, "before a\tb");
 }
 
-TEST(JsonScanner, ALongTextIsDeliveredWhole) {
+TEST(JsonScanner, LongTokenIsDeliveredWhole) {
   const std::string text(100000, 'x');
   EXPECT_EQ(tokensOf("\"" + text + "\""), "\"" + text + "\"");
   EXPECT_EQ(tokensOf(text), "name(" + text + ")");

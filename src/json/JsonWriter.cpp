@@ -15,7 +15,8 @@ constexpr EscapeTable escapes = makeEscapes();
 
 // ---- Output ----
 
-// Gathers what is written and appends it to the text a piece at a time.
+// Buffers what is written and appends it to the text in pieces. Without the buffer, printing a request or an array of
+// integers ("print request", "print integers" in bench/json_libraries) takes twice as many instructions.
 class Output {
  public:
   explicit Output(std::string& text) : text_(text) {}
@@ -92,7 +93,7 @@ const Brackets& bracketsOf(const Container& container) {
   return container.kind() == JsonKind::object ? curlyBrackets : squareBrackets;
 }
 
-// A container that is being written.
+// A container that is being written, and the index of its next entry.
 struct Open {
   const Container* container;
   std::uint32_t next;
@@ -104,7 +105,7 @@ void addString(Output& output, std::string_view text) {
   output.add("\"");
 }
 
-// What stands before the next entry; gives its value.
+// Writes what precedes the next entry, and returns the value of that entry.
 const jsObject* startEntry(Output& output, Open& open) {
   const std::uint32_t at = open.next++;
   if (at != 0) output.add(", ");
@@ -133,7 +134,7 @@ void addScalar(Output& output, const jsObject* value) {
 
 bool isContainer(const jsObject* value) { return json::isObject(value) || json::isArray(value); }
 
-// The open containers are kept in a list of their own: a document may be nested deeper than the stack allows.
+// Keeps the open containers in a list instead of recursing: a document may be nested deeper than the stack allows.
 void addContainer(Output& output, const jsObject* value) {
   std::vector<Open> stack;
   const auto start = [&](const jsObject* started) {

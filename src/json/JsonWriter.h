@@ -1,15 +1,21 @@
-// JsonWriter: the text of a JSON value, in one line.
+// JsonWriter: writes a JSON value as one line of text.
 //
 //   std::string line;
 //   json::write(line, document.get());      // { "status":0, "list":[ 1, true ] }
 //
-// Every function appends to the caller's text and returns it; a null pointer and a value of another kind append
-// nothing. The spacing is part of the format that users and scripts see: "{ }" and "[ ]" when empty, one blank inside
-// the brackets, ", " between entries, none behind a colon. Members come in their stored order.
+// Each write function appends to the caller's text and returns it. For a null pointer or a value of another kind it
+// appends nothing.
 //
-// What reads back differently, each deliberate: backslashes and slashes are written as they are, member names are not
-// escaped, bytes of 128 and above become "?" one by one, control bytes without a short form become \u and four
-// upper-case digits. Nesting may be of any depth.
+// The spacing is part of the format that users and scripts rely on: an empty object is "{ }" and an empty array "[ ]".
+// Otherwise one space follows the opening bracket and one precedes the closing bracket, ", " separates the entries, and
+// no space follows a colon. Members are written in their stored order. Nesting may be arbitrarily deep.
+//
+// These are deliberate; because of them, some texts do not read back as the same value:
+// - Backslashes and slashes in strings are written unescaped.
+// - Member names are written unescaped.
+// - Each byte from 128 to 255 in a string becomes "?".
+// - A control byte without a short escape becomes \u and four upper-case hexadecimal digits.
+// - A number has at most six decimals.
 #pragma once
 
 #include <string>
@@ -19,19 +25,19 @@
 
 namespace json {
 
-// Any kind; a value without a kind appends nothing.
+// Writes a value of any kind. A value whose kind is invalid appends nothing.
 std::string& write(std::string& text, const jsObject* value);
 
 std::string& writeObject(std::string& text, const jsObject* object);
 std::string& writeArray(std::string& text, const jsObject* array);
 std::string& writeString(std::string& text, const jsObject* string);
-// Integral numbers (json::isIntegral) as "%d", all others as "%f": 3, 2.500000, -2.000000.
+// A number for which json::isIntegral is true is formatted as "%d", any other as "%f": 3, 2.500000, -2.000000.
 std::string& writeNumber(std::string& text, const jsObject* number);
 std::string& writeBoolean(std::string& text, const jsObject* boolean);
 std::string& writeNull(std::string& text, const jsObject* null);
 
-// Empties `list`, then adds one text for each element: a string's own text, without quotes and escapes; the JSON text
-// of anything else.
+// Clears `list`, then adds one text per element of the array: the text of a string without quotes and unescaped, the
+// JSON text of any other value.
 void arrayToStrings(std::vector<std::string>& list, const jsObject* array);
 
 }  // namespace json

@@ -40,12 +40,12 @@ TEST(JsonWriter, AppendsToTheTextAndReturnsIt) {
   EXPECT_EQ(text, "before [ ]");
 }
 
-TEST(JsonWriter, EmptyContainersHaveOneBlankInside) {
+TEST(JsonWriter, EmptyContainersHaveOneSpaceInside) {
   EXPECT_EQ(written(json::makeObject()), "{ }");
   EXPECT_EQ(written(json::makeArray()), "[ ]");
 }
 
-TEST(JsonWriter, ContainersNest) {
+TEST(JsonWriter, WritesNestedContainers) {
   jsObject* array = json::makeArray();
   json::append(array, json::makeArray());
   jsObject* record = json::appendObject(array);
@@ -56,14 +56,14 @@ TEST(JsonWriter, ContainersNest) {
   EXPECT_EQ(written(array), R"([ [ ], { "a":{ }, "b":[ 5 ] }, "x" ])");
 }
 
-TEST(JsonWriter, MembersComeInStoredOrderAfterARemoval) {
+TEST(JsonWriter, WritesMembersInStoredOrderAfterARemoval) {
   jsObject* object = json::makeObject();
   for (const char* name : {"a", "b", "c"}) json::setMember(object, name, json::makeNull());
   json::setMember(object, "a", nullptr);
   EXPECT_EQ(written(object), R"({ "c":null, "b":null })");
 }
 
-TEST(JsonWriter, AMemberNameMayBeLongerThanAnyPieceOfTheOutput) {
+TEST(JsonWriter, MemberNameMayBeLongerThanTheBuffer) {
   const std::string name(100'000, 'n');
   jsObject* object = json::makeObject();
   json::setMember(object, "first", json::makeBoolean(true));
@@ -77,7 +77,7 @@ TEST(JsonWriter, MemberNamesAreNotEscaped) {
   EXPECT_EQ(written(object), "{ \"a\"b\n\xC3\":false }");
 }
 
-TEST(JsonWriter, ScalarsByKind) {
+TEST(JsonWriter, WritesEachKindOfScalar) {
   EXPECT_EQ(written(json::makeNull()), "null");
   EXPECT_EQ(written(json::makeBoolean(true)), "true");
   EXPECT_EQ(written(json::makeBoolean(false)), "false");
@@ -85,13 +85,13 @@ TEST(JsonWriter, ScalarsByKind) {
   EXPECT_EQ(writtenText("lab"), "\"lab\"");
 }
 
-TEST(JsonWriter, ANullPointerAndAValueWithoutAKindAppendNothing) {
+TEST(JsonWriter, NullPointerAndInvalidKindAppendNothing) {
   std::string text;
   EXPECT_EQ(json::write(text, nullptr), "");
   EXPECT_EQ(written(json::makeOfKind(0)), "");
 }
 
-TEST(JsonWriter, AValueWithoutAKindLeavesAnEmptyPlace) {
+TEST(JsonWriter, ValueOfInvalidKindLeavesItsPlaceEmpty) {
   jsObject* array = json::makeArray();
   json::append(array, json::makeNumber(1));
   json::append(array, json::makeOfKind(0));
@@ -102,7 +102,7 @@ TEST(JsonWriter, AValueWithoutAKindLeavesAnEmptyPlace) {
   EXPECT_EQ(written(object), "{ \"a\": }");
 }
 
-TEST(JsonWriter, EveryByteHasItsText) {
+TEST(JsonWriter, WritesEveryByteOfAString) {
   const char* const below32[] = {"\\u0000", "\\u0001", "\\u0002", "\\u0003", "\\u0004", "\\u0005", "\\u0006",
                                  "\\u0007", "\\b",     "\\t",     "\\n",     "\\u000B", "\\u000C", "\\r",
                                  "\\u000E", "\\u000F", "\\u0010", "\\u0011", "\\u0012", "\\u0013", "\\u0014",
@@ -120,15 +120,17 @@ TEST(JsonWriter, EveryByteHasItsText) {
   }
 }
 
-TEST(JsonWriter, ATabANewlineAndByteOne) { EXPECT_EQ(writtenText("\t\n\x01"), R"("\t\n\u0001")"); }
+TEST(JsonWriter, WritesTabNewlineAndByteOneAsEscapes) { EXPECT_EQ(writtenText("\t\n\x01"), R"("\t\n\u0001")"); }
 
-TEST(JsonWriter, BackslashAndSlashAreWrittenAsTheyAre) { EXPECT_EQ(writtenText(R"(a\b/c)"), R"("a\b/c")"); }
+TEST(JsonWriter, BackslashAndSlashAreNotEscaped) { EXPECT_EQ(writtenText(R"(a\b/c)"), R"("a\b/c")"); }
 
-TEST(JsonWriter, EachByteOfALongCharacterIsAQuestionMark) { EXPECT_EQ(writtenText("\xE2\x82\xAC."), "\"???.\""); }
+TEST(JsonWriter, EachByteOfAMultibyteCharacterBecomesAQuestionMark) {
+  EXPECT_EQ(writtenText("\xE2\x82\xAC."), "\"???.\"");
+}
 
-TEST(JsonWriter, AZeroByteDoesNotEndAText) { EXPECT_EQ(writtenText("a\0b"s), R"("a\u0000b")"); }
+TEST(JsonWriter, ZeroByteDoesNotEndAString) { EXPECT_EQ(writtenText("a\0b"s), R"("a\u0000b")"); }
 
-TEST(JsonWriter, ATextOfAnyLengthIsWrittenWhole) {
+TEST(JsonWriter, StringOfAnyLengthIsWrittenWhole) {
   const struct {
     char byte;
     const char* written;
@@ -143,7 +145,7 @@ TEST(JsonWriter, ATextOfAnyLengthIsWrittenWhole) {
   }
 }
 
-TEST(JsonWriter, NumbersAreWholeOrHaveSixDecimals) {
+TEST(JsonWriter, NumbersAreIntegersOrHaveSixDecimals) {
   struct Case {
     double number;
     const char* text;
@@ -181,14 +183,14 @@ TEST(JsonWriter, NumbersAreWholeOrHaveSixDecimals) {
   for (const Case& c : cases) EXPECT_EQ(writtenNumber(c.number), c.text) << c.number;
 }
 
-TEST(JsonWriter, TheLargestNumberHasRoom) {
+TEST(JsonWriter, LargestNumberFitsIntoTheBuffer) {
   const std::string text = writtenNumber(-std::numeric_limits<double>::max());
   EXPECT_EQ(text.size(), 1u + 309u + 1u + 6u);
   EXPECT_EQ(text.substr(0, 18), "-17976931348623157");
   EXPECT_EQ(text.substr(text.size() - 8), "8.000000");
 }
 
-TEST(JsonWriter, NumbersAgreeWithTheSystemsFormatting) {
+TEST(JsonWriter, NumbersAreFormattedAsBySnprintf) {
   std::mt19937_64 random(7);
   for (int round = 0; round < 20000; ++round) {
     const double scale = std::pow(10.0, static_cast<double>(random() % 24) - 8);
@@ -205,7 +207,7 @@ TEST(JsonWriter, NumbersAgreeWithTheSystemsFormatting) {
   }
 }
 
-TEST(JsonWriter, EachKindCanBeWrittenByItselfAndTakesNoOther) {
+TEST(JsonWriter, FunctionForOneKindWritesNoOtherKind) {
   using Writer = std::string& (*)(std::string&, const jsObject*);
   const Writer writers[] = {json::writeNull,   json::writeBoolean, json::writeNumber,
                             json::writeString, json::writeArray,   json::writeObject};
@@ -222,7 +224,7 @@ TEST(JsonWriter, EachKindCanBeWrittenByItselfAndTakesNoOther) {
   }
 }
 
-TEST(JsonWriter, WritesTreesOfAnyDepth) {
+TEST(JsonWriter, WritesDeepTrees) {
   constexpr std::size_t depth = 200000;
   jsObject* tree = json::makeArray();
   for (std::size_t level = 1; level < depth; ++level) {
@@ -240,7 +242,7 @@ TEST(JsonWriter, WritesTreesOfAnyDepth) {
   EXPECT_EQ(text.size(), 3 + depth / 2 * 8 + (depth / 2 - 1) * 4);
 }
 
-TEST(JsonWriter, ArrayToStringsGivesTextsAsTheyAreAndTheRestAsJson) {
+TEST(JsonWriter, ArrayToStringsKeepsStringsAndWritesOtherKindsAsJson) {
   ScopedJson array(json::makeArray());
   json::append(array.get(), json::makeString("a\"b\n\xC3\0"s));
   json::append(array.get(), json::makeString(""));
@@ -254,7 +256,7 @@ TEST(JsonWriter, ArrayToStringsGivesTextsAsTheyAreAndTheRestAsJson) {
   EXPECT_EQ(list, (std::vector<std::string>{"a\"b\n\xC3\0"s, "", "2.500000", "null", "[ ]", "", "{ \"k\":\"v\" }"}));
 }
 
-TEST(JsonWriter, ArrayToStringsEmptiesTheListForWhatIsNoArray) {
+TEST(JsonWriter, ArrayToStringsClearsTheListForANullPointer) {
   std::vector<std::string> list = {"old"};
   json::arrayToStrings(list, nullptr);
   EXPECT_TRUE(list.empty());

@@ -11,8 +11,8 @@ void MemberIndex::add(std::string_view name, std::size_t position) {
   ++used_;
 }
 
-// Closes the gap: whatever lies behind the freed slot and belongs at or before it moves up, so that no search ends
-// early.
+// A free slot ends a search. So each later slot of the same run moves into the gap, unless that would put it before its
+// home slot.
 void MemberIndex::remove(std::string_view name, std::size_t position) {
   std::size_t gap = slotOf(name, position);
   for (std::size_t at = after(gap); !slots_[at].isFree(); at = after(at)) {

@@ -13,7 +13,7 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-constexpr std::uint32_t homes = 64;  // of an index as it begins
+constexpr std::uint32_t slots = 64;  // the number of slots of a new index
 
 std::uint32_t hashOf(const std::string& name) {
   return static_cast<std::uint32_t>(std::hash<std::string_view>()(name));
@@ -21,15 +21,15 @@ std::uint32_t hashOf(const std::string& name) {
 
 std::string nameOf(std::uint32_t number) { return "member " + std::to_string(number); }
 
-// A name that begins its search at that place of an index as it begins; `which` tells apart several.
+// A name whose home slot in a new index is `home`. Different values of `which` give different names.
 std::string nameAtHome(std::uint32_t home, int which = 0) {
   for (std::uint32_t number = 0;; ++number) {
-    if (hashOf(nameOf(number)) % homes == home && which-- == 0) return nameOf(number);
+    if (hashOf(nameOf(number)) % slots == home && which-- == 0) return nameOf(number);
   }
 }
 
-// Two names of one hash. Of some hundred thousand there is more than one such pair.
-std::pair<std::string, std::string> namesOfOneHash() {
+// Two names with the same 32-bit hash. Some hundred thousand names contain more than one such pair.
+std::pair<std::string, std::string> namesWithTheSameHash() {
   std::unordered_map<std::uint32_t, std::uint32_t> numbers;
   for (std::uint32_t number = 0;; ++number) {
     const auto [place, isNew] = numbers.emplace(hashOf(nameOf(number)), number);
@@ -47,10 +47,10 @@ MemberIndex indexOf(const Names& names) {
   return index;
 }
 
-TEST(MemberIndex, AnIndexWithoutNamesFindsNone) { EXPECT_EQ(found(MemberIndex(), {}, "a"), MemberIndex::none); }
+TEST(MemberIndex, EmptyIndexFindsNothing) { EXPECT_EQ(found(MemberIndex(), {}, "a"), MemberIndex::none); }
 
-TEST(MemberIndex, NamesOfOneHashAreToldApartByTheCaller) {
-  const auto [one, other] = namesOfOneHash();
+TEST(MemberIndex, FindsEachOfTwoNamesWithTheSameHash) {
+  const auto [one, other] = namesWithTheSameHash();
   ASSERT_NE(one, other);
   const Names names = {one, other};
   MemberIndex index;
@@ -61,8 +61,8 @@ TEST(MemberIndex, NamesOfOneHashAreToldApartByTheCaller) {
   EXPECT_EQ(found(index, names, other), 1u);
 }
 
-TEST(MemberIndex, OfTwoNamesOfOneHashTheOneAtThePositionIsRemovedOrMoved) {
-  const auto [one, other] = namesOfOneHash();
+TEST(MemberIndex, RemoveAndMoveChangeTheRightOneOfTwoNamesWithTheSameHash) {
+  const auto [one, other] = namesWithTheSameHash();
   const Names names = {one, other, other};
   MemberIndex index = indexOf({one, other});
   index.move(other, 1, 2);
@@ -73,7 +73,7 @@ TEST(MemberIndex, OfTwoNamesOfOneHashTheOneAtThePositionIsRemovedOrMoved) {
   EXPECT_EQ(found(index, names, other), 2u);
 }
 
-TEST(MemberIndex, TheCallerIsAskedForNamesOfThatHashAlone) {
+TEST(MemberIndex, FindComparesOnlyNamesWithTheSameHash) {
   const Names names = {nameAtHome(5, 0), nameAtHome(5, 1), nameAtHome(6, 0)};
   const MemberIndex index = indexOf(names);
   std::vector<std::size_t> asked;
@@ -84,21 +84,22 @@ TEST(MemberIndex, TheCallerIsAskedForNamesOfThatHashAlone) {
   EXPECT_EQ(asked, std::vector<std::size_t>{1});
 }
 
-// Two crowds of names that push each other on, one across the end of the slots to the first ones.
-TEST(MemberIndex, NamesThatPushEachOtherOnAreFoundWhateverTheOrderOfRemovals) {
-  for (const std::uint32_t first : {10u, homes - 2}) {
-    const auto home = [&](std::uint32_t behind) { return (first + behind) % homes; };
+// Six names whose home slots are taken by each other: once in the middle of the table, and once at its end, where the
+// names continue in the first slots.
+TEST(MemberIndex, CollidingNamesAreFoundAfterRemovalsInAnyOrder) {
+  for (const std::uint32_t first : {10u, slots - 2}) {
+    const auto home = [&](std::uint32_t offset) { return (first + offset) % slots; };
     const Names names = {nameAtHome(home(0), 0), nameAtHome(home(1), 0), nameAtHome(home(0), 1),
                          nameAtHome(home(1), 1), nameAtHome(home(3), 0), nameAtHome(home(0), 2)};
     std::vector<std::size_t> order = {0, 1, 2, 3, 4, 5};
     do {
       MemberIndex index = indexOf(names);
-      std::vector<bool> isThere(names.size(), true);
+      std::vector<bool> isPresent(names.size(), true);
       for (const std::size_t removed : order) {
         index.remove(names[removed], removed);
-        isThere[removed] = false;
+        isPresent[removed] = false;
         for (std::size_t at = 0; at < names.size(); ++at) {
-          ASSERT_EQ(found(index, names, names[at]), isThere[at] ? at : MemberIndex::none)
+          ASSERT_EQ(found(index, names, names[at]), isPresent[at] ? at : MemberIndex::none)
               << at << " after the removal of " << removed << " from " << first << testing::PrintToString(order);
         }
       }
@@ -106,7 +107,7 @@ TEST(MemberIndex, NamesThatPushEachOtherOnAreFoundWhateverTheOrderOfRemovals) {
   }
 }
 
-TEST(MemberIndex, ANameThatWasRemovedMayComeBackElsewhere) {
+TEST(MemberIndex, RemovedNameMayBeAddedAtAnotherPosition) {
   Names names = {"a", "b", "a"};
   MemberIndex index = indexOf({"a", "b"});
   index.remove("a", 0);
@@ -116,7 +117,7 @@ TEST(MemberIndex, ANameThatWasRemovedMayComeBackElsewhere) {
   EXPECT_EQ(found(index, names, "b"), 1u);
 }
 
-TEST(MemberIndex, EveryNameIsFoundWhileTheIndexGrowsAndWhileItEmpties) {
+TEST(MemberIndex, EveryNameIsFoundWhileTheIndexGrowsAndShrinks) {
   Names names;
   MemberIndex index;
   for (std::uint32_t number = 0; number < 600; ++number) {
@@ -137,7 +138,7 @@ std::size_t bytesInUse() {
   return info.uordblks + info.hblkhd;
 }
 
-TEST(MemberIndex, NamesThatComeAndGoForEverAreFoundAndTakeNoMoreMemory) {
+TEST(MemberIndex, RepeatedAddAndRemoveTakesNoMoreMemory) {
   Names names(2);
   MemberIndex index;
   index.add("first", 2);

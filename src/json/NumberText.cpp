@@ -35,11 +35,11 @@ constexpr std::uint64_t powersOfTen[] = {1,
                                          100000000000000000,
                                          1000000000000000000,
                                          10000000000000000000U};
-constexpr std::size_t mostDigits = 19;  // any whole number of so many digits has 64 bits
+constexpr std::size_t mostDigits = 19;  // every whole number with this many digits fits into 64 bits
 constexpr int doubleBits = DBL_MANT_DIG;
 constexpr std::uint64_t million = 1000000;  // "%f" has six decimals
 
-// Whether a double holds the number exactly. All powers of ten up to 22 are such numbers as well.
+// Returns true if a double represents the number exactly. It also represents every power of ten up to 10^22 exactly.
 bool isExact(std::uint64_t whole) { return whole >> doubleBits == 0; }
 
 // A double is (hidden bit + fraction) * 2^(exponent - bias - fraction bits), its sign and exponent above the fraction.
@@ -59,33 +59,36 @@ double powerOfTwo(int exponent) {
   return power;
 }
 
-// The nearest double to whole / divisor. Both are moved left as far as they go, so that the quotient has 62 or 63 bits
-// and takes one division; it is rounded once, by its conversion, its last bit telling of a rest.
+// Sets `number` to the double nearest to whole / divisor. Both are shifted left until their highest bit is set, so that
+// one division gives a quotient of 62 or 63 bits. The lowest bit of the quotient is sticky: it is set if there is a
+// remainder. So the conversion to double rounds once, and correctly.
 bool divide(std::uint64_t whole, std::uint64_t divisor, double& number) {
   const int wholeShift = __builtin_clzll(whole);
   const int divisorShift = __builtin_clzll(divisor);
   const Wide dividend = static_cast<Wide>(whole << wholeShift) << 62;
   const std::uint64_t aligned = divisor << divisorShift;
   const auto quotient = static_cast<std::uint64_t>(dividend / aligned);
-  const bool rest = quotient * aligned != static_cast<std::uint64_t>(dividend);
-  number = static_cast<double>(static_cast<std::int64_t>(quotient | (rest ? 1 : 0))) *
+  const bool hasRemainder = quotient * aligned != static_cast<std::uint64_t>(dividend);
+  number = static_cast<double>(static_cast<std::int64_t>(quotient | (hasRemainder ? 1 : 0))) *
            powerOfTwo(divisorShift - wholeShift - 62);
   return true;
 }
 
-// |number| times a million as a whole number, rounded as "%f" rounds: to the nearest, halves to even.
+// Sets `rounded` to |number| times a million, rounded as "%f" rounds: to the nearest whole number, halves to even.
+// Returns false if the number is outside the range of this fast path.
 bool millionths(double number, std::uint64_t& rounded) {
   std::uint64_t bits = 0;
   std::memcpy(&bits, &number, sizeof bits);
   const int shift = exponentBias + fractionBits - static_cast<int>(bits >> fractionBits & exponentMask);
-  // Below 2^40, so that the result has 64 bits; above 2^-60, what lies below being all zeros in six decimals, but rare.
+  // Below 2^40, so that the result fits into 64 bits. Above 2^-60, so that the shift stays in range; smaller numbers
+  // are rare.
   if (shift <= fractionBits - 40 || shift > fractionBits + 60) return false;
   const std::uint64_t significand = (bits & (hiddenBit - 1)) | hiddenBit;
   const Wide scaled = static_cast<Wide>(significand) * million;
   const Wide half = static_cast<Wide>(1) << (shift - 1);
-  const Wide rest = scaled & (half + (half - 1));
+  const Wide remainder = scaled & (half + (half - 1));
   rounded = static_cast<std::uint64_t>(scaled >> shift);
-  if (rest > half || (rest == half && rounded % 2 != 0)) ++rounded;
+  if (remainder > half || (remainder == half && rounded % 2 != 0)) ++rounded;
   return true;
 }
 #else
@@ -93,8 +96,8 @@ bool divide(std::uint64_t, std::uint64_t, double&) { return false; }
 bool millionths(double, std::uint64_t&) { return false; }
 #endif
 
-// The nearest double to whole / 10^power. One division of two exact numbers rounds once, where the processor does not
-// compute with more bits than it stores.
+// Sets `number` to the double nearest to whole / 10^power. If both are exact as doubles, one division of doubles is
+// enough: it rounds once, unless the processor computes with more bits than a double has.
 bool scaleDown(std::uint64_t whole, std::size_t power, double& number) {
   number = static_cast<double>(whole);
   if (power == 0 || whole == 0) return true;
@@ -103,14 +106,14 @@ bool scaleDown(std::uint64_t whole, std::size_t power, double& number) {
   return true;
 }
 
-// The two digits of a number below 100.
+// Writes the two digits of a number below 100.
 char* writePair(char* at, std::uint32_t number) {
   *at++ = static_cast<char>('0' + number / 10);
   *at++ = static_cast<char>('0' + number % 10);
   return at;
 }
 
-// How many decimal digits a number has: 1233 / 4096 is little more than the logarithm of 2.
+// The number of decimal digits, from the number of bits: 1233 / 4096 is slightly more than log10(2).
 std::size_t lengthOf(std::uint32_t number) {
   number |= 1;  // 0 has a digit too
   const auto bits = static_cast<std::size_t>(32 - __builtin_clz(number));
@@ -118,8 +121,9 @@ std::size_t lengthOf(std::uint32_t number) {
   return length + (number >= powersOfTen[length] ? 1 : 0);
 }
 
-// The eight digits of a number below 10^8, the first one in the lowest byte: halves of four digits, then of two, then
-// of one, each division being a multiplication that is exact in its range.
+// The eight digits of a number below 10^8 as ASCII, the first digit in the lowest byte. The number is split into two
+// parts of four digits, each of those into two of two digits, and each of those into single digits. Each division is a
+// multiplication and a shift, which is exact for numbers of that size.
 std::uint64_t digitsOf(std::uint32_t number) {
   const std::uint64_t fours = number / 10000 | static_cast<std::uint64_t>(number % 10000) << 32;
   const std::uint64_t hundreds = (fours * 5243 >> 19) & 0x0000007f0000007f;
@@ -128,7 +132,7 @@ std::uint64_t digitsOf(std::uint32_t number) {
   return (tens | (twos - 10 * tens) << 8) + 0x3030303030303030;
 }
 
-// The last `length` of eight digits.
+// Writes the last `length` of eight digits.
 char* writeWord(char* at, std::uint64_t digits, std::size_t length) {
   digits >>= 8 * (8 - length);
 #if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
@@ -138,7 +142,8 @@ char* writeWord(char* at, std::uint64_t digits, std::size_t length) {
   return at + length;
 }
 
-// Gives the first byte that is no digit. Too many digits run over, which does no harm: they are counted afterwards.
+// Returns a pointer to the first byte that is not a digit. `whole` overflows if there are too many digits; the caller
+// counts the digits and then discards it.
 const char* readDigits(const char* at, const char* end, std::uint64_t& whole) {
   for (; at != end && StringUtils::isDigit(*at); ++at) whole = whole * 10 + static_cast<std::uint64_t>(*at - '0');
   return at;
@@ -152,7 +157,7 @@ double numberIn(std::string_view text) {
   double number = 0;
   const char* end = text.data() + text.size();
   if (readPlainNumber(text.data(), end, number) == end) return number;
-  return std::strtod(std::string(text).c_str(), nullptr);  // strtod wants a zero byte behind the number
+  return std::strtod(std::string(text).c_str(), nullptr);  // strtod() needs a zero byte after the number
 }
 
 const char* readPlainNumber(const char* at, const char* end, double& number) {
@@ -174,8 +179,8 @@ const char* readPlainNumber(const char* at, const char* end, double& number) {
   return at;
 }
 
-// All digits are made at once in one word, of which the last ones are taken: the length of a number is hard to foresee
-// for a processor, so that no branch depends on it.
+// Computes eight digits at once in one word and keeps the last ones. No branch depends on the length of the number,
+// because the processor cannot predict it in a list of different numbers.
 char* writeInteger(char* at, std::uint32_t number) {
   constexpr std::uint32_t wordEnd = 100000000;
   const std::size_t length = lengthOf(number);

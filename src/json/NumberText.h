@@ -1,10 +1,15 @@
-// NumberText: numbers to text and back, with the results of the C library, quicker for what is common.
+// NumberText: converts numbers to text and back with the results of the C library, but faster for common numbers.
 //
-//   double half = json::numberIn("0.5abc");     // as strtod: 0.5
+//   double half = json::numberIn("0.5abc");     // like strtod: 0.5
 //   char text[json::mostFixedBytes];
-//   char* end = json::writeFixed(text, half);   // as "%f": 0.500000
+//   char* end = json::writeFixed(text, half);   // like "%f": 0.500000
 //
-// The results are those of the C library to the last bit and digit; what has no short road goes to it.
+// Every result equals that of the C library to the last bit and digit. Numbers without a fast path are passed to it.
+//
+// Earns, in bench/json_libraries, measured as our speed divided by that of another library:
+// - readPlainNumber: "parse doubles" is 3.7 to 5.3 times as fast as cJSON; with strtod 0.87 times.
+// - writeFixed: "print doubles" is 1.7 times as fast as nlohmann; with snprintf 0.22 times.
+// - writeInteger: "print integers" is 1.1 times as fast as nlohmann; with std::to_chars 0.86 times.
 #pragma once
 
 #include <cstddef>
@@ -13,22 +18,23 @@
 
 namespace json {
 
-// What strtod makes of the text.
+// Returns what strtod() returns for the text.
 double numberIn(std::string_view text);
 
-// The short road of numberIn: an optional minus, digits, and a point among them. Gives the end of what it has read, or
-// null when there is no number of this plain form or it has too many digits; also when it has a point and the processor
-// can neither divide doubles with one rounding nor has integers of 128 bits. Whether the number ends there, is for the
-// caller to see: "1e5" stops before the "e".
+// The fast path of numberIn. Reads an optional minus sign and up to 19 digits with an optional decimal point, and
+// returns the end of what it has read. It does not check what follows: for "1e5" it returns the position of the "e",
+// and the caller must decide whether the number ends there. Returns null if the text starts differently or has more
+// digits. Also returns null for a number with decimals on a machine that has no 128-bit integers and rounds a division
+// of doubles twice.
 const char* readPlainNumber(const char* at, const char* end, double& number);
 
-// Write a number at `at`, without a zero byte, and give the place behind it. The bytes behind that, up to the most, may
-// be written too.
+// These write a number to `at` without a zero byte and return the end of the text. The buffer must have the size given
+// by the constant, because bytes after the end may be overwritten too.
 constexpr std::size_t mostIntegerBytes = 10;
 char* writeInteger(char* at, std::uint32_t number);
 
-// As "%f" formats it.
-constexpr std::size_t mostFixedBytes = 330;  // a sign, 309 digits, a point, six digits, with some to spare
+// Writes the number as "%f" formats it.
+constexpr std::size_t mostFixedBytes = 330;  // a sign, 309 digits, a point and six digits, rounded up
 char* writeFixed(char* at, double number);
 
 }  // namespace json

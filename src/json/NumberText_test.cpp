@@ -25,13 +25,13 @@ std::uint64_t bitsOf(double number) {
   return bits;
 }
 
-// ---- Texts to numbers: what strtod says, bit by bit ----
+// ---- Texts to numbers: the same bits as by strtod ----
 
-void expectReadAsTheSystemDoes(const std::string& text) {
+void expectReadAsByStrtod(const std::string& text) {
   ASSERT_EQ(bitsOf(json::numberIn(text)), bitsOf(std::strtod(text.c_str(), nullptr))) << text;
 }
 
-TEST(NumberText, EdgesAreReadAsStrtodReadsThem) {
+TEST(NumberText, EdgeCasesAreReadAsByStrtod) {
   for (const char* text : {"0",
                            "-0",
                            "+0",
@@ -82,11 +82,11 @@ TEST(NumberText, EdgesAreReadAsStrtodReadsThem) {
                            "1 2",
                            "1,5",
                            "1.2.3"}) {
-    expectReadAsTheSystemDoes(text);
+    expectReadAsByStrtod(text);
   }
 }
 
-TEST(NumberText, RandomDecimalsAreReadAsStrtodReadsThem) {
+TEST(NumberText, RandomDecimalsAreReadAsByStrtod) {
   std::mt19937_64 random(3);
   for (int round = 0; round < 40000; ++round) {
     const int digits = static_cast<int>(random() % 21) + 1;
@@ -96,28 +96,28 @@ TEST(NumberText, RandomDecimalsAreReadAsStrtodReadsThem) {
       if (at == point) text += '.';
       text += static_cast<char>('0' + random() % 10);
     }
-    expectReadAsTheSystemDoes(text);
+    expectReadAsByStrtod(text);
   }
 }
 
-TEST(NumberText, DecimalsNextToTheMiddleOfTwoDoublesAreReadAsStrtodReadsThem) {
+TEST(NumberText, DecimalsHalfwayBetweenTwoDoublesAreReadAsByStrtod) {
   std::mt19937_64 random(5);
   for (int round = 0; round < 4000; ++round) {
     const double number = static_cast<double>(random() % (1ULL << 53)) / static_cast<double>(1ULL << (random() % 54));
     char text[64];
     for (int precision : {15, 16, 17, 18, 19}) {
       std::snprintf(text, sizeof text, "%.*g", precision, (number + std::nextafter(number, 1e300)) / 2);
-      expectReadAsTheSystemDoes(text);
+      expectReadAsByStrtod(text);
       std::snprintf(text, sizeof text, "%.*f", precision - 1, std::fmod(number, 10));
-      expectReadAsTheSystemDoes(text);
+      expectReadAsByStrtod(text);
     }
   }
 }
 
-TEST(NumberText, ThePlainFormEndsBeforeWhateverIsNoDigit) {
+TEST(NumberText, FastPathStopsAtTheFirstByteThatIsNoDigit) {
   struct Case {
     const char* text;
-    int end;  // -1: not plain
+    int end;  // -1 if the fast path cannot read it
     double number;
   };
   const Case cases[] = {{"12,", 2, 12},
@@ -152,16 +152,16 @@ TEST(NumberText, ThePlainFormEndsBeforeWhateverIsNoDigit) {
   }
 }
 
-// ---- Numbers to texts: what "%f" gives, digit by digit ----
+// ---- Numbers to texts: the same digits as by "%f" ----
 
-void expectWrittenAsTheSystemDoes(double number) {
+void expectWrittenAsBySnprintf(double number) {
   char expected[500];
   std::snprintf(expected, sizeof expected, "%f", number);
   char text[json::mostFixedBytes];
   ASSERT_EQ(std::string_view(text, static_cast<std::size_t>(json::writeFixed(text, number) - text)), expected);
 }
 
-TEST(NumberText, EdgesAreWrittenAsFixedFormat) {
+TEST(NumberText, EdgeCasesAreWrittenAsBySnprintf) {
   using limits = std::numeric_limits<double>;
   for (double number : {0.0,
                         0.5,
@@ -189,33 +189,33 @@ TEST(NumberText, EdgesAreWrittenAsFixedFormat) {
                         999999.9999995,
                         0.9999995,
                         0.99999949999999}) {
-    expectWrittenAsTheSystemDoes(number);
-    expectWrittenAsTheSystemDoes(-number);
+    expectWrittenAsBySnprintf(number);
+    expectWrittenAsBySnprintf(-number);
   }
   for (double number : {limits::max(), limits::min(), limits::denorm_min(), limits::infinity(), limits::epsilon()}) {
-    expectWrittenAsTheSystemDoes(number);
-    expectWrittenAsTheSystemDoes(-number);
+    expectWrittenAsBySnprintf(number);
+    expectWrittenAsBySnprintf(-number);
   }
-  expectWrittenAsTheSystemDoes(std::nan(""));
+  expectWrittenAsBySnprintf(std::nan(""));
 }
 
-TEST(NumberText, HalvesAreRoundedToEven) {
+TEST(NumberText, HalvesAreRoundedToEvenAsBySnprintf) {
   for (int numerator = 1; numerator < 2000; ++numerator) {
-    for (double power : {128.0, 256.0, 65536.0, 1048576.0}) expectWrittenAsTheSystemDoes(numerator / power);
+    for (double power : {128.0, 256.0, 65536.0, 1048576.0}) expectWrittenAsBySnprintf(numerator / power);
   }
 }
 
-TEST(NumberText, RandomNumbersAreWrittenAsFixedFormat) {
+TEST(NumberText, RandomNumbersAreWrittenAsBySnprintf) {
   std::mt19937_64 random(11);
   for (int round = 0; round < 20000; ++round) {
-    expectWrittenAsTheSystemDoes(doubleOf(random()));
+    expectWrittenAsBySnprintf(doubleOf(random()));
     const std::uint64_t exponent = 1023 - 70 + random() % 120;
-    expectWrittenAsTheSystemDoes(doubleOf((random() >> 12) | (exponent << 52) | (random() & (1ULL << 63))));
-    expectWrittenAsTheSystemDoes(static_cast<double>(random() % 1000000000) / 1000.0);
+    expectWrittenAsBySnprintf(doubleOf((random() >> 12) | (exponent << 52) | (random() & (1ULL << 63))));
+    expectWrittenAsBySnprintf(static_cast<double>(random() % 1000000000) / 1000.0);
   }
 }
 
-TEST(NumberText, EveryLengthOfIntegerIsWrittenInDecimals) {
+TEST(NumberText, IntegersOfEveryLengthAreWrittenInDecimal) {
   const auto expectWritten = [](std::uint32_t number) {
     char text[json::mostFixedBytes];
     const auto size = static_cast<std::size_t>(json::writeInteger(text, number) - text);
@@ -231,16 +231,16 @@ TEST(NumberText, EveryLengthOfIntegerIsWrittenInDecimals) {
   for (int round = 0; round < 100000; ++round) expectWritten(static_cast<std::uint32_t>(random() >> random() % 32));
 }
 
-// Numbers as programs hold them: with few decimals, and next to the middle between two texts.
-TEST(NumberText, AMillionNumbersAreWrittenAsFixedFormat) {
+// Numbers that are common in programs: with three decimals, and close to the middle between two six-decimal texts.
+TEST(NumberText, AMillionNumbersAreWrittenAsBySnprintf) {
   std::mt19937_64 random(17);
   for (int round = 0; round < 250000; ++round) {
     const double thousandths = static_cast<double>(random() % 1000000000000) / 1000;
     const double middle = (static_cast<double>(random() >> random() % 44 >> 20) + 0.5) / 1000000;
-    expectWrittenAsTheSystemDoes(thousandths);
-    expectWrittenAsTheSystemDoes(middle);
-    expectWrittenAsTheSystemDoes(std::nextafter(middle, 0));
-    expectWrittenAsTheSystemDoes(-std::nextafter(middle, 1e300));
+    expectWrittenAsBySnprintf(thousandths);
+    expectWrittenAsBySnprintf(middle);
+    expectWrittenAsBySnprintf(std::nextafter(middle, 0));
+    expectWrittenAsBySnprintf(-std::nextafter(middle, 1e300));
   }
 }
 

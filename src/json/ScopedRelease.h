@@ -1,12 +1,12 @@
-// ScopedRelease: holds one pointer that it owns, and how a thing of its type is let go.
+// ScopedRelease: a guard that owns one pointer and releases it at the end of the scope.
 //
 //   ScopedPtr<parserinfo> inner(new parserinfo);   // deleted at the end of the scope
-//   inner.reset(new parserinfo);                   // the first one is deleted now
-//   return inner.take();                           // now it is the caller's
+//   inner.reset(new parserinfo);                   // deletes the first one now
+//   return inner.take();                           // the caller owns it now
 //
-// A guard for another kind of ownership derives from ScopedRelease, says in `release` how a pointer is let go, and
-// calls reset() in its destructor (ScopedJson in JsonModel.h is one). `release` is never called with a null pointer.
-// Guards are neither copied nor moved.
+// ScopedPtr deletes what it owns. A guard that releases in another way derives from ScopedRelease, implements
+// `release`, and calls reset() in its own destructor; ScopedJson in JsonModel.h is an example. `release` is never
+// called with a null pointer. Guards cannot be copied or moved.
 #pragma once
 
 template <class T>
@@ -22,14 +22,14 @@ class ScopedRelease {
   T& operator*() const { return *held_; }
   explicit operator bool() const { return held_ != nullptr; }
 
-  // Gives the pointer to the caller, who owns it from now on; the guard holds null.
+  // Hands the pointer over to the caller, who owns it from now on. The guard then holds null.
   [[nodiscard]] T* take() {
     T* taken = held_;
     held_ = nullptr;
     return taken;
   }
 
-  // Lets go what is held and holds `owned` instead. The pointer already held stays held.
+  // Releases the current pointer and owns `owned` instead. Does nothing if `owned` is the current pointer.
   void reset(T* owned = nullptr) {
     if (owned == held_) return;
     T* old = held_;
@@ -44,7 +44,7 @@ class ScopedRelease {
   T* held_;
 };
 
-// The guard of things made with `new`.
+// The guard for objects allocated with `new`.
 template <class T>
 class ScopedPtr final : public ScopedRelease<T> {
  public:

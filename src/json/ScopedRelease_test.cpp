@@ -36,7 +36,7 @@ TEST(ScopedPtr, DeletesAtTheEndOfTheScope) {
   EXPECT_EQ(alive, 0);
 }
 
-TEST(ScopedPtr, HoldsNothingAtFirst) {
+TEST(ScopedPtr, IsNullByDefault) {
   ScopedPtr<Counted> guard;
   EXPECT_FALSE(guard);
   EXPECT_EQ(guard.get(), nullptr);
@@ -54,7 +54,7 @@ TEST(ScopedPtr, ResetDeletesTheOldOneAndKeepsTheNewOne) {
   EXPECT_EQ(guard.get(), nullptr);
 }
 
-TEST(ScopedPtr, TakeGivesThePointerAway) {
+TEST(ScopedPtr, TakeHandsOverTheOwnership) {
   int alive = 0;
   ScopedPtr<Counted> guard(new Counted(alive));
   Counted* taken = guard.take();
@@ -64,7 +64,7 @@ TEST(ScopedPtr, TakeGivesThePointerAway) {
   delete taken;
 }
 
-TEST(ScopedRelease, ReleasesInTheWayOfItsKindAndOnceOnly) {
+TEST(ScopedRelease, CallsReleaseOfTheDerivedClassOncePerPointer) {
   std::vector<int*> released;
   int one = 1;
   int two = 2;

@@ -13,7 +13,7 @@ constexpr std::size_t pieceSize = 4096;
 }  // namespace
 
 TokenPrinter::~TokenPrinter() {
-  (void)finish();  // whoever wants to know has called it before
+  (void)finish();  // a caller that needs the result has called finish() itself
 }
 
 bool TokenPrinter::finish() {
@@ -25,7 +25,7 @@ bool TokenPrinter::finish() {
 void TokenPrinter::print(std::string_view token) {
   unwritten_ += token;
   unwritten_ += ' ';
-  if (unwritten_.size() >= pieceSize) (void)finish();  // a failure is remembered
+  if (unwritten_.size() >= pieceSize) (void)finish();  // failed_ keeps a failure for the next call
 }
 
 void TokenPrinter::onError(std::string_view message) {
@@ -41,7 +41,7 @@ void TokenPrinter::onComma() { print(","); }
 void TokenPrinter::onColon() { print(":"); }
 
 void TokenPrinter::onNumber(double number) {
-  char digits[100];  // longer numbers are cut
+  char digits[100];  // a longer number is cut to 99 characters
   (void)std::snprintf(digits, sizeof digits, "%f", number);
   print(digits);
 }

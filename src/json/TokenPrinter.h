@@ -1,11 +1,12 @@
-// TokenPrinter: prints the tokens of a text to standard output, as the scanner delivers them. For diagnosis.
+// TokenPrinter: prints the tokens of a text to standard output, for diagnosis.
 //
 //   json::dumpTokens("{\"a\":1}");     // prints: { "a" : 1.000000 }
 //
-// One blank follows each token; there is no line end. Strings stand between double quotes, unescaped. An error is
-// "error: " and its message.
-// Output goes to descriptor 1 itself, a piece at a time and the rest in finish(): whoever has unwritten text in a stdio
-// stream over it flushes that first.
+// A space follows each token; no newline is printed. Strings are printed unescaped between double quotes. An error is
+// printed as "error: " and its message.
+//
+// The printer buffers its output and writes it to file descriptor 1 directly, not through stdio: whenever 4096 bytes
+// have gathered, and in finish(). A caller that has used stdout must call fflush(stdout) first.
 #pragma once
 
 #include <string>
@@ -19,7 +20,8 @@ class TokenPrinter final : public TokenReceiver {
   TokenPrinter(const TokenPrinter&) = delete;
   TokenPrinter& operator=(const TokenPrinter&) = delete;
 
-  // Writes what is left. False when anything could not be written; nothing is printed after the first such failure.
+  // Writes the buffered remainder. Returns false if this write or any earlier one failed. After a failed write nothing
+  // more is printed. The destructor calls finish() too, but cannot report a failure.
   bool finish();
 
   void onError(std::string_view message) override;
@@ -44,8 +46,8 @@ class TokenPrinter final : public TokenReceiver {
 
 namespace json {
 
-// Prints the tokens of a text. A negative length means up to the zero byte. True when there was a text and all of its
-// tokens were written.
+// Prints the tokens of `length` bytes. A negative length means that the text ends at its first zero byte. Returns true
+// if the text was neither null nor empty and all of its tokens were written.
 bool dumpTokens(const char* text, std::ptrdiff_t length = -1);
 
 }  // namespace json

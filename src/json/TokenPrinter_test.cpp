@@ -12,7 +12,7 @@ using namespace std::string_literals;
 
 namespace {
 
-// Puts another file in the place of standard output for a while.
+// Redirects standard output to another file during its lifetime.
 class OutputTo {
  public:
   explicit OutputTo(int descriptor) {
@@ -49,7 +49,7 @@ std::string dumpOf(std::string_view text) {
       [&] { EXPECT_TRUE(json::dumpTokens(text.data(), static_cast<std::ptrdiff_t>(text.size()))) << text; });
 }
 
-TEST(TokenPrinter, PrintsEachTokenAndABlank) {
+TEST(TokenPrinter, PrintsEachTokenAndASpace) {
   EXPECT_EQ(dumpOf("[{]},:"), "[ { ] } , : ");
   EXPECT_EQ(dumpOf("null true false name.x"), "null true false name.x ");
   EXPECT_EQ(dumpOf("3 -2.5 1e10"), "3.000000 -2.500000 10000000000.000000 ");
@@ -61,16 +61,16 @@ TEST(TokenPrinter, PrintsStringsUnescapedBetweenQuotes) {
   EXPECT_EQ(dumpOf("\"a\0b\xC3\""s), "\"a\0b\xC3\" "s);
 }
 
-TEST(TokenPrinter, PrintsErrors) { EXPECT_EQ(dumpOf("#1"), "error: scanner error 1.000000 "); }
+TEST(TokenPrinter, PrintsErrorMessages) { EXPECT_EQ(dumpOf("#1"), "error: scanner error 1.000000 "); }
 
-TEST(TokenPrinter, NoTextIsAFormat) { EXPECT_EQ(dumpOf("\"%s%n\" "), "\"%s%n\" "); }
+TEST(TokenPrinter, StringsAreNeverUsedAsAFormat) { EXPECT_EQ(dumpOf("\"%s%n\" "), "\"%s%n\" "); }
 
-TEST(TokenPrinter, PrintsNothingElse) {
+TEST(TokenPrinter, PrintsNothingForSpacesAndOpenStrings) {
   EXPECT_EQ(dumpOf(" "), "");
   EXPECT_EQ(dumpOf("\"open"), "");
 }
 
-TEST(TokenPrinter, ANullOrEmptyTextPrintsNothingAndFails) {
+TEST(TokenPrinter, NullOrEmptyTextPrintsNothingAndFails) {
   EXPECT_EQ(outputOf([] {
               EXPECT_FALSE(json::dumpTokens(nullptr));
               EXPECT_FALSE(json::dumpTokens(""));
@@ -79,11 +79,11 @@ TEST(TokenPrinter, ANullOrEmptyTextPrintsNothingAndFails) {
             "");
 }
 
-TEST(TokenPrinter, ANegativeLengthMeansUpToTheZeroByte) {
+TEST(TokenPrinter, NegativeLengthMeansUpToTheZeroByte) {
   EXPECT_EQ(outputOf([] { EXPECT_TRUE(json::dumpTokens("[1")); }), "[ 1.000000 ");
 }
 
-TEST(TokenPrinter, LongNumbersAreCutAt99Characters) {
+TEST(TokenPrinter, LongNumbersAreCutTo99Characters) {
   const std::string text = dumpOf("1e300");
   EXPECT_EQ(text.size(), 100u);
   EXPECT_EQ(text.substr(0, 16), "1000000000000000");
@@ -91,7 +91,7 @@ TEST(TokenPrinter, LongNumbersAreCutAt99Characters) {
   EXPECT_EQ(text.find('.'), std::string::npos);
 }
 
-TEST(TokenPrinter, LongOutputArrivesWholeAndInOrder) {
+TEST(TokenPrinter, LongOutputIsCompleteAndInOrder) {
   std::string text;
   std::string expected;
   for (int at = 0; at < 5000; ++at) {
@@ -101,8 +101,8 @@ TEST(TokenPrinter, LongOutputArrivesWholeAndInOrder) {
   EXPECT_EQ(dumpOf(text), expected);
 }
 
-// A document of any length takes no more memory than a piece.
-TEST(TokenPrinter, OutputIsWrittenAsSoonAsAPieceOf4096BytesIsThere) {
+// So the printer never needs more memory than for 4096 bytes and one token.
+TEST(TokenPrinter, OutputIsWrittenAsSoonAs4096BytesAreBuffered) {
   std::FILE* file = std::tmpfile();
   {
     OutputTo redirected(::fileno(file));
@@ -112,7 +112,7 @@ TEST(TokenPrinter, OutputIsWrittenAsSoonAsAPieceOf4096BytesIsThere) {
       EXPECT_EQ(::fstat(::fileno(file), &info), 0);
       return info.st_size;
     };
-    printer.onName(std::string(4094, 'x'));  // and a blank
+    printer.onName(std::string(4094, 'x'));  // 4095 bytes with the space
     EXPECT_EQ(written(), 0);
     printer.onName("");
     EXPECT_EQ(written(), 4096);
@@ -122,13 +122,14 @@ TEST(TokenPrinter, OutputIsWrittenAsSoonAsAPieceOf4096BytesIsThere) {
   std::fclose(file);
 }
 
-TEST(TokenPrinter, AShortWriteIsGoneOnWith) {
+TEST(TokenPrinter, ShortWriteIsContinued) {
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
-  const std::string longText(200000, 'x');  // more than a pipe holds
+  const std::string longText(200000, 'x');  // more than the capacity of a pipe
   {
     OutputTo redirected(ends[1]);
-    EXPECT_FALSE(json::dumpTokens(("\"" + longText + "\"").c_str())) << "the pipe is full after a part of it";
+    EXPECT_FALSE(json::dumpTokens(("\"" + longText + "\"").c_str()))
+        << "the pipe is full before all of the text is written";
   }
   std::string arrived(300000, '\0');
   const ssize_t size = ::read(ends[0], &arrived[0], arrived.size());
@@ -139,14 +140,14 @@ TEST(TokenPrinter, AShortWriteIsGoneOnWith) {
   ::close(ends[1]);
 }
 
-TEST(TokenPrinter, AFailedWriteIsReported) {
+TEST(TokenPrinter, FailedWriteIsReported) {
   const int full = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
   ASSERT_GE(full, 0);
   {
     OutputTo redirected(full);
     EXPECT_FALSE(json::dumpTokens("[1]"));
     TokenPrinter printer;
-    EXPECT_TRUE(printer.finish()) << "nothing to write yet";
+    EXPECT_TRUE(printer.finish()) << "the printer has nothing to write yet";
     printer.onNull();
     EXPECT_FALSE(printer.finish());
     EXPECT_FALSE(printer.finish());
@@ -170,7 +171,7 @@ TEST(TokenPrinter, NothingIsPrintedAfterAFailure) {
             "");
 }
 
-TEST(TokenPrinter, TheDestructorWritesWhatIsLeft) {
+TEST(TokenPrinter, DestructorWritesTheBufferedRemainder) {
   EXPECT_EQ(outputOf([] {
               TokenPrinter printer;
               printer.onBool(true);
