@@ -6,7 +6,7 @@
 
 #include "json/JsonParser.h"
 #include "json/JsonWriter.h"
-#include "testing/AllocationCount.h"
+#include "testing/faults/AllocationCount.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include "command/framework/CommandCore.h"
 #include "json/JsonParser.h"
 #include "json/JsonWriter.h"
-#include "testing/AllocationCount.h"
+#include "testing/faults/AllocationCount.h"
 #include "testing/run/Matchers.h"
 
 namespace {

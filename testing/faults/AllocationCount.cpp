@@ -1,4 +1,4 @@
-#include "testing/AllocationCount.h"
+#include "testing/faults/AllocationCount.h"
 
 #include <cstdlib>
 #include <new>
