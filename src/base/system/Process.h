@@ -15,7 +15,6 @@
 // - It installs a new-handler for the case that memory runs out. The handler removes every file marked as a Leftover,
 //   so that no temporary file and no lock file remains, writes one line to standard error and ends the process at once
 //   with status 1.
-// - It makes an uncaught exception end the process by std::abort, without a message of the library.
 void prepareProcess();
 
 // Restores the actions of SIGPIPE and SIGXFSZ that prepareProcess found. Call it in a child before exec.

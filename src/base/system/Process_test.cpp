@@ -280,7 +280,6 @@ TEST_F(ProcessTest, AnUncaughtExceptionEndsTheProcessWithoutOutput) {
   const LastWords words = lastWordsOf([] {
     const rlimit noCore{0, 0};
     ::setrlimit(RLIMIT_CORE, &noCore);
-    prepareProcess();
     std::terminate();
     return true;
   });
