@@ -108,7 +108,7 @@ lay() {
   umount /opt
   mkdir -p /var/lib /var/log "$copy"
   mkdir -m 1777 /var/tmp
-  # The name of a lock directory must not be taken by the copy's parents alone.
+  # /tmp/lock is also the directory of the lock files, so other users must be able to write in it.
   case $copy in /tmp/lock/*) chmod 1777 /tmp/lock ;; esac
   if [ "$1" = readonly ]; then
     mkdir -m 777 "$made"
