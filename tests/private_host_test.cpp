@@ -187,6 +187,16 @@ TEST_F(PrivateHostFromOutside, WithoutNamespacesItSaysWhyThereIsNoHost) {
   EXPECT_EQ(status, 0);
 }
 
+TEST_F(PrivateHostFromOutside, AnotherBuildCanBeShownAndTheProgramIsStillItsOwn) {
+  char folder[] = "/tmp/private-host-test-XXXXXX";
+  ASSERT_NE(::mkdtemp(folder), nullptr);
+  host::writeFile(folder + std::string("/testing/private-host"), "no program of this machine\n", 0755);
+  const std::string script = "cat /.private-host/build/testing/private-host; ravctl list versions | wc -l";
+  EXPECT_EQ(runProgram({kHost, "--build", folder, "--", "/bin/sh", "-c", script}).out,
+            "no program of this machine\n2\n");
+  host::remove(folder);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {

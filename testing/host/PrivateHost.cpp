@@ -167,6 +167,7 @@ class Builder {
         program_(linkTarget("/proc/self/exe")),
         workingFolder_(workingFolder()),
         ownBuild_(places::build()),
+        showsOwnBuild_(build.empty()),
         shown_(std::move(shown)) {
     shown_.push_back({places::made(), places::kMadeInside, true});
     shown_.push_back({build.empty() ? ownBuild_ : build, places::kBuildInside});
@@ -187,7 +188,8 @@ class Builder {
     std::vector<std::string> variables = ownEnvironment();
     for (std::string& argument : arguments) argument = PrivateHost::translated(argument, shown_);
     for (std::string& variable : variables) variable = PrivateHost::translated(variable, shown_);
-    const std::string program = places::kBuildInside + program_.substr(ownBuild_.size());
+    const std::string program = showsOwnBuild_ ? places::kBuildInside + program_.substr(ownBuild_.size())
+                                               : places::kProgramsInside + program_.substr(program_.rfind('/'));
     if (!arguments.empty()) arguments[0] = program;
     ::execve(program.c_str(), pointersTo(arguments).data(), pointersTo(variables).data());
   }
@@ -309,7 +311,7 @@ class Builder {
     }
     // These are from our own build, because --build may show a build for another kind of machine.
     return makeFolder(places::kProgramsInside, 0755) && showProgram("/ravctl") && showProgram("/testing/hip-standin") &&
-           showProgram("/testing/tracee");
+           showProgram("/testing/tracee") && (showsOwnBuild_ || showProgram(program_.substr(ownBuild_.size())));
   }
 
   bool makeFolder(const std::string& path, mode_t mode) {
@@ -385,6 +387,7 @@ class Builder {
   const std::string program_;
   const std::string workingFolder_;
   const std::string ownBuild_;
+  const bool showsOwnBuild_;
   std::vector<Shown> shown_;
 };
 
