@@ -1,7 +1,7 @@
-// log: makes a daemon log of a given size for the benchmarks.
+// log: writes a daemon log of a given size for the benchmarks.
 //
-//   log PATH MEBIBYTES lines       lines like the daemon's, all of level INFO but one in 100,000, which is an ERROR
-//   log PATH MEBIBYTES one-line    one INFO line as long as the file
+//   log PATH MEBIBYTES lines       writes lines like the daemon's: one in 100,000 is an ERROR, all others are INFO
+//   log PATH MEBIBYTES one-line    writes one INFO line that is as long as the file
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>

@@ -1,5 +1,7 @@
 #!/bin/sh
-# Measures the cost of logging and prints every figure with its limit, the bar. bench/run.sh calls this script.
+# Prints what logging costs. Figures that have a bar are compared with it. run.sh calls this script.
+#
+#   bench/run.sh calls this script.
 set -eu
 
 usage() { echo 'Usage: bench/log.sh [--brief] BUILD_FOLDER    (--brief: once and small, the figures mean nothing)'; }
@@ -22,14 +24,26 @@ esac
 bench=$1/bench/log_bench
 [ -x "$bench" ] || { echo "$bench does not exist" >&2; exit 1; }
 calls=100000
-[ -z "$brief" ] || calls=1000
+messages=20000
+if [ -n "$brief" ]; then
+  calls=1000
+  messages=2000
+fi
 
+# instructions MODE COUNT prints how many instructions `log_bench MODE COUNT` executes.
 instructions() {
-  env -i "$(command -v valgrind)" --tool=callgrind --callgrind-out-file=/dev/null "$bench" below "$1" 2>&1 |
+  env -i "$(command -v valgrind)" --tool=callgrind --callgrind-out-file=/dev/null "$bench" "$1" "$2" 2>&1 |
     awk '/Collected/ { print $NF }'
 }
 
-# verdict TEXT VALUE BAR least|most: prints the value and the bar, and if the bar is met.
+# each MODE COUNT prints how many instructions each of COUNT calls or messages takes: twice as many are run too, and the
+# difference contains no start-up.
+each() {
+  awk -v n="$2" -v a="$(instructions "$1" "$2")" -v b="$(instructions "$1" "$(($2 * 2))")" \
+    'BEGIN { printf "%.2f", (b - a) / n }'
+}
+
+# verdict TEXT VALUE BAR least|most prints the value and whether it meets the bar.
 verdict() {
   awk -v text="$1" -v value="$2" -v bar="$3" -v kind="$4" 'BEGIN {
     met = kind == "least" ? value + 0 >= bar + 0 : value + 0 <= bar + 0
@@ -38,12 +52,10 @@ verdict() {
 
 echo "Logging"
 if command -v valgrind >/dev/null; then
-  once=$(instructions "$calls")
-  twice=$(instructions "$((calls * 2))")
-  verdict "instructions of a call below the threshold" \
-    "$(awk -v n="$calls" -v a="$once" -v b="$twice" 'BEGIN { printf "%.2f", (b - a) / n }')" 12 most
+  verdict "instructions of a call below the threshold" "$(each below "$calls")" 12 most
+  echo "  instructions of a message from the call into a file: $(each written "$messages")"
 else
-  echo "  instructions of a call below the threshold: not counted, valgrind is not installed"
+  echo "  instructions: not counted, valgrind is not installed"
 fi
 figures=$("$bench" throughput ${brief:+--brief})
 value() { printf '%s\n' "$figures" | awk -v name="$1" '$1 == name { print $2 }'; }

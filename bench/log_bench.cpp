@@ -1,11 +1,14 @@
-// What logging costs. Prints one figure a line, "name value"; log.sh says what they mean and counts instructions.
+// log_bench: measures what logging costs. It prints one figure a line, "name value". log.sh explains the figures and
+// counts instructions.
 //
-//   log_bench below N          makes N calls below the threshold, for callgrind
+//   log_bench below N          makes N calls below the threshold, to be counted by callgrind
+//   log_bench written N        logs N messages and writes them into a file, to be counted by callgrind
 //   log_bench throughput [--brief]
-//                              messages a second into a file, with one and with four threads that log, from the first
-//                              call to the last byte in the file; the same with spdlog's asynchronous logger in
-//                              blocking mode where its headers are, taken alternately in one run
-//   log_bench memory           bytes a queued message takes
+//                              prints how many messages a second reach a file, with one and with four threads that log.
+//                              The time runs from the first call to the last byte in the file. If spdlog's headers are
+//                              installed, it prints the same for spdlog's asynchronous logger in blocking mode. Rounds
+//                              of both alternate in one run.
+//   log_bench memory           prints how many bytes a queued message takes
 #include <malloc.h>
 #include <unistd.h>
 
@@ -48,7 +51,7 @@ std::string folder;
 
 double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
-// Calls log(producer, number) `each` times on every one of `producers` threads.
+// Starts `producers` threads, each of which calls log(producer, number) `each` times, and waits for them.
 template <typename Log>
 void produce(int producers, int each, Log log) {
   std::vector<std::thread> threads;
@@ -72,12 +75,31 @@ void logNumbers(BasicLog::Logger& logger, int producer, int number) {
   entry.addNumber("number", number);
 }
 
-// Seconds for `total` messages; every one of them must be in the file.
-double ours(int producers, int total) {
-  const auto actor = EmitterFactory().create({"file_emitter", "bench"});
+std::unique_ptr<zuvsvc::Actor> makeFileEmitter() {
+  auto actor = EmitterFactory().create({"file_emitter", "bench"});
   (void)actor->setConfig("interval", "1 day");
   (void)actor->setConfig("prefix", "ours-");
   (void)actor->setConfig("dir", folder);
+  return actor;
+}
+
+// Logs `count` messages in turns. In each turn this thread logs, and then another thread writes what was logged. So no
+// thread waits for a lock, and the number of instructions is nearly the same in every run.
+void writeInTurn(int count) {
+  constexpr int perTurn = 1'000;
+  const auto actor = makeFileEmitter();
+  LogManager log;
+  log.addEmitter(actor->interfaceOf<BasicLog::Emitter>());
+  BasicLog::Logger& logger = *log.input().getLogger("test");
+  for (int done = 0; done < count; done += perTurn) {
+    for (int i = 0; i < perTurn; ++i) logNumbers(logger, 0, i);
+    std::thread([&] { log.flush(); }).join();
+  }
+}
+
+// Returns how many seconds `total` messages took. Aborts unless every message is in the file.
+double ours(int producers, int total) {
+  const auto actor = makeFileEmitter();
   LogManager log;
   log.addEmitter(actor->interfaceOf<BasicLog::Emitter>());
   if (!log.startOutputThread()) std::abort();
@@ -143,7 +165,7 @@ void measureMemory() {
   std::printf("bytes-per-queued-message %zu\n", (::mallinfo2().uordblks - before) / count);
 }
 
-// A call as every source writes it.
+// A call in the form that every source file uses.
 inline void logBelow() {
   static BasicLog::Logger& logger = BasicLog::getLogger("test");
   if (!logger.isEnabled(Level::debug)) return;
@@ -154,11 +176,11 @@ inline void logBelow() {
 void callBelowThreshold(long count) {
   for (long i = 0; i < count; ++i) {
     logBelow();
-    asm volatile("" : : : "memory");  // the next call looks anew
+    asm volatile("" : : : "memory");  // so that the next call reads the threshold again
   }
 }
 
-// Where the files go: memory, so that the disk is not measured.
+// Makes the folder for the files, in memory if possible, so that the disk is not measured.
 void makeFolder() {
   char inMemory[] = "/dev/shm/log_bench.XXXXXX";
   char elsewhere[] = "/tmp/log_bench.XXXXXX";
@@ -176,13 +198,18 @@ int main(int argc, char** argv) {
     callBelowThreshold(std::atol(argv[2]));
   } else if (what == "memory") {
     measureMemory();
+  } else if (what == "written" && argc > 2) {
+    makeFolder();
+    writeInTurn(std::atoi(argv[2]));
+    (void)emptyFolder(folder);
+    (void)::rmdir(folder.c_str());
   } else if (what == "throughput") {
     makeFolder();
     measureThroughput(isBrief);
     (void)emptyFolder(folder);
     (void)::rmdir(folder.c_str());
   } else {
-    std::fprintf(stderr, "Usage: %s below N | throughput [--brief] | memory\n", argv[0]);
+    std::fprintf(stderr, "Usage: %s below N | written N | throughput [--brief] | memory\n", argv[0]);
     return 2;
   }
   return 0;
