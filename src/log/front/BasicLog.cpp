@@ -16,7 +16,6 @@
 #include "json/JsonWriter.h"
 #include "log/front/EmitContext.h"
 #include "log/front/LoggerKeeper.h"
-#include "log/front/MessagePool.h"
 #include "log/front/ScopeGuards.h"
 
 namespace BasicLog {
@@ -204,7 +203,7 @@ void Entry::open(const Logger& logger, Level level, std::string_view text, std::
   const ErrnoGuard guard;
   const EmitContext& context = emitContext();
   if (context.isEmittingEcho) return;  // else emitters that log about entries would never come to an end
-  message_ = MessagePool::take();
+  message_ = std::make_unique<LogMessage>();
   message_->isFromEmitter = context.isEmitting;
   message_->level = effective(level);
   message_->created = TimeUtils::nowMicros();

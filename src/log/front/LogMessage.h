@@ -61,8 +61,6 @@ class LogMessage {
     const char* end_;
   };
 
-  // Bytes of texts that the message has room for. It never shrinks.
-  std::size_t room() const { return room_; }
   // Bytes that the texts take, with their lengths.
   std::size_t size() const { return size_; }
 

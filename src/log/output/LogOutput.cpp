@@ -3,11 +3,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 
 #include "base/threads/DetachedThread.h"
 #include "base/threads/ThreadNames.h"
 #include "log/front/EmitContext.h"
-#include "log/front/MessagePool.h"
 
 using BasicLog::Emitter;
 using BasicLog::LogMessage;
@@ -16,7 +16,6 @@ namespace {
 
 constexpr char threadName[] = "logging_output";
 constexpr std::size_t batchLimit = 20;
-static_assert(BasicLog::MessagePool::bundleSize == batchLimit, "a batch goes back to the pool as one");
 constexpr std::int64_t idleMicros = 1'000'000;
 // So many queued entries, and every multiple of it, wake the thread. Seldom enough to cost producers nothing.
 constexpr std::size_t backlog = 1'024;
@@ -112,14 +111,13 @@ void LogOutput::flush() {
 std::size_t LogOutput::drainBatch() {
   const ScopedOwnedLock lock(emittersMutex_);
   if (lock.wasHeld()) return 0;  // called by an emitter
-  BasicLog::MessagePool::Batch batch;
+  std::array<std::unique_ptr<const LogMessage>, batchLimit> batch;
   const std::size_t count = queue_.popMany(batch);
   if (count == 0) return 0;
   const EmittingScope scope(zoneOffset_.micros());
   beginBatch();
   for (std::size_t i = 0; i < count; ++i) emit(*batch[i]);
   endBatch();
-  BasicLog::MessagePool::giveBack(batch);
   return count;
 }
 
