@@ -62,7 +62,9 @@ void logError(std::string_view text, std::string_view function) {
 }
 
 const LevelRecord& recordOf(Level level, std::string_view function) {
-  if (isValid(level)) return levelRecords[static_cast<int>(level) - static_cast<int>(Level::trace)];
+  for (const LevelRecord& record : levelRecords) {
+    if (record.level == level) return record;
+  }
   logError("invalid log level", function);
   return invalidRecord;
 }

@@ -1,29 +1,15 @@
 #include "log/output/Emitter.h"
 
 #include <algorithm>
-#include <cstdint>
-#include <cstring>
+#include <cstddef>
 
 namespace BasicLog {
 namespace {
 
-constexpr std::size_t wordSize = sizeof(std::uint64_t);
-constexpr std::uint64_t inEveryByte = 0x0101010101010101;
-
-// Whether eight bytes need no change, looked at together: a byte below 0x20 borrows, one from 0x7f on has or gets the
-// top bit. It may say no where a byte is fine, and never yes where one is not.
-bool isPlain(const char* bytes) {
-  std::uint64_t word = 0;
-  std::memcpy(&word, bytes, wordSize);
-  return (((word - 0x20 * inEveryByte) | (word + inEveryByte) | word) & (0x80 * inEveryByte)) == 0;
-}
-
-void sanitise(char* bytes, std::size_t count) {
-  for (std::size_t i = 0; i < count; ++i) {
-    const auto byte = static_cast<unsigned char>(bytes[i]);
-    if (byte < 0x20) bytes[i] = ' ';
-    if (byte >= 0x7f) bytes[i] = '?';
-  }
+char sanitised(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  if (byte < 0x20) return ' ';
+  return byte < 0x7f ? c : '?';
 }
 
 }  // namespace
@@ -38,14 +24,11 @@ void Emitter::emit(const LogMessage& message) {
 }
 
 void appendSanitisedLine(std::string& text, std::string_view header, std::string_view body) {
-  std::size_t at = text.size();
+  const std::size_t at = text.size();
   text.reserve(at + header.size() + body.size() + 2);
   text.append(header).append(1, ' ').append(body);
-  while (at < text.size()) {
-    const std::size_t end = std::min(at + wordSize, text.size());
-    if (end - at < wordSize || !isPlain(&text[at])) sanitise(&text[at], end - at);
-    at = end;
-  }
+  const auto line = text.begin() + static_cast<std::ptrdiff_t>(at);
+  std::transform(line, text.end(), line, sanitised);
 }
 
 std::string sanitisedLine(std::string_view header, std::string_view body) {
