@@ -1,7 +1,7 @@
-// BasicLog: severity levels, named loggers, log entries and their renderings, and the report of failed assertions.
+// BasicLog: severity levels, named loggers, log entries, their text and JSON forms, and reports of failed assertions.
 //
-// A source file gets its logger once, asks whether it is enabled, and only then builds an entry. The entry goes to the
-// log when it leaves its scope:
+// A source file gets its logger once. To log, it asks whether the logger is enabled for the level, and only then builds
+// an entry. The entry is submitted to the log at the end of its scope:
 //
 //   static BasicLog::Logger& log = BasicLog::getLogger(BasicLog::basiclibLogger);
 //   if (log.isEnabled(BasicLog::Level::error)) {
@@ -10,13 +10,15 @@
 //     entry.addErrno();
 //   }
 //
-// What is below a logger's threshold costs a comparison and allocates nothing. Texts are copied. Logging changes
-// neither errno nor the course of the caller: nothing here fails or throws. Threads: everything may be called from any
-// thread; an entry belongs to the thread that builds it. Re-entry: a processor, an emitter or an assertion handler may
-// itself log or get loggers. What a processor logs skips the processor, and what would have to wait for its own thread
-// is dropped. Lifetime: loggers live until the log is destroyed at exit; nothing may log from a static destructor.
+// Cost: a call below the logger's threshold takes a comparison and allocates nothing.
+// Effects on the caller: the log copies every text. Logging leaves errno unchanged, reports no failure and throws
+// nothing.
+// Threads: every function may be called from any thread. An entry belongs to the thread that builds it.
+// Re-entry: a processor, an emitter or an assertion handler may log and get loggers. The log does not pass an entry
+// that a processor logs to the processor again. It drops an entry whose thread would have to wait for itself. Lifetime:
+// loggers live until the log is destroyed at exit. Static destructors must not log.
 //
-// This is the front end. Where entries go is known to the back end alone (log/output/LogManager.h).
+// This is the front end of the log. The back end (log/output/LogManager.h) passes the entries on to their outputs.
 #pragma once
 
 #include <atomic>
@@ -36,26 +38,31 @@ namespace BasicLog {
 
 // --- Levels (see Level.h)
 
-// "W~", "WARNING" and the priority of syslog(3). For anything but the seven levels they log "invalid log level" to
-// "basiclib" and return "X~", "<log level>" and the priority of info.
+// Return the short name, such as "W~", the full name, such as "WARNING", and the priority for syslog(3). For any value
+// but the seven levels they log the error "invalid log level" with the logger "basiclib" and return "X~", "<log level>"
+// and the priority of info.
 const char* loglevel_shortname(Level level);
 const char* loglevel_fullname(Level level);
 int loglevel_to_syslog(Level level);
 
-// The level that a text names: a short name at the start of the trimmed text (blanks), or, after one "[", a full or
-// alternate name that is followed by the end, a blank or "]"; the case of letters does not matter. "[error] disk full"
-// is error. FATAL, PANIC, EMERG, EMERGENCY, CRITICAL and ALERT are all fatal. Text that names no level is info.
+// Returns the level that a text names, or info if it names none. Leading and trailing whitespace is trimmed, and case
+// is ignored. The trimmed text names a level if
+// - it begins with a short name, or
+// - it begins with a full or alternate name, after an optional "[", and the name is followed by the end of the text, a
+//   blank or "]".
+// So "[error] disk full" is error. FATAL, PANIC, EMERG, EMERGENCY, CRITICAL and ALERT are all fatal.
 Level parseLogLevel(std::string_view text);
-// The same into `level`; true when the text named one.
+// Stores that level in `level`. Returns true if the text names a level.
 bool parseLogLevel(std::string_view text, Level& level);
 
 // --- Messages (see LogMessage.h)
 
-// Whatever takes finished entries.
+// Receives finished entries.
 class LogMessageProcessor {
  public:
   virtual ~LogMessageProcessor() = default;
-  // A processor that keeps the message moves it out; what is left in `message` goes on, or is freed by the caller.
+  // A processor that keeps the message moves it out of `message`. If it does not, the caller passes the message on or
+  // frees it.
   virtual void process(std::unique_ptr<const LogMessage>& message) = 0;
 };
 
@@ -63,7 +70,7 @@ class LogMessageProcessor {
 
 class Logger {
  public:
-  // Made by the log alone. `input` is where its entries go, it outlives the logger.
+  // Only the log makes loggers. `input` receives the logger's entries and must outlive the logger.
   Logger(std::string_view name, LogMessageProcessor& input, Level threshold)
       : name_(name), input_(input), threshold_(effective(threshold)) {}
   Logger(const Logger&) = delete;
@@ -72,10 +79,10 @@ class Logger {
   const std::string& name() const { return name_; }
   LogMessageProcessor& input() const { return input_; }
 
-  // Whether an entry of `level` would be built. Takes no lock.
+  // Returns true if entries of this level are built. Takes no lock.
   bool isEnabled(Level level) const { return effective(level) >= threshold_.load(std::memory_order_relaxed); }
   Level threshold() const { return threshold_.load(std::memory_order_relaxed); }
-  // Invalid levels and byDefault mean info.
+  // An invalid level and byDefault mean info.
   void setThreshold(Level level) { threshold_.store(effective(level), std::memory_order_relaxed); }
 
  private:
@@ -83,7 +90,7 @@ class Logger {
   const std::string name_;
   LogMessageProcessor& input_;
   std::atomic<Level> threshold_;
-  Logger* next_ = nullptr;  // in order of creation; guarded by the input's lock
+  Logger* next_ = nullptr;  // the logger created after this one; guarded by the input's lock
 };
 
 // The names that the program's sources use.
@@ -92,30 +99,32 @@ constexpr char ravctlLogger[] = "ravctl";            // commands, profiles, conf
 constexpr char basiclibLogger[] = "basiclib";        // files, text, JSON, threads, time, the log itself
 constexpr char threadUtilsLogger[] = "ThreadUtils";  // asynchronous tasks
 
-// The logger of that name, made on first use with the default level. Of a path only the part behind the last "/"
-// counts, and the endings of C and C++ sources are taken off: "/src/ProfileControl.cpp" is "ProfileControl". Empty is
-// "<anonymous logger>". When it cannot be made an assertion says so, and should that return, the result is a logger
-// that is not part of the log and drops its entries.
+// Returns the logger of that name. The first call for a name creates the logger, with the default level as threshold.
+// The name may be the path of a source file: everything up to the last "/" and the ending of a C or C++ source are
+// removed, so "/src/ProfileControl.cpp" means "ProfileControl". An empty name means "<anonymous logger>".
+// If the logger cannot be created, getLogger reports a failed assertion. If that report returns, getLogger returns a
+// logger that is not part of the log and drops its entries.
 Logger& getLogger(std::string_view name);
-// The logger of exactly that name, or null; makes none.
+// Returns the logger of exactly that name, or null if there is none. Creates no logger.
 Logger* findLogger(std::string_view name);
-// Appends the names of all loggers in the order of their creation.
+// Appends the names of all loggers to `names`, in the order in which the loggers were created.
 void listLoggers(std::vector<std::string>& names);
 
-// The threshold of every logger there is and of those to come; anything but the seven levels stands for info.
-// Before it is first set the default is byDefault.
+// Sets the threshold of every existing logger, and the initial threshold of later ones. Any value but the seven levels
+// means info. Before the first call the default level is byDefault.
 void setDefaultLevel(Level level);
 Level getDefaultLevel();
 
-// Installs a processor that sees every entry on the thread that logs it, under the log's lock, before the entry is
-// queued. The log owns it, and deletes the one it replaces, unless it is the same; null removes. A processor that
-// replaces itself is deleted when it returns.
+// Installs the synchronous processor, or removes it if `processor` is null. The processor receives every entry before
+// the entry is queued, on the thread that logs, and while that thread holds the log's lock.
+// The log owns the processor and deletes the one that it replaces, unless both are the same. A processor that replaces
+// itself is deleted when its process() returns.
 void setSyncProcessor(LogMessageProcessor* processor);
 
 // --- Entries
 
-// The handle through which an entry is built; it submits the entry at the end of its scope. Below the logger's
-// threshold it is empty: then nothing is built and the adders do nothing.
+// A handle that builds an entry and submits it at the end of its scope. Below the logger's threshold the handle is
+// empty: no entry is built, and the functions that add parameters do nothing.
 class Entry {
  public:
   Entry(const Logger& logger, Level level, std::string_view text, std::string_view file, std::string_view function) {
@@ -131,7 +140,7 @@ class Entry {
 
   bool isEmpty() const { return !message_; }
 
-  // Each appends one key=value pair, addErrno two.
+  // Each function appends one key=value pair, except addErrno, which appends two.
   void add(std::string_view key, std::string_view value);
   void addNumber(std::string_view key, std::int64_t value);                         // decimal
   void addHex(std::string_view key, std::uint32_t value);                           // lower-case hexadecimal
@@ -139,7 +148,7 @@ class Entry {
   void addAddress(std::string_view key, std::string_view host, std::int32_t port);  // "host:port"
   void addErrno(int error = errno);                                                 // "errmsg" text, "errno" number
 
-  // Hands the entry to the log now and leaves the handle empty. An empty handle submits nothing.
+  // Submits the entry now and leaves the handle empty. An empty handle submits nothing.
   void submit();
 
  private:
@@ -151,45 +160,46 @@ class Entry {
 
 // --- Renderings
 
-// "[WARNING 2024-03-01 12:00:05.000123]" in local ticks (see TimeUtils.h), and "[WARNING]".
+// Return "[WARNING 2024-03-01 12:00:05.000123]", with the time in local ticks (see TimeUtils.h), and "[WARNING]".
 std::string textHeader(const LogMessage& message);
 std::string shortTextHeader(const LogMessage& message);
-// "opened: path=/x mode=644"; the message alone without parameters.
+// Returns "opened: path=/x mode=644", or "opened" for a message without parameters.
 std::string textBody(const LogMessage& message);
-// JSON objects: {"level", "ticks", "time"} and {"msg", "params": {...}}, the latter without "params" when there are
-// none. Of parameters with one key the last value is written, in the place of the first; a parameter with an empty key
-// is left out.
+// Return JSON objects: {"level", "ticks", "time"} and {"msg", "params": {...}}. A message without parameters has no
+// "params". If several parameters have the same key, the last value is written in the place of the first. A parameter
+// with an empty key is omitted.
 std::string jsonHeader(const LogMessage& message);
 std::string jsonBody(const LogMessage& message);
 
 // --- Assertions
 
-// Reports a broken promise of the program's own code: calls the installed handler, or defaultAssertFailure when there
-// is none, or when the handler's own code fails an assertion. Null stands for an unknown file or message.
+// Reports that an assertion of the program failed. Calls the installed handler. Calls defaultAssertFailure instead if
+// no handler is installed, or if the assertion failed inside the handler. Null means an unknown file or message.
 void assertFailure(const char* file, int line, const char* message);
-// Writes   assert error, <file> line <n>, "<message>"   to standard error, logs the same text to "basiclib", and raises
-// SIGILL, which ends the program. Never waits for a lock that the calling thread holds.
+// Writes   assert error, <file> line <n>, "<message>"   to standard error, logs the same text as an error with the
+// logger "basiclib", and raises SIGILL, which ends the program. Never waits for a lock that the calling thread holds.
 void defaultAssertFailure(const char* file, int line, const char* message);
 using AssertHandler = void (*)(const char* file, int line, const char* message);
-// Null brings back the default.
+// Null restores the default.
 void setAssertHandler(AssertHandler handler);
 
 // --- The system log
 
-// A connection to syslog(3), user facility, open as long as the object lives; there is one per process at a time.
+// A connection to syslog(3) with the user facility. It is open as long as the object lives. A process may have only one
+// at a time.
 class SyslogConnection {
  public:
-  // Null and empty names become "<appname unavailable>".
+  // The application name. "<appname unavailable>" is used instead of null and of an empty name.
   explicit SyslogConnection(const char* applicationName);
   ~SyslogConnection();
   SyslogConnection(const SyslogConnection&) = delete;
   SyslogConnection& operator=(const SyslogConnection&) = delete;
 
-  // One line at the priority of `level`; the text is never taken for a format.
+  // Sends one line at the priority of `level`. The text is never interpreted as a format.
   void send(Level level, const std::string& text);
 
  private:
-  const std::string name_;  // the system keeps a pointer to it
+  const std::string name_;  // syslog(3) keeps a pointer to this text
 };
 
 }  // namespace BasicLog

@@ -1,4 +1,4 @@
-// Levels, renderings, entries, assertions and the system log, through the front end.
+// Tests of levels, entries, their text and JSON forms, assertions and the system log, through the front end.
 #include "log/front/BasicLog.h"
 
 #include <gmock/gmock.h>
@@ -15,7 +15,7 @@
 #include "base/text/TimeUtils.h"
 #include "testing/run/LogLines.h"
 
-// The system log of this test program.
+// Replaces the functions of syslog(3) in this test program.
 namespace {
 std::vector<std::string> systemLog;
 const char* systemLogIdent = nullptr;
@@ -55,7 +55,7 @@ using testing::ElementsAre;
 
 constexpr Level notALevel = static_cast<Level>(99);
 
-// Sees every entry for the length of a test, in short: "LEVEL logger file function body".
+// Records every entry during a test. `seen` has the short form "[LEVEL] logger file function body".
 std::vector<std::string> seen;
 std::vector<LogMessage> seenMessages;
 
@@ -64,7 +64,7 @@ class Recorder : public LogMessageProcessor {
   void process(std::unique_ptr<const LogMessage>& message) override {
     seenMessages.push_back(*message);
     seen.push_back(lineOf(*message));
-    message.reset();  // kept from the queue
+    message.reset();  // so that it is not queued
   }
 };
 
@@ -103,7 +103,7 @@ TEST_F(LogTest, EveryLevelHasItsNamesAndItsPriority) {
   EXPECT_TRUE(seen.empty());
 }
 
-TEST_F(LogTest, AnInvalidLevelIsLoggedUnderTheNameOfTheFunctionThatWasAsked) {
+TEST_F(LogTest, InvalidLevelIsLoggedWithTheNameOfTheCalledFunction) {
   for (const Level level : {Level::byDefault, notALevel, static_cast<Level>(-1), static_cast<Level>(8)}) {
     seen.clear();
     EXPECT_STREQ(loglevel_shortname(level), "X~");
@@ -115,19 +115,19 @@ TEST_F(LogTest, AnInvalidLevelIsLoggedUnderTheNameOfTheFunctionThatWasAsked) {
   }
 }
 
-TEST_F(LogTest, NothingIsSaidOfAnInvalidLevelWhenErrorsAreNotEnabled) {
+TEST_F(LogTest, InvalidLevelIsNotLoggedWhenErrorsAreNotEnabled) {
   setDefaultLevel(Level::fatal);
   EXPECT_STREQ(loglevel_fullname(notALevel), "<log level>");
   EXPECT_TRUE(seen.empty());
 }
 
-TEST(Level, ComparesByItsOrder) {
+TEST(Level, LevelsCompareByTheirSeverity) {
   const Level order[] = {Level::trace,   Level::debug, Level::info, Level::notice,
                          Level::warning, Level::error, Level::fatal};
   for (std::size_t i = 1; i < std::size(order); ++i) EXPECT_LT(order[i - 1], order[i]);
 }
 
-TEST(Level, TheDefaultIsNoLevelAndMeansInfo) {
+TEST(Level, ByDefaultIsNotValidAndMeansInfo) {
   EXPECT_FALSE(isValid(Level::byDefault));
   EXPECT_FALSE(isValid(notALevel));
   EXPECT_EQ(effective(Level::byDefault), Level::info);
@@ -135,7 +135,7 @@ TEST(Level, TheDefaultIsNoLevelAndMeansInfo) {
   EXPECT_EQ(effective(Level::trace), Level::trace);
 }
 
-TEST(ParseLogLevel, ReadsWhatNamesALevel) {
+TEST(ParseLogLevel, ReadsShortFullAndAlternateNames) {
   const struct {
     const char* text;
     Level level;
@@ -195,14 +195,14 @@ TEST(ParseLogLevel, ReadsWhatNamesALevel) {
   }
 }
 
-TEST(ParseLogLevel, AnAbsentTextIsInfoAndNamesNone) {
+TEST(ParseLogLevel, AbsentTextNamesNoLevelAndMeansInfo) {
   Level level = Level::fatal;
   EXPECT_EQ(parseLogLevel(std::string_view()), Level::info);
   EXPECT_FALSE(parseLogLevel(std::string_view(), level));
   EXPECT_EQ(level, Level::info);
 }
 
-TEST(ParseLogLevel, EveryNameReadsBackAsItsLevel) {
+TEST(ParseLogLevel, EveryNameParsesBackToItsLevel) {
   for (int i = 1; i <= 7; ++i) {
     const auto level = static_cast<Level>(i);
     EXPECT_EQ(parseLogLevel(loglevel_shortname(level)), level);
@@ -210,7 +210,7 @@ TEST(ParseLogLevel, EveryNameReadsBackAsItsLevel) {
   }
 }
 
-TEST(ParseLogLevel, EveryCutNameIsInfoOrAShorterName) {
+TEST(ParseLogLevel, TruncatedNameNamesNoLevel) {
   for (const std::string name : {"TRACE", "NOTICE", "FATAL", "CRITICAL", "ALERT", "PANIC", "DEBUG"}) {
     for (std::size_t length = 0; length < name.size(); ++length) {
       Level level = Level::fatal;
@@ -222,7 +222,7 @@ TEST(ParseLogLevel, EveryCutNameIsInfoOrAShorterName) {
 
 // --- Entries
 
-TEST_F(LogTest, AnEntryCarriesWhereItCameFrom) {
+TEST_F(LogTest, EntryCarriesLevelTimeSourceAndLogger) {
   Logger& log = getLogger("test");
   const std::int64_t before = TimeUtils::nowMicros();
   { const Entry entry(log, Level::warning, "opened", "FileUtils.cpp", "makeUniqueFile"); }
@@ -238,7 +238,7 @@ TEST_F(LogTest, AnEntryCarriesWhereItCameFrom) {
   EXPECT_LE(message.created, TimeUtils::nowMicros());
 }
 
-TEST_F(LogTest, EveryKindOfParameterHasItsText) {
+TEST_F(LogTest, EveryKindOfParameterIsConvertedToText) {
   {
     Entry entry(getLogger("test"), Level::info, "all", "f", "g");
     entry.add("text", "x y");
@@ -258,7 +258,7 @@ TEST_F(LogTest, EveryKindOfParameterHasItsText) {
                                 "peer=10.0.0.1:8080 odd=:-1 text=again"));
 }
 
-TEST_F(LogTest, ErrnoIsTwoParameters) {
+TEST_F(LogTest, AddErrnoAddsTwoParameters) {
   {
     Entry entry(getLogger("test"), Level::info, "failed", "f", "g");
     errno = ENOENT;
@@ -269,7 +269,7 @@ TEST_F(LogTest, ErrnoIsTwoParameters) {
                                 "errmsg=Permission denied errno=13"));
 }
 
-TEST_F(LogTest, AnUnknownErrnoHasATextToo) {
+TEST_F(LogTest, UnknownErrnoHasATextToo) {
   {
     Entry entry(getLogger("test"), Level::info, "failed", "f", "g");
     entry.addErrno(98765);
@@ -277,7 +277,7 @@ TEST_F(LogTest, AnUnknownErrnoHasATextToo) {
   EXPECT_THAT(seen, ElementsAre("[INFO] test f g failed: errmsg=Unknown error 98765 errno=98765"));
 }
 
-TEST_F(LogTest, LoggingLeavesErrnoAsItWas) {
+TEST_F(LogTest, LoggingLeavesErrnoUnchanged) {
   class Spoiler : public LogMessageProcessor {
    public:
     void process(std::unique_ptr<const LogMessage>& message) override {
@@ -307,7 +307,7 @@ TEST_F(LogTest, TextsAreCopied) {
   EXPECT_THAT(seen, ElementsAre("[INFO] test file function message: key=value"));
 }
 
-TEST_F(LogTest, AnEntryBelowTheThresholdBuildsNothing) {
+TEST_F(LogTest, EntryBelowTheThresholdIsNotBuilt) {
   setDefaultLevel(Level::warning);
   Logger& log = getLogger("test");
   EXPECT_FALSE(log.isEnabled(Level::notice));
@@ -325,7 +325,7 @@ TEST_F(LogTest, AnEntryBelowTheThresholdBuildsNothing) {
   EXPECT_TRUE(seen.empty());
 }
 
-TEST_F(LogTest, AnEntryIsSubmittedOnce) {
+TEST_F(LogTest, EntryIsSubmittedOnce) {
   {
     Entry entry(getLogger("test"), Level::info, "once", "f", "g");
     EXPECT_FALSE(entry.isEmpty());
@@ -337,17 +337,17 @@ TEST_F(LogTest, AnEntryIsSubmittedOnce) {
   EXPECT_THAT(seen, ElementsAre("[INFO] test f g once"));
 }
 
-TEST_F(LogTest, AMovedEntryIsSubmittedByItsNewHandleAlone) {
+TEST_F(LogTest, MovedEntryIsSubmittedOnlyByItsNewHandle) {
   {
     Entry entry(getLogger("test"), Level::info, "moved", "f", "g");
     Entry other(std::move(entry));
-    EXPECT_TRUE(entry.isEmpty());  // NOLINT(bugprone-use-after-move): that is the question
+    EXPECT_TRUE(entry.isEmpty());  // NOLINT(bugprone-use-after-move): tests the moved-from handle
     other.add("by", "other");
   }
   EXPECT_THAT(seen, ElementsAre("[INFO] test f g moved: by=other"));
 }
 
-TEST_F(LogTest, AMessageStoresInfoWhereTheDefaultIsGiven) {
+TEST_F(LogTest, EntryWithDefaultOrInvalidLevelStoresInfo) {
   { const Entry entry(getLogger("test"), Level::byDefault, "default", "f", "g"); }
   { const Entry entry(getLogger("test"), notALevel, "invalid", "f", "g"); }
   EXPECT_THAT(seen, ElementsAre("[INFO] test f g default", "[INFO] test f g invalid"));
@@ -390,20 +390,20 @@ LogMessage sample(std::string_view text = "opened", const std::vector<LogParamet
   return message;
 }
 
-TEST(Rendering, TheTextHeaderHasLevelAndTime) {
+TEST(Rendering, TextHeaderHasLevelAndTime) {
   const Zone zone("UTC0");
   EXPECT_EQ(textHeader(sample()), "[WARNING 2024-03-01 12:00:05.000123]");
   EXPECT_EQ(shortTextHeader(sample()), "[WARNING]");
 }
 
-TEST(Rendering, TheTimeIsThatOfTheLocalZoneInApril3918) {
+TEST(Rendering, TimeUsesTheZoneOffsetOfApril3918) {
   const Zone zone("CET-1CEST,M3.5.0,M10.5.0/3");
   EXPECT_EQ(textHeader(sample()), "[WARNING 2024-03-01 14:00:05.000123]");
   EXPECT_EQ(jsonHeader(sample()),
             R"({ "level":"WARNING", "ticks":1709301605000123.000000, "time":"2024-03-01 14:00:05.000123" })");
 }
 
-TEST(Rendering, EveryTimeIsItsOwnWhateverWasRenderedBefore) {
+TEST(Rendering, TimeDoesNotDependOnTimesRenderedBefore) {
   const Zone zone("UTC0");
   const struct {
     std::int64_t time;
@@ -430,32 +430,32 @@ TEST(Rendering, EveryTimeIsItsOwnWhateverWasRenderedBefore) {
   }
 }
 
-TEST(Rendering, TheTextBodyHasNoColonWithoutParameters) { EXPECT_EQ(textBody(sample()), "opened"); }
+TEST(Rendering, TextBodyHasNoColonWithoutParameters) { EXPECT_EQ(textBody(sample()), "opened"); }
 
-TEST(Rendering, TheTextBodyListsTheParametersInOrder) {
+TEST(Rendering, TextBodyListsTheParametersInOrder) {
   EXPECT_EQ(textBody(sample("opened", {{"path", "/x"}, {"mode", "644"}})), "opened: path=/x mode=644");
   EXPECT_EQ(textBody(sample("opened", {{"a", ""}, {"", "b"}, {"a", "%s"}})), "opened: a= =b a=%s");
   EXPECT_EQ(textBody(sample("", {{"", ""}})), ": =");
 }
 
-TEST(Rendering, TheJsonHeaderHasTheTicksAsANumber) {
+TEST(Rendering, JsonHeaderHasTheTicksAsANumber) {
   const Zone zone("UTC0");
   EXPECT_EQ(jsonHeader(sample()),
             R"({ "level":"WARNING", "ticks":1709294405000123.000000, "time":"2024-03-01 12:00:05.000123" })");
 }
 
-TEST(Rendering, TheJsonBodyHasParamsOnlyWhenThereAreSome) {
+TEST(Rendering, JsonBodyHasParamsOnlyIfTheMessageHasParameters) {
   EXPECT_EQ(jsonBody(sample()), R"({ "msg":"opened" })");
   EXPECT_EQ(jsonBody(sample("opened", {{"path", "/x"}, {"mode", "644"}})),
             R"({ "msg":"opened", "params":{ "path":"/x", "mode":"644" } })");
 }
 
-TEST(Rendering, JsonEscapesTheMessageAndKeepsOneParameterAKey) {
+TEST(Rendering, JsonBodyEscapesTheMessageAndKeepsTheLastValueOfAKey) {
   const LogMessage message = sample("say \"hi\"\n\xe9", {{"a", "1"}, {"b", "2"}, {"a", "3"}});
   EXPECT_EQ(jsonBody(message), R"({ "msg":"say \"hi\"\n?", "params":{ "a":"3", "b":"2" } })");
 }
 
-TEST_F(LogTest, AnInvalidLevelStillRenders) {
+TEST_F(LogTest, MessageWithAnInvalidLevelIsStillRendered) {
   LogMessage message = sample();
   message.level = notALevel;
   EXPECT_EQ(shortTextHeader(message), "[<log level>]");
@@ -466,7 +466,7 @@ TEST_F(LogTest, AnInvalidLevelStillRenders) {
 
 volatile std::sig_atomic_t illegalInstructions = 0;
 
-// Keeps SIGILL from ending the program, and counts.
+// Handles SIGILL, so that it does not end the program, and counts how often it is raised.
 class AssertTest : public LogTest {
  protected:
   void SetUp() override {
@@ -487,7 +487,7 @@ class AssertTest : public LogTest {
   struct sigaction old_ {};
 };
 
-TEST_F(AssertTest, IsWrittenLoggedAndRaised) {
+TEST_F(AssertTest, FailedAssertionIsPrintedAndLoggedAndRaisesSigill) {
   assertFailure("Some.cpp", 42, "it broke");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "assert error, Some.cpp line 42, \"it broke\" \n");
   EXPECT_THAT(seen, ElementsAre("[ERROR] basiclib BasicLog.cpp defaultAssertFailure "
@@ -495,12 +495,12 @@ TEST_F(AssertTest, IsWrittenLoggedAndRaised) {
   EXPECT_EQ(illegalInstructions, 1);
 }
 
-TEST_F(AssertTest, UnknownFileAndMessageHaveStandIns) {
+TEST_F(AssertTest, UnknownFileAndMessageAreReplacedByPlaceholders) {
   defaultAssertFailure(nullptr, -1, nullptr);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "assert error, <filename unknown> line -1, \"<no message>\" \n");
 }
 
-TEST_F(AssertTest, TheTextIsCutAt1023BytesAndNeverAFormat) {
+TEST_F(AssertTest, TextIsCutAt1023BytesAndIsNotInterpretedAsAFormat) {
   const std::string longMessage = "%s%n" + std::string(2'000, 'x');
   defaultAssertFailure("f", 1, longMessage.c_str());
   const std::string text = testing::internal::GetCapturedStderr();
@@ -509,7 +509,7 @@ TEST_F(AssertTest, TheTextIsCutAt1023BytesAndNeverAFormat) {
   EXPECT_EQ(seenMessages.at(0).text(), text);
 }
 
-TEST_F(AssertTest, IsNotLoggedWhenErrorsAreNotEnabled) {
+TEST_F(AssertTest, FailedAssertionIsNotLoggedWhenErrorsAreNotEnabled) {
   setDefaultLevel(Level::fatal);
   assertFailure("f", 1, "m");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "assert error, f line 1, \"m\" \n");
@@ -519,7 +519,7 @@ TEST_F(AssertTest, IsNotLoggedWhenErrorsAreNotEnabled) {
 
 std::vector<std::string> handled;
 
-TEST_F(AssertTest, AnInstalledHandlerReplacesTheDefault) {
+TEST_F(AssertTest, InstalledHandlerReplacesTheDefault) {
   handled.clear();
   setAssertHandler([](const char* file, int line, const char* message) {
     handled.push_back(std::string(file) + " " + std::to_string(line) + " " + message);
@@ -536,14 +536,14 @@ TEST_F(AssertTest, AnInstalledHandlerReplacesTheDefault) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "assert error, f line 8, \"m\" \n");
 }
 
-TEST_F(AssertTest, AnAssertionInsideTheHandlerGoesToTheDefault) {
+TEST_F(AssertTest, AssertionInsideTheHandlerCallsTheDefault) {
   setAssertHandler([](const char*, int, const char*) { assertFailure("inner", 2, "again"); });
   assertFailure("outer", 1, "first");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "assert error, inner line 2, \"again\" \n");
   EXPECT_EQ(illegalInstructions, 1);
 }
 
-TEST_F(AssertTest, AnAssertionInsideTheProcessorOfAnotherNeitherHangsNorRecurses) {
+TEST_F(AssertTest, AssertionInsideAProcessorDuringAReportNeitherHangsNorRecurses) {
   class Asserting : public LogMessageProcessor {
    public:
     void process(std::unique_ptr<const LogMessage>&) override { assertFailure("inner", 2, "again"); }
@@ -555,7 +555,7 @@ TEST_F(AssertTest, AnAssertionInsideTheProcessorOfAnotherNeitherHangsNorRecurses
   EXPECT_EQ(illegalInstructions, 2);
 }
 
-TEST(AssertDeathTest, EndsTheProgram) {
+TEST(AssertDeathTest, FailedAssertionEndsTheProgram) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto fail = [] {
     ::signal(SIGILL, SIG_DFL);
@@ -566,7 +566,7 @@ TEST(AssertDeathTest, EndsTheProgram) {
 
 // --- The system log
 
-TEST(SyslogConnection, IsOpenAsLongAsItLives) {
+TEST(SyslogConnection, ConnectionIsOpenAsLongAsTheObjectLives) {
   systemLog.clear();
   {
     const std::string name = "ravctl";
@@ -579,7 +579,7 @@ TEST(SyslogConnection, IsOpenAsLongAsItLives) {
   EXPECT_THAT(systemLog, ElementsAre("openlog 0 8", "syslog 2 %s gone %s %n", "syslog 7 %s ", "closelog"));
 }
 
-TEST(SyslogConnection, AnAbsentNameHasAStandIn) {
+TEST(SyslogConnection, AbsentNameIsReplacedByAPlaceholder) {
   {
     const SyslogConnection connection(nullptr);
     EXPECT_STREQ(systemLogIdent, "<appname unavailable>");
@@ -590,7 +590,7 @@ TEST(SyslogConnection, AnAbsentNameHasAStandIn) {
   }
 }
 
-TEST_F(LogTest, AnInvalidLevelIsSentAtThePriorityOfInfo) {
+TEST_F(LogTest, InvalidLevelIsSentAtThePriorityOfInfo) {
   systemLog.clear();
   SyslogConnection("x").send(Level::byDefault, "text");
   EXPECT_THAT(systemLog, ElementsAre("openlog 0 8", "syslog 6 %s text", "closelog"));

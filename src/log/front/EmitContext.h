@@ -1,21 +1,21 @@
-// What the calling thread is doing for the log's output. For the log's own sources.
+// EmitContext: records what the calling thread is doing for the log's output. Only the log's own sources use it.
 #pragma once
 
 #include <cstdint>
 
 namespace BasicLog {
 
-// At rest, as it stands here, on every thread that hands no entries to emitters.
+// Has these initial values on every thread that is not passing entries to emitters.
 struct EmitContext {
-  bool isEmitting = false;       // inside the emitters of a batch: what is logged now was logged by an emitter
-  bool isEmittingEcho = false;   // and they have an entry that was itself logged by an emitter
-  std::int64_t localOffset = 0;  // while emitting: TimeUtils::localOffsetMicros for the entry in hand
+  bool isEmitting = false;       // emitters run on this thread, so it is an emitter that logs now
+  bool isEmittingEcho = false;   // and the entry that they write was itself logged by an emitter
+  std::int64_t localOffset = 0;  // while emitting: TimeUtils::localOffsetMicros for the entry that is being written
 };
 
-// That of the calling thread.
+// Returns the context of the calling thread.
 EmitContext& emitContext();
 
-// TimeUtils::toLocalTicks, with the offset of the entry in hand while there is one.
+// Works like TimeUtils::toLocalTicks, but uses localOffset while the thread is emitting.
 std::int64_t localTicks(std::int64_t micros);
 
 }  // namespace BasicLog

@@ -6,7 +6,7 @@
 namespace BasicLog {
 namespace {
 
-using Length = std::uint32_t;  // longer texts, of which a machine holds few, are cut
+using Length = std::uint32_t;  // a text of 4 GiB or more is cut
 
 std::string_view textAt(const char* bytes) {
   Length length = 0;
@@ -14,7 +14,7 @@ std::string_view textAt(const char* bytes) {
   return {bytes + sizeof length, length};
 }
 
-const char* behind(std::string_view text) { return text.data() + text.size(); }
+const char* endOf(std::string_view text) { return text.data() + text.size(); }
 
 }  // namespace
 
@@ -33,7 +33,7 @@ LogMessage& LogMessage::operator=(const LogMessage& other) {
 void LogMessage::begin(std::string_view file, std::string_view function, std::string_view logger,
                        std::string_view text) {
   size_ = 0;
-  for (const std::string_view head : {file, function, logger, text}) put(head);
+  for (const std::string_view fixed : {file, function, logger, text}) put(fixed);  // in the order of Place
 }
 
 void LogMessage::add(std::string_view key, std::string_view value) {
@@ -44,7 +44,7 @@ void LogMessage::add(std::string_view key, std::string_view value) {
 std::vector<LogParameter> LogMessage::parameters() const {
   std::vector<LogParameter> all;
   Reader reader(*this);
-  (void)reader.next();  // the text
+  (void)reader.next();  // skips the text
   while (!reader.isAtEnd()) {
     const std::string_view key = reader.next();
     all.push_back({key, reader.next()});
@@ -52,10 +52,10 @@ std::vector<LogParameter> LogMessage::parameters() const {
   return all;
 }
 
-std::string_view LogMessage::head(int index) const {
-  const char* at = bytes();
-  for (int i = 0; i < index; ++i) at = behind(textAt(at));
-  return textAt(at);
+std::string_view LogMessage::fixedText(Place place) const {
+  std::string_view found = textAt(bytes());
+  for (int before = static_cast<int>(place); before > 0; --before) found = textAt(endOf(found));
+  return found;
 }
 
 void LogMessage::put(std::string_view text) {
@@ -82,7 +82,7 @@ LogMessage::Reader::Reader(const LogMessage& message)
 
 std::string_view LogMessage::Reader::next() {
   const std::string_view text = textAt(at_);
-  at_ = behind(text);
+  at_ = endOf(text);
   return text;
 }
 

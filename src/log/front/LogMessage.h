@@ -5,9 +5,13 @@
 //   message.add("path", path);
 //   for (const LogParameter& parameter : message.parameters()) ...
 //
-// An entry is built on one processor and written on another, and what costs then is every piece of memory that has to
-// come over: all texts lie in a row, one behind the other, within the object itself as long as they fit.
-// Texts are copied, and handed out as views that live until the message is changed or destroyed.
+// The message copies every text. The views that it returns stay valid until the message is changed or destroyed.
+//
+// All texts are stored in one buffer, one after another, and the buffer is part of the object as long as they fit. So a
+// usual entry takes one allocation, and the thread that writes it finds all its texts on a few cache lines.
+// bench/log_bench shows what this earns. With a std::string for each text and a std::vector of parameters,
+// `written` took 5,938 instead of 4,449 instructions a message, `throughput` took 1.4 times as long with one producer
+// and 1.3 times as long with four, and `memory` showed 377 instead of 281 bytes for each queued message.
 #pragma once
 
 #include <array>
@@ -29,27 +33,27 @@ struct LogParameter {
 class LogMessage {
  public:
   Level level = Level::info;
-  bool isFromEmitter = false;  // logged by an emitter that was writing another one
+  bool isFromEmitter = false;  // an emitter logged this entry while it was writing another one
   std::int64_t created = 0;    // wall clock, microseconds
 
   LogMessage() { begin("", "", "", ""); }
   LogMessage(const LogMessage& other) { *this = other; }
   LogMessage& operator=(const LogMessage& other);
 
-  // Puts these four texts in the place of all there are; no parameters are left. None of them may be a view of this
-  // very message.
+  // Replaces all texts by these four and removes all parameters. None of the four may be a view of a text of this
+  // message.
   void begin(std::string_view file, std::string_view function, std::string_view logger, std::string_view text);
-  // Appends a key=value pair. Keys may repeat.
+  // Appends a key=value pair. The same key may be added more than once.
   void add(std::string_view key, std::string_view value);
 
-  std::string_view file() const { return head(0); }  // name of the source file
-  std::string_view function() const { return head(1); }
-  std::string_view logger() const { return head(2); }
-  std::string_view text() const { return head(3); }
-  // In the order added.
+  std::string_view file() const { return fixedText(Place::file); }  // name of the source file
+  std::string_view function() const { return fixedText(Place::function); }
+  std::string_view logger() const { return fixedText(Place::logger); }
+  std::string_view text() const { return fixedText(Place::text); }
+  // The parameters in the order in which they were added.
   std::vector<LogParameter> parameters() const;
 
-  // Goes through the texts without a copy: text(), then key and value of every parameter.
+  // Reads the texts in order without copying them: first text(), then the key and the value of every parameter.
   class Reader {
    public:
     explicit Reader(const LogMessage& message);
@@ -61,22 +65,24 @@ class LogMessage {
     const char* end_;
   };
 
-  // Bytes that the texts take, with their lengths.
+  // Number of bytes that the texts and their lengths take.
   std::size_t size() const { return size_; }
 
  private:
+  // The texts that every message has, in the order in which they are stored.
+  enum class Place { file, function, logger, text };
+
   static constexpr std::size_t roomInside = 216;  // makes the object 256 bytes
 
   const char* bytes() const { return outside_ ? outside_.get() : inside_.data(); }
-  std::string_view head(int index) const;
+  std::string_view fixedText(Place place) const;
   void put(std::string_view text);
   void makeRoom(std::size_t needed);
 
   std::size_t size_ = 0;
-  std::size_t room_ = roomInside;
-  std::unique_ptr<char[]> outside_;  // in the place of inside_, once that was too small
-  // Each text behind its length.
-  std::array<char, roomInside> inside_;
+  std::size_t room_ = roomInside;        // size of the buffer in use
+  std::unique_ptr<char[]> outside_;      // the buffer in use once inside_ has become too small
+  std::array<char, roomInside> inside_;  // each text follows its length
 };
 
 }  // namespace BasicLog

@@ -11,7 +11,7 @@ using namespace BasicLog;
 
 using Texts = std::vector<std::string>;
 
-// All texts in their order.
+// All texts in the order in which they are stored.
 Texts textsOf(const LogMessage& message) {
   Texts texts;
   for (const auto text : {message.file(), message.function(), message.logger(), message.text()}) {
@@ -24,14 +24,14 @@ Texts textsOf(const LogMessage& message) {
   return texts;
 }
 
-// Behind the logger's name.
+// What a Reader returns.
 Texts readFrom(const LogMessage& message) {
   Texts texts;
   for (LogMessage::Reader reader(message); !reader.isAtEnd();) texts.emplace_back(reader.next());
   return texts;
 }
 
-TEST(LogMessage, ANewOneHasEmptyTextsAndNoParameters) {
+TEST(LogMessage, NewMessageHasEmptyTextsAndNoParameters) {
   const LogMessage message;
   EXPECT_EQ(textsOf(message), Texts({"", "", "", ""}));
   EXPECT_EQ(readFrom(message), Texts({""}));
@@ -39,7 +39,7 @@ TEST(LogMessage, ANewOneHasEmptyTextsAndNoParameters) {
   EXPECT_FALSE(message.isFromEmitter);
 }
 
-TEST(LogMessage, GivesBackItsTextsAndItsParametersInTheOrderAdded) {
+TEST(LogMessage, ReturnsItsTextsAndItsParametersInTheOrderAdded) {
   LogMessage message;
   message.begin("file", "function", "logger", "text");
   message.add("a", "1");
@@ -49,7 +49,7 @@ TEST(LogMessage, GivesBackItsTextsAndItsParametersInTheOrderAdded) {
   EXPECT_EQ(readFrom(message), Texts({"text", "a", "1", "", "", "a", "2"}));
 }
 
-TEST(LogMessage, BeginningAnewLeavesNothingOfBefore) {
+TEST(LogMessage, BeginReplacesAllTextsAndRemovesTheParameters) {
   LogMessage message;
   message.begin("file", "function", "logger", "text");
   message.add("a", "1");
@@ -57,7 +57,7 @@ TEST(LogMessage, BeginningAnewLeavesNothingOfBefore) {
   EXPECT_EQ(textsOf(message), Texts({"f", "", "l", ""}));
 }
 
-TEST(LogMessage, TextsMayHoldAnyByteAndBeAbsent) {
+TEST(LogMessage, TextsMayHoldAnyByteAndMayBeAbsent) {
   const std::string bytes("a\0b\xff\n", 5);
   LogMessage message;
   message.begin(bytes, std::string_view(), bytes, bytes);
@@ -65,7 +65,7 @@ TEST(LogMessage, TextsMayHoldAnyByteAndBeAbsent) {
   EXPECT_EQ(textsOf(message), Texts({bytes, "", bytes, bytes, "", bytes}));
 }
 
-TEST(LogMessage, TextsOfEveryLengthAreKeptWhereverTheRoomEnds) {
+TEST(LogMessage, TextsOfEveryLengthAreKeptWhereverTheBufferEnds) {
   for (std::size_t length = 0; length < 600; ++length) {
     const std::string text(length, 'x');
     LogMessage message;
@@ -88,7 +88,7 @@ TEST(LogMessage, ManyParametersAreKept) {
   EXPECT_EQ(textsOf(message), expected);
 }
 
-TEST(LogMessage, ACopyIsOfItsOwn) {
+TEST(LogMessage, CopyDoesNotChangeWithTheOriginal) {
   for (const std::size_t length : {10U, 10'000U}) {
     SCOPED_TRACE(length);
     const std::string text(length, 'x');

@@ -1,4 +1,4 @@
-// What the log's front end asks of its back end.
+// LoggerKeeper: the functions of the log's back end that its front end calls.
 #pragma once
 
 #include <string>
@@ -9,8 +9,8 @@
 
 namespace BasicLog {
 
-// Keeps the loggers. The functions are as those of the same name in BasicLog.h, but getLogger is null when the logger
-// cannot be made (after its assertion).
+// Owns the loggers. The functions do what those of the same name in BasicLog.h do, except that getLogger returns null
+// after the failed assertion if the logger cannot be created.
 class LoggerKeeper {
  public:
   virtual Logger* getLogger(std::string_view name) = 0;
@@ -24,8 +24,9 @@ class LoggerKeeper {
   ~LoggerKeeper() = default;
 };
 
-// The one of the program, or null on a thread that is just making it or is inside its queue. Deliberately defined in
-// the back end, by LogManager.cpp: whoever logs first makes the whole log, and no program has to set it up.
+// Returns the keeper of the program, or null if the calling thread is just creating it or is inside its queue.
+// LogManager.cpp, in the back end, defines this function. That is deliberate: the first call that logs creates the
+// whole log, so no program has to set it up.
 LoggerKeeper* usableKeeper();
 
 }  // namespace BasicLog

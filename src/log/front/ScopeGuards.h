@@ -1,9 +1,9 @@
-// What the log's sources set for the length of a scope.
+// Guards that the log's sources use to restore a value at the end of a scope.
 #pragma once
 
 #include <cerrno>
 
-// Brings errno back: logging leaves it as the caller had it.
+// Restores errno, so that logging does not change it for the caller.
 class ErrnoGuard {
  public:
   ErrnoGuard() : saved_(errno) {}
@@ -15,7 +15,7 @@ class ErrnoGuard {
   const int saved_;
 };
 
-// Holds a flag up; it must be down before.
+// Sets a flag that must be false before, and clears it at the end of the scope.
 class ScopedFlag {
  public:
   explicit ScopedFlag(bool& flag) : flag_(flag) { flag_ = true; }
