@@ -1,15 +1,16 @@
-// Actors: parts of a service that are made by the name of their type, set up by text, checked, started and stopped.
+// Actor: a part of a service. A factory creates actors by the name of their type. Text settings configure an actor, and
+// then the service checks, starts and stops it.
 //
 //   EmitterFactory factory;
 //   std::unique_ptr<zuvsvc::Actor> actor = factory.create({"file_emitter", "main log"});
 //   if (!actor || actor->setConfig("interval", "1 hour") != zuvsvc::ConfigResult::accepted) return ...;
 //   if (!actor->verifyConfig() || !actor->startup()) return ...;
-//   auto* emitter = actor->interfaceOf<BasicLog::Emitter>();        // null when it is none
+//   auto* emitter = actor->interfaceOf<BasicLog::Emitter>();        // null if it is not an emitter
 //   ...
 //   actor->shutdown();
 //   while (!actor->isStopped()) ...
 //
-// Threads: the lifecycle may be used from any thread; an actor is configured before it is put to work.
+// Threads: any thread may start and stop an actor and ask for its state. An actor must be configured before it is used.
 #pragma once
 
 #include <cstdint>
@@ -22,7 +23,7 @@
 
 namespace zuvsvc {
 
-// What became of a setting. The numbers are fixed.
+// The result of a setting. The numbers are fixed.
 enum class ConfigResult { accepted = 1, unknownKey = 3 };
 
 class ActorInterface {
@@ -30,14 +31,15 @@ class ActorInterface {
   virtual ~ActorInterface() = default;
   virtual bool startup() = 0;
   virtual void shutdown() = 0;
-  // Moves an actor that is stopping to stopped; any other is left alone.
+  // Changes the state from stopping to stopped. In any other state it does nothing.
   virtual void stateStep() = 0;
-  // Takes a setting. With unknownKey nothing has changed.
+  // Stores a setting. If it returns unknownKey, nothing has changed.
   virtual ConfigResult setConfig(std::string_view key, std::string_view text) = 0;
   virtual ConfigResult setConfig(std::string_view key, std::int64_t value) = 0;
-  // Whether the settings are complete; what is missing is logged.
+  // Returns true if the settings are complete. Logs which one is missing.
   virtual bool verifyConfig() = 0;
-  // The named interface of this actor, or null. It lives as long as the actor; interfaceOf gives it with its type.
+  // Returns the named interface of this actor, or null. The interface lives as long as the actor. interfaceOf returns
+  // it with its type.
   virtual void* getInterface(std::string_view wanted) = 0;
   virtual const char* name() const = 0;
 
@@ -48,22 +50,22 @@ class ActorInterface {
   }
 };
 
-// An actor without settings and interfaces, complete as it stands, that starts and stops at once.
+// An actor without settings and interfaces. Its settings are always complete, and it starts and stops at once.
 class Actor : public ActorInterface, public AsyncTask {
  public:
   explicit Actor(std::string_view actorName) : AsyncTask(actorName) {}
 
-  // The name of this one actor, as its messages tell it.
+  // The name of this actor, which its log entries contain.
   const std::string& actorName() const { return taskName(); }
 
   bool startup() override { return asyncStartup(); }
   void shutdown() override { asyncShutdown(); }
-  void stateStep() override { (void)isStopped(); }  // asking moves it
+  void stateStep() override { (void)isStopped(); }  // isStopped changes the state
   ConfigResult setConfig(std::string_view key, std::string_view text) override;
   ConfigResult setConfig(std::string_view key, std::int64_t value) override;
   bool verifyConfig() override { return true; }
   void* getInterface(std::string_view wanted) override;
-  // The actor's own name, unless its kind has one.
+  // Returns the actor's own name. A subclass may return the name of its kind instead.
   const char* name() const override { return actorName().c_str(); }
 
  private:
@@ -72,7 +74,7 @@ class Actor : public ActorInterface, public AsyncTask {
   void continueShutdown() override { finishShutdown(); }
 };
 
-// What an actor is made from.
+// Describes the actor that a factory is to create.
 struct CreationRequest {
   std::string typeName;
   std::string actorName;
@@ -81,9 +83,10 @@ struct CreationRequest {
 class ActorFactory {
  public:
   virtual ~ActorFactory() = default;
-  // A new actor of the requested type, the caller's; null when the type is unknown. Type names compare exactly.
+  // Creates an actor of the requested type, which the caller owns. Returns null if the type is unknown. The case of
+  // type names matters.
   virtual std::unique_ptr<Actor> create(const CreationRequest& request) const = 0;
-  // Appends the names of all types.
+  // Appends the names of all types to `names`.
   virtual void listTypes(std::vector<std::string>& names) const = 0;
 };
 

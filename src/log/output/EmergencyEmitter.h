@@ -1,13 +1,14 @@
-// EmergencyEmitter: what entries go to when the program can do no more than say them.
+// EmergencyEmitter: prints the queued entries when the program can do nothing else any more.
 #pragma once
 
 #include "log/output/Emitter.h"
 
-// Writes the header with its time and the body as JSON, "[ERROR 2024-03-01 12:00:05.000123] { "msg":"..." }", to
-// standard output, and flushes it after each entry. Nothing is sanitised.
+// Writes each entry to standard output, the header as text and the body as JSON:
+// [ERROR 2024-03-01 12:00:05.000123] { "msg":"..." }
+// It flushes standard output after each entry and does not sanitise anything.
 class EmergencyEmitter : public BasicLog::Emitter {
  public:
-  // The one of the process. It lives until the process ends, whatever else is destroyed at exit.
+  // Returns the only one of the process. It is never destroyed, not even at exit.
   static EmergencyEmitter& instance();
 
   std::string formatBody(const BasicLog::LogMessage& message) override;

@@ -1,11 +1,11 @@
-// EmitterActor: an actor whose work is to be an emitter; the base of all that the factory makes.
+// EmitterActor: an actor that is an emitter; the base class of all actors that EmitterFactory creates.
 #pragma once
 
 #include "log/output/Actor.h"
 #include "log/output/Emitter.h"
 
-// Gives itself out as "log_emitter". It goes on emitting whatever its lifecycle state: who put it into the log takes it
-// out again.
+// getInterface("log_emitter") returns this emitter. It emits entries in every lifecycle state, also when it is stopped:
+// the code that added it to the log must remove it.
 class EmitterActor : public zuvsvc::Actor, public BasicLog::Emitter {
  public:
   explicit EmitterActor(const zuvsvc::CreationRequest& request) : Actor(request.actorName) {}

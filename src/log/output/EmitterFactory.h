@@ -1,11 +1,11 @@
-// EmitterFactory: makes emitters by the name of their type.
+// EmitterFactory: creates emitters by the name of their type.
 //
 //   type              settings                       what it does with an entry
-//   "null_emitter"                                   drops it
-//   "stdout_emitter"                                 a line to standard output
-//   "stderr_emitter"                                 a line to standard error
-//   "syslog_emitter"  "subsystem", "category"        drops it
-//   "file_emitter"    "interval", "prefix", "dir"    a line to the file of the period
+//   "null_emitter"                                   formats and drops it
+//   "stdout_emitter"                                 writes a line to standard output
+//   "stderr_emitter"                                 writes a line to standard error
+//   "syslog_emitter"  "subsystem", "category"        formats and drops it
+//   "file_emitter"    "interval", "prefix", "dir"    writes a line to the file of the period
 #pragma once
 
 #include "log/output/Actor.h"

@@ -1,4 +1,4 @@
-// The emitter interface, sanitising, actors, the factory, and the emitters without files.
+// Tests of the emitter interface, sanitising, actors, the factory, and all emitters that write no files.
 #include "log/output/Emitter.h"
 
 #include <gmock/gmock.h>
@@ -34,7 +34,7 @@ LogMessage message(std::string_view text = "opened") {
   return m;
 }
 
-// What `run` writes to a descriptor.
+// Returns what `run` writes to a descriptor.
 template <typename Run>
 std::string writtenTo(int descriptor, Run run) {
   std::fflush(stdout);
@@ -52,7 +52,7 @@ std::string writtenTo(int descriptor, Run run) {
   return text;
 }
 
-// Entries with times of the zone UTC.
+// Runs in the zone UTC.
 class EmitterTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -84,7 +84,7 @@ class Recording : public Emitter {
   const char* name() const override { return "Recording"; }
 };
 
-TEST_F(EmitterTest, EmittingFormatsHeaderAndBodyAndThenWritesThemWithTheLevel) {
+TEST_F(EmitterTest, EmitFormatsHeaderAndBodyAndThenWritesThemWithTheLevel) {
   Recording emitter;
   emitter.emit(message());
   EXPECT_THAT(emitter.calls,
@@ -93,11 +93,11 @@ TEST_F(EmitterTest, EmittingFormatsHeaderAndBodyAndThenWritesThemWithTheLevel) {
 
 // --- Sanitising
 
-TEST(SanitisedLine, HasHeaderBlankAndBody) { EXPECT_EQ(sanitisedLine("[INFO]", "text"), "[INFO] text"); }
+TEST(SanitisedLine, LineIsHeaderBlankAndBody) { EXPECT_EQ(sanitisedLine("[INFO]", "text"), "[INFO] text"); }
 
-TEST(SanitisedLine, OfNothingIsTheBlank) { EXPECT_EQ(sanitisedLine("", ""), " "); }
+TEST(SanitisedLine, LineOfTwoEmptyTextsIsABlank) { EXPECT_EQ(sanitisedLine("", ""), " "); }
 
-TEST(SanitisedLine, EveryByteIsKeptBlankedOrQuestionedWhereverItStands) {
+TEST(SanitisedLine, EveryByteIsKeptOrReplacedAtEveryPosition) {
   for (int byte = 0; byte < 256; ++byte) {
     const char expected = byte < 0x20 ? ' ' : byte < 0x7f ? static_cast<char>(byte) : '?';
     for (std::size_t length = 1; length < 20; ++length) {
@@ -112,7 +112,7 @@ TEST(SanitisedLine, EveryByteIsKeptBlankedOrQuestionedWhereverItStands) {
   }
 }
 
-TEST(SanitisedLine, NeighboursDoNotChangeEachOther) {
+TEST(SanitisedLine, ReplacingAByteLeavesItsNeighboursUnchanged) {
   for (int first = 0; first < 256; ++first) {
     for (int second = 0; second < 256; ++second) {
       std::string body(8, 'x');
@@ -127,7 +127,7 @@ TEST(SanitisedLine, NeighboursDoNotChangeEachOther) {
   }
 }
 
-TEST(SanitisedLine, AppendingLeavesWhatIsThere) {
+TEST(SanitisedLine, AppendLeavesTheExistingTextUnchanged) {
   std::string text = "first\n";
   appendSanitisedLine(text, "[a\n]", "b\xe9");
   EXPECT_EQ(text, "first\n[a ] b?");
@@ -135,27 +135,27 @@ TEST(SanitisedLine, AppendingLeavesWhatIsThere) {
 
 // --- The emitters without files
 
-TEST_F(EmitterTest, TheStandardErrorLineIsSanitisedAsAWhole) {
+TEST_F(EmitterTest, StderrEmitterSanitisesTheWholeLine) {
   StderrEmitterActor emitter({"stderr_emitter", "e"});
   EXPECT_EQ(writtenTo(2, [&] { emitter.emit(message("two\nlines \xe9")); }),
             "[WARNING 2024-03-01 12:00:05.000123] two lines ?: path=/x mode=644\n");
   EXPECT_EQ(writtenTo(2, [&] { emitter.write(Level::info, "[h\t]", std::string("a\0b", 3)); }), "[h ] a b\n");
 }
 
-TEST_F(EmitterTest, TheStandardOutputLineIsSanitisedAsAWhole) {
+TEST_F(EmitterTest, StdoutEmitterSanitisesTheWholeLine) {
   StdoutEmitterActor emitter({"stdout_emitter", "e"});
   EXPECT_EQ(writtenTo(1, [&] { emitter.emit(message("two\nlines \xe9")); }),
             "[WARNING 2024-03-01 12:00:05.000123] two lines ?: path=/x mode=644\n");
   EXPECT_EQ(writtenTo(1, [&] { emitter.write(Level::info, "[h\t]", std::string("a\0b", 3)); }), "[h ] a b\n");
 }
 
-TEST_F(EmitterTest, TheNullEmitterWritesNothing) {
+TEST_F(EmitterTest, NullEmitterWritesNothing) {
   NullEmitterActor emitter({"null_emitter", "e"});
   EXPECT_EQ(writtenTo(1, [&] { emitter.emit(message()); }), "");
   EXPECT_EQ(writtenTo(2, [&] { emitter.emit(message()); }), "");
 }
 
-TEST_F(EmitterTest, AClosedStandardErrorIsNoFailure) {
+TEST_F(EmitterTest, ClosedStandardErrorIsIgnored) {
   StderrEmitterActor err({"stderr_emitter", "e"});
   const int saved = ::dup(2);
   ::close(2);
@@ -166,13 +166,13 @@ TEST_F(EmitterTest, AClosedStandardErrorIsNoFailure) {
             "[WARNING 2024-03-01 12:00:05.000123] still alive: path=/x mode=644\n");
 }
 
-TEST_F(EmitterTest, AClosedStandardOutputIsNoFailure) {
+TEST_F(EmitterTest, ClosedStandardOutputIsIgnored) {
   std::fflush(stdout);
   const pid_t child = ::fork();
   if (child == 0) {
     ::close(1);
     StdoutEmitterActor out({"stdout_emitter", "e"});
-    for (int i = 0; i < 1'000; ++i) out.emit(message());  // more than the stream holds
+    for (int i = 0; i < 1'000; ++i) out.emit(message());  // more than the buffer of the stream holds
     EmergencyEmitter::instance().emit(message());
     std::_Exit(5);
   }
@@ -182,7 +182,7 @@ TEST_F(EmitterTest, AClosedStandardOutputIsNoFailure) {
   EXPECT_EQ(WEXITSTATUS(status), 5);
 }
 
-TEST_F(EmitterTest, EveryKindFormatsTheTextHeaderAndTheTextBody) {
+TEST_F(EmitterTest, EveryTypeOfEmitterFormatsTextHeaderAndTextBody) {
   std::vector<std::string> types;
   EmitterFactory().listTypes(types);
   ASSERT_EQ(types.size(), 5U);
@@ -195,7 +195,7 @@ TEST_F(EmitterTest, EveryKindFormatsTheTextHeaderAndTheTextBody) {
   }
 }
 
-// An emitter that counts how often it formats.
+// Counts how often an emitter formats.
 template <typename Actor>
 class Counting : public Actor {
  public:
@@ -212,7 +212,7 @@ class Counting : public Actor {
   }
 };
 
-TEST_F(EmitterTest, WhatIsDroppedIsFormattedAllTheSame) {
+TEST_F(EmitterTest, DroppedEntriesAreFormattedToo) {
   Counting<NullEmitterActor> null({"null_emitter", "e"});
   null.emit(message());
   EXPECT_EQ(null.headers, 1);
@@ -223,18 +223,18 @@ TEST_F(EmitterTest, WhatIsDroppedIsFormattedAllTheSame) {
   EXPECT_EQ(syslog.bodies, 1);
 }
 
-TEST_F(EmitterTest, TheEmergencyEmitterWritesTheBodyAsJson) {
+TEST_F(EmitterTest, EmergencyEmitterWritesTheBodyAsJson) {
   EXPECT_EQ(writtenTo(1, [&] { EmergencyEmitter::instance().emit(message("two\nlines")); }),
             "[WARNING 2024-03-01 12:00:05.000123] { \"msg\":\"two\\nlines\", "
             "\"params\":{ \"path\":\"/x\", \"mode\":\"644\" } }\n");
 }
 
-TEST_F(EmitterTest, TheEmergencyEmitterSanitisesNothing) {
+TEST_F(EmitterTest, EmergencyEmitterDoesNotSanitise) {
   EXPECT_EQ(writtenTo(1, [] { EmergencyEmitter::instance().write(Level::info, "[h\t]", "{\n\xe9}"); }),
             "[h\t] {\n\xe9}\n");
 }
 
-TEST_F(EmitterTest, TheEmergencyEmitterFlushesEachEntry) {
+TEST_F(EmitterTest, EmergencyEmitterFlushesAfterEachEntry) {
   std::fflush(stdout);
   std::FILE* file = std::tmpfile();
   const int saved = ::dup(1);
@@ -248,25 +248,25 @@ TEST_F(EmitterTest, TheEmergencyEmitterFlushesEachEntry) {
     }
   } const restore{saved};
   std::fseek(file, 0, SEEK_END);
-  EXPECT_EQ(std::ftell(file), 7) << "still in the stream's buffer";
+  EXPECT_EQ(std::ftell(file), 7) << "the line is still in the buffer of the stream";
   std::fclose(file);
 }
 
-TEST_F(EmitterTest, TheEmergencyEmitterIsOneForTheProcess) {
+TEST_F(EmitterTest, ProcessHasOneEmergencyEmitter) {
   EXPECT_EQ(&EmergencyEmitter::instance(), &EmergencyEmitter::instance());
   EXPECT_STREQ(EmergencyEmitter::instance().name(), "EmergencyEmitter");
 }
 
 // --- The factory
 
-TEST(EmitterFactory, ListsItsTypesInTheirOrderBehindWhatIsThere) {
+TEST(EmitterFactory, ListTypesAppendsTheTypesInOrder) {
   std::vector<std::string> names = {"mine"};
   EmitterFactory().listTypes(names);
   EXPECT_THAT(
       names, ElementsAre("mine", "null_emitter", "stdout_emitter", "stderr_emitter", "syslog_emitter", "file_emitter"));
 }
 
-TEST(EmitterFactory, MakesTheActorOfTheTypeWithTheNameOfTheRequest) {
+TEST(EmitterFactory, CreatesTheActorOfTheRequestedTypeAndName) {
   const struct {
     const char *type, *name;
     bool writesFiles;
@@ -293,7 +293,7 @@ TEST(EmitterFactory, MakesTheActorOfTheTypeWithTheNameOfTheRequest) {
   }
 }
 
-TEST(EmitterFactory, AnUnknownTypeGivesNone) {
+TEST(EmitterFactory, UnknownTypeReturnsNull) {
   for (const char* type : {"", "emitter", "NULL_EMITTER", "null_emitter ", " null_emitter", "null_emitte", "file"}) {
     EXPECT_EQ(EmitterFactory().create({type, "x"}), nullptr) << type;
   }
@@ -301,12 +301,12 @@ TEST(EmitterFactory, AnUnknownTypeGivesNone) {
 
 // --- Actors
 
-TEST(Actor, AnswersHaveTheirNumbers) {
+TEST(Actor, ConfigResultsHaveTheirFixedNumbers) {
   EXPECT_EQ(static_cast<int>(ConfigResult::accepted), 1);
   EXPECT_EQ(static_cast<int>(ConfigResult::unknownKey), 3);
 }
 
-TEST(Actor, APlainOneHasNoSettingsNoInterfacesAndItsOwnName) {
+TEST(Actor, PlainActorHasItsOwnNameAndNoSettingsOrInterfaces) {
   zuvsvc::Actor actor("plain");
   EXPECT_STREQ(actor.name(), "plain");
   EXPECT_EQ(actor.setConfig("key", "text"), ConfigResult::unknownKey);
@@ -325,12 +325,12 @@ TEST(Actor, EveryEmitterStartsAndStops) {
     EXPECT_EQ(actor->state(), AsyncTask::State::running);
     actor->shutdown();
     EXPECT_EQ(actor->state(), AsyncTask::State::stopping);
-    EXPECT_TRUE(actor->isStopped()) << "the first question finishes it";
+    EXPECT_TRUE(actor->isStopped()) << "isStopped finishes the shutdown";
     EXPECT_EQ(actor->state(), AsyncTask::State::stopped);
   }
 }
 
-TEST(Actor, TheStateStepMovesOnlyAStoppingActor) {
+TEST(Actor, StateStepChangesOnlyAStoppingActor) {
   zuvsvc::Actor actor("a");
   actor.stateStep();
   EXPECT_EQ(actor.state(), AsyncTask::State::ready);
@@ -345,7 +345,7 @@ TEST(Actor, TheStateStepMovesOnlyAStoppingActor) {
   EXPECT_EQ(actor.state(), AsyncTask::State::failed);
 }
 
-TEST(Actor, OfEachKindTheKnownKeysAreAcceptedAndNoOthers) {
+TEST(Actor, EveryTypeAcceptsOnlyItsOwnKeys) {
   const struct {
     const char* type;
     std::vector<std::string> keys;
@@ -368,7 +368,7 @@ TEST(Actor, OfEachKindTheKnownKeysAreAcceptedAndNoOthers) {
   }
 }
 
-TEST(Actor, EmittersWithoutSettingsAreComplete) {
+TEST(Actor, EmittersWithoutSettingsPassVerifyConfig) {
   for (const char* type : {"null_emitter", "stdout_emitter", "stderr_emitter"}) {
     EXPECT_TRUE(EmitterFactory().create({type, "a"})->verifyConfig()) << type;
   }
@@ -402,41 +402,41 @@ class SyslogEmitterTest : public EmitterTest {
   SyslogEmitterActor emitter{{"syslog_emitter", "sys one"}};
 };
 
-TEST_F(SyslogEmitterTest, WithoutBothSettingsOnlyTheFirstIsReported) {
+TEST_F(SyslogEmitterTest, OnlyTheFirstOfTwoMissingSettingsIsReported) {
   EXPECT_FALSE(emitter.verifyConfig());
   EXPECT_THAT(logged, ElementsAre("[ERROR] basiclib BasicLog.cpp verifyConfig required config field not present: "
                                   "actor=sys one field=subsystem"));
 }
 
-TEST_F(SyslogEmitterTest, WithTheFirstAloneTheSecondIsReported) {
+TEST_F(SyslogEmitterTest, MissingCategoryIsReported) {
   EXPECT_EQ(emitter.setConfig("subsystem", "s"), ConfigResult::accepted);
   EXPECT_FALSE(emitter.verifyConfig());
   EXPECT_THAT(logged, ElementsAre("[ERROR] basiclib BasicLog.cpp verifyConfig required config field not present: "
                                   "actor=sys one field=category"));
 }
 
-TEST_F(SyslogEmitterTest, WithTheSecondAloneTheFirstIsReported) {
+TEST_F(SyslogEmitterTest, MissingSubsystemIsReported) {
   EXPECT_EQ(emitter.setConfig("category", "c"), ConfigResult::accepted);
   EXPECT_FALSE(emitter.verifyConfig());
   ASSERT_EQ(logged.size(), 1U);
   EXPECT_THAT(logged[0], testing::HasSubstr("field=subsystem"));
 }
 
-TEST_F(SyslogEmitterTest, WithBothItIsCompleteAndSaysNothing) {
+TEST_F(SyslogEmitterTest, WithBothSettingsVerifyConfigSucceedsAndLogsNothing) {
   EXPECT_EQ(emitter.setConfig("subsystem", "s"), ConfigResult::accepted);
   EXPECT_EQ(emitter.setConfig("category", "c"), ConfigResult::accepted);
   EXPECT_TRUE(emitter.verifyConfig());
   EXPECT_THAT(logged, IsEmpty());
 }
 
-TEST_F(SyslogEmitterTest, AnEmptySettingIsAMissingOne) {
+TEST_F(SyslogEmitterTest, EmptySettingCountsAsMissing) {
   EXPECT_EQ(emitter.setConfig("subsystem", "s"), ConfigResult::accepted);
   EXPECT_EQ(emitter.setConfig("category", "c"), ConfigResult::accepted);
   EXPECT_EQ(emitter.setConfig("subsystem", ""), ConfigResult::accepted);
   EXPECT_FALSE(emitter.verifyConfig());
 }
 
-TEST_F(SyslogEmitterTest, WhereErrorsAreNotLoggedAMissingSettingIsNotEither) {
+TEST_F(SyslogEmitterTest, MissingSettingIsNotLoggedWhenErrorsAreNotEnabled) {
   Logger& logger = getLogger(basiclibLogger);
   const Level before = logger.threshold();
   logger.setThreshold(Level::fatal);
@@ -445,7 +445,7 @@ TEST_F(SyslogEmitterTest, WhereErrorsAreNotLoggedAMissingSettingIsNotEither) {
   EXPECT_THAT(logged, IsEmpty());
 }
 
-TEST_F(SyslogEmitterTest, AnUnknownKeyChangesNothing) {
+TEST_F(SyslogEmitterTest, UnknownKeyChangesNothing) {
   EXPECT_EQ(emitter.setConfig("subsystem", "s"), ConfigResult::accepted);
   EXPECT_EQ(emitter.setConfig("category", "c"), ConfigResult::accepted);
   EXPECT_EQ(emitter.setConfig("subsystems", ""), ConfigResult::unknownKey);
@@ -453,7 +453,7 @@ TEST_F(SyslogEmitterTest, AnUnknownKeyChangesNothing) {
   EXPECT_TRUE(emitter.verifyConfig());
 }
 
-TEST_F(SyslogEmitterTest, AnAbsentTextIsAMissingSetting) {
+TEST_F(SyslogEmitterTest, AbsentTextCountsAsAMissingSetting) {
   EXPECT_EQ(emitter.setConfig("subsystem", "s"), ConfigResult::accepted);
   EXPECT_EQ(emitter.setConfig("category", std::string_view()), ConfigResult::accepted);
   EXPECT_EQ(emitter.setConfig(std::string_view(), "c"), ConfigResult::unknownKey);

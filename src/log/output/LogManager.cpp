@@ -13,12 +13,12 @@ using BasicLog::LogMessageProcessor;
 
 namespace {
 
-// Deliberately not this file's name: whoever reads logs searches for this one.
+// Deliberately not the name of this source file: people search logs for "BasicLog.cpp".
 constexpr char sourceName[] = "BasicLog.cpp";
 constexpr int loggerCreationErrorLine = 638;
 constexpr std::string_view anonymousLogger = "<anonymous logger>";
 
-// The loggers that exist from the start, in their order.
+// The loggers that exist from the start, in the order of their creation.
 constexpr std::string_view startLoggers[] = {BasicLog::controlLogger,
                                              BasicLog::ravctlLogger,
                                              "plugin",
@@ -32,7 +32,7 @@ constexpr std::string_view startLoggers[] = {BasicLog::controlLogger,
                                              "test",
                                              "other"};
 
-// Each is taken off once, in this order: "x.cpp.c" becomes "x", "x.c.cpp" becomes "x.c".
+// Each ending is removed once, in this order: "x.cpp.c" becomes "x", but "x.c.cpp" becomes "x.c".
 constexpr std::string_view sourceEndings[] = {".c", ".cc", ".cpp", ".cxx", ".m", ".h", ".hpp", ".hxx"};
 
 std::string_view normalised(std::string_view name) {
@@ -44,7 +44,7 @@ std::string_view normalised(std::string_view name) {
   return name;
 }
 
-// A synchronous processor that lends its messages to an emitter.
+// A synchronous processor that passes its messages to an emitter and does not keep them.
 class SyncEmitter : public LogMessageProcessor {
  public:
   explicit SyncEmitter(BasicLog::Emitter& emitter) : emitter_(emitter) {}
@@ -54,7 +54,7 @@ class SyncEmitter : public LogMessageProcessor {
   BasicLog::Emitter& emitter_;
 };
 
-// While it is up, what this thread reports cannot be logged.
+// True while this thread creates the log. What the thread reports meanwhile cannot be logged.
 thread_local bool isMakingTheLog = false;
 
 }  // namespace
@@ -63,11 +63,11 @@ thread_local bool isMakingTheLog = false;
 
 LogInput::LogInput(LogOutput& output) : output_(output) {
   const ScopedFlag flag(isMakingTheLog);
-  for (const std::string_view name : startLoggers) (void)getLogger(name);  // a missing one has been reported
+  for (const std::string_view name : startLoggers) (void)getLogger(name);  // reports a failure itself
 }
 
 LogInput::~LogInput() {
-  setProcessor(nullptr, nullptr);  // first: a processor may ask for loggers while it is deleted
+  setProcessor(nullptr, nullptr);  // first, because the destructor of a processor may get loggers
   while (firstLogger_ != nullptr) {
     Logger* next = firstLogger_->next_;
     delete firstLogger_;
@@ -76,7 +76,7 @@ LogInput::~LogInput() {
 }
 
 void LogInput::process(std::unique_ptr<const LogMessage>& message) {
-  // A thread inside the queue waits for no other lock of the log: holders of this one wait for the queue.
+  // A thread inside the queue must not wait for mutex_, because the holder of mutex_ may be waiting for the queue.
   if (hasSyncProcessor_ && !output_.queue().isHeldByThisThread()) {
     const ScopedOwnedLock lock(mutex_);
     if (!lock.wasHeld() && syncProcessor_) {
@@ -84,7 +84,7 @@ void LogInput::process(std::unique_ptr<const LogMessage>& message) {
       running->process(message);
     }
   }
-  if (message && asyncOutput_) (void)output_.push(message);  // what is refused is freed by its handle
+  if (message && asyncOutput_) (void)output_.push(message);  // a refused message is freed by its handle
 }
 
 Logger* LogInput::findLocked(std::string_view name) {
@@ -134,13 +134,13 @@ Level LogInput::getDefaultLevel() {
 
 void LogInput::setProcessor(std::shared_ptr<LogMessageProcessor> processor, const BasicLog::Emitter* emitter) {
   const ScopedOwnedLock lock(mutex_);
-  syncProcessor_.swap(processor);  // the one before is deleted after the lock is let go
+  syncProcessor_.swap(processor);  // the previous processor is deleted after the lock is released
   hasSyncProcessor_ = syncProcessor_ != nullptr;
   syncEmitter_ = emitter;
 }
 
 void LogInput::setSyncProcessor(LogMessageProcessor* processor) {
-  std::shared_ptr<LogMessageProcessor> replaced;  // deleted after the lock is let go
+  std::shared_ptr<LogMessageProcessor> replaced;  // deleted after the lock is released
   const ScopedOwnedLock lock(mutex_);
   if (syncProcessor_.get() == processor) return;
   replaced = std::exchange(syncProcessor_, std::shared_ptr<LogMessageProcessor>(processor));

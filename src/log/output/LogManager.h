@@ -1,15 +1,16 @@
-// The back end of the log: where finished entries go, the list of loggers, and the one object that owns it all.
+// LogManager: the back end of the log. LogInput keeps the loggers and receives their entries; LogManager owns the input
+// and the output.
 //
-// Sources that log include BasicLog.h alone; this header is for the log's own sources and for a program that configures
-// where its entries go:
+// Sources that only log include BasicLog.h and nothing else. This header is for the log's own sources and for programs
+// that configure where their entries are written:
 //
 //   LogManager& log = LogManager::instance();
 //   log.addEmitter(emitter);                   // see EmitterFactory.h
 //   if (!log.startOutputThread()) ...
 //   ...
-//   log.stopOutputThread();                    // at once, entries may still be queued
+//   log.stopOutputThread();                    // entries may still be queued
 //   log.flush();
-//   log.removeEmitter(emitter);                // then it may be destroyed
+//   log.removeEmitter(emitter);                // now the emitter may be destroyed
 #pragma once
 
 #include <atomic>
@@ -23,15 +24,16 @@
 #include "log/front/LoggerKeeper.h"
 #include "log/output/LogOutput.h"
 
-// Takes what every logger submits, and keeps the loggers. An entry is first shown to the synchronous processor, if
-// there is one, then queued when asynchronous output is in use; what nobody took is freed by its handle. Threads: one
-// lock guards the loggers' list, the default level and the synchronous processor, and is held while that processor
-// runs. A thread that comes back from inside it (a processor that logs or asks for a logger) does not wait for itself:
-// its entries skip the processor and are queued. With asynchronous output a processor neither flushes nor stops the
-// output, nor adds or removes emitters: an emitter that logs may hold these up and wait for the processor.
+// Keeps the loggers and receives the entries that they submit. It passes an entry to the synchronous processor, if one
+// is installed, and then queues it if asynchronous output is in use. An entry that neither of them takes is freed by
+// its handle. Threads: one lock guards the list of loggers, the default level and the synchronous processor. It is held
+// while the processor runs. Re-entry: a processor that logs or gets loggers does not deadlock; its entries are queued
+// without being passed to the processor. Deadlock: with asynchronous output, a processor must not flush or stop the
+// output, and must not add or remove emitters. It would wait for an emitter, and an emitter that logs waits for the
+// processor.
 class LogInput final : public BasicLog::LogMessageProcessor, public BasicLog::LoggerKeeper {
  public:
-  // `output` outlives the input. Makes the loggers that exist from the start.
+  // Creates the loggers that exist from the start. `output` must outlive the input.
   explicit LogInput(LogOutput& output);
   ~LogInput() override;
   LogInput(const LogInput&) = delete;
@@ -46,12 +48,14 @@ class LogInput final : public BasicLog::LogMessageProcessor, public BasicLog::Lo
   BasicLog::Level getDefaultLevel() override;
   void setSyncProcessor(BasicLog::LogMessageProcessor* processor) override;
 
-  // Installs a synchronous processor that hands every entry to `emitter`, which is not owned. It is replaced like any.
+  // Installs a synchronous processor that passes every entry to `emitter`. The processor does not own the emitter. It
+  // can be replaced like any other processor.
   void setSyncEmitter(BasicLog::Emitter* emitter);
-  // Removes the synchronous processor if it is the one of this emitter. Then the emitter is called no more.
+  // Removes the synchronous processor if it passes entries to this emitter. Afterwards the emitter is not called any
+  // more.
   void removeSyncEmitter(BasicLog::Emitter* emitter);
 
-  // Whether entries are queued; true from the start.
+  // Sets whether entries are queued. Initially they are.
   void setAsyncOutput(bool inUse) { asyncOutput_ = inUse; }
   bool isAsyncOutput() const { return asyncOutput_; }
 
@@ -65,24 +69,24 @@ class LogInput final : public BasicLog::LogMessageProcessor, public BasicLog::Lo
   std::atomic<bool> asyncOutput_{true};
   OwnedMutex mutex_;
   std::shared_ptr<BasicLog::LogMessageProcessor> syncProcessor_;  // shared with the call that runs it
-  std::atomic<bool> hasSyncProcessor_{false};                     // so that without one nobody locks
-  const BasicLog::Emitter* syncEmitter_ = nullptr;                // that the processor hands entries to
-  BasicLog::Logger* firstLogger_ = nullptr;                       // a chain in order of creation
+  std::atomic<bool> hasSyncProcessor_{false};                     // without a processor nobody takes the lock
+  const BasicLog::Emitter* syncEmitter_ = nullptr;                // the emitter that the processor calls, or null
+  BasicLog::Logger* firstLogger_ = nullptr;                       // a list in the order of creation
   BasicLog::Logger* lastLogger_ = nullptr;
   BasicLog::Level defaultLevel_ = BasicLog::Level::byDefault;
 };
 
-// Owns the input and the output behind it. The one of the program is made when the log is first used; at exit its
-// output thread is stopped and waited for, and entries still queued are freed unseen.
+// Owns the input and the output. The first use of the log creates the program's only instance. At exit its destructor
+// stops the output thread, waits until it has ended, and frees the entries that are still queued without writing them.
 class LogManager {
  public:
   static LogManager& instance();
-  // The same, or null on a thread that is just making it or is inside its queue: what is reported there cannot be
-  // logged, and must not wait for a lock whose holder may want the queue.
+  // Returns the same instance, or null if the calling thread is just creating it or is inside its queue. Such a thread
+  // cannot log, and it must not wait for a lock whose holder may be waiting for the queue.
   static LogManager* ifUsable();
 
   LogManager() = default;
-  // Loggers live as long as the thread may log by them.
+  // Stops the thread before the loggers are destroyed, because an emitter may use them.
   ~LogManager() { output_.stopOutputThread(); }
   LogManager(const LogManager&) = delete;
   LogManager& operator=(const LogManager&) = delete;
@@ -91,8 +95,8 @@ class LogManager {
   LogOutput& output() { return output_; }
   LogQueue& queue() { return output_.queue(); }
 
-  // Has entries handed to an emitter, which stays its caller's: by the output, or, when asynchronous output is not in
-  // use, at once on the thread that logs, as the synchronous processor. Null is ignored.
+  // Adds an emitter, which the caller still owns. With asynchronous output, the output passes entries to it. Without,
+  // it becomes the synchronous processor and receives each entry at once, on the thread that logs. Ignores null.
   void addEmitter(BasicLog::Emitter* emitter) {
     if (emitter == nullptr) return;
     if (input_.isAsyncOutput()) {
@@ -101,15 +105,15 @@ class LogManager {
       input_.setSyncEmitter(emitter);
     }
   }
-  // Undoes that, in whichever way it was added. Afterwards the emitter may be destroyed.
+  // Removes an emitter, in whichever way it was added. Afterwards the emitter may be destroyed.
   void removeEmitter(BasicLog::Emitter* emitter) {
     output_.removeEmitter(emitter);
     input_.removeSyncEmitter(emitter);
   }
 
-  // True at once, and no thread, when asynchronous output is not in use. Else as in LogOutput.h.
+  // Returns true and starts no thread if asynchronous output is not in use. Otherwise it works as in LogOutput.h.
   bool startOutputThread() { return !input_.isAsyncOutput() || output_.startOutputThread(); }
-  // As in LogOutput.h.
+  // These work as in LogOutput.h.
   void stopOutputThread() { output_.stopOutputThread(); }
   bool isOutputThreadStopped() const { return output_.isOutputThreadStopped(); }
   void flush() { output_.flush(); }

@@ -1,4 +1,4 @@
-// Loggers, the way of an entry, and what may not hang.
+// Tests of loggers, of the path of an entry into the queue, and of calls that must not deadlock.
 #include "log/output/LogManager.h"
 
 #include <gmock/gmock.h>
@@ -16,7 +16,7 @@
 
 #include "testing/faults/QueuePeers.h"
 
-// The allocations that may fail: the library's, unless a test breaks them.
+// Replaces the nothrow allocation, so that a test can make it fail.
 namespace {
 bool allocationsFail = false;
 }
@@ -29,7 +29,7 @@ namespace {
 using namespace BasicLog;
 using testing::ElementsAre;
 
-// A log of the test's own.
+// Has its own log, separate from the instance of LogManager.
 class InputTest : public testing::Test {
  public:
   LogOutput output;
@@ -51,7 +51,7 @@ class InputTest : public testing::Test {
   }
 };
 
-// Runs a function on every message; deletes are counted.
+// Calls a function for every message. Counts how many processors are deleted.
 int deletedProcessors = 0;
 class Calling : public LogMessageProcessor {
  public:
@@ -71,7 +71,7 @@ TEST_F(InputTest, TwelveLoggersExistFromTheStart) {
                                      "sendbundle", "ctld", "test", "other"));
 }
 
-TEST_F(InputTest, ANameIsThatOfTheSourceWithoutPathAndEnding) {
+TEST_F(InputTest, LoggerNameIsTheSourceNameWithoutPathAndEnding) {
   const struct {
     const char *given, *expected;
   } cases[] = {
@@ -105,14 +105,14 @@ TEST_F(InputTest, ANameIsThatOfTheSourceWithoutPathAndEnding) {
   }
 }
 
-TEST_F(InputTest, AnAbsentNameIsTheAnonymousLoggerAsAnEmptyOneIs) {
+TEST_F(InputTest, AbsentAndEmptyNamesMeanTheAnonymousLogger) {
   Logger* logger = input.getLogger(std::string_view());
   EXPECT_EQ(logger->name(), "<anonymous logger>");
   EXPECT_EQ(input.getLogger(""), logger);
-  EXPECT_EQ(input.findLogger(std::string_view()), nullptr) << "finding takes names as they are";
+  EXPECT_EQ(input.findLogger(std::string_view()), nullptr) << "findLogger does not normalise names";
 }
 
-TEST_F(InputTest, OneNameIsOneLogger) {
+TEST_F(InputTest, SameNameReturnsTheSameLogger) {
   Logger* logger = input.getLogger("/src/ProfileControl.cpp");
   EXPECT_EQ(input.getLogger("ProfileControl"), logger);
   EXPECT_EQ(input.getLogger("/other/ProfileControl.h"), logger);
@@ -122,7 +122,7 @@ TEST_F(InputTest, OneNameIsOneLogger) {
   EXPECT_EQ(loggers()[13], "profilecontrol");
 }
 
-TEST_F(InputTest, ListingAppends) {
+TEST_F(InputTest, ListLoggersAppendsToTheNames) {
   std::vector<std::string> names = {"first"};
   input.listLoggers(names);
   EXPECT_EQ(names.size(), 13U);
@@ -130,7 +130,7 @@ TEST_F(InputTest, ListingAppends) {
   EXPECT_EQ(names[1], "control");
 }
 
-TEST_F(InputTest, FindingMakesNoLogger) {
+TEST_F(InputTest, FindLoggerCreatesNoLogger) {
   EXPECT_EQ(input.findLogger("nobody"), nullptr);
   EXPECT_EQ(loggers().size(), 12U);
   EXPECT_EQ(input.findLogger("basiclib"), input.getLogger("basiclib"));
@@ -140,7 +140,7 @@ TEST_F(InputTest, FindingMakesNoLogger) {
 
 // --- Levels
 
-TEST_F(InputTest, TheDefaultLevelIsAtFirstTheDefaultAndMeansInfo) {
+TEST_F(InputTest, DefaultLevelIsInitiallyByDefaultAndMeansInfo) {
   EXPECT_EQ(input.getDefaultLevel(), Level::byDefault);
   for (const Logger* logger : {input.getLogger("control"), input.getLogger("new")}) {
     EXPECT_EQ(logger->threshold(), Level::info);
@@ -152,7 +152,7 @@ TEST_F(InputTest, TheDefaultLevelIsAtFirstTheDefaultAndMeansInfo) {
   }
 }
 
-TEST_F(InputTest, TheDefaultLevelIsSetOnEveryLoggerAndOnNewOnes) {
+TEST_F(InputTest, DefaultLevelIsSetOnExistingAndNewLoggers) {
   Logger* own = input.getLogger("own");
   input.setDefaultLevel(Level::error);
   EXPECT_EQ(input.getDefaultLevel(), Level::error);
@@ -166,7 +166,7 @@ TEST_F(InputTest, TheDefaultLevelIsSetOnEveryLoggerAndOnNewOnes) {
   EXPECT_TRUE(own->isEnabled(Level::trace));
 }
 
-TEST_F(InputTest, AnInvalidDefaultLevelIsInfo) {
+TEST_F(InputTest, InvalidDefaultLevelMeansInfo) {
   for (const Level level : {static_cast<Level>(99), static_cast<Level>(-3), Level::byDefault}) {
     input.setDefaultLevel(Level::fatal);
     input.setDefaultLevel(level);
@@ -175,7 +175,7 @@ TEST_F(InputTest, AnInvalidDefaultLevelIsInfo) {
   }
 }
 
-TEST_F(InputTest, ALoggerHasAThresholdOfItsOwn) {
+TEST_F(InputTest, EachLoggerHasItsOwnThreshold) {
   Logger* logger = input.getLogger("test");
   logger->setThreshold(Level::fatal);
   log("quiet", Level::error);
@@ -186,16 +186,16 @@ TEST_F(InputTest, ALoggerHasAThresholdOfItsOwn) {
   EXPECT_THAT(queued(), ElementsAre("loud"));
 }
 
-// --- The way of an entry
+// --- The path of an entry
 
-TEST_F(InputTest, WithoutAProcessorEntriesAreQueuedInTheirOrder) {
+TEST_F(InputTest, WithoutAProcessorEntriesAreQueuedInOrder) {
   log("one");
   log("two");
   log("three");
   EXPECT_THAT(queued(), ElementsAre("one", "two", "three"));
 }
 
-TEST_F(InputTest, TheProcessorSeesAnEntryBeforeItIsQueued) {
+TEST_F(InputTest, ProcessorReceivesAnEntryBeforeItIsQueued) {
   std::vector<std::string> seen;
   input.setSyncProcessor(new Calling([&](auto& message) {
     seen.emplace_back(message->text());
@@ -206,7 +206,7 @@ TEST_F(InputTest, TheProcessorSeesAnEntryBeforeItIsQueued) {
   EXPECT_THAT(queued(), ElementsAre("one"));
 }
 
-TEST_F(InputTest, WhatTheProcessorKeepsIsNotQueued) {
+TEST_F(InputTest, EntryThatTheProcessorKeepsIsNotQueued) {
   std::unique_ptr<const LogMessage> kept;
   input.setSyncProcessor(new Calling([&](auto& message) { kept = std::move(message); }));
   log("mine");
@@ -215,7 +215,7 @@ TEST_F(InputTest, WhatTheProcessorKeepsIsNotQueued) {
   EXPECT_TRUE(queued().empty());
 }
 
-TEST_F(InputTest, WithoutAsynchronousOutputEntriesAreFreed) {
+TEST_F(InputTest, WithoutAsynchronousOutputEntriesAreNotQueued) {
   EXPECT_TRUE(input.isAsyncOutput());
   input.setAsyncOutput(false);
   EXPECT_FALSE(input.isAsyncOutput());
@@ -226,7 +226,7 @@ TEST_F(InputTest, WithoutAsynchronousOutputEntriesAreFreed) {
   EXPECT_TRUE(queued().empty());
 }
 
-TEST_F(InputTest, AnEntryThatTheQueueCannotTakeIsFreed) {
+TEST_F(InputTest, EntryThatTheQueueRefusesIsFreed) {
   allocationsFail = true;
   log("no room");
   allocationsFail = false;
@@ -234,17 +234,17 @@ TEST_F(InputTest, AnEntryThatTheQueueCannotTakeIsFreed) {
   EXPECT_THAT(queued(), ElementsAre("room"));
 }
 
-TEST(Input, WhatWasNeverEmittedIsFreedWithTheQueue) {
+TEST(Input, EntriesStillQueuedAreFreedWithTheQueue) {
   LogOutput output;
   const LogInput unused(output);
   LogInput input(output);
   for (int i = 0; i < 100; ++i) {
     Entry entry(*input.getLogger("test"), Level::info, std::string(100, 'x'), "f", "g");
     entry.add("key", std::string(100, 'y'));
-  }  // the leak checkers look at the rest
+  }  // the leak checkers report what is not freed
 }
 
-TEST_F(InputTest, AReplacedProcessorIsDeletedUnlessItIsTheSame) {
+TEST_F(InputTest, ReplacedProcessorIsDeletedUnlessItIsTheSame) {
   deletedProcessors = 0;
   auto* first = new Calling([](auto&) {});
   input.setSyncProcessor(first);
@@ -258,7 +258,7 @@ TEST_F(InputTest, AReplacedProcessorIsDeletedUnlessItIsTheSame) {
   EXPECT_EQ(deletedProcessors, 2);
 }
 
-TEST(Input, DeletesItsProcessorAtTheEnd) {
+TEST(Input, DestructorDeletesTheProcessor) {
   deletedProcessors = 0;
   {
     LogOutput output;
@@ -268,9 +268,9 @@ TEST(Input, DeletesItsProcessorAtTheEnd) {
   EXPECT_EQ(deletedProcessors, 1);
 }
 
-// --- Coming back from inside
+// --- Calls from inside a processor
 
-TEST_F(InputTest, AProcessorThatLogsIsNotCalledAgainAndItsEntryIsQueued) {
+TEST_F(InputTest, ProcessorThatLogsIsNotCalledAgainAndItsEntryIsQueued) {
   int calls = 0;
   input.setSyncProcessor(new Calling([&](auto&) {
     ++calls;
@@ -281,7 +281,7 @@ TEST_F(InputTest, AProcessorThatLogsIsNotCalledAgainAndItsEntryIsQueued) {
   EXPECT_THAT(queued(), ElementsAre("from inside", "outer"));
 }
 
-TEST_F(InputTest, AProcessorMayAskForLoggersAndChangeLevels) {
+TEST_F(InputTest, ProcessorMayGetLoggersAndChangeLevels) {
   input.setSyncProcessor(new Calling([&](auto&) {
     EXPECT_NE(input.getLogger("made inside"), nullptr);
     EXPECT_NE(input.findLogger("made inside"), nullptr);
@@ -293,7 +293,7 @@ TEST_F(InputTest, AProcessorMayAskForLoggersAndChangeLevels) {
   EXPECT_EQ(input.findLogger("made inside")->threshold(), Level::error);
 }
 
-TEST_F(InputTest, AProcessorThatReplacesItselfIsDeletedWhenItReturns) {
+TEST_F(InputTest, ProcessorThatReplacesItselfIsDeletedWhenItReturns) {
   deletedProcessors = 0;
   int deletedInside = -1;
   input.setSyncProcessor(new Calling([&](auto&) {
@@ -305,7 +305,7 @@ TEST_F(InputTest, AProcessorThatReplacesItselfIsDeletedWhenItReturns) {
   EXPECT_EQ(deletedProcessors, 1);
 }
 
-TEST_F(InputTest, AProcessorThatLogsWhileItIsDeletedDoesNotHang) {
+TEST_F(InputTest, ProcessorMayLogInItsDestructor) {
   struct Noisy : LogMessageProcessor {
     InputTest* test = nullptr;
     ~Noisy() override { test->log("farewell"); }
@@ -318,7 +318,7 @@ TEST_F(InputTest, AProcessorThatLogsWhileItIsDeletedDoesNotHang) {
   EXPECT_THAT(queued(), ElementsAre("farewell"));
 }
 
-TEST(InputEnd, AProcessorMayAskForLoggersWhileTheInputIsDestroyed) {
+TEST(InputEnd, ProcessorMayGetLoggersWhileTheInputIsDestroyed) {
   struct Asking : LogMessageProcessor {
     LogInput* input = nullptr;
     ~Asking() override { EXPECT_NE(input->getLogger("asked for at the end"), nullptr); }
@@ -331,9 +331,9 @@ TEST(InputEnd, AProcessorMayAskForLoggersWhileTheInputIsDestroyed) {
   input.setSyncProcessor(asking);
 }
 
-TEST_F(InputTest, AnotherThreadWaitsForTheProcessorAndIsSeenByIt) {
+TEST_F(InputTest, SecondThreadWaitsForTheProcessorAndThenCallsIt) {
   std::atomic<bool> isInside{false};
-  std::vector<std::string> seen;  // guarded by the input's lock alone
+  std::vector<std::string> seen;  // guarded by the input's lock
   input.setSyncProcessor(new Calling([&](auto& message) {
     seen.emplace_back(message->text());
     isInside = true;
@@ -348,7 +348,7 @@ TEST_F(InputTest, AnotherThreadWaitsForTheProcessorAndIsSeenByIt) {
   EXPECT_THAT(seen, ElementsAre("first", "second"));
 }
 
-// Whether the thread comes to sleep; there is nothing but a lock that it could wait for.
+// Waits until the thread sleeps, and returns false if it does not. The thread can only be waiting for a lock.
 bool comesToSleep(pid_t thread) {
   const std::string path = "/proc/self/task/" + std::to_string(thread) + "/stat";
   for (int i = 0; i < 10'000; ++i) {
@@ -361,7 +361,7 @@ bool comesToSleep(pid_t thread) {
   return false;
 }
 
-TEST_F(InputTest, AProcessorThatWasTakenAwayIsNotCalledByWhoeverWaitedForIt) {
+TEST_F(InputTest, RemovedProcessorIsNotCalledByAThreadThatWaitedForIt) {
   std::atomic<pid_t> waiter{0};
   std::atomic<bool> isInside{false};
   std::atomic<int> calls{0};
@@ -389,7 +389,7 @@ void recordAssertion(const char* file, int line, const char* message) {
   assertions.push_back(std::string(file) + " " + std::to_string(line) + " " + message);
 }
 
-TEST_F(InputTest, ALoggerThatCannotBeMadeIsAnAssertionAndNull) {
+TEST_F(InputTest, FailedLoggerCreationIsAnAssertionAndReturnsNull) {
   assertions.clear();
   setAssertHandler(recordAssertion);
   allocationsFail = true;
@@ -404,7 +404,7 @@ TEST_F(InputTest, ALoggerThatCannotBeMadeIsAnAssertionAndNull) {
 
 // --- The front end
 
-TEST(FrontEnd, ReachesTheOneManager) {
+TEST(FrontEnd, UsesTheInstanceOfLogManager) {
   LogInput& input = LogManager::instance().input();
   Logger& logger = getLogger("front");
   EXPECT_EQ(&logger, input.getLogger("front"));
@@ -420,7 +420,7 @@ TEST(FrontEnd, ReachesTheOneManager) {
   EXPECT_EQ(LogManager::ifUsable(), &LogManager::instance());
 }
 
-TEST(FrontEnd, EntriesAreQueuedWithTheManager) {
+TEST(FrontEnd, EntriesAreQueuedInTheInstanceOfLogManager) {
   while (LogManager::instance().queue().pop()) {
   }
   { const Entry entry(getLogger(ravctlLogger), Level::error, "queued", "f", "g"); }
@@ -430,7 +430,7 @@ TEST(FrontEnd, EntriesAreQueuedWithTheManager) {
   EXPECT_EQ(message->logger(), "ravctl");
 }
 
-TEST(FrontEnd, AnEntryOfALoggerThatCouldNotBeMadeIsDropped) {
+TEST(FrontEnd, EntryOfALoggerThatCouldNotBeCreatedIsDropped) {
   while (LogManager::instance().queue().pop()) {
   }
   setAssertHandler(recordAssertion);
@@ -443,7 +443,7 @@ TEST(FrontEnd, AnEntryOfALoggerThatCouldNotBeMadeIsDropped) {
   EXPECT_EQ(LogManager::instance().queue().pop(), nullptr);
 }
 
-TEST(FrontEnd, AnAssertionUnderTheQueuesLockNeitherHangsNorRecurses) {
+TEST(FrontEnd, AssertionUnderTheQueuesLockNeitherHangsNorRecurses) {
   LogQueue& queue = LogManager::instance().queue();
   { const Entry entry(getLogger("test"), Level::error, "first", "f", "g"); }
   while (queue.pop()) {
@@ -460,22 +460,22 @@ TEST(FrontEnd, AnAssertionUnderTheQueuesLockNeitherHangsNorRecurses) {
   const auto message = queue.pop();
   ASSERT_NE(message, nullptr);
   EXPECT_EQ(message->text(), "outer");
-  EXPECT_EQ(queue.pop(), nullptr);  // the assertion's own entry was refused
+  EXPECT_EQ(queue.pop(), nullptr);  // the queue refused the entry of the assertion
 }
 
-// Puts an end to one long wait of a test that is about to hang, and says so.
+// Waits until the flag is set. Returns false after 30 seconds, so that a deadlock fails the test instead of hanging it.
 bool waitUntil(const std::atomic<bool>& sign) {
   for (int i = 0; i < 3000 && !sign; ++i) ::usleep(10'000);
   return sign;
 }
 
-TEST(FrontEnd, AnAssertionUnderTheQueuesLockWaitsForNoOtherLockOfTheLog) {
+TEST(FrontEnd, AssertionUnderTheQueuesLockWaitsForNoOtherLockOfTheLog) {
   static std::atomic<bool> isInProcessor{false};
   static std::atomic<bool> isAsserted{false};
   static std::atomic<bool> wasHanging{false};
   class Busy : public LogMessageProcessor {
    public:
-    // Holds the lock of loggers and processor until the assertion is through.
+    // Runs with the input's lock held, and returns only after the assertion has been reported.
     void process(std::unique_ptr<const LogMessage>& message) override {
       if (message->text() != "busy") return;
       isInProcessor = true;
@@ -512,9 +512,9 @@ TEST(FrontEnd, AnAssertionUnderTheQueuesLockWaitsForNoOtherLockOfTheLog) {
   }
 }
 
-TEST(FrontEnd, EntriesLostWithABrokenChainAreNotHandedOut) {
+TEST(FrontEnd, PopManyReturnsOnlyTheEntriesABrokenChainStillHolds) {
   LogQueue queue;
-  std::vector<std::unique_ptr<const LogMessage>> lost;  // nobody else has them then
+  std::vector<std::unique_ptr<const LogMessage>> lost;  // the test owns them, because the queue loses them
   for (int i = 0; i < 3; ++i) {
     auto message = std::make_unique<const LogMessage>();
     const LogMessage* raw = message.get();
@@ -535,8 +535,8 @@ TEST(FrontEnd, EntriesLostWithABrokenChainAreNotHandedOut) {
   EXPECT_EQ(queue.popMany(batch), 0U);
 }
 
-// In a process of its own, whose log was never used.
-TEST(FirstUseDeathTest, AnAssertionWhileTheLogIsMadeEndsTheProgramAndDoesNotHang) {
+// Runs in its own process, in which nothing has used the log yet.
+TEST(FirstUseDeathTest, AssertionWhileTheLogIsCreatedEndsTheProgramAndDoesNotHang) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto firstUse = [] {
     ::signal(SIGILL, SIG_DFL);
@@ -547,13 +547,13 @@ TEST(FirstUseDeathTest, AnAssertionWhileTheLogIsMadeEndsTheProgramAndDoesNotHang
               "assert error, BasicLog.cpp line 638, \"failed to create a logger object\" ");
 }
 
-TEST(FirstUseDeathTest, AHandlerThatReturnsFindsALogWithoutLoggersAndGoesOn) {
+TEST(FirstUseDeathTest, HandlerMayUseTheLogWhileItIsCreatedAndThenReturn) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto firstUse = [] {
     assertions.clear();
     setAssertHandler([](const char* file, int line, const char* message) {
       recordAssertion(file, line, message);
-      // What a handler might ask of the log meanwhile.
+      // The functions of the log that a handler might call.
       std::vector<std::string> names;
       listLoggers(names);
       setDefaultLevel(Level::trace);
@@ -572,13 +572,13 @@ TEST(FirstUseDeathTest, AHandlerThatReturnsFindsALogWithoutLoggersAndGoesOn) {
   EXPECT_EXIT(firstUse(), testing::ExitedWithCode(0), "");
 }
 
-TEST(FirstUseDeathTest, AnAssertionThatCannotGetItsLoggerIsReportedOnceAndDoesNotRecurse) {
+TEST(FirstUseDeathTest, AssertionThatCannotGetItsLoggerDoesNotRecurse) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto assertWithoutLoggers = [] {
     ::signal(SIGILL, SIG_IGN);
     setAssertHandler([](const char*, int, const char*) {});
     allocationsFail = true;
-    (void)getDefaultLevel();  // makes a log without loggers
+    (void)getDefaultLevel();  // creates a log without loggers
     setAssertHandler(nullptr);
     assertFailure("f", 1, "m");
     std::_Exit(0);
@@ -588,7 +588,7 @@ TEST(FirstUseDeathTest, AnAssertionThatCannotGetItsLoggerIsReportedOnceAndDoesNo
               "assert error, BasicLog.cpp line 638, \"failed to create a logger object\" \n$");
 }
 
-TEST(ExitDeathTest, EntriesStillQueuedAtExitAreFreedQuietly) {
+TEST(ExitDeathTest, EntriesStillQueuedAtExitAreFreedWithoutOutput) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto logAndExit = [] {
     for (int i = 0; i < 100; ++i) const Entry entry(getLogger("test"), Level::error, "unseen", "f", "g");
@@ -628,7 +628,7 @@ TEST_F(InputTest, SixteenThreadsLoseNoEntryAndKeepTheirOrder) {
   EXPECT_EQ(loggers().size(), 16U);
 }
 
-TEST_F(InputTest, ThreadsMayGetLoggersChangeLevelsAndSwapProcessorsAtOnce) {
+TEST_F(InputTest, ThreadsMayGetLoggersChangeLevelsAndReplaceProcessorsAtTheSameTime) {
   constexpr int rounds = 200;
   std::atomic<int> seen{0};
   std::vector<std::thread> threads;

@@ -17,10 +17,11 @@ namespace {
 constexpr char threadName[] = "logging_output";
 constexpr std::size_t batchLimit = 20;
 constexpr std::int64_t idleMicros = 1'000'000;
-// So many queued entries, and every multiple of it, wake the thread. Seldom enough to cost producers nothing.
+// The thread is woken whenever the number of queued entries reaches a multiple of this. That is so rare that it costs
+// the producers nothing.
 constexpr std::size_t backlog = 1'024;
 
-// The calling thread hands out a batch.
+// Marks the calling thread as one that passes a batch to the emitters.
 class EmittingScope {
  public:
   explicit EmittingScope(std::int64_t localOffset) { BasicLog::emitContext() = {true, false, localOffset}; }
@@ -54,24 +55,25 @@ bool LogOutput::startOutputThread() {
 void LogOutput::runOutputThread() {
   setThreadName(threadName);
   {
-    const ScopedLock lock(outputMutex_);  // until the start is through; it may be stopped already
+    const ScopedLock lock(outputMutex_);  // waits until startOutputThread has returned; a stop may follow at once
   }
   while (isRunning()) {
-    if (drainBatch() == 0) (void)isStopping_.waitFor(idleMicros);  // the loop asks again
+    if (drainBatch() == 0) (void)isStopping_.waitFor(idleMicros);  // the loop condition checks the state again
   }
-  state_.set(EmitterState::stopped);  // the last touch: who waits for it may destroy this
+  state_.set(EmitterState::stopped);  // the last access: a thread that waits for this state may destroy the object
 }
 
 void LogOutput::stopOutputThread() {
-  if (process_ != ::getpid()) return;  // never started, or its thread stayed with the parent
+  if (process_ != ::getpid()) return;  // never started, or this is a forked child and the parent has the thread
   bool hasThread = false;
   {
-    // A start under way has its thread by then, or has failed. The next may fail too, hence the question here.
+    // With the lock, a concurrent start has either created its thread or failed. hasThread is determined under the lock
+    // because the next start may fail too.
     const ScopedLock lock(outputMutex_);
-    (void)state_.compareAndSet(EmitterState::running, EmitterState::stopping);  // else it is on its way, or there
+    (void)state_.compareAndSet(EmitterState::running, EmitterState::stopping);  // false: idle, stopping or stopped
     hasThread = state_.get() != EmitterState::idle;
   }
-  // From inside an emitter the thread would be waited for while it waits for the emitters.
+  // An emitter must not wait for the thread: the thread may be waiting for the emitters' lock.
   if (hasThread && !emittersMutex_.isHeldByThisThread()) isStopped_.wait();
 }
 
@@ -95,7 +97,7 @@ void LogOutput::removeEmitter(Emitter* emitter) {
     emitters_.erase(std::remove(emitters_.begin(), emitters_.end(), emitter), emitters_.end());
   } else if (std::count(emitters_.begin(), emitters_.end(), emitter) != 0) {
     std::replace(emitters_.begin(), emitters_.end(), emitter, static_cast<Emitter*>(nullptr));
-    emitter->endBatch();  // it gets no other chance
+    emitter->endBatch();  // the end of this batch will not call it
   }
 }
 
@@ -106,8 +108,8 @@ void LogOutput::flush() {
   }
 }
 
-// The lock of the list is held from taking the entries to the last emitter, so that threads that drain at the same time
-// keep the order.
+// Holds the lock of the list from taking the entries to the last emitter. This keeps the order when several threads
+// drain at the same time.
 std::size_t LogOutput::drainBatch() {
   const ScopedOwnedLock lock(emittersMutex_);
   if (lock.wasHeld()) return 0;  // called by an emitter
@@ -121,7 +123,7 @@ std::size_t LogOutput::drainBatch() {
   return count;
 }
 
-// By index, here and below: an emitter may add others.
+// This loop and those below use an index, because an emitter may add emitters to the list.
 void LogOutput::beginBatch() {
   for (std::size_t i = 0; i < emitters_.size(); ++i) {
     if (emitters_[i] != nullptr) emitters_[i]->beginBatch();

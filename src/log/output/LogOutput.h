@@ -1,18 +1,22 @@
-// LogOutput: the asynchronous half of the log: the queue that loggers fill, the thread that empties it, and the
-// emitters that it hands every entry to.
+// LogOutput: the asynchronous half of the log. It has a queue that the loggers fill, a list of emitters, and an output
+// thread that takes entries from the queue and passes each of them to every emitter.
 //
-// What configures the log talks to LogManager, which owns the one output of the program.
+// Code that configures the log uses LogManager, which owns the only LogOutput of the program.
 //
-// Producers never wait for output: they append to the queue, which has no limit. The output thread takes entries in
-// batches of up to 20, after each of which the emitters have written them, and when there are none it waits for up to a
-// second; so entries may reach their emitters about a second late. A stop, and a backlog, end that wait at once.
-// Order: emitters see entries in the order of the queue, whichever threads hand them out.
-// Emitters are not owned. They must outlive their presence in the list; when removeEmitter has returned, an emitter is
-// called no more. They are called by one thread at a time.
-// Re-entry: an emitter may log, flush, stop the thread, and add and remove emitters. What it logs is queued like any
-// entry; what emitters log about such an entry is dropped, so that the log does not feed on itself for ever. A flush
-// from inside does nothing, a stop from inside does not wait, whichever thread hands out.
-// Other processes: in a child made by fork there is no output thread, and nothing waits for one.
+// Producers: they append to the queue, which has no size limit, and never wait for output.
+// Batches: the output thread takes entries in batches of up to 20. At the end of a batch the emitters have written all
+// its entries. If the queue is empty, the thread waits for up to one second, so an entry may reach the emitters about a
+// second late. A stop or a backlog ends the wait at once.
+// Order: emitters receive entries in the order of the queue, even if several threads flush.
+// Emitters: the list does not own them. An emitter must live as long as it is in the list. After removeEmitter has
+// returned, the log does not call the emitter any more. Only one thread at a time calls emitters.
+// Re-entry: an emitter may log, flush, stop the thread, and add and remove emitters.
+// - An entry that an emitter logs is queued like any other. What emitters log while they write such an entry is
+// dropped;
+//   otherwise the log could feed itself for ever.
+// - A flush that an emitter calls does nothing.
+// - A stop that an emitter calls does not wait for the thread, on whichever thread the emitter runs.
+// Other processes: a child made by fork has no output thread, and nothing in the child waits for one.
 #pragma once
 
 #include <sys/types.h>
@@ -36,7 +40,7 @@ class LogOutput {
   enum class EmitterState { idle, running, stopping, stopped };
 
   LogOutput() = default;
-  // Stops the thread and waits for it; what is still queued is freed.
+  // Stops the thread and waits until it has ended. Frees the entries that are still queued.
   ~LogOutput();
   LogOutput(const LogOutput&) = delete;
   LogOutput& operator=(const LogOutput&) = delete;
@@ -44,26 +48,27 @@ class LogOutput {
   LogQueue& queue() { return queue_; }
   EmitterState state() const { return state_.get(); }
 
-  // Queues a message; what it refuses (see WorkQueue.h) stays in `message`.
+  // Queues a message. Returns false, and leaves `message` unchanged, if the queue refuses it (see WorkQueue.h).
   [[nodiscard]] bool push(std::unique_ptr<const BasicLog::LogMessage>& message);
 
-  // Starts the thread. Only once: false in every state but idle, and, idle again, when the system gives no thread.
+  // Starts the thread. Returns false if the state is not idle, so it can succeed only once. Returns false and leaves
+  // the state idle if the system cannot create a thread.
   bool startOutputThread();
-  // Has the thread end after the batch under way, and waits for that. Entries still queued stay, for a flush. Does
-  // nothing when no thread was started.
+  // Ends the thread after its current batch and waits until it has ended. Entries that are still queued remain there; a
+  // flush writes them. Does nothing if no thread was started.
   void stopOutputThread();
-  // Whether the thread was started and has left its loop.
+  // Returns true if the thread was started and has left its loop.
   bool isOutputThreadStopped() const;
 
-  // Appends an emitter to the list; null is ignored.
+  // Appends an emitter to the list. Ignores null.
   void addEmitter(BasicLog::Emitter* emitter);
-  // Takes it off the list, every time it is there.
+  // Removes the emitter from the list, even if it was added more than once. Ignores null.
   void removeEmitter(BasicLog::Emitter* emitter);
 
-  // Hands out what is queued, on the calling thread, until there is nothing left: as long as producers keep ahead of
-  // it, it goes on.
+  // Passes the queued entries to the emitters, on the calling thread, until the queue is empty. It does not return
+  // while producers add entries faster than it writes them.
   void flush();
-  // Puts one emitter, which writes to standard output, in the place of all others, and flushes.
+  // Replaces all emitters by the EmergencyEmitter, which writes to standard output, and flushes.
   void emergencyFlush();
 
  private:
@@ -79,8 +84,8 @@ class LogOutput {
   const AtomicEqualityTestPredicate<EmitterState> isStopping_{state_, EmitterState::stopping};
   const AtomicEqualityTestPredicate<EmitterState> isStopped_{state_, EmitterState::stopped};
   PortableMutex outputMutex_;
-  std::atomic<pid_t> process_{0};  // that has the thread
+  std::atomic<pid_t> process_{0};  // the process that started the thread
   OwnedMutex emittersMutex_;
-  std::vector<BasicLog::Emitter*> emitters_;  // null where one was removed while a batch is under way
-  ZoneOffset zoneOffset_;                     // guarded by the emitters' lock
+  std::vector<BasicLog::Emitter*> emitters_;  // null where an emitter was removed during a batch
+  ZoneOffset zoneOffset_;                     // guarded by emittersMutex_
 };

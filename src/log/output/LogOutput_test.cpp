@@ -1,4 +1,4 @@
-// The output thread, batches, the list of emitters, and what may not hang.
+// Tests of the output thread, of batches and the list of emitters, and of calls that must not deadlock.
 #include "log/output/LogOutput.h"
 
 #include <gmock/gmock.h>
@@ -26,8 +26,9 @@ using State = LogOutput::EmitterState;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// Whether `run`, which tells how long what it looks at took, says less than the second of an idle thread. Whatever
-// waits that second always takes it, while a busy machine delays now and then.
+// `run` returns how many microseconds its operation took. Returns true if one of ten attempts took clearly less than
+// the second for which an idle thread waits. An operation that waits for that second is slow in every attempt; a busy
+// machine delays only some of them.
 bool isImmediate(const std::function<std::int64_t()>& run) {
   for (int attempt = 0; attempt < 10; ++attempt) {
     if (run() < 900'000) return true;
@@ -35,7 +36,7 @@ bool isImmediate(const std::function<std::int64_t()>& run) {
   return false;
 }
 
-// Notes what it is given, and calls a function for each.
+// Records the text of each entry and then calls a function.
 class Recorder : public Emitter {
  public:
   explicit Recorder(std::string nameOfIt = "", std::vector<std::string>* sharedList = nullptr)
@@ -68,7 +69,7 @@ class Recorder : public Emitter {
   std::vector<std::string>* const list_;
 };
 
-// A log of the test's own.
+// Has its own log, separate from the instance of LogManager.
 class OutputTest : public testing::Test {
  public:
   LogManager manager;
@@ -89,7 +90,7 @@ std::vector<std::string> numbers(int count) {
 
 // --- Flushing and batches
 
-TEST_F(OutputTest, AFlushHandsOutAllThatIsQueuedInItsOrder) {
+TEST_F(OutputTest, FlushEmitsAllQueuedEntriesInOrder) {
   Recorder emitter;
   manager.addEmitter(&emitter);
   logMany(45);
@@ -100,7 +101,7 @@ TEST_F(OutputTest, AFlushHandsOutAllThatIsQueuedInItsOrder) {
   EXPECT_EQ(emitter.texts().size(), 45U);
 }
 
-TEST_F(OutputTest, EmittersMustNotHoldMoreThanABatchOfTwenty) {
+TEST_F(OutputTest, BatchHasAtMostTwentyEntries) {
   class Batches : public Recorder {
    public:
     std::vector<std::size_t> sizes;
@@ -118,7 +119,7 @@ TEST_F(OutputTest, EmittersMustNotHoldMoreThanABatchOfTwenty) {
 }
 
 TEST_F(OutputTest, EntriesAreTakenTwentyAtATime) {
-  // What is still queued while the first of a batch is handed out.
+  // For each emitted entry, how many entries are still queued at that time.
   std::vector<std::size_t> left;
   Recorder emitter;
   emitter.whenEmitting = [&](const LogMessage&) { left.push_back(output.queue().size()); };
@@ -129,7 +130,7 @@ TEST_F(OutputTest, EntriesAreTakenTwentyAtATime) {
   for (std::size_t i = 0; i < left.size(); ++i) EXPECT_EQ(left[i], i < 20 ? 25U : i < 40 ? 5U : 0U) << i;
 }
 
-TEST_F(OutputTest, EachEntryGoesToEveryEmitterInTheOrderOfTheList) {
+TEST_F(OutputTest, EachEntryReachesAllEmittersInTheOrderOfTheList) {
   std::vector<std::string> all;
   Recorder first("a", &all);
   Recorder second("b", &all);
@@ -140,7 +141,7 @@ TEST_F(OutputTest, EachEntryGoesToEveryEmitterInTheOrderOfTheList) {
   EXPECT_THAT(all, ElementsAre("a0", "b0", "a1", "b1"));
 }
 
-TEST_F(OutputTest, WithoutEmittersAFlushDropsWhatIsQueued) {
+TEST_F(OutputTest, FlushWithoutEmittersDropsQueuedEntries) {
   logMany(3);
   manager.flush();
   Recorder emitter;
@@ -149,7 +150,7 @@ TEST_F(OutputTest, WithoutEmittersAFlushDropsWhatIsQueued) {
   EXPECT_THAT(emitter.texts(), IsEmpty());
 }
 
-TEST_F(OutputTest, ANullEmitterIsIgnored) {
+TEST_F(OutputTest, NullEmitterIsIgnored) {
   manager.addEmitter(nullptr);
   output.addEmitter(nullptr);
   manager.removeEmitter(nullptr);
@@ -158,7 +159,7 @@ TEST_F(OutputTest, ANullEmitterIsIgnored) {
   manager.flush();
 }
 
-TEST_F(OutputTest, ARemovedEmitterIsCalledNoMore) {
+TEST_F(OutputTest, RemovedEmitterIsNotCalledAnyMore) {
   Recorder kept;
   {
     Recorder gone;
@@ -174,7 +175,7 @@ TEST_F(OutputTest, ARemovedEmitterIsCalledNoMore) {
   EXPECT_THAT(kept.texts(), ElementsAre("both", "one"));
 }
 
-TEST_F(OutputTest, AnEmitterThatWasAddedTwiceIsRemovedForGood) {
+TEST_F(OutputTest, RemovingAnEmitterThatWasAddedTwiceRemovesBoth) {
   Recorder emitter;
   manager.addEmitter(&emitter);
   manager.addEmitter(&emitter);
@@ -187,7 +188,7 @@ TEST_F(OutputTest, AnEmitterThatWasAddedTwiceIsRemovedForGood) {
   EXPECT_EQ(emitter.texts().size(), 2U);
 }
 
-TEST_F(OutputTest, EveryEntryOfABatchHasTheOffsetOfItsOwnMoment) {
+TEST_F(OutputTest, EachEntryOfABatchUsesTheZoneOffsetOfItsOwnMoment) {
   class Headers : public Emitter {
    public:
     std::vector<int> hours;
@@ -197,7 +198,7 @@ TEST_F(OutputTest, EveryEntryOfABatchHasTheOffsetOfItsOwnMoment) {
     const char* name() const override { return "Headers"; }
   };
   Headers headers;
-  Recorder zones;  // the text of an entry is the zone from the next one on
+  Recorder zones;  // the text of each entry is the zone for the next one
   zones.whenEmitting = [](const LogMessage& message) { ::setenv("TZ", std::string(message.text()).c_str(), 1); };
   manager.addEmitter(&headers);
   manager.addEmitter(&zones);
@@ -206,13 +207,13 @@ TEST_F(OutputTest, EveryEntryOfABatchHasTheOffsetOfItsOwnMoment) {
   manager.flush();
   ::unsetenv("TZ");
   ::tzset();
-  std::vector<int> later;  // than in UTC
+  std::vector<int> later;  // hours later than in UTC
   for (const int hour : headers.hours) later.push_back((hour - headers.hours[0] + 24) % 24);
   EXPECT_THAT(later, ElementsAre(0, 19, 9, 19, 0));
 }
 
-// What an emitter renders when it is told that the batch is over.
-TEST_F(OutputTest, TheEndOfABatchHasTheOffsetOfItsLastEntry) {
+// An emitter that renders its last entry at the end of the batch.
+TEST_F(OutputTest, EndBatchUsesTheZoneOffsetOfTheLastEntry) {
   class Late : public Emitter {
    public:
     LogMessage last;
@@ -234,7 +235,7 @@ TEST_F(OutputTest, TheEndOfABatchHasTheOffsetOfItsLastEntry) {
 
 // --- The thread
 
-TEST_F(OutputTest, TheThreadHandsOutWhatIsLogged) {
+TEST_F(OutputTest, ThreadEmitsLoggedEntries) {
   Recorder emitter;
   manager.addEmitter(&emitter);
   logMany(30);
@@ -246,7 +247,7 @@ TEST_F(OutputTest, TheThreadHandsOutWhatIsLogged) {
   EXPECT_EQ(emitter.texts(), numbers(30));
 }
 
-TEST_F(OutputTest, TheThreadHasItsName) {
+TEST_F(OutputTest, ThreadIsNamedLoggingOutput) {
   Recorder emitter;
   std::string name;
   emitter.whenEmitting = [&](const LogMessage&) { name = getThreadName(); };
@@ -258,8 +259,8 @@ TEST_F(OutputTest, TheThreadHasItsName) {
   EXPECT_EQ(name, "logging_output");
 }
 
-// The wait has no other end than the thread's second.
-TEST_F(OutputTest, AnEntryReachesItsEmittersAlthoughTheThreadWasIdle) {
+// Nothing wakes the thread, so the entry is emitted when the thread's wait of one second ends.
+TEST_F(OutputTest, EntryReachesItsEmittersAlthoughTheThreadWasIdle) {
   Recorder emitter;
   manager.addEmitter(&emitter);
   EXPECT_TRUE(manager.startOutputThread());
@@ -270,7 +271,7 @@ TEST_F(OutputTest, AnEntryReachesItsEmittersAlthoughTheThreadWasIdle) {
   EXPECT_THAT(emitter.texts(), ElementsAre("late"));
 }
 
-TEST_F(OutputTest, ABacklogWakesTheThreadBeforeItsSecondIsOver) {
+TEST_F(OutputTest, BacklogWakesTheIdleThreadAtOnce) {
   EXPECT_TRUE(isImmediate([] {
     Recorder emitter;
     LogManager other;
@@ -284,7 +285,7 @@ TEST_F(OutputTest, ABacklogWakesTheThreadBeforeItsSecondIsOver) {
   }));
 }
 
-TEST_F(OutputTest, StartsOnceOnly) {
+TEST_F(OutputTest, ThreadStartsOnlyOnce) {
   EXPECT_TRUE(manager.startOutputThread());
   EXPECT_FALSE(manager.startOutputThread());
   manager.stopOutputThread();
@@ -293,7 +294,7 @@ TEST_F(OutputTest, StartsOnceOnly) {
   EXPECT_EQ(output.state(), State::stopped);
 }
 
-TEST_F(OutputTest, IsIdleAgainWhenTheSystemGivesNoThread) {
+TEST_F(OutputTest, StateIsIdleAgainIfTheSystemCannotCreateAThread) {
   {
     const NoThreads none;
     EXPECT_FALSE(manager.startOutputThread());
@@ -303,14 +304,14 @@ TEST_F(OutputTest, IsIdleAgainWhenTheSystemGivesNoThread) {
   EXPECT_TRUE(manager.startOutputThread());
 }
 
-TEST_F(OutputTest, WithoutAsynchronousOutputStartingIsTrueAndStartsNothing) {
+TEST_F(OutputTest, WithoutAsynchronousOutputStartReturnsTrueAndStartsNoThread) {
   manager.input().setAsyncOutput(false);
   EXPECT_TRUE(manager.startOutputThread());
   EXPECT_TRUE(manager.startOutputThread());
   EXPECT_EQ(output.state(), State::idle);
 }
 
-TEST_F(OutputTest, AStopIsImmediateAlthoughTheThreadIsIdle) {
+TEST_F(OutputTest, StopWakesTheIdleThreadAtOnce) {
   EXPECT_TRUE(isImmediate([] {
     LogManager other;
     EXPECT_TRUE(other.startOutputThread());
@@ -323,7 +324,7 @@ TEST_F(OutputTest, AStopIsImmediateAlthoughTheThreadIsIdle) {
   }));
 }
 
-TEST_F(OutputTest, AStopRightAfterTheStartStops) {
+TEST_F(OutputTest, StopRightAfterAStartEndsTheThread) {
   for (int i = 0; i < 200; ++i) {
     LogManager other;
     EXPECT_TRUE(other.startOutputThread());
@@ -332,14 +333,14 @@ TEST_F(OutputTest, AStopRightAfterTheStartStops) {
   }
 }
 
-TEST_F(OutputTest, AStopBesideAStartThatFailsDoesNotWaitForAThread) {
+TEST_F(OutputTest, StopDuringAFailingStartDoesNotWaitForAThread) {
   std::atomic<bool> isOver{false};
   std::atomic<int> stops{0};
   std::thread stopper([&] {
     while (!isOver) {
       manager.stopOutputThread();
       ++stops;
-      ::usleep(10);  // else it may have the lock for itself
+      ::usleep(10);  // so that it does not keep the lock all the time
     }
   });
   while (stops == 0) std::this_thread::yield();
@@ -353,14 +354,14 @@ TEST_F(OutputTest, AStopBesideAStartThatFailsDoesNotWaitForAThread) {
   EXPECT_EQ(output.state(), State::idle);
 }
 
-TEST_F(OutputTest, StoppingWhatWasNeverStartedDoesNothing) {
+TEST_F(OutputTest, StopWithoutAStartDoesNothing) {
   manager.stopOutputThread();
   EXPECT_EQ(output.state(), State::idle);
   EXPECT_FALSE(manager.isOutputThreadStopped());
   EXPECT_TRUE(manager.startOutputThread());
 }
 
-TEST_F(OutputTest, AStopWaitsForTheBatchUnderWay) {
+TEST_F(OutputTest, StopWaitsForTheCurrentBatch) {
   Recorder emitter;
   std::atomic<bool> isInside{false};
   std::atomic<bool> isThrough{false};
@@ -377,7 +378,7 @@ TEST_F(OutputTest, AStopWaitsForTheBatchUnderWay) {
   EXPECT_TRUE(isThrough);
 }
 
-TEST_F(OutputTest, WhatIsQueuedAtAStopStaysForALaterFlush) {
+TEST_F(OutputTest, EntriesQueuedAtAStopAreEmittedByALaterFlush) {
   Recorder emitter;
   std::atomic<bool> isInside{false};
   emitter.whenEmitting = [&](const LogMessage&) {
@@ -396,14 +397,14 @@ TEST_F(OutputTest, WhatIsQueuedAtAStopStaysForALaterFlush) {
   EXPECT_EQ(emitter.texts(), numbers(101));
 }
 
-TEST_F(OutputTest, StoppingItTwiceDoesNothingMore) {
+TEST_F(OutputTest, SecondStopDoesNothing) {
   EXPECT_TRUE(manager.startOutputThread());
   manager.stopOutputThread();
   manager.stopOutputThread();
   EXPECT_EQ(output.state(), State::stopped);
 }
 
-TEST_F(OutputTest, ManyMayStopAtTheSameTime) {
+TEST_F(OutputTest, ManyThreadsMayStopAtTheSameTime) {
   EXPECT_TRUE(manager.startOutputThread());
   std::vector<std::thread> threads;
   for (int i = 0; i < 8; ++i) {
@@ -415,7 +416,7 @@ TEST_F(OutputTest, ManyMayStopAtTheSameTime) {
   for (std::thread& thread : threads) thread.join();
 }
 
-TEST_F(OutputTest, OfManyStartersOneSucceeds) {
+TEST_F(OutputTest, OneOfManyConcurrentStartsSucceeds) {
   std::atomic<int> successes{0};
   std::vector<std::thread> threads;
   for (int i = 0; i < 8; ++i) {
@@ -427,7 +428,7 @@ TEST_F(OutputTest, OfManyStartersOneSucceeds) {
   EXPECT_EQ(successes, 1);
 }
 
-TEST_F(OutputTest, DestructionStopsTheThreadAndWaits) {
+TEST_F(OutputTest, DestructorStopsTheThreadAndWaits) {
   Recorder emitter;
   std::atomic<bool> isInside{false};
   std::atomic<bool> isThrough{false};
@@ -446,7 +447,7 @@ TEST_F(OutputTest, DestructionStopsTheThreadAndWaits) {
   EXPECT_TRUE(isThrough);
 }
 
-TEST_F(OutputTest, RemovalWaitsForTheEmitterThatIsBusy) {
+TEST_F(OutputTest, RemoveEmitterWaitsForABusyEmitter) {
   auto emitter = std::make_unique<Recorder>();
   std::atomic<bool> isInside{false};
   emitter->whenEmitting = [&](const LogMessage&) {
@@ -458,12 +459,12 @@ TEST_F(OutputTest, RemovalWaitsForTheEmitterThatIsBusy) {
   EXPECT_TRUE(manager.startOutputThread());
   while (!isInside) ::usleep(100);
   manager.removeEmitter(emitter.get());
-  emitter.reset();  // the sanitizers see it when it is still in use
+  emitter.reset();  // the sanitizers report it if the emitter is still in use
 }
 
-// --- Coming back from inside an emitter
+// --- Calls from inside an emitter
 
-TEST_F(OutputTest, WhatAnEmitterLogsIsHandedOutLater) {
+TEST_F(OutputTest, EntryThatAnEmitterLogsIsEmittedLater) {
   Recorder emitter;
   emitter.whenEmitting = [&](const LogMessage& message) {
     if (message.text() == "outer") log("from inside");
@@ -475,7 +476,7 @@ TEST_F(OutputTest, WhatAnEmitterLogsIsHandedOutLater) {
   EXPECT_THAT(emitter.texts(), ElementsAre("outer", "next", "from inside"));
 }
 
-TEST_F(OutputTest, AnEmitterThatAlwaysLogsDoesNotFeedTheLogForEver) {
+TEST_F(OutputTest, EmitterThatAlwaysLogsDoesNotFeedTheLogForEver) {
   Recorder emitter;
   emitter.whenEmitting = [&](const LogMessage&) { log("echo"); };
   manager.addEmitter(&emitter);
@@ -485,7 +486,7 @@ TEST_F(OutputTest, AnEmitterThatAlwaysLogsDoesNotFeedTheLogForEver) {
   EXPECT_THAT(emitter.texts(), ElementsAre("a", "b", "echo", "echo"));
 }
 
-TEST_F(OutputTest, TheThreadGoesOnAfterAnEmitterThatLogs) {
+TEST_F(OutputTest, ThreadContinuesAfterAnEmitterThatLogs) {
   Recorder emitter;
   emitter.whenEmitting = [&](const LogMessage&) { log("echo"); };
   manager.addEmitter(&emitter);
@@ -497,7 +498,7 @@ TEST_F(OutputTest, TheThreadGoesOnAfterAnEmitterThatLogs) {
   EXPECT_THAT(emitter.texts(), ElementsAre("a", "echo"));
 }
 
-TEST_F(OutputTest, AfterABatchThreadsLogAsBefore) {
+TEST_F(OutputTest, EntriesLoggedAfterABatchAreNotDropped) {
   Recorder emitter;
   emitter.whenEmitting = [&](const LogMessage&) { log("echo"); };
   manager.addEmitter(&emitter);
@@ -509,7 +510,7 @@ TEST_F(OutputTest, AfterABatchThreadsLogAsBefore) {
   EXPECT_THAT(emitter.texts(), ElementsAre("a", "echo", "b"));
 }
 
-TEST_F(OutputTest, AFlushFromInsideDoesNothing) {
+TEST_F(OutputTest, FlushFromInsideAnEmitterDoesNothing) {
   Recorder emitter;
   emitter.whenEmitting = [&](const LogMessage&) { manager.flush(); };
   manager.addEmitter(&emitter);
@@ -518,7 +519,7 @@ TEST_F(OutputTest, AFlushFromInsideDoesNothing) {
   EXPECT_EQ(emitter.texts(), numbers(25));
 }
 
-TEST_F(OutputTest, AStopFromInsideDoesNotWaitForItself) {
+TEST_F(OutputTest, StopFromInsideAnEmitterDoesNotWaitForItself) {
   Recorder emitter;
   std::atomic<bool> isThrough{false};
   emitter.whenEmitting = [&](const LogMessage&) {
@@ -533,8 +534,8 @@ TEST_F(OutputTest, AStopFromInsideDoesNotWaitForItself) {
   EXPECT_TRUE(manager.isOutputThreadStopped());
 }
 
-// The output thread waits for the emitters then, which the flush has.
-TEST_F(OutputTest, AStopFromInsideAFlushDoesNotWaitForTheThread) {
+// The flush holds the lock of the emitters, and the output thread waits for that lock.
+TEST_F(OutputTest, StopFromInsideAFlushDoesNotWaitForTheThread) {
   Recorder emitter;
   emitter.whenEmitting = [&](const LogMessage&) {
     EXPECT_TRUE(manager.startOutputThread());
@@ -548,7 +549,7 @@ TEST_F(OutputTest, AStopFromInsideAFlushDoesNotWaitForTheThread) {
   EXPECT_TRUE(manager.isOutputThreadStopped());
 }
 
-TEST_F(OutputTest, AnEmitterMayRemoveItselfInTheMiddleOfABatch) {
+TEST_F(OutputTest, EmitterMayRemoveItselfInTheMiddleOfABatch) {
   class Fleeting : public Recorder {
    public:
     int ended = 0;
@@ -572,7 +573,7 @@ TEST_F(OutputTest, AnEmitterMayRemoveItselfInTheMiddleOfABatch) {
   EXPECT_EQ(after.texts().size(), 6U);
 }
 
-TEST_F(OutputTest, AnEmitterMayAddAndRemoveOthersInTheMiddleOfABatch) {
+TEST_F(OutputTest, EmitterMayAddAndRemoveOthersInTheMiddleOfABatch) {
   Recorder first;
   Recorder removed;
   Recorder added;
@@ -589,7 +590,7 @@ TEST_F(OutputTest, AnEmitterMayAddAndRemoveOthersInTheMiddleOfABatch) {
   EXPECT_THAT(added.texts(), ElementsAre("2", "3"));
 }
 
-// Notes what it is told of batches, beside the entries.
+// Also counts the calls at the beginning and at the end of batches.
 class BatchRecorder : public Recorder {
  public:
   void beginBatch() override {
@@ -603,7 +604,7 @@ class BatchRecorder : public Recorder {
   std::function<void()> whenBeginning = [] {};
 };
 
-TEST_F(OutputTest, AnEmitterThatIsRemovedBeforeItsBatchBeganIsGivenNothing) {
+TEST_F(OutputTest, EmitterRemovedBeforeItsBatchBeginsIsNotCalled) {
   BatchRecorder first;
   BatchRecorder removed;
   BatchRecorder last;
@@ -618,7 +619,7 @@ TEST_F(OutputTest, AnEmitterThatIsRemovedBeforeItsBatchBeganIsGivenNothing) {
   EXPECT_EQ(last.texts(), numbers(3));
 }
 
-TEST_F(OutputTest, RemovingFromInsideWhatIsNotOnTheListCallsNobody) {
+TEST_F(OutputTest, RemovingAnUnlistedEmitterFromInsideDoesNotCallIt) {
   BatchRecorder stranger;
   Recorder emitter;
   emitter.whenEmitting = [&](const LogMessage&) { manager.removeEmitter(&stranger); };
@@ -629,8 +630,8 @@ TEST_F(OutputTest, RemovingFromInsideWhatIsNotOnTheListCallsNobody) {
   EXPECT_EQ(emitter.texts(), numbers(3));
 }
 
-// The default report, which logs; the log of the test program takes its entry.
-TEST(OutputAssertions, AnAssertionInsideAnEmitterNeitherHangsNorFeedsTheLogForEver) {
+// Uses the instance of LogManager, because the default report logs there.
+TEST(OutputAssertions, AssertionInsideAnEmitterNeitherHangsNorFeedsTheLogForEver) {
   LogManager& log = LogManager::instance();
   log.flush();
   Recorder emitter;
@@ -649,7 +650,7 @@ TEST(OutputAssertions, AnAssertionInsideAnEmitterNeitherHangsNorFeedsTheLogForEv
 
 // --- Without asynchronous output
 
-TEST_F(OutputTest, WithoutAsynchronousOutputAnEmitterSeesEntriesAtOnceOnTheThreadThatLogs) {
+TEST_F(OutputTest, WithoutAsynchronousOutputEntriesAreEmittedAtOnceOnTheThreadThatLogs) {
   manager.input().setAsyncOutput(false);
   Recorder emitter;
   std::thread::id thread;
@@ -662,16 +663,16 @@ TEST_F(OutputTest, WithoutAsynchronousOutputAnEmitterSeesEntriesAtOnceOnTheThrea
   EXPECT_THAT(emitter.texts(), ElementsAre("x"));
 }
 
-TEST_F(OutputTest, AnEmitterBehindTheAdapterStaysItsCallers) {
+TEST_F(OutputTest, DeletingTheAdapterDoesNotDeleteTheEmitter) {
   manager.input().setAsyncOutput(false);
   Recorder emitter;
   manager.addEmitter(&emitter);
-  manager.input().setSyncProcessor(nullptr);  // deletes the adapter alone
+  manager.input().setSyncProcessor(nullptr);  // deletes the adapter
   log("x");
   EXPECT_THAT(emitter.texts(), IsEmpty());
 }
 
-TEST_F(OutputTest, AnEmitterBehindTheAdapterCanBeRemoved) {
+TEST_F(OutputTest, EmitterBehindTheAdapterCanBeRemoved) {
   manager.input().setAsyncOutput(false);
   {
     Recorder emitter;
@@ -681,7 +682,7 @@ TEST_F(OutputTest, AnEmitterBehindTheAdapterCanBeRemoved) {
   log("x");
 }
 
-TEST_F(OutputTest, ALaterEmitterTakesTheAdaptersPlaceAndRemovingTheEarlierLeavesIt) {
+TEST_F(OutputTest, RemovingAReplacedEmitterLeavesItsReplacement) {
   manager.input().setAsyncOutput(false);
   Recorder first;
   Recorder second;
@@ -702,7 +703,7 @@ class Counting : public LogMessageProcessor {
   int& count_;
 };
 
-TEST_F(OutputTest, RemovingAnEmitterLeavesAProcessorThatTookItsPlace) {
+TEST_F(OutputTest, RemovingAReplacedEmitterLeavesTheNewProcessor) {
   manager.input().setAsyncOutput(false);
   int count = 0;
   Recorder emitter;
@@ -713,7 +714,7 @@ TEST_F(OutputTest, RemovingAnEmitterLeavesAProcessorThatTookItsPlace) {
   EXPECT_EQ(count, 1);
 }
 
-TEST_F(OutputTest, RemovingNoEmitterLeavesTheProcessor) {
+TEST_F(OutputTest, RemovingNullLeavesTheProcessor) {
   int calls = 0;
   manager.input().setSyncProcessor(new Counting(calls));
   manager.removeEmitter(nullptr);
@@ -722,7 +723,7 @@ TEST_F(OutputTest, RemovingNoEmitterLeavesTheProcessor) {
   manager.input().setSyncProcessor(nullptr);
 }
 
-TEST_F(OutputTest, AnEmitterBehindTheAdapterMayLogAndRemoveItself) {
+TEST_F(OutputTest, EmitterBehindTheAdapterMayLogAndRemoveItself) {
   manager.input().setAsyncOutput(false);
   Recorder emitter;
   emitter.whenEmitting = [&](const LogMessage&) {
@@ -753,7 +754,7 @@ std::string standardOutputOf(const std::function<void()>& run) {
   return text;
 }
 
-TEST_F(OutputTest, AnEmergencyFlushPutsTheEmergencyEmitterInThePlaceOfAllOthers) {
+TEST_F(OutputTest, EmergencyFlushReplacesAllEmittersByTheEmergencyEmitter) {
   Recorder first;
   Recorder second;
   manager.addEmitter(&first);
@@ -768,7 +769,7 @@ TEST_F(OutputTest, AnEmergencyFlushPutsTheEmergencyEmitterInThePlaceOfAllOthers)
   EXPECT_THAT(second.texts(), IsEmpty());
 }
 
-TEST_F(OutputTest, AnEmergencyFlushFromInsideAnEmitterTakesItsPlaceWithoutHanging) {
+TEST_F(OutputTest, EmergencyFlushFromInsideAnEmitterReplacesItWithoutHanging) {
   Recorder emitter;
   emitter.whenEmitting = [&](const LogMessage& message) {
     if (message.text() == "1") manager.emergencyFlush();
@@ -784,13 +785,13 @@ TEST_F(OutputTest, AnEmergencyFlushFromInsideAnEmitterTakesItsPlaceWithoutHangin
 
 // --- The end of the process
 
-// What becomes of a child that runs `body`, on the log of the process: its exit status, -1 for a hang or a signal.
+// Runs `body` in a forked child. Returns the child's exit status, or -1 if the child hangs or a signal ends it.
 int exitStatusOf(const std::function<void()>& body) {
   std::fflush(stdout);
   const pid_t child = ::fork();
   if (child == 0) {
     body();
-    std::_Exit(99);  // the body ends the process itself
+    std::_Exit(99);  // the body is expected to end the process itself
   }
   for (int i = 0; i < 3000; ++i) {
     int status = 0;
@@ -807,7 +808,7 @@ Recorder& immortal() {
   return *emitter;
 }
 
-TEST(OutputExitDeathTest, StopsARunningOutputThreadAndWaits) {
+TEST(OutputExitDeathTest, ExitStopsARunningOutputThreadAndWaits) {
   EXPECT_EQ(exitStatusOf([] {
               LogManager& log = LogManager::instance();
               log.addEmitter(&immortal());
@@ -820,7 +821,7 @@ TEST(OutputExitDeathTest, StopsARunningOutputThreadAndWaits) {
             7);
 }
 
-TEST(OutputExitDeathTest, BringsTheBatchUnderWayToItsEnd) {
+TEST(OutputExitDeathTest, ExitFinishesTheCurrentBatch) {
   struct Shared {
     std::atomic<bool> isInside{false};
     std::atomic<int> emitted{0};
@@ -860,7 +861,7 @@ TEST(OutputExitDeathTest, BringsTheBatchUnderWayToItsEnd) {
   ::munmap(memory, sizeof(Shared));
 }
 
-TEST(OutputExitDeathTest, FromInsideAnEmitterDoesNotHang) {
+TEST(OutputExitDeathTest, ExitFromInsideAnEmitterDoesNotHang) {
   EXPECT_EQ(exitStatusOf([] {
               LogManager& log = LogManager::instance();
               immortal().whenEmitting = [](const LogMessage&) { std::exit(8); };
@@ -872,11 +873,11 @@ TEST(OutputExitDeathTest, FromInsideAnEmitterDoesNotHang) {
             8);
 }
 
-TEST(OutputExitDeathTest, OfAForkedChildDoesNotWaitForTheThreadOfItsParent) {
+TEST(OutputExitDeathTest, ExitOfAForkedChildDoesNotWaitForTheThreadOfItsParent) {
   EXPECT_EQ(exitStatusOf([] {
               LogManager& log = LogManager::instance();
               if (!log.startOutputThread()) std::_Exit(1);
-              ::usleep(50'000);  // it is idle by now
+              ::usleep(50'000);  // the thread is idle now
               const int inner = exitStatusOf([] {
                 LogManager::instance().stopOutputThread();
                 if (!LogManager::instance().isOutputThreadStopped()) std::_Exit(2);
@@ -887,12 +888,12 @@ TEST(OutputExitDeathTest, OfAForkedChildDoesNotWaitForTheThreadOfItsParent) {
             9);
 }
 
-// --- Everything at once
+// --- Many threads at the same time
 
-// A million with RAVCTL_LONG.
+// Returns one million if RAVCTL_LONG is set.
 int messagesInAll() { return std::getenv("RAVCTL_LONG") != nullptr ? 1'000'000 : 32'000; }
 
-// Checks that every message of every producer comes once, in order.
+// Checks that each message of each producer arrives once and in order.
 class Checker : public Emitter {
  public:
   explicit Checker(int producers) : next_(static_cast<std::size_t>(producers)) {}
@@ -911,7 +912,7 @@ class Checker : public Emitter {
   bool isOrdered() const { return isOrdered_; }
 
  private:
-  std::vector<int> next_;  // guarded by the lock of the emitters, as is the rest
+  std::vector<int> next_;  // only used under the lock of the emitters
   std::atomic<int> count_{0};
   std::atomic<bool> isOrdered_{true};
 };
@@ -965,7 +966,7 @@ TEST_F(OutputTest, OrderIsKeptWhenSeveralThreadsFlush) {
   EXPECT_TRUE(emitter.isOrdered());
 }
 
-TEST_F(OutputTest, EmittersComeAndGoWhileEntriesFlow) {
+TEST_F(OutputTest, EmittersMayBeAddedAndRemovedWhileThreadsLog) {
   std::atomic<bool> isOver{false};
   EXPECT_TRUE(manager.startOutputThread());
   std::vector<std::thread> threads;
@@ -973,7 +974,7 @@ TEST_F(OutputTest, EmittersComeAndGoWhileEntriesFlow) {
     threads.emplace_back([&] {
       while (!isOver) {
         log("x");
-        ::usleep(100);  // a flush ends when it has caught up
+        ::usleep(100);  // so that the flush can empty the queue
       }
     });
   }

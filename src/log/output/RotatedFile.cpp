@@ -35,7 +35,7 @@ constexpr Naming namings[] = {
 };
 
 std::string nameOf(std::int64_t interval, const std::string& prefix, std::int64_t periodStart) {
-  // To a stamp 0 means now; a microsecond later is the same name.
+  // The stamp functions take 0 for the current time. One microsecond after 0 gives the name for 0.
   const std::int64_t time = periodStart == 0 ? 1 : periodStart;
   for (const Naming& naming : namings) {
     if (naming.interval == interval) return naming.stamp(prefix, ending, time);
@@ -43,14 +43,14 @@ std::string nameOf(std::int64_t interval, const std::string& prefix, std::int64_
   return TimeUtils::secondStamp(prefix, ending, time);
 }
 
-// The multiple of `interval` at or below `ticks`.
+// Returns the greatest multiple of `interval` that is not above `ticks`.
 std::int64_t startOfPeriod(std::int64_t ticks, std::int64_t interval) {
-  const std::int64_t into = ticks % interval;
-  return ticks - (into < 0 ? into + interval : into);
+  const std::int64_t remainder = ticks % interval;
+  return ticks - (remainder < 0 ? remainder + interval : remainder);
 }
 
 UniqueFd openForAppending(const std::string& path) {
-  // Nothing is waited for: whatever is not a regular file is given up again.
+  // O_NONBLOCK keeps the open of a FIFO from blocking. Anything but a regular file is closed again below.
   constexpr int flags = O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
   UniqueFd fd(uninterrupted([&] { return ::open(path.c_str(), flags, fileMode); }));
   struct stat info = {};
@@ -58,7 +58,7 @@ UniqueFd openForAppending(const std::string& path) {
   return fd;
 }
 
-// How much of the text was written before the first failure.
+// Writes the text and returns how many bytes were written before the first failure.
 std::size_t writeSome(int fd, std::string_view text) {
   std::size_t written = 0;
   while (written < text.size()) {
@@ -91,8 +91,8 @@ void RotatedFile::closeFile() {
 
 bool RotatedFile::openFile() {
   if (fd_.isOpen()) return true;
-  if (!hasValidInterval()) return false;               // no more, since a line was held
-  (void)FileUtils::makeDir(directory, directoryMode);  // opening tells
+  if (!hasValidInterval()) return false;               // the setting may have changed since a line was held
+  (void)FileUtils::makeDir(directory, directoryMode);  // if this fails, the open fails too
   const std::string name = nameOf(interval, prefix, periodStart_);
   const std::string path = StringUtils::joinPath({directory, name});
   if (isUsablePath(path)) fd_ = openForAppending(path);
@@ -116,11 +116,11 @@ void RotatedFile::release() {
 void RotatedFile::writeHeld() {
   std::size_t from = 0;
   while (from < held_.size()) {
-    const std::string_view rest = std::string_view(held_).substr(from);
-    const std::size_t reached = from + (openFile() ? writeSome(fd_.get(), rest) : 0);
+    const std::string_view unwritten = std::string_view(held_).substr(from);
+    const std::size_t reached = from + (openFile() ? writeSome(fd_.get(), unwritten) : 0);
     if (reached == held_.size()) break;
     closeFile();
-    from = *std::upper_bound(heldEnds_.begin(), heldEnds_.end(), reached);  // the line in which it failed is lost
+    from = *std::upper_bound(heldEnds_.begin(), heldEnds_.end(), reached);  // loses the line whose write failed
   }
   held_.clear();
   heldEnds_.clear();
@@ -133,7 +133,7 @@ namespace {
 bool isOutdated(const std::string& path, std::int64_t cutOff) {
   struct stat info = {};
   if (::lstat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
-  // Seconds and the rest of their own: a file may claim a time that no 64 bits of microseconds hold.
+  // Compares seconds and microseconds separately: the time of a file may be too large for 64 bits of microseconds.
   using Moment = std::pair<std::int64_t, std::int64_t>;
   const timeval limit = TimeUtils::toTimeval(cutOff);
   return Moment(info.st_mtim.tv_sec, info.st_mtim.tv_nsec / 1'000) < Moment(limit.tv_sec, limit.tv_usec);
@@ -142,7 +142,7 @@ bool isOutdated(const std::string& path, std::int64_t cutOff) {
 void logRemoval(const std::string& path) {
   static BasicLog::Logger& log = BasicLog::getLogger(BasicLog::basiclibLogger);
   if (!log.isEnabled(BasicLog::Level::info)) return;
-  // Deliberately not this file's name: whoever reads logs searches for this one.
+  // Deliberately not the name of this source file: people search logs for "BasicLog.cpp".
   BasicLog::Entry entry(log, BasicLog::Level::info, "removing outdated logfile", "BasicLog.cpp", "scrub_old_files");
   entry.add("filename", path);
 }
@@ -156,6 +156,6 @@ void scrub_old_files(const std::string& directory, const std::string& prefix, st
     const std::string path = StringUtils::joinPath({directory, name});
     if (!StringUtils::startsWith(name, prefix) || !isOutdated(path, cutOff)) continue;
     logRemoval(path);
-    (void)FileUtils::removeFile(path);  // what stays is tried again in the next period
+    (void)FileUtils::removeFile(path);  // a file that remains is tried again in the next period
   }
 }

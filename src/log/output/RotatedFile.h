@@ -1,4 +1,4 @@
-// RotatedFile: a log file that is another one in every period.
+// RotatedFile: a log file that is replaced by a new one in every period.
 //
 //   RotatedFile file;
 //   file.interval = 3'600'000'000;
@@ -7,11 +7,13 @@
 //   if (file.enterPeriod(ticks)) scrub_old_files(file.directory, file.prefix, now);
 //   file.append("[INFO]", "started");                    // into /var/log/app/app-20250302-13.log
 //
-// Periods are multiples of the interval in local ticks (see TimeUtils.h). A file is named after the start of its
-// period: the day for intervals of a day, the hour for an hour, the minute for a minute, the second for all others. On
-// the disk: the directory is made when it is missing (0750), files are appended to, and made 0644, both less the umask.
-// A link in the file's place is not followed, and anything but a regular file is not written to. Threads: none; the
-// owner locks.
+// Periods: a period begins at a multiple of the interval in local ticks (see TimeUtils.h).
+// Names: the name of a file contains the start of its period, to the day if the interval is one day, to the hour if it
+// is one hour, to the minute if it is one minute, and to the second for all other intervals.
+// On the disk: a missing directory is created with mode 0750, a missing file with mode 0644, both less the umask.
+// Existing files are appended to. If the name of the file is a link, the link is not followed, and nothing is written
+// to anything but a regular file.
+// Threads: the class does not lock; its owner does.
 #pragma once
 
 #include <cstddef>
@@ -24,29 +26,29 @@
 
 class RotatedFile {
  public:
-  // The settings. A new prefix or directory counts from the next opening on.
+  // The settings. A new prefix or directory takes effect when the next file is opened.
   std::int64_t interval = 0;  // microseconds
   std::string prefix;
   std::string directory;
 
-  // Intervals below a millisecond are none: nothing is written then.
+  // An interval below one millisecond is invalid, and then nothing is written.
   bool hasValidInterval() const { return interval > 999; }
 
-  // Moves on to the period in which `localTicks` lies. True when it is another one than before: lines that are held
-  // were written, and the file is closed.
+  // Enters the period that contains `localTicks`. Returns true if that is not the current period; then it has written
+  // the lines that were held and closed the file.
   bool enterPeriod(std::int64_t localTicks);
 
-  // Writes header, blank and body as one sanitised line (see Emitter.h) into the file of the period, which is opened
-  // when it is not open. A line that cannot be written is lost, and the file is closed then, so that the next line
-  // opens it anew. Without a period, or a valid interval, nothing is written.
+  // Writes header, blank and body as one sanitised line (see Emitter.h) to the file of the period. Opens the file if it
+  // is not open. If a line cannot be written, the line is lost and the file is closed, so that the next line opens it
+  // again. Writes nothing before the first period and while the interval is invalid.
   void append(std::string_view header, std::string_view body);
 
-  // From here to release lines are held and then written together. What becomes of each is the same: when one cannot be
-  // written, the next ones still are.
+  // Between hold and release, lines are held. release writes them together. A line that cannot be written does not
+  // prevent the next lines from being written.
   void hold() { isHolding_ = true; }
   void release();
 
-  // The name without directory of the open file, or empty.
+  // Returns the name of the open file without its directory, or an empty text if no file is open.
   const std::string& fileName() const { return fileName_; }
 
  private:
@@ -63,7 +65,8 @@ class RotatedFile {
   std::vector<std::size_t> heldEnds_;  // where each held line ends
 };
 
-// Removes the regular files of a directory whose names begin with `prefix` and that were last changed more than 30 days
-// before `nowMicros`, the wall clock (although the files are named by local ticks: deliberate). Each is logged first.
-// Without a directory or a prefix nothing is removed. What cannot be removed stays.
+// Removes every regular file of the directory whose name begins with `prefix` and whose last change is more than 30
+// days before `nowMicros`. `nowMicros` is the time of the wall clock, although file names contain local ticks; that is
+// deliberate. Logs each file before it removes it. If `directory` or `prefix` is empty, nothing is removed. A file that
+// cannot be removed is ignored.
 void scrub_old_files(const std::string& directory, const std::string& prefix, std::int64_t nowMicros);

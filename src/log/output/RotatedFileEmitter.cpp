@@ -35,7 +35,8 @@ bool RotatedFileEmitterActor::appendInSamePeriod(const std::string& header, cons
   return true;
 }
 
-// Scrubbing logs, and so it is done without the lock: another thread may hold a lock of the log and be on its way here.
+// Scrubbing logs, so scrub() runs without the emitter's lock. Otherwise it could deadlock with a thread that holds a
+// lock of the log and waits for this emitter.
 void RotatedFileEmitterActor::scrub(std::int64_t now) {
   std::string directory;
   std::string prefix;

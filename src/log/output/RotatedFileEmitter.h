@@ -1,4 +1,4 @@
-// RotatedFileEmitterActor: writes entries to files that change with the period; see RotatedFile.h.
+// RotatedFileEmitterActor: writes entries to a RotatedFile, a new file in every period (see RotatedFile.h).
 #pragma once
 
 #include "base/text/TimeUtils.h"
@@ -6,10 +6,13 @@
 #include "log/output/EmitterActor.h"
 #include "log/output/RotatedFile.h"
 
-// Settings: "interval", a duration such as "1 day" (at least a millisecond, else every entry is dropped), "prefix" of
-// the files' names, "dir". Once in each period, when its first entry comes, outdated files are removed from the
-// directory. An entry that is emitted by itself is written at once, those of a batch at its end.
-// Threads: everything may be called from any thread.
+// Settings:
+// - "interval": a duration such as "1 day". It must be at least one millisecond, or else every entry is dropped.
+// - "prefix": the beginning of the file names.
+// - "dir": the directory of the files.
+// The first entry of each period also removes outdated files from the directory. The entries of a batch are written at
+// the end of the batch. An entry that is emitted outside a batch is written at once.
+// Threads: every function may be called from any thread.
 class RotatedFileEmitterActor : public EmitterActor, public BasicLog::FileEmitterInterface {
  public:
   using Clock = std::int64_t (*)();  // the wall clock, in microseconds
@@ -30,7 +33,7 @@ class RotatedFileEmitterActor : public EmitterActor, public BasicLog::FileEmitte
   std::string currentFileName() const override;
 
  private:
-  // False when the entry is the first of its period; then it is not written yet.
+  // Returns false if the entry is the first of its period. Then the entry has not been written yet.
   bool appendInSamePeriod(const std::string& header, const std::string& body, std::int64_t now);
   void scrub(std::int64_t now);
 

@@ -1,4 +1,4 @@
-// Rotated files and their emitter, with a clock of the test's own.
+// Tests of rotated files and of their emitter, with a clock that the tests set.
 #include "log/output/RotatedFile.h"
 
 #include <fcntl.h>
@@ -52,7 +52,7 @@ void setZone(const char* zone) {
   ::tzset();
 }
 
-// Hourly files "app-..." in a directory that does not exist yet, at 2025-03-02 13:05 of the zone UTC.
+// Has an emitter of hourly files "app-..." in a directory that does not exist yet. The time is 2025-03-02 13:05 UTC.
 class RotatedFileTest : public HostTest {
  protected:
   void SetUp() override {
@@ -76,7 +76,7 @@ class RotatedFileTest : public HostTest {
   }
   void write(const std::string& body) { emitter.write(Level::info, "[INFO]", body); }
 
-  // A file in the log directory, so old at the test's time.
+  // Makes a file in the log directory that is `age` microseconds old at the time of the test.
   static void makeOldFile(const std::string& name, std::int64_t age) {
     host::writeFile(std::string(logs) + "/" + name, "old\n");
     const timeval time = TimeUtils::toTimeval(now - age);
@@ -89,7 +89,7 @@ class RotatedFileTest : public HostTest {
 
 // --- Names and periods
 
-TEST_F(RotatedFileTest, AnHourlyFileChangesWithTheHour) {
+TEST_F(RotatedFileTest, HourlyFileChangesWithTheHour) {
   write("one");
   EXPECT_EQ(emitter.currentFileName(), "app-20250302-13.log");
   now = at("2025-03-02T13:59:59") + 999'999;
@@ -102,7 +102,7 @@ TEST_F(RotatedFileTest, AnHourlyFileChangesWithTheHour) {
             "f 0644 app-20250302-14.log \"[INFO] three\\n\"\n");
 }
 
-TEST_F(RotatedFileTest, FilesAreNamedByTheirInterval) {
+TEST_F(RotatedFileTest, FormatOfFileNamesDependsOnTheInterval) {
   const struct {
     const char *interval, *name;
   } cases[] = {
@@ -132,22 +132,22 @@ TEST_F(RotatedFileTest, FilesAreNamedByTheirInterval) {
   }
 }
 
-TEST_F(RotatedFileTest, PeriodsAreThoseOfLocalTicks) {
-  setZone("CET-1CEST,M3.5.0,M10.5.0/3");  // two hours ahead in April 3918, and so always
+TEST_F(RotatedFileTest, PeriodsBeginInLocalTime) {
+  setZone("CET-1CEST,M3.5.0,M10.5.0/3");  // two hours ahead of UTC in April 3918, and therefore always
   now = at("2025-03-02T22:30:00");
   configure("1 day", "app-", logs);
   write("x");
   EXPECT_EQ(emitter.currentFileName(), "app-20250303.log");
 }
 
-TEST_F(RotatedFileTest, AtThirteenFiveLocalTimeTheHourIsTheLocalOne) {
+TEST_F(RotatedFileTest, FileNamesContainLocalTime) {
   setZone("EST5");
   now = at("2025-03-02T18:05:00");
   write("x");
   EXPECT_EQ(emitter.currentFileName(), "app-20250302-13.log");
 }
 
-TEST_F(RotatedFileTest, ThePeriodThatBeginsAtZeroIsNotNow) {
+TEST_F(RotatedFileTest, PeriodThatBeginsAtZeroIsNotNamedAfterTheCurrentTime) {
   now = 1'234'567;
   const struct {
     const char *interval, *name;
@@ -167,7 +167,7 @@ TEST_F(RotatedFileTest, ThePeriodThatBeginsAtZeroIsNotNow) {
   }
 }
 
-TEST_F(RotatedFileTest, TheFirstPeriodIsANewOneWheneverItIs) {
+TEST_F(RotatedFileTest, FirstPeriodIsAlwaysANewOne) {
   for (const std::int64_t ticks : {std::int64_t{0}, hour, -hour}) {
     RotatedFile file;
     file.interval = hour;
@@ -177,7 +177,7 @@ TEST_F(RotatedFileTest, TheFirstPeriodIsANewOneWheneverItIs) {
   }
 }
 
-TEST_F(RotatedFileTest, BeforeNineteenSeventyPeriodsRoundDown) {
+TEST_F(RotatedFileTest, PeriodsBefore1970AreRoundedDown) {
   now = -1;
   write("x");
   EXPECT_EQ(emitter.currentFileName(), "app-19691231-23.log");
@@ -186,7 +186,7 @@ TEST_F(RotatedFileTest, BeforeNineteenSeventyPeriodsRoundDown) {
   EXPECT_EQ(emitter.currentFileName(), "app-19700101-00.log");
 }
 
-TEST_F(RotatedFileTest, AClockThatGoesBackGoesBackToTheOldFile) {
+TEST_F(RotatedFileTest, ClockThatIsSetBackReturnsToTheEarlierFile) {
   write("one");
   now = at("2025-03-02T14:00:00");
   write("two");
@@ -197,7 +197,7 @@ TEST_F(RotatedFileTest, AClockThatGoesBackGoesBackToTheOldFile) {
 
 // --- Settings
 
-TEST_F(RotatedFileTest, AnIntervalOfAMillisecondIsTheSmallestValidOne) {
+TEST_F(RotatedFileTest, OneMillisecondIsTheSmallestValidInterval) {
   const struct {
     const char* interval;
     bool isValid;
@@ -209,10 +209,10 @@ TEST_F(RotatedFileTest, AnIntervalOfAMillisecondIsTheSmallestValidOne) {
   }
   EXPECT_EQ(emitter.setConfig("interval", "1 day"), ConfigResult::accepted);
   EXPECT_EQ(emitter.setConfig("interval", std::string_view()), ConfigResult::accepted);
-  EXPECT_FALSE(emitter.verifyConfig()) << "an absent text";
+  EXPECT_FALSE(emitter.verifyConfig()) << "an absent text is no interval";
 }
 
-TEST_F(RotatedFileTest, WithoutAnIntervalItIsIncompleteWhateverElseIsSet) {
+TEST_F(RotatedFileTest, VerifyConfigFailsWithoutAnInterval) {
   RotatedFileEmitterActor bare({"file_emitter", "x"});
   EXPECT_FALSE(bare.verifyConfig());
   EXPECT_EQ(bare.setConfig("prefix", "p"), ConfigResult::accepted);
@@ -221,7 +221,7 @@ TEST_F(RotatedFileTest, WithoutAnIntervalItIsIncompleteWhateverElseIsSet) {
   EXPECT_THAT(logged, IsEmpty());
 }
 
-TEST_F(RotatedFileTest, WithoutAValidIntervalEntriesAreDropped) {
+TEST_F(RotatedFileTest, EntriesAreDroppedWithoutAValidInterval) {
   for (const char* interval : {"", "999 usec", "-1 day", "never"}) {
     configure(interval, "app-", logs);
     write("lost");
@@ -230,7 +230,7 @@ TEST_F(RotatedFileTest, WithoutAValidIntervalEntriesAreDropped) {
   }
 }
 
-TEST_F(RotatedFileTest, AnIntervalThatBecomesInvalidDropsEntriesToo) {
+TEST_F(RotatedFileTest, EntriesAreDroppedWhileTheIntervalIsInvalid) {
   write("kept");
   EXPECT_EQ(emitter.setConfig("interval", "nonsense"), ConfigResult::accepted);
   write("lost");
@@ -239,14 +239,14 @@ TEST_F(RotatedFileTest, AnIntervalThatBecomesInvalidDropsEntriesToo) {
   EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] kept\n[INFO] kept too\n");
 }
 
-TEST_F(RotatedFileTest, AnUnknownKeyChangesNothing) {
+TEST_F(RotatedFileTest, UnknownKeyChangesNothing) {
   EXPECT_EQ(emitter.setConfig("directory", "/elsewhere"), ConfigResult::unknownKey);
   EXPECT_EQ(emitter.setConfig("interval", 1), ConfigResult::unknownKey);
   write("x");
   EXPECT_EQ(emitter.currentFileName(), "app-20250302-13.log");
 }
 
-TEST_F(RotatedFileTest, WithoutPrefixAndDirectoryFilesLieInTheWorkingDirectoryWithBareNames) {
+TEST_F(RotatedFileTest, WithoutPrefixAndDirectoryFilesAreInTheWorkingDirectory) {
   host::makeDirs("/tmp/work");
   ASSERT_EQ(::chdir("/tmp/work"), 0);
   configure("1 day", "", "");
@@ -256,7 +256,7 @@ TEST_F(RotatedFileTest, WithoutPrefixAndDirectoryFilesLieInTheWorkingDirectoryWi
   ASSERT_EQ(::chdir("/"), 0);
 }
 
-TEST_F(RotatedFileTest, TheInterfacesAreThoseOfThisVeryEmitter) {
+TEST_F(RotatedFileTest, InterfacesBelongToThisEmitter) {
   zuvsvc::Actor& actor = emitter;
   EXPECT_EQ(actor.interfaceOf<Emitter>(), static_cast<Emitter*>(&emitter));
   EXPECT_EQ(actor.interfaceOf<FileEmitterInterface>(), static_cast<FileEmitterInterface*>(&emitter));
@@ -266,13 +266,13 @@ TEST_F(RotatedFileTest, TheInterfacesAreThoseOfThisVeryEmitter) {
 
 // --- On the disk
 
-TEST_F(RotatedFileTest, TheDirectoryIsMadeForItsOwnerAndGroup) {
+TEST_F(RotatedFileTest, NewDirectoryHasMode0750AndNewFileMode0644) {
   write("x");
   EXPECT_EQ(host::modeOf(logs), 0750U);
   EXPECT_EQ(host::modeOf("/tmp/logs/app-20250302-13.log"), 0644U);
 }
 
-TEST_F(RotatedFileTest, TheUmaskCountsForDirectoryAndFile) {
+TEST_F(RotatedFileTest, UmaskAppliesToDirectoryAndFile) {
   const mode_t old = ::umask(077);
   write("x");
   ::umask(old);
@@ -280,26 +280,26 @@ TEST_F(RotatedFileTest, TheUmaskCountsForDirectoryAndFile) {
   EXPECT_EQ(host::modeOf("/tmp/logs/app-20250302-13.log"), 0600U);
 }
 
-TEST_F(RotatedFileTest, AnExistingFileIsAppendedTo) {
+TEST_F(RotatedFileTest, ExistingFileIsAppendedTo) {
   host::writeFile("/tmp/logs/app-20250302-13.log", "before\n", 0600);
   write("after");
   EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "before\n[INFO] after\n");
   EXPECT_EQ(host::modeOf("/tmp/logs/app-20250302-13.log"), 0600U);
 }
 
-TEST_F(RotatedFileTest, TheLineIsSanitisedAsAWhole) {
+TEST_F(RotatedFileTest, WholeLineIsSanitised) {
   emitter.write(Level::info, "[IN\nFO]", "two\nlines \xe9");
   EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[IN FO] two lines ?\n");
 }
 
-TEST_F(RotatedFileTest, EveryEntryIsOnTheDiskAtOnce) {
+TEST_F(RotatedFileTest, EachEntryIsWrittenAtOnce) {
   for (int i = 1; i <= 3; ++i) {
     write("x");
     EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log").size(), 9U * static_cast<unsigned>(i));
   }
 }
 
-TEST_F(RotatedFileTest, ALinkInTheFilesPlaceIsNotFollowed) {
+TEST_F(RotatedFileTest, LinkInPlaceOfTheFileIsNotFollowed) {
   host::writeFile("/tmp/victim", "mine\n");
   host::makeDirs(logs);
   host::makeLink("/tmp/logs/app-20250302-13.log", "/tmp/victim");
@@ -311,27 +311,27 @@ TEST_F(RotatedFileTest, ALinkInTheFilesPlaceIsNotFollowed) {
   EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] kept\n");
 }
 
-TEST_F(RotatedFileTest, ALinkThatLeadsNowhereIsNotFollowed) {
+TEST_F(RotatedFileTest, DanglingLinkIsNotFollowed) {
   host::makeDirs(logs);
   host::makeLink("/tmp/logs/app-20250302-13.log", "/tmp/made-by-a-link");
   write("lost");
   EXPECT_FALSE(host::exists("/tmp/made-by-a-link"));
 }
 
-TEST_F(RotatedFileTest, AFifoInTheFilesPlaceNeitherBlocksNorIsWrittenTo) {
+TEST_F(RotatedFileTest, FifoInPlaceOfTheFileNeitherBlocksNorIsWrittenTo) {
   host::makeDirs(logs);
   host::makeFifo("/tmp/logs/app-20250302-13.log");
   write("lost");
   EXPECT_EQ(emitter.currentFileName(), "");
 }
 
-TEST_F(RotatedFileTest, ADirectoryInTheFilesPlaceDropsEntries) {
+TEST_F(RotatedFileTest, DirectoryInPlaceOfTheFileDropsEntries) {
   host::makeDirs("/tmp/logs/app-20250302-13.log");
   write("lost");
   EXPECT_EQ(emitter.currentFileName(), "");
 }
 
-TEST_F(RotatedFileTest, ADirectoryThatCannotBeWrittenDropsEntriesUntilItCan) {
+TEST_F(RotatedFileTest, EntriesAreDroppedUntilTheDirectoryIsWritable) {
   host::makeDirs(logs, 0555);
   {
     const host::BoundByModes bound;
@@ -345,7 +345,7 @@ TEST_F(RotatedFileTest, ADirectoryThatCannotBeWrittenDropsEntriesUntilItCan) {
   EXPECT_THAT(logged, IsEmpty()) << "failures are not reported";
 }
 
-TEST_F(RotatedFileTest, ADirectoryBelowAMissingOneIsNotMade) {
+TEST_F(RotatedFileTest, DirectoryIsNotCreatedIfItsParentIsMissing) {
   configure("1 hour", "app-", "/tmp/missing/logs");
   write("lost");
   EXPECT_FALSE(host::exists("/tmp/missing"));
@@ -354,14 +354,14 @@ TEST_F(RotatedFileTest, ADirectoryBelowAMissingOneIsNotMade) {
   EXPECT_EQ(host::readFile("/tmp/missing/logs/app-20250302-13.log"), "[INFO] kept\n");
 }
 
-TEST_F(RotatedFileTest, ANameWithAZeroByteIsNeverCutToAnother) {
+TEST_F(RotatedFileTest, FileNameIsNotTruncatedAtAZeroByte) {
   EXPECT_EQ(emitter.setConfig("prefix", std::string_view("a\0b", 3)), ConfigResult::accepted);
   write("lost");
   EXPECT_EQ(emitter.currentFileName(), "");
   EXPECT_EQ(host::tree(logs), "");
 }
 
-TEST_F(RotatedFileTest, TheFileIsClosedInChildPrograms) {
+TEST_F(RotatedFileTest, FileIsClosedInChildPrograms) {
   write("x");
   bool found = false;
   for (int fd = 3; fd < 64; ++fd) {
@@ -374,7 +374,7 @@ TEST_F(RotatedFileTest, TheFileIsClosedInChildPrograms) {
   EXPECT_TRUE(found);
 }
 
-TEST_F(RotatedFileTest, TheFileIsClosedWithItsEmitterAndItsPeriod) {
+TEST_F(RotatedFileTest, FileIsClosedWithItsEmitterAndItsPeriod) {
   const auto before = openDescriptors();
   {
     RotatedFileEmitterActor other({"file_emitter", "x"}, testClock);
@@ -391,7 +391,7 @@ TEST_F(RotatedFileTest, TheFileIsClosedWithItsEmitterAndItsPeriod) {
 
 // --- Old files
 
-TEST_F(RotatedFileTest, FilesOfMoreThanThirtyDaysAreRemovedWhenAPeriodBegins) {
+TEST_F(RotatedFileTest, FilesOlderThanThirtyDaysAreRemovedWhenAPeriodBegins) {
   makeOldFile("app-old.log", 30 * day + 1'000'000);
   makeOldFile("app-exactly.log", 30 * day);
   makeOldFile("app-young.log", 30 * day - 1'000'000);
@@ -420,7 +420,7 @@ TEST_F(RotatedFileTest, EachRemovalIsLogged) {
                                   "filename=/tmp/logs/app-old.log"));
 }
 
-TEST_F(RotatedFileTest, WhereInformationIsNotLoggedRemovalsAreNotEither) {
+TEST_F(RotatedFileTest, RemovalsAreNotLoggedWhenInfoIsNotEnabled) {
   Logger& logger = getLogger(basiclibLogger);
   const Level before = logger.threshold();
   makeOldFile("app-old.log", 31 * day);
@@ -431,7 +431,7 @@ TEST_F(RotatedFileTest, WhereInformationIsNotLoggedRemovalsAreNotEither) {
   EXPECT_THAT(logged, IsEmpty());
 }
 
-TEST_F(RotatedFileTest, WhatIsNoFileAnyMoreWhenItsAgeIsLookedAtStays) {
+TEST_F(RotatedFileTest, FileReplacedByALinkBeforeItsAgeIsReadIsKept) {
   makeOldFile("app-old.log", 31 * day);
   FaultPlan plan;
   plan.calls = {"lstat"};
@@ -440,13 +440,13 @@ TEST_F(RotatedFileTest, WhatIsNoFileAnyMoreWhenItsAgeIsLookedAtStays) {
     host::makeLink("/tmp/logs/app-old.log", "/tmp/other");
   };
   const ArmedFaults armed(plan);
-  scrub_old_files(logs, "app-", at("2500-01-01T00:00:00"));  // when the link is old too
+  scrub_old_files(logs, "app-", at("2500-01-01T00:00:00"));  // a time at which the link is outdated too
   EXPECT_EQ(armed.count(), 1U);
   EXPECT_EQ(host::tree(logs), "l app-old.log -> /tmp/other\n");
   EXPECT_THAT(logged, IsEmpty());
 }
 
-TEST_F(RotatedFileTest, TheAgeIsThatOfTheWallClockAlthoughNamesAreLocal) {
+TEST_F(RotatedFileTest, AgeUsesTheWallClockAlthoughNamesUseLocalTime) {
   setZone("EST5");  // local ticks are five hours behind
   makeOldFile("app-old.log", 30 * day + 1'000'000);
   makeOldFile("app-young.log", 30 * day - 1'000'000);
@@ -455,7 +455,7 @@ TEST_F(RotatedFileTest, TheAgeIsThatOfTheWallClockAlthoughNamesAreLocal) {
   EXPECT_TRUE(host::exists("/tmp/logs/app-young.log"));
 }
 
-TEST_F(RotatedFileTest, ScrubsOnceAPeriod) {
+TEST_F(RotatedFileTest, OldFilesAreRemovedOnceInAPeriod) {
   write("one");
   makeOldFile("app-old.log", 31 * day);
   write("two");
@@ -465,7 +465,7 @@ TEST_F(RotatedFileTest, ScrubsOnceAPeriod) {
   EXPECT_FALSE(host::exists("/tmp/logs/app-old.log"));
 }
 
-TEST_F(RotatedFileTest, AFileThatCannotBeOpenedDoesNotScrubAgainInItsPeriod) {
+TEST_F(RotatedFileTest, FailedOpenDoesNotScrubAgainInTheSamePeriod) {
   host::makeDirs("/tmp/logs/app-20250302-13.log");
   write("lost");
   makeOldFile("app-old.log", 31 * day);
@@ -490,7 +490,7 @@ TEST_F(RotatedFileTest, WithoutADirectoryNothingIsScrubbed) {
   ASSERT_EQ(::chdir("/"), 0);
 }
 
-TEST_F(RotatedFileTest, AnOutdatedFileThatCannotBeRemovedDoesNotStopTheOthersNorTheEntry) {
+TEST_F(RotatedFileTest, FailedRemovalStopsNeitherOtherRemovalsNorTheEntry) {
   for (const char* name : {"app-a.log", "app-b.log", "app-c.log"}) makeOldFile(name, 31 * day);
   {
     const ArmedFaults faults({1, false, EPERM, {"unlink"}});
@@ -510,15 +510,15 @@ TEST_F(RotatedFileTest, AnOutdatedFileThatCannotBeRemovedDoesNotStopTheOthersNor
             "f 0644 app-20250302-14.log \"[INFO] y\\n\"\n");
 }
 
-TEST_F(RotatedFileTest, AFileWhoseAgeCannotBeReadIsKept) {
+TEST_F(RotatedFileTest, FileWhoseAgeCannotBeReadIsKept) {
   makeOldFile("app-old.log", 31 * day);
   const ArmedFaults faults({1, true, EACCES, {"lstat"}});
   write("x");
   EXPECT_TRUE(host::exists("/tmp/logs/app-old.log"));
 }
 
-TEST_F(RotatedFileTest, AgeIsToldOfFilesFromTheEndsOfTimeToo) {
-  constexpr std::int64_t beyondMicros = 9'300'000'000'000;  // as microseconds more than 64 bits hold
+TEST_F(RotatedFileTest, AgeIsCorrectForTimesBeyond64BitsOfMicroseconds) {
+  constexpr std::int64_t beyondMicros = 9'300'000'000'000;  // seconds whose microseconds do not fit into 64 bits
   const struct {
     const char* name;
     std::int64_t seconds;
@@ -534,7 +534,7 @@ TEST_F(RotatedFileTest, AgeIsToldOfFilesFromTheEndsOfTimeToo) {
   EXPECT_EQ(host::tree(logs), "f 0644 app-future.log \"old\\n\"\n");
 }
 
-TEST_F(RotatedFileTest, ADirectoryThatCannotBeListedScrubsNothingAndIsWrittenTo) {
+TEST_F(RotatedFileTest, UnlistableDirectoryIsNotScrubbedButWrittenTo) {
   makeOldFile("app-old.log", 31 * day);
   const ArmedFaults faults({1, true, EACCES, {"fdopendir"}});
   write("x");
@@ -544,9 +544,8 @@ TEST_F(RotatedFileTest, ADirectoryThatCannotBeListedScrubsNothingAndIsWrittenTo)
 
 // --- Faults
 
-// Each call fails in turn: the entries that are lost are lost as a whole or torn at the end of what was written, what
-// is there stays, and the entry after the faults is written.
-TEST_F(RotatedFileTest, EveryFailingCallCostsAtMostTheEntryItWasFor) {
+// Each call fails in turn. One failure may lose one entry, but the file contains only whole lines.
+TEST_F(RotatedFileTest, EachFailingCallLosesAtMostTheEntryItWasFor) {
   const FaultLoop loop{[] {
                          host::remove(logs);
                          host::makeDirs(logs);
@@ -577,16 +576,16 @@ TEST_F(RotatedFileTest, EveryFailingCallCostsAtMostTheEntryItWasFor) {
           EXPECT_EQ(name, "app-20250302-13.log");
           EXPECT_FALSE(host::exists("/tmp/logs/app-old.log"));
         }
-        // One failure costs one entry at most.
+        // A single failure loses at most one entry.
         if (fault && !fault.fromThereOn) {
           EXPECT_GE(text.size(), 11U);
         }
       });
-  // The listing takes seven; then lstat, unlink, mkdir, open, fstat, two writes, close.
+  // The listing makes seven calls. lstat, unlink, mkdir, open, fstat, two writes and close follow.
   EXPECT_EQ(steps, 16U) << "the order of the calls has changed";
 }
 
-TEST_F(RotatedFileTest, AFailedWriteClosesTheFileAndTheNextEntryOpensItAgain) {
+TEST_F(RotatedFileTest, FailedWriteClosesTheFileAndTheNextEntryOpensItAgain) {
   write("one");
   {
     const ArmedFaults faults({1, false, ENOSPC, {"write"}});
@@ -608,7 +607,7 @@ TEST_F(RotatedFileTest, ShortWritesAreContinued) {
   EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] a line in many pieces\n");
 }
 
-TEST_F(RotatedFileTest, AnInterruptedCallIsMadeAgain) {
+TEST_F(RotatedFileTest, InterruptedCallsAreRetried) {
   for (const char* call : {"open", "write"}) {
     SCOPED_TRACE(call);
     host::remove(logs);
@@ -621,7 +620,7 @@ TEST_F(RotatedFileTest, AnInterruptedCallIsMadeAgain) {
   }
 }
 
-TEST_F(RotatedFileTest, AMissingDirectoryThatCannotBeMadeIsTriedAgainForTheNextEntry) {
+TEST_F(RotatedFileTest, FailedCreationOfTheDirectoryIsRetriedWithTheNextEntry) {
   {
     const ArmedFaults faults({1, true, EACCES, {"mkdir"}});
     write("lost");
@@ -631,7 +630,7 @@ TEST_F(RotatedFileTest, AMissingDirectoryThatCannotBeMadeIsTriedAgainForTheNextE
   EXPECT_EQ(host::tree(logs), "f 0644 app-20250302-13.log \"[INFO] kept\\n\"\n");
 }
 
-TEST_F(RotatedFileTest, AFullDiskKeepsWhatWasWrittenAndGoesOnWhenThereIsRoom) {
+TEST_F(RotatedFileTest, WritingContinuesWhenAFullDiskHasSpaceAgain) {
   host::makeDirs("/tmp/disk");
   const host::SmallDisk disk("/tmp/disk", 8'192);
   configure("1 hour", "app-", "/tmp/disk");
@@ -647,7 +646,7 @@ TEST_F(RotatedFileTest, AFullDiskKeepsWhatWasWrittenAndGoesOnWhenThereIsRoom) {
 
 // --- Batches
 
-TEST_F(RotatedFileTest, TheLinesOfABatchAreWrittenTogetherAtItsEnd) {
+TEST_F(RotatedFileTest, LinesOfABatchAreWrittenTogetherAtItsEnd) {
   emitter.beginBatch();
   write("one");
   write("two");
@@ -660,7 +659,7 @@ TEST_F(RotatedFileTest, TheLinesOfABatchAreWrittenTogetherAtItsEnd) {
   EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] one\n[INFO] two\n");
 }
 
-TEST_F(RotatedFileTest, WhatABatchHoldsGoesIntoTheFileOfItsOwnPeriod) {
+TEST_F(RotatedFileTest, LinesOfABatchAreWrittenToTheFileOfTheirOwnPeriod) {
   emitter.beginBatch();
   write("one");
   now = now + hour;
@@ -670,8 +669,8 @@ TEST_F(RotatedFileTest, WhatABatchHoldsGoesIntoTheFileOfItsOwnPeriod) {
   EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-14.log"), "[INFO] two\n");
 }
 
-// The fault falls into the second of three lines, at its beginning or inside it.
-TEST_F(RotatedFileTest, ALineOfABatchThatCannotBeWrittenCostsNoOther) {
+// The write fails inside the second of three lines.
+TEST_F(RotatedFileTest, LineOfABatchThatCannotBeWrittenLosesNoOtherLine) {
   emitter.beginBatch();
   write("one");
   write("two");
@@ -685,7 +684,7 @@ TEST_F(RotatedFileTest, ALineOfABatchThatCannotBeWrittenCostsNoOther) {
   EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] one\n[INFO] three\n");
 }
 
-TEST_F(RotatedFileTest, ABatchThatCannotOpenItsFileTriesForEveryLine) {
+TEST_F(RotatedFileTest, BatchRetriesAFailedOpenForEveryLine) {
   emitter.beginBatch();
   write("lost");
   write("kept");
@@ -696,23 +695,23 @@ TEST_F(RotatedFileTest, ABatchThatCannotOpenItsFileTriesForEveryLine) {
   EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] kept\n");
 }
 
-TEST_F(RotatedFileTest, WhatABatchHoldsIsDroppedWhenTheIntervalHasBecomeInvalid) {
+TEST_F(RotatedFileTest, LinesOfABatchAreDroppedIfTheIntervalHasBecomeInvalid) {
   emitter.beginBatch();
   write("lost");
   EXPECT_EQ(emitter.setConfig("interval", "never"), ConfigResult::accepted);
   emitter.endBatch();
-  EXPECT_FALSE(host::exists(logs)) << "nor is there a file of another name";
+  EXPECT_FALSE(host::exists(logs)) << "no file of another name is written either";
 }
 
-TEST_F(RotatedFileTest, AnEmptyBatchOpensNothing) {
+TEST_F(RotatedFileTest, EmptyBatchOpensNoFile) {
   emitter.beginBatch();
   emitter.endBatch();
   emitter.endBatch();
   EXPECT_FALSE(host::exists(logs));
 }
 
-TEST_F(RotatedFileTest, LogsWhatItRemovesWithoutHoldingALock) {
-  // As the synchronous processor it comes back to itself with the entry about the removal.
+TEST_F(RotatedFileTest, RemovalsAreLoggedWithoutHoldingTheLock) {
+  // The emitter is the synchronous processor, so the entry about the removal is passed to it while it scrubs.
   LogManager manager;
   manager.input().setAsyncOutput(false);
   manager.addEmitter(&emitter);

@@ -10,7 +10,7 @@ constexpr char categoryKey[] = "category";
 void logMissing(std::string_view actor, std::string_view field) {
   static BasicLog::Logger& log = BasicLog::getLogger(BasicLog::basiclibLogger);
   if (!log.isEnabled(BasicLog::Level::error)) return;
-  // Deliberately not this file's name: whoever reads logs searches for this one.
+  // Deliberately not the name of this source file: people search logs for "BasicLog.cpp".
   BasicLog::Entry entry(log, BasicLog::Level::error, "required config field not present", "BasicLog.cpp",
                         "verifyConfig");
   entry.add("actor", actor);

@@ -1,17 +1,18 @@
-// SyslogEmitterActor: the place of a system log emitter in a configuration.
+// SyslogEmitterActor: accepts the configuration of a system log emitter and writes nothing.
 #pragma once
 
 #include "log/output/EmitterActor.h"
 
-// Settings, both required: "subsystem", "category". Entries are formatted and dropped: deliberate, configurations that
-// name this emitter rely on its silence. The system log itself is reached by BasicLog::SyslogConnection.
+// It has two settings, "subsystem" and "category"; both are required. It formats entries and drops them. That is
+// deliberate: configurations that name this emitter rely on its silence. Programs that want to write to the system log
+// use BasicLog::SyslogConnection.
 class SyslogEmitterActor : public EmitterActor {
  public:
   using EmitterActor::EmitterActor;
 
   using Actor::setConfig;
   zuvsvc::ConfigResult setConfig(std::string_view key, std::string_view text) override;
-  // False when a setting is missing or empty. The first such one is logged: "required config field not present".
+  // Returns false if a setting is missing or empty, and logs "required config field not present" for the first one.
   bool verifyConfig() override;
   void write(BasicLog::Level level, const std::string& header, const std::string& body) override;
   const char* name() const override { return "SyslogEmitter"; }

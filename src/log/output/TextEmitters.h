@@ -1,7 +1,7 @@
-// The emitters that need no settings: nowhere, standard output, standard error.
+// The emitters that need no settings. They write to standard output, to standard error, or nowhere.
 //
-// A line is the text header, a blank and the text body. It is sanitised as a whole, so that one entry is one line
-// whatever it holds. Failures to write are not reported.
+// Each entry becomes a line: the text header, a blank and the text body. The whole line is sanitised, so an entry is
+// always exactly one line. Write failures are not reported.
 #pragma once
 
 #include "log/output/EmitterActor.h"
@@ -14,7 +14,7 @@ class NullEmitterActor : public EmitterActor {
   const char* name() const override { return "NullEmitter"; }
 };
 
-// To stdout, by way of its buffer: when a line appears is up to the stream.
+// Writes to the stream stdout. The buffer of the stream decides when a line appears.
 class StdoutEmitterActor : public EmitterActor {
  public:
   using EmitterActor::EmitterActor;
@@ -22,7 +22,7 @@ class StdoutEmitterActor : public EmitterActor {
   const char* name() const override { return "StdoutEmitter"; }
 };
 
-// To descriptor 2, each line at once.
+// Writes each line at once to file descriptor 2.
 class StderrEmitterActor : public EmitterActor {
  public:
   using EmitterActor::EmitterActor;

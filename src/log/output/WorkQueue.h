@@ -1,12 +1,13 @@
-// TypedWorkQueue: a queue of owned objects that many threads fill and one or more empty.
+// TypedWorkQueue: a first-in first-out queue that owns its objects. Many threads push, and one or more threads pop.
 //
 //   TypedWorkQueue<BasicLog::LogMessage const> queue;
-//   if (!queue.push(message)) ...              // still ours
-//   queue.popMany(batch);                      // up to batch.size() of them
+//   if (!queue.push(message)) ...              // `message` still owns the object
+//   queue.popMany(batch);                      // up to batch.size() objects
 //
-// Order is the order of arrival; there is no limit. What is still queued is freed with the queue.
-// Threads: every function locks for itself. A thread that comes back into a queue it is inside of (an assertion about
-// the queue is itself logged) is refused instead of waiting for itself: it can push and pop nothing.
+// The queue has no size limit. Its destructor frees the objects that are still queued.
+// Threads: every function takes the queue's lock.
+// Re-entry: a thread may call the queue while it already holds the queue's lock, because a failed assertion inside the
+// queue is logged. Such a call does not deadlock: a push is refused, and a pop returns nothing.
 #pragma once
 
 #include <algorithm>
@@ -30,12 +31,13 @@ class TypedWorkQueue {
   TypedWorkQueue(const TypedWorkQueue&) = delete;
   TypedWorkQueue& operator=(const TypedWorkQueue&) = delete;
 
-  // Takes the object out of `item`. False leaves it there: null, no memory, or the calling thread is inside the queue.
+  // Moves the object from `item` into the queue. Returns false, and leaves `item` unchanged, if `item` is null, if
+  // memory runs out, or if the calling thread is inside the queue.
   [[nodiscard]] bool push(std::unique_ptr<T>& item) {
     std::size_t queued = 0;
     return push(item, queued);
   }
-  // The same; `queued` becomes how many objects are in the queue then, and stays as it is when it is refused.
+  // Also stores in `queued` how many objects are in the queue after the push. A refused push leaves `queued` unchanged.
   [[nodiscard]] bool push(std::unique_ptr<T>& item, std::size_t& queued) {
     if (queue_.isHeldByThisThread()) return false;
     const ScopedLock lock(queue_);
@@ -45,24 +47,24 @@ class TypedWorkQueue {
     return true;
   }
 
-  // How many objects are queued.
+  // Returns how many objects are queued.
   std::size_t size() {
     const ScopedOwnedLock lock(queue_);
     return size_;
   }
 
-  // Whether the calling thread is inside the queue.
+  // Returns true if the calling thread is inside the queue.
   bool isHeldByThisThread() const { return queue_.isHeldByThisThread(); }
 
-  // The oldest object, null when there is none.
+  // Removes and returns the oldest object. Returns null if the queue is empty.
   std::unique_ptr<T> pop() {
     std::array<std::unique_ptr<T>, 1> one;
     popMany(one);
     return std::move(one[0]);
   }
 
-  // Fills the batch from its start with the oldest objects, under one lock, and returns how many there were. The rest
-  // of the batch is null.
+  // Moves the oldest objects into the first places of the batch and returns how many it moved. The other places become
+  // null. Takes the lock once.
   template <std::size_t size>
   std::size_t popMany(std::array<std::unique_ptr<T>, size>& batch) {
     std::array<void*, size> pointers{};
@@ -72,7 +74,7 @@ class TypedWorkQueue {
       const std::size_t wanted = std::min(size, size_);
       queue_.popMany(pointers.data(), wanted);
       while (count < wanted && pointers[count] != nullptr) ++count;
-      size_ = count < wanted ? 0 : size_ - count;  // a broken chain, which was reported, has lost the rest
+      size_ = count < wanted ? 0 : size_ - count;  // a broken chain, already reported, has lost the others
     }
     for (std::size_t i = 0; i < size; ++i) batch[i].reset(static_cast<T*>(pointers[i]));
     return count;

@@ -24,7 +24,7 @@ std::atomic<int> Item::alive{0};
 
 using Queue = TypedWorkQueue<const Item>;
 
-TEST(WorkQueue, GivesBackWhatItTookInOrder) {
+TEST(WorkQueue, ReturnsObjectsInTheOrderInWhichTheyWerePushed) {
   Queue queue;
   for (int i = 0; i < 100; ++i) {
     auto item = std::make_unique<const Item>(0, i);
@@ -42,7 +42,7 @@ TEST(WorkQueue, NullIsRefused) {
   EXPECT_EQ(queue.pop(), nullptr);
 }
 
-TEST(WorkQueue, ABatchIsFilledFromItsStart) {
+TEST(WorkQueue, PopManyFillsTheBatchFromItsStart) {
   Queue queue;
   for (int i = 0; i < 25; ++i) {
     auto item = std::make_unique<const Item>(0, i);
@@ -59,7 +59,7 @@ TEST(WorkQueue, ABatchIsFilledFromItsStart) {
   EXPECT_EQ(batch[0], nullptr);
 }
 
-TEST(WorkQueue, TellsHowManyObjectsItHolds) {
+TEST(WorkQueue, SizeIsTheNumberOfQueuedObjects) {
   Queue queue;
   EXPECT_EQ(queue.size(), 0U);
   std::size_t queued = 99;
@@ -78,7 +78,7 @@ TEST(WorkQueue, TellsHowManyObjectsItHolds) {
   EXPECT_EQ(queue.size(), 29U);
 }
 
-TEST(WorkQueue, WhatIsStillQueuedIsFreedWithTheQueue) {
+TEST(WorkQueue, DestructorFreesQueuedObjects) {
   ASSERT_EQ(Item::alive, 0);
   {
     Queue queue;
@@ -94,7 +94,7 @@ TEST(WorkQueue, WhatIsStillQueuedIsFreedWithTheQueue) {
 Queue* entered = nullptr;
 int entries = 0;
 
-// Everything that a thread could want of the queue that it is inside of.
+// Calls every function of the queue from a thread that is inside the queue.
 void comeBackIntoTheQueue(const char*, int, const char*) {
   ++entries;
   EXPECT_TRUE(entered->isHeldByThisThread());
@@ -111,7 +111,7 @@ void comeBackIntoTheQueue(const char*, int, const char*) {
   for (const auto& place : batch) EXPECT_EQ(place, nullptr);
 }
 
-TEST(WorkQueue, AThreadInsideItIsRefusedAndDoesNotWaitForItself) {
+TEST(WorkQueue, CallsOfAThreadInsideTheQueueAreRefusedAndDoNotDeadlock) {
   Queue queue;
   auto item = std::make_unique<const Item>(0, 0);
   ASSERT_TRUE(queue.push(item));
@@ -134,9 +134,9 @@ TEST(WorkQueue, AThreadInsideItIsRefusedAndDoesNotWaitForItself) {
   EXPECT_EQ(Item::alive, 1);
 }
 
-TEST(WorkQueue, WhatABrokenChainHasLostIsNotCountedOnceThatIsSeen) {
+TEST(WorkQueue, SizeIsCorrectedWhenABrokenChainHasLostObjects) {
   Queue queue;
-  std::vector<std::unique_ptr<const Item>> lost;  // nobody else has them then
+  std::vector<std::unique_ptr<const Item>> lost;  // the test owns them, because the queue loses them
   for (int i = 0; i < 3; ++i) {
     auto item = std::make_unique<const Item>(0, i);
     const Item* raw = item.get();
@@ -156,7 +156,7 @@ TEST(WorkQueue, WhatABrokenChainHasLostIsNotCountedOnceThatIsSeen) {
   EXPECT_EQ(queue.popMany(batch), 0U);
 }
 
-TEST(WorkQueue, AnotherThreadThanTheOneInsideWaitsForItsTurn) {
+TEST(WorkQueue, OtherThreadWaitsForTheThreadInsideTheQueue) {
   static Queue* shared = nullptr;
   static std::thread other;
   Queue queue;

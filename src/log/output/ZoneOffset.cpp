@@ -7,7 +7,7 @@
 
 namespace {
 
-// The time of the clock's last tick.
+// Returns the time of the coarse clock's last tick, in nanoseconds.
 std::int64_t lastTick() {
   timespec now{};
   ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);

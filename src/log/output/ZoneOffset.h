@@ -1,12 +1,14 @@
-// ZoneOffset: TimeUtils::localOffsetMicros for code that asks it for one entry after the other.
+// ZoneOffset: a cache for TimeUtils::localOffsetMicros, for code that needs the offset of many entries in a row.
 //
 //   ZoneOffset offset;
 //   ticks = micros - offset.micros();
 //
-// Looking the offset up costs microseconds, since the system looks at the file of its zone each time. Here it is looked
-// up when TZ has another text than at the last question, or when the clock has ticked since (every few milliseconds).
-// So a new TZ counts at once, and another file in the place of the system's zone from the next tick on. Threads: none;
-// the owner locks.
+// TimeUtils::localOffsetMicros takes microseconds, because the C library calls stat on the system's zone file each
+// time. micros() calls it again only if the text of TZ has changed, or if the system's coarse clock has ticked since
+// the last call (it ticks every few milliseconds). So a new TZ takes effect at once, and a new zone file of the system
+// with the next tick. bench/log_bench shows what this earns: without the cache, `throughput` took 5 times as long with
+// one producer and 4 times as long with four, and `written` took 6,588 instead of 4,449 instructions a message.
+// Threads: the class does not lock; its owner does.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +20,7 @@ class ZoneOffset {
   std::int64_t micros();
 
  private:
-  std::optional<std::string> zone_;  // the text of TZ, none when it was not set
-  std::int64_t tick_ = -1;           // the clock when it was looked up, below 0 when it never was
+  std::optional<std::string> zone_;  // the text of TZ, empty if TZ was not set
+  std::int64_t tick_ = -1;           // the coarse clock when micros_ was determined, negative before the first time
   std::int64_t micros_ = 0;
 };

@@ -24,7 +24,7 @@ class ZoneOffsetTest : public HostTest {
 
 constexpr std::int64_t hour = 3'600'000'000;
 
-TEST_F(ZoneOffsetTest, FollowsTheTextOfTheZoneAtOnce) {
+TEST_F(ZoneOffsetTest, NewTzTakesEffectAtOnce) {
   const struct {
     const char* zone;
     std::int64_t expected;
@@ -35,7 +35,7 @@ TEST_F(ZoneOffsetTest, FollowsTheTextOfTheZoneAtOnce) {
       {"JST-9", -9 * hour},
       {"", 0},
       {"EST5", 5 * hour},
-      // Daylight saving holds on 1 April 3918.
+      // Daylight saving time is in effect on 1 April 3918.
       {"CET-1CEST,M3.5.0,M10.5.0/3", -2 * hour},
   };
   ZoneOffset offset;
@@ -50,7 +50,7 @@ TEST_F(ZoneOffsetTest, FollowsTheTextOfTheZoneAtOnce) {
   }
 }
 
-TEST_F(ZoneOffsetTest, AZoneThatIsNoLongerSetIsThatOfTheSystem) {
+TEST_F(ZoneOffsetTest, WithoutTzTheZoneOfTheSystemIsUsed) {
   ZoneOffset offset;
   use(nullptr);
   const std::int64_t system = TimeUtils::localOffsetMicros();
@@ -60,7 +60,7 @@ TEST_F(ZoneOffsetTest, AZoneThatIsNoLongerSetIsThatOfTheSystem) {
   EXPECT_EQ(offset.micros(), system);
 }
 
-TEST_F(ZoneOffsetTest, AnotherFileInThePlaceOfTheSystemsZoneCountsSoon) {
+TEST_F(ZoneOffsetTest, NewZoneFileOfTheSystemTakesEffectSoon) {
   constexpr char tokyo[] = "/usr/share/zoneinfo/Asia/Tokyo";
   if (!host::exists(tokyo)) GTEST_SKIP() << "no zones here";
   use(nullptr);
