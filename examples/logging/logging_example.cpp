@@ -1,7 +1,7 @@
-// A program that writes its log to every kind of output, from four threads, into files that change with every second,
-// and stops cleanly. docs/logging.md explains it piece by piece.
+// An example program that logs from four threads to every kind of output, starts a new log file every second, and stops
+// cleanly. docs/logging.md explains its parts.
 //
-//   logging-example DIRECTORY [seconds]      the files go to DIRECTORY; it logs for so long, one second by default
+//   logging-example DIRECTORY [seconds]      writes its files to DIRECTORY and logs for one second by default
 #include <atomic>
 #include <csignal>
 #include <cstdlib>

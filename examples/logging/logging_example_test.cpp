@@ -1,4 +1,4 @@
-// Runs the logging example, and checks that the page about it shows its very code.
+// Runs the logging example, and checks that docs/logging.md shows the same code.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -35,18 +35,18 @@ std::vector<std::string> linesOf(const std::string& text) {
   return lines;
 }
 
-// The number behind the name of a field.
+// Returns the number of the field "name=number".
 int fieldOf(const std::string& line, const std::string& name) {
   return std::atoi(line.substr(line.find(name + "=") + name.size() + 1).c_str());
 }
 
-// The steps that each worker reported, in the order of the lines; every line must be such a report.
+// Returns the steps that each worker reported, in the order of the lines. Expects that every line is such a report.
 std::map<int, std::vector<int>> stepsOf(const std::string& text) {
   static constexpr char report[] =
       R"(\[INFO [0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\.[0-9]{6}\] step done: worker=[1-4] step=[0-9]+)";
   std::map<int, std::vector<int>> steps;
   for (const std::string& line : linesOf(text)) {
-    if (line.find("AsyncTask") != std::string::npos) continue;  // the actors' own starts and stops
+    if (line.find("AsyncTask") != std::string::npos) continue;  // the actors log when they start and stop
     EXPECT_THAT(line, testing::MatchesRegex(report));
     steps[fieldOf(line, "worker")].push_back(fieldOf(line, "step"));
   }
@@ -64,7 +64,7 @@ void expectAllSteps(const std::string& text) {
   }
 }
 
-// The files one behind the other, in the order of their names, which is that of their time.
+// Returns the concatenated files, in the order of their names, which is also the order of their times.
 std::string allFiles(std::size_t* count) {
   std::vector<std::string> names = FileUtils::listDirectory(logs).files;
   std::sort(names.begin(), names.end());
@@ -77,8 +77,8 @@ std::string allFiles(std::size_t* count) {
   return all;
 }
 
-TEST_F(LoggingExampleTest, WritesEveryEntryOfFourThreadsOnceToEveryOutputAndRotates) {
-  // Usually the first entry and the last are a second apart; where the machine is slow to start a thread they need not.
+TEST_F(LoggingExampleTest, EveryOutputReceivesEveryEntryOnceAndFilesRotate) {
+  // The first and the last entry are usually a second apart, but less if the machine is slow to start a thread.
   std::size_t files = 0;
   for (int run = 0; run < 5 && files < 2; ++run) {
     host::remove(logs);
@@ -92,7 +92,7 @@ TEST_F(LoggingExampleTest, WritesEveryEntryOfFourThreadsOnceToEveryOutputAndRota
   EXPECT_GE(files, 2U);
 }
 
-TEST_F(LoggingExampleTest, ASignalStopsItCleanly) {
+TEST_F(LoggingExampleTest, SigtermStopsTheProgramCleanly) {
   const pid_t child = ::fork();
   if (child == 0) {
     const int nothing = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
@@ -101,7 +101,7 @@ TEST_F(LoggingExampleTest, ASignalStopsItCleanly) {
     ::execl(example.c_str(), "logging-example", logs, "60", nullptr);
     ::_exit(127);
   }
-  // A second after its start it has written.
+  // The log directory exists when the program has written its first entry.
   for (int i = 0; i < 1'000 && !host::exists(logs); ++i) ::usleep(10'000);
   ::kill(child, SIGTERM);
   int status = 0;
@@ -112,14 +112,14 @@ TEST_F(LoggingExampleTest, ASignalStopsItCleanly) {
   expectAllSteps(allFiles(&files));
 }
 
-TEST_F(LoggingExampleTest, WithoutADirectoryItRefuses) { EXPECT_EQ(runProgram({example}).exitStatus, 2); }
+TEST_F(LoggingExampleTest, WithoutADirectoryTheProgramExitsWithTwo) { EXPECT_EQ(runProgram({example}).exitStatus, 2); }
 
 // --- The page
 
 const std::string source = places::source() + "/examples/logging/logging_example.cpp";
 const std::string page = places::source() + "/docs/logging.md";
 
-// What stands between two lines that begin so, blanks aside, without them.
+// Returns the texts between lines that begin with `begin` and lines that begin with `end`, blanks aside.
 std::vector<std::string> piecesBetween(const std::string& text, const std::string& begin, const std::string& end) {
   std::vector<std::string> pieces;
   bool isInside = false;
@@ -139,7 +139,7 @@ std::vector<std::string> piecesBetween(const std::string& text, const std::strin
   return pieces;
 }
 
-TEST(LoggingPage, ShowsThePiecesOfTheExampleAndNothingElse) {
+TEST(LoggingPage, PageShowsAllMarkedCodeOfTheExampleAndNoOther) {
   const auto shown = piecesBetween(textOf(page), "```cpp", "```");
   const auto marked = piecesBetween(textOf(source), "// begin: ", "// end: ");
   EXPECT_FALSE(shown.empty());
