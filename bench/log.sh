@@ -1,7 +1,6 @@
 #!/bin/sh
-# Prints what logging costs. Figures that have a bar are compared with it. run.sh calls this script.
-#
-#   bench/run.sh calls this script.
+# Measures the cost of logging and prints every figure, with its limit, the bar, where it has one. bench/run.sh calls this
+# script.
 set -eu
 
 usage() { echo 'Usage: bench/log.sh [--brief] BUILD_FOLDER    (--brief: once and small, the figures mean nothing)'; }
