@@ -28,7 +28,8 @@ void appendSanitisedLine(std::string& text, std::string_view header, std::string
   text.reserve(at + header.size() + body.size() + 2);
   text.append(header).append(1, ' ').append(body);
   const auto line = text.begin() + static_cast<std::ptrdiff_t>(at);
-  std::transform(line, text.end(), line, sanitised);
+  const auto first = std::find_if(line, text.end(), [](char c) { return sanitised(c) != c; });
+  std::transform(first, text.end(), first, sanitised);
 }
 
 std::string sanitisedLine(std::string_view header, std::string_view body) {
