@@ -26,11 +26,13 @@
 
 // Keeps the loggers and receives the entries that they submit. It passes an entry to the synchronous processor, if one
 // is installed, and then queues it if asynchronous output is in use. An entry that neither of them takes is freed by
-// its handle. Threads: one lock guards the list of loggers, the default level and the synchronous processor. It is held
-// while the processor runs. Re-entry: a processor that logs or gets loggers does not deadlock; its entries are queued
-// without being passed to the processor. Deadlock: with asynchronous output, a processor must not flush or stop the
-// output, and must not add or remove emitters. It would wait for an emitter, and an emitter that logs waits for the
-// processor.
+// its handle.
+// Threads: one lock guards the list of loggers, the default level and the synchronous processor. It is held while the
+// processor runs.
+// Re-entry: a processor that logs or gets loggers does not deadlock. Its entries are queued without being passed to
+// the processor.
+// Deadlock: with asynchronous output, a processor must not flush or stop the output, and must not add or remove
+// emitters. It could deadlock with an emitter that logs, because such an emitter waits for the processor.
 class LogInput final : public BasicLog::LogMessageProcessor, public BasicLog::LoggerKeeper {
  public:
   // Creates the loggers that exist from the start. `output` must outlive the input.

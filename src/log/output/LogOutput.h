@@ -12,8 +12,7 @@
 // returned, the log does not call the emitter any more. Only one thread at a time calls emitters.
 // Re-entry: an emitter may log, flush, stop the thread, and add and remove emitters.
 // - An entry that an emitter logs is queued like any other. What emitters log while they write such an entry is
-// dropped;
-//   otherwise the log could feed itself for ever.
+//   dropped. Otherwise the log could feed itself for ever.
 // - A flush that an emitter calls does nothing.
 // - A stop that an emitter calls does not wait for the thread, on whichever thread the emitter runs.
 // Other processes: a child made by fork has no output thread, and nothing in the child waits for one.
