@@ -13,7 +13,7 @@ namespace json {
 
 constexpr std::size_t longestEscape = 6;
 
-// What is written for one byte: the first `length` characters of `text`. They do not end in a zero byte.
+// What is written for one byte: the first `length` characters of `text`.
 struct Escape {
   char text[longestEscape + 1] = {'?'};
   unsigned char length = 1;

@@ -119,8 +119,8 @@ bool isIntegral(const jsObject* value);
 constexpr std::ptrdiff_t notFound = -1;
 
 std::size_t memberCount(const jsObject* object);
-// An empty view with a null pointer if the index is not below the count. A zero byte follows the name in memory. The
-// view is valid until the member is removed.
+// The name of the member at `index`, or a view with a null pointer if the index is not below the count. A zero byte
+// follows the name in memory. The view is valid until the member is removed.
 std::string_view memberName(const jsObject* object, std::size_t index);
 // Null if the index is not below the count. The object still owns the value.
 jsObject* memberValue(const jsObject* object, std::size_t index);

@@ -36,8 +36,8 @@ std::string& writeNumber(std::string& text, const jsObject* number);
 std::string& writeBoolean(std::string& text, const jsObject* boolean);
 std::string& writeNull(std::string& text, const jsObject* null);
 
-// Clears `list`, then adds one text per element of the array: the text of a string without quotes and unescaped, the
-// JSON text of any other value.
+// Clears `list`, then adds one text per element of the array: the text of a string as it is stored, the JSON text
+// of any other value.
 void arrayToStrings(std::vector<std::string>& list, const jsObject* array);
 
 }  // namespace json

@@ -6,7 +6,7 @@
 //
 // Every result equals that of the C library to the last bit and digit. Numbers without a fast path are passed to it.
 //
-// Earns, in bench/json_libraries, measured as our speed divided by that of another library:
+// What it gains (bench/json_libraries), measured as our speed divided by that of another library:
 // - readPlainNumber: "parse doubles" is 3.7 to 5.3 times as fast as cJSON; with strtod 0.87 times.
 // - writeFixed: "print doubles" is 1.7 times as fast as nlohmann; with snprintf 0.22 times.
 // - writeInteger: "print integers" is 1.1 times as fast as nlohmann; with std::to_chars 0.86 times.

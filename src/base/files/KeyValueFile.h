@@ -52,8 +52,9 @@ bool writeKeyValueFile(const std::string& path, const KeyValueMap& map, char sep
 // already.
 bool setKeyValue(const std::string& path, const std::string& key, const std::string& value);
 
-// Reads the file with `separator`, sets the pairs of `updates` and writes the file with "=". Returns false if the file
-// cannot be read or written.
+// Reads the pairs with `separator`, sets those of `updates`, and writes them as writeKeyValueFile does with "=". If
+// `separator` is not "=", every line without "=" stays as text, and the pairs are appended behind such lines. Returns
+// false if the file is missing or cannot be read, and whenever writeKeyValueFile returns false.
 bool setKeyValues(const std::string& path, const KeyValueMap& updates, char separator);
 
 // The value of a key; the separator is "=". Empty if the key is missing or the file cannot be read.

@@ -49,8 +49,8 @@ Status readLines(const std::string& path, StringList& lines);
 
 // Reads the first line that is not blank. Bytes outside 33..126 are trimmed from both ends of each line, and a line is
 // blank if nothing remains. The result is the trimmed line. `line` is cleared first.
-// It succeeds with an empty line in these cases: every line is blank; a line of 9,999,500 bytes or more comes first;
-// the file is missing; or the path is not a regular file and cannot be opened.
+// It succeeds with an empty line in these cases: every line is blank; a line of 9,999,500 bytes or more comes before
+// any line that is not blank; the file is missing; or the path is not a regular file and cannot be opened.
 // Statuses: "file open" if it is an existing regular file that cannot be opened; "file read".
 Status readFirstLine(const std::string& path, std::string& line);
 // Does the same for a path relative to an open directory (see DirectoryListing.h). Stores may have 100,000 profiles, so

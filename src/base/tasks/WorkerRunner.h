@@ -29,8 +29,8 @@ class WorkerRunner {
   WorkerRunner(const WorkerRunner&) = delete;
   WorkerRunner& operator=(const WorkerRunner&) = delete;
 
-  // Starts the thread. A stopped runner can be started again. Returns false if the runner is not stopped, which it
-  // leaves as it is, or if the system cannot make a thread; then the runner is stopped.
+  // Starts the thread. A stopped runner can be started again. Returns false without a change if the runner is not
+  // stopped. Returns false, and leaves it stopped, if the system cannot make a thread.
   bool start();
   // Makes the current step the last one. If the thread has not yet begun its first step, the runner is stopped at once
   // and never runs a step.

@@ -32,12 +32,12 @@ struct BrokenDownTime {
   std::int64_t micros = 0;  // the time that breakDown was given
 };
 
-// The current time of the wall clock and of the monotonic clock. If the wall clock cannot be read to the microsecond,
-// its time has whole seconds.
+// The wall-clock time in microseconds since 1970, and the monotonic time in microseconds. If the wall clock cannot be
+// read to the microsecond, its time has whole seconds.
 std::int64_t nowMicros();
 std::int64_t monotonicMicros();
-// The current wall-clock time, or `previous` + 1 if the clock is not past `previous`. So a sequence of time stamps
-// strictly increases.
+// The wall-clock time in microseconds since 1970, or `previous` + 1 if the clock is not past `previous`. So a sequence
+// of time stamps strictly increases.
 std::int64_t nextTimestamp(std::int64_t previous);
 
 // Conversions. The microseconds of a timeval are always 0 to 999,999. A null timeval gives 0.
@@ -51,15 +51,17 @@ std::int64_t localOffsetMicros();
 std::int64_t toLocalTicks(std::int64_t micros);
 std::int64_t fromLocalTicks(std::int64_t ticks);
 
-// Splits a time into calendar fields. A leap second becomes second 59.
+// Splits a time, in microseconds since 1970, into calendar fields. A leap second becomes second 59.
 BrokenDownTime breakDown(std::int64_t micros);
-// The inverse of breakDown. Fields outside their range carry over into the next larger one. `fields.micros` is ignored.
+// The time in microseconds since 1970 that the fields from `year` to `microsecond` give. Fields outside their range
+// carry over into the next larger one. `fields.micros`, the time that breakDown was given, is not read.
 std::int64_t compose(const BrokenDownTime& fields);
 
 // Formats a time as "2024-03-01 12:00:05", with `separator` between date and time. If `withMicros` is set, ".000123"
 // follows.
 std::string formatTime(std::int64_t micros, bool withMicros, char separator);
-// Parses "2024-03-01T12:00:05" as UTC. Any text behind it is ignored. Returns 0 if one of the six fields is missing.
+// Parses "2024-03-01T12:00:05" as UTC and returns the time in microseconds since 1970. Any text behind it is ignored.
+// Returns 0 if one of the six fields is missing.
 std::int64_t parseIsoTime(std::string_view text);
 
 // Time stamps for file names, such as "20250302", "20250302-13", "20250302-1305" and "20250302-130507", with a prefix

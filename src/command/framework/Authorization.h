@@ -3,8 +3,8 @@
 //   if (!isAuthorized()) return Status::of(status::authenticationError);
 //
 // The mode is one value for the whole process. The entry point sets it once, before it runs a command. Commands that
-// change something check the authorization before they act. createProfile checks it too, because the election of an
-// active profile calls it.
+// change something check the authorization before they act. createProfile checks it too, because commands that need
+// no authorization may call it, when they elect an active profile.
 // Threads: the mode is not protected by a lock; it is set at the start and only read later.
 #pragma once
 

@@ -160,8 +160,9 @@ class Entry {
 
 // --- Renderings
 
-// Return "[WARNING 2024-03-01 12:00:05.000123]", with the time in local ticks (see TimeUtils.h), and "[WARNING]".
+// Returns "[WARNING 2024-03-01 12:00:05.000123]": the level, and the local ticks (see TimeUtils.h) to the microsecond.
 std::string textHeader(const LogMessage& message);
+// Returns "[WARNING]": the level only.
 std::string shortTextHeader(const LogMessage& message);
 // Returns "opened: path=/x mode=644", or "opened" for a message without parameters.
 std::string textBody(const LogMessage& message);

@@ -50,8 +50,8 @@ class LogOutput {
   // Queues a message. Returns false, and leaves `message` unchanged, if the queue refuses it (see WorkQueue.h).
   [[nodiscard]] bool push(std::unique_ptr<const BasicLog::LogMessage>& message);
 
-  // Starts the thread. Returns false if the state is not idle, so it can succeed only once. Returns false and leaves
-  // the state idle if the system cannot create a thread.
+  // Starts the thread. Returns false if the state is not idle. The state never becomes idle again after a successful
+  // start, so it can succeed only once. Returns false and leaves the state idle if the system cannot create a thread.
   bool startOutputThread();
   // Ends the thread after its current batch and waits until it has ended. Entries that are still queued remain there; a
   // flush writes them. Does nothing if no thread was started.

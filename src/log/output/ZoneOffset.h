@@ -8,7 +8,7 @@
 // the last call (it ticks every few milliseconds). So a new TZ takes effect at once, and a new zone file of the system
 // with the next tick.
 //
-// bench/log_bench shows what this earns: without the cache, `throughput` takes 5 times as long with one producer and 4
+// bench/log_bench shows what this gains: without the cache, `throughput` takes 5 times as long with one producer and 4
 // times as long with four, and `written` takes 2,139 more instructions a message (of about 4,650).
 // Threads: the class does not lock; its owner does.
 #pragma once

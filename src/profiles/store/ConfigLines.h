@@ -59,8 +59,8 @@ Status removeKey(const std::string& path, const std::string& key);
 //
 // The editor keeps its first failure: from then on it reads and writes nothing, and commit returns that failure.
 // On disk: the editor writes the new content to `path` + ".temp". It first removes any file or link of that name and
-// never follows a link there. The new file gets the owner of the old one where the system allows, and its permission
-// bits except for set-user-ID and set-group-ID. Without an old file it gets mode 0644.
+// never follows a link there. The new file gets the owner of the old one where the system allows, and its nine
+// permission bits. Without an old file it gets mode 0644.
 // Other processes: the editor takes no lock.
 class LineEditor {
  public:

@@ -119,8 +119,8 @@ bool chooseNewName(const std::string& requested, bool allowRename, std::string_v
 
 // Creates the first of the directories "profile-123123", "profile-123124", ... "profile-999998" that does not exist,
 // with mode 0755. mkdir decides: if an entry of any kind exists, or mkdir fails for another reason, the next number is
-// tried. Three such other failures in a row, or a missing root, end the search. Returns false then, and if the numbers
-// run out.
+// tried. Three failures in a row for a reason other than an existing entry, or a missing profiles directory, end the
+// search. Returns false then, and if the numbers run out.
 bool newProfileDirectory(std::string& dir, std::string& dirname);
 
 // Finds the profile that a user's text selects:

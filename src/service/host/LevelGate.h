@@ -9,7 +9,7 @@
 // different words. The gate asks the parser once for each such beginning and remembers its answer. It knows no level
 // name itself; it relies only on the fact that no name is longer than a head (see longestHead).
 //
-// What it earns: on a long log of which few lines match (bench/run.sh, "The log, few lines match"), `list log` executes
+// What it gains: on a long log of which few lines match (bench/run.sh, "The log, few lines match"), `list log` executes
 // 106 instructions a line. Asking the parser for every line costs 798 instructions a line and 3.4 times the time.
 //
 // What runs for each line of a log is in the header, so that the compiler can inline it.
