@@ -440,7 +440,7 @@ TEST(JsonObjects, RemoveReturnsTheValueToTheCaller) {
   EXPECT_EQ(json::removeMember(nullptr, "a"), nullptr);
 }
 
-TEST(JsonObjects, SettingAMemberOfAnotherKindChangesNothing) {
+TEST(JsonObjects, SettingAMemberOfAValueThatIsNoObjectChangesNothing) {
   ScopedJson array(json::makeArray());
   json::setMember(array.get(), "a", json::makeString("released"));
   json::setMember(nullptr, "a", json::makeString("released"));
@@ -578,7 +578,7 @@ TEST(JsonArrays, SettingReplacesBelowTheCountAppendsAtItAndReleasesBeyondIt) {
   EXPECT_EQ(textsOf(array.get()), "a,B,c,d");
 }
 
-TEST(JsonArrays, SettingTheCurrentElementChangesNothing) {
+TEST(JsonArrays, SettingAnElementToItselfChangesNothing) {
   ScopedJson array(arrayOf({"a", "b"}));
   jsObject* first = json::element(array.get(), 0);
   json::setElement(array.get(), 0, first);

@@ -18,7 +18,7 @@ TEST(ReadSessionTest, TheScriptOfACorrectSessionPrintsTheSession) {
   EXPECT_EQ(played(text), text);
 }
 
-TEST(ReadSessionTest, TheScriptOfAWrongSessionPrintsTheActualOutput) {
+TEST(ReadSessionTest, PlayingASessionWithWrongOutputPrintsTheActualOutput) {
   EXPECT_EQ(played("# echo one\ntwo\n"), "# echo one\none\n");
   EXPECT_EQ(played("# echo one\n"), "# echo one\none\n");
   EXPECT_EQ(played("# :\nnothing\n"), "# :\n");

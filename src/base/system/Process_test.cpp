@@ -191,7 +191,7 @@ TEST_F(ProcessTest, OtherInheritedActionsDoNotChange) {
             }));
 }
 
-TEST_F(ProcessTest, ChildrenGetTheInheritedSignalActions) {
+TEST_F(ProcessTest, GiveBackSignalsRestoresTheInheritedActions) {
   const struct {
     const char* why;
     Handler pipe, fileSize;

@@ -287,7 +287,7 @@ TEST(ParseIsoTime, ReadsBackWhatFormatTimeWrites) {
   }
 }
 
-TEST(Stamps, StandBetweenPrefixAndSuffix) {
+TEST(TimeStamps, StandBetweenPrefixAndSuffix) {
   constexpr std::int64_t time = 1'740'920'707 * sec;  // 2025-03-02 13:05:07
   EXPECT_EQ(dayStamp("app-", ".log", time), "app-20250302.log");
   EXPECT_EQ(hourStamp("app-", ".log", time), "app-20250302-13.log");
@@ -299,7 +299,7 @@ TEST(Stamps, StandBetweenPrefixAndSuffix) {
   EXPECT_EQ(dayStamp(std::string(5'000, 'p'), "%s", time), std::string(5'000, 'p') + "20250302%s");
 }
 
-TEST(Stamps, TheTimeZeroMeansNow) {
+TEST(TimeStamps, TheTimeZeroMeansNow) {
   const std::string before = secondStamp("", "", nowMicros());
   const std::string stamp = secondStamp("", "");
   const std::string after = secondStamp("", "", nowMicros());

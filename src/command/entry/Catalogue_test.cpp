@@ -436,7 +436,7 @@ TEST(Catalogue, EveryCommandAcceptsTheStandardParameters) {
   }
 }
 
-TEST(Catalogue, ListProfilesKeepsOnlyTheLastOfTextAndJson) {
+TEST(Catalogue, ListProfilesUsesOnlyTheLastOfTextAndJson) {
   const struct {
     Words words;
     bool json;

@@ -22,7 +22,7 @@ TEST(AppStatusText, KnowsItsSixCodes) {
   }
 }
 
-TEST(AppStatusText, IsNullForAnyOtherCode) {
+TEST(AppStatusText, IsNullForACodeThatIsNotTheProgramsOwn) {
   for (const StatusCode code : {0x00000001U, 0x00001003U, 0x00000000U, 0x12002001U, 0x10001001U}) {
     EXPECT_EQ(appStatusText(code), nullptr) << code;
   }

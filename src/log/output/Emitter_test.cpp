@@ -95,7 +95,7 @@ TEST_F(EmitterTest, EmitFormatsHeaderAndBodyAndThenWritesThemWithTheLevel) {
 
 TEST(SanitisedLine, LineIsHeaderBlankAndBody) { EXPECT_EQ(sanitisedLine("[INFO]", "text"), "[INFO] text"); }
 
-TEST(SanitisedLine, LineOfTwoEmptyTextsIsABlank) { EXPECT_EQ(sanitisedLine("", ""), " "); }
+TEST(SanitisedLine, LineOfTwoEmptyTextsIsOneBlank) { EXPECT_EQ(sanitisedLine("", ""), " "); }
 
 TEST(SanitisedLine, EveryByteIsKeptOrReplacedAtEveryPosition) {
   for (int byte = 0; byte < 256; ++byte) {

@@ -212,8 +212,9 @@ TEST_F(OutputTest, EachEntryOfABatchUsesTheZoneOffsetOfItsOwnMoment) {
   EXPECT_THAT(later, ElementsAre(0, 19, 9, 19, 0));
 }
 
-// An emitter that renders its last entry at the end of the batch.
-TEST_F(OutputTest, EndBatchUsesTheZoneOffsetOfTheLastEntry) {
+// The batch begins in UTC, the last entry is emitted in EST5, and the batch ends in JST-9. One emitter changes the zone
+// after each entry; the other renders its last entry at the end of the batch.
+TEST_F(OutputTest, EndBatchStillUsesTheZoneOffsetInForceForTheLastEntry) {
   class Late : public Emitter {
    public:
     LogMessage last;
@@ -223,12 +224,17 @@ TEST_F(OutputTest, EndBatchUsesTheZoneOffsetOfTheLastEntry) {
     void write(Level, const std::string&, const std::string&) override {}
     const char* name() const override { return "Late"; }
   };
-  Late emitter;
-  manager.addEmitter(&emitter);
-  ::setenv("TZ", "ACST-9:30", 1);
-  log("x");
+  Late late;
+  Recorder zones;  // the text of each entry is the zone for the next one
+  zones.whenEmitting = [](const LogMessage& message) { ::setenv("TZ", std::string(message.text()).c_str(), 1); };
+  manager.addEmitter(&late);
+  manager.addEmitter(&zones);
+  ::setenv("TZ", "UTC0", 1);
+  for (const char* zone : {"EST5", "JST-9"}) log(zone);
   manager.flush();
-  EXPECT_EQ(emitter.header, textHeader(emitter.last));
+  EXPECT_NE(late.header, textHeader(late.last));
+  ::setenv("TZ", "EST5", 1);
+  EXPECT_EQ(late.header, textHeader(late.last));
   ::unsetenv("TZ");
   ::tzset();
 }

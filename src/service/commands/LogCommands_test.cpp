@@ -60,12 +60,16 @@ TEST_F(LogCommandsTest, ShowsFiftyLinesByDefault) {
   EXPECT_EQ(listLog({""}), numbered(11, 60) + "profile_name: lab\n");
 }
 
-TEST_F(LogCommandsTest, MaxLinesIsClamped) {
+TEST_F(LogCommandsTest, ShowsAtMostMaxLinesLines) {
   writeLog(numbered(1, 60));
   EXPECT_EQ(listLog({"lab", "max_lines=3"}), numbered(58, 60) + "profile_name: lab\n");
-  EXPECT_EQ(listLog({"lab", "max_lines=0"}), "profile_name: lab\n");
-  EXPECT_EQ(listLog({"lab", "max_lines=-5"}), numbered(11, 60) + "profile_name: lab\n");
   EXPECT_EQ(listLog({"lab", "max_lines=200000"}), numbered(1, 60) + "profile_name: lab\n");
+}
+
+TEST_F(LogCommandsTest, ANegativeMaxLinesMeansFiftyAndZeroMeansNone) {
+  writeLog(numbered(1, 60));
+  EXPECT_EQ(listLog({"lab", "max_lines=-5"}), numbered(11, 60) + "profile_name: lab\n");
+  EXPECT_EQ(listLog({"lab", "max_lines=0"}), "profile_name: lab\n");
 }
 
 TEST_F(LogCommandsTest, TheLevelIsAThreshold) {
