@@ -4,9 +4,9 @@
 //   json::release(json::parse("[1.5]"));
 //   EXPECT_EQ(newBlocksInUse(), before);
 //
-// A test program that calls newBlocksInUse() gets an `operator new` and an `operator delete` that count and then use
-// malloc and free, in every build: the sanitizers still see each block. A block that another thread frees is counted
-// down on that thread.
+// A test program that is built with AllocationCount.cpp (see testing/CMakeLists.txt) gets an `operator new` and an
+// `operator delete` that count and then use malloc and free, in every build. The sanitizers still see each block. If
+// another thread frees a block, the count of that thread goes down.
 #pragma once
 
 #include <cstddef>
