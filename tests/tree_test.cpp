@@ -119,7 +119,7 @@ TEST_F(TreeTest, AFileOfMaximumSizeAndADeletedFileAreNoMistakes) {
 }
 
 TEST_F(TreeTest, AFolderThatIsNoCheckoutIsAnError) {
-  shell("rm -rf .git");
+  host::remove(std::string(kCheckout) + "/.git");
   const Outcome outcome = check();
   EXPECT_EQ(outcome.exitStatus, 1);
   EXPECT_THAT(outcome.err, testing::HasSubstr("tools/tree.sh: git tracks no file here\n"));

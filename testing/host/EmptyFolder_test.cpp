@@ -4,6 +4,9 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include <filesystem>
+
+#include "testing/host/Places.h"
 #include "testing/run/HostTest.h"
 
 namespace {
@@ -111,6 +114,23 @@ TEST_F(EmptyFolderTest, ResettingTheHostKeepsMountsInTmpAndRun) {
     host::reset();
     EXPECT_EQ(host::readFile(folder + "/mounted/file"), "kept");
   }
+}
+
+// planted_removal.cpp is the one exception: it removes what it can reach on purpose.
+TEST(EmptyFolderInTheSources, NoOtherCodeOfTestsFuzzTargetsAndBenchmarksEmptiesFolders) {
+  const std::vector<std::string> others = {std::string("remove") + "_all(", std::string("nf") + "tw(",
+                                           std::string("rm -") + "r", std::string("FileUtils::remove") + "Tree("};
+  int files = 0;
+  for (const char* folder : {"testing", "tests", "fuzz", "bench"}) {
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(places::source() + "/" + folder)) {
+      const bool isText = entry.is_regular_file() && entry.path().string().find("/corpus/") == std::string::npos;
+      if (!isText || entry.path().filename() == "planted_removal.cpp") continue;
+      ++files;
+      const std::string text = host::readFile(entry.path());
+      for (const std::string& other : others) EXPECT_EQ(text.find(other), std::string::npos) << entry.path() << other;
+    }
+  }
+  EXPECT_GT(files, 100);
 }
 
 }  // namespace
