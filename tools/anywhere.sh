@@ -128,9 +128,36 @@ as_user() {
 run_program() {
   program=$1
   shift
-  name=$(basename "$program")
+  name=$(basename "$program")${GTEST_SHARD_INDEX+-$GTEST_SHARD_INDEX}
   as_user env RAVCTL_FINIT="$copy/build/finit" RAVCTL_MADE="$made" timeout -k 10 900 "$program" "$@" \
     >"$log/$name.log" 2>&1 </dev/null || say "$name ended with $?" >>"$log/failed"
+}
+
+run_tests_of() {
+  run_program "$1" --gtest_brief=1 --gtest_filter=-*Long.* \
+    "--gtest_output=xml:$made/anywhere/$(basename "$1")${GTEST_SHARD_INDEX+-$GTEST_SHARD_INDEX}.xml"
+}
+
+# Every test program. The torture test takes as long as all the others together, so it runs beside them, in two halves.
+run_all_tests() {
+  torture=$copy/build/release/tests/torture/torture_test
+  for half in 0 1; do
+    (
+      export GTEST_TOTAL_SHARDS=2 GTEST_SHARD_INDEX=$half
+      run_tests_of "$torture"
+    ) &
+  done
+  grep -vxF "$torture" "$log/programs" >"$log/others"
+  (
+    running=0
+    while read -r program; do
+      run_tests_of "$program" &
+      running=$((running + 1))
+      [ $((running % jobs)) -ne 0 ] || wait
+    done <"$log/others"
+    wait
+  )
+  wait
 }
 
 # Counts the tests of the whole place.
@@ -156,14 +183,7 @@ at() {
   machine >"$log/machine" && tree >"$log/tree"
 
   find "$copy/build/release" -type f -perm -u+x -name '*_test' | sort >"$log/programs"
-  running=0
-  while read -r program; do
-    run_program "$program" --gtest_brief=1 --gtest_filter=-*Long.* \
-      "--gtest_output=xml:$made/anywhere/$(basename "$program").xml" &
-    running=$((running + 1))
-    [ $((running % jobs)) -ne 0 ] || wait
-  done <"$log/programs"
-  wait
+  run_all_tests
   for corpus in "$copy"/fuzz/corpus/*; do
     run_program "$copy/build/release/fuzz/fuzz_$(basename "$corpus")" "$corpus"
   done
