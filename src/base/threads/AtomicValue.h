@@ -83,7 +83,7 @@ class AtomicValue {
     const timeval time = TimeUtils::toTimeval(TimeUtils::monotonicMicros() + micros);
     timespec deadline{};
     deadline.tv_sec = time.tv_sec;
-    deadline.tv_nsec = time.tv_usec * 1'000;
+    deadline.tv_nsec = static_cast<long>(time.tv_usec) * 1'000;
     return deadline;
   }
 
