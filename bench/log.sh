@@ -1,6 +1,6 @@
 #!/bin/sh
-# Measures the cost of logging and prints every figure, with its limit, the bar, where it has one. bench/run.sh calls this
-# script.
+# Measures the cost of logging and prints every figure. If a figure has a limit, the bar, it prints that too. bench/run.sh
+# calls this script.
 set -eu
 
 usage() { echo 'Usage: bench/log.sh [--brief] BUILD_FOLDER    (--brief: once and small, the figures mean nothing)'; }
