@@ -77,18 +77,19 @@ Options read(int argc, char** argv) {
   for (; at + 1 < argc && std::strcmp(argv[at], "--") != 0; at += 2) {
     const std::string key = argv[at];
     const char* value = argv[at + 1];
-    if (key == "--pairs")
+    if (key == "--pairs") {
       options.pairs = count(value);
-    else if (key == "--warm-up")
+    } else if (key == "--warm-up") {
       options.warm_up = count(value);
-    else if (key == "--bar")
+    } else if (key == "--bar") {
       options.bar = std::strtod(value, nullptr);
-    else if (key == "--before-a")
+    } else if (key == "--before-a") {
       options.before[0] = split(value);
-    else if (key == "--before-b")
+    } else if (key == "--before-b") {
       options.before[1] = split(value);
-    else
+    } else {
       fail("unknown word: " + key);
+    }
   }
   for (Words& command : options.command) {
     for (++at; at < argc && std::strcmp(argv[at], "--") != 0; ++at) command.emplace_back(argv[at]);

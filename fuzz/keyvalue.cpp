@@ -89,10 +89,11 @@ std::string modelOfSet(const std::string& content, const std::vector<Line>& line
   std::string text;
   for (std::size_t i = 0; i < lines.size(); ++i) {
     const Line& line = lines[i];
-    if (line.isPair)
+    if (line.isPair) {
       text += line.key + "=" + pairs[line.key] + line.comment + "\n";
-    else if (!line.text.empty() || i + 1 < lines.size())
+    } else if (!line.text.empty() || i + 1 < lines.size()) {
       text += line.text + "\n";
+    }
   }
   return isThere ? text : text + fuzzedKey + "=value\n";
 }

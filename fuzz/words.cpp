@@ -154,12 +154,13 @@ std::string quoted(const std::string& text) {
     const auto byte = static_cast<unsigned char>(c);
     char hex[8];
     (void)std::snprintf(hex, sizeof hex, "\\u%04X", byte);
-    if (shortForms.count(c) > 0)
+    if (shortForms.count(c) > 0) {
       result += shortForms.at(c);
-    else if (byte < 32 || byte == 127)
+    } else if (byte < 32 || byte == 127) {
       result += hex;
-    else
+    } else {
       result += byte >= 128 ? '?' : c;
+    }
   }
   return result + "\"";
 }

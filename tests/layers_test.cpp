@@ -17,7 +17,7 @@ namespace {
 using Files = std::map<std::string, std::string>;  // text of each file by its path below src/
 using Problems = std::vector<std::string>;
 
-constexpr char mainSource[] = "command/entry/main.cpp";
+constexpr char kMainSource[] = "command/entry/main.cpp";
 
 std::string folderOf(const std::string& name) {
   const std::size_t slash = name.rfind('/');
@@ -83,7 +83,7 @@ Problems problemsOf(const Files& files, const std::string& layers) {
       if (!isBelow) problems.push_back(name + " includes " + included + ", which is not below it");
     }
     const std::size_t ending = name.rfind(".cpp");
-    if (ending != std::string::npos && name != mainSource && files.count(name.substr(0, ending) + ".h") == 0)
+    if (ending != std::string::npos && name != kMainSource && files.count(name.substr(0, ending) + ".h") == 0)
       problems.push_back(name + " has no header of its name");
     std::set<std::string> seen;
     if (leadsTo(files, name, name, seen)) problems.push_back(name + " is on a circle of includes");
@@ -181,7 +181,7 @@ TEST(Layers, ACircleOfIncludesInAFolderIsReported) {
 }
 
 TEST(Layers, ASourceWithoutAHeaderOfItsNameIsReported) {
-  EXPECT_EQ(problemsOf({{"a/a.h", ""}, {"a/a.cpp", ""}, {"a/b.cpp", ""}, {"b/b.h", ""}, {mainSource, ""}},
+  EXPECT_EQ(problemsOf({{"a/a.h", ""}, {"a/a.cpp", ""}, {"a/b.cpp", ""}, {"b/b.h", ""}, {kMainSource, ""}},
                        "a\nb\ncommand/entry\n"),
             Problems{"a/b.cpp has no header of its name"});
 }

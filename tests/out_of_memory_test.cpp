@@ -91,11 +91,11 @@ using Lines = std::set<std::string>;
 constexpr bool isSanitized = true;
 constexpr size_t stride = 7;  // a child takes ten times as long
 #else
-constexpr bool isSanitized = false;
-constexpr size_t stride = 1;
+constexpr bool kIsSanitized = false;
+constexpr size_t kStride = 1;
 #endif
 
-constexpr const char* lastWord = "ravctl: out of memory\n";
+constexpr const char* kLastWord = "ravctl: out of memory\n";
 
 // --- One run
 
@@ -206,7 +206,7 @@ std::vector<std::string> flawsOfDisk(const Lines& before, const Lines& after, co
 std::vector<std::string> flawsOfEnd(const Run& run) {
   if (WIFSIGNALED(run.status)) return {"signal " + std::to_string(WTERMSIG(run.status)) + ", " + host::quoted(run.err)};
   const int status = WEXITSTATUS(run.status);
-  if (status == 1 && run.err == lastWord) return {};
+  if (status == 1 && run.err == kLastWord) return {};
   if (status != 0 || !run.err.empty()) return {"status " + std::to_string(status) + ", " + host::quoted(run.err)};
   if (!run.report.succeeded && run.report.refused == 0) return {"a failure without a reason"};
   return {};
@@ -261,7 +261,7 @@ Sweep sweep(const Scenario& scenario) {
     result.flaws = {std::string(scenario.why) + ": does not work at all: " + whole.err};
     return result;
   }
-  for (size_t number = 1; number <= result.allocations; number += stride) {
+  for (size_t number = 1; number <= result.allocations; number += kStride) {
     // If one refusal already ends the process, refusing more gives the same result, so only some of those runs follow.
     if (judge(scenario, after, number, number, &result) || number % 10 == 1) {
       judge(scenario, after, number, static_cast<size_t>(-1), &result);
@@ -351,50 +351,48 @@ bool logThroughThread() {
   return true;
 }
 
-std::vector<Scenario> libraryScenarios() {
-  using namespace FileUtils;
-  return {
-      {"parse and print a document", 8, [] {}, parseAndPrint},
-      {"build a document and take it apart", 100, [] {}, buildAndTakeApart},
-      {"read a key=value file", 8, fill, [] { return getKeyValue(kFile, "mode") == "fast"; }},
-      {"set a key of a key=value file", 20, fill, [] { return setKeyValue(kFile, "mode", std::string(99, 's')); }},
-      {"make a key=value file", 3, [] {}, [] { return setKeyValue(kFile, "mode", "slow"); }},
-      {"replace the pairs of a key=value file", 10, fill,
-       [] {
-         return writeKeyValueFile(kFile, {{"mode", "slow"}, {"new", std::string(99, 'n')}}, '=');
-       }},
-      {"set keys of a small file", 8, fill,
-       [] {
-         return ConfigLines::setKeys(kFile, {{"mode", "slow"}, {"level", "info"}}).isSuccess();
-       }},
-      {"set keys of a large file", 10, fillLarge,
-       [] {
-         return ConfigLines::setKeys(kFile, {{"key5", "slow"}, {"new", "info"}}).isSuccess();
-       }},
-      {"remove a key", 4, fillLarge, [] { return ConfigLines::removeKey(kFile, "key700").isSuccess(); }},
-      {"read and write lines", 8, fill,
-       [] {
-         std::vector<std::string> lines;
-         return readLines(kFile, lines).isSuccess() && lines.size() == 3 &&
-                writeLines("/tmp/a name that fits into no small buffer", lines).isSuccess();
-       }},
-      {"read a whole file and write it", 2, fill,
-       [] {
-         std::string bytes;
-         return readFile(kFile, bytes).isSuccess() && writeString("/tmp/new", bytes, true).isSuccess();
-       }},
-      {"list a directory", 4, fill,
-       [] {
-         const DirectoryListing listing = listDirectory("/tmp/tree");
-         return listing.status.isSuccess() && listing.directories.size() == 1 && listing.files.size() == 1;
-       }},
-      {"copy a file", 1, fill,
-       [] { return copyFile("/tmp/tree/deep/deeper/file", "/tmp/a name that fits into no small buffer").isSuccess(); }},
-      {"remove a tree", 6, fill, [] { return removeTree("/tmp/tree").isSuccess(); }},
-      {"log through the queue into a file", 20, [] {}, logThroughQueueAndFile},
-      {"log through the output thread", 8, [] {}, logThroughThread},
-  };
-}
+using namespace FileUtils;
+const std::vector<Scenario> kLibraryScenarios = {
+    {"parse and print a document", 8, [] {}, parseAndPrint},
+    {"build a document and take it apart", 100, [] {}, buildAndTakeApart},
+    {"read a key=value file", 8, fill, [] { return getKeyValue(kFile, "mode") == "fast"; }},
+    {"set a key of a key=value file", 20, fill, [] { return setKeyValue(kFile, "mode", std::string(99, 's')); }},
+    {"make a key=value file", 3, [] {}, [] { return setKeyValue(kFile, "mode", "slow"); }},
+    {"replace the pairs of a key=value file", 10, fill,
+     [] {
+       return writeKeyValueFile(kFile, {{"mode", "slow"}, {"new", std::string(99, 'n')}}, '=');
+     }},
+    {"set keys of a small file", 8, fill,
+     [] {
+       return ConfigLines::setKeys(kFile, {{"mode", "slow"}, {"level", "info"}}).isSuccess();
+     }},
+    {"set keys of a large file", 10, fillLarge,
+     [] {
+       return ConfigLines::setKeys(kFile, {{"key5", "slow"}, {"new", "info"}}).isSuccess();
+     }},
+    {"remove a key", 4, fillLarge, [] { return ConfigLines::removeKey(kFile, "key700").isSuccess(); }},
+    {"read and write lines", 8, fill,
+     [] {
+       std::vector<std::string> lines;
+       return readLines(kFile, lines).isSuccess() && lines.size() == 3 &&
+              writeLines("/tmp/a name that fits into no small buffer", lines).isSuccess();
+     }},
+    {"read a whole file and write it", 2, fill,
+     [] {
+       std::string bytes;
+       return readFile(kFile, bytes).isSuccess() && writeString("/tmp/new", bytes, true).isSuccess();
+     }},
+    {"list a directory", 4, fill,
+     [] {
+       const DirectoryListing listing = listDirectory("/tmp/tree");
+       return listing.status.isSuccess() && listing.directories.size() == 1 && listing.files.size() == 1;
+     }},
+    {"copy a file", 1, fill,
+     [] { return copyFile("/tmp/tree/deep/deeper/file", "/tmp/a name that fits into no small buffer").isSuccess(); }},
+    {"remove a tree", 6, fill, [] { return removeTree("/tmp/tree").isSuccess(); }},
+    {"log through the queue into a file", 20, [] {}, logThroughQueueAndFile},
+    {"log through the output thread", 8, [] {}, logThroughThread},
+};
 
 // The store for every command: it has three profiles, and one has no name yet.
 void fillStore() {
@@ -470,7 +468,7 @@ class OutOfMemory : public HostTest {
     for (const Scenario& scenario : scenarios) {
       const Sweep result = sweep(scenario);
       EXPECT_THAT(result.flaws, IsEmpty());
-      if (!isSanitized) {
+      if (!kIsSanitized) {
         EXPECT_GE(result.allocations, scenario.atLeast) << scenario.why;
       }
       all += result.allocations;
@@ -481,7 +479,7 @@ class OutOfMemory : public HostTest {
   }
 };
 
-TEST_F(OutOfMemory, LibraryFunctionsReturnAnErrorOrReportOutOfMemory) { expectNothingBreaks(libraryScenarios()); }
+TEST_F(OutOfMemory, LibraryFunctionsReturnAnErrorOrReportOutOfMemory) { expectNothingBreaks(kLibraryScenarios); }
 
 TEST_F(OutOfMemory, CommandsReturnAnErrorOrReportOutOfMemory) { expectNothingBreaks(commandScenarios()); }
 
@@ -542,7 +540,7 @@ TEST_F(OutOfMemory, EveryPlantedFaultIsDetected) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.flaw);
     const Sweep result = sweep({"planted", 1, fill, c.operation});
-    EXPECT_THAT(result.flaws, Contains(HasSubstr(isSanitized ? "planted" : c.flaw)));
+    EXPECT_THAT(result.flaws, Contains(HasSubstr(kIsSanitized ? "planted" : c.flaw)));
   }
 }
 

@@ -16,8 +16,6 @@
 
 namespace {
 
-using testing::HasSubstr;
-
 const std::string kHost = places::privateHost();
 
 Outcome onHost(const std::vector<std::string>& command, const Start& start = {}) {

@@ -37,8 +37,8 @@ class ElfFile {
   std::vector<ElfW(Xword)> dynamic(ElfW(Sxword) tag) const {
     std::vector<ElfW(Xword)> values;
     const auto section = segment(PT_DYNAMIC);
-    for (size_t at_ = 0; section && at_ < section->p_filesz; at_ += sizeof(ElfW(Dyn))) {
-      const auto entry = at<ElfW(Dyn)>(section->p_offset + at_);
+    for (size_t offset = 0; section && offset < section->p_filesz; offset += sizeof(ElfW(Dyn))) {
+      const auto entry = at<ElfW(Dyn)>(section->p_offset + offset);
       if (entry.d_tag == DT_NULL) break;
       if (entry.d_tag == tag) values.push_back(entry.d_un.d_val);
     }

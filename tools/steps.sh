@@ -30,12 +30,14 @@ sources() {
 
 format() { sources '*.h' '*.cpp' '*.c' | xargs clang-format --dry-run -Werror; }
 
-# Checks the program and the code that tests share. It leaves out the tests: GoogleTest's macros take clang-tidy
-# minutes.
+# Checks the program and the code that tests share with nearly every check, and the tests with those that are quick
+# and that judge style (tests/.clang-tidy).
 tidy() {
   configure release
   sources '*.cpp' | grep -E '^(src|testing)/' | grep -v '_test\.cpp$' |
     xargs -P "$jobs" -n 1 clang-tidy --quiet -p build/release
+  sources '*.cpp' | grep -E '^tests/|_test\.cpp$' |
+    xargs -P "$jobs" -n 1 clang-tidy --quiet -p build/release --config-file=tests/.clang-tidy
 }
 
 layers() {

@@ -29,7 +29,8 @@ fuzz                      CMakeLists.txt *.cpp *.h *.dict corpus/*/*
 man                       *.[1-8]
 packaging/examples        *.init
 src                       layers.txt **/*.cpp **/*.h
-testing                   README.md CMakeLists.txt **/*.cpp **/*.h
+testing                   README.md .clang-tidy CMakeLists.txt **/*.cpp **/*.h
+tests                     .clang-tidy
 tests/**                  CMakeLists.txt *.cpp *.h
 tests/completion          *.py
 tests/init_systems        *.sh booted-*

@@ -19,8 +19,8 @@ namespace {
 
 using LoggingExampleTest = HostTest;
 
-constexpr char logs[] = "/tmp/example";
-const std::string example = places::build() + "/examples/logging/logging-example";
+constexpr char kLogs[] = "/tmp/example";
+const std::string kExample = places::build() + "/examples/logging/logging-example";
 
 std::string textOf(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
@@ -66,12 +66,12 @@ void expectAllSteps(const std::string& text) {
 
 // Returns the concatenated files, in the order of their names, which is also the order of their times.
 std::string allFiles(std::size_t* count) {
-  std::vector<std::string> names = FileUtils::listDirectory(logs).files;
+  std::vector<std::string> names = FileUtils::listDirectory(kLogs).files;
   std::sort(names.begin(), names.end());
   std::string all;
   for (const std::string& file : names) {
     EXPECT_THAT(file, testing::MatchesRegex(R"(example-[0-9]{8}-[0-9]{6}\.log)"));
-    all += host::readFile(std::string(logs) + "/" + file);
+    all += host::readFile(std::string(kLogs) + "/" + file);
   }
   *count = names.size();
   return all;
@@ -81,8 +81,8 @@ TEST_F(LoggingExampleTest, EveryOutputReceivesEveryEntryOnceAndFilesRotate) {
   // The first and the last entry are usually a second apart, but less if the machine is slow to start a thread.
   std::size_t files = 0;
   for (int run = 0; run < 5 && files < 2; ++run) {
-    host::remove(logs);
-    const Outcome outcome = runProgram({example, logs, "1"});
+    host::remove(kLogs);
+    const Outcome outcome = runProgram({kExample, kLogs, "1"});
     EXPECT_EQ(outcome.exitStatus, 0);
     const std::string written = allFiles(&files);
     expectAllSteps(written);
@@ -98,11 +98,11 @@ TEST_F(LoggingExampleTest, SigtermStopsTheProgramCleanly) {
     const int nothing = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     ::dup2(nothing, 1);
     ::dup2(nothing, 2);
-    ::execl(example.c_str(), "logging-example", logs, "60", nullptr);
+    ::execl(kExample.c_str(), "logging-example", kLogs, "60", nullptr);
     ::_exit(127);
   }
   // The log directory exists when the program has written its first entry.
-  for (int i = 0; i < 1'000 && !host::exists(logs); ++i) ::usleep(10'000);
+  for (int i = 0; i < 1'000 && !host::exists(kLogs); ++i) ::usleep(10'000);
   ::kill(child, SIGTERM);
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);
@@ -112,12 +112,12 @@ TEST_F(LoggingExampleTest, SigtermStopsTheProgramCleanly) {
   expectAllSteps(allFiles(&files));
 }
 
-TEST_F(LoggingExampleTest, WithoutADirectoryTheProgramExitsWithTwo) { EXPECT_EQ(runProgram({example}).exitStatus, 2); }
+TEST_F(LoggingExampleTest, WithoutADirectoryTheProgramExitsWithTwo) { EXPECT_EQ(runProgram({kExample}).exitStatus, 2); }
 
 // --- The page
 
-const std::string source = places::source() + "/examples/logging/logging_example.cpp";
-const std::string page = places::source() + "/docs/logging.md";
+const std::string kSource = places::source() + "/examples/logging/logging_example.cpp";
+const std::string kPage = places::source() + "/docs/logging.md";
 
 // Returns the texts between lines that begin with `begin` and lines that begin with `end`, blanks aside.
 std::vector<std::string> piecesBetween(const std::string& text, const std::string& begin, const std::string& end) {
@@ -140,8 +140,8 @@ std::vector<std::string> piecesBetween(const std::string& text, const std::strin
 }
 
 TEST(LoggingPage, PageShowsAllMarkedCodeOfTheExampleAndNoOther) {
-  const auto shown = piecesBetween(textOf(page), "```cpp", "```");
-  const auto marked = piecesBetween(textOf(source), "// begin: ", "// end: ");
+  const auto shown = piecesBetween(textOf(kPage), "```cpp", "```");
+  const auto marked = piecesBetween(textOf(kSource), "// begin: ", "// end: ");
   EXPECT_FALSE(shown.empty());
   EXPECT_THAT(shown, testing::UnorderedElementsAreArray(marked));
 }

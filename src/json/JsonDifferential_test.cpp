@@ -33,7 +33,7 @@ struct Case {
 };
 
 // clang-format off
-const std::vector<Case> cases = {
+const std::vector<Case> kCases = {
     {"y_array_empty", "[]"},
     {"y_array_of_kinds", R"([null, true, false, 1, "a", [2], {"b": 3}])"},
     {"y_array_nested_empty", "[[], [[]], {}]"},
@@ -294,29 +294,29 @@ const std::vector<Case> cases = {
 
 // --- The rules of our language that deliberately differ from the standard
 
-constexpr const char* emptyName =
+constexpr const char* kEmptyName =
     "a scalar under an empty name is an error, an array or object there is read and dropped";
-constexpr const char* escapeU =
+constexpr const char* kEscapeU =
     "a backslash and a u become a question mark, and the digits after them are ordinary text";
-constexpr const char* otherEscapes =
+constexpr const char* kOtherEscapes =
     "a backslash and an apostrophe become an apostrophe; a backslash and an unknown byte become a question mark";
-constexpr const char* minusZero = "a number equal to 0 is the shared 0, which has no sign";
-constexpr const char* tooLarge = "a number too large for a double is infinite, as with strtod";
-constexpr const char* bytes = "strings and names are bytes; their encoding is not checked";
-constexpr const char* byteOrderMark = "a byte order mark is not whitespace";
-constexpr const char* zeroByte = "a zero byte does not end a text of given length, and it is not a token";
-constexpr const char* openString = "a string without a closing quote ends the text without an error";
-constexpr const char* commaBehind = "a closing bracket is accepted after a comma";
-constexpr const char* nameWithoutValue = "a closing curly bracket drops a name without a value";
-constexpr const char* bareName = "a name may be a bare word of letters, points and underscores";
-constexpr const char* rawControl = "a control byte in a string is an ordinary byte";
-constexpr const char* numberToSeparator =
+constexpr const char* kMinusZero = "a number equal to 0 is the shared 0, which has no sign";
+constexpr const char* kTooLarge = "a number too large for a double is infinite, as with strtod";
+constexpr const char* kBytes = "strings and names are bytes; their encoding is not checked";
+constexpr const char* kByteOrderMark = "a byte order mark is not whitespace";
+constexpr const char* kZeroByte = "a zero byte does not end a text of given length, and it is not a token";
+constexpr const char* kOpenString = "a string without a closing quote ends the text without an error";
+constexpr const char* kCommaBehind = "a closing bracket is accepted after a comma";
+constexpr const char* kNameWithoutValue = "a closing curly bracket drops a name without a value";
+constexpr const char* kBareName = "a name may be a bare word of letters, points and underscores";
+constexpr const char* kRawControl = "a control byte in a string is an ordinary byte";
+constexpr const char* kNumberToSeparator =
     "a number ends at the next comma, closing bracket or whitespace, and strtod reads its value";
-constexpr const char* rules[] = {emptyName,     escapeU,          otherEscapes, minusZero,   tooLarge,         bytes,
-                                 byteOrderMark, zeroByte,         openString,   commaBehind, nameWithoutValue, bareName,
-                                 rawControl,    numberToSeparator};
+constexpr const char* kRules[] = {
+    kEmptyName, kEscapeU,    kOtherEscapes, kMinusZero,        kTooLarge, kBytes,      kByteOrderMark,
+    kZeroByte,  kOpenString, kCommaBehind,  kNameWithoutValue, kBareName, kRawControl, kNumberToSeparator};
 
-constexpr const char* refused = "refused";
+constexpr const char* kRefused = "refused";
 
 enum Library { rapid = 1, nlohmannJson = 2, both = 3 };
 
@@ -328,114 +328,114 @@ struct Difference {
 };
 
 // clang-format off
-const Difference differences[] = {
-    {"y_object_name_empty_of_scalar", both, emptyName, refused},
-    {"y_object_name_empty_of_array", both, emptyName, "{'a':2}"},
-    {"y_object_name_empty_of_object", both, emptyName, "{'a':2}"},
-    {"y_object_name_escape_u", both, escapeU, "{'?0061':1}"},
-    {"y_number_minus_zero_fraction", both, minusZero, "[0]"},
-    {"y_string_escape_u_letter", both, escapeU, "['?0041']"},
-    {"y_string_escape_u_lower_case", both, escapeU, "['?00e9']"},
-    {"y_string_escape_u_zero", both, escapeU, "['a?0000b']"},
-    {"y_string_escape_u_control", both, escapeU, "['?001f']"},
-    {"y_string_escape_u_pair", both, escapeU, "['?D834?DD1E']"},
-    {"y_string_escape_u_quote", both, escapeU, "['?0022']"},
-    {"y_string_escape_u_backslash", both, escapeU, "['?005C']"},
-    {"i_number_too_large", both, tooLarge, "[inf]"},
-    {"i_number_too_large_negative", both, tooLarge, "[-inf]"},
-    {"i_number_large_exponent", both, tooLarge, "[inf]"},
-    {"i_number_just_too_large", nlohmannJson, tooLarge, "[inf]"},
-    {"i_number_too_small_negative", both, minusZero, "[0]"},
-    {"i_string_surrogate_alone", both, escapeU, "['?D800']"},
-    {"i_string_surrogate_second_alone", both, escapeU, "['?DC00']"},
-    {"i_string_surrogates_swapped", both, escapeU, "['?DD1E?D834']"},
-    {"i_string_surrogate_and_letter", both, escapeU, "['?D834a']"},
-    {"i_string_byte_80", both, bytes, "['<80>']"},
-    {"i_string_byte_ff", both, bytes, "['<ff>']"},
-    {"i_string_utf8_cut", both, bytes, "['<e2><82>']"},
-    {"i_string_utf8_overlong", both, bytes, "['<c0><af>']"},
-    {"i_string_utf8_surrogate", both, bytes, "['<ed><a0><80>']"},
-    {"i_string_utf8_beyond", both, bytes, "['<f4><90><80><80>']"},
-    {"i_string_latin1", both, bytes, "['caf<e9>']"},
-    {"i_object_name_invalid_utf8", both, bytes, "{'<ff>':1}"},
-    {"i_structure_bom", both, byteOrderMark, refused},
-    {"i_structure_zero_byte_behind", both, zeroByte, refused},
-    {"i_structure_zero_byte_and_text", both, zeroByte, refused},
-    {"n_structure_open_string_behind", both, openString, "[1]"},
-    {"n_structure_quote_behind", both, openString, "{}"},
-    {"n_array_comma_behind", both, commaBehind, "[1]"},
-    {"n_array_comma_behind_nested", both, commaBehind, "[[1]]"},
-    {"n_array_comma_behind_blank", both, commaBehind, "[1]"},
-    {"n_array_colon_numbers", both, numberToSeparator, "[1]"},
-    {"n_object_comma_behind", both, commaBehind, "{'a':1}"},
-    {"n_object_comma_behind_blank", both, commaBehind, "{'a':1}"},
-    {"n_object_no_value", both, nameWithoutValue, "{}"},
-    {"n_object_no_value_nested", both, nameWithoutValue, "{'x':{},'y':1}"},
-    {"n_object_no_value_behind", both, nameWithoutValue, "{'a':1}"},
-    {"n_object_name_alone", both, nameWithoutValue, "{}"},
-    {"n_object_name_alone_behind", both, nameWithoutValue, "{'a':1}"},
-    {"n_object_name_alone_in_array", both, nameWithoutValue, "[{}]"},
-    {"n_object_colon_behind", both, numberToSeparator, "{'a':1}"},
-    {"n_object_name_bare", both, bareName, "{'a':1}"},
-    {"n_object_name_bare_dotted", both, bareName, "{'a.b_c':1}"},
-    {"n_object_name_bare_first_behind", both, bareName, "{'a':1,'b':2}"},
-    {"n_number_plus", both, numberToSeparator, "[1]"},
-    {"n_number_plus_plus", both, numberToSeparator, "[0]"},
-    {"n_number_minus_minus", both, numberToSeparator, "[0]"},
-    {"n_number_minus_alone", both, numberToSeparator, "[0]"},
-    {"n_number_plus_alone", both, numberToSeparator, "[0]"},
-    {"n_number_point_alone", both, numberToSeparator, "[0]"},
-    {"n_number_minus_point", both, numberToSeparator, "[0]"},
-    {"n_number_no_whole_part", both, numberToSeparator, "[0.5]"},
-    {"n_number_no_whole_part_negative", both, numberToSeparator, "[-0.5]"},
-    {"n_number_no_fraction", both, numberToSeparator, "[1]"},
-    {"n_number_no_fraction_exponent", both, numberToSeparator, "[1000]"},
-    {"n_number_two_points", both, numberToSeparator, "[1.2]"},
-    {"n_number_leading_zero", both, numberToSeparator, "[12]"},
-    {"n_number_leading_zero_negative", both, numberToSeparator, "[-12]"},
-    {"n_number_leading_zero_fraction", both, numberToSeparator, "[0.5]"},
-    {"n_number_no_exponent", both, numberToSeparator, "[1]"},
-    {"n_number_no_exponent_sign", both, numberToSeparator, "[1]"},
-    {"n_number_exponent_fraction", both, numberToSeparator, "[100]"},
-    {"n_number_exponent_twice", both, numberToSeparator, "[100]"},
-    {"n_number_hexadecimal", both, numberToSeparator, "[31]"},
-    {"n_number_hexadecimal_exponent", both, numberToSeparator, "[16]"},
-    {"n_number_hexadecimal_cut", both, numberToSeparator, "[0]"},
-    {"n_number_octal", both, numberToSeparator, "[0]"},
-    {"n_number_letters_behind", both, numberToSeparator, "[12]"},
-    {"n_number_underscore", both, numberToSeparator, "[1]"},
-    {"n_number_apostrophe", both, numberToSeparator, "[1]"},
-    {"n_number_slash", both, numberToSeparator, "[1]"},
-    {"n_number_percent", both, numberToSeparator, "[50]"},
-    {"n_number_sum", both, numberToSeparator, "[1]"},
-    {"n_number_minus_infinity", both, numberToSeparator, "[-inf]"},
-    {"n_number_minus_inf", both, numberToSeparator, "[-inf]"},
-    {"n_number_minus_nan", both, numberToSeparator, "[nan]"},
-    {"n_number_plus_nan", both, numberToSeparator, "[nan]"},
-    {"n_number_bracket_inside", both, numberToSeparator, "[1]"},
-    {"n_number_curly_inside", both, numberToSeparator, "[1]"},
-    {"n_number_string_inside", both, numberToSeparator, "[1]"},
-    {"n_number_colon_inside", both, numberToSeparator, "1"},
-    {"n_number_number_sign_inside", both, numberToSeparator, "[1]"},
-    {"n_number_utf8_behind", both, numberToSeparator, "[1]"},
-    {"n_string_escape_x", both, otherEscapes, "['?41']"},
-    {"n_string_escape_a", both, otherEscapes, "['?']"},
-    {"n_string_escape_v", both, otherEscapes, "['?']"},
-    {"n_string_escape_zero", both, otherEscapes, "['?']"},
-    {"n_string_escape_apostrophe", both, otherEscapes, "[''']"},
-    {"n_string_escape_upper_case", both, otherEscapes, "['???0041']"},
-    {"n_string_escape_blank", both, otherEscapes, "['?']"},
-    {"n_string_escape_newline", both, otherEscapes, "['a?b']"},
-    {"n_string_escape_byte", both, otherEscapes, "['?<a9>']"},
-    {"n_string_escape_u_short", both, escapeU, "['?004']"},
-    {"n_string_escape_u_none", both, escapeU, "['?']"},
-    {"n_string_escape_u_letters", both, escapeU, "['?00G1']"},
-    {"n_string_escape_u_braces", both, escapeU, "['?{41}']"},
-    {"n_string_raw_newline", both, rawControl, "['a<0a>b']"},
-    {"n_string_raw_tab", both, rawControl, "['a<09>b']"},
-    {"n_string_raw_zero", both, rawControl, "['a<00>b']"},
-    {"n_string_raw_escape", both, rawControl, "['<1b>']"},
-    {"n_object_name_raw_tab", both, rawControl, "{'a<09>b':1}"},
+const Difference kDifferences[] = {
+    {"y_object_name_empty_of_scalar", both, kEmptyName, kRefused},
+    {"y_object_name_empty_of_array", both, kEmptyName, "{'a':2}"},
+    {"y_object_name_empty_of_object", both, kEmptyName, "{'a':2}"},
+    {"y_object_name_escape_u", both, kEscapeU, "{'?0061':1}"},
+    {"y_number_minus_zero_fraction", both, kMinusZero, "[0]"},
+    {"y_string_escape_u_letter", both, kEscapeU, "['?0041']"},
+    {"y_string_escape_u_lower_case", both, kEscapeU, "['?00e9']"},
+    {"y_string_escape_u_zero", both, kEscapeU, "['a?0000b']"},
+    {"y_string_escape_u_control", both, kEscapeU, "['?001f']"},
+    {"y_string_escape_u_pair", both, kEscapeU, "['?D834?DD1E']"},
+    {"y_string_escape_u_quote", both, kEscapeU, "['?0022']"},
+    {"y_string_escape_u_backslash", both, kEscapeU, "['?005C']"},
+    {"i_number_too_large", both, kTooLarge, "[inf]"},
+    {"i_number_too_large_negative", both, kTooLarge, "[-inf]"},
+    {"i_number_large_exponent", both, kTooLarge, "[inf]"},
+    {"i_number_just_too_large", nlohmannJson, kTooLarge, "[inf]"},
+    {"i_number_too_small_negative", both, kMinusZero, "[0]"},
+    {"i_string_surrogate_alone", both, kEscapeU, "['?D800']"},
+    {"i_string_surrogate_second_alone", both, kEscapeU, "['?DC00']"},
+    {"i_string_surrogates_swapped", both, kEscapeU, "['?DD1E?D834']"},
+    {"i_string_surrogate_and_letter", both, kEscapeU, "['?D834a']"},
+    {"i_string_byte_80", both, kBytes, "['<80>']"},
+    {"i_string_byte_ff", both, kBytes, "['<ff>']"},
+    {"i_string_utf8_cut", both, kBytes, "['<e2><82>']"},
+    {"i_string_utf8_overlong", both, kBytes, "['<c0><af>']"},
+    {"i_string_utf8_surrogate", both, kBytes, "['<ed><a0><80>']"},
+    {"i_string_utf8_beyond", both, kBytes, "['<f4><90><80><80>']"},
+    {"i_string_latin1", both, kBytes, "['caf<e9>']"},
+    {"i_object_name_invalid_utf8", both, kBytes, "{'<ff>':1}"},
+    {"i_structure_bom", both, kByteOrderMark, kRefused},
+    {"i_structure_zero_byte_behind", both, kZeroByte, kRefused},
+    {"i_structure_zero_byte_and_text", both, kZeroByte, kRefused},
+    {"n_structure_open_string_behind", both, kOpenString, "[1]"},
+    {"n_structure_quote_behind", both, kOpenString, "{}"},
+    {"n_array_comma_behind", both, kCommaBehind, "[1]"},
+    {"n_array_comma_behind_nested", both, kCommaBehind, "[[1]]"},
+    {"n_array_comma_behind_blank", both, kCommaBehind, "[1]"},
+    {"n_array_colon_numbers", both, kNumberToSeparator, "[1]"},
+    {"n_object_comma_behind", both, kCommaBehind, "{'a':1}"},
+    {"n_object_comma_behind_blank", both, kCommaBehind, "{'a':1}"},
+    {"n_object_no_value", both, kNameWithoutValue, "{}"},
+    {"n_object_no_value_nested", both, kNameWithoutValue, "{'x':{},'y':1}"},
+    {"n_object_no_value_behind", both, kNameWithoutValue, "{'a':1}"},
+    {"n_object_name_alone", both, kNameWithoutValue, "{}"},
+    {"n_object_name_alone_behind", both, kNameWithoutValue, "{'a':1}"},
+    {"n_object_name_alone_in_array", both, kNameWithoutValue, "[{}]"},
+    {"n_object_colon_behind", both, kNumberToSeparator, "{'a':1}"},
+    {"n_object_name_bare", both, kBareName, "{'a':1}"},
+    {"n_object_name_bare_dotted", both, kBareName, "{'a.b_c':1}"},
+    {"n_object_name_bare_first_behind", both, kBareName, "{'a':1,'b':2}"},
+    {"n_number_plus", both, kNumberToSeparator, "[1]"},
+    {"n_number_plus_plus", both, kNumberToSeparator, "[0]"},
+    {"n_number_minus_minus", both, kNumberToSeparator, "[0]"},
+    {"n_number_minus_alone", both, kNumberToSeparator, "[0]"},
+    {"n_number_plus_alone", both, kNumberToSeparator, "[0]"},
+    {"n_number_point_alone", both, kNumberToSeparator, "[0]"},
+    {"n_number_minus_point", both, kNumberToSeparator, "[0]"},
+    {"n_number_no_whole_part", both, kNumberToSeparator, "[0.5]"},
+    {"n_number_no_whole_part_negative", both, kNumberToSeparator, "[-0.5]"},
+    {"n_number_no_fraction", both, kNumberToSeparator, "[1]"},
+    {"n_number_no_fraction_exponent", both, kNumberToSeparator, "[1000]"},
+    {"n_number_two_points", both, kNumberToSeparator, "[1.2]"},
+    {"n_number_leading_zero", both, kNumberToSeparator, "[12]"},
+    {"n_number_leading_zero_negative", both, kNumberToSeparator, "[-12]"},
+    {"n_number_leading_zero_fraction", both, kNumberToSeparator, "[0.5]"},
+    {"n_number_no_exponent", both, kNumberToSeparator, "[1]"},
+    {"n_number_no_exponent_sign", both, kNumberToSeparator, "[1]"},
+    {"n_number_exponent_fraction", both, kNumberToSeparator, "[100]"},
+    {"n_number_exponent_twice", both, kNumberToSeparator, "[100]"},
+    {"n_number_hexadecimal", both, kNumberToSeparator, "[31]"},
+    {"n_number_hexadecimal_exponent", both, kNumberToSeparator, "[16]"},
+    {"n_number_hexadecimal_cut", both, kNumberToSeparator, "[0]"},
+    {"n_number_octal", both, kNumberToSeparator, "[0]"},
+    {"n_number_letters_behind", both, kNumberToSeparator, "[12]"},
+    {"n_number_underscore", both, kNumberToSeparator, "[1]"},
+    {"n_number_apostrophe", both, kNumberToSeparator, "[1]"},
+    {"n_number_slash", both, kNumberToSeparator, "[1]"},
+    {"n_number_percent", both, kNumberToSeparator, "[50]"},
+    {"n_number_sum", both, kNumberToSeparator, "[1]"},
+    {"n_number_minus_infinity", both, kNumberToSeparator, "[-inf]"},
+    {"n_number_minus_inf", both, kNumberToSeparator, "[-inf]"},
+    {"n_number_minus_nan", both, kNumberToSeparator, "[nan]"},
+    {"n_number_plus_nan", both, kNumberToSeparator, "[nan]"},
+    {"n_number_bracket_inside", both, kNumberToSeparator, "[1]"},
+    {"n_number_curly_inside", both, kNumberToSeparator, "[1]"},
+    {"n_number_string_inside", both, kNumberToSeparator, "[1]"},
+    {"n_number_colon_inside", both, kNumberToSeparator, "1"},
+    {"n_number_number_sign_inside", both, kNumberToSeparator, "[1]"},
+    {"n_number_utf8_behind", both, kNumberToSeparator, "[1]"},
+    {"n_string_escape_x", both, kOtherEscapes, "['?41']"},
+    {"n_string_escape_a", both, kOtherEscapes, "['?']"},
+    {"n_string_escape_v", both, kOtherEscapes, "['?']"},
+    {"n_string_escape_zero", both, kOtherEscapes, "['?']"},
+    {"n_string_escape_apostrophe", both, kOtherEscapes, "[''']"},
+    {"n_string_escape_upper_case", both, kOtherEscapes, "['???0041']"},
+    {"n_string_escape_blank", both, kOtherEscapes, "['?']"},
+    {"n_string_escape_newline", both, kOtherEscapes, "['a?b']"},
+    {"n_string_escape_byte", both, kOtherEscapes, "['?<a9>']"},
+    {"n_string_escape_u_short", both, kEscapeU, "['?004']"},
+    {"n_string_escape_u_none", both, kEscapeU, "['?']"},
+    {"n_string_escape_u_letters", both, kEscapeU, "['?00G1']"},
+    {"n_string_escape_u_braces", both, kEscapeU, "['?{41}']"},
+    {"n_string_raw_newline", both, kRawControl, "['a<0a>b']"},
+    {"n_string_raw_tab", both, kRawControl, "['a<09>b']"},
+    {"n_string_raw_zero", both, kRawControl, "['a<00>b']"},
+    {"n_string_raw_escape", both, kRawControl, "['<1b>']"},
+    {"n_object_name_raw_tab", both, kRawControl, "{'a<09>b':1}"},
 };
 // clang-format on
 
@@ -533,7 +533,7 @@ std::string textOf(const nlohmann::ordered_json& value) {
 
 std::string ours(const std::string& text) {
   const ScopedJson document(json::parse(text.data(), static_cast<std::ptrdiff_t>(text.size())));
-  return document ? textOf(document.get()) : refused;
+  return document ? textOf(document.get()) : kRefused;
 }
 
 std::string rapidJsons(const std::string& text) {
@@ -541,20 +541,20 @@ std::string rapidJsons(const std::string& text) {
       rapidjson::kParseFullPrecisionFlag | rapidjson::kParseValidateEncodingFlag | rapidjson::kParseIterativeFlag;
   rapidjson::Document document;
   document.Parse<strict>(text.data(), text.size());
-  return document.HasParseError() ? refused : textOf(document);
+  return document.HasParseError() ? kRefused : textOf(document);
 }
 
 std::string nlohmanns(const std::string& text) {
   const nlohmann::ordered_json document = nlohmann::ordered_json::parse(text, nullptr, false);
-  return document.is_discarded() ? refused : textOf(document);
+  return document.is_discarded() ? kRefused : textOf(document);
 }
 
 // --- The tests
 
 TEST(JsonDifferential, EachDifferenceFromTheStandardIsAStatedRule) {
   std::map<std::string, const Difference*> rows;
-  for (const Difference& row : differences) EXPECT_TRUE(rows.emplace(row.name, &row).second) << row.name << " twice";
-  for (const Case& c : cases) {
+  for (const Difference& row : kDifferences) EXPECT_TRUE(rows.emplace(row.name, &row).second) << row.name << " twice";
+  for (const Case& c : kCases) {
     SCOPED_TRACE(std::string(c.name) + ": " + shownBytes(c.text));
     const std::string answer = ours(c.text);
     const std::string answers[] = {rapidJsons(c.text), nlohmanns(c.text)};
@@ -572,19 +572,19 @@ TEST(JsonDifferential, EachDifferenceFromTheStandardIsAStatedRule) {
 
 TEST(JsonDifferential, EveryRuleExplainsADifference) {
   std::set<std::string_view> shown;
-  for (const Difference& row : differences) shown.insert(row.rule);
-  for (const char* rule : rules) EXPECT_EQ(shown.erase(rule), 1u) << rule;
+  for (const Difference& row : kDifferences) shown.insert(row.rule);
+  for (const char* rule : kRules) EXPECT_EQ(shown.erase(rule), 1u) << rule;
   EXPECT_TRUE(shown.empty());
 }
 
 // Both libraries accept the y_ cases and refuse the n_ cases.
 TEST(JsonDifferential, FirstLetterOfACaseNameMatchesTheStrictParsers) {
   std::set<std::string> names;
-  for (const Case& c : cases) {
+  for (const Case& c : kCases) {
     SCOPED_TRACE(c.name);
     EXPECT_TRUE(names.insert(c.name).second) << "two cases have this name";
-    const bool isTakenByBoth = rapidJsons(c.text) != refused && nlohmanns(c.text) != refused;
-    const bool isRefusedByBoth = rapidJsons(c.text) == refused && nlohmanns(c.text) == refused;
+    const bool isTakenByBoth = rapidJsons(c.text) != kRefused && nlohmanns(c.text) != kRefused;
+    const bool isRefusedByBoth = rapidJsons(c.text) == kRefused && nlohmanns(c.text) == kRefused;
     if (c.name[0] == 'y') {
       EXPECT_TRUE(isTakenByBoth);
     } else if (c.name[0] == 'n') {

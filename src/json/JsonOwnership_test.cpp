@@ -24,7 +24,7 @@ void parseAndDrop(std::string_view text) {
   json::release(json::parseSequence(text.data(), length));
 }
 
-const char* const documents[] = {
+const char* const kDocuments[] = {
     R"({"a":[1.5,2.5,{"b":null,"c":"text"}],"c":{"d":"e\n","":[7,["x"]],f:true},"a":[false,"x"]})",
     R"([[["y"],{}],"text",{"k":{"k":{"k":[3]}}},-1e5,"",{"":{"a":["z"]}}])",
     R"({"a":"1"} {"b":["2",{"c":"3"}]} ["4"] {"d":"5"})",
@@ -50,7 +50,7 @@ TEST(JsonOwnership, SharedValuesAllocateNothing) {
 }
 
 TEST(JsonOwnership, DocumentCutAtAnyByteLeaksNothing) {
-  for (const std::string document : documents) {
+  for (const std::string document : kDocuments) {
     for (std::size_t length = 0; length <= document.size(); ++length) {
       EXPECT_EQ(blocksLeakedBy([&] { parseAndDrop({document.data(), length}); }), 0) << document.substr(0, length);
     }
@@ -58,7 +58,7 @@ TEST(JsonOwnership, DocumentCutAtAnyByteLeaksNothing) {
 }
 
 TEST(JsonOwnership, DocumentWithAnyTokenInAnyPlaceLeaksNothing) {
-  for (const std::string document : documents) {
+  for (const std::string document : kDocuments) {
     for (std::size_t at = 0; at < document.size(); ++at) {
       for (const char* intruder :
            {"#", "[", "]", "{", "}", ",", ":", "\"", " ", "9.5", " \"v\" ", "w", "null", "\"\":", "{\"q\":"}) {

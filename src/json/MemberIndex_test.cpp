@@ -13,7 +13,7 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-constexpr std::uint32_t slots = 64;  // the number of slots of a new index
+constexpr std::uint32_t kSlots = 64;  // the number of slots of a new index
 
 std::uint32_t hashOf(const std::string& name) {
   return static_cast<std::uint32_t>(std::hash<std::string_view>()(name));
@@ -24,7 +24,7 @@ std::string nameOf(std::uint32_t number) { return "member " + std::to_string(num
 // A name whose home slot in a new index is `home`. Different values of `which` give different names.
 std::string nameAtHome(std::uint32_t home, int which = 0) {
   for (std::uint32_t number = 0;; ++number) {
-    if (hashOf(nameOf(number)) % slots == home && which-- == 0) return nameOf(number);
+    if (hashOf(nameOf(number)) % kSlots == home && which-- == 0) return nameOf(number);
   }
 }
 
@@ -87,8 +87,8 @@ TEST(MemberIndex, FindComparesOnlyNamesWithTheSameHash) {
 // Six names whose home slots are taken by each other: once in the middle of the table, and once at its end, where the
 // names continue in the first slots.
 TEST(MemberIndex, CollidingNamesAreFoundAfterRemovalsInAnyOrder) {
-  for (const std::uint32_t first : {10u, slots - 2}) {
-    const auto home = [&](std::uint32_t offset) { return (first + offset) % slots; };
+  for (const std::uint32_t first : {10u, kSlots - 2}) {
+    const auto home = [&](std::uint32_t offset) { return (first + offset) % kSlots; };
     const Names names = {nameAtHome(home(0), 0), nameAtHome(home(1), 0), nameAtHome(home(0), 1),
                          nameAtHome(home(1), 1), nameAtHome(home(3), 0), nameAtHome(home(0), 2)};
     std::vector<std::size_t> order = {0, 1, 2, 3, 4, 5};

@@ -162,7 +162,7 @@ void expectWrittenAsBySnprintf(double number) {
 }
 
 TEST(NumberText, EdgeCasesAreWrittenAsBySnprintf) {
-  using limits = std::numeric_limits<double>;
+  using Limits = std::numeric_limits<double>;
   for (double number : {0.0,
                         0.5,
                         0.1,
@@ -192,7 +192,7 @@ TEST(NumberText, EdgeCasesAreWrittenAsBySnprintf) {
     expectWrittenAsBySnprintf(number);
     expectWrittenAsBySnprintf(-number);
   }
-  for (double number : {limits::max(), limits::min(), limits::denorm_min(), limits::infinity(), limits::epsilon()}) {
+  for (double number : {Limits::max(), Limits::min(), Limits::denorm_min(), Limits::infinity(), Limits::epsilon()}) {
     expectWrittenAsBySnprintf(number);
     expectWrittenAsBySnprintf(-number);
   }

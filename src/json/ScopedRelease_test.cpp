@@ -7,9 +7,9 @@
 namespace {
 
 struct Counted {
-  explicit Counted(int& alive) : alive_(alive) { ++alive_; }
-  ~Counted() { --alive_; }
-  int& alive_;
+  explicit Counted(int& count) : alive(count) { ++alive; }
+  ~Counted() { --alive; }
+  int& alive;
 };
 
 class Recording final : public ScopedRelease<int> {
@@ -29,8 +29,8 @@ TEST(ScopedPtr, DeletesAtTheEndOfTheScope) {
   {
     ScopedPtr<Counted> guard(new Counted(alive));
     EXPECT_TRUE(guard);
-    EXPECT_EQ(&guard->alive_, &alive);
-    EXPECT_EQ(&(*guard).alive_, &alive);
+    EXPECT_EQ(&guard->alive, &alive);
+    EXPECT_EQ(&(*guard).alive, &alive);
     EXPECT_EQ(alive, 1);
   }
   EXPECT_EQ(alive, 0);

@@ -62,7 +62,7 @@ struct TracePlan {
 };
 
 // In practice for ever. It is a finite number, so that a program that retries without end shows up in `meddled`.
-constexpr std::size_t fromThereOn = 1000000;
+constexpr std::size_t kFromThereOn = 1000000;
 
 struct TracedCall {
   std::size_t number = 0;  // from 1

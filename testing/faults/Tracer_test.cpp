@@ -85,7 +85,7 @@ TEST_F(TracerTest, AChosenCallFailsOnce) {
 }
 
 TEST_F(TracerTest, TheChosenCallAndAllLaterCallsOfItsNumberFail) {
-  const TraceResult result = tracee("write", {Meddling::fail, kFirstWrite, fromThereOn, EIO});
+  const TraceResult result = tracee("write", {Meddling::fail, kFirstWrite, kFromThereOn, EIO});
   EXPECT_EQ(result.out, "open 0\n");
   EXPECT_EQ(host::readFile(kPath), "");
   EXPECT_EQ(result.meddled, 5u);
@@ -115,7 +115,7 @@ TEST_F(TracerTest, MmapReplacesAFailedBrkButFailsWithItFromThereOn) {
       std::find_if(free.calls.begin(), free.calls.end(), [](const TracedCall& call) { return call.name == "brk"; });
   ASSERT_NE(brk, free.calls.end());
   EXPECT_EQ(tracee("grow", {Meddling::fail, brk->number, 1, ENOMEM}).out, both);
-  EXPECT_EQ(tracee("grow", {Meddling::fail, brk->number, fromThereOn, ENOMEM}).out, "first 0\nsecond 0\n");
+  EXPECT_EQ(tracee("grow", {Meddling::fail, brk->number, kFromThereOn, ENOMEM}).out, "first 0\nsecond 0\n");
 }
 
 TEST_F(TracerTest, AShortenedWriteMovesOneByte) {

@@ -181,18 +181,19 @@ std::string quoted(const std::string& text) {
     const auto byte = static_cast<unsigned char>(c);
     char hex[8];
     std::snprintf(hex, sizeof hex, "\\x%02x", static_cast<unsigned>(byte));
-    if (c == '\n')
+    if (c == '\n') {
       shown += "\\n";
-    else if (c == '\t')
+    } else if (c == '\t') {
       shown += "\\t";
-    else if (c == '\r')
+    } else if (c == '\r') {
       shown += "\\r";
-    else if (c == '"' || c == '\\')
+    } else if (c == '"' || c == '\\') {
       shown += std::string("\\") + c;
-    else if (byte < 32 || byte > 126)
+    } else if (byte < 32 || byte > 126) {
       shown += hex;
-    else
+    } else {
       shown += c;
+    }
   }
   return shown + "\"";
 }

@@ -393,8 +393,8 @@ class Builder {
 
 // The first process inside sends it to the outer process: why the host could not be built, or how the program ended.
 struct Report {
-  bool moved_in = false;
-  int wait_status = 0;
+  bool movedIn = false;
+  int waitStatus = 0;
   char text[512] = "";
 };
 
@@ -443,12 +443,12 @@ void goOn(pid_t stopped) {
     std::strncpy(report.text, reason.c_str(), sizeof report.text - 1);
     reportAndExit(reportFd, report);
   }
-  report.moved_in = true;
+  report.movedIn = true;
   pid_t ended = 0;
   do {
-    ended = ::waitpid(-1, &report.wait_status, WUNTRACED);
-    if (ended > 0 && WIFSTOPPED(report.wait_status)) goOn(ended);
-  } while (ended != child || WIFSTOPPED(report.wait_status));
+    ended = ::waitpid(-1, &report.waitStatus, WUNTRACED);
+    if (ended > 0 && WIFSTOPPED(report.waitStatus)) goOn(ended);
+  } while (ended != child || WIFSTOPPED(report.waitStatus));
   reportAndExit(reportFd, report);
 }
 
@@ -478,7 +478,7 @@ void waitOutside(pid_t firstProcess, int reportFd) {
   while (::waitpid(firstProcess, nullptr, 0) < 0 && errno == EINTR) {
   }
   if (got != static_cast<ssize_t>(sizeof report)) ::_exit(125);  // something killed the first process
-  if (report.moved_in) endLike(report.wait_status);
+  if (report.movedIn) endLike(report.waitStatus);
   (void)::signal(SIGINT, oldInterrupt);
   (void)::signal(SIGQUIT, oldQuit);
   report.text[sizeof report.text - 1] = '\0';

@@ -37,18 +37,19 @@ bool readSettings(int argc, char** argv, Settings* settings) {
   for (int i = 1; i < argc; ++i) {
     const std::string word = argv[i];
     const bool hasNext = i + 1 < argc;
-    if (word == "--once")
+    if (word == "--once") {
       settings->once = true;
-    else if (word == "--daemon")
+    } else if (word == "--daemon") {
       settings->daemon = true;
-    else if (word == "--dir" && hasNext)
+    } else if (word == "--dir" && hasNext) {
       settings->folder = argv[++i];
-    else if (word == "--peers" && hasNext)
+    } else if (word == "--peers" && hasNext) {
       settings->peers = argv[++i];
-    else if (word == "--stop-delay" && hasNext)
+    } else if (word == "--stop-delay" && hasNext) {
       settings->stopDelay = static_cast<unsigned>(std::atoi(argv[++i]));
-    else
+    } else {
       return false;
+    }
   }
   return true;
 }

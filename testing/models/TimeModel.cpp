@@ -7,8 +7,8 @@ namespace time_model {
 
 namespace {
 
-constexpr std::int64_t second = 1000000;
-constexpr std::int64_t day = 86400 * second;
+constexpr std::int64_t kSecond = 1000000;
+constexpr std::int64_t kDay = 86400 * kSecond;
 
 bool isLeap(std::int64_t year) { return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0; }
 std::int64_t daysOfYear(std::int64_t year) { return isLeap(year) ? 366 : 365; }
@@ -18,7 +18,7 @@ int daysOfMonth(std::int64_t year, int month) {
 }
 
 // Every period of 400 years has this number of days.
-constexpr std::int64_t daysOf400Years = 146097;
+constexpr std::int64_t kDaysOf400Years = 146097;
 
 // Returns the days from 1970-01-01 to the first day of the month. The month may be outside 1 to 12.
 std::int64_t daysBefore(std::int64_t year, int month) {
@@ -63,35 +63,35 @@ struct Unit {
   const char* word;
   std::int64_t factor;
 };
-const Unit units[] = {{"usec", 1},
-                      {"usecs", 1},
-                      {"microsecond", 1},
-                      {"microseconds", 1},
-                      {"ms", 1000},
-                      {"msec", 1000},
-                      {"msecs", 1000},
-                      {"milli", 1000},
-                      {"millis", 1000},
-                      {"millisecond", 1000},
-                      {"milliseconds", 1000},
-                      {"s", second},
-                      {"sec", second},
-                      {"secs", second},
-                      {"second", second},
-                      {"seconds", second},
-                      {"m", 60 * second},
-                      {"min", 60 * second},
-                      {"mins", 60 * second},
-                      {"minute", 60 * second},
-                      {"minutes", 60 * second},
-                      {"h", 3600 * second},
-                      {"hr", 3600 * second},
-                      {"hrs", 3600 * second},
-                      {"hour", 3600 * second},
-                      {"hours", 3600 * second},
-                      {"d", day},
-                      {"day", day},
-                      {"days", day}};
+const Unit kUnits[] = {{"usec", 1},
+                       {"usecs", 1},
+                       {"microsecond", 1},
+                       {"microseconds", 1},
+                       {"ms", 1000},
+                       {"msec", 1000},
+                       {"msecs", 1000},
+                       {"milli", 1000},
+                       {"millis", 1000},
+                       {"millisecond", 1000},
+                       {"milliseconds", 1000},
+                       {"s", kSecond},
+                       {"sec", kSecond},
+                       {"secs", kSecond},
+                       {"second", kSecond},
+                       {"seconds", kSecond},
+                       {"m", 60 * kSecond},
+                       {"min", 60 * kSecond},
+                       {"mins", 60 * kSecond},
+                       {"minute", 60 * kSecond},
+                       {"minutes", 60 * kSecond},
+                       {"h", 3600 * kSecond},
+                       {"hr", 3600 * kSecond},
+                       {"hrs", 3600 * kSecond},
+                       {"hour", 3600 * kSecond},
+                       {"hours", 3600 * kSecond},
+                       {"d", kDay},
+                       {"day", kDay},
+                       {"days", kDay}};
 
 std::string counted(std::uint64_t value, std::uint64_t unit, const std::string& one, const std::string& many) {
   const auto count = static_cast<std::int32_t>(static_cast<std::uint32_t>(value / unit));
@@ -115,22 +115,22 @@ std::string formatMagnitude(std::uint64_t us) {
 }  // namespace
 
 Fields fieldsOf(std::int64_t micros) {
-  std::int64_t days = micros / day;
-  std::int64_t rest = micros % day;
+  std::int64_t days = micros / kDay;
+  std::int64_t rest = micros % kDay;
   if (rest < 0) {
-    rest += day;
+    rest += kDay;
     --days;
   }
   Fields fields;
-  for (; days < 0; days += daysOf400Years) fields.year -= 400;
-  for (; days >= daysOf400Years; days -= daysOf400Years) fields.year += 400;
+  for (; days < 0; days += kDaysOf400Years) fields.year -= 400;
+  for (; days >= kDaysOf400Years; days -= kDaysOf400Years) fields.year += 400;
   for (; days >= daysOfYear(fields.year); ++fields.year) days -= daysOfYear(fields.year);
   for (; days >= daysOfMonth(fields.year, fields.month); ++fields.month) days -= daysOfMonth(fields.year, fields.month);
   fields.day = static_cast<int>(days) + 1;
-  fields.hour = static_cast<int>(rest / (3600 * second));
-  fields.minute = static_cast<int>(rest / (60 * second) % 60);
-  fields.second = static_cast<int>(rest / second % 60);
-  fields.microsecond = static_cast<int>(rest % second);
+  fields.hour = static_cast<int>(rest / (3600 * kSecond));
+  fields.minute = static_cast<int>(rest / (60 * kSecond) % 60);
+  fields.second = static_cast<int>(rest / kSecond % 60);
+  fields.microsecond = static_cast<int>(rest % kSecond);
   return fields;
 }
 
@@ -160,7 +160,7 @@ std::int64_t parseIsoTime(const std::string& text) {
   int min = 0;
   int s = 0;
   if (std::sscanf(text.c_str(), "%04d-%02d-%02dT%02d:%02d:%02d", &y, &mon, &d, &h, &min, &s) != 6) return 0;
-  return (daysBefore(y, mon) + d - 1) * day + (h * 3600LL + min * 60LL + s) * second;
+  return (daysBefore(y, mon) + d - 1) * kDay + (h * 3600LL + min * 60LL + s) * kSecond;
 }
 
 std::int64_t parseDuration(const std::string& text) {
@@ -168,7 +168,7 @@ std::int64_t parseDuration(const std::string& text) {
   const long long number = std::strtoll(text.c_str(), &at, 10);
   while (*at != 0 && isBlankOrEnd(*at)) ++at;
   if (*at == 0) return 0;
-  for (const Unit& unit : units) {
+  for (const Unit& unit : kUnits) {
     if (!isWord(at, unit.word)) continue;
     return static_cast<std::int64_t>(static_cast<std::uint64_t>(number) * static_cast<std::uint64_t>(unit.factor));
   }

@@ -94,11 +94,7 @@ Tree badlyNamed() {
   return tree;
 }
 
-}  // namespace
-
-void PrintTo(const Scene& scene, std::ostream* out) { *out << scene.name; }
-
-std::vector<Scene> allScenes() {
+std::vector<Scene> scenesOfProfiles() {
   return {
       {"list profiles", {"list", "profiles"}, running()},
       {"list profiles, names to repair", {"list", "profiles"}, badlyNamed()},
@@ -125,6 +121,11 @@ std::vector<Scene> allScenes() {
       {"profile delete, active", {"profile", "delete", "lab"}, stopped()},
       {"profile rename", {"profile", "rename", "warehouse", "new_name=den"}, running()},
       {"support reset", {"support", "reset", "field office"}, running()},
+  };
+}
+
+std::vector<Scene> otherScenes() {
+  return {
       {"list log", {"list", "log", "lab"}, running()},
       {"list log, filtered", {"list", "log", "lab", "max_lines=3", "log_level=warning"}, running()},
       {"list interfaces", {"list", "interfaces"}, running()},
@@ -139,6 +140,16 @@ std::vector<Scene> allScenes() {
       {"reference", {"reference"}, running()},
       {"json <object>", {"json", "{\"method\":\"list profiles\"}"}, running()},
   };
+}
+
+}  // namespace
+
+void PrintTo(const Scene& scene, std::ostream* out) { *out << scene.name; }
+
+std::vector<Scene> allScenes() {
+  std::vector<Scene> all = scenesOfProfiles();
+  for (const Scene& scene : otherScenes()) all.push_back(scene);
+  return all;
 }
 
 void installTools() {

@@ -96,11 +96,11 @@ std::vector<Meddle> faultsOf(const TracedCall& call) {
         error == EINTR || error == EAGAIN;  // these errors are temporary, so they do not repeat for ever
     if (!isWhole() && error != row->errors.front() && error != EINTR) continue;
     faults.push_back({Meddling::fail, call.number, 1, error});
-    faults.push_back({Meddling::fail, call.number, passes ? 5 : fromThereOn, error});
+    faults.push_back({Meddling::fail, call.number, passes ? 5 : kFromThereOn, error});
   }
   if (call.isShortenable) {
     faults.push_back({Meddling::shorten, call.number, 1, 0});
-    faults.push_back({Meddling::shorten, call.number, fromThereOn, 0});
+    faults.push_back({Meddling::shorten, call.number, kFromThereOn, 0});
   }
   return faults;
 }

@@ -21,8 +21,8 @@ namespace {
 using testing::AnyOf;
 
 constexpr const char* kFile = "/tmp/file";
-const std::string oldText = "old text\n";
-const std::string newText = "a new text that is longer than the old one\n";
+const std::string kOldText = "old text\n";
+const std::string kNewText = "a new text that is longer than the old one\n";
 
 class FileAccessTest : public HostTest {};
 
@@ -365,16 +365,16 @@ StatusCode expectedCode(const Fault& fault) {
 TEST_F(FileAccessTest, AFaultAnywhereNeverEmptiesTheOldFile) {
   const FaultLoop loop{[] {
     host::reset();
-    host::writeFile(kFile, oldText);
+    host::writeFile(kFile, kOldText);
   }};
   const std::size_t steps = forEachFault(
-      loop, [] { return FileUtils::writeString(kFile, newText, false); },
+      loop, [] { return FileUtils::writeString(kFile, kNewText, false); },
       [](const Status& result, const Fault& fault) {
         EXPECT_THAT(result, HasCode(expectedCode(fault)));
         if (result.isSuccess()) {
-          EXPECT_EQ(host::readFile(kFile), newText);
+          EXPECT_EQ(host::readFile(kFile), kNewText);
         }
-        EXPECT_THAT(host::readFile(kFile), AnyOf(oldText, newText));
+        EXPECT_THAT(host::readFile(kFile), AnyOf(kOldText, kNewText));
       });
   EXPECT_EQ(steps, 8u);  // open, flock, fstat, fallocate, write, fchmod, ftruncate, close
 }
@@ -382,12 +382,12 @@ TEST_F(FileAccessTest, AFaultAnywhereNeverEmptiesTheOldFile) {
 TEST_F(FileAccessTest, AFaultAnywhereLeavesNoNewFile) {
   const FaultLoop loop{[] { host::reset(); }};
   const std::size_t steps = forEachFault(
-      loop, [] { return FileUtils::writeString(kFile, newText, false); },
+      loop, [] { return FileUtils::writeString(kFile, kNewText, false); },
       [](const Status& result, const Fault& fault) {
         // The first open only finds that there is no file. If it fails with another error, the write ends.
         EXPECT_THAT(result, HasCode(expectedCode(fault)));
         if (result.isSuccess()) {
-          EXPECT_EQ(host::readFile(kFile), newText);
+          EXPECT_EQ(host::readFile(kFile), kNewText);
         }
         // If every later call fails, the file cannot be removed either.
         if (!result.isSuccess() && !fault.fromThereOn) {
@@ -400,17 +400,17 @@ TEST_F(FileAccessTest, AFaultAnywhereLeavesNoNewFile) {
 TEST_F(FileAccessTest, AFaultWhileWritingThroughALinkKeepsTheLinkAndTheOldFile) {
   const FaultLoop loop{[] {
     host::reset();
-    host::writeFile(kTarget, oldText);
+    host::writeFile(kTarget, kOldText);
     host::makeLink(kLink, kTarget);
   }};
   const std::size_t steps = forEachFault(
-      loop, [] { return FileUtils::writeString(kLink, newText, false); },
+      loop, [] { return FileUtils::writeString(kLink, kNewText, false); },
       [](const Status& result, const Fault& fault) {
         const bool isCloseOfTheLink = fault.step == 5 && !fault.fromThereOn;
         const StatusCode failure = fault.step <= 8 ? status::openError : status::writeError;
         EXPECT_THAT(result, HasCode(isHarmless(fault) || isCloseOfTheLink ? status::success : failure));
         EXPECT_EQ(host::tree("/tmp/links"), "l link -> /tmp/target\n");
-        EXPECT_THAT(host::readFile(kTarget), AnyOf(oldText, newText));
+        EXPECT_THAT(host::readFile(kTarget), AnyOf(kOldText, kNewText));
       });
   // open, openat, fstat, readlinkat, close, open, flock, fstat; fallocate, write, fchmod, ftruncate, close
   EXPECT_EQ(steps, 13u);
@@ -444,16 +444,16 @@ TEST_F(FileAccessTest, AFaultWhileOpeningThroughALinkOpensNothing) {
 TEST_F(FileAccessTest, ACopyReportsAnyFaultAndLeavesNoNewFile) {
   const FaultLoop loop{[] {
     host::reset();
-    host::writeFile("/tmp/from", newText);
+    host::writeFile("/tmp/from", kNewText);
   }};
   const std::size_t steps = forEachFault(
       loop, [] { return FileUtils::copyFile("/tmp/from", kFile); },
       [](const Status& result, const Fault& fault) {
         const bool isLastClose = fault.step == 12;  // of the source, which was only read
         EXPECT_EQ(result.isSuccess(), isHarmless(fault) || isLastClose);
-        EXPECT_EQ(host::readFile("/tmp/from"), newText);
+        EXPECT_EQ(host::readFile("/tmp/from"), kNewText);
         if (result.isSuccess()) {
-          EXPECT_EQ(host::readFile(kFile), newText);
+          EXPECT_EQ(host::readFile(kFile), kNewText);
         }
         if (!result.isSuccess() && !fault.fromThereOn) {
           EXPECT_FALSE(host::exists(kFile));
@@ -465,19 +465,19 @@ TEST_F(FileAccessTest, ACopyReportsAnyFaultAndLeavesNoNewFile) {
 TEST_F(FileAccessTest, ACopyOverAFileReportsAnyFaultAndRemovesNothing) {
   const FaultLoop loop{[] {
     host::reset();
-    host::writeFile("/tmp/from", newText);
-    host::writeFile(kFile, oldText);
+    host::writeFile("/tmp/from", kNewText);
+    host::writeFile(kFile, kOldText);
   }};
   const std::size_t steps = forEachFault(
       loop, [] { return FileUtils::copyFile("/tmp/from", kFile); },
       [](const Status& result, const Fault& fault) {
         const bool isLastClose = fault.step == 13;  // of the source, which was only read
         EXPECT_EQ(result.isSuccess(), isHarmless(fault) || isLastClose);
-        EXPECT_EQ(host::readFile("/tmp/from"), newText);
+        EXPECT_EQ(host::readFile("/tmp/from"), kNewText);
         if (result.isSuccess()) {
-          EXPECT_EQ(host::readFile(kFile), newText);
+          EXPECT_EQ(host::readFile(kFile), kNewText);
         } else if (fault.step <= 7) {
-          EXPECT_EQ(host::readFile(kFile), oldText);
+          EXPECT_EQ(host::readFile(kFile), kOldText);
         }
         EXPECT_TRUE(host::exists(kFile));
         if (fault.step == 7) {
@@ -500,11 +500,11 @@ TEST_F(FileAccessTest, AFailedReservationStopsAWriteOnlyIfTheDiskIsFull) {
                         {EOPNOTSUPP, false}, {ENOSYS, false}, {EPERM, false}, {EINVAL, false}};
   for (const Case& c : cases) {
     SCOPED_TRACE(::strerrorname_np(c.error));
-    host::writeFile(kFile, oldText);
+    host::writeFile(kFile, kOldText);
     const ArmedFaults armed{FaultPlan{1, false, c.error, {"fallocate"}}};
-    EXPECT_THAT(FileUtils::writeString(kFile, newText, false),
+    EXPECT_THAT(FileUtils::writeString(kFile, kNewText, false),
                 HasCode(c.isMissingRoom ? status::writeError : status::success));
-    EXPECT_EQ(host::readFile(kFile), c.isMissingRoom ? oldText : newText);
+    EXPECT_EQ(host::readFile(kFile), c.isMissingRoom ? kOldText : kNewText);
   }
 }
 
@@ -550,7 +550,7 @@ TEST_F(FileAccessTest, AFaultOfASingleStepOperationHasItsOwnStatus) {
     SCOPED_TRACE(c.why);
     const FaultLoop loop{[] {
       host::reset();
-      host::writeFile(kFile, oldText);
+      host::writeFile(kFile, kOldText);
       host::makeDirs("/tmp/empty");
     }};
     const std::size_t steps = forEachFault(loop, c.operation, [&](const Status& result, const Fault& fault) {
@@ -566,13 +566,13 @@ TEST_F(FileAccessTest, AFileThatAnotherProcessHasJustMadeDoesNotCountAsNew) {
   plan.at = 1000;
   plan.calls = {"open"};
   plan.before = [](std::size_t call) {
-    if (call == 2) host::writeFile(kFile, oldText + oldText + oldText);
+    if (call == 2) host::writeFile(kFile, kOldText + kOldText + kOldText);
   };
   {
     const ArmedFaults armed{plan};
-    EXPECT_THAT(replaceContent(kFile, newText, 0640, SetMode::onNewFiles), HasCode(status::success));
+    EXPECT_THAT(replaceContent(kFile, kNewText, 0640, SetMode::onNewFiles), HasCode(status::success));
   }
-  EXPECT_EQ(host::readFile(kFile), newText);
+  EXPECT_EQ(host::readFile(kFile), kNewText);
 }
 
 // Starts a process that writes a file at once, and waits for its end.
@@ -614,10 +614,10 @@ TEST_F(FileAccessTest, WritersOfOneFileTakeTurns) {
     std::string theirs;
   };
   const Case cases[] = {
-      {"we are shorter", oldText, "short\n", newText},
-      {"we are longer", oldText, newText, "short\n"},
-      {"a new file, and we are shorter", "", "short\n", newText},
-      {"a new file, and we are longer", "", newText, "short\n"},
+      {"we are shorter", kOldText, "short\n", kNewText},
+      {"we are longer", kOldText, kNewText, "short\n"},
+      {"a new file, and we are shorter", "", "short\n", kNewText},
+      {"a new file, and we are longer", "", kNewText, "short\n"},
   };
   for (const Case& c : cases) {
     for (std::size_t step = 1; step <= 8; ++step) {
@@ -640,11 +640,11 @@ TEST_F(FileAccessTest, WritersOfOneFileTakeTurns) {
 }
 
 TEST_F(FileAccessTest, AFileThatStaysLockedIsWrittenAfterASecond) {
-  host::writeFile(kFile, oldText);
+  host::writeFile(kFile, kOldText);
   const UniqueFd holder(::open(kFile, O_RDONLY | O_CLOEXEC));
   ASSERT_EQ(::flock(holder.get(), LOCK_EX), 0);
-  EXPECT_THAT(replaceContent(kFile, newText, 0640, SetMode::always), HasCode(status::success));
-  EXPECT_EQ(host::readFile(kFile), newText);
+  EXPECT_THAT(replaceContent(kFile, kNewText, 0640, SetMode::always), HasCode(status::success));
+  EXPECT_EQ(host::readFile(kFile), kNewText);
 }
 
 }  // namespace

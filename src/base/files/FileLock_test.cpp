@@ -24,7 +24,7 @@ using Result = FileLock::Result;
 
 constexpr const char* kPath = "/etc/zuv/hip.conf";
 constexpr const char* kLock = "/tmp/lock/hip.conf.lock";
-constexpr milliseconds atOnce(0);
+constexpr milliseconds kAtOnce(0);
 
 class FileLockTest : public HostTest {
  protected:
@@ -69,7 +69,7 @@ void waitFor(const std::function<bool()>& condition) {
   EXPECT_TRUE(condition());
 }
 
-bool isHeldElsewhere(const char* path = kPath) { return FileLock(path, atOnce).result() == Result::busy; }
+bool isHeldElsewhere(const char* path = kPath) { return FileLock(path, kAtOnce).result() == Result::busy; }
 
 // Takes the lock, makes a file as a sign of that, and does not end.
 int holdForever() {
@@ -104,13 +104,13 @@ TEST_F(FileLockTest, TheLockIsNamedAfterTheLastComponent) {
 
 TEST_F(FileLockTest, LocksOnOneNameInTwoDirectoriesExcludeEachOther) {
   const FileLock one("/etc/zuv/profiles/profile-1/hip.conf");
-  EXPECT_EQ(FileLock("/etc/zuv/profiles/profile-2/hip.conf", atOnce).result(), Result::busy);
-  EXPECT_EQ(FileLock("/etc/zuv/profiles/profile-2/endbox.conf", atOnce).result(), Result::held);
+  EXPECT_EQ(FileLock("/etc/zuv/profiles/profile-2/hip.conf", kAtOnce).result(), Result::busy);
+  EXPECT_EQ(FileLock("/etc/zuv/profiles/profile-2/endbox.conf", kAtOnce).result(), Result::held);
 }
 
 TEST_F(FileLockTest, ALockThatWasNotTakenRemovesNothing) {
   const FileLock lock(kPath);
-  { EXPECT_FALSE(FileLock(kPath, atOnce).isLocked()); }
+  { EXPECT_FALSE(FileLock(kPath, kAtOnce).isLocked()); }
   EXPECT_TRUE(host::exists(kLock));
 }
 
@@ -120,7 +120,7 @@ TEST_F(FileLockTest, AReleasedLockCanBeTakenAgain) {
   EXPECT_FALSE(lock.isLocked());
   EXPECT_EQ(lock.result(), Result::held);
   EXPECT_FALSE(host::exists(kLock));
-  EXPECT_EQ(FileLock(kPath, atOnce).result(), Result::held);
+  EXPECT_EQ(FileLock(kPath, kAtOnce).result(), Result::held);
   lock.release();
 }
 
@@ -168,7 +168,7 @@ TEST_F(FileLockTest, ALockDirectoryThatIsAnotherUsersLinkIsNotUsed) {
   host::makeLink("/tmp/lock", "/etc/elsewhere");
   ASSERT_EQ(::lchown("/tmp/lock", 65534, 65534), 0);
   EXPECT_EQ(FileLock(kPath).result(), Result::unavailable);
-  EXPECT_EQ(FileLock(kPath, atOnce).result(), Result::unavailable);
+  EXPECT_EQ(FileLock(kPath, kAtOnce).result(), Result::unavailable);
   EXPECT_FALSE(host::exists("/etc/elsewhere/hip.conf.lock"));
   host::remove("/etc/elsewhere");
 }
@@ -297,7 +297,7 @@ TEST_F(FileLockTest, AWaiterOnAReplacedLockFileStartsOver) {
 TEST_F(FileLockTest, AFileThatReplacedTheLockFileIsNotRemoved) {
   FileLock lock(kPath);
   ASSERT_EQ(::unlink(kLock), 0);
-  const FileLock other(kPath, atOnce);
+  const FileLock other(kPath, kAtOnce);
   ASSERT_TRUE(other.isLocked());
   lock.release();
   EXPECT_TRUE(host::exists(kLock));

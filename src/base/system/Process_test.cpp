@@ -20,13 +20,13 @@
 namespace {
 
 // Exit statuses of a child: the test succeeded or failed.
-constexpr int yes = 10;
-constexpr int no = 11;
+constexpr int kYes = 10;
+constexpr int kNo = 11;
 
 // Runs `body` in a child. Returns its exit status, or the negated number of the signal that killed it.
 int endOf(const std::function<bool()>& body) {
   const pid_t child = ::fork();
-  if (child == 0) ::_exit(body() ? yes : no);
+  if (child == 0) ::_exit(body() ? kYes : kNo);
   int status = 0;
   EXPECT_EQ(::waitpid(child, &status, 0), child);
   return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
@@ -56,7 +56,7 @@ using ProcessTest = HostTest;
 TEST_F(ProcessTest, ClosedStandardDescriptorsAreOpenedOnTheNullDevice) {
   for (unsigned closed = 0; closed < 8; ++closed) {
     SCOPED_TRACE(closed);
-    EXPECT_EQ(yes, endOf([closed] {
+    EXPECT_EQ(kYes, endOf([closed] {
                 bool was[3];
                 for (int fd = 0; fd < 3; ++fd) {
                   if ((closed >> fd & 1U) != 0) ::close(fd);
@@ -75,7 +75,7 @@ TEST_F(ProcessTest, ClosedStandardDescriptorsAreOpenedOnTheNullDevice) {
 }
 
 TEST_F(ProcessTest, ClosedDescriptorsAreOpenedUnderALowDescriptorLimitToo) {
-  EXPECT_EQ(yes, endOf([] {
+  EXPECT_EQ(kYes, endOf([] {
               ::close(0);
               const rlimit limit{2, 2};  // poll(2) refuses three descriptors then
               ::setrlimit(RLIMIT_NOFILE, &limit);
@@ -85,7 +85,7 @@ TEST_F(ProcessTest, ClosedDescriptorsAreOpenedUnderALowDescriptorLimitToo) {
 }
 
 TEST_F(ProcessTest, OpenStandardDescriptorsAreLeftAlone) {
-  EXPECT_EQ(yes, endOf([] {
+  EXPECT_EQ(kYes, endOf([] {
               const int file = ::open("/tmp/file", O_RDWR | O_CREAT, 0600);
               for (int fd = 0; fd < 3; ++fd) ::dup2(file, fd);
               ::close(file);
@@ -96,7 +96,7 @@ TEST_F(ProcessTest, OpenStandardDescriptorsAreLeftAlone) {
 }
 
 TEST_F(ProcessTest, ADescriptorOfABrokenPipeCountsAsOpen) {
-  EXPECT_EQ(yes, endOf([] {
+  EXPECT_EQ(kYes, endOf([] {
               int ends[2];
               if (::pipe(ends) != 0) return false;
               ::dup2(ends[1], 1);
@@ -108,7 +108,7 @@ TEST_F(ProcessTest, ADescriptorOfABrokenPipeCountsAsOpen) {
 }
 
 TEST_F(ProcessTest, WithoutANullDeviceTheProcessContinues) {
-  EXPECT_EQ(yes, endOf([] {
+  EXPECT_EQ(kYes, endOf([] {
               if (::chroot("/tmp") != 0) return false;
               ::close(0);
               prepareProcess();
@@ -152,7 +152,7 @@ TEST_F(ProcessTest, AFailedWriteDoesNotKillTheProcess) {
     return ::write(file, "0123456789", 10) == 10 && ::write(file, "x", 1) == 1;
   }));
   host::remove("/tmp/file");
-  EXPECT_EQ(yes, endOf([] {
+  EXPECT_EQ(kYes, endOf([] {
               prepareProcess();
               const rlimit limit{10, 10};
               ::setrlimit(RLIMIT_FSIZE, &limit);
@@ -162,7 +162,7 @@ TEST_F(ProcessTest, AFailedWriteDoesNotKillTheProcess) {
 }
 
 TEST_F(ProcessTest, AnInheritedIgnoredChildSignalIsResetToItsDefault) {
-  EXPECT_EQ(yes, endOf([] {
+  EXPECT_EQ(kYes, endOf([] {
               ::signal(SIGCHLD, SIG_IGN);
               prepareProcess();
               const pid_t child = ::fork();
@@ -182,7 +182,7 @@ TEST_F(ProcessTest, AnInheritedIgnoredChildSignalDoesNotHideAFailedTool) {
 }
 
 TEST_F(ProcessTest, OtherInheritedActionsDoNotChange) {
-  EXPECT_EQ(yes, endOf([] {
+  EXPECT_EQ(kYes, endOf([] {
               ::signal(SIGHUP, SIG_IGN);
               ::signal(SIGINT, SIG_IGN);
               prepareProcess();
@@ -203,7 +203,7 @@ TEST_F(ProcessTest, GiveBackSignalsRestoresTheInheritedActions) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
-    EXPECT_EQ(yes, endOf([&c] {
+    EXPECT_EQ(kYes, endOf([&c] {
                 ::signal(SIGPIPE, c.pipe);
                 ::signal(SIGXFSZ, c.fileSize);
                 prepareProcess();
@@ -215,7 +215,7 @@ TEST_F(ProcessTest, GiveBackSignalsRestoresTheInheritedActions) {
 }
 
 TEST_F(ProcessTest, RestoringSignalsWithoutPreparingDoesNothing) {
-  EXPECT_EQ(yes, endOf([] {
+  EXPECT_EQ(kYes, endOf([] {
               ::signal(SIGPIPE, SIG_IGN);
               ::signal(SIGXFSZ, SIG_DFL);
               giveBackSignals();

@@ -56,7 +56,7 @@ class AsyncTaskTest : public testing::Test {
   }
   void TearDown() override { BasicLog::setSyncProcessor(nullptr); }
 
-  Task task;
+  Task task_;
 };
 
 TEST_F(AsyncTaskTest, StatesHaveTheirNumbers) {
@@ -68,35 +68,35 @@ TEST_F(AsyncTaskTest, StatesHaveTheirNumbers) {
 }
 
 TEST_F(AsyncTaskTest, ANewTaskIsReadyAndNotStopped) {
-  EXPECT_EQ(task.state(), State::ready);
-  EXPECT_FALSE(task.isStopped());
-  EXPECT_THAT(task.calls, IsEmpty());
+  EXPECT_EQ(task_.state(), State::ready);
+  EXPECT_FALSE(task_.isStopped());
+  EXPECT_THAT(task_.calls, IsEmpty());
 }
 
 TEST_F(AsyncTaskTest, ItsStatesAreReadyRunningStoppingAndStoppedInThatOrder) {
-  EXPECT_TRUE(task.asyncStartup());
-  EXPECT_EQ(task.state(), State::running);
-  EXPECT_FALSE(task.isStopped());
-  task.asyncShutdown();
-  EXPECT_EQ(task.state(), State::stopping);
-  EXPECT_TRUE(task.isStopped());
-  EXPECT_EQ(task.state(), State::stopped);
-  EXPECT_THAT(task.calls, ElementsAre("start", "begin", "continue"));
+  EXPECT_TRUE(task_.asyncStartup());
+  EXPECT_EQ(task_.state(), State::running);
+  EXPECT_FALSE(task_.isStopped());
+  task_.asyncShutdown();
+  EXPECT_EQ(task_.state(), State::stopping);
+  EXPECT_TRUE(task_.isStopped());
+  EXPECT_EQ(task_.state(), State::stopped);
+  EXPECT_THAT(task_.calls, ElementsAre("start", "begin", "continue"));
 }
 
 TEST_F(AsyncTaskTest, AFailedStartLeavesItFailed) {
-  task.startSucceeds = false;
-  EXPECT_FALSE(task.asyncStartup());
-  EXPECT_EQ(task.state(), State::failed);
-  EXPECT_TRUE(task.isStopped());
-  EXPECT_THAT(task.calls, ElementsAre("start"));
+  task_.startSucceeds = false;
+  EXPECT_FALSE(task_.asyncStartup());
+  EXPECT_EQ(task_.state(), State::failed);
+  EXPECT_TRUE(task_.isStopped());
+  EXPECT_THAT(task_.calls, ElementsAre("start"));
 }
 
 TEST_F(AsyncTaskTest, StartingARunningTaskReturnsFalseAndLeavesItFailed) {
-  EXPECT_TRUE(task.asyncStartup());
-  EXPECT_FALSE(task.asyncStartup());
-  EXPECT_EQ(task.state(), State::failed);
-  EXPECT_THAT(task.calls, ElementsAre("start"));
+  EXPECT_TRUE(task_.asyncStartup());
+  EXPECT_FALSE(task_.asyncStartup());
+  EXPECT_EQ(task_.state(), State::failed);
+  EXPECT_THAT(task_.calls, ElementsAre("start"));
 }
 
 TEST_F(AsyncTaskTest, StartingFromAnyStateButReadyLeavesItFailedWithoutTheStartOperation) {
@@ -119,37 +119,37 @@ TEST_F(AsyncTaskTest, StartingFromAnyStateButReadyLeavesItFailedWithoutTheStartO
 }
 
 TEST_F(AsyncTaskTest, ShuttingDownAReadyTaskStopsItWithoutAnyOperation) {
-  task.asyncShutdown();
-  EXPECT_EQ(task.state(), State::stopped);
-  EXPECT_TRUE(task.isStopped());
-  EXPECT_THAT(task.calls, IsEmpty());
+  task_.asyncShutdown();
+  EXPECT_EQ(task_.state(), State::stopped);
+  EXPECT_TRUE(task_.isStopped());
+  EXPECT_THAT(task_.calls, IsEmpty());
 }
 
 TEST_F(AsyncTaskTest, ShuttingDownAStoppingStoppedOrFailedTaskLeavesItAlone) {
-  EXPECT_TRUE(task.asyncStartup());
-  task.asyncShutdown();
-  task.asyncShutdown();
-  EXPECT_EQ(task.state(), State::stopping);
-  EXPECT_TRUE(task.isStopped());
-  task.asyncShutdown();
-  EXPECT_EQ(task.state(), State::stopped);
-  EXPECT_FALSE(task.asyncStartup());
-  task.asyncShutdown();
-  EXPECT_EQ(task.state(), State::failed);
-  EXPECT_THAT(task.calls, ElementsAre("start", "begin", "continue"));
+  EXPECT_TRUE(task_.asyncStartup());
+  task_.asyncShutdown();
+  task_.asyncShutdown();
+  EXPECT_EQ(task_.state(), State::stopping);
+  EXPECT_TRUE(task_.isStopped());
+  task_.asyncShutdown();
+  EXPECT_EQ(task_.state(), State::stopped);
+  EXPECT_FALSE(task_.asyncStartup());
+  task_.asyncShutdown();
+  EXPECT_EQ(task_.state(), State::failed);
+  EXPECT_THAT(task_.calls, ElementsAre("start", "begin", "continue"));
 }
 
 TEST_F(AsyncTaskTest, EveryCallOfIsStoppedContinuesAShutdownUntilItIsDone) {
-  task.isDone = false;
-  EXPECT_TRUE(task.asyncStartup());
-  task.asyncShutdown();
-  EXPECT_FALSE(task.isStopped());
-  EXPECT_FALSE(task.isStopped());
-  EXPECT_EQ(task.state(), State::stopping);
-  task.isDone = true;
-  EXPECT_TRUE(task.isStopped());
-  EXPECT_TRUE(task.isStopped());
-  EXPECT_THAT(task.calls, ElementsAre("start", "begin", "continue", "continue", "continue"));
+  task_.isDone = false;
+  EXPECT_TRUE(task_.asyncStartup());
+  task_.asyncShutdown();
+  EXPECT_FALSE(task_.isStopped());
+  EXPECT_FALSE(task_.isStopped());
+  EXPECT_EQ(task_.state(), State::stopping);
+  task_.isDone = true;
+  EXPECT_TRUE(task_.isStopped());
+  EXPECT_TRUE(task_.isStopped());
+  EXPECT_THAT(task_.calls, ElementsAre("start", "begin", "continue", "continue", "continue"));
 }
 
 TEST_F(AsyncTaskTest, FinishShutdownChangesOnlyAStoppingTask) {
@@ -174,8 +174,8 @@ TEST_F(AsyncTaskTest, FinishShutdownChangesOnlyAStoppingTask) {
 }
 
 TEST_F(AsyncTaskTest, LogsItsStartAndItsShutdownWithItsName) {
-  EXPECT_TRUE(task.asyncStartup());
-  task.asyncShutdown();
+  EXPECT_TRUE(task_.asyncStartup());
+  task_.asyncShutdown();
   EXPECT_THAT(
       logged,
       ElementsAre("[INFO] ThreadUtils ThreadUtils.cpp asyncStartup AsyncTask starting up: task=a task",
@@ -183,15 +183,15 @@ TEST_F(AsyncTaskTest, LogsItsStartAndItsShutdownWithItsName) {
 }
 
 TEST_F(AsyncTaskTest, LogsStartsAndShutdownsThatItThenRefuses) {
-  task.asyncShutdown();
-  EXPECT_FALSE(task.asyncStartup());
+  task_.asyncShutdown();
+  EXPECT_FALSE(task_.asyncStartup());
   EXPECT_EQ(logged.size(), 2U);
 }
 
 TEST_F(AsyncTaskTest, LogsNothingWhenInfoIsNotEnabled) {
   BasicLog::getLogger("ThreadUtils").setThreshold(BasicLog::Level::notice);
-  EXPECT_TRUE(task.asyncStartup());
-  task.asyncShutdown();
+  EXPECT_TRUE(task_.asyncStartup());
+  task_.asyncShutdown();
   EXPECT_THAT(logged, IsEmpty());
   BasicLog::getLogger("ThreadUtils").setThreshold(BasicLog::Level::info);
 }

@@ -17,7 +17,7 @@ namespace {
 
 using namespace TimeUtils;
 
-constexpr std::int64_t sec = 1'000'000;
+constexpr std::int64_t kSec = 1'000'000;
 
 class Zone {
  public:
@@ -47,10 +47,10 @@ class Zone {
 // --- clocks
 
 TEST(Clock, NowIsTheWallClockInMicroseconds) {
-  const std::int64_t before = std::int64_t{::time(nullptr)} * sec;
+  const std::int64_t before = std::int64_t{::time(nullptr)} * kSec;
   const std::int64_t now = nowMicros();
-  EXPECT_GE(now, before - sec);
-  EXPECT_LE(now, before + 5 * sec);
+  EXPECT_GE(now, before - kSec);
+  EXPECT_LE(now, before + 5 * kSec);
 }
 
 TEST(Clock, TheWallClockIsReadToTheMicrosecond) {
@@ -65,9 +65,9 @@ TEST(Clock, AFailingWallClockFallsBackToWholeSeconds) {
     clock.fail();
     now = nowMicros();
   }
-  EXPECT_EQ(now % sec, 0);
+  EXPECT_EQ(now % kSec, 0);
   EXPECT_LE(now, nowMicros());
-  EXPECT_GE(now, nowMicros() - 5 * sec);
+  EXPECT_GE(now, nowMicros() - 5 * kSec);
 }
 
 TEST(Clock, TheMonotonicClockNeverGoesBack) {
@@ -75,17 +75,17 @@ TEST(Clock, TheMonotonicClockNeverGoesBack) {
   ::usleep(2'000);
   const std::int64_t second = monotonicMicros();
   EXPECT_GE(second - first, 2'000);
-  EXPECT_LT(second - first, 60 * sec);
+  EXPECT_LT(second - first, 60 * kSec);
 }
 
 TEST(NextTimestamp, IsTheCurrentTimeIfThatIsLaterThanThePreviousStamp) {
   const std::int64_t now = nowMicros();
   EXPECT_GE(nextTimestamp(now - 10), now);
-  EXPECT_LT(nextTimestamp(now - 10), now + 60 * sec);
+  EXPECT_LT(nextTimestamp(now - 10), now + 60 * kSec);
 }
 
 TEST(NextTimestamp, StrictlyIncreasesEvenIfTheClockDoesNot) {
-  const std::int64_t future = nowMicros() + 3'600 * sec;
+  const std::int64_t future = nowMicros() + 3'600 * kSec;
   EXPECT_EQ(nextTimestamp(future), future + 1);
   std::int64_t stamp = 0;
   for (int i = 0; i < 10'000; ++i) {
@@ -143,29 +143,29 @@ TEST(LocalOffset, IsThatOfTheZoneInApril3918) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.zone);
     const Zone zone(c.zone);
-    const std::int64_t extra = std::string(c.zone) == "IST-5:30" ? -1'800 * sec : 0;
-    EXPECT_EQ(localOffsetMicros(), c.hours * 3'600 * sec + extra);
+    const std::int64_t extra = std::string(c.zone) == "IST-5:30" ? -1'800 * kSec : 0;
+    EXPECT_EQ(localOffsetMicros(), c.hours * 3'600 * kSec + extra);
   }
 }
 
 TEST(LocalOffset, IsComputedOnEveryCall) {
   const Zone first("CET-1");
-  EXPECT_EQ(localOffsetMicros(), -3'600 * sec);
+  EXPECT_EQ(localOffsetMicros(), -3'600 * kSec);
   const Zone second("EST5");
-  EXPECT_EQ(localOffsetMicros(), 5 * 3'600 * sec);
+  EXPECT_EQ(localOffsetMicros(), 5 * 3'600 * kSec);
 }
 
 TEST(LocalTicks, AreTheTimeMinusTheOffset) {
   const Zone zone("CET-1");
-  EXPECT_EQ(toLocalTicks(0), 3'600 * sec);
-  EXPECT_EQ(fromLocalTicks(3'600 * sec), 0);
+  EXPECT_EQ(toLocalTicks(0), 3'600 * kSec);
+  EXPECT_EQ(fromLocalTicks(3'600 * kSec), 0);
   EXPECT_EQ(fromLocalTicks(toLocalTicks(1'234'567'890'123'456)), 1'234'567'890'123'456);
 }
 
 TEST(LocalTicks, WrapAtBothLimits) {
   const Zone zone("CET-1");
-  EXPECT_EQ(toLocalTicks(INT64_MAX), INT64_MIN + 3'600 * sec - 1);
-  EXPECT_EQ(fromLocalTicks(INT64_MIN), INT64_MAX - 3'600 * sec + 1);
+  EXPECT_EQ(toLocalTicks(INT64_MAX), INT64_MIN + 3'600 * kSec - 1);
+  EXPECT_EQ(fromLocalTicks(INT64_MIN), INT64_MAX - 3'600 * kSec + 1);
 }
 
 // --- broken-down time
@@ -201,7 +201,7 @@ TEST(BreakDown, ALeapSecondShowsSecond59) {
   const std::time_t leap = 1'483'228'826;  // the leap second at the end of 2016
   ::gmtime_r(&leap, &raw);
   ASSERT_EQ(raw.tm_sec, 60);
-  expectFields(breakDown(leap * sec + 7), {2016, 12, 31, 23, 59, 59, 0, 7});
+  expectFields(breakDown(leap * kSec + 7), {2016, 12, 31, 23, 59, 59, 0, 7});
 }
 
 TEST(Compose, IsTheInverseOfBreakDown) {
@@ -250,15 +250,15 @@ TEST(ParseIsoTime, ReadsAllSixFieldsOrNothing) {
     const char* text;
     std::int64_t expected;
   } cases[] = {
-      {"2024-03-01T12:00:05", 1'709'294'405 * sec},
-      {"2024-03-01T12:00:05.123Z", 1'709'294'405 * sec},
-      {"2024-3-1T1:2:3", 1'709'254'923 * sec},
-      {"2024- 3- 1T 1: 2: 3", 1'709'254'923 * sec},
-      {"  2024-03-01T12:00:05", 1'709'294'405 * sec},
-      {"2024-+3-01T12:00:05", 1'709'294'405 * sec},
-      {"1970-01-01T00:00:01", sec},
-      {"1969-12-31T23:59:59", -sec},
-      {"2024-13-01T00:00:00", 1'735'689'600 * sec},
+      {"2024-03-01T12:00:05", 1'709'294'405 * kSec},
+      {"2024-03-01T12:00:05.123Z", 1'709'294'405 * kSec},
+      {"2024-3-1T1:2:3", 1'709'254'923 * kSec},
+      {"2024- 3- 1T 1: 2: 3", 1'709'254'923 * kSec},
+      {"  2024-03-01T12:00:05", 1'709'294'405 * kSec},
+      {"2024-+3-01T12:00:05", 1'709'294'405 * kSec},
+      {"1970-01-01T00:00:01", kSec},
+      {"1969-12-31T23:59:59", -kSec},
+      {"2024-13-01T00:00:00", 1'735'689'600 * kSec},
       {"2024-03-01 12:00:05", 0},
       {"2024-03-01T12:00", 0},
       {"2024-03-01T12:00:", 0},
@@ -282,13 +282,13 @@ TEST(ParseIsoTime, EveryTruncatedTextGivesZero) {
 TEST(ParseIsoTime, ReadsBackWhatFormatTimeWrites) {
   std::mt19937_64 random(4);
   for (int i = 0; i < 2'000; ++i) {
-    const std::int64_t micros = static_cast<std::int64_t>(random() % 253'402'300'800) * sec;  // the years 1970 to 9999
+    const std::int64_t micros = static_cast<std::int64_t>(random() % 253'402'300'800) * kSec;  // the years 1970 to 9999
     ASSERT_EQ(parseIsoTime(formatTime(micros, false, 'T')), micros);
   }
 }
 
 TEST(TimeStamps, StandBetweenPrefixAndSuffix) {
-  constexpr std::int64_t time = 1'740'920'707 * sec;  // 2025-03-02 13:05:07
+  constexpr std::int64_t time = 1'740'920'707 * kSec;  // 2025-03-02 13:05:07
   EXPECT_EQ(dayStamp("app-", ".log", time), "app-20250302.log");
   EXPECT_EQ(hourStamp("app-", ".log", time), "app-20250302-13.log");
   EXPECT_EQ(minuteStamp("app-", ".log", time), "app-20250302-1305.log");
@@ -317,20 +317,20 @@ TEST(ParseDuration, NeedsANumberAndAUnit) {
   } cases[] = {
       {"10", 0},
       {"10 ", 0},
-      {"10 s", 10 * sec},
-      {"10 Minutes", 600 * sec},
-      {"10minutes", 600 * sec},
+      {"10 s", 10 * kSec},
+      {"10 Minutes", 600 * kSec},
+      {"10minutes", 600 * kSec},
       {"10 ms extra", 10'000},
       {"10 fortnights", 0},
-      {"-5 sec", -5 * sec},
-      {"+5 sec", 5 * sec},
-      {"  5\t\n sec\x01", 5 * sec},
+      {"-5 sec", -5 * kSec},
+      {"+5 sec", 5 * kSec},
+      {"  5\t\n sec\x01", 5 * kSec},
       {"", 0},
       {"s", 0},
       {"sec", 0},
       {"10 secx", 0},
       {"10 sec.", 0},
-      {"10 m", 600 * sec},
+      {"10 m", 600 * kSec},
       {"10 mm", 0},
       {"1.5 s", 0},
       {"10 \x80s", 0},
@@ -379,7 +379,7 @@ TEST(ParseDuration, AnEmptyTextIsZero) { EXPECT_EQ(parseDuration(std::string_vie
 
 TEST(ParseDuration, TheTextEndsAtAZeroByte) {
   EXPECT_EQ(parseDuration(std::string_view("10\0s", 4)), 0);
-  EXPECT_EQ(parseDuration(std::string_view("10 s\0x", 6)), 10 * sec);
+  EXPECT_EQ(parseDuration(std::string_view("10 s\0x", 6)), 10 * kSec);
 }
 
 TEST(FormatDuration, PicksTheUnitBySizeAndDivisibility) {
@@ -447,7 +447,7 @@ TEST(FormatDuration, AgreesWithASlowImplementation) {
 }
 
 TEST(FormatDuration, WholeDurationsReadBackAsTheSameTime) {
-  for (const std::int64_t micros : {std::int64_t{7}, std::int64_t{5'000}, 42 * sec, 7'200 * sec, 864'000 * sec}) {
+  for (const std::int64_t micros : {std::int64_t{7}, std::int64_t{5'000}, 42 * kSec, 7'200 * kSec, 864'000 * kSec}) {
     EXPECT_EQ(parseDuration(formatDuration(micros)), micros);
     EXPECT_EQ(parseDuration(formatDuration(-micros)), -micros);
   }

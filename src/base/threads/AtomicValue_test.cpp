@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr std::int64_t aLongTime = 60'000'000;
+constexpr std::int64_t kALongTime = 60'000'000;
 
 TEST(AtomicValue, HoldsTheValueThatWasSet) {
   AtomicValue<int> value(1);
@@ -44,7 +44,7 @@ TEST(AtomicValue, WaitingForTheCurrentValueDoesNotBlock) {
   AtomicValue<int> value(1);
   const AtomicEqualityTestPredicate<int> isOne(value, 1);
   isOne.wait();
-  EXPECT_TRUE(isOne.waitFor(aLongTime));
+  EXPECT_TRUE(isOne.waitFor(kALongTime));
   EXPECT_TRUE(isOne.waitFor(0));
 }
 
@@ -73,7 +73,7 @@ TEST(AtomicValue, TheLongestTimeLimitDoesNotExpireAtOnce) {
 TEST(AtomicValue, SettingEndsEveryWaitAtOnce) {
   AtomicValue<int> value(1);
   std::thread first([&] { AtomicEqualityTestPredicate<int>(value, 2).wait(); });
-  std::thread second([&] { EXPECT_TRUE(AtomicEqualityTestPredicate<int>(value, 2).waitFor(aLongTime)); });
+  std::thread second([&] { EXPECT_TRUE(AtomicEqualityTestPredicate<int>(value, 2).waitFor(kALongTime)); });
   ::usleep(5'000);
   EXPECT_TRUE(value.compareAndSet(1, 2));
   first.join();
@@ -84,7 +84,7 @@ TEST(AtomicValue, WakingEndsTimedWaitsWithoutAChange) {
   AtomicValue<int> value(1);
   std::atomic<bool> isBack{false};
   std::thread waiter([&] {
-    EXPECT_FALSE(AtomicEqualityTestPredicate<int>(value, 2).waitFor(aLongTime));
+    EXPECT_FALSE(AtomicEqualityTestPredicate<int>(value, 2).waitFor(kALongTime));
     isBack = true;
   });
   while (!isBack) {

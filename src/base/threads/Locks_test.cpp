@@ -51,7 +51,7 @@ class Reports : public testing::Test {
   }
 };
 
-constexpr std::int64_t never = 3'600'000'000;
+constexpr std::int64_t kNever = 3'600'000'000;
 
 void holdFor(Lockable& mutex, useconds_t micros) {
   const ScopedLock lock(mutex);
@@ -96,14 +96,14 @@ TEST(BasicMutex, AdmitsOneThreadAtATime) {
 }
 
 TEST(TimedMutex, AdmitsOneThreadAtATime) {
-  TimedMutex mutex("m", never, never);
+  TimedMutex mutex("m", kNever, kNever);
   expectExclusion(mutex);
 }
 
 TEST(PortableMutex, AdmitsOneThreadAtATime) {
   PortableMutex plain;
   expectExclusion(plain);
-  PortableMutex timed("m", never, never);
+  PortableMutex timed("m", kNever, kNever);
   expectExclusion(timed);
 }
 
@@ -140,7 +140,7 @@ TEST(TimedMutex, NegativeThresholdsAreZero) {
 }
 
 TEST(TimedMutex, TheAcquisitionTimeIsZeroWhileItIsFree) {
-  TimedMutex mutex("m", never, never);
+  TimedMutex mutex("m", kNever, kNever);
   EXPECT_EQ(mutex.acquiredAt(), 0);
   const std::int64_t before = TimeUtils::nowMicros();
   mutex.lock();
@@ -151,7 +151,7 @@ TEST(TimedMutex, TheAcquisitionTimeIsZeroWhileItIsFree) {
 }
 
 TEST_F(Reports, AWaitAboveTheThresholdIsReportedByTheWaiter) {
-  TimedMutex mutex("busy", 10'000, never);
+  TimedMutex mutex("busy", 10'000, kNever);
   contend(mutex, 50'000);
   ASSERT_FALSE(slowAcquires.empty());  // on a stalled machine there may be one of the holder too
   EXPECT_EQ(slowAcquires.back().mutex, "busy");
@@ -162,7 +162,7 @@ TEST_F(Reports, AWaitAboveTheThresholdIsReportedByTheWaiter) {
 }
 
 TEST_F(Reports, AHoldAboveTheThresholdIsReportedWithItsHolder) {
-  TimedMutex mutex("held", never, 10'000);
+  TimedMutex mutex("held", kNever, 10'000);
   contend(mutex, 30'000);
   ASSERT_FALSE(longHolds.empty());  // on a stalled machine there may be one of the waiter too
   EXPECT_EQ(longHolds[0].mutex, "held");
@@ -173,14 +173,14 @@ TEST_F(Reports, AHoldAboveTheThresholdIsReportedWithItsHolder) {
 }
 
 TEST_F(Reports, NothingIsReportedBelowTheThresholds) {
-  TimedMutex mutex("quick", never, never);
+  TimedMutex mutex("quick", kNever, kNever);
   contend(mutex, 5'000);
   EXPECT_TRUE(slowAcquires.empty());
   EXPECT_TRUE(longHolds.empty());
 }
 
 TEST_F(Reports, TheMutexIsFreeAgainWhenALongHoldIsReported) {
-  static TimedMutex mutex("free", never, 1'000);
+  static TimedMutex mutex("free", kNever, 1'000);
   static int reports = 0;
   setLongHoldReport([](const char*, const char*, std::int64_t, std::int64_t) {
     ++reports;
@@ -250,10 +250,10 @@ TEST_F(Reports, OnlyTimesAboveTheThresholdAreReported) {
     SCOPED_TRACE(testing::Message() << c.micros << " over " << c.threshold);
     slowAcquires.clear();
     longHolds.clear();
-    TimedMutex slow("slow", c.threshold, never);
+    TimedMutex slow("slow", c.threshold, kNever);
     waitAndHold(slow, c.micros, 0);
     ASSERT_EQ(slowAcquires.size(), c.isReported ? 1U : 0U);
-    TimedMutex longHeld("long", never, c.threshold);
+    TimedMutex longHeld("long", kNever, c.threshold);
     waitAndHold(longHeld, 0, c.micros);
     ASSERT_EQ(longHolds.size(), c.isReported ? 1U : 0U);
     if (!c.isReported) continue;
@@ -272,7 +272,7 @@ TEST_F(Reports, AClockThatIsSetBackReportsNothing) {
 }
 
 TEST_F(Reports, ASlowAcquisitionIsReportedWhileTheMutexIsHeld) {
-  static TimedMutex mutex("m", 0, never);
+  static TimedMutex mutex("m", 0, kNever);
   static int reports = 0;
   setSlowAcquireReport([](const char*, const char*, std::int64_t, std::int64_t) {
     ++reports;
@@ -285,7 +285,7 @@ TEST_F(Reports, ASlowAcquisitionIsReportedWhileTheMutexIsHeld) {
 TEST_F(Reports, AMutexMayBeDestroyedFromTheReportOfItsLastHold) {
   static std::unique_ptr<TimedMutex> mutex;
   static std::string reported;
-  mutex = std::make_unique<TimedMutex>("a name too long to lie inside of the string object itself", never, 0);
+  mutex = std::make_unique<TimedMutex>("a name too long to lie inside of the string object itself", kNever, 0);
   setLongHoldReport([](const char* name, const char* holder, std::int64_t, std::int64_t measured) {
     mutex.reset();
     reported = std::string(name) + ", " + holder + ", " + std::to_string(measured);

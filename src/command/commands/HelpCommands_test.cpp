@@ -28,7 +28,7 @@ Lines help(Words words, const CommandTable& table = commandTable()) {
   return linesOf(command);
 }
 
-const Lines summary = {
+const Lines kSummary = {
     "Look up commands by category:",
     "    'help profile' for managing your HIP profiles",
     "    'help service' for starting and stopping HIP processes",
@@ -47,7 +47,7 @@ const Lines summary = {
 
 Lines notFound(const std::string& words) {
   Lines lines = {"ravctl help: nothing found for '" + words + "'"};
-  lines.insert(lines.end(), summary.begin(), summary.end());
+  lines.insert(lines.end(), kSummary.begin(), kSummary.end());
   return lines;
 }
 
@@ -68,7 +68,7 @@ TEST(Usage, PrintsItsLines) {
 
 // --- help
 
-TEST(Help, WithoutFurtherWordsItPrintsTheSummary) { EXPECT_EQ(help({}), summary); }
+TEST(Help, WithoutFurtherWordsItPrintsTheSummary) { EXPECT_EQ(help({}), kSummary); }
 
 TEST(Help, OnlyHelpIsQuietByDefault) {
   EXPECT_TRUE(Hipcmd_SimpleHelp({"help"}, commandTable()).mode().quiet);
@@ -78,7 +78,7 @@ TEST(Help, OnlyHelpIsQuietByDefault) {
 
 TEST(Help, ConstructedWithoutWordsItPrintsTheSummary) {
   Hipcmd_SimpleHelp command({}, commandTable());
-  EXPECT_EQ(linesOf(command), summary);
+  EXPECT_EQ(linesOf(command), kSummary);
 }
 
 TEST(Help, ACategoryListsItsCommandsUnderItsCanonicalName) {
@@ -287,8 +287,8 @@ TEST(Help, CommandsNamedByOneWordHaveEntriesToo) {
 }
 
 TEST(Help, OutputModeWordsAreSkipped) {
-  EXPECT_EQ(help({"--quiet"}), summary);
-  EXPECT_EQ(help({"--json", "--text", "--verbose"}), summary);
+  EXPECT_EQ(help({"--quiet"}), kSummary);
+  EXPECT_EQ(help({"--json", "--text", "--verbose"}), kSummary);
   EXPECT_EQ(help({"--verbose", "service", "--quiet", "stop"}).front(), "ravctl help for command: service stop");
 }
 
@@ -366,11 +366,11 @@ std::unique_ptr<RavctlCommandInstance> makeEverything(const std::string&, const 
   return std::make_unique<Everything>();
 }
 
-constexpr CommandRow everythingRow[] = {
+constexpr CommandRow kEverythingRow[] = {
     {"do everything", CommandForm::twoWords, " <summary>", " <usage>", "Does %s.", makeEverything}};
-constexpr CommandTable everythingTable = {everythingRow, 1, nullptr, 0};
+constexpr CommandTable kEverythingTable = {kEverythingRow, 1, nullptr, 0};
 
-const Lines everythingEntry = {
+const Lines kEverythingEntry = {
     "",
     "NAME",
     "        do everything - Does %s.",
@@ -393,13 +393,13 @@ const Lines everythingEntry = {
 
 TEST(Help, AnEntryShowsTheRowAndTheListedParameters) {
   Lines expected = {"ravctl help for command: do everything"};
-  expected.insert(expected.end(), everythingEntry.begin(), everythingEntry.end());
-  EXPECT_EQ(help({"do", "everything"}, everythingTable), expected);
+  expected.insert(expected.end(), kEverythingEntry.begin(), kEverythingEntry.end());
+  EXPECT_EQ(help({"do", "everything"}, kEverythingTable), expected);
 }
 
 // --- reference
 
-const Lines standardFields = {
+const Lines kStandardFields = {
     "",
     "Commands also return standard fields for result status:",
     "  method: <string, the name of the method invoked>",
@@ -420,9 +420,9 @@ const Lines standardFields = {
 };
 
 TEST(Reference, PrintsEveryEntryAndThenTheStandardFields) {
-  Hipcmd_ReferenceHelp command(everythingTable);
-  Lines expected = everythingEntry;
-  expected.insert(expected.end(), standardFields.begin(), standardFields.end());
+  Hipcmd_ReferenceHelp command(kEverythingTable);
+  Lines expected = kEverythingEntry;
+  expected.insert(expected.end(), kStandardFields.begin(), kStandardFields.end());
   EXPECT_EQ(linesOf(command), expected);
 }
 
@@ -451,7 +451,7 @@ TEST(Reference, PrintsTheSameEntriesAsHelpInTheOrderOfTheTable) {
     const Lines page = help(words);
     expected.insert(expected.end(), page.begin() + 1, page.end());
   }
-  expected.insert(expected.end(), standardFields.begin(), standardFields.end());
+  expected.insert(expected.end(), kStandardFields.begin(), kStandardFields.end());
   Hipcmd_ReferenceHelp command(commandTable());
   EXPECT_EQ(linesOf(command), expected);
 }

@@ -13,9 +13,9 @@ namespace {
 using Words = std::vector<std::string>;
 using EntryTest = HostTest;
 
-constexpr const char* noName = "invalid command name\n";
-constexpr const char* noArguments = "invalid command arguments\n";
-constexpr const char* usageText =
+constexpr const char* kNoName = "invalid command name\n";
+constexpr const char* kNoArguments = "invalid command arguments\n";
+constexpr const char* kUsageText =
     "ravctl usage:\n"
     "    <command name> <command-specific params> [--quiet | --verbose]\n"
     "    help\n"
@@ -57,27 +57,27 @@ TEST_F(EntryTest, AnEmptyArgumentVectorPrintsTheUsage) {
 
 TEST_F(EntryTest, TheNameOfTheProgramAsTheOnlyWordIsTheUsageCommand) {
   const Outcome outcome = runRavctl({"ravctl"});
-  EXPECT_EQ(outcome.out, usageText);
+  EXPECT_EQ(outcome.out, kUsageText);
   EXPECT_EQ(outcome.exitStatus, 0);
 }
 
 TEST_F(EntryTest, UnknownCommandWordsAreReportedOnStandardOutput) {
-  expectRefused({"bogus"}, noName);
-  expectRefused({"profile", "create"}, noName);
-  expectRefused({"json"}, noName);
-  expectRefused({""}, noName);
-  expectRefused({"ravctl", "ravctl"}, noName);
+  expectRefused({"bogus"}, kNoName);
+  expectRefused({"profile", "create"}, kNoName);
+  expectRefused({"json"}, kNoName);
+  expectRefused({""}, kNoName);
+  expectRefused({"ravctl", "ravctl"}, kNoName);
 }
 
 TEST_F(EntryTest, WordsThatDoNotBindAreReportedOnStandardOutputAndNothingRuns) {
   host::writeFile("/etc/zuv/.systemctl", "");
   host::installRecorder("/bin/systemctl", "/tmp/calls");
-  expectRefused({"service", "start", "now"}, noArguments);
-  expectRefused({"service", "start", "sys=systemd", "now"}, noArguments);
-  expectRefused({"profile", "create", "alpha"}, noArguments);
-  expectRefused({"profile", "rename", "alpha"}, noArguments);
-  expectRefused({"list", "profiles", "--verbose", "x"}, noArguments);
-  expectRefused({"list", "log", "x", "max_lines=many"}, noArguments);
+  expectRefused({"service", "start", "now"}, kNoArguments);
+  expectRefused({"service", "start", "sys=systemd", "now"}, kNoArguments);
+  expectRefused({"profile", "create", "alpha"}, kNoArguments);
+  expectRefused({"profile", "rename", "alpha"}, kNoArguments);
+  expectRefused({"list", "profiles", "--verbose", "x"}, kNoArguments);
+  expectRefused({"list", "log", "x", "max_lines=many"}, kNoArguments);
   EXPECT_FALSE(host::exists("/tmp/calls"));
   EXPECT_EQ(host::tree("/etc/zuv/profiles"), "");
 }
@@ -101,7 +101,7 @@ TEST_F(EntryTest, ModeWordsMayStandAnywhereAfterTheName) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.words));
-    EXPECT_EQ(runRavctl(c.words).out, std::string(c.out) + usageText);
+    EXPECT_EQ(runRavctl(c.words).out, std::string(c.out) + kUsageText);
   }
   EXPECT_EQ(runRavctl({"profile", "details", "nobody", "--quiet"}).out, "status_code: 0x12001001\n");
   EXPECT_EQ(runRavctl({"profile", "details", "nobody", "--verbose"}).out,
@@ -180,10 +180,10 @@ TEST_F(EntryTest, SilentlyAcceptedWordsChangeNothing) {
 
 TEST_F(EntryTest, NoWordIsUsedAsAFormatString) {
   for (const std::string word : {"%n", "%s%s%s%s%s%s%s%s%n", "%99999999d", "%1$n", "%*.*f"}) {
-    expectRefused({word}, noName);
-    expectRefused({"service", "start", word}, noArguments);
-    expectRefused({"service", "start", word + "=" + word}, noArguments);
-    expectRefused({"list", "log", "x", "max_lines=" + word}, noArguments);
+    expectRefused({word}, kNoName);
+    expectRefused({"service", "start", word}, kNoArguments);
+    expectRefused({"service", "start", word + "=" + word}, kNoArguments);
+    expectRefused({"list", "log", "x", "max_lines=" + word}, kNoArguments);
     EXPECT_EQ(runRavctl({"profile", "details", word}).out, "status_text: profile not found\nstatus_code: 0x12001001\n");
     EXPECT_EQ(runRavctl({"json", word}).out, "subcommand:\n");
     EXPECT_EQ(runRavctl({"help", word}).out.substr(0, 34 + word.size()),
@@ -199,18 +199,18 @@ TEST_F(EntryTest, NoWordIsUsedAsAFormatString) {
 TEST_F(EntryTest, WordsMayHoldAnyByte) {
   std::string bytes;
   for (int byte = 1; byte < 256; ++byte) bytes += static_cast<char>(byte);
-  expectRefused({bytes}, noName);
-  expectRefused({"service", "start", bytes}, noArguments);
+  expectRefused({bytes}, kNoName);
+  expectRefused({"service", "start", bytes}, kNoArguments);
   EXPECT_EQ(runRavctl({"json", bytes}).out, "subcommand:\n");
   EXPECT_EQ(runRavctl({"profile", "details", bytes}).out, "status_text: profile not found\nstatus_code: 0x12001001\n");
 }
 
 TEST_F(EntryTest, WordsMayBeVeryLong) {
   const std::string huge(131'000, 'x');  // the kernel accepts no longer word
-  expectRefused({huge}, noName);
-  expectRefused({"service", huge}, noName);
-  expectRefused({"service", "start", huge}, noArguments);
-  expectRefused({"service", "start", "sys=x", huge + "=x"}, noArguments);
+  expectRefused({huge}, kNoName);
+  expectRefused({"service", huge}, kNoName);
+  expectRefused({"service", "start", huge}, kNoArguments);
+  expectRefused({"service", "start", "sys=x", huge + "=x"}, kNoArguments);
   EXPECT_EQ(runRavctl({"json", huge}).out, "subcommand:\n");
   EXPECT_EQ(runRavctl({"json", std::string(131'000, '[')}).out, "subcommand:\n");
   EXPECT_EQ(runRavctl({"profile", "details", huge}).out, "status_text: profile not found\nstatus_code: 0x12001001\n");
@@ -226,10 +226,10 @@ TEST_F(EntryTest, ManyWordsAreAccepted) {
     modes.push_back(i % 2 == 0 ? "--quiet" : "--verbose");
   }
   EXPECT_EQ(runRavctl(same).out, runRavctl({"list", "profiles"}).out);
-  expectRefused(keys, noArguments);
-  expectRefused(Words(10'000, "bogus"), noName);
+  expectRefused(keys, kNoArguments);
+  expectRefused(Words(10'000, "bogus"), kNoName);
   EXPECT_EQ(runRavctl(modes).out,
-            std::string("method: usage\nstatus_text: success\nstatus_code: 0x00000001\n") + usageText);
+            std::string("method: usage\nstatus_text: success\nstatus_code: 0x00000001\n") + kUsageText);
   Words help(10'000, "profile");
   help[0] = "help";
   EXPECT_EQ(runRavctl(help).exitStatus, 0);
@@ -304,7 +304,7 @@ TEST_F(TracedEntryTest, ALoggedFailureIsWrittenNowhere) {
                                    [](const TracedCall& call) { return call.name == "socket"; });
   ASSERT_NE(socket, whole.calls.end());
   const std::string before = host::tree("/etc/zuv") + host::tree("/tmp") + host::tree("/var");
-  const TraceResult failed = traced({"list", "interfaces"}, {Meddling::fail, socket->number, fromThereOn, EMFILE});
+  const TraceResult failed = traced({"list", "interfaces"}, {Meddling::fail, socket->number, kFromThereOn, EMFILE});
   EXPECT_EQ(failed.out, "status_text: stdlib error: getifaddrs\nstatus_code: 0x14000009\n");
   EXPECT_EQ(failed.err, "");
   EXPECT_THAT(pathsOf(failed, {"clone", "clone3"}), testing::IsEmpty());

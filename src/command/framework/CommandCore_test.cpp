@@ -14,8 +14,8 @@ namespace {
 using Lines = std::vector<std::string>;
 using Words = std::vector<std::string>;
 
-constexpr const char* present = "<single-word-command-present>";
-constexpr const char* absent = "<single-word-command-absent>";
+constexpr const char* kPresent = "<single-word-command-present>";
+constexpr const char* kAbsent = "<single-word-command-absent>";
 
 // A parameter that is neither a single word nor takes a value. No command of the program has such a parameter.
 class OddParam : public InputParamBase {
@@ -399,8 +399,8 @@ TEST(BindCommandWords, TheValueOfASingleWordDecides) {
       {{"word=TRUE"}, true, true},
       {{"word=false"}, false, true},
       {{"word="}, false, true},
-      {{std::string("word=") + present}, true, true},
-      {{std::string("word=") + absent}, false, true},
+      {{std::string("word=") + kPresent}, true, true},
+      {{std::string("word=") + kAbsent}, false, true},
       {{"word", "word=false"}, false, true},
       {{"word=false", "word"}, true, true},
   };

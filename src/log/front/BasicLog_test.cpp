@@ -53,7 +53,7 @@ namespace {
 using namespace BasicLog;
 using testing::ElementsAre;
 
-constexpr Level notALevel = static_cast<Level>(99);
+constexpr Level kNotALevel = static_cast<Level>(99);
 
 // Records every entry during a test. `seen` has the short form "[LEVEL] logger file function body".
 std::vector<std::string> seen;
@@ -104,7 +104,7 @@ TEST_F(LogTest, EveryLevelHasItsNamesAndItsPriority) {
 }
 
 TEST_F(LogTest, InvalidLevelIsLoggedWithTheNameOfTheCalledFunction) {
-  for (const Level level : {Level::byDefault, notALevel, static_cast<Level>(-1), static_cast<Level>(8)}) {
+  for (const Level level : {Level::byDefault, kNotALevel, static_cast<Level>(-1), static_cast<Level>(8)}) {
     seen.clear();
     EXPECT_STREQ(loglevel_shortname(level), "X~");
     EXPECT_STREQ(loglevel_fullname(level), "<log level>");
@@ -117,7 +117,7 @@ TEST_F(LogTest, InvalidLevelIsLoggedWithTheNameOfTheCalledFunction) {
 
 TEST_F(LogTest, InvalidLevelIsNotLoggedWhenErrorsAreNotEnabled) {
   setDefaultLevel(Level::fatal);
-  EXPECT_STREQ(loglevel_fullname(notALevel), "<log level>");
+  EXPECT_STREQ(loglevel_fullname(kNotALevel), "<log level>");
   EXPECT_TRUE(seen.empty());
 }
 
@@ -129,9 +129,9 @@ TEST(Level, LevelsCompareByTheirSeverity) {
 
 TEST(Level, ByDefaultIsNotValidAndMeansInfo) {
   EXPECT_FALSE(isValid(Level::byDefault));
-  EXPECT_FALSE(isValid(notALevel));
+  EXPECT_FALSE(isValid(kNotALevel));
   EXPECT_EQ(effective(Level::byDefault), Level::info);
-  EXPECT_EQ(effective(notALevel), Level::info);
+  EXPECT_EQ(effective(kNotALevel), Level::info);
   EXPECT_EQ(effective(Level::trace), Level::trace);
 }
 
@@ -349,7 +349,7 @@ TEST_F(LogTest, MovedEntryIsSubmittedOnlyByItsNewHandle) {
 
 TEST_F(LogTest, EntryWithDefaultOrInvalidLevelStoresInfo) {
   { const Entry entry(getLogger("test"), Level::byDefault, "default", "f", "g"); }
-  { const Entry entry(getLogger("test"), notALevel, "invalid", "f", "g"); }
+  { const Entry entry(getLogger("test"), kNotALevel, "invalid", "f", "g"); }
   EXPECT_THAT(seen, ElementsAre("[INFO] test f g default", "[INFO] test f g invalid"));
 }
 
@@ -457,7 +457,7 @@ TEST(Rendering, JsonBodyEscapesTheMessageAndKeepsTheLastValueOfAKey) {
 
 TEST_F(LogTest, MessageWithAnInvalidLevelIsStillRendered) {
   LogMessage message = sample();
-  message.level = notALevel;
+  message.level = kNotALevel;
   EXPECT_EQ(shortTextHeader(message), "[<log level>]");
   EXPECT_THAT(seen, ElementsAre("[ERROR] basiclib BasicLog.cpp loglevel_fullname invalid log level"));
 }

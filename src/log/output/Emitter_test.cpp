@@ -392,78 +392,78 @@ class SyslogEmitterTest : public EmitterTest {
  protected:
   void SetUp() override {
     EmitterTest::SetUp();
-    setSyncProcessor(new LoggedEntries(logged));
+    setSyncProcessor(new LoggedEntries(logged_));
   }
   void TearDown() override {
     setSyncProcessor(nullptr);
     EmitterTest::TearDown();
   }
-  std::vector<std::string> logged;
-  SyslogEmitterActor emitter{{"syslog_emitter", "sys one"}};
+  std::vector<std::string> logged_;
+  SyslogEmitterActor emitter_{{"syslog_emitter", "sys one"}};
 };
 
 TEST_F(SyslogEmitterTest, OnlyTheFirstOfTwoMissingSettingsIsReported) {
-  EXPECT_FALSE(emitter.verifyConfig());
-  EXPECT_THAT(logged, ElementsAre("[ERROR] basiclib BasicLog.cpp verifyConfig required config field not present: "
-                                  "actor=sys one field=subsystem"));
+  EXPECT_FALSE(emitter_.verifyConfig());
+  EXPECT_THAT(logged_, ElementsAre("[ERROR] basiclib BasicLog.cpp verifyConfig required config field not present: "
+                                   "actor=sys one field=subsystem"));
 }
 
 TEST_F(SyslogEmitterTest, MissingCategoryIsReported) {
-  EXPECT_EQ(emitter.setConfig("subsystem", "s"), ConfigResult::accepted);
-  EXPECT_FALSE(emitter.verifyConfig());
-  EXPECT_THAT(logged, ElementsAre("[ERROR] basiclib BasicLog.cpp verifyConfig required config field not present: "
-                                  "actor=sys one field=category"));
+  EXPECT_EQ(emitter_.setConfig("subsystem", "s"), ConfigResult::accepted);
+  EXPECT_FALSE(emitter_.verifyConfig());
+  EXPECT_THAT(logged_, ElementsAre("[ERROR] basiclib BasicLog.cpp verifyConfig required config field not present: "
+                                   "actor=sys one field=category"));
 }
 
 TEST_F(SyslogEmitterTest, MissingSubsystemIsReported) {
-  EXPECT_EQ(emitter.setConfig("category", "c"), ConfigResult::accepted);
-  EXPECT_FALSE(emitter.verifyConfig());
-  ASSERT_EQ(logged.size(), 1U);
-  EXPECT_THAT(logged[0], testing::HasSubstr("field=subsystem"));
+  EXPECT_EQ(emitter_.setConfig("category", "c"), ConfigResult::accepted);
+  EXPECT_FALSE(emitter_.verifyConfig());
+  ASSERT_EQ(logged_.size(), 1U);
+  EXPECT_THAT(logged_[0], testing::HasSubstr("field=subsystem"));
 }
 
 TEST_F(SyslogEmitterTest, WithBothSettingsVerifyConfigSucceedsAndLogsNothing) {
-  EXPECT_EQ(emitter.setConfig("subsystem", "s"), ConfigResult::accepted);
-  EXPECT_EQ(emitter.setConfig("category", "c"), ConfigResult::accepted);
-  EXPECT_TRUE(emitter.verifyConfig());
-  EXPECT_THAT(logged, IsEmpty());
+  EXPECT_EQ(emitter_.setConfig("subsystem", "s"), ConfigResult::accepted);
+  EXPECT_EQ(emitter_.setConfig("category", "c"), ConfigResult::accepted);
+  EXPECT_TRUE(emitter_.verifyConfig());
+  EXPECT_THAT(logged_, IsEmpty());
 }
 
 TEST_F(SyslogEmitterTest, EmptySettingCountsAsMissing) {
-  EXPECT_EQ(emitter.setConfig("subsystem", "s"), ConfigResult::accepted);
-  EXPECT_EQ(emitter.setConfig("category", "c"), ConfigResult::accepted);
-  EXPECT_EQ(emitter.setConfig("subsystem", ""), ConfigResult::accepted);
-  EXPECT_FALSE(emitter.verifyConfig());
+  EXPECT_EQ(emitter_.setConfig("subsystem", "s"), ConfigResult::accepted);
+  EXPECT_EQ(emitter_.setConfig("category", "c"), ConfigResult::accepted);
+  EXPECT_EQ(emitter_.setConfig("subsystem", ""), ConfigResult::accepted);
+  EXPECT_FALSE(emitter_.verifyConfig());
 }
 
 TEST_F(SyslogEmitterTest, MissingSettingIsNotLoggedWhenErrorsAreNotEnabled) {
   Logger& logger = getLogger(basiclibLogger);
   const Level before = logger.threshold();
   logger.setThreshold(Level::fatal);
-  EXPECT_FALSE(emitter.verifyConfig());
+  EXPECT_FALSE(emitter_.verifyConfig());
   logger.setThreshold(before);
-  EXPECT_THAT(logged, IsEmpty());
+  EXPECT_THAT(logged_, IsEmpty());
 }
 
 TEST_F(SyslogEmitterTest, UnknownKeyChangesNothing) {
-  EXPECT_EQ(emitter.setConfig("subsystem", "s"), ConfigResult::accepted);
-  EXPECT_EQ(emitter.setConfig("category", "c"), ConfigResult::accepted);
-  EXPECT_EQ(emitter.setConfig("subsystems", ""), ConfigResult::unknownKey);
-  EXPECT_EQ(emitter.setConfig("category", 0), ConfigResult::unknownKey);
-  EXPECT_TRUE(emitter.verifyConfig());
+  EXPECT_EQ(emitter_.setConfig("subsystem", "s"), ConfigResult::accepted);
+  EXPECT_EQ(emitter_.setConfig("category", "c"), ConfigResult::accepted);
+  EXPECT_EQ(emitter_.setConfig("subsystems", ""), ConfigResult::unknownKey);
+  EXPECT_EQ(emitter_.setConfig("category", 0), ConfigResult::unknownKey);
+  EXPECT_TRUE(emitter_.verifyConfig());
 }
 
 TEST_F(SyslogEmitterTest, AbsentTextCountsAsAMissingSetting) {
-  EXPECT_EQ(emitter.setConfig("subsystem", "s"), ConfigResult::accepted);
-  EXPECT_EQ(emitter.setConfig("category", std::string_view()), ConfigResult::accepted);
-  EXPECT_EQ(emitter.setConfig(std::string_view(), "c"), ConfigResult::unknownKey);
-  EXPECT_FALSE(emitter.verifyConfig());
+  EXPECT_EQ(emitter_.setConfig("subsystem", "s"), ConfigResult::accepted);
+  EXPECT_EQ(emitter_.setConfig("category", std::string_view()), ConfigResult::accepted);
+  EXPECT_EQ(emitter_.setConfig(std::string_view(), "c"), ConfigResult::unknownKey);
+  EXPECT_FALSE(emitter_.verifyConfig());
 }
 
 TEST_F(SyslogEmitterTest, EntriesAreDropped) {
-  EXPECT_EQ(writtenTo(1, [&] { emitter.emit(message()); }), "");
-  EXPECT_EQ(writtenTo(2, [&] { emitter.emit(message()); }), "");
-  EXPECT_THAT(logged, IsEmpty());
+  EXPECT_EQ(writtenTo(1, [&] { emitter_.emit(message()); }), "");
+  EXPECT_EQ(writtenTo(2, [&] { emitter_.emit(message()); }), "");
+  EXPECT_THAT(logged_, IsEmpty());
 }
 
 }  // namespace

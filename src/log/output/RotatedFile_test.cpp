@@ -25,9 +25,9 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using zuvsvc::ConfigResult;
 
-constexpr char logs[] = "/tmp/logs";
-constexpr std::int64_t day = 86'400'000'000;
-constexpr std::int64_t hour = 3'600'000'000;
+constexpr char kLogs[] = "/tmp/logs";
+constexpr std::int64_t kDay = 86'400'000'000;
+constexpr std::int64_t kHour = 3'600'000'000;
 
 std::int64_t at(const char* isoTime) { return TimeUtils::parseIsoTime(isoTime); }
 
@@ -61,7 +61,7 @@ class RotatedFileTest : public HostTest {
     logged.clear();
     setZone("UTC0");
     now = at("2025-03-02T13:05:00");
-    configure("1 hour", "app-", logs);
+    configure("1 hour", "app-", kLogs);
     setSyncProcessor(new LoggedEntries);
   }
   void TearDown() override {
@@ -70,34 +70,34 @@ class RotatedFileTest : public HostTest {
   }
 
   void configure(const char* interval, const char* prefix, const char* directory) {
-    EXPECT_EQ(emitter.setConfig("interval", interval), ConfigResult::accepted);
-    EXPECT_EQ(emitter.setConfig("prefix", prefix), ConfigResult::accepted);
-    EXPECT_EQ(emitter.setConfig("dir", directory), ConfigResult::accepted);
+    EXPECT_EQ(emitter_.setConfig("interval", interval), ConfigResult::accepted);
+    EXPECT_EQ(emitter_.setConfig("prefix", prefix), ConfigResult::accepted);
+    EXPECT_EQ(emitter_.setConfig("dir", directory), ConfigResult::accepted);
   }
-  void write(const std::string& body) { emitter.write(Level::info, "[INFO]", body); }
+  void write(const std::string& body) { emitter_.write(Level::info, "[INFO]", body); }
 
   // Makes a file in the log directory that is `age` microseconds old at the time of the test.
   static void makeOldFile(const std::string& name, std::int64_t age) {
-    host::writeFile(std::string(logs) + "/" + name, "old\n");
+    host::writeFile(std::string(kLogs) + "/" + name, "old\n");
     const timeval time = TimeUtils::toTimeval(now - age);
     const timeval times[2] = {time, time};
-    ASSERT_EQ(::utimes((std::string(logs) + "/" + name).c_str(), times), 0);
+    ASSERT_EQ(::utimes((std::string(kLogs) + "/" + name).c_str(), times), 0);
   }
 
-  RotatedFileEmitterActor emitter{{"file_emitter", "files"}, testClock};
+  RotatedFileEmitterActor emitter_{{"file_emitter", "files"}, testClock};
 };
 
 // --- Names and periods
 
 TEST_F(RotatedFileTest, HourlyFileChangesWithTheHour) {
   write("one");
-  EXPECT_EQ(emitter.currentFileName(), "app-20250302-13.log");
+  EXPECT_EQ(emitter_.currentFileName(), "app-20250302-13.log");
   now = at("2025-03-02T13:59:59") + 999'999;
   write("two");
   now = at("2025-03-02T14:00:00");
   write("three");
-  EXPECT_EQ(emitter.currentFileName(), "app-20250302-14.log");
-  EXPECT_EQ(host::tree(logs),
+  EXPECT_EQ(emitter_.currentFileName(), "app-20250302-14.log");
+  EXPECT_EQ(host::tree(kLogs),
             "f 0644 app-20250302-13.log \"[INFO] one\\n[INFO] two\\n\"\n"
             "f 0644 app-20250302-14.log \"[INFO] three\\n\"\n");
 }
@@ -125,7 +125,7 @@ TEST_F(RotatedFileTest, FormatOfFileNamesDependsOnTheInterval) {
     RotatedFileEmitterActor other({"file_emitter", "x"}, testClock);
     EXPECT_EQ(other.setConfig("interval", c.interval), ConfigResult::accepted);
     EXPECT_EQ(other.setConfig("prefix", "p"), ConfigResult::accepted);
-    EXPECT_EQ(other.setConfig("dir", logs), ConfigResult::accepted);
+    EXPECT_EQ(other.setConfig("dir", kLogs), ConfigResult::accepted);
     EXPECT_EQ(other.currentFileName(), "");
     other.write(Level::info, "[INFO]", "x");
     EXPECT_EQ(other.currentFileName(), c.name);
@@ -135,16 +135,16 @@ TEST_F(RotatedFileTest, FormatOfFileNamesDependsOnTheInterval) {
 TEST_F(RotatedFileTest, PeriodsBeginInLocalTime) {
   setZone("CET-1CEST,M3.5.0,M10.5.0/3");  // two hours ahead of UTC in April 3918, and therefore always
   now = at("2025-03-02T22:30:00");
-  configure("1 day", "app-", logs);
+  configure("1 day", "app-", kLogs);
   write("x");
-  EXPECT_EQ(emitter.currentFileName(), "app-20250303.log");
+  EXPECT_EQ(emitter_.currentFileName(), "app-20250303.log");
 }
 
 TEST_F(RotatedFileTest, FileNamesContainLocalTime) {
   setZone("EST5");
   now = at("2025-03-02T18:05:00");
   write("x");
-  EXPECT_EQ(emitter.currentFileName(), "app-20250302-13.log");
+  EXPECT_EQ(emitter_.currentFileName(), "app-20250302-13.log");
 }
 
 TEST_F(RotatedFileTest, PeriodThatBeginsAtZeroIsNotNamedAfterTheCurrentTime) {
@@ -159,7 +159,7 @@ TEST_F(RotatedFileTest, PeriodThatBeginsAtZeroIsNotNamedAfterTheCurrentTime) {
     RotatedFileEmitterActor other({"file_emitter", "x"}, testClock);
     EXPECT_EQ(other.setConfig("interval", c.interval), ConfigResult::accepted);
     EXPECT_EQ(other.setConfig("prefix", "app-"), ConfigResult::accepted);
-    EXPECT_EQ(other.setConfig("dir", logs), ConfigResult::accepted);
+    EXPECT_EQ(other.setConfig("dir", kLogs), ConfigResult::accepted);
     other.write(Level::info, "[INFO]", "x");
     EXPECT_EQ(other.currentFileName(), c.name);
     other.write(Level::info, "[INFO]", "y");
@@ -168,22 +168,22 @@ TEST_F(RotatedFileTest, PeriodThatBeginsAtZeroIsNotNamedAfterTheCurrentTime) {
 }
 
 TEST_F(RotatedFileTest, FirstPeriodIsAlwaysANewOne) {
-  for (const std::int64_t ticks : {std::int64_t{0}, hour, -hour}) {
+  for (const std::int64_t ticks : {std::int64_t{0}, kHour, -kHour}) {
     RotatedFile file;
-    file.interval = hour;
+    file.interval = kHour;
     EXPECT_TRUE(file.enterPeriod(ticks));
     EXPECT_FALSE(file.enterPeriod(ticks + 1));
-    EXPECT_TRUE(file.enterPeriod(ticks + hour));
+    EXPECT_TRUE(file.enterPeriod(ticks + kHour));
   }
 }
 
 TEST_F(RotatedFileTest, PeriodsBefore1970AreRoundedDown) {
   now = -1;
   write("x");
-  EXPECT_EQ(emitter.currentFileName(), "app-19691231-23.log");
+  EXPECT_EQ(emitter_.currentFileName(), "app-19691231-23.log");
   now = 0;
   write("y");
-  EXPECT_EQ(emitter.currentFileName(), "app-19700101-00.log");
+  EXPECT_EQ(emitter_.currentFileName(), "app-19700101-00.log");
 }
 
 TEST_F(RotatedFileTest, ClockThatIsSetBackReturnsToTheEarlierFile) {
@@ -204,46 +204,46 @@ TEST_F(RotatedFileTest, OneMillisecondIsTheSmallestValidInterval) {
   } cases[] = {{"999 usec", false}, {"1000 usec", true}, {"1 ms", true}, {"1 day", true}, {"0 secs", false},
                {"-1 hour", false},  {"", false},         {"10", false},  {"soon", false}};
   for (const auto& c : cases) {
-    EXPECT_EQ(emitter.setConfig("interval", c.interval), ConfigResult::accepted);
-    EXPECT_EQ(emitter.verifyConfig(), c.isValid) << c.interval;
+    EXPECT_EQ(emitter_.setConfig("interval", c.interval), ConfigResult::accepted);
+    EXPECT_EQ(emitter_.verifyConfig(), c.isValid) << c.interval;
   }
-  EXPECT_EQ(emitter.setConfig("interval", "1 day"), ConfigResult::accepted);
-  EXPECT_EQ(emitter.setConfig("interval", std::string_view()), ConfigResult::accepted);
-  EXPECT_FALSE(emitter.verifyConfig()) << "an absent text is no interval";
+  EXPECT_EQ(emitter_.setConfig("interval", "1 day"), ConfigResult::accepted);
+  EXPECT_EQ(emitter_.setConfig("interval", std::string_view()), ConfigResult::accepted);
+  EXPECT_FALSE(emitter_.verifyConfig()) << "an absent text is no interval";
 }
 
 TEST_F(RotatedFileTest, VerifyConfigFailsWithoutAnInterval) {
   RotatedFileEmitterActor bare({"file_emitter", "x"});
   EXPECT_FALSE(bare.verifyConfig());
   EXPECT_EQ(bare.setConfig("prefix", "p"), ConfigResult::accepted);
-  EXPECT_EQ(bare.setConfig("dir", logs), ConfigResult::accepted);
+  EXPECT_EQ(bare.setConfig("dir", kLogs), ConfigResult::accepted);
   EXPECT_FALSE(bare.verifyConfig());
   EXPECT_THAT(logged, IsEmpty());
 }
 
 TEST_F(RotatedFileTest, EntriesAreDroppedWithoutAValidInterval) {
   for (const char* interval : {"", "999 usec", "-1 day", "never"}) {
-    configure(interval, "app-", logs);
+    configure(interval, "app-", kLogs);
     write("lost");
-    EXPECT_EQ(emitter.currentFileName(), "");
-    EXPECT_FALSE(host::exists(logs)) << interval;
+    EXPECT_EQ(emitter_.currentFileName(), "");
+    EXPECT_FALSE(host::exists(kLogs)) << interval;
   }
 }
 
 TEST_F(RotatedFileTest, EntriesAreDroppedWhileTheIntervalIsInvalid) {
   write("kept");
-  EXPECT_EQ(emitter.setConfig("interval", "nonsense"), ConfigResult::accepted);
+  EXPECT_EQ(emitter_.setConfig("interval", "nonsense"), ConfigResult::accepted);
   write("lost");
-  EXPECT_EQ(emitter.setConfig("interval", "1 hour"), ConfigResult::accepted);
+  EXPECT_EQ(emitter_.setConfig("interval", "1 hour"), ConfigResult::accepted);
   write("kept too");
   EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] kept\n[INFO] kept too\n");
 }
 
 TEST_F(RotatedFileTest, UnknownKeyChangesNothing) {
-  EXPECT_EQ(emitter.setConfig("directory", "/elsewhere"), ConfigResult::unknownKey);
-  EXPECT_EQ(emitter.setConfig("interval", 1), ConfigResult::unknownKey);
+  EXPECT_EQ(emitter_.setConfig("directory", "/elsewhere"), ConfigResult::unknownKey);
+  EXPECT_EQ(emitter_.setConfig("interval", 1), ConfigResult::unknownKey);
   write("x");
-  EXPECT_EQ(emitter.currentFileName(), "app-20250302-13.log");
+  EXPECT_EQ(emitter_.currentFileName(), "app-20250302-13.log");
 }
 
 TEST_F(RotatedFileTest, WithoutPrefixAndDirectoryFilesAreInTheWorkingDirectory) {
@@ -251,15 +251,15 @@ TEST_F(RotatedFileTest, WithoutPrefixAndDirectoryFilesAreInTheWorkingDirectory) 
   ASSERT_EQ(::chdir("/tmp/work"), 0);
   configure("1 day", "", "");
   write("x");
-  EXPECT_EQ(emitter.currentFileName(), "20250302.log");
+  EXPECT_EQ(emitter_.currentFileName(), "20250302.log");
   EXPECT_EQ(host::readFile("/tmp/work/20250302.log"), "[INFO] x\n");
   ASSERT_EQ(::chdir("/"), 0);
 }
 
 TEST_F(RotatedFileTest, InterfacesBelongToThisEmitter) {
-  zuvsvc::Actor& actor = emitter;
-  EXPECT_EQ(actor.interfaceOf<Emitter>(), static_cast<Emitter*>(&emitter));
-  EXPECT_EQ(actor.interfaceOf<FileEmitterInterface>(), static_cast<FileEmitterInterface*>(&emitter));
+  zuvsvc::Actor& actor = emitter_;
+  EXPECT_EQ(actor.interfaceOf<Emitter>(), static_cast<Emitter*>(&emitter_));
+  EXPECT_EQ(actor.interfaceOf<FileEmitterInterface>(), static_cast<FileEmitterInterface*>(&emitter_));
   write("x");
   EXPECT_EQ(actor.interfaceOf<FileEmitterInterface>()->currentFileName(), "app-20250302-13.log");
 }
@@ -268,7 +268,7 @@ TEST_F(RotatedFileTest, InterfacesBelongToThisEmitter) {
 
 TEST_F(RotatedFileTest, NewDirectoryHasMode0750AndNewFileMode0644) {
   write("x");
-  EXPECT_EQ(host::modeOf(logs), 0750U);
+  EXPECT_EQ(host::modeOf(kLogs), 0750U);
   EXPECT_EQ(host::modeOf("/tmp/logs/app-20250302-13.log"), 0644U);
 }
 
@@ -276,7 +276,7 @@ TEST_F(RotatedFileTest, UmaskAppliesToDirectoryAndFile) {
   const mode_t old = ::umask(077);
   write("x");
   ::umask(old);
-  EXPECT_EQ(host::modeOf(logs), 0700U);
+  EXPECT_EQ(host::modeOf(kLogs), 0700U);
   EXPECT_EQ(host::modeOf("/tmp/logs/app-20250302-13.log"), 0600U);
 }
 
@@ -288,7 +288,7 @@ TEST_F(RotatedFileTest, ExistingFileIsAppendedTo) {
 }
 
 TEST_F(RotatedFileTest, WholeLineIsSanitised) {
-  emitter.write(Level::info, "[IN\nFO]", "two\nlines \xe9");
+  emitter_.write(Level::info, "[IN\nFO]", "two\nlines \xe9");
   EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[IN FO] two lines ?\n");
 }
 
@@ -301,10 +301,10 @@ TEST_F(RotatedFileTest, EachEntryIsWrittenAtOnce) {
 
 TEST_F(RotatedFileTest, LinkInPlaceOfTheFileIsNotFollowed) {
   host::writeFile("/tmp/victim", "mine\n");
-  host::makeDirs(logs);
+  host::makeDirs(kLogs);
   host::makeLink("/tmp/logs/app-20250302-13.log", "/tmp/victim");
   write("lost");
-  EXPECT_EQ(emitter.currentFileName(), "");
+  EXPECT_EQ(emitter_.currentFileName(), "");
   EXPECT_EQ(host::readFile("/tmp/victim"), "mine\n");
   host::remove("/tmp/logs/app-20250302-13.log");
   write("kept");
@@ -312,36 +312,36 @@ TEST_F(RotatedFileTest, LinkInPlaceOfTheFileIsNotFollowed) {
 }
 
 TEST_F(RotatedFileTest, DanglingLinkIsNotFollowed) {
-  host::makeDirs(logs);
+  host::makeDirs(kLogs);
   host::makeLink("/tmp/logs/app-20250302-13.log", "/tmp/made-by-a-link");
   write("lost");
   EXPECT_FALSE(host::exists("/tmp/made-by-a-link"));
 }
 
 TEST_F(RotatedFileTest, FifoInPlaceOfTheFileNeitherBlocksNorIsWrittenTo) {
-  host::makeDirs(logs);
+  host::makeDirs(kLogs);
   host::makeFifo("/tmp/logs/app-20250302-13.log");
   write("lost");
-  EXPECT_EQ(emitter.currentFileName(), "");
+  EXPECT_EQ(emitter_.currentFileName(), "");
 }
 
 TEST_F(RotatedFileTest, DirectoryInPlaceOfTheFileDropsEntries) {
   host::makeDirs("/tmp/logs/app-20250302-13.log");
   write("lost");
-  EXPECT_EQ(emitter.currentFileName(), "");
+  EXPECT_EQ(emitter_.currentFileName(), "");
 }
 
 TEST_F(RotatedFileTest, EntriesAreDroppedUntilTheDirectoryIsWritable) {
-  host::makeDirs(logs, 0555);
+  host::makeDirs(kLogs, 0555);
   {
     const host::BoundByModes bound;
     write("lost");
     write("lost too");
-    EXPECT_EQ(emitter.currentFileName(), "");
+    EXPECT_EQ(emitter_.currentFileName(), "");
   }
-  host::setMode(logs, 0755);
+  host::setMode(kLogs, 0755);
   write("kept");
-  EXPECT_EQ(host::tree(logs), "f 0644 app-20250302-13.log \"[INFO] kept\\n\"\n");
+  EXPECT_EQ(host::tree(kLogs), "f 0644 app-20250302-13.log \"[INFO] kept\\n\"\n");
   EXPECT_THAT(logged, IsEmpty()) << "failures are not reported";
 }
 
@@ -355,10 +355,10 @@ TEST_F(RotatedFileTest, DirectoryIsNotCreatedIfItsParentIsMissing) {
 }
 
 TEST_F(RotatedFileTest, FileNameIsNotTruncatedAtAZeroByte) {
-  EXPECT_EQ(emitter.setConfig("prefix", std::string_view("a\0b", 3)), ConfigResult::accepted);
+  EXPECT_EQ(emitter_.setConfig("prefix", std::string_view("a\0b", 3)), ConfigResult::accepted);
   write("lost");
-  EXPECT_EQ(emitter.currentFileName(), "");
-  EXPECT_EQ(host::tree(logs), "");
+  EXPECT_EQ(emitter_.currentFileName(), "");
+  EXPECT_EQ(host::tree(kLogs), "");
 }
 
 TEST_F(RotatedFileTest, FileIsClosedInChildPrograms) {
@@ -379,10 +379,10 @@ TEST_F(RotatedFileTest, FileIsClosedWithItsEmitterAndItsPeriod) {
   {
     RotatedFileEmitterActor other({"file_emitter", "x"}, testClock);
     EXPECT_EQ(other.setConfig("interval", "1 hour"), ConfigResult::accepted);
-    EXPECT_EQ(other.setConfig("dir", logs), ConfigResult::accepted);
+    EXPECT_EQ(other.setConfig("dir", kLogs), ConfigResult::accepted);
     other.write(Level::info, "h", "b");
     EXPECT_EQ(openDescriptors().size(), before.size() + 1);
-    now = now + hour;
+    now = now + kHour;
     other.write(Level::info, "h", "b");
     EXPECT_EQ(openDescriptors().size(), before.size() + 1);
   }
@@ -392,17 +392,17 @@ TEST_F(RotatedFileTest, FileIsClosedWithItsEmitterAndItsPeriod) {
 // --- Old files
 
 TEST_F(RotatedFileTest, FilesOlderThanThirtyDaysAreRemovedWhenAPeriodBegins) {
-  makeOldFile("app-old.log", 30 * day + 1'000'000);
-  makeOldFile("app-exactly.log", 30 * day);
-  makeOldFile("app-young.log", 30 * day - 1'000'000);
-  makeOldFile("other-old.log", 60 * day);
-  makeOldFile("ap", 60 * day);
-  makeOldFile("app-", 60 * day);
+  makeOldFile("app-old.log", 30 * kDay + 1'000'000);
+  makeOldFile("app-exactly.log", 30 * kDay);
+  makeOldFile("app-young.log", 30 * kDay - 1'000'000);
+  makeOldFile("other-old.log", 60 * kDay);
+  makeOldFile("ap", 60 * kDay);
+  makeOldFile("app-", 60 * kDay);
   host::makeDirs("/tmp/logs/app-folder");
   host::makeLink("/tmp/logs/app-link", "/tmp/logs/other-old.log");
   host::makeFifo("/tmp/logs/app-fifo");
   write("x");
-  EXPECT_EQ(host::tree(logs),
+  EXPECT_EQ(host::tree(kLogs),
             "f 0644 ap \"old\\n\"\n"
             "f 0644 app-20250302-13.log \"[INFO] x\\n\"\n"
             "f 0644 app-exactly.log \"old\\n\"\n"
@@ -414,7 +414,7 @@ TEST_F(RotatedFileTest, FilesOlderThanThirtyDaysAreRemovedWhenAPeriodBegins) {
 }
 
 TEST_F(RotatedFileTest, EachRemovalIsLogged) {
-  makeOldFile("app-old.log", 31 * day);
+  makeOldFile("app-old.log", 31 * kDay);
   write("x");
   EXPECT_THAT(logged, ElementsAre("[INFO] basiclib BasicLog.cpp scrub_old_files removing outdated logfile: "
                                   "filename=/tmp/logs/app-old.log"));
@@ -423,7 +423,7 @@ TEST_F(RotatedFileTest, EachRemovalIsLogged) {
 TEST_F(RotatedFileTest, RemovalsAreNotLoggedWhenInfoIsNotEnabled) {
   Logger& logger = getLogger(basiclibLogger);
   const Level before = logger.threshold();
-  makeOldFile("app-old.log", 31 * day);
+  makeOldFile("app-old.log", 31 * kDay);
   logger.setThreshold(Level::notice);
   write("x");
   logger.setThreshold(before);
@@ -432,7 +432,7 @@ TEST_F(RotatedFileTest, RemovalsAreNotLoggedWhenInfoIsNotEnabled) {
 }
 
 TEST_F(RotatedFileTest, FileReplacedByALinkBeforeItsAgeIsReadIsKept) {
-  makeOldFile("app-old.log", 31 * day);
+  makeOldFile("app-old.log", 31 * kDay);
   FaultPlan plan;
   plan.calls = {"lstat"};
   plan.before = [](std::size_t) {
@@ -440,16 +440,16 @@ TEST_F(RotatedFileTest, FileReplacedByALinkBeforeItsAgeIsReadIsKept) {
     host::makeLink("/tmp/logs/app-old.log", "/tmp/other");
   };
   const ArmedFaults armed(plan);
-  scrub_old_files(logs, "app-", at("2500-01-01T00:00:00"));  // a time at which the link is outdated too
+  scrub_old_files(kLogs, "app-", at("2500-01-01T00:00:00"));  // a time at which the link is outdated too
   EXPECT_EQ(armed.count(), 1U);
-  EXPECT_EQ(host::tree(logs), "l app-old.log -> /tmp/other\n");
+  EXPECT_EQ(host::tree(kLogs), "l app-old.log -> /tmp/other\n");
   EXPECT_THAT(logged, IsEmpty());
 }
 
 TEST_F(RotatedFileTest, AgeUsesTheWallClockAlthoughNamesUseLocalTime) {
   setZone("EST5");  // local ticks are five hours behind
-  makeOldFile("app-old.log", 30 * day + 1'000'000);
-  makeOldFile("app-young.log", 30 * day - 1'000'000);
+  makeOldFile("app-old.log", 30 * kDay + 1'000'000);
+  makeOldFile("app-young.log", 30 * kDay - 1'000'000);
   write("x");
   EXPECT_FALSE(host::exists("/tmp/logs/app-old.log"));
   EXPECT_TRUE(host::exists("/tmp/logs/app-young.log"));
@@ -457,10 +457,10 @@ TEST_F(RotatedFileTest, AgeUsesTheWallClockAlthoughNamesUseLocalTime) {
 
 TEST_F(RotatedFileTest, OldFilesAreRemovedOnceInAPeriod) {
   write("one");
-  makeOldFile("app-old.log", 31 * day);
+  makeOldFile("app-old.log", 31 * kDay);
   write("two");
   EXPECT_TRUE(host::exists("/tmp/logs/app-old.log"));
-  now = now + hour;
+  now = now + kHour;
   write("three");
   EXPECT_FALSE(host::exists("/tmp/logs/app-old.log"));
 }
@@ -468,21 +468,21 @@ TEST_F(RotatedFileTest, OldFilesAreRemovedOnceInAPeriod) {
 TEST_F(RotatedFileTest, FailedOpenDoesNotScrubAgainInTheSamePeriod) {
   host::makeDirs("/tmp/logs/app-20250302-13.log");
   write("lost");
-  makeOldFile("app-old.log", 31 * day);
+  makeOldFile("app-old.log", 31 * kDay);
   write("lost");
   EXPECT_TRUE(host::exists("/tmp/logs/app-old.log"));
 }
 
 TEST_F(RotatedFileTest, WithoutAPrefixNothingIsScrubbed) {
-  makeOldFile("old.log", 60 * day);
-  configure("1 hour", "", logs);
+  makeOldFile("old.log", 60 * kDay);
+  configure("1 hour", "", kLogs);
   write("x");
   EXPECT_TRUE(host::exists("/tmp/logs/old.log"));
 }
 
 TEST_F(RotatedFileTest, WithoutADirectoryNothingIsScrubbed) {
-  makeOldFile("app-old.log", 60 * day);
-  ASSERT_EQ(::chdir(logs), 0);
+  makeOldFile("app-old.log", 60 * kDay);
+  ASSERT_EQ(::chdir(kLogs), 0);
   configure("1 hour", "app-", "");
   write("x");
   EXPECT_TRUE(host::exists("/tmp/logs/app-old.log"));
@@ -491,27 +491,27 @@ TEST_F(RotatedFileTest, WithoutADirectoryNothingIsScrubbed) {
 }
 
 TEST_F(RotatedFileTest, FailedRemovalStopsNeitherOtherRemovalsNorTheEntry) {
-  for (const char* name : {"app-a.log", "app-b.log", "app-c.log"}) makeOldFile(name, 31 * day);
+  for (const char* name : {"app-a.log", "app-b.log", "app-c.log"}) makeOldFile(name, 31 * kDay);
   {
     const ArmedFaults faults({1, false, EPERM, {"unlink"}});
     write("x");
   }
   int left = 0;
   for (const char* name : {"app-a.log", "app-b.log", "app-c.log"}) {
-    if (host::exists(std::string(logs) + "/" + name)) ++left;
+    if (host::exists(std::string(kLogs) + "/" + name)) ++left;
   }
   EXPECT_EQ(left, 1);
   EXPECT_EQ(logged.size(), 3U);
   EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] x\n");
-  now = now + hour;
+  now = now + kHour;
   write("y");
-  EXPECT_EQ(host::tree(logs),
+  EXPECT_EQ(host::tree(kLogs),
             "f 0644 app-20250302-13.log \"[INFO] x\\n\"\n"
             "f 0644 app-20250302-14.log \"[INFO] y\\n\"\n");
 }
 
 TEST_F(RotatedFileTest, FileWhoseAgeCannotBeReadIsKept) {
-  makeOldFile("app-old.log", 31 * day);
+  makeOldFile("app-old.log", 31 * kDay);
   const ArmedFaults faults({1, true, EACCES, {"lstat"}});
   write("x");
   EXPECT_TRUE(host::exists("/tmp/logs/app-old.log"));
@@ -524,18 +524,18 @@ TEST_F(RotatedFileTest, AgeIsCorrectForTimesBeyond64BitsOfMicroseconds) {
     std::int64_t seconds;
   } files[] = {{"app-future.log", beyondMicros}, {"app-past.log", -beyondMicros}};
   for (const auto& file : files) {
-    const std::string path = std::string(logs) + "/" + file.name;
+    const std::string path = std::string(kLogs) + "/" + file.name;
     host::writeFile(path, "old\n");
     const timespec time{static_cast<time_t>(file.seconds), 0};
     const timespec times[2] = {time, time};
     ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
   }
-  scrub_old_files(logs, "app-", now);
-  EXPECT_EQ(host::tree(logs), "f 0644 app-future.log \"old\\n\"\n");
+  scrub_old_files(kLogs, "app-", now);
+  EXPECT_EQ(host::tree(kLogs), "f 0644 app-future.log \"old\\n\"\n");
 }
 
 TEST_F(RotatedFileTest, UnlistableDirectoryIsNotScrubbedButWrittenTo) {
-  makeOldFile("app-old.log", 31 * day);
+  makeOldFile("app-old.log", 31 * kDay);
   const ArmedFaults faults({1, true, EACCES, {"fdopendir"}});
   write("x");
   EXPECT_TRUE(host::exists("/tmp/logs/app-old.log"));
@@ -547,9 +547,9 @@ TEST_F(RotatedFileTest, UnlistableDirectoryIsNotScrubbedButWrittenTo) {
 // Each call fails in turn. One failure may lose one entry, but the file contains only whole lines.
 TEST_F(RotatedFileTest, EachFailingCallLosesAtMostTheEntryItWasFor) {
   const FaultLoop loop{[] {
-                         host::remove(logs);
-                         host::makeDirs(logs);
-                         makeOldFile("app-old.log", 31 * day);
+                         host::remove(kLogs);
+                         host::makeDirs(kLogs);
+                         makeOldFile("app-old.log", 31 * kDay);
                          logged.clear();
                        },
                        {},
@@ -560,13 +560,13 @@ TEST_F(RotatedFileTest, EachFailingCallLosesAtMostTheEntryItWasFor) {
         RotatedFileEmitterActor other({"file_emitter", "x"}, testClock);
         (void)other.setConfig("interval", "1 hour");
         (void)other.setConfig("prefix", "app-");
-        (void)other.setConfig("dir", logs);
+        (void)other.setConfig("dir", kLogs);
         other.write(Level::info, "[INFO]", "one");
         other.write(Level::info, "[INFO]", "two");
         return other.currentFileName();
       },
       [](const std::string& name, const Fault& fault) {
-        const std::string path = std::string(logs) + "/app-20250302-13.log";
+        const std::string path = std::string(kLogs) + "/app-20250302-13.log";
         const std::string text = host::exists(path) ? host::readFile(path) : "";
         const bool isWhole =
             text.empty() || text == "[INFO] one\n" || text == "[INFO] two\n" || text == "[INFO] one\n[INFO] two\n";
@@ -591,9 +591,9 @@ TEST_F(RotatedFileTest, FailedWriteClosesTheFileAndTheNextEntryOpensItAgain) {
     const ArmedFaults faults({1, false, ENOSPC, {"write"}});
     write("lost");
   }
-  EXPECT_EQ(emitter.currentFileName(), "");
+  EXPECT_EQ(emitter_.currentFileName(), "");
   write("three");
-  EXPECT_EQ(emitter.currentFileName(), "app-20250302-13.log");
+  EXPECT_EQ(emitter_.currentFileName(), "app-20250302-13.log");
   EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] one\n[INFO] three\n");
 }
 
@@ -610,10 +610,10 @@ TEST_F(RotatedFileTest, ShortWritesAreContinued) {
 TEST_F(RotatedFileTest, InterruptedCallsAreRetried) {
   for (const char* call : {"open", "write"}) {
     SCOPED_TRACE(call);
-    host::remove(logs);
+    host::remove(kLogs);
     RotatedFileEmitterActor other({"file_emitter", "x"}, testClock);
     (void)other.setConfig("interval", "1 hour");
-    (void)other.setConfig("dir", logs);
+    (void)other.setConfig("dir", kLogs);
     const ArmedFaults faults({1, false, EINTR, {call}});
     other.write(Level::info, "[INFO]", "x");
     EXPECT_EQ(host::readFile("/tmp/logs/20250302-13.log"), "[INFO] x\n");
@@ -625,9 +625,9 @@ TEST_F(RotatedFileTest, FailedCreationOfTheDirectoryIsRetriedWithTheNextEntry) {
     const ArmedFaults faults({1, true, EACCES, {"mkdir"}});
     write("lost");
   }
-  EXPECT_FALSE(host::exists(logs));
+  EXPECT_FALSE(host::exists(kLogs));
   write("kept");
-  EXPECT_EQ(host::tree(logs), "f 0644 app-20250302-13.log \"[INFO] kept\\n\"\n");
+  EXPECT_EQ(host::tree(kLogs), "f 0644 app-20250302-13.log \"[INFO] kept\\n\"\n");
 }
 
 TEST_F(RotatedFileTest, WritingContinuesWhenAFullDiskHasSpaceAgain) {
@@ -636,7 +636,7 @@ TEST_F(RotatedFileTest, WritingContinuesWhenAFullDiskHasSpaceAgain) {
   configure("1 hour", "app-", "/tmp/disk");
   const std::string big(3'000, 'x');
   for (int i = 0; i < 6; ++i) write(big);
-  EXPECT_EQ(emitter.currentFileName(), "");
+  EXPECT_EQ(emitter_.currentFileName(), "");
   const std::string text = host::readFile("/tmp/disk/app-20250302-13.log");
   EXPECT_EQ(text.substr(0, 3'008), "[INFO] " + big + "\n");
   ASSERT_EQ(::truncate("/tmp/disk/app-20250302-13.log", 0), 0);
@@ -647,31 +647,31 @@ TEST_F(RotatedFileTest, WritingContinuesWhenAFullDiskHasSpaceAgain) {
 // --- Batches
 
 TEST_F(RotatedFileTest, LinesOfABatchAreWrittenTogetherAtItsEnd) {
-  emitter.beginBatch();
+  emitter_.beginBatch();
   write("one");
   write("two");
-  EXPECT_FALSE(host::exists(logs));
+  EXPECT_FALSE(host::exists(kLogs));
   {
     const ArmedFaults faults({0, false, EIO, {"write"}});
-    emitter.endBatch();
+    emitter_.endBatch();
     EXPECT_EQ(faults.count(), 1U);
   }
   EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] one\n[INFO] two\n");
 }
 
 TEST_F(RotatedFileTest, LinesOfABatchAreWrittenToTheFileOfTheirOwnPeriod) {
-  emitter.beginBatch();
+  emitter_.beginBatch();
   write("one");
-  now = now + hour;
+  now = now + kHour;
   write("two");
-  emitter.endBatch();
+  emitter_.endBatch();
   EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] one\n");
   EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-14.log"), "[INFO] two\n");
 }
 
 // The write fails inside the second of three lines.
 TEST_F(RotatedFileTest, LineOfABatchThatCannotBeWrittenLosesNoOtherLine) {
-  emitter.beginBatch();
+  emitter_.beginBatch();
   write("one");
   write("two");
   write("three");
@@ -679,47 +679,47 @@ TEST_F(RotatedFileTest, LineOfABatchThatCannotBeWrittenLosesNoOtherLine) {
     FaultPlan plan{12, false, EIO, {"write"}};
     plan.oneByteAtATime = true;
     const ArmedFaults faults(plan);
-    emitter.endBatch();
+    emitter_.endBatch();
   }
   EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] one\n[INFO] three\n");
 }
 
 TEST_F(RotatedFileTest, BatchRetriesAFailedOpenForEveryLine) {
-  emitter.beginBatch();
+  emitter_.beginBatch();
   write("lost");
   write("kept");
   {
     const ArmedFaults faults({1, false, EMFILE, {"open"}});
-    emitter.endBatch();
+    emitter_.endBatch();
   }
   EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-13.log"), "[INFO] kept\n");
 }
 
 TEST_F(RotatedFileTest, LinesOfABatchAreDroppedIfTheIntervalHasBecomeInvalid) {
-  emitter.beginBatch();
+  emitter_.beginBatch();
   write("lost");
-  EXPECT_EQ(emitter.setConfig("interval", "never"), ConfigResult::accepted);
-  emitter.endBatch();
-  EXPECT_FALSE(host::exists(logs)) << "no file of another name is written either";
+  EXPECT_EQ(emitter_.setConfig("interval", "never"), ConfigResult::accepted);
+  emitter_.endBatch();
+  EXPECT_FALSE(host::exists(kLogs)) << "no file of another name is written either";
 }
 
 TEST_F(RotatedFileTest, EmptyBatchOpensNoFile) {
-  emitter.beginBatch();
-  emitter.endBatch();
-  emitter.endBatch();
-  EXPECT_FALSE(host::exists(logs));
+  emitter_.beginBatch();
+  emitter_.endBatch();
+  emitter_.endBatch();
+  EXPECT_FALSE(host::exists(kLogs));
 }
 
 TEST_F(RotatedFileTest, RemovalsAreLoggedWithoutHoldingTheLock) {
   // The emitter is the synchronous processor, so the entry about the removal is passed to it while it scrubs.
   LogManager manager;
   manager.input().setAsyncOutput(false);
-  manager.addEmitter(&emitter);
-  makeOldFile("app-old.log", 31 * day);
+  manager.addEmitter(&emitter_);
+  makeOldFile("app-old.log", 31 * kDay);
   { const Entry entry(*manager.input().getLogger("test"), Level::info, "direct", "f", "g"); }
   write("by hand");
   EXPECT_EQ(logged.size(), 1U);
-  manager.removeEmitter(&emitter);
+  manager.removeEmitter(&emitter_);
 }
 
 TEST_F(RotatedFileTest, ManyThreadsWriteWholeLines) {
@@ -727,7 +727,7 @@ TEST_F(RotatedFileTest, ManyThreadsWriteWholeLines) {
   for (int t = 0; t < 8; ++t) {
     threads.emplace_back([this, t] {
       for (int i = 0; i < 200; ++i) {
-        if (i % 20 == 0) now += hour / 4;
+        if (i % 20 == 0) now += kHour / 4;
         write(std::string(50, static_cast<char>('a' + t)));
       }
     });
@@ -735,9 +735,9 @@ TEST_F(RotatedFileTest, ManyThreadsWriteWholeLines) {
   for (std::thread& thread : threads) thread.join();
   std::size_t lines = 0;
   std::vector<std::string> names;
-  for (const auto& name : FileUtils::listDirectory(logs).files) {
+  for (const auto& name : FileUtils::listDirectory(kLogs).files) {
     std::vector<std::string> content;
-    EXPECT_THAT(FileUtils::readLines(std::string(logs) + "/" + name, content), HasCode(status::success));
+    EXPECT_THAT(FileUtils::readLines(std::string(kLogs) + "/" + name, content), HasCode(status::success));
     for (const std::string& line : content) {
       EXPECT_EQ(line, "[INFO] " + std::string(50, line[7]));
       ++lines;

@@ -22,7 +22,7 @@ class ZoneOffsetTest : public HostTest {
   }
 };
 
-constexpr std::int64_t hour = 3'600'000'000;
+constexpr std::int64_t kHour = 3'600'000'000;
 
 TEST_F(ZoneOffsetTest, NewTzTakesEffectAtOnce) {
   const struct {
@@ -30,13 +30,13 @@ TEST_F(ZoneOffsetTest, NewTzTakesEffectAtOnce) {
     std::int64_t expected;
   } cases[] = {
       {"UTC0", 0},
-      {"EST5", 5 * hour},
-      {"EST6", 6 * hour},
-      {"JST-9", -9 * hour},
+      {"EST5", 5 * kHour},
+      {"EST6", 6 * kHour},
+      {"JST-9", -9 * kHour},
       {"", 0},
-      {"EST5", 5 * hour},
+      {"EST5", 5 * kHour},
       // Daylight saving time is in effect on 1 April 3918.
-      {"CET-1CEST,M3.5.0,M10.5.0/3", -2 * hour},
+      {"CET-1CEST,M3.5.0,M10.5.0/3", -2 * kHour},
   };
   ZoneOffset offset;
   for (int round = 0; round < 50; ++round) {
@@ -55,7 +55,7 @@ TEST_F(ZoneOffsetTest, WithoutTzTheZoneOfTheSystemIsUsed) {
   use(nullptr);
   const std::int64_t system = TimeUtils::localOffsetMicros();
   use("ACST-9:30");
-  EXPECT_EQ(offset.micros(), -9 * hour - hour / 2);
+  EXPECT_EQ(offset.micros(), -9 * kHour - kHour / 2);
   use(nullptr);
   EXPECT_EQ(offset.micros(), system);
 }
@@ -65,11 +65,11 @@ TEST_F(ZoneOffsetTest, NewZoneFileOfTheSystemTakesEffectSoon) {
   if (!host::exists(tokyo)) GTEST_SKIP() << "no zones here";
   use(nullptr);
   ZoneOffset offset;
-  ASSERT_NE(offset.micros(), -9 * hour);
+  ASSERT_NE(offset.micros(), -9 * kHour);
   host::remove("/etc/localtime");
   host::makeLink("/etc/localtime", tokyo);
-  for (int i = 0; i < 2'000 && offset.micros() != -9 * hour; ++i) ::usleep(1'000);
-  EXPECT_EQ(offset.micros(), -9 * hour);
+  for (int i = 0; i < 2'000 && offset.micros() != -9 * kHour; ++i) ::usleep(1'000);
+  EXPECT_EQ(offset.micros(), -9 * kHour);
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 
 namespace {
 
-using testing::ElementsAre;
 using testing::IsEmpty;
 using Words = std::vector<std::string>;
 

@@ -13,17 +13,17 @@ namespace {
 using namespace std::string_literals;
 
 constexpr const char* kFile = "/tmp/hipvars.txt";
-constexpr RunState yes = RunState::running;
-constexpr RunState no = RunState::notRunning;
-constexpr RunState unknown = RunState::unknown;
+constexpr RunState kYes = RunState::running;
+constexpr RunState kNo = RunState::notRunning;
+constexpr RunState kUnknown = RunState::unknown;
 
 class HeartbeatTest : public HostTest {};
 
 struct Reading {
   StatusCode code = 0;
-  RunState running = unknown;
-  RunState helmsor = unknown;
-  RunState tunnel = unknown;
+  RunState running = kUnknown;
+  RunState helmsor = kUnknown;
+  RunState tunnel = kUnknown;
 };
 
 bool operator==(const Reading& a, const Reading& b) {
@@ -37,7 +37,7 @@ void PrintTo(const Reading& reading, std::ostream* out) {
 
 Reading readNow(const char* path = kFile) {
   ServiceStatus report;
-  report.helmsor = yes;  // readServiceStatus must reset it
+  report.helmsor = kYes;  // readServiceStatus must reset it
   const Status s = readServiceStatus(path, report);
   return {s.code(), report.running, report.helmsor, report.tunnel};
 }
@@ -78,15 +78,16 @@ TEST_F(HeartbeatTest, AHeartbeatIsFreshForLessThanSixSeconds) {
     long age;
     RunState running;
   };
-  for (const Case& c : {Case{-1000000, yes}, {-1, yes}, {0, yes}, {4, yes}, {5, yes}, {6, no}, {7, no}, {86400, no}}) {
+  for (const Case& c :
+       {Case{-1000000, kYes}, {-1, kYes}, {0, kYes}, {4, kYes}, {5, kYes}, {6, kNo}, {7, kNo}, {86400, kNo}}) {
     SCOPED_TRACE(c.age);
-    EXPECT_EQ(readingOf("", c.age), (Reading{status::success, c.running, unknown, unknown}));
+    EXPECT_EQ(readingOf("", c.age), (Reading{status::success, c.running, kUnknown, kUnknown}));
     EXPECT_EQ(withinOneSecond([&](std::time_t now) { return runStateOfText(times(now, c.age, 60)); }), c.running);
   }
 }
 
 TEST_F(HeartbeatTest, AStaleHeartbeatMakesHelmsorAndTunnelUnknown) {
-  EXPECT_EQ(readingOf(kAll, 6), (Reading{status::success, no, unknown, unknown}));
+  EXPECT_EQ(readingOf(kAll, 6), (Reading{status::success, kNo, kUnknown, kUnknown}));
 }
 
 TEST_F(HeartbeatTest, AMissingTimeMakesEverythingUnknown) {
@@ -94,8 +95,8 @@ TEST_F(HeartbeatTest, AMissingTimeMakesEverythingUnknown) {
                            "uptime.now\nuptime.started=1\n", "xuptime.now=1\nuptime.started=1\n",
                            "#uptime.now=1\nuptime.started=1\n", "uptime.now.=1\nuptime.started=1\n"}) {
     SCOPED_TRACE(text);
-    EXPECT_EQ(runStateOfText(text), unknown);
-    EXPECT_EQ(readNow(), (Reading{status::success, unknown, unknown, unknown}));
+    EXPECT_EQ(runStateOfText(text), kUnknown);
+    EXPECT_EQ(readNow(), (Reading{status::success, kUnknown, kUnknown, kUnknown}));
   }
 }
 
@@ -107,23 +108,23 @@ TEST_F(HeartbeatTest, AMissingOrNonRegularFileMeansNotRunning) {
   for (const char* path : {"/tmp/missing", "/tmp/missing/hipvars.txt", "/tmp/fifo", "/tmp/folder", "/tmp/dangling",
                            "/tmp/loop", "/dev/zero", ""}) {
     SCOPED_TRACE(path);
-    EXPECT_EQ(runStateOf(path), no);
-    EXPECT_EQ(readNow(path), (Reading{status::success, no, unknown, unknown}));
+    EXPECT_EQ(runStateOf(path), kNo);
+    EXPECT_EQ(readNow(path), (Reading{status::success, kNo, kUnknown, kUnknown}));
   }
 }
 
 TEST_F(HeartbeatTest, AnUnreadableFileMeansNotRunning) {
   host::writeFile(kFile, times(std::time(nullptr), 0, 60), 0000);
   const host::BoundByModes bound;
-  EXPECT_EQ(runStateOf(kFile), no);
-  EXPECT_EQ(readNow(), (Reading{status::success, no, unknown, unknown}));
+  EXPECT_EQ(runStateOf(kFile), kNo);
+  EXPECT_EQ(readNow(), (Reading{status::success, kNo, kUnknown, kUnknown}));
 }
 
 TEST_F(HeartbeatTest, ALinkIsFollowedAndTheNullDeviceCountsAsAnEmptyFile) {
   host::writeFile("/tmp/elsewhere", times(std::time(nullptr), 0, 60));
   host::makeLink(kFile, "/tmp/elsewhere");
-  EXPECT_EQ(runStateOf(kFile), yes);
-  EXPECT_EQ(runStateOf("/dev/null"), unknown);
+  EXPECT_EQ(runStateOf(kFile), kYes);
+  EXPECT_EQ(runStateOf("/dev/null"), kUnknown);
 }
 
 TEST_F(HeartbeatTest, ATimeMayBeAnyNumberOrText) {
@@ -133,19 +134,19 @@ TEST_F(HeartbeatTest, ATimeMayBeAnyNumberOrText) {
     RunState running;
   };
   const Case cases[] = {
-      {"text that is not a number means 0", "soon", no},
-      {"an empty value is present and means 0", "", no},
-      {"a negative number", "-1", no},
-      {"the smallest number", "-9223372036854775808", no},
-      {"a number below the smallest", "-99999999999999999999999999", no},
-      {"the largest number", "9223372036854775807", yes},
-      {"a number above the largest", "99999999999999999999999999", yes},
-      {"a number of more than 32 bits", "4294967296000", yes},
-      {"the number ends at the first byte that is no digit", "9999999999x", yes},
-      {"a number that does not begin with a digit means 0", "x9999999999", no},
-      {"a fraction is ignored", "9999999999.5", yes},
-      {"a plus sign is accepted", "+9999999999", yes},
-      {"hexadecimal is not understood", "0x7fffffffffffffff", no},
+      {"text that is not a number means 0", "soon", kNo},
+      {"an empty value is present and means 0", "", kNo},
+      {"a negative number", "-1", kNo},
+      {"the smallest number", "-9223372036854775808", kNo},
+      {"a number below the smallest", "-99999999999999999999999999", kNo},
+      {"the largest number", "9223372036854775807", kYes},
+      {"a number above the largest", "99999999999999999999999999", kYes},
+      {"a number of more than 32 bits", "4294967296000", kYes},
+      {"the number ends at the first byte that is no digit", "9999999999x", kYes},
+      {"a number that does not begin with a digit means 0", "x9999999999", kNo},
+      {"a fraction is ignored", "9999999999.5", kYes},
+      {"a plus sign is accepted", "+9999999999", kYes},
+      {"hexadecimal is not understood", "0x7fffffffffffffff", kNo},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.why);
@@ -164,19 +165,20 @@ TEST_F(HeartbeatTest, HelmsorAndTunnelAreUnknownInTheFirstFourSeconds) {
     long up;
     RunState others;
   };
-  for (const Case& c : {Case{-1000, unknown}, {0, unknown}, {3, unknown}, {4, unknown}, {5, yes}, {1000000, yes}}) {
+  for (const Case& c :
+       {Case{-1000, kUnknown}, {0, kUnknown}, {3, kUnknown}, {4, kUnknown}, {5, kYes}, {1000000, kYes}}) {
     SCOPED_TRACE(c.up);
-    EXPECT_EQ(readingOf(kAll, 0, c.up), (Reading{status::success, yes, c.others, c.others}));
-    EXPECT_EQ(readingOf(kAll, 5, c.up), (Reading{status::success, yes, c.others, c.others}));
+    EXPECT_EQ(readingOf(kAll, 0, c.up), (Reading{status::success, kYes, c.others, c.others}));
+    EXPECT_EQ(readingOf(kAll, 5, c.up), (Reading{status::success, kYes, c.others, c.others}));
   }
 }
 
 TEST_F(HeartbeatTest, TheUptimeSaturatesForExtremeTimes) {
   const std::string largest = "9223372036854775807", smallest = "-9223372036854775808";
   host::writeFile(kFile, "uptime.now=" + largest + "\nuptime.started=" + smallest + "\n" + kAll);
-  EXPECT_EQ(readNow(), (Reading{status::success, yes, yes, yes}));
+  EXPECT_EQ(readNow(), (Reading{status::success, kYes, kYes, kYes}));
   host::writeFile(kFile, "uptime.now=" + largest + "\nuptime.started=" + largest + "\n" + kAll);
-  EXPECT_EQ(readNow(), (Reading{status::success, yes, unknown, unknown}));
+  EXPECT_EQ(readNow(), (Reading{status::success, kYes, kUnknown, kUnknown}));
 }
 
 TEST_F(HeartbeatTest, OnePeerMeansATunnel) {
@@ -184,18 +186,18 @@ TEST_F(HeartbeatTest, OnePeerMeansATunnel) {
     const char* value;
     RunState tunnel;
   };
-  for (const Case& c : {Case{"0", no},
-                        {"1", yes},
-                        {"3", yes},
-                        {"-1", no},
-                        {"many", no},
-                        {"", no},
-                        {"2 of 3", yes},
-                        {"99999999999999999999", yes},
-                        {"-99999999999999999999", no}}) {
+  for (const Case& c : {Case{"0", kNo},
+                        {"1", kYes},
+                        {"3", kYes},
+                        {"-1", kNo},
+                        {"many", kNo},
+                        {"", kNo},
+                        {"2 of 3", kYes},
+                        {"99999999999999999999", kYes},
+                        {"-99999999999999999999", kNo}}) {
     SCOPED_TRACE(c.value);
     EXPECT_EQ(readingOf("hipd_state=x\npeers.count="s + c.value + "\n"),
-              (Reading{status::success, yes, unknown, c.tunnel}));
+              (Reading{status::success, kYes, kUnknown, c.tunnel}));
   }
 }
 
@@ -204,35 +206,36 @@ TEST_F(HeartbeatTest, HelmsorIsUpOnlyIfTheValueIsExactlyTrue) {
     const char* value;
     RunState helmsor;
   };
-  for (const Case& c : {Case{"true", yes},
-                        {"True", no},
-                        {"TRUE", no},
-                        {"1", no},
-                        {"yes", no},
-                        {"", no},
-                        {"true.", no},
-                        {" true ", yes}}) {
+  for (const Case& c : {Case{"true", kYes},
+                        {"True", kNo},
+                        {"TRUE", kNo},
+                        {"1", kNo},
+                        {"yes", kNo},
+                        {"", kNo},
+                        {"true.", kNo},
+                        {" true ", kYes}}) {
     SCOPED_TRACE(c.value);
     EXPECT_EQ(readingOf("hipd_state=x\nhelmsor.up="s + c.value + "\n"),
-              (Reading{status::success, yes, c.helmsor, unknown}));
+              (Reading{status::success, kYes, c.helmsor, kUnknown}));
   }
 }
 
 TEST_F(HeartbeatTest, AMissingVariableMeansUnknown) {
-  EXPECT_EQ(readingOf("hipd_state=x\n"), (Reading{status::success, yes, unknown, unknown}));
-  EXPECT_EQ(readingOf("peers.count=1\nhelmsor.up=true\n"), (Reading{status::success, yes, unknown, unknown}))
+  EXPECT_EQ(readingOf("hipd_state=x\n"), (Reading{status::success, kYes, kUnknown, kUnknown}));
+  EXPECT_EQ(readingOf("peers.count=1\nhelmsor.up=true\n"), (Reading{status::success, kYes, kUnknown, kUnknown}))
       << "the daemon does not report its state";
 }
 
 TEST_F(HeartbeatTest, OnlyThePresenceOfTheStateMatters) {
   for (const char* state : {"hipd_state=\n", "hipd_state=stopped\n", "hipd_state=0\n", " hipd_state = \n"}) {
     SCOPED_TRACE(state);
-    EXPECT_EQ(readingOf(state + "peers.count=0\nhelmsor.up=no\n"s), (Reading{status::success, yes, no, no}));
+    EXPECT_EQ(readingOf(state + "peers.count=0\nhelmsor.up=no\n"s), (Reading{status::success, kYes, kNo, kNo}));
   }
 }
 
 TEST_F(HeartbeatTest, AZeroByteInsideAValueIsPartOfIt) {
-  EXPECT_EQ(readingOf("hipd_state=x\nhelmsor.up=true\0x\npeers.count=1\n"s), (Reading{status::success, yes, no, yes}));
+  EXPECT_EQ(readingOf("hipd_state=x\nhelmsor.up=true\0x\npeers.count=1\n"s),
+            (Reading{status::success, kYes, kNo, kYes}));
 }
 
 // --- Lines
@@ -244,54 +247,54 @@ TEST_F(HeartbeatTest, LinesAreSplitTrimmedAndComparedExactly) {
     RunState tunnel;
   };
   const Case cases[] = {
-      {"blanks around key and value", " \t peers.count \t = \t 1 \r\n", yes},
-      {"bytes above 127 are trimmed", "\xC2\xA0peers.count\xFF=\x80\x31\xE2\x80\x8B\n", yes},
-      {"control bytes and 127 are trimmed", "\x01peers.count\x7F=\x1F\x31\x7F\n", yes},
-      {"zero bytes are trimmed", "\0peers.count\0=\0\x31\0\n"s, yes},
-      {"a byte within a key is part of it", "peers count=1\n", unknown},
-      {"the last line of a key wins", "peers.count=1\npeers.count=0\n", no},
-      {"the last line of a key wins even if it is empty", "peers.count=1\npeers.count=\n", no},
-      {"the last line of a key wins whatever its value", "peers.count=0\npeers.count=1\n", yes},
-      {"only the first = separates key and value", "peers.count=0=1\n", no},
-      {"a line that begins with = has an empty key", "=peers.count=1\n", unknown},
-      {"a line without = is ignored", "peers.count\n", unknown},
-      {"an empty key is ignored", "=1\n = 1\n", unknown},
-      {"there are no comments", "# peers.count=1\n", unknown},
-      {"the last line needs no newline", "peers.count=1", yes},
-      {"a carriage return alone ends no line", "x=1\rpeers.count=1\n", unknown},
-      {"keys are compared exactly", "Peers.Count=1\npeers.counts=1\npeers.coun=1\n", unknown},
+      {"blanks around key and value", " \t peers.count \t = \t 1 \r\n", kYes},
+      {"bytes above 127 are trimmed", "\xC2\xA0peers.count\xFF=\x80\x31\xE2\x80\x8B\n", kYes},
+      {"control bytes and 127 are trimmed", "\x01peers.count\x7F=\x1F\x31\x7F\n", kYes},
+      {"zero bytes are trimmed", "\0peers.count\0=\0\x31\0\n"s, kYes},
+      {"a byte within a key is part of it", "peers count=1\n", kUnknown},
+      {"the last line of a key wins", "peers.count=1\npeers.count=0\n", kNo},
+      {"the last line of a key wins even if it is empty", "peers.count=1\npeers.count=\n", kNo},
+      {"the last line of a key wins whatever its value", "peers.count=0\npeers.count=1\n", kYes},
+      {"only the first = separates key and value", "peers.count=0=1\n", kNo},
+      {"a line that begins with = has an empty key", "=peers.count=1\n", kUnknown},
+      {"a line without = is ignored", "peers.count\n", kUnknown},
+      {"an empty key is ignored", "=1\n = 1\n", kUnknown},
+      {"there are no comments", "# peers.count=1\n", kUnknown},
+      {"the last line needs no newline", "peers.count=1", kYes},
+      {"a carriage return alone ends no line", "x=1\rpeers.count=1\n", kUnknown},
+      {"keys are compared exactly", "Peers.Count=1\npeers.counts=1\npeers.coun=1\n", kUnknown},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.why);
-    EXPECT_EQ(readingOf("hipd_state=x\n" + c.rest), (Reading{status::success, yes, unknown, c.tunnel}));
+    EXPECT_EQ(readingOf("hipd_state=x\n" + c.rest), (Reading{status::success, kYes, kUnknown, c.tunnel}));
   }
 }
 
 TEST_F(HeartbeatTest, AValueOfOnlyBlanksIsPresentAndEmpty) {
-  EXPECT_EQ(readingOf("hipd_state= \t\xFF\npeers.count=\x80 \n"), (Reading{status::success, yes, unknown, no}));
+  EXPECT_EQ(readingOf("hipd_state= \t\xFF\npeers.count=\x80 \n"), (Reading{status::success, kYes, kUnknown, kNo}));
 }
 
 TEST_F(HeartbeatTest, ALongLineIsReadAsSeveralLinesOf1023Bytes) {
   const std::string filler(1023, 'x');
-  EXPECT_EQ(readingOf("hipd_state=x\n" + filler + "peers.count=1\n"), (Reading{status::success, yes, unknown, yes}))
+  EXPECT_EQ(readingOf("hipd_state=x\n" + filler + "peers.count=1\n"), (Reading{status::success, kYes, kUnknown, kYes}))
       << "the second piece counts as a line";
   EXPECT_EQ(readingOf("hipd_state=x\n" + filler.substr(1) + "peers.count=1\n"),
-            (Reading{status::success, yes, unknown, unknown}))
+            (Reading{status::success, kYes, kUnknown, kUnknown}))
       << "the key begins one byte before the second piece";
   EXPECT_EQ(readingOf("hipd_state=x\n" + filler + filler + "peers.count=1\n"),
-            (Reading{status::success, yes, unknown, yes}))
+            (Reading{status::success, kYes, kUnknown, kYes}))
       << "the third piece counts as a line";
   EXPECT_EQ(readingOf("hipd_state=x\npeers.count=" + std::string(1023 - 12, '0') + "1\n"),
-            (Reading{status::success, yes, unknown, no}))
+            (Reading{status::success, kYes, kUnknown, kNo}))
       << "the value ends with its piece";
   EXPECT_EQ(readingOf("hipd_state=x\npeers.count=" + std::string(1022 - 12, '0') + "1\n"),
-            (Reading{status::success, yes, unknown, yes}));
+            (Reading{status::success, kYes, kUnknown, kYes}));
 }
 
 TEST_F(HeartbeatTest, ManyOtherKeysAreIgnored) {
   std::string rest;
   for (int n = 0; n < 100000; ++n) rest += "peer." + std::to_string(n) + ".state=up\n";
-  EXPECT_EQ(readingOf(rest + kAll), (Reading{status::success, yes, yes, yes}));
+  EXPECT_EQ(readingOf(rest + kAll), (Reading{status::success, kYes, kYes, kYes}));
 }
 
 // --- The two readings
@@ -314,12 +317,12 @@ Reading readWhile(const std::function<void(std::time_t)>& change) {
 }
 
 TEST_F(HeartbeatTest, AFileThatVanishesBetweenTheReadingsMeansNotRunning) {
-  EXPECT_EQ(readWhile([](std::time_t) { host::remove(kFile); }), (Reading{status::success, no, unknown, unknown}));
+  EXPECT_EQ(readWhile([](std::time_t) { host::remove(kFile); }), (Reading{status::success, kNo, kUnknown, kUnknown}));
   EXPECT_EQ(readWhile([](std::time_t) {
               host::remove(kFile);
               host::makeFifo(kFile);
             }),
-            (Reading{status::success, no, unknown, unknown}));
+            (Reading{status::success, kNo, kUnknown, kUnknown}));
 }
 
 TEST_F(HeartbeatTest, AFileThatLosesATimeBetweenTheReadingsIsAnApplicationError) {
@@ -327,26 +330,26 @@ TEST_F(HeartbeatTest, AFileThatLosesATimeBetweenTheReadingsIsAnApplicationError)
     SCOPED_TRACE(left);
     const Reading reading = readWhile([&](std::time_t) { host::writeFile(kFile, left + kAll); });
     EXPECT_EQ(reading.code, status::applicationError);
-    EXPECT_EQ(reading.helmsor, unknown);
-    EXPECT_EQ(reading.tunnel, unknown);
+    EXPECT_EQ(reading.helmsor, kUnknown);
+    EXPECT_EQ(reading.tunnel, kUnknown);
   }
 }
 
 TEST_F(HeartbeatTest, TheSecondReadingCounts) {
   EXPECT_EQ(readWhile([](std::time_t now) { host::writeFile(kFile, times(now, 6, 60) + kAll); }),
-            (Reading{status::success, no, unknown, unknown}));
+            (Reading{status::success, kNo, kUnknown, kUnknown}));
   EXPECT_EQ(readWhile([](std::time_t now) { host::writeFile(kFile, times(now, 0, 4) + kAll); }),
-            (Reading{status::success, yes, unknown, unknown}));
+            (Reading{status::success, kYes, kUnknown, kUnknown}));
   EXPECT_EQ(readWhile([](std::time_t now) {
               host::writeFile(kFile, times(now, 0, 60) + "hipd_state=\npeers.count=0\nhelmsor.up=no\n");
             }),
-            (Reading{status::success, yes, no, no}));
+            (Reading{status::success, kYes, kNo, kNo}));
 }
 
 TEST_F(HeartbeatTest, AFileWithoutATimeIsReadOnce) {
   host::writeFile(kFile, "uptime.now=1\n");
   const ArmedFaults counted{FaultPlan{}};
-  EXPECT_EQ(readNow(), (Reading{status::success, unknown, unknown, unknown}));
+  EXPECT_EQ(readNow(), (Reading{status::success, kUnknown, kUnknown, kUnknown}));
   EXPECT_THAT(counted.calls(), testing::ElementsAre("openat", "fstat", "read", "close"));
 }
 
@@ -357,12 +360,12 @@ TEST_F(HeartbeatTest, EveryFailedCallHasItsResult) {
       [](const Reading& reading, const Fault& fault) {
         if (fault.call.empty() || fault.call == "close") {
           const bool isCutOff = fault.call == "close" && fault.fromThereOn && fault.step == 4;
-          EXPECT_EQ(reading, (isCutOff ? Reading{status::success, no, unknown, unknown}
-                                       : Reading{status::success, yes, yes, yes}));
+          EXPECT_EQ(reading, (isCutOff ? Reading{status::success, kNo, kUnknown, kUnknown}
+                                       : Reading{status::success, kYes, kYes, kYes}));
         } else if (fault.call != "read") {
-          EXPECT_EQ(reading, (Reading{status::success, no, unknown, unknown}));
+          EXPECT_EQ(reading, (Reading{status::success, kNo, kUnknown, kUnknown}));
         } else if (fault.step < 5) {
-          EXPECT_EQ(reading, (Reading{status::success, unknown, unknown, unknown}));
+          EXPECT_EQ(reading, (Reading{status::success, kUnknown, kUnknown, kUnknown}));
         } else {
           EXPECT_EQ(reading.code, status::applicationError);
         }
