@@ -8,7 +8,7 @@ namespace {
 
 // Deliberately not the name of this file: people who read logs search for this name.
 constexpr char sourceName[] = "ThreadUtils.cpp";
-constexpr int linkedListErrorLine = 498;
+constexpr int linkedListErrorLine = 498;  // deliberately fixed, for the same reason
 
 }  // namespace
 

@@ -87,8 +87,7 @@ constexpr std::size_t fractionLength = 6;  // the digits after the point
 void appendTime(std::string& to, std::int64_t ticks) {
   static thread_local std::int64_t lastSecond = INT64_MIN;
   static thread_local std::array<char, timeLength> text;
-  constexpr std::int64_t microsPerSecond = 1'000'000;
-  const std::int64_t second = ticks / microsPerSecond;
+  const std::int64_t second = ticks / TimeUtils::microsPerSecond;
   if (ticks < 0 || second != lastSecond) {
     const std::string whole = timeText(ticks);
     if (ticks < 0 || whole.size() != timeLength) {  // before 1970 or after 9999: only tests log at such times
@@ -98,7 +97,7 @@ void appendTime(std::string& to, std::int64_t ticks) {
     whole.copy(text.data(), timeLength);
     lastSecond = second;
   }
-  std::int64_t micros = ticks % microsPerSecond;
+  std::int64_t micros = ticks % TimeUtils::microsPerSecond;
   for (std::size_t i = 1; i <= fractionLength; ++i, micros /= 10) {
     text[timeLength - i] = static_cast<char>('0' + micros % 10);
   }

@@ -15,7 +15,7 @@ namespace {
 
 // Deliberately not the name of this source file: people search logs for "BasicLog.cpp".
 constexpr char sourceName[] = "BasicLog.cpp";
-constexpr int loggerCreationErrorLine = 638;
+constexpr int loggerCreationErrorLine = 638;  // deliberately fixed, for the same reason
 constexpr std::string_view anonymousLogger = "<anonymous logger>";
 
 // The loggers that exist from the start, in the order of their creation.
