@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -231,6 +232,8 @@ void installRecorder(const std::string& path, const std::string& record, int exi
   installScript(path, "echo \"$(basename \"$0\") $*\" >> " + record + "\nexit " + std::to_string(exitStatus) + "\n");
 }
 
+std::string recordedCalls() { return exists(kCalls) ? readFile(kCalls) : ""; }
+
 void installDaemon() {
   remove("/usr/sbin/hip");
   writeFile("/usr/sbin/hip", readFile(places::hipStandin()), 0755);
@@ -279,6 +282,27 @@ SmallDisk::SmallDisk(const std::string& folder, size_t bytes) : folder_(folder) 
 }
 
 SmallDisk::~SmallDisk() { (void)::umount2(folder_.c_str(), MNT_DETACH); }
+
+void fillDisk(const std::string& folder) {
+  for (int i = 0;; ++i) {
+    try {
+      writeFile(folder + "/filler" + std::to_string(i), std::string(4096, 'x'));
+    } catch (const std::runtime_error&) {
+      return;
+    }
+  }
+}
+
+FileSizeLimit::FileSizeLimit(rlim_t bytes) : oldAction_(std::signal(SIGXFSZ, SIG_IGN)) {
+  must(::getrlimit(RLIMIT_FSIZE, &old_) == 0, "getrlimit");
+  const rlimit limited = {bytes, old_.rlim_max};
+  must(::setrlimit(RLIMIT_FSIZE, &limited) == 0, "setrlimit");
+}
+
+FileSizeLimit::~FileSizeLimit() {
+  (void)::setrlimit(RLIMIT_FSIZE, &old_);
+  (void)std::signal(SIGXFSZ, oldAction_);
+}
 
 BoundByModes::BoundByModes() { changeEffective(false); }
 BoundByModes::~BoundByModes() { changeEffective(true); }

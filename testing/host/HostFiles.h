@@ -2,6 +2,7 @@
 // std::runtime_error on failure, because a test whose setup fails has failed.
 #pragma once
 
+#include <sys/resource.h>
 #include <sys/types.h>
 
 #include <string>
@@ -13,6 +14,9 @@ namespace host {
 constexpr const char* kProfiles = "/etc/zuv/profiles/";
 constexpr const char* kCurrent = "/etc/zuv/profiles/.current";
 constexpr const char* kFactory = "/etc/zuv/profiles/.factory";
+// The program with which the systemd backend stops and starts the daemon, and the file in which tests record its calls.
+constexpr const char* kSystemctl = "/bin/systemctl";
+constexpr const char* kCalls = "/tmp/calls";
 
 // Writes a whole file and creates missing folders above it. Afterwards the file has the mode `mode`, whatever the umask
 // is and whether or not the file existed before.
@@ -65,6 +69,8 @@ void installScript(const std::string& path, const std::string& body);
 // Installs a script that appends a line with its name and arguments to the file `record` at each call and exits with
 // `exitStatus`.
 void installRecorder(const std::string& path, const std::string& record, int exitStatus = 0);
+// Returns the content of kCalls, which is empty if no call was recorded.
+std::string recordedCalls();
 // Installs the stand-in daemon as /usr/sbin/hip.
 void installDaemon();
 
@@ -96,6 +102,21 @@ class SmallDisk {
 
  private:
   const std::string folder_;
+};
+// Writes files into the folder until its file system is full.
+void fillDisk(const std::string& folder);
+
+// Until the end of its scope, this process can write no file beyond `bytes` bytes, and gets no signal when it tries.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes);
+  ~FileSizeLimit();
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+ private:
+  rlimit old_ = {};
+  void (*const oldAction_)(int);
 };
 
 // While it lives, permission bits restrict this thread although its uid is 0: it cannot read a file of mode 000.

@@ -49,32 +49,6 @@ class ProfileChangesTest : public HostTest {
   std::string before_;
 };
 
-// Limits the size of files for its scope.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t bytes) : action_(std::signal(SIGXFSZ, SIG_IGN)) {
-    (void)::getrlimit(RLIMIT_FSIZE, &old_);
-    const rlimit limited = {bytes, old_.rlim_max};
-    EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limited), 0);
-  }
-  ~FileSizeLimit() {
-    (void)::setrlimit(RLIMIT_FSIZE, &old_);
-    (void)std::signal(SIGXFSZ, action_);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  rlimit old_ = {};
-  void (*action_)(int);
-};
-
-// Waits for the children that a failed waitpid has left.
-void waitForChildren() {
-  while (::wait(nullptr) > 0) {
-  }
-}
-
 // --- The first steps that all operations share
 
 TEST_F(ProfileChangesTest, EveryOperationChecksAuthorizationFirst) {
@@ -269,16 +243,6 @@ TEST_F(ActivateTest, TheNullBackendDoesNothingAndReturnsAFailure) {
   EXPECT_EQ(calls(), "");
 }
 
-TEST_F(ActivateTest, AMarkerThatCannotGrowKeepsItsContent) {
-  host::makeProfile("profile-with-a-longer-name", "longer");
-  {
-    const FileSizeLimit limit(10);  // the size of the marker
-    std::string name;
-    EXPECT_THAT(ProfileChanges::activateProfile("longer", "null", name), HasCode(status::childExitedNonzero));
-  }
-  EXPECT_EQ(current(), "profile-1\n");
-}
-
 TEST_F(ActivateTest, ALinkedDirectoryCanBeActivated) {
   host::writeFile("/tmp/elsewhere/profile_name", "linked\n");
   host::makeLink("/etc/zuv/profiles/link", "/tmp/elsewhere");
@@ -293,37 +257,6 @@ TEST_F(ActivateTest, AMarkerThatPointsOutsideTheStoreIsReplaced) {
   std::string name;
   EXPECT_THAT(ProfileChanges::activateProfile("office", "systemd", name), HasCode(status::success));
   EXPECT_EQ(current(), "profile-2\n");
-}
-
-TEST_F(ActivateTest, AFaultAnywhereLeavesTheOldMarkerOrTheNewOne) {
-  const FaultLoop loop{[] {
-    host::reset();
-    host::makeProfile("profile-1", "lab");
-    host::makeProfile("profile-2", "office");
-    host::makeActive("profile-1");
-    host::installRecorder(kSystemctl, kCalls);
-  }};
-  const std::size_t steps = forEachFault(
-      loop,
-      [] {
-        std::string name;
-        return ProfileChanges::activateProfile("dir=profile-2", "systemd", name);
-      },
-      [](const Status& activated, const Fault& fault) {
-        waitForChildren();
-        const std::string marker = host::readFile(host::kCurrent);
-        EXPECT_THAT(marker, AnyOf("profile-1\n", "profile-2\n"));
-        EXPECT_EQ(host::readFile(kLab + "/profile_name"s), "lab\n");
-        if (!fault) {
-          EXPECT_THAT(activated, HasCode(status::success));
-          EXPECT_EQ(calls(), "systemctl stop hip\nsystemctl start hip\n");
-          EXPECT_EQ(marker, "profile-2\n");
-        }
-        if (activated.isSuccess()) {
-          EXPECT_NE(calls().find("start hip\n"), std::string::npos);
-        }
-      });
-  EXPECT_EQ(steps, 20u);  // read name and marker 8, fork, waitpid, write the marker 7, chmod, fork, waitpid
 }
 
 // --- Delete
@@ -452,43 +385,6 @@ TEST_F(DeleteTest, TheNameFileIsRemovedLast) {
   EXPECT_GE(namesThen.size(), 7u);
 }
 
-TEST_F(DeleteTest, AFaultAnywhereIsReportedAndChangesNoOtherProfile) {
-  const FaultLoop loop{[] {
-    host::reset();
-    host::makeProfile("profile-1", "lab");
-    host::makeProfile("profile-2", "office");
-    host::writeFile(kOffice + "/ca-certs/ca.pem"s, "x");
-    host::makeActive("profile-1");
-  }};
-  const auto remove = [] { return ProfileChanges::deleteProfile("dir=profile-2"); };
-  forEachFault(loop, remove, [](const Status& deleted, const Fault& fault) {
-    EXPECT_EQ(host::exists(kOffice), !deleted.isSuccess());
-    EXPECT_EQ(host::tree(kLab), "f 0644 hip.conf \"\"\nf 0640 profile_name \"lab\\n\"\n");
-    EXPECT_EQ(current(), "profile-1\n");
-    if (!fault) {
-      EXPECT_THAT(deleted, HasCode(status::success));
-    }
-    if (!deleted.isSuccess()) {
-      EXPECT_THAT(deleted, AnyOf(HasCode(status::applicationError), HasCode(status::profileNotFound)));
-    }
-  });
-  EXPECT_THAT(
-      fault_loop::run(loop, {}, remove),
-      ElementsAreArray({
-          "openat",   "fstat",    "read",    "close",                             // read the name
-          "openat",   "fstat",    "read",    "close",                             // read the marker
-          "lstat",                                                                // the directory is no link
-          "lstat",    "lstat",    "openat",  "fstat",   "openat",   "fdopendir",  // open ca-certs
-          "readdir",  "readdir",  "readdir", "readdir", "closedir",               // list it
-          "unlinkat", "close",    "rmdir",                                        // remove its file and then itself
-          "lstat",    "unlink",                                                   // find no customer-certs
-          "lstat",    "unlink",                                                   // find no peer_certs
-          "lstat",    "lstat",    "openat",  "fstat",   "openat",   "fdopendir",  // open the profile's directory
-          "readdir",  "readdir",  "readdir", "readdir", "readdir",  "closedir",   // list it
-          "unlinkat", "unlinkat", "close",   "rmdir",  // remove its two files and then itself
-      }));
-}
-
 // --- Rename
 
 class RenameTest : public ProfileChangesTest {
@@ -595,14 +491,6 @@ TEST_F(RenameTest, RenamingALinkedProfileToItsOwnNameWritesNothing) {
   EXPECT_EQ(host::readFile("/tmp/elsewhere/profile_name"), "other\n");
 }
 
-TEST_F(RenameTest, ExceedingTheFileSizeLimitKeepsTheOldName) {
-  const FileSizeLimit limit(4);  // the size of the name file
-  std::string name = "left over";
-  EXPECT_THAT(ProfileChanges::renameProfile("lab", "a longer name", name), HasCode(status::writeError));
-  EXPECT_EQ(name, "");
-  EXPECT_EQ(store(), before_);
-}
-
 TEST_F(RenameTest, NoNameIsAcceptedIfTheStoreCannotBeListed) {
   host::makeFifo("/etc/zuv/profiles/profile-3/profile_name");
   before_ = store();
@@ -636,38 +524,6 @@ TEST_F(RenameTest, AnActiveProfileWithoutADirectoryNameIsAnInvalidArgument) {
     EXPECT_EQ(store(), before_);
     EXPECT_FALSE(host::exists("/tmp/profile_name"));
   }
-}
-
-TEST_F(RenameTest, AFaultAnywhereLeavesTheOldNameOrTheNewOne) {
-  const FaultLoop loop{[] {
-    host::reset();
-    host::makeProfile("profile-1", "lab");
-  }};
-  const auto rename = [] {
-    std::string name;
-    Status renamed = ProfileChanges::renameProfile("dir=profile-1", "workshop", name);
-    EXPECT_EQ(name, renamed.isSuccess() ? "workshop" : "");
-    return renamed;
-  };
-  forEachFault(loop, rename, [](const Status& renamed, const Fault& fault) {
-    const std::string name = host::readFile(kLab + "/profile_name"s);
-    const bool hitsReading = fault.call == "openat" || fault.call == "fstat" || fault.call == "read";
-    EXPECT_THAT(name, AnyOf("lab\n", "workshop\n", hitsReading ? "profile\n" : "lab\n"));
-    if (!fault || renamed.isSuccess()) {
-      EXPECT_THAT(renamed, HasCode(status::success));
-      EXPECT_EQ(name, "workshop\n");
-    }
-  });
-  EXPECT_THAT(fault_loop::run(loop, {}, rename),
-              ElementsAreArray({
-                  "openat",  "fstat",     "read",      "close",                  // read the old name
-                  "openat",  "fstatat",                                          // find no marker
-                  "openat",  "openat",    "fdopendir",                           // open the root to check the new name
-                  "readdir", "readdir",   "readdir",   "readdir",   "closedir",  // list it
-                  "openat",  "fstat",     "read",      "close",     "close",     // read the name in it and close it
-                  "open",    "flock",     "fstat",     "fallocate", "write",
-                  "fchmod",  "ftruncate", "close",  // write the longer name
-              }));
 }
 
 // --- Reset
