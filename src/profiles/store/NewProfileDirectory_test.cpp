@@ -56,16 +56,6 @@ TEST_F(NewProfileDirectoryTest, TheFirstNumberFrom123123ThatNoEntryHasIsTaken) {
   }
 }
 
-TEST_F(NewProfileDirectoryTest, TheModeIs0755WhateverTheUmask) {
-  for (const mode_t mask : {mode_t{022}, mode_t{0}, mode_t{0777}}) {
-    SCOPED_TRACE(mask);
-    ::umask(mask);
-    const std::string dirname = made();
-    ::umask(022);
-    EXPECT_EQ(host::modeOf(host::kProfiles + dirname), 0755u);
-  }
-}
-
 TEST_F(NewProfileDirectoryTest, TheSearchEndsAtTheThirdFailureInARowAndAtOnceWithoutAStore) {
   const struct {
     const char* why;

@@ -1,11 +1,7 @@
-// Tests of activating, deleting, renaming and resetting profiles. ProfileModify_test.cpp tests modifying them.
+// Tests of activating, deleting, renaming, resetting and modifying profiles.
 #include "profiles/store/ProfileChanges.h"
 
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
-
-#include <csignal>
 
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
@@ -16,15 +12,85 @@
 namespace {
 
 using namespace std::string_literals;
-using testing::AnyOf;
+using host::kCalls;
+using host::kSystemctl;
+using ProfileChanges::Modification;
+using testing::AllOf;
 using testing::Each;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
+using testing::Field;
 
-constexpr const char* kSystemctl = "/bin/systemctl";
-constexpr const char* kCalls = "/tmp/calls";
 constexpr const char* kLab = "/etc/zuv/profiles/profile-1";
 constexpr const char* kOffice = "/etc/zuv/profiles/profile-2";
+constexpr const char* kStateFiles[] = {"m2_cache", "sadb.state", "hip.state", "peers", "map.state", "hipvars.txt"};
+constexpr const char* kRestart = "systemctl stop hip\nsystemctl start hip\n";
+
+// The status of an operation, and the profile's name as it returned it.
+struct Result {
+  Status status;
+  std::string name;
+};
+
+auto gave(StatusCode code, const std::string& name) {
+  return AllOf(Field("status", &Result::status, HasCode(code)), Field("name", &Result::name, name));
+}
+
+Result activate(const std::string& selector, const std::string& initSystem = "systemd") {
+  std::string name = "left over";
+  Status status = ProfileChanges::activateProfile(selector, initSystem, name);
+  return {status, name};
+}
+
+Result rename(const std::string& selector, const std::string& newName) {
+  std::string name = "left over";
+  Status status = ProfileChanges::renameProfile(selector, newName, name);
+  return {status, name};
+}
+
+Result reset(const std::string& selector) {
+  std::string name = "left over";
+  Status status = ProfileChanges::resetProfile(selector, name);
+  return {status, name};
+}
+
+// Returns a modification with one more value.
+template <typename Member, typename Value>
+Modification with(Member Modification::*member, const Value& value, Modification wanted = {}) {
+  wanted.*member = value;
+  return wanted;
+}
+
+Result modify(const std::string& selector, Modification wanted) {
+  if (wanted.initSystem.empty()) wanted.initSystem = "systemd";
+  ProfileDetails details;
+  details.filled = true;
+  details.name = "left over";
+  Status status = ProfileChanges::modifyProfile(selector, wanted, details);
+  EXPECT_EQ(details.filled, status.isSuccess());
+  return {status, details.name};
+}
+
+Modification everything() {
+  Modification wanted = with(&Modification::newName, "workshop");
+  wanted.hasHelmsor = true;
+  wanted.helmsorHost = "h";
+  wanted.helmsorPort = 443;
+  wanted.network = "eth0";
+  wanted.invitation = "code";
+  wanted.logLevel = "Warn";
+  return wanted;
+}
+Modification everythingAndActivate() { return with(&Modification::activate, true, everything()); }
+
+// The files of "lab" and "office" before a modification, and those of either after everything(), in host::tree().
+const std::string kHipConf = "f 0644 hip.conf \"\"\n";
+const std::string kOfficeName = "f 0640 profile_name \"office\\n\"\n";
+const std::string kNewEndbox =
+    "f 0644 endbox.conf \"log_level=warning\\nopenhip.log_level=warning\\nactivation_code=code\\n\"\n";
+const std::string kNewHipConf = "f 0644 hip.conf \"master_interface=eth0\\n\"\n";
+const std::string kNewAddress = "f 0640 mapconfig.static \"map_uri=https://h:443\\n\"\n";
+const std::string kNewName = "f 0640 profile_name \"workshop\\n\"\n";
+const std::string kEverythingChanged = kNewEndbox + kNewHipConf + kNewAddress + kNewName;
 
 class ProfileChangesTest : public HostTest {
  protected:
@@ -32,6 +98,13 @@ class ProfileChangesTest : public HostTest {
     HostTest::SetUp();
     if (IsSkipped()) return;
     setAuthorizationMode(authorizationAlways);
+    makeScene();
+  }
+  void TearDown() override { setAuthorizationMode(authorizationNever); }
+
+  // "lab" is active but stopped, "office" is not active.
+  void makeScene() {
+    host::reset();
     host::makeProfile("profile-1", "lab");
     host::makeProfile("profile-2", "office");
     host::makeProfile(".factory", "template");
@@ -39,104 +112,141 @@ class ProfileChangesTest : public HostTest {
     host::installRecorder(kSystemctl, kCalls);
     before_ = store();
   }
-  void TearDown() override { setAuthorizationMode(authorizationNever); }
+  void expectUnchanged() const {
+    EXPECT_EQ(store(), before_);
+    EXPECT_EQ(host::recordedCalls(), "");
+  }
 
   static std::string store() { return host::tree(host::kProfiles); }
-  static std::string calls() { return host::exists(kCalls) ? host::readFile(kCalls) : ""; }
   static std::string current() { return host::readFile(host::kCurrent); }
-  static void makeStopped() { host::writeFile(kLab + "/hipvars.txt"s, "uptime.now=1\nuptime.started=1\n"); }
+  static std::string nameOf(const std::string& folder) { return host::readFile(folder + "/profile_name"); }
+  static void putLab(const std::string& file, const std::string& text) { host::writeFile(kLab + ("/" + file), text); }
+  static void putOffice(const std::string& file, const std::string& text) {
+    host::writeFile(kOffice + ("/" + file), text);
+  }
+  static void makeRunning() { host::writeHeartbeat(kLab); }
+  static void makeUnlistable() { host::makeFifo("/etc/zuv/profiles/profile-3/profile_name"); }
+  static void makeLinked() {
+    host::writeFile("/tmp/elsewhere/profile_name", "linked\n");
+    host::makeLink("/etc/zuv/profiles/link", "/tmp/elsewhere");
+  }
+  static void putStateFiles(const std::string& folder) {
+    for (const char* file : kStateFiles) host::writeFile(folder + "/" + file, "state\n");
+  }
 
   std::string before_;
 };
 
 // --- The first steps that all operations share
 
+const struct {
+  const char* name;
+  Result (*run)(const std::string& selector);
+} kOperations[] = {
+    {"activate", [](const std::string& selector) { return activate(selector); }},
+    {"delete",
+     [](const std::string& selector) {
+       return Result{ProfileChanges::deleteProfile(selector), ""};
+     }},
+    {"rename", [](const std::string& selector) { return rename(selector, ""); }},
+    {"modify", [](const std::string& selector) { return modify(selector, with(&Modification::newName, "")); }},
+    {"reset", reset},
+};
+
 TEST_F(ProfileChangesTest, EveryOperationChecksAuthorizationFirst) {
   for (const int mode : {authorizationNever, 3, -1}) {
     setAuthorizationMode(mode);
     for (const std::string selector : {"lab", "missing", "", ".factory", "dir="}) {
-      std::string name = "left over";
-      ProfileDetails details;
-      EXPECT_THAT(ProfileChanges::activateProfile(selector, "systemd", name), HasCode(status::authenticationError));
-      EXPECT_EQ(name, "");
-      EXPECT_THAT(ProfileChanges::deleteProfile(selector), HasCode(status::authenticationError));
-      EXPECT_THAT(ProfileChanges::renameProfile(selector, "", name), HasCode(status::authenticationError));
-      EXPECT_THAT(ProfileChanges::resetProfile(selector, name), HasCode(status::authenticationError));
-      EXPECT_THAT(ProfileChanges::modifyProfile(selector, {}, details), HasCode(status::authenticationError));
+      for (const auto& operation : kOperations) {
+        SCOPED_TRACE(operation.name);
+        EXPECT_THAT(operation.run(selector), gave(status::authenticationError, "")) << selector;
+      }
     }
   }
-  EXPECT_EQ(store(), before_);
-  EXPECT_EQ(calls(), "");
+  expectUnchanged();
 }
 
 TEST_F(ProfileChangesTest, InRootOnlyModeOnlyRootMayChangeProfiles) {
   SKIP_WITHOUT_OTHER_USERS();
   setAuthorizationMode(authorizationRootOnly);
-  std::string name;
   ASSERT_EQ(::seteuid(1000), 0);
-  const Status refused = ProfileChanges::renameProfile("lab", "x", name);
+  const Result refused = rename("lab", "x");
   ASSERT_EQ(::seteuid(0), 0);
-  EXPECT_THAT(refused, HasCode(status::authenticationError));
-  EXPECT_THAT(ProfileChanges::renameProfile("lab", "x", name), HasCode(status::success));
+  EXPECT_THAT(refused, gave(status::authenticationError, ""));
+  EXPECT_THAT(rename("lab", "x"), gave(status::success, "x"));
 }
 
-TEST_F(ProfileChangesTest, AFailedResolutionEndsEveryOperationWithItsStatus) {
+TEST_F(ProfileChangesTest, AFailedResolutionEndsEveryOperationWithItsStatusBeforeTheNameIsChecked) {
   const struct {
     const char* selector;
     StatusCode code;
-  } cases[] = {{"missing", status::profileNotFound},      {"dir=", status::invalidArgument},
-               {"dir=missing", status::profileNotFound},  {"dir=../../../tmp", status::profileNotFound},
-               {"dir=.current", status::profileNotFound}, {"Lab", status::profileNotFound}};
+    void (*put)();
+  } cases[] = {
+      {"missing", status::profileNotFound, [] {}},
+      {"dir=missing", status::profileNotFound, [] {}},
+      {"dir=../../../tmp", status::profileNotFound, [] {}},
+      {"dir=.current", status::profileNotFound, [] {}},
+      {"Lab", status::profileNotFound, [] {}},
+      {"dir=", status::invalidArgument, [] {}},
+      {"lab", status::applicationError, makeUnlistable},
+  };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.selector);
-    std::string name = "left over";
-    ProfileDetails details;
-    EXPECT_THAT(ProfileChanges::activateProfile(c.selector, "systemd", name), HasCode(c.code));
-    EXPECT_EQ(name, "");
-    EXPECT_THAT(ProfileChanges::deleteProfile(c.selector), HasCode(c.code));
-    EXPECT_THAT(ProfileChanges::renameProfile(c.selector, "x", name), HasCode(c.code));
-    EXPECT_THAT(ProfileChanges::resetProfile(c.selector, name), HasCode(c.code));
-    EXPECT_THAT(ProfileChanges::modifyProfile(c.selector, {}, details), HasCode(c.code));
+    c.put();
+    before_ = store();
+    for (const auto& operation : kOperations) {
+      SCOPED_TRACE(c.selector + " "s + operation.name);
+      const Result refused = operation.run(c.selector);
+      EXPECT_THAT(refused, gave(c.code, ""));
+      EXPECT_EQ(refused.status.details(), "");
+    }
+    expectUnchanged();
   }
-  EXPECT_EQ(store(), before_);
-  EXPECT_EQ(calls(), "");
-}
-
-TEST_F(ProfileChangesTest, AStoreThatCannotBeListedIsAnApplicationError) {
-  host::makeFifo("/etc/zuv/profiles/profile-3/profile_name");
-  std::string name;
-  ProfileDetails details;
-  EXPECT_THAT(ProfileChanges::activateProfile("lab", "systemd", name), HasCode(status::applicationError));
-  EXPECT_THAT(ProfileChanges::deleteProfile("lab"), HasCode(status::applicationError));
-  EXPECT_THAT(ProfileChanges::renameProfile("lab", "x", name), HasCode(status::applicationError));
-  EXPECT_THAT(ProfileChanges::resetProfile("lab", name), HasCode(status::applicationError));
-  EXPECT_THAT(ProfileChanges::modifyProfile("lab", {}, details), HasCode(status::applicationError));
 }
 
 TEST_F(ProfileChangesTest, TheTemplateCanOnlyBeResetHoweverItIsSelected) {
   host::writeFile("/etc/zuv/profiles/.factory/hip.state", "x");
   before_ = store();
   for (const char* selector : {".factory", "dir=.factory"}) {
-    SCOPED_TRACE(selector);
-    std::string name;
-    ProfileDetails details;
-    ProfileChanges::Modification wanted;
-    wanted.newName = "";
-    EXPECT_THAT(ProfileChanges::activateProfile(selector, "systemd", name), HasCode(status::invalidArgument));
-    EXPECT_THAT(ProfileChanges::deleteProfile(selector), HasCode(status::invalidArgument));
-    const Status renamed = ProfileChanges::renameProfile(selector, "", name);
-    EXPECT_THAT(renamed, HasCode(status::invalidArgument));
-    EXPECT_EQ(renamed.details(), "") << "refused before the name is checked";
-    const Status modified = ProfileChanges::modifyProfile(selector, wanted, details);
-    EXPECT_THAT(modified, HasCode(status::invalidArgument));
-    EXPECT_EQ(modified.details(), "");
+    for (const auto& operation : kOperations) {
+      SCOPED_TRACE(selector + " "s + operation.name);
+      if (operation.name == "reset"s) continue;
+      const Result refused = operation.run(selector);
+      EXPECT_THAT(refused, gave(status::invalidArgument, ""));
+      EXPECT_EQ(refused.status.details(), "") << "refused before the name is checked";
+    }
   }
-  EXPECT_EQ(store(), before_);
-  EXPECT_EQ(calls(), "");
-  std::string name;
-  EXPECT_THAT(ProfileChanges::resetProfile(".factory", name), HasCode(status::success));
-  EXPECT_EQ(name, ".factory");
+  expectUnchanged();
+  EXPECT_THAT(reset(".factory"), gave(status::success, ".factory"));
   EXPECT_FALSE(host::exists("/etc/zuv/profiles/.factory/hip.state"));
+}
+
+TEST_F(ProfileChangesTest, AnActiveProfileWithoutADirectoryNameIsRefusedAndItsResetChangesNothing) {
+  const Modification changes[] = {
+      {},
+      everything(),
+      with(&Modification::newName, "x"),
+      with(&Modification::logLevel, "info"),
+      with(&Modification::network, "eth0"),
+      with(&Modification::invitation, "###"),
+      with(&Modification::activate, true),
+      with(&Modification::activate, true, with(&Modification::network, "eth0")),
+      with(&Modification::hasHelmsor, true, with(&Modification::helmsorHost, "h")),
+      with(&Modification::hasHelmsor, true, with(&Modification::helmsorPort, 443)),
+  };
+  putStateFiles("/etc/zuv/profiles");
+  putStateFiles("/tmp");
+  for (const std::string& content : {""s, ".\n"s, "..\n"s, "../..\n"s, "../../../tmp\n"s, "/\n"s, ".factory\n"s,
+                                     "profile-1/..\n"s, "profile-1\0/..\n"s}) {
+    SCOPED_TRACE(host::quoted(content));
+    host::writeFile(host::kCurrent, content, 0666);
+    const std::string before = host::tree("/etc/zuv") + host::tree("/tmp");
+    EXPECT_THAT(ProfileChanges::deleteProfile("--active"), HasCode(status::applicationError));
+    EXPECT_THAT(ProfileChanges::deleteProfile(""), HasCode(status::applicationError));
+    EXPECT_THAT(rename("", "x"), gave(status::invalidArgument, ""));
+    EXPECT_THAT(reset(""), gave(status::success, ""));
+    for (const Modification& change : changes) EXPECT_THAT(modify("", change), gave(status::invalidArgument, ""));
+    EXPECT_EQ(host::tree("/etc/zuv") + host::tree("/tmp"), before);
+  }
 }
 
 // --- Activate
@@ -147,76 +257,70 @@ TEST_F(ActivateTest, AnInactiveProfileBecomesActiveWhateverTheStateOfTheDaemon) 
   const struct {
     const char* why;
     void (*put)();
+    const char* selector = "office";
+    const char* name = "office";
+    const char* marker = "profile-2\n";
   } cases[] = {
-      {"running", [] { host::writeHeartbeat(kLab); }},
-      {"not running", [] { host::remove(kLab + "/hipvars.txt"s); }},
-      {"an old heartbeat", [] { makeStopped(); }},
-      {"unknown", [] { host::writeFile(kLab + "/hipvars.txt"s, "x=1\n"); }},
+      {"running", makeRunning},
+      {"not running", [] {}},
+      {"an old heartbeat", [] { putLab("hipvars.txt", "uptime.now=1\nuptime.started=1\n"); }},
+      {"unknown", [] { putLab("hipvars.txt", "x=1\n"); }},
       {"no active profile", [] { host::remove(host::kCurrent); }},
+      {"a marker that points outside the store", [] { host::makeActive("../../../tmp/evil"); }},
+      {"a linked directory", makeLinked, "dir=link", "linked", "link\n"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
-    host::makeActive("profile-1");
-    host::remove(kCalls);
+    makeScene();
     c.put();
-    std::string name;
-    EXPECT_THAT(ProfileChanges::activateProfile("office", "systemd", name), HasCode(status::success));
-    EXPECT_EQ(name, "office");
-    EXPECT_EQ(calls(), "systemctl stop hip\nsystemctl start hip\n");
-    EXPECT_EQ(current(), "profile-2\n");
+    EXPECT_THAT(activate(c.selector), gave(status::success, c.name));
+    EXPECT_EQ(host::recordedCalls(), kRestart);
+    EXPECT_EQ(current(), c.marker);
     EXPECT_EQ(host::modeOf(host::kCurrent), 0666u);
   }
 }
 
-TEST_F(ActivateTest, TheActiveRunningProfileIsLeftAlone) {
-  host::writeHeartbeat(kLab);
-  before_ = store();
-  for (const char* selector : {"lab", "dir=profile-1", ".current", "--active"}) {
-    std::string name;
-    EXPECT_THAT(ProfileChanges::activateProfile(selector, "systemd", name), HasCode(status::success));
-    EXPECT_EQ(name, "lab");
-  }
-  EXPECT_EQ(calls(), "");
-  EXPECT_EQ(store(), before_);
-}
-
-TEST_F(ActivateTest, TheActiveStoppedProfileIsOnlyStarted) {
+TEST_F(ActivateTest, TheActiveProfileIsOnlyStartedIfItDoesNotRun) {
   host::setMode(host::kCurrent, 0600);
   before_ = store();
-  std::string name;
-  EXPECT_THAT(ProfileChanges::activateProfile("lab", "systemd", name), HasCode(status::success));
-  EXPECT_EQ(name, "lab");
-  EXPECT_EQ(calls(), "systemctl start hip\n");
+  EXPECT_THAT(activate("lab"), gave(status::success, "lab"));
+  EXPECT_EQ(host::recordedCalls(), "systemctl start hip\n");
   EXPECT_EQ(store(), before_) << "the marker is not touched";
+  makeScene();
+  makeRunning();
+  before_ = store();
+  for (const char* selector : {"lab", "dir=profile-1", ".current", "--active"}) {
+    EXPECT_THAT(activate(selector), gave(status::success, "lab")) << selector;
+  }
+  expectUnchanged();
 }
 
 TEST_F(ActivateTest, AnEmptySelectorIsAnInvalidArgument) {
-  std::string name = "left over";
-  EXPECT_THAT(ProfileChanges::activateProfile("", "systemd", name), HasCode(status::invalidArgument));
-  EXPECT_EQ(name, "");
-  EXPECT_EQ(calls(), "");
+  EXPECT_THAT(activate(""), gave(status::invalidArgument, ""));
+  expectUnchanged();
 }
 
 TEST_F(ActivateTest, TheStatusIsThatOfTheStart) {
   const struct {
     const char* why;
-    const char* script;
+    void (*put)();
     StatusCode code;
+    const char* initSystem = "systemd";
   } cases[] = {
-      {"exit status", "exit 5\n", status::childExitedNonzero},
-      {"signal", "kill -TERM $$\n", status::childKilledBySignal},
-      {"missing tool", nullptr, status::childExitedNonzero},
+      {"exit status", [] { host::installScript(kSystemctl, "exit 5\n"); }, status::childExitedNonzero},
+      {"signal", [] { host::installScript(kSystemctl, "kill -TERM $$\n"); }, status::childKilledBySignal},
+      {"missing tool", [] { host::remove("/usr/bin/systemctl"); }, status::childExitedNonzero},
+      {"the null backend does nothing", [] {}, status::childExitedNonzero, "null"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
-    host::makeActive("profile-1");
-    host::remove("/usr/bin/systemctl");
-    if (c.script != nullptr) host::installScript(kSystemctl, c.script);
-    std::string name;
-    EXPECT_THAT(ProfileChanges::activateProfile("office", "systemd", name), HasCode(c.code));
+    makeScene();
+    c.put();
+    EXPECT_THAT(activate("office", c.initSystem), gave(c.code, "office"));
     EXPECT_EQ(current(), "profile-2\n");
-    EXPECT_THAT(ProfileChanges::activateProfile("office", "systemd", name), HasCode(c.code))
+    EXPECT_THAT(activate("office", c.initSystem), gave(c.code, "office"))
         << "the profile is active now, so the daemon is only started";
+    EXPECT_EQ(host::recordedCalls(), "");
   }
 }
 
@@ -224,39 +328,14 @@ TEST_F(ActivateTest, AFailedStopOrSwitchIsNotReported) {
   host::installScript(kSystemctl, "echo \"$1\" >> /tmp/calls\n[ \"$1\" = start ]\n");
   host::remove(host::kCurrent);
   host::makeDirs(host::kCurrent);
-  std::string name;
-  EXPECT_THAT(ProfileChanges::activateProfile("office", "systemd", name), HasCode(status::success));
-  EXPECT_EQ(calls(), "stop\nstart\n");
+  EXPECT_THAT(activate("office"), gave(status::success, "office"));
+  EXPECT_EQ(host::recordedCalls(), "stop\nstart\n");
 }
 
 TEST_F(ActivateTest, AFailedForkOfTheStartIsReturned) {
   const ArmedFaults armed({1, true, EAGAIN, {"fork"}});
-  std::string name;
-  EXPECT_THAT(ProfileChanges::activateProfile("office", "systemd", name), HasCode(status::forkError));
+  EXPECT_THAT(activate("office"), gave(status::forkError, "office"));
   EXPECT_EQ(armed.count(), 2u);
-}
-
-TEST_F(ActivateTest, TheNullBackendDoesNothingAndReturnsAFailure) {
-  std::string name;
-  EXPECT_THAT(ProfileChanges::activateProfile("office", "null", name), HasCode(status::childExitedNonzero));
-  EXPECT_EQ(current(), "profile-2\n");
-  EXPECT_EQ(calls(), "");
-}
-
-TEST_F(ActivateTest, ALinkedDirectoryCanBeActivated) {
-  host::writeFile("/tmp/elsewhere/profile_name", "linked\n");
-  host::makeLink("/etc/zuv/profiles/link", "/tmp/elsewhere");
-  std::string name;
-  EXPECT_THAT(ProfileChanges::activateProfile("dir=link", "systemd", name), HasCode(status::success));
-  EXPECT_EQ(name, "linked");
-  EXPECT_EQ(current(), "link\n");
-}
-
-TEST_F(ActivateTest, AMarkerThatPointsOutsideTheStoreIsReplaced) {
-  host::makeActive("../../../tmp/evil");
-  std::string name;
-  EXPECT_THAT(ProfileChanges::activateProfile("office", "systemd", name), HasCode(status::success));
-  EXPECT_EQ(current(), "profile-2\n");
 }
 
 // --- Delete
@@ -264,10 +343,9 @@ TEST_F(ActivateTest, AMarkerThatPointsOutsideTheStoreIsReplaced) {
 using DeleteTest = ProfileChangesTest;
 
 TEST_F(DeleteTest, TheDirectoryIsRemovedWithAllItsContents) {
-  host::writeFile(kOffice + "/ca-certs/a/b/c.pem"s, "x");
-  host::writeFile(kOffice + "/customer-certs/c.pem"s, "x");
-  host::writeFile(kOffice + "/peer_certs/c.pem"s, "x");
-  host::writeFile(kOffice + "/sub/deep/file"s, "x");
+  for (const char* file : {"ca-certs/a/b/c.pem", "customer-certs/c.pem", "peer_certs/c.pem", "sub/deep/file"}) {
+    putOffice(file, "x");
+  }
   EXPECT_THAT(ProfileChanges::deleteProfile("office"), HasCode(status::success));
   EXPECT_EQ(store(),
             "f 0666 .current \"profile-1\\n\"\n"
@@ -280,42 +358,43 @@ TEST_F(DeleteTest, TheDirectoryIsRemovedWithAllItsContents) {
 }
 
 TEST_F(DeleteTest, TheActiveStoppedProfileIsDeletedAndElectingIsLeftToTheCaller) {
-  EXPECT_THAT(ProfileChanges::deleteProfile("lab"), HasCode(status::success));
-  EXPECT_FALSE(host::exists(kLab));
-  EXPECT_EQ(current(), "profile-1\n");
-  EXPECT_EQ(calls(), "");
-}
-
-TEST_F(DeleteTest, TheActiveRunningProfileIsNotDeleted) {
-  host::writeHeartbeat(kLab);
-  before_ = store();
-  for (const char* selector : {"lab", "dir=profile-1", "--active", ""}) {
-    EXPECT_THAT(ProfileChanges::deleteProfile(selector), HasCode(status::notWhileRunning));
+  for (const char* selector : {"lab", "--active"}) {
+    SCOPED_TRACE(selector);
+    makeScene();
+    EXPECT_THAT(ProfileChanges::deleteProfile(selector), HasCode(status::success));
+    EXPECT_FALSE(host::exists(kLab));
+    EXPECT_EQ(current(), "profile-1\n");
+    EXPECT_EQ(host::recordedCalls(), "");
   }
-  EXPECT_EQ(store(), before_);
 }
 
-TEST_F(DeleteTest, TheSelectorDotCurrentIsRefusedButDashDashActiveIsAccepted) {
-  EXPECT_THAT(ProfileChanges::deleteProfile(".current"), HasCode(status::invalidArgument));
-  EXPECT_THAT(ProfileChanges::deleteProfile(".factory"), HasCode(status::invalidArgument));
-  EXPECT_EQ(store(), before_);
-  EXPECT_THAT(ProfileChanges::deleteProfile("--active"), HasCode(status::success));
-  EXPECT_FALSE(host::exists(kLab));
-}
-
-TEST_F(DeleteTest, TemplateAndMarkerAreRefusedEvenIfTheStoreCannotBeListed) {
-  host::makeFifo("/etc/zuv/profiles/profile-3/profile_name");
-  before_ = store();
-  EXPECT_THAT(ProfileChanges::deleteProfile("office"), HasCode(status::applicationError));
-  for (const char* selector : {".factory", ".current"}) {
-    EXPECT_THAT(ProfileChanges::deleteProfile(selector), HasCode(status::invalidArgument)) << selector;
+TEST_F(DeleteTest, TheRunningProfileAndTheSelectorsOfTemplateAndMarkerAreRefused) {
+  const struct {
+    const char* why;
+    void (*put)();
+    std::vector<const char*> selectors;
+    StatusCode code;
+  } cases[] = {
+      {"the running profile", makeRunning, {"lab", "dir=profile-1", "--active", ""}, status::notWhileRunning},
+      {"template and marker", [] {}, {".factory", ".current"}, status::invalidArgument},
+      {"the same if the store cannot be listed", makeUnlistable, {".factory", ".current"}, status::invalidArgument},
+      {"another profile if the store cannot be listed", makeUnlistable, {"office"}, status::applicationError},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    makeScene();
+    c.put();
+    before_ = store();
+    for (const char* selector : c.selectors) {
+      EXPECT_THAT(ProfileChanges::deleteProfile(selector), HasCode(c.code)) << selector;
+    }
+    expectUnchanged();
   }
-  EXPECT_EQ(store(), before_);
 }
 
 TEST_F(DeleteTest, TheCertificateDirectoriesAreRemovedFirstAndInOrder) {
   const std::vector<std::string> parts = {"ca-certs", "customer-certs", "peer_certs", "logs"};
-  for (const std::string& part : parts) host::writeFile(kOffice + "/"s + part + "/file", "x");
+  for (const std::string& part : parts) putOffice(part + "/file", "x");
   std::vector<std::string> stages;
   FaultPlan plan;
   plan.calls = {"unlinkat", "unlink", "rmdir"};
@@ -332,51 +411,33 @@ TEST_F(DeleteTest, TheCertificateDirectoriesAreRemovedFirstAndInOrder) {
                                   "peer_certs logs ", "logs ", ""));
 }
 
-TEST_F(DeleteTest, AnActiveProfileWithoutADirectoryNameIsAnApplicationErrorAndNothingIsTouched) {
-  for (const std::string& content :
-       {""s, "..\n"s, "../..\n"s, "/\n"s, ".factory\n"s, "profile-1/..\n"s, "profile-1\0/..\n"s}) {
-    SCOPED_TRACE(host::quoted(content));
-    host::writeFile(host::kCurrent, content, 0666);
-    before_ = host::tree("/etc/zuv");
-    EXPECT_THAT(ProfileChanges::deleteProfile("--active"), HasCode(status::applicationError));
-    EXPECT_THAT(ProfileChanges::deleteProfile(""), HasCode(status::applicationError));
-    EXPECT_EQ(host::tree("/etc/zuv"), before_);
-  }
-}
-
-TEST_F(DeleteTest, OnlyTheLinkOfALinkedProfileIsRemoved) {
-  host::writeFile("/tmp/elsewhere/profile_name", "linked\n");
+TEST_F(DeleteTest, LinksAreRemovedButNotTheirTargets) {
+  makeLinked();
   host::writeFile("/tmp/elsewhere/ca-certs/ca.pem", "x");
-  host::makeLink("/etc/zuv/profiles/link", "/tmp/elsewhere");
-  const std::string target = host::tree("/tmp/elsewhere");
+  host::makeLink(kOffice + "/ca-certs"s, "/tmp/elsewhere/ca-certs");
+  host::makeLink(kOffice + "/file"s, "/tmp/elsewhere/profile_name");
+  const std::string targets = host::tree("/tmp/elsewhere");
   EXPECT_THAT(ProfileChanges::deleteProfile("dir=link"), HasCode(status::success));
   EXPECT_FALSE(host::exists("/etc/zuv/profiles/link"));
-  EXPECT_EQ(host::tree("/tmp/elsewhere"), target);
-}
-
-TEST_F(DeleteTest, LinksInsideTheProfileAreNotFollowed) {
-  host::writeFile("/tmp/elsewhere/file", "kept");
-  host::makeLink(kOffice + "/ca-certs"s, "/tmp/elsewhere");
-  host::makeLink(kOffice + "/file"s, "/tmp/elsewhere/file");
+  EXPECT_EQ(host::tree("/tmp/elsewhere"), targets);
   EXPECT_THAT(ProfileChanges::deleteProfile("office"), HasCode(status::success));
   EXPECT_FALSE(host::exists(kOffice));
-  EXPECT_EQ(host::readFile("/tmp/elsewhere/file"), "kept");
+  EXPECT_EQ(host::tree("/tmp/elsewhere"), targets);
 }
 
 TEST_F(DeleteTest, AnEntryThatCannotBeRemovedIsAnApplicationErrorAndTheOthersAreRemoved) {
   host::makeFifo(kOffice + "/fifo"s);
-  host::writeFile(kOffice + "/ca-certs/ca.pem"s, "x");
+  putOffice("ca-certs/ca.pem", "x");
   EXPECT_THAT(ProfileChanges::deleteProfile("office"), HasCode(status::applicationError));
   EXPECT_EQ(host::tree(kOffice), "p 0644 fifo\n");
 }
 
 TEST_F(DeleteTest, TheNameFileIsRemovedLast) {
-  host::makeProfile("profile-2", "office");
-  for (const char* file : {"a", "z", "ca-certs/ca.pem", "logs/old"}) host::writeFile(kOffice + "/"s + file, "");
+  for (const char* file : {"a", "z", "ca-certs/ca.pem", "logs/old"}) putOffice(file, "");
   std::vector<std::string> namesThen;
   FaultPlan plan;
   plan.calls = {"unlinkat"};
-  plan.before = [&](std::size_t) { namesThen.push_back(host::readFile(kOffice + "/profile_name"s)); };
+  plan.before = [&](std::size_t) { namesThen.push_back(nameOf(kOffice)); };
   {
     const ArmedFaults armed(plan);
     EXPECT_THAT(ProfileChanges::deleteProfile("office"), HasCode(status::success));
@@ -387,176 +448,113 @@ TEST_F(DeleteTest, TheNameFileIsRemovedLast) {
 
 // --- Rename
 
-class RenameTest : public ProfileChangesTest {
- protected:
-  static std::string rename(const std::string& selector, const std::string& newName) {
-    std::string name = "left over";
-    EXPECT_THAT(ProfileChanges::renameProfile(selector, newName, name), HasCode(status::success));
-    return name;
-  }
-  void expectRefused(const std::string& newName, const char* details) const {
-    std::string name = "left over";
-    const Status refused = ProfileChanges::renameProfile("lab", newName, name);
-    EXPECT_THAT(refused, HasCode(status::invalidArgument)) << host::quoted(newName);
-    EXPECT_EQ(refused.details(), details);
-    EXPECT_EQ(refused.context(), "profile rename");
-    EXPECT_EQ(name, "");
-    EXPECT_EQ(store(), before_);
-  }
-};
+using RenameTest = ProfileChangesTest;
 
-TEST_F(RenameTest, TheNameChangesAndTheDirectoryDoesNot) {
-  EXPECT_EQ(rename("lab", "workshop"), "workshop");
-  EXPECT_EQ(host::tree(kLab), "f 0644 hip.conf \"\"\nf 0640 profile_name \"workshop\\n\"\n");
-  EXPECT_EQ(rename("dir=profile-1", "x"), "x");
-  EXPECT_EQ(host::tree(kLab), "f 0644 hip.conf \"\"\nf 0640 profile_name \"x\\n\"\n");
-  EXPECT_EQ(current(), "profile-1\n");
-}
-
-TEST_F(RenameTest, TheActiveProfileIsRenamedRunningOrNot) {
-  EXPECT_EQ(rename("", "stopped"), "stopped");
-  host::writeHeartbeat(kLab);
-  EXPECT_EQ(rename("--active", "running"), "running");
-  EXPECT_EQ(host::readFile(kLab + "/profile_name"s), "running\n");
-  EXPECT_EQ(calls(), "");
-}
-
-TEST_F(RenameTest, ANewNameLosesBlanksAndControlBytesOnlyAtItsEnds) {
-  EXPECT_EQ(rename("lab", " \t my lab\r\n"), "my lab");
-  EXPECT_EQ(host::readFile(kLab + "/profile_name"s), "my lab\n");
-  EXPECT_EQ(rename("my lab", "l\xc3\xa4z"), "l\xc3\xa4z");
-}
-
-TEST_F(RenameTest, AnEmptyNewNameIsReportedAsNotProvided) {
-  for (const char* newName : {"", " ", "\t\n", "\x7f"}) expectRefused(newName, "profile name not provided");
-}
-
-TEST_F(RenameTest, TheSelectorIsResolvedBeforeAnEmptyNameIsRefused) {
-  const auto expectPlain = [](const char* selector, StatusCode code) {
-    SCOPED_TRACE(selector);
-    std::string name;
-    const Status refused = ProfileChanges::renameProfile(selector, "", name);
-    EXPECT_THAT(refused, HasCode(code));
-    EXPECT_EQ(refused.details(), "");
+TEST_F(RenameTest, TheTrimmedNameIsWrittenAndTheDirectoryKept) {
+  const struct {
+    const char* why;
+    const char* selector;
+    const char* newName;
+    const char* name;
+  } cases[] = {
+      {"selected by name", "lab", "workshop", "workshop"},
+      {"selected by directory", "dir=profile-1", "x", "x"},
+      {"an empty selector", "", "x", "x"},
+      {"the selector of the active profile", "--active", "x", "x"},
+      {"outer blanks and control bytes are lost", "lab", " \t my lab\r\n", "my lab"},
+      {"a high byte is kept", "lab", "l\xc3\xa4z", "l\xc3\xa4z"},
+      {"a selector of a missing directory", "lab", "dir=missing", "dir=missing"},
+      {"a selector of a directory outside the store", "lab", "dir=../x", "dir=../x"},
+      {"a hidden name", "lab", ".hidden", ".hidden"},
   };
-  expectPlain("missing", status::profileNotFound);
-  expectPlain(".factory", status::invalidArgument);
-  host::makeFifo("/etc/zuv/profiles/profile-3/profile_name");
-  expectPlain("lab", status::applicationError);
+  for (const auto& c : cases) {
+    for (const bool isRunning : {false, true}) {
+      SCOPED_TRACE(c.why + (isRunning ? ", running"s : ", stopped"s));
+      makeScene();
+      if (isRunning) makeRunning();
+      EXPECT_THAT(rename(c.selector, c.newName), gave(status::success, c.name));
+      host::remove(kLab + "/hipvars.txt"s);
+      EXPECT_EQ(nameOf(kLab), c.name + "\n"s);
+      host::writeFile(kLab + "/profile_name"s, "lab\n", host::modeOf(kLab + "/profile_name"s));
+      expectUnchanged();
+    }
+  }
+}
+
+TEST_F(RenameTest, ANameIsRefusedIfItIsEmptyOrSelectsAProfileOrHasAControlByte) {
+  const auto expectRefused = [&](const std::string& newName, const char* details) {
+    SCOPED_TRACE(host::quoted(newName));
+    const Result refused = rename("dir=profile-1", newName);
+    EXPECT_THAT(refused, gave(status::invalidArgument, ""));
+    EXPECT_EQ(refused.status.details(), details);
+    EXPECT_EQ(refused.status.context(), "profile rename");
+    expectUnchanged();
+  };
+  for (const char* newName : {"", " ", "\t\n", "\x7f"}) expectRefused(newName, "profile name not provided");
+  for (const char* newName : {"office", "lab", "--active", ".current", ".factory", "dir=profile-1", "dir=profile-2",
+                              "dir=.factory", " office ", "dir="}) {
+    expectRefused(newName, "invalid profile name");
+  }
+  for (int byte = 0; byte < 256; ++byte) {
+    if (byte < 32 || byte == 127) expectRefused("a"s + static_cast<char>(byte) + "b", "invalid profile name");
+  }
+  makeUnlistable();
+  before_ = store();
+  expectRefused("x", "invalid profile name");
 }
 
 TEST_F(RenameTest, ANameThatDiffersOnlyInOuterHighBytesIsAcceptedAndMadeUniqueByTheNextListing) {
   for (const char* newName : {"office\x80", "\xc3\xa4office", "\xffoffice\xff"}) {
     SCOPED_TRACE(host::quoted(newName));
-    host::writeFile(kLab + "/profile_name"s, "lab\n", 0640);
-    host::writeFile(kOffice + "/profile_name"s, "office\n", 0640);
-    EXPECT_EQ(rename("lab", newName), newName);
-    EXPECT_EQ(host::readFile(kLab + "/profile_name"s), newName + "\n"s);
-    EXPECT_EQ(host::readFile(kOffice + "/profile_name"s), "office\n");
+    makeScene();
+    EXPECT_THAT(rename("lab", newName), gave(status::success, newName));
+    EXPECT_EQ(nameOf(kLab), newName + "\n"s);
+    EXPECT_EQ(nameOf(kOffice), "office\n");
     std::vector<ProfileRecord> records;
     ASSERT_TRUE(ProfileStore::listProfiles(records));
     ASSERT_EQ(records.size(), 2u);
     EXPECT_EQ(records[0].name, "office") << "read without its outer bytes";
     EXPECT_EQ(records[1].name, "office#2");
-    EXPECT_EQ(host::readFile(records[1].dir + "/profile_name"), "office#2\n");
-  }
-}
-
-TEST_F(RenameTest, ANameThatSelectsAProfileIsRefused) {
-  for (const char* newName : {"office", "lab", "--active", ".current", ".factory", "dir=profile-1", "dir=profile-2",
-                              "dir=.factory", " office ", "dir="}) {
-    expectRefused(newName, "invalid profile name");
-  }
-}
-
-TEST_F(RenameTest, ADirectorySelectorThatFindsNothingIsAcceptedAsAName) {
-  EXPECT_EQ(rename("lab", "dir=missing"), "dir=missing");
-  EXPECT_EQ(rename("dir=profile-1", "dir=../x"), "dir=../x");
-  EXPECT_EQ(rename("dir=profile-1", ".hidden"), ".hidden");
-}
-
-TEST_F(RenameTest, EveryControlByteInsideANameIsRefused) {
-  for (int byte = 0; byte < 256; ++byte) {
-    if (byte >= 32 && byte != 127) continue;
-    expectRefused("a"s + static_cast<char>(byte) + "b", "invalid profile name");
+    EXPECT_EQ(nameOf(records[1].dir), "office#2\n");
   }
 }
 
 TEST_F(RenameTest, RenamingALinkedProfileToItsOwnNameWritesNothing) {
-  host::writeFile("/tmp/elsewhere/profile_name", "linked\n", 0604);
-  host::makeLink("/etc/zuv/profiles/link", "/tmp/elsewhere");
-  EXPECT_EQ(rename("dir=link", "linked"), "linked");
+  makeLinked();
+  host::setMode("/tmp/elsewhere/profile_name", 0604);
+  EXPECT_THAT(rename("dir=link", "linked"), gave(status::success, "linked"));
   EXPECT_EQ(host::tree("/tmp/elsewhere"), "f 0604 profile_name \"linked\\n\"\n");
-  EXPECT_EQ(rename("dir=link", "other"), "other");
-  EXPECT_EQ(host::readFile("/tmp/elsewhere/profile_name"), "other\n");
+  EXPECT_THAT(rename("dir=link", "other"), gave(status::success, "other"));
+  EXPECT_EQ(nameOf("/tmp/elsewhere"), "other\n");
 }
 
-TEST_F(RenameTest, NoNameIsAcceptedIfTheStoreCannotBeListed) {
-  host::makeFifo("/etc/zuv/profiles/profile-3/profile_name");
-  before_ = store();
-  std::string name;
-  const Status refused = ProfileChanges::renameProfile("dir=profile-1", "x", name);
-  EXPECT_THAT(refused, HasCode(status::invalidArgument));
-  EXPECT_EQ(refused.details(), "invalid profile name");
-  EXPECT_EQ(store(), before_);
-}
-
-TEST_F(RenameTest, AFailedWriteIsReturned) {
-  std::string name = "left over";
-  {
-    const ArmedFaults armed({1, true, ENOSPC, {"write"}});
-    EXPECT_THAT(ProfileChanges::renameProfile("lab", "x", name), HasCode(status::writeError));
-  }
-  EXPECT_EQ(name, "");
-  EXPECT_EQ(store(), before_);
+TEST_F(RenameTest, ANameThatCannotBeWrittenIsAnOpenError) {
   host::setMode(kLab + "/profile_name"s, 0440);
   const host::BoundByModes bound;
-  EXPECT_THAT(ProfileChanges::renameProfile("lab", "x", name), HasCode(status::openError));
-}
-
-TEST_F(RenameTest, AnActiveProfileWithoutADirectoryNameIsAnInvalidArgument) {
-  for (const char* content : {"", "../../../tmp\n", ".factory\n"}) {
-    host::writeFile(host::kCurrent, content, 0666);
-    before_ = store();
-    std::string name = "left over";
-    EXPECT_THAT(ProfileChanges::renameProfile("", "x", name), HasCode(status::invalidArgument));
-    EXPECT_EQ(name, "");
-    EXPECT_EQ(store(), before_);
-    EXPECT_FALSE(host::exists("/tmp/profile_name"));
-  }
+  EXPECT_THAT(rename("lab", "x"), gave(status::openError, ""));
 }
 
 // --- Reset
 
 using ResetTest = ProfileChangesTest;
 
-constexpr const char* kStateFiles[] = {"m2_cache", "sadb.state", "hip.state", "peers", "map.state", "hipvars.txt"};
-
-void writeStateFiles(const std::string& folder) {
-  for (const char* file : kStateFiles) host::writeFile(folder + "/" + file, "state\n");
-}
-
 TEST_F(ResetTest, OnlyTheSixStateFilesAreRemoved) {
   for (const char* file : {"endbox.conf", "mapconfig.static", "device_id", "hip.log", "ca-certs/ca.pem", "peers2"}) {
-    host::writeFile(kOffice + "/"s + file, "kept\n");
+    putOffice(file, "kept\n");
   }
   before_ = store();
-  writeStateFiles(kOffice);
-  writeStateFiles(kLab);
-  makeStopped();
+  putStateFiles(kOffice);
+  putStateFiles(kLab);
+  putLab("hipvars.txt", "uptime.now=1\nuptime.started=1\n");
   const std::string lab = host::tree(kLab);
-  std::string name;
-  EXPECT_THAT(ProfileChanges::resetProfile("office", name), HasCode(status::success));
-  EXPECT_EQ(name, "office");
+  EXPECT_THAT(reset("office"), gave(status::success, "office"));
   EXPECT_EQ(host::tree(kLab), lab);
-  EXPECT_THAT(ProfileChanges::resetProfile("", name), HasCode(status::success));
-  EXPECT_EQ(name, "lab");
-  EXPECT_EQ(store(), before_);
-  EXPECT_EQ(calls(), "") << "the daemon is not started";
+  EXPECT_THAT(reset(""), gave(status::success, "lab"));
+  expectUnchanged();  // so the daemon is not started
 }
 
 TEST_F(ResetTest, TheStateFilesAreRemovedInOrder) {
-  writeStateFiles(kOffice);
+  putStateFiles(kOffice);
   FaultPlan plan;
   plan.calls = {"unlink"};
   plan.before = [](std::size_t call) {
@@ -566,70 +564,392 @@ TEST_F(ResetTest, TheStateFilesAreRemovedInOrder) {
     }
   };
   const ArmedFaults armed(plan);
-  std::string name;
-  EXPECT_THAT(ProfileChanges::resetProfile("office", name), HasCode(status::success));
+  EXPECT_THAT(reset("office"), gave(status::success, "office"));
   EXPECT_EQ(armed.count(), 6u);
-}
-
-TEST_F(ResetTest, ResettingAProfileWithoutStateFilesSucceeds) {
-  std::string name;
-  EXPECT_THAT(ProfileChanges::resetProfile("lab", name), HasCode(status::success));
-  EXPECT_EQ(store(), before_);
 }
 
 TEST_F(ResetTest, TheActiveRunningProfileIsLeftAlone) {
-  writeStateFiles(kLab);
-  host::writeHeartbeat(kLab);
+  putStateFiles(kLab);
+  makeRunning();
   before_ = store();
-  std::string name = "left over";
-  EXPECT_THAT(ProfileChanges::resetProfile("lab", name), HasCode(status::notWhileRunning));
-  EXPECT_EQ(name, "lab");
-  EXPECT_EQ(store(), before_);
+  EXPECT_THAT(reset("lab"), gave(status::notWhileRunning, "lab"));
+  expectUnchanged();
 }
 
-TEST_F(ResetTest, AnInactiveProfileWithAFreshHeartbeatIsReset) {
-  host::writeHeartbeat(kOffice);
-  std::string name;
-  EXPECT_THAT(ProfileChanges::resetProfile("office", name), HasCode(status::success));
-  EXPECT_EQ(store(), before_);
-}
-
-TEST_F(ResetTest, ADirectoryNamedLikeAStateFileStaysAndIsNotReported) {
-  host::makeDirs(kOffice + "/peers"s);
-  host::writeFile(kOffice + "/map.state"s, "x");
-  std::string name;
-  EXPECT_THAT(ProfileChanges::resetProfile("office", name), HasCode(status::success));
-  EXPECT_TRUE(host::exists(kOffice + "/peers"s));
-  EXPECT_FALSE(host::exists(kOffice + "/map.state"s));
-}
-
-TEST_F(ResetTest, ALinkNamedLikeAStateFileIsRemovedButNotItsTarget) {
+TEST_F(ResetTest, ResettingRemovesFilesAndLinksIfThereAreAnyAndSucceeds) {
+  const struct {
+    const char* why;
+    void (*put)();
+    const char* kept;
+  } cases[] = {
+      {"without state files nothing changes", [] {}, ""},
+      {"the fresh heartbeat of an inactive profile is removed", [] { host::writeHeartbeat(kOffice); }, ""},
+      {"a directory named like a state file is kept",
+       [] {
+         host::makeDirs(kOffice + "/peers"s);
+         putOffice("map.state", "x");
+       },
+       "d 0755 peers\n"},
+      {"a link is removed, but not its target", [] { host::makeLink(kOffice + "/peers"s, "/tmp/state"); }, ""},
+  };
   host::writeFile("/tmp/state", "kept");
-  host::makeLink(kOffice + "/peers"s, "/tmp/state");
-  std::string name;
-  EXPECT_THAT(ProfileChanges::resetProfile("office", name), HasCode(status::success));
-  EXPECT_FALSE(host::exists(kOffice + "/peers"s));
-  EXPECT_EQ(host::readFile("/tmp/state"), "kept");
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    c.put();
+    EXPECT_THAT(reset("office"), gave(status::success, "office"));
+    EXPECT_EQ(host::tree(kOffice), "f 0644 hip.conf \"\"\n"s + c.kept + "f 0640 profile_name \"office\\n\"\n");
+    EXPECT_EQ(host::readFile("/tmp/state"), "kept");
+    host::remove(kOffice + "/peers"s);
+  }
+  expectUnchanged();
 }
 
 TEST_F(ResetTest, EveryRemovalIsTriedAndNoFailureIsReported) {
-  writeStateFiles(kOffice);
-  std::string name;
+  putStateFiles(kOffice);
   const ArmedFaults armed({1, true, EACCES, {"unlink"}});
-  EXPECT_THAT(ProfileChanges::resetProfile("office", name), HasCode(status::success));
+  EXPECT_THAT(reset("office"), gave(status::success, "office"));
   EXPECT_EQ(armed.count(), 6u);
 }
 
-TEST_F(ResetTest, ResettingAnActiveProfileWithoutADirectoryNameSucceedsAndChangesNothing) {
-  for (const char* file : kStateFiles) host::writeFile(host::kProfiles + ""s + file, "x");
-  for (const char* file : kStateFiles) host::writeFile("/tmp/"s + file, "x");
-  for (const char* content : {"", "../../../tmp\n", ".\n"}) {
-    host::writeFile(host::kCurrent, content, 0666);
-    before_ = store() + host::tree("/tmp");
-    std::string name = "left over";
-    EXPECT_THAT(ProfileChanges::resetProfile("", name), HasCode(status::success));
-    EXPECT_EQ(name, "");
-    EXPECT_EQ(store() + host::tree("/tmp"), before_);
+// --- Modify: the changes
+
+using ModifyTest = ProfileChangesTest;
+
+TEST_F(ModifyTest, AllGivenChangesAreMadeAndTheStateFilesAreRemoved) {
+  putStateFiles(kOffice);
+  ProfileDetails details;
+  EXPECT_THAT(ProfileChanges::modifyProfile("office", everything(), details), HasCode(status::success));
+  EXPECT_EQ(host::tree(kOffice), kEverythingChanged);
+  EXPECT_EQ(details.dirname, "profile-2");
+  EXPECT_EQ(details.name, "workshop");
+  EXPECT_EQ(details.network, "eth0");
+  EXPECT_EQ(details.invitation, "code");
+  EXPECT_EQ(details.helmsor.host, "h");
+  EXPECT_EQ(details.helmsor.port, "443");
+  EXPECT_EQ(details.logLevel, "warning");
+  EXPECT_EQ(host::recordedCalls(), "");
+  EXPECT_EQ(current(), "profile-1\n");
+}
+
+TEST_F(ModifyTest, TheStateFilesAreRemovedBeforeTheInterfaceIsWritten) {
+  putStateFiles(kOffice);
+  std::size_t callsOfTheWriter = 0;
+  FaultPlan plan;
+  plan.calls = {"write", "rename"};
+  plan.before = [&](std::size_t) {
+    if (!host::exists(kOffice + "/hip.conf.temp"s)) return;
+    ++callsOfTheWriter;
+    for (const char* file : kStateFiles) EXPECT_FALSE(host::exists(kOffice + "/"s + file)) << file;
+  };
+  {
+    const ArmedFaults armed(plan);
+    EXPECT_THAT(modify("office", with(&Modification::network, "eth0")), gave(status::success, "office"));
+  }
+  EXPECT_GT(callsOfTheWriter, 0u);
+  EXPECT_EQ(host::readFile(kOffice + "/hip.conf"s), "master_interface=eth0\n");
+}
+
+// A modification of "office", and the files that it leaves behind.
+struct Modified {
+  const char* why;
+  void (*put)();
+  Modification wanted;
+  std::string tree;
+  StatusCode code = status::success;
+};
+
+void expectModified(const Modified& c) {
+  SCOPED_TRACE(c.why);
+  const host::BoundByModes bound;
+  EXPECT_THAT(modify("office", c.wanted).status, HasCode(c.code));
+  EXPECT_EQ(host::tree(kOffice), c.tree);
+}
+
+TEST_F(ModifyTest, OnlyGivenValuesAreWrittenAndTheStateFilesAreAlwaysRemoved) {
+  const Modified cases[] = {
+      {"no changes",
+       [] { putOffice("endbox.conf", "log_level=debug\n"); },
+       {},
+       "f 0644 endbox.conf \"log_level=debug\\n\"\n" + kHipConf + kOfficeName},
+      {"no changes keep an interface",
+       [] { putOffice("hip.conf", "a=1\nmaster_interface=eth0\n"); },
+       {},
+       "f 0644 hip.conf \"a=1\\nmaster_interface=eth0\\n\"\n" + kOfficeName},
+      {"the level alone, with the heartbeat of an inactive profile", [] { host::writeHeartbeat(kOffice); },
+       with(&Modification::logLevel, "trace"),
+       "f 0644 endbox.conf \"log_level=trace\\nopenhip.log_level=trace\\n\"\n" + kHipConf + kOfficeName},
+      {"three hash signs clear the invitation", [] { putOffice("endbox.conf", "activation_code=old\nx=1\n"); },
+       with(&Modification::invitation, "###"), "f 0644 endbox.conf \"x=1\\n\"\n" + kHipConf + kOfficeName},
+      {"an empty invitation and an empty level do nothing",
+       [] { putOffice("endbox.conf", "activation_code=old\nlog_level=info\n"); },
+       with(&Modification::invitation, " ", with(&Modification::logLevel, "")),
+       "f 0644 endbox.conf \"activation_code=old\\nlog_level=info\\n\"\n" + kHipConf + kOfficeName},
+      {"a port alone keeps the host", [] { putOffice("mapconfig.static", "map_uri=http://old:1/\n"); },
+       with(&Modification::hasHelmsor, true, with(&Modification::helmsorPort, 443)),
+       kHipConf + "f 0640 mapconfig.static \"map_uri=https://old:443\\n\"\n" + kOfficeName},
+      {"an address that is not given is not written", [] {},
+       with(&Modification::helmsorHost, "h", with(&Modification::helmsorPort, 1)), kHipConf + kOfficeName},
+      {"outer blanks of the invitation are lost", [] {}, with(&Modification::invitation, "\ncode\t"),
+       "f 0644 endbox.conf \"activation_code=code\\n\"\n" + kHipConf + kOfficeName},
+  };
+  for (const Modified& c : cases) {
+    makeScene();
+    putOffice("hip.state", "x");
+    c.put();
+    expectModified(c);
+    expectModified(c);  // a second time is harmless
+  }
+}
+
+TEST_F(ModifyTest, AnEditReplacesALinkByARegularFile) {
+  host::writeFile("/tmp/hip.conf", "a=1\nmaster_interface=old\n");
+  host::remove(kOffice + "/hip.conf"s);
+  host::makeLink(kOffice + "/hip.conf"s, "/tmp/hip.conf");
+  EXPECT_THAT(modify("office", with(&Modification::network, "eth0")), gave(status::success, "office"));
+  EXPECT_EQ(host::tree(kOffice), "f 0644 hip.conf \"a=1\\nmaster_interface=eth0\\n\"\n" + kOfficeName);
+  EXPECT_EQ(host::readFile("/tmp/hip.conf"), "a=1\nmaster_interface=old\n");
+}
+
+TEST_F(ModifyTest, ASecondModifyKeepsTheCommentsOfTheFirst) {
+  host::writeFile(kOffice + "/hip.conf"s, "# mine\nmaster_interface=a\n", 0600);
+  EXPECT_THAT(modify("office", with(&Modification::network, "b")), gave(status::success, "office"));
+  EXPECT_THAT(modify("office", with(&Modification::network, "c")), gave(status::success, "office"));
+  EXPECT_EQ(host::readFile(kOffice + "/hip.conf"s), "# mine\nmaster_interface=c\n");
+  EXPECT_EQ(host::modeOf(kOffice + "/hip.conf"s), 0600u);
+}
+
+TEST_F(ModifyTest, TheSelectedProfileIsRenamedWhateverItsName) {
+  const struct {
+    const char* why;
+    const char* labName;
+    const char* officeName;
+    const char* dirname;
+  } cases[] = {
+      {"the selector of the active profile", "lab", "--active", "profile-2"},
+      {"the name of the marker", "lab", ".current", "profile-2"},
+      {"the name of the template", "lab", ".factory", "profile-2"},
+      {"the selector of another profile", "lab", "dir=profile-1", "profile-2"},
+      {"the first of two equal names", "same", "same", "profile-1"},
+      {"the second of two equal names", "same", "same", "profile-2"},
+      {"a linked profile", "lab", "office", "link"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    makeScene();
+    makeLinked();
+    host::writeFile(kLab + "/profile_name"s, c.labName + "\n"s, 0640);
+    host::writeFile(kOffice + "/profile_name"s, c.officeName + "\n"s, 0640);
+    EXPECT_THAT(modify("dir="s + c.dirname, with(&Modification::newName, "\t workshop\n")),
+                gave(status::success, "workshop"));
+    EXPECT_EQ(nameOf(host::kProfiles + ""s + c.dirname), "workshop\n");
+    if (c.labName == "lab"s) {
+      EXPECT_EQ(nameOf(kLab), "lab\n");
+    }
+  }
+}
+
+TEST_F(ModifyTest, ALinkedDirectoryCanBeModified) {
+  makeLinked();
+  EXPECT_THAT(modify("dir=link", with(&Modification::network, "eth0")), gave(status::success, "linked"));
+  EXPECT_EQ(host::readFile("/tmp/elsewhere/hip.conf"), "master_interface=eth0\n");
+}
+
+// --- Modify: refusals before anything changes
+
+TEST_F(ModifyTest, ARefusedNameChangesNothing) {
+  makeRunning();
+  before_ = store();
+  for (const std::string name : {"", " ", "lab", "office", "--active", ".current", ".factory", "dir=profile-1",
+                                 "dir=", "dir=.factory", " lab\n", "a\nb",
+                                 "a\x7f"
+                                 "b"}) {
+    SCOPED_TRACE(host::quoted(name));
+    const Result refused = modify("lab", with(&Modification::newName, name, everything()));
+    EXPECT_THAT(refused, gave(status::invalidArgument, ""));
+    EXPECT_EQ(refused.status.details(), "invalid profile name");
+    EXPECT_EQ(refused.status.context(), "profile modify");
+  }
+  expectUnchanged();
+}
+
+TEST_F(ModifyTest, EveryControlByteInATextIsRefusedBeforeAnythingChanges) {
+  makeRunning();
+  before_ = store();
+  for (int byte = 0; byte < 256; ++byte) {
+    if (byte >= 32 && byte != 127) continue;
+    SCOPED_TRACE(byte);
+    const std::string text = "a"s + static_cast<char>(byte) + "b";
+    for (const Modification& wanted :
+         {with(&Modification::newName, text, everything()), with(&Modification::helmsorHost, text, everything()),
+          with(&Modification::network, text, everything()), with(&Modification::invitation, text, everything())}) {
+      EXPECT_THAT(modify("lab", wanted), gave(status::invalidArgument, ""));
+    }
+  }
+  expectUnchanged();
+}
+
+// --- Modify: failures during the changes
+
+TEST_F(ModifyTest, AFailedAddressOrLevelSkipsTheLaterChanges) {
+  const std::string state = "f 0644 hip.state \"x\"\n";
+  const Modified cases[] = {
+      {"an address that cannot be written", [] { host::makeDirs(kOffice + "/mapconfig.static"s); }, everything(),
+       kHipConf + state + "d 0755 mapconfig.static\n" + kOfficeName, status::applicationError},
+      {"a port alone without a host", [] {},
+       with(&Modification::hasHelmsor, true, with(&Modification::helmsorPort, 443)), kHipConf + state + kOfficeName,
+       status::applicationError},
+      {"a refused level keeps the new address", [] {}, with(&Modification::logLevel, "verbose", everything()),
+       kHipConf + state + kNewAddress + kOfficeName, status::applicationError},
+  };
+  for (const Modified& c : cases) {
+    makeScene();
+    putOffice("hip.state", "x");
+    c.put();
+    expectModified(c);
+  }
+  const Status refused = modify("office", with(&Modification::logLevel, "verbose")).status;
+  EXPECT_EQ(refused.details(), "invalid log_level value");
+  EXPECT_EQ(refused.context(), "doModifyProfile");
+}
+
+TEST_F(ModifyTest, TheFirstOfTheOtherFailuresIsReturnedAndTheOtherChangesAreMade) {
+  const Modification withoutInterface = with(&Modification::network, "", everything());
+  const auto protectName = [] { host::setMode(kOffice + "/profile_name"s, 0440); };
+  const std::string protectedName = "f 0440 profile_name \"office\\n\"\n";
+  const Modified cases[] = {
+      {"an empty interface", [] {}, withoutInterface, kNewEndbox + kHipConf + kNewAddress + kNewName,
+       status::invalidArgument},
+      {"a name that cannot be written", protectName, everything(),
+       kNewEndbox + kNewHipConf + kNewAddress + protectedName, status::openError},
+      {"an empty interface before a name that cannot be written", protectName, withoutInterface,
+       kNewEndbox + kHipConf + kNewAddress + protectedName, status::invalidArgument},
+      {"a hip.conf that is a FIFO",
+       [] {
+         host::remove(kOffice + "/hip.conf"s);
+         host::makeFifo(kOffice + "/hip.conf"s);
+       },
+       everything(), kNewEndbox + "p 0644 hip.conf\n" + kNewAddress + kNewName, status::openError},
+  };
+  for (const Modified& c : cases) {
+    makeScene();
+    c.put();
+    expectModified(c);
+  }
+}
+
+// --- Modify: the daemon
+
+struct DaemonCase {
+  const char* why;
+  void (*put)();
+  const char* selector;
+  Modification wanted;
+  const char* calls;
+  const char* current = "profile-1\n";
+  StatusCode code = status::success;
+};
+
+void expectDaemon(const DaemonCase& c) {
+  SCOPED_TRACE(c.why);
+  c.put();
+  EXPECT_THAT(modify(c.selector, c.wanted).status, HasCode(c.code));
+  EXPECT_EQ(host::recordedCalls(), c.calls);
+  EXPECT_EQ(host::readFile(host::kCurrent), c.current);
+}
+
+TEST_F(ModifyTest, TheDaemonIsStoppedAndStartedOnlyAsNeeded) {
+  const auto unknown = [] { putLab("hipvars.txt", "x=1\n"); };
+  const auto stopped = [] {};
+  const Modification change = with(&Modification::network, "eth0");
+  const Modification activation = with(&Modification::activate, true, change);
+  const DaemonCase cases[] = {
+      {"active, stopped", stopped, "lab", change, ""},
+      {"active, running", makeRunning, "lab", change, kRestart},
+      {"active, unknown", unknown, "lab", change, kRestart},
+      {"active, stopped, activate", stopped, "lab", activation, "systemctl start hip\n"},
+      {"active, running, activate", makeRunning, "lab", activation, kRestart},
+      {"inactive, stopped", stopped, "office", change, ""},
+      {"inactive, running", makeRunning, "office", change, ""},
+      {"inactive, stopped, activate", stopped, "office", activation, "systemctl start hip\n", "profile-2\n"},
+      {"inactive, running, activate", makeRunning, "office", activation, kRestart, "profile-2\n"},
+      {"inactive, unknown, activate", unknown, "office", activation, kRestart, "profile-2\n"},
+  };
+  for (const DaemonCase& c : cases) {
+    makeScene();
+    host::setMode(host::kCurrent, 0600);
+    expectDaemon(c);
+    // The marker of an active profile is not rewritten.
+    EXPECT_EQ(host::modeOf(host::kCurrent), c.current == "profile-1\n"s ? 0600u : 0666u) << c.why;
+  }
+}
+
+TEST_F(ModifyTest, TheChangesAndTheSwitchAreMadeBetweenTheStopAndTheStart) {
+  for (const char* dirname : {"profile-1", "profile-2"}) {
+    SCOPED_TRACE(dirname);
+    makeScene();
+    makeRunning();
+    const std::string oldName = nameOf(host::kProfiles + ""s + dirname);
+    host::installScript(kSystemctl,
+                        "cd /etc/zuv/profiles\necho $1 $(cat .current "s + dirname + "/profile_name) >> /tmp/calls\n");
+    EXPECT_THAT(modify("dir="s + dirname, everythingAndActivate()), gave(status::success, "workshop"));
+    EXPECT_EQ(host::recordedCalls(), "stop profile-1 " + oldName + "start " + dirname + " workshop\n");
+  }
+}
+
+TEST_F(ModifyTest, AFailedStopOrStartIsReturnedAndAllChangesAreMade) {
+  const auto exitInStop = [] {
+    makeRunning();
+    host::installScript(kSystemctl, "echo \"$1\" >> /tmp/calls\n[ \"$1\" = start ] || exit 4\n");
+  };
+  const auto dieInStop = [] {
+    makeRunning();
+    host::installScript(kSystemctl, "echo \"$1\" >> /tmp/calls\n[ \"$1\" = start ] || kill -KILL $$\n");
+  };
+  const DaemonCase cases[] = {
+      {"the stop exits with a status", exitInStop, "lab", everything(), "stop\nstart\n", "profile-1\n",
+       status::childExitedNonzero},
+      {"the stop dies of a signal", dieInStop, "lab", everything(), "stop\nstart\n", "profile-1\n",
+       status::childKilledBySignal},
+      {"the tool is missing", [] { host::remove("/usr/bin/systemctl"); }, "lab", everythingAndActivate(), "",
+       "profile-1\n", status::childExitedNonzero},
+      {"the null backend starts nothing", [] {}, "office",
+       with(&Modification::initSystem, "null", everythingAndActivate()), "", "profile-2\n", status::childExitedNonzero},
+  };
+  for (const DaemonCase& c : cases) {
+    makeScene();
+    expectDaemon(c);
+    EXPECT_EQ(host::tree(c.selector == "lab"s ? kLab : kOffice), kEverythingChanged) << c.why;
+  }
+}
+
+TEST_F(ModifyTest, AMarkerThatCannotBeWrittenIsAnApplicationErrorAndTheDaemonIsStarted) {
+  host::remove(host::kCurrent);
+  host::makeDirs(host::kCurrent);
+  EXPECT_THAT(modify("office", everythingAndActivate()), gave(status::applicationError, ""));
+  EXPECT_EQ(host::recordedCalls(), "systemctl start hip\n");
+  EXPECT_EQ(host::tree(kOffice), kEverythingChanged);
+}
+
+TEST_F(ModifyTest, IfAddressOrLevelFailsAStoppedDaemonIsRestartedOnTheOldProfileAndNoOtherIsStarted) {
+  const auto blockAddress = [] { host::makeDirs(kOffice + "/mapconfig.static"s); };
+  const auto blockAddressOfRunning = [] {
+    makeRunning();
+    host::makeDirs(kOffice + "/mapconfig.static"s);
+  };
+  const Modification refusedLevel = with(&Modification::logLevel, "verbose", everythingAndActivate());
+  const Modification all = everythingAndActivate();
+  const StatusCode failure = status::applicationError;
+  const DaemonCase cases[] = {
+      {"address, running", blockAddressOfRunning, "office", all, kRestart, "profile-1\n", failure},
+      {"level, running", makeRunning, "office", refusedLevel, kRestart, "profile-1\n", failure},
+      {"address, stopped", blockAddress, "office", all, "", "profile-1\n", failure},
+      {"level, stopped", [] {}, "office", refusedLevel, "", "profile-1\n", failure},
+      {"level of the active profile, stopped", [] {}, "lab", refusedLevel, "", "profile-1\n", failure},
+  };
+  for (const DaemonCase& c : cases) {
+    makeScene();
+    expectDaemon(c);
+    EXPECT_EQ(nameOf(kLab) + nameOf(kOffice), "lab\noffice\n") << c.why;
   }
 }
 

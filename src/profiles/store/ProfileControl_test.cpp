@@ -1,15 +1,7 @@
 // Tests of creating a profile, showing its details, and electing an active one.
 #include "profiles/store/ProfileControl.h"
 
-#include <sys/mount.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
-
-#include <algorithm>
-#include <csignal>
-#include <set>
 
 #include "base/files/ProgramDirectories.h"
 #include "command/framework/Authorization.h"
@@ -21,11 +13,25 @@
 namespace {
 
 using namespace std::string_literals;
-using testing::AnyOf;
+using host::kCalls;
+using host::kSystemctl;
 
-constexpr const char* kSystemctl = "/bin/systemctl";
-constexpr const char* kCalls = "/tmp/calls";
 constexpr const char* kMade = "/etc/zuv/profiles/profile-123123";
+// The files that every new profile named "lab" has, in host::tree(kMade).
+const std::string kAddressAndName =
+    "f 0640 mapconfig.static \"map_uri=https://h:443\\n\"\nf 0640 profile_name \"lab\\n\"\n";
+
+// A case of a creation, and what it leaves behind.
+struct Creation {
+  const char* why;
+  void (*put)(NewProfile& wanted);  // prepares the host and changes the request
+  StatusCode code = status::success;
+  std::string made = "d 0755 ca-certs\n" + kAddressAndName;
+  std::string current = "";  // the content of the marker
+  std::string calls = "";    // of systemctl
+  FaultPlan plan = {0, false, 0, {"none"}};
+  std::size_t plannedCalls = 0;
+};
 
 class ProfileControlTest : public HostTest {
  protected:
@@ -72,8 +78,27 @@ class ProfileControlTest : public HostTest {
     return made;
   }
 
+  static void expectCreation(const Creation& c, NewProfile wanted = wish("lab"), void (*scene)() = host::reset) {
+    SCOPED_TRACE(c.why);
+    scene();
+    c.put(wanted);
+    const host::BoundByModes bound;
+    {
+      const ArmedFaults armed(c.plan);
+      EXPECT_EQ(create(wanted, c.code).name, isSuccess(c.code) ? wanted.name : "");
+      EXPECT_EQ(armed.count(), c.plannedCalls);
+    }
+    EXPECT_EQ(host::tree(kMade), c.made);
+    EXPECT_EQ(current(), c.current);
+    EXPECT_EQ(host::recordedCalls(), c.calls);
+  }
+
+  static void putTemplate(const std::string& name, const std::string& text, mode_t mode = 0644) {
+    host::writeFile(host::kFactory + ("/" + name), text, mode);
+  }
   static std::string store() { return host::tree(host::kProfiles); }
-  static std::string calls() { return host::exists(kCalls) ? host::readFile(kCalls) : ""; }
+  // The dirname in the marker; "" without a marker.
+  static std::string current() { return host::exists(host::kCurrent) ? host::readFile(host::kCurrent) : ""; }
 };
 
 // --- Create: name and directory
@@ -95,8 +120,8 @@ TEST_F(CreateTest, OnAnEmptyStoreTheFirstProfileIsNamedProfileAndTheSecondGetsAN
 }
 
 TEST_F(CreateTest, EveryCreatedFileHasItsFixedModeWhateverTheUmask) {
-  host::writeFile("/etc/zuv/profiles/.factory/hip.conf", "x=1\n", 0600);
-  host::writeFile("/etc/zuv/profiles/.factory/ca-certs/ca.pem", "pem\n", 0600);
+  putTemplate("hip.conf", "x=1\n", 0600);
+  putTemplate("ca-certs/ca.pem", "pem\n", 0600);
   for (const mode_t mask : {mode_t{022}, mode_t{0}, mode_t{0777}}) {
     SCOPED_TRACE(mask);
     host::remove(kMade);
@@ -113,7 +138,7 @@ TEST_F(CreateTest, EveryCreatedFileHasItsFixedModeWhateverTheUmask) {
   }
 }
 
-TEST_F(CreateTest, ATakenNameWithoutRenamingIsRefusedAndLeavesAnEmptyDirectory) {
+TEST_F(CreateTest, ARefusedTakenNameLeavesAnEmptyDirectoryThatTheNextListingNames) {
   host::makeProfile("profile-1", "lab");
   NewProfile wanted = wish("lab");
   wanted.allowRename = false;
@@ -121,50 +146,41 @@ TEST_F(CreateTest, ATakenNameWithoutRenamingIsRefusedAndLeavesAnEmptyDirectory) 
   const std::string before = store();
   create(wanted, status::applicationError);
   EXPECT_EQ(store(), before + "d 0755 profile-123123\n");
-}
-
-TEST_F(CreateTest, TheDirectoryOfARefusedProfileIsNamedByTheNextListing) {
-  NewProfile wanted = wish("lab");
-  wanted.allowRename = false;
-  host::makeProfile("profile-1", "lab");
-  create(wanted, status::applicationError);
   EXPECT_EQ(create(wish()).name, "profile#2");
   EXPECT_EQ(host::tree(kMade), "f 0640 profile_name \"profile\\n\"\n");
 }
 
-TEST_F(CreateTest, ATakenNameGetsTheFirstFreeNumber) {
-  host::makeProfile("profile-1", "lab");
-  host::makeProfile("profile-2", "lab#2");
-  EXPECT_EQ(create(wish("lab")).name, "lab#3");
-  EXPECT_EQ(create(wish("lab#2")).name, "lab#2#2");
-}
-
-TEST_F(CreateTest, ANameLosesBlanksAndControlBytesOnlyAtItsEnds) {
+TEST_F(CreateTest, ANameIsTrimmedAndMadeUnique) {
   const struct {
+    const char* why;
     const char* requested;
     const char* name;
-  } cases[] = {{" lab ", "lab"},     {"\t\r\nlab2\x7f\x01", "lab2"},
-               {"my lab", "my lab"}, {"\xc3\xa4z", "\xc3\xa4z"},
-               {"x\x80", "x\x80"},   {" \t ", "profile"}};
+  } cases[] = {
+      {"a taken name gets the first free number", "lab", "lab#3"},
+      {"even if it has a number", "lab#2", "lab#2#2"},
+      {"outer blanks are lost", " room ", "room"},
+      {"outer control bytes are lost", "\t\r\nroom\x7f\x01", "room"},
+      {"an inner blank is kept", "my lab", "my lab"},
+      {"a high byte at the start is kept", "\xc3\xa4z", "\xc3\xa4z"},
+      {"a high byte at the end is kept", "x\x80", "x\x80"},
+      {"a name of blanks alone is no name", " \t ", "profile"},
+      {"the selector of the active profile", "--active", "--active"},
+      {"the name of the marker", ".current", ".current"},
+      {"the name of the template", ".factory", ".factory"},
+      {"the selector of another directory", "dir=profile-1", "dir=profile-1"},
+      {"an empty selector of a directory", "dir=", "dir="},
+  };
   for (const auto& c : cases) {
-    SCOPED_TRACE(host::quoted(c.requested));
+    SCOPED_TRACE(c.why);
+    host::reset();
+    host::makeProfile("profile-1", "lab");
+    host::makeProfile("profile-2", "lab#2");
+    host::makeActive("profile-1");
     const CreatedProfile made = create(wish(c.requested));
     EXPECT_EQ(made.name, c.name);
-    EXPECT_EQ(host::readFile(host::kProfiles + made.details.dirname + "/profile_name"), c.name + "\n"s);
+    EXPECT_EQ(made.details.dirname, "profile-123123");
+    EXPECT_EQ(host::readFile(kMade + "/profile_name"s), c.name + "\n"s);
   }
-}
-
-TEST_F(CreateTest, EveryControlByteInsideANameIsRefusedBeforeAnythingChanges) {
-  for (int byte = 0; byte < 256; ++byte) {
-    if (byte >= 32 && byte != 127) continue;
-    SCOPED_TRACE(byte);
-    CreatedProfile made;
-    const Status refused = ProfileControl::createProfile(wish("a"s + static_cast<char>(byte) + "b"), made);
-    EXPECT_THAT(refused, HasCode(status::invalidArgument));
-    EXPECT_EQ(refused.details(), "invalid profile name");
-    EXPECT_EQ(refused.context(), "profile create");
-  }
-  EXPECT_EQ(store(), "");
 }
 
 TEST_F(CreateTest, ANameOfHighBytesOnlyCountsAsMissingAndIsRepairedAtOnce) {
@@ -174,17 +190,16 @@ TEST_F(CreateTest, ANameOfHighBytesOnlyCountsAsMissingAndIsRepairedAtOnce) {
   EXPECT_EQ(host::readFile(kMade + "/profile_name"s), "profile\n");
 }
 
-TEST_F(CreateTest, ASelectorIsAcceptedAsAName) {
-  for (const char* name : {"--active", ".current", ".factory", "dir=profile-1", "dir="}) {
-    EXPECT_EQ(create(wish(name)).name, name);
-  }
-}
-
 TEST_F(CreateTest, EveryControlByteInATextIsRefusedBeforeAnythingChanges) {
   for (int byte = 0; byte < 256; ++byte) {
     if (byte >= 32 && byte != 127) continue;
     SCOPED_TRACE(byte);
     const std::string text = "a"s + static_cast<char>(byte) + "b";
+    CreatedProfile made;
+    const Status refused = ProfileControl::createProfile(wish(text), made);
+    EXPECT_THAT(refused, HasCode(status::invalidArgument));
+    EXPECT_EQ(refused.details(), "invalid profile name");
+    EXPECT_EQ(refused.context(), "profile create");
     NewProfile host = wish();
     host.helmsorHost = text;
     create(host, status::invalidArgument);
@@ -239,12 +254,12 @@ TEST_F(CreateTest, InRootOnlyModeRootMayCreateAndOthersMayNot) {
 // --- Create: the template
 
 TEST_F(CreateTest, FilesAndLinksToFilesOfTheTemplateAreCopiedAsFiles) {
-  host::writeFile("/etc/zuv/profiles/.factory/hip.conf", "x=1\n", 0600);
-  host::writeFile("/etc/zuv/profiles/.factory/empty", "", 0777);
-  host::writeFile("/etc/zuv/profiles/.factory/.hidden", "h\n");
-  host::writeFile("/etc/zuv/profiles/.factory/profile_name", "template\n");
-  host::writeFile("/etc/zuv/profiles/.factory/mapconfig.static", "map_uri=https://template:1\nmore=1\n");
-  host::writeFile("/etc/zuv/profiles/.factory/sub/file", "not copied\n");
+  putTemplate("hip.conf", "x=1\n", 0600);
+  putTemplate("empty", "", 0777);
+  putTemplate(".hidden", "h\n");
+  putTemplate("profile_name", "template\n");
+  putTemplate("mapconfig.static", "map_uri=https://template:1\nmore=1\n");
+  putTemplate("sub/file", "not copied\n");
   host::writeFile("/tmp/target", "absolute\n");
   host::makeLink("/etc/zuv/profiles/.factory/absolute", "/tmp/target");
   host::makeLink("/etc/zuv/profiles/.factory/relative", "hip.conf");
@@ -270,11 +285,11 @@ TEST_F(CreateTest, FilesAndLinksToFilesOfTheTemplateAreCopiedAsFiles) {
 }
 
 TEST_F(CreateTest, ARelativeLinkOfTheTemplateIsResolvedFromTheTemplate) {
-  host::writeFile("/etc/zuv/profiles/.factory/real", "right\n");
+  putTemplate("real", "right\n");
   host::makeLink("/etc/zuv/profiles/.factory/to_file", "real");
   host::makeLink("/etc/zuv/profiles/.factory/to_nothing", "only_there");
   host::makeLink("/etc/zuv/profiles/.factory/to_folder", "odd");
-  host::writeFile("/etc/zuv/profiles/.factory/odd", "odd\n");
+  putTemplate("odd", "odd\n");
   host::writeFile("/tmp/work/real/file", "a folder here\n");
   host::writeFile("/tmp/work/only_there", "wrong\n");
   host::makeDirs("/tmp/work/odd");
@@ -285,30 +300,37 @@ TEST_F(CreateTest, ARelativeLinkOfTheTemplateIsResolvedFromTheTemplate) {
   EXPECT_FALSE(host::exists(kMade + "/to_nothing"s));
 }
 
-TEST_F(CreateTest, CertificatesOfTheTemplateAreCopiedIntoADirectoryOfTheirOwn) {
-  host::writeFile("/etc/zuv/profiles/.factory/ca-certs/ca.pem", "pem\n", 0600);
-  host::writeFile("/etc/zuv/profiles/.factory/ca-certs/sub/inner.pem", "not copied\n");
-  host::makeLink("/etc/zuv/profiles/.factory/ca-certs/link.pem", "ca.pem");
-  host::writeFile("/etc/zuv/profiles/.factory/customer-certs/c.pem", "not copied\n");
-  create(wish("lab"));
-  EXPECT_EQ(host::tree(kMade + "/ca-certs"s), "f 0644 ca.pem \"pem\\n\"\nf 0644 link.pem \"pem\\n\"\n");
-  EXPECT_FALSE(host::exists(kMade + "/customer-certs"s));
-}
-
-TEST_F(CreateTest, ATemplateFileNamedLikeTheCertificatesDirectoryIsCopiedAsAFile) {
-  host::writeFile("/etc/zuv/profiles/.factory/ca-certs", "no directory\n", 0600);
-  create(wish("lab"));
-  EXPECT_THAT(host::tree(kMade), testing::HasSubstr("f 0644 ca-certs \"no directory\\n\"\n"));
-}
-
-TEST_F(CreateTest, ACertificateThatCannotBeCopiedIsIgnored) {
-  host::writeFile("/etc/zuv/profiles/.factory/ca-certs/ca.pem", "pem\n", 0);
-  const host::BoundByModes bound;
-  EXPECT_EQ(create(wish("lab")).name, "lab");
+TEST_F(CreateTest, CertificatesAndTemplateMayBeMissingOrUnusual) {
+  const Creation cases[] = {
+      {"certificates are copied into a directory of their own",
+       [](NewProfile&) {
+         putTemplate("ca-certs/ca.pem", "pem\n", 0600);
+         putTemplate("ca-certs/sub/inner.pem", "not copied\n");
+         host::makeLink("/etc/zuv/profiles/.factory/ca-certs/link.pem", "ca.pem");
+         putTemplate("customer-certs/c.pem", "not copied\n");
+       },
+       status::success,
+       "d 0755 ca-certs\n"
+       "f 0644 ca-certs/ca.pem \"pem\\n\"\nf 0644 ca-certs/link.pem \"pem\\n\"\n" +
+           kAddressAndName},
+      {"a certificate that cannot be copied is ignored",
+       [](NewProfile&) { putTemplate("ca-certs/ca.pem", "pem\n", 0); }},
+      {"a file named like the certificates directory is copied",
+       [](NewProfile&) { putTemplate("ca-certs", "no directory\n", 0600); }, status::success,
+       "f 0644 ca-certs \"no directory\\n\"\n" + kAddressAndName},
+      {"a missing template counts as empty", [](NewProfile&) { host::remove(host::kFactory); }},
+      {"a link to a directory is followed",
+       [](NewProfile&) {
+         host::writeFile("/tmp/template/a.conf", "x=1\n");
+         host::makeLink(host::kFactory, "/tmp/template");
+       },
+       status::success, "f 0644 a.conf \"x=1\\n\"\nd 0755 ca-certs\n" + kAddressAndName},
+  };
+  for (const Creation& c : cases) expectCreation(c);
 }
 
 TEST_F(CreateTest, ATemplateFileThatCannotBeCopiedEndsTheCreationWithThatStatus) {
-  host::writeFile("/etc/zuv/profiles/.factory/hip.conf", "x=1\n", 0);
+  putTemplate("hip.conf", "x=1\n", 0);
   const host::BoundByModes bound;
   CreatedProfile made;
   const Status failed = ProfileControl::createProfile(wish("lab"), made);
@@ -319,127 +341,83 @@ TEST_F(CreateTest, ATemplateFileThatCannotBeCopiedEndsTheCreationWithThatStatus)
   EXPECT_EQ(made.name, "");
 }
 
-TEST_F(CreateTest, AMissingTemplateCountsAsEmpty) {
-  host::remove(host::kFactory);
-  EXPECT_EQ(create(wish("lab")).name, "lab");
-}
-
 TEST_F(CreateTest, ATemplateThatCannotBeListedEndsTheCreationWithThatStatus) {
-  const struct {
-    const char* why;
-    void (*put)();
-  } cases[] = {
-      {"a file", [] { host::writeFile(host::kFactory, ""); }},
-      {"a FIFO", [] { host::makeFifo(host::kFactory); }},
-      {"unreadable", [] { host::makeDirs(host::kFactory, 0); }},
-      {"a link to itself", [] { host::makeLink(host::kFactory, ".factory"); }},
-      {"a link to a file", [] { host::makeLink(host::kFactory, "/etc/passwd"); }},
+  const Creation cases[] = {
+      {"a file", [](NewProfile&) { host::writeFile(host::kFactory, ""); }, status::opendirError, ""},
+      {"a FIFO", [](NewProfile&) { host::makeFifo(host::kFactory); }, status::opendirError, ""},
+      {"unreadable", [](NewProfile&) { host::makeDirs(host::kFactory, 0); }, status::opendirError, ""},
+      {"a link to itself", [](NewProfile&) { host::makeLink(host::kFactory, ".factory"); }, status::opendirError, ""},
+      {"a link to a file", [](NewProfile&) { host::makeLink(host::kFactory, "/etc/passwd"); }, status::opendirError,
+       ""},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.why);
-    host::remove(host::kProfiles);
-    host::makeDirs(host::kProfiles);
-    c.put();
-    const host::BoundByModes bound;
-    create(wish("lab"), status::opendirError);
-    EXPECT_EQ(host::tree(kMade), "");
-  }
-}
-
-TEST_F(CreateTest, ATemplateMayBeALinkToADirectory) {
-  host::writeFile("/tmp/template/hip.conf", "x=1\n");
-  host::makeLink(host::kFactory, "/tmp/template");
-  create(wish("lab"));
-  EXPECT_EQ(host::readFile(kMade + "/hip.conf"s), "x=1\n");
+  for (const Creation& c : cases) expectCreation(c);
 }
 
 // --- Create: configuration
 
-TEST_F(CreateTest, InterfaceAndInvitationAreWrittenAndTheLevelIsKept) {
-  host::writeFile("/etc/zuv/profiles/.factory/hip.conf", "# hip\nmaster_interface=auto\n");
-  host::writeFile("/etc/zuv/profiles/.factory/endbox.conf", "device_ip=10.9.0.1\nlog_level=info\n");
-  NewProfile wanted = wish("lab");
-  wanted.network = "eth0";
-  wanted.invitation = " code ";
-  create(wanted);
-  EXPECT_EQ(host::readFile(kMade + "/hip.conf"s), "# hip\nmaster_interface=eth0\n");
-  EXPECT_EQ(host::readFile(kMade + "/endbox.conf"s), "device_ip=10.9.0.1\nlog_level=info\nactivation_code=code\n");
+TEST_F(CreateTest, AddressInterfaceAndInvitationAreWrittenIfTheyAreGiven) {
+  const Creation cases[] = {
+      {"interface and invitation are written and the other lines are kept",
+       [](NewProfile& wanted) {
+         putTemplate("hip.conf", "# hip\nmaster_interface=auto\n");
+         putTemplate("endbox.conf", "device_ip=10.9.0.1\nlog_level=info\n");
+         wanted.network = "eth0";
+         wanted.invitation = " code ";
+       },
+       status::success,
+       "d 0755 ca-certs\n"
+       "f 0644 endbox.conf \"device_ip=10.9.0.1\\nlog_level=info\\nactivation_code=code\\n\"\n"
+       "f 0644 hip.conf \"# hip\\nmaster_interface=eth0\\n\"\n" +
+           kAddressAndName},
+      {"nothing is written for an invitation of blanks and no interface",
+       [](NewProfile& wanted) { wanted.invitation = " "; }},
+      {"without a valid port the address is the host alone", [](NewProfile& wanted) { wanted.helmsorPort = 0; },
+       status::success,
+       "d 0755 ca-certs\nf 0640 mapconfig.static \"map_uri=https://h\\n\"\nf 0640 profile_name \"lab\\n\"\n"},
+      {"without a host the address is empty", [](NewProfile& wanted) { wanted.helmsorHost = ""; }, status::success,
+       "d 0755 ca-certs\nf 0640 mapconfig.static \"map_uri=\\n\"\nf 0640 profile_name \"lab\\n\"\n"},
+  };
+  for (const Creation& c : cases) expectCreation(c);
 }
 
-TEST_F(CreateTest, AnInterfaceAndInvitationThatAreNotGivenAreNotWritten) {
-  NewProfile wanted = wish("lab");
-  wanted.invitation = " ";
-  create(wanted);
-  EXPECT_FALSE(host::exists(kMade + "/hip.conf"s));
-  EXPECT_FALSE(host::exists(kMade + "/endbox.conf"s));
-}
-
-TEST_F(CreateTest, WithoutAValidPortTheAddressIsTheHostAloneAndWithoutAHostEmpty) {
-  NewProfile wanted = wish();
-  wanted.helmsorPort = 0;
-  create(wanted);
-  EXPECT_EQ(host::readFile(kMade + "/mapconfig.static"s), "map_uri=https://h\n");
-  wanted.helmsorHost = "";
-  wanted.helmsorPort = 443;
-  create(wanted);
-  EXPECT_EQ(host::readFile("/etc/zuv/profiles/profile-123124/mapconfig.static"), "map_uri=\n");
-}
-
-TEST_F(CreateTest, AFailedEditOfTheInterfaceIsReturnedAndTheLaterStepsFollow) {
-  host::installRecorder(kSystemctl, kCalls);
-  CreatedProfile made;
-  StatusCode code = 0;
-  {
-    const ArmedFaults armed({1, false, EROFS, {"rename"}});
-    code = ProfileControl::createProfile(everything("lab"), made).code();
-  }
-  EXPECT_EQ(code, status::renameError);
-  EXPECT_EQ(made.name, "");
-  EXPECT_FALSE(host::exists(kMade + "/hip.conf"s));
-  EXPECT_EQ(host::readFile(kMade + "/endbox.conf"s), "activation_code=code\n");
-  EXPECT_EQ(host::readFile(host::kCurrent), "profile-123123\n");
-  EXPECT_EQ(calls(), "systemctl start hip\n");
-}
-
-TEST_F(CreateTest, AFailedWriteOfTheNameIsReturnedAndSkipsAllLaterSteps) {
-  host::installRecorder(kSystemctl, kCalls);
-  host::writeFile("/etc/zuv/profiles/.factory/ca-certs/ca.pem", "pem\n");
-  {
-    const ArmedFaults armed({1, false, ENOSPC, {"write"}});
-    create(everything("lab"), status::writeError);
-    EXPECT_EQ(armed.count(), 1u);
-  }
-  EXPECT_EQ(host::tree(kMade), "");
-  EXPECT_FALSE(host::exists(host::kCurrent));
-  EXPECT_EQ(calls(), "");
-}
-
-TEST_F(CreateTest, AFailedWriteOfTheAddressSkipsInterfaceInvitationAndActivation) {
-  host::installRecorder(kSystemctl, kCalls);
-  FaultPlan plan;
-  plan.calls = {"mkdir"};
-  plan.before = [](std::size_t call) {  // the second mkdir is that of the certificates
+TEST_F(CreateTest, AFailedWriteOfNameOrAddressSkipsAllLaterStepsAndAFailedEditNone) {
+  const auto put = [](NewProfile&) {
+    putTemplate("ca-certs/ca.pem", "pem\n");
+    host::installRecorder(kSystemctl, kCalls);
+  };
+  const std::string certificates = "d 0755 ca-certs\nf 0644 ca-certs/ca.pem \"pem\\n\"\n";
+  FaultPlan blockedAddress = {0, false, 0, {"mkdir"}};
+  blockedAddress.before = [](std::size_t call) {  // the second mkdir is that of the certificates
     if (call == 2) host::makeDirs(kMade + "/mapconfig.static"s);
   };
-  {
-    const ArmedFaults armed(plan);
-    create(everything("lab"), status::openError);
-    EXPECT_EQ(armed.count(), 2u);
-  }
-  EXPECT_EQ(host::tree(kMade), "d 0755 ca-certs\nd 0755 mapconfig.static\nf 0640 profile_name \"lab\\n\"\n");
-  EXPECT_FALSE(host::exists(host::kCurrent));
-  EXPECT_EQ(calls(), "");
+  const Creation cases[] = {
+      {"name", put, status::writeError, "", "", "", {1, false, ENOSPC, {"write"}}, 1},
+      {"address", put, status::openError, certificates + "d 0755 mapconfig.static\nf 0640 profile_name \"lab\\n\"\n",
+       "", "", blockedAddress, 2},
+      {"interface",
+       put,
+       status::renameError,
+       certificates + "f 0644 endbox.conf \"activation_code=code\\n\"\n" + kAddressAndName,
+       "profile-123123\n",
+       "systemctl start hip\n",
+       {1, false, EROFS, {"rename"}},
+       2},
+  };
+  for (const Creation& c : cases) expectCreation(c, everything("lab"));
 }
 
 // --- Create: activation
 
 class CreateActiveTest : public ProfileControlTest {
  protected:
-  void SetUp() override {
-    ProfileControlTest::SetUp();
-    if (IsSkipped()) return;
+  static constexpr const char* kHeartbeat = "/etc/zuv/profiles/profile-1/hipvars.txt";
+
+  // A host with an active profile whose daemon runs.
+  static void makeRunning() {
+    host::reset();
     host::makeProfile("profile-1", "old");
     host::makeActive("profile-1");
+    host::writeHeartbeat("/etc/zuv/profiles/profile-1");
     host::installRecorder(kSystemctl, kCalls);
   }
   static NewProfile activeWish() {
@@ -448,105 +426,69 @@ class CreateActiveTest : public ProfileControlTest {
     wanted.initSystem = "systemd";
     return wanted;
   }
-  static std::string current() { return host::readFile(host::kCurrent); }
 };
 
-TEST_F(CreateActiveTest, ARunningDaemonIsStoppedFirstAndStartedAtTheEnd) {
-  host::writeHeartbeat("/etc/zuv/profiles/profile-1");
-  EXPECT_EQ(create(activeWish()).name, "lab");
-  EXPECT_EQ(calls(), "systemctl stop hip\nsystemctl start hip\n");
-  EXPECT_EQ(current(), "profile-123123\n");
+TEST_F(CreateActiveTest, ADaemonThatMayRunIsStoppedFirstAndStartedAtTheEnd) {
+  const std::string created = "d 0755 ca-certs\n" + kAddressAndName;
+  const Creation cases[] = {
+      {"a daemon that may run", [](NewProfile&) { host::writeFile(kHeartbeat, "uptime.now=1\n"); }, status::success,
+       created, "profile-123123\n", "systemctl stop hip\nsystemctl start hip\n"},
+      {"a stopped daemon is only started", [](NewProfile&) { host::remove(kHeartbeat); }, status::success, created,
+       "profile-123123\n", "systemctl start hip\n"},
+      {"a failed stop is ignored",
+       [](NewProfile&) { host::installScript(kSystemctl, "echo \"$1\" >> /tmp/calls\n[ \"$1\" = start ]\n"); },
+       status::success, created, "profile-123123\n", "stop\nstart\n"},
+      {"the stop precedes the copy of the template, and the start is last",
+       [](NewProfile&) {
+         putTemplate("a.conf", "");
+         host::installScript(kSystemctl, "echo $1 $(ls -A /etc/zuv/profiles/profile-123123) >> /tmp/calls\n");
+       },
+       status::success, "f 0644 a.conf \"\"\n" + created, "profile-123123\n",
+       "stop\nstart a.conf ca-certs mapconfig.static profile_name\n"},
+      {"a running daemon", [](NewProfile&) {}, status::success, created, "profile-123123\n",
+       "systemctl stop hip\nsystemctl start hip\n"},
+  };
+  for (const Creation& c : cases) expectCreation(c, activeWish(), makeRunning);
   EXPECT_EQ(host::modeOf(host::kCurrent), 0666u);
 }
 
-TEST_F(CreateActiveTest, TheDaemonIsStoppedBeforeTheTemplateIsCopiedAndStartedLast) {
-  host::writeHeartbeat("/etc/zuv/profiles/profile-1");
-  host::writeFile("/etc/zuv/profiles/.factory/hip.conf", "x=1\n");
-  host::installScript(kSystemctl, "echo $1 $(ls -A /etc/zuv/profiles/profile-123123) >> /tmp/calls\n");
-  create(activeWish());
-  EXPECT_EQ(calls(), "stop\nstart ca-certs hip.conf mapconfig.static profile_name\n");
-}
-
-TEST_F(CreateActiveTest, AFailureAfterTheStopLeavesTheDaemonStopped) {
-  host::writeHeartbeat("/etc/zuv/profiles/profile-1");
-  host::writeFile(host::kFactory, "");
-  create(activeWish(), status::opendirError);
-  EXPECT_EQ(calls(), "systemctl stop hip\n");
-  EXPECT_EQ(current(), "profile-1\n");
-}
-
-TEST_F(CreateActiveTest, ADaemonThatMayRunIsStoppedToo) {
-  host::writeFile("/etc/zuv/profiles/profile-1/hipvars.txt", "uptime.now=1\n");
-  create(activeWish());
-  EXPECT_EQ(calls(), "systemctl stop hip\nsystemctl start hip\n");
-}
-
-TEST_F(CreateActiveTest, AStoppedDaemonIsOnlyStarted) {
-  create(activeWish());
-  EXPECT_EQ(calls(), "systemctl start hip\n");
-}
-
-TEST_F(CreateActiveTest, WithoutActivationTheDaemonIsLeftAlone) {
-  host::writeHeartbeat("/etc/zuv/profiles/profile-1");
-  NewProfile wanted = activeWish();
-  wanted.activate = false;
-  create(wanted);
-  EXPECT_EQ(calls(), "");
-  EXPECT_EQ(current(), "profile-1\n");
-}
-
-TEST_F(CreateActiveTest, ARefusedNameDoesNotStopTheDaemon) {
-  host::writeHeartbeat("/etc/zuv/profiles/profile-1");
-  NewProfile wanted = activeWish();
-  wanted.name = "old";
-  wanted.allowRename = false;
-  create(wanted, status::applicationError);
-  EXPECT_EQ(calls(), "");
-}
-
-TEST_F(CreateActiveTest, AFailedStopIsIgnored) {
-  host::writeHeartbeat("/etc/zuv/profiles/profile-1");
-  host::installScript(kSystemctl, "echo \"$1\" >> /tmp/calls\n[ \"$1\" = start ]\n");
-  EXPECT_EQ(create(activeWish()).name, "lab");
-  EXPECT_EQ(calls(), "stop\nstart\n");
-  EXPECT_EQ(current(), "profile-123123\n");
-}
-
 TEST_F(CreateActiveTest, AFailedStartIsReturnedButTheProfileIsCreatedAndActive) {
-  const struct {
-    const char* why;
-    const char* script;
-    StatusCode code;
-  } cases[] = {
-      {"the tool exits with a status", "exit 3\n", status::childExitedNonzero},
-      {"the tool dies of a signal", "kill -KILL $$\n", status::childKilledBySignal},
-      {"the tool is missing", nullptr, status::childExitedNonzero},
+  const std::string created = "d 0755 ca-certs\n" + kAddressAndName;
+  const Creation cases[] = {
+      {"the tool exits with a status", [](NewProfile&) { host::installScript(kSystemctl, "exit 3\n"); },
+       status::childExitedNonzero, created, "profile-123123\n"},
+      {"the tool dies of a signal", [](NewProfile&) { host::installScript(kSystemctl, "kill -KILL $$\n"); },
+       status::childKilledBySignal, created, "profile-123123\n"},
+      {"the tool is missing", [](NewProfile&) { host::remove("/usr/bin/systemctl"); }, status::childExitedNonzero,
+       created, "profile-123123\n"},
+      {"the null backend starts nothing", [](NewProfile& wanted) { wanted.initSystem = "null"; },
+       status::childExitedNonzero, created, "profile-123123\n"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.why);
-    host::makeActive("profile-1");
-    host::remove("/usr/bin/systemctl");
-    host::remove(kMade);
-    if (c.script != nullptr) host::installScript(kSystemctl, c.script);
-    create(activeWish(), c.code);
-    EXPECT_EQ(current(), "profile-123123\n");
-    EXPECT_EQ(host::readFile(kMade + "/profile_name"s), "lab\n");
-  }
+  for (const Creation& c : cases) expectCreation(c, activeWish(), makeRunning);
+}
+
+TEST_F(CreateActiveTest, TheOldProfileStaysActiveIfActivationIsNotWantedOrNotReached) {
+  const Creation cases[] = {
+      {"without activation the daemon is left alone", [](NewProfile& wanted) { wanted.activate = false; },
+       status::success, "d 0755 ca-certs\n" + kAddressAndName, "profile-1\n"},
+      {"a refused name does not stop the daemon",
+       [](NewProfile& wanted) {
+         wanted.name = "old";
+         wanted.allowRename = false;
+       },
+       status::applicationError, "", "profile-1\n"},
+      {"a failure after the stop leaves the daemon stopped", [](NewProfile&) { host::writeFile(host::kFactory, ""); },
+       status::opendirError, "", "profile-1\n", "systemctl stop hip\n"},
+  };
+  for (const Creation& c : cases) expectCreation(c, activeWish(), makeRunning);
 }
 
 TEST_F(CreateActiveTest, AMarkerThatCannotBeWrittenIsAnApplicationErrorAndTheDaemonIsStarted) {
+  makeRunning();
   host::remove(host::kCurrent);
   host::makeDirs(host::kCurrent);
   create(activeWish(), status::applicationError);
-  EXPECT_EQ(calls(), "systemctl start hip\n");
-}
-
-TEST_F(CreateActiveTest, TheNullBackendStartsNothingAndReturnsAFailure) {
-  NewProfile wanted = activeWish();
-  wanted.initSystem = "null";
-  create(wanted, status::childExitedNonzero);
-  EXPECT_EQ(calls(), "");
-  EXPECT_EQ(current(), "profile-123123\n");
+  EXPECT_EQ(host::recordedCalls(), "systemctl start hip\n");
 }
 
 // --- Details
@@ -554,8 +496,8 @@ TEST_F(CreateActiveTest, TheNullBackendStartsNothingAndReturnsAFailure) {
 using DetailsTest = ProfileControlTest;
 
 TEST_F(DetailsTest, CreationReturnsTheDetailsOfTheNewProfile) {
-  host::writeFile("/etc/zuv/profiles/.factory/device_id", "id\n");
-  host::writeFile("/etc/zuv/profiles/.factory/endbox.conf", "device_ip=10.9.0.1\ndevice_mask=255.0.0.0\n");
+  putTemplate("device_id", "id\n");
+  putTemplate("endbox.conf", "device_ip=10.9.0.1\ndevice_mask=255.0.0.0\n");
   NewProfile wanted = wish("lab");
   wanted.network = "eth0";
   wanted.invitation = "code";
@@ -571,11 +513,6 @@ TEST_F(DetailsTest, CreationReturnsTheDetailsOfTheNewProfile) {
   EXPECT_EQ(details.helmsor.host, "h");
   EXPECT_EQ(details.helmsor.port, "443");
   EXPECT_EQ(details.logLevel, "");
-}
-
-TEST_F(DetailsTest, DetailsOfANewProfileAreThoseOfItsDirectoryWhateverItsName) {
-  EXPECT_EQ(create(wish("--active")).details.dirname, "profile-123123");
-  EXPECT_EQ(create(wish("dir=profile-123123")).details.dirname, "profile-123124");
 }
 
 TEST_F(DetailsTest, AValueThatNoFileGivesIsEmpty) {
@@ -612,42 +549,39 @@ TEST_F(DetailsTest, TheFirstAddressLineWinsEvenIfItIsEmpty) {
   }
 }
 
-TEST_F(DetailsTest, TheStatusIsThatOfTheResolution) {
-  host::makeProfile("profile-1", "lab");
-  host::makeProfile("profile-2", "office");
-  host::makeActive("profile-1");
-  ProfileDetails details;
-  EXPECT_THAT(ProfileControl::cmdGetProfileDetails("lab", details), HasCode(status::profileIsActive));
-  EXPECT_TRUE(details.filled);
-  EXPECT_THAT(ProfileControl::cmdGetProfileDetails("", details), HasCode(status::profileIsActive));
-  EXPECT_THAT(ProfileControl::cmdGetProfileDetails("office", details), HasCode(status::success));
-  host::writeHeartbeat("/etc/zuv/profiles/profile-1");
-  EXPECT_THAT(ProfileControl::cmdGetProfileDetails("lab", details), HasCode(status::profileIsRunning));
-  EXPECT_EQ(details.name, "lab");
-  EXPECT_THAT(ProfileControl::cmdGetProfileDetails(".factory", details), HasCode(status::success));
-  EXPECT_EQ(details.dirname, ".factory");
-}
-
-TEST_F(DetailsTest, AFailedResolutionClearsTheDetails) {
+TEST_F(DetailsTest, TheStatusIsThatOfTheResolutionWithoutAnyAuthorization) {
   const struct {
+    const char* why;
     const char* selector;
+    bool isRunning;
     StatusCode code;
-  } cases[] = {{"missing", status::profileNotFound}, {"dir=", status::invalidArgument}};
-  for (const auto& c : cases) {
-    ProfileDetails details;
-    details.filled = true;
-    details.name = "left over";
-    EXPECT_THAT(ProfileControl::cmdGetProfileDetails(c.selector, details), HasCode(c.code));
-    EXPECT_FALSE(details.filled);
-    EXPECT_EQ(details.name, "");
-  }
-}
-
-TEST_F(DetailsTest, NoAuthorizationIsNeeded) {
+    const char* dirname;
+    const char* name;
+  } cases[] = {
+      {"the active profile", "lab", false, status::profileIsActive, "profile-1", "lab"},
+      {"an empty selector", "", false, status::profileIsActive, "profile-1", "lab"},
+      {"the running profile", "lab", true, status::profileIsRunning, "profile-1", "lab"},
+      {"another profile", "office", false, status::success, "profile-2", "office"},
+      {"the template", ".factory", false, status::success, ".factory", ".factory"},
+      {"a missing profile", "missing", false, status::profileNotFound, "", ""},
+      {"an empty directory name", "dir=", false, status::invalidArgument, "", ""},
+  };
   setAuthorizationMode(authorizationNever);
-  host::makeProfile("profile-1", "lab");
-  ProfileDetails details;
-  EXPECT_THAT(ProfileControl::cmdGetProfileDetails("lab", details), HasCode(status::success));
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::reset();
+    host::makeProfile("profile-1", "lab");
+    host::makeProfile("profile-2", "office");
+    host::makeActive("profile-1");
+    if (c.isRunning) host::writeHeartbeat("/etc/zuv/profiles/profile-1");
+    ProfileDetails details;
+    details.filled = !isSuccess(c.code);
+    details.dirname = details.name = "left over";
+    EXPECT_THAT(ProfileControl::cmdGetProfileDetails(c.selector, details), HasCode(c.code));
+    EXPECT_EQ(details.filled, isSuccess(c.code));
+    EXPECT_EQ(details.dirname, c.dirname);
+    EXPECT_EQ(details.name, c.name);
+  }
 }
 
 // --- Electing
@@ -674,68 +608,48 @@ TEST_F(ElectingTest, AnActiveProfileWithHipConfIsKeptAndBecomesTheWorkingDirecto
   EXPECT_EQ(workingDirectory(), "/etc/zuv/profiles/profile-1");
 }
 
-TEST_F(ElectingTest, WithoutAUsableActiveProfileTheFirstByNameBecomesActive) {
-  host::makeProfile("profile-1", "b");
-  host::makeProfile("profile-2", "a");
+TEST_F(ElectingTest, WithoutAUsableActiveProfileTheFirstByNameBecomesActiveWithoutAuthorization) {
+  static constexpr const char* conf = "/etc/zuv/profiles/profile-1/hip.conf";
   const struct {
     const char* why;
+    const char* marker;  // null: none
     void (*put)();
   } cases[] = {
-      {"no marker", [] {}},
-      {"an empty marker", [] { host::writeFile(host::kCurrent, ""); }},
-      {"a missing profile", [] { host::makeActive("gone"); }},
-      {"no hip.conf",
+      {"no marker", nullptr, [] {}},
+      {"an empty marker", "", [] {}},
+      {"an unreadable marker", "profile-1\n", [] { host::setMode(host::kCurrent, 0200); }},
+      {"a missing profile", "gone\n", [] {}},
+      {"a directory without hip.conf", ".without\n", [] { host::makeDirs("/etc/zuv/profiles/.without"); }},
+      {"a path out of the store", "../../../tmp/evil\n", [] { host::writeFile("/tmp/evil/hip.conf", ""); }},
+      {"the template", ".factory\n", [] { host::writeFile("/etc/zuv/profiles/.factory/hip.conf", ""); }},
+      {"a profile without hip.conf", "profile-1\n", [] { host::remove(conf); }},
+      {"a hip.conf that is a directory", "profile-1\n",
        [] {
-         host::makeDirs("/etc/zuv/profiles/.without");
-         host::makeActive(".without");
+         host::remove(conf);
+         host::makeDirs(conf);
        }},
-      {"a path out of the store",
+      {"a hip.conf that is a FIFO", "profile-1\n",
        [] {
-         host::writeFile("/tmp/evil/hip.conf", "");
-         host::makeActive("../../../tmp/evil");
+         host::remove(conf);
+         host::makeFifo(conf);
        }},
-      {"the template",
-       [] {
-         host::writeFile("/etc/zuv/profiles/.factory/hip.conf", "");
-         host::makeActive(".factory");
-       }},
-      {"an unreadable marker", [] { host::writeFile(host::kCurrent, "profile-1\n", 0200); }},
   };
+  setAuthorizationMode(authorizationNever);
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
-    host::remove(host::kCurrent);
     ASSERT_EQ(::chdir("/"), 0);
+    host::reset();
+    host::makeProfile("profile-1", "b");
+    host::makeProfile("profile-2", "a");
+    if (c.marker != nullptr) host::writeFile(host::kCurrent, c.marker, 0666);
     c.put();
     {
       const host::BoundByModes bound;
       elect();
     }
-    EXPECT_EQ(host::readFile(host::kCurrent), "profile-2\n");
+    EXPECT_EQ(current(), "profile-2\n");
     EXPECT_EQ(host::modeOf(host::kCurrent), 0666u);
     EXPECT_EQ(workingDirectory(), "/etc/zuv/profiles/profile-2");
-  }
-}
-
-TEST_F(ElectingTest, AnActiveProfileWithoutHipConfIsReplaced) {
-  host::makeProfile("profile-1", "a");
-  host::makeProfile("profile-2", "b");
-  host::makeActive("profile-2");
-  static constexpr const char* conf = "/etc/zuv/profiles/profile-2/hip.conf";
-  const struct {
-    const char* why;
-    void (*put)();
-  } cases[] = {
-      {"missing", [] {}},
-      {"a directory", [] { host::makeDirs(conf); }},
-      {"a FIFO", [] { host::makeFifo(conf); }},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.why);
-    host::remove(conf);
-    host::makeActive("profile-2");
-    c.put();
-    elect();
-    EXPECT_EQ(host::readFile(host::kCurrent), "profile-1\n");
   }
 }
 
@@ -763,14 +677,14 @@ TEST_F(ElectingTest, OnAnEmptyStoreAProfileIsCreatedActivatedAndStarted) {
             "d 0755 profile-123123/ca-certs\n"
             "f 0640 profile-123123/mapconfig.static \"map_uri=\\n\"\n"
             "f 0640 profile-123123/profile_name \"profile\\n\"\n");
-  EXPECT_EQ(calls(), "systemctl start hip\n");
+  EXPECT_EQ(host::recordedCalls(), "systemctl start hip\n");
 }
 
 TEST_F(ElectingTest, WithoutAnInitSystemTheNullBackendIsAskedToStart) {
   host::installRecorder(kSystemctl, kCalls);
   elect(status::childExitedNonzero);
-  EXPECT_EQ(host::readFile(host::kCurrent), "profile-123123\n");
-  EXPECT_EQ(calls(), "");
+  EXPECT_EQ(current(), "profile-123123\n");
+  EXPECT_EQ(host::recordedCalls(), "");
 }
 
 TEST_F(ElectingTest, IfTheStoreCannotBeListedTheCreationOfAProfileFailsToo) {
@@ -783,13 +697,6 @@ TEST_F(ElectingTest, WithoutAuthorizationNoProfileIsCreated) {
   setAuthorizationMode(authorizationNever);
   elect(status::authenticationError);
   EXPECT_EQ(store(), "");
-}
-
-TEST_F(ElectingTest, TheMarkerIsWrittenEvenWithoutAuthorization) {
-  setAuthorizationMode(authorizationNever);
-  host::makeProfile("profile-1", "a");
-  elect();
-  EXPECT_EQ(host::readFile(host::kCurrent), "profile-1\n");
 }
 
 TEST_F(ElectingTest, FailingToEnterTheProfileDirectoryIsIgnored) {
