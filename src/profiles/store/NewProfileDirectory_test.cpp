@@ -9,7 +9,6 @@
 
 namespace {
 
-using namespace std::string_literals;
 using NewProfileDirectoryTest = HostTest;
 
 // Returns the name of the new directory, or "" if none was created.
@@ -21,42 +20,41 @@ std::string made(bool expected = true) {
   return dirname;
 }
 
-TEST_F(NewProfileDirectoryTest, TheFirstNumberFrom123123ThatNoEntryHasIsTaken) {
-  const struct {
-    const char* why;
-    std::vector<const char*> folders;
-    void (*putOthers)();
-    const char* taken;
-  } cases[] = {
-      {"numbers start at 123123", {}, [] {}, "profile-123123"},
-      {"numbers increase by one", {"profile-123123"}, [] {}, "profile-123124"},
-      {"a gap is filled", {"profile-123123", "profile-123125"}, [] {}, "profile-123124"},
-      {"an entry of any kind is skipped",
-       {},
-       [] {
-         host::writeFile("/etc/zuv/profiles/profile-123123", "");
-         host::makeLink("/etc/zuv/profiles/profile-123124", "nowhere");
-         host::makeLink("/etc/zuv/profiles/profile-123125", "/tmp");
-         host::makeFifo("/etc/zuv/profiles/profile-123126");
-       },
-       "profile-123127"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.why);
-    host::reset();
-    for (const char* folder : c.folders) host::makeDirs(host::kProfiles + ""s + folder);
-    c.putOthers();
-    const std::string before = host::tree(host::kProfiles);
-    EXPECT_EQ(made(), c.taken);
-    const std::string taken = host::kProfiles + ""s + c.taken;
-    EXPECT_EQ(host::tree(taken), "");
-    EXPECT_EQ(host::modeOf(taken), 0755u);
-    host::remove(taken);
-    EXPECT_EQ(host::tree(host::kProfiles), before);
-  }
+TEST_F(NewProfileDirectoryTest, NumbersStartAt123123AndIncreaseByOne) {
+  EXPECT_EQ(made(), "profile-123123");
+  EXPECT_EQ(made(), "profile-123124");
+  EXPECT_EQ(host::tree(host::kProfiles), "d 0755 profile-123123\nd 0755 profile-123124\n");
+}
+
+TEST_F(NewProfileDirectoryTest, AGapIsFilled) {
+  host::makeDirs("/etc/zuv/profiles/profile-123123");
+  host::makeDirs("/etc/zuv/profiles/profile-123125");
+  EXPECT_EQ(made(), "profile-123124");
+}
+
+TEST_F(NewProfileDirectoryTest, AnExistingEntryOfAnyKindIsSkipped) {
+  host::writeFile("/etc/zuv/profiles/profile-123123", "");
+  host::makeLink("/etc/zuv/profiles/profile-123124", "nowhere");
+  host::makeLink("/etc/zuv/profiles/profile-123125", "/tmp");
+  host::makeFifo("/etc/zuv/profiles/profile-123126");
+  EXPECT_EQ(made(), "profile-123127");
+  EXPECT_EQ(host::tree(host::kProfiles),
+            "f 0644 profile-123123 \"\"\n"
+            "l profile-123124 -> nowhere\n"
+            "l profile-123125 -> /tmp\n"
+            "p 0644 profile-123126\n"
+            "d 0755 profile-123127\n");
 }
 
 TEST_F(NewProfileDirectoryTest, TheSearchEndsAtTheThirdFailureInARowAndAtOnceWithoutAStore) {
+  const auto makeTwo = [] {
+    made();
+    made();
+  };
+  const auto replaceStore = [] {
+    host::remove(host::kProfiles);
+    host::writeFile("/etc/zuv/profiles", "");
+  };
   const struct {
     const char* why;
     void (*put)();
@@ -66,24 +64,10 @@ TEST_F(NewProfileDirectoryTest, TheSearchEndsAtTheThirdFailureInARowAndAtOnceWit
   } cases[] = {
       {"after one failure the next number is tried", [] {}, {1, false, EACCES, {"mkdir"}}, "profile-123124", 2},
       {"three failures in a row", [] {}, {1, true, EACCES, {"mkdir"}}, "", 3},
-      {"three failures after two existing entries",
-       [] {
-         made();
-         made();
-       },
-       {3, true, ENOSPC, {"mkdir"}},
-       "",
-       5},
+      {"three failures after two existing entries", makeTwo, {3, true, ENOSPC, {"mkdir"}}, "", 5},
       {"a read-only store", [] { host::setMode(host::kProfiles, 0555); }, {0, false, 0, {"mkdir"}}, "", 3},
       {"a missing store", [] { host::remove(host::kProfiles); }, {0, false, 0, {"mkdir"}}, "", 1},
-      {"a store that is a file",
-       [] {
-         host::remove(host::kProfiles);
-         host::writeFile("/etc/zuv/profiles", "");
-       },
-       {0, false, 0, {"mkdir"}},
-       "",
-       1},
+      {"a store that is a file", replaceStore, {0, false, 0, {"mkdir"}}, "", 1},
       {"the last number is 999998", [] {}, {1, true, EEXIST, {"mkdir"}}, "", 999998u - 123123u + 1u},
   };
   for (const auto& c : cases) {

@@ -157,9 +157,9 @@ TEST_F(CreateTest, ANameIsTrimmedAndMadeUnique) {
     const char* name;
   } cases[] = {
       {"a taken name gets the first free number", "lab", "lab#3"},
-      {"even if it has a number", "lab#2", "lab#2#2"},
-      {"outer blanks are lost", " room ", "room"},
-      {"outer control bytes are lost", "\t\r\nroom\x7f\x01", "room"},
+      {"a taken name with a number gets a second number", "lab#2", "lab#2#2"},
+      {"outer blanks are removed", " room ", "room"},
+      {"outer control bytes are removed", "\t\r\nroom\x7f\x01", "room"},
       {"an inner blank is kept", "my lab", "my lab"},
       {"a high byte at the start is kept", "\xc3\xa4z", "\xc3\xa4z"},
       {"a high byte at the end is kept", "x\x80", "x\x80"},
@@ -355,7 +355,7 @@ TEST_F(CreateTest, ATemplateThatCannotBeListedEndsTheCreationWithThatStatus) {
 
 // --- Create: configuration
 
-TEST_F(CreateTest, AddressInterfaceAndInvitationAreWrittenIfTheyAreGiven) {
+TEST_F(CreateTest, InterfaceAndInvitationAreWrittenIfTheyAreGiven) {
   const Creation cases[] = {
       {"interface and invitation are written and the other lines are kept",
        [](NewProfile& wanted) {
@@ -371,11 +371,6 @@ TEST_F(CreateTest, AddressInterfaceAndInvitationAreWrittenIfTheyAreGiven) {
            kAddressAndName},
       {"nothing is written for an invitation of blanks and no interface",
        [](NewProfile& wanted) { wanted.invitation = " "; }},
-      {"without a valid port the address is the host alone", [](NewProfile& wanted) { wanted.helmsorPort = 0; },
-       status::success,
-       "d 0755 ca-certs\nf 0640 mapconfig.static \"map_uri=https://h\\n\"\nf 0640 profile_name \"lab\\n\"\n"},
-      {"without a host the address is empty", [](NewProfile& wanted) { wanted.helmsorHost = ""; }, status::success,
-       "d 0755 ca-certs\nf 0640 mapconfig.static \"map_uri=\\n\"\nf 0640 profile_name \"lab\\n\"\n"},
   };
   for (const Creation& c : cases) expectCreation(c);
 }
@@ -391,10 +386,10 @@ TEST_F(CreateTest, AFailedWriteOfNameOrAddressSkipsAllLaterStepsAndAFailedEditNo
     if (call == 2) host::makeDirs(kMade + "/mapconfig.static"s);
   };
   const Creation cases[] = {
-      {"name", put, status::writeError, "", "", "", {1, false, ENOSPC, {"write"}}, 1},
-      {"address", put, status::openError, certificates + "d 0755 mapconfig.static\nf 0640 profile_name \"lab\\n\"\n",
-       "", "", blockedAddress, 2},
-      {"interface",
+      {"a failed write of the name", put, status::writeError, "", "", "", {1, false, ENOSPC, {"write"}}, 1},
+      {"a failed write of the address", put, status::openError,
+       certificates + "d 0755 mapconfig.static\nf 0640 profile_name \"lab\\n\"\n", "", "", blockedAddress, 2},
+      {"a failed edit of the interface",
        put,
        status::renameError,
        certificates + "f 0644 endbox.conf \"activation_code=code\\n\"\n" + kAddressAndName,
@@ -431,8 +426,8 @@ class CreateActiveTest : public ProfileControlTest {
 TEST_F(CreateActiveTest, ADaemonThatMayRunIsStoppedFirstAndStartedAtTheEnd) {
   const std::string created = "d 0755 ca-certs\n" + kAddressAndName;
   const Creation cases[] = {
-      {"a daemon that may run", [](NewProfile&) { host::writeFile(kHeartbeat, "uptime.now=1\n"); }, status::success,
-       created, "profile-123123\n", "systemctl stop hip\nsystemctl start hip\n"},
+      {"a daemon that may run is stopped", [](NewProfile&) { host::writeFile(kHeartbeat, "uptime.now=1\n"); },
+       status::success, created, "profile-123123\n", "systemctl stop hip\nsystemctl start hip\n"},
       {"a stopped daemon is only started", [](NewProfile&) { host::remove(kHeartbeat); }, status::success, created,
        "profile-123123\n", "systemctl start hip\n"},
       {"a failed stop is ignored",
@@ -445,7 +440,7 @@ TEST_F(CreateActiveTest, ADaemonThatMayRunIsStoppedFirstAndStartedAtTheEnd) {
        },
        status::success, "f 0644 a.conf \"\"\n" + created, "profile-123123\n",
        "stop\nstart a.conf ca-certs mapconfig.static profile_name\n"},
-      {"a running daemon", [](NewProfile&) {}, status::success, created, "profile-123123\n",
+      {"a running daemon is stopped", [](NewProfile&) {}, status::success, created, "profile-123123\n",
        "systemctl stop hip\nsystemctl start hip\n"},
   };
   for (const Creation& c : cases) expectCreation(c, activeWish(), makeRunning);
@@ -457,7 +452,7 @@ TEST_F(CreateActiveTest, AFailedStartIsReturnedButTheProfileIsCreatedAndActive) 
   const Creation cases[] = {
       {"the tool exits with a status", [](NewProfile&) { host::installScript(kSystemctl, "exit 3\n"); },
        status::childExitedNonzero, created, "profile-123123\n"},
-      {"the tool dies of a signal", [](NewProfile&) { host::installScript(kSystemctl, "kill -KILL $$\n"); },
+      {"a signal ends the tool", [](NewProfile&) { host::installScript(kSystemctl, "kill -KILL $$\n"); },
        status::childKilledBySignal, created, "profile-123123\n"},
       {"the tool is missing", [](NewProfile&) { host::remove("/usr/bin/systemctl"); }, status::childExitedNonzero,
        created, "profile-123123\n"},
@@ -617,29 +612,25 @@ TEST_F(ElectingTest, WithoutAUsableActiveProfileTheFirstByNameBecomesActiveWitho
   } cases[] = {
       {"no marker", nullptr, [] {}},
       {"an empty marker", "", [] {}},
-      {"an unreadable marker", "profile-1\n", [] { host::setMode(host::kCurrent, 0200); }},
+      {"an unreadable marker", "profile-1\n",
+       [] {
+         host::writeFile(conf, "");
+         host::setMode(host::kCurrent, 0200);
+       }},
       {"a missing profile", "gone\n", [] {}},
       {"a directory without hip.conf", ".without\n", [] { host::makeDirs("/etc/zuv/profiles/.without"); }},
       {"a path out of the store", "../../../tmp/evil\n", [] { host::writeFile("/tmp/evil/hip.conf", ""); }},
       {"the template", ".factory\n", [] { host::writeFile("/etc/zuv/profiles/.factory/hip.conf", ""); }},
-      {"a profile without hip.conf", "profile-1\n", [] { host::remove(conf); }},
-      {"a hip.conf that is a directory", "profile-1\n",
-       [] {
-         host::remove(conf);
-         host::makeDirs(conf);
-       }},
-      {"a hip.conf that is a FIFO", "profile-1\n",
-       [] {
-         host::remove(conf);
-         host::makeFifo(conf);
-       }},
+      {"a profile without hip.conf", "profile-1\n", [] {}},
+      {"a hip.conf that is a directory", "profile-1\n", [] { host::makeDirs(conf); }},
+      {"a hip.conf that is a FIFO", "profile-1\n", [] { host::makeFifo(conf); }},
   };
   setAuthorizationMode(authorizationNever);
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
     ASSERT_EQ(::chdir("/"), 0);
     host::reset();
-    host::makeProfile("profile-1", "b");
+    host::writeFile("/etc/zuv/profiles/profile-1/profile_name", "b\n", 0640);
     host::makeProfile("profile-2", "a");
     if (c.marker != nullptr) host::writeFile(host::kCurrent, c.marker, 0666);
     c.put();
