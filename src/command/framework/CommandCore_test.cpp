@@ -69,7 +69,9 @@ class Demanding : public RavctlCommandInstance {
   IntParam third{"third", Need::required, 1};
 };
 
+// The text "null" means no object at all.
 Status bindJson(RavctlCommandInstance& command, const std::string& text) {
+  if (text == "null") return bind_json_args(command, nullptr);
   const ScopedJson args(json::parse(text.c_str()));
   EXPECT_TRUE(json::isObject(args.get())) << text;
   return bind_json_args(command, args.get());
@@ -84,6 +86,22 @@ jsObject* arrayOf(const Words& words) {
 Status bindWords(RavctlCommandInstance& command, const Words& words, std::size_t consumed = 2) {
   const ScopedJson array(arrayOf(words));
   return bindCommandWords(command, array.get(), consumed);
+}
+
+// Returns the names of the output modes that are set, each with a blank behind it.
+std::string modesOf(const OutputMode& mode) {
+  return std::string(mode.quiet ? "quiet " : "") + (mode.verbose ? "verbose " : "") + (mode.json ? "json " : "") +
+         (mode.text ? "text " : "");
+}
+
+void expectNothingBound(const RavctlCommandInstance& command) {
+  for (const InputParamBase* param : command.params()) EXPECT_FALSE(param->hasValue()) << param->name();
+}
+
+void expectInvalid(const Status& bound, const std::string& details) {
+  EXPECT_THAT(bound, HasCode(status::invalidArgument));
+  EXPECT_EQ(bound.details(), details);
+  EXPECT_EQ(bound.context(), "bind_json_args");
 }
 
 // --- The base class of commands
@@ -108,14 +126,6 @@ TEST(RavctlCommandInstance, ListsTheStandardParametersAndTheStatusFirst) {
   EXPECT_EQ(command.results()[0], &command.status());
 }
 
-TEST(RavctlCommandInstance, InitiallyNoOutputModeIsSet) {
-  const Example command;
-  EXPECT_FALSE(command.mode().quiet);
-  EXPECT_FALSE(command.mode().verbose);
-  EXPECT_FALSE(command.mode().json);
-  EXPECT_FALSE(command.mode().text);
-}
-
 TEST(RavctlCommandInstance, RunExecutesOnceWithItsOwnStatus) {
   Example command;
   EXPECT_EQ(command.status().status().code(), 0x12000001U);
@@ -128,27 +138,24 @@ TEST(RavctlCommandInstance, RunExecutesOnceWithItsOwnStatus) {
 TEST(OutputMode, TheLastWordOfEachPairWins) {
   const struct {
     Words words;
-    bool quiet, verbose, json, text;
+    const char* modes;
   } cases[] = {
-      {{"--quiet"}, true, false, false, false},
-      {{"--verbose"}, false, true, false, false},
-      {{"--json"}, false, false, true, false},
-      {{"--text"}, false, false, false, true},
-      {{"--quiet", "--verbose"}, false, true, false, false},
-      {{"--verbose", "--quiet"}, true, false, false, false},
-      {{"--json", "--text"}, false, false, false, true},
-      {{"--text", "--json"}, false, false, true, false},
-      {{"--quiet", "--json"}, true, false, true, false},
-      {{"--text", "--verbose", "--json", "--quiet", "--quiet"}, true, false, true, false},
+      {{}, ""},
+      {{"--quiet"}, "quiet "},
+      {{"--verbose"}, "verbose "},
+      {{"--json"}, "json "},
+      {{"--text"}, "text "},
+      {{"--quiet", "--verbose"}, "verbose "},
+      {{"--verbose", "--quiet"}, "quiet "},
+      {{"--json", "--text"}, "text "},
+      {{"--text", "--json"}, "json "},
+      {{"--quiet", "--json"}, "quiet json "},
+      {{"--text", "--verbose", "--json", "--quiet", "--quiet"}, "quiet json "},
   };
   for (const auto& c : cases) {
-    OutputMode mode;
-    for (const std::string& word : c.words) EXPECT_TRUE(mode.take(word));
-    SCOPED_TRACE(testing::PrintToString(c.words));
-    EXPECT_EQ(mode.quiet, c.quiet);
-    EXPECT_EQ(mode.verbose, c.verbose);
-    EXPECT_EQ(mode.json, c.json);
-    EXPECT_EQ(mode.text, c.text);
+    Example command;
+    for (const std::string& word : c.words) EXPECT_TRUE(command.mode().take(word));
+    EXPECT_EQ(modesOf(command.mode()), c.modes) << testing::PrintToString(c.words);
   }
 }
 
@@ -158,7 +165,7 @@ TEST(OutputMode, OtherWordsChangeNothing) {
     OutputMode mode;
     mode.verbose = true;
     EXPECT_FALSE(mode.take(word)) << word;
-    EXPECT_TRUE(mode.verbose) << word;
+    EXPECT_EQ(modesOf(mode), "verbose ") << word;
   }
 }
 
@@ -186,17 +193,14 @@ TEST(BindJsonArgs, BindsEachMemberToTheParameterWithItsKey) {
   for (const InputParamBase* param : command.params()) EXPECT_EQ(param->hasValue(), param != &command.odd);
 }
 
-TEST(BindJsonArgs, AnEmptyObjectIsSuccessIfNothingIsRequired) {
-  Example command;
-  EXPECT_THAT(bindJson(command, "{}"), HasCode(status::success));
-  EXPECT_EQ(command.profile.value(), "initial");
-  for (const InputParamBase* param : command.params()) EXPECT_FALSE(param->hasValue());
-}
-
-TEST(BindJsonArgs, CommandNameIsSkippedWhateverItsValue) {
-  for (const char* args : {R"({"command_name":null})", R"({"command_name":7})", R"({"command_name":{"a":[]}})"}) {
+TEST(BindJsonArgs, AnObjectWithoutParametersIsSuccessIfNothingIsRequired) {
+  for (const char* args :
+       {"null", "{}", R"({"command_name":null})", R"({"command_name":7})", R"({"command_name":{"a":[]}})"}) {
+    SCOPED_TRACE(args);
     Example command;
-    EXPECT_THAT(bindJson(command, args), HasCode(status::success)) << args;
+    EXPECT_THAT(bindJson(command, args), HasCode(status::success));
+    EXPECT_EQ(command.profile.value(), "initial");
+    expectNothingBound(command);
   }
 }
 
@@ -237,54 +241,37 @@ TEST(BindJsonArgs, EveryFailureIsAnInvalidArgumentWithItsOwnDetails) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
     Example command;
-    const Status bound = bindJson(command, c.args);
-    EXPECT_THAT(bound, HasCode(status::invalidArgument));
-    EXPECT_EQ(bound.details(), c.details);
-    EXPECT_EQ(bound.context(), "bind_json_args");
+    expectInvalid(bindJson(command, c.args), c.details);
   }
 }
 
 TEST(BindJsonArgs, TheFirstFailureEndsTheBindingAndEarlierValuesRemain) {
   Example command;
-  const Status bound = bindJson(command, R"({"text":"before","force":1,"number":"x","network":"after"})");
-  EXPECT_THAT(bound, HasCode(status::invalidArgument));
-  EXPECT_EQ(bound.details(), "disregarding unused input: force");
+  expectInvalid(bindJson(command, R"({"text":"before","force":1,"number":"x","network":"after"})"),
+                "disregarding unused input: force");
   EXPECT_EQ(command.text.value(), "before");
   EXPECT_EQ(command.network.value(), "auto");
   EXPECT_FALSE(command.network.hasValue());
 }
 
-TEST(BindJsonArgs, MissingParametersAreReportedOneAtATimeInDeclarationOrder) {
+TEST(BindJsonArgs, MissingParametersAreReportedInDeclarationOrderAndAfterABadMember) {
   const struct {
     const char *args, *details;
   } cases[] = {
+      {"null", "illegal or missing parameter: first"},
       {"{}", "illegal or missing parameter: first"},
       {R"({"third":1})", "illegal or missing parameter: first"},
       {R"({"first":"x","optional":"y"})", "illegal or missing parameter: helmsor"},
       {R"({"helmsor":"h","first":""})", "illegal or missing parameter: third"},
+      {R"({"optional":null})", "illegal value presented: null"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.args);
     Demanding command;
-    const Status bound = bindJson(command, c.args);
-    EXPECT_THAT(bound, HasCode(status::invalidArgument));
-    EXPECT_EQ(bound.details(), c.details);
-    EXPECT_EQ(bound.context(), "bind_json_args");
+    expectInvalid(bindJson(command, c.args), c.details);
   }
   Demanding command;
   EXPECT_THAT(bindJson(command, R"({"helmsor":"h","first":"","third":"2"})"), HasCode(status::success));
-}
-
-TEST(BindJsonArgs, ABadMemberIsReportedBeforeAMissingParameter) {
-  Demanding command;
-  EXPECT_EQ(bindJson(command, R"({"optional":null})").details(), "illegal value presented: null");
-}
-
-TEST(BindJsonArgs, AValueThatIsNotAnObjectHasNoMembers) {
-  Example command;
-  EXPECT_THAT(bind_json_args(command, nullptr), HasCode(status::success));
-  Demanding demanding;
-  EXPECT_EQ(bind_json_args(demanding, nullptr).details(), "illegal or missing parameter: first");
 }
 
 // Copies every log message.
@@ -297,17 +284,22 @@ class RecordKeeper : public BasicLog::LogMessageProcessor {
   std::vector<BasicLog::LogMessage>& records_;
 };
 
-TEST(BindJsonArgs, AParameterThatIsNeitherWordNorValueFailsWithALogEntry) {
+// Binds a value to the parameter `odd`, whose failure is logged, and returns the log messages.
+std::vector<BasicLog::LogMessage> bindOdd() {
   std::vector<BasicLog::LogMessage> records;
   BasicLog::setSyncProcessor(new RecordKeeper(records));
   Example command;
   const Status bound = bindJson(command, R"({"odd":"x"})");
   BasicLog::setSyncProcessor(nullptr);
-
   EXPECT_THAT(bound, HasCode(status::invalidArgument));
   EXPECT_EQ(bound.details(), "");
   EXPECT_EQ(bound.context(), "");
   EXPECT_FALSE(command.odd.hasValue());
+  return records;
+}
+
+TEST(BindJsonArgs, AParameterThatIsNeitherWordNorValueFailsWithALogEntry) {
+  const std::vector<BasicLog::LogMessage> records = bindOdd();
   ASSERT_EQ(records.size(), 1U);
   EXPECT_EQ(records[0].level, BasicLog::Level::error);
   EXPECT_EQ(records[0].logger(), "control");
@@ -317,21 +309,12 @@ TEST(BindJsonArgs, AParameterThatIsNeitherWordNorValueFailsWithALogEntry) {
   ASSERT_EQ(records[0].parameters().size(), 1U);
   EXPECT_EQ(records[0].parameters()[0].key, "param");
   EXPECT_EQ(records[0].parameters()[0].value, "odd");
-}
 
-TEST(BindJsonArgs, AParameterThatIsNeitherWordNorValueFailsEvenIfLoggingIsOff) {
   BasicLog::Logger& logger = BasicLog::getLogger("control");
   const BasicLog::Level before = logger.threshold();
   logger.setThreshold(BasicLog::Level::fatal);
-  std::vector<BasicLog::LogMessage> records;
-  BasicLog::setSyncProcessor(new RecordKeeper(records));
-  Example command;
-  const Status bound = bindJson(command, R"({"odd":"x"})");
-  BasicLog::setSyncProcessor(nullptr);
+  EXPECT_EQ(bindOdd().size(), 0U) << "it fails without a log entry if the level is not logged";
   logger.setThreshold(before);
-
-  EXPECT_THAT(bound, HasCode(status::invalidArgument));
-  EXPECT_EQ(records.size(), 0U);
 }
 
 // --- Binding command words
@@ -350,13 +333,6 @@ TEST(BindCommandWords, WordsAfterTheNameAreParameters) {
   EXPECT_TRUE(command.profile.hasValue());
   EXPECT_EQ(command.helmsor.host(), "10.0.0.1");
   EXPECT_EQ(command.helmsor.port(), 443);
-}
-
-TEST(BindCommandWords, NamingWordsAreNotParameters) {
-  Example command;
-  EXPECT_THAT(bindWords(command, {"profile", "create", "number=x"}, 3), HasCode(status::success));
-  EXPECT_EQ(command.number.value(), 50);
-  EXPECT_THAT(bindWords(command, {}, 0), HasCode(status::success));
 }
 
 TEST(BindCommandWords, RejectedWordsFailWithTheDetailsOfTheParameter) {
@@ -381,10 +357,7 @@ TEST(BindCommandWords, RejectedWordsFailWithTheDetailsOfTheParameter) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
     Example command;
-    const Status bound = bindWords(command, {"service", "start", c.word});
-    EXPECT_THAT(bound, HasCode(status::invalidArgument));
-    EXPECT_EQ(bound.details(), c.details);
-    EXPECT_EQ(bound.context(), "bind_json_args");
+    expectInvalid(bindWords(command, {"service", "start", c.word}), c.details);
   }
 }
 
@@ -433,7 +406,7 @@ TEST(BindCommandWords, WordsWithAnEmptyNameAreSilentlyAccepted) {
   Example command;
   EXPECT_THAT(bindWords(command, {"a", "b", "", "=x", "=", "command_name=x", "command_name"}),
               HasCode(status::success));
-  for (const InputParamBase* param : command.params()) EXPECT_FALSE(param->hasValue());
+  expectNothingBound(command);
 }
 
 TEST(BindCommandWords, AWordThatIsNotAStringFailsAtOnce) {
@@ -451,32 +424,28 @@ TEST(BindCommandWords, AWordThatIsNotAStringFailsAtOnce) {
   }
 }
 
-TEST(BindCommandWords, OutputModeWordsAreNotParameters) {
-  Example command;
-  EXPECT_THAT(bindWords(command, {"list", "profiles", "--json", "text=x", "--text", "--verbose"}),
-              HasCode(status::success));
-  EXPECT_FALSE(command.mode().json);
-  EXPECT_TRUE(command.mode().text);
-  EXPECT_TRUE(command.mode().verbose);
-  EXPECT_EQ(command.text.value(), "x");
-}
-
-TEST(BindCommandWords, NamingWordsSetTheModeAfterTheOthers) {
-  Example named;
-  EXPECT_THAT(bindWords(named, {"profile", "details", "--json", "--text"}, 3), HasCode(status::success));
-  EXPECT_TRUE(named.mode().json);
-  EXPECT_FALSE(named.mode().text);
-  Example quiet;
-  EXPECT_THAT(bindWords(quiet, {"json", "--quiet", "--verbose"}, 2), HasCode(status::success));
-  EXPECT_TRUE(quiet.mode().quiet);
-  EXPECT_FALSE(quiet.mode().verbose);
-}
-
-TEST(BindCommandWords, IfThereAreFewerWordsThanConsumedAllAreNamingWords) {
-  Example command;
-  EXPECT_THAT(bindWords(command, {"text=x", "--json"}, 3), HasCode(status::success));
-  EXPECT_TRUE(command.mode().json);
-  EXPECT_FALSE(command.text.hasValue());
+TEST(BindCommandWords, NamingWordsAreNotParametersButSetTheModeAfterTheOtherWords) {
+  const struct {
+    const char* why;
+    Words words;
+    std::size_t consumed;
+    const char *modes, *text;
+  } cases[] = {
+      {"no words", {}, 0, "", ""},
+      {"naming words are not bound", {"profile", "create", "text=x"}, 3, "", ""},
+      {"mode words are not bound", {"a", "b", "--json", "text=x", "--text", "--verbose"}, 2, "verbose text ", "x"},
+      {"a naming word sets the mode last", {"profile", "details", "--json", "--text"}, 3, "json ", ""},
+      {"the second of two words too", {"json", "--quiet", "--verbose"}, 2, "quiet ", ""},
+      {"all words are naming words if there are too few", {"text=x", "--json"}, 3, "json ", ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    Example command;
+    EXPECT_THAT(bindWords(command, c.words, c.consumed), HasCode(status::success));
+    EXPECT_EQ(modesOf(command.mode()), c.modes);
+    EXPECT_EQ(command.text.value(), c.text);
+    EXPECT_EQ(command.text.hasValue(), *c.text != '\0');
+  }
 }
 
 TEST(BindCommandWords, NamingWordsDoNotSetTheModeIfAWordIsNotAString) {
@@ -484,27 +453,21 @@ TEST(BindCommandWords, NamingWordsDoNotSetTheModeIfAWordIsNotAString) {
   const ScopedJson words(arrayOf({"profile", "details", "--json"}));
   json::append(words.get(), json::makeNull());
   EXPECT_THAT(bindCommandWords(command, words.get(), 3), HasCode(status::invalidArgument));
-  EXPECT_FALSE(command.mode().json);
+  EXPECT_EQ(modesOf(command.mode()), "");
 }
 
-TEST(BindCommandWords, AcceptsManyWords) {
-  Words words = {"a", "b"};
-  for (int i = 0; i < 10'000; ++i) words.push_back("text=" + std::to_string(i));
+TEST(BindCommandWords, AcceptsManyAndVeryLongWords) {
+  const std::string huge(1'000'000, 'x');
+  Words words = {"a", "b"}, keys = words;
+  for (int i = 0; i < 10'000; ++i) {
+    words.push_back("text=" + std::to_string(i));
+    keys.push_back("key" + std::to_string(i));
+  }
   Example command;
   EXPECT_THAT(bindWords(command, words), HasCode(status::success));
   EXPECT_EQ(command.text.value(), "9999");
-
-  Words keys = {"a", "b"};
-  for (int i = 0; i < 10'000; ++i) keys.push_back("key" + std::to_string(i));
-  Example other;
-  EXPECT_EQ(bindWords(other, keys).details(), "disregarding unused input: key0");
-  Example named;
-  EXPECT_THAT(bindWords(named, keys, keys.size()), HasCode(status::success));
-}
-
-TEST(BindCommandWords, AcceptsVeryLongWords) {
-  const std::string huge(1'000'000, 'x');
-  Example command;
+  EXPECT_EQ(bindWords(command, keys).details(), "disregarding unused input: key0");
+  EXPECT_THAT(bindWords(command, keys, keys.size()), HasCode(status::success));
   EXPECT_THAT(bindWords(command, {"a", "b", "text=" + huge}), HasCode(status::success));
   EXPECT_EQ(command.text.value(), huge);
   EXPECT_EQ(bindWords(command, {"a", "b", huge}).details(), "disregarding unused input: " + huge);
@@ -512,54 +475,33 @@ TEST(BindCommandWords, AcceptsVeryLongWords) {
 
 // --- Output
 
-TEST(RenderOutput, ASuccessRendersAllFieldsInOrder) {
+// Runs a command that sets this status, and returns its output behind a line "before". With code 0 it sets none.
+Lines outputOf(const Status& result, bool isVerbose = false) {
   Example command;
   command.name.set("lab");
   command.lines.list() = {"%s", "second"};
-  command.mode().verbose = true;
+  command.mode().verbose = isVerbose;
+  command.result = result;
   command.run();
   Lines lines = {"before"};
   renderOutput(command, lines);
-  EXPECT_EQ(lines, (Lines{"before", "method: example method", "status_text: success", "status_code: 0x00000001",
-                          "name: lab", "running: false", "%s", "second"}));
+  return lines;
 }
 
-TEST(RenderOutput, ASuccessWithoutModeWordsHasNoStatusLines) {
-  Example command;
-  command.name.set("lab");
-  command.run();
-  Lines lines;
-  renderOutput(command, lines);
-  EXPECT_EQ(lines, (Lines{"name: lab", "running: false"}));
+TEST(RenderOutput, ASuccessRendersAllFieldsInOrder) {
+  const Lines fields = {"before", "name: lab", "running: false", "%s", "second"};
+  EXPECT_EQ(outputOf(Status()), fields) << "without mode words there are no status lines";
+  EXPECT_EQ(outputOf(Status::of(0x00001002)), fields) << "a note does not change the output";
+  EXPECT_EQ(outputOf(Status(), true),
+            (Lines{"before", "method: example method", "status_text: success", "status_code: 0x00000001", "name: lab",
+                   "running: false", "%s", "second"}));
 }
 
 TEST(RenderOutput, AFailureRendersOnlyItsStatus) {
-  Example command;
-  command.name.set("lab");
-  command.lines.list() = {"line"};
-  command.result = Status::error(status::invalidArgument, "invalid profile name", "example");
-  command.run();
-  Lines lines;
-  renderOutput(command, lines);
-  EXPECT_EQ(lines, (Lines{"status_text: invalid argument (invalid profile name)", "status_code: 0x10000003"}));
-}
-
-TEST(RenderOutput, ACommandThatSetsNoStatusIsAnApplicationError) {
-  Example command;
-  command.result.setCode(0);  // execute() then does not set the status
-  command.run();
-  Lines lines;
-  renderOutput(command, lines);
-  EXPECT_EQ(lines, (Lines{"status_text: application error", "status_code: 0x12000001"}));
-}
-
-TEST(RenderOutput, ASuccessWithANoteRendersTheResults) {
-  Example command;
-  command.result = Status::of(0x00001002);
-  command.run();
-  Lines lines;
-  renderOutput(command, lines);
-  EXPECT_EQ(lines, Lines{"running: false"});
+  EXPECT_EQ(outputOf(Status::error(status::invalidArgument, "invalid profile name", "example")),
+            (Lines{"before", "status_text: invalid argument (invalid profile name)", "status_code: 0x10000003"}));
+  EXPECT_EQ(outputOf(Status::of(0)), (Lines{"before", "status_text: application error", "status_code: 0x12000001"}))
+      << "a command that sets no status";
 }
 
 }  // namespace
