@@ -91,20 +91,18 @@ TEST(StringResult, RendersOnlyIfItWasSet) {
   EXPECT_EQ(linesOf(field), Lines{});
 }
 
-TEST(BoolResult, IsAlwaysRendered) {
-  BoolResult field("running");
-  EXPECT_EQ(typeOf(field), "bool");
-  EXPECT_EQ(linesOf(field), Lines{"running: false"});
-  field.set(true);
-  EXPECT_EQ(linesOf(field), Lines{"running: true"});
-}
+TEST(ResultFields, ABooleanAndAListAreAlwaysRenderedAndTheTypeOfAListIsItsName) {
+  BoolResult running("running");
+  EXPECT_EQ(typeOf(running), "bool");
+  EXPECT_EQ(linesOf(running), Lines{"running: false"});
+  running.set(true);
+  EXPECT_EQ(linesOf(running), Lines{"running: true"});
 
-TEST(StringVectorResultField, IsAlwaysRenderedAndItsTypeIsItsName) {
-  StringVectorResultField field("subcommand");
-  EXPECT_EQ(typeOf(field), "subcommand");
-  EXPECT_EQ(linesOf(field), Lines{"subcommand:"});
-  field.list() = {"a", "b"};
-  EXPECT_EQ(linesOf(field), (Lines{"subcommand:", "a", "b"}));
+  StringVectorResultField list("subcommand");
+  EXPECT_EQ(typeOf(list), "subcommand");
+  EXPECT_EQ(linesOf(list), Lines{"subcommand:"});
+  list.list() = {"a", "b"};
+  EXPECT_EQ(linesOf(list), (Lines{"subcommand:", "a", "b"}));
   StringVectorResultField bare("_log");
   EXPECT_EQ(typeOf(bare), "_log");
   EXPECT_EQ(linesOf(bare), Lines{});
@@ -145,75 +143,50 @@ class Command : public RavctlCommandInstance {
   Status result;
 };
 
+// Runs a command that sets this status, and returns the lines of its status.
+std::string rendered(const std::vector<const char*>& modeWords, const Status& result) {
+  Command command;
+  for (const char* word : modeWords) EXPECT_TRUE(command.mode().take(word));
+  command.result = result;
+  command.run();
+  std::string text;
+  for (const std::string& line : linesOf(command.status())) text += line + "\n";
+  return text;
+}
+
 TEST(StatusCodeResultField, RendersAccordingToModeAndOutcome) {
+  registerStatusTexts(status::applicationId, appStatusText);
   const Status success;
   const Status withNote = Status::of(status::profileIsActive);
-  const Status detailedSuccess = Status::error(status::success, "a note", "somewhere");
   const Status failure = Status::of(status::profileNotFound);
-  const Status detailed =
-      Status::error(status::invalidArgument, "illegal or missing parameter: name", "bind_json_args");
-  const Status informational = Status::of(status::multipleResults);
-  const struct {
-    const char* why;
-    std::vector<const char*> words;
-    Status result;
-    Lines lines;
-  } cases[] = {
-      {"success", {}, success, {}},
-      {"success with a note", {}, withNote, {}},
-      {"success, quiet", {"--quiet"}, success, {}},
-      {"success, verbose",
-       {"--verbose"},
-       success,
-       {"method: example method", "status_text: success", "status_code: 0x00000001"}},
-      {"success with a note, verbose",
-       {"--verbose"},
-       withNote,
-       {"method: example method", "status_text: profile is active", "status_code: 0x00001001"}},
-      {"success with details, verbose",
-       {"--verbose"},
-       detailedSuccess,
-       {"method: example method", "status_text: success (a note)", "status_code: 0x00000001"}},
-      {"failure", {}, failure, {"status_text: profile not found", "status_code: 0x12001001"}},
-      {"failure, quiet", {"--quiet"}, failure, {"status_code: 0x12001001"}},
-      {"failure, verbose",
-       {"--verbose"},
-       failure,
-       {"method: example method", "status_text: profile not found", "status_code: 0x12001001"}},
-      {"details are shown, the context is not",
-       {},
-       detailed,
-       {"status_text: invalid argument (illegal or missing parameter: name)", "status_code: 0x10000003"}},
-      {"details, quiet", {"--quiet"}, detailed, {"status_code: 0x10000003"}},
-      {"an informational code is a failure",
-       {},
-       informational,
-       {"status_text: multiple results", "status_code: 0x20000001"}},
-      {"--json changes nothing", {"--json"}, failure, {"status_text: profile not found", "status_code: 0x12001001"}},
-      {"--text changes nothing", {"--text"}, success, {}},
-      {"quiet, then verbose",
-       {"--quiet", "--verbose"},
-       success,
-       {"method: example method", "status_text: success", "status_code: 0x00000001"}},
-      {"verbose, then quiet", {"--verbose", "--quiet"}, failure, {"status_code: 0x12001001"}},
-      {"the code has eight hexadecimal digits in lower case",
-       {"--quiet"},
-       Status::of(0xabcdef01),
-       {"status_code: 0xabcdef01"}},
-      {"percent signs are plain text",
-       {},
-       Status::error(status::openError, "%s%n", ""),
-       {"status_text: stdlib error: file open (%s%n)", "status_code: 0x14000005"}},
-  };
-  registerStatusTexts(status::applicationId, appStatusText);
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.why);
-    Command command;
-    for (const char* word : c.words) EXPECT_TRUE(command.mode().take(word));
-    command.result = c.result;
-    command.run();
-    EXPECT_EQ(linesOf(command.status()), c.lines);
-  }
+  const Status detailed = Status::error(status::invalidArgument, "missing parameter: name", "bind_json_args");
+  const std::string successText = "status_text: success\nstatus_code: 0x00000001\n";
+  const std::string failureText = "status_text: profile not found\nstatus_code: 0x12001001\n";
+  EXPECT_EQ(rendered({}, success), "");
+  EXPECT_EQ(rendered({"--quiet"}, success), "");
+  EXPECT_EQ(rendered({"--text"}, success), "") << "--text changes nothing";
+  EXPECT_EQ(rendered({"--verbose"}, success), "method: example method\n" + successText);
+  EXPECT_EQ(rendered({"--quiet", "--verbose"}, success), "method: example method\n" + successText);
+  EXPECT_EQ(rendered({}, withNote), "");
+  EXPECT_EQ(rendered({"--verbose"}, withNote),
+            "method: example method\nstatus_text: profile is active\nstatus_code: 0x00001001\n");
+  EXPECT_EQ(rendered({"--verbose"}, Status::error(status::success, "a note", "somewhere")),
+            "method: example method\nstatus_text: success (a note)\nstatus_code: 0x00000001\n");
+  EXPECT_EQ(rendered({}, failure), failureText);
+  EXPECT_EQ(rendered({"--json"}, failure), failureText) << "--json changes nothing";
+  EXPECT_EQ(rendered({"--quiet"}, failure), "status_code: 0x12001001\n");
+  EXPECT_EQ(rendered({"--verbose", "--quiet"}, failure), "status_code: 0x12001001\n");
+  EXPECT_EQ(rendered({"--verbose"}, failure), "method: example method\n" + failureText);
+  EXPECT_EQ(rendered({}, detailed),
+            "status_text: invalid argument (missing parameter: name)\nstatus_code: 0x10000003\n")
+      << "details are shown, the context is not";
+  EXPECT_EQ(rendered({"--quiet"}, detailed), "status_code: 0x10000003\n");
+  EXPECT_EQ(rendered({}, Status::of(status::multipleResults)),
+            "status_text: multiple results\nstatus_code: 0x20000001\n")
+      << "an informational code is a failure";
+  EXPECT_EQ(rendered({"--quiet"}, Status::of(0xabcdef01)), "status_code: 0xabcdef01\n");
+  EXPECT_EQ(rendered({}, Status::error(status::openError, "%s%n", "")),
+            "status_text: stdlib error: file open (%s%n)\nstatus_code: 0x14000005\n");
 }
 
 TEST(StatusCodeResultField, IsAnApplicationErrorUntilItIsSet) {
