@@ -60,99 +60,78 @@ Said say(const std::vector<std::string>& lines, FaultPlan plan = {}) {
   return said;
 }
 
-FaultPlan failing(std::size_t at, int error, bool fromThereOn = false) {
+// The plan in which the first write fails, and every later one too if `fromThereOn`.
+FaultPlan failing(int error, bool fromThereOn = false) {
   FaultPlan plan;
-  plan.at = at;
+  plan.at = 1;
   plan.error = error;
   plan.fromThereOn = fromThereOn;
   return plan;
 }
 
-TEST(LineOutput, AFewLinesAreOneWrite) {
-  const Said said = say({"status_text: x", "", " two  blanks ", "%s%n", "\xff\x80"});
-  EXPECT_EQ(said.out, "status_text: x\n\n two  blanks \n%s%n\n\xff\x80\n");
-  EXPECT_EQ(said.err, "");
-  EXPECT_EQ(said.writes, 1U);
+constexpr const char* kDiskFull = "ravctl: can't write standard output: No space left on device\n";
+
+TEST(LineOutput, LinesAreWrittenAtOnceAndAFailureIsOneLineOnStandardError) {
+  FaultPlan oneByte;
+  oneByte.oneByteAtATime = true;
+  const struct {
+    const char* why;
+    std::vector<std::string> lines;
+    FaultPlan plan;
+    const char *out, *err;
+    std::size_t writes;
+  } cases[] = {
+      {"a few lines are one write",
+       {"text: x", "", " two  blanks ", "%s%n", "\xff\x80"},
+       {},
+       "text: x\n\n two  blanks \n%s%n\n\xff\x80\n",
+       "",
+       1},
+      {"without lines nothing is written", {}, {}, "", "", 0},
+      {"a zero byte ends its line",
+       {std::string("ab\0cd", 5), std::string("\0x", 2), "next"},
+       {},
+       "ab\n\nnext\n",
+       "",
+       1},
+      {"a short write is continued", {"abc", "de"}, oneByte, "abc\nde\n", "", 7},
+      {"an interrupted write is retried", {"abc"}, failing(EINTR), "abc\n", "", 2},
+      {"a closed pipe ends the output silently", {"abc"}, failing(EPIPE, true), "", "", 1},
+      {"a full disk", {"abc", "def"}, failing(ENOSPC), "", kDiskFull, 2},
+      {"an I/O error", {"abc"}, failing(EIO), "", "ravctl: can't write standard output: Input/output error\n", 2},
+      {"a size limit", {"abc"}, failing(EFBIG), "", "ravctl: can't write standard output: File too large\n", 2},
+      {"a closed descriptor",
+       {"abc"},
+       failing(EBADF),
+       "",
+       "ravctl: can't write standard output: Bad file descriptor\n",
+       2},
+      {"a failed write to standard error is not reported", {"abc"}, failing(ENOSPC, true), "", "", 2},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    const Said said = say(c.lines, c.plan);
+    EXPECT_EQ(said.out, c.out);
+    EXPECT_EQ(said.err, c.err);
+    EXPECT_EQ(said.writes, c.writes);
+  }
 }
 
-TEST(LineOutput, WithoutLinesNothingIsWritten) {
-  const Said said = say({});
-  EXPECT_EQ(said.out, "");
-  EXPECT_EQ(said.writes, 0U);
-}
-
-TEST(LineOutput, AZeroByteEndsItsLine) {
-  EXPECT_EQ(say({std::string("ab\0cd", 5), std::string("\0x", 2), "next"}).out, "ab\n\nnext\n");
-}
-
-TEST(LineOutput, LongOutputIsWrittenInLargePieces) {
+TEST(LineOutput, LongOutputIsWrittenInLargePiecesUntilOneFails) {
   const std::vector<std::string> lines(10'000, std::string(99, 'x'));
   std::string expected;
   for (const std::string& line : lines) expected += line + "\n";
   const Said said = say(lines);
   EXPECT_TRUE(said.out == expected);
   EXPECT_EQ(said.writes, 16U);  // a million bytes in pieces a little larger than 64 KiB
-}
-
-TEST(LineOutput, AVeryLongLineIsWrittenCompletely) {
-  const std::string line(5'000'000, 'y');
-  EXPECT_TRUE(say({line}).out == line + "\n");
-}
-
-TEST(LineOutput, AShortWriteIsContinued) {
-  FaultPlan plan;
-  plan.oneByteAtATime = true;
-  const Said said = say({"abc", "de"}, plan);
-  EXPECT_EQ(said.out, "abc\nde\n");
-  EXPECT_EQ(said.err, "");
-  EXPECT_EQ(said.writes, 7U);
-}
-
-TEST(LineOutput, AnInterruptedWriteIsRetried) {
-  const Said said = say({"abc"}, failing(1, EINTR));
-  EXPECT_EQ(said.out, "abc\n");
-  EXPECT_EQ(said.err, "");
-  EXPECT_EQ(said.writes, 2U);
-}
-
-TEST(LineOutput, AClosedPipeEndsTheOutputSilently) {
-  const Said said = say({"abc"}, failing(1, EPIPE, true));
-  EXPECT_EQ(said.out, "");
-  EXPECT_EQ(said.err, "");
-  EXPECT_EQ(said.writes, 1U);
-}
-
-TEST(LineOutput, AnyOtherFailurePrintsOneLineToStandardError) {
-  const struct {
-    int error;
-    const char* line;
-  } cases[] = {
-      {ENOSPC, "ravctl: can't write standard output: No space left on device\n"},
-      {EIO, "ravctl: can't write standard output: Input/output error\n"},
-      {EFBIG, "ravctl: can't write standard output: File too large\n"},
-      {EBADF, "ravctl: can't write standard output: Bad file descriptor\n"},
-  };
-  for (const auto& c : cases) {
-    const Said said = say({"abc", "def"}, failing(1, c.error));
-    EXPECT_EQ(said.out, "");
-    EXPECT_EQ(said.err, c.line);
-    EXPECT_EQ(said.writes, 2U);
-  }
-}
-
-TEST(LineOutput, NothingIsWrittenAfterAFailure) {
-  const std::vector<std::string> lines(10'000, std::string(99, 'x'));
-  const Said said = say(lines, failing(2, ENOSPC));
-  EXPECT_EQ(said.out.size(), 65'600U);  // only the first piece
-  EXPECT_EQ(said.err, "ravctl: can't write standard output: No space left on device\n");
-  EXPECT_EQ(said.writes, 3U);  // the third write is the line on standard error
-}
-
-TEST(LineOutput, AFailedWriteToStandardErrorIsNotReported) {
-  const Said said = say({"abc"}, failing(1, ENOSPC, true));
-  EXPECT_EQ(said.out, "");
-  EXPECT_EQ(said.err, "");
-  EXPECT_EQ(said.writes, 2U);
+  FaultPlan secondFails = failing(ENOSPC);
+  secondFails.at = 2;
+  const Said failed = say(lines, secondFails);
+  EXPECT_TRUE(failed.out == expected.substr(0, 65'600));  // only the first piece
+  EXPECT_EQ(failed.err, kDiskFull);
+  EXPECT_EQ(failed.writes, 3U);  // the third write is the line on standard error
+  const std::string longLine(5'000'000, 'y');
+  EXPECT_TRUE(say({longLine}).out == longLine + "\n");
 }
 
 // --- The program's own output
@@ -173,16 +152,16 @@ TEST_F(OutputTest, AClosedPipeIsNoFailureOfTheProgram) {
 TEST_F(OutputTest, AFullDevicePrintsOneLineAndKeepsTheExitStatus) {
   Start start;
   start.outputTo = "/dev/full";
-  const std::string line = "ravctl: can't write standard output: No space left on device\n";
-  for (const auto& words : {std::vector<std::string>{}, {"reference"}, {"list", "profiles", "--verbose"}}) {
+  const std::pair<std::vector<std::string>, int> cases[] = {{{}, 0},
+                                                            {{"reference"}, 0},
+                                                            {{"list", "profiles", "--verbose"}, 0},
+                                                            {{"bogus"}, 1},
+                                                            {{"service", "start", "now"}, 1}};
+  for (const auto& [words, exitStatus] : cases) {
+    SCOPED_TRACE(testing::PrintToString(words));
     const Outcome outcome = runRavctl(words, start);
-    EXPECT_EQ(outcome.exitStatus, 0);
-    EXPECT_EQ(outcome.err, line);
-  }
-  for (const auto& words : {std::vector<std::string>{"bogus"}, {"service", "start", "now"}}) {
-    const Outcome outcome = runRavctl(words, start);
-    EXPECT_EQ(outcome.exitStatus, 1);
-    EXPECT_EQ(outcome.err, line);
+    EXPECT_EQ(outcome.exitStatus, exitStatus);
+    EXPECT_EQ(outcome.err, kDiskFull);
   }
 }
 
