@@ -17,6 +17,9 @@ class AuthorizationTest : public HostTest {
 };
 
 TEST_F(AuthorizationTest, OnlyTheModesAlwaysAndRootOnlyPermitAnything) {
+  EXPECT_EQ(authorizationNever, 0);
+  EXPECT_EQ(authorizationAlways, 1);
+  EXPECT_EQ(authorizationRootOnly, 2);
   for (const int mode : {authorizationNever, 3, 4, -1, INT_MAX, INT_MIN}) {
     setAuthorizationMode(mode);
     EXPECT_FALSE(isAuthorized()) << mode;
@@ -25,12 +28,6 @@ TEST_F(AuthorizationTest, OnlyTheModesAlwaysAndRootOnlyPermitAnything) {
   EXPECT_TRUE(isAuthorized());
   setAuthorizationMode(authorizationRootOnly);
   EXPECT_TRUE(isAuthorized());  // in the private host we are root
-}
-
-TEST_F(AuthorizationTest, TheModesHaveTheirNumbers) {
-  EXPECT_EQ(authorizationNever, 0);
-  EXPECT_EQ(authorizationAlways, 1);
-  EXPECT_EQ(authorizationRootOnly, 2);
 }
 
 // Returns 1 if a process with these user ids is authorized in mode 2, else 0.
