@@ -68,7 +68,13 @@ TEST(Usage, PrintsItsLines) {
 
 // --- help
 
-TEST(Help, WithoutFurtherWordsItPrintsTheSummary) { EXPECT_EQ(help({}), kSummary); }
+TEST(Help, WithoutFurtherWordsItPrintsTheSummary) {
+  for (const Words& words : {Words{}, Words{"--quiet"}, Words{"--json", "--text", "--verbose"}}) {
+    EXPECT_EQ(help(words), kSummary) << testing::PrintToString(words);
+  }
+  Hipcmd_SimpleHelp withoutWords({}, commandTable());
+  EXPECT_EQ(linesOf(withoutWords), kSummary);
+}
 
 TEST(Help, OnlyHelpIsQuietByDefault) {
   EXPECT_TRUE(Hipcmd_SimpleHelp({"help"}, commandTable()).mode().quiet);
@@ -76,9 +82,11 @@ TEST(Help, OnlyHelpIsQuietByDefault) {
   EXPECT_FALSE(Hipcmd_ReferenceHelp(commandTable()).mode().quiet);
 }
 
-TEST(Help, ConstructedWithoutWordsItPrintsTheSummary) {
-  Hipcmd_SimpleHelp command({}, commandTable());
-  EXPECT_EQ(linesOf(command), kSummary);
+// Returns the page of one command: its heading, its name with its description, its usage, and the lines behind those.
+Lines entry(const std::string& heading, const std::string& name, const std::string& usage, const Lines& params) {
+  Lines lines = {heading, "", "NAME", "        " + name, "", "USAGE", "        " + usage, "", "PARAMETERS"};
+  lines.insert(lines.end(), params.begin(), params.end());
+  return lines;
 }
 
 TEST(Help, ACategoryListsItsCommandsUnderItsCanonicalName) {
@@ -120,17 +128,8 @@ TEST(Help, ACategoryListsItsCommandsUnderItsCanonicalName) {
            "    'support bundle' generate a support bundle",
        }},
       {{"json"},
-       {
-           "ravctl help for 'json' commands:",
-           "",
-           "NAME",
-           "        json <object> - Executes a command given in JSON form.",
-           "",
-           "USAGE",
-           "        json <object> <json object>",
-           "",
-           "PARAMETERS",
-       }},
+       entry("ravctl help for 'json' commands:", "json <object> - Executes a command given in JSON form.",
+             "json <object> <json object>", {})},
       {{"internal"}, {"ravctl help for 'internal' commands:"}},
   };
   for (const auto& c : cases) {
@@ -143,103 +142,59 @@ TEST(Help, ACategoryListsItsCommandsUnderItsCanonicalName) {
   }
 }
 
-TEST(Help, TwoWordsThatNameACommandGiveItsEntry) {
+TEST(Help, TheWordsOfACommandGiveItsEntry) {
   const struct {
-    const char* why;
     Words words;
-    Lines lines;
+    const char *heading, *name, *usage;
+    Lines params;
   } cases[] = {
-      {"a command with required and optional parameters",
-       {"profile", "create"},
-       {
-           "ravctl help for command: profile create",
-           "",
-           "NAME",
-           "        profile create - Creates a new profile.   The name and helmsor settings are required.",
-           "",
-           "USAGE",
-           "        profile create <new profile name> [allow_rename=<boolean>] helmsor=<addr:port> "
-           "[network=<interface | auto>] [invitation=<invitation>] "
-           "[log_level=<info | warn | error | debug | trace>] [sys=<sys-impl>] [activate]",
-           "",
-           "PARAMETERS",
-           "        allow_rename: boolean",
-           "        helmsor: helmsor address, in host:port form",
-           "        network: network interface",
-           "        invitation: invitation code",
-           "        log_level: log level",
-           "        sys: sys impl name",
-           "        activate: single word",
-       }},
-      {"a command with results but no parameters",
-       {"list", "versions"},
-       {
-           "ravctl help for command: list versions",
-           "",
-           "NAME",
-           "        list versions - Displays version numbers for various pieces of the installed HIP application.",
-           "",
-           "USAGE",
-           "        list versions",
-           "",
-           "PARAMETERS",
-       }},
-      {"a command with parameters but no results",
-       {"service", "restart"},
-       {
-           "ravctl help for command: service restart",
-           "",
-           "NAME",
-           "        service restart - Stops the zuv-hipd background process if it is running, and then starts it up "
-           "again.",
-           "",
-           "USAGE",
-           "        service restart [sys=<sys-impl>] [full]",
-           "",
-           "PARAMETERS",
-           "        sys: sys impl name",
-           "        full: single word",
-           "",
-           " <no additional result data>",
-       }},
-      {"a command without parameters and results",
-       {"profile", "delete"},
-       {
-           "ravctl help for command: profile delete",
-           "",
-           "NAME",
-           "        profile delete - Removes a profile.",
-           "",
-           "USAGE",
-           "        profile delete <profile name>",
-           "",
-           "PARAMETERS",
-           "",
-           " <no additional result data>",
-       }},
-      {"a command with a usage suffix and an integer parameter",
-       {"list", "log"},
-       {
-           "ravctl help for command: list log",
-           "",
-           "NAME",
-           "        list log - Displays an extract from the hip.log file for the given profile.",
-           "",
-           "USAGE",
-           "        list log <profile name> [max_lines=<integer>] "
-           "[log_level=<info | warn | error | debug | trace>]",
-           "",
-           "PARAMETERS",
-           "        max_lines: integer",
-           "        log_level: log level",
-       }},
+      // A command with required and optional parameters.
+      {{"profile", "create"},
+       "ravctl help for command: profile create",
+       "profile create - Creates a new profile.   The name and helmsor settings are required.",
+       "profile create <new profile name> [allow_rename=<boolean>] helmsor=<addr:port> "
+       "[network=<interface | auto>] [invitation=<invitation>] "
+       "[log_level=<info | warn | error | debug | trace>] [sys=<sys-impl>] [activate]",
+       {"        allow_rename: boolean", "        helmsor: helmsor address, in host:port form",
+        "        network: network interface", "        invitation: invitation code", "        log_level: log level",
+        "        sys: sys impl name", "        activate: single word"}},
+      // A command with results but no parameters.
+      {{"list", "versions"},
+       "ravctl help for command: list versions",
+       "list versions - Displays version numbers for various pieces of the installed HIP application.",
+       "list versions",
+       {}},
+      // A command with parameters but no results.
+      {{"service", "restart"},
+       "ravctl help for command: service restart",
+       "service restart - Stops the zuv-hipd background process if it is running, and then starts it up again.",
+       "service restart [sys=<sys-impl>] [full]",
+       {"        sys: sys impl name", "        full: single word", "", " <no additional result data>"}},
+      // A command without parameters and results.
+      {{"profile", "delete"},
+       "ravctl help for command: profile delete",
+       "profile delete - Removes a profile.",
+       "profile delete <profile name>",
+       {"", " <no additional result data>"}},
+      // A command with a usage suffix and an integer parameter.
+      {{"list", "log"},
+       "ravctl help for command: list log",
+       "list log - Displays an extract from the hip.log file for the given profile.",
+       "list log <profile name> [max_lines=<integer>] [log_level=<info | warn | error | debug | trace>]",
+       {"        max_lines: integer", "        log_level: log level"}},
+      // A command that one word names.
+      {{"help"},
+       "ravctl help for command: help",
+       "help - Displays the commands by category, or the entry of one command.",
+       "help [<category> | <command name>]",
+       {}},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.why);
-    EXPECT_EQ(help(c.words), c.lines);
+    SCOPED_TRACE(c.heading);
+    EXPECT_EQ(help(c.words), entry(c.heading, c.name, c.usage, c.params));
     Words longer = c.words;
     longer.insert(longer.end(), {"lab", "x=y"});
-    EXPECT_EQ(help(longer), c.lines);
+    EXPECT_EQ(help(longer), entry(c.heading, c.name, c.usage, c.params));
   }
 }
 
@@ -265,31 +220,12 @@ TEST(Help, TheLongestMatchWins) {
       {{"reference"}, "ravctl help for command: reference"},
       {{"usage", "profile"}, "ravctl help for command: usage"},
       {{"help", "profile"}, "ravctl help for command: help"},
+      {{"--verbose", "service", "--quiet", "stop"}, "ravctl help for command: service stop"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::PrintToString(c.words));
     EXPECT_EQ(help(c.words).front(), c.heading);
   }
-}
-
-TEST(Help, CommandsNamedByOneWordHaveEntriesToo) {
-  EXPECT_EQ(help({"help"}), (Lines{
-                                "ravctl help for command: help",
-                                "",
-                                "NAME",
-                                "        help - Displays the commands by category, or the entry of one command.",
-                                "",
-                                "USAGE",
-                                "        help [<category> | <command name>]",
-                                "",
-                                "PARAMETERS",
-                            }));
-}
-
-TEST(Help, OutputModeWordsAreSkipped) {
-  EXPECT_EQ(help({"--quiet"}), kSummary);
-  EXPECT_EQ(help({"--json", "--text", "--verbose"}), kSummary);
-  EXPECT_EQ(help({"--verbose", "service", "--quiet", "stop"}).front(), "ravctl help for command: service stop");
 }
 
 TEST(Help, UnknownWordsAreNamedAboveTheSummary) {
@@ -428,26 +364,11 @@ TEST(Reference, PrintsEveryEntryAndThenTheStandardFields) {
 
 TEST(Reference, PrintsTheSameEntriesAsHelpInTheOrderOfTheTable) {
   Lines expected;
-  for (const Words& words : {Words{"profile", "create"},
-                             {"profile", "modify"},
-                             {"profile", "details"},
-                             {"profile", "activate"},
-                             Words{"profile", "delete"},
-                             {"profile", "rename"},
-                             {"support", "reset"},
-                             {"list", "log"},
-                             Words{"list", "interfaces"},
-                             {"list", "versions"},
-                             {"list", "profiles"},
-                             {"service", "start"},
-                             Words{"service", "stop"},
-                             {"service", "restart"},
-                             {"service", "status"},
-                             {"support", "bundle"},
-                             Words{"json"},
-                             {"usage"},
-                             {"help"},
-                             {"reference"}}) {
+  for (const CommandRow& row : commandTable()) {
+    const std::string method = row.method;
+    const std::size_t blank = method.find(' ');
+    const Words words =
+        blank == std::string::npos ? Words{method} : Words{method.substr(0, blank), method.substr(blank + 1)};
     const Lines page = help(words);
     expected.insert(expected.end(), page.begin() + 1, page.end());
   }
