@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <limits>
 #include <random>
 
@@ -23,11 +24,17 @@ constexpr const char* kLog = "/tmp/hip.log";
 
 class LogExcerptTest : public HostTest {};
 
+// Reads the file, expects this status, and returns the lines.
+Texts linesOf(const std::string& path, Level threshold = Level::info, std::int32_t maxLines = 50,
+              StatusCode expected = status::success) {
+  Texts lines = {"what was there before"};
+  EXPECT_THAT(readLogExcerpt(path, threshold, maxLines, lines), HasCode(expected));
+  return lines;
+}
+
 Texts excerptOf(const std::string& content, Level threshold = Level::info, std::int32_t maxLines = 50) {
   host::writeFile(kLog, content);
-  Texts lines = {"what was there before"};
-  EXPECT_THAT(readLogExcerpt(kLog, threshold, maxLines, lines), HasCode(status::success));
-  return lines;
+  return linesOf(kLog, threshold, maxLines);
 }
 
 std::string numbered(int count) {
@@ -36,105 +43,93 @@ std::string numbered(int count) {
   return content;
 }
 
-// --- Which lines
+struct Case {
+  const char* why;
+  std::string content;
+  Texts shown;
+  std::int32_t maxLines = 50;
+  Level threshold = Level::info;
+};
 
-TEST_F(LogExcerptTest, TheLastLinesAreInFileOrder) {
-  EXPECT_THAT(excerptOf(numbered(10), Level::info, 3), ElementsAre("line 8", "line 9", "line 10"));
-  EXPECT_THAT(excerptOf(numbered(2), Level::info, 3), ElementsAre("line 1", "line 2"));
+void expectShown(const std::vector<Case>& cases) {
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    EXPECT_EQ(excerptOf(c.content, c.threshold, c.maxLines), c.shown);
+  }
 }
 
-TEST_F(LogExcerptTest, OnlyMatchingLinesAreCounted) {
-  EXPECT_THAT(excerptOf("[ERROR] 1\n[DEBUG] 2\n[FATAL] 3\n[INFO] 4\n[ERROR] 5\nplain 6\n", Level::error, 2),
-              ElementsAre("[FATAL] 3", "[ERROR] 5"));
+// --- Which lines
+
+TEST_F(LogExcerptTest, TheLastMatchingLinesAreInFileOrder) {
+  const std::string mixed = "[ERROR] 1\n[DEBUG] 2\n[FATAL] 3\n[INFO] 4\n[ERROR] 5\nplain 6\n";
+  expectShown({
+      {"a longer log shows its last lines", numbered(10), {"line 8", "line 9", "line 10"}, 3},
+      {"a shorter log shows all lines", numbered(2), {"line 1", "line 2"}, 3},
+      {"only matching lines count", mixed, {"[FATAL] 3", "[ERROR] 5"}, 2, Level::error},
+      {"empty lines do not count", "one\n\n\ntwo\n\n\n", {"one", "two"}, 2},
+      {"a maximum of 0 shows nothing", numbered(10), {}, 0},
+      {"an empty log has no lines", "", {}},
+  });
 }
 
 TEST_F(LogExcerptTest, LinesAtTheThresholdAreShownAndLinesWithoutALevelAreInfo) {
-  const std::string content =
-      "[TRACE] t\n[DEBUG] d\n[INFO] i\n[NOTICE] n\n[WARN] w\n[ERR] e\n[FATAL] f\nplain\n[notes] on it\n";
-  EXPECT_THAT(excerptOf(content, Level::trace).size(), 9u);
-  EXPECT_THAT(excerptOf(content, Level::debug), ElementsAre("[DEBUG] d", "[INFO] i", "[NOTICE] n", "[WARN] w",
-                                                            "[ERR] e", "[FATAL] f", "plain", "[notes] on it"));
-  EXPECT_THAT(excerptOf(content, Level::info),
-              ElementsAre("[INFO] i", "[NOTICE] n", "[WARN] w", "[ERR] e", "[FATAL] f", "plain", "[notes] on it"));
-  EXPECT_THAT(excerptOf(content, Level::notice), ElementsAre("[NOTICE] n", "[WARN] w", "[ERR] e", "[FATAL] f"));
-  EXPECT_THAT(excerptOf(content, Level::warning), ElementsAre("[WARN] w", "[ERR] e", "[FATAL] f"));
-  EXPECT_THAT(excerptOf(content, Level::error), ElementsAre("[ERR] e", "[FATAL] f"));
-  EXPECT_THAT(excerptOf(content, Level::fatal), ElementsAre("[FATAL] f"));
-}
-
-TEST_F(LogExcerptTest, MaxLinesZeroShowsNothing) { EXPECT_THAT(excerptOf(numbered(10), Level::info, 0), IsEmpty()); }
-
-TEST_F(LogExcerptTest, ANegativeMaxLinesMeansFifty) {
-  for (const std::int32_t negative : {-1, -5, std::numeric_limits<std::int32_t>::min()}) {
-    SCOPED_TRACE(negative);
-    const Texts lines = excerptOf(numbered(60), Level::info, negative);
-    EXPECT_EQ(lines.size(), 50u);
-    EXPECT_EQ(lines.front(), "line 11");
+  const Texts lines = {"[TRACE] t",  "[DEBUG] d", "[INFO] i", "plain",    "[notes] on it",
+                       "[NOTICE] n", "[WARN] w",  "[ERR] e",  "[FATAL] f"};
+  std::string content;
+  for (const std::string& line : lines) content += line + "\n";
+  const std::pair<Level, int> cases[] = {{Level::trace, 0},   {Level::debug, 1}, {Level::info, 2}, {Level::notice, 5},
+                                         {Level::warning, 6}, {Level::error, 7}, {Level::fatal, 8}};
+  for (const auto& [threshold, hidden] : cases) {
+    SCOPED_TRACE(hidden);
+    EXPECT_EQ(excerptOf(content, threshold), Texts(lines.begin() + hidden, lines.end()));
   }
 }
 
-TEST_F(LogExcerptTest, MaxLinesIsLimitedToAHundredThousand) {
-  const std::string content = numbered(100010);
-  for (const std::int32_t large : {100000, 100001, 200000, std::numeric_limits<std::int32_t>::max()}) {
-    SCOPED_TRACE(large);
-    const Texts lines = excerptOf(content, Level::info, large);
-    ASSERT_EQ(lines.size(), 100000u);
-    EXPECT_EQ(lines.front(), "line 11");
+TEST_F(LogExcerptTest, ANegativeMaxLinesMeansFiftyAndTheLimitIsAHundredThousand) {
+  using Limits = std::numeric_limits<std::int32_t>;
+  const std::pair<std::int32_t, std::size_t> cases[] = {
+      {-1, 50},         {-5, 50},         {Limits::min(), 50}, {99999, 99999},
+      {100000, 100000}, {100001, 100000}, {200000, 100000},    {Limits::max(), 100000}};
+  for (const auto& [maxLines, shown] : cases) {
+    SCOPED_TRACE(maxLines);
+    const Texts lines = excerptOf(numbered(100010), Level::info, maxLines);
+    ASSERT_EQ(lines.size(), shown);
+    EXPECT_EQ(lines.front(), "line " + std::to_string(100011 - shown));
     EXPECT_EQ(lines.back(), "line 100010");
   }
-  EXPECT_EQ(excerptOf(content, Level::info, 99999).front(), "line 12");
 }
-
-TEST_F(LogExcerptTest, AnEmptyLogHasNoLines) { EXPECT_THAT(excerptOf(""), IsEmpty()); }
 
 // --- What a line is
 
-TEST_F(LogExcerptTest, ALogMayHaveOneByteOrOneLine) {
-  EXPECT_THAT(excerptOf("x"), ElementsAre("x"));
-  EXPECT_THAT(excerptOf("x\n[ERROR] y"), ElementsAre("x", "[ERROR] y"));
-  EXPECT_THAT(excerptOf("\n"), IsEmpty());
-}
-
-TEST_F(LogExcerptTest, LineEndsAreRemovedAndEmptyLinesSkipped) {
-  EXPECT_THAT(excerptOf("one\r\n\n\r\n\r\r\ntwo\r\r\n \nthree"), ElementsAre("one", "two", " ", "three"));
-  EXPECT_THAT(excerptOf("one\rtwo\n"), ElementsAre("one\rtwo"));
-  EXPECT_THAT(excerptOf("\n"), IsEmpty());
-  EXPECT_THAT(excerptOf("\n\n\nx"), ElementsAre("x"));
-}
-
-TEST_F(LogExcerptTest, EmptyLinesDoNotCount) {
-  EXPECT_THAT(excerptOf("one\n\n\ntwo\n\n\n", Level::info, 2), ElementsAre("one", "two"));
-}
-
-TEST_F(LogExcerptTest, AZeroByteEndsTheText) {
-  EXPECT_THAT(excerptOf("one\0more\ntwo\r\0more\n\0three\nfour\n"s), ElementsAre("one", "two", "four"));
-  EXPECT_THAT(excerptOf("[ERROR\0] x\n[DEBUG] \0[ERROR]\n"s, Level::error), ElementsAre("[ERROR"));
+TEST_F(LogExcerptTest, ALineEndsAtItsLineEndOrAtAZeroByte) {
+  expectShown({
+      {"a log of one byte", "x", {"x"}},
+      {"the last line needs no line end", "x\n[ERROR] y", {"x", "[ERROR] y"}},
+      {"a log of one empty line", "\n", {}},
+      {"empty lines are skipped", "\n\n\nx", {"x"}},
+      {"carriage returns at the end of a line are removed",
+       "one\r\n\n\r\n\r\r\ntwo\r\r\n \nthree",
+       {"one", "two", " ", "three"}},
+      {"a carriage return inside a line remains", "one\rtwo\n", {"one\rtwo"}},
+      {"a zero byte ends the text of its line", "one\0more\ntwo\r\0more\n\0three\nfour\n"s, {"one", "two", "four"}},
+      {"a zero byte ends the level too", "[ERROR\0] x\n[DEBUG] \0[ERROR]\n"s, {"[ERROR"}, 50, Level::error},
+  });
 }
 
 TEST_F(LogExcerptTest, ALongLineIsCutIntoPiecesOf4095) {
-  const std::string x(4095, 'x'), y(4095, 'y');
-  EXPECT_THAT(excerptOf(x.substr(1) + "\nend\n"), ElementsAre(x.substr(1), "end"));
-  EXPECT_THAT(excerptOf(x + "\nend\n"), ElementsAre(x, "end"));
-  EXPECT_THAT(excerptOf(x + "z\nend\n"), ElementsAre(x, "z", "end"));
-  EXPECT_THAT(excerptOf(x + y), ElementsAre(x, y));
-  EXPECT_THAT(excerptOf("first\n" + x + y + "z", Level::info, 2), ElementsAre(y, "z"));
-}
-
-TEST_F(LogExcerptTest, EachPieceHasItsOwnLevel) {
-  const std::string first = "[ERROR] " + std::string(4095 - 8, 'x');
-  const std::string second = "[DEBUG] " + std::string(4095 - 8, 'y');
-  EXPECT_THAT(excerptOf(first + second + "[FATAL] z\n", Level::error), ElementsAre(first, "[FATAL] z"));
-}
-
-TEST_F(LogExcerptTest, AZeroByteEndsOnlyTheTextOfItsPiece) {
-  const std::string first = "a\0"s + std::string(4093, 'x');
-  EXPECT_THAT(excerptOf(first + "b\0c\n"s), ElementsAre("a", "b"));
-}
-
-TEST_F(LogExcerptTest, ACarriageReturnAtTheEndOfAPieceIsRemoved) {
-  const std::string first = std::string(4094, 'x') + "\r";
-  EXPECT_THAT(excerptOf(first + "\n"), ElementsAre(first.substr(0, 4094)));
-  EXPECT_THAT(excerptOf(first + "rest\n"), ElementsAre(first.substr(0, 4094), "rest"));
+  const std::string x(4095, 'x'), y(4095, 'y'), almost(4094, 'x');
+  const std::string error = "[ERROR] " + x.substr(8), debug = "[DEBUG] " + x.substr(8);
+  expectShown({
+      {"a line one byte below the limit", almost + "\nend\n", {almost, "end"}},
+      {"a line at the limit", x + "\nend\n", {x, "end"}},
+      {"a line one byte above the limit", x + "z\nend\n", {x, "z", "end"}},
+      {"two full pieces", x + y, {x, y}},
+      {"each piece counts as a line", "first\n" + x + y + "z", {y, "z"}, 2},
+      {"each piece has its own level", error + debug + "[FATAL] z\n", {error, "[FATAL] z"}, 50, Level::error},
+      {"a zero byte ends only the text of its piece", "a\0"s + x.substr(2) + "b\0c\n"s, {"a", "b"}},
+      {"a carriage return at the end of a line of one piece is removed", almost + "\r\n", {almost}},
+      {"a carriage return at the end of a piece is removed", almost + "\rrest\n", {almost, "rest"}},
+  });
 }
 
 TEST_F(LogExcerptTest, PiecesAreCutFromTheStartOfALineOfAnyLength) {
@@ -170,22 +165,9 @@ class LogMaker {
 
  private:
   std::string line(unsigned longest) {
-    static const char* const heads[] = {"[DEBUG 2024-03-01 12:00:05.000123] ",
-                                        "[INFO] ",
-                                        "[error] ",
-                                        "W~ ",
-                                        "f~",
-                                        "EMERGENCY ",
-                                        "[Critical]",
-                                        "trace ",
-                                        "plain ",
-                                        "  [WARN] ",
-                                        "\t[ERR",
-                                        "",
-                                        "",
-                                        "[[ERROR] ",
-                                        "errors ",
-                                        "ERROR\t"};
+    static const char* const heads[] = {
+        "[DEBUG 12:00:05] ", "[INFO] ", "[error] ", "W~ ", "f~",        "EMERGENCY ", "[Critical]", "trace ", "plain ",
+        "  [WARN] ",         "\t[ERR",  "",         "",    "[[ERROR] ", "errors ",    "ERROR\t"};
     std::string text;
     switch (below(12)) {
       case 0:
@@ -233,73 +215,64 @@ void expectAsModel(const std::string& content, LogMaker& maker) {
   }
 }
 
-TEST_F(LogExcerptTest, SmallLogsGiveTheLinesOfTheModel) {
+TEST_F(LogExcerptTest, RandomLogsGiveTheLinesOfTheModel) {
+  const struct {
+    const char* why;
+    int rounds;
+    unsigned least, more;  // the size of a log is `least` and up to `more` bytes
+    unsigned longest;
+  } cases[] = {
+      {"small logs", 400, 0, 3000, 9000},
+      {"large logs", 20, 200000, 300000, 20000},
+      {"large logs with lines longer than a buffer", 20, 200000, 300000, 300000},
+  };
   LogMaker maker(1);
-  for (unsigned round = 0; round < 400; ++round) {
-    SCOPED_TRACE("round " + std::to_string(round));
-    const std::string content = maker.log(maker.below(3000), 9000);
-    host::writeFile(kLog, content);
-    expectAsModel(content, maker);
-    if (HasFatalFailure()) return;
-  }
-}
-
-TEST_F(LogExcerptTest, LargeLogsGiveTheLinesOfTheModel) {
-  LogMaker maker(2);
-  for (unsigned round = 0; round < 40; ++round) {
-    SCOPED_TRACE("round " + std::to_string(round));
-    const std::string content = maker.log(200000 + maker.below(300000), round % 2 == 0 ? 20000 : 300000);
-    host::writeFile(kLog, content);
-    expectAsModel(content, maker);
-    if (HasFatalFailure()) return;
+  for (const auto& c : cases) {
+    for (int round = 0; round < c.rounds; ++round) {
+      SCOPED_TRACE(std::string(c.why) + ", round " + std::to_string(round));
+      const std::string content = maker.log(c.least + maker.below(c.more), c.longest);
+      host::writeFile(kLog, content);
+      expectAsModel(content, maker);
+      if (HasFatalFailure()) return;
+    }
   }
 }
 
 // --- Cost
 
-TEST_F(LogExcerptTest, TheLastLinesOfALargeLogTakeOneRead) {
-  host::writeFile(kLog, numbered(1000000));
-  Texts lines;
-  const ArmedFaults counted{FaultPlan{}};
-  EXPECT_THAT(readLogExcerpt(kLog, Level::info, 50, lines), HasCode(status::success));
-  EXPECT_THAT(counted.calls(), ElementsAre("openat", "fstat", "pread", "close"));
-  EXPECT_EQ(lines.back(), "line 1000000");
-}
-
-TEST_F(LogExcerptTest, MaxLinesZeroReadsNothing) {
-  host::writeFile(kLog, numbered(10));
-  Texts lines;
-  const ArmedFaults counted{FaultPlan{}};
-  EXPECT_THAT(readLogExcerpt(kLog, Level::info, 0, lines), HasCode(status::success));
-  EXPECT_THAT(counted.calls(), ElementsAre("openat", "fstat", "close"));
-}
-
-TEST_F(LogExcerptTest, ALogOfShortLinesIsReadOnce) {
-  const std::string content = numbered(1000000);
-  host::writeFile(kLog, content);
-  Texts lines;
-  const ArmedFaults counted{FaultPlan{}};
-  EXPECT_THAT(readLogExcerpt(kLog, Level::error, 50, lines), HasCode(status::success));
-  EXPECT_THAT(lines, IsEmpty());
-  EXPECT_LE(counted.count(), content.size() / (128 * 1024) + 6);
-}
-
-TEST_F(LogExcerptTest, ALongLineIsReadTwice) {
-  const std::string content(10000000, 'x');
-  host::writeFile(kLog, content);
-  Texts lines;
-  const ArmedFaults counted{FaultPlan{}};
-  EXPECT_THAT(readLogExcerpt(kLog, Level::error, 50, lines), HasCode(status::success));
-  EXPECT_LE(counted.count(), 2 * content.size() / (128 * 1024) + 8);
-}
-
-// The size is a multiple of the block size, so the file has exactly as many blocks as its size needs.
-TEST_F(LogExcerptTest, ALogWithoutHolesIsNotSearchedForHoles) {
-  host::writeFile(kLog, std::string(4096 * 500, 'x'));
-  Texts lines;
-  const ArmedFaults counted{FaultPlan{}};
-  EXPECT_THAT(readLogExcerpt(kLog, Level::error, 50, lines), HasCode(status::success));
-  EXPECT_THAT(counted.calls(), testing::Not(testing::Contains("lseek")));
+// The size of the log without holes is a multiple of the block size, so the file has exactly as many blocks as its size
+// needs. A search for holes would be a call of lseek.
+TEST_F(LogExcerptTest, ALogIsReadOnceAndOnlyALongLineTwice) {
+  constexpr std::size_t window = 128 * 1024;
+  const std::string shortLines = numbered(1000000), longLine(10000000, 'x');
+  const struct {
+    const char* why;
+    std::string content;
+    Level threshold;
+    std::int32_t maxLines;
+    std::size_t mostCalls;
+    const char* last;  // the last line shown; "": none
+  } cases[] = {
+      {"the last lines of a large log take one read", shortLines, Level::info, 50, 4, "line 1000000"},
+      {"a maximum of 0 reads nothing", numbered(10), Level::info, 0, 3, ""},
+      {"a log of short lines is read once", shortLines, Level::error, 50, shortLines.size() / window + 6, ""},
+      {"a long line is read twice", longLine, Level::error, 50, 2 * longLine.size() / window + 8, ""},
+      {"a log without holes is not searched for holes", std::string(4096 * 500, 'x'), Level::error, 50, 50, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::writeFile(kLog, c.content);
+    Texts lines, calls;
+    {
+      const ArmedFaults counted{FaultPlan{}};
+      EXPECT_THAT(readLogExcerpt(kLog, c.threshold, c.maxLines, lines), HasCode(status::success));
+      calls = counted.calls();
+    }
+    EXPECT_LE(calls.size(), c.mostCalls);
+    calls.erase(std::remove(calls.begin(), calls.end(), "pread"), calls.end());
+    EXPECT_THAT(calls, ElementsAre("openat", "fstat", "close"));
+    EXPECT_EQ(lines.empty() ? "" : lines.back(), c.last);
+  }
 }
 
 // --- Sparse logs
@@ -321,14 +294,14 @@ TEST_F(LogExcerptTest, SparseLogsGiveTheLinesOfTheModel) {
   };
   for (const auto& c : cases) {
     std::string content(static_cast<std::size_t>(c.size), '\0');
-    for (const host::Island& island : c.islands)
+    for (const host::Island& island : c.islands) {
       content.replace(static_cast<std::size_t>(island.offset), island.text.size(), island.text);
+    }
+    host::writeSparse(kLog, c.size, c.islands);
     for (const std::int32_t maxLines : {1, 3, 50, 2000}) {
-      SCOPED_TRACE(std::string(c.why) + ", " + std::to_string(maxLines));
-      host::writeSparse(kLog, c.size, c.islands);
-      Texts shown;
-      EXPECT_THAT(readLogExcerpt(kLog, Level::info, maxLines, shown), HasCode(status::success));
-      EXPECT_EQ(shown, log_model::lastOf(log_model::matchingLines(content, Level::info), maxLines));
+      EXPECT_EQ(linesOf(kLog, Level::info, maxLines),
+                log_model::lastOf(log_model::matchingLines(content, Level::info), maxLines))
+          << c.why << ", " << maxLines;
     }
   }
 }
@@ -340,9 +313,7 @@ TEST_F(LogExcerptTest, HolesOfASparseLogAreNotRead) {
     SCOPED_TRACE(islands[0].offset);
     host::writeSparse(kLog, most, islands);
     const ArmedFaults counted{FaultPlan{}};
-    Texts lines;
-    EXPECT_THAT(readLogExcerpt(kLog, Level::info, 50, lines), HasCode(status::success));
-    EXPECT_THAT(lines, ElementsAre("text"));
+    EXPECT_THAT(linesOf(kLog), ElementsAre("text"));
     EXPECT_LT(counted.count(), 6000u);
   }
 }
@@ -352,55 +323,35 @@ TEST_F(LogExcerptTest, HolesOfASparseLogAreNotRead) {
 TEST_F(LogExcerptTest, AMissingLogIsAWarningAndGivesOneLine) {
   host::makeLink("/tmp/dangling", "/tmp/nowhere");
   host::writeFile("/tmp/plain", "");
-  const std::string paths[] = {"/tmp/missing",
-                               "/tmp/nowhere/hip.log",
-                               "/tmp/dangling",
-                               "/tmp/plain/hip.log",
-                               "/tmp/" + std::string(300, 'x') + "/hip.log",
-                               ""};
-  for (const std::string& path : paths) {
-    SCOPED_TRACE(path);
-    Texts lines = {"what was there before"};
-    EXPECT_THAT(readLogExcerpt(path, Level::info, 50, lines), HasCode(status::successWithWarnings));
-    EXPECT_THAT(lines, ElementsAre("no logfile available for this profile"));
+  const std::string tooLong = "/tmp/" + std::string(300, 'x') + "/hip.log";
+  for (const std::string& path :
+       {"/tmp/missing"s, "/tmp/nowhere/hip.log"s, "/tmp/dangling"s, "/tmp/plain/hip.log"s, tooLong, ""s}) {
+    for (const std::int32_t maxLines : {50, 0}) {
+      SCOPED_TRACE(path + ", " + std::to_string(maxLines));
+      EXPECT_THAT(linesOf(path, Level::fatal, maxLines, status::successWithWarnings),
+                  ElementsAre("no logfile available for this profile"));
+    }
   }
 }
 
-TEST_F(LogExcerptTest, TheLineOfAMissingLogDoesNotDependOnMaxLines) {
-  Texts lines;
-  EXPECT_THAT(readLogExcerpt("/tmp/missing", Level::fatal, 0, lines), HasCode(status::successWithWarnings));
-  EXPECT_THAT(lines, ElementsAre("no logfile available for this profile"));
-}
-
-TEST_F(LogExcerptTest, ALogThatIsNotARegularFileIsAnOpenError) {
+TEST_F(LogExcerptTest, ALogThatIsNoReadableRegularFileIsAnOpenError) {
   host::makeFifo("/tmp/fifo");
   host::makeDirs("/tmp/folder");
   host::makeLink("/tmp/loop", "/tmp/loop");
-  for (const char* path : {"/tmp/fifo", "/tmp/folder", "/tmp/loop", "/dev/zero"}) {
-    SCOPED_TRACE(path);
-    Texts lines = {"what was there before"};
-    EXPECT_THAT(readLogExcerpt(path, Level::info, 50, lines), HasCode(status::openError));
-    EXPECT_THAT(lines, IsEmpty());
-  }
-}
-
-TEST_F(LogExcerptTest, AnUnreadableLogIsAnOpenError) {
   host::writeFile(kLog, "line\n", 0000);
   const host::BoundByModes bound;
-  Texts lines;
-  EXPECT_THAT(readLogExcerpt(kLog, Level::info, 50, lines), HasCode(status::openError));
-  EXPECT_THAT(lines, IsEmpty());
+  for (const char* path : {"/tmp/fifo", "/tmp/folder", "/tmp/loop", "/dev/zero", kLog}) {
+    SCOPED_TRACE(path);
+    EXPECT_THAT(linesOf(path, Level::info, 50, status::openError), IsEmpty());
+  }
 }
 
 TEST_F(LogExcerptTest, ALinkIsFollowedAndTheNullDeviceCountsAsAnEmptyLog) {
   host::writeFile("/tmp/elsewhere", "line\n");
   host::makeLink(kLog, "/tmp/elsewhere");
   host::makeLink("/tmp/null", "/dev/null");
-  Texts lines;
-  EXPECT_THAT(readLogExcerpt(kLog, Level::info, 50, lines), HasCode(status::success));
-  EXPECT_THAT(lines, ElementsAre("line"));
-  EXPECT_THAT(readLogExcerpt("/tmp/null", Level::info, 50, lines), HasCode(status::success));
-  EXPECT_THAT(lines, IsEmpty());
+  EXPECT_THAT(linesOf(kLog), ElementsAre("line"));
+  EXPECT_THAT(linesOf("/tmp/null"), IsEmpty());
 }
 
 // --- Faults and other processes
@@ -421,75 +372,57 @@ TEST_F(LogExcerptTest, EveryFailedCallHasItsStatusAndGivesNoLines) {
   EXPECT_EQ(steps, 10u);
 }
 
-TEST_F(LogExcerptTest, AnInterruptedCallIsRetried) {
-  host::writeFile(kLog, numbered(3));
-  Texts lines;
-  for (std::size_t at = 1; at <= 3; ++at) {
-    SCOPED_TRACE(at);
-    FaultPlan plan;
-    plan.at = at;
-    plan.error = EINTR;
-    plan.calls = {"openat", "pread"};
+TEST_F(LogExcerptTest, AnInterruptedCallIsRetriedAndAShortReadContinued) {
+  host::writeFile(kLog, numbered(20) + std::string(5000, 'x') + "\nlast\n");
+  std::vector<FaultPlan> plans(1);
+  plans[0].oneByteAtATime = true;
+  for (std::size_t at = 1; at <= 3; ++at) plans.push_back({at, false, EINTR, {"openat", "pread"}});
+  for (const FaultPlan& plan : plans) {
+    SCOPED_TRACE(plan.at);
     const ArmedFaults armed(plan);
-    EXPECT_THAT(readLogExcerpt(kLog, Level::info, 50, lines), HasCode(status::success));
-    EXPECT_THAT(lines, ElementsAre("line 1", "line 2", "line 3"));
+    EXPECT_THAT(linesOf(kLog, Level::info, 4),
+                ElementsAre("line 20", std::string(4095, 'x'), std::string(905, 'x'), "last"));
   }
 }
 
-TEST_F(LogExcerptTest, ShortReadsAreContinued) {
-  const std::string content = numbered(20) + std::string(5000, 'x') + "\nlast\n";
-  host::writeFile(kLog, content);
-  FaultPlan plan;
-  plan.oneByteAtATime = true;
-  const ArmedFaults armed(plan);
-  Texts lines;
-  EXPECT_THAT(readLogExcerpt(kLog, Level::info, 4, lines), HasCode(status::success));
-  EXPECT_THAT(lines, ElementsAre("line 20", std::string(4095, 'x'), std::string(905, 'x'), "last"));
-}
-
 // Reads the log; `meanwhile` runs just before the pread of that number.
-Texts excerptWhile(std::size_t number, const std::function<void()>& meanwhile, Level threshold, std::int32_t maxLines) {
+Texts excerptWhile(std::size_t number, const std::function<void()>& meanwhile) {
   FaultPlan plan;
   plan.calls = {"pread"};
   plan.before = [&](std::size_t at) {
     if (at == number) meanwhile();
   };
   const ArmedFaults armed(plan);
-  Texts lines;
-  EXPECT_THAT(readLogExcerpt(kLog, threshold, maxLines, lines), HasCode(status::success));
+  const Texts lines = linesOf(kLog, Level::error);
   EXPECT_GE(armed.count(), number);
   return lines;
 }
 
-TEST_F(LogExcerptTest, LinesWrittenDuringTheReadAreNotShown) {
-  host::writeFile(kLog, "one\ntwo");
-  const Texts lines = excerptWhile(
-      1, [] { host::writeFile(kLog, "one\ntwo and more\nthree\n"); }, Level::info, 50);
-  EXPECT_THAT(lines, ElementsAre("one", "two"));
-}
-
-TEST_F(LogExcerptTest, ALogThatIsRotatedDuringTheReadIsReadCompletely) {
-  host::writeFile(kLog, numbered(3));
-  const Texts lines = excerptWhile(
-      1,
-      [] {
-        ASSERT_EQ(::rename(kLog, "/tmp/hip.log.1"), 0);
-        host::writeFile(kLog, "new\n");
-      },
-      Level::info, 50);
-  EXPECT_THAT(lines, ElementsAre("line 1", "line 2", "line 3"));
+TEST_F(LogExcerptTest, ALogChangedDuringTheReadShowsNoNewLines) {
+  host::writeFile(kLog, "[ERROR] 1\n[ERROR] 2");
+  EXPECT_THAT(excerptWhile(1, [] { host::writeFile(kLog, "[ERROR] 1\n[ERROR] 2 and more\n[ERROR] 3\n"); }),
+              ElementsAre("[ERROR] 1", "[ERROR] 2"))
+      << "lines were written";
+  host::writeFile(kLog, "[ERROR] 1\n[ERROR] 2\n[ERROR] 3\n");
+  const auto rotate = [] {
+    ASSERT_EQ(::rename(kLog, "/tmp/hip.log.1"), 0);
+    host::writeFile(kLog, "[ERROR] new\n");
+  };
+  EXPECT_THAT(excerptWhile(1, rotate), ElementsAre("[ERROR] 1", "[ERROR] 2", "[ERROR] 3")) << "the log was rotated";
+  host::writeFile(kLog, "[ERROR] 1\n" + numbered(100000));
+  EXPECT_THAT(excerptWhile(1, [] { ASSERT_EQ(::truncate(kLog, 0), 0); }), IsEmpty()) << "the log was emptied";
 }
 
 TEST_F(LogExcerptTest, ALogTruncatedDuringTheReadShowsTheRemainingLines) {
-  struct Case {
+  struct Cut {
     const char* why;
     std::string content;
     std::size_t atRead;
     off_t left;
-    std::string last;
+    const char* last;
   };
   const std::string longLine = "[ERROR] long" + std::string(400000, 'x') + "\n";
-  const Case cases[] = {
+  const Cut cases[] = {
       {"the log is cut before the first read", "[ERROR] 1\n[ERROR] 2\n[ERROR] 3\n", 1, 10, "[ERROR] 1"},
       {"the log is cut within a line", "[ERROR] 1\n[ERROR] 2\n", 1, 19, "[ERROR] 2"},
       {"the log has several windows and is cut before the second", "[ERROR] 1\n" + numbered(60000), 2, 20, "[ERROR] 1"},
@@ -497,21 +430,13 @@ TEST_F(LogExcerptTest, ALogTruncatedDuringTheReadShowsTheRemainingLines) {
       {"the log is cut while the start of a line is searched", "[ERROR] 1\n" + longLine, 3, 10, "[ERROR] 1"},
       {"the log is cut while the pieces of a line are read", "[ERROR] 1\n" + longLine, 6, 10, "[ERROR] 1"},
   };
-  for (const Case& c : cases) {
+  for (const Cut& c : cases) {
     SCOPED_TRACE(c.why);
     host::writeFile(kLog, c.content);
-    const Texts lines = excerptWhile(
-        c.atRead, [&] { ASSERT_EQ(::truncate(kLog, c.left), 0); }, Level::error, 50);
+    const Texts lines = excerptWhile(c.atRead, [&] { ASSERT_EQ(::truncate(kLog, c.left), 0); });
     ASSERT_FALSE(lines.empty());
     EXPECT_EQ(lines.back(), c.last);
   }
-}
-
-TEST_F(LogExcerptTest, ALogEmptiedDuringTheReadShowsNoLines) {
-  host::writeFile(kLog, numbered(100000));
-  const Texts lines = excerptWhile(
-      1, [] { ASSERT_EQ(::truncate(kLog, 0), 0); }, Level::info, 50);
-  EXPECT_THAT(lines, IsEmpty());
 }
 
 }  // namespace
