@@ -34,37 +34,32 @@ class SystemSpecificImplTest : public HostTest {
 
 // --- Detection
 
-TEST_F(SystemSpecificImplTest, WithoutMarkerFilesNoInitSystemIsDetected) {
-  EXPECT_EQ(detectBackendName(), nullptr);
-  EXPECT_EQ(backendNameOrNull(), "null");
-}
-
-TEST_F(SystemSpecificImplTest, TheSystemdMarkerMeansSystemd) {
-  host::writeFile(kSystemdMarker, "");
-  EXPECT_STREQ(detectBackendName(), "systemd");
-  EXPECT_EQ(backendNameOrNull(), "systemd");
-}
-
-TEST_F(SystemSpecificImplTest, TheInitScriptMeansInitd) {
-  host::writeFile(kInitScript, "");
-  EXPECT_STREQ(detectBackendName(), "initd");
-  EXPECT_EQ(backendNameOrNull(), "initd");
-}
-
-TEST_F(SystemSpecificImplTest, TheSystemdMarkerComesFirst) {
-  host::writeFile(kSystemdMarker, "");
-  host::writeFile(kInitScript, "");
-  EXPECT_STREQ(detectBackendName(), "systemd");
-}
-
-TEST_F(SystemSpecificImplTest, AMarkerMayBeAnyExistingFile) {
-  host::makeDirs(kSystemdMarker);
-  EXPECT_STREQ(detectBackendName(), "systemd");
-  host::remove(kSystemdMarker);
-  host::makeLink(kSystemdMarker, "/nowhere");
-  EXPECT_EQ(detectBackendName(), nullptr);
-  host::makeFifo(kInitScript);
-  EXPECT_STREQ(detectBackendName(), "initd");
+TEST_F(SystemSpecificImplTest, TheFirstExistingMarkerNamesTheInitSystem) {
+  const struct {
+    const char* why;
+    void (*prepare)();
+    const char* detected;
+  } cases[] = {
+      {"no marker", [] {}, nullptr},
+      {"the systemd marker", [] { host::writeFile(kSystemdMarker, ""); }, "systemd"},
+      {"the init script", [] { host::writeFile(kInitScript, ""); }, "initd"},
+      {"both: the systemd marker comes first",
+       [] {
+         host::writeFile(kInitScript, "");
+         host::writeFile(kSystemdMarker, "");
+       },
+       "systemd"},
+      {"a marker may be a folder", [] { host::makeDirs(kSystemdMarker); }, "systemd"},
+      {"a marker may be a FIFO", [] { host::makeFifo(kInitScript); }, "initd"},
+      {"a link without a target is no marker", [] { host::makeLink(kSystemdMarker, "/nowhere"); }, nullptr},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::reset();
+    c.prepare();
+    EXPECT_STREQ(detectBackendName(), c.detected);
+    EXPECT_EQ(backendNameOrNull(), c.detected != nullptr ? c.detected : "null");
+  }
 }
 
 // --- Selection
@@ -85,6 +80,8 @@ TEST_F(SystemSpecificImplTest, NamesAreComparedExactly) {
       {"an unknown name selects nothing; systemd is the default", "openrc", "systemd"},
       {"the beginning of a name is unknown", "init", "systemd"},
       {"a blank behind a name makes it unknown", "initd ", "systemd"},
+      {"no name changes nothing", nullptr, "initd"},
+      {"an empty name changes nothing", "", "initd"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.why);
@@ -92,14 +89,6 @@ TEST_F(SystemSpecificImplTest, NamesAreComparedExactly) {
     selectBackend(c.name);
     EXPECT_STREQ(currentBackend().name(), c.selected);
   }
-}
-
-TEST_F(SystemSpecificImplTest, ANullOrEmptyNameChangesNothing) {
-  selectBackend("upstart");
-  selectBackend(nullptr);
-  EXPECT_STREQ(currentBackend().name(), "upstart");
-  selectBackend("");
-  EXPECT_STREQ(currentBackend().name(), "upstart");
 }
 
 TEST_F(SystemSpecificImplTest, SystemdIsTheDefaultBackend) {
@@ -226,24 +215,29 @@ int outcomeOf(void (*act)()) {
 }
 
 TEST_F(SystemSpecificImplTest, AToolThatCannotBeExecutedGivesExitStatus101) {
-  const auto start = [] { SystemdSystem().start(); };
-  EXPECT_EQ(outcomeOf(start), 1101) << "the tool is missing";
-  host::writeFile(kSystemctl, "#!/bin/sh\n", 0644);
-  EXPECT_EQ(outcomeOf(start), 1101) << "the tool is not executable";
-  host::writeFile(kSystemctl, "exit 0\n", 0755);
-  EXPECT_EQ(outcomeOf(start), 1101) << "the tool is a script without an interpreter line; no shell runs it";
-  host::writeFile(kSystemctl, "#!/no/shell\n", 0755);
-  EXPECT_EQ(outcomeOf(start), 1101) << "the interpreter is missing";
-  host::remove(kSystemctl);
-  host::makeDirs(kSystemctl);
-  EXPECT_EQ(outcomeOf(start), 1101) << "the tool is a directory";
-  EXPECT_THAT(runBackendOperation("systemd", &SystemSpecificImpl::start), HasCode(status::childExitedNonzero));
+  const struct {
+    const char* why;
+    void (*prepare)();
+  } cases[] = {
+      {"the tool is missing", [] {}},
+      {"the tool is not executable", [] { host::writeFile(kSystemctl, "#!/bin/sh\n", 0644); }},
+      {"no shell runs a script without an interpreter line", [] { host::writeFile(kSystemctl, "exit 0\n", 0755); }},
+      {"the interpreter is missing", [] { host::writeFile(kSystemctl, "#!/no/shell\n", 0755); }},
+      {"the tool is a directory", [] { host::makeDirs(kSystemctl); }},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::reset();
+    c.prepare();
+    EXPECT_EQ(outcomeOf([] { SystemdSystem().start(); }), 1101);
+    EXPECT_THAT(runBackendOperation("systemd", &SystemSpecificImpl::start), HasCode(status::childExitedNonzero));
+  }
 }
 
 TEST_F(SystemSpecificImplTest, AMissingToolIsReportedAsANonzeroExit) {
   host::installScript(kKillall, "");  // the host restores the displaced file later
   host::remove(kKillall);
-  for (const char* backend : {"systemd", "initd", "upstart"}) {
+  for (const char* backend : {"systemd", "initd", "upstart", "null", "launchd"}) {
     for (const Operation operation :
          {&SystemSpecificImpl::start, &SystemSpecificImpl::stop, &SystemSpecificImpl::restart}) {
       SCOPED_TRACE(backend);
@@ -256,10 +250,6 @@ TEST_F(SystemSpecificImplTest, TheNullBackendRunsNothingAndExitsWith101) {
   EXPECT_EQ(outcomeOf([] { NullSystem().start(); }), 1101);
   EXPECT_EQ(outcomeOf([] { NullSystem().stop(); }), 1101);
   EXPECT_EQ(outcomeOf([] { NullSystem().restart(); }), 1101);
-  for (const char* name : {"null", "launchd"}) {
-    SCOPED_TRACE(name);
-    EXPECT_THAT(runBackendOperation(name, &SystemSpecificImpl::start), HasCode(status::childExitedNonzero));
-  }
 }
 
 void leaveATraceInTheChild() {
@@ -280,40 +270,34 @@ TEST_F(SystemSpecificImplTest, AChildWithoutItsToolRunsNoExitHandlersAndFlushesN
   EXPECT_FALSE(host::exists("/tmp/exit-handler"));
 }
 
-TEST_F(SystemSpecificImplTest, AFailedForkIsReportedAndNothingIsWaitedFor) {
-  host::installRecorder(kSystemctl, "/tmp/calls");
-  FaultPlan plan;
-  plan.at = 1;
-  plan.error = EAGAIN;
-  plan.calls = {"fork", "waitpid"};
-  const ArmedFaults armed(plan);
-  EXPECT_THAT(runBackendOperation("systemd", &SystemSpecificImpl::start), HasCode(status::forkError));
-  EXPECT_THAT(armed.calls(), testing::ElementsAre("fork"));
-  EXPECT_FALSE(host::exists("/tmp/calls"));
-}
-
-TEST_F(SystemSpecificImplTest, AFailedWaitIsReported) {
-  host::installRecorder(kSystemctl, "/tmp/calls");
-  FaultPlan plan;
-  plan.at = 1;
-  plan.error = ECHILD;
-  plan.calls = {"waitpid"};
-  {
-    const ArmedFaults armed(plan);
-    EXPECT_THAT(runBackendOperation("systemd", &SystemSpecificImpl::start), HasCode(status::waitpidError));
+TEST_F(SystemSpecificImplTest, AFailedForkOrWaitIsReportedAndAnInterruptedWaitRetried) {
+  const struct {
+    const char* why;
+    std::size_t at;
+    int error;
+    StatusCode code;
+    std::vector<std::string> calls;
+  } cases[] = {
+      {"nothing fails", 0, 0, status::childExitedNonzero, {"fork", "waitpid"}},
+      {"the fork fails", 1, EAGAIN, status::forkError, {"fork"}},
+      {"the wait fails", 2, ECHILD, status::waitpidError, {"fork", "waitpid"}},
+      {"the wait is interrupted", 2, EINTR, status::childExitedNonzero, {"fork", "waitpid", "waitpid"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::reset();
+    host::installScript(kSystemctl, "echo called > /tmp/calls; exit 3");
+    FaultPlan plan;
+    plan.at = c.at;
+    plan.error = c.error;
+    {
+      const ArmedFaults armed(plan);
+      EXPECT_THAT(runBackendOperation("systemd", &SystemSpecificImpl::start), HasCode(c.code));
+      EXPECT_EQ(armed.calls(), c.calls);
+    }
+    EXPECT_EQ(::wait(nullptr) > 0, c.code == status::waitpidError) << "only a failed wait leaves a child behind";
+    EXPECT_EQ(host::exists("/tmp/calls"), c.code != status::forkError);
   }
-  EXPECT_GT(::wait(nullptr), 0);
-}
-
-TEST_F(SystemSpecificImplTest, AnInterruptedWaitIsRetried) {
-  host::installScript(kSystemctl, "exit 3");
-  FaultPlan plan;
-  plan.at = 1;
-  plan.error = EINTR;
-  plan.calls = {"waitpid"};
-  const ArmedFaults armed(plan);
-  EXPECT_THAT(runBackendOperation("systemd", &SystemSpecificImpl::start), HasCode(status::childExitedNonzero));
-  EXPECT_EQ(armed.count(), 2u);
 }
 
 TEST_F(SystemSpecificImplTest, ASignalWithAHandlerDoesNotEndTheWait) {
@@ -324,20 +308,6 @@ TEST_F(SystemSpecificImplTest, ASignalWithAHandlerDoesNotEndTheWait) {
   host::installScript(kSystemctl, "kill -USR1 $PPID; sleep 0.1; exit 3");
   EXPECT_THAT(runBackendOperation("systemd", &SystemSpecificImpl::start), HasCode(status::childExitedNonzero));
   ASSERT_EQ(::sigaction(SIGUSR1, &before, nullptr), 0);
-}
-
-TEST_F(SystemSpecificImplTest, EveryFailedCallHasItsStatus) {
-  const FaultLoop loop{[] { host::installScript(kSystemctl, ""); }};
-  const std::size_t steps = forEachFault(
-      loop, [] { return runBackendOperation("systemd", &SystemSpecificImpl::start); },
-      [](const Status& s, const Fault& fault) {
-        EXPECT_THAT(s, HasCode(fault.call.empty()     ? status::success
-                               : fault.call == "fork" ? status::forkError
-                                                      : status::waitpidError));
-        while (::wait(nullptr) > 0) {
-        }
-      });
-  EXPECT_EQ(steps, 2u);
 }
 
 // --- What the children of the real program inherit
@@ -352,34 +322,39 @@ Outcome startThrough(const std::string& script, std::vector<std::string> envOpti
   return runProgram(words);
 }
 
-// Returns true if the SigIgn line in /tmp/signals, which a script wrote, contains the signal.
-bool isIgnored(int signal) {
+// Returns those of the signals that the SigIgn line in /tmp/signals contains, which a script wrote.
+std::vector<int> ignoredOf(const std::vector<int>& signals) {
   unsigned long long mask = 0;
   EXPECT_EQ(std::sscanf(host::readFile("/tmp/signals").c_str(), "SigIgn: %llx", &mask), 1);
-  return (mask >> (signal - 1) & 1) != 0;
-}
-constexpr const char* kNoteSignals = "grep SigIgn /proc/self/status > /tmp/signals";
-
-TEST_F(SystemSpecificImplTest, TheToolDoesNotIgnoreTheSignalsThatWeIgnore) {
-  EXPECT_EQ(startThrough(kNoteSignals).exitStatus, 0);
-  EXPECT_FALSE(isIgnored(SIGPIPE));
-  EXPECT_FALSE(isIgnored(SIGXFSZ));
-  EXPECT_FALSE(isIgnored(SIGCHLD));
+  std::vector<int> ignored;
+  for (const int signal : signals) {
+    if ((mask >> (signal - 1) & 1) != 0) ignored.push_back(signal);
+  }
+  return ignored;
 }
 
-TEST_F(SystemSpecificImplTest, TheToolIgnoresTheSignalsThatWeInheritedAsIgnored) {
-  EXPECT_EQ(startThrough(kNoteSignals, {"--ignore-signal=PIPE,XFSZ,HUP"}).exitStatus, 0);
-  EXPECT_TRUE(isIgnored(SIGPIPE));
-  EXPECT_TRUE(isIgnored(SIGXFSZ));
-  EXPECT_TRUE(isIgnored(SIGHUP));
-  EXPECT_FALSE(isIgnored(SIGTERM));
+TEST_F(SystemSpecificImplTest, TheToolIgnoresOnlyTheSignalsThatWeInheritedAsIgnored) {
+  const struct {
+    const char* why;
+    std::vector<std::string> envOptions;
+    std::vector<int> ignored;
+  } cases[] = {
+      {"the signals that we ignore ourselves", {}, {}},
+      {"inherited signals", {"--ignore-signal=PIPE,XFSZ,HUP"}, {SIGHUP, SIGPIPE, SIGXFSZ}},
+      {"SIGCHLD, which would hide the exit of the tool", {"--ignore-signal=CHLD"}, {}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    const Outcome outcome = startThrough("grep SigIgn /proc/self/status > /tmp/signals", c.envOptions);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.exitStatus, 0);
+    EXPECT_EQ(ignoredOf({SIGHUP, SIGPIPE, SIGTERM, SIGCHLD, SIGXFSZ}), c.ignored);
+  }
 }
 
 TEST_F(SystemSpecificImplTest, AnInheritedIgnoredSigchldDoesNotHideTheExitOfTheTool) {
   const Outcome failed = startThrough("exit 3", {"--ignore-signal=CHLD"});
   EXPECT_EQ(failed.out, "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n");
-  EXPECT_EQ(startThrough(kNoteSignals, {"--ignore-signal=CHLD"}).out, "");
-  EXPECT_FALSE(isIgnored(SIGCHLD));
 }
 
 TEST_F(SystemSpecificImplTest, TheToolInheritsNoDescriptorOfOurs) {
@@ -391,16 +366,14 @@ TEST_F(SystemSpecificImplTest, TheToolInheritsNoDescriptorOfOurs) {
   EXPECT_THAT(listing, testing::Not(testing::HasSubstr(" 4 -> ")));
 }
 
-TEST_F(SystemSpecificImplTest, TheToolUsesOurStandardOutputs) {
+TEST_F(SystemSpecificImplTest, TheToolUsesOurStandardOutputsAndAChildWithoutItsToolPrintsNothing) {
   const Outcome outcome = startThrough("echo out of the tool; echo error of the tool >&2");
   EXPECT_EQ(outcome.out, "out of the tool\n");
   EXPECT_EQ(outcome.err, "error of the tool\n");
-}
-
-TEST_F(SystemSpecificImplTest, AChildWithoutItsToolPrintsNothing) {
-  const Outcome outcome = runRavctl({"service", "start", "sys=systemd"});
-  EXPECT_EQ(outcome.out, "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n");
-  EXPECT_EQ(outcome.err, "");
+  host::reset();
+  const Outcome missing = runRavctl({"service", "start", "sys=systemd"});
+  EXPECT_EQ(missing.out, "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n");
+  EXPECT_EQ(missing.err, "");
 }
 
 }  // namespace
