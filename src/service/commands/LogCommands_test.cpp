@@ -5,6 +5,7 @@
 
 namespace {
 
+using namespace std::string_literals;
 using testing::ElementsAre;
 using Words = std::vector<std::string>;
 
@@ -53,103 +54,82 @@ TEST_F(LogCommandsTest, ShowsTheLogOfTheSelectedProfile) {
   EXPECT_EQ(listLog({".current"}), "of lab\nprofile_name: lab\n");
   EXPECT_EQ(listLog({"--active"}), "of lab\nprofile_name: lab\n");
   EXPECT_EQ(listLog({".factory"}), "of the template\nprofile_name: .factory\n");
-}
-
-TEST_F(LogCommandsTest, ShowsFiftyLinesByDefault) {
-  writeLog(numbered(1, 60));
-  EXPECT_EQ(listLog({""}), numbered(11, 60) + "profile_name: lab\n");
-}
-
-TEST_F(LogCommandsTest, ShowsAtMostMaxLinesLines) {
-  writeLog(numbered(1, 60));
-  EXPECT_EQ(listLog({"lab", "max_lines=3"}), numbered(58, 60) + "profile_name: lab\n");
-  EXPECT_EQ(listLog({"lab", "max_lines=200000"}), numbered(1, 60) + "profile_name: lab\n");
-}
-
-TEST_F(LogCommandsTest, ANegativeMaxLinesMeansFiftyAndZeroMeansNone) {
-  writeLog(numbered(1, 60));
-  EXPECT_EQ(listLog({"lab", "max_lines=-5"}), numbered(11, 60) + "profile_name: lab\n");
-  EXPECT_EQ(listLog({"lab", "max_lines=0"}), "profile_name: lab\n");
-}
-
-TEST_F(LogCommandsTest, TheLevelIsAThreshold) {
-  writeLog("[TRACE] t\n[DEBUG] d\n[INFO] i\nplain\n[NOTICE] n\n[WARNING] w\n[ERROR] e\n[FATAL] f\n");
-  struct Case {
-    const char* level;
-    const char* shown;
-  };
-  const Case cases[] = {
-      {"", "[INFO] i\nplain\n[NOTICE] n\n[WARNING] w\n[ERROR] e\n[FATAL] f\n"},
-      {"trace", "[TRACE] t\n[DEBUG] d\n[INFO] i\nplain\n[NOTICE] n\n[WARNING] w\n[ERROR] e\n[FATAL] f\n"},
-      {"DEBUG", "[DEBUG] d\n[INFO] i\nplain\n[NOTICE] n\n[WARNING] w\n[ERROR] e\n[FATAL] f\n"},
-      {"notice", "[NOTICE] n\n[WARNING] w\n[ERROR] e\n[FATAL] f\n"},
-      {"Warn", "[WARNING] w\n[ERROR] e\n[FATAL] f\n"},
-      {"w~", "[WARNING] w\n[ERROR] e\n[FATAL] f\n"},
-      {"err", "[ERROR] e\n[FATAL] f\n"},
-      {"critical", "[FATAL] f\n"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.level);
-    EXPECT_EQ(listLog({"lab", std::string("log_level=") + c.level}), std::string(c.shown) + "profile_name: lab\n");
-  }
-}
-
-TEST_F(LogCommandsTest, AnInvalidLevelMeansInfoAndPrintsNoNote) {
-  writeLog("[DEBUG] d\n[INFO] i\n");
-  for (const char* level : {"log_level=verbose", "log_level=warnings", "log_level=3"}) {
-    SCOPED_TRACE(level);
-    EXPECT_EQ(listLog({"lab", level}), "[INFO] i\nprofile_name: lab\n");
-  }
-}
-
-TEST_F(LogCommandsTest, AMissingLogPrintsOneLineAndNoProfileName) {
-  EXPECT_EQ(listLog({""}), "no logfile available for this profile\n");
-  EXPECT_EQ(listLog({"lab", "--verbose"}),
-            "method: list log\nstatus_text: success with warnings\nstatus_code: 0x00000002\n"
-            "no logfile available for this profile\n");
-}
-
-TEST_F(LogCommandsTest, ALogThatIsNotAReadableFileIsAnOpenError) {
-  const std::string log = std::string(kLab) + "/hip.log";
-  const char* const cannot = "status_text: stdlib error: file open\nstatus_code: 0x14000005\n";
-  host::makeFifo(log);
-  EXPECT_EQ(listLog({""}), cannot);
-  host::remove(log);
-  host::makeDirs(log);
-  EXPECT_EQ(listLog({""}), cannot);
-  host::remove(log);
-  host::makeLink(log, log);
-  EXPECT_EQ(listLog({""}), cannot);
-  host::remove(log);
-  host::writeFile(log, "line\n", 0000);
-  Start bound;
-  bound.boundByModes = true;
-  EXPECT_EQ(runRavctl({"list", "log", ""}, bound).out, cannot);
-}
-
-TEST_F(LogCommandsTest, ListLogReportsTheStatusOfAFailedProfileLookup) {
   EXPECT_EQ(listLog({"nobody"}), "status_text: profile not found\nstatus_code: 0x12001001\n");
   EXPECT_EQ(listLog({"dir=profile-9"}), "status_text: profile not found\nstatus_code: 0x12001001\n");
   EXPECT_EQ(listLog({"dir="}), "status_text: invalid argument\nstatus_code: 0x10000003\n");
   EXPECT_EQ(listLog({"dir=../profiles/profile-123124"}), "status_text: profile not found\nstatus_code: 0x12001001\n");
 }
 
-TEST_F(LogCommandsTest, ListLogDoesNotElectAnActiveProfile) {
-  host::remove(host::kCurrent);
-  const std::string before = host::tree("/etc/zuv");
-  EXPECT_EQ(listLog({""}), "no logfile available for this profile\n");
-  EXPECT_EQ(host::tree("/etc/zuv"), before);
+TEST_F(LogCommandsTest, ShowsMaxLinesLinesAndFiftyByDefault) {
+  writeLog(numbered(1, 60));
+  EXPECT_EQ(listLog({""}), numbered(11, 60) + "profile_name: lab\n");
+  EXPECT_EQ(listLog({"lab", "max_lines=3"}), numbered(58, 60) + "profile_name: lab\n");
+  EXPECT_EQ(listLog({"lab", "max_lines=200000"}), numbered(1, 60) + "profile_name: lab\n");
+  EXPECT_EQ(listLog({"lab", "max_lines=-5"}), numbered(11, 60) + "profile_name: lab\n");
+  EXPECT_EQ(listLog({"lab", "max_lines=0"}), "profile_name: lab\n");
 }
 
-TEST_F(LogCommandsTest, AHostileNameInCurrentLeadsToNoLog) {
+TEST_F(LogCommandsTest, TheLevelIsAThresholdAndAnInvalidLevelMeansInfo) {
+  const std::string high = "[WARNING] w\n[ERROR] e\n[FATAL] f\n", name = "profile_name: lab\n";
+  const std::string info = "[INFO] i\nplain\n[NOTICE] n\n" + high + name;
+  writeLog("[TRACE] t\n[DEBUG] d\n[INFO] i\nplain\n[NOTICE] n\n" + high);
+  EXPECT_EQ(listLog({"lab", "log_level="}), info);
+  EXPECT_EQ(listLog({"lab", "log_level=trace"}), "[TRACE] t\n[DEBUG] d\n" + info);
+  EXPECT_EQ(listLog({"lab", "log_level=DEBUG"}), "[DEBUG] d\n" + info);
+  EXPECT_EQ(listLog({"lab", "log_level=notice"}), "[NOTICE] n\n" + high + name);
+  EXPECT_EQ(listLog({"lab", "log_level=Warn"}), high + name);
+  EXPECT_EQ(listLog({"lab", "log_level=w~"}), high + name);
+  EXPECT_EQ(listLog({"lab", "log_level=err"}), "[ERROR] e\n[FATAL] f\n" + name);
+  EXPECT_EQ(listLog({"lab", "log_level=critical"}), "[FATAL] f\n" + name);
+  for (const char* invalid : {"log_level=verbose", "log_level=warnings", "log_level=3"}) {
+    EXPECT_EQ(listLog({"lab", invalid}), info) << invalid;
+  }
+}
+
+TEST_F(LogCommandsTest, VerboseShowsTheStatusAndAMissingLogHasNoProfileName) {
+  EXPECT_EQ(listLog({""}), "no logfile available for this profile\n");
+  EXPECT_EQ(listLog({"lab", "--verbose"}),
+            "method: list log\nstatus_text: success with warnings\nstatus_code: 0x00000002\n"
+            "no logfile available for this profile\n");
+  writeLog("line\n");
+  host::writeHeartbeat(kLab);
+  EXPECT_EQ(listLog({"lab", "--verbose"}),
+            "method: list log\nstatus_text: success\nstatus_code: 0x00000001\nline\nprofile_name: lab\n")
+      << "the log of the running profile is plain success";
+}
+
+TEST_F(LogCommandsTest, ALogThatIsNotAReadableFileIsAnOpenError) {
+  const std::string log = std::string(kLab) + "/hip.log";
+  const auto expectOpenError = [&](const char* why) {
+    Start bound;
+    bound.boundByModes = true;
+    EXPECT_EQ(runRavctl({"list", "log", ""}, bound).out,
+              "status_text: stdlib error: file open\nstatus_code: 0x14000005\n")
+        << why;
+    host::remove(log);
+  };
+  host::makeFifo(log);
+  expectOpenError("a FIFO");
+  host::makeDirs(log);
+  expectOpenError("a folder");
+  host::makeLink(log, log);
+  expectOpenError("a link to itself");
+  host::writeFile(log, "line\n", 0000);
+  expectOpenError("an unreadable file");
+}
+
+TEST_F(LogCommandsTest, WithoutAUsableActiveProfileThereIsNoLogAndNoneIsElected) {
   host::writeFile("/etc/zuv/hip.log", "secret\n");
   host::writeFile("/etc/zuv/profiles/hip.log", "secret\n");
-  for (const std::string& name : {std::string("..\n"), std::string(".\n"), std::string("../zuv\n"), std::string("\n"),
-                                  std::string("profile-123123/../..\n"), std::string("pro\0file\n", 9)}) {
+  for (const std::string& name : {"..\n"s, ".\n"s, "../zuv\n"s, "\n"s, "profile-123123/../..\n"s, "pro\0file\n"s}) {
     SCOPED_TRACE(host::quoted(name));
     host::writeFile(host::kCurrent, name, 0666);
     EXPECT_EQ(listLog({""}), "no logfile available for this profile\n");
   }
+  host::remove(host::kCurrent);
+  const std::string before = host::tree("/etc/zuv");
+  EXPECT_EQ(listLog({""}), "no logfile available for this profile\n");
+  EXPECT_EQ(host::tree("/etc/zuv"), before);
 }
 
 TEST_F(LogCommandsTest, ListLogNeedsNoAuthorization) {
@@ -172,13 +152,6 @@ TEST_F(LogCommandsTest, AReadErrorIsReportedAsItsStatus) {
   EXPECT_THAT(command.status().status(), HasCode(status::readError));
 }
 
-TEST_F(LogCommandsTest, ReadingTheLogOfTheRunningProfileIsPlainSuccess) {
-  writeLog("line\n");
-  host::writeHeartbeat(kLab);
-  EXPECT_EQ(listLog({"lab", "--verbose"}),
-            "method: list log\nstatus_text: success\nstatus_code: 0x00000001\nline\nprofile_name: lab\n");
-}
-
 // --- service status
 
 std::string serviceStatus() {
@@ -198,25 +171,26 @@ TEST_F(LogCommandsTest, ServiceStatusDescribesTheActiveProfile) {
 }
 
 TEST_F(LogCommandsTest, UnknownIsShownAsFalse) {
-  const std::string file = std::string(kLab) + "/hipvars.txt";
-  const std::string now = std::to_string(::time(nullptr));
-  host::writeFile(file, "uptime.now=" + now + "\n");
-  EXPECT_EQ(serviceStatus(), kDown) << "the file does not say whether the daemon runs";
-  host::writeFile(file, "uptime.now=" + now + "\nuptime.started=" + now + "\nhipd_state=\npeers.count=3\n");
-  EXPECT_EQ(serviceStatus(), "running: true\nhelmsor: false\ntunnel: false\n") << "the daemon has just started";
-  host::writeFile(file, "uptime.now=" + now + "\nuptime.started=1\nhipd_state=\npeers.count=3\n");
-  EXPECT_EQ(serviceStatus(), "running: true\nhelmsor: false\ntunnel: true\n");
-  host::writeFile(file, "uptime.now=" + now + "\nuptime.started=1\nhipd_state=\nhelmsor.up=true\n");
-  EXPECT_EQ(serviceStatus(), "running: true\nhelmsor: true\ntunnel: false\n");
+  const auto expectStatus = [](const char* why, const std::string& heartbeat, const char* shown) {
+    host::writeFile(std::string(kLab) + "/hipvars.txt", heartbeat);
+    EXPECT_EQ(serviceStatus(), shown) << why;
+  };
+  const std::string seconds = std::to_string(::time(nullptr)) + "\n", now = "uptime.now=" + seconds;
+  expectStatus("the file does not say whether the daemon runs", now, kDown);
+  expectStatus("the daemon has just started", now + "uptime.started=" + seconds + "hipd_state=\npeers.count=3\n",
+               "running: true\nhelmsor: false\ntunnel: false\n");
+  expectStatus("helmsor is not reported", now + "uptime.started=1\nhipd_state=\npeers.count=3\n",
+               "running: true\nhelmsor: false\ntunnel: true\n");
+  expectStatus("peers are not reported", now + "uptime.started=1\nhipd_state=\nhelmsor.up=true\n",
+               "running: true\nhelmsor: true\ntunnel: false\n");
 }
 
 TEST_F(LogCommandsTest, WithoutAnActiveProfileTheDaemonIsNotRunning) {
   host::writeHeartbeat(kLab);
   host::writeFile("/etc/zuv/profiles/hipvars.txt", host::readFile(std::string(kLab) + "/hipvars.txt"));
   for (const char* name : {"", "\n", ".\n", "..\n", "profile-9\n", "profile-123124/../profile-123123\n"}) {
-    SCOPED_TRACE(name);
     host::writeFile(host::kCurrent, name, 0666);
-    EXPECT_EQ(serviceStatus(), kDown);
+    EXPECT_EQ(serviceStatus(), kDown) << name;
   }
   host::remove(host::kCurrent);
   EXPECT_EQ(serviceStatus(), kDown);

@@ -31,37 +31,30 @@ TEST_F(SysImplParamTest, ATextIsStoredAsGiven) {
   }
 }
 
-TEST_F(SysImplParamTest, TheEmptyTextStoresTheDetectedInitSystem) {
-  SysImplParam none;
-  EXPECT_TRUE(none.setFromText(""));
-  EXPECT_TRUE(none.hasValue());
-  EXPECT_EQ(none.value(), "");
-  EXPECT_EQ(none.resolved(), "null");
-
-  host::installScript("/etc/init.d/hip", "exit 0");
-  SysImplParam initd;
-  EXPECT_TRUE(initd.setFromText(""));
-  EXPECT_EQ(initd.value(), "initd");
-
-  host::writeFile("/etc/zuv/.systemctl", "");
-  SysImplParam systemd;
-  EXPECT_TRUE(systemd.setFromText(""));
-  EXPECT_EQ(systemd.value(), "systemd");
-}
-
-TEST_F(SysImplParamTest, WithoutAnInitSystemTheEmptyTextKeepsTheEarlierValue) {
-  SysImplParam sys;
-  EXPECT_TRUE(sys.setFromText("upstart"));
-  EXPECT_TRUE(sys.setFromText(""));
-  EXPECT_EQ(sys.value(), "upstart");
-}
-
-TEST_F(SysImplParamTest, WithoutAValueItResolvesToTheDetectedInitSystem) {
-  EXPECT_EQ(SysImplParam().resolved(), "null");
-  host::installScript("/etc/init.d/hip", "exit 0");
-  EXPECT_EQ(SysImplParam().resolved(), "initd");
-  host::writeFile("/etc/zuv/.systemctl", "");
-  EXPECT_EQ(SysImplParam().resolved(), "systemd");
+TEST_F(SysImplParamTest, WithoutATextItTakesTheDetectedInitSystem) {
+  const struct {
+    void (*prepare)();
+    const char* stored;    // by the empty text
+    const char* replaced;  // by the empty text after "upstart"
+    const char* resolved;
+  } cases[] = {
+      {[] {}, "", "upstart", "null"},
+      {[] { host::installScript("/etc/init.d/hip", "exit 0"); }, "initd", "initd", "initd"},
+      {[] { host::writeFile("/etc/zuv/.systemctl", ""); }, "systemd", "systemd", "systemd"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.resolved);
+    c.prepare();
+    EXPECT_EQ(SysImplParam().resolved(), c.resolved);
+    SysImplParam sys;
+    EXPECT_TRUE(sys.setFromText(""));
+    EXPECT_TRUE(sys.hasValue());
+    EXPECT_EQ(sys.value(), c.stored);
+    EXPECT_EQ(sys.resolved(), c.resolved);
+    EXPECT_TRUE(sys.setFromText("upstart"));
+    EXPECT_TRUE(sys.setFromText(""));
+    EXPECT_EQ(sys.value(), c.replaced);
+  }
 }
 
 TEST_F(SysImplParamTest, AcceptsOnlyTexts) {
