@@ -126,20 +126,8 @@ TEST(RavctlCommandInstance, ListsTheStandardParametersAndTheStatusFirst) {
   EXPECT_EQ(command.results()[0], &command.status());
 }
 
-TEST(RavctlCommandInstance, RunExecutesOnceWithItsOwnStatus) {
-  Example command;
-  EXPECT_EQ(command.status().status().code(), 0x12000001U);
-  command.result = Status::of(0x12001001);
-  command.run();
-  EXPECT_EQ(command.executed, 1);
-  EXPECT_EQ(command.status().status().code(), 0x12001001U);
-}
-
 TEST(OutputMode, TheLastWordOfEachPairWins) {
-  const struct {
-    Words words;
-    const char* modes;
-  } cases[] = {
+  const std::pair<Words, const char*> cases[] = {
       {{}, ""},
       {{"--quiet"}, "quiet "},
       {{"--verbose"}, "verbose "},
@@ -152,10 +140,10 @@ TEST(OutputMode, TheLastWordOfEachPairWins) {
       {{"--quiet", "--json"}, "quiet json "},
       {{"--text", "--verbose", "--json", "--quiet", "--quiet"}, "quiet json "},
   };
-  for (const auto& c : cases) {
+  for (const auto& [words, modes] : cases) {
     Example command;
-    for (const std::string& word : c.words) EXPECT_TRUE(command.mode().take(word));
-    EXPECT_EQ(modesOf(command.mode()), c.modes) << testing::PrintToString(c.words);
+    for (const std::string& word : words) EXPECT_TRUE(command.mode().take(word));
+    EXPECT_EQ(modesOf(command.mode()), modes) << testing::PrintToString(words);
   }
 }
 
@@ -255,9 +243,7 @@ TEST(BindJsonArgs, TheFirstFailureEndsTheBindingAndEarlierValuesRemain) {
 }
 
 TEST(BindJsonArgs, MissingParametersAreReportedInDeclarationOrderAndAfterABadMember) {
-  const struct {
-    const char *args, *details;
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"null", "illegal or missing parameter: first"},
       {"{}", "illegal or missing parameter: first"},
       {R"({"third":1})", "illegal or missing parameter: first"},
@@ -265,10 +251,10 @@ TEST(BindJsonArgs, MissingParametersAreReportedInDeclarationOrderAndAfterABadMem
       {R"({"helmsor":"h","first":""})", "illegal or missing parameter: third"},
       {R"({"optional":null})", "illegal value presented: null"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.args);
+  for (const auto& [args, details] : cases) {
+    SCOPED_TRACE(args);
     Demanding command;
-    expectInvalid(bindJson(command, c.args), c.details);
+    expectInvalid(bindJson(command, args), details);
   }
   Demanding command;
   EXPECT_THAT(bindJson(command, R"({"helmsor":"h","first":"","third":"2"})"), HasCode(status::success));
@@ -483,6 +469,7 @@ Lines outputOf(const Status& result, bool isVerbose = false) {
   command.mode().verbose = isVerbose;
   command.result = result;
   command.run();
+  EXPECT_EQ(command.executed, 1);
   Lines lines = {"before"};
   renderOutput(command, lines);
   return lines;

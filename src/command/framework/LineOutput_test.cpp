@@ -60,6 +60,12 @@ Said say(const std::vector<std::string>& lines, FaultPlan plan = {}) {
   return said;
 }
 
+void expectSaid(const Said& said, std::string_view out, const char* err, std::size_t writes, const char* why) {
+  EXPECT_TRUE(said.out == out) << why << ": " << said.out.substr(0, 100);
+  EXPECT_EQ(said.err, err) << why;
+  EXPECT_EQ(said.writes, writes) << why;
+}
+
 // The plan in which the first write fails, and every later one too if `fromThereOn`.
 FaultPlan failing(int error, bool fromThereOn = false) {
   FaultPlan plan;
@@ -71,67 +77,42 @@ FaultPlan failing(int error, bool fromThereOn = false) {
 
 constexpr const char* kDiskFull = "ravctl: can't write standard output: No space left on device\n";
 
-TEST(LineOutput, LinesAreWrittenAtOnceAndAFailureIsOneLineOnStandardError) {
-  FaultPlan oneByte;
-  oneByte.oneByteAtATime = true;
-  const struct {
-    const char* why;
-    std::vector<std::string> lines;
-    FaultPlan plan;
-    const char *out, *err;
-    std::size_t writes;
-  } cases[] = {
-      {"a few lines are one write",
-       {"text: x", "", " two  blanks ", "%s%n", "\xff\x80"},
-       {},
-       "text: x\n\n two  blanks \n%s%n\n\xff\x80\n",
-       "",
-       1},
-      {"without lines nothing is written", {}, {}, "", "", 0},
-      {"a zero byte ends its line",
-       {std::string("ab\0cd", 5), std::string("\0x", 2), "next"},
-       {},
-       "ab\n\nnext\n",
-       "",
-       1},
-      {"a short write is continued", {"abc", "de"}, oneByte, "abc\nde\n", "", 7},
-      {"an interrupted write is retried", {"abc"}, failing(EINTR), "abc\n", "", 2},
-      {"a closed pipe ends the output silently", {"abc"}, failing(EPIPE, true), "", "", 1},
-      {"a full disk", {"abc", "def"}, failing(ENOSPC), "", kDiskFull, 2},
-      {"an I/O error", {"abc"}, failing(EIO), "", "ravctl: can't write standard output: Input/output error\n", 2},
-      {"a size limit", {"abc"}, failing(EFBIG), "", "ravctl: can't write standard output: File too large\n", 2},
-      {"a closed descriptor",
-       {"abc"},
-       failing(EBADF),
-       "",
-       "ravctl: can't write standard output: Bad file descriptor\n",
-       2},
-      {"a failed write to standard error is not reported", {"abc"}, failing(ENOSPC, true), "", "", 2},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.why);
-    const Said said = say(c.lines, c.plan);
-    EXPECT_EQ(said.out, c.out);
-    EXPECT_EQ(said.err, c.err);
-    EXPECT_EQ(said.writes, c.writes);
-  }
+TEST(LineOutput, LinesAreWrittenTogetherWithoutAChange) {
+  expectSaid(say({"status_text: x", "", " two  blanks ", "%s%n", "\xff\x80"}),
+             "status_text: x\n\n two  blanks \n%s%n\n\xff\x80\n", "", 1, "a few lines are one write");
+  expectSaid(say({}), "", "", 0, "without lines nothing is written");
+  expectSaid(say({std::string("ab\0cd", 5), std::string("\0x", 2), "next"}), "ab\n\nnext\n", "", 1,
+             "a zero byte ends its line");
+  const std::string longLine(5'000'000, 'y');
+  expectSaid(say({longLine}), longLine + "\n", "", 1, "a very long line is one write");
 }
 
 TEST(LineOutput, LongOutputIsWrittenInLargePiecesUntilOneFails) {
   const std::vector<std::string> lines(10'000, std::string(99, 'x'));
   std::string expected;
   for (const std::string& line : lines) expected += line + "\n";
-  const Said said = say(lines);
-  EXPECT_TRUE(said.out == expected);
-  EXPECT_EQ(said.writes, 16U);  // a million bytes in pieces a little larger than 64 KiB
+  expectSaid(say(lines), expected, "", 16, "a million bytes are written in pieces a little larger than 64 KiB");
   FaultPlan secondFails = failing(ENOSPC);
   secondFails.at = 2;
-  const Said failed = say(lines, secondFails);
-  EXPECT_TRUE(failed.out == expected.substr(0, 65'600));  // only the first piece
-  EXPECT_EQ(failed.err, kDiskFull);
-  EXPECT_EQ(failed.writes, 3U);  // the third write is the line on standard error
-  const std::string longLine(5'000'000, 'y');
-  EXPECT_TRUE(say({longLine}).out == longLine + "\n");
+  expectSaid(say(lines, secondFails), expected.substr(0, 65'600), kDiskFull, 3,
+             "after the first piece only the line on standard error is written");
+}
+
+TEST(LineOutput, AFailedWriteIsOneLineOnStandardError) {
+  FaultPlan oneByte;
+  oneByte.oneByteAtATime = true;
+  expectSaid(say({"abc", "de"}, oneByte), "abc\nde\n", "", 7, "a short write is continued");
+  expectSaid(say({"abc"}, failing(EINTR)), "abc\n", "", 2, "an interrupted write is retried");
+  expectSaid(say({"abc"}, failing(EPIPE, true)), "", "", 1, "a closed pipe ends the output silently");
+  expectSaid(say({"abc"}, failing(ENOSPC, true)), "", "", 2, "a failed write to standard error is not reported");
+  const std::pair<int, std::string> cases[] = {{ENOSPC, "No space left on device"},
+                                               {EIO, "Input/output error"},
+                                               {EFBIG, "File too large"},
+                                               {EBADF, "Bad file descriptor"}};
+  for (const auto& [error, text] : cases) {
+    expectSaid(say({"abc", "def"}, failing(error)), "", ("ravctl: can't write standard output: " + text + "\n").c_str(),
+               2, text.c_str());
+  }
 }
 
 // --- The program's own output
