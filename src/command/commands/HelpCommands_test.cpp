@@ -82,18 +82,24 @@ TEST(Help, OnlyHelpIsQuietByDefault) {
   EXPECT_FALSE(Hipcmd_ReferenceHelp(commandTable()).mode().quiet);
 }
 
-// Returns the page of one command: its heading, its name with its description, its usage, and the lines behind those.
-Lines entry(const std::string& heading, const std::string& name, const std::string& usage, const Lines& params) {
-  Lines lines = {heading, "", "NAME", "        " + name, "", "USAGE", "        " + usage, "", "PARAMETERS"};
+// Returns the page of one command: what the heading names, the command with its description and its usage, and the
+// lines behind those.
+Lines page(const std::string& heading, const std::string& command, const std::string& description,
+           const std::string& usage, const Lines& params) {
+  Lines lines = {"ravctl help for " + heading, "", "NAME",      "        " + command + " - " + description, "", "USAGE",
+                 "        " + command + usage, "", "PARAMETERS"};
   lines.insert(lines.end(), params.begin(), params.end());
   return lines;
 }
 
+// Splits "profile create" into its words.
+Words wordsOf(const std::string& method) {
+  const std::size_t blank = method.find(' ');
+  return blank == std::string::npos ? Words{method} : Words{method.substr(0, blank), method.substr(blank + 1)};
+}
+
 TEST(Help, ACategoryListsItsCommandsUnderItsCanonicalName) {
-  const struct {
-    Words words;
-    Lines lines;
-  } cases[] = {
+  const std::pair<Words, Lines> cases[] = {
       {{"profile", "profiles"},
        {
            "ravctl help for 'profile' commands:",
@@ -128,81 +134,67 @@ TEST(Help, ACategoryListsItsCommandsUnderItsCanonicalName) {
            "    'support bundle' generate a support bundle",
        }},
       {{"json"},
-       entry("ravctl help for 'json' commands:", "json <object> - Executes a command given in JSON form.",
-             "json <object> <json object>", {})},
+       page("'json' commands:", "json <object>", "Executes a command given in JSON form.", " <json object>", {})},
       {{"internal"}, {"ravctl help for 'internal' commands:"}},
   };
-  for (const auto& c : cases) {
-    for (const std::string& word : c.words) {
+  for (const auto& [words, lines] : cases) {
+    for (const std::string& word : words) {
       SCOPED_TRACE(word);
-      EXPECT_EQ(help({word}), c.lines);
-      EXPECT_EQ(help({word, "nothing of it"}), c.lines);
-      EXPECT_EQ(help({"--quiet", word, "--text"}), c.lines);
+      EXPECT_EQ(help({word}), lines);
+      EXPECT_EQ(help({word, "nothing of it"}), lines);
+      EXPECT_EQ(help({"--quiet", word, "--text"}), lines);
     }
   }
 }
 
 TEST(Help, TheWordsOfACommandGiveItsEntry) {
+  const Lines noResults = {"", " <no additional result data>"};
   const struct {
-    Words words;
-    const char *heading, *name, *usage;
+    const char *why, *command, *description, *usage;
     Lines params;
   } cases[] = {
-      // A command with required and optional parameters.
-      {{"profile", "create"},
-       "ravctl help for command: profile create",
-       "profile create - Creates a new profile.   The name and helmsor settings are required.",
-       "profile create <new profile name> [allow_rename=<boolean>] helmsor=<addr:port> "
-       "[network=<interface | auto>] [invitation=<invitation>] "
-       "[log_level=<info | warn | error | debug | trace>] [sys=<sys-impl>] [activate]",
+      {"required and optional parameters",
+       "profile create",
+       "Creates a new profile.   The name and helmsor settings are required.",
+       " <new profile name> [allow_rename=<boolean>] helmsor=<addr:port> [network=<interface | auto>] "
+       "[invitation=<invitation>] [log_level=<info | warn | error | debug | trace>] [sys=<sys-impl>] [activate]",
        {"        allow_rename: boolean", "        helmsor: helmsor address, in host:port form",
         "        network: network interface", "        invitation: invitation code", "        log_level: log level",
         "        sys: sys impl name", "        activate: single word"}},
-      // A command with results but no parameters.
-      {{"list", "versions"},
-       "ravctl help for command: list versions",
-       "list versions - Displays version numbers for various pieces of the installed HIP application.",
+      {"results but no parameters",
        "list versions",
+       "Displays version numbers for various pieces of the installed HIP application.",
+       "",
        {}},
-      // A command with parameters but no results.
-      {{"service", "restart"},
-       "ravctl help for command: service restart",
-       "service restart - Stops the zuv-hipd background process if it is running, and then starts it up again.",
-       "service restart [sys=<sys-impl>] [full]",
+      {"parameters but no results",
+       "service restart",
+       "Stops the zuv-hipd background process if it is running, and then starts it up again.",
+       " [sys=<sys-impl>] [full]",
        {"        sys: sys impl name", "        full: single word", "", " <no additional result data>"}},
-      // A command without parameters and results.
-      {{"profile", "delete"},
-       "ravctl help for command: profile delete",
-       "profile delete - Removes a profile.",
-       "profile delete <profile name>",
-       {"", " <no additional result data>"}},
-      // A command with a usage suffix and an integer parameter.
-      {{"list", "log"},
-       "ravctl help for command: list log",
-       "list log - Displays an extract from the hip.log file for the given profile.",
-       "list log <profile name> [max_lines=<integer>] [log_level=<info | warn | error | debug | trace>]",
+      {"no parameters and results", "profile delete", "Removes a profile.", " <profile name>", noResults},
+      {"a usage suffix and an integer parameter",
+       "list log",
+       "Displays an extract from the hip.log file for the given profile.",
+       " <profile name> [max_lines=<integer>] [log_level=<info | warn | error | debug | trace>]",
        {"        max_lines: integer", "        log_level: log level"}},
-      // A command that one word names.
-      {{"help"},
-       "ravctl help for command: help",
-       "help - Displays the commands by category, or the entry of one command.",
-       "help [<category> | <command name>]",
+      {"a command that one word names",
+       "help",
+       "Displays the commands by category, or the entry of one command.",
+       " [<category> | <command name>]",
        {}},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.heading);
-    EXPECT_EQ(help(c.words), entry(c.heading, c.name, c.usage, c.params));
-    Words longer = c.words;
-    longer.insert(longer.end(), {"lab", "x=y"});
-    EXPECT_EQ(help(longer), entry(c.heading, c.name, c.usage, c.params));
+    SCOPED_TRACE(c.why);
+    const Lines expected = page(std::string("command: ") + c.command, c.command, c.description, c.usage, c.params);
+    Words words = wordsOf(c.command);
+    EXPECT_EQ(help(words), expected);
+    words.insert(words.end(), {"lab", "x=y"});
+    EXPECT_EQ(help(words), expected);
   }
 }
 
 TEST(Help, TheLongestMatchWins) {
-  const struct {
-    Words words;
-    const char* heading;
-  } cases[] = {
+  const std::pair<Words, const char*> cases[] = {
       {{"list", "profiles"}, "ravctl help for command: list profiles"},
       {{"show", "profiles"}, "ravctl help for command: list profiles"},
       {{"show", "interfaces"}, "ravctl help for command: list interfaces"},
@@ -222,17 +214,14 @@ TEST(Help, TheLongestMatchWins) {
       {{"help", "profile"}, "ravctl help for command: help"},
       {{"--verbose", "service", "--quiet", "stop"}, "ravctl help for command: service stop"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::PrintToString(c.words));
-    EXPECT_EQ(help(c.words).front(), c.heading);
+  for (const auto& [words, heading] : cases) {
+    SCOPED_TRACE(testing::PrintToString(words));
+    EXPECT_EQ(help(words).front(), heading);
   }
 }
 
 TEST(Help, UnknownWordsAreNamedAboveTheSummary) {
-  const struct {
-    Words words;
-    const char* named;
-  } cases[] = {
+  const std::pair<Words, const char*> cases[] = {
       {{"bogus"}, "bogus"},
       {{"bogus", "words", "more"}, "bogus words"},
       {{"Profile"}, "Profile"},
@@ -248,9 +237,9 @@ TEST(Help, UnknownWordsAreNamedAboveTheSummary) {
       {{"bogus", "--quiet", "x"}, "bogus x"},
       {{"--Quiet"}, "--Quiet"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::PrintToString(c.words));
-    EXPECT_EQ(help(c.words), notFound(c.named));
+  for (const auto& [words, named] : cases) {
+    SCOPED_TRACE(testing::PrintToString(words));
+    EXPECT_EQ(help(words), notFound(named));
   }
 }
 
@@ -265,8 +254,8 @@ TEST(Help, VerbosePrintsTheStatusLines) {
 TEST(Help, EveryCommandOfTwoWordsIsOnACategoryPage) {
   Lines listed;
   for (const char* category : {"profile", "service", "list", "support"}) {
-    const Lines page = help({category});
-    for (std::size_t i = 1; i < page.size(); ++i) listed.push_back(page[i].substr(5, page[i].find('\'', 5) - 5));
+    const Lines lines = help({category});
+    for (std::size_t i = 1; i < lines.size(); ++i) listed.push_back(lines[i].substr(5, lines[i].find('\'', 5) - 5));
   }
   Lines expected;
   for (const CommandRow& row : commandTable()) {
@@ -365,12 +354,8 @@ TEST(Reference, PrintsEveryEntryAndThenTheStandardFields) {
 TEST(Reference, PrintsTheSameEntriesAsHelpInTheOrderOfTheTable) {
   Lines expected;
   for (const CommandRow& row : commandTable()) {
-    const std::string method = row.method;
-    const std::size_t blank = method.find(' ');
-    const Words words =
-        blank == std::string::npos ? Words{method} : Words{method.substr(0, blank), method.substr(blank + 1)};
-    const Lines page = help(words);
-    expected.insert(expected.end(), page.begin() + 1, page.end());
+    const Lines entry = help(wordsOf(row.method));
+    expected.insert(expected.end(), entry.begin() + 1, entry.end());
   }
   expected.insert(expected.end(), kStandardFields.begin(), kStandardFields.end());
   Hipcmd_ReferenceHelp command(commandTable());

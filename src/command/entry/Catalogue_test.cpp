@@ -186,23 +186,21 @@ TEST(Catalogue, TheTableHasExactlyTheseRowsInThisOrder) {
 }
 
 TEST(Catalogue, AParameterHasTheSameKindInEveryCommand) {
-  const std::map<std::string, std::type_index> kinds = {
-      {"auth", typeid(AuthParam)},
-      {"requestID", typeid(StringParam)},
-      {"output", typeid(StringParam)},
-      {"new_name", typeid(StringParam)},
-      {"allow_rename", typeid(BoolParam)},
-      {"helmsor", typeid(HelmsorParam)},
-      {"network", typeid(OptionalNetworkParam)},
-      {"invitation", typeid(OptionalActivationParam)},
-      {"log_level", typeid(OptionalLogLevelParam)},
-      {"sys", typeid(SysImplParam)},
-      {"activate", typeid(SingleWordParam)},
-      {"profile", typeid(OptionalProfileParam)},
-      {"max_lines", typeid(IntParam)},
-      {"full", typeid(SingleWordParam)},
-      {"object", typeid(StringParam)},
-  };
+  const std::map<std::string, std::type_index> kinds = {{"auth", typeid(AuthParam)},
+                                                        {"requestID", typeid(StringParam)},
+                                                        {"output", typeid(StringParam)},
+                                                        {"new_name", typeid(StringParam)},
+                                                        {"allow_rename", typeid(BoolParam)},
+                                                        {"helmsor", typeid(HelmsorParam)},
+                                                        {"network", typeid(OptionalNetworkParam)},
+                                                        {"invitation", typeid(OptionalActivationParam)},
+                                                        {"log_level", typeid(OptionalLogLevelParam)},
+                                                        {"sys", typeid(SysImplParam)},
+                                                        {"activate", typeid(SingleWordParam)},
+                                                        {"profile", typeid(OptionalProfileParam)},
+                                                        {"max_lines", typeid(IntParam)},
+                                                        {"full", typeid(SingleWordParam)},
+                                                        {"object", typeid(StringParam)}};
   for (const Expected& e : kCatalogue) {
     const Command command = find(wordsOf(e.words));
     for (const InputParamBase* one : command->params()) {
@@ -260,10 +258,7 @@ TEST(Catalogue, TheWordBehindTheNameIsTheInitialValueOfAHiddenParameter) {
 }
 
 TEST(Catalogue, AMissingRequiredParameterFailsTheBinding) {
-  const struct {
-    Words words;
-    const char* details;
-  } cases[] = {
+  const std::pair<Words, const char*> cases[] = {
       {{"profile", "create", "alpha"}, "illegal or missing parameter: helmsor"},
       {{"profile", "create", "alpha", "new_name=beta"}, "illegal or missing parameter: helmsor"},
       {{"profile", "create", "alpha", "helmsor="}, R"(illegal value presented: "")"},
@@ -277,12 +272,12 @@ TEST(Catalogue, AMissingRequiredParameterFailsTheBinding) {
       {{"profile", "details", "alpha", "profile"}, "parameter value required"},
       {{"json", "{}", "{}"}, "disregarding unused input: {}"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::PrintToString(c.words));
+  for (const auto& [words, details] : cases) {
+    SCOPED_TRACE(testing::PrintToString(words));
     Command command;
-    const Status bound = findAndBind(c.words, &command);
+    const Status bound = findAndBind(words, &command);
     EXPECT_THAT(bound, HasCode(status::invalidArgument));
-    EXPECT_EQ(bound.details(), c.details);
+    EXPECT_EQ(bound.details(), details);
   }
 }
 

@@ -81,10 +81,7 @@ TEST_F(EntryTest, ModeWordsMayStandAnywhereAfterTheName) {
   const std::string usage = "method: usage\n" + success, reference = "method: reference\n" + success;
   const std::string referenceText = runRavctl({"reference"}).out;
   ASSERT_EQ(referenceText.substr(0, 28), "\nNAME\n        profile create");
-  const struct {
-    Words words;
-    std::string out;
-  } cases[] = {
+  const std::pair<Words, std::string> cases[] = {
       {{"ravctl"}, kUsageText},  // the name of the program as the only word means usage
       {{"usage", "--quiet"}, kUsageText},
       {{"usage", "--verbose"}, usage + kUsageText},
@@ -99,10 +96,10 @@ TEST_F(EntryTest, ModeWordsMayStandAnywhereAfterTheName) {
       {{"reference", "a=b", "--nonsense"}, referenceText},
       {{"reference", "profile", "create"}, referenceText},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::PrintToString(c.words));
-    const Outcome outcome = runRavctl(c.words);
-    EXPECT_EQ(outcome.out, c.out);
+  for (const auto& [words, out] : cases) {
+    SCOPED_TRACE(testing::PrintToString(words));
+    const Outcome outcome = runRavctl(words);
+    EXPECT_EQ(outcome.out, out);
     EXPECT_EQ(outcome.err, "");
     EXPECT_EQ(outcome.exitStatus, 0);
   }
@@ -255,10 +252,7 @@ class TracedEntryTest : public HostTest {
 };
 
 TEST_F(TracedEntryTest, CommandsStartNoThreadAndOnlyTheToolOfTheInitSystem) {
-  const struct {
-    Words words;
-    std::size_t tools;
-  } cases[] = {
+  const std::pair<Words, std::size_t> cases[] = {
       {{"list", "profiles"}, 0},
       {{"profile", "create", "new", "helmsor=h", "network=eth0"}, 0},
       {{"profile", "rename", "new", "new_name=newer"}, 0},
@@ -271,12 +265,12 @@ TEST_F(TracedEntryTest, CommandsStartNoThreadAndOnlyTheToolOfTheInitSystem) {
       {{"help"}, 0},
   };
   std::size_t toolsRun = 0;
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::PrintToString(c.words));
-    const TraceResult result = traced(c.words);
+  for (const auto& [words, tools] : cases) {
+    SCOPED_TRACE(testing::PrintToString(words));
+    const TraceResult result = traced(words);
     EXPECT_EQ(result.exitStatus, 0);
-    EXPECT_EQ(pathsOf(result, {"clone", "clone3", "fork", "vfork"}).size(), c.tools);
-    toolsRun += c.tools;
+    EXPECT_EQ(pathsOf(result, {"clone", "clone3", "fork", "vfork"}).size(), tools);
+    toolsRun += tools;
     const std::string calls = host::exists("/tmp/calls") ? host::readFile("/tmp/calls") : "";
     EXPECT_EQ(static_cast<std::size_t>(std::count(calls.begin(), calls.end(), '\n')), toolsRun);
   }
