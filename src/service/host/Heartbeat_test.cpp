@@ -118,8 +118,7 @@ TEST_F(HeartbeatTest, ALinkIsFollowedAndTheNullDeviceCountsAsAnEmptyFile) {
 
 TEST_F(HeartbeatTest, ATimeMayBeAnyNumberOrText) {
   struct Case {
-    const char* why;
-    const char* now;
+    const char *why, *now;
     RunState running;
   };
   const Case cases[] = {

@@ -72,19 +72,6 @@ TEST_F(LogExcerptTest, TheLastMatchingLinesAreInFileOrder) {
   });
 }
 
-TEST_F(LogExcerptTest, LinesAtTheThresholdAreShownAndLinesWithoutALevelAreInfo) {
-  const Texts lines = {"[TRACE] t",  "[DEBUG] d", "[INFO] i", "plain",    "[notes] on it",
-                       "[NOTICE] n", "[WARN] w",  "[ERR] e",  "[FATAL] f"};
-  std::string content;
-  for (const std::string& line : lines) content += line + "\n";
-  const std::pair<Level, int> cases[] = {{Level::trace, 0},   {Level::debug, 1}, {Level::info, 2}, {Level::notice, 5},
-                                         {Level::warning, 6}, {Level::error, 7}, {Level::fatal, 8}};
-  for (const auto& [threshold, hidden] : cases) {
-    SCOPED_TRACE(hidden);
-    EXPECT_EQ(excerptOf(content, threshold), Texts(lines.begin() + hidden, lines.end()));
-  }
-}
-
 TEST_F(LogExcerptTest, ANegativeMaxLinesMeansFiftyAndTheLimitIsAHundredThousand) {
   using Limits = std::numeric_limits<std::int32_t>;
   const std::pair<std::int32_t, std::size_t> cases[] = {

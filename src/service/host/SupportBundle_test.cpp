@@ -108,7 +108,7 @@ TEST_F(SupportBundleTest, TheScriptIgnoresOnlyTheSignalsThatWeInheritedAsIgnored
   const struct {
     const char* option;  // of env(1)
     unsigned long long ignored;
-  } cases[] = {{"--unset=NOTHING", 0}, {"--ignore-signal=PIPE,XFSZ,CHLD", bitOf(SIGPIPE) | bitOf(SIGXFSZ)}};
+  } cases[] = {{"--default-signal", 0}, {"--ignore-signal=PIPE,XFSZ,CHLD", bitOf(SIGPIPE) | bitOf(SIGXFSZ)}};
   host::installScript(kScript, "grep SigIgn /proc/self/status > /tmp/signals");
   for (const auto& c : cases) {
     SCOPED_TRACE(c.option);

@@ -35,40 +35,32 @@ class SystemSpecificImplTest : public HostTest {
 // --- Detection
 
 TEST_F(SystemSpecificImplTest, TheFirstExistingMarkerNamesTheInitSystem) {
-  const struct {
-    const char* why;
-    void (*prepare)();
-    const char* detected;
-  } cases[] = {
-      {"no marker", [] {}, nullptr},
-      {"the systemd marker", [] { host::writeFile(kSystemdMarker, ""); }, "systemd"},
-      {"the init script", [] { host::writeFile(kInitScript, ""); }, "initd"},
-      {"both: the systemd marker comes first",
-       [] {
-         host::writeFile(kInitScript, "");
-         host::writeFile(kSystemdMarker, "");
-       },
-       "systemd"},
-      {"a marker may be a folder", [] { host::makeDirs(kSystemdMarker); }, "systemd"},
-      {"a marker may be a FIFO", [] { host::makeFifo(kInitScript); }, "initd"},
-      {"a link without a target is no marker", [] { host::makeLink(kSystemdMarker, "/nowhere"); }, nullptr},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.why);
+  const auto expectDetected = [](const char* name, const char* why) {
+    EXPECT_STREQ(detectBackendName(), name) << why;
+    EXPECT_EQ(backendNameOrNull(), name != nullptr ? name : "null") << why;
     host::reset();
-    c.prepare();
-    EXPECT_STREQ(detectBackendName(), c.detected);
-    EXPECT_EQ(backendNameOrNull(), c.detected != nullptr ? c.detected : "null");
-  }
+  };
+  expectDetected(nullptr, "there is no marker");
+  host::writeFile(kSystemdMarker, "");
+  expectDetected("systemd", "the systemd marker");
+  host::writeFile(kInitScript, "");
+  expectDetected("initd", "the init script");
+  host::writeFile(kInitScript, "");
+  host::writeFile(kSystemdMarker, "");
+  expectDetected("systemd", "the systemd marker comes first");
+  host::makeDirs(kSystemdMarker);
+  expectDetected("systemd", "a marker may be a folder");
+  host::makeFifo(kInitScript);
+  expectDetected("initd", "a marker may be a FIFO");
+  host::makeLink(kSystemdMarker, "/nowhere");
+  expectDetected(nullptr, "a link without a target is no marker");
 }
 
 // --- Selection
 
 TEST_F(SystemSpecificImplTest, NamesAreComparedExactly) {
   struct Case {
-    const char* why;
-    const char* name;
-    const char* selected;
+    const char *why, *name, *selected;
   };
   const Case cases[] = {
       {"the null backend", "null", "null"},
@@ -116,9 +108,7 @@ TEST_F(SystemSpecificImplTest, EachOperationRunsItsToolWithExactlyTheseArguments
   struct Case {
     const char* backend;
     Operation operation;
-    const char* tool;
-    const char* script;
-    const char* arguments;
+    const char *tool, *script, *arguments;
   };
   constexpr Operation start = &SystemSpecificImpl::start;
   constexpr Operation stop = &SystemSpecificImpl::stop;
@@ -181,8 +171,7 @@ TEST_F(SystemSpecificImplTest, ToolsAreNotSearchedInPath) {
 
 TEST_F(SystemSpecificImplTest, TheExitOfTheToolDecidesTheStatus) {
   struct Case {
-    const char* why;
-    const char* script;
+    const char *why, *script;
     StatusCode code;
   };
   const Case cases[] = {
@@ -215,38 +204,29 @@ int outcomeOf(void (*act)()) {
 }
 
 TEST_F(SystemSpecificImplTest, AToolThatCannotBeExecutedGivesExitStatus101) {
-  const struct {
-    const char* why;
-    void (*prepare)();
-  } cases[] = {
-      {"the tool is missing", [] {}},
-      {"the tool is not executable", [] { host::writeFile(kSystemctl, "#!/bin/sh\n", 0644); }},
-      {"no shell runs a script without an interpreter line", [] { host::writeFile(kSystemctl, "exit 0\n", 0755); }},
-      {"the interpreter is missing", [] { host::writeFile(kSystemctl, "#!/no/shell\n", 0755); }},
-      {"the tool is a directory", [] { host::makeDirs(kSystemctl); }},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.why);
-    host::reset();
-    c.prepare();
-    EXPECT_EQ(outcomeOf([] { SystemdSystem().start(); }), 1101);
-    EXPECT_THAT(runBackendOperation("systemd", &SystemSpecificImpl::start), HasCode(status::childExitedNonzero));
-  }
+  const auto start = [] { SystemdSystem().start(); };
+  EXPECT_EQ(outcomeOf(start), 1101) << "the tool is missing";
+  host::writeFile(kSystemctl, "#!/bin/sh\n", 0644);
+  EXPECT_EQ(outcomeOf(start), 1101) << "the tool is not executable";
+  host::writeFile(kSystemctl, "exit 0\n", 0755);
+  EXPECT_EQ(outcomeOf(start), 1101) << "the tool is a script without an interpreter line; no shell runs it";
+  host::writeFile(kSystemctl, "#!/no/shell\n", 0755);
+  EXPECT_EQ(outcomeOf(start), 1101) << "the interpreter is missing";
+  host::remove(kSystemctl);
+  host::makeDirs(kSystemctl);
+  EXPECT_EQ(outcomeOf(start), 1101) << "the tool is a directory";
+  EXPECT_THAT(runBackendOperation("systemd", &SystemSpecificImpl::start), HasCode(status::childExitedNonzero));
 }
 
-TEST_F(SystemSpecificImplTest, AMissingToolIsReportedAsANonzeroExit) {
+TEST_F(SystemSpecificImplTest, AMissingToolIsReportedAsANonzeroExitAndTheNullBackendRunsNothing) {
   host::installScript(kKillall, "");  // the host restores the displaced file later
   host::remove(kKillall);
   for (const char* backend : {"systemd", "initd", "upstart", "null", "launchd"}) {
     for (const Operation operation :
          {&SystemSpecificImpl::start, &SystemSpecificImpl::stop, &SystemSpecificImpl::restart}) {
-      SCOPED_TRACE(backend);
-      EXPECT_THAT(runBackendOperation(backend, operation), HasCode(status::childExitedNonzero));
+      EXPECT_THAT(runBackendOperation(backend, operation), HasCode(status::childExitedNonzero)) << backend;
     }
   }
-}
-
-TEST_F(SystemSpecificImplTest, TheNullBackendRunsNothingAndExitsWith101) {
   EXPECT_EQ(outcomeOf([] { NullSystem().start(); }), 1101);
   EXPECT_EQ(outcomeOf([] { NullSystem().stop(); }), 1101);
   EXPECT_EQ(outcomeOf([] { NullSystem().restart(); }), 1101);
@@ -313,10 +293,10 @@ TEST_F(SystemSpecificImplTest, ASignalWithAHandlerDoesNotEndTheWait) {
 // --- What the children of the real program inherit
 
 // Runs the program's `service start` with a systemctl that runs the script. env(1) starts the program, with these
-// options.
+// options, after it has set all signals to their defaults.
 Outcome startThrough(const std::string& script, std::vector<std::string> envOptions = {}) {
   host::installScript(kSystemctl, script);
-  std::vector<std::string> words = {"/usr/bin/env"};
+  std::vector<std::string> words = {"/usr/bin/env", "--default-signal"};
   words.insert(words.end(), envOptions.begin(), envOptions.end());
   words.insert(words.end(), {ravctlPath(), "service", "start", "sys=systemd"});
   return runProgram(words);
