@@ -1,8 +1,5 @@
 #include "service/host/Heartbeat.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <ctime>
 
 #include "testing/faults/FaultInjector.h"

@@ -1,7 +1,5 @@
 #include "service/host/LogExcerpt.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>

@@ -1,6 +1,5 @@
 #include "service/host/SystemSpecificImpl.h"
 
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -335,15 +334,6 @@ TEST_F(SystemSpecificImplTest, TheToolIgnoresOnlyTheSignalsThatWeInheritedAsIgno
 TEST_F(SystemSpecificImplTest, AnInheritedIgnoredSigchldDoesNotHideTheExitOfTheTool) {
   const Outcome failed = startThrough("exit 3", {"--ignore-signal=CHLD"});
   EXPECT_EQ(failed.out, "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n");
-}
-
-TEST_F(SystemSpecificImplTest, TheToolInheritsNoDescriptorOfOurs) {
-  // ls has descriptor 3 open itself, for the directory that it lists.
-  EXPECT_EQ(startThrough("exec ls -l /proc/self/fd > /tmp/descriptors").exitStatus, 0);
-  const std::string listing = host::readFile("/tmp/descriptors");
-  EXPECT_THAT(listing, testing::HasSubstr(" 2 -> "));
-  EXPECT_THAT(listing, testing::HasSubstr(" 3 -> /proc/"));
-  EXPECT_THAT(listing, testing::Not(testing::HasSubstr(" 4 -> ")));
 }
 
 TEST_F(SystemSpecificImplTest, TheToolUsesOurStandardOutputsAndAChildWithoutItsToolPrintsNothing) {
