@@ -32,16 +32,22 @@ void expectRefused(const Words& words, const char* text) {
   EXPECT_EQ(outcome.exitStatus, 1);
 }
 
+// Runs the program, which must end with 0 and an empty standard error, and returns its output.
+std::string outputOf(const Words& words, const Start& start = {}) {
+  SCOPED_TRACE(testing::PrintToString(words));
+  const Outcome outcome = runRavctl(words, start);
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(outcome.exitStatus, 0);
+  return outcome.out;
+}
+
 TEST_F(EntryTest, WithoutWordsTheUsageShowsTheNameThatStartedTheProgram) {
   for (const std::string argv0 : {"ravctl", "/usr/sbin/ravctl", "", "%s%n", "a\nb \xff"}) {
     Start start;
     start.argv0 = argv0;
-    const Outcome outcome = runRavctl({}, start);
-    EXPECT_EQ(outcome.out, "Usage: " + argv0 + " json <command request object>\n   or: " + argv0 +
-                               " <two-word command name> <command-specific params>\n   or: " + argv0 +
-                               " help   (for a command list and short summaries)\n");
-    EXPECT_EQ(outcome.err, "");
-    EXPECT_EQ(outcome.exitStatus, 0);
+    EXPECT_EQ(outputOf({}, start), "Usage: " + argv0 + " json <command request object>\n   or: " + argv0 +
+                                       " <two-word command name> <command-specific params>\n   or: " + argv0 +
+                                       " help   (for a command list and short summaries)\n");
   }
 }
 
@@ -78,52 +84,31 @@ TEST_F(EntryTest, WordsThatDoNotBindAreReportedOnStandardOutputAndNothingRuns) {
 
 TEST_F(EntryTest, ModeWordsMayStandAnywhereAfterTheName) {
   const std::string success = "status_text: success\nstatus_code: 0x00000001\n";
-  const std::string usage = "method: usage\n" + success, reference = "method: reference\n" + success;
-  const std::string referenceText = runRavctl({"reference"}).out;
-  ASSERT_EQ(referenceText.substr(0, 28), "\nNAME\n        profile create");
-  const std::pair<Words, std::string> cases[] = {
-      {{"ravctl"}, kUsageText},  // the name of the program as the only word means usage
-      {{"usage", "--quiet"}, kUsageText},
-      {{"usage", "--verbose"}, usage + kUsageText},
-      {{"usage", "--verbose", "--quiet"}, kUsageText},
-      {{"usage", "--quiet", "--json", "--verbose"}, usage + kUsageText},
-      {{"ravctl", "usage", "--text"}, kUsageText},
-      {{"reference", "--verbose"}, reference + referenceText},
-      {{"reference", "x", "--verbose"}, reference + referenceText},
-      {{"reference", "--quiet"}, referenceText},
-      {{"reference", "--verbose", "--quiet"}, referenceText},
-      {{"reference", "--json"}, referenceText},
-      {{"reference", "a=b", "--nonsense"}, referenceText},
-      {{"reference", "profile", "create"}, referenceText},
-  };
-  for (const auto& [words, out] : cases) {
-    SCOPED_TRACE(testing::PrintToString(words));
-    const Outcome outcome = runRavctl(words);
-    EXPECT_EQ(outcome.out, out);
-    EXPECT_EQ(outcome.err, "");
-    EXPECT_EQ(outcome.exitStatus, 0);
-  }
+  const std::string usage = kUsageText, verboseUsage = "method: usage\n" + success + usage;
+  EXPECT_EQ(outputOf({"ravctl"}), usage) << "the name of the program as the only word means usage";
+  EXPECT_EQ(outputOf({"usage", "--quiet"}), usage);
+  EXPECT_EQ(outputOf({"usage", "--verbose"}), verboseUsage);
+  EXPECT_EQ(outputOf({"usage", "--verbose", "--quiet"}), usage);
+  EXPECT_EQ(outputOf({"usage", "--quiet", "--json", "--verbose"}), verboseUsage);
+  EXPECT_EQ(outputOf({"ravctl", "usage", "--text"}), usage);
+  const std::string reference = outputOf({"reference"}), verboseReference = "method: reference\n" + success + reference;
+  EXPECT_EQ(reference.substr(0, 28), "\nNAME\n        profile create");
+  EXPECT_EQ(outputOf({"reference", "--verbose"}), verboseReference);
+  EXPECT_EQ(outputOf({"reference", "x", "--verbose"}), verboseReference);
+  EXPECT_EQ(outputOf({"reference", "--quiet"}), reference);
+  EXPECT_EQ(outputOf({"reference", "--verbose", "--quiet"}), reference);
+  EXPECT_EQ(outputOf({"reference", "--json"}), reference);
+  EXPECT_EQ(outputOf({"reference", "a=b", "--nonsense"}), reference);
+  EXPECT_EQ(outputOf({"reference", "profile", "create"}), reference);
 }
 
 TEST_F(EntryTest, ACommandThatFailedPrintsItsStatusAndStillExitsWith0) {
-  const struct {
-    Words words;
-    const char* out;
-  } cases[] = {
-      {{}, "status_text: profile not found\nstatus_code: 0x12001001\n"},
-      {{"--json"}, "status_text: profile not found\nstatus_code: 0x12001001\n"},
-      {{"--text"}, "status_text: profile not found\nstatus_code: 0x12001001\n"},
-      {{"--quiet"}, "status_code: 0x12001001\n"},
-      {{"--verbose"}, "method: profile details\nstatus_text: profile not found\nstatus_code: 0x12001001\n"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::PrintToString(c.words));
-    Words words = {"profile", "details", "nobody"};
-    words.insert(words.end(), c.words.begin(), c.words.end());
-    const Outcome outcome = runRavctl(words);
-    EXPECT_EQ(outcome.out, c.out);
-    EXPECT_EQ(outcome.exitStatus, 0);
-  }
+  const std::string code = "status_code: 0x12001001\n", status = "status_text: profile not found\n" + code;
+  EXPECT_EQ(outputOf({"profile", "details", "nobody"}), status);
+  EXPECT_EQ(outputOf({"profile", "details", "nobody", "--json"}), status);
+  EXPECT_EQ(outputOf({"profile", "details", "nobody", "--text"}), status);
+  EXPECT_EQ(outputOf({"profile", "details", "nobody", "--quiet"}), code);
+  EXPECT_EQ(outputOf({"profile", "details", "nobody", "--verbose"}), "method: profile details\n" + status);
 }
 
 TEST_F(EntryTest, KnowsTheTextOfEveryApplicationStatus) {
@@ -155,17 +140,15 @@ TEST_F(EntryTest, AProfileMayBeNamedLikeAModeWord) {
 }
 
 TEST_F(EntryTest, SilentlyAcceptedWordsChangeNothing) {
-  const Outcome outcome =
-      runRavctl({"list", "profiles", "", "=x", "command_name=x", "auth=a", "requestID=1", "output=f"});
-  EXPECT_EQ(outcome.out, runRavctl({"list", "profiles"}).out);
-  EXPECT_EQ(outcome.exitStatus, 0);
+  EXPECT_EQ(outputOf({"list", "profiles", "", "=x", "command_name=x", "auth=a", "requestID=1", "output=f"}),
+            outputOf({"list", "profiles"}));
 }
 
 // --- Unusual words
 
 // Gives the word to several commands, which must take it as plain text.
 void expectPlainText(const std::string& word) {
-  SCOPED_TRACE(word.substr(0, 40));
+  SCOPED_TRACE(testing::PrintToString(word.substr(0, 40)));
   expectRefused({word}, kNoName);
   expectRefused({"service", word}, kNoName);
   expectRefused({"service", "start", word}, kNoArguments);

@@ -14,9 +14,6 @@ namespace {
 using Lines = std::vector<std::string>;
 using Words = std::vector<std::string>;
 
-constexpr const char* kPresent = "<single-word-command-present>";
-constexpr const char* kAbsent = "<single-word-command-absent>";
-
 // A parameter that is neither a single word nor takes a value. No command of the program has such a parameter.
 class OddParam : public InputParamBase {
  public:
@@ -127,24 +124,22 @@ TEST(RavctlCommandInstance, ListsTheStandardParametersAndTheStatusFirst) {
 }
 
 TEST(OutputMode, TheLastWordOfEachPairWins) {
-  const std::pair<Words, const char*> cases[] = {
-      {{}, ""},
-      {{"--quiet"}, "quiet "},
-      {{"--verbose"}, "verbose "},
-      {{"--json"}, "json "},
-      {{"--text"}, "text "},
-      {{"--quiet", "--verbose"}, "verbose "},
-      {{"--verbose", "--quiet"}, "quiet "},
-      {{"--json", "--text"}, "text "},
-      {{"--text", "--json"}, "json "},
-      {{"--quiet", "--json"}, "quiet json "},
-      {{"--text", "--verbose", "--json", "--quiet", "--quiet"}, "quiet json "},
-  };
-  for (const auto& [words, modes] : cases) {
+  const auto modesAfter = [](const Words& words) {
     Example command;
     for (const std::string& word : words) EXPECT_TRUE(command.mode().take(word));
-    EXPECT_EQ(modesOf(command.mode()), modes) << testing::PrintToString(words);
-  }
+    return modesOf(command.mode());
+  };
+  EXPECT_EQ(modesAfter({}), "");
+  EXPECT_EQ(modesAfter({"--quiet"}), "quiet ");
+  EXPECT_EQ(modesAfter({"--verbose"}), "verbose ");
+  EXPECT_EQ(modesAfter({"--json"}), "json ");
+  EXPECT_EQ(modesAfter({"--text"}), "text ");
+  EXPECT_EQ(modesAfter({"--quiet", "--verbose"}), "verbose ");
+  EXPECT_EQ(modesAfter({"--verbose", "--quiet"}), "quiet ");
+  EXPECT_EQ(modesAfter({"--json", "--text"}), "text ");
+  EXPECT_EQ(modesAfter({"--text", "--json"}), "json ");
+  EXPECT_EQ(modesAfter({"--quiet", "--json"}), "quiet json ");
+  EXPECT_EQ(modesAfter({"--text", "--verbose", "--json", "--quiet", "--quiet"}), "quiet json ");
 }
 
 TEST(OutputMode, OtherWordsChangeNothing) {
@@ -243,19 +238,17 @@ TEST(BindJsonArgs, TheFirstFailureEndsTheBindingAndEarlierValuesRemain) {
 }
 
 TEST(BindJsonArgs, MissingParametersAreReportedInDeclarationOrderAndAfterABadMember) {
-  const std::pair<const char*, const char*> cases[] = {
-      {"null", "illegal or missing parameter: first"},
-      {"{}", "illegal or missing parameter: first"},
-      {R"({"third":1})", "illegal or missing parameter: first"},
-      {R"({"first":"x","optional":"y"})", "illegal or missing parameter: helmsor"},
-      {R"({"helmsor":"h","first":""})", "illegal or missing parameter: third"},
-      {R"({"optional":null})", "illegal value presented: null"},
-  };
-  for (const auto& [args, details] : cases) {
+  const auto expectDetails = [](const char* args, const char* details) {
     SCOPED_TRACE(args);
     Demanding command;
     expectInvalid(bindJson(command, args), details);
-  }
+  };
+  expectDetails("null", "illegal or missing parameter: first");
+  expectDetails("{}", "illegal or missing parameter: first");
+  expectDetails(R"({"third":1})", "illegal or missing parameter: first");
+  expectDetails(R"({"first":"x","optional":"y"})", "illegal or missing parameter: helmsor");
+  expectDetails(R"({"helmsor":"h","first":""})", "illegal or missing parameter: third");
+  expectDetails(R"({"optional":null})", "illegal value presented: null");
   Demanding command;
   EXPECT_THAT(bindJson(command, R"({"helmsor":"h","first":"","third":"2"})"), HasCode(status::success));
 }
@@ -348,30 +341,23 @@ TEST(BindCommandWords, RejectedWordsFailWithTheDetailsOfTheParameter) {
 }
 
 TEST(BindCommandWords, TheValueOfASingleWordDecides) {
-  const struct {
-    Words words;
-    bool present, given;
-  } cases[] = {
-      {{}, false, false},
-      {{"word"}, true, true},
-      {{"word=true"}, true, true},
-      {{"word=TRUE"}, true, true},
-      {{"word=false"}, false, true},
-      {{"word="}, false, true},
-      {{std::string("word=") + kPresent}, true, true},
-      {{std::string("word=") + kAbsent}, false, true},
-      {{"word", "word=false"}, false, true},
-      {{"word=false", "word"}, true, true},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::PrintToString(c.words));
+  const auto expectWord = [](const Words& words, bool present, bool given = true) {
+    SCOPED_TRACE(testing::PrintToString(words));
     Example command;
-    Words words = {"a", "b"};
-    words.insert(words.end(), c.words.begin(), c.words.end());
-    EXPECT_THAT(bindWords(command, words), HasCode(status::success));
-    EXPECT_EQ(command.word.isPresent(), c.present);
-    EXPECT_EQ(command.word.hasValue(), c.given);
-  }
+    EXPECT_THAT(bindWords(command, words, 0), HasCode(status::success));
+    EXPECT_EQ(command.word.isPresent(), present);
+    EXPECT_EQ(command.word.hasValue(), given);
+  };
+  expectWord({}, false, false);
+  expectWord({"word"}, true);
+  expectWord({"word=true"}, true);
+  expectWord({"word=TRUE"}, true);
+  expectWord({"word=false"}, false);
+  expectWord({"word="}, false);
+  expectWord({"word=<single-word-command-present>"}, true);
+  expectWord({"word=<single-word-command-absent>"}, false);
+  expectWord({"word", "word=false"}, false);
+  expectWord({"word=false", "word"}, true);
 }
 
 TEST(BindCommandWords, ARepeatedKeyBindsItsLastValueAtItsFirstPosition) {

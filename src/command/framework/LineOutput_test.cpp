@@ -1,6 +1,5 @@
 #include "command/framework/LineOutput.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
