@@ -82,8 +82,8 @@ TEST(Help, OnlyHelpIsQuietByDefault) {
   EXPECT_FALSE(Hipcmd_ReferenceHelp(commandTable()).mode().quiet);
 }
 
-// Returns the page of one command: what the heading names, the command with its description and its usage, and the
-// lines behind those.
+// Returns the page of one command: a heading, the command with its description and its usage, and then the lines of
+// its parameters.
 Lines page(const std::string& heading, const std::string& command, const std::string& description,
            const std::string& usage, const Lines& params) {
   Lines lines = {"ravctl help for " + heading, "", "NAME",      "        " + command + " - " + description, "", "USAGE",

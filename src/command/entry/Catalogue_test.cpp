@@ -84,8 +84,8 @@ struct Expected {
   const char* method;
   std::type_index type;
   const char* words;    // one way to call the command, with exactly the words that it consumes
-  const char* params;   // behind the standard parameters
-  const char* results;  // behind the status
+  const char* params;   // what follows the standard parameters
+  const char* results;  // what follows the status
   const char* synopsis;
   const char* usage;  // what follows the method in the usage line
   const char* description;

@@ -85,7 +85,7 @@ Status bindWords(RavctlCommandInstance& command, const Words& words, std::size_t
   return bindCommandWords(command, array.get(), consumed);
 }
 
-// Returns the names of the output modes that are set, each with a blank behind it.
+// Returns the names of the output modes that are set, each followed by a blank.
 std::string modesOf(const OutputMode& mode) {
   return std::string(mode.quiet ? "quiet " : "") + (mode.verbose ? "verbose " : "") + (mode.json ? "json " : "") +
          (mode.text ? "text " : "");
@@ -447,7 +447,7 @@ TEST(BindCommandWords, AcceptsManyAndVeryLongWords) {
 
 // --- Output
 
-// Runs a command that sets this status, and returns its output behind a line "before". With code 0 it sets none.
+// Runs a command that sets this status, and returns its output after a line "before". Code 0 sets none.
 Lines outputOf(const Status& result, bool isVerbose = false) {
   Example command;
   command.name.set("lab");

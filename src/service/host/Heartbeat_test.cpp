@@ -70,7 +70,7 @@ const std::string kAll = "hipd_state=running\npeers.count=1\nhelmsor.up=true\n";
 
 // --- Running or not
 
-TEST_F(HeartbeatTest, AHeartbeatIsFreshForLessThanSixSecondsAndAStaleOneMakesTheOthersUnknown) {
+TEST_F(HeartbeatTest, AHeartbeatIsFreshForLessThanSixSeconds) {
   for (const long age : {-1000000, -1, 0, 4, 5, 6, 7, 86400}) {
     SCOPED_TRACE(age);
     const RunState running = age < 6 ? kYes : kNo;
@@ -91,7 +91,7 @@ TEST_F(HeartbeatTest, AMissingTimeMakesEverythingUnknown) {
   }
 }
 
-TEST_F(HeartbeatTest, AFileThatIsNoReadableRegularFileMeansNotRunning) {
+TEST_F(HeartbeatTest, AFileThatIsNotReadableOrNotRegularMeansNotRunning) {
   host::makeFifo("/tmp/fifo");
   host::makeDirs("/tmp/folder");
   host::makeLink("/tmp/dangling", "/tmp/nowhere");
@@ -162,7 +162,7 @@ TEST_F(HeartbeatTest, TheUptimeSaturatesForExtremeTimes) {
   EXPECT_EQ(readNow(), (Reading{status::success, kYes, kUnknown, kUnknown}));
 }
 
-// Lines behind the times of a daemon that runs, and what they say.
+// Lines that follow the times of a running daemon, and the states that they give.
 struct Lines {
   const char* why;
   std::string text;

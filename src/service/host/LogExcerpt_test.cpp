@@ -319,7 +319,7 @@ TEST_F(LogExcerptTest, AMissingLogIsAWarningAndGivesOneLine) {
   }
 }
 
-TEST_F(LogExcerptTest, ALogThatIsNoReadableRegularFileIsAnOpenError) {
+TEST_F(LogExcerptTest, ALogThatIsNotReadableOrNotRegularIsAnOpenError) {
   host::makeFifo("/tmp/fifo");
   host::makeDirs("/tmp/folder");
   host::makeLink("/tmp/loop", "/tmp/loop");

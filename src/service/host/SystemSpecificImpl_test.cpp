@@ -217,7 +217,7 @@ TEST_F(SystemSpecificImplTest, AToolThatCannotBeExecutedGivesExitStatus101) {
   EXPECT_THAT(runBackendOperation("systemd", &SystemSpecificImpl::start), HasCode(status::childExitedNonzero));
 }
 
-TEST_F(SystemSpecificImplTest, AMissingToolIsReportedAsANonzeroExitAndTheNullBackendRunsNothing) {
+TEST_F(SystemSpecificImplTest, AMissingToolIsReportedAsANonzeroExit) {
   host::installScript(kKillall, "");  // the host restores the displaced file later
   host::remove(kKillall);
   for (const char* backend : {"systemd", "initd", "upstart", "null", "launchd"}) {
@@ -226,6 +226,9 @@ TEST_F(SystemSpecificImplTest, AMissingToolIsReportedAsANonzeroExitAndTheNullBac
       EXPECT_THAT(runBackendOperation(backend, operation), HasCode(status::childExitedNonzero)) << backend;
     }
   }
+}
+
+TEST_F(SystemSpecificImplTest, TheNullBackendRunsNothingAndExitsWith101) {
   EXPECT_EQ(outcomeOf([] { NullSystem().start(); }), 1101);
   EXPECT_EQ(outcomeOf([] { NullSystem().stop(); }), 1101);
   EXPECT_EQ(outcomeOf([] { NullSystem().restart(); }), 1101);
@@ -301,7 +304,7 @@ Outcome startThrough(const std::string& script, std::vector<std::string> envOpti
   return runProgram(words);
 }
 
-// Returns those of the signals that the SigIgn line in /tmp/signals contains, which a script wrote.
+// A script wrote its SigIgn line to /tmp/signals. Returns those of the signals that this line contains.
 std::vector<int> ignoredOf(const std::vector<int>& signals) {
   unsigned long long mask = 0;
   EXPECT_EQ(std::sscanf(host::readFile("/tmp/signals").c_str(), "SigIgn: %llx", &mask), 1);
@@ -336,11 +339,13 @@ TEST_F(SystemSpecificImplTest, AnInheritedIgnoredSigchldDoesNotHideTheExitOfTheT
   EXPECT_EQ(failed.out, "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n");
 }
 
-TEST_F(SystemSpecificImplTest, TheToolUsesOurStandardOutputsAndAChildWithoutItsToolPrintsNothing) {
+TEST_F(SystemSpecificImplTest, TheToolUsesOurStandardOutputs) {
   const Outcome outcome = startThrough("echo out of the tool; echo error of the tool >&2");
   EXPECT_EQ(outcome.out, "out of the tool\n");
   EXPECT_EQ(outcome.err, "error of the tool\n");
-  host::reset();
+}
+
+TEST_F(SystemSpecificImplTest, AChildWithoutItsToolPrintsNothing) {
   const Outcome missing = runRavctl({"service", "start", "sys=systemd"});
   EXPECT_EQ(missing.out, "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n");
   EXPECT_EQ(missing.err, "");
