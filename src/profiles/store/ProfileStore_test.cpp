@@ -5,7 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstring>
+#include <functional>
+#include <optional>
 
 #include "command/status/AppStatusCodes.h"
 #include "testing/faults/FaultInjector.h"
@@ -44,55 +45,62 @@ std::string nameAsRead(const std::string& dir, bool expected = true) {
   return name;
 }
 
+void expectRecord(const ProfileRecord& record, const ProfileRecord& expected) {
+  EXPECT_EQ(record.valid, expected.valid) << expected.dirname;
+  EXPECT_EQ(record.dir, expected.dir);
+  EXPECT_EQ(record.dirname, expected.dirname);
+  EXPECT_EQ(record.name, expected.name) << expected.dirname;
+}
+
 // --- Paths
 
 using ProfilePathTest = HostTest;
+
+// Expects `path` from a function that builds a path of these parts, and from the one that copies it to a buffer. An
+// empty `path` means that both report failure.
+template <typename Build, typename Copy, typename... Parts>
+void expectPath(const char* why, const char* path, Build build, Copy copy, Parts... parts) {
+  SCOPED_TRACE(why);
+  const bool exists = *path != '\0';
+  std::string built = "left over";
+  EXPECT_EQ(build(parts..., built), exists);
+  EXPECT_EQ(built, path);
+  char buffer[128] = "left over";
+  EXPECT_EQ(copy(parts..., buffer, sizeof buffer), exists);
+  EXPECT_STREQ(buffer, path);
+}
 
 TEST_F(ProfilePathTest, TheFixedPathsAreBelowEtcZuv) {
   EXPECT_STREQ(ProfileStore::baseDir(), "/etc/zuv/");
   EXPECT_STREQ(ProfileStore::profilesRoot(), "/etc/zuv/profiles/");
   EXPECT_EQ(ProfileStore::factoryDir(), "/etc/zuv/profiles/.factory");
   EXPECT_EQ(ProfileStore::activeFile(), "/etc/zuv/profiles/.current");
+  char buffer[128];
+  EXPECT_TRUE(ProfileStore::copyFactoryDir(buffer, sizeof buffer));
+  EXPECT_STREQ(buffer, "/etc/zuv/profiles/.factory");
 }
 
-TEST_F(ProfilePathTest, ADirectoryNameIsAppendedToTheRoot) {
-  std::string path;
-  EXPECT_TRUE(ProfileStore::profileDir("profile-123123", path));
-  EXPECT_EQ(path, "/etc/zuv/profiles/profile-123123");
-  EXPECT_TRUE(ProfileStore::fileInProfile("profile-123123", "hip.conf", path));
-  EXPECT_EQ(path, "/etc/zuv/profiles/profile-123123/hip.conf");
+TEST_F(ProfilePathTest, APathOfAProfileNeedsAllItsParts) {
+  using namespace ProfileStore;
+  expectPath("a directory", "/etc/zuv/profiles/profile-1", profileDir, copyProfileDir, "profile-1");
+  expectPath("no directory name", "", profileDir, copyProfileDir, "");
+  expectPath("a file", "/etc/zuv/profiles/profile-1/hip.conf", fileInProfile, copyFileInProfile, "profile-1",
+             "hip.conf");
+  expectPath("a file without a directory name", "", fileInProfile, copyFileInProfile, "", "hip.conf");
+  expectPath("no file name", "", fileInProfile, copyFileInProfile, "profile-1", "");
 }
 
-TEST_F(ProfilePathTest, AnEmptyPartGivesNoPath) {
-  std::string path = "left over";
-  EXPECT_FALSE(ProfileStore::profileDir("", path));
-  EXPECT_EQ(path, "");
-  path = "left over";
-  EXPECT_FALSE(ProfileStore::fileInProfile("", "hip.conf", path));
-  EXPECT_EQ(path, "");
-  path = "left over";
-  EXPECT_FALSE(ProfileStore::fileInProfile("profile-1", "", path));
-  EXPECT_EQ(path, "");
-}
-
-TEST_F(ProfilePathTest, AFileOfTheActiveProfileNeedsAnActiveProfile) {
-  std::string path = "left over";
-  EXPECT_FALSE(ProfileStore::fileInActiveProfile("hip.conf", path));
-  EXPECT_EQ(path, "");
-  host::makeActive("profile-1");
-  EXPECT_TRUE(ProfileStore::fileInActiveProfile("hip.conf", path));
-  EXPECT_EQ(path, "/etc/zuv/profiles/profile-1/hip.conf");
-  EXPECT_FALSE(ProfileStore::fileInActiveProfile("", path));
-  EXPECT_EQ(path, "");
-}
-
-TEST_F(ProfilePathTest, AFileOfTheActiveProfileNeedsAReadableMarker) {
-  host::makeActive("profile-1");
+TEST_F(ProfilePathTest, AFileOfTheActiveProfileNeedsANameAndAReadableMarker) {
+  using ProfileStore::copyFileInActiveProfile;
+  using ProfileStore::fileInActiveProfile;
+  expectPath("no marker", "", fileInActiveProfile, copyFileInActiveProfile, "hip.conf");
+  host::makeActive("profile-2");
+  expectPath("a marker", "/etc/zuv/profiles/profile-2/hip.log", fileInActiveProfile, copyFileInActiveProfile,
+             "hip.log");
+  expectPath("no file name", "", fileInActiveProfile, copyFileInActiveProfile, "");
   host::setMode(host::kCurrent, 0);
   const host::BoundByModes bound;
-  std::string path = "left over";
-  EXPECT_FALSE(ProfileStore::fileInActiveProfile("hip.conf", path));
-  EXPECT_EQ(path, "");
+  expectPath("an unreadable marker", "", fileInActiveProfile, copyFileInActiveProfile, "hip.conf");
 }
 
 TEST_F(ProfilePathTest, APathIsCopiedOutWholeOrReportedAsCut) {
@@ -112,31 +120,6 @@ TEST_F(ProfilePathTest, APathIsCopiedOutWholeOrReportedAsCut) {
     EXPECT_EQ(ProfileStore::copyBaseDir(buffer, c.size), c.whole);
     EXPECT_STREQ(buffer, c.expected);
   }
-}
-
-TEST_F(ProfilePathTest, EveryPathCanBeCopiedOut) {
-  host::makeActive("profile-2");
-  char buffer[128];
-  EXPECT_TRUE(ProfileStore::copyProfileDir("profile-1", buffer, sizeof buffer));
-  EXPECT_STREQ(buffer, "/etc/zuv/profiles/profile-1");
-  EXPECT_TRUE(ProfileStore::copyFactoryDir(buffer, sizeof buffer));
-  EXPECT_STREQ(buffer, "/etc/zuv/profiles/.factory");
-  EXPECT_TRUE(ProfileStore::copyFileInProfile("profile-1", "hip.conf", buffer, sizeof buffer));
-  EXPECT_STREQ(buffer, "/etc/zuv/profiles/profile-1/hip.conf");
-  EXPECT_TRUE(ProfileStore::copyFileInActiveProfile("hip.log", buffer, sizeof buffer));
-  EXPECT_STREQ(buffer, "/etc/zuv/profiles/profile-2/hip.log");
-}
-
-TEST_F(ProfilePathTest, APathThatCannotBeFormedIsCopiedOutEmpty) {
-  char buffer[128] = "left over";
-  EXPECT_FALSE(ProfileStore::copyProfileDir("", buffer, sizeof buffer));
-  EXPECT_STREQ(buffer, "");
-  std::strcpy(buffer, "left over");
-  EXPECT_FALSE(ProfileStore::copyFileInProfile("profile-1", "", buffer, sizeof buffer));
-  EXPECT_STREQ(buffer, "");
-  std::strcpy(buffer, "left over");
-  EXPECT_FALSE(ProfileStore::copyFileInActiveProfile("hip.conf", buffer, sizeof buffer));
-  EXPECT_STREQ(buffer, "");
 }
 
 // --- Reading a display name
@@ -185,42 +168,33 @@ TEST_F(ProfileNameTest, OnlyPrintableBytesStayAtTheEndsOfAName) {
   }
 }
 
-TEST_F(ProfileNameTest, ADirectoryWithoutANameIsNamedProfile) {
+TEST_F(ProfileNameTest, AMissingOrUnreadableNameBecomesProfileWithMode0640WhateverTheUmask) {
   const struct {
     const char* why;
     std::optional<std::string> content;
-  } cases[] = {{"no file", std::nullopt},
-               {"an empty file", ""},
-               {"a newline only", "\n"},
-               {"blanks only", " \n\t\n"},
-               {"high bytes only", "\x80\n"}};
+    mode_t mode;
+    mode_t mask;
+  } cases[] = {{"no file", std::nullopt, 0, 022},
+               {"no file, umask 0", std::nullopt, 0, 0},
+               {"no file, umask 0777", std::nullopt, 0, 0777},
+               {"an empty file", "", 0644, 022},
+               {"a newline only", "\n", 0644, 022},
+               {"blanks only", " \n\t\n", 0644, 022},
+               {"high bytes only", "\x80\n", 0644, 022},
+               {"an unreadable file", "secret name\n", 0200, 022}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
     host::remove(kDir);
     host::makeDirs(kDir);
-    if (c.content) host::writeFile(kNameFile, *c.content);
-    EXPECT_EQ(nameAsRead(kDir), "profile");
+    if (c.content) host::writeFile(kNameFile, *c.content, c.mode);
+    {
+      const host::BoundByModes bound;
+      ::umask(c.mask);
+      EXPECT_EQ(nameAsRead(kDir), "profile");
+      ::umask(022);
+    }
     EXPECT_EQ(host::tree(kDir), "f 0640 profile_name \"profile\\n\"\n");
   }
-}
-
-TEST_F(ProfileNameTest, ARepairedNameHasMode0640WhateverTheUmask) {
-  for (const mode_t mask : {mode_t{022}, mode_t{0}, mode_t{0777}}) {
-    SCOPED_TRACE(mask);
-    host::remove(kDir);
-    host::makeDirs(kDir);
-    ::umask(mask);
-    EXPECT_EQ(nameAsRead(kDir), "profile");
-    ::umask(022);
-    EXPECT_EQ(host::tree(kDir), "f 0640 profile_name \"profile\\n\"\n");
-  }
-}
-
-TEST_F(ProfileNameTest, AnUnreadableNameThatCanBeWrittenIsRepaired) {
-  host::writeFile(kNameFile, "secret name\n", 0200);
-  const host::BoundByModes bound;
-  EXPECT_EQ(nameAsRead(kDir), "profile");
-  EXPECT_EQ(host::tree(kDir), "f 0640 profile_name \"profile\\n\"\n");
 }
 
 TEST_F(ProfileNameTest, ANameThatCannotBeRepairedIsAFailureWithAnEmptyName) {
@@ -254,10 +228,13 @@ TEST_F(ProfileNameTest, NothingIsWrittenToAFifoWithAReader) {
   ::close(reader);
 }
 
-TEST_F(ProfileNameTest, ALinkToANameIsFollowed) {
-  host::writeFile("/tmp/name", "linked\n");
-  host::makeLink(kNameFile, "/tmp/name");
+TEST_F(ProfileNameTest, ANameIsReadThroughALinkToItsFileOrItsDirectory) {
+  host::writeFile("/tmp/elsewhere/profile_name", "linked\n");
+  host::makeDirs(kDir);
+  host::makeLink(kNameFile, "/tmp/elsewhere/profile_name");
   EXPECT_EQ(nameAsRead(kDir), "linked");
+  host::makeLink("/etc/zuv/profiles/link", "/tmp/elsewhere");
+  EXPECT_EQ(nameAsRead("/etc/zuv/profiles/link"), "linked");
 }
 
 TEST_F(ProfileNameTest, ALinkToTheNullDeviceCountsAsAnEmptyName) {
@@ -278,30 +255,22 @@ TEST_F(ProfileNameTest, OnlyAnExistingRealDirectoryIsRepaired) {
   EXPECT_EQ(host::tree(host::kProfiles), "f 0644 file \"\"\nl link -> /tmp/elsewhere\n");
 }
 
-TEST_F(ProfileNameTest, ANameIsReadThroughALinkToItsDirectory) {
-  host::writeFile("/tmp/elsewhere/profile_name", "linked\n");
-  host::makeLink("/etc/zuv/profiles/link", "/tmp/elsewhere");
-  EXPECT_EQ(nameAsRead("/etc/zuv/profiles/link"), "linked");
-}
-
 // --- Writing a display name
 
-TEST_F(ProfileNameTest, ANameIsWrittenWithANewlineAndMode0640) {
+TEST_F(ProfileNameTest, AWrittenNameReplacesTheWholeFileWithMode0640WhateverTheUmask) {
   for (const mode_t mask : {mode_t{022}, mode_t{0}, mode_t{0777}}) {
     SCOPED_TRACE(mask);
-    host::remove(kDir);
-    host::makeDirs(kDir);
-    ::umask(mask);
-    EXPECT_THAT(ProfileStore::writeProfileName("profile-1", "lab"), HasCode(status::success));
-    ::umask(022);
-    EXPECT_EQ(host::tree(kDir), "f 0640 profile_name \"lab\\n\"\n");
+    for (const char* old : {"", "a long name\nand more\n"}) {
+      SCOPED_TRACE(old);
+      host::remove(kDir);
+      host::makeDirs(kDir);
+      if (*old != '\0') host::writeFile(kNameFile, old, 0600);
+      ::umask(mask);
+      EXPECT_THAT(ProfileStore::writeProfileName("profile-1", "lab"), HasCode(status::success));
+      ::umask(022);
+      EXPECT_EQ(host::tree(kDir), "f 0640 profile_name \"lab\\n\"\n");
+    }
   }
-}
-
-TEST_F(ProfileNameTest, AShorterNameReplacesALongerOneCompletely) {
-  host::writeFile(kNameFile, "a long name\nand more\n", 0600);
-  EXPECT_THAT(ProfileStore::writeProfileName("profile-1", "lab"), HasCode(status::success));
-  EXPECT_EQ(host::tree(kDir), "f 0640 profile_name \"lab\\n\"\n");
 }
 
 TEST_F(ProfileNameTest, AFailedWriteOfANameReturnsItsStatus) {
@@ -316,89 +285,52 @@ TEST_F(ProfileNameTest, AFailedWriteOfANameReturnsItsStatus) {
 
 using ProfileRecordTest = HostTest;
 
-TEST_F(ProfileRecordTest, ARecordHoldsPathDirectoryAndName) {
+TEST_F(ProfileRecordTest, ARecordIsValidIfItsDirectoryExistsAndNothingIsWritten) {
   host::makeProfile("profile-1", "lab");
-  const ProfileRecord record = ProfileStore::recordFromDirname("profile-1");
-  EXPECT_TRUE(record.valid);
-  EXPECT_EQ(record.dir, "/etc/zuv/profiles/profile-1");
-  EXPECT_EQ(record.dirname, "profile-1");
-  EXPECT_EQ(record.name, "lab");
-}
-
-TEST_F(ProfileRecordTest, TheRecordOfAMissingDirectoryIsInvalid) {
-  const ProfileRecord record = ProfileStore::recordFromDirname("profile-1");
-  EXPECT_FALSE(record.valid);
-  EXPECT_EQ(record.dirname, "profile-1");
-  EXPECT_EQ(record.name, "");
-  EXPECT_EQ(host::tree(host::kProfiles), "");
-}
-
-TEST_F(ProfileRecordTest, TheRecordOfAnEmptyDirectoryNameIsInvalidAndNothingIsWritten) {
-  const ProfileRecord record = ProfileStore::recordFromDirname("");
-  EXPECT_FALSE(record.valid);
-  EXPECT_EQ(record.dir, "");
-  EXPECT_EQ(host::tree(host::kProfiles), "");
+  const std::string before = host::tree(host::kProfiles);
+  const ProfileRecord expected[] = {
+      {true, kDir, "profile-1", "lab"}, {false, "/etc/zuv/profiles/missing", "missing", ""}, {false, "", "", ""}};
+  for (const ProfileRecord& record : expected) {
+    expectRecord(ProfileStore::recordFromDirname(record.dirname), record);
+  }
+  EXPECT_EQ(host::tree(host::kProfiles), before);
 }
 
 // --- The active profile
 
 using ActiveProfileTest = HostTest;
 
-TEST_F(ActiveProfileTest, TheMarkerNamesTheDirectoryOfTheActiveProfile) {
+TEST_F(ActiveProfileTest, TheActiveRecordFollowsTheMarkerAndNothingIsCheckedOrRepaired) {
   host::makeProfile("profile-1", "lab");
-  host::makeActive("profile-1");
-  ProfileRecord record;
-  EXPECT_TRUE(ProfileStore::readActiveRecord(record));
-  EXPECT_TRUE(record.valid);
-  EXPECT_EQ(record.dir, "/etc/zuv/profiles/profile-1");
-  EXPECT_EQ(record.dirname, "profile-1");
-  EXPECT_EQ(record.name, "lab");
-  std::string dirname;
-  EXPECT_TRUE(ProfileStore::readActiveDirname(dirname));
-  EXPECT_EQ(dirname, "profile-1");
-}
-
-TEST_F(ActiveProfileTest, AMissingMarkerGivesAValidRecordWithoutNames) {
-  ProfileRecord record;
-  record.dir = record.dirname = record.name = "left over";
-  EXPECT_TRUE(ProfileStore::readActiveRecord(record));
-  EXPECT_TRUE(record.valid);
-  EXPECT_EQ(record.dir, "");
-  EXPECT_EQ(record.dirname, "");
-  EXPECT_EQ(record.name, "");
-}
-
-TEST_F(ActiveProfileTest, WithAnUnreadableMarkerThereIsNoActiveProfile) {
-  host::makeProfile("profile-1", "lab");
-  host::writeFile(host::kCurrent, "profile-1\n", 0);
-  const host::BoundByModes bound;
-  ProfileRecord record;
-  record.dirname = "left over";
-  EXPECT_FALSE(ProfileStore::readActiveRecord(record));
-  EXPECT_FALSE(record.valid);
-  EXPECT_EQ(record.dirname, "");
-  std::string dirname = "left over";
-  EXPECT_FALSE(ProfileStore::readActiveDirname(dirname));
-  EXPECT_EQ(dirname, "");
-}
-
-TEST_F(ActiveProfileTest, TheNameOfTheActiveProfileIsNotRepaired) {
-  host::makeDirs(kDir);
-  host::makeActive("profile-1");
-  ProfileRecord record;
-  EXPECT_TRUE(ProfileStore::readActiveRecord(record));
-  EXPECT_EQ(record.dirname, "profile-1");
-  EXPECT_EQ(record.name, "");
-  EXPECT_EQ(host::tree(kDir), "");
-}
-
-TEST_F(ActiveProfileTest, TheActiveRecordIsNotCheckedAgainstTheStore) {
-  host::makeActive("gone");
-  ProfileRecord record;
-  EXPECT_TRUE(ProfileStore::readActiveRecord(record));
-  EXPECT_EQ(record.dir, "/etc/zuv/profiles/gone");
-  EXPECT_EQ(record.dirname, "gone");
-  EXPECT_EQ(record.name, "");
+  host::makeDirs("/etc/zuv/profiles/nameless");
+  const struct {
+    const char* why;
+    const char* marker;  // null: no marker
+    mode_t mode;
+    ProfileRecord expected;  // invalid if the marker cannot be read
+  } cases[] = {
+      {"a profile", "profile-1\n", 0666, {true, kDir, "profile-1", "lab"}},
+      {"no marker", nullptr, 0, {true, "", "", ""}},
+      {"an unreadable marker", "profile-1\n", 0, {false, "", "", ""}},
+      {"a profile without a name", "nameless\n", 0666, {true, "/etc/zuv/profiles/nameless", "nameless", ""}},
+      {"a missing profile", "gone\n", 0666, {true, "/etc/zuv/profiles/gone", "gone", ""}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::remove(host::kCurrent);
+    if (c.marker != nullptr) host::writeFile(host::kCurrent, c.marker, c.mode);
+    const std::string before = host::tree(host::kProfiles);
+    {
+      const host::BoundByModes bound;
+      ProfileRecord record{!c.expected.valid, "left over", "left over", "left over"};
+      EXPECT_EQ(ProfileStore::readActiveRecord(record), c.expected.valid);
+      expectRecord(record, c.expected);
+      std::string dirname = "left over";
+      EXPECT_EQ(ProfileStore::readActiveDirname(dirname), c.expected.valid);
+      EXPECT_EQ(dirname, c.expected.dirname);
+    }
+    EXPECT_EQ(host::tree(host::kProfiles), before);
+  }
 }
 
 TEST_F(ActiveProfileTest, AMarkerThatIsNotAPlainNameCountsAsEmpty) {
@@ -433,9 +365,7 @@ TEST_F(ActiveProfileTest, AMarkerThatIsNotAPlainNameCountsAsEmpty) {
     host::writeFile(host::kCurrent, c.content, 0666);
     ProfileRecord record;
     EXPECT_TRUE(ProfileStore::readActiveRecord(record));
-    EXPECT_EQ(record.dirname, "");
-    EXPECT_EQ(record.dir, "");
-    EXPECT_EQ(record.name, "");
+    expectRecord(record, {true, "", "", ""});
     std::string path = "left over";
     EXPECT_FALSE(ProfileStore::fileInActiveProfile("hip.conf", path));
     EXPECT_EQ(path, "");
@@ -470,56 +400,47 @@ TEST_F(ActiveProfileTest, AMarkerThatIsNotARegularFileCountsAsEmptyAndCannotBeSe
   }
 }
 
-TEST_F(ActiveProfileTest, SettingWritesTheMarkerWithMode0666WhateverTheUmask) {
+TEST_F(ActiveProfileTest, SettingReplacesTheMarkerWithMode0666WhateverTheUmask) {
   for (const mode_t mask : {mode_t{022}, mode_t{0}, mode_t{0777}}) {
     SCOPED_TRACE(mask);
-    host::remove(host::kCurrent);
-    ::umask(mask);
-    EXPECT_TRUE(ProfileStore::setActive("profile-123123"));
-    ::umask(022);
-    EXPECT_EQ(host::tree(host::kProfiles), "f 0666 .current \"profile-123123\\n\"\n");
+    for (const char* old : {"", "profile-with-a-long-name\nand a second line\n"}) {
+      SCOPED_TRACE(old);
+      host::remove(host::kCurrent);
+      if (*old != '\0') host::writeFile(host::kCurrent, old, 0600);
+      ::umask(mask);
+      EXPECT_TRUE(ProfileStore::setActive("profile-123123"));
+      ::umask(022);
+      EXPECT_EQ(host::tree(host::kProfiles), "f 0666 .current \"profile-123123\\n\"\n");
+    }
   }
 }
 
-TEST_F(ActiveProfileTest, SettingReplacesTheOldContentOfTheMarker) {
-  host::writeFile(host::kCurrent, "profile-with-a-long-name\nand a second line\n", 0600);
-  EXPECT_TRUE(ProfileStore::setActive("profile-1"));
-  EXPECT_EQ(host::tree(host::kProfiles), "f 0666 .current \"profile-1\\n\"\n");
-}
-
-TEST_F(ActiveProfileTest, SettingFailsWithoutARoot) {
+TEST_F(ActiveProfileTest, SettingFailsWithoutANameAModeOrARoot) {
+  host::makeActive("profile-1");
+  EXPECT_FALSE(ProfileStore::setActive(""));
+  EXPECT_EQ(host::readFile(host::kCurrent), "profile-1\n");
+  {
+    const ArmedFaults armed({1, true, EPERM, {"chmod"}});
+    EXPECT_FALSE(ProfileStore::setActive("profile-1")) << "the mode cannot be set";
+  }
   host::remove(host::kProfiles);
   EXPECT_FALSE(ProfileStore::setActive("profile-1"));
   EXPECT_FALSE(host::exists(host::kProfiles));
 }
 
-TEST_F(ActiveProfileTest, AnEmptyDirectoryNameIsNeverMadeActive) {
-  host::makeActive("profile-1");
-  EXPECT_FALSE(ProfileStore::setActive(""));
-  EXPECT_EQ(host::readFile(host::kCurrent), "profile-1\n");
-}
-
-TEST_F(ActiveProfileTest, SettingFailsWhenTheModeCannotBeSet) {
-  const ArmedFaults armed({1, true, EPERM, {"chmod"}});
-  EXPECT_FALSE(ProfileStore::setActive("profile-1"));
-}
-
-TEST_F(ActiveProfileTest, AProfileIsActiveIfTheMarkerHoldsItsDirectoryName) {
+TEST_F(ActiveProfileTest, AProfileIsActiveIfAReadableMarkerHoldsItsDirectoryName) {
   host::makeProfile("profile-1", "lab");
   host::makeProfile("profile-2", "lab 2");
+  const ProfileRecord other = ProfileStore::recordFromDirname("profile-1");
+  const ProfileRecord profile = ProfileStore::recordFromDirname("profile-2");
+  EXPECT_FALSE(ProfileStore::isActive(profile)) << "no marker";
+  EXPECT_FALSE(ProfileStore::isActive(ProfileRecord())) << "no marker and no name";
   host::makeActive("profile-2");
-  EXPECT_FALSE(ProfileStore::isActive(ProfileStore::recordFromDirname("profile-1")));
-  EXPECT_TRUE(ProfileStore::isActive(ProfileStore::recordFromDirname("profile-2")));
-}
-
-TEST_F(ActiveProfileTest, NoProfileIsActiveWithoutAReadableMarker) {
-  host::makeProfile("profile-1", "lab");
-  const ProfileRecord profile = ProfileStore::recordFromDirname("profile-1");
-  EXPECT_FALSE(ProfileStore::isActive(profile));
-  EXPECT_FALSE(ProfileStore::isActive(ProfileRecord()));
-  host::writeFile(host::kCurrent, "profile-1\n", 0);
+  EXPECT_FALSE(ProfileStore::isActive(other));
+  EXPECT_TRUE(ProfileStore::isActive(profile));
+  host::setMode(host::kCurrent, 0);
   const host::BoundByModes bound;
-  EXPECT_FALSE(ProfileStore::isActive(profile));
+  EXPECT_FALSE(ProfileStore::isActive(profile)) << "an unreadable marker";
 }
 
 TEST_F(ActiveProfileTest, TheDaemonMayRunUnlessItsHeartbeatSaysItDoesNot) {
@@ -544,6 +465,7 @@ class SelectorTest : public HostTest {
     if (IsSkipped()) return;
     host::makeProfile("profile-1", "lab");
     host::makeProfile("profile-2", "office");
+    host::makeProfile("profile-3", "b\xc3\xbcro 1");
     host::makeProfile(".factory", "template");
     host::makeActive("profile-2");
     before_ = host::tree(host::kProfiles);
@@ -551,9 +473,7 @@ class SelectorTest : public HostTest {
 
   // Checks the status of the resolution and returns the record.
   ProfileRecord resolve(const std::string& text, StatusCode expected) {
-    ProfileRecord record;
-    record.valid = true;
-    record.dir = record.dirname = record.name = "left over";
+    ProfileRecord record{true, "left over", "left over", "left over"};
     EXPECT_THAT(ProfileStore::resolveSelector(text, record), HasCode(expected)) << host::quoted(text);
     return record;
   }
@@ -569,6 +489,11 @@ class SelectorTest : public HostTest {
 };
 
 TEST_F(SelectorTest, AProfileIsFoundByEveryKindOfSelector) {
+  // Names that are selectors are read as the selectors.
+  host::makeProfile("profile-4", "dir=profile-1");
+  host::makeProfile("profile-5", ".factory");
+  host::makeProfile("profile-6", "--active");
+  before_ = host::tree(host::kProfiles);
   const struct {
     const char* text;
     StatusCode code;
@@ -576,6 +501,7 @@ TEST_F(SelectorTest, AProfileIsFoundByEveryKindOfSelector) {
     const char* name;
   } cases[] = {
       {"lab", status::success, "profile-1", "lab"},
+      {"b\xc3\xbcro 1", status::success, "profile-3", "b\xc3\xbcro 1"},
       {"dir=profile-1", status::success, "profile-1", "lab"},
       {"office", status::profileIsActive, "profile-2", "office"},
       {"dir=profile-2", status::profileIsActive, "profile-2", "office"},
@@ -588,46 +514,44 @@ TEST_F(SelectorTest, AProfileIsFoundByEveryKindOfSelector) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
     const ProfileRecord record = resolve(c.text, c.code);
-    EXPECT_TRUE(record.valid);
-    EXPECT_EQ(record.dir, std::string("/etc/zuv/profiles/") + c.dirname);
-    EXPECT_EQ(record.dirname, c.dirname);
-    EXPECT_EQ(record.name, c.name);
+    expectRecord(record, {true, std::string("/etc/zuv/profiles/") + c.dirname, c.dirname, c.name});
   }
   EXPECT_EQ(host::tree(host::kProfiles), before_);
 }
 
-TEST_F(SelectorTest, TheActiveProfileOfARunningDaemonIsReportedAsRunning) {
-  host::writeHeartbeat("/etc/zuv/profiles/profile-2");
-  for (const char* text : {"office", "dir=profile-2", "", ".current", "--active"}) {
-    EXPECT_EQ(resolve(text, status::profileIsRunning).dirname, "profile-2");
+TEST_F(SelectorTest, TheActiveProfileIsRunningOnlyIfItsOwnHeartbeatSaysSo) {
+  constexpr const char* variables = "/etc/zuv/profiles/profile-2/hipvars.txt";
+  const struct {
+    const char* why;
+    std::function<void()> prepare;
+    StatusCode code;
+  } cases[] = {
+      {"running", [] { host::writeHeartbeat("/etc/zuv/profiles/profile-2"); }, status::profileIsRunning},
+      {"unknown", [] { host::writeFile(variables, "hipd_state=running\n"); }, status::profileIsActive},
+      {"old", [] { host::writeFile(variables, "uptime.now=1000\nuptime.started=1\n"); }, status::profileIsActive},
+      {"another profile's", [] { host::writeHeartbeat("/etc/zuv/profiles/profile-1"); }, status::profileIsActive},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::remove(variables);
+    c.prepare();
+    for (const char* text : {"office", "dir=profile-2", "", ".current", "--active"}) {
+      EXPECT_EQ(resolve(text, c.code).dirname, "profile-2");
+    }
+    EXPECT_EQ(resolve("lab", status::success).dirname, "profile-1");
   }
-  EXPECT_EQ(resolve("lab", status::success).dirname, "profile-1");
-}
-
-TEST_F(SelectorTest, TheHeartbeatOfAnInactiveProfileIsIgnored) {
-  host::writeHeartbeat("/etc/zuv/profiles/profile-1");
-  resolve("office", status::profileIsActive);
-  resolve("lab", status::success);
-}
-
-TEST_F(SelectorTest, ADaemonInAnUnknownStateIsNotReportedAsRunning) {
-  host::writeFile("/etc/zuv/profiles/profile-2/hipvars.txt", "hipd_state=running\n");
-  resolve("office", status::profileIsActive);
-  host::writeFile("/etc/zuv/profiles/profile-2/hipvars.txt", "uptime.now=1000\nuptime.started=1\n");
-  resolve("office", status::profileIsActive);
 }
 
 TEST_F(SelectorTest, AnUnknownNameIsNotFoundAndNothingIsWritten) {
-  for (const std::string text : {"Lab", "LAB", "la", "lab ", " lab", "profile-1", "template", "dirprofile-1", "dir",
-                                 "DIR=profile-1", ".Current", "-active", ".", "..", "/", "lab\n", "l\xc3\xa4"}) {
+  for (const std::string text :
+       {"Lab", "LAB", "la", "lab ", " lab", "profile-1", "template", "dirprofile-1", "dir", "DIR=profile-1", ".Current",
+        "-active", ".", "..", "/", "lab\n", "l\xc3\xa4", "b?ro 1"}) {
     expectRefused(text, status::profileNotFound);
   }
   expectRefused("lab\0"s, status::profileNotFound);
 }
 
-TEST_F(SelectorTest, AnEmptyDirectorySelectorIsAnInvalidArgument) { expectRefused("dir=", status::invalidArgument); }
-
-TEST_F(SelectorTest, ADirectorySelectorThatIsNotAPlainNameIsNotFoundAndNothingIsWritten) {
+TEST_F(SelectorTest, ADirectorySelectorWithoutAPlainNameIsRefusedAndNothingIsWritten) {
   host::makeDirs("/tmp/evil");
   host::makeDirs("/etc/zuv/profiles/.hidden");
   host::makeDirs("/etc/zuv/profiles/profile-1/sub");
@@ -638,78 +562,46 @@ TEST_F(SelectorTest, ADirectorySelectorThatIsNotAPlainNameIsNotFoundAndNothingIs
     expectRefused("dir=" + rest, status::profileNotFound);
   }
   expectRefused("dir=profile-1\0"s, status::profileNotFound);
+  expectRefused("dir=", status::invalidArgument);
   EXPECT_EQ(host::tree("/tmp/evil"), "");
 }
 
-TEST_F(SelectorTest, ALinkToADirectoryCanBeSelectedButIsNotRepaired) {
+TEST_F(SelectorTest, ALinkToADirectoryCanBeSelectedAndActiveButIsNotRepaired) {
   host::writeFile("/tmp/elsewhere/profile_name", "linked\n");
   host::makeLink("/etc/zuv/profiles/link", "/tmp/elsewhere");
   EXPECT_EQ(resolve("dir=link", status::success).name, "linked");
   resolve("linked", status::profileNotFound);
+  host::makeActive("link");
+  EXPECT_EQ(resolve("", status::profileIsActive).name, "linked");
+  EXPECT_EQ(resolve("dir=link", status::profileIsActive).dirname, "link");
   host::remove("/tmp/elsewhere/profile_name");
   resolve("dir=link", status::profileNotFound);
   EXPECT_EQ(host::tree("/tmp/elsewhere"), "");
 }
 
-TEST_F(SelectorTest, ALinkedDirectoryCanBeTheActiveProfile) {
-  host::writeFile("/tmp/elsewhere/profile_name", "linked\n");
-  host::makeLink("/etc/zuv/profiles/link", "/tmp/elsewhere");
-  host::makeActive("link");
-  EXPECT_EQ(resolve("", status::profileIsActive).name, "linked");
-  EXPECT_EQ(resolve("dir=link", status::profileIsActive).dirname, "link");
-}
-
 TEST_F(SelectorTest, ADirectoryWithoutANameIsNamedWhenItIsSelected) {
-  host::makeDirs("/etc/zuv/profiles/profile-3");
-  EXPECT_EQ(resolve("dir=profile-3", status::success).name, "profile");
-  EXPECT_EQ(host::tree("/etc/zuv/profiles/profile-3"), "f 0640 profile_name \"profile\\n\"\n");
-}
-
-TEST_F(SelectorTest, ADirectoryWhoseNameCannotBeRepairedIsNotFound) {
-  host::makeFifo("/etc/zuv/profiles/profile-3/profile_name");
+  host::makeDirs("/etc/zuv/profiles/profile-4");
+  EXPECT_EQ(resolve("dir=profile-4", status::success).name, "profile");
+  EXPECT_EQ(host::tree("/etc/zuv/profiles/profile-4"), "f 0640 profile_name \"profile\\n\"\n");
+  host::makeFifo("/etc/zuv/profiles/profile-5/profile_name");
   before_ = host::tree(host::kProfiles);
-  resolve("dir=profile-3", status::profileNotFound);
-  EXPECT_EQ(host::tree(host::kProfiles), before_);
+  resolve("dir=profile-5", status::profileNotFound);
+  EXPECT_EQ(host::tree(host::kProfiles), before_) << "its name cannot be repaired";
 }
 
-TEST_F(SelectorTest, WithAMissingMarkerTheActiveProfileHasNoNames) {
-  host::remove(host::kCurrent);
-  for (const char* text : {"", ".current", "--active"}) {
-    const ProfileRecord record = resolve(text, status::profileIsActive);
-    EXPECT_EQ(record.dir, "");
-    EXPECT_EQ(record.dirname, "");
-    EXPECT_EQ(record.name, "");
-  }
-  resolve("office", status::success);
-  resolve("dir=profile-2", status::success);
-}
-
-TEST_F(SelectorTest, WithAnUnreadableMarkerOnlyTheSelectorsOfTheActiveProfileFail) {
+TEST_F(SelectorTest, WithoutAReadableMarkerOnlyTheSelectorsOfTheActiveProfileAreAffected) {
   host::setMode(host::kCurrent, 0);
-  const host::BoundByModes bound;
-  for (const char* text : {"", ".current", "--active"}) EXPECT_FALSE(resolve(text, status::profileNotFound).valid);
-  resolve("office", status::success);
-  resolve("dir=profile-2", status::success);
-}
-
-TEST_F(SelectorTest, ADisplayNameThatIsASelectorIsReadAsTheSelector) {
-  host::makeProfile("profile-3", "dir=profile-1");
-  host::makeProfile("profile-4", ".factory");
-  host::makeProfile("profile-5", "--active");
-  EXPECT_EQ(resolve("dir=profile-1", status::success).dirname, "profile-1");
-  EXPECT_EQ(resolve(".factory", status::success).dirname, ".factory");
-  EXPECT_EQ(resolve("--active", status::profileIsActive).dirname, "profile-2");
-}
-
-TEST_F(SelectorTest, NamesWithHighBytesAreFoundAsGiven) {
-  host::makeProfile("profile-3", "b\xc3\xbcro 1");
-  EXPECT_EQ(resolve("b\xc3\xbcro 1", status::success).dirname, "profile-3");
-  resolve("b?ro 1", status::profileNotFound);
-}
-
-TEST_F(SelectorTest, TheTemplateIsFoundEvenIfItsDirectoryIsMissing) {
-  host::remove(host::kFactory);
-  EXPECT_EQ(resolve(".factory", status::success).dirname, ".factory");
+  for (const bool isMissing : {false, true}) {
+    SCOPED_TRACE(isMissing);
+    if (isMissing) host::remove(host::kCurrent);
+    const host::BoundByModes bound;
+    for (const char* text : {"", ".current", "--active"}) {
+      const StatusCode expected = isMissing ? status::profileIsActive : status::profileNotFound;
+      expectRecord(resolve(text, expected), {isMissing, "", "", ""});
+    }
+    resolve("office", status::success);
+    resolve("dir=profile-2", status::success);
+  }
 }
 
 TEST_F(SelectorTest, AStoreThatCannotBeListedIsAnApplicationErrorOnlyForDisplayNames) {
@@ -717,6 +609,7 @@ TEST_F(SelectorTest, AStoreThatCannotBeListedIsAnApplicationErrorOnlyForDisplayN
   resolve("lab", status::applicationError);
   resolve("dir=profile-1", status::profileNotFound);
   resolve("", status::profileIsActive);
+  EXPECT_EQ(resolve(".factory", status::success).dirname, ".factory");
 }
 
 TEST_F(SelectorTest, FindByNameDistinguishesAnUnknownNameFromAFailedListing) {
