@@ -29,7 +29,7 @@ std::vector<std::string> directoryOrder(const std::string& folder) {
 }
 
 Pairs listed(bool expected = true) {
-  std::vector<ProfileRecord> records(1);
+  std::vector<ProfileRecord> records(3);  // the listing replaces these
   EXPECT_EQ(ProfileStore::listProfiles(records), expected);
   Pairs pairs;
   for (const ProfileRecord& record : records) {
@@ -38,6 +38,12 @@ Pairs listed(bool expected = true) {
     pairs.emplace_back(record.dirname, record.name);
   }
   return pairs;
+}
+
+std::vector<std::string> listedNames() {
+  std::vector<std::string> names;
+  for (const Pair& pair : listed()) names.push_back(pair.second);
+  return names;
 }
 
 std::string nameOnDisk(const std::string& dirname) {
@@ -58,17 +64,12 @@ std::string firstOf(std::initializer_list<const char*> dirnames) {
 
 using ProfileListingTest = HostTest;
 
-TEST_F(ProfileListingTest, AnEmptyRootGivesAnEmptyListWithSuccess) { EXPECT_THAT(listed(), IsEmpty()); }
-
-TEST_F(ProfileListingTest, AMissingRootIsAFailureWithAnEmptyList) {
+TEST_F(ProfileListingTest, AnEmptyRootHasNoProfilesAndWithoutARootTheListingFails) {
+  EXPECT_THAT(listed(), IsEmpty());
   host::remove(host::kProfiles);
-  EXPECT_THAT(listed(false), IsEmpty());
-}
-
-TEST_F(ProfileListingTest, ARootThatIsAFileIsAFailure) {
-  host::remove(host::kProfiles);
+  EXPECT_THAT(listed(false), IsEmpty()) << "no root";
   host::writeFile("/etc/zuv/profiles", "");
-  EXPECT_THAT(listed(false), IsEmpty());
+  EXPECT_THAT(listed(false), IsEmpty()) << "the root is a file";
 }
 
 TEST_F(ProfileListingTest, ProfilesAreSortedByTheBytesOfTheirNames) {
@@ -76,13 +77,12 @@ TEST_F(ProfileListingTest, ProfilesAreSortedByTheBytesOfTheirNames) {
   for (std::size_t i = 0; i < std::size(names); ++i) {
     host::makeProfile("profile-" + std::to_string(i), "x" + std::string(names[i]));
   }
-  std::vector<std::string> order;
-  for (const Pair& pair : listed()) order.push_back(pair.second);
-  EXPECT_THAT(order, ElementsAre("x1", "xB", "xZ", "xa", "xa#10", "xa#2", "xab", "xb", "x~", "x\xc3\xa4z"));
+  EXPECT_THAT(listedNames(), ElementsAre("x1", "xB", "xZ", "xa", "xa#10", "xa#2", "xab", "xb", "x~", "x\xc3\xa4z"));
 }
 
-TEST_F(ProfileListingTest, OnlyRealDirectoriesThatAreNotHiddenAreProfiles) {
+TEST_F(ProfileListingTest, OnlyRealDirectoriesThatAreNotHiddenAreProfilesAndNothingIsWritten) {
   host::makeProfile("profile-1", "lab");
+  host::writeFile("/etc/zuv/profiles/profile-2/profile_name", "\n  office \nmore\n", 0600);
   host::makeProfile("any name at all", "other");
   host::makeProfile(".factory", "template");
   host::makeProfile(".hidden", "hidden");
@@ -95,23 +95,9 @@ TEST_F(ProfileListingTest, OnlyRealDirectoriesThatAreNotHiddenAreProfiles) {
   host::makeLink("/etc/zuv/profiles/inner", "profile-1");
   host::makeLink("/etc/zuv/profiles/nowhere", "gone");
   const std::string before = host::tree(host::kProfiles);
-  EXPECT_THAT(listed(), ElementsAre(Pair("profile-1", "lab"), Pair("any name at all", "other")));
+  EXPECT_THAT(listed(),
+              ElementsAre(Pair("profile-1", "lab"), Pair("profile-2", "office"), Pair("any name at all", "other")));
   EXPECT_EQ(host::tree(host::kProfiles), before);
-}
-
-TEST_F(ProfileListingTest, AStoreThatNeedsNoRepairIsNotWrittenTo) {
-  host::makeProfile("profile-1", "lab");
-  host::writeFile("/etc/zuv/profiles/profile-2/profile_name", "\n  office \nmore\n", 0600);
-  const std::string before = host::tree(host::kProfiles);
-  EXPECT_THAT(listed(), ElementsAre(Pair("profile-1", "lab"), Pair("profile-2", "office")));
-  EXPECT_EQ(host::tree(host::kProfiles), before);
-}
-
-TEST_F(ProfileListingTest, AListingReplacesTheOldContentOfTheList) {
-  host::makeProfile("profile-1", "lab");
-  std::vector<ProfileRecord> records(3);
-  EXPECT_TRUE(ProfileStore::listProfiles(records));
-  EXPECT_EQ(records.size(), 1u);
 }
 
 // --- Repair
@@ -129,37 +115,32 @@ TEST_F(NameRepairTest, TheLaterOfTwoEqualNamesGetsANumberOnDisk) {
   EXPECT_EQ(host::modeOf(host::kProfiles + second + "/profile_name"), 0640u);
 }
 
-TEST_F(NameRepairTest, ADuplicateGetsTheFirstFreeNumber) {
-  host::makeProfile("profile-1", "lab#2");
-  host::makeProfile("profile-2", "lab#4");
-  host::makeProfile("profile-3", "lab");
-  host::makeProfile("profile-4", "lab");
-  host::makeProfile("profile-5", "lab");
-  std::vector<std::string> names;
-  for (const Pair& pair : listed()) names.push_back(pair.second);
-  EXPECT_THAT(names, ElementsAre("lab", "lab#2", "lab#3", "lab#4", "lab#5"));
-  EXPECT_EQ(nameOnDisk("profile-1"), "lab#2\n");
-  EXPECT_EQ(nameOnDisk("profile-2"), "lab#4\n");
-}
-
-TEST_F(NameRepairTest, ADuplicateOfANumberedNameGetsASecondNumber) {
-  host::makeProfile("profile-1", "lab#2");
-  host::makeProfile("profile-2", "lab#2");
-  std::vector<std::string> names;
-  for (const Pair& pair : listed()) names.push_back(pair.second);
-  EXPECT_THAT(names, ElementsAre("lab#2", "lab#2#2"));
-}
-
-TEST_F(NameRepairTest, ADirectoryWithoutANameBecomesProfile) {
-  makeNameless("profile-1");
-  EXPECT_THAT(listed(), ElementsAre(Pair("profile-1", "profile")));
-  EXPECT_EQ(host::tree("/etc/zuv/profiles/profile-1"), "f 0640 profile_name \"profile\\n\"\n");
-}
-
-TEST_F(NameRepairTest, ADirectoryWithoutANameGetsANumberWhenProfileIsTaken) {
-  makeNameless("profile-1");
-  host::makeProfile("profile-2", "profile");
-  EXPECT_THAT(listed(), ElementsAre(Pair("profile-2", "profile"), Pair("profile-1", "profile#2")));
+TEST_F(NameRepairTest, ARepairedNameGetsTheFirstFreeNumberAndOtherNamesStay) {
+  const struct {
+    const char* why;
+    std::vector<const char*> files;  // profile_name of profile-0, profile-1, ...; null: none
+    std::size_t kept;                // so many of the first files must stay
+    std::vector<std::string> names;
+  } cases[] = {
+      {"free numbers lie between others",
+       {"lab#2\n", "lab#4\n", "lab\n", "lab\n", "lab\n"},
+       2,
+       {"lab", "lab#2", "lab#3", "lab#4", "lab#5"}},
+      {"a numbered name gets a second number", {"lab#2\n", "lab#2\n"}, 0, {"lab#2", "lab#2#2"}},
+      {"blanks and high bytes at the ends make no difference", {"lab\x80\n", " lab\n"}, 0, {"lab", "lab#2"}},
+      {"a missing name gets a number when profile is taken", {"profile\n", nullptr}, 1, {"profile", "profile#2"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::reset();
+    for (std::size_t i = 0; i < c.files.size(); ++i) {
+      const std::string dirname = "profile-" + std::to_string(i);
+      makeNameless(dirname);
+      if (c.files[i] != nullptr) host::writeFile(host::kProfiles + dirname + "/profile_name", c.files[i]);
+    }
+    EXPECT_EQ(listedNames(), c.names);
+    for (std::size_t i = 0; i < c.kept; ++i) EXPECT_EQ(nameOnDisk("profile-" + std::to_string(i)), c.files[i]);
+  }
 }
 
 TEST_F(NameRepairTest, DuplicateNamesAreRepairedBeforeMissingNames) {
@@ -175,26 +156,23 @@ TEST_F(NameRepairTest, DuplicateNamesAreRepairedBeforeMissingNames) {
                                     Pair(lastOne, "profile#4")));
 }
 
-TEST_F(NameRepairTest, NamesThatDifferOnlyInBlanksOrHighBytesAtTheirEndsAreEqual) {
-  host::writeFile("/etc/zuv/profiles/profile-1/profile_name", "lab\x80\n");
-  host::writeFile("/etc/zuv/profiles/profile-2/profile_name", " lab\n");
-  std::vector<std::string> names;
-  for (const Pair& pair : listed()) names.push_back(pair.second);
-  EXPECT_THAT(names, ElementsAre("lab", "lab#2"));
-}
-
-TEST_F(NameRepairTest, AnUnreadableNameThatCanBeWrittenIsReplaced) {
-  host::writeFile("/etc/zuv/profiles/profile-1/profile_name", "lab\n", 0200);
-  const host::BoundByModes bound;
-  EXPECT_THAT(listed(), ElementsAre(Pair("profile-1", "profile")));
-}
-
-TEST_F(NameRepairTest, ARepairThatCannotBeWrittenFailsTheListing) {
-  host::makeProfile("profile-1", "lab");
-  host::makeFifo("/etc/zuv/profiles/profile-2/profile_name");
-  const std::string before = host::tree(host::kProfiles);
-  EXPECT_THAT(listed(false), IsEmpty());
-  EXPECT_EQ(host::tree(host::kProfiles), before);
+TEST_F(NameRepairTest, AMissingOrUnreadableNameBecomesProfileWithMode0640WhateverTheUmask) {
+  for (const mode_t mask : {mode_t{022}, mode_t{0}, mode_t{0777}}) {
+    SCOPED_TRACE(mask);
+    for (const bool isMissing : {false, true}) {
+      SCOPED_TRACE(isMissing);
+      host::remove("/etc/zuv/profiles/profile-1");
+      makeNameless("profile-1");
+      if (!isMissing) host::writeFile("/etc/zuv/profiles/profile-1/profile_name", "lab\n", 0200);
+      {
+        const host::BoundByModes bound;
+        ::umask(mask);
+        EXPECT_THAT(listed(), ElementsAre(Pair("profile-1", "profile")));
+        ::umask(022);
+      }
+      EXPECT_EQ(host::tree("/etc/zuv/profiles/profile-1"), "f 0640 profile_name \"profile\\n\"\n");
+    }
+  }
 }
 
 TEST_F(NameRepairTest, ARepairOnAFullDiskFailsAndLeavesNoHalfAName) {
@@ -220,10 +198,12 @@ TEST_F(NameRepairTest, ANameFileOfTheWrongKindFailsTheListingAndIsKept) {
     const char* why;
     void (*put)(const std::string& path);
   } cases[] = {
+      {"a FIFO", [](const std::string& path) { host::makeFifo(path); }},
       {"a directory", [](const std::string& path) { host::makeDirs(path); }},
       {"a link to a directory", [](const std::string& path) { host::makeLink(path, "/tmp"); }},
       {"a link to itself", [](const std::string& path) { host::makeLink(path, "profile_name"); }},
   };
+  host::makeProfile("profile-2", "lab");
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
     host::remove("/etc/zuv/profiles/profile-1");
@@ -231,18 +211,6 @@ TEST_F(NameRepairTest, ANameFileOfTheWrongKindFailsTheListingAndIsKept) {
     const std::string before = host::tree(host::kProfiles);
     EXPECT_THAT(listed(false), IsEmpty());
     EXPECT_EQ(host::tree(host::kProfiles), before);
-  }
-}
-
-TEST_F(NameRepairTest, RepairedNamesHaveMode0640WhateverTheUmask) {
-  for (const mode_t mask : {mode_t{022}, mode_t{0}, mode_t{0777}}) {
-    SCOPED_TRACE(mask);
-    host::remove("/etc/zuv/profiles/profile-1");
-    makeNameless("profile-1");
-    ::umask(mask);
-    listed();
-    ::umask(022);
-    EXPECT_EQ(host::tree("/etc/zuv/profiles/profile-1"), "f 0640 profile_name \"profile\\n\"\n");
   }
 }
 
@@ -257,15 +225,10 @@ TEST_F(NameRepairTest, TheDirectoryToLeaveOutIsNeitherListedNorRepaired) {
 }
 
 TEST_F(NameRepairTest, AThousandEqualNamesBecomeUniqueInOnePass) {
+  std::vector<std::string> expected = {"lab"};
   for (int i = 0; i < 1000; ++i) host::makeProfile("profile-" + std::to_string(i), "lab");
-  const Pairs pairs = listed();
-  ASSERT_EQ(pairs.size(), 1000u);
-  std::set<std::string> names;
-  for (const Pair& pair : pairs) names.insert(pair.second);
-  EXPECT_EQ(names.size(), 1000u);
-  EXPECT_EQ(names.count("lab"), 1u);
-  EXPECT_EQ(names.count("lab#2"), 1u);
-  EXPECT_EQ(names.count("lab#1000"), 1u);
+  for (int i = 2; i <= 1000; ++i) expected.push_back("lab#" + std::to_string(i));
+  EXPECT_THAT(listedNames(), testing::UnorderedElementsAreArray(expected));
 }
 
 // --- A model that applies the rules literally and slowly
@@ -449,11 +412,8 @@ std::vector<std::string> usedUpTo(int last) {
   return inUse;
 }
 
-TEST_F(UniqueNameTest, TheLastNumberIs999999) {
+TEST_F(UniqueNameTest, TheLastNumberIs999999AndThenTheNameIsReturnedUnchanged) {
   EXPECT_EQ(ProfileStore::uniqueName("x", usedUpTo(999998)), "x#999999");
-}
-
-TEST_F(UniqueNameTest, WhenAllNumbersAreTakenTheNameIsReturnedUnchanged) {
   EXPECT_EQ(ProfileStore::uniqueName("x", usedUpTo(999999)), "x");
 }
 
@@ -491,25 +451,16 @@ TEST_F(NewNameTest, AFreeNameIsKeptAndATakenOneGetsANumberIfAllowed) {
   }
 }
 
-TEST_F(NewNameTest, OnAnEmptyStoreTheDefaultNameIsProfile) {
+TEST_F(NewNameTest, OnlyOtherDirectoriesAreRepairedAndCounted) {
   std::string name;
   EXPECT_TRUE(ProfileStore::chooseNewName("", false, "", name));
-  EXPECT_EQ(name, "profile");
-}
-
-TEST_F(NewNameTest, TheDirectoryOfTheNewProfileNeitherCountsNorIsRepaired) {
-  makeNameless("profile-123123");
-  std::string name;
-  EXPECT_TRUE(ProfileStore::chooseNewName("", false, "profile-123123", name));
-  EXPECT_EQ(name, "profile");
-  EXPECT_EQ(host::tree("/etc/zuv/profiles/profile-123123"), "");
-}
-
-TEST_F(NewNameTest, OtherDirectoriesAreRepairedBeforeTheNameIsChosen) {
+  EXPECT_EQ(name, "profile") << "an empty store";
   makeNameless("profile-1");
-  std::string name;
+  EXPECT_TRUE(ProfileStore::chooseNewName("", false, "profile-1", name));
+  EXPECT_EQ(name, "profile") << "the directory of the new profile does not count";
+  EXPECT_EQ(host::tree("/etc/zuv/profiles/profile-1"), "");
   EXPECT_TRUE(ProfileStore::chooseNewName("", true, "profile-2", name));
-  EXPECT_EQ(name, "profile#2");
+  EXPECT_EQ(name, "profile#2") << "another directory is repaired first";
   EXPECT_EQ(nameOnDisk("profile-1"), "profile\n");
 }
 
