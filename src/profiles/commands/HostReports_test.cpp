@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
+#include <functional>
+
 #include "command/framework/Authorization.h"
 #include "log/front/BasicLog.h"
 #include "profiles/store/ConfigControl.h"
@@ -69,67 +71,68 @@ class InterfacesTest : public HostTest {
     ASSERT_EQ(::mknod("/dev/net/tun", S_IFCHR | 0666, makedev(10, 200)), 0);
   }
 
+  static void makeBridge() {
+    ip("link add eth0 type bridge");
+    ip("addr add 10.0.0.1/24 dev eth0");
+  }
+
   static Names networks() {
     Names list = {"left over"};
     EXPECT_TRUE(ConfigControl::read_networks(list));
     return list;
   }
+
+  static Names run(Hipcmd_GetInterfaces& command, StatusCode expected) {
+    command.run();
+    EXPECT_THAT(command.status().status(), HasCode(expected));
+    Names lines;
+    renderOutput(command, lines);
+    return lines;
+  }
 };
 
-TEST_F(InterfacesTest, TheLoopbackInterfaceIsNotListed) {
-  EXPECT_THAT(networks(), IsEmpty());
-  ip("link set lo up");
-  EXPECT_THAT(networks(), IsEmpty());
-  ip("addr add 10.0.0.9/24 dev lo");
-  EXPECT_THAT(networks(), IsEmpty());
-}
-
-TEST_F(InterfacesTest, AnInterfaceWithoutAnAddressIsNotListed) {
-  ip("link add eth0 type bridge");
-  ip("link set eth0 up");
-  EXPECT_THAT(networks(), IsEmpty());
-}
-
-TEST_F(InterfacesTest, AnInterfaceIsListedOnceForEachAddress) {
-  ip("link add eth0 type veth peer name eth1");
-  ip("addr add 10.0.0.1/24 dev eth0");
-  ip("addr add 10.0.0.2/24 dev eth0");
-  ip("link set eth0 up");
-  EXPECT_THAT(networks(), ElementsAre("eth0", "eth0"));
-}
-
-TEST_F(InterfacesTest, InterfacesAreListedInTheOrderOfTheSystemNotOfTheirNames) {
-  ip("link add zeta type bridge");
-  ip("link add alpha type bridge");
-  ip("addr add 10.0.1.1/24 dev alpha");
-  ip("addr add 10.0.2.1/24 dev zeta");
-  EXPECT_THAT(networks(), ElementsAre("zeta", "alpha"));
-}
-
-TEST_F(InterfacesTest, AnInterfaceThatIsDownIsListed) {
-  ip("link add eth0 type bridge");
-  ip("addr add 10.0.0.1/24 dev eth0");
-  ip("link set eth0 down");
-  EXPECT_THAT(networks(), ElementsAre("eth0"));
-}
-
-TEST_F(InterfacesTest, AnIPv6AddressDoesNotCount) {
-  ip("link add eth0 type bridge");
-  ip("-6 addr add fd00::1/64 dev eth0");
-  ip("link set eth0 up");
-  EXPECT_THAT(networks(), IsEmpty());
-  ip("addr add 10.0.0.1/24 dev eth0");
-  EXPECT_THAT(networks(), ElementsAre("eth0"));
+TEST_F(InterfacesTest, AnInterfaceIsListedOnceForEachIPv4Address) {
+  const std::string bridge = "link add eth0 type bridge";
+  const std::string veth = "link add eth0 type veth peer name eth1";
+  const struct {
+    const char* why;
+    Names commands;
+    Names listed;
+  } cases[] = {
+      {"a loopback interface that is down is left out", {}, {}},
+      {"a loopback interface that is up is left out", {"link set lo up"}, {}},
+      {"a loopback interface with an address is left out", {"link set lo up", "addr add 10.0.0.9/24 dev lo"}, {}},
+      {"an interface without an address is left out", {bridge, "link set eth0 up"}, {}},
+      {"two addresses",
+       {veth, "addr add 10.0.0.1/24 dev eth0", "addr add 10.0.0.2/24 dev eth0", "link set eth0 up"},
+       {"eth0", "eth0"}},
+      {"the order is that of the system, not of the names",
+       {"link add zeta type bridge", "link add alpha type bridge", "addr add 10.0.1.1/24 dev alpha",
+        "addr add 10.0.2.1/24 dev zeta"},
+       {"zeta", "alpha"}},
+      {"an interface that is down is listed",
+       {bridge, "addr add 10.0.0.1/24 dev eth0", "link set eth0 down"},
+       {"eth0"}},
+      {"an IPv6 address does not count", {bridge, "-6 addr add fd00::1/64 dev eth0", "link set eth0 up"}, {}},
+      {"an IPv6 address hides no other",
+       {bridge, "-6 addr add fd00::1/64 dev eth0", "addr add 10.0.0.1/24 dev eth0"},
+       {"eth0"}},
+      {"an excluded address hides no other",
+       {bridge, "addr add 10.1.254.169/24 dev eth0", "addr add 10.2.0.1/24 dev eth0"},
+       {"eth0"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    ASSERT_EQ(::unshare(CLONE_NEWNET), 0);
+    for (const std::string& command : c.commands) ip(command);
+    EXPECT_EQ(networks(), c.listed);
+  }
 }
 
 TEST_F(InterfacesTest, InterfacesWhoseNamesBeginWithTapAreLeftOut) {
-  for (const char* name : {"tap", "tap0", "tapX", "taper"}) {
-    ip(std::string("link add ") + name + " type bridge");
-    ip(std::string("addr add 10.0.0.1/24 dev ") + name);
-  }
-  for (const char* name : {"ta", "Tap0", "xtap0"}) {
-    ip(std::string("link add ") + name + " type bridge");
-    ip(std::string("addr add 10.0.0.1/24 dev ") + name);
+  for (const std::string name : {"tap", "tap0", "tapX", "taper", "ta", "Tap0", "xtap0"}) {
+    ip("link add " + name + " type bridge");
+    ip("addr add 10.0.0.1/24 dev " + name);
   }
   EXPECT_THAT(networks(), ElementsAre("ta", "Tap0", "xtap0"));
 }
@@ -171,60 +174,49 @@ TEST_F(InterfacesTest, OnlyAddressesThatEndIn254And169AreLeftOut) {
   }
 }
 
-TEST_F(InterfacesTest, AnExcludedAddressDoesNotHideAnotherOfTheSameInterface) {
-  ip("link add eth0 type bridge");
-  ip("addr add 10.1.254.169/24 dev eth0");
-  ip("addr add 10.2.0.1/24 dev eth0");
-  EXPECT_THAT(networks(), ElementsAre("eth0"));
-}
-
 TEST_F(InterfacesTest, AFailedEnumerationIsLoggedAndGivesAnEmptyList) {
-  ip("link add eth0 type bridge");
-  ip("addr add 10.0.0.1/24 dev eth0");
-  const LogRecords log;
-  const ArmedFaults armed({1, false, ENOMEM, {"getifaddrs"}});
-  Names list = {"left over"};
-  EXPECT_FALSE(ConfigControl::read_networks(list));
-  EXPECT_THAT(list, IsEmpty());
-  EXPECT_THAT(log.records,
-              ElementsAre("[ERROR] ravctl ConfigControl.cpp read_networks could not getifaddrs: status=-1"));
-}
-
-TEST_F(InterfacesTest, AnEnumerationWithoutEntriesIsAFailure) {
-  const LogRecords log;
-  const ArmedFaults armed({1, false, 0, {"getifaddrs"}});
-  Names list = {"left over"};
-  EXPECT_FALSE(ConfigControl::read_networks(list));
-  EXPECT_THAT(list, IsEmpty());
-  EXPECT_THAT(log.records,
-              ElementsAre("[ERROR] ravctl ConfigControl.cpp read_networks could not getifaddrs: status=0"));
+  const struct {
+    const char* why;
+    int error;
+    const char* record;
+  } cases[] = {
+      {"an error", ENOMEM, "[ERROR] ravctl ConfigControl.cpp read_networks could not getifaddrs: status=-1"},
+      {"success without entries", 0, "[ERROR] ravctl ConfigControl.cpp read_networks could not getifaddrs: status=0"},
+  };
+  makeBridge();
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    const LogRecords log;
+    const ArmedFaults armed({1, false, c.error, {"getifaddrs"}});
+    Names list = {"left over"};
+    EXPECT_FALSE(ConfigControl::read_networks(list));
+    EXPECT_THAT(list, IsEmpty());
+    EXPECT_THAT(log.records, ElementsAre(c.record));
+  }
 }
 
 TEST_F(InterfacesTest, NothingIsLoggedBelowTheThreshold) {
+  host::makeProfile("profile-1", "lab");
   BasicLog::Logger& logger = BasicLog::getLogger(BasicLog::ravctlLogger);
   const BasicLog::Level before = logger.threshold();
   logger.setThreshold(BasicLog::Level::fatal);
+  const LogRecords log;
   {
-    const LogRecords log;
     const ArmedFaults armed({1, false, ENOMEM, {"getifaddrs"}});
     Names list;
     EXPECT_FALSE(ConfigControl::read_networks(list));
-    EXPECT_THAT(log.records, IsEmpty());
   }
-  host::makeProfile("profile-1", "lab");
   {
-    const LogRecords log;
     const ArmedFaults armed({1, false, ENOMEM, {"getifaddrs"}});
     ProfileDetails details;
     EXPECT_THAT(ProfileControl::cmdGetProfileDetails("lab", details), HasCode(status::success));
-    EXPECT_THAT(log.records, IsEmpty());
   }
   logger.setThreshold(before);
+  EXPECT_THAT(log.records, IsEmpty());
 }
 
 TEST_F(InterfacesTest, DetailsContainTheInterfaces) {
-  ip("link add eth0 type bridge");
-  ip("addr add 10.0.0.1/24 dev eth0");
+  makeBridge();
   host::makeProfile("profile-1", "lab");
   ProfileDetails details;
   EXPECT_THAT(ProfileControl::cmdGetProfileDetails("lab", details), HasCode(status::success));
@@ -246,15 +238,12 @@ TEST_F(InterfacesTest, IfInterfacesCannotBeListedDetailsLogItAndSucceed) {
                           "[ERROR] ravctl ProfileControl.cpp cmdGetProfileDetails could not execute read_networks"));
 }
 
-TEST_F(InterfacesTest, TheCommandPrintsOnlyTheNames) {
-  ip("link add eth0 type bridge");
-  ip("addr add 10.0.0.1/24 dev eth0");
+TEST_F(InterfacesTest, TheCommandPrintsOnlyTheNamesAndNeedsNoAuthorization) {
+  setAuthorizationMode(authorizationNever);
   Hipcmd_GetInterfaces command;
-  command.run();
-  Names lines;
-  renderOutput(command, lines);
-  EXPECT_THAT(command.status().status(), HasCode(status::success));
-  EXPECT_THAT(lines, ElementsAre("eth0"));
+  EXPECT_THAT(run(command, status::success), IsEmpty());
+  makeBridge();
+  EXPECT_THAT(run(command, status::success), ElementsAre("eth0"));
 }
 
 TEST_F(InterfacesTest, TheCommandPrintsAnInterfaceOnceForEachAddress) {
@@ -267,37 +256,15 @@ TEST_F(InterfacesTest, TheCommandPrintsAnInterfaceOnceForEachAddress) {
   ip("addr add 169.254.10.20/16 dev down0");
   Hipcmd_GetInterfaces command;
   command.mode().verbose = true;
-  command.run();
-  Names lines;
-  renderOutput(command, lines);
-  EXPECT_THAT(lines, ElementsAre("method: list interfaces", "status_text: success", "status_code: 0x00000001", "eth0",
-                                 "eth0", "down0"));
-}
-
-TEST_F(InterfacesTest, TheCommandPrintsNothingIfThereAreNoInterfaces) {
-  Hipcmd_GetInterfaces command;
-  command.run();
-  Names lines;
-  renderOutput(command, lines);
-  EXPECT_THAT(command.status().status(), HasCode(status::success));
-  EXPECT_THAT(lines, IsEmpty());
+  EXPECT_THAT(run(command, status::success), ElementsAre("method: list interfaces", "status_text: success",
+                                                         "status_code: 0x00000001", "eth0", "eth0", "down0"));
 }
 
 TEST_F(InterfacesTest, TheCommandReportsAFailedEnumeration) {
   const ArmedFaults armed({1, false, ENOMEM, {"getifaddrs"}});
   Hipcmd_GetInterfaces command;
-  command.run();
-  Names lines;
-  renderOutput(command, lines);
-  EXPECT_THAT(command.status().status(), HasCode(status::getifaddrsError));
-  EXPECT_THAT(lines, ElementsAre("status_text: stdlib error: getifaddrs", "status_code: 0x14000009"));
-}
-
-TEST_F(InterfacesTest, TheCommandNeedsNoAuthorization) {
-  setAuthorizationMode(authorizationNever);
-  Hipcmd_GetInterfaces command;
-  command.run();
-  EXPECT_THAT(command.status().status(), HasCode(status::success));
+  EXPECT_THAT(run(command, status::getifaddrsError),
+              ElementsAre("status_text: stdlib error: getifaddrs", "status_code: 0x14000009"));
 }
 
 // --- Versions
@@ -316,41 +283,34 @@ class VersionsTest : public HostTest {
 
 constexpr const char* kRevision = "/etc/zuv/profiles/.factory/firmware_revision";
 
-TEST_F(VersionsTest, TheFirstLineThatIsNotBlankIsTheVersionOfTheApplication) {
-  host::writeFile(kRevision, "\n4.1.7   \nmore\n");
-  EXPECT_THAT(report(), ElementsAre("hipapp_version: 4.1.7", "ravctl_version: 2.2"));
-}
-
-TEST_F(VersionsTest, AMissingOrBlankRevisionFileGivesAnEmptyText) {
-  EXPECT_THAT(report(), ElementsAre("hipapp_version: ", "ravctl_version: 2.2"));
-  host::writeFile(kRevision, "\n \n");
-  EXPECT_THAT(report(), ElementsAre("hipapp_version: ", "ravctl_version: 2.2"));
-}
-
-TEST_F(VersionsTest, ARevisionThatIsNotARegularFileGivesAnEmptyTextWithoutBlocking) {
-  host::makeFifo(kRevision);
-  EXPECT_THAT(report(), ElementsAre("hipapp_version: ", "ravctl_version: 2.2"));
-  host::remove(kRevision);
-  host::makeDirs(kRevision);
-  EXPECT_THAT(report(), ElementsAre("hipapp_version: ", "ravctl_version: 2.2"));
-}
-
-TEST_F(VersionsTest, IfTheRevisionCannotBeOpenedOurOwnVersionIsReported) {
-  host::writeFile(kRevision, "4.1.7\n", 0);
-  const host::BoundByModes bound;
-  EXPECT_THAT(report(), ElementsAre("hipapp_version: 2.2", "ravctl_version: 2.2"));
+TEST_F(VersionsTest, TheApplicationsVersionIsTheFirstLineOfItsRevisionAndNeedsNoAuthorization) {
+  const struct {
+    const char* why;
+    std::function<void()> prepare;
+    const char* line;
+  } cases[] = {
+      {"a line that is not blank", [] { host::writeFile(kRevision, "\n4.1.7   \nmore\n"); }, "hipapp_version: 4.1.7"},
+      {"no file", [] {}, "hipapp_version: "},
+      {"blank lines only", [] { host::writeFile(kRevision, "\n \n"); }, "hipapp_version: "},
+      {"a FIFO does not block", [] { host::makeFifo(kRevision); }, "hipapp_version: "},
+      {"a directory", [] { host::makeDirs(kRevision); }, "hipapp_version: "},
+      {"an unreadable file gives our own version", [] { host::writeFile(kRevision, "4.1.7\n", 0); },
+       "hipapp_version: 2.2"},
+  };
+  setAuthorizationMode(authorizationNever);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::reset();
+    c.prepare();
+    const host::BoundByModes bound;
+    EXPECT_THAT(report(), ElementsAre(c.line, "ravctl_version: 2.2"));
+  }
 }
 
 TEST_F(VersionsTest, IfTheRevisionCannotBeReadOurOwnVersionIsReported) {
   host::writeFile(kRevision, "4.1.7\n");
   const ArmedFaults armed({1, true, EIO, {"read"}});
   EXPECT_THAT(report(), ElementsAre("hipapp_version: 2.2", "ravctl_version: 2.2"));
-}
-
-TEST_F(VersionsTest, NoAuthorizationIsNeeded) {
-  host::writeFile(kRevision, "4.1.7\n");
-  setAuthorizationMode(authorizationNever);
-  EXPECT_THAT(report(), ElementsAre("hipapp_version: 4.1.7", "ravctl_version: 2.2"));
 }
 
 }  // namespace
