@@ -53,15 +53,9 @@ class InterfacesTest : public HostTest {
     ASSERT_EQ(::unshare(CLONE_NEWNET), 0);
   }
 
-  // Runs one command of the tool; its words are separated by blanks.
+  // Runs one command of the tool.
   static void ip(const std::string& words) {
-    Names all = {kTool};
-    for (std::size_t at = 0; at < words.size();) {
-      const std::size_t end = std::min(words.find(' ', at), words.size());
-      all.push_back(words.substr(at, end - at));
-      at = end + 1;
-    }
-    const Outcome outcome = runProgram(all);
+    const Outcome outcome = runProgram({"/bin/sh", "-c", std::string(kTool) + " " + words});
     ASSERT_EQ(outcome.exitStatus, 0) << words << ": " << outcome.err;
   }
 
