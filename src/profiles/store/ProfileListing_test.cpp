@@ -482,6 +482,27 @@ std::vector<std::string> namesOfRepairStore() {
   return names;
 }
 
+// The calls of a listing that repaired this store. They follow the order of the directory, so call it after the
+// listing.
+std::vector<std::string> callsOfRepair() {
+  std::vector<std::string> calls = {"openat",  "openat",  "fdopendir", "readdir", "readdir",
+                                    "readdir", "readdir", "readdir",   "readdir", "closedir"};  // list the root
+  const auto add = [&](std::initializer_list<const char*> names) {
+    calls.insert(calls.end(), names.begin(), names.end());
+  };
+  for (const std::string& entry : directoryOrder(host::kProfiles)) {
+    if (entry == "profile-3") {
+      add({"openat", "fstatat"});  // its name is missing
+    } else if (entry.front() != '.') {
+      add({"openat", "fstat", "read", "close"});  // its name is read
+    }
+  }
+  add({"close"});
+  add({"open", "flock", "fstat", "fallocate", "write", "fchmod", "ftruncate", "close"});  // a longer name
+  add({"open", "open", "flock", "fstat", "write", "fchmod", "close"});                    // a new name file
+  return calls;
+}
+
 TEST_F(NameRepairTest, AFaultAnywhereLeavesEachNameOldOrRepaired) {
   const FaultLoop loop{[] {
     host::reset();
@@ -514,22 +535,7 @@ TEST_F(NameRepairTest, AFaultAnywhereLeavesEachNameOldOrRepaired) {
     }
   });
   const std::vector<std::string> calls = fault_loop::run(loop, {}, list);
-  std::vector<std::string> expected = {"openat",  "openat",  "fdopendir", "readdir", "readdir",
-                                       "readdir", "readdir", "readdir",   "readdir", "closedir"};  // list the root
-  const auto expect = [&](std::initializer_list<const char*> names) {
-    expected.insert(expected.end(), names.begin(), names.end());
-  };
-  for (const std::string& entry : directoryOrder(host::kProfiles)) {
-    if (entry == "profile-3") {
-      expect({"openat", "fstatat"});  // its name is missing
-    } else if (entry.front() != '.') {
-      expect({"openat", "fstat", "read", "close"});  // its name is read
-    }
-  }
-  expect({"close"});
-  expect({"open", "flock", "fstat", "fallocate", "write", "fchmod", "ftruncate", "close"});  // a longer name
-  expect({"open", "open", "flock", "fstat", "write", "fchmod", "close"});                    // a new name file
-  EXPECT_EQ(calls, expected);
+  EXPECT_EQ(calls, callsOfRepair());
 }
 
 }  // namespace
