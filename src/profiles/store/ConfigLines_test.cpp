@@ -81,7 +81,7 @@ const struct {
     {"a zero byte inside stays", std::string("key=a\0b\n", 8), true, std::string("a\0b", 3)},
     {"the key without equals sign", "key\n", false, ""},
     {"a piece of a long line counts as a line", longLine(7999) + "key=1\n", true, "1"},
-    {"a key in two pieces of a long line is not found", longLine(7998) + "key=1\n", false, ""},
+    {"a long line holds no key across two pieces", longLine(7998) + "key=1\n", false, ""},
     {"a value ends with its piece", "key=" + longLine(8000) + "\n", true, longLine(7995)},
 };
 
@@ -149,7 +149,7 @@ const struct {
     {"one replaced, one appended", "log_level=info\n", kLevels, "log_level=debug\nopenhip.log_level=debug\n"},
     {"no keys", "a=1\nb", {}, "a=1\nb"},
     {"an empty value", "key=old\n", {{"key", ""}}, "key=\n"},
-    {"a later piece of a long line is no key", kPieces, kOne, kPieces + "key=new\n"},
+    {"a long line holds no key in a later piece", kPieces, kOne, kPieces + "key=new\n"},
     {"a long line of the key is replaced whole", "key=" + longLine(20000) + "\nb=2\n", kOne, "key=new\nb=2\n"},
 };
 
@@ -198,7 +198,7 @@ TEST_F(ConfigLinesTest, EveryLineOfAKeyIsRemoved) {
     std::string after;
   } cases[] = {
       {"a key behind blanks stays", "a=1\nkey=1\n  key=2\n\nkey=3", "a=1\n  key=2\n\n"},
-      {"a later piece of a long line is no key", kPieces + "key=new\n", kPieces},
+      {"a long line holds no key in a later piece", kPieces + "key=new\n", kPieces},
       {"a long line of the key is removed whole", "a=1\nkey=" + longLine(20000) + "\nb=2\n", "a=1\nb=2\n"},
   };
   for (const auto& c : cases) {
@@ -321,7 +321,7 @@ TEST_F(ConfigLinesTest, TheOwnerOfTheOldFileIsKept) {
   EXPECT_EQ(info.st_mode & 07777, 0640u);
 }
 
-TEST_F(ConfigLinesTest, AnEditSucceedsDespiteLimitsOfTheSystemIfTheNewFileHasItsMode) {
+TEST_F(ConfigLinesTest, AnEditSucceedsDespiteLimitsOfTheSystemUnlessTheModeIsWrong) {
   const struct {
     const char* why;
     mode_t mode;
