@@ -28,51 +28,50 @@ class FileAccessTest : public HostTest {};
 
 bool isCloseOnExec(int fd) { return (::fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0; }
 
+// Writes kFile, or removes it if the text is empty.
+void makeOld(const std::string& text) {
+  host::remove(kFile);
+  if (!text.empty()) host::writeFile(kFile, text);
+}
+
 TEST_F(FileAccessTest, OnlyRegularFilesAndTheNullDeviceAreOpenedForReading) {
   host::writeFile(kFile, "12345");
   host::makeLink("/tmp/link", kFile);
   host::makeDirs("/tmp/directory");
   host::makeFifo("/tmp/fifo");
+  host::makeFifo("/tmp/written-fifo");
+  const UniqueFd both(::open("/tmp/written-fifo", O_RDWR | O_NONBLOCK | O_CLOEXEC));
+  ASSERT_EQ(::write(both.get(), "x", 1), 1);
   struct Case {
     const char* path;
-    bool opened;
     off_t size;
     int error;
   };
   const Case cases[] = {
-      {"/tmp/file", true, 5, 0},
-      {"/tmp/link", true, 5, 0},
-      {"/dev/null", true, 0, 0},
-      {"/tmp/missing", false, -1, ENOENT},
-      {"/tmp/directory", false, -1, EINVAL},
-      {"/tmp/fifo", false, -1, EINVAL},
-      {"/dev/zero", false, -1, EINVAL},
+      {"/tmp/file", 5, 0},
+      {"/tmp/link", 5, 0},
+      {"/dev/null", 0, 0},
+      {"/tmp/missing", -1, ENOENT},
+      {"/dev/zero", -1, EINVAL},
+      {"/tmp/fifo", -1, EINVAL},
+      {"/tmp/directory", -1, EINVAL},
+      {"/tmp/written-fifo", -1, EINVAL},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.path);
     OpenedFile file;
     file.size = -1;
     errno = 0;
-    EXPECT_EQ(openForReading(AT_FDCWD, c.path, file), c.opened);
-    if (!c.opened) {
-      EXPECT_EQ(errno, c.error);
-    }
+    const bool isOpened = openForReading(AT_FDCWD, c.path, file);
+    EXPECT_EQ(isOpened ? 0 : errno, c.error);
     EXPECT_EQ(file.size, c.size);
-    EXPECT_EQ(file.fd.isOpen(), c.opened);
-    if (c.opened) {
+    EXPECT_EQ(file.fd.isOpen(), c.error == 0);
+    if (c.error == 0) {
       EXPECT_TRUE(isCloseOnExec(file.fd.get()));
     }
   }
-}
-
-TEST_F(FileAccessTest, AFifoWithAWriterIsNotReadEither) {
-  host::makeFifo("/tmp/fifo");
-  const UniqueFd both(::open("/tmp/fifo", O_RDWR | O_NONBLOCK | O_CLOEXEC));
-  ASSERT_EQ(::write(both.get(), "x", 1), 1);
-  OpenedFile file;
-  EXPECT_FALSE(openForReading(AT_FDCWD, "/tmp/fifo", file));
   char byte = 0;
-  EXPECT_EQ(::read(both.get(), &byte, 1), 1);
+  EXPECT_EQ(::read(both.get(), &byte, 1), 1) << "nobody read the byte in the FIFO that has a writer";
 }
 
 // --- Links
@@ -81,70 +80,56 @@ constexpr uid_t kStranger = 65534;
 constexpr const char* kLink = "/tmp/links/link";
 constexpr const char* kTarget = "/tmp/target";
 
-std::vector<std::string> callsOfReading(const char* path, bool opened, int error) {
-  const ArmedFaults counted{FaultPlan{}};
-  OpenedFile file;
-  errno = 0;
-  EXPECT_EQ(openForReading(AT_FDCWD, path, file), opened);
-  if (!opened) {
-    EXPECT_EQ(errno, error);
-  }
-  return counted.calls();
-}
-
-TEST_F(FileAccessTest, OpeningAPathThatIsNoLinkTakesOneCall) {
+TEST_F(FileAccessTest, ALinkIsOpenedForReadingOnlyIfItLeadsToAFileOutsideProc) {
   host::writeFile(kTarget, "text");
   host::makeLink(kLink, kTarget);
-  EXPECT_THAT(callsOfReading(kTarget, true, 0), testing::ElementsAre("openat", "fstat"));
-  EXPECT_THAT(callsOfReading(kLink, true, 0),
-              testing::ElementsAre("openat", "openat", "fstat", "openat", "close", "fstat"));
-}
-
-TEST_F(FileAccessTest, ALinkToADeviceIsNotOpened) {
-  host::makeLink(kLink, "/dev/zero");
-  EXPECT_THAT(callsOfReading(kLink, false, EINVAL), testing::ElementsAre("openat", "openat", "fstat", "close"));
-}
-
-TEST_F(FileAccessTest, ALinkIntoProcIsNotOpened) {
-  host::makeLink(kLink, "/proc/self/status");
-  EXPECT_THAT(callsOfReading(kLink, false, EINVAL), testing::ElementsAre("openat", "openat", "fstat", "close"));
-  callsOfReading("/proc/self/status", true, 0);
-}
-
-TEST_F(FileAccessTest, BrokenAndCircularLinksAreReported) {
-  host::makeLink(kLink, "missing");
-  callsOfReading(kLink, false, ENOENT);
+  host::makeLink("/tmp/links/device", "/dev/zero");
+  host::makeLink("/tmp/links/proc", "/proc/self/status");
+  host::makeLink("/tmp/links/broken", "missing");
   host::makeLink("/tmp/links/circle", "circle");
-  callsOfReading("/tmp/links/circle", false, ELOOP);
-  FileWriter writer;
-  EXPECT_THAT(writer.open("/tmp/links/circle", 0600), HasCode(status::openError));
+  struct Case {
+    const char* why;
+    const char* path;
+    int error;
+    std::vector<std::string> calls;
+  };
+  const Case cases[] = {
+      {"a path that is no link is opened once", kTarget, 0, {"openat", "fstat"}},
+      {"a link is opened", kLink, 0, {"openat", "openat", "fstat", "openat", "close", "fstat"}},
+      {"a link to a device is not", "/tmp/links/device", EINVAL, {"openat", "openat", "fstat", "close"}},
+      {"a link into /proc is not", "/tmp/links/proc", EINVAL, {"openat", "openat", "fstat", "close"}},
+      {"a path in /proc that is no link is opened", "/proc/self/status", 0, {"openat", "fstat"}},
+      {"a broken link is missing", "/tmp/links/broken", ENOENT, {"openat", "openat"}},
+      {"a circular link is reported", "/tmp/links/circle", ELOOP, {"openat", "openat"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    const ArmedFaults counted{FaultPlan{}};
+    OpenedFile file;
+    errno = 0;
+    const bool isOpened = openForReading(AT_FDCWD, c.path, file);
+    EXPECT_EQ(isOpened ? 0 : errno, c.error);
+    EXPECT_EQ(isOpened, c.error == 0);
+    EXPECT_EQ(counted.calls(), c.calls);
+  }
 }
 
 TEST_F(FileAccessTest, WithoutProcALinkIsOpenedByItsPathAgain) {
   host::writeFile(kTarget, "text");
   host::makeLink(kLink, kTarget);
-  FaultPlan plan;
-  plan.at = 3;
-  plan.error = ENOENT;
-  plan.calls = {"openat"};
-  const ArmedFaults armed{plan};
+  const ArmedFaults armed{FaultPlan{3, false, ENOENT, {"openat"}}};
   OpenedFile file;
   EXPECT_TRUE(openForReading(AT_FDCWD, kLink, file));
   EXPECT_EQ(file.size, 4);
 }
 
 TEST_F(FileAccessTest, ChainsOfTrustedLinksAreFollowed) {
-  struct Case {
-    const char* why;
-    const char* target;
-  };
-  const Case cases[] = {{"absolute", kTarget}, {"relative to the link", "../target"}, {"a chain", "next"}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.why);
-    host::reset();
+  host::makeLink("/tmp/links/next", "../target");
+  for (const char* target : {kTarget, "../target", "next"}) {
+    SCOPED_TRACE(target);
     host::writeFile(kTarget, "old");
-    host::makeLink(kLink, c.target);
-    host::makeLink("/tmp/links/next", "../target");
+    host::remove(kLink);
+    host::makeLink(kLink, target);
     OpenedFile file;
     EXPECT_TRUE(openForReading(AT_FDCWD, kLink, file, Links::ofTrusted));
     EXPECT_EQ(file.size, 3);
@@ -226,7 +211,6 @@ TEST_F(FileAccessTest, ALinkThatReplacesATrustedOneDuringTheCheckIsNotFollowed) 
   host::writeFile("/tmp/ours", "old");
   host::makeLink(kLink, "/tmp/ours");
   FaultPlan plan;
-  plan.at = 1000;
   plan.calls = {"readlinkat"};
   plan.before = [](std::size_t) {
     host::remove(kLink);
@@ -243,9 +227,7 @@ TEST_F(FileAccessTest, ALinkThatReplacesATrustedOneDuringTheCheckIsNotFollowed) 
 
 TEST_F(FileAccessTest, ALinkThatReplacedTheNewFileDoesNotLoseItsTarget) {
   host::writeFile(kTarget, "old");
-  FaultPlan plan;
-  plan.at = 1;
-  plan.calls = {"write"};
+  FaultPlan plan{1, false, EIO, {"write"}};
   plan.before = [](std::size_t) {
     host::remove(kFile);
     host::makeLink(kFile, kTarget);
@@ -257,7 +239,7 @@ TEST_F(FileAccessTest, ALinkThatReplacedTheNewFileDoesNotLoseItsTarget) {
 
 // --- Writers
 
-TEST_F(FileAccessTest, AWriterThatIsNotFinishedRemovesTheFileItMade) {
+TEST_F(FileAccessTest, AnUnfinishedWriterRemovesTheFileThatItMadeButNoOther) {
   {
     FileWriter writer;
     ASSERT_THAT(writer.open(kFile, 0600), HasCode(status::success));
@@ -266,9 +248,6 @@ TEST_F(FileAccessTest, AWriterThatIsNotFinishedRemovesTheFileItMade) {
     EXPECT_TRUE(host::exists(kFile));
   }
   EXPECT_FALSE(host::exists(kFile));
-}
-
-TEST_F(FileAccessTest, AWriterThatIsNotFinishedKeepsAnExistingFile) {
   host::writeFile(kFile, "old");
   {
     FileWriter writer;
@@ -302,25 +281,12 @@ TEST_F(FileAccessTest, AFinishedWriterLeavesExactlyItsBytes) {
   EXPECT_THAT(writer.finish(), HasCode(status::writeError));
 }
 
-TEST_F(FileAccessTest, ANewFileThatCannotBeStattedIsRemovedAgain) {
-  FaultPlan plan;
-  plan.at = 1;
-  plan.calls = {"fstat"};
-  const ArmedFaults armed{plan};
-  FileWriter writer;
-  EXPECT_THAT(writer.open(kFile, 0600), HasCode(status::openError));
-  EXPECT_FALSE(host::exists(kFile));
-}
-
 TEST_F(FileAccessTest, AWriterThatFailedToOpenHoldsNoDescriptor) {
   host::writeFile(kFile, "old");
   const std::vector<std::string> before = openDescriptors();
-  FaultPlan plan;
-  plan.at = 1;
-  plan.calls = {"fstat"};
   FileWriter writer;
   {
-    const ArmedFaults armed{plan};
+    const ArmedFaults armed{FaultPlan{1, false, EIO, {"fstat"}}};
     EXPECT_THAT(writer.open(kFile, 0600), HasCode(status::openError));
   }
   EXPECT_EQ(openDescriptors(), before);
@@ -349,71 +315,54 @@ TEST_F(FileAccessTest, TheModeIsSetAlwaysOrOnNewFilesOnly) {
   EXPECT_EQ(host::modeOf(kFile), 0640u);
 }
 
-// --- Every call that can fail, made to fail
+// --- Faults
 
 // A failure of one of these calls is not a failure of the write.
 bool isHarmless(const Fault& fault) {
   return !fault || ((fault.call == "fchmod" || fault.call == "flock") && !fault.fromThereOn);
 }
 
-StatusCode expectedCode(const Fault& fault) {
-  if (isHarmless(fault)) return status::success;
-  const CallNames ofOpening = {"open", "flock", "fstat"};
-  return ofOpening.count(fault.call) != 0 ? status::openError : status::writeError;
-}
-
-TEST_F(FileAccessTest, AFaultAnywhereNeverEmptiesTheOldFile) {
-  const FaultLoop loop{[] {
-    host::reset();
-    host::writeFile(kFile, kOldText);
-  }};
-  const std::size_t steps = forEachFault(
-      loop, [] { return FileUtils::writeString(kFile, kNewText, false); },
-      [](const Status& result, const Fault& fault) {
-        EXPECT_THAT(result, HasCode(expectedCode(fault)));
-        if (result.isSuccess()) {
-          EXPECT_EQ(host::readFile(kFile), kNewText);
-        }
-        EXPECT_THAT(host::readFile(kFile), AnyOf(kOldText, kNewText));
-      });
-  EXPECT_EQ(steps, 8u);  // open, flock, fstat, fallocate, write, fchmod, ftruncate, close
-}
-
-TEST_F(FileAccessTest, AFaultAnywhereLeavesNoNewFile) {
-  const FaultLoop loop{[] { host::reset(); }};
-  const std::size_t steps = forEachFault(
-      loop, [] { return FileUtils::writeString(kFile, kNewText, false); },
-      [](const Status& result, const Fault& fault) {
-        // The first open only finds that there is no file. If it fails with another error, the write ends.
-        EXPECT_THAT(result, HasCode(expectedCode(fault)));
-        if (result.isSuccess()) {
-          EXPECT_EQ(host::readFile(kFile), kNewText);
-        }
-        // If every later call fails, the file cannot be removed either.
-        if (!result.isSuccess() && !fault.fromThereOn) {
-          EXPECT_FALSE(host::exists(kFile));
-        }
-      });
-  EXPECT_EQ(steps, 7u);  // open, open, flock, fstat, write, fchmod, close
-}
-
-TEST_F(FileAccessTest, AFaultWhileWritingThroughALinkKeepsTheLinkAndTheOldFile) {
-  const FaultLoop loop{[] {
-    host::reset();
-    host::writeFile(kTarget, kOldText);
-    host::makeLink(kLink, kTarget);
-  }};
-  const std::size_t steps = forEachFault(
-      loop, [] { return FileUtils::writeString(kLink, kNewText, false); },
-      [](const Status& result, const Fault& fault) {
-        const bool isCloseOfTheLink = fault.step == 5 && !fault.fromThereOn;
-        const StatusCode failure = fault.step <= 8 ? status::openError : status::writeError;
-        EXPECT_THAT(result, HasCode(isHarmless(fault) || isCloseOfTheLink ? status::success : failure));
-        EXPECT_EQ(host::tree("/tmp/links"), "l link -> /tmp/target\n");
-        EXPECT_THAT(host::readFile(kTarget), AnyOf(kOldText, kNewText));
-      });
-  // open, openat, fstat, readlinkat, close, open, flock, fstat; fallocate, write, fchmod, ftruncate, close
-  EXPECT_EQ(steps, 13u);
+TEST_F(FileAccessTest, AFaultWhileWritingNeverEmptiesAnOldFileNorLeavesANewOneNorReplacesALink) {
+  struct Case {
+    const char* why;
+    const char* path;
+    bool isNew;
+    std::size_t stepsOfOpening;
+    std::size_t steps;
+  };
+  const Case cases[] = {
+      // open, flock, fstat; fallocate, write, fchmod, ftruncate, close
+      {"an old file", kTarget, false, 3, 8},
+      // open, open, flock, fstat; write, fchmod, close. The first open only finds that there is no file. If it fails
+      // with another error, the write ends.
+      {"a new file", kFile, true, 4, 7},
+      // open, openat, fstat, readlinkat, close, open, flock, fstat; fallocate, write, fchmod, ftruncate, close
+      {"a link to an old file", kLink, false, 8, 13},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    const FaultLoop loop{[] {
+      host::reset();
+      host::writeFile(kTarget, kOldText);
+      host::makeLink(kLink, kTarget);
+    }};
+    const std::size_t steps = forEachFault(
+        loop, [&c] { return FileUtils::writeString(c.path, kNewText, false); },
+        [&c](const Status& result, const Fault& fault) {
+          const bool isOpening = fault.step <= c.stepsOfOpening;
+          const bool isCloseOfTheLink = isOpening && fault.call == "close" && !fault.fromThereOn;
+          const StatusCode failure = isOpening ? status::openError : status::writeError;
+          EXPECT_THAT(result, HasCode(isHarmless(fault) || isCloseOfTheLink ? status::success : failure));
+          if (result.isSuccess()) {
+            EXPECT_EQ(host::readFile(c.path), kNewText);
+          } else if (!fault.fromThereOn) {  // if every later call fails, the file cannot be removed either
+            EXPECT_EQ(host::exists(c.path), !c.isNew);
+          }
+          EXPECT_THAT(host::readFile(kTarget), AnyOf(kOldText, kNewText));
+          EXPECT_EQ(host::tree("/tmp/links"), "l link -> /tmp/target\n");
+        });
+    EXPECT_EQ(steps, c.steps);
+  }
 }
 
 TEST_F(FileAccessTest, AFaultWhileOpeningThroughALinkOpensNothing) {
@@ -435,58 +384,52 @@ TEST_F(FileAccessTest, AFaultWhileOpeningThroughALinkOpensNothing) {
         },
         [&c](off_t size, const Fault& fault) {
           const bool isOpened = !fault || fault.step == c.steps || (fault.call == "close" && !fault.fromThereOn);
-          EXPECT_EQ(size, isOpened ? 4 : 1);  // 1: the file that was there did not change
+          EXPECT_EQ(size, isOpened ? 4 : 1);  // 1: `file` did not change
         });
     EXPECT_EQ(steps, c.steps);
   }
 }
 
-TEST_F(FileAccessTest, ACopyReportsAnyFaultAndLeavesNoNewFile) {
-  const FaultLoop loop{[] {
-    host::reset();
-    host::writeFile("/tmp/from", kNewText);
-  }};
-  const std::size_t steps = forEachFault(
-      loop, [] { return FileUtils::copyFile("/tmp/from", kFile); },
-      [](const Status& result, const Fault& fault) {
-        const bool isLastClose = fault.step == 12;  // of the source, which was only read
-        EXPECT_EQ(result.isSuccess(), isHarmless(fault) || isLastClose);
-        EXPECT_EQ(host::readFile("/tmp/from"), kNewText);
-        if (result.isSuccess()) {
-          EXPECT_EQ(host::readFile(kFile), kNewText);
-        }
-        if (!result.isSuccess() && !fault.fromThereOn) {
-          EXPECT_FALSE(host::exists(kFile));
-        }
-      });
-  EXPECT_EQ(steps, 12u);
-}
-
-TEST_F(FileAccessTest, ACopyOverAFileReportsAnyFaultAndRemovesNothing) {
-  const FaultLoop loop{[] {
-    host::reset();
-    host::writeFile("/tmp/from", kNewText);
-    host::writeFile(kFile, kOldText);
-  }};
-  const std::size_t steps = forEachFault(
-      loop, [] { return FileUtils::copyFile("/tmp/from", kFile); },
-      [](const Status& result, const Fault& fault) {
-        const bool isLastClose = fault.step == 13;  // of the source, which was only read
-        EXPECT_EQ(result.isSuccess(), isHarmless(fault) || isLastClose);
-        EXPECT_EQ(host::readFile("/tmp/from"), kNewText);
-        if (result.isSuccess()) {
-          EXPECT_EQ(host::readFile(kFile), kNewText);
-        } else if (fault.step <= 7) {
-          EXPECT_EQ(host::readFile(kFile), kOldText);
-        }
-        EXPECT_TRUE(host::exists(kFile));
-        if (fault.step == 7) {
-          EXPECT_THAT(result, HasCode(status::writeError));
-          EXPECT_EQ(result.details(), kFile);
-        }
-      });
-  // stat, openat, fstat, open, flock, fstat, ftruncate; read, write, fchmod, ftruncate, close, close
-  EXPECT_EQ(steps, 13u);
+TEST_F(FileAccessTest, ACopyReportsAnyFaultAndLeavesNoNewFileAndRemovesNoOldOne) {
+  struct Case {
+    const char* why;
+    std::string old;
+    std::size_t stepsBeforeAChange;
+    std::size_t steps;
+  };
+  const Case cases[] = {
+      // stat, openat, fstat, open, open, flock, fstat; read, write, fchmod, close, close
+      {"a new file", "", 0, 12},
+      // stat, openat, fstat, open, flock, fstat, ftruncate; read, write, fchmod, ftruncate, close, close
+      {"over an old file", kOldText, 7, 13},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    const FaultLoop loop{[&c] {
+      host::reset();
+      host::writeFile("/tmp/from", kNewText);
+      makeOld(c.old);
+    }};
+    const std::size_t steps = forEachFault(
+        loop, [] { return FileUtils::copyFile("/tmp/from", kFile); },
+        [&c](const Status& result, const Fault& fault) {
+          const bool isLastClose = fault.step == c.steps;  // of the source, which was only read
+          EXPECT_EQ(result.isSuccess(), isHarmless(fault) || isLastClose);
+          EXPECT_EQ(host::readFile("/tmp/from"), kNewText);
+          if (result.isSuccess()) {
+            EXPECT_EQ(host::readFile(kFile), kNewText);
+          } else if (fault.step <= c.stepsBeforeAChange) {
+            EXPECT_EQ(host::readFile(kFile), kOldText);
+          } else if (!c.old.empty() || !fault.fromThereOn) {
+            EXPECT_EQ(host::exists(kFile), !c.old.empty());
+          }
+          if (fault.call == "ftruncate") {
+            EXPECT_THAT(result, HasCode(status::writeError));
+            EXPECT_EQ(result.details(), kFile);
+          }
+        });
+    EXPECT_EQ(steps, c.steps);
+  }
 }
 
 // --- Room
@@ -511,7 +454,7 @@ TEST_F(FileAccessTest, AFailedReservationStopsAWriteOnlyIfTheDiskIsFull) {
 TEST_F(FileAccessTest, RoomIsReservedOnlyForATextLongerThanTheOldOne) {
   struct Case {
     const char* why;
-    std::string there;
+    std::string old;
     std::string text;
     std::size_t reservations;
   };
@@ -523,11 +466,11 @@ TEST_F(FileAccessTest, RoomIsReservedOnlyForATextLongerThanTheOldOne) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.why);
-    host::remove(kFile);
-    if (!c.there.empty()) host::writeFile(kFile, c.there);
+    makeOld(c.old);
     const ArmedFaults counted{FaultPlan{0, false, EIO, {"fallocate"}}};
     EXPECT_THAT(FileUtils::writeString(kFile, c.text, false), HasCode(status::success));
     EXPECT_EQ(counted.count(), c.reservations);
+    EXPECT_EQ(host::readFile(kFile), c.text);
   }
   const ArmedFaults counted{FaultPlan{0, false, EIO, {"fallocate", "ftruncate"}}};
   EXPECT_THAT(FileUtils::writeString("/dev/null", "new", false), HasCode(status::success));
@@ -563,7 +506,6 @@ TEST_F(FileAccessTest, AFaultOfASingleStepOperationHasItsOwnStatus) {
 // Another process makes and fills the file after our first open has failed and before our second one makes it.
 TEST_F(FileAccessTest, AFileThatAnotherProcessHasJustMadeDoesNotCountAsNew) {
   FaultPlan plan;
-  plan.at = 1000;
   plan.calls = {"open"};
   plan.before = [](std::size_t call) {
     if (call == 2) host::writeFile(kFile, kOldText + kOldText + kOldText);
@@ -609,7 +551,7 @@ class OtherWriter {
 TEST_F(FileAccessTest, WritersOfOneFileTakeTurns) {
   struct Case {
     const char* why;
-    std::string there;
+    std::string old;
     std::string ours;
     std::string theirs;
   };
@@ -622,8 +564,7 @@ TEST_F(FileAccessTest, WritersOfOneFileTakeTurns) {
   for (const Case& c : cases) {
     for (std::size_t step = 1; step <= 8; ++step) {
       SCOPED_TRACE(std::string(c.why) + ", before step " + std::to_string(step));
-      host::remove(kFile);
-      if (!c.there.empty()) host::writeFile(kFile, c.there);
+      makeOld(c.old);
       std::unique_ptr<OtherWriter> other;
       FaultPlan plan;
       plan.before = [&](std::size_t call) {
