@@ -30,9 +30,8 @@ class FileLockTest : public HostTest {
  protected:
   void SetUp() override {
     HostTest::SetUp();
-    if (!IsSkipped())
-      (void)FileUtils::lockDir();  // made here, because the first call in the process makes it and must not fall into a
-                                   // fault loop
+    // The first call in a process makes the directory. It must not happen inside a fault loop.
+    if (!IsSkipped()) (void)FileUtils::lockDir();
   }
 };
 
@@ -79,7 +78,8 @@ int holdForever() {
   for (;;) ::pause();
 }
 
-TEST_F(FileLockTest, ALockIsAFileOfItsNameWhileItIsHeld) {
+TEST_F(FileLockTest, ALockIsAFileOfItsNameWhileItIsHeldAndTheUmaskDoesNotAffectItNorChange) {
+  ::umask(077);
   {
     const FileLock lock(kPath);
     EXPECT_TRUE(lock.isLocked());
@@ -88,6 +88,7 @@ TEST_F(FileLockTest, ALockIsAFileOfItsNameWhileItIsHeld) {
     EXPECT_EQ(host::modeOf(kLock), 0666u);
   }
   EXPECT_FALSE(host::exists(kLock));
+  EXPECT_EQ(::umask(022), 077u);
 }
 
 TEST_F(FileLockTest, TheLockIsNamedAfterTheLastComponent) {
@@ -102,16 +103,15 @@ TEST_F(FileLockTest, TheLockIsNamedAfterTheLastComponent) {
   for (const Case& c : cases) EXPECT_EQ(FileLock(c.path).lockPath(), c.lockPath);
 }
 
-TEST_F(FileLockTest, LocksOnOneNameInTwoDirectoriesExcludeEachOther) {
+TEST_F(FileLockTest, LocksOnOneNameInTwoDirectoriesExcludeEachOtherAndTheLoserRemovesNothing) {
   const FileLock one("/etc/zuv/profiles/profile-1/hip.conf");
-  EXPECT_EQ(FileLock("/etc/zuv/profiles/profile-2/hip.conf", kAtOnce).result(), Result::busy);
-  EXPECT_EQ(FileLock("/etc/zuv/profiles/profile-2/endbox.conf", kAtOnce).result(), Result::held);
-}
-
-TEST_F(FileLockTest, ALockThatWasNotTakenRemovesNothing) {
-  const FileLock lock(kPath);
-  { EXPECT_FALSE(FileLock(kPath, kAtOnce).isLocked()); }
+  {
+    const FileLock two("/etc/zuv/profiles/profile-2/hip.conf", kAtOnce);
+    EXPECT_EQ(two.result(), Result::busy);
+    EXPECT_FALSE(two.isLocked());
+  }
   EXPECT_TRUE(host::exists(kLock));
+  EXPECT_EQ(FileLock("/etc/zuv/profiles/profile-2/endbox.conf", kAtOnce).result(), Result::held);
 }
 
 TEST_F(FileLockTest, AReleasedLockCanBeTakenAgain) {
@@ -122,13 +122,6 @@ TEST_F(FileLockTest, AReleasedLockCanBeTakenAgain) {
   EXPECT_FALSE(host::exists(kLock));
   EXPECT_EQ(FileLock(kPath, kAtOnce).result(), Result::held);
   lock.release();
-}
-
-TEST_F(FileLockTest, TheUmaskDoesNotAffectTheLockFileAndDoesNotChange) {
-  ::umask(077);
-  const FileLock lock(kPath);
-  EXPECT_EQ(host::modeOf(kLock), 0666u);
-  EXPECT_EQ(::umask(022), 077u);
 }
 
 TEST_F(FileLockTest, TheDescriptorIsCloseOnExec) {
@@ -144,15 +137,20 @@ TEST_F(FileLockTest, TheDescriptorIsCloseOnExec) {
 
 TEST_F(FileLockTest, OnlyARegularFileIsUsedAsALockFile) {
   host::writeFile("/tmp/target", "text");
-  const std::function<void()> obstacles[] = {
-      [] { host::makeLink(kLock, "/tmp/target"); },
-      [] { host::makeLink(kLock, "/tmp/missing"); },
-      [] { host::makeFifo(kLock); },
-      [] { host::makeDirs(kLock); },
+  struct Case {
+    const char* why;
+    void (*make)();
   };
-  for (const auto& obstacle : obstacles) {
+  const Case cases[] = {
+      {"a link to a file", [] { host::makeLink(kLock, "/tmp/target"); }},
+      {"a link to a missing file", [] { host::makeLink(kLock, "/tmp/missing"); }},
+      {"a FIFO", [] { host::makeFifo(kLock); }},
+      {"a directory", [] { host::makeDirs(kLock); }},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
     host::remove(kLock);
-    obstacle();
+    c.make();
     EXPECT_EQ(FileLock(kPath).result(), Result::unavailable);
     EXPECT_TRUE(host::exists(kLock));
   }
@@ -184,7 +182,6 @@ TEST_F(FileLockTest, ALockDirectoryThatIsTheCallersOwnLinkIsUsed) {
 
 TEST_F(FileLockTest, ATimedLockKeepsItsLimitEvenIfItsFileIsReplacedAgainAndAgain) {
   FaultPlan plan;
-  plan.at = 1000000;
   plan.calls = {"fstatat"};
   plan.before = [](std::size_t) {
     host::remove(kLock);
@@ -215,24 +212,17 @@ TEST_F(FileLockTest, ATimedLockGivesUpAtItsLimit) {
   EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(5));
 }
 
-TEST_F(FileLockTest, ATimedLockIsTakenAsSoonAsItIsFree) {
-  FileLock lock(kPath);
-  std::thread holder([&] {
-    std::this_thread::sleep_for(milliseconds(100));
-    lock.release();
-  });
-  EXPECT_EQ(FileLock(kPath, std::chrono::seconds(20)).result(), Result::held);
-  holder.join();
-}
-
-TEST_F(FileLockTest, ATimedLockAcceptsTheLongestLimit) {
-  FileLock lock(kPath);
-  std::thread holder([&] {
-    std::this_thread::sleep_for(milliseconds(100));
-    lock.release();
-  });
-  EXPECT_EQ(FileLock(kPath, milliseconds::max()).result(), Result::held);
-  holder.join();
+TEST_F(FileLockTest, ATimedLockOfAnyLimitIsTakenAsSoonAsItIsFree) {
+  for (const milliseconds limit : {milliseconds(20000), milliseconds::max()}) {
+    SCOPED_TRACE(limit.count());
+    FileLock lock(kPath);
+    std::thread holder([&] {
+      std::this_thread::sleep_for(milliseconds(100));
+      lock.release();
+    });
+    EXPECT_EQ(FileLock(kPath, limit).result(), Result::held);
+    holder.join();
+  }
 }
 
 TEST_F(FileLockTest, ALockIsReleasedWhenItsHolderDies) {
@@ -263,35 +253,36 @@ TEST_F(FileLockTest, TwoWaitersGetTheLockOneAfterTheOtherWhenItsHolderDies) {
   EXPECT_FALSE(host::exists(kLock));
 }
 
-TEST_F(FileLockTest, AWaiterOnARemovedLockFileStartsOver) {
-  // The holder removes the file and releases the lock after the waiter has opened the file.
-  FaultPlan plan;
-  plan.calls = {"openat", "flock"};
-  plan.before = [](std::size_t call) {
-    if (call == 2) host::remove(kLock);
+TEST_F(FileLockTest, AWaiterOnARemovedOrReplacedLockFileStartsOver) {
+  struct Case {
+    const char* why;
+    void (*replace)();
   };
-  const ArmedFaults armed{plan};
-  const FileLock lock(kPath);
-  EXPECT_TRUE(lock.isLocked());
-  EXPECT_THAT(armed.calls(), testing::ElementsAre("openat", "flock", "openat", "flock"));
-  EXPECT_TRUE(host::exists(kLock));  // a new one, locked
-  EXPECT_TRUE(isHeldElsewhere());
-}
-
-TEST_F(FileLockTest, AWaiterOnAReplacedLockFileStartsOver) {
-  FaultPlan plan;
-  plan.calls = {"openat", "flock"};
-  plan.before = [](std::size_t call) {
-    if (call != 2) return;
-    host::remove(kLock);
-    host::writeFile("/tmp/lock/other", "");  // so that the number of the removed file is not used again
-    host::writeFile(kLock, "");
+  const Case cases[] = {
+      {"removed", [] {}},
+      {"replaced",
+       [] {
+         host::writeFile("/tmp/lock/other", "");  // so that the number of the removed file is not used again
+         host::writeFile(kLock, "");
+       }},
   };
-  const ArmedFaults armed{plan};
-  const FileLock lock(kPath);
-  EXPECT_TRUE(lock.isLocked());
-  EXPECT_EQ(armed.count(), 4u);
-  EXPECT_TRUE(isHeldElsewhere());
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    // The holder removes the file and releases the lock after the waiter has opened the file.
+    FaultPlan plan;
+    plan.calls = {"openat", "flock"};
+    plan.before = [&c](std::size_t call) {
+      if (call != 2) return;
+      host::remove(kLock);
+      c.replace();
+    };
+    const ArmedFaults armed{plan};
+    const FileLock lock(kPath);
+    EXPECT_TRUE(lock.isLocked());
+    EXPECT_THAT(armed.calls(), testing::ElementsAre("openat", "flock", "openat", "flock"));
+    EXPECT_TRUE(host::exists(kLock));  // a new one, locked
+    EXPECT_TRUE(isHeldElsewhere());
+  }
 }
 
 TEST_F(FileLockTest, AFileThatReplacedTheLockFileIsNotRemoved) {
@@ -359,38 +350,15 @@ TEST_F(FileLockTest, AFaultAnywhereMeansNoLockAndLeaksNothing) {
 }
 
 TEST_F(FileLockTest, AnInterruptedWaitContinues) {
-  FaultPlan plan;
-  plan.at = 1;
-  plan.error = EINTR;
-  plan.calls = {"flock"};
-  const ArmedFaults armed{plan};
+  const ArmedFaults armed{FaultPlan{1, false, EINTR, {"flock"}}};
   EXPECT_TRUE(FileLock(kPath).isLocked());
 }
 
-// A process reads the lock directory once, so each of these tests runs itself again in a new process.
-class FileLockDirectoryTest : public HostTest {
- protected:
-  // Returns true in the new process. Otherwise it has run the test in a new process.
-  static bool isFresh() {
-    constexpr const char* mark = "RAVCTL_TEST_IS_FRESH";
-    if (::getenv(mark) != nullptr) return true;
-    const std::string name = testing::UnitTest::GetInstance()->current_test_info()->name();
-    Child child([&name] {
-      ::setenv(mark, "1", 1);
-      const std::string filter = "--gtest_filter=FileLockDirectoryTest." + name;
-      const char* words[] = {"/proc/self/exe", filter.c_str(), nullptr};
-      const int log = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-      ::dup2(log, 1);
-      ::execv(words[0], const_cast<char**>(words));
-      return 99;
-    });
-    EXPECT_EQ(child.wait(), 0);
-    return false;
-  }
-};
+// A process reads the lock directory once. GoogleTest runs suites whose name ends in DeathTest first, so no other test
+// of this process has read it yet.
+using FileLockDirectoryDeathTest = HostTest;
 
-TEST_F(FileLockDirectoryTest, TheRootMayBeTheLockDirectory) {
-  if (!isFresh()) return;
+TEST_F(FileLockDirectoryDeathTest, TheRootMayBeTheLockDirectory) {
   host::makeDirs("/tmp/root");
   Child child([] {
     ::setenv("ZUV_LOCK_DIR", "/", 1);
@@ -402,19 +370,15 @@ TEST_F(FileLockDirectoryTest, TheRootMayBeTheLockDirectory) {
   EXPECT_EQ(host::tree("/tmp/root"), "");
 }
 
-TEST_F(FileLockDirectoryTest, ALockDirectoryWithoutASlashGetsOne) {
-  if (!isFresh()) return;
-  ::setenv("ZUV_LOCK_DIR", "/tmp/locks", 1);
-  EXPECT_EQ(FileUtils::lockDir(), "/tmp/locks/");
-  EXPECT_EQ(host::modeOf("/tmp/locks"), 0750u);
-  {
+TEST_F(FileLockDirectoryDeathTest, AMissingLockDirectoryIsMade) {
+  Child child([] {
+    ::setenv("ZUV_LOCK_DIR", "/tmp/locks", 1);
     const FileLock lock("/etc/zuv/profiles/profile-1/hip.conf");
-    EXPECT_TRUE(lock.isLocked());
-    EXPECT_EQ(host::tree("/tmp/locks"), "f 0666 hip.conf.lock \"\"\n");
-  }
+    return lock.isLocked() && host::tree("/tmp/locks") == "f 0666 hip.conf.lock \"\"\n" ? 0 : 1;
+  });
+  EXPECT_EQ(child.wait(), 0);
+  EXPECT_EQ(host::modeOf("/tmp/locks"), 0750u);
   EXPECT_EQ(host::tree("/tmp/locks"), "");
-  ::setenv("ZUV_LOCK_DIR", "/later", 1);
-  EXPECT_EQ(FileUtils::lockDir(), "/tmp/locks/");
 }
 
 }  // namespace
