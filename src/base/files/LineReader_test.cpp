@@ -11,6 +11,7 @@
 
 namespace {
 
+using std::string_literals::operator""s;
 using testing::ElementsAre;
 using Texts = std::vector<std::string>;
 
@@ -40,21 +41,28 @@ Texts piecesOf(const std::string& content, std::size_t lineBufferSize) {
   return piecesOf(reader);
 }
 
-TEST_F(LineReaderTest, PiecesAreLinesWithTheirEnds) {
-  EXPECT_THAT(piecesOf("", 100), ElementsAre());
-  EXPECT_THAT(piecesOf("\n", 100), ElementsAre("\n"));
-  EXPECT_THAT(piecesOf("one\n\ntwo\r\n", 100), ElementsAre("one\n", "\n", "two\r\n"));
-}
-
-TEST_F(LineReaderTest, ALastLineWithoutNewlineIsAPiece) {
-  EXPECT_THAT(piecesOf("one\ntwo", 100), ElementsAre("one\n", "two"));
-}
-
-TEST_F(LineReaderTest, APieceIsOneByteShorterThanTheLineBuffer) {
-  EXPECT_THAT(piecesOf("1234567\nx\n", 5), ElementsAre("1234", "+567\n", "x\n"));
-  EXPECT_THAT(piecesOf("123\nx\n", 5), ElementsAre("123\n", "x\n"));
-  EXPECT_THAT(piecesOf("1234\nx\n", 5), ElementsAre("1234", "+\n", "x\n"));
-  EXPECT_THAT(piecesOf("12345678", 5), ElementsAre("1234", "+5678"));
+TEST_F(LineReaderTest, PiecesAreLinesWithTheirEndsCutToOneByteLessThanTheBuffer) {
+  struct Case {
+    const char* why;
+    std::string content;
+    std::size_t bufferSize;
+    Texts pieces;
+  };
+  const Case cases[] = {
+      {"an empty file has none", "", 100, {}},
+      {"an empty line is a piece", "\n", 100, {"\n"}},
+      {"the line ends stay", "one\n\ntwo\r\n", 100, {"one\n", "\n", "two\r\n"}},
+      {"a last line without a newline is a piece", "one\ntwo", 100, {"one\n", "two"}},
+      {"zero bytes are ordinary bytes", "a\0b\n\0"s, 100, {"a\0b\n"s, "\0"s}},
+      {"a long line is cut", "1234567\nx\n", 5, {"1234", "+567\n", "x\n"}},
+      {"a line that fits is not cut", "123\nx\n", 5, {"123\n", "x\n"}},
+      {"a newline that does not fit is a piece", "1234\nx\n", 5, {"1234", "+\n", "x\n"}},
+      {"a long last line is cut", "12345678", 5, {"1234", "+5678"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    EXPECT_EQ(piecesOf(c.content, c.bufferSize), c.pieces);
+  }
 }
 
 TEST_F(LineReaderTest, ThePiecesOfTheProgramsThreeBufferSizesAreOneByteShorter) {
@@ -66,16 +74,10 @@ TEST_F(LineReaderTest, ThePiecesOfTheProgramsThreeBufferSizesAreOneByteShorter) 
   }
 }
 
-TEST_F(LineReaderTest, ZeroBytesAreOrdinaryBytes) {
-  EXPECT_THAT(piecesOf(std::string("a\0b\n\0", 5), 100), ElementsAre(std::string("a\0b\n", 4), std::string("\0", 1)));
-}
-
 TEST_F(LineReaderTest, PiecesDoNotDependOnTheSizesOfReads) {
   const std::string content = "one\n" + std::string(3000, 'x') + "\n\nlast";
   const OpenedFile file = opened(content);
-  FaultPlan plan;
-  plan.oneByteAtATime = true;
-  const ArmedFaults armed{plan};
+  const ArmedFaults armed{FaultPlan{0, false, EIO, {}, true}};
   LineReader reader(file, 1000);
   EXPECT_THAT(piecesOf(reader),
               ElementsAre("one\n", std::string(999, 'x'), "+" + std::string(999, 'x'), "+" + std::string(999, 'x'),
@@ -108,10 +110,7 @@ TEST_F(LineReaderTest, AFileThatEndsEarlyIsNoError) {
 
 TEST_F(LineReaderTest, AReadErrorIsNotTheEnd) {
   const OpenedFile file = opened("one\n" + std::string(100000, 'x'));
-  FaultPlan plan;
-  plan.at = 2;
-  plan.calls = {"read"};
-  const ArmedFaults armed{plan};
+  const ArmedFaults armed{FaultPlan{2, false, EIO, {"read"}}};
   LineReader reader(file, 80000);
   EXPECT_THAT(piecesOf(reader), ElementsAre("one\n"));
   EXPECT_TRUE(reader.failed());
@@ -177,9 +176,7 @@ TEST_F(LineReaderTest, ASparseFileHasThePiecesOfAFullOne) {
       EXPECT_TRUE(piecesWithHoles(sparse(c.size, c.islands), bufferSize) == full);
       if (bufferSize != 1024) continue;
       const OpenedFile again = sparse(c.size, c.islands);
-      FaultPlan cut;
-      cut.oneByteAtATime = true;
-      const ArmedFaults armed{cut};
+      const ArmedFaults armed{FaultPlan{0, false, EIO, {}, true}};
       EXPECT_TRUE(piecesWithHoles(again, bufferSize) == full);
     }
   }
@@ -201,20 +198,13 @@ TEST_F(LineReaderTest, ReadingASparseFileSkipsItsHoles) {
 
 TEST_F(LineReaderTest, HolesThatTheFileSystemDoesNotReportAreRead) {
   const OpenedFile file = sparse(100000, {});
-  FaultPlan plan;
-  plan.at = 1;
-  plan.error = EINVAL;
-  plan.calls = {"lseek"};
-  const ArmedFaults armed{plan};
+  const ArmedFaults armed{FaultPlan{1, false, EINVAL, {"lseek"}}};
   EXPECT_EQ(piecesWithHoles(file, 500).size(), 201u);
 }
 
 TEST_F(LineReaderTest, AHoleThatCannotBeSkippedIsAReadError) {
   const OpenedFile file = sparse(100000, {});
-  FaultPlan plan;
-  plan.at = 2;
-  plan.calls = {"lseek"};
-  const ArmedFaults armed{plan};
+  const ArmedFaults armed{FaultPlan{2, false, EIO, {"lseek"}}};
   LineReader reader(file, 500);
   off_t length = 0;
   for (LinePiece piece; reader.next(piece);) length += static_cast<off_t>(piece.text.size());
@@ -255,9 +245,25 @@ WholeLines wholeLinesOf(const std::string& content, std::size_t limit = WholeLin
 
 TEST_F(LineReaderTest, WholeLinesAreJoinedFromPieces) {
   const std::string line(5000, 'x');
-  const WholeLines result = wholeLinesOf("one\n" + line + "\n\nlast");
-  EXPECT_THAT(result.lines, ElementsAre("one\n", line + "\n", "\n", "last"));
-  EXPECT_EQ(result.last, WholeLineReader::Result::end);
+  const std::string chunk = std::string(498, 'x') + "\r";
+  struct Case {
+    const char* why;
+    std::string content;
+    Texts lines;
+  };
+  const Case cases[] = {
+      {"a long line", "one\n" + line + "\n\nlast", {"one\n", line + "\n", "\n", "last"}},
+      {"a carriage return at the end of a piece ends the line", chunk + "next\n", {chunk, "next\n"}},
+      {"also at the end of the file", chunk, {chunk}},
+      {"a line feed behind it is a separate line", chunk + "\nnext\n", {chunk, "\n", "next\n"}},
+      {"a carriage return elsewhere is an ordinary byte", "a\rb\r\n\rc\n", {"a\rb\r\n", "\rc\n"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    const WholeLines result = wholeLinesOf(c.content);
+    EXPECT_EQ(result.lines, c.lines);
+    EXPECT_EQ(result.last, WholeLineReader::Result::end);
+  }
 }
 
 TEST_F(LineReaderTest, ALineMustBeShorterThanTheLimitLess500) {
@@ -269,21 +275,6 @@ TEST_F(LineReaderTest, ALineMustBeShorterThanTheLimitLess500) {
     EXPECT_THAT(wholeLinesOf(std::string(limit - 500 - 1, 'x'), limit).last, WholeLineReader::Result::end);
     EXPECT_THAT(wholeLinesOf(std::string(limit - 500, 'x'), limit).last, WholeLineReader::Result::tooLong);
   }
-}
-
-TEST_F(LineReaderTest, ACarriageReturnAtTheEndOfAPieceEndsTheLine) {
-  const std::string chunk = std::string(498, 'x') + "\r";
-  EXPECT_THAT(wholeLinesOf(chunk + "next\n").lines, ElementsAre(chunk, "next\n"));
-  EXPECT_THAT(wholeLinesOf(chunk).lines, ElementsAre(chunk));
-}
-
-TEST_F(LineReaderTest, ALineFeedBehindSuchACarriageReturnIsASeparateLine) {
-  const std::string line = std::string(498, 'x') + "\r";
-  EXPECT_THAT(wholeLinesOf(line + "\nnext\n").lines, ElementsAre(line, "\n", "next\n"));
-}
-
-TEST_F(LineReaderTest, ACarriageReturnElsewhereIsAnOrdinaryByte) {
-  EXPECT_THAT(wholeLinesOf("a\rb\r\n\rc\n").lines, ElementsAre("a\rb\r\n", "\rc\n"));
 }
 
 TEST_F(LineReaderTest, AHoleIsPartOfItsLine) {
@@ -308,10 +299,7 @@ TEST_F(LineReaderTest, AHoleCanMakeALineTooLongWithoutUsingMemory) {
 
 TEST_F(LineReaderTest, AReadErrorInAWholeLineIsReported) {
   const OpenedFile file = opened(std::string(100000, 'x'));
-  FaultPlan plan;
-  plan.at = 2;
-  plan.calls = {"read"};
-  const ArmedFaults armed{plan};
+  const ArmedFaults armed{FaultPlan{2, false, EIO, {"read"}}};
   WholeLineReader reader(file, WholeLineReader::defaultLimit);
   std::string line;
   EXPECT_EQ(reader.next(line), WholeLineReader::Result::failed);
