@@ -12,36 +12,25 @@ constexpr const char* kFile = "/tmp/file";
 
 class DirectoryEntriesTest : public HostTest {};
 
-TEST_F(DirectoryEntriesTest, ADirectoryIsMadeWithTheModeLessTheUmask) {
+TEST_F(DirectoryEntriesTest, MakeDirMakesOneMissingDirectoryWithTheModeLessTheUmask) {
   ::umask(027);
-  EXPECT_THAT(FileUtils::makeDir("/tmp/new", 0755), HasCode(status::success));
-  EXPECT_EQ(host::modeOf("/tmp/new"), 0750u);
-}
-
-TEST_F(DirectoryEntriesTest, AnExistingEntryCountsAsADirectoryMade) {
-  host::makeDirs("/tmp/there", 0700);
-  EXPECT_THAT(FileUtils::makeDir("/tmp/there", 0755), HasCode(status::success));
-  EXPECT_EQ(host::modeOf("/tmp/there"), 0700u);
-  host::writeFile(kFile, "");
-  EXPECT_THAT(FileUtils::makeDir(kFile, 0755), HasCode(status::success));
-}
-
-TEST_F(DirectoryEntriesTest, MissingParentDirectoriesAreNotMade) {
+  host::makeDirs("/tmp/directory", 0700);
+  host::writeFile("/tmp/file", "");
+  for (const char* path : {"/tmp/new", "/tmp/directory", "/tmp/file"}) {
+    SCOPED_TRACE(path);
+    EXPECT_THAT(FileUtils::makeDir(path, 0755), HasCode(status::success));
+  }
   EXPECT_THAT(FileUtils::makeDir("/tmp/a/b", 0755), HasCode(status::mkdirError));
-  EXPECT_FALSE(host::exists("/tmp/a"));
+  EXPECT_EQ(host::tree("/tmp"), "d 0700 directory\nf 0644 file \"\"\nd 1777 lock\nd 0750 new\n");
 }
 
-TEST_F(DirectoryEntriesTest, ANewDirectoryHasItsModeWhateverTheUmask) {
+TEST_F(DirectoryEntriesTest, ANewDirectoryHasItsModeWhateverTheUmaskUnlessAnEntryOfAnyKindExists) {
   ::umask(0777);
   EXPECT_EQ(FileUtils::makeNewDir("/tmp/new", 0755), FileUtils::NewDir::made);
   EXPECT_EQ(host::modeOf("/tmp/new"), 0755u);
-}
-
-TEST_F(DirectoryEntriesTest, AnExistingEntryOfAnyKindIsReportedAsExisting) {
-  host::makeDirs("/tmp/directory");
   host::writeFile("/tmp/file", "");
   host::makeLink("/tmp/nowhere", "/tmp/missing");
-  for (const char* path : {"/tmp/directory", "/tmp/file", "/tmp/nowhere"}) {
+  for (const char* path : {"/tmp/new", "/tmp/file", "/tmp/nowhere"}) {
     SCOPED_TRACE(path);
     EXPECT_EQ(FileUtils::makeNewDir(path, 0755), FileUtils::NewDir::exists);
   }
@@ -50,79 +39,59 @@ TEST_F(DirectoryEntriesTest, AnExistingEntryOfAnyKindIsReportedAsExisting) {
 
 TEST_F(DirectoryEntriesTest, ANewDirectoryWhoseModeCannotBeSetIsRemovedAgain) {
   ::umask(0077);
-  FaultPlan plan;
-  plan.at = 1;
-  plan.calls = {"chmod"};
-  const ArmedFaults armed{plan};
+  const ArmedFaults armed{FaultPlan{1, false, EIO, {"chmod"}}};
   EXPECT_EQ(FileUtils::makeNewDir("/tmp/new", 0755), FileUtils::NewDir::failed);
   EXPECT_FALSE(host::exists("/tmp/new"));
 }
 
-TEST_F(DirectoryEntriesTest, AModeIsSet) {
+TEST_F(DirectoryEntriesTest, AModeIsSetAndTheCurrentModeNeedsNoPermission) {
   host::writeFile(kFile, "", 0600);
   EXPECT_THAT(FileUtils::setMode(kFile, 0666), HasCode(status::success));
   EXPECT_EQ(host::modeOf(kFile), 0666u);
   EXPECT_THAT(FileUtils::setMode("/tmp/missing", 0666), HasCode(status::chmodError));
-}
-
-TEST_F(DirectoryEntriesTest, SettingTheCurrentModeNeedsNoPermission) {
-  host::writeFile(kFile, "", 0666);
-  FaultPlan plan;
-  plan.at = 1;
-  plan.fromThereOn = true;
-  plan.error = EPERM;
-  plan.calls = {"chmod"};
-  const ArmedFaults armed{plan};
+  const ArmedFaults armed{FaultPlan{1, true, EPERM, {"chmod"}}};
   EXPECT_THAT(FileUtils::setMode(kFile, 0666), HasCode(status::success));
   EXPECT_THAT(FileUtils::setMode(kFile, 0640), HasCode(status::chmodError));
 }
 
-TEST_F(DirectoryEntriesTest, AMissingPathCountsAsRemoved) {
-  EXPECT_THAT(FileUtils::removeFile("/tmp/missing"), HasCode(status::success));
-  EXPECT_THAT(FileUtils::removeDir("/tmp/missing"), HasCode(status::success));
-  EXPECT_THAT(FileUtils::removePath("/tmp/missing"), HasCode(status::success));
-}
-
-TEST_F(DirectoryEntriesTest, FilesAndEmptyDirectoriesAreRemoved) {
-  host::writeFile("/tmp/file", "");
-  host::makeDirs("/tmp/directory");
-  EXPECT_THAT(FileUtils::removeFile("/tmp/directory"), HasCode(status::unlinkError));
-  EXPECT_THAT(FileUtils::removeDir("/tmp/file"), HasCode(status::rmdirError));
-  EXPECT_THAT(FileUtils::removeFile("/tmp/file"), HasCode(status::success));
-  EXPECT_THAT(FileUtils::removeDir("/tmp/directory"), HasCode(status::success));
-  EXPECT_FALSE(host::exists("/tmp/file"));
-  EXPECT_FALSE(host::exists("/tmp/directory"));
-}
-
-TEST_F(DirectoryEntriesTest, RemovePathRemovesFilesAndEmptyDirectories) {
-  host::writeFile("/tmp/file", "");
-  host::makeDirs("/tmp/directory");
-  host::writeFile("/tmp/full/file", "");
-  EXPECT_THAT(FileUtils::removePath("/tmp/file"), HasCode(status::success));
-  EXPECT_THAT(FileUtils::removePath("/tmp/directory"), HasCode(status::success));
-  EXPECT_THAT(FileUtils::removePath("/tmp/full"), HasCode(status::rmdirError));
-  EXPECT_FALSE(host::exists("/tmp/file"));
-  EXPECT_FALSE(host::exists("/tmp/directory"));
-  EXPECT_TRUE(host::exists("/tmp/full/file"));
-}
-
-TEST_F(DirectoryEntriesTest, ALinkIsRemovedAndItsTargetStays) {
-  host::writeFile(kFile, "x");
-  host::makeLink("/tmp/link", kFile);
-  EXPECT_THAT(FileUtils::removeFile("/tmp/link"), HasCode(status::success));
-  EXPECT_FALSE(host::exists("/tmp/link"));
-  EXPECT_TRUE(host::exists(kFile));
+TEST_F(DirectoryEntriesTest, FilesAndEmptyDirectoriesAreRemovedAndAMissingPathCountsAsRemoved) {
+  struct Case {
+    const char* why;
+    Status (*remove)(const std::string& path);
+    StatusCode ofMissing, ofFile, ofLink, ofDirectory, ofFullDirectory;
+    const char* left;
+  };
+  const Case cases[] = {
+      {"removeFile", FileUtils::removeFile, status::success, status::success, status::success, status::unlinkError,
+       status::unlinkError, "d 0755 directory\nd 0755 full\nf 0644 full/file \"\"\n"},
+      {"removeDir", FileUtils::removeDir, status::success, status::rmdirError, status::rmdirError, status::success,
+       status::rmdirError, "f 0644 file \"\"\nd 0755 full\nf 0644 full/file \"\"\nl link -> full/file\n"},
+      {"removePath", FileUtils::removePath, status::success, status::success, status::success, status::success,
+       status::rmdirError, "d 0755 full\nf 0644 full/file \"\"\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::remove("/tmp/all");
+    host::writeFile("/tmp/all/file", "");
+    host::makeDirs("/tmp/all/directory");
+    host::writeFile("/tmp/all/full/file", "");
+    host::makeLink("/tmp/all/link", "full/file");
+    EXPECT_THAT(c.remove("/tmp/all/missing"), HasCode(c.ofMissing));
+    EXPECT_THAT(c.remove("/tmp/all/file"), HasCode(c.ofFile));
+    EXPECT_THAT(c.remove("/tmp/all/link"), HasCode(c.ofLink));
+    EXPECT_THAT(c.remove("/tmp/all/directory"), HasCode(c.ofDirectory));
+    EXPECT_THAT(c.remove("/tmp/all/full"), HasCode(c.ofFullDirectory));
+    EXPECT_EQ(host::tree("/tmp/all"), c.left);
+  }
 }
 
 TEST_F(DirectoryEntriesTest, ARenameReplacesAFileOnlyIfOverwriteIsSet) {
   host::writeFile("/tmp/from", "from");
   host::writeFile("/tmp/to", "to");
   EXPECT_THAT(FileUtils::renameFile("/tmp/from", "/tmp/to", false), HasCode(status::renameError));
-  EXPECT_EQ(host::readFile("/tmp/from"), "from");
-  EXPECT_EQ(host::readFile("/tmp/to"), "to");
+  EXPECT_EQ(host::tree("/tmp"), "f 0644 from \"from\"\nd 1777 lock\nf 0644 to \"to\"\n");
   EXPECT_THAT(FileUtils::renameFile("/tmp/from", "/tmp/to", true), HasCode(status::success));
-  EXPECT_EQ(host::readFile("/tmp/to"), "from");
-  EXPECT_FALSE(host::exists("/tmp/from"));
+  EXPECT_EQ(host::tree("/tmp"), "d 1777 lock\nf 0644 to \"from\"\n");
 }
 
 TEST_F(DirectoryEntriesTest, ARenameToANewNameWorksWithAndWithoutOverwrite) {
