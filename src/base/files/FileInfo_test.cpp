@@ -57,25 +57,21 @@ TEST_F(FileInfoTest, ASizeIsInBytesOrMinusOne) {
   EXPECT_EQ(FileUtils::fileSize(""), -1);
 }
 
-TEST_F(FileInfoTest, AModificationTimeIsInWholeSeconds) {
-  host::writeFile(kFile, "");
-  setModified(kFile, 1709294400);
-  EXPECT_EQ(FileUtils::fileModifiedMicros(kFile), 1709294400 * kSecond);
-  EXPECT_EQ(FileUtils::fileModifiedMicros("/tmp/missing"), 0);
-  EXPECT_EQ(FileUtils::fileModifiedMicros(""), 0);
-}
-
-TEST_F(FileInfoTest, AModificationTimeThatOverflowsIsZero) {
+TEST_F(FileInfoTest, AModificationTimeIsInWholeSecondsAndZeroIfItIsUnknownOrOverflows) {
   constexpr std::int64_t tooLate = std::numeric_limits<std::int64_t>::max() / kSecond + 1;
   host::writeFile(kFile, "");
+  for (const std::int64_t seconds : {std::int64_t{1709294400}, tooLate - 1}) {
+    setModified(kFile, seconds);
+    EXPECT_EQ(FileUtils::fileModifiedMicros(kFile), seconds * kSecond);
+  }
   setModified(kFile, tooLate);
   struct stat info = {};
   ASSERT_EQ(::stat(kFile, &info), 0);
   ASSERT_EQ(info.st_mtime, tooLate);
   EXPECT_EQ(FileUtils::fileModifiedMicros(kFile), 0);
   EXPECT_FALSE(FileUtils::isFreshRegularFile(kFile, 200 * kSecond));
-  setModified(kFile, tooLate - 1);
-  EXPECT_EQ(FileUtils::fileModifiedMicros(kFile), (tooLate - 1) * kSecond);
+  EXPECT_EQ(FileUtils::fileModifiedMicros("/tmp/missing"), 0);
+  EXPECT_EQ(FileUtils::fileModifiedMicros(""), 0);
 }
 
 TEST_F(FileInfoTest, AFileIsFreshUntilItReachesTheMaximumAge) {

@@ -13,19 +13,13 @@ namespace {
 
 class ProgramDirectoriesTest : public HostTest {};
 
-TEST_F(ProgramDirectoriesTest, TheWorkingDirectoryIsReturned) {
+TEST_F(ProgramDirectoriesTest, TheWorkingDirectoryIsReturnedUntilItIsRemoved) {
   host::makeDirs("/tmp/here");
   ASSERT_EQ(::chdir("/tmp/here"), 0);
   std::string dir = "old";
   EXPECT_THAT(FileUtils::getCurrentDir(dir), HasCode(status::success));
   EXPECT_EQ(dir, "/tmp/here");
-}
-
-TEST_F(ProgramDirectoriesTest, ARemovedWorkingDirectoryIsAFailure) {
-  host::makeDirs("/tmp/here");
-  ASSERT_EQ(::chdir("/tmp/here"), 0);
   host::remove("/tmp/here");
-  std::string dir = "old";
   EXPECT_THAT(FileUtils::getCurrentDir(dir), HasCode(status::getcwdError));
   EXPECT_EQ(dir, "");
 }
@@ -71,22 +65,25 @@ std::string directoryIn(const char* variable, const char* value, const std::stri
 // of this process has read them yet.
 using ProgramDirectoryDeathTest = HostTest;
 
-TEST_F(ProgramDirectoryDeathTest, TheTemporaryDirectoryEndsInASlashAndIsMade) {
-  EXPECT_EQ(directoryIn("ZUV_TMP_DIR", nullptr, FileUtils::tempDir), "/tmp/");
-  EXPECT_EQ(directoryIn("ZUV_TMP_DIR", "", FileUtils::tempDir), "/tmp/");
-  EXPECT_EQ(directoryIn("ZUV_TMP_DIR", "/tmp/ours", FileUtils::tempDir), "/tmp/ours/");
-  EXPECT_EQ(host::modeOf("/tmp/ours"), 0750u);
-  EXPECT_EQ(directoryIn("ZUV_TMP_DIR", "/tmp/missing/ours/", FileUtils::tempDir), "/tmp/missing/ours/");
-}
-
-TEST_F(ProgramDirectoryDeathTest, TheLockDirectoryEndsInASlashAndIsMade) {
-  host::remove("/tmp/lock");
-  EXPECT_EQ(directoryIn("ZUV_LOCK_DIR", nullptr, FileUtils::lockDir), "/tmp/lock/");
+TEST_F(ProgramDirectoryDeathTest, TheTemporaryAndTheLockDirectoryEndInASlashAndAreMade) {
+  struct Case {
+    const char* variable;
+    const std::string& (*directory)();
+    const char* fallback;
+  };
+  const Case cases[] = {{"ZUV_TMP_DIR", FileUtils::tempDir, "/tmp/"},
+                        {"ZUV_LOCK_DIR", FileUtils::lockDir, "/tmp/lock/"}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.variable);
+    host::remove("/tmp/lock");
+    host::remove("/tmp/ours");
+    EXPECT_EQ(directoryIn(c.variable, nullptr, c.directory), c.fallback);
+    EXPECT_EQ(directoryIn(c.variable, "", c.directory), c.fallback);
+    EXPECT_EQ(directoryIn(c.variable, "/tmp/ours", c.directory), "/tmp/ours/");
+    EXPECT_EQ(host::modeOf("/tmp/ours"), 0750u);
+    EXPECT_EQ(directoryIn(c.variable, "/tmp/missing/ours/", c.directory), "/tmp/missing/ours/");
+  }
   EXPECT_EQ(host::modeOf("/tmp/lock"), 0750u);
-  EXPECT_EQ(directoryIn("ZUV_LOCK_DIR", "", FileUtils::lockDir), "/tmp/lock/");
-  EXPECT_EQ(directoryIn("ZUV_LOCK_DIR", "/tmp/ours", FileUtils::lockDir), "/tmp/ours/");
-  EXPECT_EQ(host::modeOf("/tmp/ours"), 0750u);
-  EXPECT_EQ(directoryIn("ZUV_LOCK_DIR", "/tmp/missing/ours/", FileUtils::lockDir), "/tmp/missing/ours/");
 }
 
 }  // namespace

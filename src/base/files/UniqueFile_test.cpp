@@ -57,19 +57,14 @@ TEST_F(UniqueFileTest, AUniqueFileIsNewOpenForReadingAndWritingAndMode0644) {
   EXPECT_EQ(::fcntl(::fileno(stream.get()), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
 }
 
-TEST_F(UniqueFileTest, AUniqueFileIsSubjectToTheUmask) {
+TEST_F(UniqueFileTest, AUniqueFileIsSubjectToTheUmaskAndASecondOneHasAnotherName) {
   ::umask(077);
-  std::string path;
-  const Stream stream(FileUtils::makeUniqueFile("/tmp/bundle", path));
-  ASSERT_NE(stream, nullptr);
-  EXPECT_EQ(host::modeOf(path), 0600u);
-}
-
-TEST_F(UniqueFileTest, TwoUniqueFilesHaveDifferentNames) {
   std::string one;
   std::string two;
   const Stream first(FileUtils::makeUniqueFile("/tmp/bundle", one));
   const Stream second(FileUtils::makeUniqueFile("/tmp/bundle", two));
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(host::modeOf(one), 0600u);
   EXPECT_NE(one, two);
 }
 
@@ -100,7 +95,6 @@ TEST_F(UniqueFileTest, TheEleventhNameMayStillSucceed) {
     host::remove("/tmp/late");
     LogTap tap;
     FaultPlan plan;
-    plan.at = 1000;
     plan.calls = {"open"};
     plan.before = [failures](std::size_t call) {
       if (call == failures + 1) host::makeDirs("/tmp/late");
@@ -125,10 +119,7 @@ TEST_F(UniqueFileTest, AUniquePathBeyond4095BytesIsRefusedWithoutLogging) {
 }
 
 TEST_F(UniqueFileTest, AFailureToMakeTheStreamLeavesNoFile) {
-  FaultPlan plan;
-  plan.at = 1;
-  plan.calls = {"fdopen"};
-  const ArmedFaults armed{plan};
+  const ArmedFaults armed{FaultPlan{1, false, EIO, {"fdopen"}}};
   std::string path = "old";
   EXPECT_EQ(FileUtils::makeUniqueFile("/tmp/bundle", path), nullptr);
   EXPECT_EQ(path, "old");
