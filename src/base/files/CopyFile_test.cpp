@@ -104,6 +104,7 @@ TEST_F(CopyFileTest, AFileIsNotCopiedOntoItselfEvenIfItCannotBeWritten) {
   ASSERT_EQ(::link(kFrom, "/tmp/hard"), 0);
   const host::BoundByModes bound;
   for (const mode_t mode : {mode_t{0644}, mode_t{0444}}) {
+    SCOPED_TRACE(mode);
     host::setMode(kFrom, mode);
     for (const char* to : {kFrom, "/tmp/link", "/tmp/hard", "/tmp/../tmp/from"}) {
       SCOPED_TRACE(to);

@@ -68,9 +68,9 @@ void waitFor(const std::function<bool()>& condition) {
   EXPECT_TRUE(condition());
 }
 
-bool isHeldElsewhere(const char* path = kPath) { return FileLock(path, kAtOnce).result() == Result::busy; }
+bool isHeldElsewhere() { return FileLock(kPath, kAtOnce).result() == Result::busy; }
 
-// Takes the lock, makes a file as a sign of that, and does not end.
+// Takes the lock, creates a file to show that it has it, and never ends.
 int holdForever() {
   const FileLock lock(kPath);
   if (!lock.isLocked()) return 1;
@@ -78,7 +78,7 @@ int holdForever() {
   for (;;) ::pause();
 }
 
-TEST_F(FileLockTest, ALockIsAFileOfItsNameWhileItIsHeldAndTheUmaskDoesNotAffectItNorChange) {
+TEST_F(FileLockTest, ALockIsAFileOfMode0666WhileItIsHeldWhateverTheUmask) {
   ::umask(077);
   {
     const FileLock lock(kPath);
@@ -88,7 +88,7 @@ TEST_F(FileLockTest, ALockIsAFileOfItsNameWhileItIsHeldAndTheUmaskDoesNotAffectI
     EXPECT_EQ(host::modeOf(kLock), 0666u);
   }
   EXPECT_FALSE(host::exists(kLock));
-  EXPECT_EQ(::umask(022), 077u);
+  EXPECT_EQ(::umask(022), 077u) << "the umask is restored";
 }
 
 TEST_F(FileLockTest, TheLockIsNamedAfterTheLastComponent) {
@@ -103,14 +103,14 @@ TEST_F(FileLockTest, TheLockIsNamedAfterTheLastComponent) {
   for (const Case& c : cases) EXPECT_EQ(FileLock(c.path).lockPath(), c.lockPath);
 }
 
-TEST_F(FileLockTest, LocksOnOneNameInTwoDirectoriesExcludeEachOtherAndTheLoserRemovesNothing) {
+TEST_F(FileLockTest, LocksOnOneNameInTwoDirectoriesExcludeEachOther) {
   const FileLock one("/etc/zuv/profiles/profile-1/hip.conf");
   {
     const FileLock two("/etc/zuv/profiles/profile-2/hip.conf", kAtOnce);
     EXPECT_EQ(two.result(), Result::busy);
     EXPECT_FALSE(two.isLocked());
   }
-  EXPECT_TRUE(host::exists(kLock));
+  EXPECT_TRUE(host::exists(kLock)) << "a lock that was not taken removes nothing";
   EXPECT_EQ(FileLock("/etc/zuv/profiles/profile-2/endbox.conf", kAtOnce).result(), Result::held);
 }
 

@@ -50,7 +50,7 @@ TEST_F(KeyValueFileTest, ALineIsSplitIntoKeyValueAndComment) {
       {"a comment without a blank", "k=v#note", true, "k", "v", " #note"},
       {"the comment ends with the trimmed line", "k=v #  note  \n", true, "k", "v", " #  note"},
       {"a hash directly behind the separator is the value", "key=#x", true, "key", "#x", ""},
-      {"even if another hash follows", "key=#x #y", true, "key", "#x #y", ""},
+      {"also if another hash follows the value", "key=#x #y", true, "key", "#x #y", ""},
       {"a hash behind a blank is a comment", "key= #x", true, "key", "", " #x"},
       {"an empty value", "k=", true, "k", "", ""},
       {"an empty key", "=v", true, "", "v", ""},
@@ -83,7 +83,7 @@ TEST_F(KeyValueFileTest, ALineIsSplitIntoKeyValueAndComment) {
 
 // --- Reading
 
-TEST_F(KeyValueFileTest, AllPairsAreReadTheLastOfAKeyWinsAndOtherKeysOfTheMapStay) {
+TEST_F(KeyValueFileTest, ReadPairsReplaceThoseOfTheMapAndTheLastPairOfAKeyWins) {
   host::writeFile(kFile, "# head\n\nb=2\na=1\ntext\nb=3");
   KeyValueMap map{{"a", "old"}, {"z", "26"}};
   EXPECT_TRUE(FileUtils::readKeyValueFile(kFile, map, '='));
@@ -177,9 +177,9 @@ TEST_F(KeyValueFileTest, AFileThatWouldNotChangeIsNotWritten) {
   };
   const Case cases[] = {
       {"quotes, a comment and an empty last line stay", "a = '1' # note\n\n", writeMap},
-      {"a missing newline stays away", "a=1", writeMap},
-      {"an empty file", "", [] { return FileUtils::writeKeyValueFile(kFile, {}, '='); }},
-      {"a value that is set to itself", "a = '1'\n", [] { return FileUtils::setKeyValue(kFile, "a", "1"); }},
+      {"a newline that is missing is not added", "a=1", writeMap},
+      {"an empty file stays empty", "", [] { return FileUtils::writeKeyValueFile(kFile, {}, '='); }},
+      {"a key that is set to its present value", "a = '1'\n", [] { return FileUtils::setKeyValue(kFile, "a", "1"); }},
   };
   const timespec times[2] = {{1000, 0}, {1000, 0}};
   for (const Case& c : cases) {
@@ -271,7 +271,7 @@ TEST_F(KeyValueFileTest, UpdatesNeedAReadableFileAndAreWrittenWithAnEqualsSign) 
   EXPECT_EQ(host::readFile(kFile), "a:1\na=1\nb=2\n");
 }
 
-// --- Pairs that the format cannot carry
+// --- Pairs that the format cannot hold
 
 TEST_F(KeyValueFileTest, NewAndChangedPairsThatTheFormatCannotHoldAreRefused) {
   struct Case {

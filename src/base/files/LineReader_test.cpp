@@ -11,7 +11,7 @@
 
 namespace {
 
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 using testing::ElementsAre;
 using Texts = std::vector<std::string>;
 
@@ -26,7 +26,7 @@ OpenedFile opened(const std::string& content) {
   return file;
 }
 
-// Returns all pieces. A piece that continues a line is marked by a plus.
+// Returns all pieces. A plus marks a piece that continues a line.
 Texts piecesOf(LineReader& reader) {
   Texts pieces;
   for (LinePiece piece; reader.next(piece);) {
@@ -133,7 +133,7 @@ OpenedFile sparse(off_t size, const Islands& islands) {
   return file;
 }
 
-// Returns the pieces, including those that were left out because they lie in holes.
+// Returns all pieces. Adds those that the reader left out because they lie in holes.
 Texts piecesWithHoles(const OpenedFile& file, std::size_t lineBufferSize) {
   LineReader reader(file, lineBufferSize);
   const std::size_t whole = lineBufferSize - 1;
@@ -212,7 +212,7 @@ TEST_F(LineReaderTest, AHoleThatCannotBeSkippedIsAReadError) {
   EXPECT_LT(length, 100000);
 }
 
-// --- Ends
+// --- Pieces and readers without text
 
 TEST_F(LineReaderTest, APieceWithoutATextEndsNoLine) {
   EXPECT_FALSE(LinePiece().endsLine());
@@ -252,10 +252,10 @@ TEST_F(LineReaderTest, WholeLinesAreJoinedFromPieces) {
     Texts lines;
   };
   const Case cases[] = {
-      {"a long line", "one\n" + line + "\n\nlast", {"one\n", line + "\n", "\n", "last"}},
+      {"a line longer than a piece is joined", "one\n" + line + "\n\nlast", {"one\n", line + "\n", "\n", "last"}},
       {"a carriage return at the end of a piece ends the line", chunk + "next\n", {chunk, "next\n"}},
-      {"also at the end of the file", chunk, {chunk}},
-      {"a line feed behind it is a separate line", chunk + "\nnext\n", {chunk, "\n", "next\n"}},
+      {"a carriage return at the end of the file too", chunk, {chunk}},
+      {"a line feed behind such a carriage return is a separate line", chunk + "\nnext\n", {chunk, "\n", "next\n"}},
       {"a carriage return elsewhere is an ordinary byte", "a\rb\r\n\rc\n", {"a\rb\r\n", "\rc\n"}},
   };
   for (const Case& c : cases) {

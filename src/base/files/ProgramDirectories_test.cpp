@@ -40,7 +40,8 @@ TEST_F(ProgramDirectoriesTest, AWorkingDirectoryBeyondTheBufferIsAFailure) {
 
 TEST_F(ProgramDirectoriesTest, TheConfigurationRootIsFixed) { EXPECT_STREQ(FileUtils::configRoot(), "/etc/zuv/"); }
 
-// Returns the result of the function in a child with that value of the environment variable; null means without it.
+// Returns the result of the function in a child process where the environment variable has that value. If the value is
+// null, the variable is not set. Returns "changed" if a later value of the variable changes the result.
 // Each call needs a new process, because a process reads the directory once.
 std::string directoryIn(const char* variable, const char* value, const std::string& (*directory)()) {
   int ends[2];

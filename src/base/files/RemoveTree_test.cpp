@@ -19,7 +19,7 @@ constexpr const char* kTree = "/tmp/tree";
 
 class RemoveTreeTest : public HostTest {};
 
-// A chain of directories, each named d, below the tree.
+// Creates a chain of directories below the tree, each with the name d.
 void makeDeepTree(int depth) {
   std::string path = kTree;
   for (int i = 0; i < depth; ++i) path += "/d";
@@ -234,8 +234,9 @@ TEST_F(RemoveTreeTest, ADirectoryThatCannotBeReadDoesNotStopTheRemovalOfOthers) 
 }
 
 TEST_F(RemoveTreeTest, TheLastFileIsRemovedAfterEverythingElse) {
-  for (const char* file : {"a", "last", "sub/file", "sub/last", "z"})
+  for (const char* file : {"a", "last", "sub/file", "sub/last", "z"}) {
     host::writeFile(std::string(kTree) + "/" + file, "");
+  }
   std::string lastTree;  // the last one that still has the file
   FaultPlan plan;
   plan.calls = {"unlinkat", "rmdir"};
@@ -259,13 +260,12 @@ TEST_F(RemoveTreeTest, AFaultAnywhereLeaksNothingAndTouchesNothingElse) {
   }};
   // The file system decides in which order a directory lists its entries, so the order of some of the calls is open.
   const std::vector<std::string> calls = {
-      "lstat",    "lstat",     "openat",   "fstat",  // open the top
-      "openat",   "fdopendir", "readdir",  "readdir", "readdir", "readlinkat", "stat",
-      "readdir",  "readdir",   "closedir",                                                  // list it
-      "unlinkat",                                                                           // the link
-      "openat",   "fstat",                                                                  // open a
-      "openat",   "fdopendir", "readdir",  "readdir", "readdir", "readdir",    "closedir",  // list it
-      "unlinkat", "unlinkat",  "close",    "close",   "rmdir",                              // the file, a and the top
+      "lstat",      "lstat",     "openat",   "fstat",                                                  // open the top
+      "openat",     "fdopendir", "readdir",  "readdir", "readdir", "readdir", "readdir",  "closedir",  // list it
+      "readlinkat", "stat",      "unlinkat",  // examine the link and remove it
+      "openat",     "fstat",                  // open a
+      "openat",     "fdopendir", "readdir",  "readdir", "readdir", "readdir", "closedir",  // list it
+      "unlinkat",   "unlinkat",  "close",    "close",   "rmdir",  // remove the file, a and the top
   };
   const auto remove = [] { return FileUtils::removeTree(kTree); };
   loop.prepare();

@@ -16,32 +16,27 @@ using testing::MatchesRegex;
 using testing::SizeIs;
 using Texts = std::vector<std::string>;
 
-class UniqueFileTest : public HostTest {};
-
 struct CloseStream {
   void operator()(std::FILE* stream) const { std::fclose(stream); }
 };
 using Stream = std::unique_ptr<std::FILE, CloseStream>;
 
-// Records all log entries during its lifetime.
-class LogTap {
+std::vector<std::string> entries;  // all log entries of a test
+
+class Recorder : public BasicLog::LogMessageProcessor {
  public:
-  LogTap() { BasicLog::setSyncProcessor(new Processor(entries)); }
-  ~LogTap() { BasicLog::setSyncProcessor(nullptr); }
+  void process(std::unique_ptr<const BasicLog::LogMessage>& message) override { entries.push_back(lineOf(*message)); }
+};
 
-  std::vector<std::string> entries;
-
- private:
-  class Processor : public BasicLog::LogMessageProcessor {
-   public:
-    explicit Processor(std::vector<std::string>& sink) : entries_(sink) {}
-    void process(std::unique_ptr<const BasicLog::LogMessage>& message) override {
-      entries_.push_back(lineOf(*message));
-    }
-
-   private:
-    std::vector<std::string>& entries_;
-  };
+class UniqueFileTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    if (IsSkipped()) return;
+    entries.clear();
+    BasicLog::setSyncProcessor(new Recorder);
+  }
+  void TearDown() override { BasicLog::setSyncProcessor(nullptr); }
 };
 
 TEST_F(UniqueFileTest, AUniqueFileIsNewOpenForReadingAndWritingAndMode0644) {
@@ -69,31 +64,29 @@ TEST_F(UniqueFileTest, AUniqueFileIsSubjectToTheUmaskAndASecondOneHasAnotherName
 }
 
 TEST_F(UniqueFileTest, ElevenNamesAreTriedAndEachFailureIsLogged) {
-  LogTap tap;
   std::string path = "old";
   EXPECT_EQ(FileUtils::makeUniqueFile("/tmp/missing/bundle", path), nullptr);
   EXPECT_EQ(path, "old");
   EXPECT_EQ(
-      tap.entries,
+      entries,
       Texts(11, "[ERROR] basiclib FileUtils.cpp makeUniqueFile failed to open file: error=No such file or directory"));
 }
 
 TEST_F(UniqueFileTest, AFailureIsNotLoggedIfErrorsAreNotLogged) {
   BasicLog::Logger& logger = BasicLog::getLogger(BasicLog::basiclibLogger);
   const BasicLog::Level before = logger.threshold();
-  LogTap tap;
   std::string path = "old";
   logger.setThreshold(BasicLog::Level::fatal);
   EXPECT_EQ(FileUtils::makeUniqueFile("/tmp/missing/bundle", path), nullptr);
   logger.setThreshold(before);
-  EXPECT_THAT(tap.entries, SizeIs(0));
+  EXPECT_THAT(entries, SizeIs(0));
 }
 
 TEST_F(UniqueFileTest, TheEleventhNameMayStillSucceed) {
   for (const std::size_t failures : {0U, 1U, 9U, 10U}) {
     SCOPED_TRACE(failures);
     host::remove("/tmp/late");
-    LogTap tap;
+    entries.clear();
     FaultPlan plan;
     plan.calls = {"open"};
     plan.before = [failures](std::size_t call) {
@@ -103,18 +96,17 @@ TEST_F(UniqueFileTest, TheEleventhNameMayStillSucceed) {
     std::string path;
     const Stream stream(FileUtils::makeUniqueFile("/tmp/late/bundle", path));
     EXPECT_NE(stream, nullptr);
-    EXPECT_THAT(tap.entries, SizeIs(failures));
+    EXPECT_THAT(entries, SizeIs(failures));
   }
 }
 
 TEST_F(UniqueFileTest, AUniquePathBeyond4095BytesIsRefusedWithoutLogging) {
-  LogTap tap;
   std::string path = "old";
   EXPECT_EQ(FileUtils::makeUniqueFile("/tmp/" + std::string(4084, 'x'), path), nullptr);  // 4,096 bytes with the suffix
-  EXPECT_THAT(tap.entries, SizeIs(0));
+  EXPECT_THAT(entries, SizeIs(0));
   EXPECT_EQ(FileUtils::makeUniqueFile("/tmp/" + std::string(4083, 'x'), path),
             nullptr);  // 4,095 bytes, but a component that is too long
-  EXPECT_THAT(tap.entries, SizeIs(11));
+  EXPECT_THAT(entries, SizeIs(11));
   EXPECT_EQ(path, "old");
 }
 

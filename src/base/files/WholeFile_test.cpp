@@ -98,7 +98,7 @@ TEST_F(WholeFileTest, AFailedReadIsAReadErrorAndLeavesTheResultEmpty) {
   };
   const Case cases[] = {
       {"the whole file", 1, [&] { return FileUtils::readFile(kFile, bytes); }},
-      {"all lines, of which the first was read", 2, [&] { return FileUtils::readLines(kFile, lines); }},
+      {"all lines, at the second read", 2, [&] { return FileUtils::readLines(kFile, lines); }},
       {"the first line", 1, [&] { return FileUtils::readFirstLine(kFile, line); }},
   };
   for (const Case& c : cases) {
@@ -236,7 +236,7 @@ TEST_F(WholeFileTest, LinesLoseTheirLineEndsAndEmptyLinesStay) {
       {"an empty line", "one\n\ntwo\n", {"one", "", "two"}},
       {"only a newline", "\n", {""}},
       {"CR LF", "one\r\ntwo\r\n", {"one", "two"}},
-      {"several ends", std::string("one\r\0\r\n", 7), {"one"}},
+      {"several CR, LF and zero bytes at the end", std::string("one\r\0\r\n", 7), {"one"}},
       {"blanks stay", "  one \t\n", {"  one \t"}},
       {"a CR inside stays", "a\rb\n", {"a\rb"}},
       {"a zero byte inside stays", std::string("a\0b\n", 4), {std::string("a\0b", 3)}},
