@@ -55,18 +55,28 @@ TEST_F(DirectoryListingTest, NamesComeInTheOrderOfTheDirectory) {
   EXPECT_EQ(FileUtils::listDirectory("/tmp/list").files, expected);
 }
 
-TEST_F(DirectoryListingTest, OnlyAReadableDirectoryIsListedWithSuccess) {
+TEST_F(DirectoryListingTest, OnlyAReadableDirectoryIsOpenedAndListed) {
   host::makeDirs("/tmp/empty");
+  host::makeLink("/tmp/link", "/tmp/empty");
   host::writeFile("/tmp/file", "");
   host::makeFifo("/tmp/fifo");
   host::makeDirs("/tmp/closed", 0);
+  struct Case {
+    const char* path;
+    bool isOpened;
+  };
+  const Case cases[] = {{"/tmp/empty", true}, {"/tmp/link", true},  {"/tmp/missing", false},
+                        {"/tmp/file", false}, {"/tmp/fifo", false}, {"/tmp/closed", false}};
   const host::BoundByModes bound;
-  for (const std::string path : {"/tmp/empty", "/tmp/missing", "/tmp/file", "/tmp/fifo", "/tmp/closed"}) {
-    SCOPED_TRACE(path);
-    const FileUtils::DirectoryListing listing = FileUtils::listDirectory(path);
-    EXPECT_THAT(listing.status, HasCode(path == "/tmp/empty" ? status::success : status::opendirError));
-    EXPECT_EQ(listing.path, path);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.path);
+    const FileUtils::DirectoryListing listing = FileUtils::listDirectory(c.path);
+    EXPECT_THAT(listing.status, HasCode(c.isOpened ? status::success : status::opendirError));
+    EXPECT_EQ(listing.path, c.path);
     EXPECT_THAT(listing.directories, SizeIs(0));
+    const UniqueFd fd = FileUtils::openDirectory(c.path);
+    EXPECT_EQ(fd.isOpen(), c.isOpened);
+    EXPECT_EQ(::fcntl(fd.get(), F_GETFD), c.isOpened ? FD_CLOEXEC : -1);
   }
 }
 
@@ -126,19 +136,6 @@ TEST_F(DirectoryListingTest, ListRealDirectoriesListsNoLinksAndAddsNothingIfItFa
   names.clear();
   EXPECT_THAT(FileUtils::listRealDirectories(root.get(), names), HasCode(status::success));
   EXPECT_THAT(names, SizeIs(3));  // the descriptor's read position has not changed
-}
-
-TEST_F(DirectoryListingTest, OpenDirectoryOpensOnlyDirectories) {
-  host::writeFile("/tmp/file", "");
-  host::makeFifo("/tmp/fifo");
-  host::makeLink("/tmp/link", "/etc");
-  for (const char* path : {"/tmp/file", "/tmp/fifo", "/tmp/missing"}) {
-    SCOPED_TRACE(path);
-    EXPECT_FALSE(FileUtils::openDirectory(path).isOpen());
-  }
-  const UniqueFd fd = FileUtils::openDirectory("/tmp/link");
-  ASSERT_TRUE(fd.isOpen());
-  EXPECT_EQ(::fcntl(fd.get(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
 }
 
 TEST_F(DirectoryListingTest, AListingThatFailsAnywhereLeaksNothing) {

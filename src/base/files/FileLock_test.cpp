@@ -100,7 +100,7 @@ TEST_F(FileLockTest, TheLockIsNamedAfterTheLastComponent) {
                         {"/etc/zuv/profiles/p/hip.conf", "/tmp/lock/hip.conf.lock"},
                         {"C:\\zuv\\hip.conf", "/tmp/lock/hip.conf.lock"},
                         {"/etc/zuv/", "/tmp/lock/.lock"}};
-  for (const Case& c : cases) EXPECT_EQ(FileLock(c.path).lockPath(), c.lockPath);
+  for (const Case& c : cases) EXPECT_EQ(FileLock(c.path).lockPath(), c.lockPath) << c.path;
 }
 
 TEST_F(FileLockTest, LocksOnOneNameInTwoDirectoriesExcludeEachOther) {

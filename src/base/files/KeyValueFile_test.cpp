@@ -81,7 +81,7 @@ TEST_F(KeyValueFileTest, ALineIsSplitIntoKeyValueAndComment) {
   }
 }
 
-// --- Reading
+// --- Reading and failures
 
 TEST_F(KeyValueFileTest, ReadPairsReplaceThoseOfTheMapAndTheLastPairOfAKeyWins) {
   host::writeFile(kFile, "# head\n\nb=2\na=1\ntext\nb=3");
@@ -90,18 +90,28 @@ TEST_F(KeyValueFileTest, ReadPairsReplaceThoseOfTheMapAndTheLastPairOfAKeyWins) 
   EXPECT_THAT(map, ElementsAre(Pair("a", "1"), Pair("b", "3"), Pair("z", "26")));
 }
 
-TEST_F(KeyValueFileTest, AFailedReadDoesNotChangeTheMap) {
+TEST_F(KeyValueFileTest, AFileThatCannotBeReadChangesNeitherTheMapNorTheFile) {
   host::makeFifo("/tmp/fifo");
   host::makeDirs("/tmp/directory");
-  host::writeFile("/tmp/unreadable", "a=1\n", 0);
+  host::writeFile("/tmp/unreadable", "a=1\n", 0200);
   host::writeFile("/tmp/overlong", "a=1\n" + std::string(10000000, 'x') + "\n");
-  const host::BoundByModes bound;
-  for (const char* path : {"", "/tmp/missing", "/tmp/fifo", "/tmp/directory", "/tmp/unreadable", "/tmp/overlong"}) {
-    SCOPED_TRACE(path);
-    KeyValueMap map{{"z", "26"}};
-    EXPECT_FALSE(FileUtils::readKeyValueFile(path, map, '='));
-    EXPECT_THAT(map, ElementsAre(Pair("z", "26")));
+  KeyValueMap map{{"z", "26"}};
+  {
+    const host::BoundByModes bound;
+    for (const char* path :
+         {"", "/tmp/missing/file", "/tmp/fifo", "/tmp/directory", "/tmp/unreadable", "/tmp/overlong"}) {
+      SCOPED_TRACE(path);
+      EXPECT_FALSE(FileUtils::readKeyValueFile(path, map, '='));
+      EXPECT_THAT(map, ElementsAre(Pair("z", "26")));
+      EXPECT_FALSE(FileUtils::writeKeyValueFile(path, {{"b", "2"}}, '='));
+      EXPECT_FALSE(FileUtils::setKeyValue(path, "b", "2"));
+      EXPECT_FALSE(FileUtils::setKeyValues(path, {{"b", "2"}}, '='));
+    }
   }
+  EXPECT_FALSE(FileUtils::readKeyValueFile("/tmp/missing", map, '='));
+  EXPECT_THAT(map, ElementsAre(Pair("z", "26")));
+  EXPECT_EQ(host::readFile("/tmp/unreadable"), "a=1\n");
+  EXPECT_EQ(host::readFile("/tmp/overlong").size(), 10000005u);
 }
 
 TEST_F(KeyValueFileTest, WithoutALockNothingIsReadOrWritten) {
@@ -212,25 +222,6 @@ TEST_F(KeyValueFileTest, AFileIsChangedInPlaceAndKeepsItsMode) {
   EXPECT_EQ(before.st_ino, after.st_ino);
   EXPECT_EQ(host::modeOf(kFile), 0604u);
   EXPECT_EQ(host::readFile(kFile), "a=2\n");
-}
-
-TEST_F(KeyValueFileTest, AFileThatCannotBeReadAndAPathThatIsNoFileAreNotWritten) {
-  host::makeFifo("/tmp/fifo");
-  host::makeDirs("/tmp/directory");
-  host::writeFile("/tmp/unreadable", "a=1\n", 0200);
-  host::writeFile("/tmp/overlong", "a=1\n" + std::string(10000000, 'x') + "\n");
-  {
-    const host::BoundByModes bound;
-    for (const char* path :
-         {"", "/tmp/fifo", "/tmp/directory", "/tmp/missing/file", "/tmp/unreadable", "/tmp/overlong"}) {
-      SCOPED_TRACE(path);
-      EXPECT_FALSE(FileUtils::writeKeyValueFile(path, {{"b", "2"}}, '='));
-      EXPECT_FALSE(FileUtils::setKeyValue(path, "b", "2"));
-      EXPECT_FALSE(FileUtils::setKeyValues(path, {{"b", "2"}}, '='));
-    }
-  }
-  EXPECT_EQ(host::readFile("/tmp/unreadable"), "a=1\n");
-  EXPECT_EQ(host::readFile("/tmp/overlong").size(), 10000005u);
 }
 
 TEST_F(KeyValueFileTest, AValueThatIsSetReadsBackAndTheLockIsReleased) {
