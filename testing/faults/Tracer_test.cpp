@@ -13,10 +13,14 @@
 namespace {
 
 constexpr const char* kPath = "/tmp/tracee";
+const std::string kWhole = "open 0\nwrite 10\nwrite 10\nclose 0\n";  // the output of "write" without a fault
 // The numbers of tracee's calls: poll is the first, and each printed line is a write of its own.
 constexpr std::size_t kOpen = 2;
 constexpr std::size_t kFirstWrite = 4;
 constexpr std::size_t kClose = 8;
+
+const std::vector<std::string> kCallsOfWrite = {"poll",  "openat", "write", "write", "write",
+                                                "write", "write",  "close", "write", "exit_group"};
 
 class TracerTest : public HostTest {
  protected:
@@ -27,12 +31,30 @@ class TracerTest : public HostTest {
   }
 };
 
-TraceResult tracee(const std::string& action, TracePlan::Meddle meddling = {}, unsigned seconds = 20) {
-  TracePlan plan;
+TraceResult tracee(const std::string& action, TracePlan plan) {
   plan.begin = SYS_poll;
-  plan.meddling = meddling;
-  plan.seconds = seconds;
   return traceProgram({places::tracee(), action}, plan);
+}
+
+TraceResult tracee(const std::string& action, TracePlan::Meddle meddling = {}) {
+  TracePlan plan;
+  plan.meddling = meddling;
+  return tracee(action, plan);
+}
+
+std::vector<TracedCall> callsOf(const std::string& action) {
+  TracePlan plan;
+  plan.keepCalls = true;
+  return tracee(action, plan).calls;
+}
+
+// Returns the number of the first call of this name.
+std::size_t numberOf(const std::string& name, const std::string& action) {
+  const std::vector<TracedCall> calls = callsOf(action);
+  const auto found =
+      std::find_if(calls.begin(), calls.end(), [&](const TracedCall& call) { return call.name == name; });
+  if (found == calls.end()) throw std::runtime_error("the program does not call " + name);
+  return found->number;
 }
 
 std::vector<std::string> namesOf(const std::vector<TracedCall>& calls) {
@@ -41,32 +63,11 @@ std::vector<std::string> namesOf(const std::vector<TracedCall>& calls) {
   return names;
 }
 
-TEST_F(TracerTest, WithoutMeddlingTheProgramRunsNormally) {
-  const TraceResult result = tracee("write");
-  EXPECT_EQ(result.out, "open 0\nwrite 10\nwrite 10\nclose 0\n");
-  EXPECT_EQ(result.exitStatus, 0);
-  EXPECT_EQ(result.signal, 0);
-  EXPECT_EQ(result.meddled, 0u);
-  EXPECT_EQ(host::readFile(kPath), "0123456789abcdefghij");
-  EXPECT_EQ(traceProgram({places::tracee()}, {}).exitStatus, 7);
-}
-
-TEST_F(TracerTest, RecordingStartsAtTheFirstCallOfMain) {
-  TracePlan plan;
-  plan.begin = SYS_poll;
-  plan.keepCalls = true;
-  const TraceResult result = traceProgram({places::tracee(), "write"}, plan);
-  EXPECT_EQ(namesOf(result.calls), (std::vector<std::string>{"poll", "openat", "write", "write", "write", "write",
-                                                             "write", "close", "write", "exit_group"}));
-  EXPECT_EQ(result.calls[0].number, 1u);
-}
-
-TEST_F(TracerTest, ARecordedCallHasItsFileAndItsEffectOnTheDisk) {
-  TracePlan plan;
-  plan.begin = SYS_poll;
-  plan.keepCalls = true;
-  const std::vector<TracedCall> calls = traceProgram({places::tracee(), "write"}, plan).calls;
-  EXPECT_EQ(calls.at(kOpen - 1).path, kPath);
+TEST_F(TracerTest, RecordedCallsBeginInMainAndHaveTheirFileAndEffectOnTheDisk) {
+  const std::vector<TracedCall> calls = callsOf("write");
+  ASSERT_EQ(namesOf(calls), kCallsOfWrite);
+  EXPECT_EQ(calls[0].number, 1u);
+  EXPECT_EQ(calls[kOpen - 1].path, kPath);
   EXPECT_TRUE(calls[kOpen - 1].makesFile);
   EXPECT_TRUE(calls[kOpen - 1].changesDisk);
   EXPECT_EQ(calls[kFirstWrite - 1].path, kPath);
@@ -75,53 +76,56 @@ TEST_F(TracerTest, ARecordedCallHasItsFileAndItsEffectOnTheDisk) {
   EXPECT_FALSE(calls[kClose - 1].changesDisk);
 }
 
-TEST_F(TracerTest, AChosenCallFailsOnce) {
-  const TraceResult result = tracee("write", {Meddling::fail, kFirstWrite, 1, ENOSPC});
-  EXPECT_EQ(result.out, "open 0\nwrite -1 No space left on device\nwrite 10\nclose 0\n");
-  EXPECT_EQ(host::readFile(kPath), "abcdefghij");
-  EXPECT_EQ(result.meddled, 1u);
-  EXPECT_EQ(result.meddledFirst.name, "write");
-  EXPECT_EQ(result.meddledFirst.path, kPath);
-}
-
-TEST_F(TracerTest, TheChosenCallAndAllLaterCallsOfItsNumberFail) {
-  const TraceResult result = tracee("write", {Meddling::fail, kFirstWrite, kFromThereOn, EIO});
-  EXPECT_EQ(result.out, "open 0\n");
-  EXPECT_EQ(host::readFile(kPath), "");
-  EXPECT_EQ(result.meddled, 5u);
-  EXPECT_EQ(result.exitStatus, 0);
+TEST_F(TracerTest, TheChosenCallsAndNoOthersAreChanged) {
+  using M = Meddling;
+  const std::string failed = "open 0\nwrite -1 No space left on device\nwrite 10\nclose 0\n";
+  const std::string isShort = "open 0\nwrite 1\nwrite 10\nclose 0\n";
+  const std::string kept = "0123456789abcdefghij";
+  const struct {
+    const char* why;
+    TracePlan::Meddle meddling;
+    std::size_t meddled;
+    std::string out;
+    std::string content;
+    int signal = 0;
+  } cases[] = {
+      {"nothing is chosen", {}, 0, kWhole, kept},
+      {"one call fails", {M::fail, kFirstWrite, 1, ENOSPC}, 1, failed, "abcdefghij"},
+      {"later calls of its number fail too", {M::fail, kFirstWrite, kFromThereOn}, 5, "open 0\n", ""},
+      {"a shortened write moves one byte", {M::shorten, kFirstWrite}, 1, isShort, "0abcdefghij"},
+      {"a call without a length is not shortened", {M::shorten, kOpen}, 0, kWhole, kept},
+      {"a pretended write is not executed and reports success", {M::pretend, kFirstWrite}, 1, kWhole, "abcdefghij"},
+      {"a program is killed before the call", {M::kill, kFirstWrite}, 1, "open 0\n", "", SIGKILL},
+      {"a crash is reported as its signal", {M::crash, kFirstWrite}, 1, "open 0\n", "0123456789", SIGABRT},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::reset();
+    const TraceResult result = tracee("write", c.meddling);
+    EXPECT_EQ(result.out, c.out);
+    EXPECT_EQ(result.meddled, c.meddled);
+    if (c.meddled > 0) {
+      EXPECT_EQ(result.meddledFirst.name, "write");
+      EXPECT_EQ(result.meddledFirst.path, kPath);
+    }
+    EXPECT_EQ(result.signal, c.signal);
+    EXPECT_EQ(result.exitStatus, c.signal == 0 ? 0 : -1);
+    EXPECT_EQ(host::readFile(kPath), c.content);
+  }
 }
 
 TEST_F(TracerTest, AFailedCloseReleasesTheDescriptor) {
   host::writeFile(kPath, "");
-  TracePlan plan;
-  plan.begin = SYS_poll;
-  plan.keepCalls = true;
-  const std::vector<TracedCall> calls = traceProgram({places::tracee(), "read"}, plan).calls;
-  const auto close =
-      std::find_if(calls.begin(), calls.end(), [](const TracedCall& call) { return call.name == "close"; });
-  EXPECT_EQ(tracee("read", {Meddling::fail, close->number, 1, EINTR}).out,
+  EXPECT_EQ(tracee("read", {Meddling::fail, numberOf("close", "read"), 1, EINTR}).out,
             "read 0\nread 0\nagain -1 Interrupted system call\nagain -1 Bad file descriptor\n");
 }
 
 TEST_F(TracerTest, MmapReplacesAFailedBrkButFailsWithItFromThereOn) {
-  TracePlan plan;
-  plan.begin = SYS_poll;
-  plan.keepCalls = true;
-  const TraceResult free = traceProgram({places::tracee(), "grow"}, plan);
   const std::string both = "first 1\nsecond 1\n";
-  EXPECT_EQ(free.out, both);
-  const auto brk =
-      std::find_if(free.calls.begin(), free.calls.end(), [](const TracedCall& call) { return call.name == "brk"; });
-  ASSERT_NE(brk, free.calls.end());
-  EXPECT_EQ(tracee("grow", {Meddling::fail, brk->number, 1, ENOMEM}).out, both);
-  EXPECT_EQ(tracee("grow", {Meddling::fail, brk->number, kFromThereOn, ENOMEM}).out, "first 0\nsecond 0\n");
-}
-
-TEST_F(TracerTest, AShortenedWriteMovesOneByte) {
-  const TraceResult result = tracee("write", {Meddling::shorten, kFirstWrite, 1});
-  EXPECT_EQ(result.out, "open 0\nwrite 1\nwrite 10\nclose 0\n");
-  EXPECT_EQ(host::readFile(kPath), "0abcdefghij");
+  EXPECT_EQ(tracee("grow").out, both);
+  const std::size_t brk = numberOf("brk", "grow");
+  EXPECT_EQ(tracee("grow", {Meddling::fail, brk, 1, ENOMEM}).out, both);
+  EXPECT_EQ(tracee("grow", {Meddling::fail, brk, kFromThereOn, ENOMEM}).out, "first 0\nsecond 0\n");
 }
 
 TEST_F(TracerTest, AShortenedReadLeavesTheRemainderForTheNextRead) {
@@ -129,33 +133,17 @@ TEST_F(TracerTest, AShortenedReadLeavesTheRemainderForTheNextRead) {
   EXPECT_EQ(tracee("read", {Meddling::shorten, 3, 1}).out.substr(0, 14), "read 1\nread 9\n");
 }
 
-TEST_F(TracerTest, ACallWithoutALengthIsNotShortened) {
-  const TraceResult result = tracee("write", {Meddling::shorten, kOpen, 1});
-  EXPECT_EQ(result.meddled, 0u);
-  EXPECT_EQ(host::readFile(kPath), "0123456789abcdefghij");
-}
-
-TEST_F(TracerTest, AProgramIsKilledBeforeTheChosenCall) {
-  const TraceResult result = tracee("write", {Meddling::kill, kFirstWrite});
-  EXPECT_EQ(result.signal, SIGKILL);
-  EXPECT_EQ(result.exitStatus, -1);
-  EXPECT_EQ(result.out, "open 0\n");
-  EXPECT_EQ(host::readFile(kPath), "");
-}
-
-TEST_F(TracerTest, APretendedCallIsNotExecutedAndReportsSuccess) {
-  EXPECT_EQ(tracee("write", {Meddling::pretend, kFirstWrite}).out, "open 0\nwrite 10\nwrite 10\nclose 0\n");
-  EXPECT_EQ(host::readFile(kPath), "abcdefghij");
+TEST_F(TracerTest, APretendedUnlinkRemovesNothing) {
+  host::writeFile(kPath, "");
   EXPECT_EQ(tracee("unlink", {Meddling::pretend, 2}).out, "unlink 0\n");
   EXPECT_TRUE(host::exists(kPath));
 }
 
-TEST_F(TracerTest, ACrashIsReportedAsItsSignal) {
-  EXPECT_EQ(tracee("write", {Meddling::crash, kOpen}).signal, SIGABRT);
-}
-
 TEST_F(TracerTest, TheTimeLimitKillsAProgramThatHangs) {
-  const TraceResult result = tracee("write", {Meddling::hang, kOpen}, 1);
+  TracePlan plan;
+  plan.meddling = {Meddling::hang, kOpen};
+  plan.seconds = 1;
+  const TraceResult result = tracee("write", plan);
   EXPECT_TRUE(result.timedOut);
   EXPECT_EQ(result.signal, SIGKILL);
 }
@@ -171,7 +159,8 @@ TEST_F(TracerTest, AChildRunsUntracedAndIsWaitedFor) {
   EXPECT_TRUE(host::exists(kPath));
 }
 
-TEST_F(TracerTest, AMissingProgramIsAnError) {
+TEST_F(TracerTest, TheExitStatusIsReportedAndAMissingProgramIsAnError) {
+  EXPECT_EQ(traceProgram({places::tracee()}, {}).exitStatus, 7);
   EXPECT_THROW(traceProgram({"/usr/bin/no-such-program"}, {}), std::runtime_error);
 }
 
@@ -179,29 +168,26 @@ TEST_F(TracerTest, ACallbackRunsBeforeEachCallWhileTheProgramStandsStill) {
   std::vector<std::string> names;
   std::vector<std::string> contents;  // of the file, before each write to it
   TracePlan plan;
-  plan.begin = SYS_poll;
   plan.atEachCall = [&](const SystemCall& call) {
     names.push_back(nameOfCall(call.number));
     if (call.number == SYS_write && call.arguments[0] > 2) contents.push_back(host::readFile(kPath));
     return Meddling::none;
   };
-  const TraceResult result = traceProgram({places::tracee(), "write"}, plan);
-  EXPECT_EQ(result.out, "open 0\nwrite 10\nwrite 10\nclose 0\n");
+  const TraceResult result = tracee("write", plan);
+  EXPECT_EQ(result.out, kWhole);
   EXPECT_EQ(result.meddled, 0u);
-  EXPECT_EQ(names, (std::vector<std::string>{"poll", "openat", "write", "write", "write", "write", "write", "close",
-                                             "write", "exit_group"}));
+  EXPECT_EQ(names, kCallsOfWrite);
   EXPECT_EQ(contents, (std::vector<std::string>{"", "0123456789"}));
 }
 
 TEST_F(TracerTest, ACallbackDecidesAboutEachCall) {
   TracePlan plan;
-  plan.begin = SYS_poll;
   plan.meddling.error = ENOSPC;
   plan.atEachCall = [](const SystemCall& call) {
     if (call.number == SYS_close) return Meddling::pretend;
     return call.number == SYS_write && call.arguments[0] > 2 ? Meddling::fail : Meddling::none;
   };
-  const TraceResult result = traceProgram({places::tracee(), "write"}, plan);
+  const TraceResult result = tracee("write", plan);
   const std::string failed = "write -1 No space left on device\n";
   EXPECT_EQ(result.out, "open 0\n" + failed + failed + "close 0\n");
   EXPECT_EQ(result.meddled, 3u);

@@ -37,16 +37,21 @@ class BoundFolder {
 constexpr const char* kEmptied[] = {"/tmp",      "/run",     "/etc/zuv", "/etc/zuv/profiles", "/etc/init.d",
                                     "/tmp/lock", "/var/tmp", "/root",    "/dev/shm"};
 
-TEST_F(EmptyFolderTest, EveryKindOfEntryIsRemoved) {
-  host::writeFile("/tmp/a/b/c/file", "x", 0);
-  host::makeFifo("/tmp/a/queue");
-  host::makeSocket("/tmp/a/socket");
-  host::makeLink("/tmp/a/nowhere", "/no/such");
-  host::makeDirs("/tmp/a/closed", 0);
-  EXPECT_TRUE(emptyFolder("/tmp"));
-  EXPECT_EQ(host::tree("/tmp"), "");
-  EXPECT_TRUE(emptyFolder("/tmp")) << "an empty folder";
-  EXPECT_TRUE(emptyFolder("/tmp/none")) << "a folder that does not exist";
+TEST_F(EmptyFolderTest, EveryKindOfEntryIsRemovedEvenIfTheFolderIsAMount) {
+  const host::SmallDisk disk("/tmp/disk", 1 << 20);
+  for (const char* folder : {"/run", "/tmp/disk"}) {
+    SCOPED_TRACE(folder);
+    const std::string a = std::string(folder) + "/a";
+    host::writeFile(a + "/b/c/file", "x", 0);
+    host::makeFifo(a + "/queue");
+    host::makeSocket(a + "/socket");
+    host::makeLink(a + "/nowhere", "/no/such");
+    host::makeDirs(a + "/closed", 0);
+    EXPECT_TRUE(emptyFolder(folder));
+    EXPECT_EQ(host::tree(folder), "");
+    EXPECT_TRUE(emptyFolder(folder)) << "an empty folder";
+    EXPECT_TRUE(emptyFolder(a)) << "a folder that does not exist";
+  }
 }
 
 TEST_F(EmptyFolderTest, LinksAreRemovedAndNeverFollowed) {
@@ -59,25 +64,22 @@ TEST_F(EmptyFolderTest, LinksAreRemovedAndNeverFollowed) {
   host::remove("/var/tmp/target");
 }
 
-TEST_F(EmptyFolderTest, AMountOfAnotherFileSystemStaysInEveryFolderThatTestsEmpty) {
-  for (const std::string folder : kEmptied) {
-    host::writeFile(folder + "/a/file", "");
-    const host::SmallDisk disk(folder + "/a/mounted", 8192);
-    host::writeFile(folder + "/a/mounted/file", "kept");
-    EXPECT_FALSE(emptyFolder(folder)) << folder;
-    EXPECT_EQ(host::tree(folder + "/a"), "d 0755 mounted\nf 0644 mounted/file \"kept\"\n") << folder;
-  }
-  for (const std::string folder : kEmptied) (void)emptyFolder(folder);
+void expectMountStaysIn(const std::string& folder) {
+  SCOPED_TRACE(folder);
+  host::writeFile(folder + "/a/other", "");
+  EXPECT_FALSE(emptyFolder(folder));
+  EXPECT_EQ(host::tree(folder + "/a"), "d 0755 mounted\nf 0644 mounted/file \"kept\"\n");
 }
 
-TEST_F(EmptyFolderTest, AMountOfTheSameFileSystemStaysInEveryFolderThatTestsEmpty) {
+TEST_F(EmptyFolderTest, AMountStaysInEveryFolderThatTestsEmpty) {
   for (const std::string folder : kEmptied) {
-    host::writeFile(folder + "/a/other", "");
-    const BoundFolder bound(folder + "/a/mounted");
-    if (folder != "/root") {
-      EXPECT_FALSE(emptyFolder(folder)) << folder;
-      EXPECT_EQ(host::tree(folder + "/a"), "d 0755 mounted\nf 0644 mounted/file \"kept\"\n") << folder;
+    {
+      const host::SmallDisk ofAnotherFileSystem(folder + "/a/mounted", 8192);
+      host::writeFile(folder + "/a/mounted/file", "kept");
+      expectMountStaysIn(folder);
     }
+    const BoundFolder ofTheSameFileSystem(folder + "/a/mounted");
+    if (folder != "/root") expectMountStaysIn(folder);  // the mounted files themselves are in /root
   }
   for (const std::string folder : kEmptied) (void)emptyFolder(folder);
 }
@@ -93,26 +95,14 @@ TEST_F(EmptyFolderTest, AFileOnWhichAnotherFileIsMountedStays) {
   EXPECT_EQ(host::readFile("/run/target"), "kept");
 }
 
-TEST_F(EmptyFolderTest, TheFolderItselfMayBeAMount) {
-  const host::SmallDisk disk("/tmp/disk", 8192);
-  host::writeFile("/tmp/disk/a/file", "");
-  EXPECT_TRUE(emptyFolder("/tmp/disk"));
-  EXPECT_EQ(host::tree("/tmp/disk"), "");
-}
-
-TEST_F(EmptyFolderTest, RemovingAFolderWithAMountThrowsAndKeepsTheMountedFiles) {
-  const host::SmallDisk disk("/tmp/a/mounted", 8192);
-  host::writeFile("/tmp/a/mounted/file", "kept");
-  EXPECT_THROW(host::remove("/tmp/a"), std::runtime_error);
-  EXPECT_EQ(host::readFile("/tmp/a/mounted/file"), "kept");
-}
-
-TEST_F(EmptyFolderTest, ResettingTheHostKeepsMountsInTmpAndRun) {
+TEST_F(EmptyFolderTest, RemovingAFolderAndResettingTheHostKeepMountedFiles) {
   for (const std::string folder : {"/tmp", "/run"}) {
-    const host::SmallDisk disk(folder + "/mounted", 8192);
-    host::writeFile(folder + "/mounted/file", "kept");
+    SCOPED_TRACE(folder);
+    const host::SmallDisk disk(folder + "/a/mounted", 8192);
+    host::writeFile(folder + "/a/mounted/file", "kept");
+    EXPECT_THROW(host::remove(folder + "/a"), std::runtime_error);
     host::reset();
-    EXPECT_EQ(host::readFile(folder + "/mounted/file"), "kept");
+    EXPECT_EQ(host::readFile(folder + "/a/mounted/file"), "kept");
   }
 }
 

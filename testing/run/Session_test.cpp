@@ -8,26 +8,31 @@
 
 namespace {
 
+constexpr const char* kRight =
+    "# word='a b'\n# echo \"$word\"\na b\n\n# for i in 1 2; do\n>   echo \"$i\" >&2\n> done\n1\n2\n# :\n";
+
 // Returns the output of the script of a session.
 std::string played(const std::string& text) { return runProgram({"/bin/sh", "-c", readSession(text).script}).out; }
 
-TEST(ReadSessionTest, TheScriptOfACorrectSessionPrintsTheSession) {
-  const std::string text =
-      "# word='a b'\n# echo \"$word\"\na b\n\n# for i in 1 2; do\n>   echo \"$i\" >&2\n> done\n1\n2\n# :\n";
-  EXPECT_EQ(readSession(text).shown, text);
-  EXPECT_EQ(played(text), text);
-}
-
-TEST(ReadSessionTest, PlayingASessionWithWrongOutputPrintsTheActualOutput) {
-  EXPECT_EQ(played("# echo one\ntwo\n"), "# echo one\none\n");
-  EXPECT_EQ(played("# echo one\n"), "# echo one\none\n");
-  EXPECT_EQ(played("# :\nnothing\n"), "# :\n");
-}
-
-TEST(ReadSessionTest, AnAtSignCommandRunsButIsNotShown) {
-  const std::string text = "@ word=set; echo said\n# echo \"$word\"\nset\n";
-  EXPECT_EQ(readSession(text).shown, "# echo \"$word\"\nset\n");
-  EXPECT_EQ(played(text), readSession(text).shown);
+TEST(ReadSessionTest, TheScriptPrintsTheCommandsWithTheirActualOutput) {
+  const struct {
+    const char* why;
+    const char* text;
+    const char* shown;
+    const char* printed;
+  } cases[] = {
+      {"a correct session", kRight, kRight, kRight},
+      {"wrong output", "# echo one\ntwo\n", "# echo one\ntwo\n", "# echo one\none\n"},
+      {"missing output", "# echo one\n", "# echo one\n", "# echo one\none\n"},
+      {"output that the command does not print", "# :\nnothing\n", "# :\nnothing\n", "# :\n"},
+      {"a command after an at sign runs but is not shown", "@ word=set; echo said\n# echo \"$word\"\nset\n",
+       "# echo \"$word\"\nset\n", "# echo \"$word\"\nset\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    EXPECT_EQ(readSession(c.text).shown, c.shown);
+    EXPECT_EQ(played(c.text), c.printed);
+  }
 }
 
 TEST(ReadSessionTest, ADollarCommandRunsAsAnUnprivilegedUser) {
