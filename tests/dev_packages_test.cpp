@@ -1,12 +1,8 @@
 // How `./dev` installs the packages that a command needs: at a terminal it asks first, elsewhere it does not ask. The
 // tests run dev on a private host, with stand-ins for dpkg-query and apt-get, so they change no package of the machine.
-#include <poll.h>
-#include <pty.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include "testing/host/Places.h"
 #include "testing/run/HostTest.h"
+#include "testing/run/Terminal.h"
 
 namespace {
 
@@ -19,7 +15,6 @@ constexpr const char* kQuestion = "Missing packages: cmake python3\nInstall them
 constexpr const char* kInstallation =
     "-qq -o DPkg::Lock::Timeout=300 update\n"
     "-qq -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0 -y --no-install-recommends install cmake python3\n";
-const std::vector<std::string> kEnvironment = {"PATH=/tmp/bin:/usr/bin:/usr/sbin", "HOME=/tmp"};
 
 class DevPackagesTest : public HostTest {
  protected:
@@ -45,44 +40,24 @@ class DevPackagesTest : public HostTest {
     host::installScript("/tmp/bin/apt-get", "echo \"$*\" >>/tmp/calls\n");
   }
 
-  // Runs `./dev torture`, which needs few packages, without a terminal.
-  static Outcome runDev() {
+  static Start inCheckout() {
     Start start;
-    start.environment = kEnvironment;
+    start.environment = {"PATH=/tmp/bin:/usr/bin:/usr/sbin", "HOME=/tmp"};
     start.folder = "/tmp/checkout";
     start.seconds = 60;
-    return runProgram({"/bin/sh", "./dev", "torture"}, start);
+    return start;
   }
+
+  // Runs `./dev torture`, which needs few packages, without a terminal.
+  static Outcome runDev() { return runProgram({"/bin/sh", "./dev", "torture"}, inCheckout()); }
 
   // Runs `./dev torture` on a terminal where a user has typed `typed`. Returns everything that the screen shows.
   static Outcome runDevOnTerminal(const std::string& typed) {
+    Terminal terminal({"/bin/sh", "./dev", "torture"}, inCheckout());
+    terminal.type(typed);
     Outcome outcome;
-    int screen = -1;
-    const pid_t child = ::forkpty(&screen, nullptr, nullptr, nullptr);
-    if (child < 0) throw std::runtime_error("forkpty fails");
-    if (child == 0) {
-      std::vector<char*> environment;
-      for (const std::string& variable : kEnvironment) environment.push_back(const_cast<char*>(variable.c_str()));
-      environment.push_back(nullptr);
-      const char* words[] = {"/bin/sh", "./dev", "torture", nullptr};
-      if (::chdir("/tmp/checkout") != 0) ::_exit(126);
-      ::execve(words[0], const_cast<char**>(words), environment.data());
-      ::_exit(126);
-    }
-    if (::write(screen, typed.data(), typed.size()) != static_cast<ssize_t>(typed.size()))
-      throw std::runtime_error("the terminal takes no text");
-    char bytes[4096];
-    pollfd ready{screen, POLLIN, 0};
-    // The read fails when dev has ended; a dev that hangs is killed when the terminal closes.
-    for (ssize_t got = 0; ::poll(&ready, 1, 60000) > 0 && (got = ::read(screen, bytes, sizeof bytes)) > 0;) {
-      for (ssize_t i = 0; i < got; ++i) {
-        if (bytes[i] != '\r') outcome.out += bytes[i];
-      }
-    }
-    ::close(screen);
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    outcome.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    outcome.out = terminal.rest();
+    outcome.exitStatus = terminal.exitStatus();
     return outcome;
   }
 };

@@ -1,29 +1,21 @@
 // Tests the interactive `./dev shell`: it runs tools/shell.sh on a private host and types through a pseudo-terminal.
 #include <gmock/gmock.h>
-#include <grp.h>
-#include <poll.h>
-#include <pty.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <optional>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
+#include <sstream>
 
 #include "testing/host/HostFiles.h"
 #include "testing/host/Places.h"
 #include "testing/run/Program.h"
+#include "testing/run/Terminal.h"
+#include "testing/run/Waiting.h"
 
 namespace {
 
-using std::chrono::steady_clock;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 
@@ -31,198 +23,67 @@ const std::string kPrivateHost = places::privateHost();
 const std::string kStore = places::source() + "/docs/examples/demo-store";
 constexpr const char* kShell = "/.private-host/source/tools/shell.sh";
 constexpr const char* kPrompt = "private-host# ";
+constexpr std::chrono::seconds kPatience(60);
 // A variable in the environment of every process that this test starts. It tells them from those of other tests that
 // run at the same time.
 const std::string kMark = "RAVCTL_SHELL_TEST=" + std::to_string(::getpid()) + ".";
-constexpr std::chrono::seconds kPatience(60);
-// The bytes that end a terminal escape sequence that begins with ESC [.
-constexpr const char* kFinals = "@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_`abcdefghijklmnopqrstuvwxyz{|}~";
 
 // The files that a shell could leave on the machine.
-constexpr const char* kPlaces[] = {"/etc/zuv",
-                                   "/etc/init.d/hip",
-                                   "/etc/manpath.config",
-                                   "/etc/groff/mdoc.local",
-                                   "/usr/bin/ravctl",
-                                   "/usr/bin/zuv-sendbundle.sh",
-                                   "/usr/sbin/hip",
-                                   "/usr/local/share/man/man8/ravctl.8",
-                                   "/usr/share/doc/ravctl",
-                                   "/root/.bash_history",
-                                   "/root/.lesshst",
-                                   "/tmp/of-ravctl-shell-test"};
-
-// Removes bytes from the front of `bytes` and returns the text that a screen shows for them, without escape sequences.
-// An incomplete escape sequence stays in `bytes`.
-std::string takeShown(std::string* bytes) {
-  std::string shown;
-  size_t at = 0;
-  while (at < bytes->size()) {
-    const char c = (*bytes)[at];
-    size_t length = 1;
-    if (c == '\x1b') {
-      // ESC [ parameters letter, or ESC and one character.
-      const bool isLong = at + 1 < bytes->size() && (*bytes)[at + 1] == '[';
-      const size_t last = isLong ? bytes->find_first_of(kFinals, at + 2) : at + 1;
-      if (last >= bytes->size()) break;
-      length = last + 1 - at;
-    } else if (c != '\r' && c != '\a') {
-      shown += c;
-    }
-    at += length;
-  }
-  bytes->erase(0, at);
-  return shown;
-}
-
-// A program that controls a pseudo-terminal of its own. The destructor kills it if it still runs.
-class Terminal {
- public:
-  Terminal(const std::vector<std::string>& words, bool asNobody) {
-    winsize size{};
-    size.ws_row = 50;
-    size.ws_col = 200;
-    child_ = ::forkpty(&screen_, nullptr, nullptr, &size);
-    if (child_ != 0) return;
-    if (asNobody && (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0)) ::_exit(126);
-    // Some variables name paths and programs of the machine that do not exist on the private host.
-    const char* environment[] = {"PATH=/usr/sbin:/usr/bin", "TERM=of-nobody",   "LC_ALL=C.UTF-8",  kMark.c_str(),
-                                 "MANPATH=/nowhere",        "MANPAGER=nothing", "TMPDIR=/nowhere", nullptr};
-    std::vector<char*> arguments;
-    for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
-    arguments.push_back(nullptr);
-    ::execve(arguments[0], arguments.data(), const_cast<char**>(environment));
-    ::_exit(126);
-  }
-
-  ~Terminal() {
-    if (child_ > 0) {
-      ::kill(child_, SIGKILL);
-      ::waitpid(child_, nullptr, 0);
-    }
-    hangUp();
-  }
-
-  Terminal(const Terminal&) = delete;
-  Terminal& operator=(const Terminal&) = delete;
-
-  void type(const std::string& text) const {
-    EXPECT_EQ(::write(screen_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-  }
-
-  // Returns what the screen shows between the end of the last call and the next occurrence of `text`, without `text`.
-  // If `text` never appears, the test fails and the whole remainder is returned.
-  std::string upTo(const std::string& text) {
-    const auto deadline = steady_clock::now() + kPatience;
-    size_t at = std::string::npos;
-    while ((at = shown_.find(text)) == std::string::npos) {
-      if (steady_clock::now() > deadline || !readMore()) {
-        ADD_FAILURE() << "the screen never shows " << host::quoted(text) << " but " << host::quoted(shown_);
-        return std::exchange(shown_, "");
-      }
-    }
-    const std::string before = shown_.substr(0, at);
-    shown_.erase(0, at + text.size());
-    return before;
-  }
-
-  // Returns what a command prints before the next prompt.
-  std::string answerTo(const std::string& command) {
-    type(command + "\n");
-    (void)upTo("\n");
-    return upTo(kPrompt);
-  }
-
-  // Returns everything up to the end of the program, and its exit status; -1 if a signal ended it.
-  std::string rest() {
-    while (readMore()) {
-    }
-    return std::exchange(shown_, "");
-  }
-  int exitStatus() {
-    int status = 0;
-    ::waitpid(std::exchange(child_, -1), &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-
-  // Closes the terminal, as when a user closes the window.
-  void hangUp() {
-    if (screen_ >= 0) ::close(std::exchange(screen_, -1));
-  }
-
- private:
-  // Returns false at the end of the output, and if nothing arrives for a long time.
-  bool readMore() {
-    pollfd screen{screen_, POLLIN, 0};
-    char bytes[4096];
-    if (::poll(&screen, 1, static_cast<int>(std::chrono::milliseconds(kPatience).count())) <= 0) return false;
-    const ssize_t got = ::read(screen_, bytes, sizeof bytes);
-    if (got <= 0) return false;
-    bytes_.append(bytes, static_cast<size_t>(got));
-    shown_ += takeShown(&bytes_);
-    return true;
-  }
-
-  int screen_ = -1;
-  pid_t child_ = -1;
-  std::string bytes_;  // received, not yet in shown_
-  std::string shown_;  // shown on the screen, not yet returned
-};
+constexpr const char* kPlaces =
+    "/etc/zuv /etc/init.d/hip /etc/manpath.config /etc/groff/mdoc.local /usr/bin/ravctl /usr/bin/zuv-sendbundle.sh "
+    "/usr/sbin/hip /usr/local/share/man/man8/ravctl.8 /usr/share/doc/ravctl /root/.bash_history /root/.lesshst "
+    "/tmp/of-ravctl-shell-test";
 
 enum class User { caller, nobody };
 
 class ShellTest : public testing::TestWithParam<User> {
  protected:
   void SetUp() override {
-    Start start;
-    if (isNobody()) {
+    if (GetParam() == User::nobody) {
       if (::getuid() != 0) GTEST_SKIP() << "we are an ordinary user, so the other half of these tests proves it";
-      start.uid = 65534;
+      start_.uid = 65534;
       // That user cannot reach a checkout in a closed home folder.
       const std::string isOpen = std::string("test -x '") + kPrivateHost + "' && test -r '" + kStore + "'";
-      if (runProgram({"/bin/sh", "-c", isOpen}, start).exitStatus != 0)
+      if (runProgram({"/bin/sh", "-c", isOpen}, start_).exitStatus != 0)
         GTEST_SKIP() << "the checkout is closed to other users";
     }
-    const Outcome trial = runProgram({kPrivateHost, "--", "/bin/true"}, start);
+    const Outcome trial = runProgram({kPrivateHost, "--", "/bin/true"}, start_);
     if (trial.exitStatus == 125) GTEST_SKIP() << trial.err;
     for (const char* tool : {"/usr/bin/killall", "/usr/sbin/start-stop-daemon", "/usr/bin/man", "/usr/bin/less",
                              "/usr/share/bash-completion/bash_completion"}) {
       if (!host::exists(tool)) GTEST_SKIP() << tool << " is not installed";
     }
+    // Some variables name paths and programs of the machine that do not exist on the private host.
+    start_.environment = {"PATH=/usr/sbin:/usr/bin", "TERM=of-nobody",   "LC_ALL=C.UTF-8", kMark,
+                          "MANPATH=/nowhere",        "MANPAGER=nothing", "TMPDIR=/nowhere"};
     machine_ = traces();
   }
-
-  static bool isNobody() { return GetParam() == User::nobody; }
 
   // Opens the shell and returns its output before the first prompt. The commands `before` run on the private host
   // first.
   std::string open(const std::string& before = "") {
     const std::string script = before + "exec sh '" + kShell + "'";
-    terminal_.emplace(std::vector<std::string>{kPrivateHost, "--store", kStore, "--", "/bin/sh", "-c", script},
-                      isNobody());
+    terminal_.emplace(std::vector<std::string>{kPrivateHost, "--store", kStore, "--", "/bin/sh", "-c", script}, start_);
     return terminal_->upTo(kPrompt);
   }
 
-  std::string answerTo(const std::string& command) { return terminal_->answerTo(command); }
+  // Returns what a command prints before the next prompt.
+  std::string answerTo(const std::string& command) {
+    terminal_->type(command + "\n");
+    (void)terminal_->upTo("\n");
+    return terminal_->upTo(kPrompt);
+  }
 
   // Repeats the command until its output contains `text`, but only for a limited time.
   std::string answerWith(const std::string& text, const std::string& command) {
     std::string answer;
-    (void)comesTrue([&] {
-      answer = answerTo(command);
-      return answer.find(text) != std::string::npos;
-    });
+    (void)comesTrue(
+        [&] {
+          answer = answerTo(command);
+          return answer.find(text) != std::string::npos;
+        },
+        kPatience);
     return answer;
-  }
-
-  template <typename Condition>
-  static bool comesTrue(const Condition& condition) {
-    const auto deadline = steady_clock::now() + kPatience;
-    while (!condition()) {
-      if (steady_clock::now() > deadline) return false;
-      std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
-    return true;
   }
 
   // Returns the number of processes with our mark, on the machine and on private hosts.
@@ -238,19 +99,32 @@ class ShellTest : public testing::TestWithParam<User> {
 
   static std::string traces() {
     std::string found = host::readFile("/proc/self/mounts");
-    for (const char* path : kPlaces) {
+    std::istringstream paths(kPlaces);
+    for (std::string path; paths >> path;) {
       struct stat info {};
-      if (::lstat(path, &info) != 0) continue;
-      found += std::string(path) + " " + std::to_string(info.st_ino) + " " + std::to_string(info.st_ctime) + "\n";
+      if (::lstat(path.c_str(), &info) != 0) continue;
+      found += path + " " + std::to_string(info.st_ino) + " " + std::to_string(info.st_ctime) + "\n";
     }
     return found;
   }
 
+  // Creates a profile, waits for its daemon, and checks that the shell has files and processes that it must remove.
+  void useTheShell() {
+    (void)open();
+    (void)answerTo("ravctl profile create lab helmsor=h:443 activate");
+    (void)answerWith("running: true", "ravctl service status");
+    const std::string create = "touch /root/.bash_history /root/.lesshst /tmp/of-ravctl-shell-test; ";
+    EXPECT_EQ(answerTo(create + "ls -d >/dev/null " + kPlaces), "")
+        << "each of these files must exist inside, or the check for leftovers proves nothing";
+    EXPECT_GT(processes(), 3) << "the mark finds no running process";
+  }
+
+  Start start_;
   std::optional<Terminal> terminal_;
   std::string machine_;  // the result of traces() before the test
 };
 
-TEST_P(ShellTest, ItStartsWithThreeSuggestedCommands) {
+TEST_P(ShellTest, ItSuggestsThreeCommandsAndInstallsTheExamplesOfTheManuals) {
   EXPECT_EQ(open(), R"(
 A private host with a stand-in for the daemon. Nothing here changes the machine,
 and "exit" removes it all. Three commands to begin with:
@@ -260,6 +134,8 @@ and "exit" removes it all. Three commands to begin with:
   man ravctl                         # every command; the Tab key completes them
 
 )");
+  EXPECT_EQ(answerTo("ls -F /usr/share/doc/ravctl/examples | tr '\\n' ' '; echo"),
+            "README.md ansible/ hip.init* hip.service ravctl-exit* ravctl-json* zuv-sendbundle.sh* \n");
 }
 
 TEST_P(ShellTest, AnActivatedProfileHasARunningDaemonALogAndASupportBundle) {
@@ -288,12 +164,6 @@ TEST_P(ShellTest, ManShowsThePagesThroughAPager) {
   }
 }
 
-TEST_P(ShellTest, TheExamplesOfTheManualsAreInstalled) {
-  (void)open();
-  EXPECT_EQ(answerTo("ls -F /usr/share/doc/ravctl/examples | tr '\\n' ' '; echo"),
-            "README.md ansible/ hip.init* hip.service ravctl-exit* ravctl-json* zuv-sendbundle.sh* \n");
-}
-
 TEST_P(ShellTest, TabCompletesCommandsAndProfileNames) {
   (void)open();
   terminal_->type("ravctl prof\t");
@@ -315,15 +185,9 @@ TEST_P(ShellTest, MissingToolsAreNamed) {
                         "nor stopped.\n\nMissing here: man (man-db). There are no manuals.\n"));
 }
 
-TEST_P(ShellTest, LeavingGivesStatus0AndLeavesNothingBehind) {
-  (void)open();
-  (void)answerTo("ravctl profile create lab helmsor=h:443 activate");
-  (void)answerWith("running: true", "ravctl service status");
-  std::string look = "touch /root/.bash_history /root/.lesshst /tmp/of-ravctl-shell-test; ls -d >/dev/null";
-  for (const char* path : kPlaces) look += std::string(" ") + path;
-  EXPECT_EQ(answerTo(look), "") << "each of these files must exist inside, or the check for leftovers proves nothing";
-  EXPECT_GT(processes(), 3) << "the mark finds no running process";
-  EXPECT_THAT(answerTo("false; jobs"), "");
+TEST_P(ShellTest, LeavingItGivesStatus0AndLeavesNothingBehind) {
+  useTheShell();
+  EXPECT_EQ(answerTo("false; jobs"), "");
   terminal_->type("false; exit\n");
   (void)terminal_->rest();
   EXPECT_EQ(terminal_->exitStatus(), 0);
@@ -332,12 +196,9 @@ TEST_P(ShellTest, LeavingGivesStatus0AndLeavesNothingBehind) {
 }
 
 TEST_P(ShellTest, ClosingItsWindowLeavesNothingBehind) {
-  (void)open();
-  (void)answerTo("ravctl profile create lab helmsor=h:443 activate");
-  (void)answerWith("running: true", "ravctl service status");
-  EXPECT_GT(processes(), 3);
+  useTheShell();
   terminal_->hangUp();
-  EXPECT_TRUE(comesTrue([] { return processes() == 0; }));
+  EXPECT_TRUE(comesTrue([] { return processes() == 0; }, kPatience));
   EXPECT_EQ(traces(), machine_);
 }
 
