@@ -48,39 +48,37 @@ class FinitTest : public testing::Test {
     EXPECT_EQ(words, expected);                    \
   }
 
-TEST_F(FinitTest, TheServiceIsStoppedStartedAndRestarted) {
+TEST_F(FinitTest, TheServiceIsStoppedStartedAndRestartedButOnlyOnRequest) {
   EXPECT_SAID(onFinit(kService, R"(
     until_it is running
+    first=$(daemon)
+    ravctl service stop
+    state
+    ravctl service start sys=upstart
+    echo exit $?
+    same $first $(daemon)
+    pidof /usr/sbin/hip | wc -w
     ravctl service stop sys=upstart
     until_it is stopped
     ravctl service start sys=upstart
     until_it is running
-    first=$(daemon)
+    second=$(daemon)
     ravctl service status | head -n 1
     ravctl service restart sys=upstart
     until_it is running
-    same $first $(daemon)
+    same $second $(daemon)
     ravctl service bounce full sys=upstart
     until_it is running
     ravctl service stop sys=upstart
     until_it is stopped
     pidof /usr/sbin/hip
     state)"),
+              "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\nrunning\n"
+              "exit 0\nsame\n1\n"
               "running: true\nanother\nstopped\n");
 }
 
-TEST_F(FinitTest, StartingTwiceLeavesOneDaemon) {
-  EXPECT_SAID(onFinit(kService, R"(
-    until_it is running
-    first=$(daemon)
-    ravctl service start sys=upstart
-    echo exit $?
-    same $first $(daemon)
-    pidof /usr/sbin/hip | wc -w)"),
-              "exit 0\nsame\n1\n");
-}
-
-TEST_F(FinitTest, AnUnknownServiceIsAToolFailure) {
+TEST_F(FinitTest, AFailureOfInitctlIsReportedWithItsErrorText) {
   EXPECT_SAID(onFinit("# none", R"(
     ravctl service start sys=upstart
     ravctl service stop sys=upstart --quiet)"),
@@ -88,23 +86,12 @@ TEST_F(FinitTest, AnUnknownServiceIsAToolFailure) {
               "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n"
               "No such task or service(s): hip\n\nUsage: initctl stop <NAME>[:ID]\n"
               "status_code: 0x16001001\n");
-}
-
-TEST_F(FinitTest, WithoutARunningInitTheErrorOfTheToolIsShown) {
   EXPECT_SAID(onHost(R"(
     cp "$0"/lib/finit/initctl /usr/sbin/
     export LD_LIBRARY_PATH=$(echo "$0"/usr/lib/*-linux-*)
     ravctl service start sys=upstart)"),
               "initctl: Failed connecting to finit: No such file or directory\n"
               "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n");
-}
-
-TEST_F(FinitTest, ItIsUsedOnlyOnRequest) {
-  EXPECT_SAID(onFinit(kService, R"(
-    until_it is running
-    ravctl service stop
-    state)"),
-              "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\nrunning\n");
 }
 
 }  // namespace

@@ -3,17 +3,14 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
-#include <thread>
 
 #include "testing/host/Places.h"
 #include "testing/run/HostTest.h"
+#include "testing/run/Waiting.h"
 
 namespace {
 
-using std::chrono::milliseconds;
-using std::chrono::seconds;
 using Words = std::vector<std::string>;
 
 constexpr const char* kOptions = "/etc/default/hip";
@@ -28,15 +25,6 @@ std::vector<pid_t> daemons() {
     if (!gone && program == "/usr/sbin/hip") found.push_back(std::stoi(entry.path().filename().string()));
   }
   return found;
-}
-
-template <typename Condition>
-bool comesTrue(Condition condition, milliseconds within = seconds(10)) {
-  for (milliseconds waited{0}; waited < within; waited += milliseconds(20)) {
-    if (condition()) return true;
-    std::this_thread::sleep_for(milliseconds(20));
-  }
-  return condition();
 }
 
 // Sets up two profiles, of which "lab" is the active one.
@@ -59,10 +47,6 @@ class InitScriptTest : public HostTest {
     EXPECT_TRUE(comesTrue([] { return daemons().empty(); }));
     host::remove("/etc/default");
   }
-
-  static void setDaemonOptions(const std::string& words) {
-    host::writeFile(kOptions, "DAEMON_OPTS=\"" + words + "\"\n");
-  }
 };
 
 std::string outputOf(const Words& words) {
@@ -79,19 +63,34 @@ bool isRunning() {
 
 bool hasBeat(const std::string& dirname) { return host::exists(host::kProfiles + dirname + "/hipvars.txt"); }
 
-TEST_F(InitScriptTest, TheDaemonIsStartedAndKilled) {
+// Waits for a daemon that writes a heartbeat in this profile. Returns the process if it is the only daemon, or else 0.
+pid_t daemonOn(const std::string& dirname) {
+  const bool isThere = comesTrue([&] { return hasBeat(dirname) && daemons().size() == 1; });
+  EXPECT_TRUE(isThere) << daemons().size() << " daemons";
+  return isThere ? daemons().at(0) : 0;
+}
+
+TEST_F(InitScriptTest, TheDaemonIsStartedOnceReplacedAndKilled) {
+  host::writeFile(kOptions, "START_WAIT=1\n");
   EXPECT_EQ(outputOf({"service", "status"}), kNotRunning);
   EXPECT_EQ(outputOf({"service", "start"}), "");
   EXPECT_TRUE(isRunning());
-  EXPECT_EQ(daemons().size(), 1u);
+  const pid_t first = daemonOn("profile-1");
+  EXPECT_EQ(outputOf({"service", "start"}), "");
+  EXPECT_EQ(daemons(), std::vector<pid_t>{first});
+  EXPECT_EQ(outputOf({"service", "restart", "full"}), "");
+  EXPECT_NE(daemonOn("profile-1"), first);
   EXPECT_EQ(outputOf({"service", "stop"}), "");
   EXPECT_TRUE(comesTrue([] { return daemons().empty(); }));
 }
 
-TEST_F(InitScriptTest, StoppingWithoutADaemonIsAFailureOfKillall) {
+TEST_F(InitScriptTest, AFailureOfKillallOrOfTheScriptIsReported) {
+  const std::string failure = "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n";
   const Outcome outcome = runRavctl({"service", "stop"});
-  EXPECT_EQ(outcome.out, "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n");
+  EXPECT_EQ(outcome.out, failure);
   EXPECT_EQ(outcome.err, "/usr/sbin/hip: no process found\n");
+  host::setMode("/usr/sbin/hip", 0644);
+  EXPECT_EQ(outputOf({"service", "start"}), failure);
 }
 
 TEST_F(InitScriptTest, KillallEndsEveryDaemonAndNoOtherProcess) {
@@ -108,69 +107,36 @@ TEST_F(InitScriptTest, KillallEndsEveryDaemonAndNoOtherProcess) {
       << "the program of the same name has ended too";
 }
 
-TEST_F(InitScriptTest, ARestartReplacesTheDaemon) {
-  EXPECT_EQ(outputOf({"service", "start"}), "");
-  ASSERT_TRUE(comesTrue([] { return daemons().size() == 1; }));
-  const pid_t before = daemons().at(0);
-  EXPECT_EQ(outputOf({"service", "restart", "full"}), "");
-  ASSERT_TRUE(comesTrue([] { return daemons().size() == 1; }));
-  EXPECT_NE(daemons().at(0), before);
-}
-
-TEST_F(InitScriptTest, AFailedScriptIsAToolFailure) {
-  host::setMode("/usr/sbin/hip", 0644);
-  EXPECT_EQ(outputOf({"service", "start"}),
-            "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n");
-}
-
-TEST_F(InitScriptTest, ActivatingWaitsForASlowDaemonAndStartsOneOnTheOtherProfile) {
-  setDaemonOptions("--stop-delay 3");
-  EXPECT_EQ(outputOf({"service", "start"}), "");
-  ASSERT_TRUE(comesTrue([] { return hasBeat("profile-1"); }));
-  const pid_t before = daemons().at(0);
-  EXPECT_EQ(outputOf({"profile", "activate", "office"}), "profile_name: office\n");
-  ASSERT_TRUE(comesTrue([] { return hasBeat("profile-2"); }));
-  ASSERT_EQ(daemons().size(), 1u) << "the old daemon must have ended before the new one was started";
-  EXPECT_NE(daemons().at(0), before);
-  EXPECT_TRUE(isRunning());
-  EXPECT_EQ(host::readFile(host::kCurrent), "profile-2\n");
-}
-
-TEST_F(InitScriptTest, ActivatingStartsADaemonIfNoneRuns) {
+TEST_F(InitScriptTest, ActivatingStartsADaemonKeepsARunningOneAndWaitsForASlowOneToMove) {
+  host::writeFile(kOptions, "DAEMON_OPTS=\"--stop-delay 3\"\n");
   const Outcome outcome = runRavctl({"profile", "activate", "office"});
   EXPECT_EQ(outcome.out, "profile_name: office\n");
   EXPECT_EQ(outcome.err, "/usr/sbin/hip: no process found\n");
-  EXPECT_TRUE(comesTrue([] { return hasBeat("profile-2"); }));
-}
-
-TEST_F(InitScriptTest, ActivatingTheRunningProfileKeepsItsDaemon) {
-  EXPECT_EQ(outputOf({"service", "start"}), "");
-  ASSERT_TRUE(comesTrue([] { return hasBeat("profile-1"); }));
-  const std::vector<pid_t> before = daemons();
+  const pid_t first = daemonOn("profile-2");
+  EXPECT_EQ(outputOf({"profile", "activate", "office"}), "profile_name: office\n");
+  EXPECT_EQ(daemons(), std::vector<pid_t>{first});
   EXPECT_EQ(outputOf({"profile", "activate", "lab"}), "profile_name: lab\n");
-  EXPECT_EQ(daemons(), before);
+  ASSERT_TRUE(comesTrue([] { return hasBeat("profile-1"); }));
+  ASSERT_EQ(daemons().size(), 1u) << "the old daemon must have ended before the new one was started";
+  EXPECT_NE(daemons().at(0), first);
+  EXPECT_TRUE(isRunning());
+  EXPECT_EQ(host::readFile(host::kCurrent), "profile-1\n");
 }
 
-TEST_F(InitScriptTest, ModifyingTheRunningProfileRestartsEvenASlowDaemon) {
-  setDaemonOptions("--stop-delay 2");
+TEST_F(InitScriptTest, ModifyingAndCreatingRestartTheDaemonOnTheRightProfile) {
+  host::writeFile(kOptions, "DAEMON_OPTS=\"--stop-delay 2\"\n");
   EXPECT_EQ(outputOf({"service", "start"}), "");
-  ASSERT_TRUE(comesTrue([] { return hasBeat("profile-1"); }));
-  const pid_t before = daemons().at(0);
-  const Outcome outcome = runRavctl({"profile", "modify", "lab", "helmsor=10.0.0.9:443", "--quiet"});
-  EXPECT_EQ(outcome.exitStatus, 0);
+  const pid_t first = daemonOn("profile-1");
+  const Outcome modified = runRavctl({"profile", "modify", "lab", "helmsor=10.0.0.9:443", "--quiet"});
+  EXPECT_EQ(modified.exitStatus, 0);
   EXPECT_EQ(host::readFile(std::string(host::kProfiles) + "profile-1/mapconfig.static"),
             "map_uri=https://10.0.0.9:443\n");
-  ASSERT_TRUE(comesTrue([&] { return daemons().size() == 1 && daemons().at(0) != before; }));
+  ASSERT_TRUE(comesTrue([&] { return daemons().size() == 1 && daemons().at(0) != first; }));
   EXPECT_TRUE(isRunning());
-}
-
-TEST_F(InitScriptTest, CreatingAndActivatingMovesTheDaemon) {
-  EXPECT_EQ(outputOf({"service", "start"}), "");
-  ASSERT_TRUE(comesTrue([] { return hasBeat("profile-1"); }));
-  const Outcome outcome = runRavctl({"profile", "create", "field", "helmsor=10.0.0.9:443", "activate", "--quiet"});
-  EXPECT_EQ(outcome.err, "");
+  const Outcome created = runRavctl({"profile", "create", "field", "helmsor=10.0.0.9:443", "activate", "--quiet"});
+  EXPECT_EQ(created.err, "");
   EXPECT_EQ(host::readFile(host::kCurrent), "profile-123123\n");
-  EXPECT_TRUE(comesTrue([] { return hasBeat("profile-123123") && daemons().size() == 1; }));
+  EXPECT_NE(daemonOn("profile-123123"), 0);
 }
 
 TEST_F(InitScriptTest, TheScriptSupportsItsActions) {
@@ -197,15 +163,6 @@ TEST_F(InitScriptTest, TheDaemonRunsWhenTheStartReturns) {
   EXPECT_EQ(outputOf({"service", "start"}), "");
   EXPECT_EQ(daemons().size(), 1u);
   host::remove(tool + ".itself");  // the next reset of the host removes the script
-}
-
-TEST_F(InitScriptTest, StartingTwiceLeavesOneDaemon) {
-  host::writeFile(kOptions, "START_WAIT=1\n");
-  EXPECT_EQ(outputOf({"service", "start"}), "");
-  ASSERT_TRUE(comesTrue([] { return daemons().size() == 1; }));
-  const std::vector<pid_t> before = daemons();
-  EXPECT_EQ(outputOf({"service", "start"}), "");
-  EXPECT_EQ(daemons(), before);
 }
 
 }  // namespace

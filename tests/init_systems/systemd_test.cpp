@@ -56,6 +56,13 @@ class SystemdTest : public testing::Test {
     EXPECT_EQ(said, expected);                     \
   }
 
+// A script that runs on a host of its own, and its output.
+struct Case {
+  const char* why;
+  const char* script;
+  const char* expected;
+};
+
 TEST_F(SystemdTest, TheUnitIsStartedRestartedAndStopped) {
   EXPECT_ON_SYSTEMD(R"(
     ravctl service status
@@ -83,54 +90,58 @@ TEST_F(SystemdTest, TheUnitIsStartedRestartedAndStopped) {
                     "inactive\n");
 }
 
-TEST_F(SystemdTest, AnUnknownUnitIsAToolFailure) {
-  EXPECT_ON_SYSTEMD(R"(
+constexpr Case kFailures[] = {
+    {"systemctl does not know the unit",
+     R"(
     rm /etc/systemd/system/hip.service
     systemctl daemon-reload
     ravctl service start
     ravctl service stop
     echo exit $?)",
-                    "Failed to start hip.service: Unit hip.service not found.\n"
-                    "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n"
-                    "Failed to stop hip.service: Unit hip.service not loaded.\n"
-                    "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n"
-                    "exit 0\n");
-}
-
-TEST_F(SystemdTest, AFailingUnitIsAToolFailure) {
-  EXPECT_ON_SYSTEMD(R"(
+     "Failed to start hip.service: Unit hip.service not found.\n"
+     "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n"
+     "Failed to stop hip.service: Unit hip.service not loaded.\n"
+     "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n"
+     "exit 0\n"},
+    {"the unit fails",
+     R"(
     unit '[Unit]' DefaultDependencies=no '[Service]' Type=oneshot ExecStart=/bin/false
     ravctl service start 2>/dev/null
     state
     ravctl profile activate office 2>/dev/null
     cat $profiles/.current)",
-                    "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n"
-                    "failed\n"
-                    "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n"
-                    "profile-2\n");
-}
-
-TEST_F(SystemdTest, AMissingSystemctlIsAToolFailure) {
-  EXPECT_ON_SYSTEMD(R"(
+     "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n"
+     "failed\n"
+     "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n"
+     "profile-2\n"},
+    {"systemctl is missing",
+     R"(
     rm /bin/systemctl
     ravctl service start
     ravctl service stop --quiet)",
-                    "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n"
-                    "status_code: 0x16001001\n");
-}
-
-TEST_F(SystemdTest, WithoutARunningSystemdTheErrorOfTheToolIsShown) {
-  EXPECT_ON_SYSTEMD(R"(
+     "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n"
+     "status_code: 0x16001001\n"},
+    {"systemd does not run",
+     R"(
     mount -t tmpfs nothing /run
     ravctl service start)",
-                    "System has not been booted with systemd as init system (PID 1). Can't operate.\n"
-                    "Failed to connect to bus: Host is down\n"
-                    "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n");
+     "System has not been booted with systemd as init system (PID 1). Can't operate.\n"
+     "Failed to connect to bus: Host is down\n"
+     "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n"},
+};
+
+TEST_F(SystemdTest, AFailureOfSystemctlIsReportedWithItsErrorText) {
+  for (const Case& c : kFailures) {
+    SCOPED_TRACE(c.why);
+    EXPECT_ON_SYSTEMD(c.script, c.expected);
+  }
 }
 
-TEST_F(SystemdTest, ActivatingMovesTheDaemonToTheOtherProfile) {
-  EXPECT_ON_SYSTEMD(R"(
-    ravctl service start
+constexpr Case kMoves[] = {
+    {"activating starts a stopped daemon, keeps a running one, and moves it to another profile",
+     R"(
+    ravctl profile activate lab
+    state
     until_it beats profile-1
     first=$(daemon)
     ravctl profile activate lab
@@ -141,17 +152,14 @@ TEST_F(SystemdTest, ActivatingMovesTheDaemonToTheOtherProfile) {
     grep -c 'hip: ended' $profiles/profile-1/hip.log
     ravctl service status | head -n 1
     cat $profiles/.current)",
-                    "profile_name: lab\n"
-                    "same\n"
-                    "profile_name: office\n"
-                    "another\n"
-                    "1\n"
-                    "running: true\n"
-                    "profile-2\n");
-}
-
-TEST_F(SystemdTest, ActivatingWaitsForASlowDaemon) {
-  EXPECT_ON_SYSTEMD(R"(
+     "profile_name: lab\nactive\n"
+     "profile_name: lab\nsame\n"
+     "profile_name: office\nanother\n"
+     "1\n"
+     "running: true\n"
+     "profile-2\n"},
+    {"activating waits for a slow daemon",
+     R"(
     unit '[Unit]' DefaultDependencies=no '[Service]' 'ExecStart=/usr/sbin/hip --stop-delay 2'
     ravctl service start
     until_it beats profile-1
@@ -159,57 +167,46 @@ TEST_F(SystemdTest, ActivatingWaitsForASlowDaemon) {
     state
     until_it beats profile-2
     pidof /usr/sbin/hip | wc -w)",
-                    "profile_name: office\nactive\n1\n");
-}
-
-TEST_F(SystemdTest, ActivatingTheStoppedActiveProfileOnlyStartsIt) {
-  EXPECT_ON_SYSTEMD(R"(
-    ravctl profile activate lab
-    state
-    until_it beats profile-1)",
-                    "profile_name: lab\nactive\n");
-}
-
-TEST_F(SystemdTest, ModifyingTheRunningProfileStopsAndStartsItsDaemon) {
-  EXPECT_ON_SYSTEMD(R"(
-    ravctl service start
-    until_it beats profile-1
-    first=$(daemon)
-    ravctl profile modify lab helmsor=10.0.0.9:443 --quiet
-    state
-    same $first $(daemon)
-    cat $profiles/profile-1/mapconfig.static
-    until_it beats profile-1
-    ravctl service status | head -n 1)",
-                    "active\n"
-                    "another\n"
-                    "map_uri=https://10.0.0.9:443\n"
-                    "running: true\n");
-}
-
-TEST_F(SystemdTest, ModifyingAnotherProfileKeepsTheDaemonRunning) {
-  EXPECT_ON_SYSTEMD(R"(
+     "profile_name: office\nactive\n1\n"},
+    {"modifying restarts the daemon of the running profile only, and activating moves it",
+     R"(
     ravctl service start
     until_it beats profile-1
     first=$(daemon)
     ravctl profile modify office helmsor=10.0.0.9:443 --quiet
     same $first $(daemon)
-    ravctl profile modify office helmsor=10.0.0.10:443 activate --quiet
+    ravctl profile modify lab helmsor=10.0.0.9:443 --quiet
+    state
     same $first $(daemon)
+    cat $profiles/profile-1/mapconfig.static
+    until_it beats profile-1
+    ravctl service status | head -n 1
+    second=$(daemon)
+    ravctl profile modify office helmsor=10.0.0.10:443 activate --quiet
+    same $second $(daemon)
     until_it beats profile-2
     cat $profiles/.current)",
-                    "same\nanother\nprofile-2\n");
-}
-
-TEST_F(SystemdTest, CreatingAndActivatingMovesTheDaemon) {
-  EXPECT_ON_SYSTEMD(R"(
+     "same\n"
+     "active\nanother\n"
+     "map_uri=https://10.0.0.9:443\n"
+     "running: true\n"
+     "another\nprofile-2\n"},
+    {"creating and activating moves the daemon",
+     R"(
     ravctl service start
     until_it beats profile-1
     ravctl profile create field helmsor=10.0.0.9:443 activate --quiet
     state
     until_it beats profile-123123
     cat $profiles/.current)",
-                    "profile_name: field\nactive\nprofile-123123\n");
+     "profile_name: field\nactive\nprofile-123123\n"},
+};
+
+TEST_F(SystemdTest, TheDaemonAlwaysRunsOnTheActiveProfile) {
+  for (const Case& c : kMoves) {
+    SCOPED_TRACE(c.why);
+    EXPECT_ON_SYSTEMD(c.script, c.expected);
+  }
 }
 
 // --- Leftovers
