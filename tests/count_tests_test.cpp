@@ -26,6 +26,10 @@ needs "root" & more
     </testcase>)";
 constexpr const char* kDisabled =
     R"(<testcase name="DISABLED_Waits" status="notrun" result="suppressed" classname="Thing" />)";
+// A text of a test may hold bytes that XML cannot hold.
+constexpr const char* kFailedWithBytes =
+    "<testcase name=\"Breaks\" status=\"run\" result=\"completed\" classname=\"Thing\">\n"
+    "  <failure message=\"\" type=\"\"><![CDATA[a_test.cpp:7\n\x01\xff\xef\xbf\xbf]]></failure>\n</testcase>";
 // What a test has printed may look like a result.
 constexpr const char* kFailedWithAText =
     R"(<testcase name="Prints" status="run" result="completed" classname="Thing">
@@ -53,6 +57,11 @@ std::string entry(const std::string& name, const std::string& status, const std:
          "\">\n\t\t<system-out>" + output + "</system-out>\n\t</testcase>\n";
 }
 
+struct Report {
+  const char* name;
+  std::string text;
+};
+
 class CountTestsTest : public HostTest {
  protected:
   void SetUp() override {
@@ -60,11 +69,6 @@ class CountTestsTest : public HostTest {
     if (IsSkipped()) return;
     if (!host::exists("/usr/bin/python3")) GTEST_SKIP() << "python3 is not installed";
   }
-
-  struct Report {
-    const char* name;
-    std::string text;
-  };
 
   // Writes the reports and counts them, in the given order.
   static Outcome count(const std::vector<Report>& reports) {
@@ -77,92 +81,84 @@ class CountTestsTest : public HostTest {
   }
 };
 
-TEST_F(CountTestsTest, CountsTheSingleTestsInsteadOfTheEntryOfCTest) {
-  const Outcome outcome =
-      count({{"ctest.xml", ctest(entry("a_test/Thing", "fail"))},
-             {"a_test-Thing.xml", googleTest(std::string(kPassed) + kFailed + kSkipped + kDisabled + kPassed)}});
-  EXPECT_EQ(outcome.out, "2 1 2\n");
-  EXPECT_EQ(outcome.err, "");
-  EXPECT_EQ(outcome.exitStatus, 0);
+struct Case {
+  const char* why;
+  std::vector<Report> reports;
+  const char* counts;  // of passed, failed and skipped tests
+  const char* err = "";
+};
+
+Report list(const std::string& entries) { return {"ctest.xml", ctest(entries)}; }
+Report ofThing(const std::string& tests) { return {"a_test-Thing.xml", googleTest(tests)}; }
+
+constexpr const char* kNotWhole = "a_test/Thing has left no whole report of its tests\n";
+const std::string kFake = "&lt;testcase name=&quot;x&quot; status=&quot;run&quot; classname=&quot;x&quot;/&gt;";
+const std::string kPassedAndFailed = entry("fuzz_json", "run") + entry("fuzz_json", "fail");
+const std::string kFailedAndPassed = entry("fuzz_json", "fail") + entry("fuzz_json", "run");
+
+const Case kCases[] = {
+    {"the single tests count instead of the entry of CTest",
+     {list(entry("a_test/Thing", "fail")), ofThing(std::string(kPassed) + kFailed + kSkipped + kDisabled + kPassed)},
+     "2 1 2\n"},
+    {"an entry without a test program is one test",
+     {list(entry("fuzz_json", "run") + entry("fuzz_url", "fail") + entry("a_test_NOT_BUILT", "notrun"))},
+     "1 2 0\n"},
+    {"an entry without a report is one failure", {list(entry("a_test/Thing", "run"))}, "0 1 0\n", kNotWhole},
+    {"a failed entry without a report is one too", {list(entry("a_test/Thing", "fail"))}, "0 1 0\n", kNotWhole},
+    {"an entry that fails after its last test is one failure",
+     {list(entry("a_test/Thing", "fail")), ofThing(kPassed)},
+     "1 1 0\n",
+     "a_test/Thing failed, but none of its tests did\n"},
+    {"output of a test that looks like a result does not count",
+     {ofThing(std::string(kFailedWithAText) + kPassed)},
+     "1 1 0\n"},
+    {"output of an entry that looks like a result does not count", {list(entry("fuzz_json", "run", kFake))}, "1 0 0\n"},
+    {"output may hold bytes that XML cannot hold", {ofThing(std::string(kFailedWithBytes) + kPassed)}, "1 1 0\n"},
+    {"an entry that is named twice fails if the second one fails", {list(kPassedAndFailed)}, "0 1 0\n"},
+    {"an entry that is named twice fails if the first one fails", {list(kFailedAndPassed)}, "0 1 0\n"},
+    {"an entry that is named twice counts once",
+     {list(entry("fuzz_json", "run") + entry("fuzz_json", "run"))},
+     "1 0 0\n"},
+};
+
+TEST_F(CountTestsTest, EachTestCountsOnceAndEachProblemIsAFailure) {
+  for (const Case& c : kCases) {
+    SCOPED_TRACE(c.why);
+    host::reset();
+    const Outcome outcome = count(c.reports);
+    EXPECT_EQ(outcome.out, c.counts);
+    EXPECT_EQ(outcome.err, c.err);
+    EXPECT_EQ(outcome.exitStatus, 0);
+  }
 }
 
-TEST_F(CountTestsTest, WritesTheLastLineOfEachReason) {
-  const Outcome outcome = count({{"a_test-Thing.xml", googleTest(std::string(kSkipped) + kDisabled)}});
-  EXPECT_EQ(outcome.out, "0 0 2\n");
+TEST_F(CountTestsTest, WritesTheLastLineOfEachReasonButNoFileWhenNoTestIsSkipped) {
+  EXPECT_EQ(count({ofThing(kPassed)}).out, "1 0 0\n");
+  EXPECT_FALSE(host::exists(kSkips));
+  EXPECT_EQ(count({ofThing(std::string(kSkipped) + kDisabled)}).out, "0 0 2\n");
   EXPECT_EQ(host::readFile(kSkips),
             "step:All/Thing.Needs/0\tneeds \"root\" & more\nstep:Thing.DISABLED_Waits\tsuppressed\n");
 }
 
-TEST_F(CountTestsTest, MakesNoFileOfSkipsWhenNoTestIsSkipped) {
-  EXPECT_EQ(count({{"a_test-Thing.xml", googleTest(kPassed)}}).out, "1 0 0\n");
-  EXPECT_FALSE(host::exists(kSkips));
-}
-
-TEST_F(CountTestsTest, AnEntryWithoutATestProgramCountsAsOneTest) {
-  const std::string entries =
-      entry("fuzz_json", "run") + entry("fuzz_url", "fail") + entry("a_test_NOT_BUILT", "notrun");
-  EXPECT_EQ(count({{"ctest.xml", ctest(entries)}}).out, "1 2 0\n");
-}
-
-TEST_F(CountTestsTest, AnEntryWithoutAReportCountsAsOneFailure) {
-  for (const char* status : {"run", "fail"}) {
-    const Outcome outcome = count({{"ctest.xml", ctest(entry("a_test/Thing", status))}});
-    EXPECT_EQ(outcome.out, "0 1 0\n");
-    EXPECT_EQ(outcome.err, "a_test/Thing has left no whole report of its tests\n");
-  }
-}
-
-TEST_F(CountTestsTest, AnEntryThatFailsAfterItsLastTestCountsAsOneFailure) {
-  const Outcome outcome =
-      count({{"ctest.xml", ctest(entry("a_test/Thing", "fail"))}, {"a_test-Thing.xml", googleTest(kPassed)}});
-  EXPECT_EQ(outcome.out, "1 1 0\n");
-  EXPECT_EQ(outcome.err, "a_test/Thing failed, but none of its tests did\n");
-}
-
-TEST_F(CountTestsTest, ReportsThatBreakOffCountAsOneFailureAndKeepTheirTests) {
+TEST_F(CountTestsTest, AMissingOrBrokenOffReportCountsAsOneFailureAndKeepsItsTests) {
   const std::string whole = googleTest(std::string(kPassed) + kPassed);
   for (const std::string& broken :
        {std::string(), whole.substr(0, 20), whole.substr(0, whole.size() - 5), std::string("no report\n")}) {
     SCOPED_TRACE(broken);
     const bool hasTests = broken.size() > 100;
-    const Outcome withEntry = count({{"ctest.xml", ctest(entry("a_test/Thing", "run"))}, {"a_test-Thing.xml", broken}});
+    const Outcome withEntry = count({list(entry("a_test/Thing", "run")), {"a_test-Thing.xml", broken}});
     EXPECT_EQ(withEntry.out, hasTests ? "2 1 0\n" : "0 1 0\n");
     EXPECT_EQ(withEntry.err, "a_test/Thing has left no whole report of its tests\n");
     const Outcome alone = count({{"a_test-Thing.xml", broken}});
     EXPECT_EQ(alone.out, hasTests ? "2 1 0\n" : "0 1 0\n");
     EXPECT_EQ(alone.err, "a_test-Thing.xml is missing or not whole\n");
   }
-  const std::string list = ctest(entry("fuzz_json", "run"));
-  EXPECT_EQ(count({{"ctest.xml", list.substr(0, list.size() - 5)}}).out, "1 1 0\n");
-}
-
-TEST_F(CountTestsTest, AMissingReportCountsAsOneFailure) {
-  const Outcome outcome =
+  const std::string wholeList = ctest(entry("fuzz_json", "run"));
+  EXPECT_EQ(count({{"ctest.xml", wholeList.substr(0, wholeList.size() - 5)}}).out, "1 1 0\n");
+  const Outcome missing =
       runProgram({"/usr/bin/python3", "-I", kScript, "--step", "step", "--skips", kSkips, "/tmp/none.xml"});
-  EXPECT_EQ(outcome.out, "0 1 0\n");
-  EXPECT_EQ(outcome.err, "none.xml is missing or not whole\n");
-}
-
-TEST_F(CountTestsTest, OutputThatLooksLikeAResultIsNotCounted) {
-  EXPECT_EQ(count({{"a_test-Thing.xml", googleTest(std::string(kFailedWithAText) + kPassed)}}).out, "1 1 0\n");
-  const std::string output = "&lt;testcase name=&quot;x&quot; status=&quot;run&quot; classname=&quot;x&quot;/&gt;";
-  EXPECT_EQ(count({{"ctest.xml", ctest(entry("fuzz_json", "run", output))}}).out, "1 0 0\n");
-}
-
-TEST_F(CountTestsTest, ReadsOutputWithBytesThatXmlCannotHold) {
-  std::string failed = kFailed;
-  failed.insert(failed.find("Value"), std::string("\x01\xff\xef\xbf\xbf", 5));
-  const Outcome outcome = count({{"a_test-Thing.xml", googleTest(failed + kPassed)}});
-  EXPECT_EQ(outcome.out, "1 1 0\n");
-  EXPECT_EQ(outcome.err, "");
-}
-
-TEST_F(CountTestsTest, AnEntryThatCTestNamesTwiceCountsOnceAndFailsIfOneFails) {
-  for (const char* first : {"run", "fail"}) {
-    const std::string second = std::string(first) == "run" ? "fail" : "run";
-    EXPECT_EQ(count({{"ctest.xml", ctest(entry("fuzz_json", first) + entry("fuzz_json", second))}}).out, "0 1 0\n");
-  }
-  EXPECT_EQ(count({{"ctest.xml", ctest(entry("fuzz_json", "run") + entry("fuzz_json", "run"))}}).out, "1 0 0\n");
+  EXPECT_EQ(missing.out, "0 1 0\n");
+  EXPECT_EQ(missing.err, "none.xml is missing or not whole\n");
 }
 
 TEST_F(CountTestsTest, ShowsItsUsage) {

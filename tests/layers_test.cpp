@@ -143,64 +143,73 @@ TEST(Layers, EveryIncludeOfTheProductGoesToALowerFolder) {
     ADD_FAILURE() << problem;
 }
 
-TEST(Layers, IncludesOfLowerFoldersAndOfTheSameFolderAreAllowed) {
-  EXPECT_EQ(problemsOf({{"low/a.h", ""},
-                        {"low/b.h", "#include \"low/a.h\"\n"},
-                        {"mid/c.h", ""},
-                        {"top/d/d.h", "#include \"mid/c.h\"\n#include \"low/b.h\"\n"},
-                        {"top/d/d.cpp", "#include \"top/d/d.h\"\n#include \"low/a.h\"\n#include <string>\n"}},
-                       "# low\nlow # first\n\nmid\ntop/d\n"),
-            Problems());
+// Makes files from words such as "a/a.h>a/b.h>b/b.h": a name, and the names of the files that it includes.
+Files filesOf(const std::string& words) {
+  Files files;
+  std::istringstream stream(words);
+  for (std::string word; stream >> word;) {
+    std::istringstream names(word);
+    std::string name;
+    std::getline(names, name, '>');
+    std::string& text = files[name];
+    for (std::string included; std::getline(names, included, '>');) text += "#include \"" + included + "\"\n";
+  }
+  return files;
 }
 
-TEST(Layers, AnIncludeOfAHigherFolderIsReported) {
-  EXPECT_EQ(problemsOf({{"a/a.h", "// comment\n #  include \"b/b.h\"\n"}, {"b/b.h", ""}}, "a\nb\n"),
-            Problems{"a/a.h includes b/b.h, which is not below it"});
+struct Case {
+  const char* why;
+  const char* files;  // see filesOf
+  const char* layers;
+  Problems problems;
+};
+
+const Problems kNotBelow = {"a/a.h includes b/b.h, which is not below it"};
+constexpr const char* kCircle = "a/a.h>b/b.h b/b.h b/c.h>a/a.h";  // a circle of folders, but not of files
+const Case kCases[] = {
+    {"includes of lower folders and of the same folder are allowed",
+     "low/a.h low/b.h>low/a.h mid/c.h top/d/d.h>mid/c.h>low/b.h top/d/d.cpp>top/d/d.h>low/a.h",
+     "# low\nlow # first\n\nmid\ntop/d\n",
+     {}},
+    {"an include of a higher folder", "a/a.h>b/b.h b/b.h", "a\nb\n", kNotBelow},
+    {"an include of a folder of the same rank", "a/a.h>b/b.h b/b.h", "b a\n", kNotBelow},
+    {"folders that include each other", kCircle, "a\nb\n", kNotBelow},
+    {"the same in another order", kCircle, "b\na\n", {"b/c.h includes a/a.h, which is not below it"}},
+    {"the same in one rank", kCircle, "a b\n", {kNotBelow[0], "b/c.h includes a/a.h, which is not below it"}},
+    {"a circle of includes in a folder",
+     "a/a.h>a/b.h a/b.h>a/c.h a/c.h>a/a.h a/d.h>a/a.h a/e.h",
+     "a\n",
+     {"a/a.h is on a circle of includes", "a/b.h is on a circle of includes", "a/c.h is on a circle of includes"}},
+    {"a header that includes itself", "a/a.h>a/a.h", "a\n", {"a/a.h is on a circle of includes"}},
+    {"a source without a header of its name, unless it has the main function",
+     "a/a.h a/a.cpp a/b.cpp b/b.h command/entry/main.cpp",
+     "a\nb\ncommand/entry\n",
+     {"a/b.cpp has no header of its name"}},
+    {"includes of files outside the list",
+     "a/a.h>testing/HostTest.h a/b.h>a.h",
+     "a\n",
+     {"a/a.h includes testing/HostTest.h, which is not below it", "a/b.h includes a.h, which is not below it"}},
+    {"missing, superfluous and repeated folders",
+     "a/a.h b/b.h main.cpp",
+     "a\nc\na\n",
+     {"c is listed but holds no file", "a is listed twice", "b/b.h is in no folder of the list",
+      "main.cpp is in no folder of the list"}},
+    {"a folder below one that holds files",
+     "a/a.h a/b/b.h",
+     "a\na/b\n",
+     {"a/b is in a folder that holds files itself"}},
+};
+
+TEST(Layers, EveryMistakeIsReportedAndNothingElse) {
+  for (const Case& c : kCases) {
+    SCOPED_TRACE(c.why);
+    EXPECT_EQ(problemsOf(filesOf(c.files), c.layers), c.problems);
+  }
 }
 
-TEST(Layers, FoldersThatIncludeEachOtherAreReportedInAnyOrder) {
-  const Files circle = {{"a/x.h", "#include \"b/x.h\"\n"}, {"b/x.h", ""}, {"b/y.h", "#include \"a/x.h\"\n"}};
-  for (const char* order : {"a\nb\n", "b\na\n"}) EXPECT_EQ(problemsOf(circle, order).size(), 1u) << order;
-  EXPECT_EQ(problemsOf(circle, "a b\n").size(), 2u);
-}
-
-TEST(Layers, FoldersOfOneRankMayNotIncludeEachOther) {
-  EXPECT_EQ(problemsOf({{"a/a.h", "#include \"b/b.h\"\n"}, {"b/b.h", ""}}, "b a\n"),
-            Problems{"a/a.h includes b/b.h, which is not below it"});
-}
-
-TEST(Layers, ACircleOfIncludesInAFolderIsReported) {
-  const Files circle = {{"a/a.h", "#include \"a/b.h\"\n"},
-                        {"a/b.h", "#include \"a/c.h\"\n"},
-                        {"a/c.h", "#include \"a/a.h\"\n"},
-                        {"a/d.h", "#include \"a/a.h\"\n"},
-                        {"a/e.h", ""}};
-  EXPECT_EQ(problemsOf(circle, "a\n"), (Problems{"a/a.h is on a circle of includes", "a/b.h is on a circle of includes",
-                                                 "a/c.h is on a circle of includes"}));
-  EXPECT_EQ(problemsOf({{"a/a.h", "#include \"a/a.h\"\n"}}, "a\n"), Problems{"a/a.h is on a circle of includes"});
-}
-
-TEST(Layers, ASourceWithoutAHeaderOfItsNameIsReported) {
-  EXPECT_EQ(problemsOf({{"a/a.h", ""}, {"a/a.cpp", ""}, {"a/b.cpp", ""}, {"b/b.h", ""}, {kMainSource, ""}},
-                       "a\nb\ncommand/entry\n"),
-            Problems{"a/b.cpp has no header of its name"});
-}
-
-TEST(Layers, AnIncludeOfAFileOutsideTheListIsReported) {
-  EXPECT_EQ(problemsOf({{"a/a.h", "#include \"testing/HostTest.h\"\n"}, {"a/b.h", "#include \"a.h\"\n"}}, "a\n"),
-            (Problems{"a/a.h includes testing/HostTest.h, which is not below it",
-                      "a/b.h includes a.h, which is not below it"}));
-}
-
-TEST(Layers, MissingSuperfluousAndRepeatedFoldersAreReported) {
-  EXPECT_EQ(problemsOf({{"a/a.h", ""}, {"b/b.h", ""}, {"main.cpp", ""}}, "a\nc\na\n"),
-            (Problems{"c is listed but holds no file", "a is listed twice", "b/b.h is in no folder of the list",
-                      "main.cpp is in no folder of the list"}));
-}
-
-TEST(Layers, AFolderThatHoldsFoldersMayNotHoldFiles) {
-  EXPECT_EQ(problemsOf({{"a/a.h", ""}, {"a/b/b.h", ""}}, "a\na/b\n"),
-            Problems{"a/b is in a folder that holds files itself"});
+TEST(Layers, AnIncludeMayHaveBlanksAndOtherLinesAreIgnored) {
+  EXPECT_EQ(includesOf("// #include \"a\"\n #  include \"b/b.h\"\n#include <string>\nint a;\n"),
+            std::vector<std::string>{"b/b.h"});
 }
 
 }  // namespace

@@ -29,33 +29,28 @@ class PrivateHostFromOutside : public testing::Test {
   void SetUp() override {
     const Outcome trial = onHost({"/bin/true"});
     if (trial.exitStatus == 125) GTEST_SKIP() << trial.err;
+    ASSERT_NE(::mkdtemp(folder_), nullptr);
   }
+  void TearDown() override { host::remove(folder_); }
+
+  char folder_[32] = "/tmp/private-host-test-XXXXXX";  // an empty folder of the machine
 };
 
-TEST_F(PrivateHostFromOutside, TheExitStatusIsThatOfTheCommand) {
+TEST_F(PrivateHostFromOutside, TheOuterProcessEndsLikeTheCommand) {
   EXPECT_EQ(onHost({"/bin/sh", "-c", "exit 7"}).exitStatus, 7);
   EXPECT_EQ(onHost({"/bin/true"}).exitStatus, 0);
-}
-
-TEST_F(PrivateHostFromOutside, ASignalThatKillsTheCommandKillsTheOuterProcess) {
   EXPECT_EQ(onHost({"/bin/sh", "-c", "kill -9 $$"}).signal, SIGKILL);
   EXPECT_EQ(onHost({"/bin/sh", "-c", "kill -TERM $$"}).signal, SIGTERM);
+  const Outcome missing = onHost({"no-such-command"});
+  EXPECT_EQ(missing.exitStatus, 127);
+  EXPECT_EQ(missing.err, "private-host: no-such-command: No such file or directory\n");
 }
 
-TEST_F(PrivateHostFromOutside, AMissingCommandGivesStatus127) {
-  const Outcome outcome = onHost({"no-such-command"});
-  EXPECT_EQ(outcome.exitStatus, 127);
-  EXPECT_EQ(outcome.err, "private-host: no-such-command: No such file or directory\n");
-}
-
-TEST_F(PrivateHostFromOutside, TheProgramAndTheDaemonAreInstalled) {
-  EXPECT_EQ(onHost({"/bin/sh", "-c", "command -v ravctl; test -x /usr/sbin/hip"}).out, "/usr/bin/ravctl\n");
-}
-
-TEST_F(PrivateHostFromOutside, TheStoreCanBeCopiedFromAFolder) {
+TEST_F(PrivateHostFromOutside, TheProgramAndTheDaemonAreInstalledAndAStoreCanBeCopied) {
   const std::string folder = places::source() + "/tests/transcripts";  // any folder works
-  const Outcome outcome = runProgram({kHost, "--store", folder, "cat", "/etc/zuv/profiles/README.md"});
-  EXPECT_EQ(outcome.out, host::readFile(folder + "/README.md"));
+  const char* script = "command -v ravctl; test -x /usr/sbin/hip && cat /etc/zuv/profiles/README.md";
+  EXPECT_EQ(runProgram({kHost, "--store", folder, "--", "/bin/sh", "-c", script}).out,
+            "/usr/bin/ravctl\n" + host::readFile(folder + "/README.md"));
 }
 
 TEST_F(PrivateHostFromOutside, NothingWrittenInsideReachesTheMachine) {
@@ -67,15 +62,12 @@ TEST_F(PrivateHostFromOutside, NothingWrittenInsideReachesTheMachine) {
 }
 
 TEST_F(PrivateHostFromOutside, AFolderOfTheMachineCanBeShownReadOnlyOrWritable) {
-  char folder[] = "/tmp/private-host-test-XXXXXX";
-  ASSERT_NE(::mkdtemp(folder), nullptr);
-  const std::string file = std::string(folder) + "/file";
+  const std::string file = std::string(folder_) + "/file";
   const char* write = "echo written >\"$0\" && echo \"$0\"";
-  EXPECT_NE(runProgram({kHost, "--visible", folder, "--", "/bin/sh", "-c", write, file}).exitStatus, 0);
-  EXPECT_EQ(runProgram({kHost, "--writable", folder, "--", "/bin/sh", "-c", write, file}).out,
+  EXPECT_NE(runProgram({kHost, "--visible", folder_, "--", "/bin/sh", "-c", write, file}).exitStatus, 0);
+  EXPECT_EQ(runProgram({kHost, "--writable", folder_, "--", "/bin/sh", "-c", write, file}).out,
             "/.private-host/shown/1/file\n");
   EXPECT_EQ(host::readFile(file), "written\n");
-  host::remove(folder);
 }
 
 TEST_F(PrivateHostFromOutside, TheWorkingDirectoryIsTheSameFolderOfTheCheckoutOrElseTheRoot) {
@@ -97,14 +89,11 @@ TEST_F(PrivateHostFromOutside, PathsOfTheCheckoutInArgumentsAndVariablesAreTrans
 }
 
 TEST_F(PrivateHostFromOutside, TestsWriteToTheFolderThatTheVariableNames) {
-  char folder[] = "/tmp/private-host-test-XXXXXX";
-  ASSERT_NE(::mkdtemp(folder), nullptr);
   Start start;
-  start.environment = {std::string("RAVCTL_MADE=") + folder};
+  start.environment = {std::string("RAVCTL_MADE=") + folder_};
   EXPECT_EQ(onHost({"/bin/sh", "-c", "echo written >/.private-host/made/file; echo $RAVCTL_MADE"}, start).out,
             "/.private-host/made\n");
-  EXPECT_EQ(host::readFile(folder + std::string("/file")), "written\n");
-  host::remove(folder);
+  EXPECT_EQ(host::readFile(folder_ + std::string("/file")), "written\n");
 }
 
 TEST_F(PrivateHostFromOutside, TheCheckoutIsVisibleOnlyBelowThePrivateHostFolder) {
@@ -186,13 +175,10 @@ TEST_F(PrivateHostFromOutside, WithoutNamespacesItSaysWhyThereIsNoHost) {
 }
 
 TEST_F(PrivateHostFromOutside, AnotherBuildCanBeShownAndTheProgramIsStillItsOwn) {
-  char folder[] = "/tmp/private-host-test-XXXXXX";
-  ASSERT_NE(::mkdtemp(folder), nullptr);
-  host::writeFile(folder + std::string("/testing/private-host"), "no program of this machine\n", 0755);
+  host::writeFile(folder_ + std::string("/testing/private-host"), "no program of this machine\n", 0755);
   const std::string script = "cat /.private-host/build/testing/private-host; ravctl list versions | wc -l";
-  EXPECT_EQ(runProgram({kHost, "--build", folder, "--", "/bin/sh", "-c", script}).out,
+  EXPECT_EQ(runProgram({kHost, "--build", folder_, "--", "/bin/sh", "-c", script}).out,
             "no program of this machine\n2\n");
-  host::remove(folder);
 }
 
 }  // namespace
