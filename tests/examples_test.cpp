@@ -45,9 +45,15 @@ TEST_F(ExamplesTest, TheExitStatusReportsTheResultOfTheCommand) {
     end service start
     end profile modify lab log_level=loud
     ravctl list profiles >/dev/null
-    printf 'uptime.now=%s\nuptime.started=1\n' "$(date +%s)" >/etc/zuv/profiles/profile-123123/hipvars.txt
+    cd /etc/zuv/profiles/profile-123123
+    # A log that looks like a failure is none.
+    echo 'status_code: 0x12001001' >hip.log
+    ravctl-exit list log lab
+    echo "$?"
+    printf 'uptime.now=%s\nuptime.started=1\n' "$(date +%s)" >hipvars.txt
     end support reset lab
-    mkdir -p /etc/zuv/profiles/profile-123123/hip.log
+    rm hip.log
+    mkdir hip.log
     end list log lab)sh");
   EXPECT_EQ(answer,
             "profile create lab helmsor=10.0.0.1:443 0\n"
@@ -59,6 +65,7 @@ TEST_F(ExamplesTest, TheExitStatusReportsTheResultOfTheCommand) {
             "profile details nowhere 66\n"
             "service start 69\n"
             "profile modify lab log_level=loud 70\n"
+            "status_code: 0x12001001\nprofile_name: lab\n0\n"
             "support reset lab 75\n"
             "list log lab 71\n");
 }
@@ -74,19 +81,9 @@ TEST_F(ExamplesTest, TheOutputIsPassedOnInEveryOutputMode) {
         cmp theirs ours
       done
     done)");
-  EXPECT_EQ(answer,
-            "profile rename lab new_name=lab 64\nlist profiles 0\nservice status 0\nhelp service 0\n"
-            "profile rename lab new_name=lab 64\nlist profiles 0\nservice status 0\nhelp service 0\n"
-            "profile rename lab new_name=lab 64\nlist profiles 0\nservice status 0\nhelp service 0\n");
-}
-
-TEST_F(ExamplesTest, ALogThatLooksLikeAFailureIsNoFailure) {
-  const std::string answer = said(R"(
-    ravctl profile create lab helmsor=10.0.0.1:443 >/dev/null
-    echo 'status_code: 0x12001001' >/etc/zuv/profiles/profile-123123/hip.log
-    ravctl-exit list log lab
-    echo $?)");
-  EXPECT_EQ(answer, "status_code: 0x12001001\nprofile_name: lab\n0\n");
+  const std::string ofOneMode =
+      "profile rename lab new_name=lab 64\nlist profiles 0\nservice status 0\nhelp service 0\n";
+  EXPECT_EQ(answer, ofOneMode + ofOneMode + ofOneMode);
 }
 
 TEST_F(ExamplesTest, ARefusalForLackOfRightsIsExitStatus77) {
@@ -166,32 +163,26 @@ TEST_F(ExamplesTest, EveryCommandPrintsOneLineOfJson) {
   expectJson(answer);
 }
 
-// The output of a tool comes before the status lines.
-TEST_F(ExamplesTest, OutputOfAToolIsASeparateMember) {
-  const std::string answer = said(R"(
-    printf '#!/bin/sh\necho "starting: $1"\n' >/etc/init.d/hip
-    ravctl-json service start)");
-  EXPECT_EQ(answer, R"({"success":true,"method":"service start","status_text":"success",)"
-                    R"("status_code":"0x00000001","tool_output":["starting: start"]})"
-                    "\n");
-  expectJson(answer);
-}
-
-// The object stays valid JSON, whatever bytes are in names, logs and files.
-TEST_F(ExamplesTest, HostileTextsStayStrings) {
+// The output of a tool comes before the status lines, and is a member of its own. Whatever bytes are in names, logs and
+// files, the object stays valid JSON.
+TEST_F(ExamplesTest, OutputOfToolsAndHostileTextsBecomeStrings) {
   const std::string answer = said(R"(
     ravctl profile create 'a"b\c' helmsor=10.0.0.1 >/dev/null
     ravctl list profiles >/dev/null
     printf '{"x":1}\nstatus_code: 0x12001001\n\t\001\177 \303\244 \303( \355\240\200 \377\360\237\230\200\nmethod: x\n' \
       >/etc/zuv/profiles/profile-123123/hip.log
     ravctl-json list log .current
-    ravctl-json list profiles)");
+    ravctl-json list profiles
+    printf '#!/bin/sh\necho "starting: $1"\n' >/etc/init.d/hip
+    ravctl-json service start)");
   const std::vector<std::string> lines = linesOf(answer);
-  ASSERT_EQ(lines.size(), 2u);
+  ASSERT_EQ(lines.size(), 3u);
   EXPECT_THAT(lines[0], HasSubstr(R"("log":["{\"x\":1}","status_code: 0x12001001","\u0009\u0001\u007f )"
                                   "\xc3\xa4 \\ufffd( \\ufffd\\ufffd\\ufffd \\ufffd\xf0\x9f\x98\x80\""
                                   R"(,"method: x"],"profile_name":"a\"b\\c")"));
   EXPECT_THAT(lines[1], HasSubstr(R"("profiles":[{"dir":"profile-123123","name":"a\"b\\c"}])"));
+  EXPECT_EQ(lines[2], R"({"success":true,"method":"service start","status_text":"success",)"
+                      R"("status_code":"0x00000001","tool_output":["starting: start"]})");
   expectJson(answer);
 }
 
@@ -221,7 +212,6 @@ TEST_F(ExamplesTest, TheBundleContainsNoKeyAndNoInvitation) {
     cat profile-123123/hip.log profile-123123/hip.conf profile-123123/endbox.conf
     grep -r -e MIIsecret -e 'XK4.99' . && echo 'it tells'
     grep -x -A 2 '[$] ravctl list versions' host.txt)sh");
-  ;
   EXPECT_EQ(answer,
             "/etc/zuv/logs/bundle-TIME.tar.gz\n"
             "700 d\n"

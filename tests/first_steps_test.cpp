@@ -1,6 +1,7 @@
 // Runs what a newcomer runs first: the demo, and the first session of README.md.
 #include "testing/host/HostFiles.h"
 #include "testing/host/Places.h"
+#include "testing/run/FurnishedHost.h"
 #include "testing/run/Matchers.h"
 #include "testing/run/Program.h"
 #include "testing/run/Session.h"
@@ -44,9 +45,7 @@ TEST(FirstStepsTest, TheShellCompletesWords) {
 }
 
 TEST(FirstStepsTest, TheDemoRunsToItsEnd) {
-  for (const char* tool : {"/usr/sbin/start-stop-daemon", "/usr/bin/killall"}) {
-    if (!host::exists(tool)) GTEST_SKIP() << tool << " is not installed";
-  }
+  if (!missingForInitScript().empty()) GTEST_SKIP() << missingForInitScript();
   const Outcome outcome = runProgram({places::privateHost(), "--store", kStore, "--", "/bin/sh", kDemo});
   SKIP_WITHOUT_A_HOST(outcome);
   EXPECT_EQ(outcome.exitStatus, 0);

@@ -72,16 +72,12 @@ TEST_F(ReleaseBinary, NeedsNoOtherFileToRun) {
   EXPECT_TRUE(elf_.dynamic(DT_NEEDED).empty());
 }
 
-TEST_F(ReleaseBinary, IsPositionIndependent) { EXPECT_EQ(elf_.type(), ET_DYN); }
-
-TEST_F(ReleaseBinary, HasReadOnlyTablesAfterRelocation) {
-  EXPECT_TRUE(elf_.segment(PT_GNU_RELRO));
+TEST_F(ReleaseBinary, IsPositionIndependentWithReadOnlyTablesAndANonExecutableStack) {
+  EXPECT_EQ(elf_.type(), ET_DYN);
+  EXPECT_TRUE(elf_.segment(PT_GNU_RELRO)) << "the tables can be written after relocation";
   const auto flags = elf_.dynamic(DT_FLAGS);
   ASSERT_EQ(flags.size(), 1u);
   EXPECT_NE(flags[0] & DF_BIND_NOW, 0u);
-}
-
-TEST_F(ReleaseBinary, HasANonExecutableStack) {
   const auto stack = elf_.segment(PT_GNU_STACK);
   ASSERT_TRUE(stack);
   EXPECT_EQ(stack->p_flags & PF_X, 0u);

@@ -1,10 +1,10 @@
 // Replays every file of tests/transcripts. Each file is one test.
 #include <algorithm>
 #include <filesystem>
-#include <sstream>
 
 #include "testing/host/Places.h"
 #include "testing/run/HostTest.h"
+#include "testing/run/Session.h"
 #include "testing/run/Transcript.h"
 
 namespace {
@@ -23,13 +23,6 @@ std::string nameOf(const testing::TestParamInfo<std::string>& info) {
   std::replace_if(
       name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
   return name;
-}
-
-std::vector<std::string> linesOf(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
-  return lines;
 }
 
 class Transcript : public HostTest, public testing::WithParamInterface<std::string> {};

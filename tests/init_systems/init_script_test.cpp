@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "testing/host/Places.h"
+#include "testing/run/FurnishedHost.h"
 #include "testing/run/HostTest.h"
 #include "testing/run/Waiting.h"
 
@@ -33,8 +34,7 @@ class InitScriptTest : public HostTest {
   void SetUp() override {
     HostTest::SetUp();
     if (IsSkipped()) return;
-    if (!host::exists("/usr/sbin/start-stop-daemon")) GTEST_SKIP() << "start-stop-daemon is not installed";
-    if (!host::exists("/usr/bin/killall")) GTEST_SKIP() << "killall is not installed";
+    if (!missingForInitScript().empty()) GTEST_SKIP() << missingForInitScript();
     host::installDaemon();
     host::writeFile("/etc/init.d/hip", host::readFile(places::source() + "/packaging/examples/hip.init"), 0755);
     host::makeProfile("profile-1", "lab");

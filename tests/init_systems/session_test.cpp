@@ -4,6 +4,7 @@
 
 #include "testing/host/HostFiles.h"
 #include "testing/host/Places.h"
+#include "testing/run/FurnishedHost.h"
 #include "testing/run/Matchers.h"
 #include "testing/run/Program.h"
 
@@ -163,9 +164,7 @@ TEST(SessionTest, TheWholeSessionWorksOnSystemd) {
 }
 
 TEST(SessionTest, TheWholeSessionWorksWithAnInitScript) {
-  for (const char* tool : {"/usr/sbin/start-stop-daemon", "/usr/bin/killall"}) {
-    if (!host::exists(tool)) GTEST_SKIP() << tool << " is not installed";
-  }
+  if (!missingForInitScript().empty()) GTEST_SKIP() << missingForInitScript();
   const std::string hip = "/.private-host/source/packaging/examples/hip.init";
   const std::string whyNot =
       playOn({places::privateHost(), "--"}, "mkdir /etc/init.d && install -m 755 " + hip + " /etc/init.d/hip\n");
