@@ -12,6 +12,7 @@
 #include "log/front/BasicLog.h"
 #include "testing/host/Places.h"
 #include "testing/run/HostTest.h"
+#include "testing/run/Session.h"
 
 namespace {
 
@@ -47,7 +48,7 @@ std::vector<std::string> wordsOf(const std::string& text) {
   return words;
 }
 
-// ---- The words are compared with the command table ----
+// --- The words are compared with the command table
 
 // Commands that accept the template as their profile.
 bool mayMeanTheTemplate(const std::string& method) {
@@ -99,22 +100,20 @@ std::vector<std::string> rowsOfTheTable() {
 TEST(CompletionWords, EachShellOffersExactlyTheCommandsOfTheTableAndTheirKeys) {
   for (const Shell& shell : kShells) {
     SCOPED_TRACE(shell.name);
-    std::istringstream block(between(sourceOf(shell), "'\n", "\n'\n"));
-    std::vector<std::string> rows;
-    for (std::string row; std::getline(block, row);) rows.push_back(row);
-    EXPECT_THAT(rows, testing::UnorderedElementsAreArray(rowsOfTheTable()));
+    const std::string block = between(sourceOf(shell), "'\n", "\n'\n");
+    EXPECT_THAT(linesOf(block), testing::UnorderedElementsAreArray(rowsOfTheTable()));
   }
 }
 
 TEST(CompletionWords, EachShellOffersTheModeWordsAndTheSubjectsOfHelp) {
+  const std::string subjects = "profile service list log support json internal";
   for (const Shell& shell : kShells) {
     SCOPED_TRACE(shell.name);
     const std::string source = sourceOf(shell);
     EXPECT_THAT(source, testing::ContainsRegex("_ravctl_modes[ =]'?--quiet --verbose --json --text'?\n"));
-    EXPECT_THAT(source,
-                testing::ContainsRegex("_ravctl_subjects[ =]'?profile service list log support json internal'?\n"));
+    EXPECT_THAT(source, testing::ContainsRegex("_ravctl_subjects[ =]'?" + subjects + "'?\n"));
   }
-  for (const char* subject : {"profile", "service", "list", "log", "support", "json", "internal"}) {
+  for (const std::string& subject : wordsOf(subjects)) {
     EXPECT_THAT(runRavctl({"help", subject}).out, testing::Not(testing::HasSubstr("nothing found"))) << subject;
   }
 }
@@ -126,17 +125,15 @@ TEST(CompletionWords, EveryOfferedLogLevelIsALogLevel) {
   }
 }
 
-// ---- The shells ----
+// --- The shells
 
 class CompletionTest : public HostTest {
  protected:
   void SetUp() override {
     HostTest::SetUp();
     if (IsSkipped()) return;
-    for (const char* program : {"/usr/bin/bash", "/usr/bin/zsh", "/usr/bin/fish", "/usr/bin/python3"}) {
-      if (!host::exists(program)) GTEST_SKIP() << program << " is not installed";
-    }
-    for (const char* part : {"/usr/share/bash-completion/bash_completion", "/usr/lib/python3/dist-packages/pexpect"}) {
+    for (const char* part : {"/usr/bin/bash", "/usr/bin/zsh", "/usr/bin/fish", "/usr/bin/python3",
+                             "/usr/share/bash-completion/bash_completion", "/usr/lib/python3/dist-packages/pexpect"}) {
       if (!host::exists(part)) GTEST_SKIP() << part << " is not installed";
     }
     for (const Shell& shell : kShells) {
@@ -144,9 +141,7 @@ class CompletionTest : public HostTest {
       mounted_.emplace_back(shell.folder);
       host::writeFile(std::string(shell.folder) + "/" + shell.file, sourceOf(shell));
     }
-    host::makeDirs("/sys/class/net/lo");
-    host::makeDirs("/sys/class/net/eth0");
-    host::makeDirs("/sys/class/net/wlan1");
+    for (const char* name : {"lo", "eth0", "wlan1"}) host::makeDirs(std::string("/sys/class/net/") + name);
     host::installRecorder("/usr/bin/ravctl", "/tmp/ravctl-was-run");
   }
 
@@ -169,12 +164,8 @@ class CompletionTest : public HostTest {
     for (const std::string& text : texts) how.input += key + "\t" + text + "\n";
     const Outcome outcome = runProgram({"/usr/bin/python3", kTyper, shell}, how);
     EXPECT_EQ(outcome.exitStatus, 0) << outcome.err;
-    std::vector<std::string> lines;
-    std::istringstream stream(outcome.out);
-    for (std::string line; std::getline(stream, line);) {
-      line.erase(line.find_last_not_of("\r ") + 1);
-      lines.push_back(line);
-    }
+    std::vector<std::string> lines = linesOf(outcome.out);
+    for (std::string& line : lines) line.erase(line.find_last_not_of("\r ") + 1);
     EXPECT_EQ(lines.size(), texts.size()) << outcome.out << outcome.err;
     lines.resize(texts.size());
     return lines;
@@ -217,54 +208,36 @@ class CompletionTest : public HostTest {
 
 struct Completed {
   const char* why;
-  const char* typed;
-  const char* bash;
-  const char* zsh;
-  const char* fish;  // the only candidate, without quotes
+  const char* typed;  // behind "ravctl "
+  const char* line;   // that bash and zsh make of it, behind "ravctl "
+  const char* fish;   // the only candidate, without quotes
 };
 
 constexpr Completed kCompleted[] = {
-    {"a first word", "ravctl ref", "ravctl reference", "ravctl reference", "reference"},
-    {"a second word", "ravctl profile det", "ravctl profile details", "ravctl profile details", "details"},
-    {"an alias", "ravctl service bou", "ravctl service bounce", "ravctl service bounce", "bounce"},
-    {"a name with a blank", "ravctl profile details fie", "ravctl profile details field\\ office",
-     "ravctl profile details field\\ office", "field office"},
-    {"a name with a blank, begun behind it", "ravctl profile details field\\ o",
-     "ravctl profile details field\\ office", "ravctl profile details field\\ office", "field office"},
-    {"a name in single quotes", "ravctl profile details 'fie", "ravctl profile details 'field office'",
-     "ravctl profile details 'field office'", "field office"},
-    {"a name in double quotes", "ravctl profile details \"fie", "ravctl profile details \"field office\"",
-     "ravctl profile details \"field office\"", "field office"},
-    {"a name with a quote", "ravctl profile details o", "ravctl profile details o\\'brien",
-     "ravctl profile details o\\'brien", "o'brien"},
-    {"a name with a quote, in quotes", "ravctl profile details 'o", "ravctl profile details 'o'\\''brien'",
-     "ravctl profile details 'o'\\''brien'", "o'brien"},
-    {"a name that begins like a comment", "ravctl profile details \\#", "ravctl profile details \\#7",
-     "ravctl profile details \\#7", "#7"},
-    {"such a name in quotes", "ravctl profile details '#", "ravctl profile details '#7'", "ravctl profile details '#7'",
-     "#7"},
-    {"a name beyond ASCII", "ravctl profile details ca", "ravctl profile details café\\ au\\ lait",
-     "ravctl profile details café\\ au\\ lait", "café au lait"},
-    {"a name with = and :", "ravctl profile details a=", "ravctl profile details a=b:c", "ravctl profile details a=b:c",
-     "a=b:c"},
-    {"such a name, behind the :", "ravctl profile details a=b:", "ravctl profile details a=b:c",
-     "ravctl profile details a=b:c", "a=b:c"},
-    {"such a name in quotes", "ravctl profile details 'a=", "ravctl profile details 'a=b:c'",
-     "ravctl profile details 'a=b:c'", "a=b:c"},
-    {"a name with a dollar and a double quote", "ravctl profile details \\$", "ravctl profile details \\$x\\\"y",
-     "ravctl profile details \\$x\\\"y", "$x\"y"},
-    {"such a name in double quotes", "ravctl profile details \"\\$", "ravctl profile details \"\\$x\\\"y\"",
-     "ravctl profile details \"\\$x\\\"y\"", "$x\"y"},
-    {"a directory", "ravctl profile details dir=other", "ravctl profile details dir=other-dir",
-     "ravctl profile details dir=other-dir", "dir=other-dir"},
-    {"a key, with no blank behind it", "ravctl profile modify x net",
-     "ravctl profile modify x network=", "ravctl profile modify x network=", "network="},
-    {"a value", "ravctl list log x log_level=de", "ravctl list log x log_level=debug",
-     "ravctl list log x log_level=debug", "log_level=debug"},
-    {"an interface", "ravctl profile modify x network=e", "ravctl profile modify x network=eth0",
-     "ravctl profile modify x network=eth0", "network=eth0"},
-    {"nothing to offer", "ravctl profile create pl", "ravctl profile create pl", "ravctl profile create pl", ""},
-    {"no such command", "ravctl nothing he", "ravctl nothing he", "ravctl nothing he", ""},
+    {"a first word", "ref", "reference", "reference"},
+    {"a second word", "profile det", "profile details", "details"},
+    {"an alias", "service bou", "service bounce", "bounce"},
+    {"a name with a blank", "profile details fie", "profile details field\\ office", "field office"},
+    {"a name with a blank, begun behind it", "profile details field\\ o", "profile details field\\ office",
+     "field office"},
+    {"a name in single quotes", "profile details 'fie", "profile details 'field office'", "field office"},
+    {"a name in double quotes", "profile details \"fie", "profile details \"field office\"", "field office"},
+    {"a name with a quote", "profile details o", "profile details o\\'brien", "o'brien"},
+    {"a name with a quote, in quotes", "profile details 'o", "profile details 'o'\\''brien'", "o'brien"},
+    {"a name that begins like a comment", "profile details \\#", "profile details \\#7", "#7"},
+    {"such a name in quotes", "profile details '#", "profile details '#7'", "#7"},
+    {"a name beyond ASCII", "profile details ca", "profile details café\\ au\\ lait", "café au lait"},
+    {"a name with = and :", "profile details a=", "profile details a=b:c", "a=b:c"},
+    {"such a name, behind the :", "profile details a=b:", "profile details a=b:c", "a=b:c"},
+    {"such a name in quotes", "profile details 'a=", "profile details 'a=b:c'", "a=b:c"},
+    {"a name with a dollar and a double quote", "profile details \\$", "profile details \\$x\\\"y", "$x\"y"},
+    {"such a name in double quotes", "profile details \"\\$", "profile details \"\\$x\\\"y\"", "$x\"y"},
+    {"a directory", "profile details dir=other", "profile details dir=other-dir", "dir=other-dir"},
+    {"a key, with no blank behind it", "profile modify x net", "profile modify x network=", "network="},
+    {"a value", "list log x log_level=de", "list log x log_level=debug", "log_level=debug"},
+    {"an interface", "profile modify x network=e", "profile modify x network=eth0", "network=eth0"},
+    {"nothing to offer", "profile create pl", "profile create pl", ""},
+    {"no such command", "nothing he", "nothing he", ""},
 };
 
 void makeNamedProfiles() {
@@ -278,27 +251,28 @@ void makeNamedProfiles() {
 TEST_F(CompletionTest, CompletesWordsNamesKeysAndValuesWithCorrectQuoting) {
   makeNamedProfiles();
   std::vector<std::string> texts;
-  for (const Completed& c : kCompleted) texts.emplace_back(c.typed);
+  for (const Completed& c : kCompleted) texts.push_back(std::string("ravctl ") + c.typed);
   const auto bash = typedInto("bash", "tab", texts);
   const auto zsh = typedInto("zsh", "tab", texts);
   for (std::size_t i = 0; i < texts.size(); ++i) {
     SCOPED_TRACE(kCompleted[i].why);
-    EXPECT_EQ(bash[i], kCompleted[i].bash);
-    EXPECT_EQ(zsh[i], kCompleted[i].zsh);
+    const std::string line = std::string("ravctl ") + kCompleted[i].line;
+    EXPECT_EQ(bash[i], line);
+    EXPECT_EQ(zsh[i], line);
     EXPECT_EQ(answerOfFish(texts[i]), *kCompleted[i].fish == '\0' ? "" : std::string(kCompleted[i].fish) + "\n");
   }
 }
 
 struct Offer {
   const char* why;
-  const char* typed;
-  std::vector<std::string> words;
+  const char* typed;  // behind "ravctl "
+  const char* words;
 };
 
 // Returns an offer in the form in which the shell shows it.
 std::vector<std::string> shownBy(const std::string& shell, const Offer& offer) {
-  std::vector<std::string> words = offer.words;
-  const std::string typed = offer.typed;
+  std::vector<std::string> words = wordsOf(offer.words);
+  const std::string typed = std::string("ravctl ") + offer.typed;
   if (shell == "fish") {  // fish shows names that begin with a dot only after a typed dot
     words.erase(std::remove_if(words.begin(), words.end(), [](auto& word) { return word[0] == '.'; }), words.end());
   } else if (words.empty()) {
@@ -311,34 +285,20 @@ std::vector<std::string> shownBy(const std::string& shell, const Offer& offer) {
 TEST_F(CompletionTest, OffersExactlyTheWordsThatAreValidThere) {
   host::makeProfile("profile-1", "lab");
   const Offer offers[] = {
-      {"first words",
-       "ravctl ",
-       {"help", "json", "list", "profile", "reference", "service", "show", "support", "usage"}},
-      {"second words", "ravctl list ", {"interfaces", "log", "profiles", "versions"}},
-      {"profiles, for what the template refuses",
-       "ravctl profile rename ",
-       {"--active", ".current", "dir=profile-1", "lab"}},
-      {"profiles, and the template",
-       "ravctl profile details ",
-       {"--active", ".current", ".factory", "dir=profile-1", "lab"}},
-      {"keys", "ravctl service restart ", {"--json", "--quiet", "--text", "--verbose", "full", "sys="}},
-      {"keys that are not given yet",
-       "ravctl service restart full sys=initd --quiet ",
-       {"--json", "--text", "--verbose"}},
-      {"init systems",
-       "ravctl service start sys=",
-       {"sys=initd", "sys=launchd", "sys=null", "sys=systemd", "sys=upstart"}},
-      {"interfaces without the loopback",
-       "ravctl profile create a network=",
-       {"network=auto", "network=eth0", "network=wlan1"}},
-      {"truth", "ravctl profile create a allow_rename=", {"allow_rename=false", "allow_rename=true"}},
-      {"the second word of a subject of help",
-       "ravctl help service ",
-       {"bounce", "restart", "start", "status", "stop"}},
-      {"nothing behind free text", "ravctl profile create a helmsor=", {}},
+      {"first words", "", "help json list profile reference service show support usage"},
+      {"second words", "list ", "interfaces log profiles versions"},
+      {"profiles, for what the template refuses", "profile rename ", "--active .current dir=profile-1 lab"},
+      {"profiles, and the template", "profile details ", "--active .current .factory dir=profile-1 lab"},
+      {"keys", "service restart ", "--json --quiet --text --verbose full sys="},
+      {"keys that are not given yet", "service restart full sys=initd --quiet ", "--json --text --verbose"},
+      {"init systems", "service start sys=", "sys=initd sys=launchd sys=null sys=systemd sys=upstart"},
+      {"interfaces without the loopback", "profile create a network=", "network=auto network=eth0 network=wlan1"},
+      {"truth", "profile create a allow_rename=", "allow_rename=false allow_rename=true"},
+      {"the second word of a subject of help", "help service ", "bounce restart start status stop"},
+      {"nothing behind free text", "profile create a helmsor=", ""},
   };
   std::vector<std::string> texts;
-  for (const Offer& offer : offers) texts.emplace_back(offer.typed);
+  for (const Offer& offer : offers) texts.push_back(std::string("ravctl ") + offer.typed);
   for (const Shell& shell : kShells) {
     const auto offered = CompletionTest::offered(shell.name, texts);
     for (std::size_t i = 0; i < texts.size(); ++i) {
@@ -348,32 +308,26 @@ TEST_F(CompletionTest, OffersExactlyTheWordsThatAreValidThere) {
   }
 }
 
-TEST_F(CompletionTest, ReadsTheStoreWithoutChangingIt) {
-  host::makeProfile("profile-1", "lab");
-  host::makeProfile("profile-2", "lab");
-  host::makeDirs("/etc/zuv/profiles/profile-3");
-  host::makeActive("profile-1");
-  const std::string before = host::tree("/etc/zuv");
-  for (const Shell& shell : kShells) {
-    EXPECT_THAT(offered(shell.name, {"ravctl profile details "})[0], testing::Contains("dir=profile-3")) << shell.name;
-  }
-  EXPECT_EQ(host::tree("/etc/zuv"), before);
-}
-
-TEST_F(CompletionTest, NoFileInTheStoreBlocksTheShell) {
+TEST_F(CompletionTest, NoFileInTheStoreBlocksTheShellOrChanges) {
   host::makeProfile("profile-1", "lab");
   host::makeFifo("/etc/zuv/profiles/profile-2/profile_name");
   host::makeDirs("/etc/zuv/profiles/profile-3/profile_name");
   host::makeLink("/etc/zuv/profiles/profile-4", "profile-1");
   host::writeFile("/etc/zuv/profiles/profile-5/profile_name", std::string(1 << 20, 'x'));
   host::writeFile("/etc/zuv/profiles/profile-6/profile_name", " \n\t \n \x01 field \n");
+  host::makeProfile("profile-7", "lab");
+  host::makeDirs("/etc/zuv/profiles/profile-8");
+  host::makeActive("profile-1");
+  const std::string before = host::tree("/etc/zuv");
   for (const Shell& shell : kShells) {
     SCOPED_TRACE(shell.name);
     const auto words = offered(shell.name, {"ravctl profile activate dir=", "ravctl profile activate fi"});
-    EXPECT_THAT(words[0], testing::IsSupersetOf({"dir=profile-1", "dir=profile-2", "dir=profile-3", "dir=profile-5"}));
+    EXPECT_THAT(words[0], testing::IsSupersetOf({"dir=profile-1", "dir=profile-2", "dir=profile-3", "dir=profile-5",
+                                                 "dir=profile-7", "dir=profile-8"}));
     EXPECT_THAT(words[0], testing::Not(testing::Contains("dir=profile-4")));
     EXPECT_THAT(words[1], testing::ElementsAre("field"));
   }
+  EXPECT_EQ(host::tree("/etc/zuv"), before);
 }
 
 TEST_F(CompletionTest, AUserWhoMayNotReadTheNamesGetsTheDirectoriesOffered) {
