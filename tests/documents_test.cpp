@@ -1,12 +1,17 @@
-// Every file that a document names must exist in the checkout.
-#include <gtest/gtest.h>
-
+// Every file that a document names must exist in the checkout, and so must every test that SECURITY.md names for a
+// promise.
+#include <algorithm>
 #include <filesystem>
+#include <set>
 
 #include "testing/host/HostFiles.h"
 #include "testing/host/Places.h"
+#include "testing/run/Matchers.h"
+#include "testing/run/Session.h"
 
 namespace {
+
+// --- Files
 
 const std::filesystem::path kTree = places::source();
 
@@ -61,6 +66,51 @@ TEST(Documents, AMissingFileIsReported) {
             std::vector<std::string>{"docs/nothing.md"});
   EXPECT_EQ(missingFrom("see `host/Places.h` and `host/Nothing.h`", kTree / "testing"),
             std::vector<std::string>{"host/Nothing.h"});
+}
+
+// --- The tests of SECURITY.md
+
+// Returns the texts between backticks in the last column of tables.
+std::set<std::string> namedForPromises(const std::string& page) {
+  std::set<std::string> names;
+  for (const std::string& line : linesOf(page)) {
+    if (line.empty() || line[0] != '|') continue;
+    for (const std::string& name : namesIn(line.substr(line.rfind('|', line.size() - 2)))) names.insert(name);
+  }
+  return names;
+}
+
+std::string allTests() {
+  std::string text;
+  for (const char* folder : {"src", "tests"}) {
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(kTree / folder)) {
+      const std::string name = entry.path().string();
+      if (name.size() > 9 && name.compare(name.size() - 9, 9, "_test.cpp") == 0) text += host::readFile(name);
+    }
+  }
+  return text;
+}
+
+// A name is the path of a file, or the suite and the name of a test.
+bool isThere(const std::string& name, const std::string& tests) {
+  if (name.find('/') != std::string::npos) return std::filesystem::exists(kTree / name);
+  const size_t dot = name.find('.');
+  return dot != std::string::npos &&
+         tests.find("TEST_F(" + name.substr(0, dot) + ", " + name.substr(dot + 1) + ")") != std::string::npos;
+}
+
+TEST(SecurityPromises, EveryNamedTestExists) {
+  const std::set<std::string> names = namedForPromises(host::readFile(kTree / "SECURITY.md"));
+  EXPECT_GT(names.size(), 20u);
+  const std::string tests = allTests();
+  for (const std::string& name : names) EXPECT_TRUE(isThere(name, tests)) << name;
+}
+
+TEST(SecurityPromises, AMissingNameIsReported) {
+  EXPECT_THAT(namedForPromises("| held | `by` |\n| a `x` | `Suite.Gone`, `tests/gone` |\ntext `y`\n"),
+              testing::ElementsAre("Suite.Gone", "by", "tests/gone"));
+  for (const char* name : {"Suite.Gone", "by", "tests/gone"}) EXPECT_FALSE(isThere(name, "TEST_F(Suite, There)"));
+  EXPECT_TRUE(isThere("Suite.There", "TEST_F(Suite, There)"));
 }
 
 }  // namespace

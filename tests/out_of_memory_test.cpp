@@ -88,8 +88,8 @@ using testing::IsEmpty;
 using Lines = std::set<std::string>;
 
 #ifdef RAVCTL_SANITIZED
-constexpr bool isSanitized = true;
-constexpr size_t stride = 7;  // a child takes ten times as long
+constexpr bool kIsSanitized = true;
+constexpr size_t kStride = 7;  // a child takes ten times as long
 #else
 constexpr bool kIsSanitized = false;
 constexpr size_t kStride = 1;
