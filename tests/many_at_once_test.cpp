@@ -7,7 +7,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <limits>
 #include <map>
@@ -18,6 +17,7 @@
 #include "profiles/store/ConfigLines.h"
 #include "testing/faults/StoreCheck.h"
 #include "testing/run/HostTest.h"
+#include "testing/run/Session.h"
 
 namespace {
 
@@ -106,13 +106,7 @@ class Actor {
     return std::find(std::begin(codes), std::end(codes), code) != std::end(codes);
   }
 
-  void problem(const std::string& what, const std::string& seen) {
-    Note note;
-    note.what = "problem";
-    note.subject = what;
-    note.value = seen;
-    write(note);
-  }
+  void problem(const std::string& what, const std::string& seen) { write({0, 0, "problem", "", what, seen}); }
 
   void write(const Note& note) {
     notes_ << note.began << '\t' << note.ended << '\t' << note.what << '\t'
@@ -126,9 +120,8 @@ class Actor {
 };
 
 std::vector<Note> notesOf(int number) {
-  std::ifstream file(kNotes + std::to_string(number));
   std::vector<Note> notes;
-  for (std::string line; std::getline(file, line);) {
+  for (const std::string& line : linesOf(host::readFile(kNotes + std::to_string(number)))) {
     std::istringstream parts(line);
     std::string began;
     std::string ended;
@@ -272,9 +265,7 @@ class OwnProfiles {
     const Outcome made =
         actor_.run({"profile", "create", mark, "helmsor=" + mark + ":1", "network=" + mark, "invitation=" + mark});
     const std::string dirname = lineOf(made.out, "profile_dir=");
-    if (dirname.empty()) return;
-    marks_[dirname] = mark;
-    look(dirname);
+    if (!dirname.empty()) expectHolds(dirname, mark);
   }
   void rename() {
     // New names are longer or shorter than the present one.
@@ -288,8 +279,7 @@ class OwnProfiles {
     const Outcome changed = actor_.run(
         {"profile", "modify", "dir=" + dirname, "helmsor=" + mark + ":1", "network=" + mark, "invitation=" + mark},
         dirname);
-    if (lineOf(changed.out, "status_code: 0x1").empty()) marks_[dirname] = mark;
-    look(dirname);
+    expectHolds(dirname, lineOf(changed.out, "status_code: 0x1").empty() ? mark : marks_[dirname]);
   }
   void reset() {
     if (marks_.empty()) return;
@@ -312,9 +302,9 @@ class OwnProfiles {
     return at->first;
   }
 
-  // Checks that every file holds the text that we wrote last.
-  void look(const std::string& dirname) {
-    const std::string& mark = marks_[dirname];
+  // Checks that every file holds the text that we wrote last, and remembers it.
+  void expectHolds(const std::string& dirname, const std::string& mark) {
+    marks_[dirname] = mark;
     const std::string dir = host::kProfiles + dirname + "/";
     const std::string seen = pairsOf(dir + "mapconfig.static")["map_uri"] + " " +
                              pairsOf(dir + "hip.conf")["master_interface"] + " " +
@@ -366,8 +356,7 @@ void changeAnything(Actor& actor, int steps) {
 
 std::vector<std::string> namesListed() {
   std::vector<std::string> names;
-  std::istringstream lines(runRavctl({"list", "profiles"}).out);
-  for (std::string line; std::getline(lines, line);) {
+  for (const std::string& line : linesOf(runRavctl({"list", "profiles"}).out)) {
     const size_t tab = line.find('\t');
     if (tab != std::string::npos) names.push_back(line.substr(tab + 1));
   }
@@ -386,11 +375,6 @@ class ManyAtOnce : public HostTest {
     host::writeFile(std::string(host::kFactory) + "/ca-certs/root.pem", std::string(9000, 'c') + "\n");
     const char* given = std::getenv("RAVCTL_SEED");
     seed_ = given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : 2022;
-  }
-
-  // Draws a new seed, so that long runs differ.
-  void drawSeed() {
-    if (std::getenv("RAVCTL_SEED") == nullptr) seed_ = std::random_device()();
   }
 
   // `steps` is the number of steps of each process.
@@ -474,7 +458,7 @@ class ManyAtOnceLong : public ManyAtOnce {
  protected:
   void SetUp() override {
     ManyAtOnce::SetUp();
-    drawSeed();
+    if (std::getenv("RAVCTL_SEED") == nullptr) seed_ = std::random_device()();  // so that long runs differ
   }
 };
 
@@ -496,16 +480,20 @@ TEST_F(ManyAtOnce, EditsAreLostWithoutTheLock) {
 }
 
 TEST_F(ManyAtOnce, TwoCreatorsOfOneDirectoryAreDetected) {
-  const auto create = [](long long began, const char* dirname) {
-    return Note{began, began + 1, "profile create", "-", dirname, ""};
+  const auto note = [](const char* what, long long began, const char* dirname) {
+    return Note{began, began + 1, std::string("profile ") + what, "-", dirname, ""};
   };
-  const auto remove = [](long long began, const char* dirname) {
-    return Note{began, began + 1, "profile delete", "-", dirname, ""};
+  const struct {
+    const char* why;
+    Notes notes;
+    std::vector<std::string> shared;
+  } cases[] = {
+      {"deleted before", {{note("create", 1, "a"), note("delete", 5, "a")}, {note("create", 4, "a")}}, {}},
+      {"deleted later", {{note("create", 1, "a"), note("delete", 9, "a")}, {note("create", 4, "a")}}, {"a"}},
+      {"never deleted", {{note("create", 1, "a")}, {note("create", 4, "a")}}, {"a"}},
+      {"another directory", {{note("create", 1, "a")}, {note("create", 4, "b")}}, {}},
   };
-  EXPECT_THAT(sharedDirectories({{create(1, "a"), remove(5, "a")}, {create(4, "a")}}), IsEmpty());
-  EXPECT_THAT(sharedDirectories({{create(1, "a"), remove(9, "a")}, {create(4, "a")}}), testing::ElementsAre("a"));
-  EXPECT_THAT(sharedDirectories({{create(1, "a")}, {create(4, "a")}}), testing::ElementsAre("a"));
-  EXPECT_THAT(sharedDirectories({{create(1, "a")}, {create(4, "b")}}), IsEmpty());
+  for (const auto& c : cases) EXPECT_EQ(sharedDirectories(c.notes), c.shared) << c.why;
 }
 
 TEST_F(ManyAtOnce, EveryPlantedFlawIsDetected) {

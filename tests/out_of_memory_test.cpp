@@ -31,6 +31,7 @@
 #include "profiles/store/ConfigLines.h"
 #include "testing/faults/StoreCheck.h"
 #include "testing/run/HostTest.h"
+#include "testing/run/Session.h"
 
 namespace {
 
@@ -167,9 +168,8 @@ Run run(const Scenario& scenario, size_t from, size_t to) {
 // --- Checking a run
 
 Lines treeLines(const std::string& folder) {
-  std::istringstream text(host::tree(folder));
   Lines lines;
-  for (std::string line; std::getline(text, line);) lines.insert(folder + " " + line);
+  for (const std::string& line : linesOf(host::tree(folder))) lines.insert(folder + " " + line);
   return lines;
 }
 
