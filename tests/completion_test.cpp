@@ -105,20 +105,18 @@ TEST(CompletionWords, EachShellOffersExactlyTheCommandsOfTheTableAndTheirKeys) {
   }
 }
 
-TEST(CompletionWords, EachShellOffersTheModeWordsAndTheSubjectsOfHelp) {
+TEST(CompletionWords, EachShellOffersTheModeWordsTheSubjectsOfHelpAndTheLogLevels) {
   const std::string subjects = "profile service list log support json internal";
   for (const Shell& shell : kShells) {
     SCOPED_TRACE(shell.name);
     const std::string source = sourceOf(shell);
     EXPECT_THAT(source, testing::ContainsRegex("_ravctl_modes[ =]'?--quiet --verbose --json --text'?\n"));
     EXPECT_THAT(source, testing::ContainsRegex("_ravctl_subjects[ =]'?" + subjects + "'?\n"));
+    EXPECT_THAT(source, testing::ContainsRegex("[ ({]info[ ,]warn[ ,]error[ ,]debug[ ,]trace[})\n]"));
   }
   for (const std::string& subject : wordsOf(subjects)) {
     EXPECT_THAT(runRavctl({"help", subject}).out, testing::Not(testing::HasSubstr("nothing found"))) << subject;
   }
-}
-
-TEST(CompletionWords, EveryOfferedLogLevelIsALogLevel) {
   for (const char* level : {"info", "warn", "error", "debug", "trace"}) {
     BasicLog::Level parsed;
     EXPECT_TRUE(BasicLog::parseLogLevel(level, parsed)) << level;
@@ -308,7 +306,7 @@ TEST_F(CompletionTest, OffersExactlyTheWordsThatAreValidThere) {
   }
 }
 
-TEST_F(CompletionTest, NoFileInTheStoreBlocksTheShellOrChanges) {
+TEST_F(CompletionTest, NoFileInTheStoreBlocksTheShellOrIsChanged) {
   host::makeProfile("profile-1", "lab");
   host::makeFifo("/etc/zuv/profiles/profile-2/profile_name");
   host::makeDirs("/etc/zuv/profiles/profile-3/profile_name");

@@ -129,18 +129,15 @@ Files testingFiles() {
   return files;
 }
 
-TEST(Layers, EveryIncludeOfTestingGoesToALowerFolder) {
-  const Files files = testingFiles();
-  EXPECT_FALSE(files.empty());
-  for (const std::string& problem : problemsOf(files, "testing/host\ntesting/run\ntesting/faults testing/models\n"))
-    ADD_FAILURE() << problem;
-}
-
-TEST(Layers, EveryIncludeOfTheProductGoesToALowerFolder) {
-  const Files files = productFiles();
-  EXPECT_FALSE(files.empty());
-  for (const std::string& problem : problemsOf(files, textOf(places::source() + "/src/layers.txt")))
-    ADD_FAILURE() << problem;
+TEST(Layers, EveryIncludeOfTheProductAndOfTestingGoesToALowerFolder) {
+  const std::pair<Files, std::string> trees[] = {
+      {productFiles(), textOf(places::source() + "/src/layers.txt")},
+      {testingFiles(), "testing/host\ntesting/run\ntesting/faults testing/models\n"},
+  };
+  for (const auto& [files, layers] : trees) {
+    EXPECT_FALSE(files.empty());
+    for (const std::string& problem : problemsOf(files, layers)) ADD_FAILURE() << problem;
+  }
 }
 
 // Makes files from words such as "a/a.h>a/b.h>b/b.h": a name, and the names of the files that it includes.

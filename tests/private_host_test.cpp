@@ -172,7 +172,7 @@ TEST_F(PrivateHostFromOutside, WithoutNamespacesItSaysWhyThereIsNoHost) {
   EXPECT_EQ(status, 0);
 }
 
-TEST_F(PrivateHostFromOutside, AnotherBuildCanBeShownAndTheProgramIsStillItsOwn) {
+TEST_F(PrivateHostFromOutside, AnotherBuildCanBeShownWithTheProgramOfThisBuild) {
   host::writeFile(folder_ + std::string("/testing/private-host"), "no program of this machine\n", 0755);
   const std::string script = "cat /.private-host/build/testing/private-host; ravctl list versions | wc -l";
   EXPECT_EQ(runProgram({kHost, "--build", folder_, "--", "/bin/sh", "-c", script}).out,

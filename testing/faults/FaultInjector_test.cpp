@@ -92,7 +92,7 @@ TEST_F(FaultInjectorTest, TheChosenCallAndAllLaterCallsFailUntilThePlanIsDisarme
   EXPECT_TRUE(writeCarefully());
 }
 
-TEST_F(FaultInjectorTest, OnlyTheNamedCallsCountAndThoseWith64BitOffsetsHaveTheirPlainNames) {
+TEST_F(FaultInjectorTest, OnlyTheNamedCallsCountAndTheir64BitVariantsHaveTheSameName) {
   {
     const ArmedFaults armed({1, false, EIO, {"fsync", "close"}, false});
     EXPECT_FALSE(writeCarefully());

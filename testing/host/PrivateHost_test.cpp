@@ -160,7 +160,7 @@ TEST_F(PrivateHostTest, ASmallDiskBecomesFull) {
   EXPECT_THROW(host::writeFile("/etc/zuv/profiles/large", std::string(20000, 'x')), std::runtime_error);
 }
 
-TEST_F(PrivateHostTest, AProgramGetsEverythingInItsStart) {
+TEST_F(PrivateHostTest, AProgramGetsTheInputEnvironmentAndLimitsOfItsStart) {
   Start start;
   start.input = "in\n";
   start.environment = {"NAME=value"};

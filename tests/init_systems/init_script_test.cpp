@@ -107,7 +107,7 @@ TEST_F(InitScriptTest, KillallEndsEveryDaemonAndNoOtherProcess) {
       << "the program of the same name has ended too";
 }
 
-TEST_F(InitScriptTest, ActivatingStartsADaemonKeepsARunningOneAndWaitsForASlowOneToMove) {
+TEST_F(InitScriptTest, ActivatingStartsKeepsOrMovesTheDaemon) {
   host::writeFile(kOptions, "DAEMON_OPTS=\"--stop-delay 3\"\n");
   const Outcome outcome = runRavctl({"profile", "activate", "office"});
   EXPECT_EQ(outcome.out, "profile_name: office\n");

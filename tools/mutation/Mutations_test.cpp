@@ -20,7 +20,7 @@ std::vector<std::string> madeOf(const std::string& source) {
   return texts;
 }
 
-TEST(Mutations, AnOperatorANumberOrATruthIsReplacedByASimilarOne) {
+TEST(Mutations, EachOperatorNumberAndBooleanIsReplacedByASimilarOne) {
   const struct {
     const char* why;
     const char* source;
@@ -95,7 +95,7 @@ TEST(Mutations, OtherCodeHasNoMutations) {
   }
 }
 
-TEST(Mutations, CodeKeepsItsOffsetsWhenTheRestIsBlanked) {
+TEST(Mutations, CodeKeepsItsOffsetsWhenCommentsAndTextsAreBlanked) {
   EXPECT_EQ(codeOf("a; // b\nc(\"d\", 'e');\n#if f\ng"), "a;     \nc(\" \", ' ');\n     \ng");
 }
 
