@@ -14,9 +14,11 @@ namespace {
 using Words = std::vector<std::string>;
 
 constexpr uid_t kOther = 1000;
-constexpr const char* kProfile = "/etc/zuv/profiles/profile-1/";
-constexpr const char* kSecret = "/root/secret";   // only root may read it
-constexpr const char* kPlace = "/root/new/file";  // does not exist; its folder is root's
+const std::string kProfile = "/etc/zuv/profiles/profile-1/";
+const std::string kConf = kProfile + "hip.conf";
+const Words kEdit = {"profile", "modify", "lab", "network=eth0"};  // of hip.conf
+constexpr const char* kSecret = "/root/secret";                    // only root may read it
+constexpr const char* kPlace = "/root/new/file";                   // does not exist; its folder is root's
 
 Outcome asOther(const std::string& script) {
   Start other;
@@ -44,7 +46,7 @@ class HostileLinksTest : public HostTest {
     host::makeProfile("profile-2", "harbour");
     host::makeActive("profile-2");
     host::giveTo(kOther, kProfile);
-    for (const char* file : {"profile_name", "hip.conf"}) host::giveTo(kOther, std::string(kProfile) + file);
+    for (const char* file : {"profile_name", "hip.conf"}) host::giveTo(kOther, kProfile + file);
     host::writeFile(kSecret, "secret=1\n", 0600);
     host::makeDirs("/root/new");
   }
@@ -73,10 +75,10 @@ TEST_F(HostileLinksTest, NoCommandWritesThroughAPlantedLink) {
       {"profile_name", {"profile", "details", "dir=profile-1"}},
       {"profile_name", {"list", "profiles"}},
       {"mapconfig.static", {"profile", "modify", "lab", "helmsor=h:1"}},
-      {"hip.conf", {"profile", "modify", "lab", "network=eth0"}},
+      {"hip.conf", kEdit},
       {"endbox.conf", {"profile", "modify", "lab", "invitation=x"}},
       {"endbox.conf", {"profile", "modify", "lab", "log_level=debug"}},
-      {"hip.conf.temp", {"profile", "modify", "lab", "network=eth0"}},
+      {"hip.conf.temp", kEdit},
       {"endbox.conf.temp", {"profile", "modify", "lab", "log_level=debug"}},
       {"hipvars.txt", {"support", "reset", "lab"}},
       {"peers", {"support", "reset", "lab"}},
@@ -87,7 +89,7 @@ TEST_F(HostileLinksTest, NoCommandWritesThroughAPlantedLink) {
     for (const char* target : {kSecret, kPlace, "/root", "/root/new"}) {
       SCOPED_TRACE(std::string(c.file) + " -> " + target + ": " + testing::PrintToString(c.words));
       setScene();
-      plant(std::string(kProfile) + c.file, target);
+      plant(kProfile + c.file, target);
       const Outcome outcome = runRavctl(c.words);
       EXPECT_EQ(outcome.exitStatus, 0);
       EXPECT_EQ(outcome.err, "");
@@ -97,7 +99,7 @@ TEST_F(HostileLinksTest, NoCommandWritesThroughAPlantedLink) {
 }
 
 TEST_F(HostileLinksTest, ALinkInPlaceOfANameFileAffectsNoOtherProfile) {
-  plant(std::string(kProfile) + "profile_name", kPlace);
+  plant(kProfile + "profile_name", kPlace);
   EXPECT_EQ(runRavctl({"profile", "details", "dir=profile-1"}).out,
             "status_text: profile not found\nstatus_code: 0x12001001\n");
   EXPECT_EQ(runRavctl({"service", "status"}).out, "running: false\nhelmsor: false\ntunnel: false\n");
@@ -108,12 +110,11 @@ TEST_F(HostileLinksTest, ALinkInPlaceOfANameFileAffectsNoOtherProfile) {
 // An edit reads the target of the link and replaces the link by a file with the mode of the target.
 TEST_F(HostileLinksTest, AnEditThroughAPlantedLinkGivesTheOtherUserNoAccess) {
   host::setMode(kSecret, 04700);
-  plant(std::string(kProfile) + "hip.conf", kSecret);
-  EXPECT_EQ(runRavctl({"profile", "modify", "lab", "network=eth0"}).exitStatus, 0);
-  const std::string file = std::string(kProfile) + "hip.conf";
-  EXPECT_EQ(host::readFile(file), "secret=1\nmaster_interface=eth0\n");
-  EXPECT_EQ(host::modeOf(file), 0700u);
-  EXPECT_NE(asOther("cat " + file).exitStatus, 0);
+  plant(kConf, kSecret);
+  EXPECT_EQ(runRavctl(kEdit).exitStatus, 0);
+  EXPECT_EQ(host::readFile(kConf), "secret=1\nmaster_interface=eth0\n");
+  EXPECT_EQ(host::modeOf(kConf), 0700u);
+  EXPECT_NE(asOther("cat " + kConf).exitStatus, 0);
 }
 
 TEST_F(HostileLinksTest, TheTargetOfAForeignLinkInTheTemplateIsNotCopied) {
@@ -133,31 +134,30 @@ TEST_F(HostileLinksTest, TheTargetOfAForeignLinkInTheTemplateIsNotCopied) {
 }
 
 TEST_F(HostileLinksTest, LinksInPlaceOfTheLockAreNotFollowed) {
-  const Words edit = {"profile", "modify", "lab", "network=eth0"};
   for (const char* target : {kSecret, kPlace}) {
     SCOPED_TRACE(target);
     plant("/tmp/lock/hip.conf.lock", target);
-    EXPECT_EQ(runRavctl(edit).exitStatus, 0);
+    EXPECT_EQ(runRavctl(kEdit).exitStatus, 0);
     expectSecretKept();
   }
   host::remove("/tmp/lock");
   plant("/tmp/lock", "/root/new");
-  EXPECT_EQ(runRavctl(edit).exitStatus, 0);
+  EXPECT_EQ(runRavctl(kEdit).exitStatus, 0);
   EXPECT_EQ(host::tree("/root/new"), "");
   expectSecretKept();
 }
 
 TEST_F(HostileLinksTest, TheTemporaryFileIsCreatedAnewIfItsNameIsTaken) {
-  const std::string temporary = std::string(kProfile) + "hip.conf.temp";
+  const std::string temporary = kProfile + "hip.conf.temp";
   ASSERT_EQ(asOther("echo theirs=1 > " + temporary + "; chmod 666 " + temporary).exitStatus, 0);
-  EXPECT_EQ(runRavctl({"profile", "modify", "lab", "network=eth0"}).exitStatus, 0);
-  EXPECT_EQ(host::readFile(std::string(kProfile) + "hip.conf"), "master_interface=eth0\n");
+  EXPECT_EQ(runRavctl(kEdit).exitStatus, 0);
+  EXPECT_EQ(host::readFile(kConf), "master_interface=eth0\n");
   EXPECT_FALSE(host::exists(temporary));
 }
 
 TEST_F(HostileLinksTest, DeletingAProfileRemovesNoTargetOfALink) {
-  ASSERT_EQ(asOther(std::string("cd ") + kProfile + " && mkdir peer_certs && ln -s /root peer_certs/a && ln -s " +
-                    kSecret + " b && ln -s /root/new c")
+  ASSERT_EQ(asOther("cd " + kProfile + " && mkdir peer_certs && ln -s /root peer_certs/a && ln -s " + kSecret +
+                    " b && ln -s /root/new c")
                 .exitStatus,
             0);
   EXPECT_EQ(runRavctl({"profile", "delete", "lab"}).out, "");
@@ -168,7 +168,7 @@ TEST_F(HostileLinksTest, DeletingAProfileRemovesNoTargetOfALink) {
 
 // While a process holds a lease on a file, the kernel blocks others that open it, for 45 seconds by default.
 TEST_F(HostileLinksTest, ALeaseDoesNotBlockTheProgram) {
-  const std::string file = std::string(kProfile) + "hip.log";
+  const std::string file = kProfile + "hip.log";
   ASSERT_EQ(asOther("echo text > " + file).exitStatus, 0);
   int ready[2];
   ASSERT_EQ(::pipe2(ready, O_CLOEXEC), 0);

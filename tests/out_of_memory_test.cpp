@@ -351,6 +351,10 @@ bool logThroughThread() {
   return true;
 }
 
+bool setTwoKeys(const std::string& first) {
+  return ConfigLines::setKeys(kFile, {{first, "slow"}, {"new", "info"}}).isSuccess();
+}
+
 using namespace FileUtils;
 const std::vector<Scenario> kLibraryScenarios = {
     {"parse and print a document", 8, [] {}, parseAndPrint},
@@ -362,14 +366,8 @@ const std::vector<Scenario> kLibraryScenarios = {
      [] {
        return writeKeyValueFile(kFile, {{"mode", "slow"}, {"new", std::string(99, 'n')}}, '=');
      }},
-    {"set keys of a small file", 8, fill,
-     [] {
-       return ConfigLines::setKeys(kFile, {{"mode", "slow"}, {"level", "info"}}).isSuccess();
-     }},
-    {"set keys of a large file", 10, fillLarge,
-     [] {
-       return ConfigLines::setKeys(kFile, {{"key5", "slow"}, {"new", "info"}}).isSuccess();
-     }},
+    {"set keys of a small file", 8, fill, [] { return setTwoKeys("mode"); }},
+    {"set keys of a large file", 10, fillLarge, [] { return setTwoKeys("key5"); }},
     {"remove a key", 4, fillLarge, [] { return ConfigLines::removeKey(kFile, "key700").isSuccess(); }},
     {"read and write lines", 8, fill,
      [] {
