@@ -19,12 +19,13 @@ profile profile-1 lab
 profile profile-2 office
 echo profile-1 >$profiles/.current
 : >/etc/zuv/.systemctl
-# Waits until a command succeeds, ten seconds at most.
+# Waits until a command succeeds, twenty seconds at most.
 until_it() {
-  for _ in $(seq 200); do "$@" && return; sleep 0.05; done
+  for _ in $(seq 400); do "$@" && return; sleep 0.05; done
   echo "never: $*"
 }
 beats() { [ -e $profiles/$1/hipvars.txt ]; }
+runs() { ravctl service status | grep -qx 'running: true'; }
 state() { systemctl is-active hip; }
 daemon() { systemctl show -P MainPID hip; }
 same() { if [ "$1" = "$2" ]; then echo same; else echo another; fi; }
@@ -207,6 +208,62 @@ TEST_F(SystemdTest, TheDaemonAlwaysRunsOnTheActiveProfile) {
     SCOPED_TRACE(c.why);
     EXPECT_ON_SYSTEMD(c.script, c.expected);
   }
+}
+
+// --- The unit of the examples
+
+// Installs docs/examples/hip.service before the script. The unit lacks its default dependencies, because the small host
+// boots no basic.target.
+std::string withExampleUnit(const std::string& script) {
+  return "cat >/etc/systemd/system/hip.service <<'END_OF_UNIT'\n" +
+         host::readFile(places::source() + "/docs/examples/hip.service") + R"(END_OF_UNIT
+mkdir -p /etc/systemd/system/hip.service.d
+printf '[Unit]\nDefaultDependencies=no\n' >/etc/systemd/system/hip.service.d/host.conf
+systemctl daemon-reload
+)" + script;
+}
+
+TEST_F(SystemdTest, TheExampleUnitHasNoComplaintFromSystemdAnalyze) {
+  EXPECT_ON_SYSTEMD(withExampleUnit("systemd-analyze verify --man=no hip.service; echo $?"), "0\n");
+}
+
+TEST_F(SystemdTest, TheExampleUnitRunsTheDaemonOnTheActiveProfileAndRestartsItAfterItsDeath) {
+  EXPECT_ON_SYSTEMD(withExampleUnit(R"sh(
+    is_another() { case $(daemon) in 0 | "$first") return 1 ;; esac; }
+    rm $profiles/.current
+    ravctl service start
+    state
+    ravctl profile activate lab
+    state
+    first=$(daemon)
+    until_it runs
+    kill -9 "$first"
+    until_it is_another
+    until_it runs
+    state
+    ravctl service stop
+    state)sh"),
+                    "inactive\n"  // there is no active profile yet, so the daemon does not start
+                    "profile_name: lab\nactive\n"
+                    "active\n"
+                    "inactive\n");
+}
+
+TEST_F(SystemdTest, TheDaemonOfTheExampleUnitCannotWriteOutsideTheStore) {
+  EXPECT_ON_SYSTEMD(withExampleUnit(R"(
+    mv /usr/sbin/hip /usr/sbin/hip-itself
+    cat >/usr/sbin/hip <<'TEXT'
+#!/bin/sh
+for folder in /etc/zuv/profiles/profile-1 /etc /usr /var; do
+  touch $folder/x 2>/dev/null && echo $folder
+done >/etc/zuv/profiles/profile-1/told
+exec sleep 100
+TEXT
+    chmod 755 /usr/sbin/hip
+    ravctl service start
+    until_it test -s /etc/zuv/profiles/profile-1/told
+    cat /etc/zuv/profiles/profile-1/told)"),
+                    "/etc/zuv/profiles/profile-1\n");
 }
 
 // --- Leftovers
