@@ -6,8 +6,9 @@
 //   terminal.rest();
 //   EXPECT_EQ(terminal.exitStatus(), 3);
 //
-// Results are the text that a user sees: without escape sequences, bells and carriage returns. Every wait ends after a
-// minute without output; rest() and upTo() then close the terminal, which ends most programs.
+// The results are the text that a user sees: without escape sequences, bells and carriage returns.
+// Time limits: upTo() waits for at most two minutes. After a minute without output, rest() and upTo() close the
+// terminal, which ends most programs. exitStatus() has no limit.
 #pragma once
 
 #include <sys/types.h>
