@@ -2,45 +2,25 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 
 namespace {
 
-std::string textOf(const json::Escape& escape) { return {escape.text, escape.length}; }
-
-class Escapes : public testing::Test {
- protected:
-  std::string operator[](unsigned char byte) const { return textOf(table_[byte]); }
-
- private:
-  json::EscapeTable table_ = json::makeEscapes();
-};
-
-TEST_F(Escapes, ControlByteBecomesUpperCaseHexadecimal) {
-  EXPECT_EQ((*this)[0x00], "\\u0000");
-  EXPECT_EQ((*this)[0x0f], "\\u000F");
-  EXPECT_EQ((*this)[0x1f], "\\u001F");
-  EXPECT_EQ((*this)[0x7f], "\\u007F");
-}
-
-TEST_F(Escapes, FiveBytesHaveAShortEscape) {
-  EXPECT_EQ((*this)['\b'], "\\b");
-  EXPECT_EQ((*this)['\t'], "\\t");
-  EXPECT_EQ((*this)['\n'], "\\n");
-  EXPECT_EQ((*this)['\r'], "\\r");
-  EXPECT_EQ((*this)['"'], "\\\"");
-  EXPECT_EQ((*this)['\f'], "\\u000C");
-}
-
-TEST_F(Escapes, EveryOtherAsciiByteIsUnchanged) {
-  for (unsigned char byte = ' '; byte <= '~'; ++byte) {
-    const std::string own(1, static_cast<char>(byte));
-    EXPECT_EQ((*this)[byte], byte == '"' ? "\\\"" : own);
+TEST(Escapes, OnlyPrintableBytesOtherThanTheQuoteAreUnchanged) {
+  const json::EscapeTable escapes = json::makeEscapes();
+  const std::map<int, std::string> special = {
+      {'\b', "\\b"},     {'\t', "\\t"},     {'\n', "\\n"},     {'\r', "\\r"},     {'"', "\\\""},
+      {0x00, "\\u0000"}, {'\f', "\\u000C"}, {0x0f, "\\u000F"}, {0x1f, "\\u001F"}, {0x7f, "\\u007F"}};
+  for (int byte = 0; byte < 256; ++byte) {
+    const json::Escape& escape = escapes[static_cast<std::size_t>(byte)];
+    const std::string text(escape.text, escape.length);
+    if (special.count(byte) != 0) {
+      EXPECT_EQ(text, special.at(byte)) << byte;
+    } else if (byte >= ' ') {
+      EXPECT_EQ(text, byte < 0x80 ? std::string(1, static_cast<char>(byte)) : "?") << byte;
+    }
   }
-}
-
-TEST_F(Escapes, ByteAbove127BecomesAQuestionMark) {
-  for (int byte = 0x80; byte <= 0xff; ++byte) EXPECT_EQ((*this)[static_cast<unsigned char>(byte)], "?");
 }
 
 }  // namespace
