@@ -10,6 +10,7 @@
 #include <cstring>
 #include <limits>
 #include <random>
+#include <vector>
 
 namespace {
 
@@ -25,64 +26,32 @@ std::uint64_t bitsOf(double number) {
   return bits;
 }
 
-// ---- Texts to numbers: the same bits as by strtod ----
+// --- Texts to numbers: the same bits as from strtod
 
 void expectReadAsByStrtod(const std::string& text) {
   ASSERT_EQ(bitsOf(json::numberIn(text)), bitsOf(std::strtod(text.c_str(), nullptr))) << text;
 }
 
 TEST(NumberText, EdgeCasesAreReadAsByStrtod) {
-  for (const char* text : {"0",
-                           "-0",
-                           "+0",
-                           "-0.0",
-                           "00012",
-                           "0.1",
-                           ".1",
-                           "-.1",
-                           "1.",
-                           "-",
-                           "-.",
-                           ".",
-                           "",
-                           "--1",
-                           "1-",
-                           "999999999999999",
-                           "9999999999999999",
-                           "9007199254740991",
-                           "9007199254740992",
-                           "9007199254740993",
-                           "9007199254740994.5",
-                           "900719925474099.25",
-                           "18446744073709551615",
-                           "18446744073709551616",
-                           "9999999999999999999",
-                           "0.9999999999999999999",
-                           "99999999999999999999",
-                           "0.000000000000001",
-                           "0.0000000000000000001",
-                           "0.00000000000000000000000000001",
-                           "0000000000000000000000000000005",
-                           "123456789012.345",
-                           "1234567890123.456",
-                           "1234567890.123456789",
-                           "1e",
-                           "1e5",
-                           "1e5x",
-                           "1e999",
-                           "-1e999",
-                           "1e-999",
-                           "4.9e-324",
-                           "2.2250738585072011e-308",
-                           "0x1.8p1",
-                           "nan",
-                           "inf",
-                           "-infinity",
-                           " 7",
-                           "1 2",
-                           "1,5",
-                           "1.2.3"}) {
-    expectReadAsByStrtod(text);
+  const struct {
+    const char* why;
+    std::vector<const char*> texts;
+  } cases[] = {
+      {"signs and zeros", {"0", "-0", "+0", "-0.0", "00012", "0000000000000000000000000000005"}},
+      {"a point at the start or the end", {"0.1", ".1", "-.1", "1."}},
+      {"no digits", {"-", "-.", ".", "", "--1", "1-"}},
+      {"up to 16 digits", {"999999999999999", "9999999999999999", "123456789012.345", "1234567890123.456"}},
+      {"near 2 to the power of 53",
+       {"9007199254740991", "9007199254740992", "9007199254740993", "9007199254740994.5", "900719925474099.25"}},
+      {"near 2 to the power of 64", {"18446744073709551615", "18446744073709551616", "9999999999999999999"}},
+      {"more digits than 64 bits hold", {"0.9999999999999999999", "99999999999999999999", "1234567890.123456789"}},
+      {"many zeros", {"0.000000000000001", "0.0000000000000000001", "0.00000000000000000000000000001"}},
+      {"exponents", {"1e", "1e5", "1e5x", "1e999", "-1e999", "1e-999", "4.9e-324", "2.2250738585072011e-308"}},
+      {"other forms", {"0x1.8p1", "nan", "inf", "-infinity", " 7", "1 2", "1,5", "1.2.3"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    for (const char* text : c.texts) expectReadAsByStrtod(text);
   }
 }
 
@@ -115,44 +84,37 @@ TEST(NumberText, DecimalsHalfwayBetweenTwoDoublesAreReadAsByStrtod) {
 }
 
 TEST(NumberText, FastPathStopsAtTheFirstByteThatIsNoDigit) {
+  const auto endOf = [](const char* text, double& number) {
+    const char* end = json::readPlainNumber(text, text + std::strlen(text), number);
+    return end == nullptr ? -1 : end - text;
+  };
   struct Case {
     const char* text;
-    int end;  // -1 if the fast path cannot read it
+    std::ptrdiff_t end;
     double number;
   };
-  const Case cases[] = {{"12,", 2, 12},
-                        {"-1.5]", 4, -1.5},
-                        {"7e5", 1, 7},
-                        {"1.2.3", 3, 1.2},
-                        {"5.", 2, 5},
-                        {".5", 2, .5},
-                        {"", -1, 0},
-                        {"-", -1, 0},
-                        {"+1", -1, 0},
-                        {"abc", -1, 0},
-                        {"-.", -1, 0},
-                        {".", -1, 0},
-                        {"12345678901234567890", -1, 0}};
+  const Case cases[] = {{"12,", 2, 12},    {"-1.5]", 4, -1.5}, {"7e5", 1, 7},
+                        {"1.2.3", 3, 1.2}, {"5.", 2, 5},       {".5", 2, .5}};
 #ifdef __SIZEOF_INT128__
   constexpr bool canScale = true;
 #else
   constexpr bool canScale = FLT_EVAL_METHOD == 0;
 #endif
   for (const Case& c : cases) {
+    SCOPED_TRACE(c.text);
+    double number = c.number;
+    const bool isRead = canScale || c.number == std::floor(c.number);
+    if (isRead) number = 0;
+    EXPECT_EQ(endOf(c.text, number), isRead ? c.end : -1);
+    EXPECT_EQ(number, c.number);
+  }
+  for (const char* text : {"", "-", "+1", "abc", "-.", ".", "12345678901234567890"}) {
     double number = 0;
-    const char* end = json::readPlainNumber(c.text, c.text + std::strlen(c.text), number);
-    if (!canScale && c.number != std::floor(c.number)) {
-      EXPECT_EQ(end, nullptr) << c.text;
-      continue;
-    }
-    EXPECT_EQ(end == nullptr ? -1 : end - c.text, c.end) << c.text;
-    if (c.end >= 0) {
-      EXPECT_EQ(number, c.number) << c.text;
-    }
+    EXPECT_EQ(endOf(text, number), -1) << text;
   }
 }
 
-// ---- Numbers to texts: the same digits as by "%f" ----
+// --- Numbers to texts: the same digits as from "%f"
 
 void expectWrittenAsBySnprintf(double number) {
   char expected[500];
@@ -163,38 +125,23 @@ void expectWrittenAsBySnprintf(double number) {
 
 TEST(NumberText, EdgeCasesAreWrittenAsBySnprintf) {
   using Limits = std::numeric_limits<double>;
-  for (double number : {0.0,
-                        0.5,
-                        0.1,
-                        1.0,
-                        9.9999995,
-                        9.9999994,
-                        0.0000005,
-                        0.00000050000001,
-                        0.0000015,
-                        0.0000025,
-                        0.0078125,
-                        0.0234375,
-                        0.00390625,
-                        1e-9,
-                        1e-18,
-                        1e-30,
-                        999999999999.9999,
-                        999999999999.99999,
-                        1e12,
-                        1e15,
-                        4503599627370495.5,
-                        1e22,
-                        1e300,
-                        999999.9999995,
-                        0.9999995,
-                        0.99999949999999}) {
-    expectWrittenAsBySnprintf(number);
-    expectWrittenAsBySnprintf(-number);
-  }
-  for (double number : {Limits::max(), Limits::min(), Limits::denorm_min(), Limits::infinity(), Limits::epsilon()}) {
-    expectWrittenAsBySnprintf(number);
-    expectWrittenAsBySnprintf(-number);
+  const struct {
+    const char* why;
+    std::vector<double> numbers;
+  } cases[] = {
+      {"few decimals", {0.0, 0.5, 0.1, 1.0}},
+      {"near the middle between two texts", {9.9999995, 9.9999994, 0.0000005, 0.00000050000001, 0.0000015, 0.0000025}},
+      {"exactly the middle between two texts", {0.0078125, 0.0234375, 0.00390625}},
+      {"small numbers", {1e-9, 1e-18, 1e-30, Limits::min(), Limits::denorm_min(), Limits::epsilon()}},
+      {"many nines", {999999999999.9999, 999999999999.99999, 999999.9999995, 0.9999995, 0.99999949999999}},
+      {"large numbers", {1e12, 1e15, 4503599627370495.5, 1e22, 1e300, Limits::max(), Limits::infinity()}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    for (double number : c.numbers) {
+      expectWrittenAsBySnprintf(number);
+      expectWrittenAsBySnprintf(-number);
+    }
   }
   expectWrittenAsBySnprintf(std::nan(""));
 }
@@ -231,7 +178,8 @@ TEST(NumberText, IntegersOfEveryLengthAreWrittenInDecimal) {
   for (int round = 0; round < 100000; ++round) expectWritten(static_cast<std::uint32_t>(random() >> random() % 32));
 }
 
-// Numbers that are common in programs: with three decimals, and close to the middle between two six-decimal texts.
+// Numbers with three decimals, which are common in programs, and numbers close to the middle between two texts of six
+// decimals.
 TEST(NumberText, AMillionNumbersAreWrittenAsBySnprintf) {
   std::mt19937_64 random(17);
   for (int round = 0; round < 250000; ++round) {

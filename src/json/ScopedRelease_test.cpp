@@ -24,34 +24,27 @@ class Recording final : public ScopedRelease<int> {
   std::vector<int*>& released_;
 };
 
-TEST(ScopedPtr, DeletesAtTheEndOfTheScope) {
+TEST(ScopedPtr, DeletesWhatItHoldsOnResetAndAtTheEndOfTheScope) {
   int alive = 0;
   {
     ScopedPtr<Counted> guard(new Counted(alive));
     EXPECT_TRUE(guard);
     EXPECT_EQ(&guard->alive, &alive);
     EXPECT_EQ(&(*guard).alive, &alive);
+    auto* second = new Counted(alive);
+    guard.reset(second);
+    EXPECT_EQ(alive, 1);
+    EXPECT_EQ(guard.get(), second);
+    guard.reset();
+    EXPECT_EQ(alive, 0);
+    EXPECT_EQ(guard.get(), nullptr);
+    guard.reset(new Counted(alive));
     EXPECT_EQ(alive, 1);
   }
   EXPECT_EQ(alive, 0);
-}
-
-TEST(ScopedPtr, IsNullByDefault) {
-  ScopedPtr<Counted> guard;
-  EXPECT_FALSE(guard);
-  EXPECT_EQ(guard.get(), nullptr);
-}
-
-TEST(ScopedPtr, ResetDeletesTheOldOneAndKeepsTheNewOne) {
-  int alive = 0;
-  ScopedPtr<Counted> guard(new Counted(alive));
-  auto* second = new Counted(alive);
-  guard.reset(second);
-  EXPECT_EQ(alive, 1);
-  EXPECT_EQ(guard.get(), second);
-  guard.reset();
-  EXPECT_EQ(alive, 0);
-  EXPECT_EQ(guard.get(), nullptr);
+  const ScopedPtr<Counted> byDefault;
+  EXPECT_FALSE(byDefault);
+  EXPECT_EQ(byDefault.get(), nullptr);
 }
 
 TEST(ScopedPtr, TakeHandsOverTheOwnership) {
@@ -69,22 +62,17 @@ TEST(ScopedRelease, CallsReleaseOfTheDerivedClassOncePerPointer) {
   int one = 1;
   int two = 2;
   {
-    Recording guard(released, &one);
+    Recording guard(released, nullptr);
+    guard.reset();
     guard.reset(&one);
-    EXPECT_TRUE(released.empty()) << "the pointer already held stays held";
+    guard.reset(&one);
+    EXPECT_TRUE(released.empty()) << "a null pointer and the pointer already held are not released";
     guard.reset(&two);
     EXPECT_EQ(released, std::vector<int*>{&one});
   }
   EXPECT_EQ(released, (std::vector<int*>{&one, &two}));
-}
-
-TEST(ScopedRelease, NeverReleasesANullPointer) {
-  std::vector<int*> released;
-  {
-    Recording guard(released, nullptr);
-    guard.reset();
-  }
-  EXPECT_TRUE(released.empty());
+  { const Recording guard(released, nullptr); }
+  EXPECT_EQ(released.size(), 2u) << "a null pointer is not released at the end of the scope";
 }
 
 }  // namespace
