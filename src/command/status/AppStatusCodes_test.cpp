@@ -4,25 +4,25 @@
 
 namespace {
 
-TEST(AppStatusText, KnowsItsSixCodes) {
+TEST(AppStatusText, KnowsOnlyItsSixCodes) {
   const struct {
-    StatusCode code;
+    StatusCode code, number;
     const char* text;
+    bool isSuccess;
   } cases[] = {
-      {0x00001001, "profile is active"},
-      {0x00001002, "profile is currently running"},
-      {0x12001001, "profile not found"},
-      {0x12001002, "command cannot be executed while the profile is running"},
-      {0x16001001, "child process returned nonzero exit code"},
-      {0x16001002, "child process terminated by a signal"},
+      {status::profileIsActive, 0x00001001, "profile is active", true},
+      {status::profileIsRunning, 0x00001002, "profile is currently running", true},
+      {status::profileNotFound, 0x12001001, "profile not found", false},
+      {status::notWhileRunning, 0x12001002, "command cannot be executed while the profile is running", false},
+      {status::childExitedNonzero, 0x16001001, "child process returned nonzero exit code", false},
+      {status::childKilledBySignal, 0x16001002, "child process terminated by a signal", false},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.code);
-    EXPECT_STREQ(appStatusText(c.code), c.text);
+    SCOPED_TRACE(c.text);
+    EXPECT_EQ(c.code, c.number);
+    EXPECT_STREQ(appStatusText(c.number), c.text);
+    EXPECT_EQ(isSuccess(c.number), c.isSuccess);
   }
-}
-
-TEST(AppStatusText, IsNullForACodeThatIsNotTheProgramsOwn) {
   for (const StatusCode code : {0x00000001U, 0x00001003U, 0x00000000U, 0x12002001U, 0x10001001U}) {
     EXPECT_EQ(appStatusText(code), nullptr) << code;
   }
@@ -32,13 +32,6 @@ TEST(AppStatusText, StatusTextFindsItAfterRegistration) {
   registerStatusTexts(1, appStatusText);
   EXPECT_STREQ(statusText(0x00001001), "profile is active");
   EXPECT_STREQ(statusText(0x12001099), "generic application error");
-}
-
-TEST(AppStatus, CodesWithANoteAreSuccesses) {
-  EXPECT_TRUE(isSuccess(0x00001001));
-  EXPECT_TRUE(isSuccess(0x00001002));
-  EXPECT_EQ(status::profileIsActive, 0x00001001U);
-  EXPECT_EQ(status::profileIsRunning, 0x00001002U);
 }
 
 TEST(StatusOfChildOutcome, MapsEveryRangeWithoutDetails) {

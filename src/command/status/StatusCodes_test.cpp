@@ -55,35 +55,27 @@ TEST(StatusText, KnowsEveryCommonCode) {
 TEST(StatusText, AnUnknownCodeHasTheTextOfItsCategory) {
   const struct {
     const char* why;
-    StatusCode code;
+    std::vector<StatusCode> codes;
     const char* text;
   } cases[] = {
-      {"an unknown success", 0x00000500, "generic success"},
-      {"success of an unknown application", 0x00fff001, "generic success"},
-      {"an unknown client error", 0x10000099, "generic client error"},
-      {"an unknown application error", 0x12000099, "generic application error"},
-      {"an application id without a provider", 0x12002001, "generic application error"},
-      {"a common number with another application id", 0x12fff001, "generic application error"},
-      {"an unknown host error", 0x14000099, "generic host error"},
-      {"an unknown external error", 0x16000099, "generic external-dependency error"},
-      {"an unknown informational code", 0x20000099, "unrecognized informational status code"},
-      {"an unknown transient error", 0x22000001, "unrecognized transient-error status code"},
-      {"an unknown internal error", 0x24000099, "unrecognized internal-error status code"},
-      {"between the categories", 0x11000000, "generic error code"},
-      {"between the categories", 0x13000000, "generic error code"},
-      {"between the categories", 0x15ffffff, "generic error code"},
-      {"below the categories", 0x01000000, "unrecognized status code value"},
-      {"below the categories", 0x0fffffff, "unrecognized status code value"},
-      {"above 0x16", 0x17000000, "unrecognized status code value"},
-      {"above 0x20", 0x21000001, "unrecognized status code value"},
-      {"above 0x24", 0x25000000, "unrecognized status code value"},
-      {"the largest positive number", 0x7fffffff, "unrecognized status code value"},
-      {"the smallest negative number", 0x80000000, "integer is not a status code"},
-      {"minus one", 0xffffffff, "integer is not a status code"},
+      {"an unknown success", {0x00000500}, "generic success"},
+      {"success of an unknown application", {0x00fff001}, "generic success"},
+      {"an unknown client error", {0x10000099}, "generic client error"},
+      {"an unknown application error", {0x12000099}, "generic application error"},
+      {"an application id without a provider", {0x12002001, 0x12fff001}, "generic application error"},
+      {"an unknown host error", {0x14000099}, "generic host error"},
+      {"an unknown external error", {0x16000099}, "generic external-dependency error"},
+      {"an unknown informational code", {0x20000099}, "unrecognized informational status code"},
+      {"an unknown transient error", {0x22000001}, "unrecognized transient-error status code"},
+      {"an unknown internal error", {0x24000099}, "unrecognized internal-error status code"},
+      {"between the categories", {0x11000000, 0x13000000, 0x15ffffff}, "generic error code"},
+      {"below the categories", {0x01000000, 0x0fffffff}, "unrecognized status code value"},
+      {"above the categories", {0x17000000, 0x21000001, 0x25000000, 0x7fffffff}, "unrecognized status code value"},
+      {"a negative number", {0x80000000, 0xffffffff}, "integer is not a status code"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
-    EXPECT_STREQ(statusText(c.code), c.text);
+    for (const StatusCode code : c.codes) EXPECT_STREQ(statusText(code), c.text) << code;
   }
 }
 
@@ -93,41 +85,37 @@ TEST(StatusText, IsNeverNull) {
   }
 }
 
-// A provider cannot be removed, so each test uses its own application ids.
-
-TEST(Registry, TheFirstTextInOrderOfRegistrationWins) {
+TEST(StatusText, ProvidersOfAnApplicationIdAreAskedInOrderOfRegistration) {
   registerStatusTexts(0x701, [](StatusCode code) { return code == 0x10701001 ? "first" : nullptr; });
   registerStatusTexts(0x701, [](StatusCode code) { return (code & 0xfff) <= 2 ? "second" : nullptr; });
   registerStatusTexts(0x701, [](StatusCode) { return "third"; });
-  EXPECT_STREQ(statusText(0x10701001), "first");
-  EXPECT_STREQ(statusText(0x10701002), "second");
-  EXPECT_STREQ(statusText(0x10701003), "third");
-}
-
-TEST(Registry, AProviderIsAskedOnlyForItsApplicationId) {
   registerStatusTexts(0x702, [](StatusCode) { return "mine"; });
-  EXPECT_STREQ(statusText(0x00702123), "mine");
-  EXPECT_STREQ(statusText(0x80702123), "mine");
-  EXPECT_STREQ(statusText(0x00703123), "generic success");
-}
-
-TEST(Registry, ANullProviderIsIgnored) {
   registerStatusTexts(0x704, nullptr);
-  EXPECT_STREQ(statusText(0x14704001), "generic host error");
-}
-
-TEST(Registry, TheCommonTableComesBeforeLaterProvidersOfApplicationId0) {
   registerStatusTexts(0, [](StatusCode code) { return code == 0x10000777 ? "added" : nullptr; });
-  EXPECT_STREQ(statusText(0x10000001), "client error");
-  EXPECT_STREQ(statusText(0x10000777), "added");
-  EXPECT_STREQ(statusText(0x10000778), "generic client error");
-}
-
-TEST(Registry, TakesAnyNumberOfProviders) {
   for (std::uint32_t id = 0x800; id < 0x900; ++id) registerStatusTexts(id, [](StatusCode) { return "many"; });
-  EXPECT_STREQ(statusText(0x10800001), "many");
-  EXPECT_STREQ(statusText(0x108ff001), "many");
-  EXPECT_STREQ(statusText(0x10900001), "generic client error");
+  const struct {
+    const char* why;
+    StatusCode code;
+    const char* text;
+  } cases[] = {
+      {"the first provider knows the code", 0x10701001, "first"},
+      {"only the second and the third provider know the code", 0x10701002, "second"},
+      {"only the third provider knows the code", 0x10701003, "third"},
+      {"a code of the id 0x702", 0x00702123, "mine"},
+      {"a negative code of the id 0x702", 0x80702123, "mine"},
+      {"no provider is asked for another id", 0x00703123, "generic success"},
+      {"a null provider is ignored", 0x14704001, "generic host error"},
+      {"the common table comes before a later provider of the id 0", 0x10000001, "client error"},
+      {"a later provider of the id 0", 0x10000777, "added"},
+      {"no provider of the id 0 knows the code", 0x10000778, "generic client error"},
+      {"the first of 256 ids", 0x10800001, "many"},
+      {"the last of 256 ids", 0x108ff001, "many"},
+      {"the id after the last one", 0x10900001, "generic client error"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    EXPECT_STREQ(statusText(c.code), c.text);
+  }
 }
 
 TEST(StatusCode, IsASuccessWhenItsCategoryIsZero) {
@@ -137,38 +125,33 @@ TEST(StatusCode, IsASuccessWhenItsCategoryIsZero) {
   }
 }
 
-TEST(Status, ADefaultStatusIsPlainSuccess) {
-  const Status status;
-  EXPECT_EQ(status.code(), 1U);
-  EXPECT_TRUE(status.isSuccess());
-  EXPECT_EQ(status.details(), "");
-  EXPECT_EQ(status.context(), "");
-  EXPECT_EQ(Status::success().code(), 1U);
-}
-
-TEST(Status, AStatusOfACodeHasNoDetailsAndNoContext) {
-  const Status status = Status::of(0x20000001);
-  EXPECT_EQ(status.code(), 0x20000001U);
-  EXPECT_FALSE(status.isSuccess());
-  EXPECT_EQ(status.details(), "");
-  EXPECT_EQ(status.context(), "");
-}
-
-TEST(Status, SetCodeKeepsDetailsAndContext) {
-  Status status = Status::error(status::invalidArgument, "illegal or missing parameter: x", "bind_json_args");
-  EXPECT_EQ(status.code(), 0x10000003U);
-  status.setCode(0x14000005);
-  EXPECT_EQ(status.code(), 0x14000005U);
-  EXPECT_EQ(status.details(), "illegal or missing parameter: x");
-  EXPECT_EQ(status.context(), "bind_json_args");
-}
-
-TEST(Status, AssigningAStatusReplacesCodeDetailsAndContext) {
-  Status status = Status::error(status::invalidArgument, "details", "context");
-  status = Status::error(status::openError, "other", "");
-  EXPECT_EQ(status.code(), 0x14000005U);
-  EXPECT_EQ(status.details(), "other");
-  EXPECT_EQ(status.context(), "");
+TEST(Status, HasACodeDetailsAndAContext) {
+  const Status error = Status::error(status::invalidArgument, "illegal or missing parameter: x", "bind_json_args");
+  Status withOtherCode = error;
+  withOtherCode.setCode(0x14000005);
+  Status assigned = error;
+  assigned = Status::error(status::openError, "other", "");
+  const struct {
+    const char* why;
+    Status status;
+    StatusCode code;
+    const char *details, *context;
+  } cases[] = {
+      {"a default status is plain success", Status(), 1, "", ""},
+      {"plain success", Status::success(), 1, "", ""},
+      {"a status of a code has no details and no context", Status::of(0x20000001), 0x20000001, "", ""},
+      {"an error", error, 0x10000003, "illegal or missing parameter: x", "bind_json_args"},
+      {"setCode keeps details and context", withOtherCode, 0x14000005, "illegal or missing parameter: x",
+       "bind_json_args"},
+      {"an assignment replaces code, details and context", assigned, 0x14000005, "other", ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    EXPECT_EQ(c.status.code(), c.code);
+    EXPECT_EQ(c.status.isSuccess(), c.code == 1);
+    EXPECT_EQ(c.status.details(), c.details);
+    EXPECT_EQ(c.status.context(), c.context);
+  }
 }
 
 // --- Children
@@ -183,35 +166,27 @@ int childThat(Body body) {
   return pid;
 }
 
-TEST(WaitForChild, AnExitIs1000PlusItsCode) {
+TEST(WaitForChild, AnExitIs1000PlusItsCodeAndADeathBySignal2000PlusTheSignalNumber) {
   for (const int code : {0, 1, 3, 255}) {
     EXPECT_EQ(waitForChild(childThat([code] { ::_exit(code); })), 1000 + code);
   }
+  for (const int signal : {SIGKILL, SIGTERM}) {
+    EXPECT_EQ(waitForChild(childThat([signal] {
+                ::signal(signal, SIG_DFL);
+                ::raise(signal);
+              })),
+              signal == SIGKILL ? 2009 : 2015);
+  }
 }
 
-TEST(WaitForChild, ADeathBySignalIs2000PlusTheSignalNumber) {
-  EXPECT_EQ(waitForChild(childThat([] { ::raise(SIGKILL); })), 2009);
-  EXPECT_EQ(waitForChild(childThat([] {
-              ::signal(SIGTERM, SIG_DFL);
-              ::raise(SIGTERM);
-            })),
-            2015);
-}
-
-TEST(WaitForChild, PidZeroWasNeverStarted) { EXPECT_EQ(waitForChild(0), 3002); }
-
-TEST(WaitForChild, AProcessThatIsNotAChildCannotBeWaitedFor) {
+TEST(WaitForChild, OnlyAChildOfThisProcessCanBeWaitedForAndOnlyOnce) {
+  EXPECT_EQ(waitForChild(0), 3002) << "pid 0 means that no child was started";
   EXPECT_EQ(waitForChild(1), 3001);
-  const int pid = childThat([] { ::_exit(0); });
-  EXPECT_EQ(waitForChild(pid), 1000);
-  EXPECT_EQ(waitForChild(pid), 3001);
-}
-
-TEST(WaitForChild, ANegativePidNeverWaitsForOtherChildren) {
   const int pid = childThat([] { ::_exit(5); });
-  EXPECT_EQ(waitForChild(-1), 3001);
+  EXPECT_EQ(waitForChild(-1), 3001) << "a negative pid waits for no child";
   EXPECT_EQ(waitForChild(-pid), 3001);
   EXPECT_EQ(waitForChild(pid), 1005);
+  EXPECT_EQ(waitForChild(pid), 3001);
 }
 
 TEST(WaitForChild, AnInterruptedWaitIsRetried) {
@@ -265,14 +240,15 @@ TEST(OutcomeOfWaitStatus, ReadsEveryKindOfStatus) {
 }
 
 TEST(Outcomes, ExitAndSignalOutcomesHaveTheirRanges) {
-  EXPECT_FALSE(isExitOutcome(999));
-  EXPECT_TRUE(isExitOutcome(1000));
-  EXPECT_TRUE(isExitOutcome(1999));
-  EXPECT_FALSE(isExitOutcome(2000));
-  EXPECT_FALSE(isSignalOutcome(1999));
-  EXPECT_TRUE(isSignalOutcome(2000));
-  EXPECT_TRUE(isSignalOutcome(2999));
-  EXPECT_FALSE(isSignalOutcome(3000));
+  const struct {
+    int outcome;
+    bool isExit, isSignal;
+  } cases[] = {{999, false, false}, {1000, true, false}, {1999, true, false},
+               {2000, false, true}, {2999, false, true}, {3000, false, false}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(isExitOutcome(c.outcome), c.isExit) << c.outcome;
+    EXPECT_EQ(isSignalOutcome(c.outcome), c.isSignal) << c.outcome;
+  }
 }
 
 }  // namespace
