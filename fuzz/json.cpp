@@ -1,12 +1,15 @@
-// Laws of the JSON library, for any text:
-// - The library reads nothing beyond the text, leaks nothing and frees nothing twice. The sanitizers check this.
-// - Every member of a document is found by its name at its position.
-// - A written tree parses back to the same tree, except that numbers have six decimals, and is then written as the same
-//   text. This holds for trees that the format can represent: names without quotes and backslashes; strings without
-//   backslashes, bytes above 126 and control bytes that have no escape letter; finite numbers that are not so close to
-//   a whole number that rounding could make them whole.
-// - The parser gives the same result if it is called through its interface, or with a text that ends at its zero byte.
-// - A sequence contains only objects.
+// The rules that the JSON library must keep for any text:
+// - The library reads nothing outside the text, leaks no memory and frees no block twice. The sanitizers check this.
+// - findMember returns the index of every member of a document.
+// - If a parsed tree is written and that text is parsed again, the result is the same tree, except that its numbers are
+//   rounded to six decimals. The second tree is written as the same text as the first. This rule holds only for trees
+//   that the written format can represent:
+//   - No name contains a quote or a backslash.
+//   - No string contains a backslash, a byte above 126, or a control byte other than \b, \t, \n and \r.
+//   - Every number is finite, and rounding it to six decimals does not change whether it is written as a whole number.
+// - A scan with virtual calls (json::scan with a parserinfo) gives the same document as json::parse.
+// - A text without a length gives the same document as the same text with its length up to the first zero byte.
+// - parseSequence returns an array of objects, and null only for an empty text.
 #include <cmath>
 #include <cstdint>
 
@@ -18,30 +21,31 @@ namespace {
 
 using fuzz::require;
 
-bool carriesName(std::string_view name) { return name.find_first_of("\"\\") == std::string_view::npos; }
+bool canRepresentName(std::string_view name) { return name.find_first_of("\"\\") == std::string_view::npos; }
 
-bool carriesText(std::string_view text) {
+bool canRepresentText(std::string_view text) {
   for (const char c : text) {
     const auto byte = static_cast<unsigned char>(c);
-    const bool hasLetter = c == '\b' || c == '\t' || c == '\n' || c == '\r';
-    if (!hasLetter && (byte < 32 || byte > 126 || c == '\\')) return false;
+    const bool hasShortEscape = c == '\b' || c == '\t' || c == '\n' || c == '\r';
+    if (!hasShortEscape && (byte < 32 || byte > 126 || c == '\\')) return false;
   }
   return true;
 }
 
-// The writer prints numbers within 0.00001 of a whole number as whole. Rounding to six decimals may cross that limit.
-bool carriesNumber(double number) {
+// The writer prints a number that is less than 0.00001 away from a whole number as that whole number. Rounding to six
+// decimals may move a number across that limit.
+bool canRepresentNumber(double number) {
   return std::isfinite(number) && std::fabs(std::fabs(number - std::round(number)) - 0.00001) > 0.000001;
 }
 
-bool carries(const jsObject* value) {
-  if (json::isString(value)) return carriesText(json::textOf(value));
-  if (json::isNumber(value)) return carriesNumber(json::numberOf(value));
+bool canRepresent(const jsObject* value) {
+  if (json::isString(value)) return canRepresentText(json::textOf(value));
+  if (json::isNumber(value)) return canRepresentNumber(json::numberOf(value));
   for (std::size_t at = 0; at < json::elementCount(value); ++at) {
-    if (!carries(json::element(value, at))) return false;
+    if (!canRepresent(json::element(value, at))) return false;
   }
   for (std::size_t at = 0; at < json::memberCount(value); ++at) {
-    if (!carriesName(json::memberName(value, at)) || !carries(json::memberValue(value, at))) return false;
+    if (!canRepresentName(json::memberName(value, at)) || !canRepresent(json::memberValue(value, at))) return false;
   }
   return true;
 }
@@ -67,19 +71,20 @@ bool same(const jsObject* one, const jsObject* other) {
 void requireFoundMembers(const jsObject* value) {
   for (std::size_t at = 0; at < json::memberCount(value); ++at) {
     const std::string_view name = json::memberName(value, at);
-    require(json::findMember(value, name) == static_cast<std::ptrdiff_t>(at), "a member is found at its position");
+    require(json::findMember(value, name) == static_cast<std::ptrdiff_t>(at),
+            "findMember returns the index of a member");
     require(json::findMemberIgnoringCase(value, name) <= static_cast<std::ptrdiff_t>(at),
-            "a member is also found if the case is ignored");
+            "a search that ignores case returns that member or an earlier one");
     requireFoundMembers(json::memberValue(value, at));
   }
   for (std::size_t at = 0; at < json::elementCount(value); ++at) requireFoundMembers(json::element(value, at));
 }
 
-void requireStableText(const jsObject* document) {
+void requireSameTreeAfterWriting(const jsObject* document) {
   std::string text;
   json::write(text, document);
   ScopedJson again(json::parse(text.data(), static_cast<std::ptrdiff_t>(text.size())));
-  if (!carries(document)) return;
+  if (!canRepresent(document)) return;
   require(static_cast<bool>(again), "a written tree can be parsed");
   require(same(document, again.get()), "a written tree parses back to the same tree");
   std::string secondText;
@@ -91,17 +96,17 @@ std::string writtenOrNone(const jsObject* document) {
   return document == nullptr ? "none" : json::write(text, document);
 }
 
-void requireSameThroughInterface(const char* text, std::ptrdiff_t length, const jsObject* document) {
+void requireSameDocumentFromOtherCalls(const char* text, std::ptrdiff_t length, const jsObject* document) {
   parserinfo parser;
   const bool isScanned = json::scan(parser, text, length);
-  const ScopedJson found(parser.takeRoot());
-  require(isScanned == (length != 0), "a scan accepts every text that is not empty");
-  require(writtenOrNone(found.get()) == writtenOrNone(document), "virtual calls give the same document");
+  const ScopedJson scanned(parser.takeRoot());
+  require(isScanned == (length != 0), "a scan returns false only for an empty text");
+  require(writtenOrNone(scanned.get()) == writtenOrNone(document), "a scan gives the same document");
   const std::string copy(text, static_cast<std::size_t>(length));
-  const std::string cut = copy.c_str();
-  const ScopedJson toZeroByte(json::parse(copy.c_str()));
-  const ScopedJson ofThatLength(json::parse(cut.data(), static_cast<std::ptrdiff_t>(cut.size())));
-  require(writtenOrNone(toZeroByte.get()) == writtenOrNone(ofThatLength.get()),
+  const std::string untilZeroByte = copy.c_str();
+  const ScopedJson withoutLength(json::parse(copy.c_str()));
+  const ScopedJson withLength(json::parse(untilZeroByte.data(), static_cast<std::ptrdiff_t>(untilZeroByte.size())));
+  require(writtenOrNone(withoutLength.get()) == writtenOrNone(withLength.get()),
           "a text without a length ends at its zero byte");
 }
 
@@ -113,11 +118,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   ScopedJson document(json::parse(text, length));
   if (document) {
     requireFoundMembers(document.get());
-    requireStableText(document.get());
+    requireSameTreeAfterWriting(document.get());
   }
-  requireSameThroughInterface(text, length, document.get());
+  requireSameDocumentFromOtherCalls(text, length, document.get());
   ScopedJson objects(json::parseSequence(text, length));
-  require(static_cast<bool>(objects) == (size != 0), "a sequence is an array unless the text is empty");
+  require(static_cast<bool>(objects) == (size != 0), "parseSequence returns an array unless the text is empty");
   for (std::size_t at = 0; at < json::elementCount(objects.get()); ++at) {
     require(json::isObject(json::element(objects.get(), at)), "a sequence contains only objects");
   }
