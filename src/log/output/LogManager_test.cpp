@@ -68,7 +68,7 @@ class Calling : public LogMessageProcessor {
   const Function function_;
   const std::function<void()> whenDeleted_;
 };
-const Calling::Function doNothing = [](auto&) {};
+const Calling::Function kDoNothing = [](auto&) {};
 
 // --- Loggers
 
@@ -239,17 +239,17 @@ TEST(Input, ProcessorIsDeletedWhenItIsReplacedOrItsInputIsDestroyed) {
   {
     LogOutput output;
     LogInput input(output);
-    auto* first = new Calling(doNothing);
+    auto* first = new Calling(kDoNothing);
     input.setSyncProcessor(first);
     input.setSyncProcessor(first);
     EXPECT_EQ(deletedProcessors, 0) << "the same processor is no replacement";
-    input.setSyncProcessor(new Calling(doNothing));
+    input.setSyncProcessor(new Calling(kDoNothing));
     EXPECT_EQ(deletedProcessors, 1);
     input.setSyncProcessor(nullptr);
     EXPECT_EQ(deletedProcessors, 2);
     input.setSyncProcessor(nullptr);
     EXPECT_EQ(deletedProcessors, 2);
-    input.setSyncProcessor(new Calling(doNothing));
+    input.setSyncProcessor(new Calling(kDoNothing));
   }
   EXPECT_EQ(deletedProcessors, 3);
 }
@@ -292,7 +292,7 @@ TEST_F(InputTest, ProcessorThatReplacesItselfIsDeletedWhenItReturns) {
 }
 
 TEST_F(InputTest, ProcessorMayLogInItsDestructor) {
-  input.setSyncProcessor(new Calling(doNothing, [&] { log("farewell"); }));
+  input.setSyncProcessor(new Calling(kDoNothing, [&] { log("farewell"); }));
   input.setSyncProcessor(nullptr);
   EXPECT_THAT(queued(), ElementsAre("farewell"));
 }
@@ -301,7 +301,7 @@ TEST(InputEnd, ProcessorMayGetLoggersWhileTheInputIsDestroyed) {
   LogOutput output;
   LogInput input(output);
   const auto ask = [&] { EXPECT_NE(input.getLogger("asked for at the end"), nullptr); };
-  input.setSyncProcessor(new Calling(doNothing, ask));
+  input.setSyncProcessor(new Calling(kDoNothing, ask));
 }
 
 TEST_F(InputTest, SecondThreadWaitsForTheProcessorAndThenCallsIt) {
