@@ -52,39 +52,21 @@ namespace {
 
 using namespace BasicLog;
 using testing::ElementsAre;
+using testing::IsEmpty;
 
 constexpr Level kNotALevel = static_cast<Level>(99);
 
-// Records every entry during a test. `seen` has the short form "[LEVEL] logger file function body".
-std::vector<std::string> seen;
-std::vector<LogMessage> seenMessages;
-
-class Recorder : public LogMessageProcessor {
- public:
-  void process(std::unique_ptr<const LogMessage>& message) override {
-    seenMessages.push_back(*message);
-    seen.push_back(lineOf(*message));
-    message.reset();  // so that it is not queued
-  }
-};
-
 class LogTest : public testing::Test {
  protected:
-  void SetUp() override {
-    seen.clear();
-    seenMessages.clear();
-    setDefaultLevel(Level::info);
-    setSyncProcessor(new Recorder);
-  }
-  void TearDown() override {
-    setSyncProcessor(nullptr);
-    setDefaultLevel(Level::info);
-  }
+  LogTest() { setDefaultLevel(Level::info); }
+  ~LogTest() override { setDefaultLevel(Level::info); }
+
+  LoggedLines logged_;
 };
 
 // --- Levels
 
-TEST_F(LogTest, EveryLevelHasItsNamesAndItsPriority) {
+TEST_F(LogTest, EveryLevelHasItsNamesItsPriorityAndItsSeverity) {
   const struct {
     Level level;
     const char *shortName, *fullName;
@@ -94,37 +76,36 @@ TEST_F(LogTest, EveryLevelHasItsNamesAndItsPriority) {
       {Level::notice, "N~", "NOTICE", 5}, {Level::warning, "W~", "WARNING", 4}, {Level::error, "E~", "ERROR", 3},
       {Level::fatal, "F~", "FATAL", 2},
   };
+  Level previous = Level::byDefault;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.fullName);
     EXPECT_STREQ(loglevel_shortname(c.level), c.shortName);
     EXPECT_STREQ(loglevel_fullname(c.level), c.fullName);
     EXPECT_EQ(loglevel_to_syslog(c.level), c.priority);
+    EXPECT_EQ(parseLogLevel(c.shortName), c.level);
+    EXPECT_EQ(parseLogLevel(c.fullName), c.level);
+    EXPECT_LT(previous, c.level);
+    previous = c.level;
   }
-  EXPECT_TRUE(seen.empty());
+  EXPECT_THAT(logged_.lines, IsEmpty());
 }
 
 TEST_F(LogTest, InvalidLevelIsLoggedWithTheNameOfTheCalledFunction) {
   for (const Level level : {Level::byDefault, kNotALevel, static_cast<Level>(-1), static_cast<Level>(8)}) {
-    seen.clear();
+    logged_.lines.clear();
     EXPECT_STREQ(loglevel_shortname(level), "X~");
     EXPECT_STREQ(loglevel_fullname(level), "<log level>");
     EXPECT_EQ(loglevel_to_syslog(level), 6);
-    EXPECT_THAT(seen, ElementsAre("[ERROR] basiclib BasicLog.cpp loglevel_shortname invalid log level",
-                                  "[ERROR] basiclib BasicLog.cpp loglevel_fullname invalid log level",
-                                  "[ERROR] basiclib BasicLog.cpp loglevel_to_syslog invalid log level"));
+    EXPECT_THAT(logged_.lines, ElementsAre("[ERROR] basiclib BasicLog.cpp loglevel_shortname invalid log level",
+                                           "[ERROR] basiclib BasicLog.cpp loglevel_fullname invalid log level",
+                                           "[ERROR] basiclib BasicLog.cpp loglevel_to_syslog invalid log level"));
   }
 }
 
 TEST_F(LogTest, InvalidLevelIsNotLoggedWhenErrorsAreNotEnabled) {
   setDefaultLevel(Level::fatal);
   EXPECT_STREQ(loglevel_fullname(kNotALevel), "<log level>");
-  EXPECT_TRUE(seen.empty());
-}
-
-TEST(Level, LevelsCompareByTheirSeverity) {
-  const Level order[] = {Level::trace,   Level::debug, Level::info, Level::notice,
-                         Level::warning, Level::error, Level::fatal};
-  for (std::size_t i = 1; i < std::size(order); ++i) EXPECT_LT(order[i - 1], order[i]);
+  EXPECT_THAT(logged_.lines, IsEmpty());
 }
 
 TEST(Level, ByDefaultIsNotValidAndMeansInfo) {
@@ -137,76 +118,30 @@ TEST(Level, ByDefaultIsNotValidAndMeansInfo) {
 
 TEST(ParseLogLevel, ReadsShortFullAndAlternateNames) {
   const struct {
-    const char* text;
     Level level;
     bool matches;
+    std::vector<std::string_view> texts;
   } cases[] = {
-      {"TRACE", Level::trace, true},
-      {"DEBUG", Level::debug, true},
-      {"INFO", Level::info, true},
-      {"NOTICE", Level::notice, true},
-      {"WARN", Level::warning, true},
-      {"WARNING", Level::warning, true},
-      {"ERR", Level::error, true},
-      {"ERROR", Level::error, true},
-      {"FATAL", Level::fatal, true},
-      {"PANIC", Level::fatal, true},
-      {"EMERG", Level::fatal, true},
-      {"EMERGENCY", Level::fatal, true},
-      {"CRITICAL", Level::fatal, true},
-      {"ALERT", Level::fatal, true},
-      {" debug ", Level::debug, true},
-      {"\tWarning\n", Level::warning, true},
-      {"[error] disk full", Level::error, true},
-      {"[ERROR]", Level::error, true},
-      {"error]", Level::error, true},
-      {"error disk full", Level::error, true},
-      {"fatal [x", Level::fatal, true},
-      {"T~", Level::trace, true},
-      {"d~", Level::debug, true},
-      {"i~", Level::info, true},
-      {"N~", Level::notice, true},
-      {"W~ text", Level::warning, true},
-      {"e~", Level::error, true},
-      {"f~x", Level::fatal, true},
-      {"  e~", Level::error, true},
-      {"", Level::info, false},
-      {"   ", Level::info, false},
-      {"warnings", Level::info, false},
-      {"warn1", Level::info, false},
-      {"error:", Level::info, false},
-      {"error\tdisk", Level::info, false},
-      {"[[error]", Level::info, false},
-      {"[ error]", Level::info, false},
-      {"[e~]", Level::info, false},
-      {"verbose", Level::info, false},
-      {"x~", Level::info, false},
-      {"e", Level::info, false},
-      {"[", Level::info, false},
-      {"crit", Level::info, false},
-      {"trac", Level::info, false},
+      {Level::trace, true, {"TRACE", "T~"}},
+      {Level::debug, true, {"DEBUG", " debug ", "d~"}},
+      {Level::info, true, {"INFO", "i~"}},
+      {Level::notice, true, {"NOTICE", "N~"}},
+      {Level::warning, true, {"WARN", "WARNING", "\tWarning\n", "W~ text"}},
+      {Level::error, true, {"ERR", "ERROR", "[error] disk full", "[ERROR]", "error]", "error disk full"}},
+      {Level::error, true, {"e~", "  e~"}},
+      {Level::fatal, true, {"FATAL", "PANIC", "EMERG", "EMERGENCY", "CRITICAL", "ALERT", "fatal [x", "f~x"}},
+      {Level::info, false, {std::string_view(), "", "   ", "[", "e", "verbose", "x~"}},
+      {Level::info, false, {"warnings", "warn1", "error:", "error\tdisk", "[[error]", "[ error]", "[e~]"}},
+      {Level::info, false, {"crit", "trac"}},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
-    EXPECT_EQ(parseLogLevel(c.text), c.level);
-    Level level = Level::byDefault;
-    EXPECT_EQ(parseLogLevel(c.text, level), c.matches);
-    EXPECT_EQ(level, c.level);
-  }
-}
-
-TEST(ParseLogLevel, AbsentTextNamesNoLevelAndMeansInfo) {
-  Level level = Level::fatal;
-  EXPECT_EQ(parseLogLevel(std::string_view()), Level::info);
-  EXPECT_FALSE(parseLogLevel(std::string_view(), level));
-  EXPECT_EQ(level, Level::info);
-}
-
-TEST(ParseLogLevel, EveryNameParsesBackToItsLevel) {
-  for (int i = 1; i <= 7; ++i) {
-    const auto level = static_cast<Level>(i);
-    EXPECT_EQ(parseLogLevel(loglevel_shortname(level)), level);
-    EXPECT_EQ(parseLogLevel(loglevel_fullname(level)), level);
+    for (const std::string_view text : c.texts) {
+      SCOPED_TRACE(text);
+      EXPECT_EQ(parseLogLevel(text), c.level);
+      Level level = Level::byDefault;
+      EXPECT_EQ(parseLogLevel(text, level), c.matches);
+      EXPECT_EQ(level, c.level);
+    }
   }
 }
 
@@ -223,16 +158,17 @@ TEST(ParseLogLevel, TruncatedNameNamesNoLevel) {
 // --- Entries
 
 TEST_F(LogTest, EntryCarriesLevelTimeSourceAndLogger) {
-  Logger& log = getLogger("test");
+  static LogMessage message;
+  class Keeper : public LogMessageProcessor {
+    void process(std::unique_ptr<const LogMessage>& received) override {
+      message = *received;
+      received.reset();
+    }
+  };
+  setSyncProcessor(new Keeper);
   const std::int64_t before = TimeUtils::nowMicros();
-  { const Entry entry(log, Level::warning, "opened", "FileUtils.cpp", "makeUniqueFile"); }
-  ASSERT_EQ(seenMessages.size(), 1U);
-  const LogMessage& message = seenMessages[0];
-  EXPECT_EQ(message.level, Level::warning);
-  EXPECT_EQ(message.text(), "opened");
-  EXPECT_EQ(message.file(), "FileUtils.cpp");
-  EXPECT_EQ(message.function(), "makeUniqueFile");
-  EXPECT_EQ(message.logger(), "test");
+  { const Entry entry(getLogger("test"), Level::warning, "opened", "FileUtils.cpp", "makeUniqueFile"); }
+  EXPECT_EQ(lineOf(message), "[WARNING] test FileUtils.cpp makeUniqueFile opened");
   EXPECT_TRUE(message.parameters().empty());
   EXPECT_GE(message.created, before);
   EXPECT_LE(message.created, TimeUtils::nowMicros());
@@ -253,28 +189,21 @@ TEST_F(LogTest, EveryKindOfParameterIsConvertedToText) {
     entry.addAddress("odd", "", -1);
     entry.add("text", "again");
   }
-  EXPECT_THAT(seen, ElementsAre("[INFO] test f g all: text=x y = smallest=-9223372036854775808 "
-                                "largest=9223372036854775807 hex=deadbeef small=a yes=true no=false "
-                                "peer=10.0.0.1:8080 odd=:-1 text=again"));
+  EXPECT_THAT(logged_.lines, ElementsAre("[INFO] test f g all: text=x y = smallest=-9223372036854775808 "
+                                         "largest=9223372036854775807 hex=deadbeef small=a yes=true no=false "
+                                         "peer=10.0.0.1:8080 odd=:-1 text=again"));
 }
 
-TEST_F(LogTest, AddErrnoAddsTwoParameters) {
+TEST_F(LogTest, AddErrnoAddsTwoParametersForEveryNumber) {
   {
     Entry entry(getLogger("test"), Level::info, "failed", "f", "g");
     errno = ENOENT;
     entry.addErrno();
     entry.addErrno(EACCES);
-  }
-  EXPECT_THAT(seen, ElementsAre("[INFO] test f g failed: errmsg=No such file or directory errno=2 "
-                                "errmsg=Permission denied errno=13"));
-}
-
-TEST_F(LogTest, UnknownErrnoHasATextToo) {
-  {
-    Entry entry(getLogger("test"), Level::info, "failed", "f", "g");
     entry.addErrno(98765);
   }
-  EXPECT_THAT(seen, ElementsAre("[INFO] test f g failed: errmsg=Unknown error 98765 errno=98765"));
+  EXPECT_THAT(logged_.lines, ElementsAre("[INFO] test f g failed: errmsg=No such file or directory errno=2 "
+                                         "errmsg=Permission denied errno=13 errmsg=Unknown error 98765 errno=98765"));
 }
 
 TEST_F(LogTest, LoggingLeavesErrnoUnchanged) {
@@ -304,7 +233,7 @@ TEST_F(LogTest, TextsAreCopied) {
     entry.add(key, value);
     text = key = value = file = function = "#########";
   }
-  EXPECT_THAT(seen, ElementsAre("[INFO] test file function message: key=value"));
+  EXPECT_THAT(logged_.lines, ElementsAre("[INFO] test file function message: key=value"));
 }
 
 TEST_F(LogTest, EntryBelowTheThresholdIsNotBuilt) {
@@ -322,7 +251,7 @@ TEST_F(LogTest, EntryBelowTheThresholdIsNotBuilt) {
     entry.addErrno(1);
     entry.submit();
   }
-  EXPECT_TRUE(seen.empty());
+  EXPECT_THAT(logged_.lines, IsEmpty());
 }
 
 TEST_F(LogTest, EntryIsSubmittedOnce) {
@@ -334,7 +263,7 @@ TEST_F(LogTest, EntryIsSubmittedOnce) {
     entry.add("late", "lost");
     entry.submit();
   }
-  EXPECT_THAT(seen, ElementsAre("[INFO] test f g once"));
+  EXPECT_THAT(logged_.lines, ElementsAre("[INFO] test f g once"));
 }
 
 TEST_F(LogTest, MovedEntryIsSubmittedOnlyByItsNewHandle) {
@@ -344,41 +273,30 @@ TEST_F(LogTest, MovedEntryIsSubmittedOnlyByItsNewHandle) {
     EXPECT_TRUE(entry.isEmpty());  // NOLINT(bugprone-use-after-move): tests the moved-from handle
     other.add("by", "other");
   }
-  EXPECT_THAT(seen, ElementsAre("[INFO] test f g moved: by=other"));
+  EXPECT_THAT(logged_.lines, ElementsAre("[INFO] test f g moved: by=other"));
 }
 
 TEST_F(LogTest, EntryWithDefaultOrInvalidLevelStoresInfo) {
   { const Entry entry(getLogger("test"), Level::byDefault, "default", "f", "g"); }
   { const Entry entry(getLogger("test"), kNotALevel, "invalid", "f", "g"); }
-  EXPECT_THAT(seen, ElementsAre("[INFO] test f g default", "[INFO] test f g invalid"));
+  EXPECT_THAT(logged_.lines, ElementsAre("[INFO] test f g default", "[INFO] test f g invalid"));
 }
 
 // --- Renderings
 
-class Zone {
- public:
-  explicit Zone(const char* name) {
-    if (const char* old = std::getenv("TZ")) {
-      old_ = old;
-      wasSet_ = true;
-    }
-    ::setenv("TZ", name, 1);
-    ::tzset();
-  }
-  ~Zone() {
-    if (wasSet_) {
-      ::setenv("TZ", old_.c_str(), 1);
-    } else {
-      ::unsetenv("TZ");
-    }
-    ::tzset();
-  }
-  Zone(const Zone&) = delete;
-  Zone& operator=(const Zone&) = delete;
+void setZone(const char* zone) {
+  ::setenv("TZ", zone, 1);
+  ::tzset();
+}
 
- private:
-  std::string old_;
-  bool wasSet_ = false;
+// Runs in the zone UTC.
+class Rendering : public LogTest {
+ protected:
+  Rendering() { setZone("UTC0"); }
+  ~Rendering() override {
+    ::unsetenv("TZ");
+    ::tzset();
+  }
 };
 
 LogMessage sample(std::string_view text = "opened", const std::vector<LogParameter>& parameters = {}) {
@@ -390,21 +308,21 @@ LogMessage sample(std::string_view text = "opened", const std::vector<LogParamet
   return message;
 }
 
-TEST(Rendering, TextHeaderHasLevelAndTime) {
-  const Zone zone("UTC0");
+TEST_F(Rendering, HeaderHasLevelAndTimeAndInJsonTheTicksAsANumber) {
   EXPECT_EQ(textHeader(sample()), "[WARNING 2024-03-01 12:00:05.000123]");
   EXPECT_EQ(shortTextHeader(sample()), "[WARNING]");
+  EXPECT_EQ(jsonHeader(sample()),
+            R"({ "level":"WARNING", "ticks":1709294405000123.000000, "time":"2024-03-01 12:00:05.000123" })");
 }
 
-TEST(Rendering, TimeUsesTheZoneOffsetOfApril3918) {
-  const Zone zone("CET-1CEST,M3.5.0,M10.5.0/3");
+TEST_F(Rendering, TimeUsesTheZoneOffsetOfApril3918) {
+  setZone("CET-1CEST,M3.5.0,M10.5.0/3");
   EXPECT_EQ(textHeader(sample()), "[WARNING 2024-03-01 14:00:05.000123]");
   EXPECT_EQ(jsonHeader(sample()),
             R"({ "level":"WARNING", "ticks":1709301605000123.000000, "time":"2024-03-01 14:00:05.000123" })");
 }
 
-TEST(Rendering, TimeDoesNotDependOnTimesRenderedBefore) {
-  const Zone zone("UTC0");
+TEST_F(Rendering, TimeDoesNotDependOnTimesRenderedBefore) {
   const struct {
     std::int64_t time;
     const char* header;
@@ -430,36 +348,26 @@ TEST(Rendering, TimeDoesNotDependOnTimesRenderedBefore) {
   }
 }
 
-TEST(Rendering, TextBodyHasNoColonWithoutParameters) { EXPECT_EQ(textBody(sample()), "opened"); }
-
-TEST(Rendering, TextBodyListsTheParametersInOrder) {
+TEST_F(Rendering, TextBodyListsTheParametersInOrder) {
+  EXPECT_EQ(textBody(sample()), "opened") << "no colon without parameters";
   EXPECT_EQ(textBody(sample("opened", {{"path", "/x"}, {"mode", "644"}})), "opened: path=/x mode=644");
   EXPECT_EQ(textBody(sample("opened", {{"a", ""}, {"", "b"}, {"a", "%s"}})), "opened: a= =b a=%s");
   EXPECT_EQ(textBody(sample("", {{"", ""}})), ": =");
 }
 
-TEST(Rendering, JsonHeaderHasTheTicksAsANumber) {
-  const Zone zone("UTC0");
-  EXPECT_EQ(jsonHeader(sample()),
-            R"({ "level":"WARNING", "ticks":1709294405000123.000000, "time":"2024-03-01 12:00:05.000123" })");
-}
-
-TEST(Rendering, JsonBodyHasParamsOnlyIfTheMessageHasParameters) {
-  EXPECT_EQ(jsonBody(sample()), R"({ "msg":"opened" })");
+TEST_F(Rendering, JsonBodyEscapesTheMessageAndKeepsTheLastValueOfAKey) {
+  EXPECT_EQ(jsonBody(sample()), R"({ "msg":"opened" })") << "no params without parameters";
   EXPECT_EQ(jsonBody(sample("opened", {{"path", "/x"}, {"mode", "644"}})),
             R"({ "msg":"opened", "params":{ "path":"/x", "mode":"644" } })");
+  EXPECT_EQ(jsonBody(sample("say \"hi\"\n\xe9", {{"a", "1"}, {"b", "2"}, {"a", "3"}})),
+            R"({ "msg":"say \"hi\"\n?", "params":{ "a":"3", "b":"2" } })");
 }
 
-TEST(Rendering, JsonBodyEscapesTheMessageAndKeepsTheLastValueOfAKey) {
-  const LogMessage message = sample("say \"hi\"\n\xe9", {{"a", "1"}, {"b", "2"}, {"a", "3"}});
-  EXPECT_EQ(jsonBody(message), R"({ "msg":"say \"hi\"\n?", "params":{ "a":"3", "b":"2" } })");
-}
-
-TEST_F(LogTest, MessageWithAnInvalidLevelIsStillRendered) {
+TEST_F(Rendering, MessageWithAnInvalidLevelIsStillRendered) {
   LogMessage message = sample();
   message.level = kNotALevel;
   EXPECT_EQ(shortTextHeader(message), "[<log level>]");
-  EXPECT_THAT(seen, ElementsAre("[ERROR] basiclib BasicLog.cpp loglevel_fullname invalid log level"));
+  EXPECT_THAT(logged_.lines, ElementsAre("[ERROR] basiclib BasicLog.cpp loglevel_fullname invalid log level"));
 }
 
 // --- Assertions
@@ -469,52 +377,49 @@ volatile std::sig_atomic_t illegalInstructions = 0;
 // Handles SIGILL, so that it does not end the program, and counts how often it is raised.
 class AssertTest : public LogTest {
  protected:
-  void SetUp() override {
-    LogTest::SetUp();
+  AssertTest() : old_(::signal(SIGILL, [](int) { illegalInstructions = illegalInstructions + 1; })) {
     illegalInstructions = 0;
-    struct sigaction action {};
-    action.sa_handler = [](int) { illegalInstructions = illegalInstructions + 1; };
-    ASSERT_EQ(::sigaction(SIGILL, &action, &old_), 0);
     testing::internal::CaptureStderr();
   }
-  void TearDown() override {
-    ::sigaction(SIGILL, &old_, nullptr);
+  ~AssertTest() override {
+    ::signal(SIGILL, old_);
     setAssertHandler(nullptr);
-    LogTest::TearDown();
   }
 
  private:
-  struct sigaction old_ {};
+  void (*const old_)(int);
 };
 
 TEST_F(AssertTest, FailedAssertionIsPrintedAndLoggedAndRaisesSigill) {
-  assertFailure("Some.cpp", 42, "it broke");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "assert error, Some.cpp line 42, \"it broke\" \n");
-  EXPECT_THAT(seen, ElementsAre("[ERROR] basiclib BasicLog.cpp defaultAssertFailure "
-                                "assert error, Some.cpp line 42, \"it broke\" \n"));
-  EXPECT_EQ(illegalInstructions, 1);
-}
-
-TEST_F(AssertTest, UnknownFileAndMessageAreReplacedByPlaceholders) {
-  defaultAssertFailure(nullptr, -1, nullptr);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "assert error, <filename unknown> line -1, \"<no message>\" \n");
-}
-
-TEST_F(AssertTest, TextIsCutAt1023BytesAndIsNotInterpretedAsAFormat) {
-  const std::string longMessage = "%s%n" + std::string(2'000, 'x');
-  defaultAssertFailure("f", 1, longMessage.c_str());
-  const std::string text = testing::internal::GetCapturedStderr();
-  EXPECT_EQ(text.size(), 1'023U);
-  EXPECT_EQ(text.substr(0, 31), "assert error, f line 1, \"%s%nxx");
-  EXPECT_EQ(seenMessages.at(0).text(), text);
-}
-
-TEST_F(AssertTest, FailedAssertionIsNotLoggedWhenErrorsAreNotEnabled) {
-  setDefaultLevel(Level::fatal);
-  assertFailure("f", 1, "m");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "assert error, f line 1, \"m\" \n");
-  EXPECT_TRUE(seen.empty());
-  EXPECT_EQ(illegalInstructions, 1);
+  const std::string format = "%s%n" + std::string(2'000, 'x');
+  const struct {
+    const char *why, *file;
+    int line;
+    const char* message;
+    bool isLogged;
+    std::string text;
+  } cases[] = {
+      {"the text has all parts", "Some.cpp", 42, "broke", true, "assert error, Some.cpp line 42, \"broke\" \n"},
+      {"placeholders replace an unknown file and an unknown message", nullptr, -1, nullptr, true,
+       "assert error, <filename unknown> line -1, \"<no message>\" \n"},
+      {"the text is cut at 1023 bytes and is no format", "f", 1, format.c_str(), true,
+       ("assert error, f line 1, \"" + format).substr(0, 1'023)},
+      {"it is not logged when errors are not enabled", "f", 1, "m", false, "assert error, f line 1, \"m\" \n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    setDefaultLevel(c.isLogged ? Level::info : Level::fatal);
+    logged_.lines.clear();
+    illegalInstructions = 0;
+    assertFailure(c.file, c.line, c.message);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), c.text);
+    testing::internal::CaptureStderr();
+    std::vector<std::string> expected;
+    if (c.isLogged) expected.push_back("[ERROR] basiclib BasicLog.cpp defaultAssertFailure " + c.text);
+    EXPECT_EQ(logged_.lines, expected);
+    EXPECT_EQ(illegalInstructions, 1);
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 std::vector<std::string> handled;
@@ -527,7 +432,7 @@ TEST_F(AssertTest, InstalledHandlerReplacesTheDefault) {
   assertFailure("f", 7, "m");
   EXPECT_THAT(handled, ElementsAre("f 7 m"));
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-  EXPECT_TRUE(seen.empty());
+  EXPECT_THAT(logged_.lines, IsEmpty());
   EXPECT_EQ(illegalInstructions, 0);
 
   setAssertHandler(nullptr);
@@ -580,12 +485,8 @@ TEST(SyslogConnection, ConnectionIsOpenAsLongAsTheObjectLives) {
 }
 
 TEST(SyslogConnection, AbsentNameIsReplacedByAPlaceholder) {
-  {
-    const SyslogConnection connection(nullptr);
-    EXPECT_STREQ(systemLogIdent, "<appname unavailable>");
-  }
-  {
-    const SyslogConnection connection("");
+  for (const char* name : {static_cast<const char*>(nullptr), ""}) {
+    const SyslogConnection connection(name);
     EXPECT_STREQ(systemLogIdent, "<appname unavailable>");
   }
 }
@@ -594,7 +495,7 @@ TEST_F(LogTest, InvalidLevelIsSentAtThePriorityOfInfo) {
   systemLog.clear();
   SyslogConnection("x").send(Level::byDefault, "text");
   EXPECT_THAT(systemLog, ElementsAre("openlog 0 8", "syslog 6 %s text", "closelog"));
-  EXPECT_THAT(seen, ElementsAre("[ERROR] basiclib BasicLog.cpp loglevel_to_syslog invalid log level"));
+  EXPECT_THAT(logged_.lines, ElementsAre("[ERROR] basiclib BasicLog.cpp loglevel_to_syslog invalid log level"));
 }
 
 }  // namespace
