@@ -7,8 +7,8 @@
 
 #include <algorithm>
 #include <csignal>
-#include <fstream>
 #include <map>
+#include <numeric>
 #include <sstream>
 
 #include "base/files/DirectoryListing.h"
@@ -21,12 +21,6 @@ using LoggingExampleTest = HostTest;
 
 constexpr char kLogs[] = "/tmp/example";
 const std::string kExample = places::build() + "/examples/logging/logging-example";
-
-std::string textOf(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  EXPECT_TRUE(file) << path;
-  return std::string(std::istreambuf_iterator<char>(file), {});
-}
 
 std::vector<std::string> linesOf(const std::string& text) {
   std::vector<std::string> lines;
@@ -57,10 +51,9 @@ void expectAllSteps(const std::string& text) {
   const auto steps = stepsOf(text);
   EXPECT_EQ(steps.size(), 4U);
   for (const auto& [worker, numbers] : steps) {
-    for (std::size_t i = 0; i < numbers.size(); ++i) {
-      EXPECT_EQ(numbers[i], static_cast<int>(i)) << "worker " << worker;
-      if (numbers[i] != static_cast<int>(i)) return;
-    }
+    std::vector<int> expected(numbers.size());
+    std::iota(expected.begin(), expected.end(), 0);
+    EXPECT_EQ(numbers, expected) << "worker " << worker;
   }
 }
 
@@ -140,8 +133,8 @@ std::vector<std::string> piecesBetween(const std::string& text, const std::strin
 }
 
 TEST(LoggingPage, PageShowsAllMarkedCodeOfTheExampleAndNoOther) {
-  const auto shown = piecesBetween(textOf(kPage), "```cpp", "```");
-  const auto marked = piecesBetween(textOf(kSource), "// begin: ", "// end: ");
+  const auto shown = piecesBetween(host::readFile(kPage), "```cpp", "```");
+  const auto marked = piecesBetween(host::readFile(kSource), "// begin: ", "// end: ");
   EXPECT_FALSE(shown.empty());
   EXPECT_THAT(shown, testing::UnorderedElementsAreArray(marked));
 }

@@ -4,16 +4,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <syslog.h>
-#include <time.h>
 
 #include <climits>
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 
 #include "base/text/TimeUtils.h"
 #include "testing/run/LogLines.h"
+#include "testing/run/Zone.h"
 
 // Replaces the functions of syslog(3) in this test program.
 namespace {
@@ -284,19 +283,10 @@ TEST_F(LogTest, EntryWithDefaultOrInvalidLevelStoresInfo) {
 
 // --- Renderings
 
-void setZone(const char* zone) {
-  ::setenv("TZ", zone, 1);
-  ::tzset();
-}
-
 // Runs in the zone UTC.
 class Rendering : public LogTest {
  protected:
-  Rendering() { setZone("UTC0"); }
-  ~Rendering() override {
-    ::unsetenv("TZ");
-    ::tzset();
-  }
+  Zone zone_{"UTC0"};
 };
 
 LogMessage sample(std::string_view text = "opened", const std::vector<LogParameter>& parameters = {}) {
@@ -316,7 +306,7 @@ TEST_F(Rendering, HeaderHasLevelAndTimeAndInJsonTheTicksAsANumber) {
 }
 
 TEST_F(Rendering, TimeUsesTheZoneOffsetOfApril3918) {
-  setZone("CET-1CEST,M3.5.0,M10.5.0/3");
+  zone_.set("CET-1CEST,M3.5.0,M10.5.0/3");
   EXPECT_EQ(textHeader(sample()), "[WARNING 2024-03-01 14:00:05.000123]");
   EXPECT_EQ(jsonHeader(sample()),
             R"({ "level":"WARNING", "ticks":1709301605000123.000000, "time":"2024-03-01 14:00:05.000123" })");

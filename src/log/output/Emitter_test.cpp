@@ -6,7 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
+#include <algorithm>
 #include <cstdlib>
 
 #include "log/output/EmergencyEmitter.h"
@@ -16,6 +16,7 @@
 #include "log/output/SyslogEmitter.h"
 #include "log/output/TextEmitters.h"
 #include "testing/run/LogLines.h"
+#include "testing/run/Zone.h"
 
 namespace {
 
@@ -67,15 +68,7 @@ std::vector<std::string> allTypes() {
 
 // Runs in the zone UTC.
 class EmitterTest : public testing::Test {
- protected:
-  void SetUp() override {
-    ::setenv("TZ", "UTC0", 1);
-    ::tzset();
-  }
-  void TearDown() override {
-    ::unsetenv("TZ");
-    ::tzset();
-  }
+  const Zone zone_{"UTC0"};
 };
 
 // --- The interface

@@ -18,6 +18,7 @@
 #include "base/threads/ThreadNames.h"
 #include "log/output/LogManager.h"
 #include "testing/faults/NoThreads.h"
+#include "testing/run/Zone.h"
 
 namespace {
 
@@ -191,17 +192,15 @@ TEST_F(OutputTest, EntryKeepsTheZoneOffsetOfItsOwnMomentUntilItsBatchEnds) {
     void endBatch() override { addHour(); }
   };
   Zones zones;
+  const Zone zone("UTC0");
   zones.whenEmitting = [&](const LogMessage& message) {
     zones.last = message;
     zones.addHour();
     ::setenv("TZ", std::string(message.text()).c_str(), 1);  // the text of each entry is the zone for the next one
   };
   manager.addEmitter(&zones);
-  ::setenv("TZ", "UTC0", 1);
-  for (const char* zone : {"EST5", "JST-9", "UTC0", "EST5", "JST-9"}) log(zone);
+  for (const char* next : {"EST5", "JST-9", "UTC0", "EST5", "JST-9"}) log(next);
   manager.flush();
-  ::unsetenv("TZ");
-  ::tzset();
   std::vector<int> later;  // hours later than in UTC
   for (const int hour : zones.hours) later.push_back((hour - zones.hours[0] + 24) % 24);
   EXPECT_THAT(later, ElementsAre(0, 19, 9, 0, 19, 19));

@@ -7,8 +7,9 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdlib>
+#include <functional>
 #include <thread>
+#include <utility>
 
 #include "base/files/DirectoryListing.h"
 #include "base/files/WholeFile.h"
@@ -18,6 +19,7 @@
 #include "testing/faults/FaultInjector.h"
 #include "testing/run/HostTest.h"
 #include "testing/run/LogLines.h"
+#include "testing/run/Zone.h"
 
 namespace {
 
@@ -40,24 +42,10 @@ std::int64_t testClock() { return now; }
 // Has an emitter of hourly files "app-..." in a directory that does not exist yet. The time is 2025-03-02 13:05 UTC.
 class RotatedFileTest : public HostTest {
  protected:
-  void SetUp() override {
-    HostTest::SetUp();
-    if (IsSkipped()) return;
-    setZone("UTC0");
-    now = at("2025-03-02T13:05:00");
-    configure(emitter_);
-  }
-  void TearDown() override {
-    ::unsetenv("TZ");
-    ::tzset();
-  }
+  RotatedFileTest() { now = at("2025-03-02T13:05:00"); }
 
-  static void setZone(const char* zone) {
-    ::setenv("TZ", zone, 1);
-    ::tzset();
-  }
-  static void configure(RotatedFileEmitterActor& emitter, std::string_view interval = "1 hour",
-                        const char* prefix = "app-", const char* directory = kLogs) {
+  static void configure(RotatedFileEmitterActor& emitter, std::string_view interval, const char* prefix,
+                        const char* directory) {
     EXPECT_EQ(emitter.setConfig("interval", interval), ConfigResult::accepted);
     EXPECT_EQ(emitter.setConfig("prefix", prefix), ConfigResult::accepted);
     EXPECT_EQ(emitter.setConfig("dir", directory), ConfigResult::accepted);
@@ -79,9 +67,13 @@ class RotatedFileTest : public HostTest {
 
   // An emitter with a file of its own, for each row of a table.
   struct Other : RotatedFileEmitterActor {
-    Other() : RotatedFileEmitterActor({"file_emitter", "x"}, testClock) {}
+    explicit Other(std::string_view interval = "1 hour", const char* prefix = "app-", const char* directory = kLogs)
+        : RotatedFileEmitterActor({"file_emitter", "x"}, testClock) {
+      configure(*this, interval, prefix, directory);
+    }
   };
 
+  Zone zone_{"UTC0"};
   LoggedLines logged_;
   Other emitter_;
 };
@@ -136,10 +128,9 @@ TEST_F(RotatedFileTest, FileNameContainsTheStartOfItsPeriodInLocalTime) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
-    setZone(c.zone);
+    zone_.set(c.zone);
     now = c.time;
-    Other other;
-    configure(other, c.interval);
+    Other other(c.interval);
     EXPECT_EQ(other.currentFileName(), "");
     for (const char* body : {"x", "y"}) {
       write(other, body);
@@ -167,12 +158,15 @@ TEST_F(RotatedFileTest, EntriesAreDroppedUnlessTheIntervalIsAtLeastOneMillisecon
   } cases[] = {{"999 usec", false}, {"1000 usec", true},         {"1 ms", true},    {"1 day", true},
                {"0 secs", false},   {"-1 hour", false},          {"-1 day", false}, {"", false},
                {"10", false},       {std::string_view(), false}, {"soon", false}};
+  RotatedFileEmitterActor bare({"file_emitter", "x"});
+  EXPECT_FALSE(bare.verifyConfig());
+  EXPECT_EQ(bare.setConfig("prefix", "p"), ConfigResult::accepted);
+  EXPECT_EQ(bare.setConfig("dir", kLogs), ConfigResult::accepted);
+  EXPECT_FALSE(bare.verifyConfig());
   for (const auto& c : cases) {
     SCOPED_TRACE(c.interval);
     host::remove(kLogs);
-    Other other;
-    EXPECT_FALSE(other.verifyConfig()) << "without any setting";
-    configure(other, c.interval);
+    Other other(c.interval);
     EXPECT_EQ(other.verifyConfig(), c.isValid);
     write(other, "x");
     EXPECT_EQ(other.currentFileName().empty(), !c.isValid);
@@ -200,22 +194,22 @@ TEST_F(RotatedFileTest, UnknownKeyChangesNothing) {
 
 TEST_F(RotatedFileTest, WithoutPrefixOrDirectoryFilesAreWrittenButOldOnesAreKept) {
   const struct {
-    const char *why, *prefix, *directory, *file;
+    const char *why, *prefix, *directory, *name;
+    std::string folder;
   } cases[] = {
-      {"without a prefix the name is the time", "", kLogs, "/tmp/logs/20250302.log"},
-      {"without a directory the file is in the working directory", "app-", "", "/tmp/work/app-20250302.log"},
-      {"both settings may be missing", "", "", "/tmp/work/20250302.log"},
+      {"without a prefix the name is the time", "", kLogs, "20250302.log", "/tmp/logs/"},
+      {"without a directory the file is in the working directory", "app-", "", "app-20250302.log", "/tmp/work/"},
+      {"both settings may be missing", "", "", "20250302.log", "/tmp/work/"},
   };
-  makeOldFile(kOldFile);
+  makeOldFile();
   makeOldFile("/tmp/work/app-old.log");
   ASSERT_EQ(::chdir("/tmp/work"), 0);
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
-    Other other;
-    configure(other, "1 day", c.prefix, c.directory);
+    Other other("1 day", c.prefix, c.directory);
     write(other, "x");
-    EXPECT_EQ(c.file, std::string(c.directory == kLogs ? kLogs : "/tmp/work") + "/" + other.currentFileName());
-    EXPECT_EQ(host::readFile(c.file), "[INFO] x\n");
+    EXPECT_EQ(other.currentFileName(), c.name);
+    EXPECT_EQ(host::readFile(c.folder + c.name), "[INFO] x\n");
     EXPECT_TRUE(host::exists(kOldFile));
     EXPECT_TRUE(host::exists("/tmp/work/app-old.log"));
   }
@@ -238,7 +232,6 @@ TEST_F(RotatedFileTest, NewDirectoryHasMode0750AndNewFileMode0644BothLessTheUmas
     SCOPED_TRACE(c.umask);
     host::remove(kLogs);
     Other other;
-    configure(other);
     const mode_t old = ::umask(c.umask);
     write(other, "x");
     ::umask(old);
@@ -277,7 +270,6 @@ TEST_F(RotatedFileTest, OnlyARegularFileIsWrittenTo) {
     c.make();
     const std::string before = host::tree("/tmp");
     Other other;
-    configure(other);
     write(other, "lost");
     EXPECT_EQ(other.currentFileName(), "");
     EXPECT_EQ(host::tree("/tmp"), before);
@@ -332,7 +324,6 @@ TEST_F(RotatedFileTest, FileIsClosedWithItsEmitterAndItsPeriod) {
   const auto before = openDescriptors();
   {
     Other other;
-    configure(other);
     for (int i = 0; i < 2; ++i) {
       write(other, "x");
       EXPECT_EQ(openDescriptors().size(), before.size() + 1);
@@ -393,7 +384,7 @@ TEST_F(RotatedFileTest, FileReplacedByALinkBeforeItsAgeIsReadIsKept) {
 }
 
 TEST_F(RotatedFileTest, AgeUsesTheWallClockAlthoughNamesUseLocalTime) {
-  setZone("EST5");  // local ticks are five hours behind
+  zone_.set("EST5");  // local ticks are five hours behind
   makeOldFile(kOldFile, 30 * kDay + 1'000'000);
   makeOldFile("/tmp/logs/app-young.log", 30 * kDay - 1'000'000);
   write("x");
@@ -438,7 +429,6 @@ TEST_F(RotatedFileTest, FilesThatCannotBeListedOrWhoseAgeCannotBeReadAreKept) {
     SCOPED_TRACE(call);
     makeOldFile();
     Other other;
-    configure(other);
     const ArmedFaults faults({1, true, EACCES, {call}});
     write(other, "x");
     EXPECT_TRUE(host::exists(kOldFile));
@@ -471,7 +461,6 @@ TEST_F(RotatedFileTest, EachFailingCallLosesAtMostTheEntryItWasFor) {
       {prepare, {}, ENOSPC},
       [] {
         Other other;
-        configure(other);
         write(other, "one");
         write(other, "two");
         return other.currentFileName();
@@ -496,12 +485,12 @@ TEST_F(RotatedFileTest, EachFailingCallLosesAtMostTheEntryItWasFor) {
 TEST_F(RotatedFileTest, EntryWhoseCallFailsIsLostAndTheNextEntryTriesAgain) {
   FaultPlan oneByteAtATime;
   oneByteAtATime.oneByteAtATime = true;
-  const char* a = "[INFO] a\n";
-  const char* ab = "[INFO] a\n[INFO] b\n";
+  const std::string a = "[INFO] a\n";
+  const std::string ab = "[INFO] a\n[INFO] b\n";
   const struct {
     const char* why;
     FaultPlan plan;
-    const char *first, *last;  // the content after an entry with faults and after another one without
+    std::string first, last;  // the content after an entry with faults and after another one without
   } cases[] = {
       {"a failed write closes the file", {1, false, ENOSPC, {"write"}}, "", "[INFO] b\n"},
       {"a directory that cannot be created is created later", {1, true, EACCES, {"mkdir"}}, "no file", "[INFO] b\n"},
@@ -513,7 +502,6 @@ TEST_F(RotatedFileTest, EntryWhoseCallFailsIsLostAndTheNextEntryTriesAgain) {
     SCOPED_TRACE(c.why);
     host::remove(kLogs);
     Other other;
-    configure(other);
     {
       const ArmedFaults faults(c.plan);
       write(other, "a");
@@ -559,7 +547,6 @@ TEST_F(RotatedFileTest, LinesOfABatchAreWrittenTogetherAtItsEnd) {
     SCOPED_TRACE(c.why);
     host::remove(kLogs);
     Other other;
-    configure(other);
     other.beginBatch();
     for (const char* body : {"one", "two", "three"}) write(other, body);
     EXPECT_FALSE(host::exists(kLogs));
@@ -621,7 +608,6 @@ TEST_F(RotatedFileTest, ManyThreadsWriteWholeLines) {
   }
   for (std::thread& thread : threads) thread.join();
   std::size_t lines = 0;
-  std::vector<std::string> names;
   for (const auto& name : FileUtils::listDirectory(kLogs).files) {
     std::vector<std::string> content;
     EXPECT_THAT(FileUtils::readLines(std::string(kLogs) + "/" + name, content), HasCode(status::success));

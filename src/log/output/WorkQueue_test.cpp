@@ -13,9 +13,9 @@ namespace {
 
 struct Item {
   static std::atomic<int> alive;
-  int producer, number;
+  const int number;
 
-  Item(int p, int n) : producer(p), number(n) { ++alive; }
+  explicit Item(int n) : number(n) { ++alive; }
   Item(const Item&) = delete;
   Item& operator=(const Item&) = delete;
   ~Item() { --alive; }
@@ -24,30 +24,32 @@ std::atomic<int> Item::alive{0};
 
 using Queue = TypedWorkQueue<const Item>;
 
-TEST(WorkQueue, ReturnsObjectsInTheOrderInWhichTheyWerePushed) {
-  Queue queue;
-  for (int i = 0; i < 100; ++i) {
-    auto item = std::make_unique<const Item>(0, i);
-    ASSERT_TRUE(queue.push(item));
-    ASSERT_EQ(item, nullptr);
-  }
-  for (int i = 0; i < 100; ++i) EXPECT_EQ(queue.pop()->number, i);
-  EXPECT_EQ(queue.pop(), nullptr);
+bool push(Queue& queue, int number) {
+  auto item = std::make_unique<const Item>(number);
+  return queue.push(item) && item == nullptr;
 }
 
-TEST(WorkQueue, NullIsRefused) {
+void pushMany(Queue& queue, int count) {
+  for (int i = 0; i < count; ++i) ASSERT_TRUE(push(queue, i));
+}
+
+// Empties the queue and damages it. The next push fails an assertion while it holds the queue's lock.
+void damage(Queue& queue) {
+  pushMany(queue, 1);
+  ASSERT_NE(queue.pop(), nullptr);
+  WorkQueuePeer::loseTail(queue);
+}
+
+TEST(WorkQueue, ReturnsObjectsInTheOrderInWhichTheyWerePushed) {
   Queue queue;
-  std::unique_ptr<const Item> none;
-  EXPECT_FALSE(queue.push(none));
+  pushMany(queue, 100);
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(queue.pop()->number, i);
   EXPECT_EQ(queue.pop(), nullptr);
 }
 
 TEST(WorkQueue, PopManyFillsTheBatchFromItsStart) {
   Queue queue;
-  for (int i = 0; i < 25; ++i) {
-    auto item = std::make_unique<const Item>(0, i);
-    ASSERT_TRUE(queue.push(item));
-  }
+  pushMany(queue, 25);
   std::array<std::unique_ptr<const Item>, 20> batch;
   EXPECT_EQ(queue.popMany(batch), 20U);
   EXPECT_EQ(batch[0]->number, 0);
@@ -59,15 +61,17 @@ TEST(WorkQueue, PopManyFillsTheBatchFromItsStart) {
   EXPECT_EQ(batch[0], nullptr);
 }
 
-TEST(WorkQueue, SizeIsTheNumberOfQueuedObjects) {
+TEST(WorkQueue, SizeIsTheNumberOfQueuedObjectsAndNullIsRefused) {
   Queue queue;
   EXPECT_EQ(queue.size(), 0U);
   std::size_t queued = 99;
   std::unique_ptr<const Item> none;
+  EXPECT_FALSE(queue.push(none));
   EXPECT_FALSE(queue.push(none, queued));
   EXPECT_EQ(queued, 99U);
+  EXPECT_EQ(queue.pop(), nullptr);
   for (std::size_t i = 1; i <= 50; ++i) {
-    auto item = std::make_unique<const Item>(0, 0);
+    auto item = std::make_unique<const Item>(0);
     EXPECT_TRUE(queue.push(item, queued));
     EXPECT_EQ(queued, i);
   }
@@ -82,10 +86,7 @@ TEST(WorkQueue, DestructorFreesQueuedObjects) {
   ASSERT_EQ(Item::alive, 0);
   {
     Queue queue;
-    for (int i = 0; i < 70; ++i) {
-      auto item = std::make_unique<const Item>(0, i);
-      ASSERT_TRUE(queue.push(item));
-    }
+    pushMany(queue, 70);
     EXPECT_EQ(Item::alive, 70);
   }
   EXPECT_EQ(Item::alive, 0);
@@ -99,28 +100,25 @@ void comeBackIntoTheQueue(const char*, int, const char*) {
   ++entries;
   EXPECT_TRUE(entered->isHeldByThisThread());
   EXPECT_EQ(entered->size(), 0U);
-  auto item = std::make_unique<const Item>(1, 1);
+  auto item = std::make_unique<const Item>(1);
   std::size_t queued = 99;
   EXPECT_FALSE(entered->push(item, queued));
   EXPECT_NE(item, nullptr);
   EXPECT_EQ(queued, 99U);
   EXPECT_EQ(entered->pop(), nullptr);
   std::array<std::unique_ptr<const Item>, 3> batch;
-  for (auto& place : batch) place = std::make_unique<const Item>(2, 2);
+  for (auto& place : batch) place = std::make_unique<const Item>(2);
   EXPECT_EQ(entered->popMany(batch), 0U);
   for (const auto& place : batch) EXPECT_EQ(place, nullptr);
 }
 
 TEST(WorkQueue, CallsOfAThreadInsideTheQueueAreRefusedAndDoNotDeadlock) {
   Queue queue;
-  auto item = std::make_unique<const Item>(0, 0);
-  ASSERT_TRUE(queue.push(item));
-  ASSERT_NE(queue.pop(), nullptr);
-  WorkQueuePeer::loseTail(queue);
+  damage(queue);
   entered = &queue;
   entries = 0;
   BasicLog::setAssertHandler(comeBackIntoTheQueue);
-  item = std::make_unique<const Item>(3, 3);
+  auto item = std::make_unique<const Item>(3);
   std::size_t queued = 0;
   EXPECT_TRUE(queue.push(item, queued));
   BasicLog::setAssertHandler(nullptr);
@@ -138,15 +136,14 @@ TEST(WorkQueue, SizeIsCorrectedWhenABrokenChainHasLostObjects) {
   Queue queue;
   std::vector<std::unique_ptr<const Item>> lost;  // the test owns them, because the queue loses them
   for (int i = 0; i < 3; ++i) {
-    auto item = std::make_unique<const Item>(0, i);
+    auto item = std::make_unique<const Item>(i);
     const Item* raw = item.get();
     ASSERT_TRUE(queue.push(item));
     lost.emplace_back(raw);
   }
   WorkQueuePeer::loseTail(queue);
   BasicLog::setAssertHandler([](const char*, int, const char*) {});
-  auto item = std::make_unique<const Item>(0, 3);
-  EXPECT_TRUE(queue.push(item));
+  EXPECT_TRUE(push(queue, 3));
   BasicLog::setAssertHandler(nullptr);
   std::array<std::unique_ptr<const Item>, 3> batch;
   EXPECT_EQ(queue.popMany(batch), 1U);
@@ -161,52 +158,19 @@ TEST(WorkQueue, OtherThreadWaitsForTheThreadInsideTheQueue) {
   static std::thread other;
   Queue queue;
   shared = &queue;
-  auto item = std::make_unique<const Item>(0, 0);
-  ASSERT_TRUE(queue.push(item));
-  ASSERT_NE(queue.pop(), nullptr);
-  WorkQueuePeer::loseTail(queue);
+  damage(queue);
   BasicLog::setAssertHandler([](const char*, int, const char*) {
     other = std::thread([] {
       EXPECT_FALSE(shared->isHeldByThisThread());
-      auto late = std::make_unique<const Item>(0, 2);
-      EXPECT_TRUE(shared->push(late));
+      EXPECT_TRUE(push(*shared, 2));
     });
   });
-  item = std::make_unique<const Item>(0, 1);
-  EXPECT_TRUE(queue.push(item));
+  EXPECT_TRUE(push(queue, 1));
   BasicLog::setAssertHandler(nullptr);
   other.join();
   EXPECT_EQ(queue.pop()->number, 1);
   EXPECT_EQ(queue.pop()->number, 2);
   EXPECT_EQ(queue.pop(), nullptr);
-}
-
-TEST(WorkQueue, SixteenProducersLoseNothingAndKeepTheirOrder) {
-  constexpr int producers = 16;
-  constexpr int each = 500;
-  Queue queue;
-  std::vector<std::thread> threads;
-  for (int p = 0; p < producers; ++p) {
-    threads.emplace_back([&queue, p] {
-      for (int i = 0; i < each; ++i) {
-        auto item = std::make_unique<const Item>(p, i);
-        ASSERT_TRUE(queue.push(item));
-      }
-    });
-  }
-  std::vector<int> next(producers);
-  std::array<std::unique_ptr<const Item>, 20> batch;
-  for (int received = 0; received < producers * each;) {
-    const std::size_t count = queue.popMany(batch);
-    for (std::size_t i = 0; i < count; ++i) {
-      EXPECT_EQ(batch[i]->number, next[static_cast<std::size_t>(batch[i]->producer)]++);
-    }
-    received += static_cast<int>(count);
-    if (count == 0) std::this_thread::yield();
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(queue.pop(), nullptr);
-  for (const int count : next) EXPECT_EQ(count, each);
 }
 
 }  // namespace

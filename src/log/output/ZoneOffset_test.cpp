@@ -11,15 +11,9 @@ namespace {
 
 class ZoneOffsetTest : public HostTest {
  protected:
-  void TearDown() override { use(nullptr); }
+  void TearDown() override { ::unsetenv("TZ"); }
 
-  static void use(const char* zone) {
-    if (zone == nullptr) {
-      ::unsetenv("TZ");
-    } else {
-      ::setenv("TZ", zone, 1);
-    }
-  }
+  static void use(const char* zone) { ::setenv("TZ", zone, 1); }
 };
 
 constexpr std::int64_t kHour = 3'600'000'000;
@@ -52,18 +46,18 @@ TEST_F(ZoneOffsetTest, NewTzTakesEffectAtOnce) {
 
 TEST_F(ZoneOffsetTest, WithoutTzTheZoneOfTheSystemIsUsed) {
   ZoneOffset offset;
-  use(nullptr);
+  ::unsetenv("TZ");
   const std::int64_t system = TimeUtils::localOffsetMicros();
   use("ACST-9:30");
   EXPECT_EQ(offset.micros(), -9 * kHour - kHour / 2);
-  use(nullptr);
+  ::unsetenv("TZ");
   EXPECT_EQ(offset.micros(), system);
 }
 
 TEST_F(ZoneOffsetTest, NewZoneFileOfTheSystemTakesEffectSoon) {
   constexpr char tokyo[] = "/usr/share/zoneinfo/Asia/Tokyo";
   if (!host::exists(tokyo)) GTEST_SKIP() << "no zones here";
-  use(nullptr);
+  ::unsetenv("TZ");
   ZoneOffset offset;
   ASSERT_NE(offset.micros(), -9 * kHour);
   host::remove("/etc/localtime");
