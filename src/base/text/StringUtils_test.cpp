@@ -2,75 +2,48 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <climits>
 #include <cstdlib>
-#include <limits>
 #include <random>
+#include <vector>
 
 namespace {
 
 using StringUtils::TrimSet;
 
-std::string allBytes() {
-  std::string bytes;
-  for (int byte = 0; byte < 256; ++byte) bytes += static_cast<char>(byte);
-  return bytes;
-}
+// --- Trimming
 
-// --- trim
-
-TEST(Trim, NonPrintableTakesEverythingOutside33To126) {
+TEST(Trim, EachSetRemovesItsOwnBytesFromBothEnds) {
   for (int byte = 0; byte < 256; ++byte) {
     SCOPED_TRACE(byte);
-    const std::string text = std::string(2, static_cast<char>(byte)) + "x" + std::string(1, static_cast<char>(byte));
-    const bool goes = byte < 33 || byte > 126;
-    EXPECT_EQ(StringUtils::trim(text, TrimSet::nonPrintable), goes ? "x" : text);
+    const std::string pair(2, static_cast<char>(byte));
+    const std::string text = pair + "x" + pair;
+    EXPECT_EQ(StringUtils::trim(text, TrimSet::nonPrintable), byte < 33 || byte > 126 ? "x" : text);
+    EXPECT_EQ(StringUtils::trim(text, TrimSet::blanks), byte <= 32 || byte == 127 ? "x" : text);
   }
 }
 
-TEST(Trim, BlanksTakesBytesUpTo32And127) {
-  for (int byte = 0; byte < 256; ++byte) {
-    SCOPED_TRACE(byte);
-    const std::string text = std::string(2, static_cast<char>(byte)) + "x" + std::string(1, static_cast<char>(byte));
-    const bool goes = byte <= 32 || byte == 127;
-    EXPECT_EQ(StringUtils::trim(text, TrimSet::blanks), goes ? "x" : text);
-  }
+TEST(Trim, KeepsEverythingBetweenTheFirstAndTheLastByteOutsideTheSet) {
+  EXPECT_EQ(StringUtils::trim(" a \x80 b ", TrimSet::nonPrintable), "a \x80 b") << "bytes inside the text stay";
+  EXPECT_EQ(StringUtils::trim("lab\xc3\xa9", TrimSet::nonPrintable), "lab") << "bytes above 126 are not printable";
+  EXPECT_EQ(StringUtils::trim("lab\xc3\xa9", TrimSet::blanks), "lab\xc3\xa9") << "bytes above 127 are no blanks";
+  EXPECT_EQ(StringUtils::trim(" \t\r\n\x7f", TrimSet::blanks), "") << "a text of blanks alone becomes empty";
+  EXPECT_EQ(StringUtils::trim("\xff\x80 ", TrimSet::nonPrintable), "") << "all bytes are in the set";
+  EXPECT_EQ(StringUtils::trim("", TrimSet::blanks), "") << "the empty text stays empty";
 }
 
-TEST(Trim, BytesInsideTheTextStay) {
-  EXPECT_EQ(StringUtils::trim(" a \x80 b ", TrimSet::nonPrintable), "a \x80 b");
-  EXPECT_EQ(StringUtils::trim("lab\xc3\xa9", TrimSet::nonPrintable), "lab");
-  EXPECT_EQ(StringUtils::trim("lab\xc3\xa9", TrimSet::blanks), "lab\xc3\xa9");
-}
-
-TEST(Trim, ATextOfTrimmedBytesOnlyBecomesEmpty) {
-  EXPECT_EQ(StringUtils::trim(" \t\r\n\x7f", TrimSet::blanks), "");
-  EXPECT_EQ(StringUtils::trim("\xff\x80 ", TrimSet::nonPrintable), "");
-  EXPECT_EQ(StringUtils::trim("", TrimSet::blanks), "");
-}
-
-// --- paths
+// --- Paths
 
 TEST(JoinPath, PutsExactlyOneSlashBetweenTwoPieces) {
-  const struct {
-    const char* why;
-    std::string joined, expected;
-  } cases[] = {
-      {"two plain names", StringUtils::joinPath({"a", "b"}), "a/b"},
-      {"the text so far ends in one", StringUtils::joinPath({"/etc/zuv/profiles/", "lab"}), "/etc/zuv/profiles/lab"},
-      {"a piece that begins with one gets another", StringUtils::joinPath({"a", "/b"}), "a//b"},
-      {"empty pieces are skipped", StringUtils::joinPath({"", "a", "", "b", ""}), "a/b"},
-      {"the root alone", StringUtils::joinPath({"/", "b"}), "/b"},
-      {"nothing", StringUtils::joinPath({}), ""},
-      {"empty pieces only", StringUtils::joinPath({"", ""}), ""},
-      {"ten pieces", StringUtils::joinPath({"1", "2", "3", "4", "5", "6", "7", "8", "9", "10"}),
-       "1/2/3/4/5/6/7/8/9/10"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.why);
-    EXPECT_EQ(c.joined, c.expected);
-  }
+  using StringUtils::joinPath;
+  EXPECT_EQ(joinPath({"a", "b"}), "a/b") << "two plain names";
+  EXPECT_EQ(joinPath({"/etc/zuv/profiles/", "lab"}), "/etc/zuv/profiles/lab") << "the text so far ends in a slash";
+  EXPECT_EQ(joinPath({"a", "/b"}), "a//b") << "a piece that begins with a slash gets another";
+  EXPECT_EQ(joinPath({"", "a", "", "b", ""}), "a/b") << "empty pieces are skipped";
+  EXPECT_EQ(joinPath({"/", "b"}), "/b") << "the root alone";
+  EXPECT_EQ(joinPath({}), "") << "nothing";
+  EXPECT_EQ(joinPath({"", ""}), "") << "empty pieces only";
+  EXPECT_EQ(joinPath({"1", "2", "3", "4", "5", "6", "7", "8", "9", "10"}), "1/2/3/4/5/6/7/8/9/10") << "ten pieces";
 }
 
 TEST(Concatenate, PutsNothingBetweenThePieces) {
@@ -89,56 +62,49 @@ TEST(LastComponent, IsTheTextBehindTheLastSlashOrBackslash) {
   EXPECT_EQ(StringUtils::lastComponent(""), "");
 }
 
-// --- numbers to text
+// --- Numbers to text
 
-TEST(ToString, IntegersAreDecimal) {
+TEST(ToString, IntegersAreDecimalAndBooleansAreWords) {
   EXPECT_EQ(StringUtils::toString(std::int32_t{0}), "0");
   EXPECT_EQ(StringUtils::toString(std::int32_t{INT32_MIN}), "-2147483648");
   EXPECT_EQ(StringUtils::toString(std::int64_t{INT64_MIN}), "-9223372036854775808");
   EXPECT_EQ(StringUtils::toString(std::int64_t{INT64_MAX}), "9223372036854775807");
-}
-
-TEST(ToString, BooleansAreWords) {
   EXPECT_EQ(StringUtils::toString(true), "true");
   EXPECT_EQ(StringUtils::toString(false), "false");
 }
 
-TEST(ToHex, HasLowerCaseDigitsAndNoPrefix) {
+TEST(ToHex, HasLowerCaseDigitsWithoutPrefixAndToHex8HasExactlyEight) {
   EXPECT_EQ(StringUtils::toHex(0), "0");
   EXPECT_EQ(StringUtils::toHex(0xdeadbeef), "deadbeef");
   EXPECT_EQ(StringUtils::toHex(0x1400000a), "1400000a");
   EXPECT_EQ(StringUtils::toHex(255), "ff");
-}
-
-TEST(ToHex8, HasExactlyEightDigits) {
   EXPECT_EQ(StringUtils::toHex8(1), "00000001");
   EXPECT_EQ(StringUtils::toHex8(0xffffffff), "ffffffff");
   EXPECT_EQ(StringUtils::toHex8(0x1400000a), "1400000a");
 }
 
-// --- text to booleans and numbers
+// --- Text to booleans and numbers
 
 TEST(ParseBool, AcceptsEightWordsInAnyCase) {
-  for (const char* word : {"true", "yes", "1", "on", "TRUE", "YES", "On", "tRuE"}) {
-    SCOPED_TRACE(word);
-    bool result = false;
-    EXPECT_TRUE(StringUtils::parseBool(word, result));
-    EXPECT_TRUE(result);
-  }
-  for (const char* word : {"false", "no", "0", "off", "FALSE", "No", "Off", "oFF"}) {
-    SCOPED_TRACE(word);
-    bool result = true;
-    EXPECT_TRUE(StringUtils::parseBool(word, result));
-    EXPECT_FALSE(result);
-  }
-}
-
-TEST(ParseBool, AnyOtherTextFailsAndGivesFalse) {
-  for (const char* word : {"", "2", "y", "nein", "true ", " on", "t", "00", "truee"}) {
-    SCOPED_TRACE(word);
-    bool result = true;
-    EXPECT_FALSE(StringUtils::parseBool(word, result));
-    EXPECT_FALSE(result);
+  const struct {
+    const char* why;
+    std::vector<std::string> words;
+    bool isAccepted, value;
+  } cases[] = {
+      {"four words mean true", {"true", "yes", "1", "on", "TRUE", "YES", "On", "tRuE"}, true, true},
+      {"four words mean false", {"false", "no", "0", "off", "FALSE", "No", "Off", "oFF"}, true, false},
+      {"any other text fails and gives false",
+       {"", "2", "y", "nein", "true ", " on", "t", "00", "truee"},
+       false,
+       false},
+  };
+  for (const auto& c : cases) {
+    for (const std::string& word : c.words) {
+      SCOPED_TRACE(c.why + (": " + word));
+      bool result = !c.value;
+      EXPECT_EQ(StringUtils::parseBool(word, result), c.isAccepted);
+      EXPECT_EQ(result, c.value);
+    }
   }
 }
 
@@ -160,45 +126,52 @@ TEST(ParseInt32, TakesOneSignAndDigitsBetweenBlanks) {
       {"+0000000000000000000000000000001", 1},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.text);
     std::int32_t value = 99;
-    EXPECT_TRUE(StringUtils::parseInt32(c.text, value));
-    EXPECT_EQ(value, c.expected);
+    EXPECT_TRUE(StringUtils::parseInt32(c.text, value)) << c.text;
+    EXPECT_EQ(value, c.expected) << c.text;
   }
 }
 
 TEST(ParseInt32, AFailureDoesNotChangeTheValue) {
-  for (const char* text : {"", " ", "+", "-", "+-1", "--1", "1.0", "1x", "x1", "1 2", "- 1", "0x10", "2147483648",
-                           "-2147483649", "99999999999999999999999", "-99999999999999999999999",
-                           "\x80"
-                           "1"}) {
+  using namespace std::string_view_literals;
+  for (const std::string_view text : std::initializer_list<std::string_view>{
+           "", " ", "+", "-", "+-1", "--1", "1.0", "1x", "x1", "1 2", "- 1", "0x10", "2147483648", "-2147483649",
+           "99999999999999999999999", "-99999999999999999999999", "\x80\x31", "1\0\x32"sv}) {
     SCOPED_TRACE(text);
     std::int32_t value = 99;
     EXPECT_FALSE(StringUtils::parseInt32(text, value));
     EXPECT_EQ(value, 99);
   }
-  std::int32_t value = 99;
-  EXPECT_FALSE(StringUtils::parseInt32(std::string_view("1\0002", 3), value));
-  EXPECT_EQ(value, 99);
 }
 
-TEST(LeadingInt64, SaturatesAtBothEnds) {
-  EXPECT_EQ(StringUtils::leadingInt64("9223372036854775807"), INT64_MAX);
-  EXPECT_EQ(StringUtils::leadingInt64("9223372036854775808"), INT64_MAX);
-  EXPECT_EQ(StringUtils::leadingInt64("-9223372036854775808"), INT64_MIN);
-  EXPECT_EQ(StringUtils::leadingInt64("-9223372036854775809"), INT64_MIN);
-  EXPECT_EQ(StringUtils::leadingInt64("99999999999999999999999999x"), INT64_MAX);
-  EXPECT_EQ(StringUtils::leadingInt64("-99999999999999999999999999"), INT64_MIN);
-}
-
-TEST(LeadingInt64, StopsAtTheFirstByteThatIsNoDigit) {
-  EXPECT_EQ(StringUtils::leadingInt64("12abc"), 12);
-  EXPECT_EQ(StringUtils::leadingInt64(" \t\n\v\f\r-12.5"), -12);
-  EXPECT_EQ(StringUtils::leadingInt64("+3"), 3);
-  EXPECT_EQ(StringUtils::leadingInt64(""), 0);
-  EXPECT_EQ(StringUtils::leadingInt64("x1"), 0);
-  EXPECT_EQ(StringUtils::leadingInt64("- 1"), 0);
-  EXPECT_EQ(StringUtils::leadingInt64("+-1"), 0);
+TEST(LeadingInt64, StopsBehindTheDigitsAndSaturates) {
+  const struct {
+    const char* text;
+    std::int64_t expected;
+    std::size_t end;
+  } cases[] = {
+      {"12abc", 12, 2},
+      {" \t\n\v\f\r-12.5", -12, 9},
+      {"  -12 s", -12, 5},
+      {"+3", 3, 2},
+      {"", 0, 0},
+      {"x1", 0, 0},
+      {"- 1", 0, 0},
+      {"+-1", 0, 0},
+      {"  -s", 0, 0},
+      {"9223372036854775807", INT64_MAX, 19},
+      {"9223372036854775808", INT64_MAX, 19},
+      {"-9223372036854775808", INT64_MIN, 20},
+      {"-9223372036854775809", INT64_MIN, 20},
+      {"99999999999999999999999999x", INT64_MAX, 26},
+      {"-99999999999999999999999999", INT64_MIN, 27},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    std::size_t end = 99;
+    EXPECT_EQ(StringUtils::leadingInt64(c.text, &end), c.expected);
+    EXPECT_EQ(end, c.end);
+  }
 }
 
 TEST(LeadingInt64, SkipsOnlyTheWhitespaceOfTheCLocale) {
@@ -221,13 +194,17 @@ TEST(LeadingInt64, ReportsTheEndOfTheDigits) {
   EXPECT_EQ(end, 26U);
 }
 
-// Compares every text of a few bytes from a small alphabet with the result of the system's strtoll.
+// A text of fewer than `limit` bytes of the alphabet.
+std::string randomText(std::mt19937& random, std::string_view alphabet, std::size_t limit) {
+  std::string text;
+  for (std::size_t length = random() % limit; length > 0; --length) text += alphabet[random() % alphabet.size()];
+  return text;
+}
+
 TEST(LeadingInt64, ReadsLikeStrtoll) {
   std::mt19937 random(1);
-  constexpr std::string_view alphabet = " \t\v+-0123456789x9223372036854775807";
   for (int round = 0; round < 200'000; ++round) {
-    std::string text;
-    for (std::size_t length = random() % 24; length > 0; --length) text += alphabet[random() % alphabet.size()];
+    const std::string text = randomText(random, " \t\v+-0123456789x9223372036854775807", 24);
     char* end = nullptr;
     const long long expected = std::strtoll(text.c_str(), &end, 10);
     std::size_t at = 99;
@@ -260,10 +237,8 @@ bool slowParse(std::string text, std::int64_t& number) {
 
 TEST(ParseInt32, AgreesWithASlowImplementation) {
   std::mt19937 random(2);
-  constexpr std::string_view alphabet = " \x7f+-0123456789x21474836";
   for (int round = 0; round < 200'000; ++round) {
-    std::string text;
-    for (std::size_t length = random() % 14; length > 0; --length) text += alphabet[random() % alphabet.size()];
+    const std::string text = randomText(random, " \x7f+-0123456789x21474836", 14);
     std::int64_t expected = 77;
     std::int32_t value = 77;
     ASSERT_EQ(StringUtils::parseInt32(text, value), slowParse(text, expected)) << '"' << text << '"';
@@ -271,25 +246,18 @@ TEST(ParseInt32, AgreesWithASlowImplementation) {
   }
 }
 
-TEST(LeadingPort, TakesTheDigitsDirectlyAtTheStart) {
+TEST(LeadingPort, TakesTheDigitsAtTheVeryStartAndNeverWraps) {
   EXPECT_EQ(StringUtils::leadingPort("443"), 443);
   EXPECT_EQ(StringUtils::leadingPort("443/x"), 443);
-  EXPECT_EQ(StringUtils::leadingPort("0"), 0);
-  EXPECT_EQ(StringUtils::leadingPort(""), 0);
-  EXPECT_EQ(StringUtils::leadingPort(" 443"), 0);
-  EXPECT_EQ(StringUtils::leadingPort("-1"), 0);
-  EXPECT_EQ(StringUtils::leadingPort("+1"), 0);
   EXPECT_EQ(StringUtils::leadingPort("65536"), 65536);
-}
-
-TEST(LeadingPort, AHugeNumberNeverWraps) {
-  EXPECT_EQ(StringUtils::leadingPort("2147483648"), INT32_MAX);
-  EXPECT_EQ(StringUtils::leadingPort("4294967297"), INT32_MAX);
-  EXPECT_EQ(StringUtils::leadingPort("18446744073709551617"), INT32_MAX);
+  for (const char* text : {"0", "", " 443", "-1", "+1"}) EXPECT_EQ(StringUtils::leadingPort(text), 0) << text;
+  for (const char* text : {"2147483648", "4294967297", "18446744073709551617"}) {
+    EXPECT_EQ(StringUtils::leadingPort(text), INT32_MAX) << text;
+  }
   EXPECT_EQ(StringUtils::leadingPort(std::string(1000, '9')), INT32_MAX);
 }
 
-// --- comparisons
+// --- Comparisons
 
 TEST(EqualIgnoreCase, IgnoresTheCaseOfAsciiLettersOnly) {
   for (int a = 0; a < 256; ++a) {
@@ -339,7 +307,8 @@ TEST(HasControlByte, FindsBytesBelow32And127) {
 
 TEST(PlainAscii, ReplacesEachByteOf128AndAboveByOneQuestionMark) {
   EXPECT_EQ(StringUtils::plainAscii("caf\xc3\xa9"), "caf??");
-  const std::string bytes = allBytes();
+  std::string bytes;
+  for (int byte = 0; byte < 256; ++byte) bytes += static_cast<char>(byte);
   const std::string plain = StringUtils::plainAscii(bytes);
   EXPECT_EQ(plain.substr(0, 128), bytes.substr(0, 128));
   EXPECT_EQ(plain.substr(128), std::string(128, '?'));
@@ -347,18 +316,12 @@ TEST(PlainAscii, ReplacesEachByteOf128AndAboveByOneQuestionMark) {
 
 // --- splitUrl
 
-struct SplitCase {
-  const char* why;
-  const char* url;
-  bool succeeds;
-  const char* scheme;
-  const char* host;
-  const char* port;
-  const char* rest;
-};
-
 TEST(SplitUrl, SplitsAUrlIntoItsFourParts) {
-  const SplitCase cases[] = {
+  const struct {
+    const char *why, *url;
+    bool succeeds;
+    const char *scheme, *host, *port, *rest;
+  } cases[] = {
       {"all parts", "https://h.example:8443/path?q", true, "https://", "h.example", "8443", "/path?q"},
       {"a host alone", "http://host", true, "http://", "host", "", ""},
       {"a host and a path", "http://host/a/b", true, "http://", "host", "", "/a/b"},
@@ -380,7 +343,7 @@ TEST(SplitUrl, SplitsAUrlIntoItsFourParts) {
       {"no host before the port", "http://:80", false, "http://", "", "", ""},
       {"no host before the slash", "http:///x", false, "http://", "", "", ""},
   };
-  for (const SplitCase& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
     std::string scheme = "s", host = "h", port = "p", rest = "r";
     EXPECT_EQ(StringUtils::splitUrl(c.url, scheme, host, port, rest), c.succeeds);

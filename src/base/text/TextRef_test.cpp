@@ -29,21 +29,15 @@ TEST(TextRef, AStringObjectKeepsItsLengthAndItsZeroBytes) {
   EXPECT_EQ(text.view(), bytes);
 }
 
-TEST(TextRef, IntegersAreDecimal) {
+TEST(TextRef, HoldsTheDecimalTextOfANumberOrTheWordOfABoolean) {
   EXPECT_STREQ(TextRef(-5).text(), "-5");
   EXPECT_EQ(TextRef(-5).length(), 2U);
   EXPECT_STREQ(TextRef(0).text(), "0");
   EXPECT_STREQ(TextRef(INT_MAX).text(), "2147483647");
   EXPECT_STREQ(TextRef(INT_MIN).text(), "-2147483648");
-}
-
-TEST(TextRef, BooleansAreWords) {
   EXPECT_EQ(TextRef(true).view(), "true");
   EXPECT_EQ(TextRef(false).view(), "false");
-}
-
-TEST(TextRef, DoublesHaveSixDigitsBehindThePoint) {
-  EXPECT_EQ(TextRef(1.5).view(), "1.500000");
+  EXPECT_EQ(TextRef(1.5).view(), "1.500000") << "six digits behind the point";
   EXPECT_EQ(TextRef(-0.1).view(), "-0.100000");
 }
 
@@ -94,14 +88,11 @@ TEST(TextRef, EqualMeansTheSameLengthAndTheSameBytes) {
   EXPECT_TRUE(TextRef(5).equals(TextRef("5")));
 }
 
-TEST(TextRef, EqualIgnoringCaseKnowsAsciiLettersOnly) {
+TEST(TextRef, EqualIgnoringCaseKnowsAsciiLettersOnlyAndStopsAtAZeroByte) {
   EXPECT_TRUE(TextRef("DeBuG").equalsIgnoreCase(TextRef("dEbUg")));
   EXPECT_FALSE(TextRef("debug").equalsIgnoreCase(TextRef("debu")));
   EXPECT_FALSE(TextRef("\xc4").equalsIgnoreCase(TextRef("\xe4")));
   EXPECT_FALSE(TextRef("[").equalsIgnoreCase(TextRef("{")));
-}
-
-TEST(TextRef, EqualIgnoringCaseStopsAtAZeroByte) {
   EXPECT_TRUE(TextRef(std::string("A\0b", 3)).equalsIgnoreCase(TextRef(std::string("a\0c", 3))));
 }
 
