@@ -11,79 +11,53 @@ namespace {
 
 using LeftoverTest = HostTest;
 
-std::string make(const std::string& path) {
-  host::writeFile(path, "x");
-  return path;
-}
-
-bool isThere(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
-
-TEST_F(LeftoverTest, MarkedFilesAreRemoved) {
-  const std::string a = make("/tmp/a");
-  const std::string b = make("/tmp/b");
-  Leftover first;
-  Leftover second;
-  first.mark(a.c_str());
-  second.mark(b.c_str());
-  removeLeftovers();
-  EXPECT_FALSE(isThere(a));
-  EXPECT_FALSE(isThere(b));
-}
-
-TEST_F(LeftoverTest, AForgottenFileStays) {
-  const std::string a = make("/tmp/a");
-  const std::string b = make("/tmp/b");
-  const std::string c = make("/tmp/c");
-  Leftover first;
-  Leftover second;
-  Leftover third;
-  first.mark(a.c_str());
-  second.mark(b.c_str());
-  third.mark(c.c_str());
-  second.forget();
-  second.forget();
-  removeLeftovers();
-  EXPECT_FALSE(isThere(a));
-  EXPECT_TRUE(isThere(b));
-  EXPECT_FALSE(isThere(c));
-}
-
-TEST_F(LeftoverTest, TheDestructorForgetsTheMark) {
-  const std::string a = make("/tmp/a");
-  {
-    Leftover scoped;
-    scoped.mark(a.c_str());
+TEST_F(LeftoverTest, RemoveLeftoversRemovesExactlyTheMarkedFiles) {
+  const struct {
+    const char* why;
+    void (*mark)(Leftover& first, Leftover& second, Leftover& third);
+    const char* remaining;
+  } cases[] = {
+      {"marked files are removed",
+       [](Leftover& first, Leftover& second, Leftover&) {
+         first.mark("/tmp/a");
+         second.mark("/tmp/b");
+       },
+       "c"},
+      {"a forgotten file stays, and a second forget does nothing",
+       [](Leftover& first, Leftover& second, Leftover& third) {
+         first.mark("/tmp/a");
+         second.mark("/tmp/b");
+         third.mark("/tmp/c");
+         second.forget();
+         second.forget();
+       },
+       "b"},
+      {"the destructor forgets the mark", [](Leftover&, Leftover&, Leftover&) { Leftover().mark("/tmp/a"); }, "abc"},
+      {"a second mark replaces the first",
+       [](Leftover& first, Leftover&, Leftover&) {
+         first.mark("/tmp/a");
+         first.mark("/tmp/b");
+       },
+       "ac"},
+      {"another thread may forget a mark",
+       [](Leftover& first, Leftover&, Leftover&) {
+         first.mark("/tmp/a");
+         std::thread([&] { first.forget(); }).join();
+       },
+       "abc"},
+      {"files that another thread marked are removed",
+       [](Leftover& first, Leftover&, Leftover&) { std::thread([&] { first.mark("/tmp/a"); }).join(); }, "bc"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    for (const char* name : {"a", "b", "c"}) host::writeFile(std::string("/tmp/") + name, "x");
+    Leftover first, second, third;
+    c.mark(first, second, third);
+    removeLeftovers();
+    std::string remaining;
+    for (const char* name : {"a", "b", "c"}) remaining += host::exists(std::string("/tmp/") + name) ? name : "";
+    EXPECT_EQ(remaining, c.remaining);
   }
-  removeLeftovers();
-  EXPECT_TRUE(isThere(a));
-}
-
-TEST_F(LeftoverTest, ASecondMarkReplacesTheFirst) {
-  const std::string a = make("/tmp/a");
-  const std::string b = make("/tmp/b");
-  Leftover leftover;
-  leftover.mark(a.c_str());
-  leftover.mark(b.c_str());
-  removeLeftovers();
-  EXPECT_TRUE(isThere(a));
-  EXPECT_FALSE(isThere(b));
-}
-
-TEST_F(LeftoverTest, AMarkMayBeForgottenOnAnotherThread) {
-  const std::string a = make("/tmp/a");
-  Leftover leftover;
-  leftover.mark(a.c_str());
-  std::thread([&] { leftover.forget(); }).join();
-  removeLeftovers();
-  EXPECT_TRUE(isThere(a));
-}
-
-TEST_F(LeftoverTest, FilesThatAnotherThreadMarkedAreRemoved) {
-  const std::string a = make("/tmp/a");
-  Leftover leftover;
-  std::thread([&] { leftover.mark(a.c_str()); }).join();
-  removeLeftovers();
-  EXPECT_FALSE(isThere(a));
 }
 
 }  // namespace

@@ -40,7 +40,7 @@ bool isNullDevice(int descriptor) {
 }
 
 bool isOpen(int descriptor) { return ::fcntl(descriptor, F_GETFD) >= 0; }
-bool surviveExec(int descriptor) { return (::fcntl(descriptor, F_GETFD) & FD_CLOEXEC) == 0; }
+bool survivesExec(int descriptor) { return (::fcntl(descriptor, F_GETFD) & FD_CLOEXEC) == 0; }
 
 using Handler = void (*)(int);
 Handler handlerOf(int signal) {
@@ -67,69 +67,54 @@ TEST_F(ProcessTest, ClosedStandardDescriptorsAreOpenedOnTheNullDevice) {
                 for (int fd = 0; fd < 3; ++fd) {
                   const bool isClosed = (closed >> fd & 1U) != 0;
                   good = good && isOpen(fd) && isNullDevice(fd) == (isClosed || was[fd]);
-                  if (isClosed) good = good && surviveExec(fd) && (::fcntl(fd, F_GETFL) & O_ACCMODE) == O_RDWR;
+                  if (isClosed) good = good && survivesExec(fd) && (::fcntl(fd, F_GETFL) & O_ACCMODE) == O_RDWR;
                 }
                 return good;
               }));
   }
 }
 
-TEST_F(ProcessTest, ClosedDescriptorsAreOpenedUnderALowDescriptorLimitToo) {
-  EXPECT_EQ(kYes, endOf([] {
-              ::close(0);
-              const rlimit limit{2, 2};  // poll(2) refuses three descriptors then
-              ::setrlimit(RLIMIT_NOFILE, &limit);
-              prepareProcess();
-              return isNullDevice(0) && isOpen(1) && isOpen(2);
-            }));
-}
-
-TEST_F(ProcessTest, OpenStandardDescriptorsAreLeftAlone) {
-  EXPECT_EQ(kYes, endOf([] {
-              const int file = ::open("/tmp/file", O_RDWR | O_CREAT, 0600);
-              for (int fd = 0; fd < 3; ++fd) ::dup2(file, fd);
-              ::close(file);
-              prepareProcess();
-              return ::write(1, "out", 3) == 3 && ::write(2, "err", 3) == 3 && !isOpen(file);
-            }));
-  EXPECT_EQ(host::readFile("/tmp/file"), "outerr");
-}
-
-TEST_F(ProcessTest, ADescriptorOfABrokenPipeCountsAsOpen) {
-  EXPECT_EQ(kYes, endOf([] {
-              int ends[2];
-              if (::pipe(ends) != 0) return false;
-              ::dup2(ends[1], 1);
-              ::close(ends[0]);
-              ::close(ends[1]);
-              prepareProcess();
-              return ::write(1, "x", 1) < 0 && errno == EPIPE;
-            }));
-}
-
-TEST_F(ProcessTest, WithoutANullDeviceTheProcessContinues) {
-  EXPECT_EQ(kYes, endOf([] {
-              if (::chroot("/tmp") != 0) return false;
-              ::close(0);
-              prepareProcess();
-              return !isOpen(0) && isOpen(1) && isOpen(2);
-            }));
-}
-
-TEST_F(ProcessTest, NoOpenedFileGetsTheNumberOfAStandardDescriptor) {
-  host::makeProfile("profile-1", "lab");
-  host::makeActive("profile-1");
-  for (const std::vector<int>& closed :
-       std::vector<std::vector<int>>{{0}, {1}, {2}, {0, 1}, {0, 2}, {1, 2}, {0, 1, 2}}) {
-    SCOPED_TRACE(testing::PrintToString(closed));
-    Start start;
-    start.closed = closed;
-    const Outcome outcome = runRavctl({"profile", "modify", ".current", "new_name=other"}, start);
-    EXPECT_EQ(outcome.exitStatus, 0);
-    EXPECT_EQ(host::readFile("/etc/zuv/profiles/profile-1/profile_name"), "other\n");
-    EXPECT_EQ(host::readFile("/etc/zuv/profiles/.current"), "profile-1\n");
-    host::writeFile("/etc/zuv/profiles/profile-1/profile_name", "lab\n", 0640);
-  }
+TEST_F(ProcessTest, OnlyClosedDescriptorsAreOpened) {
+  const struct {
+    const char* why;
+    bool (*body)();
+  } cases[] = {
+      {"a closed descriptor is opened under a low limit of descriptors too",
+       [] {
+         ::close(0);
+         const rlimit limit{2, 2};  // poll(2) refuses three descriptors then
+         ::setrlimit(RLIMIT_NOFILE, &limit);
+         prepareProcess();
+         return isNullDevice(0) && isOpen(1) && isOpen(2);
+       }},
+      {"open descriptors are left alone",
+       [] {
+         const int file = ::open("/tmp/file", O_RDWR | O_CREAT, 0600);
+         for (int fd = 0; fd < 3; ++fd) ::dup2(file, fd);
+         ::close(file);
+         prepareProcess();
+         const bool areWritable = ::write(1, "out", 3) == 3 && ::write(2, "err", 3) == 3;
+         return areWritable && !isOpen(file) && host::readFile("/tmp/file") == "outerr";
+       }},
+      {"a descriptor of a broken pipe counts as open",
+       [] {
+         int ends[2];
+         if (::pipe(ends) != 0) return false;
+         ::dup2(ends[1], 1);
+         ::close(ends[0]);
+         ::close(ends[1]);
+         prepareProcess();
+         return ::write(1, "x", 1) < 0 && errno == EPIPE;
+       }},
+      {"the process continues without a null device",
+       [] {
+         if (::chroot("/tmp") != 0) return false;
+         ::close(0);
+         prepareProcess();
+         return !isOpen(0) && isOpen(1) && isOpen(2);
+       }},
+  };
+  for (const auto& c : cases) EXPECT_EQ(kYes, endOf(c.body)) << c.why;
 }
 
 TEST_F(ProcessTest, ChildrenFindTheirStandardDescriptorsOpen) {
@@ -145,30 +130,16 @@ TEST_F(ProcessTest, ChildrenFindTheirStandardDescriptorsOpen) {
 // --- Signals
 
 TEST_F(ProcessTest, AFailedWriteDoesNotKillTheProcess) {
-  EXPECT_EQ(-SIGXFSZ, endOf([] {
+  const auto writeBeyondTheLimit = [] {
     const rlimit limit{10, 10};
     ::setrlimit(RLIMIT_FSIZE, &limit);
-    const int file = ::open("/tmp/file", O_WRONLY | O_CREAT, 0600);
-    return ::write(file, "0123456789", 10) == 10 && ::write(file, "x", 1) == 1;
-  }));
-  host::remove("/tmp/file");
-  EXPECT_EQ(kYes, endOf([] {
+    const int file = ::open("/tmp/file", O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    return ::write(file, "0123456789", 10) == 10 && ::write(file, "x", 1) < 0 && errno == EFBIG;
+  };
+  EXPECT_EQ(-SIGXFSZ, endOf(writeBeyondTheLimit));
+  EXPECT_EQ(kYes, endOf([&] {
               prepareProcess();
-              const rlimit limit{10, 10};
-              ::setrlimit(RLIMIT_FSIZE, &limit);
-              const int file = ::open("/tmp/file", O_WRONLY | O_CREAT, 0600);
-              return ::write(file, "0123456789", 10) == 10 && ::write(file, "x", 1) < 0 && errno == EFBIG;
-            }));
-}
-
-TEST_F(ProcessTest, AnInheritedIgnoredChildSignalIsResetToItsDefault) {
-  EXPECT_EQ(kYes, endOf([] {
-              ::signal(SIGCHLD, SIG_IGN);
-              prepareProcess();
-              const pid_t child = ::fork();
-              if (child == 0) ::_exit(3);
-              int status = 0;
-              return ::waitpid(child, &status, 0) == child && WEXITSTATUS(status) == 3 && handlerOf(SIGCHLD) == SIG_DFL;
+              return writeBeyondTheLimit();
             }));
 }
 
@@ -181,17 +152,7 @@ TEST_F(ProcessTest, AnInheritedIgnoredChildSignalDoesNotHideAFailedTool) {
   EXPECT_EQ(outcome.exitStatus, 0);
 }
 
-TEST_F(ProcessTest, OtherInheritedActionsDoNotChange) {
-  EXPECT_EQ(kYes, endOf([] {
-              ::signal(SIGHUP, SIG_IGN);
-              ::signal(SIGINT, SIG_IGN);
-              prepareProcess();
-              giveBackSignals();
-              return handlerOf(SIGHUP) == SIG_IGN && handlerOf(SIGINT) == SIG_IGN && handlerOf(SIGTERM) == SIG_DFL;
-            }));
-}
-
-TEST_F(ProcessTest, GiveBackSignalsRestoresTheInheritedActions) {
+TEST_F(ProcessTest, TheInheritedActionsOfSignalsAreKeptOrRestored) {
   const struct {
     const char* why;
     Handler pipe, fileSize;
@@ -203,23 +164,31 @@ TEST_F(ProcessTest, GiveBackSignalsRestoresTheInheritedActions) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
-    EXPECT_EQ(kYes, endOf([&c] {
-                ::signal(SIGPIPE, c.pipe);
-                ::signal(SIGXFSZ, c.fileSize);
-                prepareProcess();
-                const bool ignored = handlerOf(SIGPIPE) == SIG_IGN && handlerOf(SIGXFSZ) == SIG_IGN;
+    const auto areInherited = [&c] {
+      return handlerOf(SIGPIPE) == c.pipe && handlerOf(SIGXFSZ) == c.fileSize && handlerOf(SIGHUP) == c.pipe &&
+             handlerOf(SIGINT) == c.fileSize && handlerOf(SIGTERM) == SIG_DFL;
+    };
+    EXPECT_EQ(kYes, endOf([&] {
+                for (const int signal : {SIGPIPE, SIGHUP}) ::signal(signal, c.pipe);
+                for (const int signal : {SIGXFSZ, SIGINT}) ::signal(signal, c.fileSize);
                 giveBackSignals();
-                return ignored && handlerOf(SIGPIPE) == c.pipe && handlerOf(SIGXFSZ) == c.fileSize;
+                const bool areKept = areInherited();  // nothing was changed yet that could be given back
+                prepareProcess();
+                const bool areIgnored = handlerOf(SIGPIPE) == SIG_IGN && handlerOf(SIGXFSZ) == SIG_IGN;
+                giveBackSignals();
+                return areKept && areIgnored && areInherited();
               }));
   }
 }
 
-TEST_F(ProcessTest, RestoringSignalsWithoutPreparingDoesNothing) {
+TEST_F(ProcessTest, AnInheritedIgnoredChildSignalIsResetToItsDefault) {
   EXPECT_EQ(kYes, endOf([] {
-              ::signal(SIGPIPE, SIG_IGN);
-              ::signal(SIGXFSZ, SIG_DFL);
-              giveBackSignals();
-              return handlerOf(SIGPIPE) == SIG_IGN && handlerOf(SIGXFSZ) == SIG_DFL;
+              ::signal(SIGCHLD, SIG_IGN);
+              prepareProcess();
+              const pid_t child = ::fork();
+              if (child == 0) ::_exit(3);
+              int status = 0;
+              return ::waitpid(child, &status, 0) == child && WEXITSTATUS(status) == 3 && handlerOf(SIGCHLD) == SIG_DFL;
             }));
 }
 
@@ -241,50 +210,35 @@ TEST_F(ProcessTest, AToolStartsWithTheInheritedSignalActions) {
 
 // --- Memory
 
-struct LastWords {
-  std::string text;
-  int end = 0;  // as returned by endOf
-};
-
-LastWords lastWordsOf(const std::function<bool()>& body) {
-  LastWords words;
-  words.end = endOf([&body] {
-    const int file = ::open("/tmp/last-words", O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    ::dup2(file, 2);
-    return body();
-  });
-  words.text = host::readFile("/tmp/last-words");
-  return words;
-}
-
-TEST_F(ProcessTest, OutOfMemoryPrintsOneLineAndExitsWithStatus1) {
-  const LastWords words = lastWordsOf([] {
-    prepareProcess();
-    std::get_new_handler()();
-    return true;
-  });
-  EXPECT_EQ(words.text, "ravctl: out of memory\n");
-  EXPECT_EQ(words.end, 1);
-}
-
-TEST_F(ProcessTest, OutOfMemoryWithoutStandardErrorExitsWithStatus1) {
-  EXPECT_EQ(1, endOf([] {
-              prepareProcess();
-              ::close(2);
-              std::get_new_handler()();
-              return true;
+// Runs `body` in a child. Compares what the child writes to standard error, and its end as endOf() returns it.
+void expectLastWords(const std::string& text, int end, const std::function<bool()>& body) {
+  EXPECT_EQ(end, endOf([&body] {
+              const int file = ::open("/tmp/last-words", O_WRONLY | O_CREAT | O_TRUNC, 0600);
+              ::dup2(file, 2);
+              return body();
             }));
+  EXPECT_EQ(host::readFile("/tmp/last-words"), text);
+}
+
+TEST_F(ProcessTest, OutOfMemoryPrintsOneLineIfItCanAndExitsWithStatus1) {
+  for (const bool hasStandardError : {true, false}) {
+    SCOPED_TRACE(hasStandardError ? "with standard error" : "without standard error");
+    expectLastWords(hasStandardError ? "ravctl: out of memory\n" : "", 1, [&] {
+      prepareProcess();
+      if (!hasStandardError) ::close(2);
+      std::get_new_handler()();
+      return true;
+    });
+  }
 }
 
 TEST_F(ProcessTest, AnUncaughtExceptionEndsTheProcessWithoutOutput) {
-  const LastWords words = lastWordsOf([] {
+  expectLastWords("", -SIGABRT, [] {
     const rlimit noCore{0, 0};
     ::setrlimit(RLIMIT_CORE, &noCore);
     std::terminate();
     return true;
   });
-  EXPECT_EQ(words.text, "");
-  EXPECT_EQ(words.end, -SIGABRT);
 }
 
 TEST_F(ProcessTest, OutOfMemoryLeavesNoLockFileAndNoTemporaryFile) {
@@ -305,21 +259,20 @@ TEST_F(ProcessTest, OutOfMemoryLeavesNoLockFileAndNoTemporaryFile) {
 
 #ifndef RAVCTL_SANITIZED  // sanitizers have reserved more address space than any limit
 TEST_F(ProcessTest, AnAllocationBeyondTheLimitEndsTheProcess) {
-  const LastWords words = lastWordsOf([] {
+  expectLastWords("ravctl: out of memory\n", 1, [] {
     prepareProcess();
     const rlimit limit{256UL << 20, 256UL << 20};
     ::setrlimit(RLIMIT_AS, &limit);
     const std::string huge(1UL << 30, 'x');
     return huge.size() != 0;
   });
-  EXPECT_EQ(words.text, "ravctl: out of memory\n");
-  EXPECT_EQ(words.end, 1);
 }
 
-// The limits go from too little to load the program up to plenty.
+// The limits range from too little memory to load the program to more than it needs.
 TEST_F(ProcessTest, TheProgramExitsCleanlyUnderAnyMemoryLimit) {
-  for (int i = 1; i <= 300; ++i)
+  for (int i = 1; i <= 300; ++i) {
     host::makeProfile("profile-" + std::to_string(i), std::string(200, 'n') + std::to_string(i));
+  }
   host::makeActive("profile-1");
   const std::string before = host::tree("/etc/zuv");
   const std::string expected = runRavctl({"list", "profiles"}).out;
@@ -344,8 +297,7 @@ TEST_F(ProcessTest, TheProgramExitsCleanlyUnderAnyMemoryLimit) {
       EXPECT_EQ(outcome.out, "");
       ++outOfMemory;
     } else if (outcome.out.rfind("status_text: ", 0) == 0) {
-      EXPECT_EQ(outcome.exitStatus,
-                0);  // the system refused memory to one call, which the program reports as a failed call
+      EXPECT_EQ(outcome.exitStatus, 0);  // the system refused memory to one call; the program reports a failed call
     } else {
       EXPECT_EQ(outcome.out, "") << outcome.err;  // the dynamic loader failed
       EXPECT_NE(outcome.exitStatus, 0);

@@ -16,10 +16,15 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using Numbers = std::vector<int>;
 
 class Signals : public SignalManager {
  public:
-  std::vector<int> handled;
+  explicit Signals(const Numbers& installed = {}) {
+    for (const int number : installed) EXPECT_EQ(install(number), 0) << number;
+  }
+
+  Numbers handled;
   std::function<void(int)> whenHandled = [](int) {};
 
  private:
@@ -36,48 +41,60 @@ Action actionOf(int signal) {
   return action.sa_handler;
 }
 
-TEST(SignalManager, RefusesNumbersOutsideZeroToThirtyOne) {
+TEST(SignalManager, AcceptsExactlyTheSignalsBelow32ThatCanBeCaught) {
   Signals signals;
-  for (const int number : {32, 33, 64, 1000, -1, -32}) EXPECT_NE(signals.install(number), 0) << number;
-}
-
-TEST(SignalManager, RefusesSignalsThatCannotBeCaught) {
-  Signals signals;
-  for (const int number : {0, SIGKILL, SIGSTOP}) {
-    EXPECT_NE(signals.install(number), 0) << number;
-    EXPECT_NE(signals.install(number), 0) << number;
+  for (int number = -40; number <= 1'000; ++number) {
+    const bool isAccepted = number >= 1 && number < 32 && number != SIGKILL && number != SIGSTOP;
+    EXPECT_EQ(signals.install(number) == 0, isAccepted) << number;
+    EXPECT_EQ(signals.install(number) == 0, isAccepted) << number << " again";
   }
 }
 
-TEST(SignalManager, AcceptsEveryOtherNumber) {
-  Signals signals;
-  for (int number = 1; number < 32; ++number) {
-    if (number == SIGKILL || number == SIGSTOP) continue;
-    EXPECT_EQ(signals.install(number), 0) << number;
+TEST(SignalManager, DispatchHandlesEachPendingSignalOnceLowerNumbersFirst) {
+  const struct {
+    const char* why;
+    void (*raise)(Signals& signals);
+    Numbers handled;
+  } cases[] = {
+      {"without a signal nothing is handled", [](Signals&) {}, {}},
+      {"a signal is handled by dispatch and not before", [](Signals&) { ::raise(SIGUSR1); }, {SIGUSR1}},
+      {"a signal that is raised twice is handled once",
+       [](Signals&) {
+         ::raise(SIGUSR1);
+         ::raise(SIGUSR1);
+       },
+       {SIGUSR1}},
+      {"a second install keeps a pending signal",
+       [](Signals& signals) {
+         ::raise(SIGUSR1);
+         EXPECT_EQ(signals.install(SIGUSR1), 0);
+       },
+       {SIGUSR1}},
+      {"lower numbers come first",
+       [](Signals&) {
+         for (const int number : {SIGSYS, SIGTERM, SIGUSR2, SIGUSR1, SIGHUP}) ::raise(number);
+       },
+       {SIGHUP, SIGUSR1, SIGUSR2, SIGTERM, SIGSYS}},
+      {"the handler ignores numbers out of range",
+       [](Signals&) {
+         for (const int number : {32, 64, -1, 1 << 20}) actionOf(SIGUSR1)(number);
+       },
+       {}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    Signals signals({SIGTERM, SIGHUP, SIGUSR2, SIGUSR1, SIGSYS});
+    c.raise(signals);
+    EXPECT_THAT(signals.handled, IsEmpty());
+    for (int i = 0; i < 2; ++i) {
+      signals.dispatch();
+      EXPECT_EQ(signals.handled, c.handled);
+    }
   }
-}
-
-TEST(SignalManager, ASignalIsHandledByDispatchAndNotBefore) {
-  Signals signals;
-  EXPECT_EQ(signals.install(SIGUSR1), 0);
-  ::raise(SIGUSR1);
-  EXPECT_THAT(signals.handled, IsEmpty());
-  signals.dispatch();
-  EXPECT_THAT(signals.handled, ElementsAre(SIGUSR1));
-  signals.dispatch();
-  EXPECT_THAT(signals.handled, ElementsAre(SIGUSR1));
-}
-
-TEST(SignalManager, WithoutASignalNothingIsHandled) {
-  Signals signals;
-  EXPECT_EQ(signals.install(SIGUSR1), 0);
-  signals.dispatch();
-  EXPECT_THAT(signals.handled, IsEmpty());
 }
 
 TEST(SignalManager, ASecondInstallDoesNothing) {
-  Signals signals;
-  EXPECT_EQ(signals.install(SIGUSR1), 0);
+  Signals signals({SIGUSR1});
   const Action caught = actionOf(SIGUSR1);
   ::signal(SIGUSR1, SIG_IGN);
   EXPECT_EQ(signals.install(SIGUSR1), 0);
@@ -88,79 +105,45 @@ TEST(SignalManager, ASecondInstallDoesNothing) {
   EXPECT_THAT(signals.handled, ElementsAre(SIGUSR1));
 }
 
-TEST(SignalManager, ASecondInstallKeepsAPendingSignal) {
-  Signals signals;
-  EXPECT_EQ(signals.install(SIGUSR1), 0);
-  ::raise(SIGUSR1);
-  EXPECT_EQ(signals.install(SIGUSR1), 0);
-  signals.dispatch();
-  EXPECT_THAT(signals.handled, ElementsAre(SIGUSR1));
-}
-
-TEST(SignalManager, ASignalRaisedTwiceBeforeDispatchIsHandledOnce) {
-  Signals signals;
-  EXPECT_EQ(signals.install(SIGUSR1), 0);
-  ::raise(SIGUSR1);
-  ::raise(SIGUSR1);
-  signals.dispatch();
-  EXPECT_THAT(signals.handled, ElementsAre(SIGUSR1));
-}
-
-TEST(SignalManager, PendingSignalsAreHandledInIncreasingOrder) {
-  Signals signals;
-  for (const int number : {SIGTERM, SIGHUP, SIGUSR2, SIGUSR1, SIGSYS}) EXPECT_EQ(signals.install(number), 0);
-  for (const int number : {SIGSYS, SIGTERM, SIGUSR2, SIGUSR1, SIGHUP}) ::raise(number);
-  signals.dispatch();
-  EXPECT_THAT(signals.handled, ElementsAre(SIGHUP, SIGUSR1, SIGUSR2, SIGTERM, SIGSYS));
-}
-
-TEST(SignalManager, ASignalThatComesWhileItIsHandledIsHandledByTheNextDispatch) {
-  Signals signals;
-  EXPECT_EQ(signals.install(SIGUSR1), 0);
-  signals.whenHandled = [&](int number) {
-    if (signals.handled.size() == 1) ::raise(number);
+TEST(SignalManager, ASignalThatComesDuringADispatchIsHandledByTheNextAtTheLatest) {
+  const struct {
+    const char* why;
+    void (*whenFirstHandled)(Signals& signals);
+    Numbers byTheFirst, byTheSecond;
+  } cases[] = {
+      {"the signal that is being handled", [](Signals&) { ::raise(SIGUSR1); }, {SIGUSR1}, {SIGUSR1, SIGUSR1}},
+      {"a signal that this dispatch has not yet reached, and one that it has passed",
+       [](Signals&) {
+         ::raise(SIGTERM);
+         ::raise(SIGHUP);
+       },
+       {SIGUSR1, SIGTERM},
+       {SIGUSR1, SIGTERM, SIGHUP}},
+      {"dispatch may be called from handle",
+       [](Signals& signals) {
+         ::raise(SIGTERM);
+         signals.dispatch();
+       },
+       {SIGUSR1, SIGTERM},
+       {SIGUSR1, SIGTERM}},
   };
-  ::raise(SIGUSR1);
-  signals.dispatch();
-  EXPECT_THAT(signals.handled, ElementsAre(SIGUSR1));
-  signals.dispatch();
-  EXPECT_THAT(signals.handled, ElementsAre(SIGUSR1, SIGUSR1));
-}
-
-TEST(SignalManager, SignalsThatComeWhileAnotherIsHandledAreNotLost) {
-  Signals signals;
-  for (const int number : {SIGHUP, SIGUSR1, SIGTERM}) EXPECT_EQ(signals.install(number), 0);
-  signals.whenHandled = [&](int number) {
-    if (number != SIGUSR1 || signals.handled.size() > 1) return;
-    ::raise(SIGTERM);  // this dispatch has not yet handled it
-    ::raise(SIGHUP);   // this dispatch has already passed its number
-  };
-  ::raise(SIGUSR1);
-  signals.dispatch();
-  EXPECT_THAT(signals.handled, ElementsAre(SIGUSR1, SIGTERM));
-  signals.dispatch();
-  EXPECT_THAT(signals.handled, ElementsAre(SIGUSR1, SIGTERM, SIGHUP));
-  signals.dispatch();
-  EXPECT_EQ(signals.handled.size(), 3U);
-}
-
-TEST(SignalManager, DispatchMayBeCalledFromHandle) {
-  Signals signals;
-  EXPECT_EQ(signals.install(SIGUSR1), 0);
-  EXPECT_EQ(signals.install(SIGUSR2), 0);
-  signals.whenHandled = [&](int number) {
-    if (number == SIGUSR1) ::raise(SIGUSR2);
-    signals.dispatch();
-  };
-  ::raise(SIGUSR1);
-  signals.dispatch();
-  EXPECT_THAT(signals.handled, ElementsAre(SIGUSR1, SIGUSR2));
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    Signals signals({SIGHUP, SIGUSR1, SIGTERM});
+    signals.whenHandled = [&](int) {
+      if (signals.handled.size() == 1) c.whenFirstHandled(signals);
+    };
+    ::raise(SIGUSR1);
+    for (const Numbers& handled : {c.byTheFirst, c.byTheSecond, c.byTheSecond}) {
+      signals.dispatch();
+      EXPECT_EQ(signals.handled, handled);
+    }
+  }
 }
 
 TEST(SignalManager, ASignalThatIsNotInstalledKeepsItsAction) {
   ::signal(SIGUSR2, SIG_IGN);
-  Signals signals;
-  EXPECT_EQ(signals.install(SIGUSR1), 0);
+  Signals signals({SIGUSR1});
   ::raise(SIGUSR2);
   signals.dispatch();
   EXPECT_THAT(signals.handled, IsEmpty());
@@ -171,9 +154,7 @@ TEST(SignalManager, ASignalThatIsNotInstalledKeepsItsAction) {
 TEST(SignalManager, TheDestructorRestoresThePreviousActions) {
   ::signal(SIGUSR1, SIG_IGN);
   {
-    Signals signals;
-    EXPECT_EQ(signals.install(SIGUSR1), 0);
-    EXPECT_EQ(signals.install(SIGUSR2), 0);
+    const Signals signals({SIGUSR1, SIGUSR2});
     EXPECT_NE(actionOf(SIGUSR1), SIG_IGN);
   }
   EXPECT_EQ(actionOf(SIGUSR1), SIG_IGN);
@@ -181,45 +162,26 @@ TEST(SignalManager, TheDestructorRestoresThePreviousActions) {
   ::signal(SIGUSR1, SIG_DFL);
 }
 
-TEST(SignalManager, AHandlerWithoutAManagerDoesNothing) {
+TEST(SignalManager, AManagerHandlesNoSignalFromBeforeItsConstruction) {
   Action handler = nullptr;
   {
-    Signals signals;
-    EXPECT_EQ(signals.install(SIGUSR1), 0);
+    const Signals destroyed({SIGUSR1});
     handler = actionOf(SIGUSR1);
-  }
-  handler(SIGUSR1);
-  Signals signals;
-  signals.dispatch();
-  EXPECT_THAT(signals.handled, IsEmpty());
-}
-
-TEST(SignalManager, TheHandlerIgnoresNumbersOutOfRange) {
-  Signals signals;
-  EXPECT_EQ(signals.install(SIGUSR1), 0);
-  const Action handler = actionOf(SIGUSR1);
-  for (const int number : {32, 64, -1, 1 << 20}) handler(number);
-  signals.dispatch();
-  EXPECT_THAT(signals.handled, IsEmpty());
-}
-
-TEST(SignalManager, ADestroyedManagerForgetsItsPendingSignals) {
-  {
-    Signals signals;
-    EXPECT_EQ(signals.install(SIGUSR1), 0);
     ::raise(SIGUSR1);
   }
-  Signals signals;
-  EXPECT_EQ(signals.install(SIGUSR1), 0);
-  signals.dispatch();
-  EXPECT_THAT(signals.handled, IsEmpty());
+  for (const bool isCalled : {false, true}) {
+    SCOPED_TRACE(isCalled ? "the handler was called while there was no manager" : "a destroyed manager got a signal");
+    if (isCalled) handler(SIGUSR1);
+    Signals signals({SIGUSR1});
+    signals.dispatch();
+    EXPECT_THAT(signals.handled, IsEmpty());
+  }
 }
 
 TEST(SignalManager, TheLaterOfTwoManagersGetsTheSignals) {
   Signals first;
   {
-    Signals second;
-    EXPECT_EQ(second.install(SIGUSR1), 0);
+    Signals second({SIGUSR1});
     ::raise(SIGUSR1);
     first.dispatch();
     second.dispatch();
@@ -234,12 +196,10 @@ TEST(SignalManager, EachManagerRestoresOnlyTheSignalsItInstalled) {
   ::signal(SIGUSR1, SIG_IGN);
   ::signal(SIGUSR2, SIG_IGN);
   {
-    Signals first;
-    EXPECT_EQ(first.install(SIGUSR1), 0);
+    Signals first({SIGUSR1});
     const Action handler = actionOf(SIGUSR1);
     {
-      Signals second;
-      EXPECT_EQ(second.install(SIGUSR1), 0);
+      const Signals second({SIGUSR1});
       EXPECT_EQ(first.install(SIGUSR2), 0);
     }
     EXPECT_EQ(actionOf(SIGUSR1), handler) << "the first manager installed it";
@@ -252,8 +212,7 @@ TEST(SignalManager, EachManagerRestoresOnlyTheSignalsItInstalled) {
 }
 
 TEST(SignalManager, TheHandlerLeavesErrnoAlone) {
-  Signals signals;
-  EXPECT_EQ(signals.install(SIGUSR1), 0);
+  const Signals signals({SIGUSR1});
   errno = ENOTTY;
   ::raise(SIGUSR1);
   EXPECT_EQ(errno, ENOTTY);
@@ -262,14 +221,13 @@ TEST(SignalManager, TheHandlerLeavesErrnoAlone) {
 // Each thread raises its own signal again only after the last one was handled, so the test notices a lost signal.
 TEST(SignalManager, SignalsOfManyThreadsAreNeverLost) {
   constexpr int rounds = 500;
-  const std::vector<int> numbers = {SIGHUP, SIGUSR1, SIGUSR2, SIGTERM};
+  const Numbers numbers = {SIGHUP, SIGUSR1, SIGUSR2, SIGTERM};
   std::array<std::atomic<int>, 32> timesHandled{};
   std::atomic<std::size_t> running{numbers.size()};
-  Signals signals;
+  Signals signals(numbers);
   signals.whenHandled = [&](int number) { ++timesHandled[static_cast<std::size_t>(number)]; };
   std::vector<std::thread> threads;
   for (const int number : numbers) {
-    EXPECT_EQ(signals.install(number), 0);
     threads.emplace_back([&, number] {
       const std::atomic<int>& handled = timesHandled[static_cast<std::size_t>(number)];
       for (int i = 1; i <= rounds; ++i) {

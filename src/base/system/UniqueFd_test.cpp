@@ -9,7 +9,7 @@
 
 namespace {
 
-class UniqueFdTest : public HostTest {};
+using UniqueFdTest = HostTest;
 
 UniqueFd openNull() { return UniqueFd(::open("/dev/null", O_RDONLY | O_CLOEXEC)); }
 bool isOpen(int fd) { return ::fcntl(fd, F_GETFD) >= 0; }
@@ -25,7 +25,7 @@ TEST_F(UniqueFdTest, TheDestructorCloses) {
   EXPECT_FALSE(isOpen(fd));
 }
 
-TEST_F(UniqueFdTest, AMovedOwnerHoldsNothing) {
+TEST_F(UniqueFdTest, AMoveClosesTheDescriptorOfTheTargetAndEmptiesTheSource) {
   UniqueFd one = openNull();
   const int fd = one.get();
   UniqueFd two = std::move(one);
@@ -36,14 +36,9 @@ TEST_F(UniqueFdTest, AMovedOwnerHoldsNothing) {
   three = std::move(two);
   EXPECT_EQ(three.get(), fd);
   EXPECT_FALSE(isOpen(dropped));
-}
-
-TEST_F(UniqueFdTest, AnOwnerMovedToItselfKeepsItsDescriptor) {
-  UniqueFd owner = openNull();
-  const int fd = owner.get();
-  UniqueFd& same = owner;
-  owner = std::move(same);
-  EXPECT_EQ(owner.get(), fd);
+  UniqueFd& same = three;
+  three = std::move(same);
+  EXPECT_EQ(three.get(), fd) << "an owner moved to itself keeps its descriptor";
   EXPECT_TRUE(isOpen(fd));
 }
 
