@@ -67,21 +67,61 @@ TEST_F(AsyncTaskTest, StatesHaveTheirNumbers) {
   EXPECT_EQ(static_cast<int>(State::failed), 5);
 }
 
-TEST_F(AsyncTaskTest, ANewTaskIsReadyAndNotStopped) {
-  EXPECT_EQ(task_.state(), State::ready);
-  EXPECT_FALSE(task_.isStopped());
-  EXPECT_THAT(task_.calls, IsEmpty());
+// Brings a new task to the given state. Afterwards a start would succeed, and the task has recorded no call.
+void bringTo(Task& task, State state) {
+  task.startSucceeds = state != State::failed;
+  if (state != State::ready) {
+    EXPECT_EQ(task.asyncStartup(), task.startSucceeds);
+  }
+  if (state == State::stopping || state == State::stopped) task.asyncShutdown();
+  if (state == State::stopped) {
+    EXPECT_TRUE(task.isStopped());
+  }
+  task.startSucceeds = true;
+  task.calls.clear();
+  ASSERT_EQ(task.state(), state);
 }
 
-TEST_F(AsyncTaskTest, ItsStatesAreReadyRunningStoppingAndStoppedInThatOrder) {
-  EXPECT_TRUE(task_.asyncStartup());
-  EXPECT_EQ(task_.state(), State::running);
-  EXPECT_FALSE(task_.isStopped());
-  task_.asyncShutdown();
-  EXPECT_EQ(task_.state(), State::stopping);
-  EXPECT_TRUE(task_.isStopped());
-  EXPECT_EQ(task_.state(), State::stopped);
-  EXPECT_THAT(task_.calls, ElementsAre("start", "begin", "continue"));
+std::string startUp(AsyncTask& task) { return task.asyncStartup() ? "started" : "not started"; }
+std::string askIfStopped(AsyncTask& task) { return task.isStopped() ? "stopped" : "not stopped"; }
+std::string shutDown(AsyncTask& task) {
+  task.asyncShutdown();
+  return "";
+}
+
+TEST_F(AsyncTaskTest, EachStateHasItsOwnTransitions) {
+  const struct {
+    const char* why;
+    State from;
+    std::string (*function)(AsyncTask& task);
+    const char* result;
+    State to;
+    std::vector<std::string> calls;
+  } cases[] = {
+      {"a ready task starts", State::ready, startUp, "started", State::running, {"start"}},
+      {"a running task fails if it is started", State::running, startUp, "not started", State::failed, {}},
+      {"a stopping task fails if it is started", State::stopping, startUp, "not started", State::failed, {}},
+      {"a stopped task fails if it is started", State::stopped, startUp, "not started", State::failed, {}},
+      {"a failed task stays failed if it is started", State::failed, startUp, "not started", State::failed, {}},
+      {"shutdown stops a ready task without any operation", State::ready, shutDown, "", State::stopped, {}},
+      {"shutdown lets a running task begin to stop", State::running, shutDown, "", State::stopping, {"begin"}},
+      {"shutdown leaves a stopping task alone", State::stopping, shutDown, "", State::stopping, {}},
+      {"shutdown leaves a stopped task alone", State::stopped, shutDown, "", State::stopped, {}},
+      {"shutdown leaves a failed task alone", State::failed, shutDown, "", State::failed, {}},
+      {"a ready task is not stopped", State::ready, askIfStopped, "not stopped", State::ready, {}},
+      {"a running task is not stopped", State::running, askIfStopped, "not stopped", State::running, {}},
+      {"a stopping task stops", State::stopping, askIfStopped, "stopped", State::stopped, {"continue"}},
+      {"a stopped task is stopped", State::stopped, askIfStopped, "stopped", State::stopped, {}},
+      {"a failed task counts as stopped", State::failed, askIfStopped, "stopped", State::failed, {}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    Task task;
+    ASSERT_NO_FATAL_FAILURE(bringTo(task, c.from));
+    EXPECT_EQ(c.function(task), c.result);
+    EXPECT_EQ(task.state(), c.to);
+    EXPECT_EQ(task.calls, c.calls);
+  }
 }
 
 TEST_F(AsyncTaskTest, AFailedStartLeavesItFailed) {
@@ -90,53 +130,6 @@ TEST_F(AsyncTaskTest, AFailedStartLeavesItFailed) {
   EXPECT_EQ(task_.state(), State::failed);
   EXPECT_TRUE(task_.isStopped());
   EXPECT_THAT(task_.calls, ElementsAre("start"));
-}
-
-TEST_F(AsyncTaskTest, StartingARunningTaskReturnsFalseAndLeavesItFailed) {
-  EXPECT_TRUE(task_.asyncStartup());
-  EXPECT_FALSE(task_.asyncStartup());
-  EXPECT_EQ(task_.state(), State::failed);
-  EXPECT_THAT(task_.calls, ElementsAre("start"));
-}
-
-TEST_F(AsyncTaskTest, StartingFromAnyStateButReadyLeavesItFailedWithoutTheStartOperation) {
-  for (const State from : {State::running, State::stopping, State::stopped, State::failed}) {
-    SCOPED_TRACE(static_cast<int>(from));
-    Task other;
-    other.startSucceeds = from != State::failed;
-    (void)other.asyncStartup();
-    if (from == State::stopping || from == State::stopped) other.asyncShutdown();
-    if (from == State::stopped) {
-      EXPECT_TRUE(other.isStopped());
-    }
-    ASSERT_EQ(other.state(), from);
-    other.startSucceeds = true;
-    other.calls.clear();
-    EXPECT_FALSE(other.asyncStartup());
-    EXPECT_EQ(other.state(), State::failed);
-    EXPECT_THAT(other.calls, IsEmpty());
-  }
-}
-
-TEST_F(AsyncTaskTest, ShuttingDownAReadyTaskStopsItWithoutAnyOperation) {
-  task_.asyncShutdown();
-  EXPECT_EQ(task_.state(), State::stopped);
-  EXPECT_TRUE(task_.isStopped());
-  EXPECT_THAT(task_.calls, IsEmpty());
-}
-
-TEST_F(AsyncTaskTest, ShuttingDownAStoppingStoppedOrFailedTaskLeavesItAlone) {
-  EXPECT_TRUE(task_.asyncStartup());
-  task_.asyncShutdown();
-  task_.asyncShutdown();
-  EXPECT_EQ(task_.state(), State::stopping);
-  EXPECT_TRUE(task_.isStopped());
-  task_.asyncShutdown();
-  EXPECT_EQ(task_.state(), State::stopped);
-  EXPECT_FALSE(task_.asyncStartup());
-  task_.asyncShutdown();
-  EXPECT_EQ(task_.state(), State::failed);
-  EXPECT_THAT(task_.calls, ElementsAre("start", "begin", "continue"));
 }
 
 TEST_F(AsyncTaskTest, EveryCallOfIsStoppedContinuesAShutdownUntilItIsDone) {
@@ -173,19 +166,13 @@ TEST_F(AsyncTaskTest, FinishShutdownChangesOnlyAStoppingTask) {
   EXPECT_TRUE(hasty.isStopped());
 }
 
-TEST_F(AsyncTaskTest, LogsItsStartAndItsShutdownWithItsName) {
+TEST_F(AsyncTaskTest, LogsStartsAndShutdownsWithItsNameEvenIfItThenRefusesThem) {
+  const std::string start = "[INFO] ThreadUtils ThreadUtils.cpp asyncStartup AsyncTask starting up: task=a task";
+  const std::string end = "[INFO] ThreadUtils ThreadUtils.cpp asyncShutdown AsyncTask beginning shutdown: task=a task";
   EXPECT_TRUE(task_.asyncStartup());
-  task_.asyncShutdown();
-  EXPECT_THAT(
-      logged,
-      ElementsAre("[INFO] ThreadUtils ThreadUtils.cpp asyncStartup AsyncTask starting up: task=a task",
-                  "[INFO] ThreadUtils ThreadUtils.cpp asyncShutdown AsyncTask beginning shutdown: task=a task"));
-}
-
-TEST_F(AsyncTaskTest, LogsStartsAndShutdownsThatItThenRefuses) {
-  task_.asyncShutdown();
   EXPECT_FALSE(task_.asyncStartup());
-  EXPECT_EQ(logged.size(), 2U);
+  task_.asyncShutdown();
+  EXPECT_THAT(logged, ElementsAre(start, start, end));
 }
 
 TEST_F(AsyncTaskTest, LogsNothingWhenInfoIsNotEnabled) {

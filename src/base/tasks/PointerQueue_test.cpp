@@ -1,11 +1,13 @@
 #include "base/tasks/PointerQueue.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
 #include <atomic>
 #include <cstdlib>
 #include <deque>
+#include <iterator>
 #include <new>
 #include <random>
 #include <string>
@@ -25,221 +27,180 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
 
 namespace {
 
+using testing::Each;
+using testing::ElementsAre;
+
 int items[1'000];
 
-void pushItems(SimplePointerQueue& queue, std::size_t from, std::size_t to) {
-  for (std::size_t i = from; i < to; ++i) ASSERT_TRUE(queue.push(&items[i]));
-}
+class PointerQueue : public testing::Test {
+ protected:
+  void pushItems(std::size_t from, std::size_t to) {
+    for (std::size_t i = from; i < to; ++i) ASSERT_TRUE(queue_.push(&items[i]));
+  }
+  void expectItems(std::size_t from, std::size_t to) {
+    for (std::size_t i = from; i < to; ++i) ASSERT_EQ(queue_.pop(), &items[i]) << i;
+  }
 
-void expectItems(SimplePointerQueue& queue, std::size_t from, std::size_t to) {
-  for (std::size_t i = from; i < to; ++i) ASSERT_EQ(queue.pop(), &items[i]) << i;
-}
+  SimplePointerQueue queue_;
+};
 
-TEST(PointerQueue, AnEmptyQueueReturnsNull) {
-  SimplePointerQueue queue;
-  EXPECT_EQ(queue.pop(), nullptr);
-  EXPECT_EQ(queue.blockCount(), 0U);
-  EXPECT_FALSE(queue.hasSpare());
-}
-
-TEST(PointerQueue, NullIsRefused) {
-  SimplePointerQueue queue;
-  EXPECT_FALSE(queue.push(nullptr));
-  EXPECT_EQ(queue.blockCount(), 0U);
-}
-
-TEST(PointerQueue, ReturnsThePointersInTheirOrder) {
-  SimplePointerQueue queue;
-  pushItems(queue, 0, 1'000);
-  expectItems(queue, 0, 1'000);
-  EXPECT_EQ(queue.pop(), nullptr);
-}
-
-TEST(PointerQueue, ThirtyPointersFillABlock) {
-  SimplePointerQueue queue;
-  pushItems(queue, 0, 30);
-  EXPECT_EQ(queue.blockCount(), 1U);
-  pushItems(queue, 30, 31);
-  EXPECT_EQ(queue.blockCount(), 2U);
-  pushItems(queue, 31, 61);
-  EXPECT_EQ(queue.blockCount(), 3U);
-}
-
-TEST(PointerQueue, PoppingThirtyOneKeepsOneBlockAsTheSpare) {
-  SimplePointerQueue queue;
-  pushItems(queue, 0, 31);
-  expectItems(queue, 0, 31);
-  EXPECT_TRUE(queue.hasSpare());
-  EXPECT_EQ(queue.pop(), nullptr);
-  EXPECT_EQ(queue.blockCount(), 0U);
-  EXPECT_TRUE(queue.hasSpare());
-}
-
-TEST(PointerQueue, OneOfManyEmptiedBlocksIsKept) {
-  SimplePointerQueue queue;
-  pushItems(queue, 0, 150);
-  EXPECT_EQ(queue.blockCount(), 5U);
-  expectItems(queue, 0, 150);
-  EXPECT_EQ(queue.pop(), nullptr);
-  EXPECT_EQ(queue.blockCount(), 0U);
+// Pushes as many items as fit without an allocation, from items[from] on, and returns the number of all pushed items.
+std::size_t fillWithoutMemory(SimplePointerQueue& queue, std::size_t from) {
   allocationsFail = true;
-  pushItems(queue, 0, 30);
-  EXPECT_FALSE(queue.push(&items[30]));
+  while (from + 1 < std::size(items) && queue.push(&items[from])) ++from;
+  EXPECT_FALSE(queue.push(&items[from])) << "a failed push changes nothing";
   allocationsFail = false;
-  EXPECT_FALSE(queue.hasSpare());
+  return from;
 }
 
-TEST(PointerQueue, TheSpareIsUsedBeforeANewBlock) {
-  SimplePointerQueue queue;
-  pushItems(queue, 0, 31);
-  expectItems(queue, 0, 31);
-  allocationsFail = true;
-  pushItems(queue, 31, 61);  // goes into the second block, which is empty again
-  EXPECT_TRUE(queue.hasSpare());
-  pushItems(queue, 61, 91);
-  EXPECT_FALSE(queue.hasSpare());
-  EXPECT_FALSE(queue.push(&items[91]));
-  allocationsFail = false;
-  expectItems(queue, 31, 91);
+TEST_F(PointerQueue, ABlockHoldsThirtyPointersAndOneEmptyBlockIsKept) {
+  const struct {
+    const char* why;
+    std::vector<int> steps;  // pointers to push, or, negative, to pop
+    std::size_t blocks;
+    bool hasSpare;
+    std::size_t room;  // for pointers, without another block
+  } cases[] = {
+      {"a new queue has no memory", {}, 0, false, 0},
+      {"an empty queue returns null", {-1}, 0, false, 0},
+      {"thirty pointers fill a block", {30}, 1, false, 0},
+      {"the next pointer needs another block", {30, 1}, 2, false, 29},
+      {"a full second block needs a third", {30, 1, 30}, 3, false, 29},
+      {"the emptied first block becomes the spare", {31, -31}, 1, true, 60},
+      {"one of two empty blocks is kept", {31, -32}, 0, true, 30},
+      {"one of many empty blocks is kept", {150, -151}, 0, true, 30},
+      {"all blocks are full", {150}, 5, false, 0},
+      {"an emptied block is filled before the spare is used", {31, -31, 30}, 1, true, 30},
+      {"the spare is used before a new block", {31, -31, 60}, 2, false, 0},
+      {"an empty block is filled from its beginning", {10, -10, 30}, 1, false, 0},
+      {"many pointers keep their order", {900, -901}, 0, true, 30},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    SimplePointerQueue queue;
+    std::size_t pushed = 0;
+    std::size_t popped = 0;
+    const auto pop = [&] { ASSERT_EQ(queue.pop(), popped < pushed ? &items[popped++] : nullptr) << popped; };
+    for (const int step : c.steps) {
+      for (int i = 0; i < step; ++i) ASSERT_TRUE(queue.push(&items[pushed++]));
+      for (int i = 0; i > step; --i) pop();
+    }
+    EXPECT_EQ(queue.blockCount(), c.blocks);
+    EXPECT_EQ(queue.hasSpare(), c.hasSpare);
+    const std::size_t before = pushed;
+    pushed = fillWithoutMemory(queue, pushed);
+    EXPECT_EQ(pushed - before, c.room);
+    EXPECT_EQ(queue.blockCount(), c.blocks + (c.hasSpare ? 1U : 0U));
+    EXPECT_FALSE(queue.hasSpare());
+    while (popped < pushed && !HasFatalFailure()) pop();
+    EXPECT_EQ(queue.pop(), nullptr);
+  }
 }
 
-TEST(PointerQueue, ASteadyFlowAllocatesNothing) {
-  SimplePointerQueue queue;
-  pushItems(queue, 0, 31);
-  expectItems(queue, 0, 31);
+TEST_F(PointerQueue, NullIsRefused) {
+  EXPECT_FALSE(queue_.push(nullptr));
+  EXPECT_EQ(queue_.blockCount(), 0U);
+}
+
+TEST_F(PointerQueue, ASteadyFlowAllocatesNothing) {
+  pushItems(0, 31);
+  expectItems(0, 31);
   allocationsFail = true;
   for (int round = 0; round < 100; ++round) {
-    pushItems(queue, 0, 7);
-    expectItems(queue, 0, 7);
+    pushItems(0, 7);
+    expectItems(0, 7);
   }
   allocationsFail = false;
-  EXPECT_LE(queue.blockCount(), 1U);
+  EXPECT_LE(queue_.blockCount(), 1U);
 }
 
-TEST(PointerQueue, StoringIntoAnEmptyBlockStartsAtItsBeginning) {
-  SimplePointerQueue queue;
-  pushItems(queue, 0, 10);
-  expectItems(queue, 0, 10);
-  pushItems(queue, 0, 30);  // 30 pointers would not fit behind the ten slots used before
-  EXPECT_EQ(queue.blockCount(), 1U);
-  expectItems(queue, 0, 30);
-}
-
-TEST(PointerQueue, APushThatGetsNoMemoryChangesNothing) {
-  SimplePointerQueue queue;
-  allocationsFail = true;
-  EXPECT_FALSE(queue.push(&items[0]));
-  allocationsFail = false;
-  EXPECT_EQ(queue.blockCount(), 0U);
-  pushItems(queue, 0, 30);
-  allocationsFail = true;
-  EXPECT_FALSE(queue.push(&items[30]));
-  allocationsFail = false;
-  EXPECT_EQ(queue.blockCount(), 1U);
-  expectItems(queue, 0, 30);
-  EXPECT_EQ(queue.pop(), nullptr);
-}
-
-TEST(PointerQueue, PushManySkipsNullAndSetsPushedEntriesToNull) {
-  SimplePointerQueue queue;
+TEST_F(PointerQueue, PushManySkipsNullAndSetsPushedEntriesToNull) {
   void* pointers[] = {&items[0], nullptr, &items[1], &items[2]};
-  EXPECT_EQ(queue.pushMany(pointers, 4), 4U);
-  for (void* pointer : pointers) EXPECT_EQ(pointer, nullptr);
-  expectItems(queue, 0, 3);
-  EXPECT_EQ(queue.pop(), nullptr);
+  EXPECT_EQ(queue_.pushMany(pointers, 4), 4U);
+  EXPECT_THAT(pointers, Each(nullptr));
+  expectItems(0, 3);
+  EXPECT_EQ(queue_.pop(), nullptr);
 }
 
-TEST(PointerQueue, PushManyStopsAtTheFirstFailure) {
-  SimplePointerQueue queue;
-  pushItems(queue, 0, 28);
+TEST_F(PointerQueue, PushManyStopsAtTheFirstFailure) {
+  pushItems(0, 28);
   void* pointers[] = {&items[28], nullptr, &items[29], &items[30], &items[31]};
   allocationsFail = true;
-  EXPECT_EQ(queue.pushMany(pointers, 5), 3U);
+  EXPECT_EQ(queue_.pushMany(pointers, 5), 3U);
   allocationsFail = false;
-  EXPECT_EQ(pointers[0], nullptr);
-  EXPECT_EQ(pointers[2], nullptr);
-  EXPECT_EQ(pointers[3], &items[30]);
-  EXPECT_EQ(pointers[4], &items[31]);
-  expectItems(queue, 0, 30);
+  EXPECT_THAT(pointers, ElementsAre(nullptr, nullptr, nullptr, &items[30], &items[31]));
+  expectItems(0, 30);
 }
 
-TEST(PointerQueue, PopManyFillsTheRemainingEntriesWithNull) {
-  SimplePointerQueue queue;
-  pushItems(queue, 0, 2);
+TEST_F(PointerQueue, PopManyFillsTheRemainingEntriesWithNull) {
+  pushItems(0, 2);
   void* pointers[4] = {&items[9], &items[9], &items[9], &items[9]};
-  EXPECT_EQ(queue.popMany(pointers, 4), 4U);
-  EXPECT_EQ(pointers[0], &items[0]);
-  EXPECT_EQ(pointers[1], &items[1]);
-  EXPECT_EQ(pointers[2], nullptr);
-  EXPECT_EQ(pointers[3], nullptr);
-  EXPECT_EQ(queue.popMany(pointers, 0), 0U);
+  EXPECT_EQ(queue_.popMany(pointers, 4), 4U);
+  EXPECT_THAT(pointers, ElementsAre(&items[0], &items[1], nullptr, nullptr));
+  EXPECT_EQ(queue_.popMany(pointers, 0), 0U);
 }
 
-TEST(PointerQueue, BehavesLikeAPlainQueue) {
+TEST_F(PointerQueue, BehavesLikeAPlainQueue) {
   std::mt19937 random(6);
-  SimplePointerQueue queue;
   std::deque<void*> model;
   for (int step = 0; step < 100'000; ++step) {
     const bool isFilling = (step / 200) % 2 == 0;
     if (random() % 10 < (isFilling ? 7U : 3U)) {
       void* item = &items[random() % 1'000];
-      ASSERT_TRUE(queue.push(item));
+      ASSERT_TRUE(queue_.push(item));
       model.push_back(item);
     } else {
       void* expected = model.empty() ? nullptr : model.front();
       if (!model.empty()) model.pop_front();
-      ASSERT_EQ(queue.pop(), expected);
+      ASSERT_EQ(queue_.pop(), expected);
     }
-    ASSERT_LE(queue.blockCount(), model.size() / 30 + 2);
+    ASSERT_LE(queue_.blockCount(), model.size() / 30 + 2);
   }
 }
 
 std::string lastAssertion;
 
-TEST(PointerQueue, AHeadWithoutATailFailsAnAssertion) {
+TEST_F(PointerQueue, AHeadWithoutATailFailsAnAssertion) {
   BasicLog::setAssertHandler([](const char* file, int line, const char* message) {
     lastAssertion = std::string(file) + " " + std::to_string(line) + " " + message;
   });
-  SimplePointerQueue queue;
-  pushItems(queue, 0, 31);
-  SimplePointerQueuePeer::loseTail(queue);
-  EXPECT_TRUE(queue.push(&items[40]));
+  pushItems(0, 31);
+  SimplePointerQueuePeer::loseTail(queue_);
+  EXPECT_TRUE(queue_.push(&items[40]));
   BasicLog::setAssertHandler(nullptr);
   EXPECT_EQ(lastAssertion, "ThreadUtils.cpp 498 internal linked-list error");
-  EXPECT_EQ(queue.blockCount(), 1U);
-  expectItems(queue, 40, 41);
+  EXPECT_EQ(queue_.blockCount(), 1U);
+  expectItems(40, 41);
 }
 
-TEST(PointerQueue, AChainWithoutATailReturnsOnlyPushedPointers) {
-  SimplePointerQueue queue;
-  pushItems(queue, 0, 5);
-  expectItems(queue, 0, 2);
-  SimplePointerQueuePeer::loseTail(queue);
+TEST_F(PointerQueue, AChainWithoutATailReturnsOnlyPushedPointers) {
+  pushItems(0, 5);
+  expectItems(0, 2);
+  SimplePointerQueuePeer::loseTail(queue_);
   std::size_t next = 2;
-  while (void* const pointer = queue.pop()) {
+  while (void* const pointer = queue_.pop()) {
     ASSERT_LT(next, 5U);
     ASSERT_EQ(pointer, &items[next++]);
   }
-  EXPECT_EQ(queue.pop(), nullptr);
-  pushItems(queue, 7, 8);
-  expectItems(queue, 7, 8);
+  EXPECT_EQ(queue_.pop(), nullptr);
+  pushItems(7, 8);
+  expectItems(7, 8);
 }
 
 // With RAVCTL_LONG the producers push a million pointers in all.
 std::size_t pointersOfEachProducer() { return std::getenv("RAVCTL_LONG") != nullptr ? 62'500 : 1'000; }
 
-TEST(PointerQueue, UnderItsLockNoPointerOfSixteenProducersIsLostRepeatedOrReordered) {
+TEST_F(PointerQueue, UnderItsLockNoPointerOfSixteenProducersIsLostRepeatedOrReordered) {
   constexpr std::size_t producers = 16;
   const std::size_t each = pointersOfEachProducer();
   std::vector<char> things(producers * each);  // each pointer refers to an element of its own
-  SimplePointerQueue queue;
   std::atomic<std::size_t> running{producers};
   std::vector<std::thread> threads;
   for (std::size_t p = 0; p < producers; ++p) {
     threads.emplace_back([&, p] {
       for (std::size_t i = 0; i < each; ++i) {
-        const ScopedLock lock(queue);
-        EXPECT_TRUE(queue.push(&things[p * each + i]));
+        const ScopedLock lock(queue_);
+        EXPECT_TRUE(queue_.push(&things[p * each + i]));
       }
       --running;
     });
@@ -250,8 +211,8 @@ TEST(PointerQueue, UnderItsLockNoPointerOfSixteenProducersIsLostRepeatedOrReorde
     isThrough = running == 0;
     std::array<void*, 20> batch{};
     {
-      const ScopedLock lock(queue);
-      queue.popMany(batch.data(), batch.size());
+      const ScopedLock lock(queue_);
+      queue_.popMany(batch.data(), batch.size());
     }
     for (std::size_t i = 0; i < batch.size() && batch[i] != nullptr; ++i) {
       isThrough = false;

@@ -23,90 +23,88 @@ TEST(WorkerRunner, StatesHaveTheirNumbers) {
   EXPECT_EQ(static_cast<int>(State::stopped), 4);
 }
 
-TEST(WorkerRunner, IsStoppedBeforeItsFirstStart) {
-  WorkerRunner runner([] { return false; });
-  EXPECT_EQ(runner.state(), State::stopped);
-  EXPECT_TRUE(runner.waitStopped(-1));
+TEST(WorkerRunner, AStopOfAStoppedRunnerChangesNothing) {
+  std::atomic<int> steps{0};
+  WorkerRunner runner([&] { return ++steps % 3 != 0; });
+  for (int i = 0; i < 3; ++i) {  // the first round is before the first start
+    SCOPED_TRACE(i);
+    EXPECT_EQ(runner.state(), State::stopped);
+    EXPECT_TRUE(runner.waitStopped(-1));
+    runner.requestStop();
+    runner.requestStop();
+    EXPECT_EQ(runner.state(), State::stopped);
+    EXPECT_TRUE(runner.start());
+    EXPECT_TRUE(runner.waitStopped(30));
+    EXPECT_EQ(steps, 3 * (i + 1));
+  }
 }
 
-TEST(WorkerRunner, CanStillBeStartedAfterAStopBeforeItsFirstStart) {
+TEST(WorkerRunner, StepsOnAThreadOfItsOwnUntilAStepReturnsFalse) {
   std::atomic<int> steps{0};
-  WorkerRunner runner([&] { return ++steps < 3; });
-  runner.requestStop();
-  EXPECT_EQ(runner.state(), State::stopped);
-  EXPECT_TRUE(runner.start());
-  EXPECT_TRUE(runner.waitStopped(30));
-  EXPECT_EQ(steps, 3);
-}
-
-TEST(WorkerRunner, StepsUntilAStepReturnsFalse) {
-  std::atomic<int> steps{0};
-  WorkerRunner runner([&] { return ++steps < 1000; });
+  std::atomic<pid_t> thread{0};
+  WorkerRunner runner([&] {
+    thread = ::gettid();
+    return ++steps < 1000;
+  });
   EXPECT_TRUE(runner.start());
   EXPECT_TRUE(runner.waitStopped(30));
   EXPECT_EQ(runner.state(), State::stopped);
   EXPECT_EQ(steps, 1000);
-}
-
-TEST(WorkerRunner, StepsOnAThreadOfItsOwn) {
-  std::atomic<pid_t> thread{0};
-  WorkerRunner runner([&] {
-    thread = ::gettid();
-    return false;
-  });
-  EXPECT_TRUE(runner.start());
-  EXPECT_TRUE(runner.waitStopped(30));
   EXPECT_NE(thread, 0);
   EXPECT_NE(thread, ::gettid());
 }
 
-TEST(WorkerRunner, ARequestedStopMakesTheCurrentStepTheLast) {
+// A started runner in its first step, which blocks until release() and asks for another step.
+class BlockedRunner {
+ public:
+  BlockedRunner() {
+    EXPECT_TRUE(runner.start());
+    while (steps == 0) ::usleep(100);
+    EXPECT_EQ(runner.state(), State::running);
+  }
+  ~BlockedRunner() {
+    runner.requestStop();
+    release();
+    EXPECT_TRUE(runner.waitStopped(30));
+    EXPECT_EQ(steps, 1);
+  }
+  void release() { isReleased_ = true; }
+
   std::atomic<int> steps{0};
-  std::atomic<bool> isReleased{false};
-  WorkerRunner runner([&] {
+  WorkerRunner runner{[this] {
     ++steps;
-    while (!isReleased) ::usleep(100);
+    while (!isReleased_) ::usleep(100);
     return true;
-  });
-  EXPECT_TRUE(runner.start());
-  while (steps == 0) ::usleep(100);
-  EXPECT_EQ(runner.state(), State::running);
-  runner.requestStop();
-  EXPECT_EQ(runner.state(), State::stopRequested);
-  runner.requestStop();
-  EXPECT_EQ(runner.state(), State::stopRequested);
-  EXPECT_FALSE(runner.waitStopped(-1));
-  isReleased = true;
-  EXPECT_TRUE(runner.waitStopped(30));
-  EXPECT_EQ(steps, 1);
+  }};
+
+ private:
+  std::atomic<bool> isReleased_{false};
+};
+
+TEST(WorkerRunner, ARequestedStopMakesTheCurrentStepTheLast) {
+  BlockedRunner blocked;
+  for (int i = 0; i < 2; ++i) {
+    blocked.runner.requestStop();
+    EXPECT_EQ(blocked.runner.state(), State::stopRequested);
+  }
+  EXPECT_FALSE(blocked.runner.waitStopped(-1));
+  blocked.release();
+  EXPECT_TRUE(blocked.runner.waitStopped(30));
+  EXPECT_EQ(blocked.steps, 1);
 }
 
 TEST(WorkerRunner, ARunnerThatIsNotStoppedIsNotStartedAgain) {
-  std::atomic<int> steps{0};
-  std::atomic<bool> isReleased{false};
-  WorkerRunner runner([&] {
-    ++steps;
-    while (!isReleased) ::usleep(100);
-    return false;
-  });
-  EXPECT_TRUE(runner.start());
-  while (steps == 0) ::usleep(100);
-  EXPECT_FALSE(runner.start());
-  EXPECT_EQ(runner.state(), State::running);
-  runner.requestStop();
-  EXPECT_FALSE(runner.start());
-  EXPECT_EQ(runner.state(), State::stopRequested);
-  isReleased = true;
-  EXPECT_TRUE(runner.waitStopped(30));
-  EXPECT_EQ(steps, 1);
+  BlockedRunner blocked;
+  EXPECT_FALSE(blocked.runner.start());
+  EXPECT_EQ(blocked.runner.state(), State::running);
+  blocked.runner.requestStop();
+  EXPECT_FALSE(blocked.runner.start());
+  EXPECT_EQ(blocked.runner.state(), State::stopRequested);
 }
 
 TEST(WorkerRunner, AStoppedRunnerStartsAgain) {
   std::atomic<int> steps{0};
-  WorkerRunner runner([&] {
-    ++steps;
-    return false;
-  });
+  WorkerRunner runner([&] { return ++steps < 0; });
   for (int i = 1; i <= 50; ++i) {
     EXPECT_TRUE(runner.start());
     EXPECT_TRUE(runner.waitStopped(30));
@@ -120,10 +118,7 @@ TEST(WorkerRunner, ARunnerStoppedRightAfterItsStartNeverTakesAStep) {
   int stoppedAtOnce = 0;
   for (int i = 0; i < 500; ++i) {
     std::atomic<int> steps{0};
-    WorkerRunner runner([&] {
-      ++steps;
-      return true;
-    });
+    WorkerRunner runner([&] { return ++steps > 0; });
     EXPECT_TRUE(runner.start());
     runner.requestStop();
     if (runner.state() == State::stopped && steps == 0) {
@@ -154,43 +149,18 @@ TEST(WorkerRunner, AThreadThatBeginsLateTakesNoStepsForALaterStart) {
 }
 
 TEST(WorkerRunner, WaitStoppedGivesUpWhenItsTimeIsOver) {
-  std::atomic<bool> isReleased{false};
-  WorkerRunner runner([&] {
-    while (!isReleased) ::usleep(100);
-    return false;
-  });
-  EXPECT_TRUE(runner.start());
+  const BlockedRunner blocked;
   const std::int64_t start = TimeUtils::nowMicros() / 1'000'000;
-  EXPECT_FALSE(runner.waitStopped(0));
+  EXPECT_FALSE(blocked.runner.waitStopped(0));
   EXPECT_GT(TimeUtils::nowMicros() / 1'000'000, start);
-  isReleased = true;
-  EXPECT_TRUE(runner.waitStopped(30));
 }
 
-// A step that blocks until the test releases it, and that reads no clock.
-class Endless {
- public:
-  ~Endless() {
-    isReleased_ = true;
-    EXPECT_TRUE(runner.waitStopped(30));
-  }
-
-  WorkerRunner runner{[this] {
-    while (!isReleased_) ::usleep(100);
-    return false;
-  }};
-
- private:
-  std::atomic<bool> isReleased_{false};
-};
-
 TEST(WorkerRunner, AWaitEndsWhenTheClockIsPastTheWholeSecondAndNotBefore) {
-  Endless endless;
-  EXPECT_TRUE(endless.runner.start());
+  const BlockedRunner blocked;
   WallClock clock(10'000'000);
   std::atomic<bool> isOver{false};
   std::thread waiter([&] {
-    EXPECT_FALSE(endless.runner.waitStopped(1'000));
+    EXPECT_FALSE(blocked.runner.waitStopped(1'000));
     isOver = true;
   });
   clock.waitUntilAsked(2);
@@ -204,30 +174,24 @@ TEST(WorkerRunner, AWaitEndsWhenTheClockIsPastTheWholeSecondAndNotBefore) {
 }
 
 TEST(WorkerRunner, TheLongestWaitEndsWhenTheRunnerIsStopped) {
-  std::atomic<bool> isReleased{false};
-  WorkerRunner runner([&] {
-    while (!isReleased) ::usleep(100);
-    return false;
-  });
-  EXPECT_TRUE(runner.start());
+  BlockedRunner blocked;
   std::atomic<bool> isAboutToWait{false};
   std::thread waiter([&] {
     isAboutToWait = true;
-    EXPECT_TRUE(runner.waitStopped(INT64_MAX));
+    EXPECT_TRUE(blocked.runner.waitStopped(INT64_MAX));
   });
   while (!isAboutToWait) ::usleep(100);
   ::usleep(20'000);
-  EXPECT_FALSE(runner.waitStopped(INT64_MIN));
-  isReleased = true;
+  EXPECT_FALSE(blocked.runner.waitStopped(INT64_MIN));
+  blocked.runner.requestStop();
+  blocked.release();
   waiter.join();
 }
 
 TEST(WorkerRunner, AWaitForTheSmallestTimeEndsAtOnce) {
-  Endless endless;
-  EXPECT_TRUE(endless.runner.start());
-  const WallClock clock(
-      -1'000'000);  // a second before 1970, so that the deadline of the smallest time does not fit 64 bits
-  EXPECT_FALSE(endless.runner.waitStopped(INT64_MIN));
+  const BlockedRunner blocked;
+  const WallClock clock(-1'000'000);  // before 1970, so that the deadline of the smallest time does not fit 64 bits
+  EXPECT_FALSE(blocked.runner.waitStopped(INT64_MIN));
 }
 
 TEST(WorkerRunner, AStepMayRequestTheStopAndCannotStartItAgain) {
@@ -245,28 +209,9 @@ TEST(WorkerRunner, AStepMayRequestTheStopAndCannotStartItAgain) {
   EXPECT_EQ(steps, 1);
 }
 
-TEST(WorkerRunner, StoppingAStoppedRunnerChangesNothing) {
-  std::atomic<int> steps{0};
-  WorkerRunner runner([&] {
-    ++steps;
-    return false;
-  });
-  EXPECT_TRUE(runner.start());
-  EXPECT_TRUE(runner.waitStopped(30));
-  runner.requestStop();
-  runner.requestStop();
-  EXPECT_EQ(runner.state(), State::stopped);
-  EXPECT_TRUE(runner.start());  // an earlier stop has no effect on a later start
-  EXPECT_TRUE(runner.waitStopped(30));
-  EXPECT_EQ(steps, 2);
-}
-
 TEST(WorkerRunner, IsStoppedWhenTheSystemGivesNoThread) {
   std::atomic<int> steps{0};
-  WorkerRunner runner([&] {
-    ++steps;
-    return false;
-  });
+  WorkerRunner runner([&] { return ++steps < 1; });
   {
     const NoThreads none;
     EXPECT_FALSE(runner.start());
