@@ -7,6 +7,7 @@
 #include <atomic>
 #include <memory>
 #include <thread>
+#include <vector>
 
 #include "base/text/TimeUtils.h"
 
@@ -14,18 +15,14 @@ namespace {
 
 constexpr std::int64_t kALongTime = 60'000'000;
 
-TEST(AtomicValue, HoldsTheValueThatWasSet) {
+TEST(AtomicValue, SetsTheValueAndComparesBeforeItSetsIfAsked) {
   AtomicValue<int> value(1);
   EXPECT_EQ(value.get(), 1);
   value.set(2);
   EXPECT_EQ(value.get(), 2);
-}
-
-TEST(AtomicValue, ComparesBeforeItSets) {
-  AtomicValue<int> value(1);
-  EXPECT_FALSE(value.compareAndSet(2, 3));
-  EXPECT_EQ(value.get(), 1);
-  EXPECT_TRUE(value.compareAndSet(1, 3));
+  EXPECT_FALSE(value.compareAndSet(1, 3));
+  EXPECT_EQ(value.get(), 2);
+  EXPECT_TRUE(value.compareAndSet(2, 3));
   EXPECT_EQ(value.get(), 3);
 }
 
@@ -57,27 +54,26 @@ TEST(AtomicValue, AWaitForAValueThatIsNotSetEndsAfterItsTimeLimit) {
   EXPECT_FALSE(AtomicEqualityTestPredicate<int>(value, 2).waitFor(INT64_MIN));
 }
 
-TEST(AtomicValue, TheLongestTimeLimitDoesNotExpireAtOnce) {
+TEST(AtomicValue, SettingEndsEveryWaitAtOnceAndNothingElseEndsTheLongest) {
   AtomicValue<int> value(1);
-  std::atomic<bool> isAboutToWait{false};
-  std::thread waiter([&] {
-    isAboutToWait = true;
-    EXPECT_TRUE(AtomicEqualityTestPredicate<int>(value, 2).waitFor(INT64_MAX));
+  const AtomicEqualityTestPredicate<int> isTwo(value, 2);
+  std::atomic<int> aboutToWait{0};
+  std::thread endless([&] {
+    ++aboutToWait;
+    isTwo.wait();
   });
-  while (!isAboutToWait) ::usleep(100);
+  std::vector<std::thread> waiters;
+  for (const std::int64_t micros : {kALongTime, std::int64_t{INT64_MAX}}) {
+    waiters.emplace_back([&, micros] {
+      ++aboutToWait;
+      EXPECT_TRUE(isTwo.waitFor(micros));
+    });
+  }
+  while (aboutToWait < 3) ::usleep(100);
   ::usleep(20'000);
-  value.set(2);
-  waiter.join();
-}
-
-TEST(AtomicValue, SettingEndsEveryWaitAtOnce) {
-  AtomicValue<int> value(1);
-  std::thread first([&] { AtomicEqualityTestPredicate<int>(value, 2).wait(); });
-  std::thread second([&] { EXPECT_TRUE(AtomicEqualityTestPredicate<int>(value, 2).waitFor(kALongTime)); });
-  ::usleep(5'000);
   EXPECT_TRUE(value.compareAndSet(1, 2));
-  first.join();
-  second.join();
+  endless.join();
+  for (std::thread& waiter : waiters) waiter.join();
 }
 
 TEST(AtomicValue, WakingEndsTimedWaitsWithoutAChange) {

@@ -1,11 +1,13 @@
 #include "base/threads/Locks.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <atomic>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -15,25 +17,25 @@
 
 namespace {
 
-struct Report {
-  std::string mutex, holder;
-  std::int64_t threshold = 0, measured = 0;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
 
-  bool operator==(const Report& other) const {
-    return mutex == other.mutex && holder == other.holder && threshold == other.threshold && measured == other.measured;
-  }
-};
 std::mutex reportsGuard;  // two threads may report about one mutex at the same time
-std::vector<Report> slowAcquires;
-std::vector<Report> longHolds;
+std::vector<std::string> slowAcquires;
+std::vector<std::string> longHolds;
 
+// The text of a report: "queue, waiter: 101 over 100".
+std::string report(const char* mutex, const std::string& holder, std::int64_t threshold, std::int64_t measured) {
+  return mutex + (", " + holder) + ": " + std::to_string(measured) + " over " + std::to_string(threshold);
+}
 void recordSlowAcquire(const char* mutex, const char* holder, std::int64_t threshold, std::int64_t measured) {
   const std::lock_guard<std::mutex> guard(reportsGuard);
-  slowAcquires.push_back({mutex, holder, threshold, measured});
+  slowAcquires.push_back(report(mutex, holder, threshold, measured));
 }
 void recordLongHold(const char* mutex, const char* holder, std::int64_t threshold, std::int64_t measured) {
   const std::lock_guard<std::mutex> guard(reportsGuard);
-  longHolds.push_back({mutex, holder, threshold, measured});
+  longHolds.push_back(report(mutex, holder, threshold, measured));
 }
 
 // Installs reports that record their calls; restores the defaults at the end.
@@ -53,63 +55,43 @@ class Reports : public testing::Test {
 
 constexpr std::int64_t kNever = 3'600'000'000;
 
-void holdFor(Lockable& mutex, useconds_t micros) {
-  const ScopedLock lock(mutex);
-  ::usleep(micros);
-}
-
-// Lets another thread, named "holder", hold the mutex for the given time while this thread tries to lock it.
-void contend(Lockable& mutex, useconds_t micros) {
-  std::atomic<bool> held{false};
-  std::thread holder([&] {
-    setThreadName("holder");
-    const ScopedLock lock(mutex);
-    held = true;
-    ::usleep(micros);
-  });
-  while (!held) ::usleep(100);
-  { const ScopedLock lock(mutex); }
-  holder.join();
-}
-
-template <typename Mutex>
-void expectExclusion(Mutex& mutex) {
-  constexpr int threads = 8;
+TEST(Mutexes, AdmitOneThreadAtATimeEvenIfItHoldsThemLong) {
+  constexpr int threadCount = 8;
   constexpr int rounds = 2'000;
-  int counter = 0;  // not atomic on purpose
-  std::vector<std::thread> all;
-  for (int i = 0; i < threads; ++i) {
-    all.emplace_back([&] {
-      for (int round = 0; round < rounds; ++round) {
-        const ScopedLock lock(mutex);
-        ++counter;
-      }
-    });
+  BasicMutex basic;
+  TimedMutex timed("m", kNever, kNever);
+  PortableMutex plainPortable;
+  PortableMutex timedPortable("m", kNever, kNever);
+  OwnedMutex owned;
+  const struct {
+    const char* why;
+    Lockable& mutex;
+  } cases[] = {
+      {"a basic mutex", basic},
+      {"a timed mutex", timed},
+      {"a plain portable mutex", plainPortable},
+      {"a timed portable mutex", timedPortable},
+      {"an owned mutex", owned},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    int counter = 0;  // not atomic on purpose
+    int inside = 0;   // guarded by the mutex
+    std::vector<std::thread> threads;
+    for (int t = 0; t < threadCount; ++t) {
+      threads.emplace_back([&] {
+        for (int i = 0; i < rounds; ++i) {
+          const ScopedLock lock(c.mutex);
+          EXPECT_EQ(++inside, 1);
+          ++counter;
+          if (i % 500 == 0) ::usleep(500);
+          --inside;
+        }
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(counter, threadCount * rounds);
   }
-  for (std::thread& thread : all) thread.join();
-  EXPECT_EQ(counter, threads * rounds);
-}
-
-TEST(BasicMutex, AdmitsOneThreadAtATime) {
-  BasicMutex mutex;
-  expectExclusion(mutex);
-}
-
-TEST(TimedMutex, AdmitsOneThreadAtATime) {
-  TimedMutex mutex("m", kNever, kNever);
-  expectExclusion(mutex);
-}
-
-TEST(PortableMutex, AdmitsOneThreadAtATime) {
-  PortableMutex plain;
-  expectExclusion(plain);
-  PortableMutex timed("m", kNever, kNever);
-  expectExclusion(timed);
-}
-
-TEST(OwnedMutex, AdmitsOneThreadAtATime) {
-  OwnedMutex mutex;
-  expectExclusion(mutex);
 }
 
 TEST(ScopedLock, LocksOnceAndUnlocksOnce) {
@@ -150,80 +132,8 @@ TEST(TimedMutex, TheAcquisitionTimeIsZeroWhileItIsFree) {
   EXPECT_EQ(mutex.acquiredAt(), 0);
 }
 
-TEST_F(Reports, AWaitAboveTheThresholdIsReportedByTheWaiter) {
-  TimedMutex mutex("busy", 10'000, kNever);
-  contend(mutex, 50'000);
-  ASSERT_FALSE(slowAcquires.empty());  // on a stalled machine there may be one of the holder too
-  EXPECT_EQ(slowAcquires.back().mutex, "busy");
-  EXPECT_EQ(slowAcquires.back().holder, getThreadName());
-  EXPECT_EQ(slowAcquires.back().threshold, 10'000);
-  EXPECT_GT(slowAcquires.back().measured, 10'000);
-  EXPECT_TRUE(longHolds.empty());
-}
-
-TEST_F(Reports, AHoldAboveTheThresholdIsReportedWithItsHolder) {
-  TimedMutex mutex("held", kNever, 10'000);
-  contend(mutex, 30'000);
-  ASSERT_FALSE(longHolds.empty());  // on a stalled machine there may be one of the waiter too
-  EXPECT_EQ(longHolds[0].mutex, "held");
-  EXPECT_EQ(longHolds[0].holder, "holder");
-  EXPECT_EQ(longHolds[0].threshold, 10'000);
-  EXPECT_GE(longHolds[0].measured, 30'000);
-  EXPECT_TRUE(slowAcquires.empty());
-}
-
-TEST_F(Reports, NothingIsReportedBelowTheThresholds) {
-  TimedMutex mutex("quick", kNever, kNever);
-  contend(mutex, 5'000);
-  EXPECT_TRUE(slowAcquires.empty());
-  EXPECT_TRUE(longHolds.empty());
-}
-
-TEST_F(Reports, TheMutexIsFreeAgainWhenALongHoldIsReported) {
-  static TimedMutex mutex("free", kNever, 1'000);
-  static int reports = 0;
-  setLongHoldReport([](const char*, const char*, std::int64_t, std::int64_t) {
-    ++reports;
-    EXPECT_EQ(mutex.acquiredAt(), 0);
-    setLongHoldReport(recordLongHold);
-    const ScopedLock again(mutex);  // would block forever if the mutex were held
-  });
-  holdFor(mutex, 5'000);
-  EXPECT_EQ(reports, 1);
-}
-
-TEST_F(Reports, APortableMutexIsTimedWhenBothThresholdsAreAtLeastOne) {
-  const struct {
-    std::int64_t acquire, hold;
-    bool timed;
-  } cases[] = {{1, 1, true},  {100, 100, true}, {0, 100, false}, {100, 0, false},
-               {0, 0, false}, {-5, 100, false}, {100, -5, false}};
-  for (const auto& c : cases) {
-    EXPECT_EQ(PortableMutex("m", c.acquire, c.hold).isTimed(), c.timed) << c.acquire << " " << c.hold;
-  }
-  EXPECT_FALSE(PortableMutex().isTimed());
-}
-
-TEST_F(Reports, APlainPortableMutexNeverWarns) {
-  PortableMutex mutex("plain", 0, 100);
-  contend(mutex, 20'000);
-  PortableMutex unnamed;
-  contend(unnamed, 20'000);
-  EXPECT_TRUE(slowAcquires.empty());
-  EXPECT_TRUE(longHolds.empty());
-}
-
-TEST_F(Reports, ATimedPortableMutexWarns) {
-  PortableMutex mutex("timed", 1, 1);
-  contend(mutex, 20'000);
-  ASSERT_GE(slowAcquires.size(), 1U);  // on a slow machine a lock takes a microsecond even without contention
-  EXPECT_EQ(slowAcquires[0].mutex, "timed");
-  ASSERT_GE(longHolds.size(), 1U);
-  EXPECT_EQ(longHolds[0].mutex, "timed");
-}
-
 // Lets a thread, named "waiter", wait for the mutex and then hold it, each for exactly the given time of the clock.
-void waitAndHold(TimedMutex& mutex, std::int64_t waited, std::int64_t held) {
+void waitAndHold(Lockable& mutex, std::int64_t waited, std::int64_t held) {
   constexpr std::int64_t start = 1'000'000'000;
   WallClock clock(start);
   std::thread waiter;
@@ -241,34 +151,83 @@ void waitAndHold(TimedMutex& mutex, std::int64_t waited, std::int64_t held) {
   waiter.join();
 }
 
-TEST_F(Reports, OnlyTimesAboveTheThresholdAreReported) {
+TEST_F(Reports, TheMutexIsFreeAgainWhenALongHoldIsReported) {
+  static TimedMutex mutex("free", kNever, 1'000);
+  static int reports = 0;
+  setLongHoldReport([](const char*, const char*, std::int64_t, std::int64_t) {
+    ++reports;
+    EXPECT_EQ(mutex.acquiredAt(), 0);
+    setLongHoldReport(recordLongHold);
+    const ScopedLock again(mutex);  // would block forever if the mutex were held
+  });
+  waitAndHold(mutex, 0, 5'000);
+  EXPECT_EQ(reports, 1);
+}
+
+TEST_F(Reports, APortableMutexIsTimedWhenBothThresholdsAreAtLeastOne) {
+  const struct {
+    std::int64_t acquire, hold;
+    bool timed;
+  } cases[] = {{1, 1, true},  {100, 100, true}, {0, 100, false}, {100, 0, false},
+               {0, 0, false}, {-5, 100, false}, {100, -5, false}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(PortableMutex("m", c.acquire, c.hold).isTimed(), c.timed) << c.acquire << " " << c.hold;
+  }
+  EXPECT_FALSE(PortableMutex().isTimed());
+}
+
+TEST_F(Reports, APlainPortableMutexNeverWarns) {
+  PortableMutex belowTheLeastThreshold("plain", 0, 100);
+  PortableMutex unnamed;
+  for (PortableMutex* mutex : {&belowTheLeastThreshold, &unnamed}) {
+    std::atomic<bool> isHeld{false};
+    std::thread holder([&] {
+      const ScopedLock lock(*mutex);
+      isHeld = true;
+      ::usleep(20'000);
+    });
+    while (!isHeld) ::usleep(100);
+    { const ScopedLock lock(*mutex); }
+    holder.join();
+  }
+  EXPECT_THAT(slowAcquires, IsEmpty());
+  EXPECT_THAT(longHolds, IsEmpty());
+}
+
+TEST_F(Reports, ATimedPortableMutexWarns) {
+  PortableMutex mutex("timed", 1, 1);
+  waitAndHold(mutex, 20'000, 20'000);
+  const std::string byTheWaiter = report("timed", "waiter", 1, 20'000);
+  EXPECT_THAT(slowAcquires, ElementsAre(byTheWaiter));
+  EXPECT_THAT(longHolds, UnorderedElementsAre(byTheWaiter, report("timed", getThreadName(), 1, 20'000)));
+}
+
+TEST_F(Reports, OnlyTimesAboveTheThresholdAreReportedWithTheNameOfTheThread) {
   const struct {
     std::int64_t threshold, micros;
-    bool isReported;
-  } cases[] = {{100, 99, false}, {100, 100, false}, {100, 101, true}, {0, 0, false}, {0, 1, true}, {-7, 1, true}};
+    std::vector<std::string> reports;
+  } cases[] = {
+      {100, 99, {}},
+      {100, 100, {}},
+      {100, 101, {"m, waiter: 101 over 100"}},
+      {0, 0, {}},
+      {0, 1, {"m, waiter: 1 over 0"}},
+      {-7, 1, {"m, waiter: 1 over 0"}},
+      {0, -500, {}},  // the clock is set back
+  };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.micros << " over " << c.threshold);
     slowAcquires.clear();
     longHolds.clear();
-    TimedMutex slow("slow", c.threshold, kNever);
+    TimedMutex slow("m", c.threshold, kNever);
     waitAndHold(slow, c.micros, 0);
-    ASSERT_EQ(slowAcquires.size(), c.isReported ? 1U : 0U);
-    TimedMutex longHeld("long", kNever, c.threshold);
+    EXPECT_EQ(slowAcquires, c.reports);
+    EXPECT_THAT(longHolds, IsEmpty());
+    TimedMutex longHeld("m", kNever, c.threshold);
     waitAndHold(longHeld, 0, c.micros);
-    ASSERT_EQ(longHolds.size(), c.isReported ? 1U : 0U);
-    if (!c.isReported) continue;
-    const Report expectedAcquire = {"slow", "waiter", std::max<std::int64_t>(c.threshold, 0), c.micros};
-    const Report expectedHold = {"long", "waiter", std::max<std::int64_t>(c.threshold, 0), c.micros};
-    EXPECT_EQ(slowAcquires[0], expectedAcquire);
-    EXPECT_EQ(longHolds[0], expectedHold);
+    EXPECT_EQ(slowAcquires, c.reports);
+    EXPECT_EQ(longHolds, c.reports);
   }
-}
-
-TEST_F(Reports, AClockThatIsSetBackReportsNothing) {
-  TimedMutex mutex("m", 0, 0);
-  waitAndHold(mutex, -500, -500);
-  EXPECT_TRUE(slowAcquires.empty());
-  EXPECT_TRUE(longHolds.empty());
 }
 
 TEST_F(Reports, ASlowAcquisitionIsReportedWhileTheMutexIsHeld) {
@@ -303,22 +262,25 @@ std::string linesOf(TimedMutex& mutex, std::int64_t waited, std::int64_t held) {
 
 TEST(DefaultReports, WriteOneLineOfWholeMillisecondsToStandardError) {
   const struct {
+    const char* name;
     std::int64_t micros;
-    const char* millis;
-  } cases[] = {{1, "0"}, {999, "0"}, {1'000, "1"}, {61'999, "61"}, {3'600'000'000, "3600000"}};
+    std::string shownName, millis;
+  } cases[] = {
+      {"slow 100%s", 1, "slow 100%s", "0"},
+      {"slow 100%s", 999, "slow 100%s", "0"},
+      {"slow 100%s", 1'000, "slow 100%s", "1"},
+      {"slow 100%s", 61'999, "slow 100%s", "61"},
+      {"slow 100%s", 3'600'000'000, "slow 100%s", "3600000"},
+      {nullptr, 2'000, "<unnamed mutex>", "2"},
+  };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.micros);
-    TimedMutex slow("slow 100%s", 0, INT64_MAX);
+    SCOPED_TRACE(c.shownName + " " + c.millis);
+    TimedMutex slow(c.name, 0, INT64_MAX);
     EXPECT_EQ(linesOf(slow, c.micros, 0),
-              std::string("lock contention warning, 'slow 100%s' took ") + c.millis + "ms to acquire\n");
-    TimedMutex longHeld("slow 100%s", INT64_MAX, 0);
-    EXPECT_EQ(linesOf(longHeld, 0, c.micros), std::string("lock warning, 'slow 100%s' held for ") + c.millis + "ms\n");
+              "lock contention warning, '" + c.shownName + "' took " + c.millis + "ms to acquire\n");
+    TimedMutex longHeld(c.name, INT64_MAX, 0);
+    EXPECT_EQ(linesOf(longHeld, 0, c.micros), "lock warning, '" + c.shownName + "' held for " + c.millis + "ms\n");
   }
-}
-
-TEST(DefaultReports, NameAnUnnamedMutex) {
-  TimedMutex mutex(nullptr, INT64_MAX, 0);
-  EXPECT_EQ(linesOf(mutex, 0, 2'000), "lock warning, '<unnamed mutex>' held for 2ms\n");
 }
 
 TEST_F(Reports, NullBringsBackTheDefaults) {
@@ -328,8 +290,8 @@ TEST_F(Reports, NullBringsBackTheDefaults) {
   EXPECT_EQ(linesOf(slow, 5'000, 0), "lock contention warning, 'm' took 5ms to acquire\n");
   TimedMutex longHeld("m", INT64_MAX, 0);
   EXPECT_EQ(linesOf(longHeld, 0, 5'000), "lock warning, 'm' held for 5ms\n");
-  EXPECT_TRUE(slowAcquires.empty());
-  EXPECT_TRUE(longHolds.empty());
+  EXPECT_THAT(slowAcquires, IsEmpty());
+  EXPECT_THAT(longHolds, IsEmpty());
 }
 
 TEST(OwnedMutex, KnowsItsHolder) {
@@ -354,23 +316,6 @@ TEST(ScopedOwnedLock, DoesNotTouchALockThatItsThreadHolds) {
     EXPECT_TRUE(mutex.isHeldByThisThread());
   }
   EXPECT_FALSE(mutex.isHeldByThisThread());
-}
-
-TEST(OwnedMutex, AdmitsOneThreadAtATimeHoweverLongItIsHeld) {
-  OwnedMutex mutex;
-  int inside = 0;  // guarded by the mutex
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&] {
-      for (int i = 0; i < 20; ++i) {
-        const ScopedLock lock(mutex);
-        EXPECT_EQ(++inside, 1);
-        if (i % 5 == 0) ::usleep(500);
-        --inside;
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
 }
 
 }  // namespace

@@ -10,13 +10,15 @@
 #include <csignal>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "base/text/TimeUtils.h"
 
 // Replaces the system's calls for sleeps and thread names, so that a test can watch them or make them fail.
 namespace {
-thread_local std::vector<timespec>* recordedSleeps = nullptr;
+using Sleeps = std::vector<std::pair<time_t, long>>;  // seconds and nanoseconds
+thread_local Sleeps* recordedSleeps = nullptr;
 thread_local int refusedSleeps = 0;
 thread_local bool namesFail = false;
 thread_local std::vector<std::string>* recordedNames = nullptr;
@@ -24,7 +26,7 @@ thread_local std::vector<std::string>* recordedNames = nullptr;
 
 extern "C" int nanosleep(const struct timespec* length, struct timespec* left) {
   if (recordedSleeps != nullptr) {
-    recordedSleeps->push_back(*length);
+    recordedSleeps->emplace_back(length->tv_sec, length->tv_nsec);
     errno = EINVAL;
     return refusedSleeps > 0 && refusedSleeps-- > 0 ? -1 : 0;
   }
@@ -47,40 +49,28 @@ extern "C" int pthread_getname_np(pthread_t, char* name, std::size_t) {
 
 namespace {
 
-template <typename Body>
-void onOwnThread(Body body) {
-  std::thread thread(body);
-  thread.join();
-}
-
-TEST(ThreadName, IsReadBackAsSet) {
-  onOwnThread([] {
-    setThreadName("logging_output");
-    EXPECT_EQ(getThreadName(), "logging_output");
-    setThreadName("123456789012345");
-    EXPECT_EQ(getThreadName(), "123456789012345");
-  });
-}
-
-TEST(ThreadName, ALongerNameThanFifteenBytesIsRefusedSilently) {
-  onOwnThread([] {
-    setThreadName("kept");
-    setThreadName("1234567890123456");
-    EXPECT_EQ(getThreadName(), "kept");
-  });
-}
-
-TEST(ThreadName, AnEmptyNameMeansANameThatTheSystemRefuses) {
-  onOwnThread([] {
-    setThreadName("kept");
-    std::vector<std::string> names;
-    recordedNames = &names;
-    setThreadName("");
-    setThreadName(nullptr);
-    recordedNames = nullptr;
-    EXPECT_EQ(names, (std::vector<std::string>{"<anonymous thread>", "<anonymous thread>"}));
-    EXPECT_EQ(getThreadName(), "kept");
-  });
+TEST(ThreadName, IsReadBackAsSetUnlessTheSystemRefusesIt) {
+  const struct {
+    const char *why, *name, *asked, *readBack;
+  } cases[] = {
+      {"a short name", "logging_output", "logging_output", "logging_output"},
+      {"fifteen bytes", "123456789012345", "123456789012345", "123456789012345"},
+      {"a longer name is refused silently", "1234567890123456", "1234567890123456", "kept"},
+      {"an empty name means a name that the system refuses", "", "<anonymous thread>", "kept"},
+      {"no name means a name that the system refuses", nullptr, "<anonymous thread>", "kept"},
+  };
+  for (const auto& c : cases) {
+    std::thread([&c] {
+      SCOPED_TRACE(c.why);
+      setThreadName("kept");
+      std::vector<std::string> names;
+      recordedNames = &names;
+      setThreadName(c.name);
+      recordedNames = nullptr;
+      EXPECT_EQ(names, std::vector<std::string>{c.asked});
+      EXPECT_EQ(getThreadName(), c.readBack);
+    }).join();
+  }
 }
 
 TEST(ThreadName, ANameThatCannotBeReadIsAnErrorText) {
@@ -92,47 +82,37 @@ TEST(ThreadName, ANameThatCannotBeReadIsAnErrorText) {
 
 TEST(ThreadName, BelongsToTheCallingThreadAlone) {
   const std::string before = getThreadName();
-  onOwnThread([] { setThreadName("another"); });
+  std::thread([] { setThreadName("another"); }).join();
   EXPECT_EQ(getThreadName(), before);
 }
 
-std::vector<timespec> sleepsOf(std::int64_t micros) {
-  std::vector<timespec> sleeps;
+Sleeps sleepsOf(std::int64_t micros) {
+  Sleeps sleeps;
   recordedSleeps = &sleeps;
   sleepMicros(micros);
   recordedSleeps = nullptr;
   return sleeps;
 }
 
-TEST(SleepMicros, SleepsExactlyBelowFiveSecondsAndWholeSecondsFromFiveOn) {
+TEST(SleepMicros, SleepsExactlyBelowFiveSecondsWholeSecondsFromFiveOnAndNeverForZero) {
   const struct {
     std::int64_t micros;
-    time_t seconds;
-    long nanos;
+    Sleeps sleeps;
   } cases[] = {
-      {1, 0, 1'000},
-      {999'999, 0, 999'999'000},
-      {1'000'000, 1, 0},
-      {4'999'999, 4, 999'999'000},
-      {5'000'000, 5, 0},
-      {5'500'000, 5, 0},
-      {5'999'999, 5, 0},
-      {61'000'001, 61, 0},
-      {INT64_MAX, 9'223'372'036'854, 0},
+      {1, {{0, 1'000}}},
+      {999'999, {{0, 999'999'000}}},
+      {1'000'000, {{1, 0}}},
+      {4'999'999, {{4, 999'999'000}}},
+      {5'000'000, {{5, 0}}},
+      {5'500'000, {{5, 0}}},
+      {5'999'999, {{5, 0}}},
+      {61'000'001, {{61, 0}}},
+      {INT64_MAX, {{9'223'372'036'854, 0}}},
+      {0, {}},
+      {-1, {}},
+      {INT64_MIN, {}},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.micros);
-    const std::vector<timespec> sleeps = sleepsOf(c.micros);
-    ASSERT_EQ(sleeps.size(), 1U);
-    EXPECT_EQ(sleeps[0].tv_sec, c.seconds);
-    EXPECT_EQ(sleeps[0].tv_nsec, c.nanos);
-  }
-}
-
-TEST(SleepMicros, ZeroAndNegativeTimesDoNotSleep) {
-  EXPECT_TRUE(sleepsOf(0).empty());
-  EXPECT_TRUE(sleepsOf(-1).empty());
-  EXPECT_TRUE(sleepsOf(INT64_MIN).empty());
+  for (const auto& c : cases) EXPECT_EQ(sleepsOf(c.micros), c.sleeps) << c.micros;
 }
 
 TEST(SleepMicros, AFailedSleepIsNotRetried) {
