@@ -153,7 +153,8 @@ void waitAndHold(Lockable& mutex, std::int64_t waited, std::int64_t held) {
 
 TEST_F(Reports, TheMutexIsFreeAgainWhenALongHoldIsReported) {
   static TimedMutex mutex("free", kNever, 1'000);
-  static int reports = 0;
+  static int reports;
+  reports = 0;  // also if the test is repeated
   setLongHoldReport([](const char*, const char*, std::int64_t, std::int64_t) {
     ++reports;
     EXPECT_EQ(mutex.acquiredAt(), 0);
@@ -232,7 +233,8 @@ TEST_F(Reports, OnlyTimesAboveTheThresholdAreReportedWithTheNameOfTheThread) {
 
 TEST_F(Reports, ASlowAcquisitionIsReportedWhileTheMutexIsHeld) {
   static TimedMutex mutex("m", 0, kNever);
-  static int reports = 0;
+  static int reports;
+  reports = 0;  // also if the test is repeated
   setSlowAcquireReport([](const char*, const char*, std::int64_t, std::int64_t) {
     ++reports;
     EXPECT_NE(mutex.acquiredAt(), 0);
