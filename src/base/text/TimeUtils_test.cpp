@@ -10,7 +10,7 @@
 
 #include "testing/models/TimeModel.h"
 #include "testing/models/WallClock.h"
-#include "testing/models/Zone.h"
+#include "testing/run/Zone.h"
 
 namespace {
 
