@@ -89,7 +89,7 @@ std::string Terminal::upTo(const std::string& text) {
       return std::exchange(shown_, "");
     }
   }
-  const std::string before = shown_.substr(0, at);
+  std::string before = shown_.substr(0, at);
   shown_.erase(0, at + text.size());
   return before;
 }
