@@ -217,23 +217,23 @@ std::int64_t parseIsoTime(std::string_view text) {
   return read == 6 ? compose(fields) : 0;
 }
 
-std::string dayStamp(std::string_view prefix, std::string_view suffix, std::int64_t micros) {
+std::string dayStamp(TextOrNull prefix, TextOrNull suffix, std::int64_t micros) {
   return StringUtils::concatenate({prefix, dayText(fieldsOrNow(micros)), suffix});
 }
 
-std::string hourStamp(std::string_view prefix, std::string_view suffix, std::int64_t micros) {
+std::string hourStamp(TextOrNull prefix, TextOrNull suffix, std::int64_t micros) {
   return StringUtils::concatenate({prefix, hourText(fieldsOrNow(micros)), suffix});
 }
 
-std::string minuteStamp(std::string_view prefix, std::string_view suffix, std::int64_t micros) {
+std::string minuteStamp(TextOrNull prefix, TextOrNull suffix, std::int64_t micros) {
   return StringUtils::concatenate({prefix, minuteText(fieldsOrNow(micros)), suffix});
 }
 
-std::string secondStamp(std::string_view prefix, std::string_view suffix, std::int64_t micros) {
+std::string secondStamp(TextOrNull prefix, TextOrNull suffix, std::int64_t micros) {
   return StringUtils::concatenate({prefix, secondText(fieldsOrNow(micros)), suffix});
 }
 
-std::int64_t parseDuration(std::string_view text) {
+std::int64_t parseDuration(TextOrNull text) {
   text = text.substr(0, text.find('\0'));
   std::size_t at = 0;
   const std::int64_t count = StringUtils::leadingInt64(text, &at);

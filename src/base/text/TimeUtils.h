@@ -15,6 +15,8 @@
 #include <string>
 #include <string_view>
 
+#include "base/text/TextOrNull.h"
+
 namespace TimeUtils {
 
 constexpr std::int64_t microsPerSecond = 1'000'000;
@@ -65,16 +67,16 @@ std::string formatTime(std::int64_t micros, bool withMicros, char separator);
 std::int64_t parseIsoTime(std::string_view text);
 
 // Time stamps for file names, such as "20250302", "20250302-13", "20250302-1305" and "20250302-130507", with a prefix
-// before and a suffix behind them. The time 0 means now.
-std::string dayStamp(std::string_view prefix, std::string_view suffix, std::int64_t micros = 0);
-std::string hourStamp(std::string_view prefix, std::string_view suffix, std::int64_t micros = 0);
-std::string minuteStamp(std::string_view prefix, std::string_view suffix, std::int64_t micros = 0);
-std::string secondStamp(std::string_view prefix, std::string_view suffix, std::int64_t micros = 0);
+// before and a suffix behind them. A null pointer is no prefix or suffix. The time 0 means now.
+std::string dayStamp(TextOrNull prefix, TextOrNull suffix, std::int64_t micros = 0);
+std::string hourStamp(TextOrNull prefix, TextOrNull suffix, std::int64_t micros = 0);
+std::string minuteStamp(TextOrNull prefix, TextOrNull suffix, std::int64_t micros = 0);
+std::string secondStamp(TextOrNull prefix, TextOrNull suffix, std::int64_t micros = 0);
 
 // Parses a duration such as "10 s", "-5 sec", "10minutes" or "2 days and more" into microseconds. The unit is required:
-// a number without one gives 0, and so does any text that is not understood. Text behind the unit and a blank is
-// ignored.
-std::int64_t parseDuration(std::string_view text);
+// a number without one gives 0, and so do a null pointer and any text that is not understood. Text behind the unit and
+// a blank is ignored.
+std::int64_t parseDuration(TextOrNull text);
 // Formats a duration in the largest unit that fits it, rounded toward zero: "0 seconds", "1 sec", "90 secs", "2 mins",
 // "1500 usecs", "25 hrs", "10 days". The unit "ms" has no plural form.
 std::string formatDuration(std::int64_t micros);

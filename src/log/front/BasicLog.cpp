@@ -128,7 +128,7 @@ const char* loglevel_fullname(Level level) { return recordOf(level, "loglevel_fu
 
 int loglevel_to_syslog(Level level) { return recordOf(level, "loglevel_to_syslog").syslogPriority; }
 
-bool parseLogLevel(std::string_view text, Level& level) {
+bool parseLogLevel(TextOrNull text, Level& level) {
   text = StringUtils::trim(text, StringUtils::TrimSet::blanks);
   for (const LevelRecord& record : levelRecords) {
     if (!StringUtils::startsWithIgnoreCase(text, record.shortName)) continue;
@@ -146,7 +146,7 @@ bool parseLogLevel(std::string_view text, Level& level) {
   return false;
 }
 
-Level parseLogLevel(std::string_view text) {
+Level parseLogLevel(TextOrNull text) {
   Level level = Level::info;
   (void)parseLogLevel(text, level);  // stores info if the text names no level
   return level;
@@ -154,14 +154,14 @@ Level parseLogLevel(std::string_view text) {
 
 // --- Loggers
 
-Logger& getLogger(std::string_view name) {
+Logger& getLogger(TextOrNull name) {
   const ErrnoGuard guard;
   LoggerKeeper* keeper = usableKeeper();
   Logger* logger = keeper == nullptr ? nullptr : keeper->getLogger(name);
   return logger == nullptr ? strayLogger() : *logger;
 }
 
-Logger* findLogger(std::string_view name) {
+Logger* findLogger(TextOrNull name) {
   LoggerKeeper* keeper = usableKeeper();
   return keeper == nullptr ? nullptr : keeper->findLogger(name);
 }
@@ -217,7 +217,7 @@ void Entry::open(const Logger& logger, Level level, std::string_view text, std::
   input_ = &logger.input();
 }
 
-void Entry::add(std::string_view key, std::string_view value) {
+void Entry::add(TextOrNull key, TextOrNull value) {
   if (!message_) return;
   const ErrnoGuard guard;
   message_->add(key, value);

@@ -29,6 +29,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/text/TextOrNull.h"
 #include "log/front/Level.h"
 #include "log/front/LogMessage.h"
 
@@ -45,15 +46,15 @@ const char* loglevel_shortname(Level level);
 const char* loglevel_fullname(Level level);
 int loglevel_to_syslog(Level level);
 
-// Returns the level that a text names, or info if it names none. Leading and trailing whitespace is trimmed, and case
-// is ignored. The trimmed text names a level if
+// Returns the level that a text names, or info if it names none. A null pointer names none. Leading and trailing
+// whitespace is trimmed, and case is ignored. The trimmed text names a level if
 // - it begins with a short name, or
 // - it begins with a full or alternate name, after an optional "[", and the name is followed by the end of the text, a
 //   blank or "]".
 // So "[error] disk full" is error. FATAL, PANIC, EMERG, EMERGENCY, CRITICAL and ALERT are all fatal.
-Level parseLogLevel(std::string_view text);
+Level parseLogLevel(TextOrNull text);
 // Stores that level in `level`. Returns true if the text names a level.
-bool parseLogLevel(std::string_view text, Level& level);
+bool parseLogLevel(TextOrNull text, Level& level);
 
 // --- Messages (see LogMessage.h)
 
@@ -101,12 +102,13 @@ constexpr char threadUtilsLogger[] = "ThreadUtils";  // asynchronous tasks
 
 // Returns the logger of that name. The first call for a name creates the logger, with the default level as threshold.
 // The name may be the path of a source file: everything up to the last "/" and the ending of a C or C++ source are
-// removed, so "/src/ProfileControl.cpp" means "ProfileControl". An empty name means "<anonymous logger>".
+// removed, so "/src/ProfileControl.cpp" means "ProfileControl". An empty name or a null pointer means
+// "<anonymous logger>".
 // If the logger cannot be created, getLogger reports a failed assertion. If that report returns, getLogger returns a
 // logger that is not part of the log and drops its entries.
-Logger& getLogger(std::string_view name);
+Logger& getLogger(TextOrNull name);
 // Returns the logger of exactly that name, or null if there is none. Creates no logger.
-Logger* findLogger(std::string_view name);
+Logger* findLogger(TextOrNull name);
 // Appends the names of all loggers to `names`, in the order in which the loggers were created.
 void listLoggers(std::vector<std::string>& names);
 
@@ -124,10 +126,10 @@ void setSyncProcessor(LogMessageProcessor* processor);
 // --- Entries
 
 // A handle that builds an entry and submits it at the end of its scope. Below the logger's threshold the handle is
-// empty: no entry is built, and the functions that add parameters do nothing.
+// empty: no entry is built, and the functions that add parameters do nothing. A null pointer counts as the empty text.
 class Entry {
  public:
-  Entry(const Logger& logger, Level level, std::string_view text, std::string_view file, std::string_view function) {
+  Entry(const Logger& logger, Level level, TextOrNull text, TextOrNull file, TextOrNull function) {
     if (logger.isEnabled(level)) open(logger, level, text, file, function);
   }
   Entry(Entry&& other) noexcept = default;
@@ -141,7 +143,7 @@ class Entry {
   bool isEmpty() const { return !message_; }
 
   // Each function appends one key=value pair, except addErrno, which appends two.
-  void add(std::string_view key, std::string_view value);
+  void add(TextOrNull key, TextOrNull value);
   void addNumber(std::string_view key, std::int64_t value);                         // decimal
   void addHex(std::string_view key, std::uint32_t value);                           // lower-case hexadecimal
   void addBool(std::string_view key, bool value);                                   // "true" or "false"

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "base/tasks/AsyncTask.h"
+#include "base/text/TextOrNull.h"
 
 namespace zuvsvc {
 
@@ -33,9 +34,9 @@ class ActorInterface {
   virtual void shutdown() = 0;
   // Changes the state from stopping to stopped. In any other state it does nothing.
   virtual void stateStep() = 0;
-  // Stores a setting. If it returns unknownKey, nothing has changed.
-  virtual ConfigResult setConfig(std::string_view key, std::string_view text) = 0;
-  virtual ConfigResult setConfig(std::string_view key, std::int64_t value) = 0;
+  // Stores a setting. A null pointer is the empty text. If it returns unknownKey, nothing has changed.
+  virtual ConfigResult setConfig(TextOrNull key, TextOrNull text) = 0;
+  virtual ConfigResult setConfig(TextOrNull key, std::int64_t value) = 0;
   // Returns true if the settings are complete. Logs which one is missing.
   virtual bool verifyConfig() = 0;
   // Returns the named interface of this actor, or null. The interface lives as long as the actor. interfaceOf returns
@@ -61,8 +62,8 @@ class Actor : public ActorInterface, public AsyncTask {
   bool startup() override { return asyncStartup(); }
   void shutdown() override { asyncShutdown(); }
   void stateStep() override { (void)isStopped(); }  // isStopped changes the state
-  ConfigResult setConfig(std::string_view key, std::string_view text) override;
-  ConfigResult setConfig(std::string_view key, std::int64_t value) override;
+  ConfigResult setConfig(TextOrNull key, TextOrNull text) override;
+  ConfigResult setConfig(TextOrNull key, std::int64_t value) override;
   bool verifyConfig() override { return true; }
   void* getInterface(std::string_view wanted) override;
   // Returns the actor's own name. A subclass may return the name of its kind instead.

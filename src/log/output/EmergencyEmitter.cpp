@@ -20,7 +20,6 @@ void EmergencyEmitter::write(BasicLog::Level, const std::string& header, const s
 void LogOutput::emergencyFlush() {
   {
     const ScopedOwnedLock lock(emittersMutex_);
-    if (lock.wasHeld()) endBatch();  // called by an emitter: end the batch of the emitters that are replaced
     emitters_.assign(1, &EmergencyEmitter::instance());
   }
   flush();

@@ -34,11 +34,6 @@ class Emitter {
   // Writes one entry. A failure is never reported to the code that logged the entry.
   virtual void write(Level level, const std::string& header, const std::string& body) = 0;
   virtual const char* name() const = 0;
-
-  // The log calls these before and after each batch of at most 20 entries. An emitter may hold back what it writes
-  // until endBatch.
-  virtual void beginBatch() {}
-  virtual void endBatch() {}
 };
 
 // A second interface, which emitters that write to files have.

@@ -95,9 +95,8 @@ void LogOutput::removeEmitter(Emitter* emitter) {
   const ScopedOwnedLock lock(emittersMutex_);
   if (!lock.wasHeld()) {
     emitters_.erase(std::remove(emitters_.begin(), emitters_.end(), emitter), emitters_.end());
-  } else if (std::count(emitters_.begin(), emitters_.end(), emitter) != 0) {
+  } else {
     std::replace(emitters_.begin(), emitters_.end(), emitter, static_cast<Emitter*>(nullptr));
-    emitter->endBatch();  // the end of this batch will not call it
   }
 }
 
@@ -117,19 +116,12 @@ std::size_t LogOutput::drainBatch() {
   const std::size_t count = queue_.popMany(batch);
   if (count == 0) return 0;
   const EmittingScope scope(zoneOffset_.micros());
-  beginBatch();
   for (std::size_t i = 0; i < count; ++i) emit(*batch[i]);
-  endBatch();
+  forgetRemovedEmitters();
   return count;
 }
 
-// This loop and those below use an index, because an emitter may add emitters to the list.
-void LogOutput::beginBatch() {
-  for (std::size_t i = 0; i < emitters_.size(); ++i) {
-    if (emitters_[i] != nullptr) emitters_[i]->beginBatch();
-  }
-}
-
+// The loop uses an index, because an emitter may add emitters to the list.
 void LogOutput::emit(const LogMessage& message) {
   BasicLog::emitContext() = {true, message.isFromEmitter, zoneOffset_.micros()};
   for (std::size_t i = 0; i < emitters_.size(); ++i) {
@@ -137,9 +129,6 @@ void LogOutput::emit(const LogMessage& message) {
   }
 }
 
-void LogOutput::endBatch() {
-  for (std::size_t i = 0; i < emitters_.size(); ++i) {
-    if (emitters_[i] != nullptr) emitters_[i]->endBatch();
-  }
+void LogOutput::forgetRemovedEmitters() {
   emitters_.erase(std::remove(emitters_.begin(), emitters_.end(), static_cast<Emitter*>(nullptr)), emitters_.end());
 }

@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <utility>
@@ -12,6 +11,7 @@
 #include "base/files/DirectoryEntries.h"
 #include "base/files/DirectoryListing.h"
 #include "base/files/FileAccess.h"
+#include "base/system/RawWrite.h"
 #include "base/text/StringUtils.h"
 #include "base/text/TimeUtils.h"
 #include "log/output/Emitter.h"
@@ -25,7 +25,7 @@ constexpr char ending[] = ".log";
 
 struct Naming {
   std::int64_t interval;
-  std::string (*stamp)(std::string_view prefix, std::string_view suffix, std::int64_t micros);
+  std::string (*stamp)(TextOrNull prefix, TextOrNull suffix, std::int64_t micros);
 };
 
 constexpr Naming namings[] = {
@@ -58,17 +58,6 @@ UniqueFd openForAppending(const std::string& path) {
   return fd;
 }
 
-// Writes the text and returns how many bytes were written before the first failure.
-std::size_t writeSome(int fd, std::string_view text) {
-  std::size_t written = 0;
-  while (written < text.size()) {
-    const ssize_t count = uninterrupted([&] { return ::write(fd, text.data() + written, text.size() - written); });
-    if (count <= 0) break;
-    written += static_cast<std::size_t>(count);
-  }
-  return written;
-}
-
 }  // namespace
 
 // --- RotatedFile
@@ -77,7 +66,6 @@ bool RotatedFile::enterPeriod(std::int64_t localTicks) {
   if (!hasValidInterval()) return false;
   const std::int64_t start = startOfPeriod(localTicks, interval);
   if (hasPeriod_ && start == periodStart_) return false;
-  writeHeld();
   closeFile();
   hasPeriod_ = true;
   periodStart_ = start;
@@ -91,7 +79,6 @@ void RotatedFile::closeFile() {
 
 bool RotatedFile::openFile() {
   if (fd_.isOpen()) return true;
-  if (!hasValidInterval()) return false;               // the setting may have changed since a line was held
   (void)FileUtils::makeDir(directory, directoryMode);  // if this fails, the open fails too
   const std::string name = nameOf(interval, prefix, periodStart_);
   const std::string path = StringUtils::joinPath({directory, name});
@@ -101,42 +88,24 @@ bool RotatedFile::openFile() {
 }
 
 void RotatedFile::append(std::string_view header, std::string_view body) {
-  if (!hasPeriod_ || !hasValidInterval()) return;
-  BasicLog::appendSanitisedLine(held_, header, body);
-  held_ += '\n';
-  heldEnds_.push_back(held_.size());
-  if (!isHolding_) writeHeld();
-}
-
-void RotatedFile::release() {
-  isHolding_ = false;
-  writeHeld();
-}
-
-void RotatedFile::writeHeld() {
-  std::size_t from = 0;
-  while (from < held_.size()) {
-    const std::string_view unwritten = std::string_view(held_).substr(from);
-    const std::size_t reached = from + (openFile() ? writeSome(fd_.get(), unwritten) : 0);
-    if (reached == held_.size()) break;
-    closeFile();
-    from = *std::upper_bound(heldEnds_.begin(), heldEnds_.end(), reached);  // loses the line whose write failed
-  }
-  held_.clear();
-  heldEnds_.clear();
+  if (!hasPeriod_ || !hasValidInterval() || !openFile()) return;
+  line_.clear();
+  BasicLog::appendSanitisedLine(line_, header, body);
+  line_ += '\n';
+  if (!writeFully(fd_.get(), line_)) closeFile();
 }
 
 // --- Old files
 
 namespace {
 
+// Counts the time of a file in whole seconds, and the cut-off in microseconds.
 bool isOutdated(const std::string& path, std::int64_t cutOff) {
   struct stat info = {};
   if (::lstat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
-  // Compares seconds and microseconds separately: the time of a file may be too large for 64 bits of microseconds.
-  using Moment = std::pair<std::int64_t, std::int64_t>;
+  // Compares seconds first: the time of a file may be too large for 64 bits of microseconds.
   const timeval limit = TimeUtils::toTimeval(cutOff);
-  return Moment(info.st_mtim.tv_sec, info.st_mtim.tv_nsec / 1'000) < Moment(limit.tv_sec, limit.tv_usec);
+  return info.st_mtim.tv_sec < limit.tv_sec || (info.st_mtim.tv_sec == limit.tv_sec && limit.tv_usec > 0);
 }
 
 void logRemoval(const std::string& path) {

@@ -16,11 +16,9 @@
 // Threads: the class does not lock; its owner does.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "base/system/UniqueFd.h"
 
@@ -34,19 +32,14 @@ class RotatedFile {
   // An interval below one millisecond is invalid, and then nothing is written.
   bool hasValidInterval() const { return interval > 999; }
 
-  // Enters the period that contains `localTicks`. Returns true if that is not the current period; then it has written
-  // the lines that were held and closed the file.
+  // Enters the period that contains `localTicks`. Returns true if that is not the current period; then it has closed
+  // the file.
   bool enterPeriod(std::int64_t localTicks);
 
-  // Writes header, blank and body as one sanitised line (see Emitter.h) to the file of the period. Opens the file if it
-  // is not open. If a line cannot be written, the line is lost and the file is closed, so that the next line opens it
-  // again. Writes nothing before the first period and while the interval is invalid.
+  // Writes header, blank and body as one sanitised line (see Emitter.h) to the file of the period, without a buffer.
+  // Opens the file if it is not open. If the line cannot be written, it is lost and the file is closed, so that the
+  // next line opens it again. Writes nothing before the first period and while the interval is invalid.
   void append(std::string_view header, std::string_view body);
-
-  // Between hold and release, lines are held. release writes them together. A line that cannot be written does not
-  // prevent the next lines from being written.
-  void hold() { isHolding_ = true; }
-  void release();
 
   // Returns the name of the open file without its directory, or an empty text if no file is open.
   const std::string& fileName() const { return fileName_; }
@@ -54,19 +47,16 @@ class RotatedFile {
  private:
   bool openFile();
   void closeFile();
-  void writeHeld();
 
   bool hasPeriod_ = false;
   std::int64_t periodStart_ = 0;  // local ticks
   UniqueFd fd_;
   std::string fileName_;
-  bool isHolding_ = false;
-  std::string held_;
-  std::vector<std::size_t> heldEnds_;  // where each held line ends
+  std::string line_;  // kept from line to line for its memory
 };
 
-// Removes every regular file of the directory whose name begins with `prefix` and whose last change is more than 30
-// days before `nowMicros`. `nowMicros` is the time of the wall clock, although file names contain local ticks; that is
-// deliberate. Logs each file before it removes it. If `directory` or `prefix` is empty, nothing is removed. A file that
-// cannot be removed is ignored.
+// Removes every regular file of the directory whose name begins with `prefix` and whose last change, counted in whole
+// seconds, is more than 30 days before `nowMicros`. `nowMicros` is the time of the wall clock, although file names
+// contain local ticks; that is deliberate. Logs each file before it removes it. If `directory` or `prefix` is empty,
+// nothing is removed. A file that cannot be removed is ignored.
 void scrub_old_files(const std::string& directory, const std::string& prefix, std::int64_t nowMicros);

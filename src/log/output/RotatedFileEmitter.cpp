@@ -4,7 +4,7 @@
 
 using zuvsvc::ConfigResult;
 
-ConfigResult RotatedFileEmitterActor::setConfig(std::string_view key, std::string_view text) {
+ConfigResult RotatedFileEmitterActor::setConfig(TextOrNull key, TextOrNull text) {
   const ScopedLock lock(mutex_);
   if (key == "interval") {
     file_.interval = TimeUtils::parseDuration(text);
@@ -54,16 +54,6 @@ void RotatedFileEmitterActor::write(BasicLog::Level, const std::string& header, 
   scrub(now);
   const ScopedLock lock(mutex_);
   file_.append(header, body);
-}
-
-void RotatedFileEmitterActor::beginBatch() {
-  const ScopedLock lock(mutex_);
-  file_.hold();
-}
-
-void RotatedFileEmitterActor::endBatch() {
-  const ScopedLock lock(mutex_);
-  file_.release();
 }
 
 std::string RotatedFileEmitterActor::currentFileName() const {

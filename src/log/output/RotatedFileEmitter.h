@@ -10,8 +10,8 @@
 // - "interval": a duration such as "1 day". It must be at least one millisecond, or else every entry is dropped.
 // - "prefix": the beginning of the file names.
 // - "dir": the directory of the files.
-// The first entry of each period also removes outdated files from the directory. The entries of a batch are written at
-// the end of the batch. An entry that is emitted outside a batch is written at once.
+// The first entry of each period also removes outdated files from the directory. Each entry is in the file, by a write
+// of its own, when write() returns, so a crash of the process loses no entry that was emitted.
 // Threads: every function may be called from any thread.
 class RotatedFileEmitterActor : public EmitterActor, public BasicLog::FileEmitterInterface {
  public:
@@ -21,14 +21,12 @@ class RotatedFileEmitterActor : public EmitterActor, public BasicLog::FileEmitte
       : EmitterActor(request), clock_(clock) {}
 
   using Actor::setConfig;
-  zuvsvc::ConfigResult setConfig(std::string_view key, std::string_view text) override;
+  zuvsvc::ConfigResult setConfig(TextOrNull key, TextOrNull text) override;
   bool verifyConfig() override;
   void* getInterface(std::string_view wanted) override;
 
   void write(BasicLog::Level level, const std::string& header, const std::string& body) override;
   const char* name() const override { return "RotatedFileEmitter"; }
-  void beginBatch() override;
-  void endBatch() override;
 
   std::string currentFileName() const override;
 

@@ -19,7 +19,7 @@ void logMissing(std::string_view actor, std::string_view field) {
 
 }  // namespace
 
-ConfigResult SyslogEmitterActor::setConfig(std::string_view key, std::string_view text) {
+ConfigResult SyslogEmitterActor::setConfig(TextOrNull key, TextOrNull text) {
   if (key != subsystemKey && key != categoryKey) return ConfigResult::unknownKey;
   (key == subsystemKey ? subsystem_ : category_) = text;
   return ConfigResult::accepted;

@@ -11,7 +11,7 @@ class SyslogEmitterActor : public EmitterActor {
   using EmitterActor::EmitterActor;
 
   using Actor::setConfig;
-  zuvsvc::ConfigResult setConfig(std::string_view key, std::string_view text) override;
+  zuvsvc::ConfigResult setConfig(TextOrNull key, TextOrNull text) override;
   // Returns false if a setting is missing or empty, and logs "required config field not present" for the first one.
   bool verifyConfig() override;
   void write(BasicLog::Level level, const std::string& header, const std::string& body) override;
