@@ -1,5 +1,6 @@
 #include "base/system/SignalManager.h"
 
+#include <array>
 #include <atomic>
 #include <csignal>
 
@@ -39,24 +40,14 @@ SignalManager::SignalManager() {
 SignalManager::~SignalManager() {
   SignalManager* self = this;
   (void)current.compare_exchange_strong(self, nullptr);  // if this fails, a later manager has taken over
-  for (int signal = 0; signal < signalCount; ++signal) {
-    if (!installed_.test(static_cast<unsigned>(signal))) continue;
-    flagsOf(signal) = 0;
-    (void)::signal(signal, previous_[static_cast<unsigned>(signal)]);
-  }
 }
 
 int SignalManager::install(int signal) {
   if (!isValidSignal(signal)) return -1;
   if ((flagsOf(signal).fetch_or(isInstalled) & isInstalled) != 0) return 0;
-  const Action previous = ::signal(signal, markPending);
-  if (previous == SIG_ERR) {
-    flagsOf(signal).fetch_and(~isInstalled);
-    return -1;
-  }
-  previous_[static_cast<unsigned>(signal)] = previous;
-  installed_.set(static_cast<unsigned>(signal));
-  return 0;
+  if (::signal(signal, markPending) != SIG_ERR) return 0;
+  flagsOf(signal).fetch_and(~isInstalled);
+  return -1;
 }
 
 void SignalManager::dispatch() {

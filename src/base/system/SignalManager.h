@@ -14,14 +14,11 @@
 // Threads: signals may arrive on any thread. install and dispatch must be called from one thread; handle runs on it.
 #pragma once
 
-#include <array>
-#include <bitset>
-
 class SignalManager {
  public:
   SignalManager();
-  // Restores the previous action of every signal that this manager installed. If there are several managers, the one
-  // made last must be destroyed first.
+  // The signals that this manager installed stay caught, deliberately: a signal that arrives late does nothing, instead
+  // of ending the process.
   virtual ~SignalManager();
   SignalManager(const SignalManager&) = delete;
   SignalManager& operator=(const SignalManager&) = delete;
@@ -34,8 +31,4 @@ class SignalManager {
 
  private:
   virtual void handle(int signal) = 0;
-
-  using Action = void (*)(int);
-  std::bitset<32> installed_;          // the signals that this manager catches
-  std::array<Action, 32> previous_{};  // their actions before that
 };
