@@ -1,35 +1,23 @@
 #include "json/TokenPrinter.h"
 
-#include <unistd.h>
-
 #include <cstdio>
 
-#include "base/system/RawWrite.h"
-
-namespace {
-
-constexpr std::size_t pieceSize = 4096;
-
-}  // namespace
-
-TokenPrinter::~TokenPrinter() {
-  (void)finish();  // a caller that needs the result has called finish() itself
-}
-
 bool TokenPrinter::finish() {
-  if (!failed_ && !writeFully(STDOUT_FILENO, unwritten_)) failed_ = true;
-  unwritten_.clear();
+  if (std::fflush(stdout) != 0) failed_ = true;
   return !failed_;
 }
 
+void TokenPrinter::put(std::string_view text) {
+  if (!failed_ && !text.empty() && std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) failed_ = true;
+}
+
 void TokenPrinter::print(std::string_view token) {
-  unwritten_ += token;
-  unwritten_ += ' ';
-  if (unwritten_.size() >= pieceSize) (void)finish();  // failed_ keeps a failure for the next call
+  put(token);
+  put(" ");
 }
 
 void TokenPrinter::onError(std::string_view message) {
-  unwritten_ += "error: ";
+  put("error: ");
   print(message);
 }
 
@@ -47,8 +35,8 @@ void TokenPrinter::onNumber(double number) {
 }
 
 void TokenPrinter::onString(std::string_view text) {
-  unwritten_ += '"';
-  unwritten_ += text;
+  put("\"");
+  put(text);
   print("\"");
 }
 

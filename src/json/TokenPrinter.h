@@ -5,23 +5,20 @@
 // A space follows each token; no newline is printed. Strings are printed unescaped between double quotes. An error is
 // printed as "error: " and its message.
 //
-// The printer buffers its output and writes it to file descriptor 1 directly, not through stdio: whenever 4096 bytes
-// have gathered, and in finish(). A caller that has used stdout must call fflush(stdout) first.
+// The printer prints each token to stdio's standard output when it comes, so tokens and the output of printf appear in
+// their order.
 #pragma once
-
-#include <string>
 
 #include "json/JsonScanner.h"
 
 class TokenPrinter final : public TokenReceiver {
  public:
   TokenPrinter() = default;
-  ~TokenPrinter() override;
   TokenPrinter(const TokenPrinter&) = delete;
   TokenPrinter& operator=(const TokenPrinter&) = delete;
 
-  // Writes the buffered remainder. Returns false if this write or any earlier one failed. After a failed write nothing
-  // more is printed. The destructor calls finish() too, but cannot report a failure.
+  // Flushes standard output. Returns false if this or the output of any token failed. After a failure no further token
+  // is printed. Without a call of finish(), the last tokens may wait in stdio's buffer, and a failure is not reported.
   bool finish();
 
   void onError(std::string_view message) override;
@@ -38,9 +35,9 @@ class TokenPrinter final : public TokenReceiver {
   void onName(std::string_view name) override;
 
  private:
+  void put(std::string_view text);
   void print(std::string_view token);
 
-  std::string unwritten_;
   bool failed_ = false;
 };
 
