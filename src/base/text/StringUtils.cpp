@@ -142,6 +142,13 @@ bool startsWithIgnoreCase(std::string_view text, std::string_view prefix) {
   return equalIgnoreCase(text.substr(0, prefix.size()), prefix);
 }
 
+std::string_view withoutWebScheme(std::string_view text) {
+  for (const std::string_view scheme : {"http://", "https://"}) {
+    if (startsWithIgnoreCase(text, scheme)) return text.substr(scheme.size());
+  }
+  return text;
+}
+
 bool hasControlByte(std::string_view text) {
   return std::any_of(text.begin(), text.end(), [](char c) { return byteOf(c) < 32 || byteOf(c) == deleteByte; });
 }

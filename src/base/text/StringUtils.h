@@ -71,6 +71,9 @@ bool hasControlByte(std::string_view text);
 // The text with every byte of 128 and above replaced by one "?". The length does not change.
 std::string plainAscii(std::string_view text);
 
+// The text without a leading "http://" or "https://", in any letter case.
+std::string_view withoutWebScheme(std::string_view text);
+
 // Splits "scheme://host:port/rest" into four outputs, which it clears first.
 // - `scheme` includes the "://".
 // - `host` does not include the brackets of a bracketed host. The search for ":" comes before the search for "/": a

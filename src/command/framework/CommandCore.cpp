@@ -36,8 +36,8 @@ bool OutputMode::take(std::string_view word) {
 
 RavctlCommandInstance::RavctlCommandInstance(const char* method)
     : auth_(Show::hidden),
-      requestID_("requestID", Need::optional, Show::hidden),
-      output_("output", Need::optional, Show::hidden),
+      requestID_("requestID", Need::optional, Show::hidden, {}, ""),  // deliberately without a description
+      output_("output", Need::optional, Show::hidden, {}, ""),
       status_(*this, method) {
   params_.reserve(11);  // the length of the longest list in the catalogue, so that one allocation is enough
   takes({&auth_, &requestID_, &output_});
@@ -101,6 +101,16 @@ Status bind_json_args(RavctlCommandInstance& command, const jsObject* args) {
 
 namespace {
 
+// Sets a parameter word. A parameter may have two keys; the later word counts, so the earlier member is removed.
+void gatherWord(const RavctlCommandInstance& command, std::string_view word, jsObject* args) {
+  const std::string_view key = word.substr(0, word.find('='));
+  const InputParamBase* param = findParam(command.params(), key);
+  if (param != nullptr && !param->hiddenKey().empty()) {
+    json::setMember(args, key == param->name() ? param->hiddenKey() : std::string_view(param->name()), nullptr);
+  }
+  setParameterWord(args, word);
+}
+
 Status gatherWords(RavctlCommandInstance& command, const jsObject* words, std::size_t consumed, jsObject* args) {
   const std::size_t count = json::elementCount(words);
   for (std::size_t i = consumed; i < count; ++i) {
@@ -108,7 +118,7 @@ Status gatherWords(RavctlCommandInstance& command, const jsObject* words, std::s
     if (!json::isString(word)) {
       return Status::error(status::invalidArgument, "parameter not a string", "binding input args");
     }
-    if (!command.mode().take(json::textOf(word))) setParameterWord(args, json::textOf(word));
+    if (!command.mode().take(json::textOf(word))) gatherWord(command, json::textOf(word), args);
   }
   jsObject* name = json::makeArray();
   for (std::size_t i = 0; i < consumed && i < count; ++i) {

@@ -29,7 +29,7 @@ bool InputParamBase::isSatisfied() const { return hasValue() || !isRequired(); }
 
 InputParamBase* findParam(const InputParamList& params, std::string_view key) {
   for (InputParamBase* param : params)
-    if (param->name() == key) return param;
+    if (param->name() == key || (!key.empty() && param->hiddenKey() == key)) return param;
   return nullptr;
 }
 
@@ -106,8 +106,10 @@ bool SingleWordParam::setFromText(const std::string& text) {
 }
 
 bool HelmsorParam::setFromText(const std::string& text) {
-  const std::size_t colon = text.find(':');
-  host_ = text.substr(0, colon);
-  port_ = colon == std::string::npos ? defaultPort : StringUtils::leadingPort(std::string_view(text).substr(colon + 1));
-  return !text.empty() && accept();
+  std::string_view address = StringUtils::withoutWebScheme(text);
+  if (address.size() < text.size()) address = address.substr(0, address.find('/'));
+  const std::size_t colon = address.find(':');
+  host_ = address.substr(0, colon);
+  port_ = colon == std::string_view::npos ? defaultPort : StringUtils::leadingPort(address.substr(colon + 1));
+  return !address.empty() && accept();
 }

@@ -66,6 +66,8 @@ class NamedValueBinder {
 class InputParamBase : public NamedValueBinder {
  public:
   using NamedValueBinder::NamedValueBinder;
+  // A second key of the parameter, which no help shows. It is empty if there is none.
+  std::string_view hiddenKey() const { return hiddenKey_; }
   // Appends the text that usage lines show after "key=". Appends nothing for a parameter that takes no value.
   virtual void appendValueForm(std::string& text) const = 0;
   virtual bool isSingleWord() const;
@@ -74,11 +76,18 @@ class InputParamBase : public NamedValueBinder {
   virtual bool isSatisfied() const;
   // Returns the text that parameter lists show as the type.
   virtual const char* typeDescription() const = 0;
+
+ protected:
+  // Gives the parameter a second key. The text must outlive the parameter.
+  void alsoTakes(std::string_view key) { hiddenKey_ = key; }
+
+ private:
+  std::string_view hiddenKey_;
 };
 
 using InputParamList = std::vector<InputParamBase*>;
 
-// Returns the first parameter with exactly that key, or null.
+// Returns the first parameter with exactly that key or hidden key, or null.
 InputParamBase* findParam(const InputParamList& params, std::string_view key);
 
 // Sets a parameter from a JSON value, according to its kind:
@@ -108,8 +117,9 @@ class TextParam : public InputParamBase {
 
 class StringParam : public TextParam {
  public:
-  StringParam(std::string_view name, Need need, Show show = Show::listed, std::string_view initial = {})
-      : TextParam(name, need, show, "string", "string", initial) {}
+  StringParam(std::string_view name, Need need, Show show = Show::listed, std::string_view initial = {},
+              const char* typeDescription = "string")
+      : TextParam(name, need, show, "string", typeDescription, initial) {}
 };
 
 // A profile selector. `initial` is the third word of the command; a bound value replaces it.
@@ -198,8 +208,10 @@ class SingleWordParam : public InputParamBase {
 
 // The Helmsor address. The host is the text before the first colon; the port is the number whose digits directly follow
 // the colon, or 0 if there are no digits. A number above 65535 gives some port above 65535. Without a colon the whole
-// text is the host and the port is defaultPort. A scheme is not removed.
-// The empty text is rejected, but it nevertheless clears the host and resets the port.
+// text is the host and the port is defaultPort.
+// A leading "http://" or "https://" in any letter case is removed first, and then also everything from the next "/" on:
+// "https://h:1/x" is host "h", port 1. Without a scheme nothing is removed.
+// If no text remains, it is rejected, but it nevertheless clears the host and resets the port.
 class HelmsorParam : public InputParamBase {
  public:
   static constexpr std::int32_t defaultPort = 8096;
