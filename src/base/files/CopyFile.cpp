@@ -35,15 +35,18 @@ Status copyBytes(const OpenedFile& source, const std::string& from, FileWriter& 
   return Status::success();
 }
 
-}  // namespace
+bool openSource(const std::string& from, OpenedFile& source, Access access) {
+  if (access == Access::ofSystem) return openAnyForReading(from, source);
+  // Everybody may read the copy, so nobody else may choose by a link what is copied.
+  return openForReading(AT_FDCWD, from.c_str(), source, Links::ofTrusted);
+}
 
-Status copyFile(const std::string& from, const std::string& to) {
+Status copyWith(const std::string& from, const std::string& to, Access access) {
   if (!isUsablePath(to) || fileSize(from) < 0) return Status::of(status::invalidArgument);
   OpenedFile source;
-  // Everybody may read the copy, so nobody else may choose by a link what is copied.
-  if (!openForReading(AT_FDCWD, from.c_str(), source, Links::ofTrusted)) return copyError(status::openError, from);
+  if (!openSource(from, source, access)) return copyError(status::openError, from);
   FileWriter target;
-  Status s = target.open(to, copyMode);
+  Status s = target.open(to, copyMode, access);
   if (s.isSuccess() ? isSameFile(source.info, target.info()) : leadsTo(to, source.info)) {
     return Status::of(status::invalidArgument);
   }
@@ -56,5 +59,10 @@ Status copyFile(const std::string& from, const std::string& to) {
   s = target.finish();
   return s.isSuccess() ? s : copyError(s.code(), to);
 }
+
+}  // namespace
+
+Status copyFile(const std::string& from, const std::string& to) { return copyWith(from, to, Access::ofSystem); }
+Status copyStoreFile(const std::string& from, const std::string& to) { return copyWith(from, to, Access::ofStore); }
 
 }  // namespace FileUtils

@@ -12,10 +12,13 @@ namespace FileUtils {
 // Copies as many bytes as `from` has when the copy begins. If the file ends earlier, the copy ends there and succeeds.
 // - The copy has mode 0644 whatever the umask. The owner and the times are not copied.
 // - If the copy fails, a destination that did not exist before is removed again.
-// - Only links of Links::ofTrusted are followed, also at `from`: everybody may read the copy, so nobody else may choose
-//   which file is copied.
+// - It does what the system does, with files of every kind and links of anybody.
 // Statuses: "file open", "file read" and "file write", with the path as details and "copyFile" as context. "invalid
 // argument", without details: a path is empty, there is no file at `from`, or both paths lead to the same file.
 Status copyFile(const std::string& from, const std::string& to);
+
+// Copies a file of the store in the same way, with Access::ofStore (see FileAccess.h). Only links of Links::ofTrusted
+// are followed, also at `from`: everybody may read the copy, so nobody else may choose which file is copied.
+Status copyStoreFile(const std::string& from, const std::string& to);
 
 }  // namespace FileUtils

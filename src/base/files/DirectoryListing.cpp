@@ -57,37 +57,38 @@ UniqueFd openDirectoryAt(int directoryFd, const char* path) {
   return UniqueFd(uninterrupted([&] { return ::openat(directoryFd, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
 }
 
-// Returns the list that a link belongs to, or null. A relative target is resolved from the working directory, not from
-// the link's directory. That is deliberate: removeTree relies on it.
-std::vector<std::string>* listOfLink(DirectoryListing& listing, int directoryFd, const char* name) {
+// Returns the list that a link belongs to, or null.
+std::vector<std::string>* listOfLink(DirectoryListing& listing, int directoryFd, const char* name, LinkBase base) {
   char text[4096];
   const ssize_t length = ::readlinkat(directoryFd, name, text, sizeof text);
   if (length < 1 || static_cast<std::size_t>(length) >= sizeof text) return nullptr;
   text[length] = '\0';
   struct stat info = {};
-  if (::stat(text, &info) != 0) return &listing.others;
+  const bool isFound =
+      base == LinkBase::ownDirectory ? ::fstatat(directoryFd, text, &info, 0) == 0 : ::stat(text, &info) == 0;
+  if (!isFound) return &listing.others;
   if (S_ISREG(info.st_mode)) return &listing.linksToFiles;
   return S_ISDIR(info.st_mode) ? &listing.linksToDirectories : &listing.others;
 }
 
-std::vector<std::string>* listOf(DirectoryListing& listing, int directoryFd, const dirent& entry) {
+std::vector<std::string>* listOf(DirectoryListing& listing, int directoryFd, const dirent& entry, LinkBase base) {
   switch (entryType(directoryFd, entry.d_name, entry.d_type)) {
     case DT_DIR:
       return &listing.directories;
     case DT_REG:
       return &listing.files;
     case DT_LNK:
-      return listOfLink(listing, directoryFd, entry.d_name);
+      return listOfLink(listing, directoryFd, entry.d_name, base);
     default:
       return &listing.others;
   }
 }
 
-DirectoryListing listFrom(UniqueFd fd) {
+DirectoryListing listFrom(UniqueFd fd, LinkBase base) {
   DirectoryListing listing;
   DirectoryReader reader(std::move(fd));
   while (const dirent* entry = reader.next()) {
-    std::vector<std::string>* list = listOf(listing, reader.fd(), *entry);
+    std::vector<std::string>* list = listOf(listing, reader.fd(), *entry, base);
     if (list != nullptr) list->emplace_back(entry->d_name);
   }
   listing.status = reader.status();
@@ -104,7 +105,7 @@ UniqueFd openDirectory(const std::string& path) {
 DirectoryListing listDirectory(const std::string& path) {
   DirectoryListing listing;
   if (isUsablePath(path)) {
-    listing = listFrom(openDirectory(path));
+    listing = listFrom(openDirectory(path), LinkBase::workingDirectory);
   } else {
     listing.status = Status::of(status::invalidArgument);
   }
@@ -112,7 +113,17 @@ DirectoryListing listDirectory(const std::string& path) {
   return listing;
 }
 
-DirectoryListing listOpenDirectory(int directoryFd) { return listFrom(openDirectoryAt(directoryFd, ".")); }
+DirectoryListing listOpenDirectory(int directoryFd, LinkBase base) {
+  return listFrom(openDirectoryAt(directoryFd, "."), base);
+}
+
+bool holdsOnly(int directoryFd, std::string_view name) {
+  DirectoryReader reader(openDirectoryAt(directoryFd, "."));
+  const dirent* entry = nullptr;
+  while ((entry = reader.next()) != nullptr && entry->d_name == name) {
+  }
+  return entry == nullptr && reader.status().isSuccess();
+}
 
 Status listRealDirectories(int directoryFd, std::vector<std::string>& names) {
   const std::size_t before = names.size();

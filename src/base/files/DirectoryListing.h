@@ -6,6 +6,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/system/UniqueFd.h"
@@ -24,6 +25,9 @@ struct DirectoryListing {
   std::vector<std::string> others;
 };
 
+// Where the relative target of a link is resolved from.
+enum class LinkBase { workingDirectory, ownDirectory };
+
 // Lists a directory.
 // - A link is listed by the kind of its target. A relative target is resolved from the working directory of the
 //   process, not from the link's directory. That is deliberate.
@@ -34,8 +38,12 @@ struct DirectoryListing {
 // case the lists hold the entries that were read.
 DirectoryListing listDirectory(const std::string& path);
 
-// Lists an open directory in the same way. `path` stays empty. The read position of the descriptor does not change.
-DirectoryListing listOpenDirectory(int directoryFd);
+// Lists an open directory in the same way, but resolves links as `base` says. `path` stays empty. The read position of
+// the descriptor does not change.
+DirectoryListing listOpenDirectory(int directoryFd, LinkBase base = LinkBase::workingDirectory);
+
+// True if an open directory has no other entry than one of that name. False if it cannot be read to its end.
+bool holdsOnly(int directoryFd, std::string_view name);
 
 // Opens a directory, for functions that take a directory descriptor. If that fails, or if the path is no directory, the
 // result is not open and errno holds the reason.

@@ -27,15 +27,16 @@ UniqueFd openAt(int directoryFd, const char* path, int flags) {
   return UniqueFd(uninterrupted([&] { return ::openat(directoryFd, path, flags | alwaysFlags); }));
 }
 
-// Reads the target of a trusted link, as a path from the same directory. Returns false, with errno set, for anything
-// else. The stat and the target are read through one descriptor of the link, so that nobody can replace the link in
-// between.
-bool readTrustedLink(int directoryFd, const char* path, std::string& target) {
+// Reads the target of a link, as a path from the same directory. Returns false, with errno set, for a link that `links`
+// does not include. The stat and the target are read through one descriptor of the link, so that nobody can replace the
+// link in between.
+bool readLink(int directoryFd, const char* path, Links links, std::string& target) {
   const UniqueFd link = openAt(directoryFd, path, O_PATH | O_NOFOLLOW);
   struct stat info = {};
   char text[PATH_MAX];
   if (!link.isOpen() || ::fstat(link.get(), &info) != 0) return false;
-  const ssize_t length = isTrustedLink(info) ? ::readlinkat(link.get(), "", text, sizeof text) : 0;
+  const bool isFollowed = links == Links::ofAnybody ? S_ISLNK(info.st_mode) : isTrustedLink(info);
+  const ssize_t length = isFollowed ? ::readlinkat(link.get(), "", text, sizeof text) : 0;
   if (length <= 0) {
     errno = ELOOP;
     return false;
@@ -46,26 +47,29 @@ bool readTrustedLink(int directoryFd, const char* path, std::string& target) {
   return true;
 }
 
-// Opens a path with `open`, which does not follow links. Follows trusted links in the last component, also a chain of
+// Opens a path with `open`, which does not follow links. Follows links in the last component itself, also a chain of
 // them. `path` becomes the path of the file itself.
 template <typename Open>
-UniqueFd openThroughTrusted(int directoryFd, std::string& path, Open open) {
+UniqueFd openThroughLinks(int directoryFd, std::string& path, Links links, Open open) {
   constexpr int longestChain = 40;  // the system's own limit
   UniqueFd fd = open(path.c_str());
-  for (int links = 0; !fd.isOpen() && errno == ELOOP && links < longestChain; ++links) {
+  for (int count = 0; !fd.isOpen() && errno == ELOOP && count < longestChain; ++count) {
     std::string target;
-    if (!readTrustedLink(directoryFd, path.c_str(), target)) return UniqueFd();
+    if (!readLink(directoryFd, path.c_str(), links, target)) return UniqueFd();
     path = std::move(target);
     fd = open(path.c_str());
   }
   return fd;
 }
 
-UniqueFd openToWrite(std::string& path, int flags, mode_t mode) {
-  return openThroughTrusted(AT_FDCWD, path, [&](const char* end) {
+UniqueFd openToWrite(std::string& path, int flags, mode_t mode, Links links) {
+  return openThroughLinks(AT_FDCWD, path, links, [&](const char* end) {
     return UniqueFd(uninterrupted([&] { return ::open(end, O_WRONLY | O_NOFOLLOW | alwaysFlags | flags, mode); }));
   });
 }
+
+// From now on a write to a FIFO or device waits until it can be made.
+void letWritesWait(int fd) { (void)::fcntl(fd, F_SETFL, O_WRONLY); }
 
 bool isOfProc(int fd) {
   struct statfs system = {};
@@ -92,7 +96,7 @@ UniqueFd openToRead(int directoryFd, const char* path, Links links) {
   const auto open = [&](const char* end) { return openAt(directoryFd, end, O_RDONLY | O_NOFOLLOW); };
   if (links == Links::ofTrusted) {
     std::string end = path;
-    return openThroughTrusted(directoryFd, end, open);
+    return openThroughLinks(directoryFd, end, Links::ofTrusted, open);
   }
   UniqueFd fd = open(path);
   return fd.isOpen() || errno != ELOOP ? std::move(fd) : openThroughAny(directoryFd, path);
@@ -142,22 +146,48 @@ bool openForReading(int directoryFd, const char* path, OpenedFile& file, Links l
   return true;
 }
 
+bool openAnyForReading(const std::string& path, OpenedFile& file) {
+  UniqueFd fd = openAt(AT_FDCWD, path.c_str(), O_RDONLY);
+  struct stat info = {};
+  if (!fd.isOpen() || ::fstat(fd.get(), &info) != 0) return false;
+  file.fd = std::move(fd);
+  file.info = info;
+  file.size = info.st_size;
+  return true;
+}
+
+bool isUntrustedLink(const std::string& path) {
+  std::string end = path;
+  const auto find = [](const char* file) {
+    UniqueFd fd = openAt(AT_FDCWD, file, O_PATH | O_NOFOLLOW);
+    struct stat info = {};
+    if (fd.isOpen() && ::fstat(fd.get(), &info) == 0 && S_ISLNK(info.st_mode)) {
+      errno = ELOOP;
+      fd.reset();
+    }
+    return fd;
+  };
+  return !openThroughLinks(AT_FDCWD, end, Links::ofTrusted, find).isOpen() && errno == ELOOP;
+}
+
 ssize_t readSome(int fd, char* buffer, std::size_t size) {
   return uninterrupted([&] { return ::read(fd, buffer, size); });
 }
 
-Status FileWriter::open(const std::string& path, mode_t newMode) {
+Status FileWriter::open(const std::string& path, mode_t newMode, Access access) {
   if (!isUsablePath(path)) return Status::of(status::invalidArgument);
   abandon();
   path_ = path;
-  fd_ = openToWrite(path_, 0, 0);
+  const Links links = access == Access::ofStore ? Links::ofTrusted : Links::ofAnybody;
+  fd_ = openToWrite(path_, 0, 0, links);
   if (!fd_.isOpen() && errno == ENOENT) {
-    fd_ = openToWrite(path_, O_CREAT, newMode);
+    fd_ = openToWrite(path_, O_CREAT, newMode, links);
     isNew_ = fd_.isOpen();
   }
   if (fd_.isOpen()) waitForTurn(fd_.get());
-  if (fd_.isOpen() && ::fstat(fd_.get(), &info_) == 0 && isAccepted(info_)) {
+  if (fd_.isOpen() && ::fstat(fd_.get(), &info_) == 0 && (access == Access::ofSystem || isAccepted(info_))) {
     isNew_ = isNew_ && info_.st_size == 0;  // else another process created and filled it a moment ago
+    if (access == Access::ofSystem && !S_ISREG(info_.st_mode)) letWritesWait(fd_.get());
     return Status::success();
   }
   abandon();
@@ -204,9 +234,9 @@ void FileWriter::abandon() {
   fd_.reset();
 }
 
-Status replaceContent(const std::string& path, std::string_view content, mode_t mode, SetMode setMode) {
+Status replaceContent(const std::string& path, std::string_view content, mode_t mode, SetMode setMode, Access access) {
   FileWriter writer;
-  Status s = writer.open(path, mode);
+  Status s = writer.open(path, mode, access);
   if (s.isSuccess()) s = writer.reserve(content.size());
   if (s.isSuccess()) s = writer.write(content);
   if (!s.isSuccess()) return s;

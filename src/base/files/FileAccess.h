@@ -8,8 +8,9 @@
 // - Every descriptor is close-on-exec.
 // - No call waits for the other end of a FIFO.
 // - An interrupted call is made again.
-// - A link to a device other than /dev/null is never opened for reading, because opening a device can already have an
-//   effect. A link into /proc is never opened either: /proc has endless files that stat reports as regular.
+//
+// There are two ways to open a file. What the program does in its store must not depend on what somebody else put there
+// (Access::ofStore); the general file functions do what the system does (Access::ofSystem).
 #pragma once
 
 #include <sys/stat.h>
@@ -38,6 +39,11 @@ struct OpenedFile {
   off_t size = 0;
 };
 
+enum class Access {
+  ofStore,   // regular files and /dev/null only; writers follow only links of Links::ofTrusted
+  ofSystem,  // files of every kind, over links of anybody
+};
+
 // Whose symbolic links are followed in the last component of a path.
 enum class Links {
   ofAnybody,
@@ -47,10 +53,19 @@ enum class Links {
 // True if `info`, from an lstat, is that of a link of Links::ofTrusted.
 bool isTrustedLink(const struct stat& info);
 
-// Opens a file for reading. A relative path starts at `directoryFd`, an open directory or AT_FDCWD. Only regular files
-// and /dev/null can be opened. On failure it returns false, does not change `file`, and sets errno: EINVAL for any
-// other kind of file, ELOOP for a link that is not followed.
+// Opens a file of the store for reading. A relative path starts at `directoryFd`, an open directory or AT_FDCWD. Only
+// regular files and /dev/null can be opened. On failure it returns false, does not change `file`, and sets errno:
+// EINVAL for any other kind of file, ELOOP for a link that is not followed.
+// A link to a device other than /dev/null is never opened, because opening a device can already have an effect. A link
+// into /proc is never opened either: /proc has endless files that stat reports as regular.
 bool openForReading(int directoryFd, const char* path, OpenedFile& file, Links links = Links::ofAnybody);
+
+// Opens a file of any kind for reading, as Access::ofSystem. The size is that of stat. Reads never block: without data
+// in a FIFO or terminal they fail. On failure it returns false, does not change `file`, and sets errno.
+bool openAnyForReading(const std::string& path, OpenedFile& file);
+
+// True if the path is a link that Links::ofTrusted does not follow, or leads over one.
+bool isUntrustedLink(const std::string& path);
 
 // One read(2). Returns the number of bytes read, 0 at the end of the file, or -1 with errno set.
 ssize_t readSome(int fd, char* buffer, std::size_t size);
@@ -68,11 +83,12 @@ bool isUsablePath(const std::string& path);
 // Calls stat(2), which follows links. Returns false if that fails or if the path is not usable.
 bool lookAt(const std::string& path, struct stat& info);
 
-// Writes a regular file in place and creates it if it does not exist. It follows links of Links::ofTrusted and creates
-// the missing target of such a link. It writes to /dev/null too.
+// Writes a regular file in place and creates it if it does not exist. It also creates the missing target of a link that
+// it follows. It writes to /dev/null too, and with Access::ofSystem to every FIFO that has a reader and to every
+// device.
 //
 //   FileWriter writer;
-//   Status s = writer.open(path, 0640);
+//   Status s = writer.open(path, 0640, Access::ofStore);
 //   ...writer.write(bytes)...
 //   return writer.finish();
 //
@@ -88,16 +104,16 @@ class FileWriter {
   FileWriter(const FileWriter&) = delete;
   FileWriter& operator=(const FileWriter&) = delete;
 
-  // Opens the file. A new file gets `newMode` less the umask. Status: "file open", also if the path is neither a
-  // regular file nor /dev/null, or is a link that another user owns.
-  Status open(const std::string& path, mode_t newMode);
+  // Opens the file. A new file gets `newMode` less the umask. Status: "file open", also for a FIFO without a reader,
+  // and for what `access` does not open.
+  Status open(const std::string& path, mode_t newMode, Access access = Access::ofStore);
 
   // True if open created the file.
   bool isNew() const { return isNew_; }
   // The stat of the file when open opened it, for isSameFile.
   const struct stat& info() const { return info_; }
 
-  // Sets the mode whatever the umask. Does not change /dev/null. A failure is ignored.
+  // Sets the mode whatever the umask. Does not change devices and FIFOs. A failure is ignored.
   void setMode(mode_t mode);
 
   // Reserves disk space for `length` bytes if the old content is shorter, so that a full disk is reported before any
@@ -124,4 +140,5 @@ class FileWriter {
 // Replaces the content of a file in place by `content`. Sets the mode whatever the umask: always, or only if the file
 // is new. The statuses are those of FileWriter.
 enum class SetMode { always, onNewFiles };
-Status replaceContent(const std::string& path, std::string_view content, mode_t mode, SetMode setMode);
+Status replaceContent(const std::string& path, std::string_view content, mode_t mode, SetMode setMode,
+                      Access access = Access::ofStore);

@@ -3,7 +3,7 @@
 // - An operation that can fail returns a status and throws nothing. A predicate or query returns false, 0 or -1
 //   instead.
 // - A path is a byte string. An empty path, or one with a zero byte, is "invalid argument" before any system call.
-// - No operation blocks on a FIFO, neither to read nor to write.
+// - No operation waits for the other end of a FIFO. A write to a FIFO that has a reader may wait for the reader.
 // - Every descriptor is close-on-exec.
 // - Threads: all functions may be called from several threads at once.
 // - Other processes: writers of one file take turns (see FileAccess.h). FileLock.h and KeyValueFile.h say more.

@@ -133,7 +133,7 @@ bool writeKeyValueFile(const std::string& path, const KeyValueMap& map, char sep
   for (std::size_t i = 0; i < lines.size(); ++i) rewriter.take(lines[i], i + 1 == lines.size());
   rewriter.appendMissing();
   if (!rewriter.hasChanged()) return true;
-  return replaceContent(path, rewriter.text(), newFileMode, SetMode::onNewFiles).isSuccess();
+  return replaceContent(path, rewriter.text(), newFileMode, SetMode::onNewFiles, Access::ofSystem).isSuccess();
 }
 
 bool setKeyValue(const std::string& path, const std::string& key, const std::string& value) {

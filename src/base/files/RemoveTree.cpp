@@ -18,7 +18,7 @@ namespace {
 // before.
 class TreeRemover {
  public:
-  explicit TreeRemover(std::string_view last) : last_(last) {}
+  TreeRemover(LinkBase links, std::string_view last) : links_(links), last_(last) {}
 
   // Empties the directory at `path`. Does nothing if a link has taken its place.
   void empty(const std::string& path) {
@@ -48,14 +48,11 @@ class TreeRemover {
     constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
     level.fd.reset(uninterrupted([&] { return ::openat(parentFd, name.c_str(), flags); }));
     if (!level.fd.isOpen() || ::fstat(level.fd.get(), &level.info) != 0) return false;
-    DirectoryListing listing = listOpenDirectory(level.fd.get());
+    DirectoryListing listing = listOpenDirectory(level.fd.get(), links_);
     for (const auto* names : {&listing.files, &listing.linksToFiles, &listing.linksToDirectories}) {
       for (const std::string& entry : *names) {
-        if (levels_.empty() && entry == last_) {
-          isLastThere_ = true;
-        } else {
-          (void)::unlinkat(level.fd.get(), entry.c_str(), 0);
-        }
+        const bool isLast = levels_.empty() && entry == last_;
+        if (!isLast) (void)::unlinkat(level.fd.get(), entry.c_str(), 0);
       }
     }
     level.name = name;
@@ -79,13 +76,20 @@ class TreeRemover {
     const Level done = std::move(levels_.back());
     levels_.pop_back();
     if (levels_.empty()) {
-      if (isLastThere_) (void)::unlinkat(done.fd.get(), last_.c_str(), 0);
+      removeLast(done.fd.get());
       return true;
     }
     Level& above = levels_.back();
     if (!above.fd.isOpen() && !reopen(above, done.fd.get())) return false;
     (void)::unlinkat(above.fd.get(), done.name.c_str(), AT_REMOVEDIR);
     return true;
+  }
+
+  void removeLast(int fd) const {
+    struct stat info = {};
+    if (last_.empty() || ::fstatat(fd, last_.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) return;
+    const bool isRemovable = S_ISREG(info.st_mode) || S_ISLNK(info.st_mode);
+    if (isRemovable && holdsOnly(fd, last_)) (void)::unlinkat(fd, last_.c_str(), 0);
   }
 
   static bool reopen(Level& level, int childFd) {
@@ -96,8 +100,8 @@ class TreeRemover {
     return true;
   }
 
+  const LinkBase links_;
   const std::string last_;  // a file of the first level
-  bool isLastThere_ = false;
   std::vector<Level> levels_;
 };
 
@@ -109,9 +113,7 @@ bool isRoot(const struct stat& info) {
   return ::lstat("/", &root) == 0 && isSameFile(info, root);
 }
 
-}  // namespace
-
-Status removeTree(const std::string& path, std::string_view last) {
+Status removeWith(const std::string& path, TreeRemover remover) {
   if (!isUsablePath(path) || path[0] != '/') return Status::of(status::invalidArgument);
   const std::string tree = withoutSlashesAtEnd(path);
   if (tree.empty()) return Status::of(status::invalidArgument);
@@ -120,8 +122,16 @@ Status removeTree(const std::string& path, std::string_view last) {
   if (isThere && S_ISLNK(info.st_mode)) return removeFile(tree);
   if (!isThere || !S_ISDIR(info.st_mode)) return removeFile(path);  // fails for a file with a slash behind it
   if (isRoot(info)) return Status::of(status::invalidArgument);
-  TreeRemover(last).empty(tree);
+  remover.empty(tree);
   return removeDir(tree);
+}
+
+}  // namespace
+
+Status removeTree(const std::string& path) { return removeWith(path, TreeRemover(LinkBase::workingDirectory, {})); }
+
+Status removeStoreTree(const std::string& path, std::string_view last) {
+  return removeWith(path, TreeRemover(LinkBase::ownDirectory, last));
 }
 
 }  // namespace FileUtils

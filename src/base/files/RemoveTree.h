@@ -15,10 +15,16 @@ namespace FileUtils {
 // - Entries that listDirectory puts under `others` (FIFOs, sockets, devices, broken links) are not removed.
 // - An entry that cannot be removed is skipped. The removal of the directories above it then fails too.
 // - The tree may have any depth. At most about 20 descriptors are open at a time.
-// - `last` names a file directly in the directory. It is removed after everything else in the directory that can be
-//   removed. If the process ends during the removal, that file still exists in the remaining directory.
 // Statuses: "invalid argument" for a relative path and for "/" in any spelling; "unlink" if the path is no directory
 // and cannot be unlinked; "rmdir" if the directory still exists at the end.
-Status removeTree(const std::string& path, std::string_view last = {});
+Status removeTree(const std::string& path);
+
+// Removes a tree of the store in the same way, with two differences:
+// - The relative target of a link is resolved from the link's own directory, so the result does not depend on the
+//   working directory of the process.
+// - `last` names a file or link directly in the directory. It is removed after everything else, and only if nothing
+// else
+//   is left. So what could not be removed keeps its name, also if the process ends during the removal.
+Status removeStoreTree(const std::string& path, std::string_view last = {});
 
 }  // namespace FileUtils

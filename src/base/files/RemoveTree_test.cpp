@@ -36,7 +36,7 @@ TEST_F(RemoveTreeTest, ATreeIsRemovedWithEverythingBelowAndItsLinksAreNotFollowe
     host::makeDirs("/tmp/tree/a/other");
     host::makeLink("/tmp/tree/to-directory", "/tmp/target");
     host::makeLink("/tmp/tree/a/to-file", "/tmp/target/file");
-    EXPECT_THAT(FileUtils::removeTree(kTree, last), HasCode(status::success));
+    EXPECT_THAT(FileUtils::removeStoreTree(kTree, last), HasCode(status::success));
     EXPECT_FALSE(host::exists(kTree));
     EXPECT_TRUE(host::exists("/tmp/target/file"));
   }
@@ -243,7 +243,7 @@ TEST_F(RemoveTreeTest, TheLastFileIsRemovedAfterEverythingElse) {
   };
   {
     const ArmedFaults armed(plan);
-    EXPECT_THAT(FileUtils::removeTree(kTree, "last"), HasCode(status::success));
+    EXPECT_THAT(FileUtils::removeStoreTree(kTree, "last"), HasCode(status::success));
   }
   EXPECT_EQ(lastTree, "f 0644 last \"\"\n");
   EXPECT_FALSE(host::exists(kTree));

@@ -17,11 +17,15 @@ bool isRegularAt(int directoryFd, const char* path) {
   return ::fstatat(directoryFd, path, &info, 0) == 0 && S_ISREG(info.st_mode);
 }
 
+Status replace(const std::string& path, std::string_view content, Access access) {
+  return replaceContent(path, content, wholeFileMode, SetMode::always, access);
+}
+
 template <typename Lines>
 Status writeLinesOf(const std::string& path, const Lines& lines) {
   std::string text;
   for (const std::string& line : lines) text.append(line).push_back('\n');
-  return replaceContent(path, text, wholeFileMode, SetMode::always);
+  return replace(path, text, Access::ofSystem);
 }
 
 std::size_t lengthWithoutLineEnd(const std::string& line) {
@@ -33,7 +37,7 @@ Status readLinesOf(const std::string& path, Lines& lines) {
   lines.clear();
   if (!isUsablePath(path)) return Status::of(status::invalidArgument);
   OpenedFile file;
-  if (!openForReading(AT_FDCWD, path.c_str(), file)) return Status::of(status::openError);
+  if (!openAnyForReading(path, file)) return Status::of(status::openError);
   WholeLineReader reader(file, WholeLineReader::defaultLimit);
   std::string line;
   auto result = WholeLineReader::Result::line;
@@ -52,9 +56,9 @@ Status readFile(const std::string& path, std::string& bytes) {
   if (!isUsablePath(path)) return Status::of(status::invalidArgument);
   struct stat info = {};
   if (!lookAt(path, info)) return Status::of(status::statError);
-  if (isNullDevice(info) || (S_ISREG(info.st_mode) && info.st_size == 0)) return Status::success();
+  if (info.st_size == 0) return Status::success();
   OpenedFile file;
-  if (!openForReading(AT_FDCWD, path.c_str(), file)) return Status::of(status::openError);
+  if (!openAnyForReading(path, file)) return Status::of(status::openError);
   bytes.resize(static_cast<std::size_t>(file.size));
   std::size_t filled = 0;
   while (filled < bytes.size()) {
@@ -71,12 +75,15 @@ Status readFile(const std::string& path, std::string& bytes) {
 }
 
 Status writeFile(const std::string& path, const void* data, std::size_t length) {
-  return replaceContent(path, std::string_view(static_cast<const char*>(data), length), wholeFileMode, SetMode::always);
+  return replace(path, std::string_view(static_cast<const char*>(data), length), Access::ofSystem);
 }
 
 Status writeString(const std::string& path, const std::string& text, bool addNewline) {
-  if (!addNewline) return replaceContent(path, text, wholeFileMode, SetMode::always);
-  return replaceContent(path, text + '\n', wholeFileMode, SetMode::always);
+  return replace(path, addNewline ? text + '\n' : text, Access::ofSystem);
+}
+
+Status writeStoreLine(const std::string& path, const std::string& text) {
+  return replace(path, text + '\n', Access::ofStore);
 }
 
 Status writeLines(const std::string& path, const std::vector<std::string>& lines) { return writeLinesOf(path, lines); }

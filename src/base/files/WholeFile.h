@@ -5,10 +5,10 @@
 //   std::string name;
 //   s = FileUtils::readFirstLine(path, name);                   // "lab"; a missing file gives "" and success
 //
-// Reading follows links. /dev/null counts as an empty file. Anything else but a regular file counts as a file that
-// cannot be opened, and so does a file in /proc that is reached through a link.
+// Except where a function says otherwise, it does what the system does, with files of every kind and links of anybody:
+// a directory opens and its read fails; a device is written like a file, so that a full one is "file write". But no
+// function waits for the other end of a FIFO: without a reader it is "file open".
 //
-// Writing follows only links that root or our own user owns. Any other link counts as a file that cannot be opened.
 // Files are written in place: the new bytes are written first, then the file is cut to its new length, so that a full
 // disk never empties a file. Links and the owner do not change. If writing fails, a file that did not exist before is
 // removed again. Every write and close is checked; a failure is "stdlib error: file write".
@@ -27,18 +27,21 @@ namespace FileUtils {
 using StringList = std::deque<std::string>;
 
 // Reads the file into `bytes`, up to the size that it has at the start. If the file ends earlier, `bytes` holds what
-// could be read. `bytes` is cleared first. An empty file is not opened. Statuses: "file stat" (also for a missing
-// file), "file open", "file read".
+// could be read. `bytes` is cleared first. A file of size 0, of whatever kind, counts as empty and is not opened.
+// Statuses: "file stat" (also for a missing file), "file open", "file read".
 Status readFile(const std::string& path, std::string& bytes);
 
 // Replaces the content of the file and sets mode 0640 whatever the umask. A failure to set the mode is ignored. A
-// length of 0 makes an empty file. Statuses: "file open" (also if it is no regular file), "file write".
+// length of 0 makes an empty file. Statuses: "file open", "file write". The mode of a device or FIFO does not change.
 Status writeFile(const std::string& path, const void* data, std::size_t length);
 // Writes a text in the same way. Adds one newline at its end if `addNewline` is set.
 Status writeString(const std::string& path, const std::string& text, bool addNewline);
 // Writes lines in the same way. A newline follows each of them.
 Status writeLines(const std::string& path, const std::vector<std::string>& lines);
 Status writeLines(const std::string& path, const StringList& lines);
+// Writes one line of the store in the same way, with Access::ofStore (see FileAccess.h): "file open" is also the status
+// for anything but a regular file or /dev/null, and for a link that another user owns.
+Status writeStoreLine(const std::string& path, const std::string& text);
 
 // Reads all lines, including empty ones. The CR, LF and NUL bytes at the end of each line are removed; zero bytes
 // inside a line are kept. `lines` is cleared first, and it is empty after a failure. Statuses: "file open" (also for a
@@ -49,6 +52,7 @@ Status readLines(const std::string& path, StringList& lines);
 
 // Reads the first line that is not blank. Bytes outside 33..126 are trimmed from both ends of each line, and a line is
 // blank if nothing remains. The result is the trimmed line. `line` is cleared first.
+// It opens files as readers of the store do (see FileAccess.h).
 // It succeeds with an empty line in these cases: every line is blank; a line of 9,999,500 bytes or more comes before
 // any line that is not blank; the file is missing; or the path is not a regular file and cannot be opened.
 // Statuses: "file open" if it is an existing regular file that cannot be opened; "file read".

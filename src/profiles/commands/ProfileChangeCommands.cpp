@@ -5,11 +5,16 @@
 
 #include "command/framework/Authorization.h"
 #include "profiles/store/ProfileChanges.h"
+#include "profiles/store/ProfileStore.h"
 
 namespace {
 
 std::optional<std::string> given(const TextParam& param) {
   return param.hasValue() ? std::optional<std::string>(param.value()) : std::nullopt;
+}
+
+bool selectsActive(const std::string& selector) {
+  return selector == ProfileStore::currentName || selector == ProfileStore::activeName;
 }
 
 }  // namespace
@@ -45,8 +50,17 @@ Hipcmd_ActivateProfile::Hipcmd_ActivateProfile(std::string_view selector)
 
 void Hipcmd_ActivateProfile::execute(StatusCodeResultField& status) {
   if (!isAuthorized()) return status.set(status::authenticationError);  // before it reads the store
+  const std::string initSystem = sys_.resolved();
+  if (selectsActive(profile_.value()) && ProfileControl::isActiveDirectoryMissing()) {
+    CreatedProfile made;
+    Status elected = ProfileControl::ensureActiveProfile(initSystem, made);
+    if (made.isStartTried) {  // so the new profile is active, and a second start would be one too many
+      profileName_.set(std::move(made.name));
+      return status.set(std::move(elected));
+    }
+  }
   std::string name;
-  status.set(ProfileChanges::activateProfile(profile_.value(), sys_.resolved(), name));
+  status.set(ProfileChanges::activateProfile(profile_.value(), initSystem, name));
   profileName_.set(std::move(name));
 }
 

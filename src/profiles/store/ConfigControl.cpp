@@ -33,7 +33,6 @@ constexpr const char* coreLevelKey = "openhip.log_level";
 constexpr const char* helmsorKey = "map_uri";
 
 constexpr std::string_view writtenScheme = "https://";
-constexpr std::string_view acceptedSchemes[] = {"http://", writtenScheme};
 constexpr std::int32_t lastPort = 65535;
 
 bool isPort(std::int32_t port) { return port >= 1 && port <= lastPort; }
@@ -56,12 +55,6 @@ bool readPlainValue(std::string_view dirname, const char* file, const char* key,
   const bool found = readValue(dirname, file, key, value);
   value = StringUtils::plainAscii(value);
   return found;
-}
-
-std::string_view withoutScheme(std::string_view address) {
-  for (const std::string_view scheme : acceptedSchemes)
-    if (startsWith(address, scheme)) return address.substr(scheme.size());
-  return address;
 }
 
 // Replaces the address of an existing profile. Unlike for a new profile, a file that cannot be opened is an
@@ -107,7 +100,7 @@ bool readHelmsor(std::string_view dirname, HelmsorAddress& address) {
   address = HelmsorAddress();
   std::string uri;
   if (!readPlainValue(dirname, mapconfigFile, helmsorKey, uri)) return false;
-  std::string_view rest = withoutScheme(uri);
+  std::string_view rest = StringUtils::withoutWebScheme(uri);
   rest = rest.substr(0, rest.find('/'));
   const std::size_t colon = rest.find(':');
   address.host = rest.substr(0, colon);
@@ -143,7 +136,7 @@ Status writeNewHelmsor(std::string_view dirname, const std::string& host, std::i
   }
   std::string path;
   (void)ProfileStore::fileInProfile(dirname, mapconfigFile, path);  // the writer refuses an empty path
-  return FileUtils::writeString(path, line, true);
+  return FileUtils::writeStoreLine(path, line);
 }
 
 Status changeHelmsor(std::string_view dirname, const std::string& host, std::int32_t port) {

@@ -45,8 +45,8 @@ struct HelmsorAddress {
   std::string host;
   std::string port;
 };
-// Reads the address without its scheme ("http://" or "https://") and its path. The port is "8096" if no ":" follows the
-// host. Returns false if there is no host.
+// Reads the address without its scheme ("http://" or "https://", in any letter case) and its path. The port is "8096"
+// if no ":" follows the host. Returns false if there is no host.
 bool readHelmsor(std::string_view dirname, HelmsorAddress& address);
 
 // --- Writers

@@ -65,9 +65,11 @@ Status activateProfile(const std::string& selector, const std::string& initSyste
   ProfileRecord profile;
   Status found = beginChange(selector, Template::refused, profile);
   if (!found.isSuccess()) return found;
+  const bool isActive = found.code() == status::profileIsActive;
+  if (isActive && !FileUtils::isDirectory(profile.dir)) return Status::of(status::profileNotFound);
   name = profile.name;
   if (found.code() == status::profileIsRunning) return Status();
-  if (found.code() != status::profileIsActive) {
+  if (!isActive) {
     // Failures are dropped: the status of the start says whether the daemon runs.
     (void)runBackendOperation(initSystem, &SystemSpecificImpl::stop);
     (void)ProfileStore::setActive(profile.dirname);
@@ -87,11 +89,11 @@ Status deleteProfile(const std::string& selector) {
   const bool isOwn = FileUtils::isRealDirectory(profile.dir);  // only the link itself is removed otherwise
   for (const char* directory : certificateDirectories) {
     if (isOwn) {
-      (void)FileUtils::removeTree(joinPath({profile.dir, directory}));  // whatever remains makes the last removal fail
+      (void)FileUtils::removeStoreTree(joinPath({profile.dir, directory}));  // a remainder makes the last removal fail
     }
   }
   // The name file is removed last, so that a removal that failed halfway can be repeated under the same name.
-  const bool isGone = FileUtils::removeTree(profile.dir, ProfileStore::nameFile).isSuccess();
+  const bool isGone = FileUtils::removeStoreTree(profile.dir, ProfileStore::nameFile).isSuccess();
   return isGone ? Status() : Status::of(status::applicationError);
 }
 

@@ -8,6 +8,7 @@
 #include "base/files/CopyFile.h"
 #include "base/files/DirectoryEntries.h"
 #include "base/files/DirectoryListing.h"
+#include "base/files/FileAccess.h"
 #include "base/files/FileInfo.h"
 #include "base/text/StringUtils.h"
 #include "command/framework/Authorization.h"
@@ -65,16 +66,16 @@ Status cmdGetProfileDetails(const std::string& selector, ProfileDetails& details
 
 namespace {
 
-// Returns true if the path is certainly neither a regular file nor a link to one. If stat fails for another reason,
-// returns false, so that the copy reports the failure.
-bool isNoFile(const std::string& path) {
+// Returns true for a path that is certainly neither a regular file nor a link to one, and for a link that is not to be
+// trusted. If stat fails for another reason, returns false, so that the copy reports the failure.
+bool isPassedOver(const std::string& path) {
   struct stat info = {};
-  if (::stat(path.c_str(), &info) == 0) return !S_ISREG(info.st_mode);
+  if (::stat(path.c_str(), &info) == 0) return !S_ISREG(info.st_mode) || isUntrustedLink(path);
   return errno == ENOENT || errno == ENOTDIR || errno == ELOOP;
 }
 
-// Copies every regular file of a directory and every link in it whose target is one. A missing directory counts as
-// empty.
+// Copies every regular file of a directory and every trusted link in it whose target is one. A missing directory counts
+// as empty.
 Status copyFilesOf(const std::string& from, const std::string& to) {
   const UniqueFd directory = FileUtils::openDirectory(from);
   if (!directory.isOpen()) return Status::of(errno == ENOENT ? status::success : status::opendirError);
@@ -86,8 +87,8 @@ Status copyFilesOf(const std::string& from, const std::string& to) {
        {&listing.files, &listing.linksToFiles, &listing.linksToDirectories, &listing.others}) {
     for (const std::string& name : *names) {
       const std::string source = joinPath({from, name});
-      if (names != &listing.files && isNoFile(source)) continue;
-      Status copied = FileUtils::copyFile(source, joinPath({to, name}));
+      if (names != &listing.files && isPassedOver(source)) continue;
+      Status copied = FileUtils::copyStoreFile(source, joinPath({to, name}));
       if (!copied.isSuccess()) return copied;
     }
   }
@@ -166,7 +167,10 @@ Status createProfile(const NewProfile& wanted, CreatedProfile& made) {
   Status filled = fillDirectory(wanted, name, dir, dirname);
   if (!filled.isSuccess()) return filled;
   Status first = configure(wanted, dirname);
-  if (wanted.activate) keepFirstFailure(first, makeActiveAndStart(wanted.initSystem, dirname));
+  if (wanted.activate) {
+    keepFirstFailure(first, makeActiveAndStart(wanted.initSystem, dirname));
+    made.isStartTried = true;
+  }
   if (first.isSuccess()) {
     made.name = name;
     // Selects by directory, because another process may have assigned the same name. A failure is dropped: the profile
@@ -178,7 +182,18 @@ Status createProfile(const NewProfile& wanted, CreatedProfile& made) {
 
 // --- Electing
 
+bool isActiveDirectoryMissing() {
+  ProfileRecord active;
+  return ProfileStore::readActiveRecord(active) && !FileUtils::isDirectory(active.dir);
+}
+
 Status ensureActiveProfile() {
+  CreatedProfile made;
+  return ensureActiveProfile(backendNameOrNull(), made);
+}
+
+Status ensureActiveProfile(const std::string& initSystem, CreatedProfile& made) {
+  made = CreatedProfile();
   std::string dirname;
   std::string file;
   std::string dir;
@@ -196,9 +211,8 @@ Status ensureActiveProfile() {
     return Status();
   }
   NewProfile wanted;
-  wanted.initSystem = backendNameOrNull();
+  wanted.initSystem = initSystem;
   wanted.activate = true;
-  CreatedProfile made;
   return createProfile(wanted, made);
 }
 

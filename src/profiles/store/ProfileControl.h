@@ -44,9 +44,11 @@ struct NewProfile {
   bool activate = false;
 };
 
+// Empty after a failure, except for `isStartTried`.
 struct CreatedProfile {
   std::string name;
   ProfileDetails details;
+  bool isStartTried = false;  // the daemon was started on the profile, or the start failed
 };
 
 namespace ProfileControl {
@@ -68,7 +70,15 @@ Status createProfile(const NewProfile& wanted, CreatedProfile& made);
 // Ensures that there is an active profile. Keeps the active profile if it has a hip.conf; otherwise makes the first
 // profile by name active; if there is none, creates and activates one named "profile". The directory of a kept or
 // elected profile becomes the working directory, but not that of a created one. Only commands call this function.
+// `initSystem` is the backend that starts the daemon on a created profile; `made` is the created profile, if there is
+// one.
 // Statuses: success; "application error" if `.current` cannot be written; those of createProfile.
+Status ensureActiveProfile(const std::string& initSystem, CreatedProfile& made);
+// Does the same with the detected backend.
 Status ensureActiveProfile();
+
+// Returns true if `.current` names no existing directory, also if it is missing or empty. Returns false if it cannot be
+// read.
+bool isActiveDirectoryMissing();
 
 }  // namespace ProfileControl

@@ -101,7 +101,7 @@ bool readProfileName(const std::string& dir, std::string& name) {
   const std::string file = joinPath({dir, nameFile});
   if (FileUtils::readFirstLine(file, name).isSuccess() && !name.empty()) return true;
   name.clear();
-  if (!FileUtils::isRealDirectory(dir) || !FileUtils::writeString(file, nameOfUnnamed, true).isSuccess()) return false;
+  if (!FileUtils::isRealDirectory(dir) || !FileUtils::writeStoreLine(file, nameOfUnnamed).isSuccess()) return false;
   name = nameOfUnnamed;
   return true;
 }
@@ -109,7 +109,7 @@ bool readProfileName(const std::string& dir, std::string& name) {
 Status writeProfileName(std::string_view dirname, const std::string& name) {
   std::string file;
   (void)fileInProfile(dirname, nameFile, file);  // the writer refuses an empty path
-  return FileUtils::writeString(file, name, true);
+  return FileUtils::writeStoreLine(file, name);
 }
 
 ProfileRecord recordFromDirname(const std::string& dirname) {
@@ -153,8 +153,7 @@ bool daemonMayRun() { return activeRunState() != RunState::notRunning; }
 bool setActive(const std::string& dirname) {
   if (dirname.empty()) return false;
   const std::string file = activeFile();
-  return FileUtils::writeString(file, dirname, true).isSuccess() &&
-         FileUtils::setMode(file, activeFileMode).isSuccess();
+  return FileUtils::writeStoreLine(file, dirname).isSuccess() && FileUtils::setMode(file, activeFileMode).isSuccess();
 }
 
 }  // namespace ProfileStore
