@@ -5,6 +5,8 @@
 
 #include <filesystem>
 
+#include "log/front/BasicLog.h"
+#include "testing/faults/FaultInjector.h"
 #include "testing/run/HostTest.h"
 
 namespace {
@@ -115,6 +117,22 @@ TEST_F(HostilePlacesTest, NothingBlocksAndEachCountsAsAFileThatCannotBeOpened) {
       EXPECT_EQ(outcome.exitStatus, 0);
     }
   }
+}
+
+// The host runs no log daemon, so it has no /dev/log.
+TEST(SystemLog, LinesAreLostWithoutAnErrorIfThereIsNoDevLog) {
+  ASSERT_FALSE(host::exists("/dev/log"));
+  const std::vector<std::string> before = openDescriptors();
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  for (int i = 0; i < 3; ++i) {
+    BasicLog::SyslogConnection connection("ravctl");
+    connection.send(BasicLog::Level::fatal, "lost");
+    connection.send(BasicLog::Level::trace, "lost too");
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(openDescriptors(), before);
 }
 
 }  // namespace

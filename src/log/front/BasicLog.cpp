@@ -223,17 +223,17 @@ void Entry::add(TextOrNull key, TextOrNull value) {
   message_->add(key, value);
 }
 
-void Entry::addNumber(std::string_view key, std::int64_t value) {
+void Entry::addNumber(TextOrNull key, std::int64_t value) {
   if (message_) add(key, StringUtils::toString(value));
 }
 
-void Entry::addHex(std::string_view key, std::uint32_t value) {
+void Entry::addHex(TextOrNull key, std::uint32_t value) {
   if (message_) add(key, StringUtils::toHex(value));
 }
 
-void Entry::addBool(std::string_view key, bool value) { add(key, value ? "true" : "false"); }
+void Entry::addBool(TextOrNull key, bool value) { add(key, value ? "true" : "false"); }
 
-void Entry::addAddress(std::string_view key, std::string_view host, std::int32_t port) {
+void Entry::addAddress(TextOrNull key, TextOrNull host, std::int32_t port) {
   if (message_) add(key, StringUtils::concatenate({host, ":", StringUtils::toString(port)}));
 }
 

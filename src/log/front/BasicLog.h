@@ -63,7 +63,7 @@ class LogMessageProcessor {
  public:
   virtual ~LogMessageProcessor() = default;
   // A processor that keeps the message moves it out of `message`. If it does not, the caller passes the message on or
-  // frees it.
+  // frees it. An exception that leaves process() is ignored.
   virtual void process(std::unique_ptr<const LogMessage>& message) = 0;
 };
 
@@ -144,11 +144,11 @@ class Entry {
 
   // Each function appends one key=value pair, except addErrno, which appends two.
   void add(TextOrNull key, TextOrNull value);
-  void addNumber(std::string_view key, std::int64_t value);                         // decimal
-  void addHex(std::string_view key, std::uint32_t value);                           // lower-case hexadecimal
-  void addBool(std::string_view key, bool value);                                   // "true" or "false"
-  void addAddress(std::string_view key, std::string_view host, std::int32_t port);  // "host:port"
-  void addErrno(int error = errno);                                                 // "errmsg" text, "errno" number
+  void addNumber(TextOrNull key, std::int64_t value);                   // decimal
+  void addHex(TextOrNull key, std::uint32_t value);                     // lower-case hexadecimal
+  void addBool(TextOrNull key, bool value);                             // "true" or "false"
+  void addAddress(TextOrNull key, TextOrNull host, std::int32_t port);  // "host:port"
+  void addErrno(int error = errno);                                     // "errmsg" text, "errno" number
 
   // Submits the entry now and leaves the handle empty. An empty handle submits nothing.
   void submit();

@@ -144,6 +144,13 @@ TEST(ParseLogLevel, ReadsShortFullAndAlternateNames) {
   }
 }
 
+TEST(ParseLogLevel, NullPointerNamesNoLevel) {
+  EXPECT_EQ(parseLogLevel(nullptr), Level::info);
+  Level level = Level::fatal;
+  EXPECT_FALSE(parseLogLevel(static_cast<const char*>(nullptr), level));
+  EXPECT_EQ(level, Level::info);
+}
+
 TEST(ParseLogLevel, TruncatedNameNamesNoLevel) {
   for (const std::string name : {"TRACE", "NOTICE", "FATAL", "CRITICAL", "ALERT", "PANIC", "DEBUG"}) {
     for (std::size_t length = 0; length < name.size(); ++length) {
@@ -251,6 +258,48 @@ TEST_F(LogTest, EntryBelowTheThresholdIsNotBuilt) {
     entry.submit();
   }
   EXPECT_THAT(logged_.lines, IsEmpty());
+}
+
+TEST_F(LogTest, NullPointerCountsAsTheEmptyTextInEveryPartOfAnEntry) {
+  const char* const absent = nullptr;
+  const struct {
+    const char* why;
+    const char *text, *file, *function, *key, *value, *expected;
+  } cases[] = {
+      {"a message", absent, "f", "g", "k", "v", "[INFO] test f g : k=v"},
+      {"a file", "t", absent, "g", "k", "v", "[INFO] test  g t: k=v"},
+      {"a function", "t", "f", absent, "k", "v", "[INFO] test f  t: k=v"},
+      {"a key", "t", "f", "g", absent, "v", "[INFO] test f g t: =v"},
+      {"a value", "t", "f", "g", "k", absent, "[INFO] test f g t: k="},
+      {"everything", absent, absent, absent, absent, absent, "[INFO] test   : ="},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    logged_.lines.clear();
+    {
+      Entry entry(getLogger("test"), Level::info, c.text, c.file, c.function);
+      entry.add(c.key, c.value);
+    }
+    EXPECT_THAT(logged_.lines, ElementsAre(c.expected));
+  }
+  logged_.lines.clear();
+  {
+    Entry entry(getLogger("test"), Level::info, "t", "f", "g");
+    entry.addNumber(absent, 1);
+    entry.addHex(absent, 255);
+    entry.addBool(absent, true);
+    entry.addAddress(absent, absent, 80);
+  }
+  EXPECT_THAT(logged_.lines, ElementsAre("[INFO] test f g t: =1 =ff =true =:80"));
+}
+
+TEST_F(LogTest, NullPointerIsTheNameOfTheAnonymousLoggerAndFindsNoLogger) {
+  Logger& logger = getLogger(nullptr);
+  EXPECT_EQ(logger.name(), "<anonymous logger>");
+  EXPECT_EQ(&getLogger(static_cast<const char*>(nullptr)), &logger);
+  EXPECT_EQ(&getLogger(""), &logger);
+  EXPECT_EQ(findLogger("<anonymous logger>"), &logger);
+  EXPECT_EQ(findLogger(nullptr), nullptr);
 }
 
 TEST_F(LogTest, EntryIsSubmittedOnce) {

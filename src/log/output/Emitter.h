@@ -31,7 +31,7 @@ class Emitter {
   virtual std::string formatBody(const LogMessage& message);
   // Formats the message and writes it.
   virtual void emit(const LogMessage& message);
-  // Writes one entry. A failure is never reported to the code that logged the entry.
+  // Writes one entry. A failure, even an exception, is never reported to the code that logged the entry.
   virtual void write(Level level, const std::string& header, const std::string& body) = 0;
   virtual const char* name() const = 0;
 };

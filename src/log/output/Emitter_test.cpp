@@ -266,6 +266,29 @@ TEST(EmitterFactory, ActorOfEachTypeHasItsNamesInterfacesAndSettings) {
   }
 }
 
+TEST(EmitterFactory, NullKeyIsUnknownAndANullTextIsTheEmptyText) {
+  const char* const absent = nullptr;
+  const LoggedLines logged;
+  for (const std::string& type : allTypes()) {
+    SCOPED_TRACE(type);
+    const auto actor = EmitterFactory().create({type, "a"});
+    const std::vector<const char*> keys = type == "syslog_emitter" ? std::vector<const char*>{"subsystem", "category"}
+                                          : type == "file_emitter" ? std::vector<const char*>{"interval"}
+                                                                   : std::vector<const char*>{};
+    for (const char* key : keys) EXPECT_EQ(actor->setConfig(key, "1 day"), ConfigResult::accepted);
+    EXPECT_TRUE(actor->verifyConfig());
+    EXPECT_EQ(actor->setConfig(absent, "1 day"), ConfigResult::unknownKey);
+    EXPECT_EQ(actor->setConfig(absent, absent), ConfigResult::unknownKey);
+    EXPECT_EQ(actor->setConfig(absent, 1), ConfigResult::unknownKey);
+    EXPECT_TRUE(actor->verifyConfig());
+    for (const char* key : keys) {
+      EXPECT_EQ(actor->setConfig(key, absent), ConfigResult::accepted);
+      EXPECT_FALSE(actor->verifyConfig()) << key;
+      EXPECT_EQ(actor->setConfig(key, "1 day"), ConfigResult::accepted);
+    }
+  }
+}
+
 TEST(EmitterFactory, UnknownTypeReturnsNull) {
   for (const char* type : {"", "emitter", "NULL_EMITTER", "null_emitter ", " null_emitter", "null_emitte", "file"}) {
     EXPECT_EQ(EmitterFactory().create({type, "x"}), nullptr) << type;

@@ -81,7 +81,10 @@ void LogInput::process(std::unique_ptr<const LogMessage>& message) {
     const ScopedOwnedLock lock(mutex_);
     if (!lock.wasHeld() && syncProcessor_) {
       const std::shared_ptr<LogMessageProcessor> running = syncProcessor_;  // it may replace itself
-      running->process(message);
+      try {
+        running->process(message);
+      } catch (...) {  // not reported: the code that logs cannot act on it
+      }
     }
   }
   if (message && asyncOutput_) (void)output_.push(message);  // a refused message is freed by its handle

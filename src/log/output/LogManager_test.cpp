@@ -11,6 +11,7 @@
 #include <fstream>
 #include <functional>
 #include <new>
+#include <stdexcept>
 #include <thread>
 
 #include "testing/faults/QueuePeers.h"
@@ -255,6 +256,24 @@ TEST_F(InputTest, ProcessorThatLogsIsNotCalledAgainAndItsEntryIsQueued) {
   log("outer");
   EXPECT_EQ(calls, 1);
   EXPECT_THAT(queued(), ElementsAre("from inside", "outer"));
+}
+
+TEST_F(InputTest, ExceptionOfAProcessorDoesNotReachTheCodeThatLogsAndItsEntryIsQueued) {
+  input.setSyncProcessor(new Calling([](auto&) { throw std::runtime_error("from a processor"); }));
+  EXPECT_NO_THROW(log("one"));
+  {
+    Entry entry(*input.getLogger("test"), Level::info, "two", "f", "g");
+    EXPECT_NO_THROW(entry.submit());
+  }
+  std::thread other([&] { log("three"); });  // the lock is free again
+  other.join();
+  EXPECT_THAT(queued(), ElementsAre("one", "two", "three"));
+  input.setSyncProcessor(new Calling([](auto& message) {
+    message.reset();
+    throw std::runtime_error("after it has freed the entry");
+  }));
+  EXPECT_NO_THROW(log("four"));
+  EXPECT_THAT(queued(), ElementsAre());
 }
 
 TEST_F(InputTest, ProcessorMayGetLoggersAndChangeLevels) {

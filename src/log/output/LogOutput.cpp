@@ -125,7 +125,11 @@ std::size_t LogOutput::drainBatch() {
 void LogOutput::emit(const LogMessage& message) {
   BasicLog::emitContext() = {true, message.isFromEmitter, zoneOffset_.micros()};
   for (std::size_t i = 0; i < emitters_.size(); ++i) {
-    if (emitters_[i] != nullptr) emitters_[i]->emit(message);
+    if (emitters_[i] == nullptr) continue;
+    try {
+      emitters_[i]->emit(message);
+    } catch (...) {  // not reported: the code that logs cannot act on it
+    }
   }
 }
 

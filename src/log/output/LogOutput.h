@@ -6,15 +6,16 @@
 // Producers: they append to the queue, which has no size limit, and never wait for output.
 // Batches: the output thread takes entries in batches of up to 20. Each entry of a batch is passed to every emitter, in
 // the order of the list, before the next entry. If the queue is empty, the thread waits for up to one second, so an
-// entry may reach the emitters about a second late. A stop or a backlog ends the wait at once. Order: emitters receive
-// entries in the order of the queue, even if several threads flush. Emitters: the list does not own them. An emitter
-// must live as long as it is in the list. After removeEmitter has returned, the log does not call the emitter any more.
-// Only one thread at a time calls emitters. Re-entry: an emitter may log, flush, stop the thread, and add and remove
-// emitters.
+// entry may reach the emitters about a second late. A stop or a backlog ends the wait at once.
+// Order: emitters receive entries in the order of the queue, even if several threads flush.
+// Emitters: the list does not own them. An emitter must live as long as it is in the list. After removeEmitter has
+// returned, the log does not call the emitter any more. Only one thread at a time calls emitters.
+// Re-entry: an emitter may log, flush, stop the thread, and add and remove emitters.
 // - An entry that an emitter logs is queued like any other. What emitters log while they write such an entry is
 //   dropped. Otherwise the log could feed itself for ever.
 // - A flush that an emitter calls does nothing.
 // - A stop that an emitter calls does not wait for the thread, on whichever thread the emitter runs.
+// Exceptions: an exception that leaves an emitter is ignored. The entry is passed to the next emitter.
 // Other processes: a child made by fork has no output thread, and nothing in the child waits for one.
 #pragma once
 

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <functional>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 
 #include "base/text/TimeUtils.h"
@@ -30,19 +31,13 @@ using testing::IsEmpty;
 // Records the text of each entry and then calls a function.
 class Recorder : public Emitter {
  public:
-  void beginBatch() override {
-    calls += '[';
-    whenBeginning();
-  }
   void emit(const LogMessage& message) override {
     {
       const std::lock_guard<std::mutex> lock(mutex_);
       texts_.emplace_back(message.text());
     }
-    calls += message.text();
     whenEmitting(message);
   }
-  void endBatch() override { calls += ']'; }
   void write(Level, const std::string&, const std::string&) override {}
   const char* name() const override { return "Recorder"; }
 
@@ -54,8 +49,6 @@ class Recorder : public Emitter {
     while (texts().size() < count) ::usleep(200);
   }
 
-  std::string calls;  // "[" for the beginning of a batch, the text of each entry, and "]" for the end of the batch
-  std::function<void()> whenBeginning = [] {};
   std::function<void(const LogMessage&)> whenEmitting = [](const LogMessage&) {};
 
  private:
@@ -128,14 +121,11 @@ TEST_F(OutputTest, EntriesAreTakenAndEmittedInBatchesOfAtMostTwenty) {
   emitter.whenEmitting = [&](const LogMessage&) { left.push_back(output.queue().size()); };
   logMany(45);
   manager.flush();
-  std::vector<std::size_t> expectedLeft;
-  std::string expectedCalls;
-  for (int i = 0; i < 45; ++i) {
-    expectedLeft.push_back(i < 20 ? 25U : i < 40 ? 5U : 0U);
-    expectedCalls += (i == 0 ? "[" : i % 20 == 0 ? "][" : "") + std::to_string(i);
-  }
+  std::vector<std::size_t> expectedLeft(20, 25U);
+  expectedLeft.insert(expectedLeft.end(), 20, 5U);
+  expectedLeft.insert(expectedLeft.end(), 5, 0U);
   EXPECT_EQ(left, expectedLeft);
-  EXPECT_EQ(emitter.calls, expectedCalls + "]");
+  EXPECT_EQ(emitter.texts(), numbers(45));
 }
 
 TEST_F(OutputTest, EachEntryReachesAllEmittersInTheOrderOfTheList) {
@@ -182,28 +172,23 @@ TEST_F(OutputTest, RemovedEmitterIsNotCalledAnyMoreEvenIfItWasAddedTwice) {
   EXPECT_THAT(emitter.texts(), ElementsAre("x", "y"));
 }
 
-// The batch begins in UTC, the last entry is emitted in EST5, and the batch ends in JST-9.
-TEST_F(OutputTest, EntryKeepsTheZoneOffsetOfItsOwnMomentUntilItsBatchEnds) {
-  class Zones : public Recorder {
-   public:
-    LogMessage last;
-    std::vector<int> hours;
-    void addHour() { hours.push_back(std::stoi(textHeader(last).substr(17, 2))); }
-    void endBatch() override { addHour(); }
-  };
-  Zones zones;
+// The first emitter changes the zone while it writes an entry. The second emitter writes the same entry after that.
+TEST_F(OutputTest, EntryHasTheZoneOffsetOfItsOwnMomentInEveryEmitter) {
+  const auto hourOf = [](const LogMessage& message) { return std::stoi(textHeader(message).substr(17, 2)); };
+  std::vector<int> hours;
+  Recorder second;
   const Zone zone("UTC0");
-  zones.whenEmitting = [&](const LogMessage& message) {
-    zones.last = message;
-    zones.addHour();
+  emitter.whenEmitting = [&](const LogMessage& message) {
+    hours.push_back(hourOf(message));
     ::setenv("TZ", std::string(message.text()).c_str(), 1);  // the text of each entry is the zone for the next one
   };
-  manager.addEmitter(&zones);
-  for (const char* next : {"EST5", "JST-9", "UTC0", "EST5", "JST-9"}) log(next);
+  second.whenEmitting = [&](const LogMessage& message) { hours.push_back(hourOf(message)); };
+  manager.addEmitter(&second);
+  for (const char* next : {"EST5", "JST-9", "UTC0", "EST5"}) log(next);
   manager.flush();
   std::vector<int> later;  // hours later than in UTC
-  for (const int hour : zones.hours) later.push_back((hour - zones.hours[0] + 24) % 24);
-  EXPECT_THAT(later, ElementsAre(0, 19, 9, 0, 19, 19));
+  for (const int hour : hours) later.push_back((hour - hours[0] + 24) % 24);
+  EXPECT_THAT(later, ElementsAre(0, 0, 19, 19, 9, 9, 0, 0));
 }
 
 // --- The thread
@@ -436,40 +421,91 @@ TEST_F(OutputTest, StopFromInsideAFlushDoesNotWaitForTheThread) {
 TEST(EmitterList, EmitterMayAddAndRemoveEmittersInTheMiddleOfABatch) {
   const struct {
     const char* why;
-    const char* moment;  // the text of the entry at which emitter 0 does it, or "[" for the beginning of a batch
+    const char* moment;  // the text of the entry at which emitter 0 does it
     void (LogManager::*change)(Emitter*);
     std::size_t changed;
-    const char* calls;  // of the emitters 0 to 3, with a blank after each
+    const char* received;  // by the emitters 0 to 3, with a blank after each
   } cases[] = {
-      {"the batch ends for an emitter that removes itself", "1", &LogManager::removeEmitter, 0,
-       "[01] [0123][x] [0123][x]  "},
-      {"the batch ends for an emitter that another one removes", "1", &LogManager::removeEmitter, 1,
-       "[0123][x] [0] [0123][x]  "},
-      {"an added emitter receives the current entry", "2", &LogManager::addEmitter, 3,
-       "[0123][x] [0123][x] [0123][x] 23][x] "},
-      {"an emitter that is removed before its batch begins receives no entry", "[", &LogManager::removeEmitter, 1,
-       "[0123][x] ] [0123][x]  "},
-      {"an emitter that is not in the list is not called when it is removed", "1", &LogManager::removeEmitter, 3,
-       "[0123][x] [0123][x] [0123][x]  "},
+      {"an emitter that removes itself receives no later entry", "1", &LogManager::removeEmitter, 0,
+       "01 0123x 0123x  "},
+      {"an emitter that is removed does not receive the current entry", "1", &LogManager::removeEmitter, 1,
+       "0123x 0 0123x  "},
+      {"an emitter that is removed at the first entry receives none", "0", &LogManager::removeEmitter, 1,
+       "0123x  0123x  "},
+      {"an added emitter receives the current entry", "2", &LogManager::addEmitter, 3, "0123x 0123x 0123x 23x "},
+      {"removing an emitter that is not in the list changes nothing", "1", &LogManager::removeEmitter, 3,
+       "0123x 0123x 0123x  "},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
     std::array<Recorder, 4> all;
     LogManager manager;
-    const auto changeAt = [&](std::string_view moment) {
-      if (moment == c.moment) (manager.*c.change)(&all[c.changed]);
+    all[0].whenEmitting = [&](const LogMessage& message) {
+      if (message.text() == c.moment) (manager.*c.change)(&all[c.changed]);
     };
-    all[0].whenBeginning = [&] { changeAt("["); };
-    all[0].whenEmitting = [&](const LogMessage& message) { changeAt(message.text()); };
     for (std::size_t i = 0; i < 3; ++i) manager.addEmitter(&all[i]);
     for (const std::string& text : numbers(4)) logTo(manager, text);
     manager.flush();
     logTo(manager, "x");
     manager.flush();
-    std::string calls;
-    for (const Recorder& emitter : all) calls += emitter.calls + " ";
-    EXPECT_EQ(calls, c.calls);
+    std::string received;
+    for (Recorder& emitter : all) {
+      for (const std::string& text : emitter.texts()) received += text;
+      received += ' ';
+    }
+    EXPECT_EQ(received, c.received);
   }
+}
+
+TEST_F(OutputTest, EmitterMayBeDestroyedInTheMiddleOfABatchOnceItIsRemoved) {
+  auto removed = std::make_unique<Recorder>();
+  manager.addEmitter(removed.get());
+  emitter.whenEmitting = [&](const LogMessage& message) {
+    if (message.text() != "1") return;
+    EXPECT_THAT(removed->texts(), ElementsAre("0"));
+    manager.removeEmitter(removed.get());
+    removed.reset();  // the sanitizers report it if the emitter is still in use
+  };
+  logMany(3);
+  manager.flush();
+  EXPECT_EQ(removed, nullptr);
+  EXPECT_EQ(emitter.texts(), numbers(3));
+}
+
+TEST_F(OutputTest, ExceptionOfAnEmitterStopsNeitherTheBatchNorOtherEmittersNorTheThread) {
+  Recorder second;
+  emitter.whenEmitting = [](const LogMessage& message) {
+    if (message.text() != "1") throw std::runtime_error("from an emitter");
+  };
+  manager.addEmitter(&second);
+  logMany(3);
+  EXPECT_NO_THROW(manager.flush());
+  EXPECT_EQ(emitter.texts(), numbers(3));
+  EXPECT_EQ(second.texts(), numbers(3));
+  log("3");
+  EXPECT_TRUE(manager.startOutputThread());
+  second.waitFor(4);
+  manager.stopOutputThread();
+  EXPECT_EQ(second.texts(), numbers(4));
+}
+
+TEST_F(OutputTest, ExceptionWhileAnEntryIsFormattedLosesThatEntryForThatEmitterAlone) {
+  class Formatting : public Emitter {
+   public:
+    std::vector<std::string> bodies;
+    std::string formatBody(const LogMessage& message) override {
+      if (message.text() == "1") throw std::runtime_error("from formatBody");
+      return Emitter::formatBody(message);
+    }
+    void write(Level, const std::string&, const std::string& body) override { bodies.push_back(body); }
+    const char* name() const override { return "Formatting"; }
+  };
+  Formatting first;
+  manager.addEmitter(&first);
+  logMany(3);
+  EXPECT_NO_THROW(manager.flush());
+  EXPECT_THAT(first.bodies, ElementsAre("0", "2"));
+  EXPECT_EQ(emitter.texts(), numbers(3));
 }
 
 // Uses the instance of LogManager, because the default report logs there.
@@ -543,6 +579,13 @@ TEST_F(SyncOutputTest, OnlyTheInstalledEmitterOrProcessorIsCalled) {
     EXPECT_THAT(received, ElementsAre(c.first, c.second, c.processor));
     deleteProcessor();
   }
+}
+
+TEST_F(SyncOutputTest, ExceptionOfAnEmitterDoesNotReachTheCodeThatLogs) {
+  emitter.whenEmitting = [](const LogMessage&) { throw std::runtime_error("from an emitter"); };
+  manager.addEmitter(&emitter);
+  EXPECT_NO_THROW(logMany(2));
+  EXPECT_EQ(emitter.texts(), numbers(2));
 }
 
 TEST_F(SyncOutputTest, EmitterMayLogAndRemoveItself) {
@@ -648,7 +691,7 @@ TEST(OutputExitDeathTest, ExitOfAForkedChildDoesNotWaitForTheThreadOfItsParent) 
   EXPECT_EQ(exitStatusOf(body), 9);
 }
 
-// The child writes "x" for each entry and "." at the end of each batch.
+// The child writes "x" for each entry.
 TEST(OutputExitDeathTest, ExitFinishesTheCurrentBatch) {
   class Slow : public Recorder {
    public:
@@ -658,7 +701,6 @@ TEST(OutputExitDeathTest, ExitFinishesTheCurrentBatch) {
         EXPECT_EQ(::write(1, "x", 1), 1);
       };
     }
-    void endBatch() override { EXPECT_EQ(::write(1, ".", 1), 1); }
   };
   int status = 0;
   const std::string text = standardOutputOf([&] {
@@ -671,7 +713,7 @@ TEST(OutputExitDeathTest, ExitFinishesTheCurrentBatch) {
     });
   });
   EXPECT_EQ(status, 6);
-  EXPECT_THAT(text, testing::MatchesRegex("(x{20}[.])+"));
+  EXPECT_THAT(text, testing::MatchesRegex("(x{20})+"));
 }
 
 // --- Many threads at the same time

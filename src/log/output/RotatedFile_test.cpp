@@ -3,10 +3,12 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <functional>
 #include <thread>
 #include <utility>
@@ -216,6 +218,19 @@ TEST_F(RotatedFileTest, WithoutPrefixOrDirectoryFilesAreWrittenButOldOnesAreKept
     EXPECT_TRUE(host::exists(kOldFile));
     EXPECT_TRUE(host::exists("/tmp/work/app-old.log"));
   }
+  ASSERT_EQ(::chdir("/"), 0);
+}
+
+TEST_F(RotatedFileTest, NullTextRemovesASetting) {
+  const char* const absent = nullptr;
+  host::makeDirs("/tmp/work");
+  ASSERT_EQ(::chdir("/tmp/work"), 0);
+  for (const char* key : {"prefix", "dir"}) EXPECT_EQ(emitter_.setConfig(key, absent), ConfigResult::accepted);
+  write("x");
+  EXPECT_EQ(host::readFile("/tmp/work/20250302-13.log"), "[INFO] x\n");
+  EXPECT_EQ(emitter_.setConfig("interval", absent), ConfigResult::accepted);
+  write("lost");
+  EXPECT_EQ(host::readFile("/tmp/work/20250302-13.log"), "[INFO] x\n");
   ASSERT_EQ(::chdir("/"), 0);
 }
 
@@ -439,6 +454,31 @@ TEST_F(RotatedFileTest, FilesThatCannotBeListedOrWhoseAgeCannotBeReadAreKept) {
   }
 }
 
+TEST_F(RotatedFileTest, AgeIsCountedInWholeSecondsOfTheFileAndInMicrosecondsOfTheClock) {
+  constexpr std::int64_t kHalf = 500'000;
+  const struct {
+    const char* why;
+    std::int64_t fraction;  // of the second of the clock, in microseconds
+    std::int64_t age;       // in microseconds
+    bool isRemoved;
+  } cases[] = {
+      {"half a second too old is one whole second too old", 0, 30 * kDay + kHalf, true},
+      {"a microsecond too old is one whole second too old", 0, 30 * kDay + 1, true},
+      {"exactly 30 days are not too old", 0, 30 * kDay, false},
+      {"a file of the same second counts by the beginning of that second", 700'000, 30 * kDay - 200'000, true},
+      {"a file of the next second is younger", 700'000, 30 * kDay - kHalf, false},
+      {"the clock counts in microseconds", 1, 30 * kDay, true},
+      {"a file of the same second as the clock at its beginning is not too old", 0, 30 * kDay - kHalf, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    now = at("2025-03-02T13:05:00") + c.fraction;
+    makeOldFile(kOldFile, c.age);
+    scrub_old_files(kLogs, "app-", now);
+    EXPECT_EQ(host::exists(kOldFile), !c.isRemoved);
+  }
+}
+
 TEST_F(RotatedFileTest, AgeIsCorrectForTimesBeyond64BitsOfMicroseconds) {
   constexpr std::int64_t beyondMicros = 9'300'000'000'000;  // seconds whose microseconds do not fit into 64 bits
   for (const auto& [name, seconds] : {std::pair("app-future.log", beyondMicros), {"app-past.log", -beyondMicros}}) {
@@ -531,9 +571,55 @@ TEST_F(RotatedFileTest, WritingContinuesWhenAFullDiskHasSpaceAgain) {
   EXPECT_EQ(host::readFile("/tmp/disk/app-20250302-13.log"), "[INFO] room\n");
 }
 
-// --- Batches
+// --- Entries of a batch
 
-TEST_F(RotatedFileTest, LinesOfABatchAreWrittenTogetherAtItsEnd) {
+// A log with a file emitter, and behind it an emitter that calls a function for each entry.
+class BatchTest : public RotatedFileTest {
+ protected:
+  // Its header is "[INFO]".
+  struct Plain : Other {
+    std::string formatHeader(const LogMessage&) override { return "[INFO]"; }
+  };
+  struct Calling : Emitter {
+    std::function<void(const LogMessage&)> whenEmitting = [](const LogMessage&) {};
+    void emit(const LogMessage& message) override { whenEmitting(message); }
+    void write(Level, const std::string&, const std::string&) override {}
+    const char* name() const override { return "Calling"; }
+  };
+
+  BatchTest() {
+    manager_.addEmitter(&file_);
+    manager_.addEmitter(&second_);
+  }
+  void log(const std::string& text) {
+    const Entry entry(*manager_.input().getLogger("test"), Level::info, text, "f", "g");
+  }
+
+  Plain file_;
+  Calling second_;
+  LogManager manager_;  // after its emitters
+};
+
+TEST_F(BatchTest, EachEntryIsInTheFileByAWriteOfItsOwnBeforeTheNextEmitterHasItsTurn) {
+  std::vector<std::string> contents;
+  std::vector<std::size_t> writes;
+  std::vector<std::string> names;
+  const ArmedFaults counted({0, false, EIO, {"write"}});
+  second_.whenEmitting = [&](const LogMessage&) {
+    contents.push_back(content());
+    writes.push_back(counted.count());
+    names.push_back(file_.currentFileName());
+  };
+  for (const char* text : {"one", "two", "three"}) log(text);
+  EXPECT_FALSE(host::exists(kLogs));
+  manager_.flush();
+  EXPECT_THAT(contents, testing::ElementsAre("[INFO] one\n", "[INFO] one\n[INFO] two\n",
+                                             "[INFO] one\n[INFO] two\n[INFO] three\n"));
+  EXPECT_THAT(writes, testing::ElementsAre(1U, 2U, 3U));
+  EXPECT_EQ(names, std::vector<std::string>(3, "app-20250302-13.log"));
+}
+
+TEST_F(BatchTest, FailedCallLosesOneEntryAndTheNextEntryOpensTheFileAgain) {
   FaultPlan failsInTheSecondLine{12, false, EIO, {"write"}};
   failsInTheSecondLine.oneByteAtATime = true;
   const struct {
@@ -542,50 +628,67 @@ TEST_F(RotatedFileTest, LinesOfABatchAreWrittenTogetherAtItsEnd) {
     std::size_t calls;
     const char* expected;
   } cases[] = {
-      {"one write suffices", {0, false, EIO, {"write"}}, 1, "[INFO] one\n[INFO] two\n[INFO] three\n"},
-      {"a failed write loses one line", failsInTheSecondLine, 25, "[INFO] one\n[INFO] three\n"},
-      {"every line retries a failed open", {1, false, EMFILE, {"open"}}, 2, "[INFO] two\n[INFO] three\n"},
+      {"without a failure each entry is written at once",
+       {0, false, EIO, {"write"}},
+       3,
+       "[INFO] one\n[INFO] two\n[INFO] three\n"},
+      {"a failed write loses its entry", {2, false, ENOSPC, {"write"}}, 3, "[INFO] one\n[INFO] three\n"},
+      {"a short write is continued until a write fails", failsInTheSecondLine, 25, "[INFO] one\n[INFO] three\n"},
+      {"the file is opened once, and again after a failed write",
+       {3, false, EIO, {"open", "write"}},
+       5,
+       "[INFO] one\n[INFO] three\n"},
+      {"every entry retries a failed open", {1, false, EMFILE, {"open"}}, 2, "[INFO] two\n[INFO] three\n"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
     host::remove(kLogs);
-    Other other;
-    other.beginBatch();
-    for (const char* body : {"one", "two", "three"}) write(other, body);
-    EXPECT_FALSE(host::exists(kLogs));
-    {
-      const ArmedFaults faults(c.plan);
-      other.endBatch();
-      EXPECT_EQ(faults.count(), c.calls);
+    Plain file;
+    EXPECT_EQ(file.setConfig("prefix", ""),
+              ConfigResult::accepted);  // no old files are listed, so no other calls count
+    LogManager manager;
+    manager.addEmitter(&file);
+    for (const char* text : {"one", "two", "three"}) {
+      const Entry entry(*manager.input().getLogger("test"), Level::info, text, "f", "g");
     }
-    EXPECT_EQ(host::readFile(kFile), c.expected);
+    const ArmedFaults faults(c.plan);
+    manager.flush();
+    EXPECT_EQ(faults.count(), c.calls);
+    EXPECT_EQ(host::readFile("/tmp/logs/20250302-13.log"), c.expected);
+    EXPECT_EQ(file.currentFileName(), "20250302-13.log");
   }
 }
 
-TEST_F(RotatedFileTest, LinesOfABatchAreWrittenToTheFileOfTheirOwnPeriod) {
-  emitter_.beginBatch();
-  write("one");
-  now = now + kHour;
-  write("two");
-  emitter_.endBatch();
-  EXPECT_EQ(host::readFile(kFile), "[INFO] one\n");
-  EXPECT_EQ(host::readFile("/tmp/logs/app-20250302-14.log"), "[INFO] two\n");
+TEST_F(BatchTest, AfterACrashInTheMiddleOfABatchAllEntriesEmittedUntilThenAreInTheFile) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    second_.whenEmitting = [](const LogMessage& message) {
+      if (message.text() == "7") ::kill(::getpid(), SIGKILL);
+    };
+    for (int i = 0; i < 15; ++i) log(std::to_string(i));
+    manager_.flush();
+    ::_exit(0);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFSIGNALED(status));
+  std::string expected;
+  for (int i = 0; i <= 7; ++i) expected += "[INFO] " + std::to_string(i) + "\n";
+  EXPECT_EQ(content(), expected);
 }
 
-TEST_F(RotatedFileTest, LinesOfABatchAreDroppedIfTheIntervalHasBecomeInvalid) {
-  emitter_.beginBatch();
-  write("lost");
-  EXPECT_EQ(emitter_.setConfig("interval", "never"), ConfigResult::accepted);
-  emitter_.endBatch();
-  EXPECT_FALSE(host::exists(kLogs)) << "no file of another name is written either";
+TEST_F(BatchTest, EntryOfOneMebibyteIsOneLineAndOneWrite) {
+  const std::string text(1'048'576, 'x');
+  const ArmedFaults counted({0, false, EIO, {"write"}});
+  log("before");
+  log(text + "\nnext line");
+  log("after");
+  manager_.flush();
+  EXPECT_EQ(counted.count(), 3U);
+  EXPECT_TRUE(content() == "[INFO] before\n[INFO] " + text + " next line\n[INFO] after\n");
 }
 
-TEST_F(RotatedFileTest, EmptyBatchOpensNoFile) {
-  emitter_.beginBatch();
-  emitter_.endBatch();
-  emitter_.endBatch();
-  EXPECT_FALSE(host::exists(kLogs));
-}
+// --- Threads
 
 TEST_F(RotatedFileTest, RemovalsAreLoggedWithoutHoldingTheLock) {
   // The emitter is the synchronous processor, so the entry about the removal is passed to it while it scrubs.
