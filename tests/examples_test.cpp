@@ -39,7 +39,7 @@ TEST_F(ExamplesTest, TheExitStatusReportsTheResultOfTheCommand) {
     end profile details lab
     end list log lab
     end profile detials lab
-    end service start sys-impl=initd
+    end service start full=yes
     end profile delete .factory
     end profile details nowhere
     end service start
@@ -60,7 +60,7 @@ TEST_F(ExamplesTest, TheExitStatusReportsTheResultOfTheCommand) {
             "profile details lab 0\n"
             "list log lab 0\n"
             "profile detials lab 1\n"
-            "service start sys-impl=initd 1\n"
+            "service start full=yes 1\n"
             "profile delete .factory 64\n"
             "profile details nowhere 66\n"
             "service start 69\n"

@@ -270,7 +270,11 @@ TEST(Catalogue, AMissingRequiredParameterFailsTheBinding) {
       {{"profile", "rename", "alpha", "beta"}, "disregarding unused input: beta"},
       {{"service", "start", "now"}, "disregarding unused input: now"},
       {{"service", "start", "full"}, "disregarding unused input: full"},
-      {{"service", "start", "sys-impl=null"}, "disregarding unused input: sys-impl"},
+      {{"service", "start", "sys-impl"}, "parameter value required"},
+      {{"service", "start", "sys=null", "sys-impl"}, "parameter value required"},
+      {{"service", "start", "Sys-impl=null"}, "disregarding unused input: Sys-impl"},
+      {{"service", "status", "sys-impl=null"}, "disregarding unused input: sys-impl"},
+      {{"profile", "create", "alpha", "helmsor=https:///x"}, R"(illegal value presented: "https:///x")"},
       {{"list", "profiles", "lab"}, "disregarding unused input: lab"},
       {{"support", "bundle", "out"}, "disregarding unused input: out"},
       {{"profile", "details", "alpha", "profile"}, "parameter value required"},
@@ -294,6 +298,42 @@ TEST(Catalogue, EveryCommandAcceptsTheStandardParameters) {
     Command command;
     EXPECT_THAT(findAndBind(words, &command), HasCode(status::success)) << e.method;
   }
+}
+
+TEST(Catalogue, EveryCommandWithSysAlsoTakesSysImplAndTheLaterWordCounts) {
+  const struct {
+    Words words;
+    const char* value;
+  } cases[] = {
+      {{"sys-impl=b"}, "b"},
+      {{"sys=a", "sys-impl=b"}, "b"},
+      {{"sys-impl=b", "sys=a"}, "a"},
+      {{"sys=a", "sys-impl=b", "sys=c"}, "c"},
+      {{"sys-impl=a", "sys=b", "--quiet", "sys-impl=c=d"}, "c=d"},
+      {{"sys", "sys-impl=b"}, "b"},
+  };
+  const Words helpers = {"usage", "help", "reference"};
+  Words takers;
+  for (const Expected& e : kCatalogue) {
+    const bool takesSys = findParam(find(wordsOf(e.words))->params(), "sys") != nullptr;
+    if (takesSys) takers.emplace_back(e.method);
+    const bool takesAnyWords = std::find(helpers.begin(), helpers.end(), e.method) != helpers.end();
+    for (const auto& c : cases) {
+      SCOPED_TRACE(e.method + testing::PrintToString(c.words));
+      Words words = wordsOf(e.words);
+      if (words == wordsOf("profile|create|X")) words.emplace_back("helmsor=h");
+      words.insert(words.end(), c.words.begin(), c.words.end());
+      Command command;
+      const Status bound = findAndBind(words, &command);
+      const std::string key = c.words[0].substr(0, c.words[0].find('='));
+      EXPECT_EQ(bound.details(), takesSys || takesAnyWords ? "" : "disregarding unused input: " + key);
+      if (takesSys) {
+        EXPECT_EQ(param<SysImplParam>(*command, "sys").value(), c.value);
+      }
+    }
+  }
+  EXPECT_EQ(takers, (Words{"profile create", "profile modify", "profile activate", "service start", "service stop",
+                           "service restart"}));
 }
 
 // --- Lookup

@@ -114,8 +114,12 @@ TEST(RavctlCommandInstance, ListsTheStandardParametersAndTheStatusFirst) {
     EXPECT_FALSE(command.params()[i]->isRequired());
   }
   EXPECT_STREQ(command.params()[0]->typeDescription(), "auth string");
-  EXPECT_STREQ(command.params()[1]->typeDescription(), "string");
-  EXPECT_STREQ(command.params()[2]->typeDescription(), "string");
+  for (std::size_t i = 1; i < 3; ++i) {
+    EXPECT_STREQ(command.params()[i]->typeDescription(), "");
+    std::string form = "output=";
+    command.params()[i]->appendValueForm(form);
+    EXPECT_EQ(form, "output=string");
+  }
 
   Words results;
   for (const ResultParamBase* field : command.results()) results.push_back(field->name());
@@ -194,7 +198,7 @@ TEST(BindJsonArgs, EveryFailureIsAnInvalidArgumentWithItsOwnDetails) {
       {"an unknown key", R"({"force":true})", "disregarding unused input: force"},
       {"an unknown single word", R"({"force":"<single-word-command-present>"})", "disregarding unused input: force"},
       {"keys are compared exactly", R"({"Text":"x"})", "disregarding unused input: Text"},
-      {"the word shown in help is not the key", R"({"sys-impl":"null"})", "disregarding unused input: sys-impl"},
+      {"a hidden key of another parameter", R"({"sys-impl":"null"})", "disregarding unused input: sys-impl"},
       {"the member \"method\" of a request", R"({"method":"list profiles"})", "disregarding unused input: method"},
       {"single word: text", R"({"word":"maybe"})", R"(illegal single-word input: "maybe")"},
       {"single word: number", R"({"word":1})", "illegal single-word input: 1"},
@@ -219,6 +223,7 @@ TEST(BindJsonArgs, EveryFailureIsAnInvalidArgumentWithItsOwnDetails) {
       {"text: boolean", R"({"text":false})", "illegal value presented: false"},
       {"text: object", R"({"text":{"a":null}})", R"(illegal value presented: { "a":null })"},
       {"helmsor: empty", R"({"helmsor":""})", R"(illegal value presented: "")"},
+      {"helmsor: a scheme alone", R"({"helmsor":"https://"})", R"(illegal value presented: "https://")"},
       {"values are printed as JSON", R"({"choice":"a\"b\n%n\\"})", R"(illegal value presented: "a\"b\n%n\")"},
   };
   for (const auto& c : cases) {
@@ -323,6 +328,7 @@ TEST(BindCommandWords, RejectedWordsFailWithTheDetailsOfTheParameter) {
       {"a text parameter without a value", "profile", "parameter value required"},
       {"a marker text given as a value", "text=<single-word-command-present>", "parameter value required"},
       {"an empty helmsor", "helmsor=", R"(illegal value presented: "")"},
+      {"a scheme without an address", "helmsor=http:///", R"(illegal value presented: "http:///")"},
       {"a text that is not a number", "number=ten", R"(illegal value presented: "ten")"},
       {"a text that is not a boolean", "choice=1", R"(illegal value presented: "1")"},
       {"a word with an illegal value", "word=maybe", R"(illegal single-word input: "maybe")"},

@@ -255,11 +255,27 @@ TEST(HelmsorParam, SplitsAtTheFirstColon) {
       {"two colons", "h:1:2", true, "h", 1},
       {"no host", ":443", true, "", 443},
       {"only a colon", ":", true, "", 0},
-      {"a scheme is not removed", "https://h:1", true, "https", 0},
+      {"https and everything from the next slash on are removed", "https://h:1/x", true, "h", 1},
+      {"http is removed in any letter case", "HTTP://h", true, "h", 8096},
+      {"https is removed in any letter case", "hTTpS://h:2", true, "h", 2},
+      {"a path without a port is removed", "http://h/x:9", true, "h", 8096},
+      {"a slash at the end is removed", "https://h:1/", true, "h", 1},
+      {"only the first scheme is removed", "http://https://h:1", true, "https", 0},
+      {"a scheme and a port have no host", "https://:443/x", true, "", 443},
+      {"without a scheme nothing is removed", "h:1/x", true, "h", 1},
+      {"without a scheme a slash belongs to the host", "h/x", true, "h/x", 8096},
+      {"without a scheme two slashes belong to the host", "//h/x", true, "//h/x", 8096},
+      {"another scheme is not removed", "ftp://h:1", true, "ftp", 0},
+      {"a scheme with one slash is none", "http:/h", true, "http", 0},
+      {"a blank before the scheme keeps it", " http://h", true, " http", 0},
       {"the largest port", "h:65535", true, "h", 65535},
       {"a number above the largest port", "h:65536", true, "h", 65536},
       {"blanks are not removed", " h ", true, " h ", 8096},
       {"the empty text", "", false, "", 8096},
+      {"a scheme alone", "https://", false, "", 8096},
+      {"a scheme in capitals alone", "HTTP://", false, "", 8096},
+      {"a scheme and a slash", "http:///", false, "", 8096},
+      {"a scheme and a path", "https:///x:1", false, "", 8096},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
@@ -281,12 +297,15 @@ TEST(HelmsorParam, AHugePortStaysAbove65535) {
   }
 }
 
-TEST(HelmsorParam, TheEmptyTextClearsHostAndPort) {
-  HelmsorParam param(Need::optional);
-  ASSERT_TRUE(param.setFromText("h:1"));
-  EXPECT_FALSE(param.setFromText(""));
-  EXPECT_EQ(param.host(), "");
-  EXPECT_EQ(param.port(), 8096);
+TEST(HelmsorParam, ATextOfWhichNothingRemainsClearsHostAndPort) {
+  for (const char* text : {"", "https://", "http:///x"}) {
+    SCOPED_TRACE(text);
+    HelmsorParam param(Need::optional);
+    ASSERT_TRUE(param.setFromText("h:1"));
+    EXPECT_FALSE(param.setFromText(text));
+    EXPECT_EQ(param.host(), "");
+    EXPECT_EQ(param.port(), 8096);
+  }
 }
 
 TEST(OptionalLogLevelParam, StoresTheNameOfTheLevelAndKeepsOtherText) {
@@ -328,6 +347,24 @@ TEST(FindParam, ReturnsTheFirstParameterWithExactlyThatKey) {
   EXPECT_EQ(findParam(params, "keys"), nullptr);
   EXPECT_EQ(findParam(params, ""), nullptr);
   EXPECT_EQ(findParam({}, "key"), nullptr);
+}
+
+TEST(FindParam, ComparesHiddenKeysTooAndTheEmptyKeyFindsNothing) {
+  class TwoKeys : public StringParam {
+   public:
+    TwoKeys() : StringParam("key", Need::optional) { alsoTakes("other"); }
+  };
+  StringParam plain("plain", Need::optional);
+  TwoKeys both;
+  StringParam late("other", Need::optional);
+  const InputParamList params = {&plain, &both, &late};
+  EXPECT_EQ(plain.hiddenKey(), "");
+  EXPECT_EQ(both.hiddenKey(), "other");
+  EXPECT_EQ(both.name(), "key");
+  EXPECT_EQ(findParam(params, "key"), &both);
+  EXPECT_EQ(findParam(params, "other"), &both);
+  EXPECT_EQ(findParam(params, "Other"), nullptr);
+  EXPECT_EQ(findParam(params, ""), nullptr);
 }
 
 // --- From JSON

@@ -5,6 +5,7 @@
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
 #include "json/JsonModel.h"
+#include "json/JsonParser.h"
 #include "testing/faults/FaultInjector.h"
 #include "testing/run/HostTest.h"
 
@@ -65,6 +66,15 @@ TEST_F(ServiceCommandsTest, UsesTheNamedInitSystemElseTheDetectedOneElseNull) {
       {"an unknown name means systemd", false, true, {"sys=Systemd"}, status::success, "systemctl start hip\n"},
       {"a blank is an unknown name", false, true, {"sys= "}, status::success, "systemctl start hip\n"},
       {"an empty value replaces a name", false, true, {"sys=upstart", "sys="}, status::success, "hip start\n"},
+      {"the hidden key", true, true, {"sys-impl=upstart"}, status::success, "initctl start hip\n"},
+      {"the hidden key is later", true, true, {"sys=null", "sys-impl=initd"}, status::success, "hip start\n"},
+      {"the hidden key is earlier", true, true, {"sys-impl=null", "sys=initd"}, status::success, "hip start\n"},
+      {"an empty value replaces a name of the other key",
+       false,
+       false,
+       {"sys=upstart", "sys-impl="},
+       status::childExitedNonzero,
+       ""},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.why);
@@ -75,6 +85,23 @@ TEST_F(ServiceCommandsTest, UsesTheNamedInitSystemElseTheDetectedOneElseNull) {
     EXPECT_THAT(run<Hipcmd_ServiceStart>(c.words), HasCode(c.code));
     EXPECT_EQ(calls(), c.calls);
   }
+}
+
+TEST_F(ServiceCommandsTest, JsonArgumentsTakeBothKeysAndTheLaterMemberCounts) {
+  installAllTools();
+  std::string expected;
+  for (const char* text : {R"({"sys-impl":"upstart"})", R"({"sys":"initd","sys-impl":"upstart"})",
+                           R"({"sys-impl":"initd","sys":"upstart"})"}) {
+    SCOPED_TRACE(text);
+    Hipcmd_ServiceStart command;
+    const ScopedJson args(json::parse(text));
+    EXPECT_THAT(bind_json_args(command, args.get()), HasCode(status::success));
+    command.run();
+    EXPECT_EQ(calls(), expected += "initctl start hip\n");
+  }
+  Hipcmd_ServiceStart command;
+  const ScopedJson args(json::parse(R"({"sys-impl":null})"));
+  EXPECT_EQ(bind_json_args(command, args.get()).details(), "illegal value presented: null");
 }
 
 TEST_F(ServiceCommandsTest, FullIsAcceptedAndChangesNothing) {

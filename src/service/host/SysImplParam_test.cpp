@@ -14,6 +14,7 @@ TEST_F(SysImplParamTest, IsAnOptionalText) {
   std::string form;
   sys.appendValueForm(form);
   EXPECT_EQ(form, "sys-impl");
+  EXPECT_EQ(sys.hiddenKey(), "sys-impl");
   EXPECT_FALSE(sys.isRequired());
   EXPECT_FALSE(sys.isHidden());
   EXPECT_FALSE(sys.isSingleWord());
