@@ -124,7 +124,8 @@ TEST_F(HostileLinksTest, TheTargetOfAForeignLinkInTheTemplateIsNotCopied) {
     const std::string path = std::string(host::kProfiles) + folder;
     host::giveTo(kOther, path);
     plant(path + "/theirs", kSecret);
-    (void)runRavctl({"profile", "create", "new", "helmsor=h"});
+    EXPECT_THAT(runRavctl({"profile", "create", "new", "helmsor=h", "--quiet"}).out,
+                testing::StartsWith("profile_name: new"));
     expectSecretKept();
     host::remove(path + "/theirs");
   }

@@ -194,7 +194,7 @@ TEST_F(ProfileCommandTest, WithoutAuthorizationNoSystemCallIsMade) {
   const std::string before = host::tree("/etc/zuv");
   for (const char* line : {"profile create new helmsor=h", "profile create new helmsor=h sys=initd activate",
                            "profile modify office network=n activate", "profile modify office network=n sys=systemd",
-                           "profile activate office", "profile activate office sys=null",
+                           "profile activate office", "profile activate .current sys=null",
                            "profile rename office new_name=x", "profile delete office", "support reset office"}) {
     SCOPED_TRACE(line);
     const ArmedFaults counted({});
@@ -295,6 +295,24 @@ TEST_F(ProfileCommandTest, CreatePrintsTheDetailsAndTheName) {
   EXPECT_EQ(run("profile create new helmsor=h new_name=other --quiet"), "profile_name: other\n");
 }
 
+TEST_F(ProfileCommandTest, CreateAndModifyWriteTheAddressWithoutItsSchemeAndPath) {
+  const struct {
+    const char *given, *written;
+  } cases[] = {
+      {"https://10.0.0.5", "map_uri=https://10.0.0.5:8096\n"},
+      {"HTTP://10.0.0.5:443/a:b", "map_uri=https://10.0.0.5:443\n"},
+      {"10.0.0.5", "map_uri=https://10.0.0.5:8096\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.given);
+    makeStore();
+    run(std::string("profile create new --quiet helmsor=") + c.given);
+    EXPECT_EQ(host::readFile("/etc/zuv/profiles/profile-123123/mapconfig.static"), c.written);
+    run(std::string("profile modify office --quiet helmsor=") + c.given);
+    EXPECT_EQ(host::readFile("/etc/zuv/profiles/profile-2/mapconfig.static"), c.written);
+  }
+}
+
 TEST_F(ProfileCommandTest, CreateWritesNoLevelAndNoEmptyInterface) {
   run("profile create new helmsor=h log_level=debug network=");
   EXPECT_EQ(host::tree("/etc/zuv/profiles/profile-123123"),
@@ -318,6 +336,162 @@ TEST_F(ProfileCommandTest, ActivatePrintsTheName) {
   EXPECT_EQ(run("profile activate office"), "profile_name: office\n");
   EXPECT_EQ(current(), "profile-2\n");
   EXPECT_EQ(host::readFile("/tmp/calls"), "systemctl stop hip\nsystemctl start hip\n");
+}
+
+// The host has systemd, but the commands name another init system.
+class ActivateActiveTest : public ProfileCommandTest {
+ protected:
+  static constexpr const char* kStart = "initctl start hip\n";
+
+  static void makeStoreWithTools(int exitStatus = 0) {
+    ASSERT_EQ(::chdir("/"), 0);  // electing has entered a profile
+    makeStore();
+    host::remove(host::kCurrent);
+    host::writeFile("/etc/zuv/.systemctl", "");
+    host::installRecorder(host::kSystemctl, host::kCalls, exitStatus);
+    host::installRecorder("/sbin/initctl", host::kCalls, exitStatus);
+  }
+  static void makeEmptyStoreWithTools(int exitStatus = 0) {
+    makeStoreWithTools(exitStatus);
+    for (const char* dirname : {"profile-1", "profile-2"}) host::remove(std::string(host::kProfiles) + dirname);
+  }
+  static std::string activateActive(const std::string& selector, StatusCode code = status::success) {
+    return run("profile activate " + selector + " sys=upstart", code);
+  }
+};
+
+TEST_F(ActivateActiveTest, AnotherProfileIsElectedAndStartedOnceIfTheDirectoryIsMissing) {
+  const struct {
+    const char* why;
+    void (*put)();
+  } cases[] = {
+      {"no marker", [] {}},
+      {"an empty marker", [] { host::writeFile(host::kCurrent, "", 0666); }},
+      {"a marker of blanks", [] { host::writeFile(host::kCurrent, " \n", 0666); }},
+      {"a missing directory", [] { host::makeActive("gone"); }},
+      {"a file",
+       [] {
+         host::writeFile("/etc/zuv/profiles/file", "");
+         host::makeActive("file");
+       }},
+      {"a broken link",
+       [] {
+         host::makeLink("/etc/zuv/profiles/link", "/tmp/gone");
+         host::makeActive("link");
+       }},
+      {"a path out of the store", [] { host::makeActive("../profiles/profile-2"); }},
+      {"the template", [] { host::makeActive(".factory"); }},
+  };
+  for (const auto& c : cases) {
+    for (const char* selector : {".current", "--active"}) {
+      SCOPED_TRACE(std::string(c.why) + " " + selector);
+      makeStoreWithTools();
+      c.put();
+      EXPECT_EQ(activateActive(selector), "profile_name: lab\n");
+      EXPECT_EQ(current(), "profile-1\n");
+      EXPECT_EQ(host::recordedCalls(), kStart);
+      EXPECT_EQ(run(std::string("profile activate ") + selector), "profile_name: lab\n");
+      EXPECT_EQ(host::recordedCalls(), std::string(kStart) + "systemctl start hip\n") << "now it is only started";
+    }
+  }
+}
+
+TEST_F(ActivateActiveTest, OnAnEmptyStoreAProfileIsCreatedAndStartedOnce) {
+  for (const char* selector : {".current", "--active"}) {
+    SCOPED_TRACE(selector);
+    makeEmptyStoreWithTools();
+    EXPECT_EQ(activateActive(selector), "profile_name: profile\n");
+    EXPECT_EQ(current(), "profile-123123\n");
+    EXPECT_EQ(nameOf("profile-123123"), "profile\n");
+    EXPECT_EQ(host::recordedCalls(), kStart);
+  }
+}
+
+TEST_F(ActivateActiveTest, TheStatusIsThatOfTheOneStart) {
+  const std::string failed = failure("child process returned nonzero exit code", "0x16001001");
+  for (const bool isEmpty : {false, true}) {
+    SCOPED_TRACE(isEmpty ? "a profile is created" : "a profile is elected");
+    isEmpty ? makeEmptyStoreWithTools(5) : makeStoreWithTools(5);
+    EXPECT_EQ(activateActive(".current", kChildFailed), failed);
+    EXPECT_EQ(current(), isEmpty ? "profile-123123\n" : "profile-1\n");
+    EXPECT_EQ(host::recordedCalls(), kStart);
+  }
+}
+
+TEST_F(ActivateActiveTest, NothingIsStartedIfNoProfileBecomesActive) {
+  const struct {
+    const char* why;
+    void (*put)();
+  } cases[] = {
+      {"the marker cannot be read",
+       [] {
+         makeStoreWithTools();
+         host::writeFile(host::kCurrent, "profile-1\n", 0);
+       }},
+      {"the marker cannot be read and there is no profile",
+       [] {
+         makeEmptyStoreWithTools();
+         host::writeFile(host::kCurrent, "gone\n", 0);
+       }},
+      {"the marker cannot be written for an elected profile",
+       [] {
+         makeStoreWithTools();
+         host::makeDirs(host::kCurrent);
+       }},
+      {"the marker cannot be written for a created profile",
+       [] {
+         makeEmptyStoreWithTools();
+         host::makeDirs(host::kCurrent);
+       }},
+      {"no profile can be created",
+       [] {
+         makeEmptyStoreWithTools();
+         host::setMode(host::kProfiles, 0500);
+       }},
+      {"there is no store",
+       [] {
+         makeEmptyStoreWithTools();
+         host::remove(host::kProfiles);
+       }},
+  };
+  for (const auto& c : cases) {
+    for (const char* selector : {".current", "--active"}) {
+      SCOPED_TRACE(std::string(c.why) + " " + selector);
+      c.put();
+      {
+        const host::BoundByModes bound;
+        EXPECT_EQ(activateActive(selector, kNotFound), failure("profile not found", "0x12001001"));
+      }
+      EXPECT_EQ(host::recordedCalls(), "");
+      if (host::exists(host::kProfiles)) host::setMode(host::kProfiles, 0755);
+    }
+  }
+}
+
+TEST_F(ActivateActiveTest, OtherSelectorsAndAnExistingDirectoryElectNothing) {
+  const struct {
+    const char *selector, *marker;
+    StatusCode code;
+    const char *after, *calls;
+  } cases[] = {
+      {"office", "gone\n", status::success, "profile-2\n", "initctl stop hip\ninitctl start hip\n"},
+      {"dir=profile-2", "gone\n", status::success, "profile-2\n", "initctl stop hip\ninitctl start hip\n"},
+      {"dir=gone", "gone\n", kNotFound, "gone\n", ""},
+      {"missing", "gone\n", kNotFound, "gone\n", ""},
+      {"dir=", "gone\n", kInvalidArgument, "gone\n", ""},
+      {".factory", "gone\n", kInvalidArgument, "gone\n", ""},
+      {"profile=", "gone\n", kNotFound, "gone\n", ""},
+      {".current", "profile-2\n", status::success, "profile-2\n", "initctl start hip\n"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.selector);
+    makeStoreWithTools();
+    host::remove("/etc/zuv/profiles/profile-2/hip.conf");  // an active profile without it would not be kept
+    host::writeFile(host::kCurrent, c.marker, 0666);
+    activateActive(c.selector, c.code);
+    EXPECT_EQ(current(), c.after);
+    EXPECT_EQ(host::recordedCalls(), c.calls);
+  }
 }
 
 TEST_F(ProfileCommandTest, DeletingTheLastProfileCreatesANewOne) {
@@ -372,6 +546,8 @@ TEST_F(ProfileCommandTest, ModifyAcceptsAPortAloneAndAHostWithoutAPort) {
   } cases[] = {{"helmsor=h:0", "map_uri=https://old:1\n", "map_uri=https://h:8096\n"},
                {"helmsor=g", "map_uri=https://old:1\n", "map_uri=https://g:8096\n"},
                {"helmsor=:443", "map_uri=https://old:1\n", "map_uri=https://old:443\n"},
+               {"helmsor=:443", "map_uri=HTTP://old:1/x\n", "map_uri=https://old:443\n"},
+               {"helmsor=http://:443/x", "map_uri=https://old:1\n", "map_uri=https://old:443\n"},
                {"helmsor=:", "map_uri=http://old:1/path\n", "map_uri=http://old:1/path\n"},
                {"helmsor=:0", "map_uri=http://old:1/path\n", "map_uri=http://old:1/path\n"},
                {"helmsor=:65536", "map_uri=http://old:1/path\n", "map_uri=http://old:1/path\n"},

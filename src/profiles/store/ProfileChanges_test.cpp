@@ -291,6 +291,18 @@ TEST_F(ActivateTest, AnEmptySelectorIsAnInvalidArgument) {
   expectUnchanged();
 }
 
+TEST_F(ActivateTest, TheActiveProfileIsNotFoundIfItsDirectoryIsMissing) {
+  for (const char* marker : {"", "gone\n", "../../../tmp\n"}) {
+    for (const char* selector : {".current", "--active"}) {
+      SCOPED_TRACE(marker + " "s + selector);
+      host::writeFile(host::kCurrent, marker, 0666);
+      before_ = store();
+      EXPECT_THAT(activate(selector), gave(status::profileNotFound, ""));
+      expectUnchanged();
+    }
+  }
+}
+
 TEST_F(ActivateTest, TheStatusIsThatOfTheStart) {
   const struct {
     const char* why;
@@ -423,11 +435,71 @@ TEST_F(DeleteTest, LinksAreRemovedButNotTheirTargets) {
   EXPECT_EQ(host::tree("/tmp/elsewhere"), targets);
 }
 
-TEST_F(DeleteTest, AnEntryThatCannotBeRemovedIsAnApplicationErrorAndTheOthersAreRemoved) {
-  host::makeFifo(kOffice + "/fifo"s);
-  putOffice("ca-certs/ca.pem", "x");
-  EXPECT_THAT(ProfileChanges::deleteProfile("office"), HasCode(status::applicationError));
-  EXPECT_EQ(host::tree(kOffice), "p 0644 fifo\n");
+TEST_F(DeleteTest, EntriesThatAreNotRemovedKeepTheNameSoThatTheDeletionCanBeRepeated) {
+  const std::string name = "f 0640 profile_name \"office\\n\"\n";
+  const struct {
+    const char* why;
+    std::string entry;
+    void (*make)(const std::string& path);
+    std::string left;
+  } cases[] = {
+      {"a FIFO", "/fifo", [](const std::string& path) { host::makeFifo(path); }, "p 0644 fifo\n" + name},
+      {"a socket", "/socket", [](const std::string& path) { host::makeSocket(path); }, name + "s 0644 socket\n"},
+      {"a broken link", "/link", [](const std::string& path) { host::makeLink(path, "/gone"); },
+       "l link -> /gone\n" + name},
+      {"a FIFO among the certificates", "/ca-certs/fifo",
+       [](const std::string& path) {
+         host::makeDirs(kOffice + "/ca-certs"s);
+         host::makeFifo(path);
+       },
+       "d 0755 ca-certs\np 0644 ca-certs/fifo\n" + name},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    makeScene();
+    putOffice("ca-certs/ca.pem", "x");
+    const std::string path = kOffice + c.entry;
+    c.make(path);
+    for (int attempt = 0; attempt < 2; ++attempt) {
+      EXPECT_THAT(ProfileChanges::deleteProfile("office"), HasCode(status::applicationError));
+      EXPECT_EQ(host::tree(kOffice), c.left);
+    }
+    host::remove(path);
+    EXPECT_THAT(ProfileChanges::deleteProfile("office"), HasCode(status::success));
+    EXPECT_FALSE(host::exists(kOffice));
+  }
+}
+
+TEST_F(DeleteTest, ARelativeLinkIsResolvedFromItsOwnDirectoryWhateverTheWorkingDirectory) {
+  const struct {
+    const char* why;
+    const char *link, *target;
+    bool isRemoved;
+  } cases[] = {
+      {"a target in the profile", "/link", "hip.conf", true},
+      {"a target in another profile", "/logs/link", "../../profile-1/hip.conf", true},
+      {"a target beside a certificate", "/ca-certs/link", "ca.pem", true},
+      {"a target that only the working directory has", "/link", "only_there", false},
+      {"a certificate whose target only the working directory has", "/ca-certs/link", "only_there", false},
+  };
+  for (const char* workingDirectory : {"/", "/tmp/work", kOffice}) {
+    for (const auto& c : cases) {
+      SCOPED_TRACE(workingDirectory + " "s + c.why);
+      makeScene();
+      host::writeFile("/tmp/work/only_there", "x");
+      host::writeFile("/only_there", "x");
+      putOffice("ca-certs/ca.pem", "x");
+      putOffice("logs/old", "x");
+      host::makeLink(kOffice + std::string(c.link), c.target);
+      ASSERT_EQ(::chdir(workingDirectory), 0);
+      EXPECT_THAT(ProfileChanges::deleteProfile("office"),
+                  HasCode(c.isRemoved ? status::success : status::applicationError));
+      ASSERT_EQ(::chdir("/"), 0);
+      EXPECT_EQ(host::exists(kOffice), !c.isRemoved);
+      EXPECT_EQ(host::exists(kOffice + "/profile_name"s), !c.isRemoved);
+    }
+  }
+  host::remove("/only_there");
 }
 
 TEST_F(DeleteTest, TheNameFileIsRemovedLast) {

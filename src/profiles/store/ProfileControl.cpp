@@ -69,8 +69,9 @@ namespace {
 // Returns true for a path that is certainly neither a regular file nor a link to one, and for a link that is not to be
 // trusted. If stat fails for another reason, returns false, so that the copy reports the failure.
 bool isPassedOver(const std::string& path) {
+  if (isUntrustedLink(path)) return true;  // first, because its owner may have chosen a target that stat fails for
   struct stat info = {};
-  if (::stat(path.c_str(), &info) == 0) return !S_ISREG(info.st_mode) || isUntrustedLink(path);
+  if (::stat(path.c_str(), &info) == 0) return !S_ISREG(info.st_mode);
   return errno == ENOENT || errno == ENOTDIR || errno == ELOOP;
 }
 
@@ -121,10 +122,13 @@ Status configure(const NewProfile& wanted, const std::string& dirname) {
   return first;
 }
 
-Status makeActiveAndStart(const std::string& initSystem, const std::string& dirname) {
-  Status first = ProfileStore::setActive(dirname) ? Status() : Status::of(status::applicationError);
-  keepFirstFailure(first, runBackendOperation(initSystem, &SystemSpecificImpl::start));
-  return first;
+// Returns true if it has tried to start the daemon.
+bool makeActiveAndStart(const NewProfile& wanted, const std::string& dirname, Status& first) {
+  const bool isActive = ProfileStore::setActive(dirname);
+  if (!isActive) keepFirstFailure(first, Status::of(status::applicationError));
+  if (!isActive && wanted.startsOnlyIfActive) return false;
+  keepFirstFailure(first, runBackendOperation(wanted.initSystem, &SystemSpecificImpl::start));
+  return true;
 }
 
 // Makes a profile's directory the working directory. A failure is ignored, since all our own paths are absolute.
@@ -144,7 +148,8 @@ namespace ProfileControl {
 //   4. stop the daemon, if activation is requested   a failure is dropped
 //   5. write template, name and Helmsor address      the directory with the files written so far; the operation ends
 //   6. write interface and invitation                the profile without them; the next steps still follow
-//   7. make the profile active                       the profile; the daemon is started nevertheless
+//   7. make the profile active                       the profile; the daemon is started nevertheless, unless
+//                                                    startsOnlyIfActive
 //   8. start the daemon                              the profile
 Status createProfile(const NewProfile& wanted, CreatedProfile& made) {
   made = CreatedProfile();
@@ -167,10 +172,7 @@ Status createProfile(const NewProfile& wanted, CreatedProfile& made) {
   Status filled = fillDirectory(wanted, name, dir, dirname);
   if (!filled.isSuccess()) return filled;
   Status first = configure(wanted, dirname);
-  if (wanted.activate) {
-    keepFirstFailure(first, makeActiveAndStart(wanted.initSystem, dirname));
-    made.isStartTried = true;
-  }
+  if (wanted.activate) made.isStartTried = makeActiveAndStart(wanted, dirname, first);
   if (first.isSuccess()) {
     made.name = name;
     // Selects by directory, because another process may have assigned the same name. A failure is dropped: the profile
@@ -187,12 +189,10 @@ bool isActiveDirectoryMissing() {
   return ProfileStore::readActiveRecord(active) && !FileUtils::isDirectory(active.dir);
 }
 
-Status ensureActiveProfile() {
-  CreatedProfile made;
-  return ensureActiveProfile(backendNameOrNull(), made);
-}
+namespace {
 
-Status ensureActiveProfile(const std::string& initSystem, CreatedProfile& made) {
+// Makes `wanted` only if there is no profile to elect.
+Status elect(const NewProfile& wanted, CreatedProfile& made) {
   made = CreatedProfile();
   std::string dirname;
   std::string file;
@@ -210,10 +210,27 @@ Status ensureActiveProfile(const std::string& initSystem, CreatedProfile& made) 
     workIn(first.dir);
     return Status();
   }
+  return createProfile(wanted, made);
+}
+
+NewProfile firstProfile(const std::string& initSystem) {
   NewProfile wanted;
   wanted.initSystem = initSystem;
   wanted.activate = true;
-  return createProfile(wanted, made);
+  return wanted;
+}
+
+}  // namespace
+
+Status ensureActiveProfile() {
+  CreatedProfile made;
+  return elect(firstProfile(backendNameOrNull()), made);
+}
+
+Status ensureActiveProfile(const std::string& initSystem, CreatedProfile& made) {
+  NewProfile wanted = firstProfile(initSystem);
+  wanted.startsOnlyIfActive = true;
+  return elect(wanted, made);
 }
 
 }  // namespace ProfileControl

@@ -42,6 +42,8 @@ struct NewProfile {
   std::string invitation;
   std::string initSystem;  // the name of a backend (see SystemSpecificImpl.h)
   bool activate = false;
+  // With `activate`: do not start the daemon if the profile could not be made active.
+  bool startsOnlyIfActive = false;
 };
 
 // Empty after a failure, except for `isStartTried`.
@@ -70,12 +72,11 @@ Status createProfile(const NewProfile& wanted, CreatedProfile& made);
 // Ensures that there is an active profile. Keeps the active profile if it has a hip.conf; otherwise makes the first
 // profile by name active; if there is none, creates and activates one named "profile". The directory of a kept or
 // elected profile becomes the working directory, but not that of a created one. Only commands call this function.
-// `initSystem` is the backend that starts the daemon on a created profile; `made` is the created profile, if there is
-// one.
 // Statuses: success; "application error" if `.current` cannot be written; those of createProfile.
-Status ensureActiveProfile(const std::string& initSystem, CreatedProfile& made);
-// Does the same with the detected backend.
 Status ensureActiveProfile();
+// Does the same for a command that starts the daemon on the active profile. `initSystem` is the backend that starts the
+// daemon on a created profile, but only if that profile became active. `made` is the created profile, if there is one.
+Status ensureActiveProfile(const std::string& initSystem, CreatedProfile& made);
 
 // Returns true if `.current` names no existing directory, also if it is missing or empty. Returns false if it cannot be
 // read.

@@ -300,6 +300,38 @@ TEST_F(CreateTest, ARelativeLinkOfTheTemplateIsResolvedFromTheTemplate) {
   EXPECT_FALSE(host::exists(kMade + "/to_nothing"s));
 }
 
+TEST_F(CreateTest, ALinkOfTheTemplateIsCopiedOnlyIfItIsTrusted) {
+  SKIP_WITHOUT_OTHER_USERS();
+  host::writeFile("/tmp/secret", "secret\n", 0600);
+  host::makeLink("/tmp/others", "/tmp/secret");
+  host::giveTo(1000, "/tmp/others");
+  for (const std::string folder : {"/etc/zuv/profiles/.factory/", "/etc/zuv/profiles/.factory/ca-certs/"}) {
+    host::makeDirs(folder);
+    host::makeLink(folder + "trusted", "/tmp/secret");
+    host::makeLink(folder + "untrusted", "/tmp/secret");
+    host::giveTo(1000, folder + "untrusted");
+    host::makeLink(folder + "untrusted_broken", "/tmp/gone");
+    host::giveTo(1000, folder + "untrusted_broken");
+    host::makeLink(folder + "trusted_over_untrusted", "/tmp/others");
+  }
+  create(wish("lab"));
+  EXPECT_EQ(host::tree(kMade),
+            "d 0755 ca-certs\n"
+            "f 0644 ca-certs/trusted \"secret\\n\"\n"
+            "f 0640 mapconfig.static \"map_uri=https://h:443\\n\"\n"
+            "f 0640 profile_name \"lab\\n\"\n"
+            "f 0644 trusted \"secret\\n\"\n");
+}
+
+TEST_F(CreateTest, AnUntrustedLinkDoesNotFailTheCreationWhateverItsTarget) {
+  SKIP_WITHOUT_OTHER_USERS();
+  const std::string noName = "/tmp/" + std::string(300, 'x');  // stat fails with an error of its own
+  host::makeLink("/etc/zuv/profiles/.factory/link", noName);
+  create(wish("lab"), status::invalidArgument);
+  host::giveTo(1000, "/etc/zuv/profiles/.factory/link");
+  EXPECT_EQ(create(wish("lab")).name, "lab");
+}
+
 TEST_F(CreateTest, CertificatesAndTemplateMayBeMissingOrUnusual) {
   const Creation cases[] = {
       {"certificates are copied into a directory of their own",

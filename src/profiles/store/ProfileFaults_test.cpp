@@ -332,7 +332,8 @@ TEST_F(ProfileFaultsTest, AFaultDuringADeletionIsReportedAndChangesNoOtherProfil
                     "unlinkat close rmdir " +                      // remove its file and then itself
                     "lstat unlink lstat unlink " +                 // find no customer-certs and peer_certs
                     "lstat lstat openat fstat " + listOpened(5) +  // open and list the profile's directory
-                    "unlinkat unlinkat close rmdir "));            // remove its files and then itself
+                    "unlinkat fstatat " + listOpened(4) +          // remove hip.conf; only the name is left
+                    "unlinkat close rmdir "));                     // remove the name and then itself
 }
 
 // The parts of a profile that is created with an interface and an invitation.
