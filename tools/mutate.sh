@@ -84,7 +84,9 @@ passes() {
 object_code() {
   find "$tree"/src -name '*.cpp' ! -name '*_test.cpp' | sort | while read -r unit; do
     "$@" -MM "$unit" | grep -qF "$tree/$file" || continue
-    "$@" -c "$unit" -o "$work/unit.o" || say 'does not compile'
+    exceptions=
+    ! grep -qF 'catch (' "$unit" || exceptions=-fexceptions  # as in CMakeLists.txt
+    "$@" ${exceptions:+"$exceptions"} -c "$unit" -o "$work/unit.o" || say 'does not compile'
     cksum <"$work/unit.o"
   done
 }
