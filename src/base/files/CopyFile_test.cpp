@@ -7,6 +7,7 @@
 
 #include "base/files/FileInfo.h"
 #include "base/files/WholeFile.h"
+#include "base/system/UniqueFd.h"
 #include "testing/faults/FaultInjector.h"
 #include "testing/run/HostTest.h"
 
@@ -54,25 +55,98 @@ TEST_F(CopyFileTest, ACopyContinuesAfterShortReadsAndWrites) {
   EXPECT_EQ(host::readFile(kTo), std::string(5000, 'x'));
 }
 
-TEST_F(CopyFileTest, TheTargetOfAnotherUsersLinkIsNotCopied) {
+TEST_F(CopyFileTest, LinksOfAnybodyAreFollowedButInTheStoreOnlyTrustedOnes) {
   SKIP_WITHOUT_OTHER_USERS();
-  host::writeFile("/tmp/secret", "secret", 0600);
-  host::makeLink("/tmp/theirs/link", "/tmp/secret");
-  EXPECT_THAT(FileUtils::copyFile("/tmp/theirs/link", kTo), HasCode(status::success));
-  host::remove(kTo);
-  host::giveTo(65534, "/tmp/theirs/link");
-  EXPECT_THAT(FileUtils::copyFile("/tmp/theirs/link", kTo), HasCode(status::openError));
-  EXPECT_FALSE(host::exists(kTo));
+  constexpr const char* kLink = "/tmp/theirs/link";
+  struct Case {
+    const char* why;
+    const char* from;
+    const char* to;
+    const char* target;
+  };
+  const Case cases[] = {
+      {"a link to the source", kLink, kTo, kFrom},
+      {"a link to an old target", kFrom, kLink, "/tmp/old"},
+      {"a link to a missing target", kFrom, kLink, "/tmp/missing"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    for (const uid_t owner : {uid_t{0}, uid_t{65534}}) {
+      for (const auto& copy : {FileUtils::copyFile, FileUtils::copyStoreFile}) {
+        host::reset();
+        host::writeFile(kFrom, "new", 0600);
+        host::writeFile("/tmp/old", "old");
+        host::makeLink(kLink, c.target);
+        host::giveTo(owner, kLink);
+        const bool isFollowed = owner == 0 || copy == FileUtils::copyFile;
+        SCOPED_TRACE(isFollowed ? "is followed" : "is not followed");
+        const std::string before = host::tree("/tmp");
+        EXPECT_THAT(copy(c.from, c.to), HasCode(isFollowed ? status::success : status::openError));
+        if (isFollowed) {
+          EXPECT_EQ(host::readFile(c.to), "new");
+          EXPECT_EQ(host::tree("/tmp/theirs"), std::string("l link -> ") + c.target + "\n");
+        } else {
+          EXPECT_EQ(host::tree("/tmp"), before);
+        }
+      }
+    }
+  }
 }
 
-TEST_F(CopyFileTest, AnEmptyFileAndTheNullDeviceAreCopiedAsEmptyFiles) {
-  host::writeFile(kFrom, "");
-  for (const char* from : {kFrom, "/dev/null"}) {
-    SCOPED_TRACE(from);
+TEST_F(CopyFileTest, ACopyOfASetUidProgramHasMode0644AlsoOverOne) {
+  host::writeFile(kFrom, "text", 04755);
+  for (const auto& copy : {FileUtils::copyFile, FileUtils::copyStoreFile}) {
+    host::writeFile(kTo, "old", 04755);
+    EXPECT_THAT(copy(kFrom, kTo), HasCode(status::success));
+    EXPECT_EQ(host::modeOf(kTo), 0644u);
     host::remove(kTo);
-    EXPECT_THAT(FileUtils::copyFile(from, kTo), HasCode(status::success));
+    EXPECT_THAT(copy(kFrom, kTo), HasCode(status::success));
+    EXPECT_EQ(host::modeOf(kTo), 0644u);
+  }
+}
+
+TEST_F(CopyFileTest, ACopyBeyondTheFileSizeLimitIsAWriteErrorAndLeavesNoNewFile) {
+  host::writeFile(kFrom, std::string(10000, 'x'));
+  const host::FileSizeLimit limit(5000);
+  for (const auto& copy : {FileUtils::copyFile, FileUtils::copyStoreFile}) {
+    const Status s = copy(kFrom, kTo);
+    EXPECT_THAT(s, HasCode(status::writeError));
+    EXPECT_EQ(s.details(), kTo);
+    EXPECT_FALSE(host::exists(kTo));
+  }
+}
+
+TEST_F(CopyFileTest, ASourceOfSizeZeroIsCopiedAsAnEmptyFileAndInTheStoreOnlyIfItIsRegular) {
+  host::writeFile(kFrom, "");
+  host::makeFifo("/tmp/fifo");
+  struct Case {
+    const char* from;
+    StatusCode ofStore;
+  };
+  const Case cases[] = {{kFrom, status::success},
+                        {"/dev/null", status::success},
+                        {"/dev/zero", status::openError},
+                        {"/tmp/fifo", status::openError}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.from);
+    host::remove(kTo);
+    EXPECT_THAT(FileUtils::copyStoreFile(c.from, kTo), HasCode(c.ofStore));
+    EXPECT_EQ(host::exists(kTo), c.ofStore == status::success);
+    EXPECT_THAT(FileUtils::copyFile(c.from, kTo), HasCode(status::success));
     EXPECT_EQ(host::readFile(kTo), "");
   }
+}
+
+TEST_F(CopyFileTest, ACopyIntoAFifoWithAReaderArrives) {
+  host::writeFile(kFrom, "text");
+  host::makeFifo("/tmp/fifo", 0600);
+  const UniqueFd reader(::open("/tmp/fifo", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  EXPECT_THAT(FileUtils::copyStoreFile(kFrom, "/tmp/fifo"), HasCode(status::openError));
+  EXPECT_THAT(FileUtils::copyFile(kFrom, "/tmp/fifo"), HasCode(status::success));
+  char bytes[16] = {};
+  EXPECT_EQ(::read(reader.get(), bytes, sizeof bytes), 4);
+  EXPECT_STREQ(bytes, "text");
+  EXPECT_EQ(host::modeOf("/tmp/fifo"), 0600u);
 }
 
 TEST_F(CopyFileTest, ACopyOntoTheNullDeviceKeepsTheDevice) {
@@ -126,19 +200,34 @@ void expectCopyError(const Status& s, StatusCode code, const char* details) {
   EXPECT_FALSE(host::exists(kTo));
 }
 
-TEST_F(CopyFileTest, AFileThatCannotBeOpenedIsNamedInTheErrorOfTheCopy) {
+TEST_F(CopyFileTest, AFileOfAKindThatFailsIsNamedInTheErrorOfTheCopy) {
   host::writeFile(kFrom, "text");
   host::writeFile("/tmp/unreadable", "text", 0);
-  host::makeDirs("/tmp/directory");
+  host::writeFile("/tmp/directory/file", "");
   host::makeFifo("/tmp/fifo");
+  host::makeSocket("/tmp/socket");
+  struct Case {
+    const char* why;
+    const char* from;
+    const char* to;
+    StatusCode ofSystem;
+    const char* named;
+  };
+  const Case cases[] = {
+      {"a source without permission", "/tmp/unreadable", kTo, status::openError, "/tmp/unreadable"},
+      {"a directory is opened but cannot be read", "/tmp/directory", kTo, status::readError, "/tmp/directory"},
+      {"a socket as source", "/tmp/socket", kTo, status::openError, "/tmp/socket"},
+      {"a directory as target", kFrom, "/tmp/directory", status::openError, "/tmp/directory"},
+      {"a FIFO without a reader", kFrom, "/tmp/fifo", status::openError, "/tmp/fifo"},
+      {"a socket as target", kFrom, "/tmp/socket", status::openError, "/tmp/socket"},
+      {"a full device is opened but cannot be written", kFrom, "/dev/full", status::writeError, "/dev/full"},
+      {"a path below a missing directory", kFrom, "/tmp/a/b", status::openError, "/tmp/a/b"},
+  };
   const host::BoundByModes bound;
-  for (const char* from : {"/tmp/unreadable", "/tmp/directory", "/tmp/fifo"}) {
-    SCOPED_TRACE(from);
-    expectCopyError(FileUtils::copyFile(from, kTo), status::openError, from);
-  }
-  for (const char* to : {"/tmp/directory", "/tmp/fifo", "/tmp/a/b"}) {
-    SCOPED_TRACE(to);
-    expectCopyError(FileUtils::copyFile(kFrom, to), status::openError, to);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    expectCopyError(FileUtils::copyFile(c.from, c.to), c.ofSystem, c.named);
+    expectCopyError(FileUtils::copyStoreFile(c.from, c.to), status::openError, c.named);
   }
 }
 

@@ -43,6 +43,70 @@ TEST_F(DirectoryListingTest, ARelativeLinkTextIsTakenFromTheWorkingDirectory) {
   EXPECT_THAT(FileUtils::listDirectory("/tmp/list").linksToFiles, ElementsAre("link"));
 }
 
+TEST_F(DirectoryListingTest, ALinkOfAnOpenDirectoryIsTakenFromThereIfTheCallerSaysSo) {
+  using FileUtils::LinkBase;
+  host::writeFile("/tmp/list/file", "");
+  host::makeLink("/tmp/list/link", "file");
+  host::makeLink("/tmp/list/up", "../list");
+  host::makeLink("/tmp/list/absolute", "/tmp/list/file");
+  host::makeDirs("/tmp/elsewhere/file");  // of the same name, but another kind
+  const UniqueFd fd = FileUtils::openDirectory("/tmp/list");
+  ASSERT_EQ(::chdir("/tmp/elsewhere"), 0);
+  const FileUtils::DirectoryListing own = FileUtils::listOpenDirectory(fd.get(), LinkBase::ownDirectory);
+  EXPECT_THAT(own.status, HasCode(status::success));
+  EXPECT_EQ(own.path, "");
+  EXPECT_THAT(own.linksToFiles, UnorderedElementsAre("link", "absolute"));
+  EXPECT_THAT(own.linksToDirectories, ElementsAre("up"));
+  for (int i = 0; i < 2; ++i) {  // the first listing has not moved the read position
+    const FileUtils::DirectoryListing working = FileUtils::listOpenDirectory(fd.get());
+    EXPECT_THAT(working.linksToFiles, ElementsAre("absolute"));
+    EXPECT_THAT(working.linksToDirectories, UnorderedElementsAre("link", "up"));
+    EXPECT_THAT(working.files, ElementsAre("file"));
+  }
+}
+
+TEST_F(DirectoryListingTest, HoldsOnlyIsTrueIfNoEntryOfAnyKindHasAnotherName) {
+  struct Case {
+    const char* why;
+    void (*make)();
+    bool expected;
+  };
+  const Case cases[] = {
+      {"an empty directory", [] {}, true},
+      {"the file alone", [] { host::writeFile("/tmp/list/last", ""); }, true},
+      {"a directory of the name", [] { host::makeDirs("/tmp/list/last/more"); }, true},
+      {"another file", [] { host::writeFile("/tmp/list/other", ""); }, false},
+      {"a longer name", [] { host::writeFile("/tmp/list/lastly", ""); }, false},
+      {"a hidden file", [] { host::writeFile("/tmp/list/.last", ""); }, false},
+      {"a broken link", [] { host::makeLink("/tmp/list/broken", "missing"); }, false},
+      {"a FIFO beside the file",
+       [] {
+         host::writeFile("/tmp/list/last", "");
+         host::makeFifo("/tmp/list/fifo");
+       },
+       false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::remove("/tmp/list");
+    host::makeDirs("/tmp/list");
+    c.make();
+    const UniqueFd fd = FileUtils::openDirectory("/tmp/list");
+    EXPECT_EQ(FileUtils::holdsOnly(fd.get(), "last"), c.expected);
+    EXPECT_EQ(FileUtils::holdsOnly(fd.get(), "last"), c.expected) << "again: the read position has not changed";
+  }
+  EXPECT_FALSE(FileUtils::holdsOnly(-1, "last"));
+}
+
+TEST_F(DirectoryListingTest, HoldsOnlyIsFalseIfTheDirectoryCannotBeReadToItsEnd) {
+  host::writeFile("/tmp/list/last", "");
+  const UniqueFd fd = FileUtils::openDirectory("/tmp/list");
+  const std::size_t steps = forEachFault(
+      FaultLoop{nullptr}, [&fd] { return FileUtils::holdsOnly(fd.get(), "last"); },
+      [](bool result, const Fault& fault) { EXPECT_EQ(result, !fault || fault.call == "closedir"); });
+  EXPECT_EQ(steps, 7u);  // openat, fdopendir, readdir 4, closedir
+}
+
 TEST_F(DirectoryListingTest, NamesComeInTheOrderOfTheDirectory) {
   for (const char* name : {"c", "a", "d", "b"}) host::writeFile(std::string("/tmp/list/") + name, "");
   std::vector<std::string> expected;

@@ -68,6 +68,11 @@ UniqueFd openToWrite(std::string& path, int flags, mode_t mode, Links links) {
   });
 }
 
+// Opens an existing file of any kind over links of anybody, also over those of /proc, whose text is no path.
+UniqueFd openAnyToWrite(const std::string& path) {
+  return UniqueFd(uninterrupted([&] { return ::open(path.c_str(), O_WRONLY | alwaysFlags); }));
+}
+
 // From now on a write to a FIFO or device waits until it can be made.
 void letWritesWait(int fd) { (void)::fcntl(fd, F_SETFL, O_WRONLY); }
 
@@ -179,7 +184,7 @@ Status FileWriter::open(const std::string& path, mode_t newMode, Access access) 
   abandon();
   path_ = path;
   const Links links = access == Access::ofStore ? Links::ofTrusted : Links::ofAnybody;
-  fd_ = openToWrite(path_, 0, 0, links);
+  fd_ = access == Access::ofSystem ? openAnyToWrite(path) : openToWrite(path_, 0, 0, links);
   if (!fd_.isOpen() && errno == ENOENT) {
     fd_ = openToWrite(path_, O_CREAT, newMode, links);
     isNew_ = fd_.isOpen();

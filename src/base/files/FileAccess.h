@@ -41,7 +41,7 @@ struct OpenedFile {
 
 enum class Access {
   ofStore,   // regular files and /dev/null only; writers follow only links of Links::ofTrusted
-  ofSystem,  // files of every kind, over links of anybody
+  ofSystem,  // files of every kind; links of anybody are followed, also /dev/stdout and the like
 };
 
 // Whose symbolic links are followed in the last component of a path.

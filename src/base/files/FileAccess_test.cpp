@@ -143,6 +143,54 @@ TEST_F(FileAccessTest, AnotherUsersLinkIsReadButNeverWrittenNorTrusted) {
   }
 }
 
+TEST_F(FileAccessTest, AnotherUsersLinkIsFollowedByTheWriterOfTheSystem) {
+  SKIP_WITHOUT_OTHER_USERS();
+  host::makeLink(kLink, kTarget);
+  host::giveTo(kStranger, kLink);
+  host::makeLink("/tmp/links/ours", "link");
+  for (const char* path : {kLink, "/tmp/links/ours"}) {
+    SCOPED_TRACE(path);
+    host::remove(kTarget);
+    for (const char* text : {"a new file", "an old file"}) {
+      EXPECT_THAT(replaceContent(path, text, 0640, SetMode::always, Access::ofSystem), HasCode(status::success));
+      EXPECT_EQ(host::readFile(kTarget), text);
+    }
+  }
+  EXPECT_EQ(host::tree("/tmp/links"), "l link -> /tmp/target\nl ours -> link\n");
+}
+
+TEST_F(FileAccessTest, AFileOfAnyKindIsOpenedForReadingWithTheSizeOfStat) {
+  host::writeFile(kFile, "12345");
+  host::makeDirs("/tmp/directory");
+  host::makeFifo("/tmp/fifo");
+  host::makeSocket("/tmp/socket");
+  host::makeLink("/tmp/link", "/proc/self/status");
+  struct Case {
+    const char* path;
+    int error;
+  };
+  const Case cases[] = {{kFile, 0},       {"/tmp/directory", 0},    {"/tmp/fifo", 0},
+                        {"/dev/zero", 0}, {"/tmp/link", 0},         {"/tmp/socket", ENXIO},
+                        {"", ENOENT},     {"/tmp/missing", ENOENT}, {"/tmp/file/below", ENOTDIR}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.path);
+    struct stat info = {};
+    (void)::stat(c.path, &info);
+    OpenedFile file;
+    file.size = -1;
+    errno = 0;
+    const bool isOpened = openAnyForReading(c.path, file);
+    EXPECT_EQ(isOpened ? 0 : errno, c.error);
+    EXPECT_EQ(isOpened, c.error == 0);
+    EXPECT_EQ(file.fd.isOpen(), isOpened);
+    EXPECT_EQ(file.size, isOpened ? info.st_size : -1);
+    if (isOpened) {
+      EXPECT_TRUE(isCloseOnExec(file.fd.get()));
+      EXPECT_TRUE(isSameFile(file.info, info));
+    }
+  }
+}
+
 TEST_F(FileAccessTest, AChainOfFortyTrustedLinksIsFollowedAsTheSystemWouldFollowIt) {
   constexpr int longestChain = 40;
   host::writeFile(kTarget, "old");
@@ -321,13 +369,17 @@ TEST_F(FileAccessTest, AFaultWhileWritingKeepsLinksAndOldFilesAndLeavesNoNewFile
     bool isNew;
     std::size_t stepsOfOpening;
     std::size_t steps;
+    Access access = Access::ofStore;
   };
   const Case cases[] = {
       // open, flock, fstat; fallocate, write, fchmod, ftruncate, close
       {"an old file", kTarget, false, 3, 8},
+      {"an old file, as the system does", kTarget, false, 3, 8, Access::ofSystem},
+      {"a link to an old file, which the system follows", kLink, false, 3, 8, Access::ofSystem},
       // open, open, flock, fstat; write, fchmod, close. The first open only finds that there is no file. If it fails
       // with another error, the write ends.
       {"a new file", kFile, true, 4, 7},
+      {"a new file, as the system does", kFile, true, 4, 7, Access::ofSystem},
       // open, openat, fstat, readlinkat, close, open, flock, fstat; fallocate, write, fchmod, ftruncate, close
       {"a link to an old file", kLink, false, 8, 13},
   };
@@ -339,7 +391,7 @@ TEST_F(FileAccessTest, AFaultWhileWritingKeepsLinksAndOldFilesAndLeavesNoNewFile
       host::makeLink(kLink, kTarget);
     }};
     const std::size_t steps = forEachFault(
-        loop, [&c] { return FileUtils::writeString(c.path, kNewText, false); },
+        loop, [&c] { return replaceContent(c.path, kNewText, 0640, SetMode::always, c.access); },
         [&c](const Status& result, const Fault& fault) {
           const bool isOpening = fault.step <= c.stepsOfOpening;
           const bool isCloseOfTheLink = isOpening && fault.call == "close" && !fault.fromThereOn;

@@ -86,6 +86,15 @@ TEST_F(FileInfoTest, AFileIsFreshUntilItReachesTheMaximumAge) {
   EXPECT_FALSE(FileUtils::isFreshRegularFile("", 200 * kSecond));
 }
 
+TEST_F(FileInfoTest, AFileFromTheFutureIsFreshForAnyAgeDownToMinusItsDistance) {
+  host::writeFile(kFile, "");
+  setModified(kFile, TimeUtils::nowMicros() / kSecond + 1000);
+  for (const std::int64_t maxAge : {std::int64_t{1}, std::int64_t{0}, -500 * kSecond}) {
+    EXPECT_TRUE(FileUtils::isFreshRegularFile(kFile, maxAge)) << maxAge;
+  }
+  EXPECT_FALSE(FileUtils::isFreshRegularFile(kFile, -1500 * kSecond));
+}
+
 TEST_F(FileInfoTest, AFifoHasAReaderWhileSomebodyReads) {
   host::makeFifo("/tmp/fifo");
   EXPECT_FALSE(FileUtils::fifoHasReader("/tmp/fifo"));

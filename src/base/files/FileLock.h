@@ -12,8 +12,8 @@
 // FileLock that did not get the lock removes nothing.
 // Files: only a regular file is used as a lock file, and no link to one is followed. A link in place of the lock
 // directory is followed only if root or the caller's user owns it.
-// Children: the descriptor is close-on-exec. A child that does not exec would keep the lock, so a process must not fork
-// while it holds one.
+// Children: the descriptor is close-on-exec. A child does not keep a released lock. But if the holder dies without a
+// release, a child that did not exec keeps the lock, so a process must not fork while it holds one.
 // Threads: locks exclude each other within one process as between processes. A thread must not take two locks at a
 // time.
 #pragma once

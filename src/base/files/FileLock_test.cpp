@@ -318,6 +318,66 @@ TEST_F(FileLockTest, EightProcessesLoseNoneOfTheirIncrements) {
   EXPECT_FALSE(host::exists("/tmp/lock/counter.lock"));
 }
 
+TEST_F(FileLockTest, TwoProcessesWithOneNameInTwoDirectoriesExcludeEachOtherUnderLoad) {
+  constexpr int rounds = 2000;
+  const auto work = [](const std::string& path) {
+    for (int i = 0; i < rounds; ++i) {
+      const FileLock lock(path);
+      if (!lock.isLocked() || ::mkdir("/tmp/inside", 0700) != 0 || ::rmdir("/tmp/inside") != 0) return 1;
+    }
+    return 0;
+  };
+  Child one([&] { return work("/etc/zuv/profiles/profile-1/hip.conf"); });
+  Child two([&] { return work("/etc/zuv/profiles/profile-2/hip.conf"); });
+  EXPECT_EQ(one.wait(), 0);
+  EXPECT_EQ(two.wait(), 0);
+  EXPECT_FALSE(host::exists(kLock));
+}
+
+int livesOn() {
+  for (;;) ::pause();
+}
+
+// The child inherits the descriptor, but the release removes the file to which its lock belongs.
+TEST_F(FileLockTest, AReleasedLockIsFreeEvenIfAChildOfItsHolderLivesOn) {
+  FileLock lock(kPath);
+  const Child child(livesOn);
+  lock.release();
+  EXPECT_FALSE(host::exists(kLock));
+  EXPECT_EQ(FileLock(kPath, kAtOnce).result(), Result::held);
+}
+
+// Takes the lock, starts a child that lives on and, if `execs`, is another program by then, and dies with the lock.
+void dieWithTheLockButLeaveAChild(bool execs) {
+  Child holder([execs] {
+    const FileLock lock(kPath);
+    if (!lock.isLocked()) return 1;
+    const pid_t child = ::fork();
+    if (child == 0) {
+      if (execs) ::execl("/bin/sleep", "sleep", "1000", nullptr);
+      if (!execs) (void)livesOn();
+      ::_exit(127);
+    }
+    const std::string program = "/proc/" + std::to_string(child) + "/comm";
+    while (execs && host::readFile(program) != "sleep\n") std::this_thread::sleep_for(milliseconds(1));
+    host::writeFile("/tmp/child", std::to_string(child));
+    ::_exit(0);
+  });
+  EXPECT_EQ(holder.wait(), 0);
+  EXPECT_TRUE(host::exists(kLock)) << "nobody has released the lock";
+}
+
+TEST_F(FileLockTest, TheLockOfADeadHolderIsFreeIfItsChildHasExecutedAProgramAndElseOnceTheChildIsDead) {
+  for (const bool execs : {true, false}) {
+    SCOPED_TRACE(execs);
+    dieWithTheLockButLeaveAChild(execs);
+    EXPECT_EQ(FileLock(kPath, kAtOnce).result(), execs ? Result::held : Result::busy);
+    ASSERT_EQ(::kill(std::stoi(host::readFile("/tmp/child")), SIGKILL), 0);
+    EXPECT_EQ(FileLock(kPath, std::chrono::seconds(20)).result(), Result::held);
+    EXPECT_FALSE(host::exists(kLock));
+  }
+}
+
 TEST_F(FileLockTest, ThreadsExcludeEachOtherAndTheUmaskIsRestored) {
   ::umask(027);
   // In effect a plain counter: an update is lost if two threads increment it at the same time. It is atomic only

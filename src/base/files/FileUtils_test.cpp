@@ -23,6 +23,7 @@ TEST_F(FileUtilsTest, AnEmptyPathIsAnInvalidArgumentEverywhereAndMakesNoSystemCa
   EXPECT_THAT(FileUtils::readFile("", text), HasCode(status::invalidArgument));
   EXPECT_THAT(FileUtils::writeFile("", "x", 1), HasCode(status::invalidArgument));
   EXPECT_THAT(FileUtils::writeString("", "x", true), HasCode(status::invalidArgument));
+  EXPECT_THAT(FileUtils::writeStoreLine("", "x"), HasCode(status::invalidArgument));
   EXPECT_THAT(FileUtils::writeLines("", Texts{"x"}), HasCode(status::invalidArgument));
   EXPECT_THAT(FileUtils::writeLines("", FileUtils::StringList{"x"}), HasCode(status::invalidArgument));
   EXPECT_THAT(FileUtils::readLines("", lines), HasCode(status::invalidArgument));
@@ -36,10 +37,13 @@ TEST_F(FileUtilsTest, AnEmptyPathIsAnInvalidArgumentEverywhereAndMakesNoSystemCa
   EXPECT_THAT(FileUtils::removeDir(""), HasCode(status::invalidArgument));
   EXPECT_THAT(FileUtils::removePath(""), HasCode(status::invalidArgument));
   EXPECT_THAT(FileUtils::removeTree(""), HasCode(status::invalidArgument));
+  EXPECT_THAT(FileUtils::removeStoreTree(""), HasCode(status::invalidArgument));
   EXPECT_THAT(FileUtils::renameFile("", kFile, true), HasCode(status::invalidArgument));
   EXPECT_THAT(FileUtils::renameFile(kFile, "", true), HasCode(status::invalidArgument));
   EXPECT_THAT(FileUtils::copyFile("", kFile), HasCode(status::invalidArgument));
   EXPECT_THAT(FileUtils::copyFile("/etc/passwd", ""), HasCode(status::invalidArgument));
+  EXPECT_THAT(FileUtils::copyStoreFile("", kFile), HasCode(status::invalidArgument));
+  EXPECT_THAT(FileUtils::copyStoreFile("/etc/passwd", ""), HasCode(status::invalidArgument));
   EXPECT_THAT(FileUtils::listDirectory("").status, HasCode(status::invalidArgument));
   EXPECT_EQ(FileUtils::makeNewDir("", 0755), FileUtils::NewDir::failed);
   EXPECT_EQ(FileUtils::makeUniqueFile("", text), nullptr);
@@ -49,6 +53,49 @@ TEST_F(FileUtilsTest, AnEmptyPathIsAnInvalidArgumentEverywhereAndMakesNoSystemCa
   EXPECT_EQ(text, "");
   EXPECT_THAT(lines, SizeIs(0));
   EXPECT_THAT(list, SizeIs(0));
+}
+
+TEST_F(FileUtilsTest, APathBelowAFileFailsEverywhereAndLeavesTheFile) {
+  constexpr const char* kBelow = "/tmp/file/below";
+  host::writeFile(kFile, "text");
+  host::writeFile("/tmp/other", "text");
+  std::string text;
+  EXPECT_THAT(FileUtils::makeDir(kBelow, 0755), HasCode(status::mkdirError));
+  EXPECT_THAT(FileUtils::setMode(kBelow, 0755), HasCode(status::chmodError));
+  EXPECT_THAT(FileUtils::removeFile(kBelow), HasCode(status::unlinkError));
+  EXPECT_THAT(FileUtils::removeDir(kBelow), HasCode(status::rmdirError));
+  EXPECT_THAT(FileUtils::removePath(kBelow), HasCode(status::rmdirError));
+  EXPECT_THAT(FileUtils::removeTree(kBelow), HasCode(status::unlinkError));
+  EXPECT_THAT(FileUtils::removeStoreTree(kBelow), HasCode(status::unlinkError));
+  EXPECT_THAT(FileUtils::renameFile(kBelow, "/tmp/new", true), HasCode(status::renameError));
+  EXPECT_THAT(FileUtils::renameFile("/tmp/other", kBelow, true), HasCode(status::renameError));
+  EXPECT_THAT(FileUtils::copyFile(kBelow, "/tmp/new"), HasCode(status::invalidArgument));
+  EXPECT_THAT(FileUtils::copyFile("/tmp/other", kBelow), HasCode(status::openError));
+  EXPECT_THAT(FileUtils::listDirectory(kBelow).status, HasCode(status::opendirError));
+  EXPECT_EQ(FileUtils::makeNewDir(kBelow, 0755), FileUtils::NewDir::failed);
+  EXPECT_FALSE(FileUtils::fileExists(kBelow));
+  EXPECT_FALSE(FileUtils::isRealDirectory(kBelow));
+  EXPECT_FALSE(FileUtils::fifoHasReader(kBelow));
+  EXPECT_EQ(FileUtils::fileSize(kBelow), -1);
+  EXPECT_EQ(FileUtils::fileModifiedMicros(kBelow), 0);
+  EXPECT_EQ(host::tree("/tmp"), "f 0644 file \"text\"\nd 1777 lock\nf 0644 other \"text\"\n");
+}
+
+TEST_F(FileUtilsTest, ASocketIsNoKindOfFileAndCanBeRenamedAndRemoved) {
+  constexpr const char* kSocket = "/tmp/socket";
+  host::makeSocket(kSocket);
+  EXPECT_TRUE(FileUtils::fileExists(kSocket));
+  EXPECT_FALSE(FileUtils::isRegularFile(kSocket));
+  EXPECT_FALSE(FileUtils::isDirectory(kSocket));
+  EXPECT_FALSE(FileUtils::isFifo(kSocket));
+  EXPECT_FALSE(FileUtils::fifoHasReader(kSocket));
+  EXPECT_EQ(FileUtils::fileSize(kSocket), 0);
+  EXPECT_THAT(FileUtils::listDirectory(kSocket).status, HasCode(status::opendirError));
+  EXPECT_THAT(FileUtils::renameFile(kSocket, "/tmp/renamed", false), HasCode(status::success));
+  EXPECT_THAT(FileUtils::removeFile("/tmp/renamed"), HasCode(status::success));
+  host::makeSocket(kSocket);
+  EXPECT_THAT(FileUtils::removeTree(kSocket), HasCode(status::success));
+  EXPECT_FALSE(host::exists(kSocket));
 }
 
 TEST_F(FileUtilsTest, APathWithAZeroByteIsNeverCutShort) {

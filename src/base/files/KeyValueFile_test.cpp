@@ -6,6 +6,7 @@
 
 #include "base/files/FileInfo.h"
 #include "base/files/ProgramDirectories.h"
+#include "base/system/UniqueFd.h"
 #include "testing/faults/FaultInjector.h"
 #include "testing/run/HostTest.h"
 
@@ -91,15 +92,15 @@ TEST_F(KeyValueFileTest, ReadPairsReplaceThoseOfTheMapAndTheLastPairOfAKeyWins) 
 }
 
 TEST_F(KeyValueFileTest, AFileThatCannotBeReadChangesNeitherTheMapNorTheFile) {
-  host::makeFifo("/tmp/fifo");
+  host::makeSocket("/tmp/socket");
   host::makeDirs("/tmp/directory");
   host::writeFile("/tmp/unreadable", "a=1\n", 0200);
   host::writeFile("/tmp/overlong", "a=1\n" + std::string(10000000, 'x') + "\n");
   KeyValueMap map{{"z", "26"}};
   {
     const host::BoundByModes bound;
-    for (const char* path :
-         {"", "/tmp/missing/file", "/tmp/fifo", "/tmp/directory", "/tmp/unreadable", "/tmp/overlong"}) {
+    for (const char* path : {"", "/tmp/missing/file", "/tmp/socket", "/tmp/directory", "/tmp/unreadable",
+                             "/tmp/overlong", "/tmp/overlong/below", "/dev/full"}) {
       SCOPED_TRACE(path);
       EXPECT_FALSE(FileUtils::readKeyValueFile(path, map, '='));
       EXPECT_THAT(map, ElementsAre(Pair("z", "26")));
@@ -112,6 +113,40 @@ TEST_F(KeyValueFileTest, AFileThatCannotBeReadChangesNeitherTheMapNorTheFile) {
   EXPECT_THAT(map, ElementsAre(Pair("z", "26")));
   EXPECT_EQ(host::readFile("/tmp/unreadable"), "a=1\n");
   EXPECT_EQ(host::readFile("/tmp/overlong").size(), 10000005u);
+}
+
+TEST_F(KeyValueFileTest, AFifoAndTheNullDeviceAreReadAsEmptyAndWrittenAsTheSystemWritesThem) {
+  host::makeFifo("/tmp/fifo");
+  host::makeFifo("/tmp/read-fifo");
+  const UniqueFd reader(::open("/tmp/read-fifo", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  struct Case {
+    const char* why;
+    const char* path;
+    bool isWritten;
+  };
+  const Case cases[] = {{"a FIFO without a reader is not waited for", "/tmp/fifo", false},
+                        {"a FIFO with a reader", "/tmp/read-fifo", true},
+                        {"the null device", "/dev/null", true}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    KeyValueMap map;
+    EXPECT_TRUE(FileUtils::readKeyValueFile(c.path, map, '='));
+    EXPECT_TRUE(map.empty());
+    EXPECT_EQ(FileUtils::setKeyValue(c.path, "b", "2"), c.isWritten);
+  }
+  char bytes[16] = {};
+  EXPECT_EQ(::read(reader.get(), bytes, sizeof bytes), 4);
+  EXPECT_STREQ(bytes, "b=2\n");
+}
+
+TEST_F(KeyValueFileTest, LinksOfAnybodyAreFollowedAlsoToAMissingTarget) {
+  SKIP_WITHOUT_OTHER_USERS();
+  host::makeLink("/tmp/theirs/link", kFile);
+  host::giveTo(65534, "/tmp/theirs/link");
+  EXPECT_TRUE(FileUtils::setKeyValue("/tmp/theirs/link", "a", "1"));
+  EXPECT_EQ(host::tree("/tmp/theirs"), std::string("l link -> ") + kFile + "\n");
+  EXPECT_EQ(host::readFile(kFile), "a=1\n");
+  EXPECT_EQ(FileUtils::getKeyValue("/tmp/theirs/link", "a"), "1");
 }
 
 TEST_F(KeyValueFileTest, WithoutALockNothingIsReadOrWritten) {

@@ -249,6 +249,108 @@ TEST_F(RemoveTreeTest, TheLastFileIsRemovedAfterEverythingElse) {
   EXPECT_FALSE(host::exists(kTree));
 }
 
+TEST_F(RemoveTreeTest, ARelativeLinkCountsFromItsOwnDirectoryInTheStoreAndElseFromTheWorkingDirectory) {
+  for (const char* directory : {"/", "/tmp/elsewhere", "/tmp/tree/a"}) {
+    SCOPED_TRACE(directory);
+    host::reset();
+    host::writeFile("/tmp/target/file", "");
+    host::writeFile("/tmp/elsewhere/sibling", "");
+    host::writeFile("/tmp/tree/a/sibling", "");
+    host::makeLink("/tmp/tree/a/to-sibling", "sibling");
+    host::makeLink("/tmp/tree/a/to-directory", "../../target");
+    host::makeLink("/tmp/tree/top", "a/sibling");
+    ASSERT_EQ(::chdir(directory), 0);
+    EXPECT_THAT(FileUtils::removeStoreTree(kTree), HasCode(status::success));
+    EXPECT_FALSE(host::exists(kTree));
+    EXPECT_TRUE(host::exists("/tmp/target/file"));
+
+    host::makeLink("/tmp/tree/a/to-sibling", "sibling");
+    host::writeFile("/tmp/tree/a/sibling", "");
+    const bool isFound = std::string(directory) == "/tmp/elsewhere";
+    EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(isFound ? status::success : status::rmdirError));
+    EXPECT_EQ(host::exists("/tmp/tree/a/to-sibling"), !isFound);
+  }
+}
+
+TEST_F(RemoveTreeTest, TheLastFileStaysIfAnythingElseStays) {
+  struct Case {
+    const char* why;
+    void (*make)();
+    const char* left;
+    FaultPlan plan = {};
+  };
+  const Case cases[] = {
+      {"a FIFO", [] { host::makeFifo("/tmp/tree/fifo"); }, "p 0644 fifo\nf 0644 last \"\"\n"},
+      {"a socket", [] { host::makeSocket("/tmp/tree/a-socket"); }, "s 0644 a-socket\nf 0644 last \"\"\n"},
+      {"a broken link", [] { host::makeLink("/tmp/tree/broken", "missing"); },
+       "l broken -> missing\nf 0644 last \"\"\n"},
+      {"a link that cannot be read", [] { host::makeLink("/tmp/tree/a-link", "/tmp"); },
+       "l a-link -> /tmp\nf 0644 last \"\"\n", FaultPlan{1, false, EIO, {"readlinkat"}}},
+      {"a file that cannot be removed", [] { host::writeFile("/tmp/tree/file", ""); },
+       "f 0644 file \"\"\nf 0644 last \"\"\n", FaultPlan{1, false, EPERM, {"unlinkat"}}},
+      {"a subdirectory that cannot be emptied", [] { host::makeFifo("/tmp/tree/a/b/fifo"); },
+       "d 0755 a\nd 0755 a/b\np 0644 a/b/fifo\nf 0644 last \"\"\n"},
+      {"a subdirectory with a file of the same name is emptied, but not the FIFO in it",
+       [] {
+         host::writeFile("/tmp/tree/a/last", "");
+         host::makeFifo("/tmp/tree/a/fifo");
+       },
+       "d 0755 a\np 0644 a/fifo\nf 0644 last \"\"\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::reset();
+    host::writeFile("/tmp/tree/last", "");
+    c.make();
+    const ArmedFaults armed{c.plan};
+    EXPECT_THAT(FileUtils::removeStoreTree(kTree, "last"), HasCode(status::rmdirError));
+    EXPECT_EQ(host::tree(kTree), c.left);
+  }
+}
+
+TEST_F(RemoveTreeTest, TheLastEntryMayBeALinkButNotAFifo) {
+  struct Case {
+    const char* why;
+    void (*make)();
+    bool isRemoved;
+  };
+  const Case cases[] = {
+      {"a link to a file", [] { host::makeLink("/tmp/tree/last", "/tmp/target/file"); }, true},
+      {"a link to a directory", [] { host::makeLink("/tmp/tree/last", "/tmp/target"); }, true},
+      {"a broken link", [] { host::makeLink("/tmp/tree/last", "missing"); }, true},
+      {"a FIFO", [] { host::makeFifo("/tmp/tree/last"); }, false},
+      {"a socket", [] { host::makeSocket("/tmp/tree/last"); }, false},
+      {"a directory is like any other", [] { host::writeFile("/tmp/tree/last/file", ""); }, true},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::reset();
+    host::writeFile("/tmp/target/file", "");
+    host::writeFile("/tmp/tree/a/file", "");
+    c.make();
+    EXPECT_THAT(FileUtils::removeStoreTree(kTree, "last"), HasCode(c.isRemoved ? status::success : status::rmdirError));
+    EXPECT_EQ(host::exists("/tmp/tree/last"), !c.isRemoved);
+    EXPECT_FALSE(host::exists("/tmp/tree/a"));
+    EXPECT_TRUE(host::exists("/tmp/target/file"));
+  }
+}
+
+TEST_F(RemoveTreeTest, AClosedDirectoryIsRemovedOnlyIfItIsEmpty) {
+  for (const bool isEmpty : {true, false}) {
+    SCOPED_TRACE(isEmpty);
+    host::makeDirs(kTree);
+    if (!isEmpty) host::writeFile("/tmp/tree/file", "");
+    host::setMode(kTree, 0);
+    {
+      const host::BoundByModes bound;
+      EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(isEmpty ? status::success : status::rmdirError));
+    }
+    EXPECT_EQ(host::exists(kTree), !isEmpty);
+  }
+  host::setMode(kTree, 0755);
+  EXPECT_TRUE(host::exists("/tmp/tree/file"));
+}
+
 TEST_F(RemoveTreeTest, AFaultAnywhereLeaksNothingAndTouchesNothingElse) {
   const FaultLoop loop{[] {
     host::reset();

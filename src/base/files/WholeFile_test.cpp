@@ -1,10 +1,13 @@
 #include "base/files/WholeFile.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <functional>
+#include <thread>
 
 #include "base/files/DirectoryListing.h"
 #include "testing/faults/FaultInjector.h"
@@ -28,31 +31,49 @@ ino_t inodeOf(const std::string& path) {
 
 // --- Reading whole files
 
-TEST_F(WholeFileTest, OnlyRegularFilesAndTheNullDeviceAreRead) {
+// Makes one file of each kind that is no regular file.
+void makeOddFiles() {
+  host::writeFile("/tmp/file", "text\n");
+  host::writeFile("/tmp/directory/file", "");
+  host::makeFifo("/tmp/fifo");
+  host::makeSocket("/tmp/socket");
+  host::makeLink("/tmp/circle", "circle");
+}
+
+TEST_F(WholeFileTest, FilesOfEveryKindAreReadAsTheSystemReadsThemButTheFirstLineOnlyOfARegularFile) {
+  makeOddFiles();
   host::writeFile("/tmp/unreadable", "text\n", 0);
   host::makeLink("/tmp/link", "/tmp/unreadable");
   host::makeLink("/tmp/broken", "/tmp/missing");
-  host::makeDirs("/tmp/directory");
-  host::makeFifo("/tmp/fifo");
+  host::makeFifo("/tmp/written-fifo");
+  const UniqueFd writer(::open("/tmp/written-fifo", O_RDWR | O_NONBLOCK | O_CLOEXEC));
   struct Case {
+    const char* why;
     const char* path;
     StatusCode ofFile, ofLines, ofFirstLine;
   };
   const Case cases[] = {
-      {"/dev/null", status::success, status::success, status::success},
-      {"/dev/zero", status::openError, status::openError, status::success},
-      {"/tmp/fifo", status::openError, status::openError, status::success},
-      {"/tmp/directory", status::openError, status::openError, status::success},
-      {"/tmp/missing", status::statError, status::openError, status::success},
-      {"/tmp/broken", status::statError, status::openError, status::success},
-      {"/tmp/unreadable", status::openError, status::openError, status::openError},
-      {"/tmp/link", status::openError, status::openError, status::openError},
+      {"the null device is empty", "/dev/null", status::success, status::success, status::success},
+      {"a device without an end has a line that is too long", "/dev/zero", status::success, status::readError,
+       status::success},
+      {"a FIFO without a writer is empty", "/tmp/fifo", status::success, status::success, status::success},
+      {"a FIFO with a writer but without data is not waited for", "/tmp/written-fifo", status::success,
+       status::readError, status::success},
+      {"a socket cannot be opened", "/tmp/socket", status::success, status::openError, status::success},
+      {"a directory is opened but cannot be read", "/tmp/directory", status::readError, status::readError,
+       status::success},
+      {"a missing file", "/tmp/missing", status::statError, status::openError, status::success},
+      {"a path below a file", "/tmp/file/below", status::statError, status::openError, status::success},
+      {"a broken link", "/tmp/broken", status::statError, status::openError, status::success},
+      {"a circular link", "/tmp/circle", status::statError, status::openError, status::success},
+      {"a file without permission", "/tmp/unreadable", status::openError, status::openError, status::openError},
+      {"a link to it", "/tmp/link", status::openError, status::openError, status::openError},
   };
   const host::BoundByModes bound;
   const UniqueFd root = FileUtils::openDirectory("/");
   ASSERT_EQ(::chdir("/etc"), 0);  // so that a path relative to the root is not relative to the working directory too
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.path);
+    SCOPED_TRACE(c.why);
     std::string bytes = "old";
     Texts lines{"old"};
     std::string line = "old";
@@ -64,6 +85,22 @@ TEST_F(WholeFileTest, OnlyRegularFilesAndTheNullDeviceAreRead) {
     EXPECT_EQ(bytes + line + lineAt, "");
     EXPECT_THAT(lines, SizeIs(0));
   }
+}
+
+// The FIFO is open for reading here too, so that its bytes outlive the writer.
+TEST_F(WholeFileTest, TheLinesInAFifoAreReadOnceItsWriterIsGoneButNeverTheFirstLine) {
+  host::makeFifo("/tmp/fifo");
+  const UniqueFd reader(::open("/tmp/fifo", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  {
+    const UniqueFd writer(::open("/tmp/fifo", O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+    ASSERT_EQ(::write(writer.get(), "one\ntwo", 7), 7);
+  }
+  std::string line = "old";
+  EXPECT_THAT(FileUtils::readFirstLine("/tmp/fifo", line), HasCode(status::success));
+  EXPECT_EQ(line, "");
+  Texts lines;
+  EXPECT_THAT(FileUtils::readLines("/tmp/fifo", lines), HasCode(status::success));
+  EXPECT_THAT(lines, ElementsAre("one", "two"));
 }
 
 TEST_F(WholeFileTest, ALargeFileIsReadWholeAlsoByShortReads) {
@@ -92,13 +129,32 @@ TEST_F(WholeFileTest, AFileThatGrowsBetweenTwoReadsIsReadUpToItsFirstSize) {
   EXPECT_EQ(armed.count(), 2u);
 }
 
-TEST_F(WholeFileTest, AnEmptyFileIsReadWithoutOpeningIt) {
+TEST_F(WholeFileTest, AFileOfSizeZeroOfWhateverKindIsReadWithoutOpeningIt) {
+  makeOddFiles();
   host::writeFile(kFile, "");
+  for (const char* path : {kFile, "/tmp/fifo", "/tmp/socket", "/dev/null", "/dev/zero"}) {
+    SCOPED_TRACE(path);
+    std::string bytes = "old";
+    const ArmedFaults counted{FaultPlan{}};
+    EXPECT_THAT(FileUtils::readFile(path, bytes), HasCode(status::success));
+    EXPECT_EQ(bytes, "");
+    EXPECT_THAT(counted.calls(), ElementsAre("stat"));
+  }
+}
+
+TEST_F(WholeFileTest, AFileThatEndsEarlyIsReadUpToItsEnd) {
+  host::writeFile(kFile, std::string(5000, 'x'));
+  FaultPlan plan;
+  plan.calls = {"read"};
+  plan.before = [](std::size_t call) {
+    if (call == 1) {
+      ASSERT_EQ(::truncate(kFile, 7), 0);
+    }
+  };
+  const ArmedFaults armed{plan};
   std::string bytes = "old";
-  const ArmedFaults counted{FaultPlan{}};
   EXPECT_THAT(FileUtils::readFile(kFile, bytes), HasCode(status::success));
-  EXPECT_EQ(bytes, "");
-  EXPECT_THAT(counted.calls(), ElementsAre("stat"));
+  EXPECT_EQ(bytes, "xxxxxxx");
 }
 
 TEST_F(WholeFileTest, AFailedReadIsAReadErrorAndLeavesTheResultEmpty) {
@@ -191,22 +247,110 @@ TEST_F(WholeFileTest, TheMissingTargetOfALinkIsMadeAndIsRemovedAgainIfWritingFai
   EXPECT_EQ(host::tree("/tmp"), "l link -> /tmp/target\nd 1777 lock\nf 0640 target \"new\\n\"\n");
 }
 
-TEST_F(WholeFileTest, OnlyRegularFilesAndTheNullDeviceAreWritten) {
-  host::makeDirs("/tmp/directory");
-  host::makeFifo("/tmp/fifo");
+TEST_F(WholeFileTest, FilesOfEveryKindAreWrittenAsTheSystemWritesThemButOnlyRegularOnesInTheStore) {
+  makeOddFiles();
   host::makeFifo("/tmp/read-fifo");
   const UniqueFd reader(::open("/tmp/read-fifo", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  host::makeLink("/tmp/circle", "circle");
-  for (const char* path :
-       {"/tmp/directory", "/tmp/fifo", "/tmp/read-fifo", "/tmp/circle", "/dev/full", "/tmp/missing/file"}) {
-    SCOPED_TRACE(path);
-    EXPECT_THAT(FileUtils::writeString(path, "x", true), HasCode(status::openError));
+  struct Case {
+    const char* why;
+    const char* path;
+    StatusCode ofStore, ofSystem;
+  };
+  const Case cases[] = {
+      {"the null device", "/dev/null", status::success, status::success},
+      {"a device that is full", "/dev/full", status::openError, status::writeError},
+      {"a device that takes every byte", "/dev/zero", status::openError, status::success},
+      {"a FIFO without a reader is not waited for", "/tmp/fifo", status::openError, status::openError},
+      {"a FIFO with a reader", "/tmp/read-fifo", status::openError, status::success},
+      {"a socket", "/tmp/socket", status::openError, status::openError},
+      {"a directory", "/tmp/directory", status::openError, status::openError},
+      {"a circular link", "/tmp/circle", status::openError, status::openError},
+      {"a path below a missing directory", "/tmp/missing/file", status::openError, status::openError},
+      {"a path below a file", "/tmp/file/below", status::openError, status::openError},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    const mode_t before = host::exists(c.path) ? host::modeOf(c.path) : 0;
+    const ArmedFaults counted{FaultPlan{0, false, EIO, {"fchmod", "ftruncate", "fallocate"}}};
+    EXPECT_THAT(FileUtils::writeStoreLine(c.path, "store"), HasCode(c.ofStore));
+    EXPECT_THAT(FileUtils::writeString(c.path, "x", true), HasCode(c.ofSystem));
+    EXPECT_THAT(counted.calls(), SizeIs(0)) << "no mode is set and nothing is cut";
+    EXPECT_EQ(host::exists(c.path) ? host::modeOf(c.path) : 0, before);
   }
-  char byte = 0;
-  EXPECT_EQ(::read(reader.get(), &byte, 1), 0) << "no byte was written into the FIFO that has a reader";
-  const mode_t before = host::modeOf("/dev/null");
-  EXPECT_THAT(FileUtils::writeString("/dev/null", "x", true), HasCode(status::success));
-  EXPECT_EQ(host::modeOf("/dev/null"), before);
+  char bytes[16] = {};
+  EXPECT_EQ(::read(reader.get(), bytes, sizeof bytes), 2);
+  EXPECT_STREQ(bytes, "x\n");
+}
+
+// More bytes than a pipe holds: without the wait, a write fails as soon as the pipe is full.
+TEST_F(WholeFileTest, AWriteIntoAFifoWaitsForItsReader) {
+  host::makeFifo("/tmp/fifo");
+  const UniqueFd reader(::open("/tmp/fifo", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  const std::string text(300000, 'x');
+  std::string arrived;
+  std::thread slow([&] {
+    pollfd waiting = {reader.get(), POLLIN, 0};
+    EXPECT_EQ(::poll(&waiting, 1, 20000), 1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    char bytes[4096];
+    ssize_t count = 0;
+    while ((count = ::read(reader.get(), bytes, sizeof bytes)) > 0 || (count < 0 && errno == EAGAIN)) {
+      if (count > 0) arrived.append(bytes, static_cast<std::size_t>(count));
+    }
+  });
+  EXPECT_THAT(FileUtils::writeString("/tmp/fifo", text, false), HasCode(status::success));
+  slow.join();
+  EXPECT_TRUE(arrived == text) << arrived.size();
+}
+
+TEST_F(WholeFileTest, LinksOfAnybodyAreFollowedButNotByTheWriterOfTheStore) {
+  SKIP_WITHOUT_OTHER_USERS();
+  constexpr const char* kTarget = "/tmp/target";
+  host::makeLink("/tmp/theirs/link", kTarget);
+  host::giveTo(65534, "/tmp/theirs/link");
+  for (const bool isThere : {true, false}) {
+    SCOPED_TRACE(isThere ? "to a file" : "to a missing target");
+    host::remove(kTarget);
+    if (isThere) host::writeFile(kTarget, "a long old text\n");
+    EXPECT_THAT(FileUtils::writeStoreLine("/tmp/theirs/link", "store"), HasCode(status::openError));
+    EXPECT_EQ(host::exists(kTarget), isThere);
+    EXPECT_THAT(FileUtils::writeString("/tmp/theirs/link", "new", true), HasCode(status::success));
+    EXPECT_EQ(host::tree("/tmp/theirs"), "l link -> /tmp/target\n");
+    EXPECT_EQ(host::readFile(kTarget), "new\n");
+    EXPECT_EQ(host::modeOf(kTarget), 0640u);
+  }
+  std::string bytes;
+  Texts lines;
+  EXPECT_THAT(FileUtils::readFile("/tmp/theirs/link", bytes), HasCode(status::success));
+  EXPECT_EQ(bytes, "new\n");
+  EXPECT_THAT(FileUtils::readLines("/tmp/theirs/link", lines), HasCode(status::success));
+  EXPECT_THAT(lines, ElementsAre("new"));
+}
+
+// The text of such a link is no path, so only the system itself can follow it.
+TEST_F(WholeFileTest, ALinkToAnOpenPipeIsFollowedLikeDevStdout) {
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+  const UniqueFd reader(ends[0]);
+  const UniqueFd writer(ends[1]);
+  host::makeLink("/tmp/link", "/proc/self/fd/" + std::to_string(writer.get()));
+  EXPECT_THAT(FileUtils::writeStoreLine("/tmp/link", "store"), HasCode(status::openError));
+  EXPECT_THAT(FileUtils::writeString("/tmp/link", "x", true), HasCode(status::success));
+  char bytes[16] = {};
+  EXPECT_EQ(::read(reader.get(), bytes, sizeof bytes), 2);
+  EXPECT_STREQ(bytes, "x\n");
+}
+
+TEST_F(WholeFileTest, ALineOfTheStoreIsWrittenWithItsNewlineAndMode0640) {
+  host::writeFile(kFile, "a much longer text\n", 0600);
+  host::makeLink("/tmp/link", kFile);
+  for (const char* path : {kFile, "/tmp/link", "/tmp/new"}) {
+    SCOPED_TRACE(path);
+    EXPECT_THAT(FileUtils::writeStoreLine(path, "lab"), HasCode(status::success));
+    EXPECT_EQ(host::readFile(path), "lab\n");
+  }
+  EXPECT_EQ(host::modeOf(kFile), 0640u);
+  EXPECT_EQ(host::modeOf("/tmp/new"), 0640u);
 }
 
 TEST_F(WholeFileTest, AFullDiskLeavesTheOldFileWholeAndNoNewFile) {
