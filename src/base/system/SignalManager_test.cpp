@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -9,6 +10,7 @@
 #include <cerrno>
 #include <csignal>
 #include <functional>
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -41,7 +43,22 @@ Action actionOf(int signal) {
   return action.sa_handler;
 }
 
-TEST(SignalManager, AcceptsExactlyTheSignalsBelow32ThatCanBeCaught) {
+// A manager leaves its signals caught. So each test ends with the actions that it began with.
+class SignalManagerTest : public testing::Test {
+ protected:
+  SignalManagerTest() {
+    for (int number = 1; number < kSignals; ++number) ::sigaction(number, nullptr, &before_[number]);
+  }
+  ~SignalManagerTest() override {
+    for (int number = 1; number < kSignals; ++number) ::sigaction(number, &before_[number], nullptr);
+  }
+
+ private:
+  static constexpr int kSignals = 32;
+  struct sigaction before_[kSignals] = {};
+};
+
+TEST_F(SignalManagerTest, AcceptsExactlyTheSignalsBelow32ThatCanBeCaught) {
   Signals signals;
   for (int number = -40; number <= 1'000; ++number) {
     const bool isAccepted = number >= 1 && number < 32 && number != SIGKILL && number != SIGSTOP;
@@ -50,7 +67,7 @@ TEST(SignalManager, AcceptsExactlyTheSignalsBelow32ThatCanBeCaught) {
   }
 }
 
-TEST(SignalManager, DispatchHandlesEachPendingSignalOnceLowerNumbersFirst) {
+TEST_F(SignalManagerTest, DispatchHandlesEachPendingSignalOnceLowerNumbersFirst) {
   const struct {
     const char* why;
     void (*raise)(Signals& signals);
@@ -93,7 +110,7 @@ TEST(SignalManager, DispatchHandlesEachPendingSignalOnceLowerNumbersFirst) {
   }
 }
 
-TEST(SignalManager, ASecondInstallDoesNothing) {
+TEST_F(SignalManagerTest, ASecondInstallDoesNothing) {
   Signals signals({SIGUSR1});
   const Action caught = actionOf(SIGUSR1);
   ::signal(SIGUSR1, SIG_IGN);
@@ -105,7 +122,7 @@ TEST(SignalManager, ASecondInstallDoesNothing) {
   EXPECT_THAT(signals.handled, ElementsAre(SIGUSR1));
 }
 
-TEST(SignalManager, ASignalThatComesDuringADispatchIsHandledByTheNextAtTheLatest) {
+TEST_F(SignalManagerTest, ASignalThatComesDuringADispatchIsHandledByTheNextAtTheLatest) {
   const struct {
     const char* why;
     void (*whenFirstHandled)(Signals& signals);
@@ -141,7 +158,7 @@ TEST(SignalManager, ASignalThatComesDuringADispatchIsHandledByTheNextAtTheLatest
   }
 }
 
-TEST(SignalManager, ASignalThatIsNotInstalledKeepsItsAction) {
+TEST_F(SignalManagerTest, ASignalThatIsNotInstalledKeepsItsAction) {
   ::signal(SIGUSR2, SIG_IGN);
   Signals signals({SIGUSR1});
   ::raise(SIGUSR2);
@@ -151,18 +168,60 @@ TEST(SignalManager, ASignalThatIsNotInstalledKeepsItsAction) {
   ::signal(SIGUSR2, SIG_DFL);
 }
 
-TEST(SignalManager, TheDestructorRestoresThePreviousActions) {
-  ::signal(SIGUSR1, SIG_IGN);
+TEST_F(SignalManagerTest, ASignalAfterTheDestructionDoesNothingAndANewManagerTakesOver) {
+  Action handler = nullptr;
   {
-    const Signals signals({SIGUSR1, SIGUSR2});
-    EXPECT_NE(actionOf(SIGUSR1), SIG_IGN);
+    Signals destroyed({SIGUSR1, SIGTERM});
+    handler = actionOf(SIGUSR1);
   }
-  EXPECT_EQ(actionOf(SIGUSR1), SIG_IGN);
-  EXPECT_EQ(actionOf(SIGUSR2), SIG_DFL);
-  ::signal(SIGUSR1, SIG_DFL);
+  for (const int number : {SIGUSR1, SIGTERM}) {
+    EXPECT_EQ(actionOf(number), handler) << "the signal stays caught";
+    ::raise(number);  // its default action would end the process
+  }
+  Signals signals({SIGTERM});
+  signals.dispatch();
+  EXPECT_THAT(signals.handled, IsEmpty());
+  ::raise(SIGTERM);
+  signals.dispatch();
+  EXPECT_THAT(signals.handled, ElementsAre(SIGTERM));
 }
 
-TEST(SignalManager, AManagerHandlesNoSignalFromBeforeItsConstruction) {
+// The exit status of a child process that runs `work`.
+template <typename Work>
+int statusOfChild(Work work) {
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(work());
+  int status = 0;
+  EXPECT_EQ(::waitpid(child, &status, 0), child);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+TEST_F(SignalManagerTest, AChildCatchesItsOwnSignalsAndNoneOfItsParent) {
+  Signals signals({SIGUSR1});
+  const auto raiseInChild = [&] {
+    ::raise(SIGUSR1);
+    signals.dispatch();
+    return static_cast<int>(signals.handled.size());
+  };
+  EXPECT_EQ(statusOfChild(raiseInChild), 1);
+  signals.dispatch();
+  EXPECT_THAT(signals.handled, IsEmpty());
+  const auto killParent = [] {
+    ::kill(::getppid(), SIGUSR1);
+    return 0;
+  };
+  EXPECT_EQ(statusOfChild(killParent), 0);
+  signals.dispatch();
+  EXPECT_THAT(signals.handled, ElementsAre(SIGUSR1));
+}
+
+TEST_F(SignalManagerTest, AProgramThatAChildExecutesIsEndedByTheSignals) {
+  const auto executeAndKill = [] { return ::execl("/bin/sh", "sh", "-c", "kill -USR1 $$; exit 7", nullptr); };
+  Signals signals({SIGUSR1});
+  EXPECT_EQ(statusOfChild(executeAndKill), -SIGUSR1);
+}
+
+TEST_F(SignalManagerTest, AManagerHandlesNoSignalFromBeforeItsConstruction) {
   Action handler = nullptr;
   {
     const Signals destroyed({SIGUSR1});
@@ -178,7 +237,7 @@ TEST(SignalManager, AManagerHandlesNoSignalFromBeforeItsConstruction) {
   }
 }
 
-TEST(SignalManager, TheLaterOfTwoManagersGetsTheSignals) {
+TEST_F(SignalManagerTest, TheLaterOfTwoManagersGetsTheSignals) {
   Signals first;
   {
     Signals second({SIGUSR1});
@@ -188,30 +247,21 @@ TEST(SignalManager, TheLaterOfTwoManagersGetsTheSignals) {
     EXPECT_THAT(first.handled, IsEmpty());
     EXPECT_THAT(second.handled, ElementsAre(SIGUSR1));
   }
+  ::raise(SIGUSR1);
   first.dispatch();
-  EXPECT_EQ(actionOf(SIGUSR1), SIG_DFL);
+  EXPECT_THAT(first.handled, IsEmpty()) << "the first one does not take over again";
 }
 
-TEST(SignalManager, EachManagerRestoresOnlyTheSignalsItInstalled) {
-  ::signal(SIGUSR1, SIG_IGN);
-  ::signal(SIGUSR2, SIG_IGN);
-  {
-    Signals first({SIGUSR1});
-    const Action handler = actionOf(SIGUSR1);
-    {
-      const Signals second({SIGUSR1});
-      EXPECT_EQ(first.install(SIGUSR2), 0);
-    }
-    EXPECT_EQ(actionOf(SIGUSR1), handler) << "the first manager installed it";
-    EXPECT_EQ(actionOf(SIGUSR2), handler) << "the second manager did not install it";
-  }
-  EXPECT_EQ(actionOf(SIGUSR1), SIG_IGN);
-  EXPECT_EQ(actionOf(SIGUSR2), SIG_IGN);
-  ::signal(SIGUSR1, SIG_DFL);
-  ::signal(SIGUSR2, SIG_DFL);
+TEST_F(SignalManagerTest, TheDestructionOfAnEarlierManagerLeavesTheLaterOneItsSignals) {
+  auto first = std::make_unique<Signals>(Numbers{SIGUSR1});
+  Signals second({SIGUSR1});
+  first.reset();
+  ::raise(SIGUSR1);
+  second.dispatch();
+  EXPECT_THAT(second.handled, ElementsAre(SIGUSR1));
 }
 
-TEST(SignalManager, TheHandlerLeavesErrnoAlone) {
+TEST_F(SignalManagerTest, TheHandlerLeavesErrnoAlone) {
   const Signals signals({SIGUSR1});
   errno = ENOTTY;
   ::raise(SIGUSR1);
@@ -219,7 +269,7 @@ TEST(SignalManager, TheHandlerLeavesErrnoAlone) {
 }
 
 // Each thread raises its own signal again only after the last one was handled, so the test notices a lost signal.
-TEST(SignalManager, SignalsOfManyThreadsAreNeverLost) {
+TEST_F(SignalManagerTest, SignalsOfManyThreadsAreNeverLost) {
   constexpr int rounds = 500;
   const Numbers numbers = {SIGHUP, SIGUSR1, SIGUSR2, SIGTERM};
   std::array<std::atomic<int>, 32> timesHandled{};

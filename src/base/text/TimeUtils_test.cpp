@@ -250,6 +250,26 @@ TEST(TimeStamps, StandBetweenPrefixAndSuffix) {
   EXPECT_EQ(dayStamp(std::string(5'000, 'p'), "%s", time), std::string(5'000, 'p') + "20250302%s");
 }
 
+TEST(TimeStamps, ANullPointerIsNoPrefixAndNoSuffix) {
+  constexpr std::int64_t time = 1'740'920'707 * kSec;  // 2025-03-02 13:05:07
+  const char* const absent = nullptr;
+  const struct {
+    std::string (*stamp)(TextOrNull prefix, TextOrNull suffix, std::int64_t micros);
+    std::string text;
+  } cases[] = {
+      {dayStamp, "20250302"},
+      {hourStamp, "20250302-13"},
+      {minuteStamp, "20250302-1305"},
+      {secondStamp, "20250302-130507"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(c.stamp(absent, absent, time), c.text);
+    EXPECT_EQ(c.stamp("app-", absent, time), "app-" + c.text);
+    EXPECT_EQ(c.stamp(absent, ".log", time), c.text + ".log");
+  }
+  EXPECT_EQ(dayStamp(nullptr, nullptr, time), "20250302");
+}
+
 TEST(TimeStamps, TheTimeZeroMeansNow) {
   const std::string before = secondStamp("", "", nowMicros());
   const std::string stamp = secondStamp("", "");
@@ -294,6 +314,12 @@ TEST(ParseDuration, NeedsANumberAndAUnit) {
       {"-9223372036854775808 d", 0},
   };
   for (const TextOfTime& c : cases) EXPECT_EQ(parseDuration(c.text), c.micros) << c.text;
+}
+
+TEST(ParseDuration, ANullPointerIsZero) {
+  const char* const absent = nullptr;
+  EXPECT_EQ(parseDuration(absent), 0);
+  EXPECT_EQ(parseDuration(nullptr), 0);
 }
 
 TEST(ParseDuration, KnowsEveryUnitWordInEitherCase) {
