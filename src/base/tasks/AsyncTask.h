@@ -16,6 +16,7 @@
 // Threads: all functions may be called from any thread. start, beginShutdown and continueShutdown run on the calling
 // thread under the task's lock, one at a time. They may log. They must not call asyncStartup, asyncShutdown, isStopped
 // or state.
+// Exceptions: an operation must not throw. The library is built without exceptions, so the lock would stay held.
 #pragma once
 
 #include <string>

@@ -122,6 +122,16 @@ TEST_F(PointerQueue, PushManySkipsNullAndSetsPushedEntriesToNull) {
   EXPECT_EQ(queue_.pop(), nullptr);
 }
 
+TEST_F(PointerQueue, PushManyOfNothingChangesNothing) {
+  void* pointers[] = {&items[0], nullptr};
+  EXPECT_EQ(queue_.pushMany(pointers, 0), 0U);
+  EXPECT_EQ(queue_.pushMany(nullptr, 0), 0U);
+  EXPECT_EQ(queue_.pushMany(pointers + 1, 1), 1U) << "a null entry is got through";
+  EXPECT_THAT(pointers, ElementsAre(&items[0], nullptr));
+  EXPECT_EQ(queue_.blockCount(), 0U);
+  EXPECT_EQ(queue_.pop(), nullptr);
+}
+
 TEST_F(PointerQueue, PushManyStopsAtTheFirstFailure) {
   pushItems(0, 28);
   void* pointers[] = {&items[28], nullptr, &items[29], &items[30], &items[31]};

@@ -7,6 +7,7 @@
 //   if (!runner.waitStopped(5)) ...                    // the step has not returned after five seconds
 //
 // Threads: all functions may be called from any thread. Steps run on the runner's thread only, never two at a time.
+// Exceptions: one that a step throws ends the process, as on every thread.
 // Lifetime: the runner may be destroyed at any time. If its thread is then in a step, it finishes that step and starts
 // no other. So the objects that the step refers to must live until waitStopped has returned true or state has returned
 // stopped.

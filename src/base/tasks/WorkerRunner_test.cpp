@@ -4,8 +4,10 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstdint>
 #include <memory>
+#include <stdexcept>
 #include <thread>
 
 #include "base/text/TimeUtils.h"
@@ -238,6 +240,17 @@ TEST(WorkerRunner, MayBeDestroyedWhileItSteps) {
   *isReleased = true;
   while (steps.use_count() > 1) ::usleep(100);
   EXPECT_EQ(*steps, 1);
+}
+
+TEST(WorkerRunnerDeathTest, AnExceptionOutOfAStepEndsTheProcess) {
+  EXPECT_EXIT(
+      {
+        WorkerRunner runner([]() -> bool { throw std::runtime_error("thrown"); });
+        (void)runner.start();
+        (void)runner.waitStopped(30);
+        ::_exit(0);
+      },
+      testing::KilledBySignal(SIGABRT), "");
 }
 
 }  // namespace
