@@ -58,7 +58,9 @@ class jsObject {
   constexpr explicit jsObject(JsonKind kind) : kind_(kind) {}
   ~jsObject() = default;
 
-  void setKind(std::int32_t number) { kind_ = kindOf(number); }
+  // Stores the kind of that number. The access is volatile: otherwise the compiler would leave out the last one, which
+  // sets the kind to 0 before the memory is freed.
+  void setKind(std::int32_t number) { static_cast<volatile JsonKind&>(kind_) = kindOf(number); }
 
  private:
   JsonKind kind_;

@@ -2,6 +2,7 @@
 // tests count the allocated blocks in every build. The sanitizers find a double free and a use after free.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 
 #include "json/JsonParser.h"
@@ -138,6 +139,44 @@ TEST(JsonOwnership, EveryValueIsReleasedOnce) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
     EXPECT_EQ(blocksLeakedBy(c.work), 0);
+  }
+}
+
+// The kind is at the start of every value. A value that is used after its release is then of no kind.
+TEST(JsonOwnership, TheKindOfAValueIsZeroWhenItsMemoryIsFreed) {
+  const struct {
+    const char* why;
+    jsObject* (*make)();
+    std::int32_t kind;
+  } cases[] = {
+      {"a number", [] { return json::makeNumber(7.5); }, 3},
+      {"a string", [] { return json::makeString("text"); }, 4},
+      {"an array", [] { return json::makeArray(); }, 5},
+      {"an array with a shared element",
+       [] {
+         jsObject* array = json::makeArray();
+         json::append(array, json::makeNull());
+         return array;
+       },
+       5},
+      {"an object", [] { return json::makeObject(); }, 6},
+      {"an object with more members than are searched without an index",
+       [] {
+         jsObject* object = json::makeObject();
+         for (int at = 0; at < 40; ++at) json::setMember(object, std::to_string(at), json::makeNull());
+         return object;
+       },
+       6},
+      {"a value of the invalid kind", [] { return json::makeOfKind(7); }, 0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    jsObject* value = c.make();
+    std::int32_t start = -1;
+    std::memcpy(&start, value, sizeof start);
+    EXPECT_EQ(start, c.kind);
+    json::release(value);
+    EXPECT_EQ(startOfLastFreedBlock(), 0);
   }
 }
 

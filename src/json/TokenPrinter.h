@@ -19,6 +19,7 @@ class TokenPrinter final : public TokenReceiver {
 
   // Flushes standard output. Returns false if this or the output of any token failed. After a failure no further token
   // is printed. Without a call of finish(), the last tokens may wait in stdio's buffer, and a failure is not reported.
+  // If the output of other code flushes stdio's buffer and fails, that code alone learns of it.
   bool finish();
 
   void onError(std::string_view message) override;

@@ -2,7 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
+#include <stdio_ext.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -96,25 +96,42 @@ TEST(TokenPrinter, LongOutputIsCompleteAndInOrder) {
   EXPECT_EQ(dumpOf(text), expected);
 }
 
-// So the printer never needs more memory than for 4096 bytes and one token.
-TEST(TokenPrinter, OutputIsWrittenAsSoonAs4096BytesAreBuffered) {
-  std::FILE* file = std::tmpfile();
-  {
-    OutputTo redirected(::fileno(file));
-    TokenPrinter printer;
-    const auto written = [&] {
-      struct stat info = {};
-      EXPECT_EQ(::fstat(::fileno(file), &info), 0);
-      return info.st_size;
-    };
-    printer.onName(std::string(4094, 'x'));  // 4095 bytes with the space
-    EXPECT_EQ(written(), 0);
-    printer.onName("");
-    EXPECT_EQ(written(), 4096);
-    printer.onName("y");
-    EXPECT_EQ(written(), 4096);
-  }
-  std::fclose(file);
+TEST(TokenPrinter, TokensMixWithPrintfInTheirOrder) {
+  EXPECT_EQ(outputOf([] {
+              TokenPrinter printer;
+              std::printf("first ");
+              printer.onName("a");
+              std::printf("%d ", 2);
+              printer.onString("b");
+              printer.onError("c");
+              std::printf("last");
+              EXPECT_TRUE(printer.finish());
+            }),
+            "first a 2 \"b\" error: c last");
+}
+
+TEST(TokenPrinter, EachTokenIsInTheBufferOfStandardOutputWhenItComes) {
+  EXPECT_EQ(outputOf([] {
+              TokenPrinter printer;
+              std::size_t expected = 0;
+              for (const std::string& token : {"null"s, "name"s, std::string(100, 'x')}) {
+                printer.onName(token);
+                expected += token.size() + 1;
+                EXPECT_EQ(::__fpending(stdout), expected);
+              }
+              EXPECT_TRUE(printer.finish());
+              EXPECT_EQ(::__fpending(stdout), 0U);
+            }),
+            "null name " + std::string(100, 'x') + " ");
+}
+
+TEST(TokenPrinter, WithoutFinishTheLastTokensWaitInTheBuffer) {
+  EXPECT_EQ(outputOf([] {
+              { TokenPrinter().onBool(true); }
+              EXPECT_EQ(::__fpending(stdout), 5U);
+              std::fflush(stdout);
+            }),
+            "true ");
 }
 
 TEST(TokenPrinter, ShortWriteIsContinued) {
@@ -153,14 +170,6 @@ TEST(TokenPrinter, FailedWriteIsReportedAndNothingIsPrintedAfterIt) {
             }),
             "");
   ::close(full);
-}
-
-TEST(TokenPrinter, DestructorWritesTheBufferedRemainder) {
-  EXPECT_EQ(outputOf([] {
-              TokenPrinter printer;
-              printer.onBool(true);
-            }),
-            "true ");
 }
 
 }  // namespace

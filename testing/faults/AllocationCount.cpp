@@ -1,21 +1,30 @@
 #include "testing/faults/AllocationCount.h"
 
+#include <malloc.h>
+
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 namespace {
 
 thread_local std::ptrdiff_t inUse = 0;
+thread_local std::int32_t startOfLastFreed = -1;
 
 void freeCounted(void* block) {
   if (block == nullptr) return;
   --inUse;
+  startOfLastFreed = -1;
+  if (::malloc_usable_size(block) >= sizeof startOfLastFreed)
+    std::memcpy(&startOfLastFreed, block, sizeof startOfLastFreed);
   std::free(block);
 }
 
 }  // namespace
 
 std::ptrdiff_t newBlocksInUse() { return inUse; }
+
+std::int32_t startOfLastFreedBlock() { return startOfLastFreed; }
 
 // Not inlined: otherwise the compiler sees a block from `new` passed to free() and warns.
 [[gnu::noinline]] void* operator new(std::size_t size) {

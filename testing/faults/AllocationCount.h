@@ -10,5 +10,9 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 std::ptrdiff_t newBlocksInUse();
+
+// The first four bytes that the block held which this thread freed last, as a number; -1 if it was smaller.
+std::int32_t startOfLastFreedBlock();
