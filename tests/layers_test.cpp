@@ -1,5 +1,6 @@
 // Reads src/layers.txt and every include of the product. Includes between folders go only to lower folders, no includes
-// form a circle, and the list of folders is complete. Every source has a header of the same name beside it.
+// form a circle, and the list of folders is complete. Every source has a header of the same name beside it, and a
+// folder that has folders below it holds headers alone.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -51,10 +52,14 @@ std::map<std::string, int> ranksOf(const Files& files, const std::string& layers
       if (there.count(folder) == 0) problems.push_back(folder + " is listed but holds no file");
     }
   }
-  for (const auto& [folder, unused] : rankOf) {
-    if (rankOf.count(folderOf(folder)) != 0) problems.push_back(folder + " is in a folder that holds files itself");
-  }
   return rankOf;
+}
+
+// Returns true if a folder of the list is below this one.
+bool hasFoldersBelow(const std::string& folder, const std::map<std::string, int>& rankOf) {
+  const std::string start = folder + "/";
+  const auto first = rankOf.lower_bound(start);
+  return first != rankOf.end() && first->first.compare(0, start.size(), start) == 0;
 }
 
 // Returns true if includes between files of one folder lead from one file to the other.
@@ -85,6 +90,8 @@ Problems problemsOf(const Files& files, const std::string& layers) {
     const std::size_t ending = name.rfind(".cpp");
     if (ending != std::string::npos && name != kMainSource && files.count(name.substr(0, ending) + ".h") == 0)
       problems.push_back(name + " has no header of its name");
+    if (ending != std::string::npos && hasFoldersBelow(folderOf(name), rankOf))
+      problems.push_back(name + " is in a folder that has folders below it and holds headers alone");
     std::set<std::string> seen;
     if (leadsTo(files, name, name, seen)) problems.push_back(name + " is on a circle of includes");
   }
@@ -191,10 +198,14 @@ const Case kCases[] = {
      "a\nc\na\n",
      {"c is listed but holds no file", "a is listed twice", "b/b.h is in no folder of the list",
       "main.cpp is in no folder of the list"}},
-    {"a folder below one that holds files",
-     "a/a.h a/b/b.h",
-     "a\na/b\n",
-     {"a/b is in a folder that holds files itself"}},
+    {"a folder that has folders below it may hold headers, such as one that includes all of theirs",
+     "a/b/b.h a/b/b.cpp a/bc/c.h a/a.h>a/b/b.h>a/bc/c.h ab/d.h ab/d.cpp",
+     "a/b a/bc\na\nab\n",
+     {}},
+    {"a source in a folder that has folders below it, however deep",
+     "a/b/c/c.h a/a.h a/a.cpp>a/a.h",
+     "a/b/c\na\n",
+     {"a/a.cpp is in a folder that has folders below it and holds headers alone"}},
 };
 
 TEST(Layers, EveryMistakeIsReportedAndNothingElse) {
