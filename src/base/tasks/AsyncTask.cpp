@@ -19,7 +19,11 @@ void AsyncTask::logStep(std::string_view text, std::string_view function) const 
 bool AsyncTask::asyncStartup() {
   logStep("AsyncTask starting up", "asyncStartup");
   const ScopedLock lock(mutex_);
-  const bool isStarted = state_ == State::ready && start();
+  bool isStarted = false;
+  try {
+    isStarted = state_ == State::ready && start();
+  } catch (...) {  // the result says that the start failed
+  }
   state_ = isStarted ? State::running : State::failed;
   return isStarted;
 }
@@ -31,19 +35,27 @@ void AsyncTask::asyncShutdown() {
     state_ = State::stopped;
   } else if (state_ == State::running) {
     state_ = State::stopping;
-    beginShutdown();
+    runOrFail(&AsyncTask::beginShutdown);
   }
 }
 
 bool AsyncTask::isStopped() {
   const ScopedLock lock(mutex_);
-  if (state_ == State::stopping) continueShutdown();
+  if (state_ == State::stopping) runOrFail(&AsyncTask::continueShutdown);
   return state_ == State::stopped || state_ == State::failed;
 }
 
 AsyncTask::State AsyncTask::state() const {
   const ScopedLock lock(mutex_);
   return state_;
+}
+
+void AsyncTask::runOrFail(void (AsyncTask::*operation)()) {
+  try {
+    (this->*operation)();
+  } catch (...) {  // isStopped tells
+    state_ = State::failed;
+  }
 }
 
 void AsyncTask::finishShutdown() {

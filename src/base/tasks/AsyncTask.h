@@ -16,7 +16,7 @@
 // Threads: all functions may be called from any thread. start, beginShutdown and continueShutdown run on the calling
 // thread under the task's lock, one at a time. They may log. They must not call asyncStartup, asyncShutdown, isStopped
 // or state.
-// Exceptions: an operation must not throw. The library is built without exceptions, so the lock would stay held.
+// Exceptions: an operation that throws has failed, and so has its task. The exception goes no further.
 #pragma once
 
 #include <string>
@@ -56,6 +56,7 @@ class AsyncTask {
   virtual void beginShutdown() = 0;
   virtual void continueShutdown() = 0;
 
+  void runOrFail(void (AsyncTask::*operation)());
   void logStep(std::string_view text, std::string_view function) const;
 
   const std::string taskName_;

@@ -132,6 +132,40 @@ TEST_F(AsyncTaskTest, AFailedStartLeavesItFailed) {
   EXPECT_THAT(task_.calls, ElementsAre("start"));
 }
 
+TEST_F(AsyncTaskTest, AnOperationThatThrowsFailsItsTaskAndReleasesTheLock) {
+  class Throwing : public AsyncTask {
+   public:
+    explicit Throwing(std::string_view operation) : AsyncTask("a task"), operation_(operation) {}
+
+   private:
+    void run(std::string_view operation) const {
+      if (operation == operation_) throw 1;
+    }
+    bool start() override {
+      run("start");
+      return true;
+    }
+    void beginShutdown() override { run("begin"); }
+    void continueShutdown() override { run("continue"); }
+
+    const std::string_view operation_;
+  };
+  const struct {
+    const char* operation;
+    bool isStarted;
+    State afterShutdown;
+  } cases[] = {{"start", false, State::failed}, {"begin", true, State::failed}, {"continue", true, State::stopping}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.operation);
+    Throwing task(c.operation);
+    EXPECT_EQ(task.asyncStartup(), c.isStarted);
+    task.asyncShutdown();
+    EXPECT_EQ(task.state(), c.afterShutdown);
+    EXPECT_TRUE(task.isStopped());
+    EXPECT_EQ(task.state(), State::failed);
+  }
+}
+
 TEST_F(AsyncTaskTest, EveryCallOfIsStoppedContinuesAShutdownUntilItIsDone) {
   task_.isDone = false;
   EXPECT_TRUE(task_.asyncStartup());
