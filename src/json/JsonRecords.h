@@ -100,7 +100,8 @@ inline bool fits32Bits(double number) {
   return number + 0.5 > smallest - 1 && number + 0.5 < largest + 1;
 }
 
-// Returns true if the number is integral. `integer` is then its value.
+// Returns true if the number is integral, and sets `integer` to its value. If it returns false, the content of
+// `integer` is undefined.
 inline bool isIntegralNumber(double number, std::int32_t& integer) {
   if (!fits32Bits(number)) return false;
   integer = static_cast<std::int32_t>(number + 0.5);

@@ -5,8 +5,8 @@
 // A space follows each token; no newline is printed. Strings are printed unescaped between double quotes. An error is
 // printed as "error: " and its message.
 //
-// The printer prints each token to stdio's standard output when it comes, so tokens and the output of printf appear in
-// their order.
+// The printer passes each token to stdio's standard output as soon as it receives the token, so tokens and the output
+// of printf appear in the order in which they were printed.
 #pragma once
 
 #include "json/JsonScanner.h"

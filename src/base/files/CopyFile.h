@@ -14,7 +14,8 @@ namespace FileUtils {
 // - If the copy fails, a destination that did not exist before is removed again.
 // - It does what the system does, with files of every kind and links of anybody.
 // Statuses: "file open", "file read" and "file write", with the path as details and "copyFile" as context. "invalid
-// argument", without details: a path is empty, there is no file at `from`, or both paths lead to the same file.
+// argument", without details: a path is empty or contains a zero byte, stat fails for `from` (for example because no
+// file is there), or both paths lead to the same file.
 Status copyFile(const std::string& from, const std::string& to);
 
 // Copies a file of the store in the same way, with Access::ofStore (see FileAccess.h). Only links of Links::ofTrusted

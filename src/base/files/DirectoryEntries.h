@@ -34,8 +34,8 @@ Status removeFile(const std::string& path);
 Status removeDir(const std::string& path);
 Status removePath(const std::string& path);
 
-// Renames a file or directory. If `overwrite` is false and there is a regular file at `to`, it fails and changes
-// nothing. Status: "rename".
+// Renames a file or directory. If `overwrite` is false and there is a regular file at `to`, or a link to one, it fails
+// and changes nothing. A file that another process makes at `to` after this check is replaced. Status: "rename".
 Status renameFile(const std::string& from, const std::string& to, bool overwrite);
 
 }  // namespace FileUtils

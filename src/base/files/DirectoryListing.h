@@ -31,18 +31,19 @@ enum class LinkBase { workingDirectory, ownDirectory };
 // Lists a directory.
 // - A link is listed by the kind of its target. A relative target is resolved from the working directory of the
 //   process, not from the link's directory. That is deliberate.
-// - A link whose target does not exist is listed under `others`. A link that cannot be read is in no list. Neither is a
-//   failure.
-// - If the system does not report the type of an entry, it is found with stat.
-// Statuses: "invalid argument"; "opendir" if the directory cannot be opened or cannot be read to its end. In the latter
-// case the lists hold the entries that were read.
+// - A link whose target stat cannot find or reach is listed under `others`. A link that cannot be read is in no list.
+//   Neither is a failure.
+// - If the system does not report the type of an entry, stat is asked. If that stat fails, the entry is listed under
+//   `others`.
+// Statuses: "invalid argument"; "opendir" if the directory cannot be opened or cannot be read to its end. After
+// "opendir" the lists hold the entries that were read before the failure, if any.
 DirectoryListing listDirectory(const std::string& path);
 
 // Lists an open directory in the same way, but resolves links as `base` says. `path` stays empty. The read position of
 // the descriptor does not change.
 DirectoryListing listOpenDirectory(int directoryFd, LinkBase base = LinkBase::workingDirectory);
 
-// True if an open directory has no other entry than one of that name. False if it cannot be read to its end.
+// True if an open directory is empty or has only an entry of that name. False if it cannot be read to its end.
 bool holdsOnly(int directoryFd, std::string_view name);
 
 // Opens a directory, for functions that take a directory descriptor. If that fails, or if the path is no directory, the

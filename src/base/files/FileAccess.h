@@ -95,8 +95,8 @@ bool lookAt(const std::string& path, struct stat& info);
 // The new bytes overwrite the old ones from the start of the file. finish cuts off the remaining old bytes and closes
 // the file. A file that open created is removed again unless finish succeeds.
 // Other processes: writers of one file take turns, so that the file ends as one of them has written it. Each holds a
-// flock on the file from open to the end. Anyone who can open the file can hold that lock, so after one second the
-// write goes ahead anyway.
+// flock on the file from open until finish or its destruction. Anyone who can open the file can hold that lock, so a
+// writer waits for it for one second at most and then writes without it.
 class FileWriter {
  public:
   FileWriter() = default;
@@ -123,7 +123,7 @@ class FileWriter {
   // Empties the file; to be called before the first write.
   Status cutToNothing();
 
-  // Status: "file write".
+  // Status of both: "file write". After a failed finish, and if finish is never called, a new file is removed again.
   Status write(std::string_view bytes);
   Status finish();
 

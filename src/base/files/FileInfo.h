@@ -1,7 +1,7 @@
 // FileInfo: answers questions about the file that a path leads to. FileUtils.h has the rules that all of FileUtils
 // share.
 //
-// Links are followed. For an empty path, and if stat fails, the result is false, 0 or -1.
+// Links are followed, except by isRealDirectory. For an empty path, and if stat fails, the result is false, 0 or -1.
 //
 //   if (FileUtils::isRegularFile(path) && FileUtils::fileSize(path) > 0) ...
 #pragma once
@@ -21,10 +21,12 @@ bool isRealDirectory(const std::string& path);
 std::int64_t fileSize(const std::string& path);
 // The modification time in microseconds since 1970, rounded down to a whole second, or 0.
 std::int64_t fileModifiedMicros(const std::string& path);
-// True if the path is a regular file that was modified less than `maxAgeMicros` microseconds ago.
+// True if the path is a regular file whose modification time, rounded down to a whole second, is less than
+// `maxAgeMicros` microseconds ago or lies in the future. So a file can count as up to one second older than it is. A
+// negative `maxAgeMicros` requires a time that lies more than so many microseconds in the future.
 bool isFreshRegularFile(const std::string& path, std::int64_t maxAgeMicros);
-// True if the path can be opened for writing without blocking. A FIFO can be only while a process has it open for
-// reading.
+// True if the path can be opened for writing without blocking. For a FIFO that is so only while a process has it open
+// for reading; a regular file that may be written gives true too.
 bool fifoHasReader(const std::string& path);
 
 }  // namespace FileUtils

@@ -13,8 +13,9 @@
 // quotes does not read back as written.
 //
 // On disk: files are changed in place, as WholeFile.h describes. A new file has mode 0640.
-// Other processes: each read and each write takes the FileLock of the path, blocks for it without limit, and fails
-// without it. The functions that read, change and write a file release the lock between the read and the write.
+// Other processes: each read and each write takes the FileLock of the path. It blocks for the lock without limit, and
+// fails if the lock cannot be taken at all. The functions that read, change and write a file release the lock between
+// the read and the write.
 #pragma once
 
 #include <cstdint>

@@ -79,9 +79,9 @@ class WholeLineReader {
   // reader.
   WholeLineReader(const OpenedFile& file, std::size_t limit) : reader_(file, chunkSize), limit_(limit) {}
 
-  // Reads the next line with its line end. A line ends with LF. A CR that is the last byte of a piece ends it too, so
-  // that an LF directly behind it is a separate line. The content of `line` is undefined unless the result is
-  // Result::line.
+  // Reads the next line with its line end. A line ends with LF, or with a CR that happens to be the last byte of a
+  // piece (pieces have at most 499 bytes, see above); an LF directly behind such a CR is then a line of its own. The
+  // last line of the file may have no line end. The content of `line` is undefined unless the result is Result::line.
   Result next(std::string& line);
 
  private:

@@ -18,7 +18,8 @@ Status getCurrentDir(std::string& dir);
 const char* configRoot();
 
 // The directories of temporary files and of lock files. They come from the environment variables ZUV_TMP_DIR and
-// ZUV_LOCK_DIR; the defaults are "/tmp/" and "/tmp/lock/". The result always ends in "/".
+// ZUV_LOCK_DIR. If a variable is not set or empty, the default is used: "/tmp/" or "/tmp/lock/". The result always ends
+// in "/".
 // The first call reads the variable and creates the directory with mode 0750; a failure to create it is ignored. Later
 // calls return the same path, even if the environment has changed.
 const std::string& tempDir();

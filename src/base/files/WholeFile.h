@@ -43,19 +43,22 @@ Status writeLines(const std::string& path, const StringList& lines);
 // for anything but a regular file or /dev/null, and for a link that another user owns.
 Status writeStoreLine(const std::string& path, const std::string& text);
 
-// Reads all lines, including empty ones. The CR, LF and NUL bytes at the end of each line are removed; zero bytes
-// inside a line are kept. `lines` is cleared first, and it is empty after a failure. Statuses: "file open" (also for a
-// missing file); "file read" (also if a line has 9,999,500 bytes or more, so that a caller who writes the lines back
-// never cuts the file).
+// Reads all lines, including empty ones. CR, LF and zero bytes are removed from the end of each line; zero bytes inside
+// a line are kept. `lines` is cleared first, and it is empty after a failure. Lines end as in WholeLineReader.
+// Statuses: "file open" (also for a missing file); "file read" (also if a line has 9,999,500 bytes or more: a caller
+// that got only a part of the lines and wrote them back would cut the file).
 Status readLines(const std::string& path, std::vector<std::string>& lines);
 Status readLines(const std::string& path, StringList& lines);
 
 // Reads the first line that is not blank. Bytes outside 33..126 are trimmed from both ends of each line, and a line is
 // blank if nothing remains. The result is the trimmed line. `line` is cleared first.
 // It opens files as readers of the store do (see FileAccess.h).
-// It succeeds with an empty line in these cases: every line is blank; a line of 9,999,500 bytes or more comes before
-// any line that is not blank; the file is missing; or the path is not a regular file and cannot be opened.
-// Statuses: "file open" if it is an existing regular file that cannot be opened; "file read".
+// It succeeds with an empty line in these cases:
+// - every line is blank;
+// - a line of 9,999,500 bytes or more comes before any shorter line that is not blank;
+// - the file cannot be opened and stat reports no regular file there, because the file is missing, is of another kind,
+//   or is in a directory that may not be searched.
+// Statuses: "file open" if stat reports a regular file that cannot be opened; "file read".
 Status readFirstLine(const std::string& path, std::string& line);
 // Does the same for a path relative to an open directory (see DirectoryListing.h). Stores may have 100,000 profiles, so
 // it is quick: a line in the first 64 KiB takes four system calls, which are open, fstat, read and close.

@@ -8,9 +8,9 @@
 //
 // Threads: all functions may be called from any thread. Steps run on the runner's thread only, never two at a time.
 // Exceptions: one that a step throws ends the process, as on every thread.
-// Lifetime: the runner may be destroyed at any time. If its thread is then in a step, it finishes that step and starts
-// no other. So the objects that the step refers to must live until waitStopped has returned true or state has returned
-// stopped.
+// Lifetime: the runner may be destroyed at any time. If its thread is then in a step, the thread finishes that step and
+// starts no other. So the objects that the step refers to must live until waitStopped has returned true or state has
+// returned stopped.
 #pragma once
 
 #include <cstdint>
@@ -36,9 +36,10 @@ class WorkerRunner {
   // Makes the current step the last one. If the thread has not yet begun its first step, the runner is stopped at once
   // and never runs a step.
   void requestStop();
-  // Blocks until the runner is stopped and returns true. Returns false as soon as the wall clock, in whole seconds, is
-  // later than the time of the call plus `seconds`. It reads the clock at least every half second, so it notices when
-  // the clock is set. With a negative time it does not block; with INT64_MAX it waits without limit.
+  // Blocks until the runner is stopped and returns true; a runner that was never started counts as stopped. Returns
+  // false once the wall clock, in whole seconds, is later than the time of the call plus `seconds`. It reads the clock
+  // at least every half second, so it notices when the clock is set. With a negative time it returns at once whether
+  // the runner is stopped; with INT64_MAX it waits without limit.
   bool waitStopped(std::int64_t seconds) const;
 
   // The state; `stopped` before the first start.

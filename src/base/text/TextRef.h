@@ -18,8 +18,8 @@ class TextRef {
   explicit TextRef(const char* text);
   // A view of the whole string, including zero bytes inside it. It becomes invalid when the string changes.
   explicit TextRef(const std::string& text);
-  // The text of a value: a number as printf writes it with "%d", "true" or "false", or a double as by "%lf". That has
-  // six digits after the point and is cut after 99 bytes.
+  // The text of a value: an integer as printf writes it with "%d", a boolean as "true" or "false", and a double as
+  // printf writes it with "%lf". The text of a double has six digits after the point; it is cut after 99 bytes.
   explicit TextRef(std::int32_t number);
   explicit TextRef(bool value);
   explicit TextRef(double number);

@@ -76,7 +76,8 @@ class AtomicValue {
   // A century, so that the deadline does not overflow.
   static constexpr std::int64_t longestWait = 3'155'760'000'000'000;
 
-  // Called under the lock: a waiter that sees the new value may destroy this object as soon as it has the lock.
+  // Called while the lock is still held: once the lock is free, a waiter that sees the new value may destroy the
+  // object.
   void wakeAll() { (void)::pthread_cond_broadcast(&changed_); }
 
   static timespec deadlineIn(std::int64_t micros) {
@@ -94,7 +95,7 @@ class AtomicValue {
   std::uint64_t wakes_ = 0;
 };
 
-// Tests whether an AtomicValue has a given value, and waits until it has.
+// Tests whether an AtomicValue has a given value, and waits until it has. The AtomicValue must outlive the predicate.
 template <typename T>
 class AtomicEqualityTestPredicate {
  public:

@@ -1,4 +1,5 @@
-// Locks: an interface for mutexes, a plain mutex, a mutex that reports slow use, and scoped guards.
+// Locks: an interface for mutexes, a plain mutex, a mutex that reports slow use, a mutex that knows whether the calling
+// thread holds it, and scoped guards.
 //
 //   PortableMutex mutex_;
 //   { ScopedLock lock(mutex_); ... }

@@ -1,6 +1,6 @@
-// HelpCommands: the commands usage, help and reference, which explain the other commands. They print their text from
-// the rows of the command table and from the parameters of the commands themselves, so that help always matches what
-// the commands accept.
+// HelpCommands: the commands usage, help and reference, which explain the other commands. The entry of a command is
+// printed from its row of the command table and from its parameters, so that it matches what the command accepts. The
+// usage page, the summary, the category pages and the list of result fields are fixed texts in HelpCommands.cpp.
 //
 // These commands always succeed and print plain lines. The entry of one command begins with an empty line:
 //

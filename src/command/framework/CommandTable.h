@@ -24,7 +24,8 @@ struct CommandRow {
   const char* synopsis;     // a short form of what may follow the words; no page prints it, the pages print `usage`
   const char* usage;        // what follows the method name in usage lines
   const char* description;  // one paragraph
-  // Makes the command. `argument` is the word passed to it, or empty if its form has none; `words` are all words.
+  // Makes the command. `argument` is the word that the form passes to the command, or empty if it passes none. `words`
+  // are all words, without a leading "ravctl". Help makes commands with both empty, only to read their parameters.
   std::unique_ptr<RavctlCommandInstance> (*make)(const std::string& argument, const std::vector<std::string>& words);
 };
 

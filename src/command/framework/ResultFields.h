@@ -85,8 +85,8 @@ class StringVectorResultField : public ResultParamBase {
 //                 method        status_text   status_code
 //   verbose       yes           yes           yes
 //   quiet         no            no            on failure
-//   neither       no            on failure    on failure
-// Details, if the status has any, follow the text in brackets. The context is never rendered.
+//   default       no            on failure    on failure
+// The details of the status, if there are any, are part of status_text, in brackets. The context is never rendered.
 class StatusCodeResultField : public ResultParamBase {
  public:
   // `method` is the method name of the command `owner`; both must outlive the field.

@@ -68,7 +68,8 @@ class InputParamBase : public NamedValueBinder {
   using NamedValueBinder::NamedValueBinder;
   // A second key of the parameter, which no help shows. It is empty if there is none.
   std::string_view hiddenKey() const { return hiddenKey_; }
-  // Appends the text that usage lines show after "key=". Appends nothing for a parameter that takes no value.
+  // Appends the text that usage lines show inside the angle brackets of "key=<...>", such as "addr:port". Appends
+  // nothing for a parameter that takes no value.
   virtual void appendValueForm(std::string& text) const = 0;
   virtual bool isSingleWord() const;
   virtual bool takesValue() const;

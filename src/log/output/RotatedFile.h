@@ -32,8 +32,9 @@ class RotatedFile {
   // An interval below one millisecond is invalid, and then nothing is written.
   bool hasValidInterval() const { return interval > 999; }
 
-  // Enters the period that contains `localTicks`. Returns true if that is not the current period; then it has closed
-  // the file.
+  // Enters the period that contains `localTicks`. Returns true if that is the first period or differs from the current
+  // one; it has then closed the old file, if one was open. With an invalid interval it returns false and enters
+  // nothing.
   bool enterPeriod(std::int64_t localTicks);
 
   // Writes header, blank and body as one sanitised line (see Emitter.h) to the file of the period, without a buffer.
@@ -55,7 +56,7 @@ class RotatedFile {
   std::string line_;  // kept from line to line for its memory
 };
 
-// Removes every regular file of the directory whose name begins with `prefix` and whose last change, counted in whole
+// Removes every regular file of the directory whose name begins with `prefix` and whose modification time, in whole
 // seconds, is more than 30 days before `nowMicros`. `nowMicros` is the time of the wall clock, although file names
 // contain local ticks; that is deliberate. Logs each file before it removes it. If `directory` or `prefix` is empty,
 // nothing is removed. A file that cannot be removed is ignored.

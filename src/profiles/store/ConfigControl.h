@@ -61,7 +61,7 @@ Status setInvitation(std::string_view dirname, const std::string& invitation);
 
 // Writes the Helmsor address of a new profile: host and port if the port lies in 1 to 65535, otherwise the host alone.
 // It deliberately does not fill in the default port, unlike changeHelmsor. Without a host the line is "map_uri=".
-// Replaces the whole file, mode 0640. Statuses: those of FileUtils::writeString.
+// Replaces the whole file, mode 0640. Statuses: those of FileUtils::writeStoreLine.
 Status writeNewHelmsor(std::string_view dirname, const std::string& host, std::int32_t port);
 
 // Changes the Helmsor address of an existing profile:
@@ -72,7 +72,7 @@ Status writeNewHelmsor(std::string_view dirname, const std::string& host, std::i
 // be opened; "file write".
 Status changeHelmsor(std::string_view dirname, const std::string& host, std::int32_t port);
 
-// Writes both log levels in one pass. Accepts these names in upper or lower case: error, err (written as "error"),
+// Writes both log levels in one pass. Accepts these names in any letter case: error, err (written as "error"),
 // warning, warn (written as "warning"), info, debug, trace, fatal. An empty level changes nothing.
 // Status: "application error", details "invalid log_level value", for any other text.
 Status setLogLevel(std::string_view dirname, const std::string& level);

@@ -36,7 +36,7 @@ Status deleteProfile(const std::string& selector);
 
 // Changes the display name of a profile, even while the profile is active and running. Sets `name` to the resulting
 // name. Statuses: "invalid argument (profile name not provided)"; "invalid argument (invalid profile name)" for a name
-// with a control byte inside and for a name that already selects a profile, be it this one; those of the write.
+// with a control byte inside and for a name that already selects a profile, even this one; those of the write.
 Status renameProfile(const std::string& selector, const std::string& newName, std::string& name);
 
 // Removes the files in which the daemon keeps its state. A file that cannot be removed stays and is not reported. Sets
@@ -61,7 +61,8 @@ struct Modification {
 // If the profile is active or `activate` is set, a daemon that runs or may run is stopped before the changes and
 // started after them. With `activate`, a daemon that does not run is started as well.
 //
-// Statuses: "invalid argument" for a refused name or a control byte (nothing changes), and for an empty interface;
+// Statuses: "invalid argument" for a refused name or a control byte, and for the selector of the active profile if none
+// is active (nothing changes then); "invalid argument" also for an empty interface, while the other changes are made;
 // "application error (invalid log_level value)"; those of the writes, of the stop and of the start. The first failure
 // is returned. If the Helmsor address or the level fails, the later changes are skipped, the profile does not become
 // active, and a daemon that did not run is not started. Other failures skip nothing.

@@ -72,7 +72,8 @@ bool copyFileInActiveProfile(std::string_view filename, char* buffer, std::size_
 // the name "profile" to the disk and returns it. Otherwise, or if that write fails, returns false and an empty name.
 bool readProfileName(const std::string& dir, std::string& name);
 
-// Writes a display name, mode 0640. Statuses: those of FileUtils::writeString; "invalid argument" for an empty dirname.
+// Writes a display name, mode 0640. Statuses: those of FileUtils::writeStoreLine; "invalid argument" for an empty
+// dirname.
 Status writeProfileName(std::string_view dirname, const std::string& name);
 
 // Returns `base` if it is not in use; otherwise the first of `base`#2, `base`#3, ... `base`#999999 that is not in use;
@@ -85,11 +86,14 @@ std::string uniqueName(const std::string& base, const std::vector<std::string>& 
 // given one.
 ProfileRecord recordFromDirname(const std::string& dirname);
 
-// Read the directory name in `.current`, or the record of that profile. They return false if `.current` exists but
-// cannot be read; a missing `.current` gives an empty name. They neither check that the profile exists nor repair
-// names.
+// readActiveDirname reads the directory name in `.current`; readActiveRecord reads the record of that profile. They
+// return false only if `.current` is a regular file that cannot be read. If it is missing, blank, not a regular file,
+// or holds a name that is not plain, they return true and an empty name; the record is valid then, too. A name file
+// that cannot be read gives an empty display name. They neither check that the profile exists nor repair names.
 bool readActiveDirname(std::string& dirname);
 bool readActiveRecord(ProfileRecord& record);
+// Returns true if `.current` names the directory of the profile. Returns false if no profile is active or `.current`
+// cannot be read.
 bool isActive(const ProfileRecord& profile);
 
 // Makes the profile in that directory the active one. Returns false for an empty name, and if `.current` could not be
@@ -102,10 +106,11 @@ RunState activeRunState();
 bool daemonMayRun();
 
 // Lists all profiles sorted by display name (compared byte by byte), after it has repaired their names. Only real
-// directories whose names do not begin with "." are profiles. The directory `without` is neither listed nor repaired.
-// Repair takes two steps, each in the order in which the system lists the directory: a name that an earlier profile has
-// becomes unique; then each profile without a name gets "profile", made unique. Returns false if the root cannot be
-// listed or a repair cannot be written. Cost: n log n, and a few system calls for each profile.
+// directories whose names do not begin with "." are profiles. The directory `without` is neither listed nor repaired,
+// and its name does not count as taken. Repair takes two steps, each in the order in which the system lists the
+// directory: first, each profile with the name of an earlier profile gets a unique name; then each profile without a
+// name gets "profile", made unique. Returns false if the root cannot be listed or a repair cannot be written. Cost: n
+// log n, and a few system calls for each profile.
 bool listProfiles(std::vector<ProfileRecord>& profiles, std::string_view without = {});
 
 // Finds the profile of exactly that display name. Statuses: success; "profile not found"; "application error" if the
@@ -130,7 +135,8 @@ bool newProfileDirectory(std::string& dir, std::string& dirname);
 //   anything else                the profile of exactly that display name
 // Statuses: "success", "profile is active" and "profile is currently running", which are all successes; "profile not
 // found"; "invalid argument" if nothing follows "dir="; "application error" if the store cannot be listed. The record
-// is valid on success.
+// is valid on success. If no profile is active, the first row succeeds with "profile is active" and a record whose
+// texts are empty. If `.current` cannot be read, the first row gives "profile not found".
 Status resolveSelector(const std::string& text, ProfileRecord& record);
 
 }  // namespace ProfileStore

@@ -23,7 +23,8 @@ constexpr const char* variablesFileName = "hipvars.txt";
 enum class RunState { running = 1, notRunning = 2, unknown = 3 };
 
 // Returns notRunning if the file cannot be opened or its heartbeat is 6 seconds old or older, unknown if the file lacks
-// "uptime.now" or "uptime.started", and running otherwise.
+// "uptime.now" or "uptime.started", and running otherwise, also if the heartbeat lies in the future. A time without
+// digits counts as 0.
 RunState runStateOf(const std::string& variablesFile);
 
 struct ServiceStatus {

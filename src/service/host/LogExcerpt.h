@@ -33,7 +33,8 @@ constexpr const char* logFileName = "hip.log";
 // `maxLines` means 50, one above 100000 means 100000, and 0 gives no lines.
 // Statuses:
 //   success
-//   "success with warnings"      the file does not exist; the only line is "no logfile available for this profile"
+//   "success with warnings"      the file does not exist, or no file can have this path; the only line is "no logfile
+//                                available for this profile"
 //   "stdlib error: file open"    `lines` is empty
 //   "stdlib error: file read"    `lines` is empty
 Status readLogExcerpt(const std::string& path, BasicLog::Level threshold, std::int32_t maxLines,

@@ -45,8 +45,8 @@ class SystemdSystem : public SystemSpecificImpl {
   void restart() override;
 };
 
-// Starts and restarts the daemon with its init script. Stops it with killall, deliberately not with the script: that
-// ends every process that executes the daemon's file.
+// Starts and restarts the daemon with its init script. Deliberately stops it with killall instead of the script,
+// because killall ends every process that executes the daemon's file.
 class InitdSystem : public SystemSpecificImpl {
  public:
   const char* name() const override { return "initd"; }
