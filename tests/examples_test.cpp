@@ -73,7 +73,7 @@ TEST_F(ExamplesTest, TheExitStatusReportsTheResultOfTheCommand) {
 TEST_F(ExamplesTest, TheOutputIsPassedOnInEveryOutputMode) {
   const std::string answer = said(R"(
     ravctl profile create lab helmsor=10.0.0.1:443 >/dev/null
-    for mode in --text --verbose --quiet; do
+    for mode in --text --json --verbose --quiet; do
       for words in 'profile rename lab new_name=lab' 'list profiles' 'service status' 'help service'; do
         ravctl $words $mode >theirs
         ravctl-exit $words $mode >ours
@@ -83,7 +83,7 @@ TEST_F(ExamplesTest, TheOutputIsPassedOnInEveryOutputMode) {
     done)");
   const std::string ofOneMode =
       "profile rename lab new_name=lab 64\nlist profiles 0\nservice status 0\nhelp service 0\n";
-  EXPECT_EQ(answer, ofOneMode + ofOneMode + ofOneMode);
+  EXPECT_EQ(answer, ofOneMode + ofOneMode + ofOneMode + ofOneMode);
 }
 
 TEST_F(ExamplesTest, ARefusalForLackOfRightsIsExitStatus77) {
@@ -119,7 +119,7 @@ std::string succeeded(const std::string& method, const std::string& members = ""
 }
 
 // All commands run one after another on one host.
-TEST_F(ExamplesTest, EveryCommandPrintsOneLineOfJson) {
+TEST_F(ExamplesTest, AnswersOfCommandsAndRefusalsBecomeOneLineOfJson) {
   struct Case {
     const char* words;
     std::string object;

@@ -136,7 +136,7 @@ Files testingFiles() {
   return files;
 }
 
-TEST(Layers, EveryIncludeOfTheProductAndOfTestingGoesToALowerFolder) {
+TEST(Layers, EveryIncludeOfTheProductAndOfTestingStaysInItsFolderOrGoesToALowerOne) {
   const std::pair<Files, std::string> trees[] = {
       {productFiles(), textOf(places::source() + "/src/layers.txt")},
       {testingFiles(), "testing/host\ntesting/run\ntesting/faults testing/models\n"},

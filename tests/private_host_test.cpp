@@ -100,7 +100,7 @@ TEST_F(PrivateHostFromOutside, TestsWriteToTheFolderThatTheVariableNames) {
   EXPECT_EQ(host::readFile(folder_ + std::string("/file")), "written\n");
 }
 
-TEST_F(PrivateHostFromOutside, TheCheckoutIsVisibleOnlyBelowThePrivateHostFolder) {
+TEST_F(PrivateHostFromOutside, TheFoldersOfAPrivateHostDoNotShowTheCheckout) {
   const Outcome outcome = onHost({"/bin/ls", "-A", "/", "/tmp", "/run", "/root", "/home", "/var"});
   EXPECT_EQ(outcome.out.find(places::source().substr(places::source().rfind('/') + 1) + "\n"), std::string::npos)
       << outcome.out;

@@ -19,6 +19,8 @@ TEST(Escapes, OnlyPrintableBytesOtherThanTheQuoteAreUnchanged) {
       EXPECT_EQ(text, special.at(byte)) << byte;
     } else if (byte >= ' ') {
       EXPECT_EQ(text, byte < 0x80 ? std::string(1, static_cast<char>(byte)) : "?") << byte;
+    } else {
+      EXPECT_EQ(text.substr(0, 4), "\\u00") << byte;
     }
   }
 }

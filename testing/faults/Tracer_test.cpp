@@ -63,7 +63,7 @@ std::vector<std::string> namesOf(const std::vector<TracedCall>& calls) {
   return names;
 }
 
-TEST_F(TracerTest, RecordedCallsBeginInMainAndHaveTheirFileAndEffectOnTheDisk) {
+TEST_F(TracerTest, TheRecordBeginsInMainAndSaysWhichFileACallUsesAndWhetherItChangesTheDisk) {
   const std::vector<TracedCall> calls = callsOf("write");
   ASSERT_EQ(namesOf(calls), kCallsOfWrite);
   EXPECT_EQ(calls[0].number, 1u);

@@ -37,7 +37,7 @@ class BoundFolder {
 constexpr const char* kEmptied[] = {"/tmp",      "/run",     "/etc/zuv", "/etc/zuv/profiles", "/etc/init.d",
                                     "/tmp/lock", "/var/tmp", "/root",    "/dev/shm"};
 
-TEST_F(EmptyFolderTest, EveryKindOfEntryIsRemovedEvenIfTheFolderIsAMount) {
+TEST_F(EmptyFolderTest, FilesFoldersFifosSocketsAndLinksAreRemovedEvenIfTheFolderIsAMount) {
   const host::SmallDisk disk("/tmp/disk", 1 << 20);
   for (const char* folder : {"/run", "/tmp/disk"}) {
     SCOPED_TRACE(folder);

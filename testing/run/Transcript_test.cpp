@@ -105,7 +105,7 @@ TEST_F(TranscriptReplayTest, LinesThatCannotBeParsedAreRefused) {
   }
 }
 
-TEST(SplitWords, QuotesAndBackslashesJoinWords) {
+TEST(SplitWords, QuotesAndBackslashesKeepBlanksInsideAWord) {
   const struct {
     const char* line;
     std::vector<std::string> words;

@@ -48,7 +48,7 @@ class FinitTest : public testing::Test {
     EXPECT_EQ(words, expected);                    \
   }
 
-TEST_F(FinitTest, TheServiceIsStoppedStartedAndRestartedButOnlyOnRequest) {
+TEST_F(FinitTest, TheServiceIsStoppedStartedAndRestartedIfSysNamesUpstart) {
   EXPECT_SAID(onFinit(kService, R"(
     until_it is running
     first=$(daemon)

@@ -131,7 +131,7 @@ constexpr Case kFailures[] = {
      "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n"},
 };
 
-TEST_F(SystemdTest, AFailureOfSystemctlIsReportedWithItsErrorText) {
+TEST_F(SystemdTest, AFailureOfSystemctlGivesTheCodeOfAFailedChild) {
   for (const Case& c : kFailures) {
     SCOPED_TRACE(c.why);
     EXPECT_ON_SYSTEMD(c.script, c.expected);

@@ -250,7 +250,7 @@ TEST_F(CopyFileTest, AFileThatCannotBeReadOrWrittenIsNamedInTheErrorOfTheCopy) {
   }
 }
 
-TEST_F(CopyFileTest, ASourceThatEndsEarlyEndsTheCopyWithSuccess) {
+TEST_F(CopyFileTest, ASourceThatEndsBeforeItsReportedSizeIsCopiedToItsEnd) {
   // stat reports a size of one page for a file in sysfs, but the file ends much earlier.
   constexpr const char* kPage = "/tmp/sys/class/net/lo/mtu";
   host::makeDirs("/tmp/sys");

@@ -24,7 +24,7 @@ TEST_F(DirectoryEntriesTest, MakeDirMakesOneMissingDirectoryWithTheModeLessTheUm
   EXPECT_EQ(host::tree("/tmp"), "d 0700 directory\nf 0644 file \"\"\nd 1777 lock\nd 0750 new\n");
 }
 
-TEST_F(DirectoryEntriesTest, ANewDirectoryHasItsModeWhateverTheUmaskUnlessAnEntryOfAnyKindExists) {
+TEST_F(DirectoryEntriesTest, MakeNewDirSetsTheModeWhateverTheUmaskAndReportsAnExistingEntry) {
   ::umask(0777);
   EXPECT_EQ(FileUtils::makeNewDir("/tmp/new", 0755), FileUtils::NewDir::made);
   EXPECT_EQ(host::modeOf("/tmp/new"), 0755u);

@@ -345,7 +345,7 @@ TEST_F(FileAccessTest, AWriterIsCloseOnExec) {
   EXPECT_TRUE(found);
 }
 
-TEST_F(FileAccessTest, TheModeIsSetAlwaysOrOnNewFilesOnly) {
+TEST_F(FileAccessTest, TheModeIsSetOnEveryFileOrOnlyOnNewFilesWhateverTheUmask) {
   ::umask(0777);
   EXPECT_THAT(replaceContent(kFile, "x", 0604, SetMode::onNewFiles), HasCode(status::success));
   EXPECT_EQ(host::modeOf(kFile), 0604u);
@@ -521,7 +521,7 @@ TEST_F(FileAccessTest, RoomIsReservedOnlyForATextLongerThanTheOldOne) {
   EXPECT_EQ(counted.count(), 0u) << "the null device has no old text either";
 }
 
-TEST_F(FileAccessTest, AFaultOfASingleStepOperationHasItsOwnStatus) {
+TEST_F(FileAccessTest, AFaultOfAnOperationOfOneSystemCallGivesTheStatusOfThatOperation) {
   struct Case {
     const char* why;
     StatusCode expected;

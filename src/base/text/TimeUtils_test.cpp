@@ -102,7 +102,7 @@ TEST(Timeval, NullIsZeroAndAnOverflowWraps) {
 
 // --- Local ticks
 
-TEST(LocalOffset, IsOnEveryCallThatOfTheCurrentZoneInApril3918) {
+TEST(LocalOffset, IsThatOfTheCurrentZoneOn1April3918OnEveryCall) {
   const struct {
     const char* zone;
     std::int64_t minutes;
@@ -223,7 +223,7 @@ TEST(ParseIsoTime, ReadsAllSixFieldsOrNothing) {
   for (const TextOfTime& c : cases) EXPECT_EQ(parseIsoTime(c.text), c.micros) << c.text;
 }
 
-TEST(ParseIsoTime, EveryTruncatedTextGivesZero) {
+TEST(ParseIsoTime, TextsThatEndBeforeTheSecondsGiveZero) {
   const std::string text = "2024-03-01T12:00:05";
   for (std::size_t length = 0; length < text.size() - 1; ++length) {
     EXPECT_EQ(parseIsoTime(text.substr(0, length)), 0) << length;

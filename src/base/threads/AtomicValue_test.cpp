@@ -54,7 +54,7 @@ TEST(AtomicValue, AWaitForAValueThatIsNotSetEndsAfterItsTimeLimit) {
   EXPECT_FALSE(AtomicEqualityTestPredicate<int>(value, 2).waitFor(INT64_MIN));
 }
 
-TEST(AtomicValue, SettingEndsEveryWaitAtOnceAndNothingElseEndsTheLongest) {
+TEST(AtomicValue, WaitsWithLongLimitsAndWithoutLimitEndWhenTheValueIsSet) {
   AtomicValue<int> value(1);
   const AtomicEqualityTestPredicate<int> isTwo(value, 2);
   std::atomic<int> aboutToWait{0};

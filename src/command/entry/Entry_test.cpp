@@ -234,7 +234,7 @@ class TracedEntryTest : public HostTest {
   }
 };
 
-TEST_F(TracedEntryTest, CommandsStartNoThreadAndOnlyTheToolOfTheInitSystem) {
+TEST_F(TracedEntryTest, CommandsStartNoThreadAndOneProcessForEachCallOfTheInitSystem) {
   const std::pair<Words, std::size_t> cases[] = {
       {{"list", "profiles"}, 0},
       {{"profile", "create", "new", "helmsor=h", "network=eth0"}, 0},

@@ -191,7 +191,7 @@ TEST(BindJsonArgs, AnObjectWithoutParametersIsSuccessIfNothingIsRequired) {
   }
 }
 
-TEST(BindJsonArgs, EveryFailureIsAnInvalidArgumentWithItsOwnDetails) {
+TEST(BindJsonArgs, ARefusedMemberIsAnInvalidArgumentWithDetailsThatSayWhy) {
   const struct {
     const char *why, *args, *details;
   } cases[] = {
@@ -319,7 +319,7 @@ TEST(BindCommandWords, WordsAfterTheNameAreParameters) {
   EXPECT_EQ(command.helmsor.port(), 443);
 }
 
-TEST(BindCommandWords, RejectedWordsFailWithTheDetailsOfTheParameter) {
+TEST(BindCommandWords, ARefusedWordFailsWithDetailsThatSayWhy) {
   const struct {
     const char *why, *word, *details;
   } cases[] = {

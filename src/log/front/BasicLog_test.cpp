@@ -200,7 +200,7 @@ TEST_F(LogTest, EveryKindOfParameterIsConvertedToText) {
                                          "peer=10.0.0.1:8080 odd=:-1 text=again"));
 }
 
-TEST_F(LogTest, AddErrnoAddsTwoParametersForEveryNumber) {
+TEST_F(LogTest, AddErrnoAddsTheTextAndTheNumberOfKnownAndUnknownErrors) {
   {
     Entry entry(getLogger("test"), Level::info, "failed", "f", "g");
     errno = ENOENT;

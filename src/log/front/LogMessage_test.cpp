@@ -52,7 +52,8 @@ TEST(LogMessage, ReturnsItsTextsAndItsParametersInTheOrderAdded) {
 }
 
 TEST(LogMessage, TextsMayHoldAnyByteAndMayBeAbsent) {
-  const std::string bytes("a\0b\xff\n", 5);
+  std::string bytes;
+  for (int byte = 0; byte < 256; ++byte) bytes += static_cast<char>(byte);
   LogMessage message;
   message.begin(bytes, std::string_view(), bytes, bytes);
   message.add(std::string_view(), bytes);

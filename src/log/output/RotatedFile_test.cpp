@@ -338,7 +338,7 @@ TEST_F(RotatedFileTest, FileIsClosedInChildPrograms) {
   EXPECT_EQ(found, 1);
 }
 
-TEST_F(RotatedFileTest, FileIsClosedWithItsEmitterAndItsPeriod) {
+TEST_F(RotatedFileTest, TheFileIsClosedWhenTheNextPeriodBeginsAndWhenItsEmitterIsDestroyed) {
   const auto before = openDescriptors();
   {
     Other other;

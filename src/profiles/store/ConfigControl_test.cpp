@@ -94,7 +94,7 @@ TEST_F(ConfigReaderTest, TheFirstLineOfTheKeyIsReadTrimmedButVerbatim) {
   }
 }
 
-TEST_F(ConfigReaderTest, EveryValueExceptTheInterfaceIsMadePlainAscii) {
+TEST_F(ConfigReaderTest, ValuesOfEndboxConfAreMadePlainAsciiAndTheInterfaceIsNot) {
   for (const ReaderRow& row : kReaders) {
     SCOPED_TRACE(row.why);
     host::writeFile(row.file, row.key + "a\x80z\xc3\xa4 \xff!\n"s);

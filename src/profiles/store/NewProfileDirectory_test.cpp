@@ -37,13 +37,15 @@ TEST_F(NewProfileDirectoryTest, AnExistingEntryOfAnyKindIsSkipped) {
   host::makeLink("/etc/zuv/profiles/profile-123124", "nowhere");
   host::makeLink("/etc/zuv/profiles/profile-123125", "/tmp");
   host::makeFifo("/etc/zuv/profiles/profile-123126");
-  EXPECT_EQ(made(), "profile-123127");
+  host::makeDirs("/etc/zuv/profiles/profile-123127", 0700);
+  EXPECT_EQ(made(), "profile-123128");
   EXPECT_EQ(host::tree(host::kProfiles),
             "f 0644 profile-123123 \"\"\n"
             "l profile-123124 -> nowhere\n"
             "l profile-123125 -> /tmp\n"
             "p 0644 profile-123126\n"
-            "d 0755 profile-123127\n");
+            "d 0700 profile-123127\n"
+            "d 0755 profile-123128\n");
 }
 
 TEST_F(NewProfileDirectoryTest, TheSearchEndsAtTheThirdFailureInARowAndAtOnceWithoutAStore) {

@@ -171,7 +171,7 @@ TEST_F(ProfileChangesTest, EveryOperationChecksAuthorizationFirst) {
   expectUnchanged();
 }
 
-TEST_F(ProfileChangesTest, InRootOnlyModeOnlyRootMayChangeProfiles) {
+TEST_F(ProfileChangesTest, InRootOnlyModeRootMayRenameAProfileAndOthersMayNot) {
   SKIP_WITHOUT_OTHER_USERS();
   setAuthorizationMode(authorizationRootOnly);
   ASSERT_EQ(::seteuid(1000), 0);
@@ -202,7 +202,7 @@ TEST_F(ProfileChangesTest, AFailedResolutionEndsEveryOperationWithItsStatusBefor
   expectUnchanged();
 }
 
-TEST_F(ProfileChangesTest, TheTemplateCanOnlyBeResetHoweverItIsSelected) {
+TEST_F(ProfileChangesTest, EveryOperationExceptResetRefusesTheTemplate) {
   host::writeFile("/etc/zuv/profiles/.factory/hip.state", "x");
   before_ = store();
   for (const char* selector : {".factory", "dir=.factory"}) expectAllRefuse(selector, status::invalidArgument);

@@ -394,7 +394,7 @@ TEST_F(ActiveProfileTest, AMarkerThatIsNotARegularFileCountsAsEmptyAndCannotBeSe
   }
 }
 
-TEST_F(ActiveProfileTest, SettingFailsWithoutANameAModeOrARoot) {
+TEST_F(ActiveProfileTest, SettingFailsForAnEmptyNameForAModeThatCannotBeSetAndWithoutARoot) {
   host::makeActive("profile-1");
   EXPECT_FALSE(ProfileStore::setActive(""));
   EXPECT_EQ(host::readFile(host::kCurrent), "profile-1\n");

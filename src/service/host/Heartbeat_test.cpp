@@ -201,7 +201,7 @@ TEST_F(HeartbeatTest, OnePeerMeansATunnelAndTheExactValueTrueMeansHelmsor) {
   });
 }
 
-TEST_F(HeartbeatTest, OnlyThePresenceOfTheStateMatters) {
+TEST_F(HeartbeatTest, TheKeyHipdStateMustBePresentAndItsValueDoesNotMatter) {
   expectReadings({
       {"no state", "peers.count=1\nhelmsor.up=true\n", kUnknown, kUnknown},
       {"an empty state", "hipd_state=\npeers.count=0\nhelmsor.up=no\n", kNo, kNo},
@@ -302,7 +302,7 @@ TEST_F(HeartbeatTest, AFileWithoutATimeIsReadOnce) {
   EXPECT_THAT(counted.calls(), testing::ElementsAre("openat", "fstat", "read", "close"));
 }
 
-TEST_F(HeartbeatTest, EveryFailedCallHasItsResult) {
+TEST_F(HeartbeatTest, AFaultWhileReadingGivesNotRunningUnknownOrAnApplicationError) {
   const FaultLoop loop{[] { host::writeFile(kFile, times(std::time(nullptr), 0, 60) + kAll); }};
   const std::size_t steps = forEachFault(
       loop, [] { return readNow(); },

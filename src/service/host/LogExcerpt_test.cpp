@@ -341,7 +341,7 @@ TEST_F(LogExcerptTest, ALinkIsFollowedAndTheNullDeviceCountsAsAnEmptyLog) {
 
 // --- Faults and other processes
 
-TEST_F(LogExcerptTest, EveryFailedCallHasItsStatusAndGivesNoLines) {
+TEST_F(LogExcerptTest, AFaultWhileOpeningOrReadingHasItsStatusAndGivesNoLines) {
   std::string content = "[ERROR] first\n" + std::string(300000, 'x') + "\n" + numbered(20000) + "[ERROR] last\n";
   const FaultLoop loop{[&] { host::writeFile(kLog, content); }};
   Texts lines;

@@ -168,7 +168,7 @@ TEST_F(SystemSpecificImplTest, ToolsAreNotSearchedInPath) {
 
 // --- The outcome of the child
 
-TEST_F(SystemSpecificImplTest, TheExitOfTheToolDecidesTheStatus) {
+TEST_F(SystemSpecificImplTest, TheExitStatusOrSignalOfTheToolDecidesTheStatus) {
   struct Case {
     const char *why, *script;
     StatusCode code;
