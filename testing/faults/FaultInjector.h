@@ -13,8 +13,9 @@
 // The linker wraps the calls in every test program (testing/CMakeLists.txt has the list). While no plan is armed, the
 // wrappers only pass the calls on. A call has one plain name: "open" includes open64 and the variants of fortified
 // code. The injector does not see calls that libc makes internally, for example for a stdio stream. A failed close
-// releases the descriptor nevertheless, as Linux does. A failed fork starts no process. Threads: the calls of all
-// threads count. Children: only the process that armed the plan counts calls and has faults.
+// releases the descriptor nevertheless, as Linux does. A failed fork starts no process.
+// Threads: the calls of all threads count.
+// Children: only the process that armed the plan counts calls and has faults.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -12,10 +12,12 @@
 //   };
 //
 // The kernel does not execute a call that the tracer makes fail, with two exceptions, which follow Linux: a failed
-// close releases its descriptor nevertheless, and a failed brk returns the current end of the heap. Children: the
-// tracer traces only the program itself. The program's children run untraced, and the trace ends when all of them have
-// ended. At the time limit the tracer kills the process group. The caller may have no other child while traceProgram()
-// runs. Threads: the traced program may have only one. Needs x86_64 and a system that lets a process trace its child.
+// close releases its descriptor nevertheless, and a failed brk returns the current end of the heap.
+// Children: the tracer traces only the program itself. The program's children run untraced, and the trace ends when all
+// of them have ended. At the time limit the tracer kills the process group. The caller may have no other child while
+// traceProgram() runs.
+// Threads: the traced program may have only one.
+// Needs x86_64 and a system that lets a process trace its child.
 #pragma once
 
 #include <array>
@@ -61,7 +63,8 @@ struct TracePlan {
   std::vector<std::string> environment = {};
 };
 
-// In practice for ever. It is a finite number, so that a program that retries without end shows up in `meddled`.
+// As a value of `times` it means all later calls. It is a finite number, so that a program that retries without end
+// shows up in `meddled`.
 constexpr std::size_t kFromThereOn = 1000000;
 
 struct TracedCall {

@@ -9,9 +9,8 @@
 // Inside:
 // - The root directory is in memory, and the mount, pid and network namespaces are new. If the caller is not root, a
 //   user namespace makes it uid 0; that namespace has no second user, and chown fails.
-// - The programs and libraries of the machine work. A test may add and remove files in /usr/bin and /usr/sbin, which
-// are
-//   also /bin and /sbin, without any effect on the machine.
+// - The programs and libraries of the machine work. A test may add and remove files in /usr/bin and /usr/sbin,
+//   which are also /bin and /sbin, without any effect on the machine.
 // - systemctl, initctl, hip, ravctl and the bundle script are absent until a test installs them, because the product
 //   behaves differently if they exist. killall is the machine's and sees only processes inside.
 // - /etc holds a few files, but neither zuv nor init.d. /tmp, /run, /root, /home and the folders of /var are empty.
@@ -26,7 +25,8 @@
 // same exit status or by the same signal. Inside, the same program starts again with the same arguments and
 // environment; translated() replaces the paths of the checkout in them. When the process inside ends, the kernel kills
 // every other process inside and frees the memory, so that nothing remains. When the outer process dies, everything
-// inside dies. Threads: call enter() before the process starts a thread.
+// inside dies.
+// Threads: call enter() before the process starts a thread.
 #pragma once
 
 #include <string>

@@ -19,7 +19,7 @@ const char* configRoot();
 
 // The directories of temporary files and of lock files. They come from the environment variables ZUV_TMP_DIR and
 // ZUV_LOCK_DIR. If a variable is not set or empty, the default is used: "/tmp/" or "/tmp/lock/". The result always ends
-// in "/".
+// in "/". A relative path stays relative: it is resolved from the working directory at the time of each use.
 // The first call reads the variable and creates the directory with mode 0750; a failure to create it is ignored. Later
 // calls return the same path, even if the environment has changed.
 const std::string& tempDir();

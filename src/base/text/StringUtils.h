@@ -22,6 +22,7 @@ enum class TrimSet {
 std::string_view trim(std::string_view text, TrimSet set);
 
 // Joins the pieces in order and skips empty ones. Puts one "/" between two pieces, unless the text so far ends in "/".
+// A "/" at the start of a piece stays: "a" and "/b" give "a//b".
 std::string joinPath(std::initializer_list<std::string_view> pieces);
 // Joins the pieces in order with nothing between them.
 std::string concatenate(std::initializer_list<std::string_view> pieces);

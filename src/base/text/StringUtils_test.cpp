@@ -34,7 +34,7 @@ TEST(Trim, KeepsEverythingBetweenTheFirstAndTheLastByteOutsideTheSet) {
 
 // --- Paths
 
-TEST(JoinPath, PutsExactlyOneSlashBetweenTwoPieces) {
+TEST(JoinPath, PutsOneSlashBetweenTwoPiecesUnlessTheFirstEndsInOne) {
   using StringUtils::joinPath;
   EXPECT_EQ(joinPath({"a", "b"}), "a/b") << "two plain names";
   EXPECT_EQ(joinPath({"/etc/zuv/profiles/", "lab"}), "/etc/zuv/profiles/lab") << "the text so far ends in a slash";

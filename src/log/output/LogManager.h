@@ -25,8 +25,8 @@
 #include "log/output/LogOutput.h"
 
 // Keeps the loggers and receives the entries that they submit. It passes an entry to the synchronous processor, if one
-// is installed, and then queues it if asynchronous output is in use. An entry that neither of them takes is freed by
-// its handle.
+// is installed, and then queues it if asynchronous output is in use. An entry that the processor does not take and
+// that is not queued is freed by its handle.
 // Threads: one lock guards the list of loggers, the default level and the synchronous processor. It is held while the
 // processor runs.
 // Re-entry: a processor that logs or gets loggers does not deadlock. Its entries are queued without being passed to

@@ -35,7 +35,7 @@ bool readInterface(std::string_view dirname, std::string& name);
 bool readDeviceIp(std::string_view dirname, std::string& address);
 bool readDeviceMask(std::string_view dirname, std::string& mask);
 bool readInvitation(std::string_view dirname, std::string& invitation);
-// Reads "log_level=", or "openhip.log_level=" if the file has no line of the former.
+// Reads "log_level=", or "openhip.log_level=" if the file has no line with "log_level=".
 bool readLogLevel(std::string_view dirname, std::string& level);
 // Reads the first line of device_id that is not blank. Returns false for the directory name ".current".
 bool readDeviceId(std::string_view dirname, std::string& id);
@@ -67,7 +67,7 @@ Status writeNewHelmsor(std::string_view dirname, const std::string& host, std::i
 // Changes the Helmsor address of an existing profile:
 //   - with a host, writes it with the given port, or with 8096 if that port does not lie in 1 to 65535;
 //   - without a host, but with a port in 1 to 65535, keeps the host that the file has and changes the port;
-//   - with neither, changes nothing.
+//   - without a host and without a port in 1 to 65535, changes nothing.
 // Replaces the whole file, mode 0640. Statuses: "application error" if the old host cannot be read or the file cannot
 // be opened; "file write".
 Status changeHelmsor(std::string_view dirname, const std::string& host, std::int32_t port);

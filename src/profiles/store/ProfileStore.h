@@ -109,8 +109,8 @@ bool daemonMayRun();
 // directories whose names do not begin with "." are profiles. The directory `without` is neither listed nor repaired,
 // and its name does not count as taken. Repair takes two steps, each in the order in which the system lists the
 // directory: first, each profile with the name of an earlier profile gets a unique name; then each profile without a
-// name gets "profile", made unique. Returns false if the root cannot be listed or a repair cannot be written. Cost: n
-// log n, and a few system calls for each profile.
+// name gets "profile", made unique. Returns false if the root cannot be listed or a repair cannot be written.
+// Cost: n log n, and a few system calls for each profile.
 bool listProfiles(std::vector<ProfileRecord>& profiles, std::string_view without = {});
 
 // Finds the profile of exactly that display name. Statuses: success; "profile not found"; "application error" if the

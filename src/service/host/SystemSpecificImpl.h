@@ -6,8 +6,8 @@
 // operation runs in a forked child; the parent waits for the child and turns its outcome into a status. The tool writes
 // to our standard output and standard error.
 //
-// A process has one current backend. Threads: it is not protected by a lock; only the thread that runs the command may
-// select and use it.
+// A process has one current backend.
+// Threads: the current backend is not protected by a lock; only the thread that runs the command may select and use it.
 #pragma once
 
 #include <string>
