@@ -10,6 +10,7 @@
 namespace FileUtils {
 
 // Copies as many bytes as `from` has when the copy begins. If the file ends earlier, the copy ends there and succeeds.
+// - A file for which stat reports the size 0 gives an empty copy, also a device, a FIFO or a file in /proc.
 // - The copy has mode 0644 whatever the umask. The owner and the times are not copied.
 // - If the copy fails, a destination that did not exist before is removed again.
 // - It does what the system does, with files of every kind and links of anybody.

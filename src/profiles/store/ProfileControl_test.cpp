@@ -407,7 +407,7 @@ TEST_F(CreateTest, InterfaceAndInvitationAreWrittenIfTheyAreGiven) {
   for (const Creation& c : cases) expectCreation(c);
 }
 
-TEST_F(CreateTest, AFailedWriteOfNameOrAddressSkipsAllLaterStepsAndAFailedEditNone) {
+TEST_F(CreateTest, AFailedWriteOfNameOrAddressSkipsTheLaterStepsAndAFailedEditSkipsNone) {
   const auto put = [](NewProfile&) {
     putTemplate("ca-certs/ca.pem", "pem\n");
     host::installRecorder(kSystemctl, kCalls);
