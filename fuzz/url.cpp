@@ -1,6 +1,6 @@
 // Laws of addresses, for any text. The models below are simple second implementations.
 // - A URL is split as in the model. Its scheme, host, port and remainder form the URL again.
-// - The Helmsor parameter has the host and the port of the model, and refuses only the empty text.
+// - The Helmsor parameter has the host and the port of the model, and refuses only a text of which nothing remains.
 // - A port is never negative, and a number that is too large never wraps to a valid port.
 // Input: a text.
 #include <cstdint>
@@ -57,6 +57,21 @@ std::int64_t modelPort(const std::string& text) {
   return port;
 }
 
+// Returns the address without "http://" or "https://" in any letter case, and then without everything from the next
+// slash on. Returns an address without such a scheme as it is.
+std::string modelAddress(const std::string& text) {
+  for (const std::string scheme : {"http://", "https://"}) {
+    std::string start = text.substr(0, scheme.size());
+    for (char& c : start) {
+      if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    }
+    if (start != scheme) continue;
+    const std::string address = text.substr(scheme.size());
+    return address.substr(0, address.find('/'));
+  }
+  return text;
+}
+
 void requireSplit(const std::string& text) {
   const Url expected = modelOf(text);
   std::string scheme = "old", host = "old", port = "old", rest = "old";
@@ -75,10 +90,12 @@ void requireSplit(const std::string& text) {
 void requireHelmsor(const std::string& text) {
   HelmsorParam param(Need::required);
   require(param.setFromText("kept:1") && param.port() == 1, "an address is accepted");
-  require(param.setFromText(text) == !text.empty(), "everything but the empty text is accepted");
-  const std::size_t colon = text.find(':');
-  require(param.host() == text.substr(0, colon), "the host is the text before the first colon");
-  const std::int64_t port = colon == std::string::npos ? HelmsorParam::defaultPort : modelPort(text.substr(colon + 1));
+  const std::string address = modelAddress(text);
+  require(param.setFromText(text) == !address.empty(), "every address is accepted but the empty one");
+  const std::size_t colon = address.find(':');
+  require(param.host() == address.substr(0, colon), "the host is the text before the first colon");
+  const bool hasPort = colon != std::string::npos;
+  const std::int64_t port = hasPort ? modelPort(address.substr(colon + 1)) : HelmsorParam::defaultPort;
   require(param.port() == port, "the port is the number after the first colon");
   require(StringUtils::leadingPort(text) == modelPort(text), "port digits at the start");
 }
