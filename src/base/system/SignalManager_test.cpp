@@ -192,7 +192,11 @@ int statusOfChild(Work work) {
   const pid_t child = ::fork();
   if (child == 0) ::_exit(work());
   int status = 0;
-  EXPECT_EQ(::waitpid(child, &status, 0), child);
+  pid_t ended = -1;
+  do {
+    ended = ::waitpid(child, &status, 0);
+  } while (ended < 0 && errno == EINTR);  // under the thread sanitizer a signal interrupts the wait
+  EXPECT_EQ(ended, child);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
