@@ -80,7 +80,8 @@ struct ObjectValue final : Container {
   jsObject* takeOut(std::size_t place);
 };
 
-// ---- Converts a pointer to the record of that kind: null if the value has another kind ----
+// ---- Converts a pointer to the record of that kind: null for a null pointer and for a value of another kind. The
+// caller names T and `kind` to match; this is not checked. ----
 
 template <class T>
 T* recordIn(jsObject* value, JsonKind kind) {

@@ -20,7 +20,8 @@ Status makeDir(const std::string& path, mode_t mode);
 
 // Makes a directory that must be new, with exactly `mode` whatever the umask. Callers that choose a numbered name use
 // it to test whether the name is free and take it in one step. Returns `exists` if an entry of any kind has that name,
-// even a broken link. If the mode cannot be set, it removes the directory again and returns `failed`.
+// even a broken link, and `failed` if the directory cannot be made for another reason. If the mode cannot be set (see
+// setMode), it removes the directory again and returns `failed`.
 enum class NewDir { made, exists, failed };
 NewDir makeNewDir(const std::string& path, mode_t mode);
 

@@ -104,8 +104,9 @@ class FileWriter {
   FileWriter(const FileWriter&) = delete;
   FileWriter& operator=(const FileWriter&) = delete;
 
-  // Opens the file. A new file gets `newMode` less the umask. Status: "file open", also for a FIFO without a reader,
-  // and for what `access` does not open.
+  // Opens the file for writing and creates a missing one, which gets `newMode` less the umask. Statuses: "invalid
+  // argument" for an empty path or one with a zero byte; "file open", also for a FIFO without a reader, and for a kind
+  // of file or a link that `access` does not open.
   Status open(const std::string& path, mode_t newMode, Access access = Access::ofStore);
 
   // True if open created the file.

@@ -1,6 +1,6 @@
 // KeyValueFile: configuration files of "key=value" lines, with comments.
 //
-//   FileUtils::setKeyValue(path, "mode", "slow");              // comments and other lines stay
+//   FileUtils::setKeyValue(path, "mode", "slow");              // comments, and lines without a pair, stay
 //   FileUtils::getKeyValueInt(path, "retries", 3);
 //
 // A line holds a pair if it contains the separator and no "#" before it.
@@ -42,15 +42,18 @@ bool readKeyValueFile(const std::string& path, KeyValueMap& map, char separator)
 // - A pair whose key is not in `map` is removed with its line.
 // - A pair with a new value keeps its line and its comment.
 // - Missing pairs are appended in key order.
-// - Every pair is written in normal form, without blanks around the separator and without quotes. An empty last line is
-//   removed. But if these would be the only changes, the file is not written.
+// - If several lines have the same key, each of them gets the value.
+// - Every pair is written in normal form, without blanks around the separator and without quotes. So blanks that stood
+//   inside the quotes, at the ends of a value, are lost at the next reading. An empty last line is removed. But if
+//   these would be the only changes, the file is not written, and the result is true.
 // Returns false, and writes nothing, in these cases: the lock cannot be taken; the file exists and cannot be read; a
 // new or changed pair contains a line break or a zero byte, or its key is empty, contains the separator or "#", or has
 // blanks at its ends. Returns false also if writing fails.
 bool writeKeyValueFile(const std::string& path, const KeyValueMap& map, char separator);
 
 // Sets one pair; the separator is "=". Creates a missing file. Returns true, without writing, if the key has that value
-// already.
+// already. Otherwise it writes the file as writeKeyValueFile does, so the other pairs get their normal form too.
+// Returns false if the file exists and cannot be read, and whenever writeKeyValueFile returns false.
 bool setKeyValue(const std::string& path, const std::string& key, const std::string& value);
 
 // Reads the pairs with `separator`, sets those of `updates`, and writes them as writeKeyValueFile does with "=". If

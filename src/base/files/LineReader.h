@@ -75,8 +75,8 @@ class WholeLineReader {
 
   enum class Result { line, end, tooLong, failed };
 
-  // A line with its line end must be shorter than `limit` less 500 bytes. The file is borrowed and must outlive the
-  // reader.
+  // A line with its line end must be shorter than `limit` less 500 bytes. For a longer one, next returns tooLong and
+  // may stop inside the line, so do not call it again. The file is borrowed and must outlive the reader.
   WholeLineReader(const OpenedFile& file, std::size_t limit) : reader_(file, chunkSize), limit_(limit) {}
 
   // Reads the next line with its line end. A line ends with LF, or with a CR that happens to be the last byte of a

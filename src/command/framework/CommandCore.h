@@ -73,7 +73,8 @@ class RavctlCommandInstance {
 // binding; values that were bound before it remain set. The details of a failure are:
 //   "disregarding unused input: KEY"           the command has no such parameter; despite its text this is a failure
 //   "illegal single-word input: JSON"          a single-word parameter does not accept the value
-//   "parameter value required"                 a parameter that takes a value was given without "="
+//   "parameter value required"                 a parameter that takes a value was given without "=", that is, as
+//                                              singleWordPresent or singleWordAbsent (see InputParams.h)
 //   "illegal value presented: JSON"            a parameter does not accept the value
 //   "illegal or missing parameter: KEY"        all members are bound, but this required parameter has no value
 // If a parameter is not a single word and takes no value either, binding it logs an error and fails without details and

@@ -51,7 +51,8 @@ class ActorInterface {
   }
 };
 
-// An actor without settings and interfaces. Its settings are always complete, and it starts and stops at once.
+// An actor without settings and interfaces. Its settings are always complete. It starts at once. shutdown() makes a
+// running actor stopping, and the next isStopped or stateStep makes it stopped.
 class Actor : public ActorInterface, public AsyncTask {
  public:
   explicit Actor(std::string_view actorName) : AsyncTask(actorName) {}

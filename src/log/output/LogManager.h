@@ -50,8 +50,9 @@ class LogInput final : public BasicLog::LogMessageProcessor, public BasicLog::Lo
   BasicLog::Level getDefaultLevel() override;
   void setSyncProcessor(BasicLog::LogMessageProcessor* processor) override;
 
-  // Installs a synchronous processor that passes every entry to `emitter`. The processor does not own the emitter. It
-  // can be replaced like any other processor.
+  // Installs a synchronous processor that passes every entry to `emitter`. The processor does not own the emitter,
+  // which must not be null and must live until it is removed or the processor is replaced. The processor can be
+  // replaced like any other.
   void setSyncEmitter(BasicLog::Emitter* emitter);
   // Removes the synchronous processor if it passes entries to this emitter. Afterwards the emitter is not called any
   // more.

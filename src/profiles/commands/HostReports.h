@@ -3,7 +3,8 @@
 
 #include "command/framework/CommandCore.h"
 
-// list interfaces: lists the interfaces that can carry the overlay. Status: success or "stdlib error: getifaddrs".
+// list interfaces: lists the interfaces that can carry the overlay, by the rules of ConfigControl::read_networks, so a
+// name occurs once for each IPv4 address that the rules allow. Status: success or "stdlib error: getifaddrs".
 class Hipcmd_GetInterfaces : public RavctlCommandInstance {
  public:
   Hipcmd_GetInterfaces();
@@ -14,9 +15,9 @@ class Hipcmd_GetInterfaces : public RavctlCommandInstance {
 };
 
 // list versions: reports the version of the installed application and that of this program; never fails. The first is
-// the first line of the template's firmware_revision that is not blank. If that file exists but cannot be read, the
-// command reports this program's version in its place; if the file is missing, it reports an empty text. Both are
-// deliberate.
+// the first line of the template's firmware_revision that is not blank (see FileUtils::readFirstLine). If that is a
+// regular file that cannot be read, the command reports this program's version in its place. If it is missing or not a
+// regular file, or if all its lines are blank, the command reports an empty text. Both are deliberate.
 class Hipcmd_GetVersions : public RavctlCommandInstance {
  public:
   Hipcmd_GetVersions();
