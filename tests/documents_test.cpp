@@ -61,7 +61,7 @@ TEST(Documents, NameOnlyExistingFiles) {
   EXPECT_GE(count, 8);
 }
 
-TEST(Documents, AMissingFileIsReported) {
+TEST(Documents, AFileThatATextNamesButTheTreeLacksIsReported) {
   EXPECT_EQ(missingFrom("see `docs/architecture.md`, `docs/nothing.md` and `tools/*.sh`", kTree),
             std::vector<std::string>{"docs/nothing.md"});
   EXPECT_EQ(missingFrom("see `host/Places.h` and `host/Nothing.h`", kTree / "testing"),

@@ -65,7 +65,7 @@ class HostileLinksTest : public HostTest {
   }
 };
 
-TEST_F(HostileLinksTest, NoCommandWritesThroughAPlantedLink) {
+TEST_F(HostileLinksTest, NoCommandWritesThroughALinkPlantedInAProfile) {
   struct Case {
     const char* file;
     Words words;

@@ -100,7 +100,7 @@ const Row kRows[] = {
 
 using HostilePlacesTest = HostTest;
 
-TEST_F(HostilePlacesTest, NothingBlocksAndEachCountsAsAFileThatCannotBeOpened) {
+TEST_F(HostilePlacesTest, ACommandNeverBlocksOnAFileOfTheWrongKindAndTreatsItAsOneThatCannotBeOpened) {
   for (const Row& row : kRows) {
     for (int kind = 0; kind < kindCount; ++kind) {
       if (kind == device && !hasOtherUsers()) continue;  // only the machine's root user can create a device

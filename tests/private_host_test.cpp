@@ -92,7 +92,7 @@ TEST_F(PrivateHostFromOutside, PathsOfTheCheckoutInArgumentsAndVariablesAreTrans
       "/.private-host/source/dev --to=/.private-host/build /.private-host/build/x\n");
 }
 
-TEST_F(PrivateHostFromOutside, TestsWriteToTheFolderThatTheVariableNames) {
+TEST_F(PrivateHostFromOutside, TestsWriteToTheFolderInTheVariableRavctlMade) {
   Start start;
   start.environment = {std::string("RAVCTL_MADE=") + folder_};
   EXPECT_EQ(onHost({"/bin/sh", "-c", "echo written >/.private-host/made/file; echo $RAVCTL_MADE"}, start).out,

@@ -81,7 +81,7 @@ TEST(VirtualSlots, FollowTheFixedOrderOfEachClass) {
   }
 }
 
-TEST(FieldOrder, OfABinderIsRequiredHiddenNameHasValue) {
+TEST(FieldOrder, ABinderHasItsFieldsInTheOrderRequiredHiddenNameHasValue) {
   class Param : public NamedValueBinder {
    public:
     Param() : NamedValueBinder("key", Need::required, Show::listed) {}

@@ -106,7 +106,7 @@ TEST(JsonFactories, SharedValuesExistOnceAndReleaseDoesNothingToThem) {
   EXPECT_EQ(json::makeString(std::string_view()), json::makeString(""));
 }
 
-TEST(JsonFactories, OtherNumbersAreNew) {
+TEST(JsonFactories, NumbersWithoutASharedValueAreNewValues) {
   for (double number : {1.5, -2.0, 3.0, 1.0000000000000002, -1.0000000000000002, std::nan("")}) {
     ScopedJson first(json::makeNumber(number));
     ScopedJson second(json::makeNumber(number));
@@ -253,7 +253,7 @@ TEST(JsonObjects, NamesAndValuesBeyondTheCountAreNull) {
   }
 }
 
-TEST(JsonObjects, FindReturnsTheFirstMemberOfThatName) {
+TEST(JsonObjects, FindComparesEveryByteAndFindIgnoringCaseReturnsTheFirstMatch) {
   ScopedJson object(json::makeObject());
   const std::string names[] = {"Name", "name", "na", "na\0me"s, "\xC3\x84", "a@b", "[z"};
   for (int at = 0; at < 7; ++at) json::setMember(object.get(), names[at], json::makeNumber(at));

@@ -158,7 +158,7 @@ TEST(JsonParser, TextWithoutALengthEndsAtItsZeroByte) {
   EXPECT_EQ(json::elementCount(objects.get()), 2u);
 }
 
-TEST(JsonParser, ParsedScalarsAreTheSharedValues) {
+TEST(JsonParser, ScalarsThatHaveASharedValueAreParsedToIt) {
   EXPECT_EQ(json::parse("true"), json::makeBoolean(true));
   EXPECT_EQ(json::parse("false"), json::makeBoolean(false));
   EXPECT_EQ(json::parse("null"), json::makeNull());

@@ -200,7 +200,7 @@ void expectCopyError(const Status& s, StatusCode code, const char* details) {
   EXPECT_FALSE(host::exists(kTo));
 }
 
-TEST_F(CopyFileTest, AFileOfAKindThatFailsIsNamedInTheErrorOfTheCopy) {
+TEST_F(CopyFileTest, TheErrorOfACopyNamesTheSourceOrTargetThatFailed) {
   host::writeFile(kFrom, "text");
   host::writeFile("/tmp/unreadable", "text", 0);
   host::writeFile("/tmp/directory/file", "");

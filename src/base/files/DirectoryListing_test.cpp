@@ -35,7 +35,7 @@ TEST_F(DirectoryListingTest, EntriesAreListedByKind) {
   EXPECT_THAT(listing.others, UnorderedElementsAre("fifo", "socket", "to-fifo", "to-nothing"));
 }
 
-TEST_F(DirectoryListingTest, ARelativeLinkTextIsTakenFromTheWorkingDirectory) {
+TEST_F(DirectoryListingTest, ARelativeLinkIsResolvedFromTheWorkingDirectory) {
   host::writeFile("/tmp/list/file", "");
   host::makeLink("/tmp/list/link", "file");
   EXPECT_THAT(FileUtils::listDirectory("/tmp/list").others, ElementsAre("link"));
@@ -43,7 +43,7 @@ TEST_F(DirectoryListingTest, ARelativeLinkTextIsTakenFromTheWorkingDirectory) {
   EXPECT_THAT(FileUtils::listDirectory("/tmp/list").linksToFiles, ElementsAre("link"));
 }
 
-TEST_F(DirectoryListingTest, ALinkOfAnOpenDirectoryIsTakenFromThereIfTheCallerSaysSo) {
+TEST_F(DirectoryListingTest, ARelativeLinkInAnOpenDirectoryIsResolvedFromThereIfTheCallerRequestsIt) {
   using FileUtils::LinkBase;
   host::writeFile("/tmp/list/file", "");
   host::makeLink("/tmp/list/link", "file");

@@ -262,7 +262,7 @@ TEST_F(FileAccessTest, ALinkThatReplacesATrustedOneDuringTheCheckIsNotFollowed) 
   EXPECT_EQ(host::readFile("/tmp/ours"), "new");
 }
 
-TEST_F(FileAccessTest, ALinkThatReplacedTheNewFileDoesNotLoseItsTarget) {
+TEST_F(FileAccessTest, AFailedWriteKeepsTheTargetOfALinkThatReplacedTheNewFile) {
   host::writeFile(kTarget, "old");
   FaultPlan plan{1, false, EIO, {"write"}};
   plan.before = [](std::size_t) {

@@ -65,7 +65,7 @@ TEST_F(LineReaderTest, PiecesAreLinesWithTheirEndsCutToOneByteLessThanTheBuffer)
   }
 }
 
-TEST_F(LineReaderTest, ThePiecesOfTheProgramsThreeBufferSizesAreOneByteShorter) {
+TEST_F(LineReaderTest, LongLinesHavePiecesOneByteShorterThanABufferOf1024Or4096Or8000Bytes) {
   for (const std::size_t size : {std::size_t{4096}, std::size_t{8000}, std::size_t{1024}}) {
     SCOPED_TRACE(size);
     const std::string line(size - 1, 'x');

@@ -107,7 +107,7 @@ TEST_F(RemoveTreeTest, APathThatIsNoDirectoryIsUnlinkedAndNotFollowed) {
   }
 }
 
-TEST_F(RemoveTreeTest, OtherEntriesStayAndTheRemovalFails) {
+TEST_F(RemoveTreeTest, FifosAndBrokenLinksStayAndTheRemovalFails) {
   host::makeFifo("/tmp/tree/a/fifo");
   host::writeFile("/tmp/tree/a/file", "");
   host::writeFile("/tmp/tree/b/file", "");
@@ -249,7 +249,7 @@ TEST_F(RemoveTreeTest, TheLastFileIsRemovedAfterEverythingElse) {
   EXPECT_FALSE(host::exists(kTree));
 }
 
-TEST_F(RemoveTreeTest, ARelativeLinkCountsFromItsOwnDirectoryInTheStoreAndElseFromTheWorkingDirectory) {
+TEST_F(RemoveTreeTest, ARelativeLinkIsResolvedFromItsOwnDirectoryInTheStoreAndElseFromTheWorkingDirectory) {
   for (const char* directory : {"/", "/tmp/elsewhere", "/tmp/tree/a"}) {
     SCOPED_TRACE(directory);
     host::reset();
@@ -335,7 +335,7 @@ TEST_F(RemoveTreeTest, TheLastEntryMayBeALinkButNotAFifo) {
   }
 }
 
-TEST_F(RemoveTreeTest, AClosedDirectoryIsRemovedOnlyIfItIsEmpty) {
+TEST_F(RemoveTreeTest, ADirectoryWithoutPermissionsIsRemovedOnlyIfItIsEmpty) {
   for (const bool isEmpty : {true, false}) {
     SCOPED_TRACE(isEmpty);
     host::makeDirs(kTree);

@@ -269,7 +269,7 @@ TEST_F(ProcessTest, AnAllocationBeyondTheLimitEndsTheProcess) {
 }
 
 // The limits range from too little memory to load the program to more than it needs.
-TEST_F(ProcessTest, TheProgramExitsCleanlyUnderAnyMemoryLimit) {
+TEST_F(ProcessTest, ListProfilesUnderAnyMemoryLimitPrintsAllOrFailsAndChangesNothing) {
   for (int i = 1; i <= 300; ++i) {
     host::makeProfile("profile-" + std::to_string(i), std::string(200, 'n') + std::to_string(i));
   }

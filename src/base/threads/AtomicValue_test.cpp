@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::int64_t kALongTime = 60'000'000;
 
-TEST(AtomicValue, SetsTheValueAndComparesBeforeItSetsIfAsked) {
+TEST(AtomicValue, SetStoresTheValueAndCompareAndSetOnlyIfTheOldValueMatches) {
   AtomicValue<int> value(1);
   EXPECT_EQ(value.get(), 1);
   value.set(2);
@@ -26,7 +26,7 @@ TEST(AtomicValue, SetsTheValueAndComparesBeforeItSetsIfAsked) {
   EXPECT_EQ(value.get(), 3);
 }
 
-TEST(AtomicValue, APredicateTestsForItsOwnValue) {
+TEST(AtomicValue, APredicateIsTrueOnlyForTheValueItWasGiven) {
   AtomicValue<int> value(1);
   const AtomicEqualityTestPredicate<int> isOne(value, 1);
   const AtomicEqualityTestPredicate<int> isTwo(value, 2);

@@ -73,7 +73,7 @@ TEST(ThreadName, IsReadBackAsSetUnlessTheSystemRefusesIt) {
   }
 }
 
-TEST(ThreadName, ANameThatCannotBeReadIsAnErrorText) {
+TEST(ThreadName, ANameThatCannotBeReadIsReplacedByAnErrorText) {
   namesFail = true;
   const std::string name = getThreadName();
   namesFail = false;

@@ -242,7 +242,7 @@ TEST(BindJsonArgs, TheFirstFailureEndsTheBindingAndEarlierValuesRemain) {
   EXPECT_FALSE(command.network.hasValue());
 }
 
-TEST(BindJsonArgs, MissingParametersAreReportedInDeclarationOrderAndAfterABadMember) {
+TEST(BindJsonArgs, TheFirstMissingParameterInDeclarationOrderIsReportedUnlessAMemberIsBad) {
   const auto expectDetails = [](const char* args, const char* details) {
     SCOPED_TRACE(args);
     Demanding command;

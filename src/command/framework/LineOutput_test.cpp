@@ -76,7 +76,7 @@ FaultPlan failing(int error, bool fromThereOn = false) {
 
 constexpr const char* kDiskFull = "ravctl: can't write standard output: No space left on device\n";
 
-TEST(LineOutput, LinesAreWrittenTogetherWithoutAChange) {
+TEST(LineOutput, AFewLinesAreOneWriteUnchangedUpToTheirFirstZeroByte) {
   expectSaid(say({"status_text: x", "", " two  blanks ", "%s%n", "\xff\x80"}),
              "status_text: x\n\n two  blanks \n%s%n\n\xff\x80\n", "", 1, "a few lines are one write");
   expectSaid(say({}), "", "", 0, "without lines nothing is written");

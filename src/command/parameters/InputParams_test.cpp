@@ -297,7 +297,7 @@ TEST(HelmsorParam, AHugePortStaysAbove65535) {
   }
 }
 
-TEST(HelmsorParam, ATextOfWhichNothingRemainsClearsHostAndPort) {
+TEST(HelmsorParam, ATextThatNamesNeitherHostNorPortIsRefusedAndResetsBoth) {
   for (const char* text : {"", "https://", "http:///x"}) {
     SCOPED_TRACE(text);
     HelmsorParam param(Need::optional);

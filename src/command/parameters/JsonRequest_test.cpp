@@ -160,7 +160,7 @@ TEST(RequestFromCommandWords, HoldsTheMethodTheParametersAndAllWords) {
   }
 }
 
-TEST(RequestFromCommandWords, FewerThanThreeWordsAreAnInvalidCommandAndKeepTheOldRequest) {
+TEST(RequestFromCommandWords, FewerThanThreeWordsWithTheProgramAreAnInvalidCommandAndKeepTheOldRequest) {
   for (const Words& words : {Words{}, {"ravctl"}, {"ravctl", "help"}}) {
     SCOPED_TRACE(testing::PrintToString(words));
     ScopedJson request;

@@ -311,7 +311,7 @@ TEST(Actor, PlainActorHasItsOwnNameAndNoSettingsOrInterfaces) {
   EXPECT_EQ(actor.getInterface("log_emitter"), nullptr);
 }
 
-TEST(Actor, EveryEmitterStartsAndStops) {
+TEST(Actor, EveryEmitterStartsAtOnceAndIsStoppedFinishesItsShutdown) {
   for (const std::string& type : allTypes()) {
     SCOPED_TRACE(type);
     const auto actor = EmitterFactory().create({type, "a"});
@@ -384,7 +384,7 @@ TEST_F(SyslogEmitterTest, MissingSettingIsNotLoggedWhenErrorsAreNotEnabled) {
   EXPECT_THAT(logged_.lines, IsEmpty());
 }
 
-TEST_F(SyslogEmitterTest, UnknownKeyChangesNothing) {
+TEST_F(SyslogEmitterTest, UnknownKeyIsRefusedAndTheSettingsStayComplete) {
   EXPECT_EQ(emitter_.setConfig("subsystem", "s"), ConfigResult::accepted);
   EXPECT_EQ(emitter_.setConfig("category", "c"), ConfigResult::accepted);
   EXPECT_EQ(emitter_.setConfig("subsystems", ""), ConfigResult::unknownKey);

@@ -507,7 +507,7 @@ TEST(FirstUseDeathTest, AssertionWhileTheLogIsCreatedEndsTheProgramAndDoesNotHan
               "assert error, BasicLog.cpp line 638, \"failed to create a logger object\" ");
 }
 
-TEST(FirstUseDeathTest, HandlerMayUseTheLogWhileItIsCreatedAndThenReturn) {
+TEST(FirstUseDeathTest, CallsOfTheLogByAnAssertHandlerWhileTheLogIsCreatedHaveNoEffectAndDoNotHang) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto firstUse = [] {
     assertions.clear();

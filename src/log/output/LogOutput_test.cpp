@@ -405,7 +405,7 @@ TEST_F(OutputTest, StopFromInsideAnEmitterDoesNotWaitForItself) {
 }
 
 // The flush holds the lock of the emitters, and the output thread waits for that lock.
-TEST_F(OutputTest, StopFromInsideAFlushDoesNotWaitForTheThread) {
+TEST_F(OutputTest, StopByAnEmitterInAFlushOutsideTheOutputThreadDoesNotWaitForThatThread) {
   emitter.whenEmitting = [&](const LogMessage&) {
     EXPECT_TRUE(manager.startOutputThread());
     ::usleep(20'000);

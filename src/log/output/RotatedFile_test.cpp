@@ -144,7 +144,7 @@ TEST_F(RotatedFileTest, FileNameContainsTheStartOfItsPeriodInLocalTime) {
   }
 }
 
-TEST_F(RotatedFileTest, FirstPeriodIsAlwaysANewOne) {
+TEST_F(RotatedFileTest, FirstCallOfEnterPeriodAlwaysEntersANewPeriod) {
   for (const std::int64_t ticks : {std::int64_t{0}, kHour, -kHour}) {
     RotatedFile file;
     file.interval = kHour;

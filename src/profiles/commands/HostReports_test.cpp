@@ -189,7 +189,7 @@ TEST_F(InterfacesTest, AFailedEnumerationIsLoggedAndGivesAnEmptyList) {
   }
 }
 
-TEST_F(InterfacesTest, NothingIsLoggedBelowTheThreshold) {
+TEST_F(InterfacesTest, NoErrorIsLoggedIfTheThresholdIsFatal) {
   host::makeProfile("profile-1", "lab");
   BasicLog::Logger& logger = BasicLog::getLogger(BasicLog::ravctlLogger);
   const BasicLog::Level before = logger.threshold();
@@ -301,7 +301,7 @@ TEST_F(VersionsTest, TheApplicationsVersionIsTheFirstLineOfItsRevisionAndNeedsNo
   }
 }
 
-TEST_F(VersionsTest, IfTheRevisionCannotBeReadOurOwnVersionIsReported) {
+TEST_F(VersionsTest, IfReadingTheRevisionFailsTheProgramsVersionIsReportedInItsPlace) {
   host::writeFile(kRevision, "4.1.7\n");
   const ArmedFaults armed({1, true, EIO, {"read"}});
   EXPECT_THAT(report(), ElementsAre("hipapp_version: 2.2", "ravctl_version: 2.2"));

@@ -140,7 +140,7 @@ TEST_F(ProfileCommandTest, FieldsReportTheirNamesAndTypes) {
 
 // --- list profiles
 
-TEST_F(ProfileCommandTest, ListPrintsDirectoryAndRootOnlyWhenVerbose) {
+TEST_F(ProfileCommandTest, ListPrintsTheDirectoriesOfTheActiveProfileAndOfTheStoreOnlyIfVerbose) {
   EXPECT_EQ(run("list profiles"), kListed + "current_name: lab\n");
   EXPECT_EQ(run("show profiles"), kListed + "current_name: lab\n");
   EXPECT_EQ(run("list profiles --quiet"), kListed + "current_name: lab\n");
@@ -159,7 +159,7 @@ TEST_F(ProfileCommandTest, ListSortsByNameQuotesNamesAsTheyAreAndRepairsThemFirs
   EXPECT_THAT(nameOf("profile-1") + nameOf("profile-2"), testing::AnyOf("lab\nlab#2\n", "lab#2\nlab\n"));
 }
 
-TEST_F(ProfileCommandTest, ListCreatesTheFirstProfileButNoRoot) {
+TEST_F(ProfileCommandTest, ListCreatesTheFirstProfileButNotAMissingStore) {
   host::reset();
   EXPECT_EQ(run("list profiles"), "profile-123123\t'profile'\ncurrent_name: profile\n");
   EXPECT_EQ(current(), "profile-123123\n");
@@ -214,7 +214,7 @@ TEST_F(ProfileCommandTest, RenameAndModifyElectNothingWithoutAuthorization) {
   }
 }
 
-TEST_F(ProfileCommandTest, ListDetailsRenameAndModifyElectFirstAndDeleteAfterwards) {
+TEST_F(ProfileCommandTest, ListDetailsRenameAndModifyElectBeforeTheyActAndASuccessfulDeleteElectsAfterwards) {
   const std::string notFound = failure("profile not found", "0x12001001");
   const std::string lab = "profile_dir=profile-1\nprofile_name=lab\n" + kNoValues + "log_level=\n";
   const std::string childFailed = failure("child process returned nonzero exit code", "0x16001001");
@@ -407,7 +407,7 @@ TEST_F(ActivateActiveTest, OnAnEmptyStoreAProfileIsCreatedAndStartedOnce) {
   }
 }
 
-TEST_F(ActivateActiveTest, TheStatusIsThatOfTheOneStart) {
+TEST_F(ActivateActiveTest, TheStatusOfTheOnlyStartIsReturned) {
   const std::string failed = failure("child process returned nonzero exit code", "0x16001001");
   for (const bool isEmpty : {false, true}) {
     SCOPED_TRACE(isEmpty ? "a profile is created" : "a profile is elected");

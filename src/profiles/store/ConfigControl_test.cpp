@@ -59,7 +59,7 @@ std::string valueRead(Reader read, bool expected = true) {
 
 using ConfigReaderTest = ConfigControlTest;
 
-TEST_F(ConfigReaderTest, TheFirstLineOfTheKeyIsReadTrimmedButVerbatim) {
+TEST_F(ConfigReaderTest, TheFirstLineOfTheKeyIsReadAndOnlyTheEndsOfTheLineAreTrimmed) {
   const struct {
     const char* why;
     std::string content;  // "@" stands for the key and "="
@@ -102,7 +102,7 @@ TEST_F(ConfigReaderTest, ValuesOfEndboxConfAreMadePlainAsciiAndTheInterfaceIsNot
   }
 }
 
-TEST_F(ConfigReaderTest, TheLevelOfTheCoreIsReadOnlyIfThereIsNoOther) {
+TEST_F(ConfigReaderTest, TheKeyOpenhipLogLevelIsReadOnlyIfThereIsNoKeyLogLevel) {
   host::writeFile(kEndbox, "openhip.log_level=debug\nlog_level=info\n");
   EXPECT_EQ(valueRead(ConfigControl::readLogLevel), "info");
   host::writeFile(kEndbox, "openhip.log_level=debug\n");

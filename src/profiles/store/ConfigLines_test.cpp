@@ -255,7 +255,7 @@ const struct {
     {"no lock directory is needed", "key=1\n", [] { host::remove("/tmp/lock"); }, "f 0644 hip.conf \"key=2\\n\"\n"},
 };
 
-TEST_F(ConfigLinesTest, AnEditLeavesOneRegularFileWithThePermissionsOfTheOldOneWhateverTheUmask) {
+TEST_F(ConfigLinesTest, AnEditLeavesOneRegularFileWithTheNinePermissionBitsOfTheOldOneWhateverTheUmask) {
   for (const auto& c : kEdits) {
     SCOPED_TRACE(c.why);
     host::reset();

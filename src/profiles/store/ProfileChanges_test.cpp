@@ -435,7 +435,7 @@ TEST_F(DeleteTest, LinksAreRemovedButNotTheirTargets) {
   EXPECT_EQ(host::tree("/tmp/elsewhere"), targets);
 }
 
-TEST_F(DeleteTest, EntriesThatAreNotRemovedKeepTheNameSoThatTheDeletionCanBeRepeated) {
+TEST_F(DeleteTest, IfAnEntryCannotBeRemovedTheNameFileStaysSoThatTheDeletionCanBeRepeated) {
   const std::string name = "f 0640 profile_name \"office\\n\"\n";
   const struct {
     const char* why;
@@ -551,7 +551,7 @@ TEST_F(RenameTest, TheTrimmedNameIsWrittenAndTheDirectoryKept) {
   }
 }
 
-TEST_F(RenameTest, ANameIsRefusedIfItIsEmptyOrSelectsAProfileOrHasAControlByte) {
+TEST_F(RenameTest, AfterTrimmingANameIsRefusedIfItIsEmptyOrSelectsAProfileOrHasAControlByteInside) {
   const auto expectRefused = [&](const std::string& newName, const char* details) {
     SCOPED_TRACE(host::quoted(newName));
     const Result refused = rename("dir=profile-1", newName);
@@ -638,7 +638,7 @@ TEST_F(ResetTest, TheStateFilesAreRemovedInOrder) {
   EXPECT_EQ(armed.count(), 6u);
 }
 
-TEST_F(ResetTest, TheActiveRunningProfileIsLeftAlone) {
+TEST_F(ResetTest, TheActiveRunningProfileIsRefusedAndNothingIsChanged) {
   putStateFiles(kLab);
   makeRunning();
   before_ = store();

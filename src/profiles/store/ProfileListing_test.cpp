@@ -64,7 +64,7 @@ std::string firstOf(std::initializer_list<const char*> dirnames) {
 
 using ProfileListingTest = HostTest;
 
-TEST_F(ProfileListingTest, AnEmptyRootHasNoProfilesAndWithoutARootTheListingFails) {
+TEST_F(ProfileListingTest, AnEmptyStoreHasNoProfilesAndTheListingOfAMissingStoreFails) {
   EXPECT_THAT(listed(), IsEmpty());
   host::remove(host::kProfiles);
   EXPECT_THAT(listed(false), IsEmpty()) << "no root";
@@ -451,7 +451,7 @@ TEST_F(NewNameTest, AFreeNameIsKeptAndATakenOneGetsANumberIfAllowed) {
   }
 }
 
-TEST_F(NewNameTest, OnlyOtherDirectoriesAreRepairedAndCounted) {
+TEST_F(NewNameTest, TheDirectoryOfTheNewProfileIsNeitherRepairedNorCountedButOthersAre) {
   std::string name;
   EXPECT_TRUE(ProfileStore::chooseNewName("", false, "", name));
   EXPECT_EQ(name, "profile") << "an empty store";

@@ -285,7 +285,7 @@ TEST_F(ProfileNameTest, AFailedWriteOfANameReturnsItsStatus) {
 
 using ProfileRecordTest = HostTest;
 
-TEST_F(ProfileRecordTest, ARecordIsValidIfItsDirectoryExistsAndNothingIsWritten) {
+TEST_F(ProfileRecordTest, ANamedDirectoryGivesAValidRecordAndAMissingOneAnInvalidRecordAndNothingIsWritten) {
   host::makeProfile("profile-1", "lab");
   const std::string before = host::tree(host::kProfiles);
   const ProfileRecord expected[] = {
@@ -394,7 +394,7 @@ TEST_F(ActiveProfileTest, AMarkerThatIsNotARegularFileCountsAsEmptyAndCannotBeSe
   }
 }
 
-TEST_F(ActiveProfileTest, SettingFailsForAnEmptyNameForAModeThatCannotBeSetAndWithoutARoot) {
+TEST_F(ActiveProfileTest, SettingTheActiveProfileFailsForAnEmptyNameForAModeThatCannotBeSetAndWithoutAStore) {
   host::makeActive("profile-1");
   EXPECT_FALSE(ProfileStore::setActive(""));
   EXPECT_EQ(host::readFile(host::kCurrent), "profile-1\n");

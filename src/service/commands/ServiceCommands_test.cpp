@@ -157,7 +157,7 @@ TEST_F(ServiceCommandsTest, EachFailureOfTheChildHasItsOwnStatus) {
   }
 }
 
-TEST_F(ServiceCommandsTest, EachCommandRunsItsOperationAndPrintsAndChangesNothing) {
+TEST_F(ServiceCommandsTest, EachCommandRunsItsOperationPrintsNothingAndChangesNoFileOfTheStore) {
   installAllTools();
   host::makeProfile("profile-1", "lab");
   host::makeDirs("/etc/zuv/profiles/profile-2");

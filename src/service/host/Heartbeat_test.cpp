@@ -269,7 +269,7 @@ Reading readWhile(const std::function<void(std::time_t)>& change) {
   });
 }
 
-TEST_F(HeartbeatTest, TheSecondReadingCounts) {
+TEST_F(HeartbeatTest, TheSecondOfTwoReadingsDecidesTheResult) {
   const Reading notRunning = {status::success, kNo, kUnknown, kUnknown};
   const auto replaceByFifo = [](std::time_t) {
     host::remove(kFile);

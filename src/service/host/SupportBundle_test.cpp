@@ -17,7 +17,7 @@ constexpr const char* kApplicationError = "status_text: application error\nstatu
 
 class SupportBundleTest : public HostTest {};
 
-TEST_F(SupportBundleTest, TheResultOfSystemIsNotDecoded) {
+TEST_F(SupportBundleTest, TheRawResultOfTheSystemFunctionDecidesTheStatus) {
   struct Case {
     const char* why;
     int result;
@@ -136,7 +136,7 @@ TEST_F(SupportBundleTest, WeIgnoreTheSignalsAgainAfterTheScript) {
   EXPECT_EQ(waitStatus, 0);
 }
 
-TEST_F(SupportBundleTest, AReaderThatClosedDuringTheScriptIsNoFailure) {
+TEST_F(SupportBundleTest, AStandardOutputWithoutAReaderIsNoFailure) {
   host::installScript(kScript, "");
   Start start;
   start.readerGone = true;
