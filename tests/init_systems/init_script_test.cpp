@@ -70,7 +70,7 @@ pid_t daemonOn(const std::string& dirname) {
   return isThere ? daemons().at(0) : 0;
 }
 
-TEST_F(InitScriptTest, TheDaemonIsStartedOnceReplacedAndKilled) {
+TEST_F(InitScriptTest, StartStartsOneDaemonRestartReplacesItAndStopKillsIt) {
   host::writeFile(kOptions, "START_WAIT=1\n");
   EXPECT_EQ(outputOf({"service", "status"}), kNotRunning);
   EXPECT_EQ(outputOf({"service", "start"}), "");

@@ -93,7 +93,7 @@ TEST_F(CopyFileTest, LinksOfAnybodyAreFollowedButInTheStoreOnlyTrustedOnes) {
   }
 }
 
-TEST_F(CopyFileTest, ACopyOfASetUidProgramHasMode0644AlsoOverOne) {
+TEST_F(CopyFileTest, ACopyOfASetUidProgramHasMode0644EvenIfItReplacesOne) {
   host::writeFile(kFrom, "text", 04755);
   for (const auto& copy : {FileUtils::copyFile, FileUtils::copyStoreFile}) {
     host::writeFile(kTo, "old", 04755);

@@ -548,7 +548,7 @@ TEST_F(FileAccessTest, AFaultOfAnOperationOfOneSystemCallGivesTheStatusOfThatOpe
 }
 
 // Another process creates and fills the file after our first open has failed and before our second one creates it.
-TEST_F(FileAccessTest, AFileThatAnotherProcessHasJustMadeDoesNotCountAsNew) {
+TEST_F(FileAccessTest, AFileThatAnotherProcessHasJustFilledDoesNotCountAsNew) {
   FaultPlan plan;
   plan.calls = {"open"};
   plan.before = [](std::size_t call) {

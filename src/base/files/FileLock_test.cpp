@@ -397,7 +397,7 @@ TEST_F(FileLockTest, ThreadsExcludeEachOtherAndTheUmaskIsRestored) {
   EXPECT_EQ(::umask(022), 027u);
 }
 
-TEST_F(FileLockTest, AFaultAnywhereMeansNoLockAndLeaksNothing) {
+TEST_F(FileLockTest, AFaultWhileLockingMeansNoLockAndAFaultAnywhereLeaksNothing) {
   const FaultLoop loop{[] { host::reset(); }};
   const std::size_t steps = forEachFault(
       loop, [] { return FileLock(kPath).result(); },

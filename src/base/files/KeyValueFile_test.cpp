@@ -259,7 +259,7 @@ TEST_F(KeyValueFileTest, AFileIsChangedInPlaceAndKeepsItsMode) {
   EXPECT_EQ(host::readFile(kFile), "a=2\n");
 }
 
-TEST_F(KeyValueFileTest, AValueThatIsSetReadsBackAndTheLockIsReleased) {
+TEST_F(KeyValueFileTest, APlainValueThatIsSetReadsBackAndTheLockIsReleased) {
   const std::string odd("=nokey\nz=a\0b\n", 13);
   struct Case {
     const char* why;

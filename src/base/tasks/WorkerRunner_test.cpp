@@ -116,7 +116,7 @@ TEST(WorkerRunner, AStoppedRunnerStartsAgain) {
 
 // The thread may already be in a step when the stop is requested. If it is not, it must never run one. The test checks
 // this by the state after the request: if that is `stopped`, no step runs from then on.
-TEST(WorkerRunner, ARunnerStoppedRightAfterItsStartNeverTakesAStep) {
+TEST(WorkerRunner, ARunnerThatStoppedBeforeItsFirstStepTakesNoneLater) {
   int stoppedAtOnce = 0;
   for (int i = 0; i < 500; ++i) {
     std::atomic<int> steps{0};
@@ -196,7 +196,7 @@ TEST(WorkerRunner, AWaitForTheSmallestTimeEndsAtOnce) {
   EXPECT_FALSE(blocked.runner.waitStopped(INT64_MIN));
 }
 
-TEST(WorkerRunner, AStepMayRequestTheStopAndCannotStartItAgain) {
+TEST(WorkerRunner, AStepMayRequestTheStopButCannotStartTheRunnerAgain) {
   std::atomic<int> steps{0};
   std::unique_ptr<WorkerRunner> runner;
   runner = std::make_unique<WorkerRunner>([&] {

@@ -214,7 +214,7 @@ TEST(Catalogue, AParameterHasTheSameKindInEveryCommand) {
   }
 }
 
-TEST(Catalogue, ParametersHaveTheirDefaults) {
+TEST(Catalogue, MaxLinesIsFiftyAndAllowRenameIsTrueByDefault) {
   Command command;
   EXPECT_THAT(findAndBind({"list", "log", "lab"}, &command), HasCode(status::success));
   EXPECT_EQ(param<IntParam>(*command, "max_lines").value(), 50);

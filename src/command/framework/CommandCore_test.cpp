@@ -346,7 +346,7 @@ TEST(BindCommandWords, ARefusedWordFailsWithDetailsThatSayWhy) {
   }
 }
 
-TEST(BindCommandWords, TheValueOfASingleWordDecides) {
+TEST(BindCommandWords, TheTextOfASingleWordDecidesIfItIsPresent) {
   const auto expectWord = [](const Words& words, bool present, bool given = true) {
     SCOPED_TRACE(testing::PrintToString(words));
     Example command;

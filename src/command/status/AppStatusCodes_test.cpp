@@ -28,7 +28,7 @@ TEST(AppStatusText, KnowsOnlyItsSixCodes) {
   }
 }
 
-TEST(AppStatusText, StatusTextFindsItAfterRegistration) {
+TEST(AppStatusText, StatusTextFindsApplicationTextsAfterRegistration) {
   registerStatusTexts(1, appStatusText);
   EXPECT_STREQ(statusText(0x00001001), "profile is active");
   EXPECT_STREQ(statusText(0x12001099), "generic application error");

@@ -295,7 +295,7 @@ TEST_F(ProfileCommandTest, CreatePrintsTheDetailsAndTheName) {
   EXPECT_EQ(run("profile create new helmsor=h new_name=other --quiet"), "profile_name: other\n");
 }
 
-TEST_F(ProfileCommandTest, CreateAndModifyWriteTheAddressWithoutItsSchemeAndPath) {
+TEST_F(ProfileCommandTest, CreateAndModifyWriteHostAndPortOfTheAddressBehindHttpsWithoutItsPath) {
   const struct {
     const char *given, *written;
   } cases[] = {
@@ -560,7 +560,7 @@ TEST_F(ProfileCommandTest, ModifyAcceptsAPortAloneAndAHostWithoutAPort) {
   }
 }
 
-TEST_F(ProfileCommandTest, ModifyRefusesAnEmptyInterfaceButKeepsTheInvitation) {
+TEST_F(ProfileCommandTest, ModifyRefusesAnEmptyInterfaceButWritesTheInvitation) {
   EXPECT_EQ(run("profile modify office network= invitation=code", kInvalidArgument),
             failure("invalid argument", "0x10000003"));
   EXPECT_EQ(host::readFile("/etc/zuv/profiles/profile-2/endbox.conf"), "activation_code=code\n");

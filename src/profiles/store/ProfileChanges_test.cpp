@@ -336,7 +336,7 @@ TEST_F(ActivateTest, AFailedStopOrSwitchIsNotReported) {
   EXPECT_EQ(host::recordedCalls(), "stop\nstart\n");
 }
 
-TEST_F(ActivateTest, AFailedForkOfTheStartIsReturned) {
+TEST_F(ActivateTest, TheStatusOfAFailedForkForTheStartIsReturned) {
   const ArmedFaults armed({1, true, EAGAIN, {"fork"}});
   EXPECT_THAT(activate("office"), gave(status::forkError, "office"));
   EXPECT_EQ(armed.count(), 2u);

@@ -576,7 +576,7 @@ TEST_F(DetailsTest, TheFirstAddressLineWinsEvenIfItIsEmpty) {
   }
 }
 
-TEST_F(DetailsTest, TheStatusIsThatOfTheResolutionWithoutAnyAuthorization) {
+TEST_F(DetailsTest, TheStatusIsThatOfTheResolutionAndNoAuthorizationIsNeeded) {
   const struct {
     const char* why;
     const char* selector;

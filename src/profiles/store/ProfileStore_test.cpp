@@ -422,7 +422,7 @@ TEST_F(ActiveProfileTest, AProfileIsActiveIfAReadableMarkerHoldsItsDirectoryName
   EXPECT_FALSE(ProfileStore::isActive(profile)) << "an unreadable marker";
 }
 
-TEST_F(ActiveProfileTest, TheDaemonMayRunUnlessItsHeartbeatSaysItDoesNot) {
+TEST_F(ActiveProfileTest, TheDaemonMayRunIfTheHeartbeatOfTheActiveProfileIsFreshOrLacksATime) {
   host::makeProfile("profile-1", "lab");
   EXPECT_FALSE(ProfileStore::daemonMayRun()) << "no active profile";
   host::makeActive("profile-1");
