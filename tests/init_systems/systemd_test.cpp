@@ -47,6 +47,7 @@ class SystemdTest : public testing::Test {
 
   const std::string name_ = "booted-systemd-" + std::to_string(::getpid());
   std::string whyNot_;
+  const char* row_ = "";  // names the row of a table. A trace would end up in the reason of a skip.
 };
 
 // Runs the script and compares its output. Skips the test if there is no such host.
@@ -54,7 +55,7 @@ class SystemdTest : public testing::Test {
   {                                                \
     const std::string said = onSystemd(script);    \
     if (!whyNot_.empty()) GTEST_SKIP() << whyNot_; \
-    EXPECT_EQ(said, expected);                     \
+    EXPECT_EQ(said, expected) << row_;             \
   }
 
 // A script that runs on a host of its own, and its output.
@@ -133,7 +134,7 @@ constexpr Case kFailures[] = {
 
 TEST_F(SystemdTest, AFailureOfSystemctlGivesTheCodeOfAFailedChild) {
   for (const Case& c : kFailures) {
-    SCOPED_TRACE(c.why);
+    row_ = c.why;
     EXPECT_ON_SYSTEMD(c.script, c.expected);
   }
 }
@@ -205,7 +206,7 @@ constexpr Case kMoves[] = {
 
 TEST_F(SystemdTest, TheDaemonAlwaysRunsOnTheActiveProfile) {
   for (const Case& c : kMoves) {
-    SCOPED_TRACE(c.why);
+    row_ = c.why;
     EXPECT_ON_SYSTEMD(c.script, c.expected);
   }
 }
