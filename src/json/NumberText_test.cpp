@@ -102,11 +102,12 @@ TEST(NumberText, FastPathStopsAtTheFirstByteThatIsNoDigit) {
 #endif
   for (const Case& c : cases) {
     SCOPED_TRACE(c.text);
-    double number = c.number;
+    double number = 0;
     const bool isRead = canScale || c.number == std::floor(c.number);
-    if (isRead) number = 0;
     EXPECT_EQ(endOf(c.text, number), isRead ? c.end : -1);
-    EXPECT_EQ(number, c.number);
+    if (isRead) {
+      EXPECT_EQ(number, c.number);
+    }
   }
   for (const char* text : {"", "-", "+1", "abc", "-.", ".", "12345678901234567890"}) {
     double number = 0;
