@@ -941,7 +941,7 @@ TEST_F(ModifyTest, TheDaemonIsStoppedAndStartedOnlyAsNeeded) {
     makeScene();
     host::setMode(host::kCurrent, 0600);
     expectDaemon(c);
-    // The marker of an active profile is not rewritten.
+    // A profile that is active already keeps its marker.
     EXPECT_EQ(host::modeOf(host::kCurrent), c.current == "profile-1\n"s ? 0600u : 0666u) << c.why;
   }
 }
