@@ -123,12 +123,17 @@ TEST_F(FileAccessTest, WithoutProcALinkIsOpenedByItsPathAgain) {
   EXPECT_EQ(file.size, 4);
 }
 
-TEST_F(FileAccessTest, AnotherUsersLinkIsReadButNeverWrittenNorTrusted) {
-  SKIP_WITHOUT_OTHER_USERS();
+// Makes another user's link to kTarget and a link of ours to that one, and returns their paths.
+std::vector<const char*> linksOfAStranger() {
   host::makeLink(kLink, kTarget);
   host::giveTo(kStranger, kLink);
   host::makeLink("/tmp/links/ours", "link");
-  for (const char* path : {kLink, "/tmp/links/ours"}) {
+  return {kLink, "/tmp/links/ours"};
+}
+
+TEST_F(FileAccessTest, AnotherUsersLinkIsReadButNeverWrittenNorTrusted) {
+  SKIP_WITHOUT_OTHER_USERS();
+  for (const char* path : linksOfAStranger()) {
     SCOPED_TRACE(path);
     host::remove(kTarget);
     EXPECT_THAT(replaceContent(path, "new", 0640, SetMode::always), HasCode(status::openError));
@@ -145,10 +150,7 @@ TEST_F(FileAccessTest, AnotherUsersLinkIsReadButNeverWrittenNorTrusted) {
 
 TEST_F(FileAccessTest, AnotherUsersLinkIsFollowedByTheWriterOfTheSystem) {
   SKIP_WITHOUT_OTHER_USERS();
-  host::makeLink(kLink, kTarget);
-  host::giveTo(kStranger, kLink);
-  host::makeLink("/tmp/links/ours", "link");
-  for (const char* path : {kLink, "/tmp/links/ours"}) {
+  for (const char* path : linksOfAStranger()) {
     SCOPED_TRACE(path);
     host::remove(kTarget);
     for (const char* text : {"a new file", "an old file"}) {

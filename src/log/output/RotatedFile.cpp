@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <utility>
 
 #include "base/files/DirectoryEntries.h"
 #include "base/files/DirectoryListing.h"
