@@ -8,6 +8,7 @@
 #include "base/text/StringUtils.h"
 #include "command/parameters/InputParams.h"
 #include "fuzz/FuzzTarget.h"
+#include "testing/models/AddressModel.h"
 
 namespace {
 
@@ -49,29 +50,6 @@ Url modelOf(const std::string& text) {
   return url;
 }
 
-// Returns the number at the start of the text. A larger number becomes the largest 32-bit integer.
-std::int64_t modelPort(const std::string& text) {
-  std::int64_t port = 0;
-  for (std::size_t at = 0; at < text.size() && isDigit(text[at]); ++at)
-    port = std::min<std::int64_t>(port * 10 + (text[at] - '0'), INT32_MAX);
-  return port;
-}
-
-// Returns the address without "http://" or "https://" in any letter case, and then without everything from the next
-// slash on. Returns an address without such a scheme as it is.
-std::string modelAddress(const std::string& text) {
-  for (const std::string scheme : {"http://", "https://"}) {
-    std::string start = text.substr(0, scheme.size());
-    for (char& c : start) {
-      if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    if (start != scheme) continue;
-    const std::string address = text.substr(scheme.size());
-    return address.substr(0, address.find('/'));
-  }
-  return text;
-}
-
 void requireSplit(const std::string& text) {
   const Url expected = modelOf(text);
   std::string scheme = "old", host = "old", port = "old", rest = "old";
@@ -90,14 +68,11 @@ void requireSplit(const std::string& text) {
 void requireHelmsor(const std::string& text) {
   HelmsorParam param(Need::required);
   require(param.setFromText("kept:1") && param.port() == 1, "an address is accepted");
-  const std::string address = modelAddress(text);
-  require(param.setFromText(text) == !address.empty(), "every address is accepted but the empty one");
-  const std::size_t colon = address.find(':');
-  require(param.host() == address.substr(0, colon), "the host is the text before the first colon");
-  const bool hasPort = colon != std::string::npos;
-  const std::int64_t port = hasPort ? modelPort(address.substr(colon + 1)) : HelmsorParam::defaultPort;
-  require(param.port() == port, "the port is the number after the first colon");
-  require(StringUtils::leadingPort(text) == modelPort(text), "port digits at the start");
+  const address_model::Address expected = address_model::addressOf(text);
+  require(param.setFromText(text) == expected.isGiven, "every address is accepted but the empty one");
+  require(param.host() == expected.host, "the host is the text before the first colon");
+  require(param.port() == expected.port, "the port is the number after the first colon");
+  require(StringUtils::leadingPort(text) == address_model::portOf(text), "port digits at the start");
 }
 
 }  // namespace

@@ -18,6 +18,7 @@
 #include "json/JsonParser.h"
 #include "json/JsonWriter.h"
 #include "service/host/SysImplParam.h"
+#include "testing/models/AddressModel.h"
 #include "testing/models/LogModel.h"
 
 namespace {
@@ -29,6 +30,9 @@ using Words = std::vector<std::string>;
 
 enum class Kind { text, integer, boolean, singleWord, helmsor, level, sys };
 
+// The second key of the parameter "sys".
+const std::string hiddenKey = "sys-impl";
+
 struct ModelParam {
   std::string key;
   Kind kind = Kind::text;
@@ -36,6 +40,8 @@ struct ModelParam {
   // As text: numbers in decimal, booleans and single words as "true" or "false", an address as "host port".
   std::string value;
   bool isGiven = false;
+
+  bool takes(const std::string& given) const { return given == key || (kind == Kind::sys && given == hiddenKey); }
 };
 
 struct ModelCommand {
@@ -201,17 +207,14 @@ std::string levelText(const std::string& text) {
   return isNamed ? names[static_cast<int>(level) - static_cast<int>(BasicLog::Level::trace)] : text;
 }
 
-std::string addressText(const std::string& text) {
-  const std::size_t colon = text.find(':');
-  if (colon == std::string::npos) return text + " 8096";
-  std::int64_t port = 0;
-  for (std::size_t at = colon + 1; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at)
-    port = std::min<std::int64_t>(port * 10 + (text[at] - '0'), INT32_MAX);
-  return text.substr(0, colon) + " " + std::to_string(port);
-}
-
 const std::string presentMarker = "<single-word-command-present>";
 const std::string absentMarker = "<single-word-command-absent>";
+
+bool setAddress(const std::string& text, std::string& value) {
+  const address_model::Address address = address_model::addressOf(text);
+  value = address.host + " " + std::to_string(address.port);
+  return address.isGiven;
+}
 
 // Returns true and sets `value` if the parameter accepts the text.
 bool setText(Kind kind, const std::string& text, std::string& value) {
@@ -228,8 +231,7 @@ bool setText(Kind kind, const std::string& text, std::string& value) {
       value = levelText(text);
       return true;
     case Kind::helmsor:
-      value = addressText(text);
-      return !text.empty();
+      return setAddress(text, value);
     case Kind::integer:
       if (!isDecimal(text, number)) return false;
       value = std::to_string(number);
@@ -270,7 +272,7 @@ std::string modelOfBinding(std::vector<ModelParam>& params, const Members& membe
     if (key == "command_name") continue;
     ModelParam* param = nullptr;
     for (ModelParam& candidate : params)
-      if (candidate.key == key && param == nullptr) param = &candidate;
+      if (candidate.takes(key) && param == nullptr) param = &candidate;
     if (param == nullptr) return "disregarding unused input: " + key;
     const bool isMarker =
         value.type == Value::text && (value.content == presentMarker || value.content == absentMarker);
@@ -297,13 +299,20 @@ struct Mode {
   }
 };
 
+// Returns the key of the parameter if this is its second key, and any other key as it is.
+std::string firstKeyOf(const std::vector<ModelParam>& params, const std::string& key) {
+  for (const ModelParam& param : params)
+    if (param.takes(key)) return param.key;
+  return key;
+}
+
 // Returns the parameter words as members. A repeated key keeps its first position and gets the last value.
-Members membersOf(const Words& words, std::size_t consumed, Mode& mode) {
+Members membersOf(const std::vector<ModelParam>& params, const Words& words, std::size_t consumed, Mode& mode) {
   Members members;
   for (std::size_t i = consumed; i < words.size(); ++i) {
     if (mode.take(words[i])) continue;
     const std::size_t equals = words[i].find('=');
-    const std::string key = words[i].substr(0, equals);
+    const std::string key = firstKeyOf(params, words[i].substr(0, equals));
     const Value value = textValue(equals == std::string::npos ? presentMarker : words[i].substr(equals + 1));
     bool isThere = key.empty();
     for (auto& [earlier, old] : members) {
@@ -362,7 +371,7 @@ class AllCallsFail {
 
 bool asksForInitSystem(const Members& members) {
   for (const auto& [key, value] : members)
-    if (key == "sys" && value.type == Value::text && value.content.empty()) return true;
+    if ((key == "sys" || key == hiddenKey) && value.type == Value::text && value.content.empty()) return true;
   return false;
 }
 
@@ -370,7 +379,7 @@ void requireBoundWords(RavctlCommandInstance& command, const Words& words, Found
   Mode mode;
   mode.quiet = found.startsQuiet;
   const auto consumed = static_cast<std::size_t>(found.consumed);
-  const Members members = membersOf(words, consumed, mode);
+  const Members members = membersOf(found.params, words, consumed, mode);
   ScopedJson array(json::makeArray());
   for (const std::string& word : words) json::append(array.get(), json::makeString(word));
   Status status;

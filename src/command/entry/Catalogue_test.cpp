@@ -273,6 +273,8 @@ TEST(Catalogue, AMissingRequiredParameterFailsTheBinding) {
       {{"service", "start", "sys-impl"}, "parameter value required"},
       {{"service", "start", "sys=null", "sys-impl"}, "parameter value required"},
       {{"service", "start", "Sys-impl=null"}, "disregarding unused input: Sys-impl"},
+      {{"service", "start", "sys=null", "sys-impl", "now"}, "parameter value required"},
+      {{"service", "start", "sys=null", "now", "later", "sys-impl=b"}, "disregarding unused input: now"},
       {{"service", "status", "sys-impl=null"}, "disregarding unused input: sys-impl"},
       {{"profile", "create", "alpha", "helmsor=https:///x"}, R"(illegal value presented: "https:///x")"},
       {{"list", "profiles", "lab"}, "disregarding unused input: lab"},

@@ -101,14 +101,13 @@ Status bind_json_args(RavctlCommandInstance& command, const jsObject* args) {
 
 namespace {
 
-// Sets a parameter word. A parameter may have two keys; the later word counts, so the earlier member is removed.
+// Sets a parameter word. Both keys of a parameter set one member, so the later word counts and the member keeps its
+// position.
 void gatherWord(const RavctlCommandInstance& command, std::string_view word, jsObject* args) {
   const std::string_view key = word.substr(0, word.find('='));
   const InputParamBase* param = findParam(command.params(), key);
-  if (param != nullptr && !param->hiddenKey().empty()) {
-    json::setMember(args, key == param->name() ? param->hiddenKey() : std::string_view(param->name()), nullptr);
-  }
-  setParameterWord(args, word);
+  if (param == nullptr || param->name() == key) return setParameterWord(args, word);
+  setParameterWord(args, StringUtils::concatenate({param->name(), word.substr(key.size())}));
 }
 
 Status gatherWords(RavctlCommandInstance& command, const jsObject* words, std::size_t consumed, jsObject* args) {
