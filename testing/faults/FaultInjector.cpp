@@ -107,6 +107,8 @@ WRAP(int, -1, mkdir, (const char* path, mode_t mode), (path, mode))
 WRAP(int, -1, mkdirat, (int at, const char* path, mode_t mode), (at, path, mode))
 WRAP(int, -1, rename, (const char* from, const char* to), (from, to))
 WRAP(int, -1, renameat, (int fromAt, const char* from, int toAt, const char* to), (fromAt, from, toAt, to))
+WRAP(int, -1, renameat2, (int fromAt, const char* from, int toAt, const char* to, unsigned flags),
+     (fromAt, from, toAt, to, flags))
 WRAP(int, -1, unlink, (const char* path), (path))
 WRAP(int, -1, unlinkat, (int at, const char* path, int flags), (at, path, flags))
 WRAP(int, -1, rmdir, (const char* path), (path))
@@ -138,6 +140,8 @@ WRAP_AS("open", int, -1, __open_2, (const char* path, int flags), (path, flags))
 WRAP_AS("open", int, -1, __open64_2, (const char* path, int flags), (path, flags))
 WRAP_AS("openat", int, -1, __openat_2, (int at, const char* path, int flags), (at, path, flags))
 WRAP_AS("openat", int, -1, __openat64_2, (int at, const char* path, int flags), (at, path, flags))
+WRAP_AS("openat", int, -1, ravctl_openat2, (int at, const char* path, int flags, mode_t mode, std::uint64_t resolve),
+        (at, path, flags, mode, resolve))
 WRAP_AS("read", ssize_t, -1, __read_chk, (int fd, void* to, std::size_t size, std::size_t room),
         (fd, to, transferred(size), room))
 WRAP_AS("pread", ssize_t, -1, __pread64_chk, (int fd, void* to, std::size_t size, off_t at, std::size_t room),

@@ -91,6 +91,7 @@ constexpr CallRow kCalls[] = {
     {CALL(newfstatat), Subject::descriptorOrPath},
     {CALL(open), Subject::path0, Change::whenMaking},
     {CALL(openat), Subject::path1, Change::whenMaking},
+    {CALL(openat2), Subject::path1, Change::whenMaking},
     {CALL(pause)},
     {CALL(pipe2)},
     {CALL(poll)},
@@ -240,17 +241,27 @@ std::string subjectOf(pid_t pid, const CallRow& row, const Arguments& arguments)
   return !name.empty() && name[0] == '/' ? name : joined(descriptorText(pid, arguments[0]), name);
 }
 
-bool isMakingOpen(long call, const Arguments& arguments) {
+// The flags of an open. openat2 has them as the first number of a structure.
+std::uint64_t openFlagsOf(pid_t pid, long call, const Arguments& arguments) {
+  if (call == SYS_open) return arguments[1];
+  if (call == SYS_openat) return arguments[2];
+  if (call == SYS_openat2) {
+    return static_cast<std::uint64_t>(::ptrace(PTRACE_PEEKDATA, pid, reinterpret_cast<void*>(arguments[2]), nullptr));
+  }
+  return 0;
+}
+
+bool isMakingOpen(pid_t pid, long call, const Arguments& arguments) {
   constexpr std::uint64_t making = O_CREAT | O_TRUNC;
-  return (call == SYS_open && (arguments[1] & making) != 0) || (call == SYS_openat && (arguments[2] & making) != 0);
+  return (openFlagsOf(pid, call, arguments) & making) != 0;
 }
 
 // Returns false for devices such as /dev/null, and for pipes and other descriptors that are not files.
 bool lasts(const std::string& path) { return path.empty() || (path[0] == '/' && path.compare(0, 5, "/dev/") != 0); }
 
-bool changesDisk(const CallRow& row, const Arguments& arguments, const std::string& path) {
+bool changesDisk(pid_t pid, const CallRow& row, const Arguments& arguments, const std::string& path) {
   if (row.change == Change::no || path.find("/memfd:") == 0 || !lasts(path)) return false;
-  return row.change == Change::always || isMakingOpen(row.call, arguments);
+  return row.change == Change::always || isMakingOpen(pid, row.call, arguments);
 }
 
 TracedCall describe(pid_t pid, std::size_t number, long call, const Arguments& arguments) {
@@ -261,8 +272,8 @@ TracedCall describe(pid_t pid, std::size_t number, long call, const Arguments& a
   const CallRow* row = findRow(call);
   if (row == nullptr) return described;
   described.path = subjectOf(pid, *row, arguments);
-  described.changesDisk = changesDisk(*row, arguments, described.path);
-  described.makesFile = isMakingOpen(call, arguments);
+  described.changesDisk = changesDisk(pid, *row, arguments, described.path);
+  described.makesFile = isMakingOpen(pid, call, arguments);
   described.isShortenable = row->isShortenable;
   return described;
 }

@@ -38,7 +38,7 @@ Status copyBytes(const OpenedFile& source, const std::string& from, FileWriter& 
 bool openSource(const std::string& from, OpenedFile& source, Access access) {
   if (access == Access::ofSystem) return openAnyForReading(from, source);
   // Everybody may read the copy, so nobody else may choose by a link what is copied.
-  return openForReading(AT_FDCWD, from.c_str(), source, Links::ofTrusted);
+  return openForReading(AT_FDCWD, from.c_str(), source, Follow::trusted);
 }
 
 Status copyWith(const std::string& from, const std::string& to, Access access) {

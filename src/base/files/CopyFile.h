@@ -19,8 +19,8 @@ namespace FileUtils {
 // file is there), or both paths lead to the same file.
 Status copyFile(const std::string& from, const std::string& to);
 
-// Copies a file of the store in the same way, with Access::ofStore (see FileAccess.h). Only links of Links::ofTrusted
-// are followed, also at `from`: everybody may read the copy, so nobody else may choose which file is copied.
+// Copies a file of the store in the same way, with Access::ofStore (see FileAccess.h). Only trusted links are followed,
+// also at `from`: everybody may read the copy, so nobody else may choose which file is copied.
 Status copyStoreFile(const std::string& from, const std::string& to);
 
 }  // namespace FileUtils

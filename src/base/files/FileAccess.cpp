@@ -1,9 +1,7 @@
 #include "base/files/FileAccess.h"
 
 #include <fcntl.h>
-#include <linux/magic.h>
 #include <sys/file.h>
-#include <sys/statfs.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
@@ -21,51 +19,40 @@ namespace {
 // An open never blocks on a FIFO, and a terminal never becomes our controlling terminal.
 constexpr int alwaysFlags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
 
+// How long a writer waits for other writers of its file.
+constexpr std::chrono::milliseconds longestWriterWait(1000);
+
 bool isAccepted(const struct stat& info) { return S_ISREG(info.st_mode) || isNullDevice(info); }
 
 UniqueFd openAt(int directoryFd, const char* path, int flags) {
   return UniqueFd(uninterrupted([&] { return ::openat(directoryFd, path, flags | alwaysFlags); }));
 }
 
-// Reads the target of a link, as a path from the same directory. Returns false, with errno set, for a link that `links`
-// does not include. The stat and the target are read through one descriptor of the link, so that nobody can replace the
-// link in between.
-bool readLink(int directoryFd, const char* path, Links links, std::string& target) {
-  const UniqueFd link = openAt(directoryFd, path, O_PATH | O_NOFOLLOW);
-  struct stat info = {};
+// Reads the target of a link, as a path from the same directory. Returns false, with errno set, if it cannot be read.
+bool readLink(const std::string& path, std::string& target) {
   char text[PATH_MAX];
-  if (!link.isOpen() || ::fstat(link.get(), &info) != 0) return false;
-  const bool isFollowed = links == Links::ofAnybody ? S_ISLNK(info.st_mode) : isTrustedLink(info);
-  const ssize_t length = isFollowed ? ::readlinkat(link.get(), "", text, sizeof text) : 0;
-  if (length <= 0) {
-    errno = ELOOP;
-    return false;
-  }
-  const std::string_view from = path;
+  const ssize_t length = ::readlink(path.c_str(), text, sizeof text);
+  if (length <= 0) return false;
   target.assign(text, static_cast<std::size_t>(length));
-  if (target[0] != '/') target.insert(0, from.substr(0, from.rfind('/') + 1));  // npos + 1 is 0
+  if (target[0] != '/') target.insert(0, path, 0, path.rfind('/') + 1);  // npos + 1 is 0
   return true;
 }
 
-// Opens a path with `open`, which does not follow links. Follows links in the last component itself, also a chain of
-// them. `path` becomes the path of the file itself.
-template <typename Open>
-UniqueFd openThroughLinks(int directoryFd, std::string& path, Links links, Open open) {
+// Opens a file of the system to write it, over all links in the last component, also a chain of them. `path` becomes
+// the path of the file itself, which an abandoned write may have to remove.
+UniqueFd openOfSystem(std::string& path, int flags, mode_t mode) {
   constexpr int longestChain = 40;  // the system's own limit
-  UniqueFd fd = open(path.c_str());
-  for (int count = 0; !fd.isOpen() && errno == ELOOP && count < longestChain; ++count) {
-    std::string target;
-    if (!readLink(directoryFd, path.c_str(), links, target)) return UniqueFd();
-    path = std::move(target);
-    fd = open(path.c_str());
+  const auto open = [&] {
+    return UniqueFd(
+        uninterrupted([&] { return ::open(path.c_str(), O_WRONLY | O_NOFOLLOW | alwaysFlags | flags, mode); }));
+  };
+  UniqueFd fd = open();
+  std::string target;
+  for (int links = 0; !fd.isOpen() && errno == ELOOP && links < longestChain && readLink(path, target); ++links) {
+    path = target;
+    fd = open();
   }
   return fd;
-}
-
-UniqueFd openToWrite(std::string& path, int flags, mode_t mode, Links links) {
-  return openThroughLinks(AT_FDCWD, path, links, [&](const char* end) {
-    return UniqueFd(uninterrupted([&] { return ::open(end, O_WRONLY | O_NOFOLLOW | alwaysFlags | flags, mode); }));
-  });
 }
 
 // Opens an existing file of any kind over links of anybody, also over those of /proc, whose text is no path.
@@ -73,59 +60,39 @@ UniqueFd openAnyToWrite(const std::string& path) {
   return UniqueFd(uninterrupted([&] { return ::open(path.c_str(), O_WRONLY | alwaysFlags); }));
 }
 
+StoreFile openToWrite(const std::string& path, int flags, mode_t mode, Access access) {
+  if (access == Access::ofStore) return openInStore(AT_FDCWD, path.c_str(), O_WRONLY | flags, mode, Follow::trusted);
+  StoreFile file;
+  file.start = AT_FDCWD;
+  file.name = path;
+  file.fd = (flags & O_CREAT) != 0 ? openOfSystem(file.name, flags, mode) : openAnyToWrite(path);
+  return file;
+}
+
 // From now on a write to a FIFO or device waits until it can be made.
 void letWritesWait(int fd) { (void)::fcntl(fd, F_SETFL, O_WRONLY); }
 
-bool isOfProc(int fd) {
-  struct statfs system = {};
-  return ::fstatfs(fd, &system) == 0 && system.f_type == PROC_SUPER_MAGIC;
-}
-
-// Opens the target of a path that may be a link, but only after a stat has shown that it is a file that may be opened.
-// It opens the file through the descriptor that it called stat on. Without /proc it must open the path again.
-UniqueFd openThroughAny(int directoryFd, const char* path) {
-  const UniqueFd found = openAt(directoryFd, path, O_PATH);
+// Returns true if the name still leads to the file that is open. A failure to find that out counts as true.
+bool isStillThere(const StoreFile& file) {
   struct stat info = {};
-  if (!found.isOpen() || ::fstat(found.get(), &info) != 0) return UniqueFd();
-  if (!isAccepted(info) || isOfProc(found.get())) {
-    errno = EINVAL;
-    return UniqueFd();
-  }
-  const std::string again = StringUtils::concatenate({"/proc/self/fd/", StringUtils::toString(found.get())});
-  UniqueFd fd = openAt(AT_FDCWD, again.c_str(), O_RDONLY);
-  return fd.isOpen() || errno != ENOENT ? std::move(fd) : openAt(directoryFd, path, O_RDONLY);
-}
-
-// If the path is no link, which is the usual case, this is one system call.
-UniqueFd openToRead(int directoryFd, const char* path, Links links) {
-  const auto open = [&](const char* end) { return openAt(directoryFd, end, O_RDONLY | O_NOFOLLOW); };
-  if (links == Links::ofTrusted) {
-    std::string end = path;
-    return openThroughLinks(directoryFd, end, Links::ofTrusted, open);
-  }
-  UniqueFd fd = open(path);
-  return fd.isOpen() || errno != ELOOP ? std::move(fd) : openThroughAny(directoryFd, path);
-}
-
-// Waits for the other writers of a file. Anyone who can open the file can hold the lock, so after one second the write
-// goes ahead anyway. It does so at once if the file system has no locks.
-void waitForTurn(int fd) {
-  using std::chrono::milliseconds;
-  using Clock = std::chrono::steady_clock;
-  constexpr milliseconds longestWait(1000);
-  constexpr milliseconds longestPause(20);
-  const auto deadline = Clock::now() + longestWait;
-  for (milliseconds pause(1); ::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK && Clock::now() < deadline;) {
-    std::this_thread::sleep_for(pause);
-    pause = std::min(pause * 2, longestPause);
-  }
+  if (::fstatat(file.place(), file.name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) return errno != ENOENT;
+  return isSameFile(info, file.info);
 }
 
 bool isRoomMissing(int error) { return error == ENOSPC || error == EDQUOT || error == EFBIG || error == EIO; }
 
 }  // namespace
 
-bool isNullDevice(const struct stat& info) { return S_ISCHR(info.st_mode) && info.st_rdev == makedev(1, 3); }
+bool lockFile(int fd, std::chrono::steady_clock::time_point deadline) {
+  using std::chrono::milliseconds;
+  constexpr milliseconds longestPause(20);
+  for (milliseconds pause(1); ::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;) {
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(pause);
+    pause = std::min(pause * 2, longestPause);
+  }
+  return true;
+}
 
 bool isUsablePath(const std::string& path) { return !path.empty() && path.find('\0') == std::string::npos; }
 
@@ -133,21 +100,16 @@ bool lookAt(const std::string& path, struct stat& info) {
   return isUsablePath(path) && ::stat(path.c_str(), &info) == 0;
 }
 
-bool isTrustedLink(const struct stat& info) {
-  return S_ISLNK(info.st_mode) && (info.st_uid == 0 || info.st_uid == ::geteuid());
-}
-
-bool openForReading(int directoryFd, const char* path, OpenedFile& file, Links links) {
-  UniqueFd fd = openToRead(directoryFd, path, links);
-  struct stat info = {};
-  if (!fd.isOpen() || ::fstat(fd.get(), &info) != 0) return false;
-  if (!isAccepted(info)) {
+bool openForReading(int directoryFd, const char* path, OpenedFile& file, Follow follow) {
+  StoreFile found = openInStore(directoryFd, path, O_RDONLY, 0, follow);
+  if (!found.fd.isOpen()) return false;
+  if (!isAccepted(found.info)) {
     errno = EINVAL;
     return false;
   }
-  file.fd = std::move(fd);
-  file.info = info;
-  file.size = S_ISREG(info.st_mode) ? info.st_size : 0;
+  file.fd = std::move(found.fd);
+  file.info = found.info;
+  file.size = S_ISREG(found.info.st_mode) ? found.info.st_size : 0;
   return true;
 }
 
@@ -161,82 +123,110 @@ bool openAnyForReading(const std::string& path, OpenedFile& file) {
   return true;
 }
 
-bool isUntrustedLink(const std::string& path) {
-  std::string end = path;
-  const auto find = [](const char* file) {
-    UniqueFd fd = openAt(AT_FDCWD, file, O_PATH | O_NOFOLLOW);
-    struct stat info = {};
-    if (fd.isOpen() && ::fstat(fd.get(), &info) == 0 && S_ISLNK(info.st_mode)) {
-      errno = ELOOP;
-      fd.reset();
-    }
-    return fd;
-  };
-  return !openThroughLinks(AT_FDCWD, end, Links::ofTrusted, find).isOpen() && errno == ELOOP;
-}
-
 ssize_t readSome(int fd, char* buffer, std::size_t size) {
   return uninterrupted([&] { return ::read(fd, buffer, size); });
 }
 
+// The order of steps: open, and create the file only if it is missing; lock it; look at it, because another process may
+// have changed it until then; start over if the path leads elsewhere by now. Between two such starts another process
+// has replaced the file, so after a few of them this one takes what it has.
 Status FileWriter::open(const std::string& path, mode_t newMode, Access access) {
+  constexpr int mostStarts = 20;
   if (!isUsablePath(path)) return Status::of(status::invalidArgument);
-  abandon();
-  path_ = path;
-  const Links links = access == Access::ofStore ? Links::ofTrusted : Links::ofAnybody;
-  fd_ = access == Access::ofSystem ? openAnyToWrite(path) : openToWrite(path_, 0, 0, links);
-  if (!fd_.isOpen() && errno == ENOENT) {
-    fd_ = openToWrite(path_, O_CREAT, newMode, links);
-    isNew_ = fd_.isOpen();
-  }
-  if (fd_.isOpen()) waitForTurn(fd_.get());
-  if (fd_.isOpen() && ::fstat(fd_.get(), &info_) == 0 && (access == Access::ofSystem || isAccepted(info_))) {
-    isNew_ = isNew_ && info_.st_size == 0;  // else another process created and filled it a moment ago
-    if (access == Access::ofSystem && !S_ISREG(info_.st_mode)) letWritesWait(fd_.get());
-    return Status::success();
+  const auto deadline = Clock::now() + longestWriterWait;
+  for (int start = 1;; ++start) {
+    abandon();
+    file_ = openToWrite(path, 0, 0, access);
+    if (!file_.fd.isOpen() && errno == ENOENT) {
+      file_ = openToWrite(path, O_CREAT, newMode, access);
+      isNew_ = file_.fd.isOpen();
+    }
+    if (file_.fd.isOpen()) (void)lockFile(file_.fd.get(), deadline);
+    if (!file_.fd.isOpen() || ::fstat(file_.fd.get(), &file_.info) != 0) break;
+    if (access == Access::ofStore && !isAccepted(file_.info)) break;
+    isNew_ = isNew_ && file_.info.st_size == 0;  // else another process created and filled it a moment ago
+    if (access == Access::ofSystem && !S_ISREG(file_.info.st_mode)) letWritesWait(file_.fd.get());
+    if (access == Access::ofSystem || start == mostStarts || isStillThere(file_)) return Status::success();
+    isNew_ = false;  // the file at the path is not ours to remove
   }
   abandon();
   return Status::of(status::openError);
 }
 
+bool FileWriter::openLocked(int directoryFd, const char* name, mode_t newMode, Clock::time_point deadline) {
+  for (;;) {
+    abandon();
+    file_ = openInStore(directoryFd, name, O_RDWR, 0, Follow::trusted);
+    if (!file_.fd.isOpen() && errno == EACCES) file_ = openInStore(directoryFd, name, O_WRONLY, 0, Follow::trusted);
+    if (!file_.fd.isOpen() && errno == ENOENT) {
+      file_ = openInStore(directoryFd, name, O_RDWR | O_CREAT, newMode, Follow::trusted);
+      isNew_ = file_.fd.isOpen();
+    }
+    if (!file_.fd.isOpen()) return false;
+    errno = EINVAL;
+    if (!S_ISREG(file_.info.st_mode)) break;
+    const bool isLocked = lockFile(file_.fd.get(), deadline);
+    if (::fstat(file_.fd.get(), &file_.info) != 0) break;
+    isNew_ = isNew_ && file_.info.st_size == 0;
+    if (isLocked && isStillThere(file_)) return true;
+    isNew_ = false;
+    errno = EWOULDBLOCK;
+    if (!isLocked || Clock::now() >= deadline) break;
+  }
+  const int error = errno;
+  abandon();
+  errno = error;
+  return false;
+}
+
+bool FileWriter::share(OpenedFile& file) const {
+  file.fd.reset(::fcntl(file_.fd.get(), F_DUPFD_CLOEXEC, 0));
+  file.info = file_.info;
+  file.size = file_.info.st_size;
+  return file.fd.isOpen();
+}
+
+bool FileWriter::rewind() { return ::lseek(file_.fd.get(), 0, SEEK_SET) == 0; }
+
 void FileWriter::setMode(mode_t mode) {
-  if (S_ISREG(info_.st_mode)) (void)::fchmod(fd_.get(), mode);  // a failure is ignored: the content is what matters
+  if (S_ISREG(file_.info.st_mode))
+    (void)::fchmod(file_.fd.get(), mode);  // a failure is ignored: the content is what matters
 }
 
 Status FileWriter::reserve(std::size_t length) {
   const auto wanted = static_cast<off_t>(length);
-  if (isNew_ || !S_ISREG(info_.st_mode) || wanted <= info_.st_size) return Status::success();
-  const int result = uninterrupted([&] { return ::fallocate(fd_.get(), FALLOC_FL_KEEP_SIZE, 0, wanted); });
+  if (isNew_ || !S_ISREG(file_.info.st_mode) || wanted <= file_.info.st_size) return Status::success();
+  const int result = uninterrupted([&] { return ::fallocate(file_.fd.get(), FALLOC_FL_KEEP_SIZE, 0, wanted); });
   return Status::of(result != 0 && isRoomMissing(errno) ? status::writeError : status::success);
 }
 
 Status FileWriter::cutToNothing() {
-  if (isNew_ || !S_ISREG(info_.st_mode)) return Status::success();
-  const int result = uninterrupted([&] { return ::ftruncate(fd_.get(), 0); });
+  if (isNew_ || !S_ISREG(file_.info.st_mode)) return Status::success();
+  const int result = uninterrupted([&] { return ::ftruncate(file_.fd.get(), 0); });
   return Status::of(result == 0 ? status::success : status::writeError);
 }
 
 Status FileWriter::write(std::string_view bytes) {
   written_ += static_cast<off_t>(bytes.size());
-  return Status::of(writeFully(fd_.get(), bytes) ? status::success : status::writeError);
+  return Status::of(writeFully(file_.fd.get(), bytes) ? status::success : status::writeError);
 }
 
 Status FileWriter::finish() {
-  bool good = fd_.isOpen();
-  if (good && !isNew_ && S_ISREG(info_.st_mode)) {
-    good = uninterrupted([&] { return ::ftruncate(fd_.get(), written_); }) == 0;
+  bool good = file_.fd.isOpen();
+  if (good && !isNew_ && S_ISREG(file_.info.st_mode)) {
+    good = uninterrupted([&] { return ::ftruncate(file_.fd.get(), written_); }) == 0;
   }
-  good = fd_.close() && good;
+  good = file_.fd.close() && good;
   if (good) isNew_ = false;
   abandon();
   return Status::of(good ? status::success : status::writeError);
 }
 
 void FileWriter::abandon() {
-  if (isNew_) (void)::unlink(path_.c_str());  // unlink removes a link that took the file's place, never its target
+  if (isNew_) (void)::unlinkat(file_.place(), file_.name.c_str(), 0);  // removes a link, never its target
   isNew_ = false;
   written_ = 0;
-  fd_.reset();
+  file_.fd.reset();
 }
 
 Status replaceContent(const std::string& path, std::string_view content, mode_t mode, SetMode setMode, Access access) {

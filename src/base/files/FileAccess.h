@@ -16,21 +16,15 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
-#include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <string>
 #include <string_view>
 
+#include "base/files/StoreOpener.h"
+#include "base/system/Uninterrupted.h"
 #include "base/system/UniqueFd.h"
 #include "command/status/StatusCodes.h"
-
-// Repeats a system call until no signal interrupts it.
-template <typename Call>
-auto uninterrupted(Call call) {
-  auto result = call();
-  while (result < 0 && errno == EINTR) result = call();
-  return result;
-}
 
 // A file open for reading, with its stat and its size at the time of opening. The size of /dev/null is 0.
 struct OpenedFile {
@@ -40,42 +34,26 @@ struct OpenedFile {
 };
 
 enum class Access {
-  ofStore,   // regular files and /dev/null only; writers follow only links of Links::ofTrusted
+  ofStore,   // regular files and /dev/null only; over trusted links only (see StoreOpener.h)
   ofSystem,  // files of every kind; links of anybody are followed, also /dev/stdout and the like
 };
 
-// Whose symbolic links are followed in the last component of a path.
-enum class Links {
-  ofAnybody,
-  ofTrusted,  // only links that root or our own user owns: with a link, another user could choose which file we use
-};
-
-// True if `info`, from an lstat, is that of a link of Links::ofTrusted.
-bool isTrustedLink(const struct stat& info);
-
-// Opens a file of the store for reading. A relative path starts at `directoryFd`, an open directory or AT_FDCWD. Only
-// regular files and /dev/null can be opened. On failure it returns false, does not change `file`, and sets errno:
-// EINVAL for any other kind of file, ELOOP for a link that is not followed.
-// A link to a device other than /dev/null is never opened, because opening a device can already have an effect. A link
-// into /proc is never opened either: /proc has endless files that stat reports as regular.
-bool openForReading(int directoryFd, const char* path, OpenedFile& file, Links links = Links::ofAnybody);
+// Opens a file of the store for reading, over the links that `follow` includes (see StoreOpener.h). A relative path
+// starts at `directoryFd`, an open directory or AT_FDCWD. Only regular files and /dev/null can be opened. On failure it
+// returns false, does not change `file`, and sets errno: EINVAL for any other kind of file, ELOOP for a link that is
+// not followed.
+bool openForReading(int directoryFd, const char* path, OpenedFile& file, Follow follow = Follow::forReading);
 
 // Opens a file of any kind for reading, as Access::ofSystem. The size is that of stat. Reads never block: without data
 // in a FIFO or terminal they fail. On failure it returns false, does not change `file`, and sets errno.
 bool openAnyForReading(const std::string& path, OpenedFile& file);
 
-// True if the path is a link that Links::ofTrusted does not follow, or leads over one.
-bool isUntrustedLink(const std::string& path);
-
 // One read(2). Returns the number of bytes read, 0 at the end of the file, or -1 with errno set.
 ssize_t readSome(int fd, char* buffer, std::size_t size);
 
-// True if both belong to the same file.
-inline bool isSameFile(const struct stat& a, const struct stat& b) {
-  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
-}
-// True if it belongs to the device /dev/null, which counts as an empty file wherever a regular file is expected.
-bool isNullDevice(const struct stat& info);
+// Takes the flock of an open file or directory. Returns false if another holder kept it until the deadline. A file
+// system without locks counts as if the lock were taken.
+bool lockFile(int fd, std::chrono::steady_clock::time_point deadline);
 
 // True if the path is not empty and contains no zero byte, so that it can name a file.
 bool isUsablePath(const std::string& path);
@@ -95,10 +73,13 @@ bool lookAt(const std::string& path, struct stat& info);
 // The new bytes overwrite the old ones from the start of the file. finish cuts off the remaining old bytes and closes
 // the file. A file that open created is removed again unless finish succeeds.
 // Other processes: writers of one file take turns, so that the file ends as one of them has written it. Each holds a
-// flock on the file from open until finish or its destruction. Anyone who can open the file can hold that lock, so a
-// writer waits for it for one second at most and then writes without it.
+// flock on the file from open until finish or its destruction, and open starts over if the path no longer leads to the
+// file that it has locked. Anyone who can open the file can hold that lock, so a writer waits for it for one second at
+// most and then writes without it. On a file system without locks it writes at once.
 class FileWriter {
  public:
+  using Clock = std::chrono::steady_clock;
+
   FileWriter() = default;
   ~FileWriter() { abandon(); }
   FileWriter(const FileWriter&) = delete;
@@ -109,10 +90,19 @@ class FileWriter {
   // of file or a link that `access` does not open.
   Status open(const std::string& path, mode_t newMode, Access access = Access::ofStore);
 
+  // Opens a file of the store in an open directory, to read its first line, if it is readable, and then to write it. It
+  // waits for the lock until `deadline`. Returns false, with errno set, if the file cannot be opened: EWOULDBLOCK if
+  // another holder kept the lock, EINVAL if it is no regular file, ELOOP for a link that is not trusted.
+  bool openLocked(int directoryFd, const char* name, mode_t newMode, Clock::time_point deadline);
+  // Opens the same file once more, with the same lock and position, to read it. Returns false if that fails.
+  bool share(OpenedFile& file) const;
+  // Returns to the start of the file, to write after reading. Returns false if that fails.
+  bool rewind();
+
   // True if open created the file.
   bool isNew() const { return isNew_; }
   // The stat of the file when open opened it, for isSameFile.
-  const struct stat& info() const { return info_; }
+  const struct stat& info() const { return file_.info; }
 
   // Sets the mode whatever the umask. Does not change devices and FIFOs. A failure is ignored.
   void setMode(mode_t mode);
@@ -131,9 +121,7 @@ class FileWriter {
  private:
   void abandon();
 
-  UniqueFd fd_;
-  std::string path_;  // the path of the file itself, with all links resolved
-  struct stat info_ = {};
+  StoreFile file_;
   off_t written_ = 0;
   bool isNew_ = false;
 };

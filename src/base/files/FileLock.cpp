@@ -30,7 +30,8 @@ std::mutex umaskGuard;
 // Anyone can place a link in a directory like /tmp, and lock files would be made wherever it leads.
 bool leadsThroughTrustedLink(const std::string& path) {
   struct stat info = {};
-  return ::lstat(path.c_str(), &info) == 0 && isTrustedLink(info);
+  if (::lstat(path.c_str(), &info) != 0) return false;
+  return S_ISLNK(info.st_mode) && (info.st_uid == 0 || info.st_uid == ::geteuid());
 }
 
 // Opens the directory of the lock files. All lock files are accessed relative to this descriptor.
@@ -86,6 +87,12 @@ FileLock::FileLock(const std::string& path) : lockName_(lockNameFor(path)) { tak
 
 FileLock::FileLock(const std::string& path, milliseconds limit) : lockName_(lockNameFor(path)) {
   take(LOCK_EX | LOCK_NB, Clock::now() + std::min<milliseconds>(limit, longestWait));
+}
+
+bool FileLock::isDirectoryOurs() {
+  const std::string inside = FileUtils::lockDir() + '.';
+  const StoreFile directory = openInStore(AT_FDCWD, inside.c_str(), O_PATH | O_DIRECTORY, 0, Follow::trusted);
+  return directory.fd.isOpen() && !othersMayWrite(directory.fd.get(), directory.info);
 }
 
 std::string FileLock::lockPath() const { return lockName_.empty() ? std::string() : FileUtils::lockDir() + lockName_; }

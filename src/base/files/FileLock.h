@@ -42,6 +42,10 @@ class FileLock {
   FileLock(const FileLock&) = delete;
   FileLock& operator=(const FileLock&) = delete;
 
+  // True if the lock directory can be opened over trusted links alone (see StoreOpener.h) and nobody but root and our
+  // own user may write in it. Otherwise others can remove lock files, or hold every lock for as long as they like.
+  static bool isDirectoryOurs();
+
   bool isLocked() const { return fd_.isOpen(); }
   // The result of the constructor. A release does not change it.
   Result result() const { return result_; }

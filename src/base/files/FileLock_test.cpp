@@ -180,6 +180,38 @@ TEST_F(FileLockTest, ALockDirectoryThatIsTheCallersOwnLinkIsUsed) {
   EXPECT_TRUE(host::exists("/tmp/elsewhere/hip.conf.lock"));
 }
 
+TEST_F(FileLockTest, TheDirectoryIsOursOnlyIfNobodyElseCanChangeIt) {
+  SKIP_WITHOUT_OTHER_USERS();
+  struct Case {
+    const char* why;
+    void (*make)();
+    bool isOurs;
+  };
+  const Case cases[] = {
+      {"a directory of root's alone", [] { host::makeDirs("/tmp/lock", 0755); }, true},
+      {"others may write", [] { host::makeDirs("/tmp/lock", 01777); }, false},
+      {"a stranger's directory",
+       [] {
+         host::makeDirs("/tmp/lock", 0700);
+         host::giveTo(65534, "/tmp/lock");
+       },
+       false},
+      {"a link in a directory where others may write",
+       [] {
+         host::makeDirs("/tmp/elsewhere", 0755);
+         host::makeLink("/tmp/lock", "/tmp/elsewhere");
+       },
+       false},
+      {"a missing directory", [] {}, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::remove("/tmp/lock");
+    c.make();
+    EXPECT_EQ(FileLock::isDirectoryOurs(), c.isOurs);
+  }
+}
+
 TEST_F(FileLockTest, ATimedLockKeepsItsLimitEvenIfItsFileIsReplacedAgainAndAgain) {
   FaultPlan plan;
   plan.calls = {"fstatat"};

@@ -37,7 +37,6 @@ TEST_F(FileUtilsTest, AnEmptyPathIsAnInvalidArgumentEverywhereAndMakesNoSystemCa
   EXPECT_THAT(FileUtils::removeDir(""), HasCode(status::invalidArgument));
   EXPECT_THAT(FileUtils::removePath(""), HasCode(status::invalidArgument));
   EXPECT_THAT(FileUtils::removeTree(""), HasCode(status::invalidArgument));
-  EXPECT_THAT(FileUtils::removeStoreTree(""), HasCode(status::invalidArgument));
   EXPECT_THAT(FileUtils::renameFile("", kFile, true), HasCode(status::invalidArgument));
   EXPECT_THAT(FileUtils::renameFile(kFile, "", true), HasCode(status::invalidArgument));
   EXPECT_THAT(FileUtils::copyFile("", kFile), HasCode(status::invalidArgument));
@@ -66,7 +65,6 @@ TEST_F(FileUtilsTest, APathBelowAFileFailsEverywhereAndLeavesTheFile) {
   EXPECT_THAT(FileUtils::removeDir(kBelow), HasCode(status::rmdirError));
   EXPECT_THAT(FileUtils::removePath(kBelow), HasCode(status::rmdirError));
   EXPECT_THAT(FileUtils::removeTree(kBelow), HasCode(status::unlinkError));
-  EXPECT_THAT(FileUtils::removeStoreTree(kBelow), HasCode(status::unlinkError));
   EXPECT_THAT(FileUtils::renameFile(kBelow, "/tmp/new", true), HasCode(status::renameError));
   EXPECT_THAT(FileUtils::renameFile("/tmp/other", kBelow, true), HasCode(status::renameError));
   EXPECT_THAT(FileUtils::copyFile(kBelow, "/tmp/new"), HasCode(status::invalidArgument));

@@ -102,7 +102,8 @@ TEST_F(KeyValueFileTest, AFileThatCannotBeReadChangesNeitherTheMapNorTheFile) {
     for (const char* path : {"", "/tmp/missing/file", "/tmp/socket", "/tmp/directory", "/tmp/unreadable",
                              "/tmp/overlong", "/tmp/overlong/below", "/dev/full"}) {
       SCOPED_TRACE(path);
-      EXPECT_FALSE(FileUtils::readKeyValueFile(path, map, '='));
+      // Without data a FIFO is an empty file.
+      EXPECT_EQ(FileUtils::readKeyValueFile(path, map, '='), path == std::string("/tmp/fifo"));
       EXPECT_THAT(map, ElementsAre(Pair("z", "26")));
       EXPECT_FALSE(FileUtils::writeKeyValueFile(path, {{"b", "2"}}, '='));
       EXPECT_FALSE(FileUtils::setKeyValue(path, "b", "2"));

@@ -18,11 +18,11 @@ namespace {
 // before.
 class TreeRemover {
  public:
-  TreeRemover(LinkBase links, std::string_view last) : links_(links), last_(last) {}
+  TreeRemover(LinkBase links, std::string_view kept) : links_(links), kept_(kept) {}
 
   // Empties the directory at `path`. Does nothing if a link has taken its place.
-  void empty(const std::string& path) {
-    enter(AT_FDCWD, path);
+  void empty(const std::string& path, int from = AT_FDCWD) {
+    enter(from, path);
     while (!levels_.empty()) {
       if (!levels_.back().directories.empty()) {
         descend();
@@ -51,8 +51,8 @@ class TreeRemover {
     DirectoryListing listing = listOpenDirectory(level.fd.get(), links_);
     for (const auto* names : {&listing.files, &listing.linksToFiles, &listing.linksToDirectories}) {
       for (const std::string& entry : *names) {
-        const bool isLast = levels_.empty() && entry == last_;
-        if (!isLast) (void)::unlinkat(level.fd.get(), entry.c_str(), 0);
+        const bool isKept = levels_.empty() && entry == kept_;
+        if (!isKept) (void)::unlinkat(level.fd.get(), entry.c_str(), 0);
       }
     }
     level.name = name;
@@ -75,21 +75,11 @@ class TreeRemover {
   bool ascend() {
     const Level done = std::move(levels_.back());
     levels_.pop_back();
-    if (levels_.empty()) {
-      removeLast(done.fd.get());
-      return true;
-    }
+    if (levels_.empty()) return true;
     Level& above = levels_.back();
     if (!above.fd.isOpen() && !reopen(above, done.fd.get())) return false;
     (void)::unlinkat(above.fd.get(), done.name.c_str(), AT_REMOVEDIR);
     return true;
-  }
-
-  void removeLast(int fd) const {
-    struct stat info = {};
-    if (last_.empty() || ::fstatat(fd, last_.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) return;
-    const bool isRemovable = S_ISREG(info.st_mode) || S_ISLNK(info.st_mode);
-    if (isRemovable && holdsOnly(fd, last_)) (void)::unlinkat(fd, last_.c_str(), 0);
   }
 
   static bool reopen(Level& level, int childFd) {
@@ -101,7 +91,7 @@ class TreeRemover {
   }
 
   const LinkBase links_;
-  const std::string last_;  // a file of the first level
+  const std::string kept_;  // a file of the first level
   std::vector<Level> levels_;
 };
 
@@ -113,7 +103,9 @@ bool isRoot(const struct stat& info) {
   return ::lstat("/", &root) == 0 && isSameFile(info, root);
 }
 
-Status removeWith(const std::string& path, TreeRemover remover) {
+}  // namespace
+
+Status removeTree(const std::string& path) {
   if (!isUsablePath(path) || path[0] != '/') return Status::of(status::invalidArgument);
   const std::string tree = withoutSlashesAtEnd(path);
   if (tree.empty()) return Status::of(status::invalidArgument);
@@ -122,16 +114,12 @@ Status removeWith(const std::string& path, TreeRemover remover) {
   if (isThere && S_ISLNK(info.st_mode)) return removeFile(tree);
   if (!isThere || !S_ISDIR(info.st_mode)) return removeFile(path);  // fails for a file with a slash behind it
   if (isRoot(info)) return Status::of(status::invalidArgument);
-  remover.empty(tree);
+  TreeRemover(LinkBase::workingDirectory, {}).empty(tree);
   return removeDir(tree);
 }
 
-}  // namespace
-
-Status removeTree(const std::string& path) { return removeWith(path, TreeRemover(LinkBase::workingDirectory, {})); }
-
-Status removeStoreTree(const std::string& path, std::string_view last) {
-  return removeWith(path, TreeRemover(LinkBase::ownDirectory, last));
+void emptyStoreDirectory(int directoryFd, std::string_view kept) {
+  TreeRemover(LinkBase::ownDirectory, kept).empty(".", directoryFd);
 }
 
 }  // namespace FileUtils

@@ -19,12 +19,9 @@ namespace FileUtils {
 // and cannot be unlinked; "rmdir" if the directory still exists at the end.
 Status removeTree(const std::string& path);
 
-// Removes a tree of the store in the same way, with two differences:
-// - The relative target of a link is resolved from the link's own directory, so the result does not depend on the
-//   working directory of the process.
-// - `last` names a file or link directly in the directory. It is removed after everything else, and only if nothing
-//   else remains. So a profile that could not be removed completely keeps its name file, also if the process ends
-//   during the removal. An empty `last` names nothing.
-Status removeStoreTree(const std::string& path, std::string_view last = {});
+// Empties an open directory of the store in the same way, but keeps the entry `kept`, unless that is a directory. It
+// resolves the relative target of a link from the link's own directory, so the result does not depend on the working
+// directory of the process.
+void emptyStoreDirectory(int directoryFd, std::string_view kept);
 
 }  // namespace FileUtils

@@ -104,6 +104,10 @@ Status readFirstLineAt(int directoryFd, const char* path, std::string& line) {
   if (!openForReading(directoryFd, path, file)) {
     return Status::of(isRegularAt(directoryFd, path) ? status::openError : status::success);
   }
+  return readFirstLineFrom(file, line);
+}
+
+Status readFirstLineFrom(const OpenedFile& file, std::string& line) {
   WholeLineReader reader(file, WholeLineReader::defaultLimit);
   auto result = WholeLineReader::Result::line;
   while ((result = reader.next(line)) == WholeLineReader::Result::line) {

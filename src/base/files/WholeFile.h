@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "base/files/FileAccess.h"
 #include "command/status/StatusCodes.h"
 
 namespace FileUtils {
@@ -63,5 +64,7 @@ Status readFirstLine(const std::string& path, std::string& line);
 // Does the same for a path relative to an open directory (see DirectoryListing.h). Stores may have 100,000 profiles, so
 // it is quick: a line in the first 64 KiB takes four system calls, which are open, fstat, read and close.
 Status readFirstLineAt(int directoryFd, const char* path, std::string& line);
+// Does the same for an open file, from its current read position on. Status: "file read".
+Status readFirstLineFrom(const OpenedFile& file, std::string& line);
 
 }  // namespace FileUtils

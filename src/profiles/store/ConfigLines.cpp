@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <optional>
 
 #include "base/files/FileLock.h"
 #include "base/system/RawWrite.h"
@@ -18,7 +19,6 @@ constexpr std::size_t lineBufferSize = 8000;
 constexpr std::size_t flushSize = 65536;
 constexpr std::chrono::seconds longestWait(10);
 constexpr mode_t newFileMode = 0644;
-constexpr mode_t temporaryMode = 0600;
 constexpr std::string_view lineBreaksAndZero("\r\n\0", 3);
 
 bool fitsOneLine(std::string_view text) { return text.find_first_of(lineBreaksAndZero) == std::string_view::npos; }
@@ -32,12 +32,22 @@ bool carries(std::string_view text, std::string_view key) {
   return text.size() > key.size() && text[key.size()] == '=' && StringUtils::startsWith(text, key);
 }
 
-// Runs one pass of an editor under the lock.
+using Clock = LineEditor::Clock;
+
+thread_local ConfigLines::EditLimit* currentLimit = nullptr;
+
+// Runs one pass of an editor under the locks.
 template <typename Pass>
 Status edit(const std::string& path, Pass pass) {
-  const FileLock lock(path, longestWait);
-  if (lock.result() == FileLock::Result::busy) return Status::of(status::openError);
-  LineEditor editor(path);
+  using std::chrono::milliseconds;
+  const Clock::time_point end = ConfigLines::EditLimit::deadline();
+  std::optional<FileLock> lock;
+  if (FileLock::isDirectoryOurs()) {
+    const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
+    lock.emplace(path, std::max(left, milliseconds(0)));
+    if (lock->result() == FileLock::Result::busy) return Status::of(status::openError);
+  }
+  LineEditor editor(path, end);
   return pass(editor);
 }
 
@@ -75,19 +85,18 @@ Status removeAll(LineEditor& editor, const std::string& key) {
   return editor.status();
 }
 
+// False if the file is missing or certainly has no line of the key, so that nothing need be made beside it.
+bool mayHaveKey(const std::string& path, const std::string& key) {
+  OpenedFile file;
+  if (!openForReading(AT_FDCWD, path.c_str(), file, Follow::trusted)) return errno != ENOENT;
+  LineReader reader(file, lineBufferSize);
+  for (LinePiece line; reader.next(line);) {
+    if (line.startsLine && carries(line.text, key)) return true;
+  }
+  return reader.failed();
+}
+
 bool isUnsupported(int error) { return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP; }
-
-std::string directoryOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return path.substr(0, std::max<std::size_t>(slash, 1));
-}
-
-// The rename has already happened and cannot be undone, so a failure here does not fail the edit.
-void syncDirectory(const std::string& path) {
-  const UniqueFd fd(uninterrupted([&] { return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-  if (fd.isOpen()) (void)::fsync(fd.get());
-}
 
 }  // namespace
 
@@ -107,6 +116,16 @@ bool readFirstValue(const std::string& path, std::string_view key, std::string& 
   return false;
 }
 
+EditLimit::EditLimit() { currentLimit = this; }
+EditLimit::~EditLimit() { currentLimit = nullptr; }
+
+Clock::time_point EditLimit::deadline() {
+  const Clock::time_point end = Clock::now() + longestWait;
+  if (currentLimit == nullptr) return end;
+  if (currentLimit->end_ == Clock::time_point::min()) currentLimit->end_ = end;
+  return currentLimit->end_;
+}
+
 Status setKeys(const std::string& path, const std::vector<KeyValue>& settings) {
   if (!isUsablePath(path) || !std::all_of(settings.begin(), settings.end(), isSetting)) {
     return Status::of(status::invalidArgument);
@@ -116,15 +135,18 @@ Status setKeys(const std::string& path, const std::vector<KeyValue>& settings) {
 
 Status removeKey(const std::string& path, const std::string& key) {
   if (!isUsablePath(path) || !isKey(key)) return Status::of(status::invalidArgument);
+  if (!mayHaveKey(path, key)) return Status();
   return edit(path, [&](LineEditor& editor) { return removeAll(editor, key); });
 }
 
 }  // namespace ConfigLines
 
-LineEditor::LineEditor(const std::string& path) : path_(path), temporaryPath_(path + ".temp") {
+LineEditor::LineEditor(const std::string& path, Clock::time_point deadline) {
   if (!isUsablePath(path)) {
     fail(status::invalidArgument);
-  } else if (openForReading(AT_FDCWD, path.c_str(), old_)) {
+  } else if (!new_.make(path, deadline).isSuccess()) {
+    fail(status::openError);
+  } else if (openForReading(new_.directory(), new_.oldName().c_str(), old_, Follow::trusted)) {
     reader_ = LineReader(old_, lineBufferSize);
   } else if (errno != ENOENT) {
     fail(status::openError);
@@ -157,24 +179,15 @@ void LineEditor::writeLine(std::string_view text) {
 //   5. sync the directory
 // A failure in steps 1 to 4 leaves the old file unchanged and removes the new one.
 Status LineEditor::commit() {
-  const bool isReady = status_.isSuccess() && makeTemporary() && flush() && copyOwnerAndMode() && syncToDevice();
-  if (isReady && ::rename(temporaryPath_.c_str(), path_.c_str()) == 0) {
-    hasTemporary_ = false;
-    leftover_.forget();
-    syncDirectory(directoryOf(path_));
-  } else if (isReady) {
-    fail(status::renameError);
-  }
+  const bool isReady = status_.isSuccess() && flush() && copyOwnerAndMode() && syncToDevice();
+  if (isReady && !new_.replaceOld()) fail(status::renameError);
   Status result = status_;
   discard();
   return result;
 }
 
 void LineEditor::discard() {
-  if (hasTemporary_) (void)::unlink(temporaryPath_.c_str());
-  hasTemporary_ = false;
-  leftover_.forget();
-  temporary_.reset();
+  new_.remove();
   old_.fd.reset();
   fail(status::writeError);
 }
@@ -188,27 +201,16 @@ void LineEditor::write(std::string_view bytes) {
   if (!status_.isSuccess() || bytes.empty()) return;
   endsInsideLine_ = bytes.back() != '\n';
   pending_.append(bytes);
-  if (pending_.size() >= flushSize && makeTemporary()) (void)flush();
+  if (pending_.size() >= flushSize) (void)flush();
 }
 
 void LineEditor::leaveHole(off_t size) {
-  if (!status_.isSuccess() || !makeTemporary() || !flush()) return;
-  if (::lseek(temporary_.get(), size, SEEK_CUR) < 0) (void)fail(status::writeError);
-}
-
-// Only an edit that died can have left a file of this name: it is removed, and a link of that name is not followed.
-bool LineEditor::makeTemporary() {
-  if (hasTemporary_) return true;
-  constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-  (void)::unlink(temporaryPath_.c_str());  // if this fails, the open fails too
-  temporary_.reset(uninterrupted([&] { return ::open(temporaryPath_.c_str(), flags, temporaryMode); }));
-  hasTemporary_ = temporary_.isOpen();
-  if (hasTemporary_) leftover_.mark(temporaryPath_.c_str());
-  return hasTemporary_ || fail(status::openError);
+  if (!status_.isSuccess() || !flush()) return;
+  if (::lseek(new_.fd(), size, SEEK_CUR) < 0) (void)fail(status::writeError);
 }
 
 bool LineEditor::flush() {
-  const bool good = writeFully(temporary_.get(), pending_);
+  const bool good = writeFully(new_.fd(), pending_);
   pending_.clear();
   return good || fail(status::writeError);
 }
@@ -221,14 +223,14 @@ bool LineEditor::copyOwnerAndMode() {
   const mode_t mode = hasOld ? old_.info.st_mode & 0777 : newFileMode;
   // A failure is dropped: the owner is kept only where the system allows. A cast to void would still be a warning in
   // the hardened build.
-  [[maybe_unused]] const int owner = hasOld ? ::fchown(temporary_.get(), old_.info.st_uid, old_.info.st_gid) : 0;
-  if (::fchmod(temporary_.get(), mode) == 0) return true;
-  if (::fstat(temporary_.get(), &made) == 0 && (made.st_mode & 07777) == mode) return true;
+  [[maybe_unused]] const int owner = hasOld ? ::fchown(new_.fd(), old_.info.st_uid, old_.info.st_gid) : 0;
+  if (::fchmod(new_.fd(), mode) == 0) return true;
+  if (::fstat(new_.fd(), &made) == 0 && (made.st_mode & 07777) == mode) return true;
   return fail(status::chmodError);
 }
 
 bool LineEditor::syncToDevice() {
-  const int result = uninterrupted([&] { return ::fsync(temporary_.get()); });
+  const int result = uninterrupted([&] { return ::fsync(new_.fd()); });
   const bool isSynced = result == 0 || isUnsupported(errno);
-  return (temporary_.close() && isSynced) || fail(status::writeError);
+  return (new_.closeToWrite() && isSynced) || fail(status::writeError);
 }

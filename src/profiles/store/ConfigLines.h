@@ -12,8 +12,10 @@
 //
 // Edits replace the file: they write a new file beside it, sync that to the device and rename it over the old one. A
 // symbolic link is replaced by a regular file. After any failure the old file is unchanged and no other file is left.
-// Other processes: setKeys and removeKey hold the FileLock of the path for their one pass. They wait at most ten
-// seconds for another holder. If no lock can be taken at all (no lock directory, no permission), they edit without one.
+// Other processes: setKeys and removeKey hold the FileLock of the path for their one pass, and the lock of the
+// temporary file (see ReplacementFile.h), which nobody else can take away. They wait at most ten seconds for other
+// holders; all edits in the scope of an EditLimit together do. If no FileLock can be taken (no lock directory, no
+// permission), they edit without one; so they do if somebody else may write in the lock directory.
 #pragma once
 
 #include <string>
@@ -23,11 +25,26 @@
 
 #include "base/files/FileAccess.h"
 #include "base/files/LineReader.h"
-#include "base/system/Leftover.h"
-#include "base/system/UniqueFd.h"
+#include "base/files/ReplacementFile.h"
 #include "command/status/StatusCodes.h"
 
 namespace ConfigLines {
+
+// The edits of one command, which together wait for other holders for ten seconds at most. The last edit still tries
+// once. The ten seconds begin with the first edit. Limits do not nest. Threads: it counts for the thread that made it.
+class EditLimit {
+ public:
+  EditLimit();
+  ~EditLimit();
+  EditLimit(const EditLimit&) = delete;
+  EditLimit& operator=(const EditLimit&) = delete;
+
+  // Returns when the wait of an edit that begins now ends.
+  static std::chrono::steady_clock::time_point deadline();
+
+ private:
+  std::chrono::steady_clock::time_point end_ = std::chrono::steady_clock::time_point::min();
+};
 
 using KeyValue = std::pair<std::string, std::string>;
 
@@ -58,13 +75,16 @@ Status removeKey(const std::string& path, const std::string& key);
 //   return editor.commit();               // without commit(), or after discard(), the file stays unchanged
 //
 // The editor keeps its first failure: from then on it reads and writes nothing, and commit returns that failure.
-// On disk: the editor writes the new content to `path` + ".temp". It first removes any file or link of that name and
-// never follows a link there. The new file gets the owner of the old one where the system allows, and its nine
-// permission bits. Without an old file it gets mode 0644.
-// Other processes: the editor takes no lock.
+// On disk: the editor writes the new content to a ReplacementFile, `path` + ".temp", which it makes before it opens the
+// old file. The new file gets the owner of the old one where the system allows, and its nine permission bits. Without
+// an old file it gets mode 0644. Other processes: the lock of the new file keeps other editors away; the editor waits
+// for them until `deadline`.
 class LineEditor {
  public:
-  explicit LineEditor(const std::string& path);
+  using Clock = ReplacementFile::Clock;
+
+  explicit LineEditor(const std::string& path) : LineEditor(path, Clock::now() + std::chrono::seconds(10)) {}
+  LineEditor(const std::string& path, Clock::time_point deadline);
   ~LineEditor() { discard(); }
   LineEditor(const LineEditor&) = delete;
   LineEditor& operator=(const LineEditor&) = delete;
@@ -96,19 +116,14 @@ class LineEditor {
   bool fail(StatusCode code);
   void write(std::string_view bytes);
   void leaveHole(off_t size);
-  bool makeTemporary();
   bool flush();
   bool copyOwnerAndMode();
   bool syncToDevice();
 
-  std::string path_;
-  std::string temporaryPath_;
   Status status_;
   OpenedFile old_;
   LineReader reader_;
-  UniqueFd temporary_;
-  bool hasTemporary_ = false;
-  Leftover leftover_;  // the temporary file
+  ReplacementFile new_;
   std::string pending_;
   bool endsInsideLine_ = false;
 };

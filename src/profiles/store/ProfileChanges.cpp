@@ -4,27 +4,24 @@
 
 #include "base/files/DirectoryEntries.h"
 #include "base/files/FileInfo.h"
-#include "base/files/RemoveTree.h"
 #include "base/text/StringUtils.h"
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
 #include "command/status/FirstFailure.h"
 #include "profiles/store/ConfigControl.h"
+#include "profiles/store/ConfigLines.h"
+#include "profiles/store/ProfileRemoval.h"
 #include "profiles/store/ProfileStore.h"
 #include "profiles/store/ProfileTexts.h"
 #include "service/host/Heartbeat.h"
 #include "service/host/SystemSpecificImpl.h"
 
 using StringUtils::hasControlByte;
-using StringUtils::joinPath;
 
 namespace {
 
 // The files with the daemon's state in a profile, in the order of their removal.
 constexpr const char* stateFiles[] = {"m2_cache", "sadb.state", "hip.state", "peers", "map.state", variablesFileName};
-// These directories of a deleted profile are removed before everything else in it.
-constexpr const char* certificateDirectories[] = {ProfileStore::certificatesDir, "customer-certs", "peer_certs"};
-
 enum class Template { allowed, refused };
 
 // The first steps of every operation.
@@ -86,15 +83,7 @@ Status deleteProfile(const std::string& selector) {
   Status found = beginChange(selector, Template::refused, profile);
   if (!found.isSuccess()) return found;
   if (found.code() == status::profileIsRunning) return Status::of(status::notWhileRunning);
-  const bool isOwn = FileUtils::isRealDirectory(profile.dir);  // only the link itself is removed otherwise
-  for (const char* directory : certificateDirectories) {
-    if (isOwn) {
-      (void)FileUtils::removeStoreTree(joinPath({profile.dir, directory}));  // a remainder makes the last removal fail
-    }
-  }
-  // The name file is removed last, so that a removal that failed halfway can be repeated under the same name.
-  const bool isGone = FileUtils::removeStoreTree(profile.dir, ProfileStore::nameFile).isSuccess();
-  return isGone ? Status() : Status::of(status::applicationError);
+  return removeProfile(profile.dirname);
 }
 
 Status renameProfile(const std::string& selector, const std::string& newName, std::string& name) {
@@ -182,6 +171,7 @@ namespace ProfileChanges {
 //   6. start the daemon, if step 2 was necessary, or if activation is requested and step 3 did not fail
 // The status is that of the first failure.
 Status modifyProfile(const std::string& selector, const Modification& wanted, ProfileDetails& details) {
+  const ConfigLines::EditLimit limit;
   details = ProfileDetails();
   ProfileRecord profile;
   Status found = beginChange(selector, Template::refused, profile);

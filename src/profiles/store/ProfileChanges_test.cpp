@@ -146,7 +146,7 @@ class ProfileChangesTest : public HostTest {
     host::writeFile(kOffice + ("/" + file), text);
   }
   static void makeRunning() { host::writeHeartbeat(kLab); }
-  static void makeUnlistable() { host::makeFifo("/etc/zuv/profiles/profile-3/profile_name"); }
+  static void makeUnlistable() { host::makeDirs("/etc/zuv/profiles/profile-3/profile_name"); }
   static void makeLinked() {
     host::writeFile("/tmp/elsewhere/profile_name", "linked\n");
     host::makeLink("/etc/zuv/profiles/link", "/tmp/elsewhere");
@@ -506,8 +506,10 @@ TEST_F(DeleteTest, TheNameFileIsRemovedLast) {
   for (const char* file : {"a", "z", "ca-certs/ca.pem", "logs/old"}) putOffice(file, "");
   std::vector<std::string> namesThen;
   FaultPlan plan;
-  plan.calls = {"unlinkat"};
-  plan.before = [&](std::size_t) { namesThen.push_back(nameOf(kOffice)); };
+  plan.calls = {"unlinkat", "renameat2"};
+  plan.before = [&](std::size_t) {
+    if (host::exists(kOffice)) namesThen.push_back(nameOf(kOffice));
+  };
   {
     const ArmedFaults armed(plan);
     EXPECT_THAT(ProfileChanges::deleteProfile("office"), HasCode(status::success));
@@ -705,7 +707,7 @@ TEST_F(ModifyTest, TheStateFilesAreRemovedBeforeTheInterfaceIsWritten) {
   putStateFiles(kOffice);
   std::size_t callsOfTheWriter = 0;
   FaultPlan plan;
-  plan.calls = {"write", "rename"};
+  plan.calls = {"write", "renameat"};
   plan.before = [&](std::size_t) {
     if (!host::exists(kOffice + "/hip.conf.temp"s)) return;
     ++callsOfTheWriter;

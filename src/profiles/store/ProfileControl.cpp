@@ -15,6 +15,7 @@
 #include "command/status/AppStatusCodes.h"
 #include "command/status/FirstFailure.h"
 #include "log/front/BasicLog.h"
+#include "profiles/store/ConfigLines.h"
 #include "profiles/store/ProfileStore.h"
 #include "profiles/store/ProfileTexts.h"
 #include "service/host/SystemSpecificImpl.h"
@@ -69,7 +70,8 @@ namespace {
 // Returns true for a path that is certainly neither a regular file nor a link to one, and for a link that is not to be
 // trusted. If stat fails for another reason, returns false, so that the copy reports the failure.
 bool isPassedOver(const std::string& path) {
-  if (isUntrustedLink(path)) return true;  // first, because its owner may have chosen a target that stat fails for
+  if (leadsOverUntrustedLink(path))
+    return true;  // first, because its owner may have chosen a target that stat fails for
   struct stat info = {};
   if (::stat(path.c_str(), &info) == 0) return !S_ISREG(info.st_mode);
   return errno == ENOENT || errno == ENOTDIR || errno == ELOOP;
@@ -152,6 +154,7 @@ namespace ProfileControl {
 //                                                    startsOnlyIfActive
 //   8. start the daemon                              the profile
 Status createProfile(const NewProfile& wanted, CreatedProfile& made) {
+  const ConfigLines::EditLimit limit;
   made = CreatedProfile();
   if (!isAuthorized()) return Status::of(status::authenticationError);
   const std::string wish = ProfileTexts::cleanName(wanted.name);

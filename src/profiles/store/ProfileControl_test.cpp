@@ -222,9 +222,9 @@ TEST_F(CreateTest, AMissingStoreIsAnApplicationError) {
 }
 
 TEST_F(CreateTest, AStoreThatCannotBeListedIsAnApplicationErrorAndLeavesTheDirectory) {
-  host::makeFifo("/etc/zuv/profiles/profile-1/profile_name");
+  host::makeDirs("/etc/zuv/profiles/profile-1/profile_name");
   create(wish(), status::applicationError);
-  EXPECT_EQ(store(), "d 0755 profile-1\np 0644 profile-1/profile_name\nd 0755 profile-123123\n");
+  EXPECT_EQ(store(), "d 0755 profile-1\nd 0755 profile-1/profile_name\nd 0755 profile-123123\n");
 }
 
 // --- Create: authorization
@@ -427,7 +427,7 @@ TEST_F(CreateTest, AFailedWriteOfNameOrAddressSkipsTheLaterStepsAndAFailedEditSk
        certificates + "f 0644 endbox.conf \"activation_code=code\\n\"\n" + kAddressAndName,
        "profile-123123\n",
        "systemctl start hip\n",
-       {1, false, EROFS, {"rename"}},
+       {1, false, EROFS, {"renameat"}},
        2},
   };
   for (const Creation& c : cases) expectCreation(c, everything("lab"));
@@ -711,9 +711,9 @@ TEST_F(ElectingTest, WithoutAnInitSystemTheNullBackendIsAskedToStart) {
 }
 
 TEST_F(ElectingTest, IfTheStoreCannotBeListedTheCreationOfAProfileFailsToo) {
-  host::makeFifo("/etc/zuv/profiles/profile-1/profile_name");
+  host::makeDirs("/etc/zuv/profiles/profile-1/profile_name");
   elect(status::applicationError);
-  EXPECT_EQ(store(), "d 0755 profile-1\np 0644 profile-1/profile_name\nd 0755 profile-123123\n");
+  EXPECT_EQ(store(), "d 0755 profile-1\nd 0755 profile-1/profile_name\nd 0755 profile-123123\n");
 }
 
 TEST_F(ElectingTest, WithoutAuthorizationNoProfileIsCreated) {

@@ -97,22 +97,26 @@ Lines linesOf(const std::string& text) {
 // --- The calls of parts of an operation
 
 const std::string kReadFile = "openat fstat read close ";
-const std::string kCopyFile = "stat openat fstat open open flock fstat read write fchmod close close ";
-const std::string kWriteNewFile = "open open flock fstat write fchmod close ";
-const std::string kOverwriteFile = "open flock fstat write fchmod ftruncate close ";
-const std::string kWriteLongerFile = "open flock fstat fallocate write fchmod ftruncate close ";
+const std::string kCopyFile =
+    "stat openat fstat openat openat fstat flock fstat fstatat read write fchmod close close ";
+const std::string kWriteNewFile = "openat openat fstat flock fstat fstatat write fchmod close ";
+const std::string kOverwriteFile = "openat fstat flock fstat fstatat write fchmod ftruncate close ";
+const std::string kWriteLongerFile = "openat fstat flock fstat fstatat fallocate write fchmod ftruncate close ";
+const std::string kMakeNewFile =
+    "openat fstat close "                        // others may write in the lock directory: no lock of it
+    "openat fstat openat flock fstat fstatat ";  // open the directory, make and lock the new file
 const std::string kEditFile =
-    "open openat fstat flock fstat fstatat "        // take the lock
-    "openat fstat read "                            // read the old file
-    "unlink open write fchown fchmod fsync close "  // write the new file
-    "rename open fsync close "                      // replace the old one
-    "close fstat fstatat unlinkat close close ";    // close it, release the lock
+    kMakeNewFile +
+    "openat fstat read "                                // read the old file
+    "write fchown fchmod fsync close "                  // write the new file
+    "fstat fstatat renameat openat fsync close close "  // replace the old one, release the lock
+    "close close ";                                     // close the directory and the old file
 const std::string kEditMissingFile =
-    "open openat fstat flock fstat fstatat "  // take the lock
-    "openat "                                 // find no old file
-    "unlink open write fchmod fsync close "   // write the new file
-    "rename open fsync close "                // give it its name
-    "fstat fstatat unlinkat close close ";    // release the lock
+    kMakeNewFile +
+    "openat "                                           // find no old file
+    "write fchmod fsync close "                         // write the new file
+    "fstat fstatat renameat openat fsync close close "  // give it its name, release the lock
+    "close ";                                           // close the directory
 
 std::string times(std::size_t count, const std::string& part) {
   std::string all;
@@ -327,13 +331,15 @@ TEST_F(ProfileFaultsTest, AFaultDuringADeletionIsReportedAndChangesNoOtherProfil
     }
   });
   EXPECT_EQ(fault_loop::run(loop, {}, remove),
-            wordsOf(times(2, kReadFile) + "lstat " +               // read name and marker; it is no link
-                    "lstat lstat openat fstat " + listOpened(4) +  // open and list ca-certs
-                    "unlinkat close rmdir " +                      // remove its file and then itself
-                    "lstat unlink lstat unlink " +                 // find no customer-certs and peer_certs
-                    "lstat lstat openat fstat " + listOpened(5) +  // open and list the profile's directory
-                    "unlinkat fstatat " + listOpened(4) +          // remove hip.conf; only the name is left
-                    "unlinkat close rmdir "));                     // remove the name and then itself
+            wordsOf(times(2, kReadFile) + list(6) +                        // read name and marker, list the root
+                    "openat flock fstat fstatat " +                        // open and lock the directory
+                    "unlinkat openat openat fstat " + listOpened(4) +      // open and list ca-certs
+                    "unlinkat close unlinkat close " +                     // remove its file and then itself
+                    times(2, "unlinkat openat unlinkat ") +                // find no customer-certs and peer_certs
+                    "openat fstat " + listOpened(5) + "unlinkat close " +  // list the directory, remove its file
+                    listOpened(4) + "fstatat " +                           // find nothing but the name
+                    "renameat2 fstat fstatat " +                           // take the directory out of the store
+                    "openat unlinkat unlinkat close close close "));       // remove the name and the directory
 }
 
 // The parts of a profile that is created with an interface and an invitation.

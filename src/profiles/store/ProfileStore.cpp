@@ -13,6 +13,7 @@
 #include "base/files/WholeFile.h"
 #include "base/text/StringUtils.h"
 #include "command/status/AppStatusCodes.h"
+#include "profiles/store/NameRepair.h"
 #include "service/host/Heartbeat.h"
 
 using StringUtils::concatenate;
@@ -98,12 +99,18 @@ bool copyFileInActiveProfile(std::string_view filename, char* buffer, std::size_
 bool readProfileName(const std::string& dir, std::string& name) {
   name.clear();
   if (dir.empty()) return false;
-  const std::string file = joinPath({dir, nameFile});
-  if (FileUtils::readFirstLine(file, name).isSuccess() && !name.empty()) return true;
+  if (FileUtils::readFirstLine(joinPath({dir, nameFile}), name).isSuccess() && !name.empty()) return true;
   name.clear();
-  if (!FileUtils::isRealDirectory(dir) || !FileUtils::writeStoreLine(file, nameOfUnnamed).isSuccess()) return false;
-  name = nameOfUnnamed;
-  return true;
+  if (!FileUtils::isRealDirectory(dir)) return false;
+  const auto choose = [](const std::string& found) { return found.empty() ? nameOfUnnamed : found; };
+  switch (NameRepair().run(dir, "", choose, name)) {
+    case NameRepair::Result::done:
+    case NameRepair::Result::notWritten:
+      return true;
+    default:
+      name.clear();
+      return false;
+  }
 }
 
 Status writeProfileName(std::string_view dirname, const std::string& name) {
@@ -267,12 +274,25 @@ EntryOrder entriesToRepair(const EntryOrder& sorted) {
   return broken;
 }
 
-bool repair(Entry& entry, NamesInUse& names) {
-  std::string unique = names.unique(entry.name.empty() ? nameOfUnnamed : entry.name);
-  if (!ProfileStore::writeProfileName(entry.dirname, unique).isSuccess()) return false;
-  names.add(unique);
-  entry.name = std::move(unique);
-  return true;
+// Gives one entry a name of its own. Clears the directory name if the directory has gone. Returns false on failure.
+bool repairName(Entry& entry, NamesInUse& names, NameRepair& repair) {
+  const auto choose = [&](const std::string& found) {
+    const bool isOther = !found.empty() && found != entry.name;  // another process wrote it in the meantime
+    if (isOther && !names.contains(found)) return found;
+    return names.unique(found.empty() ? nameOfUnnamed : found);
+  };
+  std::string name;
+  switch (repair.run(joinPath({root, entry.dirname}), entry.name, choose, name)) {
+    case NameRepair::Result::failed:
+      return false;
+    case NameRepair::Result::gone:
+      entry.dirname.clear();
+      return true;
+    default:
+      names.add(name);
+      entry.name = std::move(name);
+      return true;
+  }
 }
 
 // Gives every entry of a sorted list a name of its own and sorts it again.
@@ -284,8 +304,12 @@ bool repairNames(EntryOrder& sorted) {
     if (!entry->name.empty() && (taken.empty() || taken.back() != entry->name)) taken.push_back(entry->name);
   }
   NamesInUse names(std::vector<std::string_view>(taken.begin(), taken.end()));
-  for (Entry* entry : broken)
-    if (!repair(*entry, names)) return false;
+  NameRepair repairs;
+  for (Entry* entry : broken) {
+    if (!repairName(*entry, names, repairs)) return false;
+  }
+  const auto isGone = [](const Entry* entry) { return entry->dirname.empty(); };
+  sorted.erase(std::remove_if(sorted.begin(), sorted.end(), isGone), sorted.end());
   sortByName(sorted);
   return true;
 }

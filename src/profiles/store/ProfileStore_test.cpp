@@ -201,15 +201,15 @@ TEST_F(ProfileNameTest, ANameThatCannotBeRepairedIsAFailureWithAnEmptyName) {
   EXPECT_EQ(host::tree(kDir), "f 0000 profile_name \"lab\\n\"\n");
 }
 
-TEST_F(ProfileNameTest, ANameFileOfAnotherKindIsNeitherReadNorWritten) {
+TEST_F(ProfileNameTest, ANameFileOfAnotherKindIsNotReadAndAnyButADirectoryIsReplaced) {
   for (const Stranger& stranger : kStrangers) {
     SCOPED_TRACE(stranger.why);
     host::remove(kDir);
     host::makeDirs(kDir);
     stranger.put(kNameFile);
-    const std::string before = host::tree(kDir);
-    EXPECT_EQ(nameAsRead(kDir, false), "");
-    EXPECT_EQ(host::tree(kDir), before);
+    const bool isKept = stranger.why == std::string("a directory");
+    EXPECT_EQ(nameAsRead(kDir, !isKept), isKept ? "" : "profile");
+    EXPECT_EQ(host::tree(kDir), isKept ? "d 0755 profile_name\n" : "f 0640 profile_name \"profile\\n\"\n");
   }
 }
 
@@ -217,7 +217,7 @@ TEST_F(ProfileNameTest, NothingIsWrittenToAFifoWithAReader) {
   host::makeFifo(kNameFile);
   const int reader = ::open(kNameFile, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   ASSERT_GE(reader, 0);
-  EXPECT_EQ(nameAsRead(kDir, false), "");
+  EXPECT_EQ(nameAsRead(kDir), "profile");
   char byte = 0;
   EXPECT_EQ(::read(reader, &byte, 1), 0);
   ::close(reader);
@@ -232,10 +232,10 @@ TEST_F(ProfileNameTest, ANameIsReadThroughALinkToItsFileOrItsDirectory) {
   EXPECT_EQ(nameAsRead("/etc/zuv/profiles/link"), "linked");
 }
 
-TEST_F(ProfileNameTest, ALinkToTheNullDeviceCountsAsAnEmptyName) {
+TEST_F(ProfileNameTest, ALinkToTheNullDeviceCountsAsAnEmptyNameAndIsReplaced) {
   host::makeLink(kNameFile, "/dev/null");
   EXPECT_EQ(nameAsRead(kDir), "profile");
-  EXPECT_EQ(host::tree(kDir), "l profile_name -> /dev/null\n");
+  EXPECT_EQ(host::tree(kDir), "f 0640 profile_name \"profile\\n\"\n");
 }
 
 TEST_F(ProfileNameTest, OnlyAnExistingRealDirectoryIsRepaired) {
@@ -562,7 +562,7 @@ TEST_F(SelectorTest, ADirectoryWithoutANameIsNamedWhenItIsSelected) {
   host::makeDirs("/etc/zuv/profiles/profile-4");
   EXPECT_EQ(resolve("dir=profile-4", status::success).name, "profile");
   EXPECT_EQ(host::tree("/etc/zuv/profiles/profile-4"), "f 0640 profile_name \"profile\\n\"\n");
-  host::makeFifo("/etc/zuv/profiles/profile-5/profile_name");
+  host::makeDirs("/etc/zuv/profiles/profile-5/profile_name");
   before_ = host::tree(host::kProfiles);
   resolve("dir=profile-5", status::profileNotFound);
   EXPECT_EQ(host::tree(host::kProfiles), before_) << "its name cannot be repaired";

@@ -1,0 +1,112 @@
+#include "base/files/ReplacementFile.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <thread>
+#include <utility>
+
+#include "base/system/Uninterrupted.h"
+#include "base/text/StringUtils.h"
+
+namespace {
+
+constexpr mode_t newFileMode = 0600;
+
+// True if the lock was taken or if the file system has none. False if another process holds it.
+bool tryLock(int fd) { return ::flock(fd, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK; }
+
+// The directory of a file, as a path that ends inside it, so that a link in its place counts as a link on the way.
+std::string insideDirectoryOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string::npos ? "." : path.substr(0, slash + 1) + ".";
+}
+
+}  // namespace
+
+Status ReplacementFile::make(const std::string& path, Clock::time_point deadline) {
+  using std::chrono::milliseconds;
+  constexpr milliseconds longestPause(50);
+  remove();
+  directory_ = openInStore(AT_FDCWD, insideDirectoryOf(path).c_str(), O_PATH | O_DIRECTORY, 0, Follow::trusted);
+  if (!directory_.fd.isOpen()) return Status::of(status::openError);
+  oldName_ = std::string(StringUtils::lastComponent(path));
+  newName_ = oldName_ + ".temp";
+  newPath_ = path + ".temp";
+  auto attempt = Attempt::again;
+  for (milliseconds pause(1); (attempt = tryOnce()) == Attempt::again || attempt == Attempt::busy;) {
+    if (Clock::now() >= deadline) break;
+    if (attempt == Attempt::again) continue;
+    std::this_thread::sleep_for(pause);
+    pause = std::min(pause * 2, longestPause);
+  }
+  return Status::of(attempt == Attempt::made ? status::success : status::openError);
+}
+
+// True if the name belongs to the open file.
+bool ReplacementFile::isOurs(int fd) const {
+  struct stat opened = {};
+  struct stat there = {};
+  return ::fstat(fd, &opened) == 0 && ::fstatat(directory(), newName_.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 &&
+         isSameFile(opened, there);
+}
+
+ReplacementFile::Attempt ReplacementFile::tryOnce() {
+  constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+  UniqueFd fd(uninterrupted([&] { return ::openat(directory(), newName_.c_str(), flags, newFileMode); }));
+  if (!fd.isOpen()) return errno == EEXIST ? makeWay() : Attempt::failed;
+  if (!tryLock(fd.get())) return Attempt::busy;  // somebody takes it for left over
+  if (!isOurs(fd.get())) return Attempt::again;
+  lock_.reset(::fcntl(fd.get(), F_DUPFD_CLOEXEC, 0));
+  fd_ = std::move(fd);
+  isMade_ = true;
+  leftover_.mark(newPath_.c_str());
+  if (lock_.isOpen()) return Attempt::made;
+  remove();
+  return Attempt::failed;
+}
+
+// Removes what lies in the way, unless an editor is at work on it.
+ReplacementFile::Attempt ReplacementFile::makeWay() {
+  constexpr int flags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+  const UniqueFd fd(uninterrupted([&] { return ::openat(directory(), newName_.c_str(), flags); }));
+  struct stat info = {};
+  const bool isEditors = fd.isOpen() && ::fstat(fd.get(), &info) == 0 && S_ISREG(info.st_mode) &&
+                         (info.st_uid == 0 || info.st_uid == ::geteuid());
+  if (isEditors && !tryLock(fd.get())) return Attempt::busy;
+  if (isEditors && !isOurs(fd.get())) return Attempt::again;
+  if (::unlinkat(directory(), newName_.c_str(), 0) == 0 || errno == ENOENT) return Attempt::again;
+  return Attempt::failed;
+}
+
+// Another user's editor may have removed this file because it could not see the lock, and may be writing its own.
+bool ReplacementFile::replaceOld() {
+  if (!isMade_ || !isOurs(lock_.get())) return false;
+  if (::renameat(directory(), newName_.c_str(), directory(), oldName_.c_str()) != 0) return false;
+  isMade_ = false;
+  leftover_.forget();
+  // The rename has happened and cannot be undone, so a failure to sync it does not count.
+  const UniqueFd fd(uninterrupted([&] { return ::openat(directory(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+  if (fd.isOpen()) (void)::fsync(fd.get());
+  lock_.reset();
+  return true;
+}
+
+void ReplacementFile::remove() {
+  struct stat opened = {};
+  struct stat there = {};
+  const int fd = lock_.isOpen() ? lock_.get() : fd_.get();
+  const bool isKnown = isMade_ && ::fstat(fd, &opened) == 0 &&
+                       ::fstatat(directory(), newName_.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0;
+  // Another editor's file stays. A failure to find that out does not count.
+  if (isMade_ && (!isKnown || isSameFile(opened, there))) (void)::unlinkat(directory(), newName_.c_str(), 0);
+  isMade_ = false;
+  leftover_.forget();
+  fd_.reset();
+  lock_.reset();
+}

@@ -1,0 +1,263 @@
+#include "base/files/ReplacementFile.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "testing/faults/FaultInjector.h"
+#include "testing/run/HostTest.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using Clock = ReplacementFile::Clock;
+
+constexpr uid_t kStranger = 65534;
+constexpr const char* kFile = "/etc/zuv/hip.conf";
+constexpr const char* kNew = "/etc/zuv/hip.conf.temp";
+constexpr const char* kOutside = "/tmp/outside";
+
+class ReplacementFileTest : public HostTest {};
+
+Clock::time_point in(int limit) { return Clock::now() + milliseconds(limit); }
+
+void write(const ReplacementFile& file, const std::string& text) {
+  ASSERT_EQ(::write(file.fd(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
+}
+
+// Holds flock on a file, as an editor in another process does.
+UniqueFd lockOf(const char* path) {
+  UniqueFd fd(::open(path, O_RDONLY | O_CLOEXEC));
+  EXPECT_EQ(::flock(fd.get(), LOCK_EX | LOCK_NB), 0);
+  return fd;
+}
+
+struct InTheWay {
+  const char* why;
+  std::function<void()> make;
+};
+const InTheWay kInTheWay[] = {
+    {"nothing", [] {}},
+    {"a file left over", [] { host::writeFile(kNew, "left over"); }},
+    {"a file without permissions", [] { host::writeFile(kNew, "left over", 0); }},
+    {"a link to a file", [] { host::makeLink(kNew, kOutside); }},
+    {"a link to nothing", [] { host::makeLink(kNew, "/tmp/missing"); }},
+    {"a FIFO", [] { host::makeFifo(kNew); }},
+    {"a socket", [] { host::makeSocket(kNew); }},
+};
+
+TEST_F(ReplacementFileTest, WhatLiesInTheWayIsRemovedAtOnceAndNeverFollowed) {
+  for (const InTheWay& c : kInTheWay) {
+    SCOPED_TRACE(c.why);
+    host::reset();
+    host::writeFile(kFile, "old");
+    host::writeFile(kOutside, "outside");
+    c.make();
+    ReplacementFile file;
+    EXPECT_THAT(file.make(kFile, in(5000)), HasCode(status::success));
+    EXPECT_TRUE(file.isMade());
+    EXPECT_EQ(host::modeOf(kNew), 0600u);
+    write(file, "new");
+    EXPECT_EQ(host::readFile(kFile), "old");
+    EXPECT_TRUE(file.closeToWrite());
+    EXPECT_TRUE(file.replaceOld());
+    EXPECT_FALSE(file.isMade());
+    EXPECT_EQ(host::readFile(kFile), "new");
+    EXPECT_FALSE(host::exists(kNew));
+    EXPECT_EQ(host::readFile(kOutside), "outside");
+    EXPECT_FALSE(host::exists("/tmp/missing"));
+  }
+}
+
+TEST_F(ReplacementFileTest, ADirectoryInTheWayStaysAndIsAnError) {
+  host::makeDirs(kNew);
+  ReplacementFile file;
+  EXPECT_THAT(file.make(kFile, in(5000)), HasCode(status::openError));
+  EXPECT_FALSE(file.isMade());
+  EXPECT_TRUE(host::exists(kNew));
+}
+
+TEST_F(ReplacementFileTest, AStrangersFileIsRemovedAtOnceEvenIfItIsLocked) {
+  SKIP_WITHOUT_OTHER_USERS();
+  host::writeFile(kNew, "his");
+  host::giveTo(kStranger, kNew);
+  const UniqueFd lock = lockOf(kNew);
+  ReplacementFile file;
+  EXPECT_THAT(file.make(kFile, Clock::now()), HasCode(status::openError)) << "a start over needs time";
+  EXPECT_THAT(file.make(kFile, in(5000)), HasCode(status::success));
+}
+
+TEST_F(ReplacementFileTest, AnEditorAtWorkIsWaitedForUntilTheDeadline) {
+  ReplacementFile first;
+  ASSERT_THAT(first.make(kFile, in(5000)), HasCode(status::success));
+  write(first, "first");
+  ASSERT_TRUE(first.closeToWrite()) << "the lock is held on";
+  ReplacementFile second;
+  const auto start = Clock::now();
+  EXPECT_THAT(second.make(kFile, in(100)), HasCode(status::openError));
+  EXPECT_GE(Clock::now() - start, milliseconds(100));
+  EXPECT_LT(Clock::now() - start, milliseconds(3000));
+  EXPECT_FALSE(second.isMade());
+  EXPECT_EQ(host::readFile(kNew), "first");
+  std::thread end([&] {
+    std::this_thread::sleep_for(milliseconds(50));
+    EXPECT_TRUE(first.replaceOld());
+  });
+  EXPECT_THAT(second.make(kFile, in(5000)), HasCode(status::success));
+  end.join();
+  EXPECT_EQ(host::readFile(kFile), "first");
+  EXPECT_EQ(host::readFile(kNew), "");
+}
+
+TEST_F(ReplacementFileTest, AfterTheDeadlineAFreeNameIsStillTaken) {
+  ReplacementFile file;
+  EXPECT_THAT(file.make(kFile, Clock::now() - milliseconds(1)), HasCode(status::success));
+}
+
+TEST_F(ReplacementFileTest, WithoutLocksAnOldFileIsRemovedAtOnce) {
+  host::writeFile(kNew, "left over");
+  const UniqueFd lock = lockOf(kNew);
+  const ArmedFaults armed{FaultPlan{1, true, EOPNOTSUPP, {"flock"}}};
+  ReplacementFile file;
+  EXPECT_THAT(file.make(kFile, in(5000)), HasCode(status::success));
+  EXPECT_EQ(host::readFile(kNew), "");
+}
+
+// A stranger who may write in the directory can do so at any moment.
+TEST_F(ReplacementFileTest, AfterTheLockTheNameIsLookedUpOnceMore) {
+  for (const bool isLeftover : {false, true}) {
+    SCOPED_TRACE(isLeftover ? "a file left over is locked" : "the new file is locked");
+    host::reset();
+    if (isLeftover) host::writeFile(kNew, "left over");
+    std::optional<UniqueFd> lock;
+    FaultPlan plan;
+    plan.calls = {"flock"};
+    plan.before = [&](std::size_t call) {
+      if (call != 1) return;
+      host::remove(kNew);
+      host::writeFile(kNew, "another editor's");
+      lock.emplace(lockOf(kNew));
+    };
+    const ArmedFaults armed(plan);
+    ReplacementFile file;
+    EXPECT_THAT(file.make(kFile, in(100)), HasCode(status::openError));
+    EXPECT_EQ(host::readFile(kNew), "another editor's");
+    lock.reset();
+    EXPECT_THAT(file.make(kFile, in(5000)), HasCode(status::success));
+    EXPECT_EQ(host::readFile(kNew), "");
+  }
+}
+
+TEST_F(ReplacementFileTest, AFileThatTookTheNameIsNeitherRenamedNorRemoved) {
+  host::writeFile(kFile, "old");
+  for (const bool isReplacing : {false, true}) {
+    SCOPED_TRACE(isReplacing ? "replaceOld" : "remove");
+    ReplacementFile file;
+    ASSERT_THAT(file.make(kFile, in(5000)), HasCode(status::success));
+    write(file, "new");
+    host::remove(kNew);
+    host::writeFile(kNew, "another editor's");
+    if (isReplacing) {
+      EXPECT_FALSE(file.replaceOld());
+    }
+    file.remove();
+    EXPECT_FALSE(file.isMade());
+    EXPECT_EQ(host::readFile(kNew), "another editor's");
+    EXPECT_EQ(host::readFile(kFile), "old");
+    host::remove(kNew);
+  }
+}
+
+TEST_F(ReplacementFileTest, ALinkInThePlaceOfTheOldFileIsReplacedItself) {
+  host::writeFile(kOutside, "outside");
+  host::makeLink(kFile, kOutside);
+  ReplacementFile file;
+  ASSERT_THAT(file.make(kFile, in(5000)), HasCode(status::success));
+  EXPECT_TRUE(file.replaceOld());
+  EXPECT_EQ(host::tree("/etc/zuv"), "f 0600 hip.conf \"\"\nd 0755 profiles\n");
+  EXPECT_EQ(host::readFile(kOutside), "outside");
+}
+
+TEST_F(ReplacementFileTest, TheDirectoryIsReachedOverTrustedLinksAlone) {
+  SKIP_WITHOUT_OTHER_USERS();
+  host::makeDirs("/etc/zuv/real");
+  host::makeLink("/etc/zuv/way", "real");
+  ReplacementFile file;
+  EXPECT_THAT(file.make("/etc/zuv/way/hip.conf", in(5000)), HasCode(status::success));
+  EXPECT_TRUE(host::exists("/etc/zuv/real/hip.conf.temp"));
+  file.remove();
+  host::giveTo(kStranger, "/etc/zuv/way");
+  EXPECT_THAT(file.make("/etc/zuv/way/hip.conf", in(5000)), HasCode(status::openError));
+  EXPECT_EQ(host::tree("/etc/zuv/real"), "");
+}
+
+TEST_F(ReplacementFileTest, ADirectoryThatIsMovedKeepsBothFiles) {
+  host::writeFile("/etc/zuv/dir/hip.conf", "old");
+  ReplacementFile file;
+  ASSERT_THAT(file.make("/etc/zuv/dir/hip.conf", in(5000)), HasCode(status::success));
+  ASSERT_EQ(::rename("/etc/zuv/dir", "/etc/zuv/moved"), 0);
+  host::writeFile("/etc/zuv/dir/hip.conf", "another");
+  write(file, "new");
+  EXPECT_TRUE(file.replaceOld());
+  EXPECT_EQ(host::tree("/etc/zuv/moved"), "f 0600 hip.conf \"new\"\n");
+  EXPECT_EQ(host::readFile("/etc/zuv/dir/hip.conf"), "another");
+}
+
+TEST_F(ReplacementFileTest, EditorsAtTheSameTimeNeverWriteOneFile) {
+  constexpr int editors = 3;
+  constexpr int edits = 40;
+  std::atomic<int> writing{0};
+  std::vector<std::thread> threads;
+  for (int editor = 0; editor < editors; ++editor) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < edits; ++i) {
+        ReplacementFile file;
+        ASSERT_THAT(file.make(kFile, in(20000)), HasCode(status::success));
+        EXPECT_EQ(++writing, 1);
+        write(file, "whole");
+        --writing;
+        if (i % 2 == 0) {
+          EXPECT_TRUE(file.replaceOld());
+        }
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(host::readFile(kFile), "whole");
+  EXPECT_FALSE(host::exists(kNew));
+}
+
+TEST_F(ReplacementFileTest, AFaultAnywhereLeavesTheWholeOldOrNewFileAndNoOther) {
+  const FaultLoop loop{[] {
+    host::reset();
+    host::writeFile(kFile, "old");
+  }};
+  const auto edit = [] {
+    ReplacementFile file;
+    if (!file.make(kFile, in(20)).isSuccess()) return false;
+    return ::write(file.fd(), "new", 3) == 3 && file.closeToWrite() && file.replaceOld();
+  };
+  forEachFault(loop, edit, [](bool isReplaced, const Fault& fault) {
+    EXPECT_EQ(host::readFile(kFile), isReplaced ? "new" : "old");
+    EXPECT_TRUE(isReplaced || fault);
+    if (!fault.fromThereOn) {  // where every later call fails, the new file cannot be removed
+      EXPECT_FALSE(host::exists(kNew));
+    }
+  });
+  EXPECT_EQ(fault_loop::run(loop, {}, edit),
+            (std::vector<std::string>{"openat", "fstat",                      // open the directory
+                                      "openat", "flock", "fstat", "fstatat",  // make and lock the new file
+                                      "write", "close", "fstat", "fstatat", "renameat", "openat", "fsync", "close",
+                                      "close", "close"}));
+}
+
+}  // namespace

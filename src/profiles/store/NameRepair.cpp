@@ -1,0 +1,64 @@
+#include "profiles/store/NameRepair.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "base/files/WholeFile.h"
+#include "profiles/store/ProfileStore.h"
+
+namespace {
+
+constexpr std::chrono::seconds longestWait(1);
+constexpr mode_t nameFileMode = 0640;
+
+// Returns true if the path does not lead to the open directory any more. A failure to find that out counts as false.
+bool hasGone(const std::string& dir, const struct stat& opened) {
+  struct stat info = {};
+  if (::lstat(dir.c_str(), &info) != 0) return errno == ENOENT || errno == ENOTDIR;
+  return !isSameFile(info, opened);
+}
+
+// True if a new regular file may take the place of what could not be opened: a link that is not trusted or leads to a
+// directory, a FIFO, a socket or a device.
+bool isReplaceable(int error) { return error == ELOOP || error == EINVAL || error == ENXIO || error == EISDIR; }
+
+bool openName(FileWriter& writer, int directoryFd, FileWriter::Clock::time_point deadline) {
+  if (writer.openLocked(directoryFd, ProfileStore::nameFile, nameFileMode, deadline)) return true;
+  // unlinkat removes no directory.
+  return isReplaceable(errno) && ::unlinkat(directoryFd, ProfileStore::nameFile, 0) == 0 &&
+         writer.openLocked(directoryFd, ProfileStore::nameFile, nameFileMode, deadline);
+}
+
+bool writeName(FileWriter& writer, const std::string& name) {
+  const std::string line = name + '\n';
+  if (!writer.rewind() || !writer.reserve(line.size()).isSuccess() || !writer.write(line).isSuccess()) return false;
+  writer.setMode(nameFileMode);
+  return writer.finish().isSuccess();
+}
+
+}  // namespace
+
+NameRepair::Result NameRepair::run(const std::string& dir, const std::string& listed, const Choose& choose,
+                                   std::string& name) {
+  if (deadline_ == Clock::time_point::min()) deadline_ = Clock::now() + longestWait;
+  const StoreFile directory = openInStore(AT_FDCWD, dir.c_str(), O_PATH | O_DIRECTORY, 0, Follow::trusted);
+  if (!directory.fd.isOpen()) return errno == ENOENT || errno == ENOTDIR ? Result::gone : Result::failed;
+  // In a directory of somebody else a failure must not stop the whole store.
+  const Result failure = othersMayWrite(directory.fd.get(), directory.info) ? Result::notWritten : Result::failed;
+  name = choose(listed);
+  FileWriter writer;
+  if (!openName(writer, directory.fd.get(), deadline_)) {
+    const int error = errno;
+    if (error == ENOENT || hasGone(dir, directory.info)) return Result::gone;
+    return error == EWOULDBLOCK ? Result::notWritten : failure;
+  }
+  if (writer.isNew() && hasGone(dir, directory.info)) return Result::gone;
+  std::string found;
+  OpenedFile file;
+  const bool isRead = writer.share(file) && FileUtils::readFirstLineFrom(file, found).isSuccess();
+  if (!isRead && !listed.empty()) return failure;  // a file that nobody could read has no name to lose
+  if (found != listed) name = choose(found);
+  return name == found || writeName(writer, name) ? Result::done : failure;
+}

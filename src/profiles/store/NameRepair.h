@@ -1,0 +1,38 @@
+// NameRepair: gives a profile a display name that no other profile has.
+//
+//   NameRepair repair;                                       // one for all repairs of a command
+//   std::string name;
+//   const auto result = repair.run(dir, listedName, [&](const std::string& found) { return unique(found); }, name);
+//
+// Other processes write names too, and the directory may belong to somebody else. So a repair locks the name file,
+// reads it once more through that descriptor, and makes the new name from nothing but what it finds there. A name that
+// another process has written in the meantime is not replaced if it can stay. On disk: the file is written in place,
+// mode 0640. A regular file takes the place of a link that is not trusted, and of anything else but a directory.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "base/files/FileAccess.h"
+
+class NameRepair {
+ public:
+  enum class Result {
+    done,        // the name is on the disk
+    notWritten,  // another process kept the lock, or somebody else may write in the directory and the write failed
+    gone,        // the directory has gone
+    failed,
+  };
+
+  // Returns the name for a profile whose file holds `found`, which is empty if it holds none. It may be `found` itself.
+  using Choose = std::function<std::string(const std::string& found)>;
+
+  // Repairs the name of the profile in the directory `dir`. `listed` is what its file held before; it names the profile
+  // if the file cannot be written. Sets `name` unless the result is gone or failed. All repairs of one object together
+  // wait for locks for one second at most.
+  Result run(const std::string& dir, const std::string& listed, const Choose& choose, std::string& name);
+
+ private:
+  using Clock = FileWriter::Clock;
+  Clock::time_point deadline_ = Clock::time_point::min();  // set by the first repair
+};

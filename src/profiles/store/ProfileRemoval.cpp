@@ -1,0 +1,143 @@
+#include "profiles/store/ProfileRemoval.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <vector>
+
+#include "base/files/DirectoryEntries.h"
+#include "base/files/DirectoryListing.h"
+#include "base/files/FileAccess.h"
+#include "base/files/RemoveTree.h"
+#include "base/text/StringUtils.h"
+#include "command/status/AppStatusCodes.h"
+#include "profiles/store/ProfileStore.h"
+
+using StringUtils::concatenate;
+
+namespace {
+
+constexpr std::string_view deletedPrefix = ".deleted-";
+constexpr int lastNumber = 999999;
+constexpr std::chrono::seconds longestWait(10);
+// These directories of a profile are removed before everything else in it.
+constexpr const char* certificateDirectories[] = {ProfileStore::certificatesDir, "customer-certs", "peer_certs"};
+
+UniqueFd openReal(int from, const char* path) {
+  constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  return UniqueFd(uninterrupted([&] { return ::openat(from, path, flags); }));
+}
+
+bool isAt(int from, const char* path, int fd) {
+  struct stat opened = {};
+  struct stat there = {};
+  return ::fstat(fd, &opened) == 0 && ::fstatat(from, path, &there, AT_SYMLINK_NOFOLLOW) == 0 &&
+         isSameFile(opened, there);
+}
+
+// Removes what an interrupted delete has left: a name file, and the directory if it is empty then. Nothing else.
+void finishDelete(int rootFd, const std::string& name) {
+  const UniqueFd fd = openReal(rootFd, name.c_str());
+  if (!fd.isOpen()) return;
+  (void)::unlinkat(fd.get(), ProfileStore::nameFile, 0);
+  (void)::unlinkat(rootFd, name.c_str(), AT_REMOVEDIR);  // what is still there stays for the administrator
+}
+
+void finishEarlierDeletes(int rootFd) {
+  std::vector<std::string> names;
+  if (!FileUtils::listRealDirectories(rootFd, names).isSuccess()) return;
+  for (const std::string& name : names) {
+    if (StringUtils::startsWith(name, deletedPrefix)) finishDelete(rootFd, name);
+  }
+}
+
+// True if nothing is left but perhaps the name, in a regular file or a link.
+bool isEmptyButForItsName(int fd) {
+  struct stat info = {};
+  if (!FileUtils::holdsOnly(fd, ProfileStore::nameFile)) return false;
+  if (::fstatat(fd, ProfileStore::nameFile, &info, AT_SYMLINK_NOFOLLOW) != 0) return errno == ENOENT;
+  return S_ISREG(info.st_mode) || S_ISLNK(info.st_mode);
+}
+
+enum class Moved { away, elsewhere, unknown, failed };
+
+// Renames the directory out of the store. Sets `to` to its new name.
+Moved moveAway(int rootFd, const std::string& dirname, int fd, std::string& to) {
+  int result = -1;
+  for (int number = 1; result != 0 && number <= lastNumber; ++number) {
+    to = concatenate({deletedPrefix, StringUtils::toString(number)});
+    result = ::renameat2(rootFd, dirname.c_str(), rootFd, to.c_str(), RENAME_NOREPLACE);
+    if (result != 0 && errno != EEXIST && errno != ENOTEMPTY) return Moved::failed;
+  }
+  if (result != 0) return Moved::failed;
+  struct stat opened = {};
+  struct stat moved = {};
+  const bool isKnown = ::fstat(fd, &opened) == 0 && ::fstatat(rootFd, to.c_str(), &moved, AT_SYMLINK_NOFOLLOW) == 0;
+  if (!isKnown) return Moved::unknown;
+  if (isSameFile(opened, moved)) return Moved::away;
+  // Somebody has put another directory in its place: that one goes back.
+  (void)::renameat2(rootFd, to.c_str(), rootFd, dirname.c_str(), RENAME_NOREPLACE);
+  return Moved::elsewhere;
+}
+
+// Everything is removed through the open directory, because its path may lead elsewhere by now.
+void removeCertificates(int fd) {
+  for (const char* directory : certificateDirectories) {
+    if (::unlinkat(fd, directory, 0) == 0) continue;  // a link or a file
+    const UniqueFd opened = openReal(fd, directory);
+    if (opened.isOpen()) FileUtils::emptyStoreDirectory(opened.get(), {});
+    (void)::unlinkat(fd, directory, AT_REMOVEDIR);
+  }
+}
+
+// Without a rename that overwrites nothing, the last steps are not one moment.
+Status removeInPlace(int rootFd, const std::string& dirname, int fd) {
+  if (!isAt(rootFd, dirname.c_str(), fd)) return Status::of(status::profileNotFound);
+  (void)::unlinkat(fd, ProfileStore::nameFile, 0);
+  const bool isGone = ::unlinkat(rootFd, dirname.c_str(), AT_REMOVEDIR) == 0 || errno == ENOENT;
+  return isGone ? Status() : Status::of(status::applicationError);
+}
+
+Status removeOpen(int rootFd, const std::string& dirname, int fd) {
+  removeCertificates(fd);
+  FileUtils::emptyStoreDirectory(fd, ProfileStore::nameFile);
+  if (!isEmptyButForItsName(fd)) return Status::of(status::applicationError);
+  std::string to;
+  switch (moveAway(rootFd, dirname, fd, to)) {
+    case Moved::away:
+      finishDelete(rootFd, to);
+      return Status();
+    case Moved::unknown:
+      return Status();  // it is out of the store; a later delete removes it
+    case Moved::elsewhere:
+      return Status::of(status::profileNotFound);
+    default:
+      return removeInPlace(rootFd, dirname, fd);
+  }
+}
+
+}  // namespace
+
+Status removeProfile(const std::string& dirname) {
+  if (dirname.empty()) return Status::of(status::applicationError);
+  const UniqueFd rootFd = FileUtils::openDirectory(ProfileStore::profilesRoot());
+  if (!rootFd.isOpen()) return Status::of(status::applicationError);
+  finishEarlierDeletes(rootFd.get());
+  const UniqueFd fd = openReal(rootFd.get(), dirname.c_str());
+  if (!fd.isOpen()) {
+    struct stat info = {};
+    if (::fstatat(rootFd.get(), dirname.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+      return errno == ENOENT ? Status() : Status::of(status::applicationError);
+    }
+    const bool isLink = S_ISLNK(info.st_mode) && ::unlinkat(rootFd.get(), dirname.c_str(), 0) == 0;
+    return isLink ? Status() : Status::of(status::applicationError);
+  }
+  if (!lockFile(fd.get(), std::chrono::steady_clock::now() + longestWait)) return Status::of(status::applicationError);
+  if (!isAt(rootFd.get(), dirname.c_str(), fd.get())) return Status::of(status::profileNotFound);
+  return removeOpen(rootFd.get(), dirname, fd.get());
+}
