@@ -98,23 +98,34 @@ TEST_F(HostileLinksTest, NoCommandWritesThroughALinkPlantedInAProfile) {
   }
 }
 
-TEST_F(HostileLinksTest, ALinkInPlaceOfANameFileAffectsNoOtherProfile) {
-  plant(kProfile + "profile_name", kPlace);
-  EXPECT_EQ(runRavctl({"profile", "details", "dir=profile-1"}).out,
-            "status_text: profile not found\nstatus_code: 0x12001001\n");
-  EXPECT_EQ(runRavctl({"service", "status"}).out, "running: false\nhelmsor: false\ntunnel: false\n");
-  EXPECT_EQ(runRavctl({"profile", "details", "dir=profile-2", "--quiet"}).exitStatus, 0);
-  EXPECT_FALSE(host::exists(kPlace));
+TEST_F(HostileLinksTest, APlantedLinkInPlaceOfANameFileIsReplacedByAName) {
+  for (const char* target : {kSecret, kPlace}) {
+    SCOPED_TRACE(target);
+    setScene();
+    plant(kProfile + "profile_name", target);
+    EXPECT_EQ(runRavctl({"service", "status"}).out, "running: false\nhelmsor: false\ntunnel: false\n");
+    EXPECT_EQ(runRavctl({"list", "profiles"}).out,
+              "profile-2\t'harbour'\nprofile-1\t'profile'\ncurrent_name: harbour\n");
+    EXPECT_EQ(host::tree(kProfile), "f 0644 hip.conf \"\"\nf 0640 profile_name \"profile\\n\"\n");
+    expectSecretKept();
+  }
 }
 
-// An edit reads the target of the link and replaces the link by a file with the mode of the target.
-TEST_F(HostileLinksTest, AnEditThroughAPlantedLinkGivesTheOtherUserNoAccess) {
-  host::setMode(kSecret, 04700);
-  plant(kConf, kSecret);
-  EXPECT_EQ(runRavctl(kEdit).exitStatus, 0);
-  EXPECT_EQ(host::readFile(kConf), "secret=1\nmaster_interface=eth0\n");
-  EXPECT_EQ(host::modeOf(kConf), 0700u);
-  EXPECT_NE(asOther("cat " + kConf).exitStatus, 0);
+// The target may be closed by its own mode or by the mode of its directory.
+TEST_F(HostileLinksTest, AnEditDoesNotOpenTheTargetOfAPlantedLink) {
+  for (const mode_t mode : {0644, 0600, 04700}) {
+    for (const char* file : {"hip.conf", "endbox.conf"}) {
+      SCOPED_TRACE(testing::Message() << file << ", " << std::oct << mode);
+      setScene();
+      host::setMode(kSecret, mode);
+      plant(kProfile + file, kSecret);
+      const Outcome outcome = runRavctl({"profile", "modify", "lab", "network=eth0", "log_level=debug"});
+      EXPECT_EQ(outcome.out, "status_text: stdlib error: file open\nstatus_code: 0x14000005\n");
+      EXPECT_THAT(host::tree(kProfile), testing::HasSubstr(std::string("l ") + file + " -> " + kSecret + "\n"));
+      EXPECT_EQ(asOther(std::string("grep -Rl secret=1 ") + host::kProfiles + " /tmp").out, "");
+      EXPECT_EQ(host::modeOf(kSecret), mode);
+    }
+  }
 }
 
 TEST_F(HostileLinksTest, TheTargetOfAForeignLinkInTheTemplateIsNotCopied) {
@@ -129,6 +140,7 @@ TEST_F(HostileLinksTest, TheTargetOfAForeignLinkInTheTemplateIsNotCopied) {
     expectSecretKept();
     host::remove(path + "/theirs");
   }
+  host::giveTo(0, "/etc/zuv/profiles/.factory");
   host::makeLink("/etc/zuv/profiles/.factory/ours", kSecret);
   EXPECT_EQ(runRavctl({"profile", "create", "newer", "helmsor=h", "--quiet"}).out, "profile_name: newer\n");
   EXPECT_EQ(host::readFile("/etc/zuv/profiles/profile-123125/ours"), "secret=1\n");

@@ -1,5 +1,6 @@
 // Each file that the program reads or writes is replaced by a FIFO, a socket, a folder, a device or a link to a device.
-// The program never blocks, and treats each of them as a file that cannot be opened.
+// The program never blocks, and treats each of them as a file that cannot be opened. It replaces a name file that is
+// none.
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
@@ -41,6 +42,9 @@ constexpr const char* kNotFound = "status_text: profile not found\nstatus_code: 
 constexpr const char* kToolFailed = "status_text: child process returned nonzero exit code\nstatus_code: 0x16001001\n";
 constexpr const char* kBareDetails =
     "profile_dir=profile-1\nprofile_name=lab\nnetwork=\ndeviceID=\noverlay_device_ip=\noverlay_mask=\nlog_level=\n";
+constexpr const char* kUnnamed =
+    "profile_dir=profile-1\nprofile_name=profile\nnetwork=\ndeviceID=\noverlay_device_ip=\noverlay_mask=\nlog_level="
+    "\n";
 constexpr const char* kWithNetwork =
     "profile_dir=profile-1\nprofile_name=lab\nnetwork=eth0\ndeviceID=\noverlay_device_ip=\noverlay_mask=\nlog_level=\n";
 
@@ -65,14 +69,14 @@ const Row kRows[] = {
      "profile_name: x\n"},
     {"/etc/zuv/profiles/.factory/extra", {"profile", "create", "x", "helmsor=h", "--quiet"}, "profile_name: x\n"},
     {"/etc/zuv/profiles/.factory/firmware_revision", {"list", "versions"}, "hipapp_version: \nravctl_version: 2.2\n"},
-    {"/etc/zuv/profiles/profile-1",
-     {"profile", "details", "dir=profile-1"},
-     kNotFound,
-     "profile_dir=profile-1\nprofile_name=profile\nnetwork=\ndeviceID=\noverlay_device_ip=\noverlay_mask=\nlog_level="
-     "\n"},
-    {"/etc/zuv/profiles/profile-1/profile_name", {"profile", "details", "dir=profile-1"}, kNotFound},
-    {"/etc/zuv/profiles/profile-1/profile_name", {"list", "profiles"}, kApplicationError},
-    {"/etc/zuv/profiles/profile-1/profile_name", {"list", "log", "lab"}, kApplicationError},
+    {"/etc/zuv/profiles/profile-1", {"profile", "details", "dir=profile-1"}, kNotFound, kUnnamed},
+    // A new name file takes the place of anything but a folder.
+    {"/etc/zuv/profiles/profile-1/profile_name", {"profile", "details", "dir=profile-1"}, kUnnamed, kNotFound},
+    {"/etc/zuv/profiles/profile-1/profile_name",
+     {"list", "profiles"},
+     "profile-1\t'profile'\ncurrent_name: profile\n",
+     kApplicationError},
+    {"/etc/zuv/profiles/profile-1/profile_name", {"list", "log", "lab"}, kNotFound, kApplicationError},
     {"/etc/zuv/profiles/profile-1/hip.conf", {"profile", "details", "lab"}, kBareDetails},
     {"/etc/zuv/profiles/profile-1/hip.conf", {"profile", "modify", "lab", "network=eth0"}, kNotOpened},
     {"/etc/zuv/profiles/profile-1/endbox.conf", {"profile", "details", "lab"}, kBareDetails},
