@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "base/files/FileAccess.h"
+#include "base/files/FilePlace.h"
 #include "base/files/ProgramDirectories.h"
 #include "base/text/StringUtils.h"
 
@@ -56,19 +57,6 @@ UniqueFd openLockFile(int directory, const std::string& name) {
   (void)::umask(old);
   errno = error;
   return fd;
-}
-
-enum class Place { same, another, unknown };
-
-// Checks whether the name still belongs to the file that is open.
-Place lookAt(int directory, const std::string& name, int fd) {
-  struct stat opened = {};
-  struct stat there = {};
-  if (::fstat(fd, &opened) != 0) return Place::unknown;
-  if (::fstatat(directory, name.c_str(), &there, AT_SYMLINK_NOFOLLOW) != 0) {
-    return errno == ENOENT ? Place::another : Place::unknown;
-  }
-  return isSameFile(opened, there) ? Place::same : Place::another;
 }
 
 bool isRegular(int fd) {
@@ -121,7 +109,7 @@ FileLock::Result FileLock::tryOnce(int operation) {
   if (uninterrupted([&] { return ::flock(fd.get(), operation); }) != 0) {
     return errno == EWOULDBLOCK ? Result::busy : Result::unavailable;
   }
-  const Place place = lookAt(directory_.get(), lockName_, fd.get());
+  const Place place = placeOf(fd.get(), directory_.get(), lockName_.c_str());
   if (place != Place::same) return place == Place::another ? Result::busy : Result::unavailable;
   fd_ = std::move(fd);
   lockFile_.mark(markedPath_.c_str());
@@ -132,7 +120,7 @@ FileLock::Result FileLock::tryOnce(int operation) {
 // locked already. A file that another process has put in its place is not removed.
 void FileLock::release() {
   if (!isLocked()) return;
-  if (lookAt(directory_.get(), lockName_, fd_.get()) != Place::another) {
+  if (placeOf(fd_.get(), directory_.get(), lockName_.c_str()) != Place::another) {
     (void)::unlinkat(directory_.get(), lockName_.c_str(), 0);  // if this fails, the next holder uses the same file
   }
   lockFile_.forget();

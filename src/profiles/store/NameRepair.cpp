@@ -5,6 +5,7 @@
 
 #include <cerrno>
 
+#include "base/files/FilePlace.h"
 #include "base/files/WholeFile.h"
 #include "profiles/store/ProfileStore.h"
 
@@ -13,11 +14,8 @@ namespace {
 constexpr std::chrono::seconds longestWait(1);
 constexpr mode_t nameFileMode = 0640;
 
-// Returns true if the path does not lead to the open directory any more. A failure to find that out counts as false.
-bool hasGone(const std::string& dir, const struct stat& opened) {
-  struct stat info = {};
-  if (::lstat(dir.c_str(), &info) != 0) return errno == ENOENT || errno == ENOTDIR;
-  return !isSameFile(info, opened);
+bool hasGone(const StoreFile& directory, const std::string& path) {
+  return placeOf(directory.fd.get(), AT_FDCWD, path.c_str()) == Place::another;
 }
 
 // True if a new regular file may take the place of what could not be opened: a link that is not trusted or leads to a
@@ -51,10 +49,10 @@ NameRepair::Result NameRepair::run(const std::string& dir, const std::string& li
   FileWriter writer;
   if (!openName(writer, directory.fd.get(), deadline_)) {
     const int error = errno;
-    if (error == ENOENT || hasGone(dir, directory.info)) return Result::gone;
+    if (error == ENOENT || hasGone(directory, dir)) return Result::gone;
     return error == EWOULDBLOCK ? Result::notWritten : failure;
   }
-  if (writer.isNew() && hasGone(dir, directory.info)) return Result::gone;
+  if (writer.isNew() && hasGone(directory, dir)) return Result::gone;
   std::string found;
   OpenedFile file;
   const bool isRead = writer.share(file) && FileUtils::readFirstLineFrom(file, found).isSuccess();

@@ -1,5 +1,6 @@
 #include "profiles/store/ProfileControl.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include "base/files/DirectoryListing.h"
 #include "base/files/FileAccess.h"
 #include "base/files/FileInfo.h"
+#include "base/files/FilePlace.h"
 #include "base/text/StringUtils.h"
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
@@ -150,9 +152,10 @@ namespace ProfileControl {
 //   4. stop the daemon, if activation is requested   a failure is dropped
 //   5. write template, name and Helmsor address      the directory with the files written so far; the operation ends
 //   6. write interface and invitation                the profile without them; the next steps still follow
-//   7. make the profile active                       the profile; the daemon is started nevertheless, unless
+//   7. look whether the directory is still there     nothing, because another process has deleted it
+//   8. make the profile active                       the profile; the daemon is started nevertheless, unless
 //                                                    startsOnlyIfActive
-//   8. start the daemon                              the profile
+//   9. start the daemon                              the profile
 Status createProfile(const NewProfile& wanted, CreatedProfile& made) {
   const ConfigLines::EditLimit limit;
   made = CreatedProfile();
@@ -168,6 +171,7 @@ Status createProfile(const NewProfile& wanted, CreatedProfile& made) {
       !ProfileStore::chooseNewName(wish, wanted.allowRename, dirname, name)) {
     return Status::of(status::applicationError);
   }
+  const UniqueFd directory = FileUtils::openDirectory(dir);
   if (wanted.activate && ProfileStore::daemonMayRun()) {
     // A failed stop is deliberately not reported: the status is that of making the profile and of the start.
     (void)runBackendOperation(wanted.initSystem, &SystemSpecificImpl::stop);
@@ -175,6 +179,10 @@ Status createProfile(const NewProfile& wanted, CreatedProfile& made) {
   Status filled = fillDirectory(wanted, name, dir, dirname);
   if (!filled.isSuccess()) return filled;
   Status first = configure(wanted, dirname);
+  if (placeOf(directory.get(), AT_FDCWD, dir.c_str()) == Place::another) {
+    keepFirstFailure(first, Status::of(status::applicationError));
+    return first;
+  }
   if (wanted.activate) made.isStartTried = makeActiveAndStart(wanted, dirname, first);
   if (first.isSuccess()) {
     made.name = name;

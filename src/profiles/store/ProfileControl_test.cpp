@@ -433,6 +433,27 @@ TEST_F(CreateTest, AFailedWriteOfNameOrAddressSkipsTheLaterStepsAndAFailedEditSk
   for (const Creation& c : cases) expectCreation(c, everything("lab"));
 }
 
+TEST_F(CreateTest, AProfileThatAnotherProcessDeletesMeanwhileIsAFailureAndIsNeverActivated) {
+  for (const bool isMoved : {false, true}) {
+    SCOPED_TRACE(isMoved);
+    host::reset();
+    host::installRecorder(kSystemctl, kCalls);
+    FaultPlan plan = {0, false, 0, {"fstatat"}};
+    plan.before = [isMoved](std::size_t) {
+      const std::string address = kMade + "/mapconfig.static"s;
+      if (!host::exists(address) || host::readFile(address).empty()) return;
+      isMoved ? (void)::rename(kMade, "/etc/zuv/moved") : host::remove(kMade);
+    };
+    NewProfile wanted = wish("lab");
+    wanted.activate = true;
+    CreatedProfile made;
+    const ArmedFaults armed(plan);
+    EXPECT_THAT(ProfileControl::createProfile(wanted, made), HasCode(status::applicationError));
+    EXPECT_EQ(host::recordedCalls(), "");
+    EXPECT_FALSE(host::exists(host::kCurrent));
+  }
+}
+
 // --- Create: activation
 
 class CreateActiveTest : public ProfileControlTest {

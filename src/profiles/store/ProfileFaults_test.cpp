@@ -222,14 +222,16 @@ const Operation kOperations[] = {
      {{host::kCurrent, 0666, {"profile-1\n"}, {"profile-123123\n", "profile-123124\n"}}},
      "systemctl stop hip\nsystemctl start hip\n",
      "mkdir chmod " + list(6) + kReadFile + "close " +  // create the directory, list the store to choose a name
+         "openat " +                                    // open the new directory
          times(2, kReadFile) + "fork waitpid " +        // read marker and heartbeat, stop the daemon
          "openat " + kWriteNewFile +                    // find no template, write the name
          "mkdir chmod openat " + kWriteNewFile +        // find no certificates, write the Helmsor address
+         "fstat fstatat " +                             // see that the directory is still there
          kWriteLongerFile + "chmod fork waitpid " +     // write the marker, start the daemon
          times(3, kReadFile) + "openat " +              // read the name, and the marker twice; find no heartbeat
          "openat getifaddrs " +                         // find no interface; read the interfaces
          "openat fstatat openat openat openat " +       // find no device_id, device_ip, device_mask and invitation
-         kReadFile + "openat openat "},                 // read the Helmsor address; find neither level
+         kReadFile + "openat openat close "},           // read the Helmsor address; find neither level
     {"modifying",
      [] {
        makeTwoProfiles();
@@ -431,14 +433,15 @@ TEST_F(ProfileFaultsTest, AFaultDuringACreationLeavesTheOldStoreAndOnlyWholeFile
   EXPECT_EQ(fault_loop::run(loop, {}, createLab),
             wordsOf("mkdir chmod " +                                   // create the directory
                     list(7) + kReadFile + "close " +                   // list the store to choose a name
-                    list(5) + kCopyFile + "close " +                   // copy the template
+                    "openat " + list(5) + kCopyFile + "close " +       // open the directory, copy the template
                     kWriteNewFile +                                    // write the name
                     "mkdir chmod " + list(4) + kCopyFile + "close " +  // create ca-certs, copy the certificates
                     kWriteNewFile + kEditFile + kEditMissingFile +     // write address, interface, invitation
+                    "fstat fstatat " +                                 // see that the directory is still there
                     times(3, kReadFile) + "getifaddrs " +              // read name, marker and interfaces
                     "openat fstatat " +                                // find no device_id
                     // Read device_ip, device_mask, invitation, Helmsor address and the two levels.
-                    times(6, kReadFile)));
+                    times(6, kReadFile) + "close "));
 }
 
 TEST_F(ProfileFaultsTest, IfStatFailsNoTemplateFileIsSilentlyLeftOut) {

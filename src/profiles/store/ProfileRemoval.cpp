@@ -13,6 +13,7 @@
 #include "base/files/DirectoryEntries.h"
 #include "base/files/DirectoryListing.h"
 #include "base/files/FileAccess.h"
+#include "base/files/FilePlace.h"
 #include "base/files/RemoveTree.h"
 #include "base/text/StringUtils.h"
 #include "command/status/AppStatusCodes.h"
@@ -31,13 +32,6 @@ constexpr const char* certificateDirectories[] = {ProfileStore::certificatesDir,
 UniqueFd openReal(int from, const char* path) {
   constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
   return UniqueFd(uninterrupted([&] { return ::openat(from, path, flags); }));
-}
-
-bool isAt(int from, const char* path, int fd) {
-  struct stat opened = {};
-  struct stat there = {};
-  return ::fstat(fd, &opened) == 0 && ::fstatat(from, path, &there, AT_SYMLINK_NOFOLLOW) == 0 &&
-         isSameFile(opened, there);
 }
 
 // Removes what an interrupted delete has left: a name file, and the directory if it is empty then. Nothing else.
@@ -75,14 +69,12 @@ Moved moveAway(int rootFd, const std::string& dirname, int fd, std::string& to) 
     if (result != 0 && errno != EEXIST && errno != ENOTEMPTY) return Moved::failed;
   }
   if (result != 0) return Moved::failed;
-  struct stat opened = {};
-  struct stat moved = {};
-  const bool isKnown = ::fstat(fd, &opened) == 0 && ::fstatat(rootFd, to.c_str(), &moved, AT_SYMLINK_NOFOLLOW) == 0;
-  if (!isKnown) return Moved::unknown;
-  if (isSameFile(opened, moved)) return Moved::away;
-  // Somebody has put another directory in its place: that one goes back.
-  (void)::renameat2(rootFd, to.c_str(), rootFd, dirname.c_str(), RENAME_NOREPLACE);
-  return Moved::elsewhere;
+  const Place place = placeOf(fd, rootFd, to.c_str());
+  if (place != Place::another) return place == Place::same ? Moved::away : Moved::unknown;
+  // Somebody has put another directory in its place: that one goes back. If nothing is there, another delete has
+  // removed what this one has moved.
+  result = ::renameat2(rootFd, to.c_str(), rootFd, dirname.c_str(), RENAME_NOREPLACE);
+  return result != 0 && errno == ENOENT ? Moved::unknown : Moved::elsewhere;
 }
 
 // Everything is removed through the open directory, because its path may lead elsewhere by now.
@@ -97,7 +89,7 @@ void removeCertificates(int fd) {
 
 // Without a rename that overwrites nothing, the last steps are not one moment.
 Status removeInPlace(int rootFd, const std::string& dirname, int fd) {
-  if (!isAt(rootFd, dirname.c_str(), fd)) return Status::of(status::profileNotFound);
+  if (placeOf(fd, rootFd, dirname.c_str()) != Place::same) return Status::of(status::profileNotFound);
   (void)::unlinkat(fd, ProfileStore::nameFile, 0);
   const bool isGone = ::unlinkat(rootFd, dirname.c_str(), AT_REMOVEDIR) == 0 || errno == ENOENT;
   return isGone ? Status() : Status::of(status::applicationError);
@@ -138,6 +130,6 @@ Status removeProfile(const std::string& dirname) {
     return isLink ? Status() : Status::of(status::applicationError);
   }
   if (!lockFile(fd.get(), std::chrono::steady_clock::now() + longestWait)) return Status::of(status::applicationError);
-  if (!isAt(rootFd.get(), dirname.c_str(), fd.get())) return Status::of(status::profileNotFound);
+  if (placeOf(fd.get(), rootFd.get(), dirname.c_str()) != Place::same) return Status::of(status::profileNotFound);
   return removeOpen(rootFd.get(), dirname, fd.get());
 }

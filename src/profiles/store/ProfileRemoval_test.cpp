@@ -100,6 +100,16 @@ TEST_F(ProfileRemovalTest, AfterTheRenameADeleteIsASuccessWhateverIsLeft) {
   EXPECT_EQ(store(), "d 0755 .deleted-1\nf 0644 .deleted-1/late \"written meanwhile\"\n");
 }
 
+TEST_F(ProfileRemovalTest, ADeleteThatAnotherOneFinishesIsASuccess) {
+  prepare();
+  FaultPlan plan;
+  plan.calls = {"fstatat"};
+  plan.before = [](std::size_t) { host::remove(kLeftover); };
+  const ArmedFaults armed(plan);
+  EXPECT_THAT(removeIt(), HasCode(status::success));
+  EXPECT_EQ(store(), "");
+}
+
 TEST_F(ProfileRemovalTest, ALaterDeleteRemovesTheNameAndTheEmptyDirectoryOfAnEarlierOneAndNothingElse) {
   prepare();
   host::writeFile("/etc/zuv/profiles/.deleted-1/profile_name", "old");
