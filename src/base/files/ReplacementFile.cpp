@@ -11,12 +11,17 @@
 #include <thread>
 #include <utility>
 
+#include "base/files/FileAccess.h"
+#include "base/files/FilePlace.h"
 #include "base/system/Uninterrupted.h"
 #include "base/text/StringUtils.h"
 
 namespace {
 
 constexpr mode_t newFileMode = 0600;
+constexpr std::chrono::seconds longestWaitForDirectory(1);
+
+bool isOfEditors(uid_t owner) { return owner == 0 || owner == ::geteuid(); }
 
 // True if the lock was taken or if the file system has none. False if another process holds it.
 bool tryLock(int fd) { return ::flock(fd, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK; }
@@ -48,20 +53,15 @@ Status ReplacementFile::make(const std::string& path, Clock::time_point deadline
   return Status::of(attempt == Attempt::made ? status::success : status::openError);
 }
 
-// True if the name belongs to the open file.
-bool ReplacementFile::isOurs(int fd) const {
-  struct stat opened = {};
-  struct stat there = {};
-  return ::fstat(fd, &opened) == 0 && ::fstatat(directory(), newName_.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 &&
-         isSameFile(opened, there);
-}
+// True if the name of the new file belongs to the open file.
+bool ReplacementFile::isAtName(int fd) const { return placeOf(fd, directory(), newName_.c_str()) == Place::same; }
 
 ReplacementFile::Attempt ReplacementFile::tryOnce() {
   constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
   UniqueFd fd(uninterrupted([&] { return ::openat(directory(), newName_.c_str(), flags, newFileMode); }));
   if (!fd.isOpen()) return errno == EEXIST ? makeWay() : Attempt::failed;
   if (!tryLock(fd.get())) return Attempt::busy;  // somebody takes it for left over
-  if (!isOurs(fd.get())) return Attempt::again;
+  if (!isAtName(fd.get())) return Attempt::again;
   lock_.reset(::fcntl(fd.get(), F_DUPFD_CLOEXEC, 0));
   fd_ = std::move(fd);
   isMade_ = true;
@@ -73,40 +73,61 @@ ReplacementFile::Attempt ReplacementFile::tryOnce() {
 
 // Removes what lies in the way, unless an editor is at work on it.
 ReplacementFile::Attempt ReplacementFile::makeWay() {
-  constexpr int flags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-  const UniqueFd fd(uninterrupted([&] { return ::openat(directory(), newName_.c_str(), flags); }));
+  constexpr int alwaysFlags = O_NOFOLLOW | O_CLOEXEC;
+  const auto open = [&](int flags) {
+    return UniqueFd(uninterrupted([&] { return ::openat(directory(), newName_.c_str(), flags | alwaysFlags); }));
+  };
+  const UniqueFd found = open(O_PATH);
   struct stat info = {};
-  const bool isEditors = fd.isOpen() && ::fstat(fd.get(), &info) == 0 && S_ISREG(info.st_mode) &&
-                         (info.st_uid == 0 || info.st_uid == ::geteuid());
-  if (isEditors && !tryLock(fd.get())) return Attempt::busy;
-  if (isEditors && !isOurs(fd.get())) return Attempt::again;
+  if (!found.isOpen() || ::fstat(found.get(), &info) != 0) return errno == ENOENT ? Attempt::again : Attempt::failed;
+  UniqueFd fd;
+  if (S_ISREG(info.st_mode) && isOfEditors(info.st_uid)) fd = open(O_RDONLY | O_NONBLOCK | O_NOCTTY);
+  if (fd.isOpen() && !tryLock(fd.get())) return Attempt::busy;
+  UniqueFd directoryLock = fd.isOpen() ? UniqueFd() : lockDirectory();
+  if (!isAtName(found.get())) return Attempt::again;
   if (::unlinkat(directory(), newName_.c_str(), 0) == 0 || errno == ENOENT) return Attempt::again;
   return Attempt::failed;
 }
 
-// Another user's editor may have removed this file because it could not see the lock, and may be writing its own.
+UniqueFd ReplacementFile::openDirectory() const {
+  return UniqueFd(uninterrupted([&] { return ::openat(directory(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+}
+
+// If the lock cannot be had, the descriptor is returned without it.
+UniqueFd ReplacementFile::lockDirectory() const {
+  UniqueFd fd = openDirectory();
+  if (fd.isOpen()) (void)lockFile(fd.get(), Clock::now() + longestWaitForDirectory);
+  return fd;
+}
+
+bool ReplacementFile::giveTo(uid_t owner, gid_t group) {
+  if (!isOfEditors(owner)) directoryLock_ = lockDirectory();
+  return ::fchown(fd_.get(), owner, group) == 0;
+}
+
+// Another editor may have removed this file, because it could not see the lock, and may be writing its own.
 bool ReplacementFile::replaceOld() {
-  if (!isMade_ || !isOurs(lock_.get())) return false;
+  if (!isMade_ || !isAtName(lock_.get())) return false;
   if (::renameat(directory(), newName_.c_str(), directory(), oldName_.c_str()) != 0) return false;
   isMade_ = false;
   leftover_.forget();
   // The rename has happened and cannot be undone, so a failure to sync it does not count.
-  const UniqueFd fd(uninterrupted([&] { return ::openat(directory(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-  if (fd.isOpen()) (void)::fsync(fd.get());
+  if (!directoryLock_.isOpen()) directoryLock_ = openDirectory();
+  if (directoryLock_.isOpen()) (void)::fsync(directoryLock_.get());
+  directoryLock_.reset();
   lock_.reset();
   return true;
 }
 
 void ReplacementFile::remove() {
-  struct stat opened = {};
-  struct stat there = {};
   const int fd = lock_.isOpen() ? lock_.get() : fd_.get();
-  const bool isKnown = isMade_ && ::fstat(fd, &opened) == 0 &&
-                       ::fstatat(directory(), newName_.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0;
   // Another editor's file stays. A failure to find that out does not count.
-  if (isMade_ && (!isKnown || isSameFile(opened, there))) (void)::unlinkat(directory(), newName_.c_str(), 0);
+  if (isMade_ && placeOf(fd, directory(), newName_.c_str()) != Place::another) {
+    (void)::unlinkat(directory(), newName_.c_str(), 0);
+  }
   isMade_ = false;
   leftover_.forget();
   fd_.reset();
+  directoryLock_.reset();
   lock_.reset();
 }

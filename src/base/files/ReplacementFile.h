@@ -14,7 +14,13 @@
 // two editors ever write one file, whatever becomes of lock files elsewhere. What is no regular file, or belongs
 // neither to root nor to our own user, is removed at once. On a file system without locks an old file of that name is
 // removed at once.
+//   An editor gives its file to the owner of the old one at last, and from then on other editors would remove it. So it
+// first takes the flock of the directory and holds it until the rename; and whoever removes a file of that name without
+// its lock takes the lock of the directory first. Everybody who may open the directory can hold that lock, so both wait
+// for it for one second at most and then go on without it.
 #pragma once
+
+#include <sys/types.h>
 
 #include <chrono>
 #include <string>
@@ -43,6 +49,9 @@ class ReplacementFile {
   int directory() const { return directory_.fd.get(); }
   const std::string& oldName() const { return oldName_; }
 
+  // Changes the owner and the group of the new file. Returns false, with errno set, if that fails. Call it at most
+  // once, when the content is complete.
+  bool giveTo(uid_t owner, gid_t group);
   // Closes the descriptor; the lock is held on. Returns false if that fails.
   bool closeToWrite() { return fd_.close(); }
   // Renames the new file over the old one, syncs the directory and releases the lock. Returns false, and leaves the old
@@ -55,7 +64,9 @@ class ReplacementFile {
   enum class Attempt { made, busy, again, failed };
   Attempt tryOnce();
   Attempt makeWay();
-  bool isOurs(int fd) const;
+  bool isAtName(int fd) const;
+  UniqueFd openDirectory() const;
+  UniqueFd lockDirectory() const;
 
   StoreFile directory_;
   std::string oldName_;
@@ -63,6 +74,7 @@ class ReplacementFile {
   std::string newPath_;
   UniqueFd fd_;
   UniqueFd lock_;  // the same open file, so it has the same lock
+  UniqueFd directoryLock_;
   bool isMade_ = false;
   Leftover leftover_;
 };

@@ -96,6 +96,62 @@ TEST_F(ReplacementFileTest, AStrangersFileIsRemovedAtOnceEvenIfItIsLocked) {
   EXPECT_THAT(file.make(kFile, in(5000)), HasCode(status::success));
 }
 
+TEST_F(ReplacementFileTest, AnEditorThatHasGivenItsFileToAStrangerIsWaitedForUntilItsRename) {
+  SKIP_WITHOUT_OTHER_USERS();
+  host::writeFile(kFile, "old");
+  ReplacementFile first;
+  ASSERT_THAT(first.make(kFile, in(5000)), HasCode(status::success));
+  write(first, "first");
+  ASSERT_TRUE(first.giveTo(kStranger, kStranger));
+  ASSERT_TRUE(first.closeToWrite());
+  std::thread end([&] {
+    std::this_thread::sleep_for(milliseconds(50));
+    EXPECT_TRUE(first.replaceOld());
+  });
+  ReplacementFile second;
+  EXPECT_THAT(second.make(kFile, in(5000)), HasCode(status::success));
+  end.join();
+  EXPECT_EQ(host::readFile(kFile), "first");
+  EXPECT_EQ(host::readFile(kNew), "");
+  struct stat info = {};
+  ASSERT_EQ(::stat(kFile, &info), 0);
+  EXPECT_EQ(info.st_uid, kStranger);
+}
+
+TEST_F(ReplacementFileTest, ADirectoryThatStaysLockedDelaysARemovalAndANewOwnerByOneSecondEach) {
+  SKIP_WITHOUT_OTHER_USERS();
+  host::writeFile(kNew, "his");
+  host::giveTo(kStranger, kNew);
+  const UniqueFd lock = lockOf("/etc/zuv");
+  auto start = Clock::now();
+  ReplacementFile file;
+  EXPECT_THAT(file.make(kFile, in(5000)), HasCode(status::success));
+  EXPECT_GE(Clock::now() - start, milliseconds(1000));
+  EXPECT_LT(Clock::now() - start, milliseconds(3000));
+  start = Clock::now();
+  EXPECT_TRUE(file.giveTo(kStranger, kStranger));
+  EXPECT_GE(Clock::now() - start, milliseconds(1000));
+  EXPECT_LT(Clock::now() - start, milliseconds(3000));
+  EXPECT_TRUE(file.replaceOld());
+}
+
+TEST_F(ReplacementFileTest, AFileThatTakesTheNameWhileTheDirectoryIsLockedStays) {
+  SKIP_WITHOUT_OTHER_USERS();
+  host::writeFile(kNew, "his");
+  host::giveTo(kStranger, kNew);
+  FaultPlan plan;
+  plan.calls = {"flock"};
+  plan.before = [](std::size_t call) {
+    if (call != 1) return;
+    host::remove(kNew);
+    host::writeFile(kNew, "an editor's");
+  };
+  const ArmedFaults armed(plan);
+  ReplacementFile file;
+  EXPECT_THAT(file.make(kFile, Clock::now()), HasCode(status::openError)) << "a start over needs time";
+  EXPECT_EQ(host::readFile(kNew), "an editor's");
+}
+
 TEST_F(ReplacementFileTest, AnEditorAtWorkIsWaitedForUntilTheDeadline) {
   ReplacementFile first;
   ASSERT_THAT(first.make(kFile, in(5000)), HasCode(status::success));

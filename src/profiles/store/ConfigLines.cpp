@@ -221,9 +221,8 @@ bool LineEditor::copyOwnerAndMode() {
   const bool hasOld = S_ISREG(old_.info.st_mode);
   // The path may be a link to another user's program; no second set-user-ID program is created.
   const mode_t mode = hasOld ? old_.info.st_mode & 0777 : newFileMode;
-  // A failure is dropped: the owner is kept only where the system allows. A cast to void would still be a warning in
-  // the hardened build.
-  [[maybe_unused]] const int owner = hasOld ? ::fchown(new_.fd(), old_.info.st_uid, old_.info.st_gid) : 0;
+  // A failure is dropped: the owner is kept only where the system allows.
+  if (hasOld) (void)new_.giveTo(old_.info.st_uid, old_.info.st_gid);
   if (::fchmod(new_.fd(), mode) == 0) return true;
   if (::fstat(new_.fd(), &made) == 0 && (made.st_mode & 07777) == mode) return true;
   return fail(status::chmodError);
