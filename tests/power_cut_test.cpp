@@ -28,10 +28,11 @@ constexpr const char* kAfter = "/run/after";  // the mount point of a cut image
 
 // The calls that change files or write changes to the disk.
 constexpr long kChanging[] = {
-    SYS_openat, SYS_write,  SYS_pwrite64,  SYS_ftruncate, SYS_fallocate, SYS_fchmod,  SYS_fchmodat,
-    SYS_fchown, SYS_fsync,  SYS_fdatasync, SYS_renameat2, SYS_unlinkat,  SYS_mkdirat, SYS_fchownat,
+    SYS_openat,    SYS_write,        SYS_pwrite64,  SYS_ftruncate, SYS_fallocate, SYS_fchmod,  SYS_fchmodat,
+    SYS_fchown,    SYS_fsync,        SYS_fdatasync, SYS_renameat2, SYS_unlinkat,  SYS_mkdirat, SYS_fchownat,
+    SYS_fsetxattr, SYS_fremovexattr,
 #ifdef SYS_open
-    SYS_open,   SYS_rename, SYS_unlink,    SYS_mkdir,     SYS_rmdir,     SYS_chmod,   SYS_chown,
+    SYS_open,      SYS_rename,       SYS_unlink,    SYS_mkdir,     SYS_rmdir,     SYS_chmod,   SYS_chown,
 #endif
 };
 

@@ -102,6 +102,11 @@ WRAP(int, -1, fchmod, (int fd, mode_t mode), (fd, mode))
 WRAP(int, -1, fchmodat, (int at, const char* path, mode_t mode, int flags), (at, path, mode, flags))
 WRAP(int, -1, chown, (const char* path, uid_t uid, gid_t gid), (path, uid, gid))
 WRAP(int, -1, fchown, (int fd, uid_t uid, gid_t gid), (fd, uid, gid))
+WRAP(ssize_t, -1, flistxattr, (int fd, char* to, std::size_t size), (fd, to, size))
+WRAP(ssize_t, -1, fgetxattr, (int fd, const char* name, void* to, std::size_t size), (fd, name, to, size))
+WRAP(int, -1, fsetxattr, (int fd, const char* name, const void* from, std::size_t size, int flags),
+     (fd, name, from, size, flags))
+WRAP(int, -1, fremovexattr, (int fd, const char* name), (fd, name))
 
 WRAP(int, -1, mkdir, (const char* path, mode_t mode), (path, mode))
 WRAP(int, -1, mkdirat, (int at, const char* path, mode_t mode), (at, path, mode))

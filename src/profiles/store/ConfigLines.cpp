@@ -9,6 +9,7 @@
 #include <chrono>
 #include <optional>
 
+#include "base/files/FileAttributes.h"
 #include "base/files/FileLock.h"
 #include "base/system/RawWrite.h"
 #include "base/text/StringUtils.h"
@@ -173,13 +174,13 @@ void LineEditor::writeLine(std::string_view text) {
 
 // The order of steps:
 //   1. write the remainder of the new content
-//   2. set owner and mode
+//   2. set owner, attributes and mode
 //   3. sync the new file to the device
 //   4. rename it over the old file
 //   5. sync the directory
 // A failure in steps 1 to 4 leaves the old file unchanged and removes the new one.
 Status LineEditor::commit() {
-  const bool isReady = status_.isSuccess() && flush() && copyOwnerAndMode() && syncToDevice();
+  const bool isReady = status_.isSuccess() && flush() && setMode() && syncToDevice();
   if (isReady && !new_.replaceOld()) fail(status::renameError);
   Status result = status_;
   discard();
@@ -215,14 +216,26 @@ bool LineEditor::flush() {
   return good || fail(status::writeError);
 }
 
-// The owner comes first, because the system may clear mode bits when the owner changes.
-bool LineEditor::copyOwnerAndMode() {
+// Returns the mode that the new file may have. The owner comes first, because the system may clear mode bits when the
+// owner changes. The path may be a link to another user's program; no second set-user-ID program is created. The mode
+// is read again after the access list, so that the two cannot add up to more than the old file ever allowed.
+mode_t LineEditor::copyOwnerAndAttributes() {
   struct stat made = {};
-  const bool hasOld = S_ISREG(old_.info.st_mode);
-  // The path may be a link to another user's program; no second set-user-ID program is created.
-  const mode_t mode = hasOld ? old_.info.st_mode & 0777 : newFileMode;
-  // A failure is dropped: the owner is kept only where the system allows.
-  if (hasOld) (void)new_.giveTo(old_.info.st_uid, old_.info.st_gid);
+  struct stat now = {};
+  const auto hasOwner = [this](const struct stat& info) {
+    return info.st_uid == old_.info.st_uid && info.st_gid == old_.info.st_gid;
+  };
+  const bool isOwnerKept =
+      new_.giveTo(old_.info.st_uid, old_.info.st_gid) || (::fstat(new_.fd(), &made) == 0 && hasOwner(made));
+  const bool isListKept = copyFileAttributes(old_.fd.get(), new_.fd(), isOwnerKept);
+  const bool isModeKnown = ::fstat(old_.fd.get(), &now) == 0;
+  const mode_t mode = old_.info.st_mode & (isModeKnown ? now.st_mode : S_IRWXU) & 0777;
+  return isOwnerKept && isListKept ? mode : mode & S_IRWXU;
+}
+
+bool LineEditor::setMode() {
+  struct stat made = {};
+  const mode_t mode = S_ISREG(old_.info.st_mode) ? copyOwnerAndAttributes() : newFileMode;
   if (::fchmod(new_.fd(), mode) == 0) return true;
   if (::fstat(new_.fd(), &made) == 0 && (made.st_mode & 07777) == mode) return true;
   return fail(status::chmodError);

@@ -76,9 +76,14 @@ Status removeKey(const std::string& path, const std::string& key);
 //
 // The editor keeps its first failure: from then on it reads and writes nothing, and commit returns that failure.
 // On disk: the editor writes the new content to a ReplacementFile, `path` + ".temp", which it makes before it opens the
-// old file. The new file gets the owner of the old one where the system allows, and its nine permission bits. Without
-// an old file it gets mode 0644. Other processes: the lock of the new file keeps other editors away; the editor waits
-// for them until `deadline`.
+// old file. The new file gets the owner of the old one, exactly its extended attributes (access lists, labels), and its
+// nine permission bits, in this order; until then its mode is 0600. If the owner, the group or the access list cannot
+// be kept, it loses the bits of group and others, so that an edit opens a file to nobody. Any other attribute that
+// cannot be kept is no failure. Without an old file it gets mode 0644 and what the system lets it inherit from the
+// directory.
+// Other processes: the lock of the new file keeps other editors away; the editor waits for them until `deadline`. If
+// somebody changes the mode of the old file during the edit, the new one gets the bits that are set both before and
+// after.
 class LineEditor {
  public:
   using Clock = ReplacementFile::Clock;
@@ -100,10 +105,10 @@ class LineEditor {
   // Writes `text` and a newline. If the line written before has no newline yet, writes that first.
   void writeLine(std::string_view text);
 
-  // Replaces the old file by the new content: sets owner and mode, syncs the new file to the device, then renames it.
-  // Statuses: the first failure of "invalid argument" (empty path), "file open" (the old file exists but cannot be
-  // opened, or the temporary file cannot be created), "file read", "file write" (also if only the sync or the close
-  // fails), "chmod", "rename". A second commit, or one after discard, returns "file write".
+  // Replaces the old file by the new content: sets owner, attributes and mode, syncs the new file to the device, then
+  // renames it. Statuses: the first failure of "invalid argument" (empty path), "file open" (the old file exists but
+  // cannot be opened, or the temporary file cannot be created), "file read", "file write" (also if only the sync or the
+  // close fails), "chmod", "rename". A second commit, or one after discard, returns "file write".
   Status commit();
 
   // Returns the first failure so far, or success.
@@ -117,7 +122,8 @@ class LineEditor {
   void write(std::string_view bytes);
   void leaveHole(off_t size);
   bool flush();
-  bool copyOwnerAndMode();
+  mode_t copyOwnerAndAttributes();
+  bool setMode();
   bool syncToDevice();
 
   Status status_;

@@ -18,6 +18,7 @@
 #include "base/files/ProgramDirectories.h"
 #include "base/system/Leftover.h"
 #include "testing/faults/FaultInjector.h"
+#include "testing/run/AccessLists.h"
 #include "testing/run/HostTest.h"
 
 namespace {
@@ -324,6 +325,132 @@ TEST_F(ConfigLinesTest, TheOwnerOfTheOldFileIsKept) {
   EXPECT_EQ(info.st_mode & 07777, 0640u);
 }
 
+constexpr const char* kListed = "/tmp/listed/hip.conf";
+
+Status setListedKey() { return ConfigLines::setKeys(kListed, {{"key", "2"}}); }
+
+// Makes a directory whose new files inherit an access list, and an old file in it without a list.
+void makeListedDirectory() {
+  host::remove("/tmp/listed");
+  host::writeFile(kListed, "key=1\n", 0640);
+  setAttribute("/tmp/listed", kDefaultList, accessList({6, 7, 7}));
+}
+
+TEST_F(ConfigLinesTest, AnEditKeepsTheAccessListAndItsMaskAndTheFileInheritsNone) {
+  makeListedDirectory();
+  EXPECT_THAT(setListedKey(), HasCode(status::success));
+  EXPECT_EQ(attributeOf(kListed, kAccessList), "(none)");
+  EXPECT_EQ(host::modeOf(kListed), 0640u);
+  for (const AccessOf& access : {AccessOf{6, 6, 0}, AccessOf{6, 4, 4}, AccessOf{4, 0, 0}}) {
+    makeListedDirectory();
+    setAttribute(kListed, kAccessList, accessList(access));
+    const mode_t mode = host::modeOf(kListed);
+    EXPECT_THAT(setListedKey(), HasCode(status::success));
+    EXPECT_EQ(host::readFile(kListed), "key=2\n");
+    EXPECT_EQ(attributeOf(kListed, kAccessList), accessList(access));
+    EXPECT_EQ(host::modeOf(kListed), mode);
+  }
+}
+
+TEST_F(ConfigLinesTest, ANewFileInheritsTheAccessListOfItsDirectory) {
+  makeListedDirectory();
+  host::remove(kListed);
+  EXPECT_THAT(setListedKey(), HasCode(status::success));
+  EXPECT_EQ(attributeOf(kListed, kAccessList), accessList({6, 4, 4}));
+  EXPECT_EQ(host::modeOf(kListed), 0644u);
+}
+
+TEST_F(ConfigLinesTest, AnEditKeepsOtherAttributesWhereTheSystemAllows) {
+  SKIP_WITHOUT_OTHER_USERS();
+  for (const bool isKept : {true, false}) {
+    host::writeFile(kFile, "key=1\n", 0644);
+    setAttribute(kFile, kNote, "note");
+    const ArmedFaults armed({isKept ? 0u : 1u, false, EPERM, {"fsetxattr"}});
+    EXPECT_THAT(setKey(), HasCode(status::success));
+    EXPECT_EQ(host::readFile(kFile), "key=2\n");
+    EXPECT_EQ(attributeOf(kFile, kNote), isKept ? "note" : "(none)");
+    EXPECT_EQ(host::modeOf(kFile), 0644u);
+  }
+}
+
+TEST_F(ConfigLinesTest, IfTheAccessListIsNotKeptTheModeLosesTheBitsOfGroupAndOthers) {
+  const struct {
+    const char* why;
+    AccessOf access;  // without a mask: no list
+    FaultPlan plan;
+    mode_t mode;
+  } cases[] = {
+      {"it cannot be read", {6, 6, 4}, {1, false, EIO, {"fgetxattr"}}, 0600},
+      {"it cannot be set", {6, 6, 4}, {1, false, ENOSPC, {"fsetxattr"}}, 0600},
+      {"the attributes of the old file cannot be listed", {6, 6, 4}, {1, false, E2BIG, {"flistxattr"}}, 0600},
+      {"those of the new file cannot be listed", {6, 6, 4}, {2, false, EIO, {"flistxattr"}}, 0600},
+      {"an inherited one cannot be removed", {}, {1, false, EPERM, {"fremovexattr"}}, 0600},
+      {"the file system has none", {}, {1, true, ENOTSUP, {"flistxattr"}}, 0640},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    makeListedDirectory();
+    if (c.access.mask != 0) setAttribute(kListed, kAccessList, accessList(c.access));
+    const ArmedFaults armed(c.plan);
+    EXPECT_THAT(setListedKey(), HasCode(status::success));
+    EXPECT_EQ(host::readFile(kListed), "key=2\n");
+    EXPECT_EQ(host::modeOf(kListed), c.mode);
+  }
+}
+
+TEST_F(ConfigLinesTest, IfTheOwnerOrTheGroupIsNotKeptTheModeLosesTheBitsOfGroupAndOthers) {
+  SKIP_WITHOUT_OTHER_USERS();
+  const std::pair<uid_t, gid_t> owners[] = {{1234, 0}, {0, 2345}, {1234, 2345}};
+  for (const auto& [user, group] : owners) {
+    for (const bool hasList : {false, true}) {
+      SCOPED_TRACE(testing::Message() << user << ':' << group << (hasList ? ", with a list" : ""));
+      host::writeFile(kFile, "key=1\n", 0664);
+      if (hasList) setAttribute(kFile, kAccessList, accessList({6, 6, 4}));
+      ASSERT_EQ(::chown(kFile, user, group), 0);
+      FaultPlan plan{1, false, EPERM, {"fchown", "fchmod"}};
+      plan.before = [](std::size_t call) {
+        if (call != 2) return;
+        EXPECT_EQ(host::modeOf(kTemporary), 0600u) << "the list opens it to nobody either";
+      };
+      const ArmedFaults armed(plan);
+      EXPECT_THAT(setKey(), HasCode(status::success));
+      EXPECT_EQ(host::modeOf(kFile), 0600u);
+      EXPECT_EQ(attributeOf(kFile, kAccessList), hasList ? accessList({6, 0, 0}) : "(none)");
+      host::remove(kFile);
+    }
+  }
+}
+
+TEST_F(ConfigLinesTest, AFileThatIsClosedDuringAnEditStaysClosed) {
+  const struct {
+    const char* why;
+    std::function<void()> close;
+    mode_t mode;
+  } cases[] = {
+      {"by its mode", [] { host::setMode(kFile, 0600); }, 0600},
+      // The mask of the removed list would become the bits of the group.
+      {"by removing its list",
+       [] {
+         ASSERT_EQ(::removexattr(kFile, kAccessList), 0);
+         host::setMode(kFile, 0644);
+       },
+       0644},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::writeFile(kFile, "key=1\n", 0644);
+    setAttribute(kFile, kAccessList, accessList({6, 6, 4}));
+    ASSERT_EQ(host::modeOf(kFile), 0664u);
+    FaultPlan plan;
+    plan.calls = {"fchown"};
+    plan.before = [&](std::size_t) { c.close(); };
+    const ArmedFaults armed(plan);
+    EXPECT_THAT(setKey(), HasCode(status::success));
+    EXPECT_EQ(host::modeOf(kFile), c.mode);
+    host::remove(kFile);
+  }
+}
+
 TEST_F(ConfigLinesTest, AnEditSucceedsDespiteLimitsOfTheSystemUnlessTheModeIsWrong) {
   const struct {
     const char* why;
@@ -331,15 +458,16 @@ TEST_F(ConfigLinesTest, AnEditSucceedsDespiteLimitsOfTheSystemUnlessTheModeIsWro
     FaultPlan plan;
     StatusCode code;
   } cases[] = {
-      {"the owner cannot be kept", 0644, {1, false, EPERM, {"fchown"}}, status::success},
+      {"the owner cannot be set, but the new file has it", 0644, {1, false, EPERM, {"fchown"}}, status::success},
       {"the file system has no sync: EINVAL", 0644, {1, true, EINVAL, {"fsync"}}, status::success},
       {"the file system has no sync: ENOSYS", 0644, {1, true, ENOSYS, {"fsync"}}, status::success},
       {"the file system has no sync: EOPNOTSUPP", 0644, {1, true, EOPNOTSUPP, {"fsync"}}, status::success},
       {"each read and write moves one byte", 0644, {0, false, EIO, {}, true}, status::success},
       {"the mode cannot be set, and the new file has another", 0644, {1, true, EPERM, {"fchmod"}}, status::chmodError},
       {"the mode cannot be set, but the new file has it", 0600, {1, true, EPERM, {"fchmod"}}, status::success},
-      // The fifth of these calls is the fchmod, after the fstat of both directories and both files.
-      {"the mode is unknown too", 0600, {5, true, EPERM, {"fchmod", "fstat"}}, status::chmodError},
+      // The sixth of these calls is the fchmod, after the fstat of both directories, of the new file and twice of the
+      // old one.
+      {"the mode is unknown too", 0600, {6, true, EPERM, {"fchmod", "fstat"}}, status::chmodError},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
@@ -438,15 +566,24 @@ StatusCode codeOfFault(const Fault& fault, const std::vector<std::string>& calls
   return fault.call == "openat" || fault.call == "fstat" ? status::openError : status::writeError;
 }
 
+// True if the fault hides who may read the old file: its access list, or its mode as it is now.
+bool hidesAccess(const Fault& fault, const std::vector<std::string>& calls) {
+  const auto write = static_cast<std::size_t>(std::find(calls.begin(), calls.end(), "write") - calls.begin());
+  return fault.call == "flistxattr" || (fault.call == "fstat" && fault.step > write);
+}
+
 // The calls of an edit that finds an old file.
 const std::vector<std::string> kCallsOfAnEdit = {
-    "openat", "fstat",   "close",  // others may write in the lock directory: no lock of it
-    "openat", "fstat",   "openat",   "flock",  "fstat", "fstatat",  // open the directory, make and lock the new file
-    "openat", "fstat",   "read",                                    // read the old file
-    "write",  "fchown",  "fchmod",   "fsync",  "close",             // write the new file
-    "fstat",  "fstatat", "renameat", "openat", "fsync", "close",   "close",  // replace the old one, release the lock
-    "close",  "close",                                                       // close the directory and the old file
-};
+    // Others may write in the lock directory: no lock of it.
+    "openat", "fstat", "close",
+    // Open the directory, make and lock the new file.
+    "openat", "fstat", "openat", "flock", "fstat", "fstatat",
+    // Read the old file and write the new one, with owner, attributes and mode.
+    "openat", "fstat", "read", "write", "fchown", "flistxattr", "flistxattr", "fstat", "fchmod", "fsync", "close",
+    // Replace the old one, release the lock.
+    "fstat", "fstatat", "renameat", "openat", "fsync", "close", "close",
+    // Close the directory and the old file.
+    "close", "close"};
 // A removal first looks whether there is such a key.
 const std::vector<std::string> kCallsOfARemoval = [] {
   std::vector<std::string> calls = {"openat", "fstat", "read", "close"};
@@ -488,7 +625,7 @@ TEST_F(ConfigLinesTest, AFaultAnywhereLeavesTheWholeOldFileOrTheWholeNewOne) {
     forEachFault({prepare, c.counted}, c.edit, [&c](const Status& result, const Fault& fault) {
       EXPECT_EQ(host::exists(kFile) ? host::readFile(kFile) : kNoFile, result.isSuccess() ? c.after : c.before);
       if (c.before != kNoFile) {
-        EXPECT_EQ(host::modeOf(kFile), 0640u);
+        EXPECT_EQ(host::modeOf(kFile), result.isSuccess() && hidesAccess(fault, c.calls) ? 0600u : 0640u);
       }
       if (!fault) {
         EXPECT_THAT(result, HasCode(status::success));
