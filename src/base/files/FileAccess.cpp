@@ -60,8 +60,15 @@ UniqueFd openAnyToWrite(const std::string& path) {
   return UniqueFd(uninterrupted([&] { return ::open(path.c_str(), O_WRONLY | alwaysFlags); }));
 }
 
+// Opens a file of the store to write it, and to read it if it is readable.
+StoreFile openOfStore(int directoryFd, const char* path, int flags, mode_t mode) {
+  StoreFile file = openInStore(directoryFd, path, O_RDWR | flags, mode, Follow::trusted);
+  if (file.fd.isOpen() || errno != EACCES) return file;
+  return openInStore(directoryFd, path, O_WRONLY | flags, mode, Follow::trusted);
+}
+
 StoreFile openToWrite(const std::string& path, int flags, mode_t mode, Access access) {
-  if (access == Access::ofStore) return openInStore(AT_FDCWD, path.c_str(), O_WRONLY | flags, mode, Follow::trusted);
+  if (access == Access::ofStore) return openOfStore(AT_FDCWD, path.c_str(), flags, mode);
   StoreFile file;
   file.start = AT_FDCWD;
   file.name = path;
@@ -156,10 +163,9 @@ Status FileWriter::open(const std::string& path, mode_t newMode, Access access) 
 bool FileWriter::openLocked(int directoryFd, const char* name, mode_t newMode, Clock::time_point deadline) {
   for (;;) {
     abandon();
-    file_ = openInStore(directoryFd, name, O_RDWR, 0, Follow::trusted);
-    if (!file_.fd.isOpen() && errno == EACCES) file_ = openInStore(directoryFd, name, O_WRONLY, 0, Follow::trusted);
+    file_ = openOfStore(directoryFd, name, 0, 0);
     if (!file_.fd.isOpen() && errno == ENOENT) {
-      file_ = openInStore(directoryFd, name, O_RDWR | O_CREAT, newMode, Follow::trusted);
+      file_ = openOfStore(directoryFd, name, O_CREAT, newMode);
       isNew_ = file_.fd.isOpen();
     }
     if (!file_.fd.isOpen()) return false;
@@ -206,24 +212,43 @@ Status FileWriter::cutToNothing() {
   return Status::of(result == 0 ? status::success : status::writeError);
 }
 
+void FileWriter::keepOldBytes(std::size_t length) {
+  if (!isNew_ && S_ISREG(file_.info.st_mode)) old_.keep(file_.fd.get(), file_.info.st_size, length);
+}
+
 Status FileWriter::write(std::string_view bytes) {
   written_ += static_cast<off_t>(bytes.size());
   return Status::of(writeFully(file_.fd.get(), bytes) ? status::success : status::writeError);
 }
 
+bool FileWriter::cutToWritten() {
+  if (isNew_ || !S_ISREG(file_.info.st_mode)) return true;
+  struct stat info = {};
+  if (::fstat(file_.fd.get(), &info) != 0) return false;
+  if (info.st_size <= written_) return true;
+  if (uninterrupted([&] { return ::ftruncate(file_.fd.get(), written_); }) != 0) return false;
+  old_.noteCut();
+  return true;
+}
+
+// The close reports bytes that have not reached a file on another machine. After it, only a second descriptor of the
+// same open file can put the old ones back; it also holds the lock on until then.
 Status FileWriter::finish() {
-  bool good = file_.fd.isOpen();
-  if (good && !isNew_ && S_ISREG(file_.info.st_mode)) {
-    good = uninterrupted([&] { return ::ftruncate(file_.fd.get(), written_); }) == 0;
-  }
+  bool good = file_.fd.isOpen() && cutToWritten();
+  UniqueFd second(old_.isKept() ? ::fcntl(file_.fd.get(), F_DUPFD_CLOEXEC, 0) : -1);
   good = file_.fd.close() && good;
-  if (good) isNew_ = false;
+  if (good) {
+    isNew_ = false;
+    old_.forget();
+  }
+  file_.fd = std::move(second);
   abandon();
   return Status::of(good ? status::success : status::writeError);
 }
 
 void FileWriter::abandon() {
   if (isNew_) (void)::unlinkat(file_.place(), file_.name.c_str(), 0);  // removes a link, never its target
+  old_.putBack(file_.fd.get());
   isNew_ = false;
   written_ = 0;
   file_.fd.reset();
@@ -233,6 +258,7 @@ Status replaceContent(const std::string& path, std::string_view content, mode_t 
   FileWriter writer;
   Status s = writer.open(path, mode, access);
   if (s.isSuccess()) s = writer.reserve(content.size());
+  if (s.isSuccess() && access == Access::ofStore) writer.keepOldBytes(content.size());
   if (s.isSuccess()) s = writer.write(content);
   if (!s.isSuccess()) return s;
   if (setMode == SetMode::always || writer.isNew()) writer.setMode(mode);

@@ -21,6 +21,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/files/OldBytes.h"
 #include "base/files/StoreOpener.h"
 #include "base/system/Uninterrupted.h"
 #include "base/system/UniqueFd.h"
@@ -71,7 +72,8 @@ bool lookAt(const std::string& path, struct stat& info);
 //   return writer.finish();
 //
 // The new bytes overwrite the old ones from the start of the file. finish cuts off the remaining old bytes and closes
-// the file. A file that open created is removed again unless finish succeeds.
+// the file. It never lengthens a file that another program has cut in the meantime. A file that open created is removed
+// again unless finish succeeds. After keepOldBytes, an old file gets its old bytes back unless finish succeeds.
 // Other processes: writers of one file take turns, so that the file ends as one of them has written it. Each holds a
 // flock on the file from open until finish or its destruction, and open starts over if the path no longer leads to the
 // file that it has locked. Anyone who can open the file can hold that lock, so a writer waits for it for one second at
@@ -85,9 +87,9 @@ class FileWriter {
   FileWriter(const FileWriter&) = delete;
   FileWriter& operator=(const FileWriter&) = delete;
 
-  // Opens the file for writing and creates a missing one, which gets `newMode` less the umask. Statuses: "invalid
-  // argument" for an empty path or one with a zero byte; "file open", also for a FIFO without a reader, and for a kind
-  // of file or a link that `access` does not open.
+  // Opens the file for writing and creates a missing one, which gets `newMode` less the umask. A file of the store is
+  // opened for reading too, if it is readable. Statuses: "invalid argument" for an empty path or one with a zero byte;
+  // "file open", also for a FIFO without a reader, and for a kind of file or a link that `access` does not open.
   Status open(const std::string& path, mode_t newMode, Access access = Access::ofStore);
 
   // Opens a file of the store in an open directory, to read its first line, if it is readable, and then to write it. It
@@ -114,20 +116,30 @@ class FileWriter {
   // Empties the file; to be called before the first write.
   Status cutToNothing();
 
+  // To be called right before the first write, if `length` bytes will be written to a file of the store. If the write,
+  // the cut or the close fails, or if finish is never called, the file gets its old bytes and its old length back as
+  // far as the system allows. A file that is more than 4 KiB longer than `length` gets them back if the write or the
+  // cut fails, but keeps the whole new content if only the close after the cut fails. A file that is not readable keeps
+  // what was written.
+  void keepOldBytes(std::size_t length);
+
   // Status of both: "file write". After a failed finish, and if finish is never called, a new file is removed again.
   Status write(std::string_view bytes);
   Status finish();
 
  private:
   void abandon();
+  bool cutToWritten();
 
   StoreFile file_;
+  OldBytes old_;
   off_t written_ = 0;
   bool isNew_ = false;
 };
 
 // Replaces the content of a file in place by `content`. Sets the mode whatever the umask: always, or only if the file
-// is new. The statuses are those of FileWriter.
+// is new. A file of the store gets its old bytes back if that fails (see keepOldBytes), but not its old mode. The
+// statuses are those of FileWriter.
 enum class SetMode { always, onNewFiles };
 Status replaceContent(const std::string& path, std::string_view content, mode_t mode, SetMode setMode,
                       Access access = Access::ofStore);

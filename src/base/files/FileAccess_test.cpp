@@ -369,7 +369,7 @@ TEST_F(FileAccessTest, TheModeIsSetOnEveryFileOrOnlyOnNewFilesWhateverTheUmask) 
 
 // A write succeeds even if one of these calls fails.
 bool isHarmless(const Fault& fault) {
-  const std::vector<std::string> harmless = {"fchmod", "flock", "fstatat"};
+  const std::vector<std::string> harmless = {"fchmod", "flock", "fstatat", "pread"};
   const bool isListed = std::find(harmless.begin(), harmless.end(), fault.call) != harmless.end();
   return !fault || (isListed && !fault.fromThereOn);
 }
@@ -381,20 +381,23 @@ TEST_F(FileAccessTest, AFaultWhileWritingKeepsLinksAndOldFilesAndLeavesNoNewFile
     bool isNew;
     std::size_t stepsOfOpening;
     std::size_t steps;
-    Access access = Access::ofStore;
+    std::size_t lastCloses = 0;  // closes after these steps, whose failure does not count
+    Access access = Access::ofSystem;
   };
   const Case cases[] = {
-      // open, flock, fstat; fallocate, write, fchmod, ftruncate, close
-      {"an old file, as the system does", kTarget, false, 3, 8, Access::ofSystem},
-      {"a link to an old file, which the system follows", kLink, false, 3, 8, Access::ofSystem},
+      // open, flock, fstat; fallocate, write, fchmod, fstat, close
+      {"an old file, as the system does", kTarget, false, 3, 8},
+      {"a link to an old file, which the system follows", kLink, false, 3, 8},
       // open, open, flock, fstat; write, fchmod, close. The first open only finds that there is no file. If it fails
       // with another error, the write ends.
-      {"a new file, as the system does", kFile, true, 4, 7, Access::ofSystem},
-      // In the store also an fstat after each open, and an fstatat before the writing.
-      {"an old file", kTarget, false, 4, 10},
-      {"a new file", kFile, true, 5, 9},
+      {"a new file, as the system does", kFile, true, 4, 7},
+      // In the store also an fstat after each open, an fstatat before the writing, and for an old file a pread before
+      // the
+      // write and the close of a second descriptor.
+      {"an old file", kTarget, false, 4, 11, 1, Access::ofStore},
+      {"a new file", kFile, true, 5, 9, 0, Access::ofStore},
       // Eighteen more calls walk to the link and to its target; the last call closes the directory of the target.
-      {"a link to an old file", kLink, false, 23, 29},
+      {"a link to an old file", kLink, false, 23, 30, 2, Access::ofStore},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.why);
@@ -417,10 +420,12 @@ TEST_F(FileAccessTest, AFaultWhileWritingKeepsLinksAndOldFilesAndLeavesNoNewFile
             EXPECT_EQ(host::exists(c.path), !c.isNew);
           }
           EXPECT_THAT(host::readFile(kTarget), AnyOf(kOldText, kNewText));
+          if (c.access == Access::ofStore && !result.isSuccess() && !fault.fromThereOn) {
+            EXPECT_EQ(host::readFile(kTarget), kOldText);
+          }
           EXPECT_EQ(host::tree("/tmp/links"), "l link -> /tmp/target\n");
         });
-    const bool closesADirectory = c.path == kLink && c.access == Access::ofStore;
-    EXPECT_EQ(steps, c.steps + (closesADirectory ? 1 : 0));
+    EXPECT_EQ(steps, c.steps + c.lastCloses);
   }
 }
 
@@ -463,6 +468,114 @@ TEST_F(FileAccessTest, AFailedCopyLeavesNoNewFileAndRemovesNoOldOne) {
           }
         });
     EXPECT_EQ(steps, c.steps);
+  }
+}
+
+// --- Old bytes
+
+Status writeToStore(const std::string& text) { return replaceContent(kFile, text, 0640, SetMode::always); }
+
+TEST_F(FileAccessTest, AWriteToTheStoreThatFailsHalfwayPutsTheOldBytesBack) {
+  constexpr std::size_t page = 4096;
+  struct Case {
+    const char* why;
+    std::string old;
+    std::string text;
+  };
+  const Case cases[] = {
+      {"as long as the old text", "beta\n", "text\n"},
+      {"shorter", "beta\n", "lab\n"},
+      {"longer than all that is kept", std::string(3 * page, 'x'), "lab\n"},
+      {"as long as all that is kept", std::string(page + 4, 'x'), "lab\n"},
+      {"longer by one byte", std::string(page + 5, 'x'), "lab\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::writeFile(kFile, c.old);
+    {
+      const host::FileSizeLimit limit(2);
+      EXPECT_THAT(writeToStore(c.text), HasCode(status::writeError));
+    }
+    EXPECT_EQ(host::readFile(kFile), c.old);
+    // A failure after every byte of the new text.
+    for (std::size_t written = 0; written < c.text.size(); ++written) {
+      FaultPlan plan{written + 1, false, ENOSPC, {"write"}};
+      plan.oneByteAtATime = true;
+      const ArmedFaults armed(plan);
+      EXPECT_THAT(writeToStore(c.text), HasCode(status::writeError));
+      EXPECT_EQ(host::readFile(kFile), c.old);
+    }
+  }
+}
+
+TEST_F(FileAccessTest, ALengthenedFileGetsItsOldLengthBack) {
+  host::makeDirs("/tmp/disk");
+  const host::SmallDisk disk("/tmp/disk", 4096);
+  for (const char* old : {"", "old\n"}) {
+    host::writeFile("/tmp/disk/file", old);
+    // Where no room can be reserved, only the write finds that there is none.
+    const ArmedFaults armed(FaultPlan{1, false, EOPNOTSUPP, {"fallocate"}});
+    EXPECT_THAT(replaceContent("/tmp/disk/file", std::string(9000, 'x'), 0640, SetMode::always),
+                HasCode(status::writeError));
+    EXPECT_EQ(host::readFile("/tmp/disk/file"), old);
+  }
+}
+
+TEST_F(FileAccessTest, AFailedCutPutsTheOldBytesBack) {
+  for (const std::string& old : {kNewText, std::string(20000, 'x')}) {
+    host::writeFile(kFile, old);
+    const ArmedFaults armed(FaultPlan{1, true, EIO, {"ftruncate"}});
+    EXPECT_THAT(writeToStore("lab\n"), HasCode(status::writeError));
+    EXPECT_EQ(host::readFile(kFile), old);
+  }
+}
+
+TEST_F(FileAccessTest, AFailedCloseAfterTheCutPutsTheOldBytesBackIfAllAreKept) {
+  for (const std::string& old : {kNewText, std::string(20000, 'x')}) {
+    host::writeFile(kFile, old);
+    const ArmedFaults armed(FaultPlan{1, false, EIO, {"close"}});
+    EXPECT_THAT(writeToStore("lab\n"), HasCode(status::writeError));
+    EXPECT_EQ(host::readFile(kFile), old == kNewText ? old : "lab\n");
+  }
+}
+
+TEST_F(FileAccessTest, AFailureToPutTheOldBytesBackDoesNotHideTheFirstOne) {
+  host::writeFile(kFile, "beta\n");
+  FaultPlan plan{2, true, ENOSPC, {"write", "pwrite"}};
+  plan.oneByteAtATime = true;
+  const ArmedFaults armed(plan);
+  EXPECT_THAT(writeToStore("lab\n"), HasCode(status::writeError));
+  EXPECT_EQ(host::readFile(kFile), "leta\n");
+}
+
+TEST_F(FileAccessTest, AWriterThatIsNotFinishedPutsTheOldBytesBack) {
+  host::writeFile(kFile, kOldText);
+  {
+    FileWriter writer;
+    ASSERT_THAT(writer.open(kFile, 0600), HasCode(status::success));
+    writer.keepOldBytes(kNewText.size());
+    EXPECT_THAT(writer.write(kNewText), HasCode(status::success));
+    EXPECT_EQ(host::readFile(kFile), kNewText);
+  }
+  EXPECT_EQ(host::readFile(kFile), kOldText);
+}
+
+TEST_F(FileAccessTest, AFileOfTheStoreThatIsNotReadableIsWritten) {
+  host::writeFile(kFile, kOldText, 0200);
+  const host::BoundByModes bound;
+  EXPECT_THAT(replaceContent(kFile, kNewText, 0600, SetMode::always), HasCode(status::success));
+  EXPECT_EQ(host::readFile(kFile), kNewText);
+}
+
+TEST_F(FileAccessTest, ACutNeverLengthensAFileThatAnotherProgramHasCut) {
+  for (const Access access : {Access::ofStore, Access::ofSystem}) {
+    host::writeFile(kFile, kNewText);
+    FaultPlan plan;
+    plan.calls = {"fchmod"};  // the last call before the cut
+    plan.before = [](std::size_t) { ASSERT_EQ(::truncate(kFile, 2), 0); };
+    const ArmedFaults armed(plan);
+    EXPECT_THAT(replaceContent(kFile, kOldText, 0640, SetMode::always, access), HasCode(status::success));
+    EXPECT_EQ(host::readFile(kFile), kOldText.substr(0, 2));
   }
 }
 

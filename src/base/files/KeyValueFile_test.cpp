@@ -343,13 +343,13 @@ const FaultCase kFaultCases[] = {
      "a=1 # note\n",
      "a=22 # note\n",
      {
-         "open",   "openat",  "fstat",    "flock",     "fstat", "fstatat",             // take the lock
-         "openat", "fstat",   "read",     "close",                                     // read the value
-         "fstat",  "fstatat", "unlinkat", "close",     "close",                        // release the lock
-         "open",   "openat",  "fstat",    "flock",     "fstat", "fstatat",             // take it again
-         "openat", "fstat",   "read",     "close",                                     // read the text
-         "open",   "flock",   "fstat",    "fallocate", "write", "ftruncate", "close",  // write the new text
-         "fstat",  "fstatat", "unlinkat", "close",     "close",                        // release the lock
+         "open",   "openat",  "fstat",    "flock",     "fstat", "fstatat",           // take the lock
+         "openat", "fstat",   "read",     "close",                                   // read the value
+         "fstat",  "fstatat", "unlinkat", "close",     "close",                      // release the lock
+         "open",   "openat",  "fstat",    "flock",     "fstat", "fstatat",           // take it again
+         "openat", "fstat",   "read",     "close",                                   // read the text
+         "open",   "flock",   "fstat",    "fallocate", "write", "fstat",   "close",  // write the new text
+         "fstat",  "fstatat", "unlinkat", "close",     "close",                      // release the lock
      }},
     {"a new file",
      "",

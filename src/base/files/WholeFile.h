@@ -41,7 +41,8 @@ Status writeString(const std::string& path, const std::string& text, bool addNew
 Status writeLines(const std::string& path, const std::vector<std::string>& lines);
 Status writeLines(const std::string& path, const StringList& lines);
 // Writes one line of the store in the same way, with Access::ofStore (see FileAccess.h): "file open" is also the status
-// for anything but a regular file or /dev/null, and for a link that another user owns.
+// for anything but a regular file or /dev/null, and for a link that is not trusted. If writing fails, an old file gets
+// its old bytes back.
 Status writeStoreLine(const std::string& path, const std::string& text);
 
 // Reads all lines, including empty ones. CR, LF and zero bytes are removed from the end of each line; zero bytes inside

@@ -31,7 +31,9 @@ bool openName(FileWriter& writer, int directoryFd, FileWriter::Clock::time_point
 
 bool writeName(FileWriter& writer, const std::string& name) {
   const std::string line = name + '\n';
-  if (!writer.rewind() || !writer.reserve(line.size()).isSuccess() || !writer.write(line).isSuccess()) return false;
+  if (!writer.rewind() || !writer.reserve(line.size()).isSuccess()) return false;
+  writer.keepOldBytes(line.size());
+  if (!writer.write(line).isSuccess()) return false;
   writer.setMode(nameFileMode);
   return writer.finish().isSuccess();
 }

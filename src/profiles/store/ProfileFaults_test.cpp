@@ -100,8 +100,9 @@ const std::string kReadFile = "openat fstat read close ";
 const std::string kCopyFile =
     "stat openat fstat openat openat fstat flock fstat fstatat read write fchmod close close ";
 const std::string kWriteNewFile = "openat openat fstat flock fstat fstatat write fchmod close ";
-const std::string kOverwriteFile = "openat fstat flock fstat fstatat write fchmod ftruncate close ";
-const std::string kWriteLongerFile = "openat fstat flock fstat fstatat fallocate write fchmod ftruncate close ";
+// By a text of the same length.
+const std::string kOverwriteFile = "openat fstat flock fstat fstatat pread write fchmod fstat close close ";
+const std::string kWriteLongerFile = "openat fstat flock fstat fstatat fallocate pread write fchmod fstat close close ";
 const std::string kMakeNewFile =
     "openat fstat close "                        // others may write in the lock directory: no lock of it
     "openat fstat openat flock fstat fstatat ";  // open the directory, make and lock the new file
@@ -550,18 +551,28 @@ TEST_F(ProfileFaultsTest, CreatingAProfileBeyondTheFileSizeLimitIsAFailedWrite) 
   }
 }
 
-TEST_F(ProfileFaultsTest, BeyondTheFileSizeLimitMarkerAndNameKeepTheirContent) {
+TEST_F(ProfileFaultsTest, BeyondTheFileSizeLimitMarkerNameAndAddressKeepTheirContent) {
   const struct {
     const char* why;
-    rlim_t bytes;  // the size of the old file
+    rlim_t bytes;
     Status (*run)();
     StatusCode code;
   } cases[] = {
-      {"activation does not report it", 10, [] { return activate("longer", "null"); }, status::childExitedNonzero},
-      {"renaming reports it", 4, [] { return rename("lab", "a longer name"); }, status::writeError},
+      {"activation beyond the old marker, which does not report it", 10, [] { return activate("longer", "null"); },
+       status::childExitedNonzero},
+      {"renaming beyond the old name", 4, [] { return rename("lab", "a longer name"); }, status::writeError},
+      // Some bytes of the new text are written, and the old ones are put back.
+      {"activation, halfway", 9, [] { return activate("office", "null"); }, status::childExitedNonzero},
+      {"renaming, halfway", 2, [] { return rename("office", "lab-2"); }, status::writeError},
+      {"a new address, halfway", 12,
+       [] {
+         return modify("office", {{}, true, "h", 7, {}, {}, {}, "null"});
+       },
+       status::writeError},
   };
   makeTwoProfiles();
   host::makeProfile("profile-with-a-longer-name", "longer");
+  host::writeFile(kOffice + "/mapconfig.static"s, "map_uri=https://g:443\n", 0640);
   const std::string before = store();
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);

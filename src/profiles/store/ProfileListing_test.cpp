@@ -486,8 +486,8 @@ std::vector<std::string> callsOfRepair() {
   }
   add({"close"});
   // Open the directory, open, lock and read the file, write a longer name.
-  add({"openat", "fstat", "openat", "fstat", "flock", "fstat", "fstatat", "read", "lseek", "fallocate", "write",
-       "fchmod", "ftruncate", "close", "close", "close"});
+  add({"openat", "fstat", "openat", "fstat", "flock", "fstat", "fstatat", "read", "lseek", "fallocate", "pread",
+       "write", "fchmod", "fstat", "close", "close", "close", "close"});
   // Open the directory, make, lock and read a new name file, see that the directory is still there, write the name.
   add({"openat", "fstat", "openat", "openat", "fstat", "flock", "fstat", "fstatat", "fstat", "fstatat", "read", "lseek",
        "write", "fchmod", "close", "close", "close"});

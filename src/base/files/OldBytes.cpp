@@ -1,0 +1,51 @@
+#include "base/files/OldBytes.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "base/system/Uninterrupted.h"
+
+void OldBytes::keep(int fd, off_t size, std::size_t length) {
+  constexpr std::size_t mostMore = 4096;
+  forget();
+  const std::size_t most = length + mostMore;
+  bytes_.resize(std::min(most, static_cast<std::size_t>(size)));
+  std::size_t filled = 0;
+  ssize_t count = 1;
+  while (count > 0 && filled < bytes_.size()) {
+    const auto at = static_cast<off_t>(filled);
+    count = uninterrupted([&] { return ::pread(fd, &bytes_[filled], bytes_.size() - filled, at); });
+    if (count > 0) filled += static_cast<std::size_t>(count);
+  }
+  isKept_ = count >= 0;
+  isWhole_ = count == 0 || static_cast<std::size_t>(size) <= most;
+  bytes_.resize(filled);
+}
+
+void OldBytes::noteCut() {
+  if (!isWhole_) forget();
+}
+
+void OldBytes::putBack(int fd) {
+  const auto size = static_cast<off_t>(bytes_.size());
+  off_t done = 0;
+  ssize_t count = isKept_ ? 1 : 0;
+  while (count > 0 && done < size) {
+    const char* const from = bytes_.data() + done;
+    count = uninterrupted([&] { return ::pwrite(fd, from, static_cast<std::size_t>(size - done), done); });
+    if (count > 0) done += count;
+  }
+  struct stat info = {};
+  if (isKept_ && isWhole_ && ::fstat(fd, &info) == 0 && info.st_size > size) {
+    [[maybe_unused]] const int cut = uninterrupted([&] { return ::ftruncate(fd, size); });
+  }
+  forget();
+}
+
+void OldBytes::forget() {
+  bytes_.clear();
+  isKept_ = false;
+  isWhole_ = false;
+}
