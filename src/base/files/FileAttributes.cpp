@@ -70,6 +70,8 @@ bool copyFileAttributes(int from, int to, bool isOwnerKept) {
   Names wanted;
   Names inherited;
   if (!listNames(from, wanted) || !listNames(to, inherited)) return false;
+  // The owner of the new file can have opened it to write already, and the system takes a capability only at a write.
+  wanted.erase("security.capability");
   bool isListKept = true;
   for (const std::string& name : inherited) {
     if (wanted.count(name) == 0 && !removeAttribute(to, name) && isAccessList(name)) isListKept = false;

@@ -10,10 +10,11 @@
 // that grows in the meantime needs no second try.
 #pragma once
 
-// Gives the file `to` exactly the attributes of the file `from`: it removes those that `from` does not have, for
-// example an access list inherited from the directory, then sets all others, access lists last. An access list also
-// sets the mode of `to`. If `isOwnerKept` is false, the permissions of others, and the mask, which limits all but the
-// owner's, are taken from a POSIX list first, so that it never opens the file to another group.
+// Gives the file `to` exactly the attributes of the file `from`, but no capabilities, which like a set-user-ID bit
+// would make a program of another content privileged: it removes those that `from` does not have, for example an access
+// list inherited from the directory, then sets all others, access lists last. An access list also sets the mode of
+// `to`. If `isOwnerKept` is false, the permissions of others, and the mask, which limits all but the owner's, are taken
+// from a POSIX list first, so that it never opens the file to another group.
 //
 // Returns true if `to` has the access list of `from`, or none if `from` has none. Returns false if that failed or if it
 // cannot be known, because the attributes cannot be listed. Any other attribute that cannot be kept is no failure. A

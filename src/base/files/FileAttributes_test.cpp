@@ -116,6 +116,16 @@ TEST_F(FileAttributesTest, WithoutTheOwnerTheListGrantsNothingToAnybodyElse) {
   EXPECT_EQ(host::modeOf(kTo), 0600u);
 }
 
+TEST_F(FileAttributesTest, AFileGetsNoCapabilities) {
+  SKIP_WITHOUT_OTHER_USERS();
+  constexpr const char* capability = "security.capability";
+  const std::string netRaw("\x01\0\0\x02\0\x20\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 20);
+  setAttribute(kFrom, capability, netRaw);
+  EXPECT_EQ(attributeOf(kFrom, capability), netRaw);
+  EXPECT_TRUE(copy());
+  EXPECT_EQ(attributeOf(kTo, capability), "(none)");
+}
+
 TEST_F(FileAttributesTest, AFileSystemWithoutAttributesIsNoFailure) {
   const ArmedFaults armed(FaultPlan{1, true, ENOTSUP, {"flistxattr"}});
   EXPECT_TRUE(copy());
