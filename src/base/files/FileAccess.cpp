@@ -93,7 +93,8 @@ bool isRoomMissing(int error) { return error == ENOSPC || error == EDQUOT || err
 bool lockFile(int fd, std::chrono::steady_clock::time_point deadline) {
   using std::chrono::milliseconds;
   constexpr milliseconds longestPause(20);
-  for (milliseconds pause(1); ::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;) {
+  const auto tryOnce = [&] { return ::flock(fd, LOCK_EX | LOCK_NB); };
+  for (milliseconds pause(1); uninterrupted(tryOnce) != 0 && errno == EWOULDBLOCK;) {
     if (std::chrono::steady_clock::now() >= deadline) return false;
     std::this_thread::sleep_for(pause);
     pause = std::min(pause * 2, longestPause);

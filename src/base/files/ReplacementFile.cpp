@@ -12,7 +12,6 @@
 #include <utility>
 
 #include "base/files/FileAccess.h"
-#include "base/files/FilePlace.h"
 #include "base/system/Uninterrupted.h"
 #include "base/text/StringUtils.h"
 
@@ -24,7 +23,11 @@ constexpr std::chrono::seconds longestWaitForDirectory(1);
 bool isOfEditors(uid_t owner) { return owner == 0 || owner == ::geteuid(); }
 
 // True if the lock was taken or if the file system has none. False if another process holds it.
-bool tryLock(int fd) { return ::flock(fd, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK; }
+bool tryLock(int fd) {
+  return uninterrupted([&] { return ::flock(fd, LOCK_EX | LOCK_NB); }) == 0 || errno != EWOULDBLOCK;
+}
+
+bool isShortage(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM; }
 
 // The directory of a file, as a path that ends inside it, so that a link in its place counts as a link on the way.
 std::string insideDirectoryOf(const std::string& path) {
@@ -53,20 +56,18 @@ Status ReplacementFile::make(const std::string& path, Clock::time_point deadline
   return Status::of(attempt == Attempt::made ? status::success : status::openError);
 }
 
-// True if the name of the new file belongs to the open file.
-bool ReplacementFile::isAtName(int fd) const { return placeOf(fd, directory(), newName_.c_str()) == Place::same; }
-
 ReplacementFile::Attempt ReplacementFile::tryOnce() {
   constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
   UniqueFd fd(uninterrupted([&] { return ::openat(directory(), newName_.c_str(), flags, newFileMode); }));
   if (!fd.isOpen()) return errno == EEXIST ? makeWay() : Attempt::failed;
   if (!tryLock(fd.get())) return Attempt::busy;  // somebody takes it for left over
-  if (!isAtName(fd.get())) return Attempt::again;
+  const Place place = placeOfNew(fd.get());
+  if (place == Place::another) return Attempt::again;
   lock_.reset(::fcntl(fd.get(), F_DUPFD_CLOEXEC, 0));
   fd_ = std::move(fd);
   isMade_ = true;
   leftover_.mark(newPath_.c_str());
-  if (lock_.isOpen()) return Attempt::made;
+  if (place == Place::same && lock_.isOpen()) return Attempt::made;
   remove();
   return Attempt::failed;
 }
@@ -81,10 +82,14 @@ ReplacementFile::Attempt ReplacementFile::makeWay() {
   struct stat info = {};
   if (!found.isOpen() || ::fstat(found.get(), &info) != 0) return errno == ENOENT ? Attempt::again : Attempt::failed;
   UniqueFd fd;
-  if (S_ISREG(info.st_mode) && isOfEditors(info.st_uid)) fd = open(O_RDONLY | O_NONBLOCK | O_NOCTTY);
+  if (S_ISREG(info.st_mode) && isOfEditors(info.st_uid)) {
+    fd = open(O_RDONLY | O_NONBLOCK | O_NOCTTY);
+    if (!fd.isOpen() && isShortage(errno)) return Attempt::failed;  // an editor may be at work on it
+  }
   if (fd.isOpen() && !tryLock(fd.get())) return Attempt::busy;
   UniqueFd directoryLock = fd.isOpen() ? UniqueFd() : lockDirectory();
-  if (!isAtName(found.get())) return Attempt::again;
+  const Place place = placeOfNew(found.get());
+  if (place != Place::same) return place == Place::another ? Attempt::again : Attempt::failed;
   if (::unlinkat(directory(), newName_.c_str(), 0) == 0 || errno == ENOENT) return Attempt::again;
   return Attempt::failed;
 }
@@ -107,7 +112,7 @@ bool ReplacementFile::giveTo(uid_t owner, gid_t group) {
 
 // Another editor may have removed this file, because it could not see the lock, and may be writing its own.
 bool ReplacementFile::replaceOld() {
-  if (!isMade_ || !isAtName(lock_.get())) return false;
+  if (!isMade_ || placeOfNew(lock_.get()) != Place::same) return false;
   if (::renameat(directory(), newName_.c_str(), directory(), oldName_.c_str()) != 0) return false;
   isMade_ = false;
   leftover_.forget();
@@ -122,9 +127,7 @@ bool ReplacementFile::replaceOld() {
 void ReplacementFile::remove() {
   const int fd = lock_.isOpen() ? lock_.get() : fd_.get();
   // Another editor's file stays. A failure to find that out does not count.
-  if (isMade_ && placeOf(fd, directory(), newName_.c_str()) != Place::another) {
-    (void)::unlinkat(directory(), newName_.c_str(), 0);
-  }
+  if (isMade_ && placeOfNew(fd) != Place::another) (void)::unlinkat(directory(), newName_.c_str(), 0);
   isMade_ = false;
   leftover_.forget();
   fd_.reset();

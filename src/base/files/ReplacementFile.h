@@ -13,7 +13,7 @@
 // for. One that is not locked is left over: it is checked again and removed while the remover holds its lock. So no
 // two editors ever write one file, whatever becomes of lock files elsewhere. What is no regular file, or belongs
 // neither to root nor to our own user, is removed at once. On a file system without locks an old file of that name is
-// removed at once.
+// removed at once. Nothing is removed for the reason that the system could not open it or look at it.
 //   An editor gives its file to the owner of the old one at last, and from then on other editors would remove it. So it
 // first takes the flock of the directory and holds it until the rename; and whoever removes a file of that name without
 // its lock takes the lock of the directory first. Everybody who may open the directory can hold that lock, so both wait
@@ -25,6 +25,7 @@
 #include <chrono>
 #include <string>
 
+#include "base/files/FilePlace.h"
 #include "base/files/StoreOpener.h"
 #include "base/system/Leftover.h"
 #include "base/system/UniqueFd.h"
@@ -64,7 +65,7 @@ class ReplacementFile {
   enum class Attempt { made, busy, again, failed };
   Attempt tryOnce();
   Attempt makeWay();
-  bool isAtName(int fd) const;
+  Place placeOfNew(int fd) const { return placeOf(fd, directory(), newName_.c_str()); }
   UniqueFd openDirectory() const;
   UniqueFd lockDirectory() const;
 

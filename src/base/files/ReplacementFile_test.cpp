@@ -213,6 +213,37 @@ TEST_F(ReplacementFileTest, AfterTheLockTheNameIsLookedUpOnceMore) {
   }
 }
 
+TEST_F(ReplacementFileTest, WhatCannotBeExaminedStaysAndEndsTheAttemptAtOnce) {
+  const struct {
+    const char* why;
+    FaultPlan plan;
+  } cases[] = {
+      {"it cannot be found", {3, false, EMFILE, {"openat"}}},
+      {"it cannot be opened", {4, false, EMFILE, {"openat"}}},
+      {"its stat fails", {2, false, EIO, {"fstat"}}},
+      {"its name cannot be looked up", {1, false, EIO, {"fstatat"}}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::writeFile(kNew, "perhaps another editor's");
+    const auto start = Clock::now();
+    const ArmedFaults armed(c.plan);
+    ReplacementFile file;
+    EXPECT_THAT(file.make(kFile, in(10000)), HasCode(status::openError));
+    EXPECT_LT(Clock::now() - start, milliseconds(5000));
+    EXPECT_EQ(host::readFile(kNew), "perhaps another editor's");
+  }
+}
+
+TEST_F(ReplacementFileTest, ANewFileWhoseNameCannotBeLookedUpIsRemovedAtOnce) {
+  const auto start = Clock::now();
+  const ArmedFaults armed{FaultPlan{1, true, EIO, {"fstatat"}}};
+  ReplacementFile file;
+  EXPECT_THAT(file.make(kFile, in(10000)), HasCode(status::openError));
+  EXPECT_LT(Clock::now() - start, milliseconds(5000));
+  EXPECT_FALSE(host::exists(kNew));
+}
+
 TEST_F(ReplacementFileTest, AFileThatTookTheNameIsNeitherRenamedNorRemoved) {
   host::writeFile(kFile, "old");
   for (const bool isReplacing : {false, true}) {
