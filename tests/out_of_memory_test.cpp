@@ -130,6 +130,12 @@ std::string textOf(int fd) {
   return text;
 }
 
+void prepare(const Scenario& scenario) {
+  host::reset();
+  host::setMode("/tmp/lock", 0755);  // in a lock directory where others may write, an edit takes no lock
+  scenario.prepare();
+}
+
 // noexcept, because an exception must not continue in the copy of the test that the child is.
 [[noreturn]] void runInChild(const Scenario& scenario, int reportTo) noexcept {
   prepareProcess();
@@ -143,8 +149,7 @@ std::string textOf(int fd) {
 }
 
 Run run(const Scenario& scenario, size_t from, size_t to) {
-  host::reset();
-  scenario.prepare();
+  prepare(scenario);
   Run result;
   const int report = memoryFile();
   const int out = memoryFile();
@@ -229,8 +234,7 @@ struct Sweep {
 // Runs the scenario with these allocations refused and adds the result to the sweep. Returns true if the process exited
 // normally.
 bool judge(const Scenario& scenario, const Lines& after, size_t from, size_t to, Sweep* sweep) {
-  host::reset();
-  scenario.prepare();
+  prepare(scenario);
   const Lines before = disk();
   const Run faulted = run(scenario, from, to);
   std::vector<std::string> flaws = flawsOfEnd(faulted);

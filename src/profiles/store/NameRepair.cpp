@@ -7,6 +7,7 @@
 
 #include "base/files/FilePlace.h"
 #include "base/files/WholeFile.h"
+#include "base/system/Leftover.h"
 #include "profiles/store/ProfileStore.h"
 
 namespace {
@@ -48,12 +49,15 @@ NameRepair::Result NameRepair::run(const std::string& dir, const std::string& li
   // In a directory of somebody else a failure must not stop the whole store.
   const Result failure = othersMayWrite(directory.fd.get(), directory.info) ? Result::notWritten : Result::failed;
   name = choose(listed);
+  const std::string path = dir + '/' + ProfileStore::nameFile;  // allocated before a new file exists
   FileWriter writer;
+  Leftover newFile;  // if memory runs out before the name is in it
   if (!openName(writer, directory.fd.get(), deadline_)) {
     const int error = errno;
     if (error == ENOENT || hasGone(directory, dir)) return Result::gone;
     return error == EWOULDBLOCK ? Result::notWritten : failure;
   }
+  if (writer.isNew()) newFile.mark(path.c_str());
   if (writer.isNew() && hasGone(directory, dir)) return Result::gone;
   std::string found;
   OpenedFile file;
