@@ -382,13 +382,17 @@ class Trace {
     ++count_;
     if (plan_.keepCalls) result_.calls.push_back(describe(pid_, count_, call, arguments));
     const bool isFirst = result_.meddled == 0 && (plan_.atEachCall != nullptr || count_ == plan_.meddling.at);
-    const Meddling how = plan_.atEachCall ? plan_.atEachCall({call, arguments}) : planned(call);
+    const Meddling how = plan_.atEachCall ? asked(call, arguments) : planned(call);
     if (how == Meddling::none) return;
     if (isFirst) {
       chosen_ = call;
       result_.meddledFirst = describe(pid_, count_, call, arguments);
     }
     if (meddle(how, call, arguments)) ++result_.meddled;
+  }
+
+  Meddling asked(long call, const Arguments& arguments) const {
+    return plan_.atEachCall({call, arguments, describe(pid_, count_, call, arguments).changesDisk});
   }
 
   Meddling planned(long call) const {

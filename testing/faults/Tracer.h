@@ -41,6 +41,7 @@ enum class Meddling {
 struct SystemCall {
   long number = -1;  // as in <sys/syscall.h>
   std::array<std::uint64_t, 6> arguments = {};
+  bool changesDisk = false;  // as in TracedCall; set only for atEachCall
 };
 
 struct TracePlan {

@@ -167,9 +167,11 @@ TEST_F(TracerTest, TheExitStatusIsReportedAndAMissingProgramIsAnError) {
 TEST_F(TracerTest, ACallbackRunsBeforeEachCallWhileTheProgramStandsStill) {
   std::vector<std::string> names;
   std::vector<std::string> contents;  // of the file, before each write to it
+  std::vector<std::string> changes;   // the calls that change the disk
   TracePlan plan;
   plan.atEachCall = [&](const SystemCall& call) {
     names.push_back(nameOfCall(call.number));
+    if (call.changesDisk) changes.push_back(names.back());
     if (call.number == SYS_write && call.arguments[0] > 2) contents.push_back(host::readFile(kPath));
     return Meddling::none;
   };
@@ -178,6 +180,7 @@ TEST_F(TracerTest, ACallbackRunsBeforeEachCallWhileTheProgramStandsStill) {
   EXPECT_EQ(result.meddled, 0u);
   EXPECT_EQ(names, kCallsOfWrite);
   EXPECT_EQ(contents, (std::vector<std::string>{"", "0123456789"}));
+  EXPECT_EQ(changes, (std::vector<std::string>{"openat", "write", "write"}));
 }
 
 TEST_F(TracerTest, ACallbackDecidesAboutEachCall) {
