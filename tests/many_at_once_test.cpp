@@ -4,7 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
@@ -15,6 +18,7 @@
 
 #include "base/files/WholeFile.h"
 #include "profiles/store/ConfigLines.h"
+#include "testing/faults/FaultInjector.h"
 #include "testing/faults/StoreCheck.h"
 #include "testing/run/HostTest.h"
 #include "testing/run/Session.h"
@@ -137,13 +141,13 @@ std::vector<Note> notesOf(int number) {
 
 using Notes = std::vector<std::vector<Note>>;  // one list for each process
 
-// Forks kProcesses processes, releases them at the same moment, waits for all and returns their notes.
+// Forks processes, releases them at the same moment, waits for all and returns their notes.
 template <typename Work>
-Notes runTogether(unsigned seed, Work work) {
+Notes runTogether(unsigned seed, Work work, int processes = kProcesses) {
   int gate[2];
   EXPECT_EQ(::pipe(gate), 0);
   std::vector<pid_t> children;
-  for (int number = 0; number < kProcesses; ++number) {
+  for (int number = 0; number < processes; ++number) {
     const pid_t child = ::fork();
     if (child != 0) {
       children.push_back(child);
@@ -166,7 +170,7 @@ Notes runTogether(unsigned seed, Work work) {
   ::close(gate[0]);
   ::close(gate[1]);
   Notes notes;
-  for (int number = 0; number < kProcesses; ++number) {
+  for (int number = 0; number < processes; ++number) {
     int status = 0;
     EXPECT_EQ(::waitpid(children[static_cast<size_t>(number)], &status, 0), children[static_cast<size_t>(number)]);
     EXPECT_EQ(status, 0) << "process " << number;
@@ -238,6 +242,51 @@ std::vector<std::string> lostEdits(const std::map<std::string, std::string>& exp
     if (there != value) lost.push_back(subject + ": " + value + " was written, " + there + " is in the file");
   }
   return lost;
+}
+
+// --- The two kinds of lock directory
+
+constexpr const char* kLocks = "/tmp/lock";
+constexpr uid_t kStranger = 65534;
+
+enum class LockOwner { we, stranger };
+constexpr LockOwner kLockOwners[] = {LockOwner::we, LockOwner::stranger};
+
+// Makes the lock directory. In that of a stranger, a process of his removes every lock file as soon as he sees it.
+class LockDirectory {
+ public:
+  explicit LockDirectory(LockOwner owner) {
+    host::remove(kLocks);
+    host::makeDirs(kLocks, owner == LockOwner::we ? 0755 : 01777);
+    if (owner == LockOwner::we) return;
+    if (host::hasOtherUsers()) host::giveTo(kStranger, kLocks);
+    remover_ = ::fork();
+    if (remover_ == 0) removeLockFiles();
+  }
+  ~LockDirectory() {
+    if (remover_ < 0) return;
+    int status = 0;
+    (void)::kill(remover_, SIGKILL);
+    EXPECT_EQ(::waitpid(remover_, &status, 0), remover_);
+    EXPECT_TRUE(WIFSIGNALED(status)) << "the stranger's process did not work until the end";
+  }
+  LockDirectory(const LockDirectory&) = delete;
+  LockDirectory& operator=(const LockDirectory&) = delete;
+
+ private:
+  [[noreturn]] static void removeLockFiles() {
+    if (host::hasOtherUsers() && ::setuid(kStranger) != 0) ::_exit(1);
+    for (;;) {
+      for (const std::string& path : staleLocks(kLocks)) (void)::unlink(path.c_str());
+      ::usleep(50);
+    }
+  }
+
+  pid_t remover_ = -1;
+};
+
+const char* describe(LockOwner owner) {
+  return owner == LockOwner::we ? "the lock directory is ours" : "a stranger removes the lock files";
 }
 
 // --- What the processes do
@@ -364,12 +413,107 @@ std::vector<std::string> namesListed() {
   return names;
 }
 
+bool hasSucceeded(const Outcome& outcome) {
+  return outcome.exitStatus == 0 && lineOf(outcome.out, "status_code: 0x1").empty();
+}
+
+// A process that works until all others have finished asks allHaveFinished.
+void sayFinished(const Actor& actor) { host::writeFile(kNotes + ("finished-" + std::to_string(actor.number())), ""); }
+bool allHaveFinished(int processes) {
+  int finished = 0;
+  for (int number = 0; number < processes; ++number) {
+    finished += host::exists(kNotes + ("finished-" + std::to_string(number))) ? 1 : 0;
+  }
+  return finished == processes;
+}
+
+// Lists the profiles until all others have finished, and expects that every listing succeeds.
+void listUntilAllHaveFinished(Actor& actor, int others) {
+  while (!allHaveFinished(others)) {
+    const Outcome listed = actor.run({"list", "profiles"});
+    actor.expect(hasSucceeded(listed), "the listing succeeds", listed.out);
+  }
+}
+
+size_t countOf(const std::vector<Note>& notes, const std::string& what) {
+  return static_cast<size_t>(
+      std::count_if(notes.begin(), notes.end(), [&](const Note& note) { return note.what == what; }));
+}
+
+// A configuration file with one key for each editor at its start and a text of `size` bytes behind them.
+class LargeFile {
+ public:
+  static constexpr int kEditors = 4;
+  static constexpr const char* kPath = "/etc/zuv/profiles/hip.conf";
+
+  explicit LargeFile(size_t size) {
+    for (int line = 0; text_.size() < size; ++line) text_ += "line" + std::to_string(line) + "=the daemon's own\n";
+    text_ += "end=here\n";
+    std::string keys;
+    for (int editor = 0; editor < kEditors; ++editor) keys += keyOf(editor) + "=none\n";
+    host::writeFile(kPath, keys + text_);
+  }
+
+  static std::string keyOf(int editor) { return "key" + std::to_string(editor); }
+
+  // Returns true if the file has all keys and the whole text behind them.
+  bool isWhole(const std::string& content) const {
+    size_t at = 0;
+    for (int editor = 0; editor < kEditors; ++editor) {
+      if (content.compare(at, 5, keyOf(editor) + "=") != 0) return false;
+      at = content.find('\n', at) + 1;
+    }
+    return content.compare(at, std::string::npos, text_) == 0;
+  }
+
+  // Each editor changes its own key with `setKey`, and one more process reads the file all the time.
+  template <typename SetKey>
+  Notes editTogether(unsigned seed, int steps, SetKey setKey) const {
+    const auto work = [&](Actor& actor) {
+      if (actor.number() == kEditors) return readUntilAllHaveFinished(actor);
+      const std::string key = keyOf(actor.number());
+      for (int step = 0; step < steps; ++step) {
+        const std::string value = actor.unique();
+        const bool succeeded = setKey(key, value);
+        actor.expect(succeeded, "the edit succeeds", key);
+        actor.note("edit", succeeded, std::string(kPath) + " " + key, value);
+      }
+      sayFinished(actor);
+    };
+    for (int editor = 0; editor < kEditors; ++editor) host::remove(kNotes + ("finished-" + std::to_string(editor)));
+    return runTogether(seed, work, kEditors + 1);
+  }
+
+ private:
+  void readUntilAllHaveFinished(Actor& actor) const {
+    while (!allHaveFinished(kEditors)) {
+      const std::string content = host::readFile(kPath);
+      actor.expect(isWhole(content), "a reader finds the whole file", content.substr(0, 100));
+      actor.note("read", true, kPath, "");
+    }
+  }
+
+  std::string text_;
+};
+
+// An editor as simple as possible, without a lock.
+bool setKeyWithoutLocks(const std::string& key, const std::string& value) {
+  std::string content = host::readFile(LargeFile::kPath);
+  const size_t at = content.find(key + "=");
+  if (at == std::string::npos) return false;
+  content.replace(at, content.find('\n', at) - at, key + "=" + value);
+  const std::string temporary = LargeFile::kPath + ("." + key);
+  host::writeFile(temporary, content);
+  return ::rename(temporary.c_str(), LargeFile::kPath) == 0;
+}
+
 class ManyAtOnce : public HostTest {
  protected:
   void SetUp() override {
     HostTest::SetUp();
     if (IsSkipped()) return;
     host::makeDirs(kNotes);
+    host::setMode(kLocks, 0755);
     host::writeFile(std::string(host::kFactory) + "/firmware_revision", "4.1.7\n");
     host::writeFile(std::string(host::kFactory) + "/hip.conf", "# template\nmode=fast\n");
     host::writeFile(std::string(host::kFactory) + "/ca-certs/root.pem", std::string(9000, 'c') + "\n");
@@ -394,6 +538,7 @@ class ManyAtOnce : public HostTest {
 
   void anything(int steps) {
     std::cout << "seed " << seed_ << std::endl;
+    const LockDirectory locks(LockOwner::stranger);
     const Notes notes = runTogether(seed_, [&](Actor& actor) { changeAnything(actor, steps / kFewer); });
     EXPECT_THAT(problemsIn(notes), IsEmpty());
     expectSoundStore();
@@ -421,6 +566,77 @@ class ManyAtOnce : public HostTest {
     });
   }
 
+  // Four processes edit one large file, with each kind of lock directory.
+  void editLargeFile(size_t size, int steps) {
+    for (const LockOwner owner : kLockOwners) {
+      SCOPED_TRACE(describe(owner));
+      const LockDirectory locks(owner);
+      const LargeFile file(size);
+      const Notes notes = file.editTogether(seed_, steps, [](const std::string& key, const std::string& value) {
+        return ConfigLines::setKeys(LargeFile::kPath, {{key, value}}).isSuccess();
+      });
+      EXPECT_THAT(problemsIn(notes), IsEmpty());
+      const auto expected = lastValues(notes, "edit");
+      EXPECT_EQ(expected.size(), static_cast<size_t>(LargeFile::kEditors));
+      EXPECT_THAT(lostEdits(expected), IsEmpty());
+      EXPECT_TRUE(file.isWhole(host::readFile(LargeFile::kPath)));
+      EXPECT_GE(countOf(notes.back(), "read"), 1u);
+      EXPECT_THAT(flawsOfStore(), IsEmpty());
+      EXPECT_THAT(staleLocks(), IsEmpty());
+      std::printf("%zu bytes, %d edits, read %zu times: %s\n", size, LargeFile::kEditors * steps,
+                  countOf(notes.back(), "read"), describe(owner));
+    }
+  }
+
+  // One process creates profiles while another one lists them.
+  void createWhileListing(int creations) {
+    host::makeProfile("profile-1", "stays");
+    host::makeActive("profile-1");
+    const auto work = [&](Actor& actor) {
+      if (actor.number() == 1) return listUntilAllHaveFinished(actor, 1);
+      for (int creation = 0; creation < creations; ++creation) {
+        const std::string name = actor.unique();
+        const Outcome made = actor.run({"profile", "create", name, "helmsor=h:1"}, "", name);
+        actor.expect(hasSucceeded(made), "the create succeeds", made.out);
+      }
+      sayFinished(actor);
+    };
+    const Notes notes = runTogether(seed_, work, 2);
+    EXPECT_THAT(problemsIn(notes), IsEmpty());
+    EXPECT_GE(countOf(notes[1], "list profiles"), static_cast<size_t>(creations) / 10) << "too few listings";
+    std::vector<std::string> lost;
+    for (const Note& note : notes[0]) {
+      const std::string name = host::readFile(host::kProfiles + note.subject + "/profile_name");
+      if (name != note.value + "\n") lost.push_back(note.subject + ": " + note.value + " became " + name);
+    }
+    EXPECT_EQ(notes[0].size(), static_cast<size_t>(creations));
+    EXPECT_THAT(lost, IsEmpty());
+    std::printf("%d creations, %zu listings\n", creations, countOf(notes[1], "list profiles"));
+  }
+
+  // Three processes create and delete profiles of their own while one lists them.
+  void createAndDeleteWhileListing(int steps) {
+    constexpr int creators = 3;
+    host::makeProfile("profile-1", "stays");
+    host::makeActive("profile-1");
+    const std::string before = host::tree("/etc/zuv");
+    const auto work = [&](Actor& actor) {
+      if (actor.number() == creators) return listUntilAllHaveFinished(actor, creators);
+      for (int step = 0; step < steps; ++step) {
+        const Outcome made = actor.run({"profile", "create", actor.unique(), "helmsor=h:1", "network=eth0"});
+        actor.expect(hasSucceeded(made), "the create succeeds", made.out);
+        const Outcome deleted = actor.run({"profile", "delete", "dir=" + lineOf(made.out, "profile_dir=")});
+        actor.expect(hasSucceeded(deleted), "the delete succeeds", deleted.out);
+      }
+      sayFinished(actor);
+    };
+    const Notes notes = runTogether(seed_, work, creators + 1);
+    EXPECT_THAT(problemsIn(notes), IsEmpty());
+    EXPECT_GE(countOf(notes.back(), "list profiles"), static_cast<size_t>(steps) / 10) << "too few listings";
+    EXPECT_EQ(host::tree("/etc/zuv"), before) << "a delete left something";
+    std::printf("%d creations and deletions, %zu listings\n", creators * steps, countOf(notes.back(), "list profiles"));
+  }
+
   static constexpr const char* kOneFile = "/etc/zuv/profiles/hip.conf";
   unsigned seed_ = 0;
 };
@@ -430,11 +646,24 @@ TEST_F(ManyAtOnce, EachProcessFindsItsProfilesAndKeysUnchangedByOthers) { ownBus
 TEST_F(ManyAtOnce, TheStoreStaysSoundWhenManyProcessesMakeRandomChanges) { anything(100); }
 
 TEST_F(ManyAtOnce, NoEditIsLostWhenProcessesEditDifferentKeysOfOneFile) {
-  const auto expected = lastValues(editOneFile(40), "edit");
-  EXPECT_EQ(expected.size(), static_cast<size_t>(kProcesses));
-  EXPECT_THAT(lostEdits(expected), IsEmpty());
-  EXPECT_THAT(flawsOfStore(), IsEmpty());
-  EXPECT_THAT(staleLocks(), IsEmpty());
+  for (const LockOwner owner : kLockOwners) {
+    SCOPED_TRACE(describe(owner));
+    const LockDirectory locks(owner);
+    host::remove(kOneFile);
+    const auto expected = lastValues(editOneFile(40), "edit");
+    EXPECT_EQ(expected.size(), static_cast<size_t>(kProcesses));
+    EXPECT_THAT(lostEdits(expected), IsEmpty());
+    EXPECT_THAT(flawsOfStore(), IsEmpty());
+    EXPECT_THAT(staleLocks(), IsEmpty());
+  }
+}
+
+TEST_F(ManyAtOnce, ALargeFileWithFourEditorsIsNeverCutAndLosesNoEdit) { editLargeFile(300'000, 40 / kFewer); }
+
+TEST_F(ManyAtOnce, NoNameIsLostWhenOneProcessCreatesAndAnotherLists) { createWhileListing(300 / kFewer); }
+
+TEST_F(ManyAtOnce, NoListingFailsAndNoDirectoryRemainsWhenOthersCreateAndDelete) {
+  createAndDeleteWhileListing(100 / kFewer);
 }
 
 // The texts differ in length, so that the test would see the end of a longer text, or a hole, after a shorter one.
@@ -466,17 +695,41 @@ TEST_F(ManyAtOnceLong, EachProcessFindsItsProfilesAndKeysUnchangedByOthers) { ow
 
 TEST_F(ManyAtOnceLong, TheStoreStaysSoundWhenManyProcessesMakeRandomChanges) { anything(400); }
 
+TEST_F(ManyAtOnceLong, NoListingFailsAndNoDirectoryRemainsWhenOthersCreateAndDelete) {
+  createAndDeleteWhileListing(1000 / kFewer);
+}
+
+TEST_F(ManyAtOnceLong, ALargeFileWithFourEditorsIsNeverCutAndLosesNoEdit) { editLargeFile(7'000'000, 40 / kFewer); }
+
 // --- The checks themselves detect faults
 
-// An edit continues if it cannot create the lock file. With an unusable lock directory the edits therefore race.
-TEST_F(ManyAtOnce, EditsAreLostWithoutTheLock) {
-  ::setenv("ZUV_LOCK_DIR", "/dev/null", 1);
+TEST_F(ManyAtOnce, EditsWithoutLocksAreDetected) {
+  const LargeFile file(300'000);
   size_t lost = 0;
   for (int round = 0; round < 50 && lost == 0; ++round) {
-    host::remove(kOneFile);
-    lost = lostEdits(lastValues(editOneFile(40), "edit")).size();
+    const Notes notes = file.editTogether(seed_, 20, setKeyWithoutLocks);
+    lost = lostEdits(lastValues(notes, "edit")).size();
   }
   EXPECT_GT(lost, 0u);
+  const std::string whole = host::readFile(LargeFile::kPath);
+  EXPECT_FALSE(file.isWhole(whole.substr(0, whole.size() / 2)));
+  EXPECT_FALSE(file.isWhole(whole.substr(whole.find('\n') + 1)));
+}
+
+// Where others may write in the lock directory, only the lock of the temporary file is left. A file system that has no
+// locks takes that away too.
+TEST_F(ManyAtOnce, WithoutTheLockOfTheTemporaryFileEditsCollide) {
+  const LockDirectory locks(LockOwner::stranger);
+  const LargeFile file(300'000);
+  size_t collisions = 0;
+  for (int round = 0; round < 50 && collisions == 0; ++round) {
+    const Notes notes = file.editTogether(seed_, 20, [](const std::string& key, const std::string& value) {
+      const ArmedFaults armed{FaultPlan{1, true, EOPNOTSUPP, {"flock"}}};
+      return ConfigLines::setKeys(LargeFile::kPath, {{key, value}}).isSuccess();
+    });
+    collisions = problemsIn(notes).size();
+  }
+  EXPECT_GT(collisions, 0u);
 }
 
 TEST_F(ManyAtOnce, TwoCreatorsOfOneDirectoryAreDetected) {
