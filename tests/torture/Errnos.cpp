@@ -7,10 +7,11 @@ const std::vector<int> kDiskErrors = {EIO, ENOSPC, EACCES, EROFS, EDQUOT, ENOMEM
 const std::vector<int> kRemoveErrors = {EIO, EACCES, EROFS, EBUSY, ENOMEM};
 const std::vector<int> kOutputErrors = {EIO, ENOSPC, EPIPE, EAGAIN, EINTR};
 
-// The first two rows are for special cases of write and openat.
+// The first rows are for special cases of write, openat and openat2. Without openat2 the program walks the path itself.
 const ErrnoRow kRows[] = {
     {"write to standard output", kOutputErrors},
     {"openat that makes", {ENOSPC, EACCES, EMFILE, ENFILE, ENOMEM, EIO, EROFS, EDQUOT, EINTR}},
+    {"openat2 that makes", {ENOSPC, EACCES, EMFILE, ENFILE, ENOMEM, EIO, EROFS, EDQUOT, EINTR, ENOSYS, EPERM}},
     {"access", kPathErrors},
     {"bind", {ENOMEM}},
     {"brk", {ENOMEM}},
@@ -39,6 +40,7 @@ const ErrnoRow kRows[] = {
     {"getpid", {}},
     {"getsockname", {ENOBUFS}},
     {"getuid", {}},
+    {"lseek", {EINVAL}},
     {"lstat", kPathErrors},
     {"mkdir", kDiskErrors},
     {"mmap", {ENOMEM}},
@@ -46,6 +48,7 @@ const ErrnoRow kRows[] = {
     {"munmap", {ENOMEM}},
     {"newfstatat", kPathErrors},
     {"openat", {EMFILE, EACCES, ENFILE, ENOMEM, EIO, EINTR}},
+    {"openat2", {EMFILE, EACCES, ENFILE, ENOMEM, EIO, EINTR, ENOSYS, EPERM}},
     {"poll", {EINVAL, ENOMEM, EINTR}},
     {"pread64", {EIO, ENOMEM, EINTR}},
     {"read", {EIO, ENOMEM, EINTR}},
@@ -53,6 +56,8 @@ const ErrnoRow kRows[] = {
     {"readlinkat", kPathErrors},
     {"recvmsg", {ENOBUFS, ENOMEM, EINTR}},
     {"rename", kDiskErrors},
+    {"renameat", kDiskErrors},
+    {"renameat2", {EIO, ENOSPC, EACCES, EROFS, EDQUOT, ENOMEM, EINVAL, ENOSYS}},
     {"rmdir", kRemoveErrors},
     {"rt_sigaction", {}},
     {"rt_sigprocmask", {}},

@@ -53,7 +53,7 @@ Tree running() {
   tree.addFolder("/etc/zuv");
   tree.addFolder("/run");
   tree.addFolder("/tmp", 01777);
-  tree.addFolder("/tmp/lock", 01777);
+  tree.addFolder("/tmp/lock");
   tree.addFile("/etc/zuv/.systemctl", "");
   tree.addFile(host::kCurrent, "profile-1\n", 0666);
   addProfile(&tree, "profile-1", "lab");
@@ -87,6 +87,13 @@ Tree withFile(Tree tree, const std::string& path, const std::string& content) {
   return tree;
 }
 
+// Everybody may write in the lock directory, so edits take no lock in it.
+Tree withSharedLocks(Tree tree) {
+  tree.remove("/tmp/lock");
+  tree.addFolder("/tmp/lock", 01777);
+  return tree;
+}
+
 // Two profiles have the same name, and one has none.
 Tree badlyNamed() {
   Tree tree = withFile(running(), kOther + "/profile_name", "lab\n");
@@ -114,7 +121,9 @@ std::vector<Scene> scenesOfProfiles() {
       {"profile modify, running",
        {"profile", "modify", "lab", "helmsor=a.rather.long.name.example.com", "network=eth1", "log_level=warn"},
        running()},
-      {"profile modify, activated", {"profile", "modify", "warehouse", "invitation=###", "activate"}, running()},
+      {"profile modify, activated",
+       {"profile", "modify", "warehouse", "invitation=###", "activate"},
+       withSharedLocks(running())},
       {"profile activate", {"profile", "activate", "field office"}, running()},
       {"profile activate, stopped", {"profile", "activate", "lab"}, stopped()},
       {"profile delete", {"profile", "delete", "field office"}, running()},

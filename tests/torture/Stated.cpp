@@ -47,7 +47,7 @@ std::set<std::string> setOf(const std::string& cell) {
 std::set<std::string> callsOf(const std::string& cell) {
   std::set<std::string> calls = setOf(cell);
   if (calls.count("reading") != 0)
-    calls.insert({"openat", "read", "pread64", "newfstatat", "getdents64", "readlinkat"});
+    calls.insert({"openat", "openat2", "read", "pread64", "newfstatat", "getdents64", "readlinkat"});
   return calls;
 }
 
