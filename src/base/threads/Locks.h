@@ -108,6 +108,11 @@ class OwnedMutex : public Lockable {
   void lock() override;
   void unlock() override;
   bool isHeldByThisThread() const { return owner_ == std::this_thread::get_id(); }
+  // Unlocks the mutex if the calling thread holds it. Only for a thread that ends the process: exit() does not return
+  // to the code that locked the mutex, and other threads may be waiting for it.
+  void unlockIfHeld() {
+    if (isHeldByThisThread()) unlock();
+  }
 
  private:
   PortableMutex mutex_;

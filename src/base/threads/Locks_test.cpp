@@ -306,6 +306,17 @@ TEST(OwnedMutex, KnowsItsHolder) {
   EXPECT_FALSE(mutex.isHeldByThisThread());
 }
 
+TEST(OwnedMutex, UnlockIfHeldUnlocksItForItsHolderOnly) {
+  OwnedMutex mutex;
+  mutex.unlockIfHeld();
+  mutex.lock();
+  std::thread([&] { mutex.unlockIfHeld(); }).join();
+  EXPECT_TRUE(mutex.isHeldByThisThread());
+  mutex.unlockIfHeld();
+  EXPECT_FALSE(mutex.isHeldByThisThread());
+  std::thread([&] { const ScopedOwnedLock lock(mutex); }).join();
+}
+
 TEST(ScopedOwnedLock, DoesNotTouchALockThatItsThreadHolds) {
   OwnedMutex mutex;
   {
