@@ -12,6 +12,7 @@
 #include "base/system/RawWrite.h"
 #include "base/text/StringUtils.h"
 #include "base/text/TimeUtils.h"
+#include "base/threads/NeverDestroyed.h"
 #include "json/JsonModel.h"
 #include "json/JsonWriter.h"
 #include "log/front/EmitContext.h"
@@ -111,9 +112,9 @@ class NoOutput : public LogMessageProcessor {
 
 // Replaces loggers that could not be created.
 Logger& strayLogger() {
-  static NoOutput output;
-  static Logger logger("<none>", output, Level::info);
-  return logger;
+  static NeverDestroyed<NoOutput> output;
+  static NeverDestroyed<Logger> logger("<none>", output.get(), Level::info);
+  return logger.get();
 }
 
 std::atomic<AssertHandler> assertHandler{nullptr};

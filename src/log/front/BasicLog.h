@@ -16,7 +16,8 @@
 // Threads: every function may be called from any thread. An entry belongs to the thread that builds it.
 // Re-entry: a processor, an emitter or an assertion handler may log and get loggers. The log does not pass an entry
 // that a processor logs to the processor again. It drops an entry whose thread would have to wait for itself.
-// Lifetime: loggers live until the log is destroyed at exit. Static destructors must not log.
+// Lifetime: loggers live until the process has ended. Any thread may log until then, even while the process exits. At
+// exit the log stops its output (see log/output/LogManager.h) and drops what is logged afterwards.
 //
 // This is the front end of the log. The back end (log/output/LogManager.h) passes the entries on to their outputs.
 #pragma once

@@ -1,9 +1,13 @@
 #include "log/output/LogManager.h"
 
+#include <unistd.h>
+
+#include <cstdlib>
 #include <new>
 #include <utility>
 
 #include "base/text/StringUtils.h"
+#include "base/threads/NeverDestroyed.h"
 #include "log/front/ScopeGuards.h"
 
 using BasicLog::Level;
@@ -76,6 +80,7 @@ LogInput::~LogInput() {
 }
 
 void LogInput::process(std::unique_ptr<const LogMessage>& message) {
+  if (isClosed_) return;
   // A thread inside the queue must not wait for mutex_, because the holder of mutex_ may be waiting for the queue.
   if (hasSyncProcessor_ && !output_.queue().isHeldByThisThread()) {
     const ScopedOwnedLock lock(mutex_);
@@ -164,11 +169,50 @@ void LogInput::removeSyncEmitter(BasicLog::Emitter* emitter) {
   syncEmitter_ = nullptr;
 }
 
+void LogInput::shutDown() {
+  setProcessor(nullptr, nullptr);
+  mutex_.unlockIfHeld();  // exit() does not return to the processor that called it
+}
+
 // --- LogManager
 
+namespace {
+
+void shutDownAtExit() { LogManager::instance().shutDown(); }
+
+struct LogOfTheProcess {
+  // The function is registered twice. If two threads call exit() at the same time, each of them takes one registration,
+  // and neither goes on to destroy static emitters before the output has stopped. If there is no memory to register it,
+  // nothing stops the output at exit.
+  LogOfTheProcess() {
+    (void)std::atexit(shutDownAtExit);
+    (void)std::atexit(shutDownAtExit);
+  }
+  LogManager manager;
+};
+
+}  // namespace
+
 LogManager& LogManager::instance() {
-  static LogManager manager;
-  return manager;
+  static NeverDestroyed<LogOfTheProcess> log;
+  return log.get().manager;
+}
+
+LogManager::LogManager() : maker_(::getpid()) {}
+
+// The order of the steps:
+// 1. Refuse entries, so that the flush comes to an end.
+// 2. Unlock the queue, if exit() was called inside it: a processor may be waiting for it on another thread.
+// 3. Remove the processor and unlock the input, if a processor called exit(): the output thread may be waiting for it.
+// 4. Wait for the output thread.
+void LogManager::shutDown() {
+  if (isShutDown_) return;
+  input_.close();
+  if (maker_ != ::getpid() && !output_.wasStartedHere()) return;
+  queue().unlockIfHeld();
+  input_.shutDown();
+  output_.shutDown();
+  isShutDown_ = true;
 }
 
 LogManager* LogManager::ifUsable() {

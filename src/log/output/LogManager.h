@@ -13,6 +13,8 @@
 //   log.removeEmitter(emitter);                // now the emitter may be destroyed
 #pragma once
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <memory>
 #include <string>
@@ -58,6 +60,13 @@ class LogInput final : public BasicLog::LogMessageProcessor, public BasicLog::Lo
   // more.
   void removeSyncEmitter(BasicLog::Emitter* emitter);
 
+  // Drops all entries that are submitted from now on, also those for a processor that is installed later. Takes no
+  // lock.
+  void close() { isClosed_ = true; }
+  // Removes and deletes the processor at exit. Waits until its call on another thread has ended. If the processor
+  // itself called exit(), it is not deleted.
+  void shutDown();
+
   // Sets whether entries are queued. Initially they are.
   void setAsyncOutput(bool inUse) { asyncOutput_ = inUse; }
   bool isAsyncOutput() const { return asyncOutput_; }
@@ -69,6 +78,7 @@ class LogInput final : public BasicLog::LogMessageProcessor, public BasicLog::Lo
   void setProcessor(std::shared_ptr<BasicLog::LogMessageProcessor> processor, const BasicLog::Emitter* emitter);
 
   LogOutput& output_;
+  std::atomic<bool> isClosed_{false};
   std::atomic<bool> asyncOutput_{true};
   OwnedMutex mutex_;
   std::shared_ptr<BasicLog::LogMessageProcessor> syncProcessor_;  // shared with the call that runs it
@@ -79,8 +89,10 @@ class LogInput final : public BasicLog::LogMessageProcessor, public BasicLog::Lo
   BasicLog::Level defaultLevel_ = BasicLog::Level::byDefault;
 };
 
-// Owns the input and the output. The first use of the log creates the program's only instance. At exit its destructor
-// stops the output thread, waits until it has ended, and frees the entries that are still queued without writing them.
+// Owns the input and the output. The first use of the log creates the program's only instance. It is never destroyed,
+// because other threads may log until the process has ended.
+// Exit: the instance is shut down at exit (see shutDown). Emitters that are still in the log must live until then, so a
+// static emitter must be constructed before the first use of the log.
 class LogManager {
  public:
   static LogManager& instance();
@@ -88,8 +100,9 @@ class LogManager {
   // cannot log, and it must not wait for a lock whose holder may be waiting for the queue.
   static LogManager* ifUsable();
 
-  LogManager() = default;
-  // Stops the thread before the loggers are destroyed, because an emitter may use them.
+  LogManager();
+  // Stops the thread before the loggers are destroyed, because an emitter may use them. Frees the entries that are
+  // still queued without writing them.
   ~LogManager() { output_.stopOutputThread(); }
   LogManager(const LogManager&) = delete;
   LogManager& operator=(const LogManager&) = delete;
@@ -122,7 +135,19 @@ class LogManager {
   void flush() { output_.flush(); }
   void emergencyFlush() { output_.emergencyFlush(); }
 
+  // Ends the log at exit. From now on entries are dropped. If the output thread is running, the queued entries are
+  // written, however long that takes, and the thread ends. Otherwise they are not written. The synchronous processor is
+  // deleted. When shutDown returns, no thread is calling an emitter or a processor, and the log calls none any more,
+  // not even one that is added later. Re-entry: an emitter, a processor or an assertion handler may call exit(). If an
+  // emitter does, the queued entries are not written. Threads: two threads may exit at the same time. If more do,
+  // static emitters may be destroyed too early. Other processes: a child made by fork that has not started the thread
+  // itself only drops later entries. It takes no lock, because a thread of its parent may have held that lock at the
+  // fork.
+  void shutDown();
+
  private:
+  std::atomic<bool> isShutDown_{false};
+  const pid_t maker_;  // the process that made this object
   LogOutput output_;
   LogInput input_{output_};
 };

@@ -548,7 +548,7 @@ TEST(FirstUseDeathTest, AssertionThatCannotGetItsLoggerDoesNotRecurse) {
               "assert error, BasicLog.cpp line 638, \"failed to create a logger object\" \n$");
 }
 
-TEST(ExitDeathTest, EntriesStillQueuedAtExitAreFreedWithoutOutput) {
+TEST(ExitDeathTest, EntriesStillQueuedAtExitAreDroppedWithoutOutput) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto logAndExit = [] {
     for (int i = 0; i < 100; ++i) const Entry entry(getLogger("test"), Level::error, "unseen", "f", "g");

@@ -64,7 +64,7 @@ void LogOutput::runOutputThread() {
 }
 
 void LogOutput::stopOutputThread() {
-  if (process_ != ::getpid()) return;  // never started, or this is a forked child and the parent has the thread
+  if (!wasStartedHere()) return;  // never started, or this is a forked child and the parent has the thread
   bool hasThread = false;
   {
     // With the lock, a concurrent start has either created its thread or failed. hasThread is determined under the lock
@@ -80,6 +80,21 @@ void LogOutput::stopOutputThread() {
 bool LogOutput::isOutputThreadStopped() const {
   const pid_t process = process_;
   return (process != 0 && process != ::getpid()) || isStopped_.test();
+}
+
+bool LogOutput::wasStartedHere() const {
+  const pid_t process = process_;
+  return process != 0 && process == ::getpid();
+}
+
+// --- The end of the process
+
+void LogOutput::shutDown() {
+  if (wasStartedHere() && isRunning()) isFlushedAtExit_ = true;
+  stopOutputThread();
+  if (isFlushedAtExit_) flush();
+  const ScopedOwnedLock lock(emittersMutex_);
+  hasEnded_ = true;
 }
 
 // --- The emitters
@@ -111,7 +126,7 @@ void LogOutput::flush() {
 // drain at the same time.
 std::size_t LogOutput::drainBatch() {
   const ScopedOwnedLock lock(emittersMutex_);
-  if (lock.wasHeld()) return 0;  // called by an emitter
+  if (lock.wasHeld() || hasEnded_) return 0;  // called by an emitter, or after the end
   std::array<std::unique_ptr<const LogMessage>, batchLimit> batch;
   const std::size_t count = queue_.popMany(batch);
   if (count == 0) return 0;

@@ -59,6 +59,8 @@ class LogOutput {
   void stopOutputThread();
   // Returns true if the thread was started and has left its loop.
   bool isOutputThreadStopped() const;
+  // Returns true if this process started the thread, which may have ended since.
+  bool wasStartedHere() const;
 
   // Appends an emitter to the list. Ignores null.
   void addEmitter(BasicLog::Emitter* emitter);
@@ -70,6 +72,12 @@ class LogOutput {
   void flush();
   // Replaces all emitters by the EmergencyEmitter, which writes to standard output, and flushes.
   void emergencyFlush();
+
+  // Ends the output at exit. If the thread is running, it ends the thread, waits until it has ended, and flushes,
+  // however long that takes. When it returns, no thread is calling an emitter, and no emitter is called any more, not
+  // even one that is added later. If an emitter calls it, it neither waits nor flushes. Entries must be refused before
+  // (see LogManager.h). Two threads may call it at the same time. Both then wait for the same end.
+  void shutDown();
 
  private:
   void runOutputThread();
@@ -84,7 +92,9 @@ class LogOutput {
   const AtomicEqualityTestPredicate<EmitterState> isStopped_{state_, EmitterState::stopped};
   PortableMutex outputMutex_;
   std::atomic<pid_t> process_{0};  // the process that started the thread
+  std::atomic<bool> isFlushedAtExit_{false};
   OwnedMutex emittersMutex_;
   std::vector<BasicLog::Emitter*> emitters_;  // null where an emitter was removed during a batch
+  bool hasEnded_ = false;                     // guarded by emittersMutex_
   ZoneOffset zoneOffset_;                     // guarded by emittersMutex_
 };

@@ -692,7 +692,7 @@ TEST(OutputExitDeathTest, ExitOfAForkedChildDoesNotWaitForTheThreadOfItsParent) 
 }
 
 // The child writes "x" for each entry.
-TEST(OutputExitDeathTest, ExitFinishesTheCurrentBatch) {
+TEST(OutputExitDeathTest, ExitWritesAllQueuedEntriesIfTheOutputThreadIsRunning) {
   class Slow : public Recorder {
    public:
     Slow() {
@@ -713,7 +713,7 @@ TEST(OutputExitDeathTest, ExitFinishesTheCurrentBatch) {
     });
   });
   EXPECT_EQ(status, 6);
-  EXPECT_THAT(text, testing::MatchesRegex("(x{20})+"));
+  EXPECT_EQ(text, std::string(100, 'x'));
 }
 
 // --- Many threads at the same time

@@ -55,6 +55,8 @@ class TypedWorkQueue {
 
   // Returns true if the calling thread is inside the queue.
   bool isHeldByThisThread() const { return queue_.isHeldByThisThread(); }
+  // Unlocks the queue if the calling thread is inside it. Only for a thread that ends the process (see OwnedMutex).
+  void unlockIfHeld() { queue_.unlockIfHeld(); }
 
   // Removes and returns the oldest object. Returns null if the queue is empty.
   std::unique_ptr<T> pop() {
