@@ -33,6 +33,8 @@ std::atomic<int> busyWorkers{0};
 std::atomic<bool> isWriting{false};
 std::atomic<void (*)()> whenWriting{nullptr};  // what the output calls for each entry
 std::atomic<Logger*> lateLogger{nullptr};
+// Such a child must not allocate: the allocator of a sanitizer may have been locked at the fork.
+bool isForkedChild = false;
 std::thread::id mainThread;
 
 void log(const Logger& logger, std::string_view text) { const Entry entry(logger, Level::info, text, "f", "g"); }
@@ -47,6 +49,7 @@ class Output : public Emitter {
   Output() = default;
   ~Output() override {
     isOutputAlive = false;
+    if (isForkedChild) return;
     log(*lateLogger, "by a static destructor");
     ::usleep(20'000);  // the threads go on logging, so a late call is likely to happen in this time
     if (ownWritten != ownExpected) fail("the number of written entries is wrong");
@@ -223,6 +226,7 @@ int exitInForkedChildren() {
   for (int i = 0; i < 10; ++i) {
     const pid_t child = ::fork();
     if (child == 0) {
+      isForkedChild = true;
       (void)::alarm(10);
       std::exit(normalEnd);
     }

@@ -8,7 +8,11 @@
 
 namespace {
 
+#ifdef RAVCTL_SANITIZED
+constexpr int runs = 2;  // sanitizers see in one run what crashes others only sometimes, but they are slow
+#else
 constexpr int runs = 5;
+#endif
 
 // The name lets the runs on other machines leave out what starts programs.
 using LogExitDeathTest = HostTest;
