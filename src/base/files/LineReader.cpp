@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/text/StringUtils.h"
+
 namespace {
 
 constexpr off_t bufferForUnknownSize = 4096;
@@ -22,13 +24,38 @@ bool isSparse(const OpenedFile& file) {
   return file.size > largestBuffer && file.info.st_blocks < file.size / diskBlock;
 }
 
+bool isPrintable(char byte) { return byte > 32 && byte < 127; }
+
+bool endsWholeLine(const LinePiece& piece) { return piece.text.back() == '\n' || piece.text.back() == '\r'; }
+
+// The part of the text from its first printable byte on.
+std::string_view withoutBlankStart(std::string_view text) {
+  const auto printable = std::find_if(text.begin(), text.end(), isPrintable);
+  text.remove_prefix(static_cast<std::size_t>(printable - text.begin()));
+  return text;
+}
+
+void appendPiece(std::string& line, const LinePiece& piece) {
+  line.append(static_cast<std::size_t>(piece.hole), '\0').append(piece.text);
+}
+
+// A caller may hold many lines, and a string that grew to a long line has up to twice its size.
+void trimLine(std::string& line) {
+  constexpr std::size_t shortLine = 4096;
+  const std::size_t length = StringUtils::trim(line, StringUtils::TrimSet::nonPrintable).size();
+  const bool isLong = line.size() > shortLine;
+  line.resize(length);  // nothing is to be trimmed from its start
+  if (isLong) line.shrink_to_fit();
+}
+
 }  // namespace
 
-LineReader::LineReader(const OpenedFile& file, std::size_t lineBufferSize)
+LineReader::LineReader(const OpenedFile& file, std::size_t lineBufferSize, BlankLines blankLines)
     : fd_(file.fd.get()),
       maxPiece_(lineBufferSize - 1),
       size_(file.size),
       isSparse_(isSparse(file)),
+      leavesOutBlankLines_(blankLines == BlankLines::leftOut),
       capacity_(bufferSizeFor(file, lineBufferSize)),
       buffer_(new char[capacity_]),  // make_unique would clear it
       atEnd_(false) {}
@@ -36,6 +63,7 @@ LineReader::LineReader(const OpenedFile& file, std::size_t lineBufferSize)
 bool LineReader::next(LinePiece& piece) {
   std::size_t length = 0;
   do {
+    if (leavesOutBlankLines_ && startsLine_) leaveOutBlankLines();
     const std::size_t window = std::min(end_ - begin_, maxPiece_);
     const char* const start = buffer_.get() + begin_;
     const void* newline = window > 0 ? std::memchr(start, '\n', window) : nullptr;
@@ -57,16 +85,25 @@ bool LineReader::next(LinePiece& piece) {
   return true;
 }
 
+// Leaves out the blank lines at the start of the buffer that lie in it as a whole.
+void LineReader::leaveOutBlankLines() {
+  const std::string_view window(buffer_.get() + begin_, end_ - begin_);
+  const std::size_t blank = window.size() - withoutBlankStart(window).size();
+  begin_ += window.substr(0, blank).rfind('\n') + 1;  // npos + 1 is 0
+}
+
 // Reads more bytes behind those that the buffer still holds. Returns false if no byte was added.
 bool LineReader::fill() {
   if (atEnd_) return false;
   if (begin_ > 0) std::memmove(buffer_.get(), buffer_.get() + begin_, end_ - begin_);
   end_ -= begin_;
   begin_ = 0;
-  if (isSparse_ && end_ == 0 && !startsLine_ && !leaveOutHole()) return false;
-  // A hole can be left out only while the buffer is empty, so that the borders of the pieces do not move. So a sparse
-  // file is read piece by piece: when next has returned a piece that contains no newline, the buffer is empty.
-  const std::size_t room = (isSparse_ ? maxPiece_ : capacity_) - end_;
+  if (isSparse_ && position_ >= dataEnd_ && !findData()) return false;
+  std::size_t room = capacity_ - end_;
+  // A hole can be left out only while the buffer is empty, so that the borders of the pieces do not move. So a hole is
+  // read piece by piece: when next has returned a piece that contains no newline, the buffer is empty.
+  if (isSparse_ && position_ >= dataEnd_) room = maxPiece_ - end_;
+  if (isSparse_ && position_ < dataEnd_) room = std::min(room, static_cast<std::size_t>(dataEnd_ - position_));
   const ssize_t count = readSome(fd_, buffer_.get() + end_, room);
   failed_ = count < 0;
   if (count > 0) {
@@ -77,21 +114,32 @@ bool LineReader::fill() {
   return count > 0;
 }
 
-// If the position is in a hole, skips as many whole pieces of it as possible. At least one byte of the hole remains:
-// the next piece starts with it and reports the skipped bytes.
-bool LineReader::leaveOutHole() {
+// Finds out how far the data at the position reaches. If it is in a hole inside a line, and the buffer is empty, skips
+// as many whole pieces of the hole as possible. At least one byte of it remains: the next piece starts with it and
+// reports the skipped bytes.
+bool LineReader::findData() {
   const off_t data = ::lseek(fd_, position_, SEEK_DATA);
   if (data < 0 && errno != ENXIO) {
     isSparse_ = false;  // the file system does not report holes
     return true;
   }
-  const off_t piece = static_cast<off_t>(maxPiece_);
-  const off_t holeEnd = data < 0 ? size_ : std::min(data, size_);
-  hole_ = std::max<off_t>(0, (holeEnd - position_ - 1) / piece * piece);
-  position_ += hole_;
+  if (data == position_) {
+    dataEnd_ = ::lseek(fd_, position_, SEEK_HOLE);
+  } else if (end_ == 0 && !startsLine_) {
+    const off_t piece = static_cast<off_t>(maxPiece_);
+    const off_t holeEnd = data < 0 ? size_ : std::min(data, size_);
+    hole_ = std::max<off_t>(0, (holeEnd - position_ - 1) / piece * piece);
+    position_ += hole_;
+  }
   failed_ = ::lseek(fd_, position_, SEEK_SET) < 0;
   atEnd_ = failed_;
   return !failed_;
+}
+
+// True if the line is too long with the piece added to it.
+bool WholeLineReader::isTooLong(off_t length, const LinePiece& piece) const {
+  const off_t room = limit_ - static_cast<off_t>(chunkSize) - length;
+  return piece.hole >= room || static_cast<off_t>(piece.text.size()) >= room - piece.hole;
 }
 
 WholeLineReader::Result WholeLineReader::next(std::string& line) {
@@ -99,12 +147,31 @@ WholeLineReader::Result WholeLineReader::next(std::string& line) {
   LinePiece piece;
   bool isComplete = false;
   while (!isComplete && reader_.next(piece)) {
-    const auto room = static_cast<off_t>(limit_) - static_cast<off_t>(line.size() + chunkSize);
-    if (piece.hole >= room) return Result::tooLong;
-    line.append(static_cast<std::size_t>(piece.hole), '\0').append(piece.text);
-    isComplete = line.back() == '\n' || line.back() == '\r';
-    if (line.size() + chunkSize >= limit_) return Result::tooLong;
+    if (isTooLong(static_cast<off_t>(line.size()), piece)) return Result::tooLong;
+    appendPiece(line, piece);
+    isComplete = endsWholeLine(piece);
   }
   if (reader_.failed()) return Result::failed;
+  return line.empty() ? Result::end : Result::line;
+}
+
+WholeLineReader::Result WholeLineReader::nextText(std::string& line) {
+  line.clear();
+  off_t length = 0;  // of the line, with the bytes before its first printable one
+  bool isComplete = false;
+  for (LinePiece piece; !isComplete && reader_.next(piece);) {
+    if (isTooLong(length, piece)) return Result::tooLong;
+    length += piece.hole + static_cast<off_t>(piece.text.size());
+    if (line.empty()) {
+      line = withoutBlankStart(piece.text);
+    } else {
+      appendPiece(line, piece);
+    }
+    if (!endsWholeLine(piece)) continue;
+    length = 0;
+    isComplete = !line.empty();
+  }
+  if (reader_.failed()) return Result::failed;
+  trimLine(line);
   return line.empty() ? Result::end : Result::line;
 }

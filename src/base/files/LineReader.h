@@ -13,6 +13,7 @@
 // that lie in a hole, and so are zero bytes only, are left out, and the next piece reports how many bytes were left
 // out. Anyone can make a file of 1 GiB without data in a moment: a command takes 36 ms to read it, and takes 5.3 s if
 // holes are read like data. An edit would then write the zero bytes to disk.
+// System calls: one for each 64 KiB of data, and at most ten for each piece of data between two holes.
 #pragma once
 
 #include <cstddef>
@@ -30,11 +31,16 @@ struct LinePiece {
   bool endsLine() const { return !text.empty() && text.back() == '\n'; }
 };
 
+// What a reader does with blank lines, which have no byte of 33..126. A reader whose caller has no use for them leaves
+// them out: 100 MB of empty lines then take 0.07 s and not 0.55 s. It still returns those that the end of its buffer
+// cuts.
+enum class BlankLines { returned, leftOut };
+
 class LineReader {
  public:
   // A reader without lines.
   LineReader() = default;
-  LineReader(const OpenedFile& file, std::size_t lineBufferSize);
+  LineReader(const OpenedFile& file, std::size_t lineBufferSize, BlankLines blankLines = BlankLines::returned);
 
   LineReader(LineReader&&) = default;
   LineReader& operator=(LineReader&&) = default;
@@ -46,15 +52,18 @@ class LineReader {
   bool failed() const { return failed_; }
 
  private:
+  void leaveOutBlankLines();
   bool fill();
-  bool leaveOutHole();
+  bool findData();
 
   int fd_ = -1;
   std::size_t maxPiece_ = 0;
   off_t size_ = 0;      // 0: not known
   off_t position_ = 0;  // the offset in the file of the next read
   bool isSparse_ = false;
-  off_t hole_ = 0;  // the bytes left out before the next piece
+  off_t dataEnd_ = 0;  // of a sparse file: from position_ to this offset there is no hole
+  off_t hole_ = 0;     // the bytes left out before the next piece
+  bool leavesOutBlankLines_ = false;
   std::size_t capacity_ = 0;
   std::unique_ptr<char[]> buffer_;
   std::size_t begin_ = 0;  // [begin_, end_) was read and not yet returned
@@ -75,16 +84,25 @@ class WholeLineReader {
 
   enum class Result { line, end, tooLong, failed };
 
-  // A line with its line end must be shorter than `limit` less 500 bytes. For a longer one, next returns tooLong and
-  // may stop inside the line, so do not call it again. The file is borrowed and must outlive the reader.
-  WholeLineReader(const OpenedFile& file, std::size_t limit) : reader_(file, chunkSize), limit_(limit) {}
+  // A line with its line end must be shorter than `limit` less 500 bytes. For a longer one, next and nextText return
+  // tooLong and may stop inside the line, so do not call them again. The file is borrowed and must outlive the reader.
+  WholeLineReader(const OpenedFile& file, std::size_t limit, BlankLines blankLines = BlankLines::returned)
+      : reader_(file, chunkSize, blankLines), limit_(static_cast<off_t>(limit)) {}
 
   // Reads the next line with its line end. A line ends with LF, or with a CR that happens to be the last byte of a
   // piece (pieces have at most 499 bytes, see above); an LF directly behind such a CR is then a line of its own. The
   // last line of the file may have no line end. The content of `line` is undefined unless the result is Result::line.
+  // Its holes count as zero bytes, so it takes time and memory for its length.
   Result next(std::string& line);
 
+  // Reads the next line that is not blank, and trims it as StringUtils::trim does with TrimSet::nonPrintable. Lines end
+  // as above. Blank lines take no memory, and no time for their holes. A reader that leaves out blank lines does not
+  // count the length of those that fit into its buffer, so its limit must be more than the 64 KiB of the buffer.
+  Result nextText(std::string& line);
+
  private:
+  bool isTooLong(off_t length, const LinePiece& piece) const;
+
   LineReader reader_;
-  std::size_t limit_;
+  off_t limit_;
 };

@@ -4,8 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <limits>
 
+#include "base/text/StringUtils.h"
 #include "testing/faults/FaultInjector.h"
 #include "testing/run/HostTest.h"
 
@@ -196,6 +198,37 @@ TEST_F(LineReaderTest, ReadingASparseFileSkipsItsHoles) {
   }
 }
 
+// Islands of one line end, each in a block of its own.
+Islands manyLineEnds(int count, off_t distance) {
+  Islands islands;
+  for (int i = 0; i < count; ++i) islands.push_back({i * distance, "\n"});
+  return islands;
+}
+
+TEST_F(LineReaderTest, DataBetweenHolesTakesAtMostTenSystemCalls) {
+  for (const std::size_t bufferSize : {std::size_t{500}, std::size_t{4096}, std::size_t{8000}}) {
+    SCOPED_TRACE(bufferSize);
+    const OpenedFile file = sparse(off_t{512} << 20, manyLineEnds(512, 1 << 20));
+    const ArmedFaults counted{FaultPlan{}};
+    LineReader reader(file, bufferSize);
+    std::size_t ends = 0;
+    for (LinePiece piece; reader.next(piece);) ends += piece.endsLine() ? 1 : 0;
+    EXPECT_EQ(ends, 512u);
+    EXPECT_LE(counted.count(), 10u * 512);
+  }
+}
+
+TEST_F(LineReaderTest, DataOfASparseFileAreReadIn64KibAtATime) {
+  std::string lines;
+  while (lines.size() < (4 << 20)) lines += std::string(lines.size() % 700, 'x') + "\n";
+  const OpenedFile file = sparse(16 << 20, {{0, lines}, {10 << 20, lines}});
+  const ArmedFaults counted{FaultPlan{}};
+  LineReader reader(file, 500);
+  for (LinePiece piece; reader.next(piece);) {
+  }
+  EXPECT_LE(counted.count(), (8u << 20) / 65536 + 40);
+}
+
 TEST_F(LineReaderTest, HolesThatTheFileSystemDoesNotReportAreRead) {
   const OpenedFile file = sparse(100000, {});
   const ArmedFaults armed{FaultPlan{1, false, EINVAL, {"lseek"}}};
@@ -210,6 +243,52 @@ TEST_F(LineReaderTest, AHoleThatCannotBeSkippedIsAReadError) {
   for (LinePiece piece; reader.next(piece);) length += static_cast<off_t>(piece.text.size());
   EXPECT_TRUE(reader.failed());
   EXPECT_LT(length, 100000);
+}
+
+// --- Blank lines
+
+TEST_F(LineReaderTest, AReaderWithoutBlankLinesReturnsAllOthersAndTheirPieces) {
+  const std::string blanks = "\n \t\n\r\n\0\x80\n"s;
+  const std::string longBlank(200000, ' ');
+  struct Case {
+    const char* why;
+    std::string content;
+  };
+  const Case cases[] = {
+      {"nothing", ""},
+      {"only blank lines", blanks},
+      {"blank lines around others", blanks + "one\n" + blanks + " two\n" + blanks + "three"},
+      {"a blank last line without an end", "one\n  "},
+      {"a blank line that is longer than the buffer", longBlank + "\none\n" + longBlank + "two\n"},
+      {"a line that a long blank end follows", "one" + longBlank + "\n\n\ntwo"},
+      {"a blank line that the buffer cuts", std::string(65530, '\n') + std::string(20, ' ') + "\none\n"},
+      {"blank lines inside a piece", std::string(998, 'x') + "\n" + std::string(300, '\n') + "y\n"},
+  };
+  const auto isBlank = [](const std::string& piece) {
+    return std::none_of(piece.begin(), piece.end(), [](char c) { return c > 32 && c < 127 && c != '+'; });
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    const OpenedFile file = opened(c.content);
+    for (const bool isSlow : {false, true}) {
+      LineReader all(file, 1000);
+      Texts expected = piecesOf(all);
+      ASSERT_EQ(::lseek(file.fd.get(), 0, SEEK_SET), 0);
+      const ArmedFaults armed{FaultPlan{0, false, EIO, {}, isSlow && c.content.size() < 100000}};
+      LineReader others(file, 1000, BlankLines::leftOut);
+      Texts pieces = piecesOf(others);
+      ASSERT_EQ(::lseek(file.fd.get(), 0, SEEK_SET), 0);
+      for (Texts* texts : {&expected, &pieces})
+        texts->erase(std::remove_if(texts->begin(), texts->end(), isBlank), texts->end());
+      EXPECT_EQ(pieces, expected);
+    }
+  }
+}
+
+TEST_F(LineReaderTest, BlankLinesInTheBufferAreLeftOut) {
+  const OpenedFile file = opened("\n \n\none\n\n\t\ntwo\n\n");
+  LineReader reader(file, 1000, BlankLines::leftOut);
+  EXPECT_THAT(piecesOf(reader), ElementsAre("one\n", "two\n"));
 }
 
 // --- Pieces and readers without text
@@ -297,12 +376,82 @@ TEST_F(LineReaderTest, AHoleCanMakeALineTooLongWithoutUsingMemory) {
   }
 }
 
+// --- Lines with text
+
+Texts trimmedLinesOf(const std::string& content, std::size_t limit, bool& isTooLong) {
+  Texts result;
+  const WholeLines whole = wholeLinesOf(content, limit);
+  isTooLong = whole.last == WholeLineReader::Result::tooLong;
+  for (const std::string& line : whole.lines) {
+    const auto text = StringUtils::trim(line, StringUtils::TrimSet::nonPrintable);
+    if (!text.empty()) result.emplace_back(text);
+  }
+  return result;
+}
+
+void expectTextsAreWholeLines(std::size_t limit, BlankLines blankLines) {
+  const std::string cut = std::string(498, ' ') + "\r";
+  const Texts contents = {
+      "",
+      "\n\n",
+      " one \r\n\n\t two\0 x\0\n\0three"s,
+      cut + "\none\n",
+      cut + cut + "one\n",
+      std::string(498, 'x') + "\rtwo\n",
+      std::string(700, ' ') + "one" + std::string(700, '\0') + "\n" + std::string(600, ' ') + "\ntwo",
+      std::string(limit - 501, ' ') + "\none\n",  // this line is too long
+      std::string(limit - 502, ' ') + "\none\n",  // and this one is not
+      "one\n" + std::string(limit - 600, ' ') + std::string(98, 'x') + "\ntwo\n",
+      "one\n" + std::string(limit - 600, ' ') + std::string(99, 'x') + "\ntwo\n",
+  };
+  for (const std::string& content : contents) {
+    SCOPED_TRACE(testing::PrintToString(content.substr(0, 60)) + " of " + std::to_string(content.size()));
+    bool isTooLong = false;
+    const Texts expected = trimmedLinesOf(content, limit, isTooLong);
+    const OpenedFile file = opened(content);
+    WholeLineReader reader(file, limit, blankLines);
+    Texts lines;
+    auto result = WholeLineReader::Result::line;
+    for (std::string line; (result = reader.nextText(line)) == WholeLineReader::Result::line;) lines.push_back(line);
+    EXPECT_EQ(lines, expected);
+    EXPECT_EQ(result, isTooLong ? WholeLineReader::Result::tooLong : WholeLineReader::Result::end);
+  }
+}
+
+TEST_F(LineReaderTest, LinesWithTextAreTheTrimmedWholeLinesThatAreNotBlank) {
+  expectTextsAreWholeLines(3000, BlankLines::returned);
+  expectTextsAreWholeLines(100000, BlankLines::returned);
+  expectTextsAreWholeLines(100000, BlankLines::leftOut);
+}
+
+TEST_F(LineReaderTest, BlankLinesTakeNoMemoryForTheirHoles) {
+  constexpr off_t distance = 9'900'000 / 4096 * 4096;
+  Islands islands = manyLineEnds(20, distance);
+  islands.push_back({20 * distance, "\n lab \n"});
+  const OpenedFile file = sparse(21 * distance, islands);
+  WholeLineReader reader(file, WholeLineReader::defaultLimit);
+  std::string line;
+  EXPECT_EQ(reader.nextText(line), WholeLineReader::Result::line);
+  EXPECT_EQ(line, "lab");
+  EXPECT_LT(line.capacity(), 10000u);
+}
+
+TEST_F(LineReaderTest, ALongLineWithTextTakesMemoryForItsLengthAlone) {
+  const OpenedFile file = sparse(9'000'000, {{0, "a"}, {5'000'000, "b"}});
+  WholeLineReader reader(file, WholeLineReader::defaultLimit);
+  std::string line;
+  EXPECT_EQ(reader.nextText(line), WholeLineReader::Result::line);
+  EXPECT_TRUE(line == "a" + std::string(4'999'999, '\0') + "b");
+  EXPECT_LT(line.capacity(), 5'100'000u);
+}
+
 TEST_F(LineReaderTest, AReadErrorInAWholeLineIsReported) {
   const OpenedFile file = opened(std::string(100000, 'x'));
   const ArmedFaults armed{FaultPlan{2, false, EIO, {"read"}}};
   WholeLineReader reader(file, WholeLineReader::defaultLimit);
   std::string line;
   EXPECT_EQ(reader.next(line), WholeLineReader::Result::failed);
+  EXPECT_EQ(reader.nextText(line), WholeLineReader::Result::failed);
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 
 #include "base/files/FileAccess.h"
 #include "base/files/LineReader.h"
-#include "base/text/StringUtils.h"
 
 namespace FileUtils {
 namespace {
@@ -108,15 +107,9 @@ Status readFirstLineAt(int directoryFd, const char* path, std::string& line) {
 }
 
 Status readFirstLineFrom(const OpenedFile& file, std::string& line) {
-  WholeLineReader reader(file, WholeLineReader::defaultLimit);
-  auto result = WholeLineReader::Result::line;
-  while ((result = reader.next(line)) == WholeLineReader::Result::line) {
-    const std::string_view trimmed = StringUtils::trim(line, StringUtils::TrimSet::nonPrintable);
-    if (trimmed.empty()) continue;
-    line.erase(0, static_cast<std::size_t>(trimmed.data() - line.data()));
-    line.resize(trimmed.size());
-    return Status::success();
-  }
+  WholeLineReader reader(file, WholeLineReader::defaultLimit, BlankLines::leftOut);
+  const auto result = reader.nextText(line);
+  if (result == WholeLineReader::Result::line) return Status::success();
   line.clear();
   return Status::of(result == WholeLineReader::Result::failed ? status::readError : status::success);
 }

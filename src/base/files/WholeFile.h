@@ -60,6 +60,7 @@ Status readLines(const std::string& path, StringList& lines);
 // - a line of 9,999,500 bytes or more comes before any shorter line that is not blank;
 // - the file cannot be opened and stat reports no regular file there, because the file is missing, is of another kind,
 //   or is in a directory that may not be searched.
+// Blank lines take no memory, and no time for their holes. A line that is not blank holds its holes as zero bytes.
 // Statuses: "file open" if stat reports a regular file that cannot be opened; "file read".
 Status readFirstLine(const std::string& path, std::string& line);
 // Does the same for a path relative to an open directory (see DirectoryListing.h). Stores may have 100,000 profiles, so

@@ -90,7 +90,7 @@ Status removeAll(LineEditor& editor, const std::string& key) {
 bool mayHaveKey(const std::string& path, const std::string& key) {
   OpenedFile file;
   if (!openForReading(AT_FDCWD, path.c_str(), file, Follow::trusted)) return errno != ENOENT;
-  LineReader reader(file, lineBufferSize);
+  LineReader reader(file, lineBufferSize, BlankLines::leftOut);
   for (LinePiece line; reader.next(line);) {
     if (line.startsLine && carries(line.text, key)) return true;
   }
@@ -107,7 +107,7 @@ bool readFirstValue(const std::string& path, std::string_view key, std::string& 
   value.clear();
   OpenedFile file;
   if (key.empty() || !isUsablePath(path) || !openForReading(AT_FDCWD, path.c_str(), file)) return false;
-  LineReader reader(file, lineBufferSize);
+  LineReader reader(file, lineBufferSize, BlankLines::leftOut);
   for (LinePiece line; reader.next(line);) {
     const std::string_view text = StringUtils::trim(line.text, StringUtils::TrimSet::nonPrintable);
     if (text.empty() || text.front() == '#' || !carries(text, key)) continue;

@@ -38,7 +38,7 @@ class Variables {
     if (!openForReading(AT_FDCWD, path.c_str(), file)) {
       return false;
     }
-    LineReader reader(file, lineBufferSize);
+    LineReader reader(file, lineBufferSize, BlankLines::leftOut);
     for (LinePiece line; reader.next(line);) {
       take(line.text);
     }
