@@ -5,10 +5,13 @@
 //   for (const std::string& name : listing.files) ...
 #pragma once
 
+#include <cstddef>
+#include <limits>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "base/files/DirectoryReader.h"
 #include "base/system/UniqueFd.h"
 #include "command/status/StatusCodes.h"
 
@@ -18,15 +21,13 @@ namespace FileUtils {
 struct DirectoryListing {
   std::string path;
   Status status;
+  bool isComplete = true;  // false if the listing has reached its limit
   std::vector<std::string> directories;
   std::vector<std::string> files;
   std::vector<std::string> linksToDirectories;
   std::vector<std::string> linksToFiles;
   std::vector<std::string> others;
 };
-
-// Where the relative target of a link is resolved from.
-enum class LinkBase { workingDirectory, ownDirectory };
 
 // Lists a directory.
 // - A link is listed by the kind of its target. A relative target is resolved from the working directory of the
@@ -40,8 +41,10 @@ enum class LinkBase { workingDirectory, ownDirectory };
 DirectoryListing listDirectory(const std::string& path);
 
 // Lists an open directory in the same way, but resolves links as `base` says. `path` stays empty. The read position of
-// the descriptor does not change.
-DirectoryListing listOpenDirectory(int directoryFd, LinkBase base = LinkBase::workingDirectory);
+// the descriptor does not change. It stops after `most` entries if there are more.
+constexpr std::size_t anyNumber = std::numeric_limits<std::size_t>::max();
+DirectoryListing listOpenDirectory(int directoryFd, LinkBase base = LinkBase::workingDirectory,
+                                   std::size_t most = anyNumber);
 
 // True if an open directory is empty or has only an entry of that name. False if it cannot be read to its end.
 bool holdsOnly(int directoryFd, std::string_view name);
@@ -55,9 +58,5 @@ UniqueFd openDirectory(const std::string& path);
 // descriptor does not change. Status: "opendir" if the directory cannot be read to its end; then `names` does not
 // change.
 Status listRealDirectories(int directoryFd, std::vector<std::string>& names);
-
-// The kind of a directory entry, as in d_type: `type` itself, unless it is DT_UNKNOWN; then the kind that stat reports
-// for the entry, without following links. DT_UNKNOWN if that stat fails.
-unsigned char entryType(int directoryFd, const char* name, unsigned char type);
 
 }  // namespace FileUtils

@@ -4,6 +4,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "testing/faults/FaultInjector.h"
 #include "testing/run/HostTest.h"
 
@@ -200,6 +202,19 @@ TEST_F(DirectoryListingTest, ListRealDirectoriesListsNoLinksAndAddsNothingIfItFa
   names.clear();
   EXPECT_THAT(FileUtils::listRealDirectories(root.get(), names), HasCode(status::success));
   EXPECT_THAT(names, SizeIs(3));  // the descriptor's read position has not changed
+}
+
+TEST_F(DirectoryListingTest, AListingStopsAtItsLimitAndReportsThatThereIsMore) {
+  for (const char* name : {"a", "b", "c"}) host::writeFile(std::string("/tmp/list/") + name, "");
+  const UniqueFd fd = FileUtils::openDirectory("/tmp/list");
+  for (std::size_t most = 0; most <= 4; ++most) {
+    SCOPED_TRACE(most);
+    const auto listing = FileUtils::listOpenDirectory(fd.get(), FileUtils::LinkBase::ownDirectory, most);
+    EXPECT_THAT(listing.status, HasCode(status::success));
+    EXPECT_THAT(listing.files, SizeIs(std::min<std::size_t>(most, 3)));
+    EXPECT_EQ(listing.isComplete, most >= 3);
+  }
+  EXPECT_TRUE(FileUtils::listDirectory("/tmp/list").isComplete);
 }
 
 TEST_F(DirectoryListingTest, AListingThatFailsAnywhereLeaksNothing) {
