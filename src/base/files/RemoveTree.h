@@ -14,7 +14,14 @@ namespace FileUtils {
 // - Links are unlinked, never followed, even if a link takes the place of a directory during the removal.
 // - Entries that listDirectory puts under `others` (FIFOs, sockets, devices, broken links) are not removed.
 // - An entry that cannot be removed is skipped. The removal of the directories above it then fails too.
-// - The tree may have any depth. At most about 20 descriptors are open at a time.
+// - The tree may have any depth. A tree of n levels needs at most about log2(n) + 5 descriptors, which is 20 for 30,000
+//   levels.
+// - A directory may have any number of entries. If it has more than 1,024, it is read several times instead of being
+//   held in memory. If somebody makes new entries all the time, the removal ends nevertheless.
+// - Memory: about 250 bytes and the name for each level, the names of at most 1,024 subdirectories for each level, and
+//   8 bytes for each link of one directory.
+// - Time: a few system calls for each entry. Each level is opened again about log2(n) / 2 times, by the names on the
+//   way. The removal does not go through "..", because that takes time for the whole depth on a bind mount.
 // Statuses: "invalid argument" for a relative path and for "/" in any spelling; "unlink" if the path is no directory
 // and cannot be unlinked; "rmdir" if the directory still exists at the end.
 Status removeTree(const std::string& path);

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <thread>
@@ -19,11 +20,27 @@ constexpr const char* kTree = "/tmp/tree";
 
 class RemoveTreeTest : public HostTest {};
 
-// Creates a chain of directories below the tree, each with the name d.
-void makeDeepTree(int depth) {
-  std::string path = kTree;
-  for (int i = 0; i < depth; ++i) path += "/d";
-  host::makeDirs(path);
+// Creates a chain of directories below the tree, each with the name d, and beside each of them one with the name
+// `side`, if given.
+void makeDeepTree(int depth, const char* side = nullptr) {
+  host::makeDirs(kTree);
+  UniqueFd fd = FileUtils::openDirectory(kTree);
+  for (int i = 0; i < depth; ++i) {
+    ASSERT_EQ(::mkdirat(fd.get(), "d", 0755), 0);
+    if (side != nullptr) {
+      ASSERT_EQ(::mkdirat(fd.get(), side, 0755), 0);
+    }
+    UniqueFd next(::openat(fd.get(), "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    ASSERT_TRUE(next.isOpen());
+    fd = std::move(next);
+  }
+}
+
+// Empties kTree as a directory of the store.
+void emptyStoreTree(const char* kept) {
+  const UniqueFd directory(::open(kTree, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  ASSERT_TRUE(directory.isOpen());
+  FileUtils::emptyStoreDirectory(directory.get(), kept);
 }
 
 TEST_F(RemoveTreeTest, ATreeIsRemovedWithEverythingBelowAndItsLinksAreNotFollowed) {
@@ -114,18 +131,7 @@ TEST_F(RemoveTreeTest, FifosAndBrokenLinksStayAndTheRemovalFails) {
 }
 
 TEST_F(RemoveTreeTest, ATreeDeeperThanTheLongestPathIsRemoved) {
-  constexpr int depth = 5000;
-  host::makeDirs(kTree);
-  {
-    UniqueFd fd = FileUtils::openDirectory(kTree);
-    for (int i = 0; i < depth; ++i) {
-      ASSERT_EQ(::mkdirat(fd.get(), "deep", 0755), 0);
-      ASSERT_EQ(::mkdirat(fd.get(), "side", 0755), 0);
-      UniqueFd next(::openat(fd.get(), "deep", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-      ASSERT_TRUE(next.isOpen());
-      fd = std::move(next);
-    }
-  }
+  makeDeepTree(5000, "side");
   rlimit old = {};
   ::getrlimit(RLIMIT_NOFILE, &old);
   const rlimit few = {64, old.rlim_max};
@@ -166,33 +172,202 @@ TEST_F(RemoveTreeTest, ADirectoryThatBecomesALinkOrAFifoBeforeItIsEnteredIsNotEn
   }
 }
 
+// Of 21 levels the lowest two and the levels 0, 8, 16 and 18 are still open when the removal has arrived at the bottom,
+// after 42 calls of openat and 21 of fstat. The next of these calls opens level 17 again.
+constexpr int kDepth = 20;
+constexpr std::size_t kOpenedOnTheWayDown = 42;
+
+std::string treeOfDepth(int depth) {
+  std::string tree;
+  std::string path = "d";
+  for (int i = 0; i < depth; ++i, path += "/d") tree += "d 0755 " + path + "\n";
+  return tree;
+}
+
 TEST_F(RemoveTreeTest, ADeepDirectoryThatIsMovedAwayEndsTheRemoval) {
-  // From more than 16 levels down the removal returns through "..", which must lead to the same directory as before.
-  makeDeepTree(20);
+  makeDeepTree(kDepth);
   host::writeFile("/tmp/elsewhere/file", "");
   FaultPlan plan;
   plan.calls = {"openat"};
   plan.before = [](std::size_t call) {
-    if (call != 43) return;  // 21 directories were opened and listed; call 43 is the first ".."
+    if (call != kOpenedOnTheWayDown + 1) return;
     ASSERT_EQ(::rename("/tmp/tree/d/d/d/d/d", "/tmp/elsewhere/d"), 0);
   };
   const ArmedFaults armed{plan};
   EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::rmdirError));
-  EXPECT_EQ(host::tree("/tmp/elsewhere"), "d 0755 d\nf 0644 file \"\"\n");
+  // Level 8 was still open. On the way from level 0 to level 7, level 5 is missing.
+  EXPECT_EQ(host::tree("/tmp/elsewhere"), treeOfDepth(4) + "f 0644 file \"\"\n");
+  EXPECT_EQ(host::tree(kTree), treeOfDepth(4));
+}
+
+TEST_F(RemoveTreeTest, AnotherDirectoryInThePlaceOfAClosedOneIsNotTouched) {
+  makeDeepTree(kDepth);
+  FaultPlan plan;
+  plan.calls = {"openat"};
+  plan.before = [](std::size_t call) {
+    if (call != kOpenedOnTheWayDown + 1) return;
+    ASSERT_EQ(::rename("/tmp/tree/d/d/d/d/d", "/tmp/away"), 0);
+    host::makeDirs("/tmp/tree/d/d/d/d/d/d/d");
+  };
+  const ArmedFaults armed{plan};
+  EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::rmdirError));
+  EXPECT_EQ(host::tree(kTree), treeOfDepth(7));
 }
 
 TEST_F(RemoveTreeTest, AParentDirectoryThatCannotBeReopenedEndsTheRemoval) {
-  // The lowest 16 of 21 directories stay open. The first "..", from the sixth, comes after all of them were opened.
-  for (const FaultPlan& plan : {FaultPlan{43, false, EMFILE, {"openat"}},
-                                FaultPlan{22, false, EIO, {"fstat"}}}) {  // two openat and one fstat for each directory
+  for (const FaultPlan& plan : {FaultPlan{kOpenedOnTheWayDown + 1, false, EMFILE, {"openat"}},
+                                FaultPlan{kOpenedOnTheWayDown / 2 + 1, false, EIO, {"fstat"}}}) {
     SCOPED_TRACE(*plan.calls.begin());
     host::reset();
-    makeDeepTree(20);
+    makeDeepTree(kDepth);
     const ArmedFaults armed{plan};
     EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::rmdirError));
-    EXPECT_EQ(host::tree(kTree), "d 0755 d\nd 0755 d/d\nd 0755 d/d/d\nd 0755 d/d/d/d\nd 0755 d/d/d/d/d\n");
+    EXPECT_EQ(host::tree(kTree), treeOfDepth(18));
     EXPECT_EQ(armed.count(), plan.at) << "the removal ends at the fault";
   }
+}
+
+// --- Costs
+
+TEST_F(RemoveTreeTest, TheNumberOfOpenDescriptorsGrowsWithTheLogarithmOfTheDepth) {
+  struct Case {
+    int depth;
+    rlim_t most;
+  };
+  rlimit old = {};
+  ::getrlimit(RLIMIT_NOFILE, &old);
+  for (const Case& c : {Case{100, 12}, Case{1000, 15}, Case{10000, 18}}) {
+    SCOPED_TRACE(c.depth);
+    makeDeepTree(c.depth);
+    const UniqueFd firstFree(::dup(0));
+    const rlimit few = {static_cast<rlim_t>(firstFree.get()) + 1 + c.most, old.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+    EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::success));
+    ::setrlimit(RLIMIT_NOFILE, &old);
+  }
+}
+
+// The number of system calls for each directory.
+double callsToRemove(int directories) {
+  const ArmedFaults counted{FaultPlan{}};
+  EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::success));
+  return static_cast<double>(counted.count()) / directories;
+}
+
+TEST_F(RemoveTreeTest, TheNumberOfSystemCallsForALevelGrowsWithTheLogarithmOfTheDepth) {
+  // 11 calls for each level, and 3 for each time that it is opened again
+  makeDeepTree(50);
+  EXPECT_LE(callsToRemove(50), 11 + 3 * 3);
+  makeDeepTree(1600);
+  EXPECT_LE(callsToRemove(1600), 11 + 3 * 5.5);
+}
+
+// At some depths many levels are closed on the way down and have to be opened again on the way back.
+TEST_F(RemoveTreeTest, ManySubdirectoriesAtAnyDepthTakeFewSystemCallsEach) {
+  constexpr int siblings = 200;
+  for (const int depth : {1, 62, 63, 64, 65, 127, 128}) {
+    for (const int height : {1, 2, 5}) {
+      SCOPED_TRACE(std::to_string(depth) + ", " + std::to_string(height));
+      std::string bottom = kTree;
+      for (int i = 0; i < depth; ++i) bottom += "/d";
+      for (int i = 0; i < siblings; ++i) {
+        std::string path = bottom + "/" + std::to_string(i);
+        for (int level = 1; level < height; ++level) path += "/d";
+        host::makeDirs(path);
+      }
+      EXPECT_LE(callsToRemove(siblings * height), 30);
+    }
+  }
+}
+
+// --- Directories whose names are not held in memory
+
+constexpr int kMany = 3000;  // almost three times as many as are read at a time
+
+std::string inTree(const std::string& name) { return std::string(kTree) + "/" + name; }
+
+TEST_F(RemoveTreeTest, ManyEntriesOfEveryKindAreRemovedAsFewAre) {
+  host::writeFile("/tmp/target/file", "");
+  for (int i = 0; i < kMany; ++i) {
+    const std::string n = std::to_string(i);
+    host::writeFile(inTree("file" + n), "");
+    host::makeLink(inTree("to-file" + n), "file" + n);
+    host::makeLink(inTree("to-link" + n), "to-file" + n);  // broken as soon as the other link has gone
+    host::makeLink(inTree("to-directory" + n), "/tmp/target");
+    host::makeDirs(inTree("directory" + n));
+  }
+  host::makeLink(inTree("a-broken-link"), "missing");
+  host::makeFifo(inTree("fifo"));
+  host::makeFifo(inTree("directory7/fifo"));
+  host::writeFile(inTree("kept"), "");
+  host::writeFile(inTree("directory8/kept"), "");
+  emptyStoreTree("kept");
+  EXPECT_EQ(host::tree(kTree),
+            "l a-broken-link -> missing\nd 0755 directory7\np 0644 directory7/fifo\np 0644 fifo\nf 0644 kept \"\"\n");
+  EXPECT_TRUE(host::exists("/tmp/target/file"));
+}
+
+TEST_F(RemoveTreeTest, ManyFilesAreRemovedBeforeLinksToFilesThenLinksToDirectoriesThenDirectories) {
+  host::writeFile("/tmp/target/file", "");
+  for (int i = 0; i < kMany; ++i) host::writeFile(inTree("file" + std::to_string(i)), "");
+  host::makeLink(inTree("link to a directory"), "/tmp/target");
+  host::makeLink(inTree("link to a file"), "/tmp/target/file");
+  host::makeDirs(inTree("directory"));
+  std::vector<std::string> remaining;
+  FaultPlan plan;
+  plan.calls = {"unlinkat"};
+  plan.before = [&](std::size_t call) {
+    if (call > kMany) remaining.push_back(host::tree(kTree));
+  };
+  const ArmedFaults armed{plan};
+  EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::success));
+  const std::string directory = "d 0755 directory\n";
+  const std::string toDirectory = "l link to a directory -> /tmp/target\n";
+  const std::string toFile = "l link to a file -> /tmp/target/file\n";
+  EXPECT_THAT(remaining, testing::ElementsAre(directory + toDirectory + toFile, directory + toDirectory, directory));
+}
+
+TEST_F(RemoveTreeTest, ManyDirectoriesThatCannotBeRemovedDoNotStopTheRemovalOfOthers) {
+  for (int i = 0; i < kMany; ++i) {
+    host::makeDirs(inTree(std::to_string(i)));
+    if (i % 100 != 0) host::makeFifo(inTree(std::to_string(i) + "/fifo"));
+  }
+  const ArmedFaults counted{FaultPlan{0, false, EIO, {"unlinkat"}}};
+  EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::rmdirError));
+  EXPECT_LE(counted.count(), std::size_t{2 * kMany}) << "each directory is tried twice at most";
+  EXPECT_FALSE(host::exists(inTree("2900")));
+  EXPECT_TRUE(host::exists(inTree("2901")));
+}
+
+TEST_F(RemoveTreeTest, SomebodyWhoMakesEntriesAllTheTimeDoesNotKeepTheRemovalFromEnding) {
+  constexpr int atStart = 1100;
+  for (const bool isOfFiles : {true, false}) {
+    for (const std::size_t removalsForEachNew : {1u, 2u, 5u}) {
+      SCOPED_TRACE(std::to_string(isOfFiles) + ", " + std::to_string(removalsForEachNew));
+      host::reset();
+      const auto make = [&](const std::string& name) {
+        if (isOfFiles) host::writeFile(inTree(name), "");
+        if (!isOfFiles) host::makeDirs(inTree(name));
+      };
+      for (int i = 0; i < atStart; ++i) make(std::to_string(i));
+      FaultPlan plan;
+      plan.calls = {"unlinkat"};
+      plan.before = [&](std::size_t call) {
+        if (call % removalsForEachNew == 0 && call < 20 * atStart) make("new" + std::to_string(call));
+      };
+      const ArmedFaults armed{plan};
+      (void)FileUtils::removeTree(kTree);  // an entry that was made in the last pass may remain
+      EXPECT_GE(armed.count(), std::size_t{atStart});
+      EXPECT_LE(armed.count(), std::size_t{4 * atStart});
+    }
+  }
+}
+
+TEST_F(RemoveTreeTest, ADirectoryThatCannotBeReadOnEndsItsRemoval) {
+  for (int i = 0; i < kMany; ++i) host::makeDirs(inTree(std::to_string(i)));
+  const ArmedFaults armed{FaultPlan{1, true, EIO, {"lseek"}}};
+  EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::rmdirError));
+  EXPECT_GE(armed.count(), 1u);
 }
 
 TEST_F(RemoveTreeTest, ALinkThatReplacesADirectoryAgainAndAgainIsNeverFollowed) {
@@ -226,13 +401,6 @@ TEST_F(RemoveTreeTest, ADirectoryThatCannotBeReadDoesNotStopTheRemovalOfOthers) 
   }
   host::setMode("/tmp/tree/closed", 0755);
   EXPECT_EQ(host::tree(kTree), "d 0755 closed\nf 0644 closed/file \"\"\n");
-}
-
-// Empties kTree as a directory of the store.
-void emptyStoreTree(const char* kept) {
-  const UniqueFd directory(::open(kTree, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  ASSERT_TRUE(directory.isOpen());
-  FileUtils::emptyStoreDirectory(directory.get(), kept);
 }
 
 TEST_F(RemoveTreeTest, AnOpenDirectoryIsEmptiedButForOneEntryOfItsOwn) {

@@ -10,6 +10,7 @@
 // Step 3 takes the profile out of the store at one moment: a listing sees it whole or not at all, and gives no name to
 // a directory that is just being removed. From then on the profile is deleted, whatever is left. Other processes: a
 // delete waits for another one of the same profile for ten seconds at most.
+// Cost: that of FileUtils::removeTree, and five system calls for each directory that earlier deletes have left.
 #pragma once
 
 #include <string>
