@@ -1,11 +1,13 @@
 // The files that the program reads are huge, or the store holds a huge number of entries. The program needs only a
 // limited amount of memory and time.
 #include <fcntl.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <functional>
 
 #include "testing/run/HostTest.h"
 
@@ -17,6 +19,7 @@ using testing::HasSubstr;
 constexpr const char* kProfile = "/etc/zuv/profiles/profile-1/";
 constexpr off_t kFourGigabytes = off_t{4} << 30;
 constexpr unsigned long kMegabyte = 1UL << 20;
+constexpr unsigned long kLittle = 8;  // megabytes of address space; the program needs 3 in an ordinary store
 constexpr const char* kNotRunning = "running: false\nhelmsor: false\ntunnel: false\n";
 constexpr const char* kListed = "profile-1\t'lab'\ncurrent_name: lab\n";
 constexpr const char* kNoLog = "no logfile available for this profile\n";
@@ -36,7 +39,7 @@ void fillRoot(int entries) {
 }
 
 class HostileSizeTest : public HostTest {
- protected:
+ public:
   void SetUp() override {
     HostTest::SetUp();
     if (IsSkipped()) return;
@@ -161,6 +164,36 @@ TEST_F(HostileSizeTest, ALogOfLongLinesTakesMemoryOnlyForTheShownLines) {
   EXPECT_EQ(runBounded({"list", "log", "lab", "max_lines=1"}).out.size(), 100'000 % 4095 + 1 + 18);
 }
 
+// Each of the line ends is in a disk block of its own, and each line is just short enough to be read.
+host::Islands lineEnds(int count) {
+  constexpr off_t distance = 9'990'000 / 4096 * 4096;
+  host::Islands islands;
+  for (int i = 1; i <= count; ++i) islands.push_back({i * distance, "\n"});
+  return islands;
+}
+
+void expectHolesTakeLittleMemory(int count, const std::function<Outcome(const Words&)>& run) {
+  for (const Row& row : kRows) {
+    const std::string file = row.file;
+    if (file == "profile-1/hip.log") continue;  // its zero bytes are no blank lines
+    SCOPED_TRACE(file + ": " + testing::PrintToString(row.words));
+    HostileSizeTest::setScene();
+    host::Islands islands = lineEnds(count);
+    islands.push_back({islands.back().offset + 1, row.start});
+    const std::string path = host::kProfiles + file;
+    host::writeSparse(path, islands.back().offset + kFourGigabytes, islands);
+    EXPECT_EQ(run(row.words).out, row.out);
+  }
+}
+
+TEST_F(HostileSizeTest, HolesBetweenBlankLinesTakeLittleMemory) {
+  expectHolesTakeLittleMemory(20, [](const Words& words) { return runBounded(words, kLittle); });
+}
+
+TEST_F(HostileSizeTestLong, ThousandsOfHolesBetweenBlankLinesTakeLittleMemory) {
+  expectHolesTakeLittleMemory(5000, [](const Words& words) { return runBounded(words, kLittle); });
+}
+
 TEST_F(HostileSizeTestLong, AGigabyteOfBlankLinesInTheMarkerTakesLittleMemory) {
   fillWith(host::kCurrent, "\n", 1024 * kMegabyte);
   EXPECT_EQ(runBounded({"list", "log", ""}).out, kNoLog);
@@ -171,6 +204,66 @@ TEST_F(HostileSizeTestLong, AGigabyteOfBlankLinesInTheMarkerTakesLittleMemory) {
 TEST_F(HostileSizeTest, EntriesThatAreNoProfilesTakeLittleMemory) { expectBoundedWith(30'000); }
 
 TEST_F(HostileSizeTestLong, EntriesThatAreNoProfilesTakeLittleMemory) { expectBoundedWith(1'000'000); }
+
+// Makes entries with names of 250 bytes in the profile.
+void fillProfile(const std::function<int(const char*)>& make, int entries) {
+  for (int i = 0; i < entries; ++i) {
+    const std::string number = std::to_string(i);
+    const std::string path = kProfile + std::string(250 - number.size(), 'x') + number;
+    ASSERT_EQ(make(path.c_str()), 0);
+  }
+}
+
+void expectRemovalTakesLittleMemory(int entries, const std::function<Outcome(const Words&)>& run) {
+  struct Case {
+    const char* why;
+    std::function<int(const char*)> make;
+    bool isRemoved;
+  };
+  const Case cases[] = {
+      {"files", [](const char* path) { return ::mknod(path, S_IFREG | 0644, 0); }, true},
+      {"links", [](const char* path) { return ::symlink("profile_name", path); }, true},
+      {"directories", [](const char* path) { return ::mkdir(path, 0755); }, true},
+      {"FIFOs", [](const char* path) { return ::mkfifo(path, 0644); }, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    HostileSizeTest::setScene();
+    fillProfile(c.make, entries);
+    EXPECT_EQ(run({"profile", "delete", "lab"}).exitStatus, 0);
+    EXPECT_EQ(host::exists("/etc/zuv/profiles/profile-1"), !c.isRemoved);
+  }
+}
+
+TEST_F(HostileSizeTest, AProfileWithManyEntriesIsRemovedWithLittleMemory) {
+  expectRemovalTakesLittleMemory(40'000, [](const Words& words) { return runBounded(words, kLittle); });
+}
+
+TEST_F(HostileSizeTestLong, AProfileWithManyEntriesIsRemovedWithLittleMemory) {
+  expectRemovalTakesLittleMemory(300'000, [](const Words& words) { return runBounded(words, 2 * kLittle); });
+}
+
+// On a bind mount the kernel takes time for the whole depth to go through "..".
+TEST_F(HostileSizeTestLong, AVeryDeepTreeOnABindMountIsRemovedWithFewDescriptors) {
+  host::makeDirs("/tmp/store");
+  ASSERT_EQ(::mount("/tmp/store", host::kProfiles, nullptr, MS_BIND, nullptr), 0);
+  host::makeProfile("profile-1", "lab");
+  host::makeActive("profile-1");
+  int fd = ::open(kProfile, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  for (int i = 0; i < 30'000; ++i) {
+    ASSERT_EQ(::mkdirat(fd, "d", 0755), 0);
+    const int next = ::openat(fd, "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ::close(fd);
+    fd = next;
+  }
+  ::close(fd);
+  Start start;
+  start.descriptorLimit = 32;
+  start.memoryLimit = 2 * kLittle * kMegabyte;
+  EXPECT_EQ(runRavctl({"profile", "delete", "lab"}, start).out, "");
+  EXPECT_FALSE(host::exists(kProfile));
+  EXPECT_EQ(::umount(host::kProfiles), 0);
+}
 
 // Takes every number that a new profile could get, up to `last`.
 void takeNumbers(int last) {
