@@ -563,7 +563,8 @@ StatusCode codeOfFault(const Fault& fault, const std::vector<std::string>& calls
   }
   if (fault.call == "read") return status::readError;
   if (fault.call == "fchmod") return status::chmodError;
-  return fault.call == "openat" || fault.call == "fstat" ? status::openError : status::writeError;
+  const bool isOpening = fault.call == "openat" || fault.call == "fstat" || fault.call == "fstatat";
+  return isOpening ? status::openError : status::writeError;
 }
 
 // True if the fault hides who may read the old file: its access list, or its mode as it is now.
