@@ -29,16 +29,19 @@ void OldBytes::noteCut() {
 }
 
 void OldBytes::putBack(int fd) {
+  if (!isKept_) return;
   const auto size = static_cast<off_t>(bytes_.size());
   off_t done = 0;
-  ssize_t count = isKept_ ? 1 : 0;
+  ssize_t count = 1;
   while (count > 0 && done < size) {
     const char* const from = bytes_.data() + done;
     count = uninterrupted([&] { return ::pwrite(fd, from, static_cast<std::size_t>(size - done), done); });
     if (count > 0) done += count;
   }
+  // After the writes the file has at least its old length, so a cut without a look cannot make it longer.
   struct stat info = {};
-  if (isKept_ && isWhole_ && ::fstat(fd, &info) == 0 && info.st_size > size) {
+  const bool isPutBack = isWhole_ && done == size;
+  if (isPutBack && (::fstat(fd, &info) != 0 || info.st_size > size)) {
     [[maybe_unused]] const int cut = uninterrupted([&] { return ::ftruncate(fd, size); });
   }
   forget();

@@ -75,6 +75,14 @@ TEST_F(OldBytesTest, NothingIsKeptOfAFileThatCannotBeRead) {
   EXPECT_EQ(host::readFile(kFile), "new");
 }
 
+TEST_F(OldBytesTest, TheNewEndIsCutOffEvenIfTheLengthCannotBeLearned) {
+  keep("old", 10);
+  EXPECT_TRUE(writeFully(fd_.get(), "0123456789"));
+  const ArmedFaults armed(FaultPlan{1, true, EIO, {"fstat"}});
+  old_.putBack(fd_.get());
+  EXPECT_EQ(host::readFile(kFile), "old");
+}
+
 TEST_F(OldBytesTest, ForgottenBytesAreNotPutBack) {
   keep("old", 3);
   old_.forget();
