@@ -554,6 +554,10 @@ std::string nameOfCall(long call) {
   return row != nullptr ? row->name : "call " + std::to_string(call);
 }
 
+TracedCall describeCall(pid_t pid, std::size_t number, const SystemCall& call) {
+  return describe(pid, number, call.number, call.arguments);
+}
+
 #else
 
 std::string whyNoTracing() { return "programs are traced on x86_64 alone"; }
@@ -563,5 +567,7 @@ TraceResult traceProgram(const std::vector<std::string>&, const TracePlan&) {
 }
 
 std::string nameOfCall(long call) { return "call " + std::to_string(call); }
+
+TracedCall describeCall(pid_t, std::size_t, const SystemCall&) { throw std::runtime_error(whyNoTracing()); }
 
 #endif

@@ -20,6 +20,8 @@
 // Needs x86_64 and a system that lets a process trace its child.
 #pragma once
 
+#include <sys/types.h>
+
 #include <array>
 #include <cerrno>
 #include <cstddef>
@@ -100,3 +102,6 @@ TraceResult traceProgram(const std::vector<std::string>& words, const TracePlan&
 
 // Returns for example "openat", or "call 999" for a number that the tracer has no name for.
 std::string nameOfCall(long call);
+
+// Describes the call that a stopped program is about to make, for code that traces programs itself.
+TracedCall describeCall(pid_t pid, std::size_t number, const SystemCall& call);
