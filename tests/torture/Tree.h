@@ -11,6 +11,7 @@
 
 #include <map>
 #include <string>
+#include <tuple>
 
 struct Node {
   char type = 'f';  // 'f' a file, 'd' a folder, 'l' a link, '?' anything else
@@ -20,6 +21,9 @@ struct Node {
     return type == other.type && mode == other.mode && content == other.content;
   }
   bool operator!=(const Node& other) const { return !(*this == other); }
+  bool operator<(const Node& other) const {
+    return std::tie(type, mode, content) < std::tie(other.type, other.mode, other.content);
+  }
 };
 
 class Tree {
