@@ -10,7 +10,8 @@ usage() {
 Usage: sh tools/steps.sh STEP [WORD...]
 
 Steps of ./dev check: format tidy layers headers scripts manuals tree
-Steps of ./dev ci:    clang asan tsan valgrind ansible torture s390x aarch64 i386 package bench
+Steps of ./dev ci:    clang asan tsan valgrind ansible torture interleavings s390x aarch64 i386
+                      package bench
                       fuzz [SECONDS [TARGET...]]
                       anywhere [PLACE...]
 Step of ./dev coverage: coverage
@@ -258,6 +259,19 @@ torture() {
   return "$verdict"
 }
 
+# Runs every pair of commands, and every command with every attack, in many orders of their system calls. With
+# RAVCTL_LONG set it runs all orders.
+interleavings() {
+  configure release
+  build release interleavings_test
+  export RAVCTL_INTERLEAVINGS=more RAVCTL_INTERLEAVINGS_FIGURES="$PWD/build/release/made/interleavings-figures"
+  rm -f "$RAVCTL_INTERLEAVINGS_FIGURES"
+  verdict=0
+  run_tests interleavings build/release --tests-regex ^interleavings_test/ || verdict=1
+  sort "$RAVCTL_INTERLEAVINGS_FIGURES" | awk -F ' [|] ' -f tools/interleavings.awk
+  return "$verdict"
+}
+
 # anywhere [PLACE...]: copies the built tree to each place and runs its tests there. By default it takes the three
 # places where most mistakes showed.
 anywhere() {
@@ -276,7 +290,7 @@ bench() {
 case ${1-} in
   -h | --help) usage ;;
   format | tidy | layers | headers | scripts | manuals | tree | clang | asan | tsan | valgrind | ansible | fuzz | torture | \
-    anywhere | s390x | aarch64 | i386 | package | bench | coverage)
+    interleavings | anywhere | s390x | aarch64 | i386 | package | bench | coverage)
     step=$1
     shift
     if [ -z "${RESULTS-}" ]; then start_results steps; fi
