@@ -144,11 +144,12 @@ int exitInAnEmitterThatAFlushCalls() {
 
 // While the processor exits, an emitter waits for the processor.
 int exitInAProcessor() {
+  static std::atomic<bool> isInProcessor{false};
   class Exiting : public LogMessageProcessor {
    public:
     void process(std::unique_ptr<const LogMessage>&) override {
       if (std::this_thread::get_id() != mainThread) return;
-      while (!isWriting) ::usleep(100);
+      isInProcessor = true;
       ::usleep(10'000);
       std::exit(normalEnd);
     }
@@ -158,8 +159,10 @@ int exitInAProcessor() {
   setSyncProcessor(new Exiting);
   whenWriting = [] {
     isWriting = true;
+    while (!isInProcessor) ::usleep(100);
     log(*lateLogger, "by an emitter");
   };
+  while (!isWriting) ::usleep(100);
   log(*lateLogger, "exit");
   pauseForEver();
 }
