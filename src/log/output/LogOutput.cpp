@@ -60,6 +60,7 @@ void LogOutput::runOutputThread() {
   while (isRunning()) {
     if (drainBatch() == 0) (void)isStopping_.waitFor(idleMicros);  // the loop condition checks the state again
   }
+  if (flushesAtItsEnd_) flush();
   state_.set(EmitterState::stopped);  // the last access: a thread that waits for this state may destroy the object
 }
 
@@ -89,10 +90,10 @@ bool LogOutput::wasStartedHere() const {
 
 // --- The end of the process
 
+// The output thread flushes. So a static program that never starts it does not link what writes entries.
 void LogOutput::shutDown() {
-  if (wasStartedHere() && isRunning()) isFlushedAtExit_ = true;
+  flushesAtItsEnd_ = true;
   stopOutputThread();
-  if (isFlushedAtExit_) flush();
   const ScopedOwnedLock lock(emittersMutex_);
   hasEnded_ = true;
 }

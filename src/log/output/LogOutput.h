@@ -73,10 +73,11 @@ class LogOutput {
   // Replaces all emitters by the EmergencyEmitter, which writes to standard output, and flushes.
   void emergencyFlush();
 
-  // Ends the output at exit. If the thread is running, it ends the thread, waits until it has ended, and flushes,
-  // however long that takes. When it returns, no thread is calling an emitter, and no emitter is called any more, not
-  // even one that is added later. If an emitter calls it, it neither waits nor flushes. Entries must be refused before
-  // (see LogManager.h). Two threads may call it at the same time. Both then wait for the same end.
+  // Ends the output at exit. If the thread is running, it waits until the thread has flushed and ended, however long
+  // that takes. When it returns, no thread is calling an emitter, and no emitter is called any more, not even one that
+  // is added later. If an emitter calls it, it neither waits nor flushes. Entries must be refused before (see
+  // LogManager.h).
+  // Two threads may call it at the same time. Both then wait for the same end.
   void shutDown();
 
  private:
@@ -92,7 +93,7 @@ class LogOutput {
   const AtomicEqualityTestPredicate<EmitterState> isStopped_{state_, EmitterState::stopped};
   PortableMutex outputMutex_;
   std::atomic<pid_t> process_{0};  // the process that started the thread
-  std::atomic<bool> isFlushedAtExit_{false};
+  std::atomic<bool> flushesAtItsEnd_{false};
   OwnedMutex emittersMutex_;
   std::vector<BasicLog::Emitter*> emitters_;  // null where an emitter was removed during a batch
   bool hasEnded_ = false;                     // guarded by emittersMutex_
