@@ -10,7 +10,7 @@ usage() {
 Usage: sh tools/steps.sh STEP [WORD...]
 
 Steps of ./dev check: format tidy layers headers scripts manuals tree
-Steps of ./dev ci:    clang asan tsan valgrind ansible torture interleavings s390x aarch64 i386
+Steps of ./dev ci:    clang asan tsan valgrind ansible model torture interleavings s390x aarch64 i386
                       package bench
                       fuzz [SECONDS [TARGET...]]
                       anywhere [PLACE...]
@@ -246,6 +246,9 @@ coverage() {
 
 package() { sh tools/package.sh; }
 
+# Lets Spin check the model of an edit.
+model() { sh tools/model.sh; }
+
 # Makes every system call of every command fail with every error that it can give, and kills every command before each
 # call that changes the disk.
 torture() {
@@ -289,8 +292,8 @@ bench() {
 
 case ${1-} in
   -h | --help) usage ;;
-  format | tidy | layers | headers | scripts | manuals | tree | clang | asan | tsan | valgrind | ansible | fuzz | torture | \
-    interleavings | anywhere | s390x | aarch64 | i386 | package | bench | coverage)
+  format | tidy | layers | headers | scripts | manuals | tree | clang | asan | tsan | valgrind | ansible | fuzz | model | \
+    torture | interleavings | anywhere | s390x | aarch64 | i386 | package | bench | coverage)
     step=$1
     shift
     if [ -z "${RESULTS-}" ]; then start_results steps; fi

@@ -27,6 +27,7 @@ docs/examples/demo-store  **
 examples/**               CMakeLists.txt *.cpp *.h
 fuzz                      CMakeLists.txt *.cpp *.h *.dict corpus/*/*
 man                       *.[1-8]
+model                     *.pml
 packaging/examples        *.init
 src                       layers.txt **/*.cpp **/*.h
 testing                   README.md .clang-tidy CMakeLists.txt **/*.cpp **/*.h
