@@ -15,7 +15,7 @@ install(FILES completions/ravctl.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/
 
 install(FILES README.md SECURITY.md debian/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME changelog)
-install(FILES docs/architecture.md docs/logging.md docs/reliability.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES docs/architecture.md docs/interleavings.md docs/logging.md docs/reliability.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(PROGRAMS docs/examples/ravctl-exit docs/examples/ravctl-json docs/examples/zuv-sendbundle.sh
   packaging/examples/hip.init DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 install(FILES docs/examples/README.md docs/examples/hip.service DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)

@@ -95,8 +95,9 @@ std::string allTests() {
 bool isThere(const std::string& name, const std::string& tests) {
   if (name.find('/') != std::string::npos) return std::filesystem::exists(kTree / name);
   const size_t dot = name.find('.');
-  return dot != std::string::npos &&
-         tests.find("TEST_F(" + name.substr(0, dot) + ", " + name.substr(dot + 1) + ")") != std::string::npos;
+  if (dot == std::string::npos) return false;
+  const std::string test = "(" + name.substr(0, dot) + ", " + name.substr(dot + 1) + ")";
+  return tests.find("TEST_F" + test) != std::string::npos || tests.find("TEST_P" + test) != std::string::npos;
 }
 
 TEST(SecurityPromises, EveryNamedTestExists) {
