@@ -10,7 +10,9 @@
 
 #include "command/entry/Catalogue.h"
 #include "command/framework/CommandCore.h"
+#include "command/parameters/InputParams.h"
 #include "command/status/AppStatusCodes.h"
+#include "log/front/BasicLog.h"
 #include "testing/host/HostFiles.h"
 #include "testing/host/Places.h"
 #include "testing/run/FurnishedHost.h"
@@ -119,6 +121,21 @@ TEST(ManualTest, EveryManualHasExamples) {
   for (const std::string& manual : manuals()) EXPECT_GE(examplesOf(manual).size(), 6u) << manual;
 }
 
+// --- The first use
+
+TEST(ManualTest, TheExampleForAHostWithoutAStoreEndsWithARunningDaemon) {
+  if (!missingForInitScript().empty()) GTEST_SKIP() << missingForInitScript();
+  const std::vector<Example> examples = examplesOf("ravctl-examples.7");
+  const auto first = std::find_if(examples.begin(), examples.end(),
+                                  [](const Example& example) { return example.heading == "Before the first use"; });
+  ASSERT_NE(first, examples.end());
+  const Session session = readSession(first->session);
+  const Outcome outcome = runOnFurnishedHost(session.script);
+  if (outcome.exitStatus == 125) GTEST_SKIP() << outcome.err;
+  EXPECT_THAT(outcome.out, testing::StartsWith("# ls /etc/zuv\nls: cannot access '/etc/zuv': No such file"));
+  EXPECT_EQ(linesOf(outcome.out).back(), "running: true");
+}
+
 // --- Status codes
 
 using CodesAndTexts = std::map<StatusCode, std::string>;
@@ -221,6 +238,128 @@ TEST(ManualTest, ListsExactlyTheCommandsOfTheProgramWithTheirParameters) {
   EXPECT_THAT(commands, testing::UnorderedElementsAreArray(commandsOfProgram()));
   EXPECT_THAT(commands, testing::Contains("profile rename new_name"));
   EXPECT_THAT(commands, testing::Contains("service restart [sys] [full]"));
+}
+
+// --- Values
+
+using Values = std::vector<std::string>;
+
+// Returns the words that the help text names as values of a key: "auto" of "[network=<interface | auto>]". In a list of
+// alternatives, "interface" stands for any name.
+std::map<std::string, Values> valuesOfHelp() {
+  std::map<std::string, Values> values;
+  for (const CommandRow& row : commandTable()) {
+    const auto instance = row.make("", {});
+    for (const InputParamBase* param : instance->params()) {
+      std::string form;
+      if (!param->isHidden()) param->appendValueForm(form);
+      if (form.find(" | ") == std::string::npos) continue;
+      std::istringstream words(form);
+      Values named;
+      for (std::string word; words >> word;) {
+        if (word != "|" && word != "interface") named.push_back(word);
+      }
+      values[param->name()] = named;
+    }
+  }
+  return values;
+}
+
+// Returns the words in the lines ".Li" between two texts of ravctl(8).
+Values literalsBetween(const std::string& begin, const std::string& end) {
+  const std::string source = host::readFile(kManuals + "ravctl.8");
+  const size_t from = source.find(begin);
+  const size_t to = source.find(end, from + 1);
+  EXPECT_NE(to, std::string::npos) << begin;
+  Values words;
+  for (const std::string& line : linesOf(source.substr(from, to - from))) {
+    if (!startsWith(line, ".Li ")) continue;
+    std::istringstream stream(line.substr(4));
+    for (std::string word; stream >> word;) {
+      if (std::isalpha(static_cast<unsigned char>(word[0])) != 0) words.push_back(word);
+    }
+  }
+  return words;
+}
+
+Values valuesOfManual(const std::string& key) { return literalsBetween("\n.It Cm " + key + " Ns =\n", "\n.It "); }
+
+struct Completion {
+  const char* file;
+  const char* behindKey;  // the text between a key and its values
+  const char* end;        // the text behind its values
+};
+constexpr Completion kCompletions[] = {
+    {"ravctl.bash", "=)", ";;"}, {"_ravctl", ") ", ";;"}, {"ravctl.fish", "=\n", "\n        "}};
+
+std::string sourceOf(const Completion& completion) {
+  return host::readFile(places::source() + "/completions/" + completion.file);
+}
+
+// Returns the part of a completion that offers the values of a key. The table of commands stands before it.
+std::string valuesOfCompletion(const Completion& completion, const std::string& key) {
+  const std::string source = sourceOf(completion);
+  const std::string label = " " + key + completion.behindKey;
+  const size_t from = source.rfind(label);
+  if (from == std::string::npos) return "";
+  return source.substr(from + label.size(), source.find(completion.end, from + label.size()) - from - label.size());
+}
+
+TEST(ManualTest, EveryValueThatHelpNamesIsInTheManualAndInEachCompletion) {
+  const std::map<std::string, Values> help = valuesOfHelp();
+  EXPECT_EQ(help, (std::map<std::string, Values>{{"log_level", {"info", "warn", "error", "debug", "trace"}},
+                                                 {"network", {"auto"}}}));
+  for (const auto& [key, values] : help) {
+    SCOPED_TRACE(key);
+    EXPECT_THAT(valuesOfManual(key), testing::IsSupersetOf(values));
+    std::string list;
+    for (const std::string& value : values) list += (list.empty() ? "" : "[ ,]") + value;
+    // A brace, a bracket, a blank or the argument with the key is before the first value.
+    for (const Completion& completion : kCompletions) {
+      SCOPED_TRACE(completion.file);
+      EXPECT_THAT(valuesOfCompletion(completion, key), testing::ContainsRegex("[] ({1]" + list + "([} )\"]|$)"));
+    }
+  }
+}
+
+TEST(ManualTest, NamesTheLevelsAndTheInitSystemsThatTheProgramKnows) {
+  const Values levels = valuesOfManual("log_level");
+  EXPECT_THAT(levels, testing::IsSupersetOf({"fatal", "error", "warning", "info", "debug", "trace"}));
+  for (const std::string& level : levels) {
+    BasicLog::Level parsed;
+    EXPECT_TRUE(BasicLog::parseLogLevel(level, parsed)) << level;
+  }
+  const Values systems = literalsBetween("\n.It Cm sys Ns =\n", "\n.El");
+  EXPECT_THAT(systems, testing::ElementsAre("systemd", "initd", "upstart", "launchd", "null"));
+  for (const Completion& completion : kCompletions) {
+    SCOPED_TRACE(completion.file);
+    const std::string offered = valuesOfCompletion(completion, "sys");
+    for (const std::string& system : systems) EXPECT_THAT(offered, testing::HasSubstr(system));
+  }
+}
+
+// Returns the categories that the summary page of help names: "profile" of the line "    'help profile' for ...".
+Values categoriesOfHelp() {
+  Values categories;
+  for (const std::string& line : linesOf(runProgram({ravctlPath(), "help"}).out)) {
+    const std::string start = "    'help ";
+    if (startsWith(line, start)) categories.push_back(line.substr(start.size(), line.find('\'', 5) - start.size()));
+  }
+  return categories;
+}
+
+TEST(ManualTest, EveryCategoryThatHelpNamesIsInTheManualAndInEachCompletion) {
+  const Values categories = categoriesOfHelp();
+  EXPECT_EQ(categories, (Values{"profile", "service", "list", "log", "support"}));
+  EXPECT_THAT(literalsBetween("\n.Ar category\nis\n", "\n.El"), testing::IsSupersetOf(categories));
+  for (const Completion& completion : kCompletions) {
+    SCOPED_TRACE(completion.file);
+    const std::string source = sourceOf(completion);
+    const size_t at = source.find("_ravctl_subjects");
+    const std::string subjects = source.substr(at, source.find('\n', at) - at);
+    for (const std::string& category : categories)
+      EXPECT_THAT(subjects, testing::ContainsRegex("[ =']" + category + "([ ']|$)"));
+  }
 }
 
 }  // namespace
