@@ -397,6 +397,44 @@ TEST_F(SystemdTest, AForbiddenSystemCallOfTheExampleUnitIsAnErrorAndDoesNotEndTh
                     "0\nswapoff: Not superuser.\n");
 }
 
+// --- The task "The daemon does not run after a boot" of ravctl-examples(7)
+
+// The text of `systemctl status` that the manual lists, and the state of the host that it stands for.
+constexpr Case kAfterBoot[] = {
+    {"the unit is not installed", "rm -r /etc/systemd/system/hip.service*; systemctl daemon-reload",
+     "hip.service could not be found"},
+    {"nobody enabled the unit", "rm -r /etc/systemd/system/*.wants; systemctl daemon-reload", "hip.service; disabled"},
+    {"no profile is active", "rm $profiles/.current; boot", "AssertPathExists=/etc/zuv/profiles/.current was not met"},
+    {"the program is missing", "rm /usr/sbin/hip; boot", "AssertFileIsExecutable=/usr/sbin/hip was not met"},
+    {"the daemon ends at once", "daemon_is 'exit 1'; boot", "activating (auto-restart)"},
+    {"the start waits for the network", R"(
+    printf '%s\n' '[Unit]' DefaultDependencies=no Before=network-online.target '[Service]' Type=oneshot \
+      'ExecStart=/bin/sleep 1000' >/etc/systemd/system/slow.service
+    systemctl --quiet add-wants network-online.target slow.service
+    boot --no-block
+    waits() { systemctl list-jobs --no-legend | grep -q 'hip.service *start waiting'; }
+    until_it waits)",
+     "inactive (dead)"},
+    {"the daemon runs", "boot", "active (running)"},
+};
+
+TEST_F(SystemdTest, TheManualListsWhatSystemctlSaysIfTheDaemonDoesNotRunAfterABoot) {
+  const std::string manual = host::readFile(places::source() + "/man/ravctl-examples.7");
+  const size_t from = manual.find("\n.Ss The daemon does not run after a boot\n");
+  ASSERT_NE(from, std::string::npos);
+  const std::string task = manual.substr(from, manual.find("\n.Ss ", from + 1) - from);
+  size_t items = 0;
+  for (size_t at = 0; (at = task.find("\n.It Li ", at)) != std::string::npos; ++at) ++items;
+  EXPECT_EQ(items, std::size(kAfterBoot));
+  for (const Case& c : kAfterBoot) {
+    row_ = c.why;
+    EXPECT_THAT(task, testing::HasSubstr("\n.It Li " + std::string(c.expected) + "\n"));
+    EXPECT_ON_SYSTEMD(withExampleUnit("boot() { systemctl start \"$@\" hip 2>/dev/null; }\n" + std::string(c.script) +
+                                      "\nsystemctl status hip 2>&1 | grep -oF '" + c.expected + "'"),
+                      c.expected + std::string("\n"));
+  }
+}
+
 // --- Leftovers
 
 std::string entriesOf(const std::string& folder, const std::string& name) {
