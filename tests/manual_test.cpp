@@ -33,8 +33,8 @@ struct Escape {
   const char* written;
   const char* plain;
 };
-constexpr Escape kEscapes[] = {{"\\(aq", "'"}, {"\\(ga", "`"}, {"\\(ha", "^"},
-                               {"\\(ti", "~"}, {"\\e", "\\"},  {"\\&", ""}};
+constexpr Escape kEscapes[] = {{"\\(aq", "'"}, {"\\(ga", "`"}, {"\\(ha", "^"}, {"\\(ti", "~"},
+                               {"\\('e", "é"}, {"\\e", "\\"},  {"\\&", ""}};
 
 std::string plain(const std::string& line) {
   std::string text;
