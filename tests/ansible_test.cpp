@@ -1,6 +1,8 @@
-// Ansible itself plays docs/examples/ansible on a private host. That takes long, so only ./dev test --long and the CI
-// run it.
+// Ansible itself plays docs/examples/ansible on private hosts. Most of these tests take long, so only ./dev test --long
+// and the CI run them.
 #include <gmock/gmock.h>
+
+#include <cstdio>
 
 #include "testing/host/HostFiles.h"
 #include "testing/run/FurnishedHost.h"
@@ -29,7 +31,7 @@ describe() {
   sed 's/^/      /' >>described.yml
 }
 store() {
-  (cd /etc/zuv && find . -type f ! -name 'hipvars*' ! -name hip.log -exec sha256sum {} + | sort && find . | sort)
+  (cd "${1-}/etc/zuv" && find . -type f ! -name 'hipvars*' ! -name hip.log -exec sha256sum {} + | sort && find . | sort)
 }
 running() { timeout 30 sh -c "until ravctl service status | grep -qx 'running: true'; do sleep 0.2; done"; }
 playbook=$examples/profiles.yml
@@ -384,6 +386,68 @@ TEXT
   EXPECT_EQ(answer,
             "profile_name: old\nchanged=3 failed=0\nprofile-123124\t'lab'\ncurrent_name: lab\nchanged=0 failed=0\n");
 }
+
+// --- A fleet
+
+// Each host of the fleet has its own mounts, processes and interfaces, and so its own store and daemon. The playbook
+// runs twice on all hosts. Prints the number of hosts for each summary, and in the end the seconds of each run.
+constexpr const char* kFleet = R"sh(
+cat >host <<'TEXT'
+read -r process rest </proc/self/stat
+exec 3>>inventory
+cd /
+mount -t proc none /proc
+for own in /etc/zuv /tmp /run /root; do mount -t tmpfs none $own; done
+cp -r /.private-host/source/docs/examples/demo-store /etc/zuv/profiles
+echo "host-$1 ansible_private_host_process=$process" >&3
+exec 3>&-
+while :; do sleep 5; done
+TEXT
+touch inventory
+for number in $(seq "$count"); do unshare --mount --pid --net --fork --kill-child sh host "$number" & done
+for try in $(seq 600); do [ "$(wc -l <inventory)" -lt "$count" ] || break; sleep 0.1; done
+export ANSIBLE_CONNECTION_PLUGINS=/.private-host/source/tests/ansible ANSIBLE_PIPELINING=1
+everywhere() {
+  started=$(date +%s%N)
+  ansible-playbook -i inventory --connection private_host --forks 4 "$playbook" >played
+  echo "$((($(date +%s%N) - started) / 1000000))" >>milliseconds
+  sed -n 's/^host-.*\(changed=.* failed=[0-9]*\).*/\1/p' played | tr -s ' ' | sort | uniq -c | sed 's/^ *//'
+}
+stores() {
+  sed 's/.*=//' inventory | while read -r process; do store "/proc/$process/root"; done
+}
+everywhere
+stores >first
+grep -c "  ./profiles/profile-123124/profile_name$" first
+everywhere
+stores | diff first -
+ls -l /proc/[0-9]*/exe 2>/dev/null | grep -c ' /usr/sbin/hip$'
+ls -A /etc/zuv/profiles
+paste -sd ' ' milliseconds
+)sh";
+
+// Fails unless the first run changes every host, and the second run none.
+void expectThatASecondRunChangesNothing(int count) {
+  const std::string hosts = std::to_string(count);
+  std::vector<std::string> lines = linesOf(said("count=" + hosts + "\n" + kFleet));
+  ASSERT_FALSE(lines.empty());
+  int first = 0;
+  int second = 0;
+  ASSERT_EQ(std::sscanf(lines.back().c_str(), "%d %d", &first, &second), 2) << lines.back();
+  lines.pop_back();
+  EXPECT_THAT(lines, testing::ElementsAre(hosts + " changed=3 unreachable=0 failed=0", hosts,
+                                          hosts + " changed=0 unreachable=0 failed=0", hosts, ".factory"));
+  std::printf("%d hosts: the first run took %d ms for each host, the second %d ms\n", count, first / count,
+              second / count);
+}
+
+TEST(AnsibleFleet, ASecondPlayChangesNothingOnAnyOfThreeHosts) {
+  const std::string why = whyNoPlay();
+  if (!why.empty()) GTEST_SKIP() << why;
+  expectThatASecondRunChangesNothing(3);
+}
+
+TEST_F(AnsibleLong, ASecondPlayChangesNothingOnAnyOfFiftyHosts) { expectThatASecondRunChangesNothing(50); }
 
 }  // namespace
 

@@ -120,7 +120,7 @@ valgrind() {
   }
 }
 
-# The test of the Ansible role in docs/examples. `./dev test` runs it only with --long.
+# The tests of the Ansible role in docs/examples. `./dev test` runs most of them only with --long.
 ansible() {
   configure release
   build release ansible_test

@@ -33,6 +33,7 @@ src                       layers.txt **/*.cpp **/*.h
 testing                   README.md .clang-tidy CMakeLists.txt **/*.cpp **/*.h
 tests                     .clang-tidy
 tests/**                  CMakeLists.txt *.cpp *.h
+tests/ansible             *.py
 tests/completion          *.py
 tests/init_systems        *.sh booted-*
 tests/transcripts         *.md *.transcript
