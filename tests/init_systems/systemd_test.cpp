@@ -401,9 +401,11 @@ TEST_F(SystemdTest, AForbiddenSystemCallOfTheExampleUnitIsAnErrorAndDoesNotEndTh
 
 // The text of `systemctl status` that the manual lists, and the state of the host that it stands for.
 constexpr Case kAfterBoot[] = {
-    {"the unit is not installed", "rm -r /etc/systemd/system/hip.service*; systemctl daemon-reload",
+    {"the unit is not installed",
+     "find /etc/systemd/system -path '*hip.service*' ! -type d -delete; systemctl daemon-reload",
      "hip.service could not be found"},
-    {"nobody enabled the unit", "rm -r /etc/systemd/system/*.wants; systemctl daemon-reload", "hip.service; disabled"},
+    {"nobody enabled the unit", "rm /etc/systemd/system/*.wants/hip.service; systemctl daemon-reload",
+     "hip.service; disabled"},
     {"no profile is active", "rm $profiles/.current; boot", "AssertPathExists=/etc/zuv/profiles/.current was not met"},
     {"the program is missing", "rm /usr/sbin/hip; boot", "AssertFileIsExecutable=/usr/sbin/hip was not met"},
     {"the daemon ends at once", "daemon_is 'exit 1'; boot", "activating (auto-restart)"},
