@@ -113,7 +113,7 @@ TEST_F(HostileLinksTest, APlantedLinkInPlaceOfANameFileIsReplacedByAName) {
 
 // The target may be closed by its own mode or by the mode of its directory.
 TEST_F(HostileLinksTest, AnEditDoesNotOpenTheTargetOfAPlantedLink) {
-  for (const mode_t mode : {0644, 0600, 04700}) {
+  for (const mode_t mode : {0644u, 0600u, 04700u}) {
     for (const char* file : {"hip.conf", "endbox.conf"}) {
       SCOPED_TRACE(testing::Message() << file << ", " << std::oct << mode);
       setScene();

@@ -200,8 +200,10 @@ std::string linkText(const std::string& path) {
 
 std::string folderOf(pid_t pid) { return "/proc/" + std::to_string(pid); }
 
+UniqueFd memoryOf(pid_t pid) { return UniqueFd(::open((folderOf(pid) + "/mem").c_str(), O_RDONLY | O_CLOEXEC)); }
+
 std::string textAt(pid_t pid, std::uint64_t address) {
-  const UniqueFd memory(::open((folderOf(pid) + "/mem").c_str(), O_RDONLY | O_CLOEXEC));
+  const UniqueFd memory = memoryOf(pid);
   std::string text;
   char bytes[256];
   while (text.size() < PATH_MAX) {
@@ -249,10 +251,9 @@ std::string subjectOf(pid_t pid, const CallRow& row, const Arguments& arguments)
 std::uint64_t openFlagsOf(pid_t pid, long call, const Arguments& arguments) {
   if (call == SYS_open) return arguments[1];
   if (call == SYS_openat) return arguments[2];
-  if (call == SYS_openat2) {
-    return static_cast<std::uint64_t>(::ptrace(PTRACE_PEEKDATA, pid, reinterpret_cast<void*>(arguments[2]), nullptr));
-  }
-  return 0;
+  std::uint64_t flags = 0;
+  if (call == SYS_openat2) (void)::pread(memoryOf(pid).get(), &flags, sizeof flags, static_cast<off_t>(arguments[2]));
+  return flags;
 }
 
 bool isMakingOpen(pid_t pid, long call, const Arguments& arguments) {

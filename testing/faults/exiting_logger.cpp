@@ -18,7 +18,7 @@ namespace {
 
 using namespace BasicLog;
 
-constexpr int normalEnd = 5;
+constexpr int kNormalEnd = 5;
 
 [[noreturn]] void fail(const char* what) {
   (void)std::fprintf(stderr, "%s\n", what);
@@ -106,7 +106,7 @@ int returnFromMain() {
   startWorkers();
   logOwn();
   ownExpected = 100;
-  return normalEnd;
+  return kNormalEnd;
 }
 
 int exitOnAnotherThread() {
@@ -115,7 +115,7 @@ int exitOnAnotherThread() {
   std::thread([] {
     logOwn();
     ownExpected = 100;
-    std::exit(normalEnd);
+    std::exit(kNormalEnd);
   }).detach();
   pauseForEver();
 }
@@ -123,13 +123,13 @@ int exitOnAnotherThread() {
 int exitRightAfterTheStart() {
   startLog();
   for (int i = 0; i < 4; ++i) std::thread(logForEver).detach();
-  return normalEnd;
+  return kNormalEnd;
 }
 
 int exitInAnEmitter() {
   startLog();
   startWorkers();
-  whenWriting = [] { std::exit(normalEnd); };
+  whenWriting = [] { std::exit(kNormalEnd); };
   pauseForEver();
 }
 
@@ -137,7 +137,7 @@ int exitInAnEmitterThatAFlushCalls() {
   LogManager& manager = startLog();
   startWorkers();
   whenWriting = [] {
-    if (std::this_thread::get_id() == mainThread) std::exit(normalEnd);
+    if (std::this_thread::get_id() == mainThread) std::exit(kNormalEnd);
   };
   for (;;) manager.flush();
 }
@@ -151,7 +151,7 @@ int exitInAProcessor() {
       if (std::this_thread::get_id() != mainThread) return;
       isInProcessor = true;
       ::usleep(10'000);
-      std::exit(normalEnd);
+      std::exit(kNormalEnd);
     }
   };
   startLog();
@@ -180,7 +180,7 @@ int exitInAnAssertionHandler() {
   setAssertHandler([](const char*, int, const char*) {
     isBroken = true;
     ::usleep(10'000);
-    std::exit(normalEnd);
+    std::exit(kNormalEnd);
   });
   WorkQueuePeer::loseTail(manager.queue());
   log(*lateLogger, "fails");
@@ -191,8 +191,8 @@ int exitInAnAssertionHandler() {
 int exitOnTwoThreads() {
   startLog();
   startWorkers();
-  std::thread([] { std::exit(normalEnd); }).detach();
-  return normalEnd;
+  std::thread([] { std::exit(kNormalEnd); }).detach();
+  return kNormalEnd;
 }
 
 // --- What other threads do at the exit
@@ -208,7 +208,7 @@ int exitWhileThreadsWaitForTheOutput() {
   std::thread([] { LogManager::instance().flush(); }).detach();
   std::thread([] { LogManager::instance().removeEmitter(nullptr); }).detach();
   ::usleep(10'000);
-  return normalEnd;
+  return kNormalEnd;
 }
 
 // The children lack the threads, which may hold any lock of the log at the fork.
@@ -231,12 +231,12 @@ int exitInForkedChildren() {
     if (child == 0) {
       isForkedChild = true;
       (void)::alarm(10);
-      std::exit(normalEnd);
+      std::exit(kNormalEnd);
     }
     int status = 0;
-    if (::waitpid(child, &status, 0) != child || status != normalEnd << 8) fail("a child hangs or crashes");
+    if (::waitpid(child, &status, 0) != child || status != kNormalEnd << 8) fail("a child hangs or crashes");
   }
-  return normalEnd;
+  return kNormalEnd;
 }
 
 // --- Without an output thread
@@ -247,12 +247,12 @@ int exitWithASynchronousEmitter() {
   startWorkers();
   logOwn();
   ownExpected = 100;
-  return normalEnd;
+  return kNormalEnd;
 }
 
 int exitInASynchronousEmitter() {
   LogManager::instance().input().setAsyncOutput(false);
-  whenWriting = [] { std::exit(normalEnd); };
+  whenWriting = [] { std::exit(kNormalEnd); };
   attachOutput();
   for (int i = 0; i < 4; ++i) std::thread(logForEver).detach();
   pauseForEver();
@@ -262,14 +262,14 @@ int exitWithoutAnOutputThread() {
   attachOutput();
   startWorkers();
   logOwn();
-  return normalEnd;
+  return kNormalEnd;
 }
 
 int exitAfterAStop() {
   startLog().stopOutputThread();
   startWorkers();
   logOwn();
-  return normalEnd;
+  return kNormalEnd;
 }
 
 // --- What still runs at the exit
@@ -295,7 +295,7 @@ int exitWithAProcessorThatLogsInItsDestructor() {
   startLog();
   startWorkers();
   setSyncProcessor(new Logging);
-  return normalEnd;
+  return kNormalEnd;
 }
 
 // Uses every function of the log after it has stopped.
@@ -325,7 +325,7 @@ int exitWithHandlersThatLog() {
   startWorkers();
   ownExpected = 100;
   atExit(logOwn);  // before the log has stopped
-  return normalEnd;
+  return kNormalEnd;
 }
 
 int exitWithAHandlerThatFlushes() {
@@ -338,7 +338,7 @@ struct Case {
   int (*run)();
 };
 
-constexpr Case cases[] = {
+constexpr Case kCases[] = {
     {"return", returnFromMain},
     {"another-thread", exitOnAnotherThread},
     {"right-after-the-start", exitRightAfterTheStart},
@@ -362,7 +362,7 @@ constexpr Case cases[] = {
 
 int main(int argc, char** argv) {
   mainThread = std::this_thread::get_id();
-  for (const Case& c : cases) {
+  for (const Case& c : kCases) {
     if (argc == 2 && c.name == argv[1]) return c.run();
   }
   fail("no such case");
