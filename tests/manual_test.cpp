@@ -136,6 +136,43 @@ TEST(ManualTest, TheExampleForAHostWithoutAStoreEndsWithARunningDaemon) {
   EXPECT_EQ(linesOf(outcome.out).back(), "running: true");
 }
 
+// --- Narrow and wide terminals
+
+// Shows each manual with man in terminals of these widths. Returns a line for each mistake: man fails or does not end,
+// the first line is wider than the terminal, or a section is missing. man gets a second chance, because a busy machine
+// may halt it for seconds.
+std::string mistakesAt(const std::string& widths) {
+  const Outcome outcome = runOnFurnishedHost(R"sh(
+    mkdir -p /etc/groff
+    touch /etc/manpath.config /etc/groff/man.local /etc/groff/mdoc.local
+    export LC_ALL=C.UTF-8
+    cd /.private-host/source/man
+    show() { MANWIDTH=$width timeout 5 man -l "./$manual" >/tmp/page 2>/dev/null; }
+    for manual in *; do
+      for width in )sh" + widths + R"sh(; do
+        show || show || echo "$manual, $width columns: man ended with $?"
+        head -n 1 /tmp/page | awk -v most="$width" 'length > most' | sed "s/^/$manual, $width columns: too wide: /"
+        grep '^\.Sh ' "$manual" | cut -d ' ' -f 2 | while read -r word; do
+          grep -q "^$word" /tmp/page || echo "$manual, $width columns: no section $word"
+        done
+      done
+      echo "$manual was shown"
+    done)sh");
+  std::string shown;
+  for (const std::string& manual : manuals()) shown += manual + " was shown\n";
+  return outcome.out == shown ? "" : outcome.out + outcome.err;
+}
+
+TEST(ManualWidths, ManShowsEachManualInNarrowAndWideTerminals) {
+  if (runOnFurnishedHost("command -v man").exitStatus != 0) GTEST_SKIP() << "man is not installed";
+  EXPECT_EQ(mistakesAt("20 25 33 40 46 80 132"), "");
+}
+
+TEST(ManualWidthsLong, ManShowsEachManualInTerminalsOf20To200Columns) {
+  if (runOnFurnishedHost("command -v man").exitStatus != 0) GTEST_SKIP() << "man is not installed";
+  EXPECT_EQ(mistakesAt("$(seq 20 200)"), "");
+}
+
 // --- Status codes
 
 using CodesAndTexts = std::map<StatusCode, std::string>;
