@@ -1,6 +1,7 @@
 # The files to install below any prefix and DESTDIR, and the packages that CPack makes. Debian's own package is in
 # debian/.
 install(TARGETS ravctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(PROGRAMS scripts/ravctl-exit scripts/ravctl-json DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 file(GLOB manuals CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/man/*.[1-8])
 foreach(manual IN LISTS manuals)
@@ -12,12 +13,19 @@ endforeach()
 install(FILES completions/ravctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME ravctl)
 install(FILES completions/_ravctl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
 install(FILES completions/ravctl.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+# bash and fish look for a file named after the command; zsh reads the names in the first line of its file.
+file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/completions/bash ${CMAKE_BINARY_DIR}/completions/fish)
+foreach(name ravctl-exit ravctl-json)
+  file(CREATE_LINK ravctl ${CMAKE_BINARY_DIR}/completions/bash/${name} SYMBOLIC)
+  file(CREATE_LINK ravctl.fish ${CMAKE_BINARY_DIR}/completions/fish/${name}.fish SYMBOLIC)
+endforeach()
+install(DIRECTORY ${CMAKE_BINARY_DIR}/completions/bash/ DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+install(DIRECTORY ${CMAKE_BINARY_DIR}/completions/fish/ DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 
 install(FILES README.md SECURITY.md debian/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME changelog)
 install(FILES docs/architecture.md docs/interleavings.md docs/logging.md docs/reliability.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(PROGRAMS docs/examples/ravctl-exit docs/examples/ravctl-json docs/examples/zuv-sendbundle.sh
-  packaging/examples/hip.init DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(PROGRAMS docs/examples/zuv-sendbundle.sh packaging/examples/hip.init DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 install(FILES docs/examples/README.md docs/examples/hip.service DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 install(DIRECTORY docs/examples/ansible DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 

@@ -1,4 +1,4 @@
-# bash completion for ravctl(8).
+# bash completion for ravctl(8), and for the scripts that take the same words.
 #
 # The completion reads the profile store itself. It never runs ravctl, because a listing may repair names on the disk.
 # shellcheck shell=bash
@@ -200,4 +200,4 @@ _ravctl() {
   done
 }
 
-complete -F _ravctl ravctl
+complete -F _ravctl ravctl ravctl-exit ravctl-json

@@ -1,4 +1,4 @@
-# fish completion for ravctl(8).
+# fish completion for ravctl(8), and for the scripts that take the same words.
 #
 # The completion reads the profile store itself. It never runs ravctl, because a listing may repair names on the disk.
 
@@ -132,4 +132,4 @@ function _ravctl_complete
     end
 end
 
-complete -c ravctl -f -a '(_ravctl_complete)'
+complete -c ravctl -c ravctl-exit -c ravctl-json -f -a '(_ravctl_complete)'

@@ -33,6 +33,9 @@ constexpr Shell kShells[] = {
 
 std::string sourceOf(const Shell& shell) { return host::readFile(places::source() + "/completions/" + shell.source); }
 
+// The scripts that take the words of ravctl.
+constexpr const char* kScripts[] = {"ravctl-exit", "ravctl-json"};
+
 // Returns the part of a text between two others. Fails the test if there is none.
 std::string between(const std::string& text, const std::string& begin, const std::string& end) {
   const std::size_t from = text.find(begin);
@@ -138,9 +141,13 @@ class CompletionTest : public HostTest {
       ASSERT_EQ(::mount("completions", shell.folder, "tmpfs", 0, "mode=755"), 0) << shell.folder;
       mounted_.emplace_back(shell.folder);
       host::writeFile(std::string(shell.folder) + "/" + shell.file, sourceOf(shell));
+      for (const char* script : kScripts) linkFor(script, shell);
     }
     for (const char* name : {"lo", "eth0", "wlan1"}) host::makeDirs(std::string("/sys/class/net/") + name);
-    host::installRecorder("/usr/bin/ravctl", "/tmp/ravctl-was-run");
+    // fish completes only commands that exist.
+    for (const std::string command : {"ravctl", kScripts[0], kScripts[1]}) {
+      host::installRecorder("/usr/bin/" + command, "/tmp/ravctl-was-run");
+    }
   }
 
   void TearDown() override {
@@ -201,6 +208,13 @@ class CompletionTest : public HostTest {
   }
 
  private:
+  // Links the file for ravctl to the name under which the shell looks for the completion of the script.
+  static void linkFor(const std::string& script, const Shell& shell) {
+    if (std::string(shell.name) == "zsh") return;  // zsh reads the names in the first line of the file
+    const std::string suffix = std::string(shell.file).substr(std::string("ravctl").size());
+    host::makeLink(std::string(shell.folder) + "/" + script + suffix, shell.file);
+  }
+
   std::vector<std::string> mounted_;
 };
 
@@ -258,6 +272,20 @@ TEST_F(CompletionTest, CompletesWordsNamesKeysAndValuesWithCorrectQuoting) {
     EXPECT_EQ(bash[i], line);
     EXPECT_EQ(zsh[i], line);
     EXPECT_EQ(answerOfFish(texts[i]), *kCompleted[i].fish == '\0' ? "" : std::string(kCompleted[i].fish) + "\n");
+  }
+}
+
+TEST_F(CompletionTest, TheScriptsThatTakeTheSameWordsGetTheSameCompletions) {
+  makeNamedProfiles();
+  // A shell loads the completion of the first command whose words it completes, so each script has a shell of its own.
+  for (const std::string script : kScripts) {
+    SCOPED_TRACE(script);
+    const std::vector<std::string> texts = {script + " profile details fie", script + " service sta"};
+    const std::vector<std::string> full = {script + " profile details field\\ office", script + " service sta"};
+    EXPECT_EQ(typedInto("bash", "tab", texts), full);
+    EXPECT_EQ(typedInto("zsh", "tab", texts), full);
+    EXPECT_EQ(answerOfFish(texts[0]), "field office\n");
+    EXPECT_EQ(answerOfFish(texts[1]), "start\nstatus\n");
   }
 }
 

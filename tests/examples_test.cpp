@@ -1,4 +1,4 @@
-// Runs each script of docs/examples on a private host.
+// Runs each script of scripts/ and docs/examples on a private host.
 #include <gmock/gmock.h>
 #include <unistd.h>
 
@@ -14,7 +14,7 @@ using testing::HasSubstr;
 
 constexpr const char* kInstall = R"sh(
 cd /usr/share/doc/ravctl/examples
-install -m 755 ravctl-exit ravctl-json zuv-sendbundle.sh /usr/bin/
+install -m 755 zuv-sendbundle.sh /usr/bin/
 exec 2>&1
 cd /root
 )sh";
@@ -25,7 +25,7 @@ class ExamplesTest : public testing::Test {
     const Outcome trial = runOnFurnishedHost(":");
     if (trial.exitStatus == 125) GTEST_SKIP() << trial.err;
   }
-  // Runs a script on a host that has the examples installed, and returns its output.
+  // Runs a script on a host that has them installed, and returns its output.
   static std::string said(const std::string& script) { return runOnFurnishedHost(kInstall + script).out; }
 };
 

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 #include <map>
+#include <set>
 #include <sstream>
 
 #include "command/entry/Catalogue.h"
@@ -117,8 +118,13 @@ TEST_P(ManualExample, PrintsWhatItShows) {
 INSTANTIATE_TEST_SUITE_P(Manuals, ManualExample, testing::ValuesIn(allExamples()), nameOf);
 
 TEST(ManualTest, EveryManualHasExamples) {
-  EXPECT_EQ(manuals(), (std::vector<std::string>{"ravctl-examples.7", "ravctl-profiles.5", "ravctl.8"}));
-  for (const std::string& manual : manuals()) EXPECT_GE(examplesOf(manual).size(), 6u) << manual;
+  const std::map<std::string, size_t> least = {
+      {"ravctl-examples.7", 6}, {"ravctl-exit.8", 1}, {"ravctl-json.8", 1}, {"ravctl-profiles.5", 6}, {"ravctl.8", 6}};
+  EXPECT_EQ(manuals().size(), least.size());
+  for (const std::string& manual : manuals()) {
+    ASSERT_EQ(least.count(manual), 1u) << manual;
+    EXPECT_GE(examplesOf(manual).size(), least.at(manual)) << manual;
+  }
 }
 
 // --- The first use
@@ -213,6 +219,28 @@ TEST(ManualTest, ListsExactlyTheStatusCodesOfTheProgram) {
   const CodesAndTexts codes = codesOfManual();
   EXPECT_EQ(codes, codesOfProgram());
   EXPECT_EQ(codes.at(0x12000002), "authentication error (ravctl requires sudo for this command)");
+}
+
+// --- Exit statuses of the scripts
+
+// Returns the numbers that stand behind `before` in the lines of a text.
+std::set<std::string> numbersBehind(const std::string& before, const std::string& text) {
+  std::set<std::string> numbers;
+  for (const std::string& line : linesOf(text)) {
+    const size_t at = line.find(before);
+    if (at == std::string::npos) continue;
+    const size_t from = at + before.size();
+    const std::string number = line.substr(from, line.find_first_not_of("0123456789", from) - from);
+    if (!number.empty()) numbers.insert(number);
+  }
+  return numbers;
+}
+
+TEST(ManualTest, ListsExactlyTheExitStatusesOfRavctlExit) {
+  std::set<std::string> ofScript = numbersBehind(") exit ", host::readFile(places::source() + "/scripts/ravctl-exit"));
+  EXPECT_EQ(ofScript.count("77"), 1u);
+  ofScript.insert({"0", "1", "127"});  // those of ravctl, and of the shell if there is no ravctl
+  EXPECT_EQ(numbersBehind(".It ", host::readFile(kManuals + "ravctl-exit.8")), ofScript);
 }
 
 // --- Commands

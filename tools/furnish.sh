@@ -17,6 +17,11 @@ furnish_init_script() {
   install -m 755 packaging/examples/hip.init /etc/init.d/hip
 }
 
+# Installs the scripts that a package installs beside ravctl.
+furnish_scripts() {
+  install -m 755 scripts/* /usr/bin/
+}
+
 furnish_bundle_script() {
   install -m 755 docs/examples/zuv-sendbundle.sh /usr/bin/zuv-sendbundle.sh
 }

@@ -66,6 +66,22 @@ lintian_is_silent() {
 
 ships_nothing_below_etc() { ! paths "$work/unpacked" | grep -E '^\./(etc|lib|var|usr/lib)/'; }
 
+every_program_has_its_manual() (
+  cd "$work/unpacked/usr" || exit 1
+  for program in bin/*; do
+    [ -f "share/man/man8/${program#bin/}.8.gz" ] || { say "no manual: $program" && exit 1; }
+  done
+)
+
+# bash and fish find the same completion under the name of each script that takes the words of ravctl.
+scripts_have_completions() (
+  cd "$work/unpacked/usr/share" || exit 1
+  for script in ravctl-exit ravctl-json; do
+    cmp "bash-completion/completions/$script" bash-completion/completions/ravctl &&
+      cmp "fish/vendor_completions.d/$script.fish" fish/vendor_completions.d/ravctl.fish || exit 1
+  done
+)
+
 same_files() {
   paths "$1" >"$work/left"
   paths "$2" >"$work/right"
@@ -128,6 +144,9 @@ installs_and_works() {
     ravctl profile create lab helmsor=h:443 | grep -qx 'profile_name: lab'
     ravctl profile create 'field office' helmsor=h --quiet
     ravctl list profiles | grep -q lab
+    ravctl-exit profile details lab | grep -qx 'helmsor=h:443'
+    if ravctl-exit profile details nowhere >/dev/null; then exit 1; fi
+    ravctl-json profile details lab | grep -q '^{\"success\":true,'
     $store >/tmp/before"
 }
 
@@ -156,6 +175,8 @@ verdict 'both have the same bytes' cmp "$work/a/$package" "$work/b/other/$packag
 verdict 'lintian finds nothing' lintian_is_silent
 dpkg -x "$work/a/$package" "$work/unpacked"
 verdict 'nothing of it lies below /etc or starts a service' ships_nothing_below_etc
+verdict 'every program has a manual' every_program_has_its_manual
+verdict 'the scripts have the completions of ravctl' scripts_have_completions
 verdict 'the next version builds' upgraded "$work/b/other/folder"
 verdict 'CPack makes a package and an archive' cpack_packages
 verdict 'they, and cmake --install, hold the same files' cpack_holds_the_same

@@ -7,6 +7,7 @@ cd "$(dirname "$0")/.."
 sources=$(pwd)
 
 furnish_init_script
+furnish_scripts
 furnish_bundle_script
 furnish_examples
 furnish_manuals

@@ -7,6 +7,7 @@ namespace {
 
 constexpr const char* kFurniture = R"sh(program=$(readlink /usr/bin/ravctl) source=/.private-host/source
 cp --remove-destination "$program" /usr/bin/ravctl
+install -m 755 "$source"/scripts/* /usr/bin/
 mount -t tmpfs none /usr/local && mkdir /usr/local/bin
 mount -t tmpfs none /usr/share/doc && mkdir /usr/share/doc/ravctl
 cp -r "$source/docs/examples" /usr/share/doc/ravctl/

@@ -5,7 +5,7 @@
 //
 // - The store is a copy of docs/examples/demo-store: it has a template and no profile.
 // - The daemon is the stand-in daemon, and its init script is packaging/examples/hip.init.
-// - /usr/bin/ravctl is a copy of the program that every user can run.
+// - /usr/bin/ravctl is a copy of the program that every user can run. The scripts of scripts/ are beside it.
 // - The examples are in /usr/share/doc/ravctl/examples, and /usr/local/bin is empty.
 // - The working directory is /root.
 // The caller may run inside or outside a private host; the new host does not change it.
