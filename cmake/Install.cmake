@@ -1,7 +1,7 @@
 # The files to install below any prefix and DESTDIR, and the packages that CPack makes. Debian's own package is in
 # debian/.
 install(TARGETS ravctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(PROGRAMS scripts/ravctl-exit scripts/ravctl-json DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(PROGRAMS scripts/check_ravctl scripts/ravctl-exit scripts/ravctl-json DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 file(GLOB manuals CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/man/*.[1-8])
 foreach(manual IN LISTS manuals)
@@ -25,8 +25,10 @@ install(DIRECTORY ${CMAKE_BINARY_DIR}/completions/fish/ DESTINATION ${CMAKE_INST
 install(FILES README.md SECURITY.md debian/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME changelog)
 install(FILES docs/architecture.md docs/interleavings.md docs/logging.md docs/reliability.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(PROGRAMS docs/examples/zuv-sendbundle.sh packaging/examples/hip.init DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
-install(FILES docs/examples/README.md docs/examples/hip.service DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(PROGRAMS docs/examples/ravctl-metrics docs/examples/zuv-sendbundle.sh packaging/examples/hip.init
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(FILES docs/examples/README.md docs/examples/hip.logrotate docs/examples/hip.service
+  docs/examples/ravctl-metrics.service docs/examples/ravctl-metrics.timer DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 install(DIRECTORY docs/examples/ansible DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
 set(CPACK_GENERATOR DEB TGZ)

@@ -135,7 +135,8 @@ and "exit" removes it all. Three commands to begin with:
 
 )");
   EXPECT_EQ(answerTo("ls -F /usr/share/doc/ravctl/examples | tr '\\n' ' '; echo"),
-            "README.md ansible/ hip.init* hip.service zuv-sendbundle.sh* \n");
+            "README.md ansible/ hip.init* hip.logrotate hip.service ravctl-metrics* "
+            "ravctl-metrics.service ravctl-metrics.timer zuv-sendbundle.sh* \n");
 }
 
 TEST_P(ShellTest, AnActivatedProfileHasARunningDaemonALogAndASupportBundle) {

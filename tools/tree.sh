@@ -21,7 +21,7 @@ cmake/**                  *.cmake precompiled.cpp
 completions               _ravctl ravctl.bash ravctl.fish
 debian                    changelog control copyright rules source/format *.lintian-overrides
 docs                      *.md
-docs/examples             *.md *.service *.sh
+docs/examples             *.md *.logrotate *.service *.sh *.timer ravctl-metrics
 docs/examples/ansible     **/*.yml
 docs/examples/demo-store  **
 examples/**               CMakeLists.txt *.cpp *.h
@@ -29,7 +29,7 @@ fuzz                      CMakeLists.txt *.cpp *.h *.dict corpus/*/*
 man                       *.[1-8]
 model                     *.pml
 packaging/examples        *.init
-scripts                   ravctl-exit ravctl-json
+scripts                   check_ravctl ravctl-exit ravctl-json
 src                       layers.txt **/*.cpp **/*.h
 testing                   README.md .clang-tidy CMakeLists.txt **/*.cpp **/*.h
 tests                     .clang-tidy

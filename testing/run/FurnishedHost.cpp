@@ -19,9 +19,12 @@ cd /root
 
 }  // namespace
 
-Outcome runOnFurnishedHost(const std::string& script) {
+Outcome runOnFurnishedHost(const std::string& script, const std::string& visible) {
   const std::string store = places::source() + "/docs/examples/demo-store";
-  return runProgram({places::privateHost(), "--store", store, "--", "/bin/sh", "-c", kFurniture + script});
+  std::vector<std::string> words = {places::privateHost(), "--store", store};
+  if (!visible.empty()) words.insert(words.end(), {"--visible", visible});
+  words.insert(words.end(), {"--", "/bin/sh", "-c", kFurniture + script});
+  return runProgram(words);
 }
 
 std::string missingForInitScript() {

@@ -16,8 +16,8 @@
 #include "testing/run/Program.h"
 
 // Runs the script with /bin/sh and returns its output and exit status. The exit status is 125 if this machine allows no
-// private host.
-Outcome runOnFurnishedHost(const std::string& script);
+// private host. `visible` is a folder of the machine that the script finds in /.private-host/shown/1; empty: none.
+Outcome runOnFurnishedHost(const std::string& script, const std::string& visible = "");
 
 // Names a tool that the init script needs and that this machine lacks: "/usr/bin/killall is not installed". Empty if it
 // lacks none.
