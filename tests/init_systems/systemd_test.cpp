@@ -437,6 +437,44 @@ TEST_F(SystemdTest, TheManualListsWhatSystemctlSaysIfTheDaemonDoesNotRunAfterABo
   }
 }
 
+// --- The timer of the examples
+
+// Installs a file of the sources on the host.
+std::string installed(const std::string& source, const std::string& at, const char* mode) {
+  return "cat >" + at + " <<'END_OF_FILE'\n" + host::readFile(places::source() + source) + "END_OF_FILE\nchmod " +
+         mode + " " + at + "\n";
+}
+
+TEST_F(SystemdTest, TheExampleTimerWritesTheMetricsAgainAndAgain) {
+  const std::string units = "/etc/systemd/system/ravctl-metrics";
+  const std::string examples = "/docs/examples/ravctl-metrics";
+  EXPECT_ON_SYSTEMD(installed("/scripts/check_ravctl", "/usr/bin/check_ravctl", "755") +
+                        installed(examples, "/usr/local/bin/ravctl-metrics", "755") +
+                        installed(examples + ".service", units + ".service", "644") +
+                        installed(examples + ".timer", units + ".timer", "644") + R"sh(
+    for kind in service timer; do
+      mkdir -p /etc/systemd/system/ravctl-metrics.$kind.d
+      printf '[Unit]\nDefaultDependencies=no\n' >/etc/systemd/system/ravctl-metrics.$kind.d/host.conf
+    done
+    systemd-analyze verify --man=no ravctl-metrics.service ravctl-metrics.timer; echo $?
+    # The test does not wait for half a minute.
+    printf '[Timer]\nOnUnitActiveSec=\nOnBootSec=\nOnActiveSec=0\nOnUnitActiveSec=1\n' \
+      >>/etc/systemd/system/ravctl-metrics.timer.d/host.conf
+    systemctl daemon-reload
+    metrics=/var/lib/prometheus/node-exporter/ravctl.prom
+    mkdir -p ${metrics%/*}
+    systemctl start ravctl-metrics.timer
+    says() { grep -qsx "ravctl_daemon_running $1" $metrics; }
+    until_it says 0
+    ravctl service start
+    until_it says 1
+    grep known $metrics | grep -v '#'
+    ravctl service stop
+    until_it says 0
+    systemctl show -P Result ravctl-metrics.service)sh",
+                    "0\nravctl_state_known 1\nsuccess\n");
+}
+
 // --- Leftovers
 
 std::string entriesOf(const std::string& folder, const std::string& name) {
