@@ -197,7 +197,7 @@ TEST_F(MonitoringTest, TheMetricsShowTheStateAndLeaveOutWhatIsNotKnown) {
 TEST_F(MonitoringTest, PromtoolAcceptsTheMetricsOfEachState) {
   const std::string promtool = unpacked() + "/usr/bin/promtool";
   if (unpacked().empty()) GTEST_SKIP() << "RAVCTL_MONITORING names no folder with prometheus unpacked";
-  for (const char* state : {"beat 1 true", "beat 0 false", "rm -rf /etc/zuv", "rm /usr/bin/ravctl"}) {
+  for (const char* state : {"beat 1 true", "beat 0 false", "mv /etc/zuv /etc/zuv-away", "rm /usr/bin/ravctl"}) {
     SCOPED_TRACE(state);
     Start start;
     start.input = said(std::string(state) + "\nravctl-metrics /tmp/x.prom; cat /tmp/x.prom");

@@ -30,7 +30,8 @@ const std::string kMark = "RAVCTL_SHELL_TEST=" + std::to_string(::getpid()) + ".
 
 // The files that a shell could leave on the machine.
 constexpr const char* kPlaces =
-    "/etc/zuv /etc/init.d/hip /etc/manpath.config /etc/groff/mdoc.local /usr/bin/ravctl /usr/bin/ravctl-exit /usr/bin/zuv-sendbundle.sh "
+    "/etc/zuv /etc/init.d/hip /etc/manpath.config /etc/groff/mdoc.local /usr/bin/ravctl /usr/bin/ravctl-exit "
+    "/usr/bin/zuv-sendbundle.sh "
     "/usr/sbin/hip /usr/local/share/man/man8/ravctl.8 /usr/share/doc/ravctl /root/.bash_history /root/.lesshst "
     "/tmp/of-ravctl-shell-test";
 

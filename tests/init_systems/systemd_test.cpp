@@ -220,12 +220,12 @@ std::string writing(const std::string& path, const std::string& text) {
   return "cat >" + path + " <<'END_OF_FILE'\n" + text + "END_OF_FILE\n";
 }
 
-// Installs docs/examples/hip.service and ravctl-exit before the script. The unit lacks its default dependencies,
-// because the small host boots no basic.target. The target of the host wants the unit, as multi-user.target does after
-// `systemctl enable`.
+// Installs docs/examples/hip.service and scripts/ravctl-exit before the script. The unit lacks its default
+// dependencies, because the small host boots no basic.target. The target of the host wants the unit, as
+// multi-user.target does after `systemctl enable`.
 std::string withExampleUnit(const std::string& script) {
   return writing("/etc/systemd/system/hip.service", host::readFile(kExampleUnit)) +
-         writing("/usr/bin/ravctl-exit", host::readFile(places::source() + "/docs/examples/ravctl-exit")) + R"(
+         writing("/usr/bin/ravctl-exit", host::readFile(places::source() + "/scripts/ravctl-exit")) + R"(
 chmod 755 /usr/bin/ravctl-exit
 mkdir -p /etc/systemd/system/hip.service.d
 printf '[Unit]\nDefaultDependencies=no\n' >/etc/systemd/system/hip.service.d/host.conf

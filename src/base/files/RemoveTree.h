@@ -17,7 +17,8 @@ namespace FileUtils {
 // - The tree may have any depth. A tree of n levels needs at most about log2(n) + 5 descriptors, which is 20 for 30,000
 //   levels.
 // - A directory may have any number of entries. If it has more than 1,024, it is read several times instead of being
-//   held in memory. If somebody makes new entries all the time, the removal ends nevertheless.
+//   held in memory. If somebody makes new entries all the time, the removal ends nevertheless, unless the file system
+//   shows each of them to a reader that has begun before.
 // - Memory: about 250 bytes and the name for each level, the names of at most 1,024 subdirectories for each level, and
 //   8 bytes for each link of one directory.
 // - Time: a few system calls for each entry. Each level is opened again about log2(n) / 2 times, by the names on the

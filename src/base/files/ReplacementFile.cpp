@@ -46,9 +46,11 @@ Status ReplacementFile::make(const std::string& path, Clock::time_point deadline
   oldName_ = std::string(StringUtils::lastComponent(path));
   newName_ = oldName_ + ".temp";
   newPath_ = path + ".temp";
+  constexpr int mostLateStarts = 3;  // so that a file left over is still removed after the deadline
+  int lateStarts = 0;
   auto attempt = Attempt::again;
   for (milliseconds pause(1); (attempt = tryOnce()) == Attempt::again || attempt == Attempt::busy;) {
-    if (Clock::now() >= deadline) break;
+    if (Clock::now() >= deadline && (attempt == Attempt::busy || ++lateStarts == mostLateStarts)) break;
     if (attempt == Attempt::again) continue;
     std::this_thread::sleep_for(pause);
     pause = std::min(pause * 2, longestPause);

@@ -1,6 +1,7 @@
 #include "profiles/store/NameRepair.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -23,10 +24,16 @@ bool hasGone(const StoreFile& directory, const std::string& path) {
 // directory, a FIFO, a socket or a device.
 bool isReplaceable(int error) { return error == ELOOP || error == EINVAL || error == ENXIO || error == EISDIR; }
 
+// Removes what cannot be opened. A regular file stays: another repair may have just put it there.
+bool makeWayForName(int directoryFd) {
+  struct stat info = {};
+  if (::fstatat(directoryFd, ProfileStore::nameFile, &info, AT_SYMLINK_NOFOLLOW) != 0) return errno == ENOENT;
+  return S_ISREG(info.st_mode) || ::unlinkat(directoryFd, ProfileStore::nameFile, 0) == 0;  // removes no directory
+}
+
 bool openName(FileWriter& writer, int directoryFd, FileWriter::Clock::time_point deadline) {
   if (writer.openLocked(directoryFd, ProfileStore::nameFile, nameFileMode, deadline)) return true;
-  // unlinkat removes no directory.
-  return isReplaceable(errno) && ::unlinkat(directoryFd, ProfileStore::nameFile, 0) == 0 &&
+  return isReplaceable(errno) && makeWayForName(directoryFd) &&
          writer.openLocked(directoryFd, ProfileStore::nameFile, nameFileMode, deadline);
 }
 
@@ -61,7 +68,8 @@ NameRepair::Result NameRepair::run(const std::string& dir, const std::string& li
   if (writer.isNew() && hasGone(directory, dir)) return Result::gone;
   std::string found;
   OpenedFile file;
-  const bool isRead = writer.share(file) && FileUtils::readFirstLineFrom(file, found).isSuccess();
+  if (!writer.share(file)) return failure;
+  const bool isRead = FileUtils::readFirstLineFrom(file, found).isSuccess();
   if (!isRead && !listed.empty()) return failure;  // a file that nobody could read has no name to lose
   if (found != listed) name = choose(found);
   return name == found || writeName(writer, name) ? Result::done : failure;

@@ -58,6 +58,12 @@ bool isEmptyButForItsName(int fd) {
   return S_ISREG(info.st_mode) || S_ISLNK(info.st_mode);
 }
 
+// True if the open directory has no name any more.
+bool isRemoved(int fd) {
+  struct stat info = {};
+  return ::fstat(fd, &info) == 0 && info.st_nlink == 0;
+}
+
 enum class Moved { away, elsewhere, unknown, failed };
 
 // Renames the directory out of the store. Sets `to` to its new name.
@@ -71,16 +77,17 @@ Moved moveAway(int rootFd, const std::string& dirname, int fd, std::string& to) 
   if (result != 0) return Moved::failed;
   const Place place = placeOf(fd, rootFd, to.c_str());
   if (place != Place::another) return place == Place::same ? Moved::away : Moved::unknown;
-  // Somebody has put another directory in its place: that one goes back. If nothing is there, another delete has
-  // removed what this one has moved.
-  result = ::renameat2(rootFd, to.c_str(), rootFd, dirname.c_str(), RENAME_NOREPLACE);
-  return result != 0 && errno == ENOENT ? Moved::unknown : Moved::elsewhere;
+  // Another delete may have removed what this one has moved, and may have moved its own profile to that name.
+  if (isRemoved(fd)) return Moved::unknown;
+  // Somebody has put another directory in the place of the profile: that one goes back.
+  (void)::renameat2(rootFd, to.c_str(), rootFd, dirname.c_str(), RENAME_NOREPLACE);
+  return Moved::elsewhere;
 }
 
 // Everything is removed through the open directory, because its path may lead elsewhere by now.
 void removeCertificates(int fd) {
   for (const char* directory : certificateDirectories) {
-    if (::unlinkat(fd, directory, 0) == 0) continue;  // a link or a file
+    if (::unlinkat(fd, directory, 0) == 0) continue;  // it is no directory
     const UniqueFd opened = openReal(fd, directory);
     if (opened.isOpen()) FileUtils::emptyStoreDirectory(opened.get(), {});
     (void)::unlinkat(fd, directory, AT_REMOVEDIR);

@@ -110,6 +110,28 @@ TEST_F(ProfileRemovalTest, ADeleteThatAnotherOneFinishesIsASuccess) {
   EXPECT_EQ(store(), "");
 }
 
+// The second delete removes what the first one has moved, and moves its own profile to the same name.
+TEST_F(ProfileRemovalTest, ADeleteNeverBringsBackTheProfileOfAnotherDelete) {
+  prepare();
+  host::makeProfile("profile-2", "harbour");
+  bool hasRun = false;
+  FaultPlan plan;
+  plan.calls = {"fstatat"};
+  plan.before = [&](std::size_t) {
+    if (hasRun || !host::exists(kLeftover)) return;
+    hasRun = true;
+    host::remove(kLeftover);
+    ASSERT_EQ(::rename("/etc/zuv/profiles/profile-2", kLeftover), 0);
+  };
+  {
+    const ArmedFaults armed(plan);
+    EXPECT_THAT(removeIt(), HasCode(status::success));
+  }
+  EXPECT_TRUE(hasRun);
+  EXPECT_EQ(store(),
+            "d 0755 .deleted-1\nf 0644 .deleted-1/hip.conf \"\"\nf 0640 .deleted-1/profile_name \"harbour\\n\"\n");
+}
+
 TEST_F(ProfileRemovalTest, ALaterDeleteRemovesTheNameAndTheEmptyDirectoryOfAnEarlierOneAndNothingElse) {
   prepare();
   host::writeFile("/etc/zuv/profiles/.deleted-1/profile_name", "old");
