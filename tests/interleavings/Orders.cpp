@@ -67,9 +67,9 @@ void Orders::comeBack(std::size_t n, std::size_t from) {
   }
 }
 
-// Of the orders that do not differ, takes the one in which the first program stops last and the second one first: the
-// first program's next call meets a call that the second one makes before, and the second one's last call meets one
-// that the first one makes afterwards.
+// Many orders have the same result. This takes the one of them in which the first program stops last and the second one
+// stops first: the next call of the first program meets a call that the second one has made before, and the last call
+// of the second one meets a call that the first one makes afterwards.
 std::vector<std::vector<Turn>> Orders::ordersThatDiffer() const {
   const std::vector<TracedCall>& first = tracedCallsOf(0);
   const std::vector<TracedCall>& second = tracedCallsOf(1);

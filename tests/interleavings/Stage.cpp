@@ -85,6 +85,10 @@ std::vector<Pair> pairsOf(const Command& first) {
     if (first.name == "list profiles") pairs.push_back(pairOf(first, second, ", names to repair", storeToRepair()));
   }
   if (first.name == "profile modify") pairs.push_back(pairOf(first, first, ", own locks", storeWithOwnLocks()));
+  if (first.name == "profile delete") {
+    pairs.push_back(pairOf(first, first, ", two profiles", soundStore()));
+    pairs.back().words[1] = {"profile", "delete", "warehouse"};
+  }
   if (first.name == "profile create") {
     pairs.push_back(pairOf(first, first, ", one name", soundStore()));
     pairs.back().words[1] = create("depot", "other");
