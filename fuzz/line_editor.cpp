@@ -60,7 +60,7 @@ void requireWholeOrNot(const std::string& path, const FaultPlan& plan, const std
   require(!isUndisturbed || status.isSuccess(), "an edit without a fault succeeds");
   require(contentOf(path) == (status.isSuccess() ? after : before), "an edit changes only its lines, or nothing");
   // If the removal of the temporary file fails, the file stays until the next edit.
-  const bool isRemovalRefused = std::find(refused.begin(), refused.end(), "unlink") != refused.end();
+  const bool isRemovalRefused = std::find(refused.begin(), refused.end(), "unlinkat") != refused.end();
   if (isRemovalRefused) (void)FileUtils::removeFile(path + ".temp");
   require(!FileUtils::fileExists(path + ".temp"), "no temporary file is left");
 }

@@ -145,7 +145,7 @@ WRAP_AS("open", int, -1, __open_2, (const char* path, int flags), (path, flags))
 WRAP_AS("open", int, -1, __open64_2, (const char* path, int flags), (path, flags))
 WRAP_AS("openat", int, -1, __openat_2, (int at, const char* path, int flags), (at, path, flags))
 WRAP_AS("openat", int, -1, __openat64_2, (int at, const char* path, int flags), (at, path, flags))
-WRAP_AS("openat", int, -1, ravctl_openat2, (int at, const char* path, int flags, mode_t mode, std::uint64_t resolve),
+WRAP_AS("openat", int, -1, openAt2, (int at, const char* path, int flags, mode_t mode, std::uint64_t resolve),
         (at, path, flags, mode, resolve))
 WRAP_AS("read", ssize_t, -1, __read_chk, (int fd, void* to, std::size_t size, std::size_t room),
         (fd, to, transferred(size), room))

@@ -205,7 +205,7 @@ StoreFile openInStore(int directoryFd, const char* path, int flags, mode_t mode,
   file.start = directoryFd;
   file.name = path;
   file.fd.reset(
-      uninterrupted([&] { return ravctl_openat2(directoryFd, path, flags | alwaysFlags, mode, RESOLVE_NO_SYMLINKS); }));
+      uninterrupted([&] { return openAt2(directoryFd, path, flags | alwaysFlags, mode, RESOLVE_NO_SYMLINKS); }));
   if (file.fd.isOpen()) {
     if (!lookAtOpened(file, directoryFd, flags)) {
       closeKeepingErrno(file.fd);

@@ -5,7 +5,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-int ravctl_openat2(int directoryFd, const char* path, int flags, mode_t mode, std::uint64_t resolve) {
+int openAt2(int directoryFd, const char* path, int flags, mode_t mode, std::uint64_t resolve) {
   open_how how = {};
   // Unlike openat, it refuses flags that have no effect, and no libc adds O_LARGEFILE on a 32-bit machine.
   constexpr int flagsOfPaths = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
