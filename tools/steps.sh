@@ -275,12 +275,12 @@ interleavings() {
   return "$verdict"
 }
 
-# anywhere [PLACE...]: copies the built tree to each place and runs its tests there. By default it takes the three
+# anywhere [PLACE...]: copies the built tree to each place and runs its tests there. By default it takes the two
 # places where most mistakes showed.
 anywhere() {
   configure release
   build release all
-  [ $# -gt 0 ] || set -- lock readonly user
+  [ $# -gt 0 ] || set -- lock user
   sh tools/anywhere.sh "$@"
 }
 
