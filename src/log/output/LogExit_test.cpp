@@ -9,9 +9,9 @@
 namespace {
 
 #ifdef RAVCTL_SANITIZED
-constexpr int runs = 2;  // sanitizers see in one run what crashes others only sometimes, but they are slow
+constexpr int kRuns = 2;  // sanitizers see in one run what crashes others only sometimes, but they are slow
 #else
-constexpr int runs = 5;
+constexpr int kRuns = 5;
 #endif
 
 // The name lets the runs on other machines leave out what starts programs.
@@ -22,7 +22,7 @@ void expectNormalEnds(const std::string& how) {
   start.seconds = 60;  // then SIGALRM ends the program: it hangs
   // The leak checker cannot run in a child that was forked while other threads ran.
   if (how == "forked") start.environment.emplace_back("ASAN_OPTIONS=detect_leaks=0");
-  for (int run = 0; run < runs; ++run) {
+  for (int run = 0; run < kRuns; ++run) {
     const Outcome outcome = runProgram({places::build() + "/testing/exiting-logger", how}, start);
     EXPECT_EQ(outcome.signal, 0);
     EXPECT_EQ(outcome.exitStatus, 5);

@@ -14,7 +14,6 @@ namespace {
 
 using namespace std::string_literals;
 using testing::AnyOf;
-using testing::ElementsAreArray;
 
 constexpr const char* kDir = "/etc/zuv/profiles/profile-1";
 constexpr const char* kHipConf = "/etc/zuv/profiles/profile-1/hip.conf";
