@@ -253,6 +253,7 @@ void FileWriter::abandon() {
   isNew_ = false;
   written_ = 0;
   file_.fd.reset();
+  file_.directory.reset();
 }
 
 Status replaceContent(const std::string& path, std::string_view content, mode_t mode, SetMode setMode, Access access) {

@@ -1,5 +1,6 @@
 #include "base/files/StoreOpener.h"
 
+#include <endian.h>
 #include <fcntl.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -70,7 +71,7 @@ void linkInDirectoryOfMode(mode_t mode, gid_t group) {
   host::setMode("/etc/zuv/dir", mode);
 }
 
-// Lets the stranger write in a directory by an access list.
+// Lets the stranger write in a directory by an access list. The system stores it in little-endian order.
 void setAccessList(const char* directory) {
   struct Entry {
     std::uint16_t tag;
@@ -78,9 +79,10 @@ void setAccessList(const char* directory) {
     std::uint32_t id;
   };
   struct {
-    std::uint32_t version = 2;
+    std::uint32_t version = htole32(2);
     Entry entries[5] = {{0x01, 7, ~0U}, {0x02, 7, kStranger}, {0x04, 5, ~0U}, {0x10, 7, ~0U}, {0x20, 5, ~0U}};
   } list;
+  for (Entry& entry : list.entries) entry = {htole16(entry.tag), htole16(entry.permissions), htole32(entry.id)};
   ASSERT_EQ(::setxattr(directory, "system.posix_acl_access", &list, sizeof list, 0), 0);
 }
 
