@@ -254,30 +254,30 @@ package() { sh tools/package.sh; }
 # Lets Spin check the model of an edit.
 model() { sh tools/model.sh; }
 
+# tables_of NAME FIGURES: runs the tests of NAME_test, and prints tables of the figures that they write to a file.
+tables_of() {
+  tested=$1 figures=$2
+  configure release
+  build release "${tested}_test"
+  rm -f "$figures"
+  verdict=0
+  run_tests "$tested" build/release --tests-regex "^${tested}_test/" || verdict=1
+  sort "$figures" | awk -F ' [|] ' -f "tools/$tested.awk"
+  return "$verdict"
+}
+
 # Makes every system call of every command fail with every error that it can give, and kills every command before each
 # call that changes the disk.
 torture() {
-  configure release
-  build release torture_test
   export RAVCTL_TORTURE=whole RAVCTL_TORTURE_FIGURES="$PWD/build/release/made/torture-figures"
-  rm -f "$RAVCTL_TORTURE_FIGURES"
-  verdict=0
-  run_tests torture build/release --tests-regex ^torture_test/ || verdict=1
-  sort "$RAVCTL_TORTURE_FIGURES" | awk -F ' [|] ' -f tools/torture.awk
-  return "$verdict"
+  tables_of torture "$RAVCTL_TORTURE_FIGURES"
 }
 
 # Runs every pair of commands, and every command with every attack, in many orders of their system calls. With
 # RAVCTL_LONG set it runs all orders.
 interleavings() {
-  configure release
-  build release interleavings_test
   export RAVCTL_INTERLEAVINGS=more RAVCTL_INTERLEAVINGS_FIGURES="$PWD/build/release/made/interleavings-figures"
-  rm -f "$RAVCTL_INTERLEAVINGS_FIGURES"
-  verdict=0
-  run_tests interleavings build/release --tests-regex ^interleavings_test/ || verdict=1
-  sort "$RAVCTL_INTERLEAVINGS_FIGURES" | awk -F ' [|] ' -f tools/interleavings.awk
-  return "$verdict"
+  tables_of interleavings "$RAVCTL_INTERLEAVINGS_FIGURES"
 }
 
 # anywhere [PLACE...]: copies the built tree to each place and runs its tests there. By default it takes the two

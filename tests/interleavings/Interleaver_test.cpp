@@ -23,13 +23,11 @@ const std::vector<std::string> kRename = {"profile", "rename", "dir=profile-2", 
 const std::vector<std::string> kRenameAgain = {"profile", "rename", "dir=profile-2", "new_name=burrow"};
 const std::vector<std::string> kDelete = {"profile", "delete", "dir=profile-2"};
 
-class InterleaverTest : public HostTest {
+class InterleaverTest : public Interleavings {
  protected:
   void SetUp() override {
-    if (!RAVCTL_IS_RELEASE) GTEST_SKIP() << "only the release build is interleaved";
-    HostTest::SetUp();
+    Interleavings::SetUp();
     if (IsSkipped()) return;
-    if (!whyNoTracing().empty()) GTEST_SKIP() << whyNoTracing();
     soundStore().putBack();
   }
 

@@ -6,7 +6,20 @@
 #include <vector>
 
 #include "Interleaver.h"
+#include "testing/faults/Tracer.h"
+#include "testing/run/HostTest.h"
 #include "tests/torture/Tree.h"
+
+// A test that runs programs in turns. It is skipped where that cannot be done.
+class Interleavings : public HostTest {
+ protected:
+  void SetUp() override {
+    if (!RAVCTL_IS_RELEASE) GTEST_SKIP() << "only the release build is interleaved";
+    HostTest::SetUp();
+    if (IsSkipped()) return;
+    if (!whyNoTracing().empty()) GTEST_SKIP() << whyNoTracing();
+  }
+};
 
 // A command in two forms. The programs of a pair write different texts, so that a mixture shows.
 struct Command {

@@ -52,16 +52,6 @@ void tell(const std::string& kind, const std::string& name, std::initializer_lis
   }
 }
 
-class Interleavings : public HostTest {
- protected:
-  void SetUp() override {
-    if (!RAVCTL_IS_RELEASE) GTEST_SKIP() << "only the release build is interleaved";
-    HostTest::SetUp();
-    if (IsSkipped()) return;
-    if (!whyNoTracing().empty()) GTEST_SKIP() << whyNoTracing();
-  }
-};
-
 // --- Two commands
 
 class InterleavingsOf : public Interleavings, public testing::WithParamInterface<std::size_t> {};

@@ -44,11 +44,20 @@ DirectoryListing listFrom(DirectoryReader& reader, LinkBase base, std::size_t mo
 
 }  // namespace
 
-UniqueFd openDirectory(const std::string& path) {
+namespace {
+
+UniqueFd openWith(int directoryFd, const std::string& path, int flags) {
   errno = EINVAL;
   if (!isUsablePath(path)) return UniqueFd();
-  return UniqueFd(uninterrupted([&] { return ::openat(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+  flags |= O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+  return UniqueFd(uninterrupted([&] { return ::openat(directoryFd, path.c_str(), flags); }));
 }
+
+}  // namespace
+
+UniqueFd openDirectory(const std::string& path) { return openWith(AT_FDCWD, path, 0); }
+
+UniqueFd openRealDirectory(int directoryFd, const std::string& path) { return openWith(directoryFd, path, O_NOFOLLOW); }
 
 DirectoryListing listDirectory(const std::string& path) {
   DirectoryListing listing;

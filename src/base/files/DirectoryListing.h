@@ -52,6 +52,8 @@ bool holdsOnly(int directoryFd, std::string_view name);
 // Opens a directory, for functions that take a directory descriptor. If that fails, or if the path is no directory, the
 // result is not open and errno holds the reason.
 UniqueFd openDirectory(const std::string& path);
+// Does the same from an open directory or AT_FDCWD, and does not follow a link in the place of the directory.
+UniqueFd openRealDirectory(int directoryFd, const std::string& path);
 
 // Appends the names of the directories in an open directory, in the order in which the system returns them. Links to
 // directories are not included, nor are "." and ".."; other names that begin with "." are. The read position of the

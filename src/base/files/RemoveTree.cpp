@@ -21,11 +21,6 @@ namespace {
 
 constexpr std::size_t mostNames = 1024;  // that are read from a directory at a time
 
-UniqueFd openReal(int parentFd, const std::string& name) {
-  constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-  return UniqueFd(uninterrupted([&] { return ::openat(parentFd, name.c_str(), flags); }));
-}
-
 // Some file systems leave out entries while others are removed, so a large directory is read again after something was
 // removed. Somebody else may make new entries all the time. So each time must remove at most three quarters of what
 // the time before removed, which bounds all of them by four times the first.
@@ -141,7 +136,7 @@ class TreeRemover {
   bool enter(int parentFd, const std::string& name) {
     Level level;
     struct stat info = {};
-    level.fd = openReal(parentFd, name);
+    level.fd = openRealDirectory(parentFd, name);
     if (!level.fd.isOpen() || ::fstat(level.fd.get(), &info) != 0) return false;
     level.name = name;
     level.device = info.st_dev;
@@ -224,7 +219,7 @@ class TreeRemover {
     int above = levels_[i].fd.get();
     for (UniqueFd passing; ++i <= lowest;) {
       Level& level = levels_[i];
-      UniqueFd fd = openReal(above, level.name);
+      UniqueFd fd = openRealDirectory(above, level.name);
       struct stat info = {};
       if (!fd.isOpen() || ::fstat(fd.get(), &info) != 0) return false;
       if (info.st_dev != level.device || info.st_ino != level.inode) return false;

@@ -29,14 +29,9 @@ constexpr std::chrono::seconds longestWait(10);
 // These directories of a profile are removed before everything else in it.
 constexpr const char* certificateDirectories[] = {ProfileStore::certificatesDir, "customer-certs", "peer_certs"};
 
-UniqueFd openReal(int from, const char* path) {
-  constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-  return UniqueFd(uninterrupted([&] { return ::openat(from, path, flags); }));
-}
-
 // Removes what an interrupted delete has left: a name file, and the directory if it is empty then. Nothing else.
 void finishDelete(int rootFd, const std::string& name) {
-  const UniqueFd fd = openReal(rootFd, name.c_str());
+  const UniqueFd fd = FileUtils::openRealDirectory(rootFd, name);
   if (!fd.isOpen()) return;
   (void)::unlinkat(fd.get(), ProfileStore::nameFile, 0);
   (void)::unlinkat(rootFd, name.c_str(), AT_REMOVEDIR);  // what is still there stays for the administrator
@@ -88,7 +83,7 @@ Moved moveAway(int rootFd, const std::string& dirname, int fd, std::string& to) 
 void removeCertificates(int fd) {
   for (const char* directory : certificateDirectories) {
     if (::unlinkat(fd, directory, 0) == 0) continue;  // it is no directory
-    const UniqueFd opened = openReal(fd, directory);
+    const UniqueFd opened = FileUtils::openRealDirectory(fd, directory);
     if (opened.isOpen()) FileUtils::emptyStoreDirectory(opened.get(), {});
     (void)::unlinkat(fd, directory, AT_REMOVEDIR);
   }
@@ -127,7 +122,7 @@ Status removeProfile(const std::string& dirname) {
   const UniqueFd rootFd = FileUtils::openDirectory(ProfileStore::profilesRoot());
   if (!rootFd.isOpen()) return Status::of(status::applicationError);
   finishEarlierDeletes(rootFd.get());
-  const UniqueFd fd = openReal(rootFd.get(), dirname.c_str());
+  const UniqueFd fd = FileUtils::openRealDirectory(rootFd.get(), dirname);
   if (!fd.isOpen()) {
     struct stat info = {};
     if (::fstatat(rootFd.get(), dirname.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
