@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "testing/faults/Tracer.h"
 #include "testing/host/HostFiles.h"
 #include "testing/run/Program.h"
 
@@ -50,6 +51,8 @@ Pair pairOf(const Command& a, const Command& b, const std::string& note, const T
 }
 
 }  // namespace
+
+std::string whyNoTurns() { return RAVCTL_IS_RELEASE ? whyNoTracing() : "only the release build is interleaved"; }
 
 const std::vector<Command>& allCommands() {
   static const std::vector<Command> commands = {
