@@ -31,6 +31,9 @@ install(FILES docs/examples/README.md docs/examples/hip.logrotate docs/examples/
   docs/examples/ravctl-metrics.service docs/examples/ravctl-metrics.timer DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 install(DIRECTORY docs/examples/ansible DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
+# It is not in force there; an administrator copies it (see its first lines).
+install(FILES packaging/apparmor/usr.bin.ravctl DESTINATION ${CMAKE_INSTALL_DATADIR}/apparmor/extra-profiles)
+
 set(CPACK_GENERATOR DEB TGZ)
 set(CPACK_PACKAGE_VENDOR "The ravctl developers")
 set(CPACK_PACKAGE_CONTACT "The ravctl developers <maintainers@ravctl.example.org>")

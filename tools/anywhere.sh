@@ -66,7 +66,7 @@ needs devices'
 copy_tree() {
   mkdir -p "$1"
   tar -cf - --exclude=./build --exclude=./.git . | tar -xf - -C "$1"
-  unpacked=$(ls -d build/finit build/monitoring 2>/dev/null) || true
+  unpacked=$(ls -d build/finit build/monitoring build/apparmor 2>/dev/null) || true
   # shellcheck disable=SC2086 # a list of folders
   tar -cf - --exclude='*.o' --exclude='*.a' --exclude='*.gch' --exclude=build/release/made build/release $unpacked |
     tar -xf - -C "$1"
@@ -131,7 +131,8 @@ run_program() {
   program=$1
   shift
   name=$(basename "$program")${GTEST_SHARD_INDEX+-$GTEST_SHARD_INDEX}
-  as_user env RAVCTL_FINIT="$copy/build/finit" RAVCTL_MONITORING="$copy/build/monitoring" RAVCTL_MADE="$made" \
+  as_user env RAVCTL_FINIT="$copy/build/finit" RAVCTL_MONITORING="$copy/build/monitoring" \
+    RAVCTL_APPARMOR="$copy/build/apparmor" RAVCTL_MADE="$made" \
     timeout -k 10 900 "$program" "$@" >"$log/$name.log" 2>&1 </dev/null || say "$name ended with $?" >>"$log/failed"
 }
 

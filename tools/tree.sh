@@ -28,6 +28,7 @@ examples/**               CMakeLists.txt *.cpp *.h
 fuzz                      CMakeLists.txt *.cpp *.h *.dict corpus/*/*
 man                       *.[1-8]
 model                     *.pml
+packaging/apparmor        usr.bin.ravctl
 packaging/examples        *.init
 scripts                   check_ravctl ravctl-exit ravctl-json
 src                       layers.txt **/*.cpp **/*.h
