@@ -68,7 +68,9 @@ copy_tree() {
   tar -cf - --exclude=./build --exclude=./.git . | tar -xf - -C "$1"
   unpacked=$(ls -d build/finit build/monitoring build/apparmor 2>/dev/null) || true
   # shellcheck disable=SC2086 # a list of folders
-  tar -cf - --exclude='*.o' --exclude='*.a' --exclude='*.gch' --exclude=build/release/made build/release $unpacked |
+  # Of the archives only the installed one, in build/release/dev, is needed.
+  tar -cf - --no-wildcards-match-slash --exclude='*.o' --exclude='build/release/*.a' --exclude='build/release/[!d]*/*.a' \
+    --exclude='*.gch' --exclude=build/release/made build/release $unpacked |
     tar -xf - -C "$1"
   mkdir "$1/build/release/made"
 }

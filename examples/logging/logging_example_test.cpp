@@ -20,7 +20,7 @@ namespace {
 using LoggingExampleTest = HostTest;
 
 constexpr char kLogs[] = "/tmp/example";
-const std::string kExample = places::build() + "/examples/logging/logging-example";
+const std::string kExample = places::build() + "/examples/logging-example";
 
 std::vector<std::string> linesOf(const std::string& text) {
   std::vector<std::string> lines;
