@@ -40,6 +40,9 @@ class InstalledLibraryTest : public HostTest {
 #endif
     HostTest::SetUp();
     if (IsSkipped()) return;
+    for (const char* tool : {"cmake", "g++", "ninja", "pkg-config"}) {
+      if (!host::exists(std::string("/usr/bin/") + tool)) GTEST_SKIP() << tool << " is not installed";
+    }
     host::makeDirs(kFolder);
     const Outcome mounted = runHere("mount --bind " + places::build() + "/dev/prefix " + kPrefix);
     ASSERT_EQ(mounted.exitStatus, 0) << mounted.err;
