@@ -1,4 +1,4 @@
-// Runs what a newcomer runs first: the demo, and the first session of README.md.
+// Runs what a newcomer runs first: the demo, the first session of README.md, and the transcript of a bug report.
 #include "testing/host/HostFiles.h"
 #include "testing/host/Places.h"
 #include "testing/run/FurnishedHost.h"
@@ -34,6 +34,15 @@ TEST(FirstStepsTest, TheSessionOfTheReadmePrintsWhatItShows) {
   const Outcome outcome = onHost(readSession(session).script);
   SKIP_WITHOUT_A_HOST(outcome);
   EXPECT_THAT(session, testing::HasSubstr("# ravctl profile create lab"));
+  EXPECT_EQ(outcome.out, session);
+}
+
+TEST(FirstStepsTest, TheTranscriptInTheTemplateOfABugReportPrintsWhatItShows) {
+  const std::string page = host::readFile(places::source() + "/docs/bug-report.md");
+  const std::string session = sessionOf(page, "## How to get the answers");
+  const Outcome outcome = onHost(readSession(session).script);
+  SKIP_WITHOUT_A_HOST(outcome);
+  EXPECT_THAT(session, testing::HasSubstr("# ravctl list versions"));
   EXPECT_EQ(outcome.out, session);
 }
 
