@@ -1,5 +1,5 @@
-# The files to install below any prefix and DESTDIR, and the packages that CPack makes. Debian's own package is in
-# debian/.
+# The files to install below any prefix and DESTDIR, and the archive that CPack makes. Debian's package is in debian/, the
+# recipe of the RPM in packaging/.
 install(TARGETS ravctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(PROGRAMS scripts/check_ravctl scripts/ravctl-exit scripts/ravctl-json DESTINATION ${CMAKE_INSTALL_BINDIR})
 
@@ -9,9 +9,10 @@ foreach(manual IN LISTS manuals)
   install(FILES ${manual} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
 endforeach()
 
-# The folders where the shells of Debian look for completions.
+# The folders where the shells look for completions. zsh has no folder that all systems know.
+set(RAVCTL_ZSH_FOLDER ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions CACHE STRING "Where zsh finds completions")
 install(FILES completions/ravctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME ravctl)
-install(FILES completions/_ravctl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+install(FILES completions/_ravctl DESTINATION ${RAVCTL_ZSH_FOLDER})
 install(FILES completions/ravctl.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 # bash and fish look for a file named after the command; zsh reads the names in the first line of its file.
 file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/completions/bash ${CMAKE_BINARY_DIR}/completions/fish)
@@ -22,7 +23,8 @@ endforeach()
 install(DIRECTORY ${CMAKE_BINARY_DIR}/completions/bash/ DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 install(DIRECTORY ${CMAKE_BINARY_DIR}/completions/fish/ DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
 
-install(FILES README.md SECURITY.md debian/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES README.md SECURITY.md docs/bug-report.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
 install(FILES CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME changelog)
 install(FILES docs/architecture.md docs/interleavings.md docs/logging.md docs/reliability.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(PROGRAMS docs/examples/ravctl-metrics docs/examples/zuv-sendbundle.sh packaging/examples/hip.init
@@ -34,18 +36,8 @@ install(DIRECTORY docs/examples/ansible DESTINATION ${CMAKE_INSTALL_DOCDIR}/exam
 # It is not in force there; an administrator copies it (see its first lines).
 install(FILES packaging/apparmor/usr.bin.ravctl DESTINATION ${CMAKE_INSTALL_DATADIR}/apparmor/extra-profiles)
 
-set(CPACK_GENERATOR DEB TGZ)
-set(CPACK_PACKAGE_VENDOR "The ravctl developers")
-set(CPACK_PACKAGE_CONTACT "The ravctl developers <maintainers@ravctl.example.org>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "control program of a host that runs the overlay daemon zuv-hipd")
-set(CPACK_PACKAGE_DESCRIPTION "ravctl keeps the daemon's configuration profiles, starts and stops the daemon through
-systemd, an init script or Upstart, reads its status and its log, lists the
-network interfaces that can carry the overlay, and runs the script that packs a
-support bundle.")
-set(CPACK_RESOURCE_FILE_LICENSE ${CMAKE_SOURCE_DIR}/LICENSE)
+set(CPACK_GENERATOR TGZ)
+set(CPACK_SYSTEM_NAME ${CMAKE_SYSTEM_NAME}-${CMAKE_SYSTEM_PROCESSOR})
 set(CPACK_STRIP_FILES ON)
-set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_SECTION net)
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS psmisc)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 include(CPack)

@@ -249,7 +249,7 @@ coverage() {
   return "$status"
 }
 
-package() { sh tools/package.sh; }
+package() { sh tools/package.sh --brief; }
 
 # Lets Spin check the model of an edit.
 model() { sh tools/model.sh; }

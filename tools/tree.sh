@@ -19,7 +19,10 @@ bench                     CMakeLists.txt *.cpp *.sh
 bench/baseline            *.c
 cmake/**                  *.cmake precompiled.cpp
 completions               _ravctl ravctl.bash ravctl.fish
-debian                    changelog control copyright rules source/format *.lintian-overrides
+debian                    changelog control copyright rules watch *.lintian-overrides
+debian/source             format lintian-overrides
+debian/tests              control files profiles scripts
+debian/upstream           metadata
 docs                      *.md
 docs/examples             *.md *.logrotate *.service *.sh *.timer ravctl-metrics
 docs/examples/ansible     **/*.yml
@@ -28,6 +31,7 @@ examples/**               CMakeLists.txt *.cpp *.h
 fuzz                      CMakeLists.txt *.cpp *.h *.dict corpus/*/*
 man                       *.[1-8]
 model                     *.pml
+packaging                 ravctl.spec rpmlint.toml
 packaging/apparmor        usr.bin.ravctl
 packaging/examples        *.init
 scripts                   check_ravctl ravctl-exit ravctl-json
