@@ -193,8 +193,11 @@ a_wrong_version_is_noticed() {
 
 # ---- The archive and the RPM ----
 
-# CPack packs what debhelper built.
-archive() { (cd "$1"/obj-* && cpack -G TGZ -B "$2"); }
+# Without words CPack packs what debhelper built into one archive, and makes no package.
+archive() {
+  (cd "$1"/obj-* && cpack -B "$2") &&
+    [ "$(find "$2" -maxdepth 1 -type f -printf '%f\n')" = "ravctl-$upstream-Linux-$(uname -m).tar.gz" ]
+}
 
 # build_rpm TOP RECIPE [OPTION...]: builds the RPM below a folder of its own.
 build_rpm() {
