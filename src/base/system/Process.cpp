@@ -12,13 +12,9 @@
 
 namespace {
 
-// The signals whose default action would kill the process on a failed write, and their inherited actions.
-struct OwnSignal {
-  int number;
-  bool changed;
-  struct sigaction inherited;
-};
-OwnSignal ownSignals[] = {{SIGPIPE, false, {}}, {SIGXFSZ, false, {}}};
+// The signals that this process found blocked.
+sigset_t inheritedMask;
+bool hasInheritedMask = false;
 
 void openClosedStandardDescriptors() {
   pollfd standard[] = {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}};
@@ -33,19 +29,12 @@ void openClosedStandardDescriptors() {
   }
 }
 
-void ignoreSignalsOfFailedWrites() {
-  struct sigaction ignore = {};
-  ignore.sa_handler = SIG_IGN;
-  for (OwnSignal& own : ownSignals) own.changed = sigaction(own.number, &ignore, &own.inherited) == 0;
-}
-
-void makeChildrenWaitable() {
-  struct sigaction action = {};
-  if (sigaction(SIGCHLD, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) {
-    action = {};
-    action.sa_handler = SIG_DFL;
-    (void)sigaction(SIGCHLD, &action, nullptr);  // can't fail: the signal and the action are valid
-  }
+void blockSignalsOfFailedWrites() {
+  sigset_t ours;
+  sigemptyset(&ours);
+  sigaddset(&ours, SIGPIPE);
+  sigaddset(&ours, SIGXFSZ);
+  hasInheritedMask = sigprocmask(SIG_BLOCK, &ours, &inheritedMask) == 0;
 }
 
 [[noreturn]] void endWithoutMemory() {
@@ -60,17 +49,21 @@ void makeChildrenWaitable() {
 
 void prepareProcess() {
   openClosedStandardDescriptors();
-  ignoreSignalsOfFailedWrites();
-  makeChildrenWaitable();
+  blockSignalsOfFailedWrites();
   std::set_new_handler(endWithoutMemory);
 }
 
-void giveBackSignals() {
-  for (const OwnSignal& own : ownSignals) {
-    if (own.changed) {
-      (void)sigaction(own.number, &own.inherited, nullptr);  // can't fail: the signal and the action are valid
-    }
+void makeChildrenWaitable() {
+  struct sigaction action = {};
+  if (sigaction(SIGCHLD, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) {
+    action = {};
+    action.sa_handler = SIG_DFL;
+    (void)sigaction(SIGCHLD, &action, nullptr);  // can't fail: the signal and the action are valid
   }
+}
+
+void giveBackSignals() {
+  if (hasInheritedMask) (void)sigprocmask(SIG_SETMASK, &inheritedMask, nullptr);  // can't fail: the mask is valid
 }
 
 // Replaces the terminate handler of libstdc++, which prints the demangled name of an exception. Our code throws

@@ -49,6 +49,19 @@ Handler handlerOf(int signal) {
   return action.sa_handler;
 }
 
+bool isBlocked(int signal) {
+  sigset_t mask;
+  ::sigprocmask(SIG_BLOCK, nullptr, &mask);
+  return ::sigismember(&mask, signal) == 1;
+}
+
+void setBlocked(std::initializer_list<int> signals, bool blocked) {
+  sigset_t set;
+  ::sigemptyset(&set);
+  for (const int signal : signals) ::sigaddset(&set, signal);
+  ::sigprocmask(blocked ? SIG_BLOCK : SIG_UNBLOCK, &set, nullptr);
+}
+
 using ProcessTest = HostTest;
 
 // --- Descriptors
@@ -152,39 +165,63 @@ TEST_F(ProcessTest, AnInheritedIgnoredChildSignalDoesNotHideAFailedTool) {
   EXPECT_EQ(outcome.exitStatus, 0);
 }
 
-TEST_F(ProcessTest, TheInheritedActionsOfSignalsAreKeptOrRestored) {
+TEST_F(ProcessTest, TheInheritedMaskOfSignalsIsKeptOrRestored) {
   const struct {
     const char* why;
-    Handler pipe, fileSize;
+    bool pipe, fileSize;
   } cases[] = {
-      {"both default", SIG_DFL, SIG_DFL},
-      {"both ignored", SIG_IGN, SIG_IGN},
-      {"one of each", SIG_IGN, SIG_DFL},
-      {"the other one", SIG_DFL, SIG_IGN},
+      {"neither is blocked", false, false},
+      {"both are blocked", true, true},
+      {"one of them", true, false},
+      {"the other one", false, true},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
-    const auto areInherited = [&c] {
-      return handlerOf(SIGPIPE) == c.pipe && handlerOf(SIGXFSZ) == c.fileSize && handlerOf(SIGHUP) == c.pipe &&
-             handlerOf(SIGINT) == c.fileSize && handlerOf(SIGTERM) == SIG_DFL;
+    const auto isInherited = [&c] {
+      return isBlocked(SIGPIPE) == c.pipe && isBlocked(SIGXFSZ) == c.fileSize && isBlocked(SIGHUP) == c.pipe &&
+             isBlocked(SIGINT) == c.fileSize && !isBlocked(SIGTERM);
     };
     EXPECT_EQ(kYes, endOf([&] {
-                for (const int signal : {SIGPIPE, SIGHUP}) ::signal(signal, c.pipe);
-                for (const int signal : {SIGXFSZ, SIGINT}) ::signal(signal, c.fileSize);
+                setBlocked({SIGPIPE, SIGHUP}, c.pipe);
+                setBlocked({SIGXFSZ, SIGINT}, c.fileSize);
                 giveBackSignals();
-                const bool areKept = areInherited();  // nothing was changed yet that could be given back
+                const bool isKept = isInherited();  // nothing was changed yet that could be given back
                 prepareProcess();
-                const bool areIgnored = handlerOf(SIGPIPE) == SIG_IGN && handlerOf(SIGXFSZ) == SIG_IGN;
+                const bool areBlocked = isBlocked(SIGPIPE) && isBlocked(SIGXFSZ) && isBlocked(SIGHUP) == c.pipe;
                 giveBackSignals();
-                return areKept && areIgnored && areInherited();
+                return isKept && areBlocked && isInherited();
               }));
   }
 }
 
-TEST_F(ProcessTest, AnInheritedIgnoredChildSignalIsResetToItsDefault) {
+TEST_F(ProcessTest, TheActionsOfSignalsStayAsInherited) {
+  for (const Handler handler : {SIG_DFL, SIG_IGN}) {
+    EXPECT_EQ(kYes, endOf([handler] {
+                for (const int signal : {SIGPIPE, SIGXFSZ, SIGCHLD}) ::signal(signal, handler);
+                prepareProcess();
+                return handlerOf(SIGPIPE) == handler && handlerOf(SIGXFSZ) == handler && handlerOf(SIGCHLD) == handler;
+              }));
+  }
+}
+
+TEST_F(ProcessTest, AChildThatGetsTheSignalsBackIsNotKilledByThoseOfItsParent) {
+  EXPECT_EQ(kYes, endOf([] {
+              prepareProcess();
+              ::raise(SIGPIPE);  // as a failed write does; it stays pending
+              const pid_t child = ::fork();
+              if (child == 0) {
+                giveBackSignals();
+                ::_exit(3);
+              }
+              int status = 0;
+              return ::waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 3;
+            }));
+}
+
+TEST_F(ProcessTest, ChildrenAreWaitableIfTheChildSignalWasInheritedAsIgnored) {
   EXPECT_EQ(kYes, endOf([] {
               ::signal(SIGCHLD, SIG_IGN);
-              prepareProcess();
+              makeChildrenWaitable();
               const pid_t child = ::fork();
               if (child == 0) ::_exit(3);
               int status = 0;
@@ -192,10 +229,20 @@ TEST_F(ProcessTest, AnInheritedIgnoredChildSignalIsResetToItsDefault) {
             }));
 }
 
-// Returns the ignored signals of the tool that the program starts, if `before` runs before the program itself starts.
+TEST_F(ProcessTest, AHandlerOfTheChildSignalStays) {
+  EXPECT_EQ(kYes, endOf([] {
+              const Handler handler = [](int) {};
+              ::signal(SIGCHLD, handler);
+              makeChildrenWaitable();
+              return handlerOf(SIGCHLD) == handler;
+            }));
+}
+
+// Returns the blocked and the ignored signals of the tool that the program starts, if `before` runs before the program
+// itself starts.
 std::string signalsOfTheTool(const std::string& before) {
   host::writeFile("/etc/zuv/.systemctl", "");
-  host::installScript("/bin/systemctl", "grep -E '^SigIgn' /proc/self/status >/tmp/signals");
+  host::installScript("/bin/systemctl", "grep -E '^Sig(Blk|Ign)' /proc/self/status >/tmp/signals");
   const Outcome outcome = runProgram({"/bin/sh", "-c", before + "exec \"$0\" service start", ravctlPath()}, Start());
   EXPECT_EQ(outcome.out, "");
   return host::readFile("/tmp/signals");
@@ -203,9 +250,9 @@ std::string signalsOfTheTool(const std::string& before) {
 
 TEST_F(ProcessTest, AToolStartsWithTheInheritedSignalActions) {
   // One bit per signal; the lowest bit is signal 1: HUP 1, PIPE 0x1000, CHLD 0x10000, XFSZ 0x1000000.
-  EXPECT_EQ(signalsOfTheTool(""), "SigIgn:\t0000000000000000\n");
-  EXPECT_EQ(signalsOfTheTool("trap '' HUP PIPE; "), "SigIgn:\t0000000000001001\n");
-  EXPECT_EQ(signalsOfTheTool("trap '' XFSZ CHLD; "), "SigIgn:\t0000000001000000\n");
+  EXPECT_EQ(signalsOfTheTool(""), "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
+  EXPECT_EQ(signalsOfTheTool("trap '' HUP PIPE; "), "SigBlk:\t0000000000000000\nSigIgn:\t0000000000001001\n");
+  EXPECT_EQ(signalsOfTheTool("trap '' XFSZ CHLD; "), "SigBlk:\t0000000000000000\nSigIgn:\t0000000001000000\n");
 }
 
 // --- Memory

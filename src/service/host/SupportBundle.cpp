@@ -10,30 +10,26 @@ namespace {
 constexpr const char* bundleCommand = "/usr/bin/zuv-sendbundle.sh";
 constexpr int noShellResult = 127;
 
-// Restores the inherited signal dispositions in its scope. system(3) gives us no chance to do that in the child,
+// Restores the inherited mask of signals in its scope. system(3) gives us no chance to do that in the child,
 // between fork and exec, so the parent does it around the whole call.
 class SignalsGivenBack {
  public:
   SignalsGivenBack() {
-    (void)sigaction(SIGPIPE, nullptr, &brokenPipe_);  // a query for an existing signal can't fail
-    (void)sigaction(SIGXFSZ, nullptr, &fileTooLarge_);
+    (void)sigprocmask(SIG_BLOCK, nullptr, &ours_);  // a query can't fail
     giveBackSignals();
   }
-  ~SignalsGivenBack() {
-    (void)sigaction(SIGPIPE, &brokenPipe_, nullptr);
-    (void)sigaction(SIGXFSZ, &fileTooLarge_, nullptr);
-  }
+  ~SignalsGivenBack() { (void)sigprocmask(SIG_SETMASK, &ours_, nullptr); }
   SignalsGivenBack(const SignalsGivenBack&) = delete;
   SignalsGivenBack& operator=(const SignalsGivenBack&) = delete;
 
  private:
-  struct sigaction brokenPipe_ = {};
-  struct sigaction fileTooLarge_ = {};
+  sigset_t ours_ = {};
 };
 
 }  // namespace
 
 Status runSupportBundle() {
+  makeChildrenWaitable();
   const SignalsGivenBack givenBack;
   return statusOfSystemResult(std::system(bundleCommand));
 }

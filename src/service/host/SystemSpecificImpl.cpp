@@ -110,6 +110,7 @@ Status runBackendOperation(const std::string& name, void (SystemSpecificImpl::*o
   selectBackend(name.c_str());
   // The backend is made before the fork, so that the child allocates nothing.
   SystemSpecificImpl& backend = currentBackend();
+  makeChildrenWaitable();
   const pid_t child = fork();
   switch (child) {
     case -1:
