@@ -75,7 +75,7 @@ std::string thirdOf(const CommandRow& row) {
 
 std::string keysOf(const CommandRow& row) {
   std::string keys;
-  const auto command = row.make({}, {});
+  const auto command = commandTable().make(row, {}, {});
   for (const InputParamBase* param : command->params()) {
     if (param->isHidden()) continue;
     keys += (keys.empty() ? "" : " ") + param->name() + (param->takesValue() ? "=" : "");

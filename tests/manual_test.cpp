@@ -289,7 +289,7 @@ std::vector<std::string> commandsOfProgram() {
   std::vector<std::string> commands;
   for (const CommandRow& row : commandTable()) {
     std::string command = std::string(row.method).substr(0, std::string(row.method).find(" <"));
-    const auto instance = row.make("", {});
+    const auto instance = commandTable().make(row, "", {});
     for (const InputParamBase* param : instance->params()) {
       if (!param->isHidden()) command = withKey(command, param->name(), !param->isRequired());
     }
@@ -314,7 +314,7 @@ using Values = std::vector<std::string>;
 std::map<std::string, Values> valuesOfHelp() {
   std::map<std::string, Values> values;
   for (const CommandRow& row : commandTable()) {
-    const auto instance = row.make("", {});
+    const auto instance = commandTable().make(row, "", {});
     for (const InputParamBase* param : instance->params()) {
       std::string form;
       if (!param->isHidden()) param->appendValueForm(form);

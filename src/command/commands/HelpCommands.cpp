@@ -26,7 +26,7 @@ struct Rows {
   const Row* end() const { return first + count; }
 };
 
-constexpr const char* usageLines[] = {
+constexpr char usageLines[][72] = {
     "ravctl usage:",
     "    <command name> <command-specific params> [--quiet | --verbose]",
     "    help",
@@ -39,8 +39,8 @@ constexpr const char* usageLines[] = {
 // --- Pages of commands
 
 struct Blurb {
-  const char* command;
-  const char* text;
+  char command[20];
+  char text[56];
 };
 
 constexpr Blurb profileBlurbs[] = {
@@ -72,8 +72,8 @@ constexpr Blurb supportBlurbs[] = {
 };
 
 struct Category {
-  const char* name;
-  const char* otherName;
+  char name[12];
+  char otherName[12];
   Rows<Blurb> blurbs;
 };
 // The page of "json" has no blurbs; it shows the entry of the command of that name. The page of "internal" is empty,
@@ -136,8 +136,8 @@ void addSection(Lines& page, const char* heading) {
   page.emplace_back(heading);
 }
 
-void addEntry(Lines& page, const CommandRow& row) {
-  const std::unique_ptr<RavctlCommandInstance> command = row.make({}, {});
+void addEntry(Lines& page, const CommandTable& table, const CommandRow& row) {
+  const std::unique_ptr<RavctlCommandInstance> command = table.make(row, {}, {});
   std::string usage = concatenate({indent, row.method, row.usage});
   Lines params;
   for (const InputParamBase* param : command->params()) {
@@ -158,25 +158,25 @@ void addEntry(Lines& page, const CommandRow& row) {
 
 // --- The page for the words
 
-void addCommandPage(Lines& page, const CommandRow& row) {
+void addCommandPage(Lines& page, const CommandTable& table, const CommandRow& row) {
   page.push_back(concatenate({"ravctl help for command: ", row.method}));
-  addEntry(page, row);
+  addEntry(page, table, row);
 }
 
 void addCategoryPage(Lines& page, const Category& category, const CommandTable& table) {
   page.push_back(concatenate({"ravctl help for '", category.name, "' commands:"}));
   addBlurbs(page, category.blurbs);
   const CommandRow* row = table.findOneWord(category.name);
-  if (row != nullptr) addEntry(page, *row);
+  if (row != nullptr) addEntry(page, table, *row);
 }
 
 void addPageFor(Lines& page, const Lines& subject, const CommandTable& table) {
   const CommandRow* row = subject.size() < 2 ? nullptr : table.findTwoWords(subject[0], subject[1]);
-  if (row != nullptr) return addCommandPage(page, *row);
+  if (row != nullptr) return addCommandPage(page, table, *row);
   const Category* category = findCategory(subject[0]);
   if (category != nullptr) return addCategoryPage(page, *category, table);
   row = table.findOneWord(subject[0]);
-  if (row != nullptr) return addCommandPage(page, *row);
+  if (row != nullptr) return addCommandPage(page, table, *row);
   const std::string words = subject.size() < 2 ? subject[0] : concatenate({subject[0], " ", subject[1]});
   page.push_back(concatenate({"ravctl help: nothing found for '", words, "'"}));
   addSummary(page);
@@ -196,7 +196,7 @@ Lines subjectOf(const Lines& words) {
 
 // The line of deviceID deliberately lacks its closing bracket. The text output never prints status_details and
 // status_context; they are listed for readers of other result formats.
-constexpr const char* standardFields[] = {
+constexpr char standardFields[][80] = {
     "Commands also return standard fields for result status:",
     "  method: <string, the name of the method invoked>",
     "  status_code: <integer, a code giving the specific result>",
@@ -246,7 +246,7 @@ Hipcmd_ReferenceHelp::Hipcmd_ReferenceHelp(const CommandTable& table)
 
 void Hipcmd_ReferenceHelp::execute(StatusCodeResultField& status) {
   Lines& page = helptext_.list();
-  for (const CommandRow& row : table_) addEntry(page, row);
+  for (const CommandRow& row : table_) addEntry(page, table_, row);
   page.emplace_back();
   page.insert(page.end(), std::begin(standardFields), std::end(standardFields));
   status.set(status::success);

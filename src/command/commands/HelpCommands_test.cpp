@@ -78,7 +78,7 @@ TEST(Help, WithoutFurtherWordsItPrintsTheSummary) {
 
 TEST(Help, OnlyHelpIsQuietByDefault) {
   for (const CommandRow& row : commandTable()) {
-    EXPECT_EQ(row.make("", {})->mode().quiet, row.method == std::string("help")) << row.method;
+    EXPECT_EQ(commandTable().make(row, "", {})->mode().quiet, row.method == std::string("help")) << row.method;
   }
 }
 
@@ -287,13 +287,14 @@ class Everything : public RavctlCommandInstance {
   AuthParam auth_;
 };
 
-std::unique_ptr<RavctlCommandInstance> makeEverything(const std::string&, const std::vector<std::string>&) {
+std::unique_ptr<RavctlCommandInstance> makeEverything(const CommandRow&, const std::string&,
+                                                      const std::vector<std::string>&) {
   return std::make_unique<Everything>();
 }
 
 constexpr CommandRow kEverythingRow[] = {
-    {"do everything", CommandForm::twoWords, " <summary>", " <usage>", "Does %s.", makeEverything}};
-constexpr CommandTable kEverythingTable = {kEverythingRow, 1, nullptr, 0};
+    {0, "do everything", CommandForm::twoWords, " <summary>", " <usage>", "Does %s."}};
+constexpr CommandTable kEverythingTable = {makeEverything, kEverythingRow, 1, nullptr, 0};
 
 const Lines kEverythingEntry = {
     "",

@@ -18,70 +18,74 @@ namespace {
 using Made = std::unique_ptr<RavctlCommandInstance>;
 using Words = std::vector<std::string>;
 
-template <typename Command>
-Made make(const std::string&, const Words&) {
-  return std::make_unique<Command>();
-}
+Made make(const CommandRow& row, const std::string& argument, const Words& words);
 
-template <typename Command>
-Made makeWith(const std::string& argument, const Words&) {
-  return std::make_unique<Command>(argument);
-}
-
-Made makeHelp(const std::string&, const Words& words);
-Made makeReference(const std::string&, const Words&);
+// The `id` of a row.
+enum Id : int {
+  createProfile,
+  modifyProfile,
+  showProfile,
+  activateProfile,
+  deleteProfile,
+  renameProfile,
+  resetProfile,
+  getLog,
+  getInterfaces,
+  getVersions,
+  getProfiles,
+  startService,
+  stopService,
+  bounceService,
+  showStatus,
+  supportBundle,
+  json,
+  usage,
+  help,
+  reference
+};
 
 constexpr CommandForm twoWords = CommandForm::twoWords;
 constexpr CommandForm twoWordsAndName = CommandForm::twoWordsAndName;
-constexpr const char* ofProfile = " <profile name>";
 
 // The rows stand in the order of the reference page. The double and triple blanks and the typographic quotes are part
 // of the texts.
 constexpr CommandRow rows[] = {
-    {"profile create", twoWordsAndName, " <new profile name>", " <new profile name>",
-     "Creates a new profile.   The name and helmsor settings are required.", makeWith<Hipcmd_CreateProfile>},
-    {"profile modify", twoWordsAndName, ofProfile, ofProfile,
-     "Changes one or more of the configured properties of the profile.", makeWith<Hipcmd_ModifyProfile>},
-    {"profile details", twoWordsAndName, ofProfile, ofProfile,
-     "Displays the configuration associated with the given profile.", makeWith<Hipcmd_ShowProfile>},
-    {"profile activate", twoWordsAndName, ofProfile, ofProfile,
-     "Makes the given profile the active profile, possibly restarting the service along the way.",
-     makeWith<Hipcmd_ActivateProfile>},
-    {"profile delete", twoWordsAndName, ofProfile, ofProfile, "Removes a profile.", makeWith<Hipcmd_DeleteProfile>},
-    {"profile rename", twoWordsAndName, ofProfile, ofProfile,
-     "Changes the name of the profile.  This is a shorthand for ‘profile modify <profile name> new_name=<string>’",
-     makeWith<Hipcmd_RenameProfile>},
-    {"support reset", twoWordsAndName, ofProfile, ofProfile,
-     "Removes various temporary files associated with the profile, giving it a clean restart.",
-     makeWith<Hipcmd_ProfileReset>},
-    {"list log", twoWordsAndName, "", ofProfile, "Displays an extract from the hip.log file for the given profile.",
-     makeWith<Hipcmd_GetHipLog>},
-    {"list interfaces", twoWords, "", "",
-     "Reports the names of network interfaces on the system that are suitable for selection as the HIP underlay.",
-     make<Hipcmd_GetInterfaces>},
-    {"list versions", twoWords, "", "", "Displays version numbers for various pieces of the installed HIP application.",
-     make<Hipcmd_GetVersions>},
-    {"list profiles", twoWords, "", "",
-     "Displays a list of the configured profiles, showing the directory and profile name for each one.",
-     make<Hipcmd_GetProfiles>},
-    {"service start", twoWords, "", "", "Starts the zuv-hipd background process.", make<Hipcmd_ServiceStart>},
-    {"service stop", twoWords, "", "", "Stops the zuv-hipd background process.", make<Hipcmd_ServiceStop>},
-    {"service restart", twoWords, "", "",
-     "Stops the zuv-hipd background process if it is running, and then starts it up again.",
-     make<Hipcmd_ServiceBounce>},
-    {"service status", twoWords, "", "",
+    {createProfile, "profile create", twoWordsAndName, " <new profile name>", " <new profile name>",
+     "Creates a new profile.   The name and helmsor settings are required."},
+    {modifyProfile, "profile modify", twoWordsAndName, " <profile name>", " <profile name>",
+     "Changes one or more of the configured properties of the profile."},
+    {showProfile, "profile details", twoWordsAndName, " <profile name>", " <profile name>",
+     "Displays the configuration associated with the given profile."},
+    {activateProfile, "profile activate", twoWordsAndName, " <profile name>", " <profile name>",
+     "Makes the given profile the active profile, possibly restarting the service along the way."},
+    {deleteProfile, "profile delete", twoWordsAndName, " <profile name>", " <profile name>", "Removes a profile."},
+    {renameProfile, "profile rename", twoWordsAndName, " <profile name>", " <profile name>",
+     "Changes the name of the profile.  This is a shorthand for ‘profile modify <profile name> new_name=<string>’"},
+    {resetProfile, "support reset", twoWordsAndName, " <profile name>", " <profile name>",
+     "Removes various temporary files associated with the profile, giving it a clean restart."},
+    {getLog, "list log", twoWordsAndName, "", " <profile name>",
+     "Displays an extract from the hip.log file for the given profile."},
+    {getInterfaces, "list interfaces", twoWords, "", "",
+     "Reports the names of network interfaces on the system that are suitable for selection as the HIP underlay."},
+    {getVersions, "list versions", twoWords, "", "",
+     "Displays version numbers for various pieces of the installed HIP application."},
+    {getProfiles, "list profiles", twoWords, "", "",
+     "Displays a list of the configured profiles, showing the directory and profile name for each one."},
+    {startService, "service start", twoWords, "", "", "Starts the zuv-hipd background process."},
+    {stopService, "service stop", twoWords, "", "", "Stops the zuv-hipd background process."},
+    {bounceService, "service restart", twoWords, "", "",
+     "Stops the zuv-hipd background process if it is running, and then starts it up again."},
+    {showStatus, "service status", twoWords, "", "",
      "Displays a report about the zuv-hipd background process: whether it is running, and some information about its "
-     "connections.",
-     make<Hipcmd_ShowStatus>},
-    {"support bundle", twoWords, "", "", "Writes a new support bundle to the Logs directory.",
-     make<Hipcmd_SupportBundle>},
-    {"json <object>", CommandForm::wordAndArgument, " <json object>", " <json object>",
-     "Executes a command given in JSON form.", makeWith<Hipcmd_JsonCommand>},
-    {"usage", CommandForm::allWords, "", "", "Displays in short how commands are given.", make<Hipcmd_Usage>},
-    {"help", CommandForm::allWords, "", " [<category> | <command name>]",
-     "Displays the commands by category, or the entry of one command.", makeHelp},
-    {"reference", CommandForm::allWords, "", "",
-     "Displays the entries of all commands, and the fields of their results.", makeReference},
+     "connections."},
+    {supportBundle, "support bundle", twoWords, "", "", "Writes a new support bundle to the Logs directory."},
+    {json, "json <object>", CommandForm::wordAndArgument, " <json object>", " <json object>",
+     "Executes a command given in JSON form."},
+    {usage, "usage", CommandForm::allWords, "", "", "Displays in short how commands are given."},
+    {help, "help", CommandForm::allWords, "", " [<category> | <command name>]",
+     "Displays the commands by category, or the entry of one command."},
+    {reference, "reference", CommandForm::allWords, "", "",
+     "Displays the entries of all commands, and the fields of their results."},
 };
 
 constexpr CommandAlias aliases[] = {
@@ -89,10 +93,55 @@ constexpr CommandAlias aliases[] = {
     {"show profiles", "list profiles"}, {"show versions", "list versions"},
 };
 
-constexpr CommandTable table = {rows, std::size(rows), aliases, std::size(aliases)};
+constexpr CommandTable table = {make, rows, std::size(rows), aliases, std::size(aliases)};
 
-Made makeHelp(const std::string&, const Words& words) { return std::make_unique<Hipcmd_SimpleHelp>(words, table); }
-Made makeReference(const std::string&, const Words&) { return std::make_unique<Hipcmd_ReferenceHelp>(table); }
+// A switch and no pointers to functions in the rows: these would have to be relocated at each start.
+// NOLINTNEXTLINE(readability-function-size): one case for each command
+Made make(const CommandRow& row, const std::string& argument, const Words& words) {
+  switch (static_cast<Id>(row.id)) {
+    case createProfile:
+      return std::make_unique<Hipcmd_CreateProfile>(argument);
+    case modifyProfile:
+      return std::make_unique<Hipcmd_ModifyProfile>(argument);
+    case showProfile:
+      return std::make_unique<Hipcmd_ShowProfile>(argument);
+    case activateProfile:
+      return std::make_unique<Hipcmd_ActivateProfile>(argument);
+    case deleteProfile:
+      return std::make_unique<Hipcmd_DeleteProfile>(argument);
+    case renameProfile:
+      return std::make_unique<Hipcmd_RenameProfile>(argument);
+    case resetProfile:
+      return std::make_unique<Hipcmd_ProfileReset>(argument);
+    case getLog:
+      return std::make_unique<Hipcmd_GetHipLog>(argument);
+    case getInterfaces:
+      return std::make_unique<Hipcmd_GetInterfaces>();
+    case getVersions:
+      return std::make_unique<Hipcmd_GetVersions>();
+    case getProfiles:
+      return std::make_unique<Hipcmd_GetProfiles>();
+    case startService:
+      return std::make_unique<Hipcmd_ServiceStart>();
+    case stopService:
+      return std::make_unique<Hipcmd_ServiceStop>();
+    case bounceService:
+      return std::make_unique<Hipcmd_ServiceBounce>();
+    case showStatus:
+      return std::make_unique<Hipcmd_ShowStatus>();
+    case supportBundle:
+      return std::make_unique<Hipcmd_SupportBundle>();
+    case json:
+      return std::make_unique<Hipcmd_JsonCommand>(argument);
+    case usage:
+      return std::make_unique<Hipcmd_Usage>();
+    case help:
+      return std::make_unique<Hipcmd_SimpleHelp>(words, table);
+    case reference:
+      break;
+  }
+  return std::make_unique<Hipcmd_ReferenceHelp>(table);
+}
 
 // The number of words that a form requires, and the index of the word that is passed to the command (0: none).
 struct FormRule {
@@ -135,5 +184,5 @@ std::unique_ptr<RavctlCommandInstance> findCommand(std::vector<std::string>& wor
   if (row == nullptr) return nullptr;
   const FormRule& rule = ruleOf(*row);
   consumed = static_cast<int>(row->form == CommandForm::allWords ? words.size() : rule.needed);
-  return row->make(rule.argument == 0 ? std::string() : words[rule.argument], words);
+  return table.make(*row, rule.argument == 0 ? std::string() : words[rule.argument], words);
 }

@@ -185,7 +185,7 @@ TEST(Catalogue, TheTableHasExactlyTheseRowsInThisOrder) {
     EXPECT_STREQ(row.usage, e.usage);
     EXPECT_STREQ(row.description, e.description);
     // The command has the name of its row, so that help and output agree.
-    EXPECT_STREQ(row.make("", {})->status().method(), e.method);
+    EXPECT_STREQ(table.make(row, "", {})->status().method(), e.method);
   }
 }
 

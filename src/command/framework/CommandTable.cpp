@@ -2,15 +2,17 @@
 
 namespace {
 
-// The two words of a name; the second is empty if the name has only one word.
-struct TwoWords {
-  std::string_view first;
-  std::string_view second;
-};
+// If `text` begins with the word, moves behind it and returns true.
+bool skip(const char*& text, std::string_view word) {
+  for (const char c : word) {
+    if (c == '\0' || *text != c) return false;
+    ++text;
+  }
+  return true;
+}
 
-TwoWords split(std::string_view name) {
-  const std::size_t blank = name.find(' ');
-  return blank == std::string_view::npos ? TwoWords{name, {}} : TwoWords{name.substr(0, blank), name.substr(blank + 1)};
+bool isNamed(const char* name, std::string_view first, std::string_view second) {
+  return skip(name, first) && skip(name, " ") && skip(name, second) && *name == '\0';
 }
 
 bool isNamedByTwoWords(const CommandRow& row) {
@@ -20,24 +22,21 @@ bool isNamedByTwoWords(const CommandRow& row) {
 }  // namespace
 
 const CommandRow* CommandTable::findTwoWords(std::string_view first, std::string_view second) const {
+  for (const CommandRow& row : *this)
+    if (isNamedByTwoWords(row) && isNamed(row.method, first, second)) return &row;
   for (const CommandAlias* alias = aliases; alias != aliases + aliasCount; ++alias) {
-    const TwoWords words = split(alias->words);
-    if (words.first == first && words.second == second) {
-      const TwoWords method = split(alias->method);
-      first = method.first;
-      second = method.second;
-      break;
-    }
-  }
-  for (const CommandRow& row : *this) {
-    const TwoWords words = split(row.method);
-    if (isNamedByTwoWords(row) && words.first == first && words.second == second) return &row;
+    if (!isNamed(alias->words, first, second)) continue;
+    const std::string_view method = alias->method;
+    const std::size_t blank = method.find(' ');
+    return findTwoWords(method.substr(0, blank), method.substr(blank + 1));
   }
   return nullptr;
 }
 
 const CommandRow* CommandTable::findOneWord(std::string_view word) const {
-  for (const CommandRow& row : *this)
-    if (!isNamedByTwoWords(row) && split(row.method).first == word) return &row;
+  for (const CommandRow& row : *this) {
+    const std::string_view method = row.method;
+    if (!isNamedByTwoWords(row) && method.substr(0, method.find(' ')) == word) return &row;
+  }
   return nullptr;
 }

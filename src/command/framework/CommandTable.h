@@ -18,25 +18,29 @@ enum class CommandForm {
   allWords          // "help ...": every word belongs to the command
 };
 
+// The texts are arrays for the reason that StatusCodes.cpp gives.
 struct CommandRow {
-  const char* method;  // the words that name the command, and its name in output and help
+  int id;           // tells the commands of one table apart
+  char method[20];  // the words that name the command, and its name in output and help
   CommandForm form;
-  const char* synopsis;     // a short form of what may follow the words; no page prints it, the pages print `usage`
-  const char* usage;        // what follows the method name in usage lines
-  const char* description;  // one paragraph
-  // Makes the command. `argument` is the word that the form passes to the command, or empty if it passes none. `words`
-  // are all words, without a leading "ravctl". Help makes commands with both empty, only to read their parameters.
-  std::unique_ptr<RavctlCommandInstance> (*make)(const std::string& argument, const std::vector<std::string>& words);
+  char synopsis[24];      // a short form of what may follow the words; no page prints it, the pages print `usage`
+  char usage[40];         // what follows the method name in usage lines
+  char description[136];  // one paragraph
 };
 
-// Two other words that name a command.
+// Two other words that name a command. `method` is the method of a row, not the words of another alias.
 struct CommandAlias {
-  const char* words;
-  const char* method;
+  char words[20];
+  char method[20];
 };
 
 // All rows, in the order of the reference page. It points to constant tables that live as long as the process.
 struct CommandTable {
+  // Makes the command of a row. `argument` is the word that the form passes to the command, or empty if it passes none.
+  // `words` are all words, without a leading "ravctl". Help makes commands with both empty, only to read their
+  // parameters.
+  std::unique_ptr<RavctlCommandInstance> (*make)(const CommandRow& row, const std::string& argument,
+                                                 const std::vector<std::string>& words);
   const CommandRow* rows;
   std::size_t rowCount;
   const CommandAlias* aliases;

@@ -7,13 +7,13 @@
 namespace {
 
 constexpr CommandRow kRows[] = {
-    {"tea make", CommandForm::twoWords, "", "", "", nullptr},
-    {"tea drink", CommandForm::twoWordsAndName, "", "", "", nullptr},
-    {"pour <cup>", CommandForm::wordAndArgument, "", "", "", nullptr},
-    {"wait", CommandForm::allWords, "", "", "", nullptr},
+    {0, "tea make", CommandForm::twoWords, "", "", ""},
+    {1, "tea drink", CommandForm::twoWordsAndName, "", "", ""},
+    {2, "pour <cup>", CommandForm::wordAndArgument, "", "", ""},
+    {3, "wait", CommandForm::allWords, "", "", ""},
 };
 constexpr CommandAlias kAliases[] = {{"tea brew", "tea make"}, {"brew tea", "tea make"}, {"tea spill", "pour <cup>"}};
-constexpr CommandTable kTable = {kRows, std::size(kRows), kAliases, std::size(kAliases)};
+constexpr CommandTable kTable = {nullptr, kRows, std::size(kRows), kAliases, std::size(kAliases)};
 
 TEST(CommandTable, TwoWordsFindTheCommandThatTheyNameOrAreAnAliasOf) {
   const struct {
@@ -30,6 +30,13 @@ TEST(CommandTable, TwoWordsFindTheCommandThatTheyNameOrAreAnAliasOf) {
     SCOPED_TRACE(std::string(c.first) + "/" + c.second);
     EXPECT_EQ(kTable.findTwoWords(c.first, c.second), c.row);
   }
+}
+
+TEST(CommandTable, AZeroByteInAWordIsNotTheEndOfAName) {
+  const std::string zero(1, '\0');
+  EXPECT_EQ(kTable.findTwoWords("tea", "make" + zero), nullptr);
+  EXPECT_EQ(kTable.findTwoWords("tea" + zero, "make"), nullptr);
+  EXPECT_EQ(kTable.findTwoWords("tea", "make" + zero + "tea drink"), nullptr);
 }
 
 TEST(CommandTable, OneWordFindsOnlyCommandsNamedByOneWord) {

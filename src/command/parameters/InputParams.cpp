@@ -46,7 +46,7 @@ bool truncateToInteger(double number, std::int32_t& n) {
 }
 
 struct BooleanWord {
-  std::string_view word;
+  char word[8];
   bool value;
 };
 constexpr BooleanWord booleanWords[] = {{"true", true},   {"yes", true}, {"on", true},

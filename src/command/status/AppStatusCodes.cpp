@@ -7,7 +7,7 @@ namespace {
 
 struct AppStatusText {
   StatusCode code;
-  const char* text;
+  char text[64];
 };
 
 constexpr AppStatusText appTexts[] = {

@@ -26,8 +26,8 @@ constexpr char sourceName[] = "BasicLog.cpp";
 
 struct LevelRecord {
   Level level;
-  const char* shortName;
-  const char* fullName;
+  char shortName[4];
+  char fullName[12];
   int syslogPriority;
 };
 
@@ -43,7 +43,7 @@ constexpr LevelRecord invalidRecord = {Level::byDefault, "X~", "<log level>", LO
 
 // The words that name a level, in the order in which parseLogLevel tries them.
 struct LevelWord {
-  std::string_view word;
+  char word[12];
   Level level;
 };
 
@@ -138,8 +138,9 @@ bool parseLogLevel(TextOrNull text, Level& level) {
   }
   if (StringUtils::startsWith(text, "[")) text.remove_prefix(1);
   for (const LevelWord& entry : levelWords) {
-    if (!StringUtils::startsWithIgnoreCase(text, entry.word)) continue;
-    if (!endsLevelWord(text.substr(entry.word.size()))) continue;
+    const std::string_view word = entry.word;
+    if (!StringUtils::startsWithIgnoreCase(text, word)) continue;
+    if (!endsLevelWord(text.substr(word.size()))) continue;
     level = entry.level;
     return true;
   }

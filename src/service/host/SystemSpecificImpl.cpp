@@ -35,8 +35,8 @@ constexpr BackendRow backends[] = {{"null", make<NullSystem>},
                                    {"upstart", make<UpstartSystem>}};
 
 struct MarkerRow {
-  const char* file;
-  const char* backend;
+  char file[24];
+  char backend[8];
 };
 constexpr MarkerRow markers[] = {{"/etc/zuv/.systemctl", "systemd"}, {"/etc/init.d/hip", "initd"}};
 
