@@ -9,7 +9,6 @@
 #include "command/framework/Authorization.h"
 #include "command/framework/LineOutput.h"
 #include "command/status/AppStatusCodes.h"
-#include "json/JsonModel.h"
 
 namespace {
 
@@ -29,12 +28,6 @@ int refuse(std::string_view why) {
   out.put(why);
   out.finish();
   return exitRefused;
-}
-
-Status bind(RavctlCommandInstance& command, const std::vector<std::string>& words, int consumed) {
-  ScopedJson array(json::makeArray());
-  for (const std::string& word : words) json::append(array.get(), json::makeString(word));
-  return bindCommandWords(command, array.get(), static_cast<std::size_t>(consumed));
 }
 
 void printResults(const RavctlCommandInstance& command) {
@@ -59,7 +52,8 @@ int runRavctl(int argc, char** argv) {
   int consumed = noCommand;
   const std::unique_ptr<RavctlCommandInstance> command = findCommand(words, consumed);
   if (!command) return refuse("invalid command name");
-  if (!bind(*command, words, consumed).isSuccess()) return refuse("invalid command arguments");
+  const Status bound = bindCommandWords(*command, words, static_cast<std::size_t>(consumed));
+  if (!bound.isSuccess()) return refuse("invalid command arguments");
   command->run();
   printResults(*command);
   return exitRan;

@@ -12,7 +12,7 @@ namespace {
 constexpr const char* bindContext = "bind_json_args";
 
 struct ModeWord {
-  std::string_view word;
+  char word[12];
   bool OutputMode::*set;
   bool OutputMode::*cleared;
 };
@@ -39,7 +39,9 @@ RavctlCommandInstance::RavctlCommandInstance(const char* method)
       requestID_("requestID", Need::optional, Show::hidden, {}, ""),  // deliberately without a description
       output_("output", Need::optional, Show::hidden, {}, ""),
       status_(*this, method) {
-  params_.reserve(11);  // the length of the longest list in the catalogue, so that one allocation is enough
+  // The lengths of the longest lists in the catalogue, so that one allocation is enough.
+  params_.reserve(11);
+  results_.reserve(5);
   takes({&auth_, &requestID_, &output_});
   reports({&status_});
 }
@@ -110,31 +112,41 @@ void gatherWord(const RavctlCommandInstance& command, std::string_view word, jsO
   setParameterWord(args, StringUtils::concatenate({param->name(), word.substr(key.size())}));
 }
 
-Status gatherWords(RavctlCommandInstance& command, const jsObject* words, std::size_t consumed, jsObject* args) {
-  const std::size_t count = json::elementCount(words);
+// The two forms of a list of words.
+struct JsonWords {
+  const jsObject* array;
+  std::size_t size() const { return json::elementCount(array); }
+  bool isText(std::size_t i) const { return json::isString(json::element(array, i)); }
+  std::string_view text(std::size_t i) const { return json::textOf(json::element(array, i)); }
+};
+struct TextWords {
+  const std::vector<std::string>& words;
+  std::size_t size() const { return words.size(); }
+  static constexpr bool isText(std::size_t) { return true; }
+  std::string_view text(std::size_t i) const { return words[i]; }
+};
+
+template <typename Words>
+Status bindWords(RavctlCommandInstance& command, const Words& words, std::size_t consumed) {
+  const std::size_t count = words.size();
+  // Without parameter words there is no object; a null pointer has no members either.
+  const ScopedJson args(count > consumed ? json::makeObject() : nullptr);
   for (std::size_t i = consumed; i < count; ++i) {
-    const jsObject* word = json::element(words, i);
-    if (!json::isString(word)) {
-      return Status::error(status::invalidArgument, "parameter not a string", "binding input args");
-    }
-    if (!command.mode().take(json::textOf(word))) gatherWord(command, json::textOf(word), args);
+    if (!words.isText(i)) return Status::error(status::invalidArgument, "parameter not a string", "binding input args");
+    if (!command.mode().take(words.text(i))) gatherWord(command, words.text(i), args.get());
   }
-  jsObject* name = json::makeArray();
-  for (std::size_t i = 0; i < consumed && i < count; ++i) {
-    const std::string_view word = json::textOf(json::element(words, i));
-    command.mode().take(word);
-    json::append(name, json::makeString(word));
-  }
-  json::setMember(args, "command_name", name);
-  return Status();
+  for (std::size_t i = 0; i < consumed && i < count; ++i) command.mode().take(words.text(i));
+  return bind_json_args(command, args.get());
 }
 
 }  // namespace
 
 Status bindCommandWords(RavctlCommandInstance& command, const jsObject* words, std::size_t consumed) {
-  ScopedJson args(json::makeObject());
-  Status gathered = gatherWords(command, words, consumed, args.get());
-  return gathered.isSuccess() ? bind_json_args(command, args.get()) : gathered;
+  return bindWords(command, JsonWords{words}, consumed);
+}
+
+Status bindCommandWords(RavctlCommandInstance& command, const std::vector<std::string>& words, std::size_t consumed) {
+  return bindWords(command, TextWords{words}, consumed);
 }
 
 void renderOutput(const RavctlCommandInstance& command, std::vector<std::string>& lines) {
@@ -143,5 +155,6 @@ void renderOutput(const RavctlCommandInstance& command, std::vector<std::string>
     command.status().render(sink);
     return;
   }
+  lines.reserve(lines.size() + command.results().size());  // enough if each field is one line
   for (const ResultParamBase* field : command.results()) field->render(sink);
 }

@@ -81,11 +81,13 @@ class RavctlCommandInstance {
 // context.
 Status bind_json_args(RavctlCommandInstance& command, const jsObject* args);
 
-// Binds command words, which are given as a JSON array of strings. The first `consumed` words name the command. Each
-// following word is an output-mode word, which sets the mode, or a parameter: "key=value", split at the first "=", or a
-// single word. After these, output-mode words among the naming words set the mode too: a profile may be named "--json".
+// Binds command words, which are given as texts or as a JSON array of strings. The first `consumed` words name the
+// command. Each following word is an output-mode word, which sets the mode, or a parameter: "key=value", split at the
+// first "=", or a single word. After these, output-mode words among the naming words set the mode too: a
+// profile may be named "--json".
 // Statuses: "invalid argument" with the details "parameter not a string" and the context "binding input args" if a
 // following word is not a string, and otherwise those of bind_json_args.
+Status bindCommandWords(RavctlCommandInstance& command, const std::vector<std::string>& words, std::size_t consumed);
 Status bindCommandWords(RavctlCommandInstance& command, const jsObject* words, std::size_t consumed);
 
 // Appends the output lines of a command after run(): all its results in order if it succeeded, else only its status.

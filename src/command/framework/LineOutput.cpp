@@ -11,10 +11,13 @@
 namespace {
 
 constexpr std::size_t writeAt = 64 * 1024;
+// Most commands print less, so that one allocation is enough.
+constexpr std::size_t usualOutput = 1000;
 
 }  // namespace
 
 void LineOutput::put(std::string_view line) {
+  if (pending_.empty()) pending_.reserve(usualOutput);
   pending_.append(line.substr(0, line.find('\0')));
   pending_ += '\n';
   if (pending_.size() >= writeAt) flush();

@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "base/files/WholeFile.h"
-#include "base/text/StringUtils.h"
 #include "profiles/store/ConfigControl.h"
 #include "profiles/store/ProfileStore.h"
 
@@ -25,7 +24,8 @@ Hipcmd_GetVersions::Hipcmd_GetVersions() : RavctlCommandInstance("list versions"
 void Hipcmd_GetVersions::execute(StatusCodeResultField& status) {
   ravctlVersion_.set(version);
   std::string revision;
-  const std::string file = StringUtils::joinPath({ProfileStore::factoryDir(), revisionFile});
+  std::string file;
+  (void)ProfileStore::fileInProfile(ProfileStore::factoryName, revisionFile, file);  // false only for an empty name
   const bool read = FileUtils::readFirstLine(file, revision).isSuccess();
   hipappVersion_.set(read ? std::move(revision) : version);
   status.set(status::success);
