@@ -102,13 +102,15 @@ bool lockFile(int fd, std::chrono::steady_clock::time_point deadline) {
   return true;
 }
 
-bool isUsablePath(const std::string& path) { return !path.empty() && path.find('\0') == std::string::npos; }
+[[gnu::hot]] bool isUsablePath(const std::string& path) {
+  return !path.empty() && path.find('\0') == std::string::npos;
+}
 
 bool lookAt(const std::string& path, struct stat& info) {
   return isUsablePath(path) && ::stat(path.c_str(), &info) == 0;
 }
 
-bool openForReading(int directoryFd, const char* path, OpenedFile& file, Follow follow) {
+[[gnu::hot]] bool openForReading(int directoryFd, const char* path, OpenedFile& file, Follow follow) {
   StoreFile found = openInStore(directoryFd, path, O_RDONLY, 0, follow);
   if (!found.fd.isOpen()) return false;
   if (!isAccepted(found.info)) {
@@ -131,7 +133,7 @@ bool openAnyForReading(const std::string& path, OpenedFile& file) {
   return true;
 }
 
-ssize_t readSome(int fd, char* buffer, std::size_t size) {
+[[gnu::hot]] ssize_t readSome(int fd, char* buffer, std::size_t size) {
   return uninterrupted([&] { return ::read(fd, buffer, size); });
 }
 

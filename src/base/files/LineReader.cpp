@@ -50,7 +50,7 @@ void trimLine(std::string& line) {
 
 }  // namespace
 
-LineReader::LineReader(const OpenedFile& file, std::size_t lineBufferSize, BlankLines blankLines)
+[[gnu::hot]] LineReader::LineReader(const OpenedFile& file, std::size_t lineBufferSize, BlankLines blankLines)
     : fd_(file.fd.get()),
       maxPiece_(lineBufferSize - 1),
       size_(file.size),
@@ -60,7 +60,7 @@ LineReader::LineReader(const OpenedFile& file, std::size_t lineBufferSize, Blank
       buffer_(new char[capacity_]),  // make_unique would clear it
       atEnd_(false) {}
 
-bool LineReader::next(LinePiece& piece) {
+[[gnu::hot]] bool LineReader::next(LinePiece& piece) {
   std::size_t length = 0;
   do {
     if (leavesOutBlankLines_ && startsLine_) leaveOutBlankLines();
@@ -86,14 +86,14 @@ bool LineReader::next(LinePiece& piece) {
 }
 
 // Leaves out the blank lines at the start of the buffer that lie in it as a whole.
-void LineReader::leaveOutBlankLines() {
+[[gnu::hot]] void LineReader::leaveOutBlankLines() {
   const std::string_view window(buffer_.get() + begin_, end_ - begin_);
   const std::size_t blank = window.size() - withoutBlankStart(window).size();
   begin_ += window.substr(0, blank).rfind('\n') + 1;  // npos + 1 is 0
 }
 
 // Reads more bytes behind those that the buffer still holds. Returns false if no byte was added.
-bool LineReader::fill() {
+[[gnu::hot]] bool LineReader::fill() {
   if (atEnd_) return false;
   if (begin_ > 0) std::memmove(buffer_.get(), buffer_.get() + begin_, end_ - begin_);
   end_ -= begin_;
@@ -137,7 +137,7 @@ bool LineReader::findData() {
 }
 
 // True if the line is too long with the piece added to it.
-bool WholeLineReader::isTooLong(off_t length, const LinePiece& piece) const {
+[[gnu::hot]] bool WholeLineReader::isTooLong(off_t length, const LinePiece& piece) const {
   const off_t room = limit_ - static_cast<off_t>(chunkSize) - length;
   return piece.hole >= room || static_cast<off_t>(piece.text.size()) >= room - piece.hole;
 }
@@ -155,7 +155,7 @@ WholeLineReader::Result WholeLineReader::next(std::string& line) {
   return line.empty() ? Result::end : Result::line;
 }
 
-WholeLineReader::Result WholeLineReader::nextText(std::string& line) {
+[[gnu::hot]] WholeLineReader::Result WholeLineReader::nextText(std::string& line) {
   line.clear();
   off_t length = 0;  // of the line, with the bytes before its first printable one
   bool isComplete = false;

@@ -90,13 +90,13 @@ Status writeLines(const std::string& path, const StringList& lines) { return wri
 Status readLines(const std::string& path, std::vector<std::string>& lines) { return readLinesOf(path, lines); }
 Status readLines(const std::string& path, StringList& lines) { return readLinesOf(path, lines); }
 
-Status readFirstLine(const std::string& path, std::string& line) {
+[[gnu::hot]] Status readFirstLine(const std::string& path, std::string& line) {
   line.clear();
   if (!isUsablePath(path)) return Status::of(status::invalidArgument);
   return readFirstLineAt(AT_FDCWD, path.c_str(), line);
 }
 
-Status readFirstLineAt(int directoryFd, const char* path, std::string& line) {
+[[gnu::hot]] Status readFirstLineAt(int directoryFd, const char* path, std::string& line) {
   line.clear();
   if (path == nullptr || *path == '\0') return Status::of(status::invalidArgument);
   OpenedFile file;
@@ -106,7 +106,7 @@ Status readFirstLineAt(int directoryFd, const char* path, std::string& line) {
   return readFirstLineFrom(file, line);
 }
 
-Status readFirstLineFrom(const OpenedFile& file, std::string& line) {
+[[gnu::hot]] Status readFirstLineFrom(const OpenedFile& file, std::string& line) {
   WholeLineReader reader(file, WholeLineReader::defaultLimit, BlankLines::leftOut);
   const auto result = reader.nextText(line);
   if (result == WholeLineReader::Result::line) return Status::success();

@@ -61,7 +61,7 @@ bool profileDir(std::string_view dirname, std::string& path) {
   return true;
 }
 
-bool fileInProfile(std::string_view dirname, std::string_view filename, std::string& path) {
+[[gnu::hot]] bool fileInProfile(std::string_view dirname, std::string_view filename, std::string& path) {
   path.clear();
   if (dirname.empty() || filename.empty()) return false;
   path = joinPath({root, dirname, filename});
