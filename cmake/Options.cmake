@@ -15,6 +15,7 @@ endif()
 
 set(RAVCTL_SANITIZE "" CACHE STRING "Sanitizers, as for -fsanitize=: 'address,undefined' or 'thread'")
 option(RAVCTL_COVERAGE "Instrument for llvm-cov (clang only)" OFF)
+option(RAVCTL_MCDC "With RAVCTL_COVERAGE: also record which conditions decide (clang 18 or later)" OFF)
 option(RAVCTL_STATIC "Link the program as one self-contained static-pie file in optimised builds" ON)
 option(RAVCTL_BENCH "Build the benchmarks" OFF)
 option(RAVCTL_FUZZ "Build the fuzz targets with libFuzzer (clang only)" OFF)
@@ -56,10 +57,17 @@ elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   endif()
 endif()
 if(RAVCTL_COVERAGE)
-  # The counters are mapped from the profile, so a process need not write it at its end. A process may be killed,
-  # execute another program or call _exit. See the step `coverage` of tools/steps.sh.
-  add_compile_options(-fprofile-instr-generate -fprofile-update=atomic -fcoverage-mapping "SHELL:-mllvm -runtime-counter-relocation")
+  add_compile_options(-fprofile-instr-generate -fprofile-update=atomic -fcoverage-mapping)
   add_link_options(-fprofile-instr-generate -fprofile-update=atomic -fcoverage-mapping)
+  if(RAVCTL_MCDC)
+    add_compile_options(-fcoverage-mcdc)
+    add_link_options(-Wl,--wrap=_exit,--wrap=execv,--wrap=execve)
+    link_libraries($<$<LINK_LANGUAGE:CXX>:$<TARGET_OBJECTS:write_profiles>>)
+  else()
+    # The counters are mapped from the profile, so a process need not write it at its end. A process may be killed,
+    # execute another program or call _exit. See the step `coverage` of tools/steps.sh.
+    add_compile_options("SHELL:-mllvm -runtime-counter-relocation")
+  endif()
 endif()
 
 # If the static libraries are installed, the program is one file without dynamic dependencies. If not, CMake says so.

@@ -14,7 +14,7 @@ Steps of ./dev ci:    clang asan tsan valgrind ansible model torture interleavin
                       package bench
                       fuzz [SECONDS [TARGET...]]
                       anywhere [PLACE...]
-Step of ./dev coverage: coverage
+Step of ./dev coverage: coverage [--mcdc]
 
 A step installs nothing. Steps that run tests leave counts in the folder that RESULTS names (build/results/steps).
 TEXT
@@ -220,16 +220,20 @@ i386() { machine i386 qemu-i386-static; }
 # process. Every instrumented process keeps the profiles up to date while it runs. That includes forked children and the
 # program in the transcripts.
 coverage() {
+  kind=coverage llvm=
+  if [ "${1-}" = --mcdc ]; then kind=mcdc llvm=-19; fi
   subjects='base json log command profiles service'
-  configure coverage
+  configure $kind
   # shellcheck disable=SC2046,SC2086 # target names
-  build coverage ravctl private-host transcript_test $(printf '%s_test ' $subjects)
-  cd build/coverage
+  build $kind ravctl private-host transcript_test $(printf '%s_test ' $subjects)
+  cd build/$kind
   # Other users run the program too, so they must be able to write the profile.
   rm -rf made/profiles
   umask 0
   mkdir made/profiles
-  export LLVM_PROFILE_FILE="$PWD/made/profiles/%m%c.profraw"
+  pool=%m%c
+  [ $kind = coverage ] || pool=%4m
+  export LLVM_PROFILE_FILE="$PWD/made/profiles/$pool.profraw"
   ./ravctl usage >usage.txt
   umask 022
   status=0
@@ -240,9 +244,14 @@ coverage() {
       status=1
     }
   done
-  llvm-profdata merge -o profile made/profiles/*.profraw
+  "llvm-profdata$llvm" merge -o profile made/profiles/*.profraw
   # shellcheck disable=SC2046,SC2086
   set -- ravctl $(printf -- '-object testing/%s_test ' $subjects) -instr-profile profile
+  if [ $kind = mcdc ]; then
+    "llvm-cov$llvm" export -skip-functions "$@" 2>messages.log | python3 ../../tools/mcdc.py unshown || status=1
+    say 'build/mcdc/unshown lists the conditions that no test showed to decide.'
+    return "$status"
+  fi
   llvm-cov report "$@" 2>messages.log | sed -E 's#^/?([^ ]*/)?(src/([a-z]+/)+[^/ ]+) #\2 #' | awk -f ../../tools/coverage.awk || status=1
   llvm-cov export -format=lcov "$@" 2>messages.log | awk -f ../../tools/unreached.awk >unreached
   say 'build/coverage/unreached lists the lines and branches that no test reached.'

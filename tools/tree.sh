@@ -44,6 +44,7 @@ tests/completion          *.py
 tests/init_systems        *.sh booted-*
 tests/transcripts         *.md *.transcript
 tools                     *.awk *.py *.rc *.sh under-valgrind
+tools/coverage            *.cpp
 tools/mutation            CMakeLists.txt *.cpp *.h
 '
 # Files in this folder may hold any bytes.
