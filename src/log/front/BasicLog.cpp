@@ -3,10 +3,12 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 #include "base/system/RawWrite.h"
@@ -152,6 +154,22 @@ Level parseLogLevel(TextOrNull text) {
   Level level = Level::info;
   (void)parseLogLevel(text, level);  // stores info if the text names no level
   return level;
+}
+
+bool secondByteAllows(Level level, char second) {
+  // A name may begin at the second byte, behind a blank or a bracket, or have it as its second letter.
+  const auto isAllowedBy = [&](std::string_view name, Level named) {
+    return named >= level && (StringUtils::startsWithIgnoreCase(name, {&second, 1}) ||
+                              StringUtils::startsWithIgnoreCase(name.substr(1), {&second, 1}));
+  };
+  // Behind a blank, the second byte may be another blank or a bracket.
+  if (level <= Level::info || second == '[' || StringUtils::trim({&second, 1}, StringUtils::TrimSet::blanks).empty()) {
+    return true;
+  }
+  return std::any_of(std::begin(levelRecords), std::end(levelRecords),
+                     [&](const LevelRecord& record) { return isAllowedBy(record.shortName, record.level); }) ||
+         std::any_of(std::begin(levelWords), std::end(levelWords),
+                     [&](const LevelWord& entry) { return isAllowedBy(entry.word, entry.level); });
 }
 
 // --- Loggers

@@ -56,6 +56,9 @@ int loglevel_to_syslog(Level level);
 Level parseLogLevel(TextOrNull text);
 // Stores that level in `level`. Returns true if the text names a level.
 bool parseLogLevel(TextOrNull text, Level& level);
+// Returns false if no text whose second byte is `second` has a level at or above `level`. At least every text without a
+// name is info, so it returns true for info and all lower levels.
+bool secondByteAllows(Level level, char second);
 
 // --- Messages (see LogMessage.h)
 

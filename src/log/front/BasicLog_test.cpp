@@ -5,10 +5,14 @@
 #include <gtest/gtest.h>
 #include <syslog.h>
 
+#include <algorithm>
+#include <cctype>
 #include <climits>
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
+#include <iterator>
+#include <random>
 
 #include "base/text/TimeUtils.h"
 #include "testing/run/LogLines.h"
@@ -158,6 +162,44 @@ TEST(ParseLogLevel, TruncatedNameNamesNoLevel) {
       EXPECT_FALSE(parseLogLevel(name.substr(0, length), level)) << name << length;
       EXPECT_EQ(level, Level::info);
     }
+  }
+}
+
+TEST(SecondByteAllows, TheLettersOfNamesAndWhatMayPrecedeANameAreAllowed) {
+  const struct {
+    Level level;
+    std::string letters;
+  } cases[] = {{Level::notice, "acceflmnoprw"},
+               {Level::warning, "acefLmprW"},
+               {Level::error, "acEFlmPr"},
+               {Level::fatal, "ACEFLMPR"}};
+  for (const auto& c : cases) {
+    for (int byte = 0; byte < 256; ++byte) {
+      const bool isLetter = byte < 128 && std::any_of(c.letters.begin(), c.letters.end(), [&](char letter) {
+                              return std::toupper(letter) == std::toupper(byte);
+                            });
+      EXPECT_EQ(secondByteAllows(c.level, static_cast<char>(byte)),
+                isLetter || byte <= ' ' || byte == 127 || byte == '[' || byte == '~')
+          << byte << " " << c.letters;
+    }
+  }
+}
+
+TEST(SecondByteAllows, EverySecondByteIsAllowedForInfoAndBelow) {
+  for (const Level level : {Level::byDefault, Level::trace, Level::debug, Level::info}) {
+    for (int byte = 0; byte < 256; ++byte) EXPECT_TRUE(secondByteAllows(level, static_cast<char>(byte)));
+  }
+}
+
+TEST(SecondByteAllows, TheSecondByteOfATextAllowsTheLevelOfTheText) {
+  static const std::string parts[] = {"EMERGENCY", "emerg ", "[",  " ", "Critical]", "alert",  "PANIC ", "f~", "W~",
+                                      "err",       "warn",   "N~", "x", "\t",        "notice", "\x7f",   "~",  "[["};
+  std::mt19937 random(3);
+  for (int round = 0; round < 100000; ++round) {
+    std::string text;
+    for (auto n = random() % 4; n > 0; --n) text += parts[random() % std::size(parts)];
+    if (text.size() < 2) continue;
+    ASSERT_TRUE(secondByteAllows(parseLogLevel(text), text[1])) << text;
   }
 }
 

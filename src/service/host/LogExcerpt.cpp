@@ -11,6 +11,7 @@
 
 #include "base/files/FileAccess.h"
 #include "service/host/LevelGate.h"
+#include "service/host/LevelSieve.h"
 
 namespace {
 
@@ -22,9 +23,12 @@ constexpr const char* noLogLine = "no logfile available for this profile";
 
 constexpr std::size_t maxPiece = 4095;  // what a line buffer of 4096 bytes holds without its zero byte
 constexpr off_t pieceSize = maxPiece;
-constexpr off_t windowSize = 128 * 1024;  // small enough to stay in the processor's cache
+// Small enough to stay in the processor's cache, and long enough for it to fetch ahead: a log that is read backwards in
+// windows of 128 KiB takes 1.15 times as long.
+constexpr off_t windowSize = 256 * 1024;
 // A line whose end takes up at most this much of the window is read again, together with its start.
 constexpr off_t rereadLimit = 4 * pieceSize;
+constexpr off_t firstSize = rereadLimit;  // of the first window: the last fifty lines of most logs are in it
 constexpr off_t piecesAtOnce = windowSize / pieceSize;
 constexpr off_t diskBlock = 512;  // the unit of st_blocks, whatever the file system
 
@@ -73,10 +77,12 @@ class Window {
   // Makes the window empty and moves it to the offset, without reading.
   void jumpTo(off_t offset) { begin_ = end_ = offset; }
 
-  // Reads the range, which has at most windowSize bytes, into the window. The window ends earlier if the file does.
-  // Returns false after a read error.
+  // Reads the range into the window. The window ends earlier if the file does. Returns false after a read error.
   bool moveTo(off_t begin, off_t end) {
-    if (!buffer_) buffer_.reset(new char[windowSize]);
+    if (capacity_ < end - begin) {
+      capacity_ = end - begin;
+      buffer_.reset(new char[static_cast<std::size_t>(capacity_)]);
+    }
     const ssize_t count = readAt(fd_, buffer_.get(), static_cast<std::size_t>(end - begin), begin);
     begin_ = begin;
     end_ = begin + std::max<ssize_t>(0, count);
@@ -86,6 +92,7 @@ class Window {
  private:
   int fd_;
   std::unique_ptr<char[]> buffer_;
+  off_t capacity_ = 0;
   off_t begin_;
   off_t end_;
 };
@@ -98,6 +105,7 @@ class BackwardReader {
         isSparse_(file.info.st_blocks < file.size / diskBlock),
         window_(file),
         longLines_(file),
+        threshold_(threshold),
         gate_(threshold),
         end_(file.size),
         maxLines_(maxLines),
@@ -113,14 +121,21 @@ class BackwardReader {
   }
 
  private:
+  struct Range {
+    off_t begin = 0;
+    off_t end = 0;
+  };
+
   bool hasEnough() const { return lines_.size() == maxLines_; }
 
   // Takes the lines that lie completely in the window. When lines are short, these are all lines, so the speed of this
   // loop decides how long a large log takes.
   void takeLinesInWindow() {
     const std::string_view bytes = window_.bytes(window_.begin(), end_);
+    LevelSieve sieve(bytes, threshold_, vectors_);
     std::size_t end = bytes.size();
     while (end > 0 && !hasEnough()) {
+      end = sieve.skip(end);
       const void* newline = ::memrchr(bytes.data(), '\n', end - 1);  // the last byte may be the line's own newline
       if (newline == nullptr && window_.begin() > 0) break;
       const std::size_t start =
@@ -149,7 +164,7 @@ class BackwardReader {
     off_t start = 0;
     if (!findStart(start)) return false;
     while (end_ > start && !hasEnough()) {
-      skipPiecesInHole(start);
+      skipPieces(start);
       const off_t from = start + std::max<off_t>(0, piecesIn(end_ - start) - piecesAtOnce) * pieceSize;
       if (!longLines_.moveTo(from, end_)) return false;
       takeLine(longLines_.bytes(from, longLines_.end()));
@@ -162,7 +177,8 @@ class BackwardReader {
   // Moves the window to the bytes before `end`. If the file has become shorter, the last line ends at its new end.
   // Returns false after a read error.
   bool moveWindow(off_t end) {
-    if (!window_.moveTo(std::max<off_t>(0, end - windowSize), end)) return false;
+    if (!window_.moveTo(std::max<off_t>(0, end - nextSize_), end)) return false;
+    nextSize_ = windowSize;
     if (window_.end() < end) end_ = window_.end();
     return true;
   }
@@ -177,17 +193,20 @@ class BackwardReader {
     return begin;
   }
 
-  // Skips the pieces before end_ that lie in a hole: they are zero bytes and have no text. The first piece of the line
-  // is never skipped.
-  void skipPiecesInHole(off_t start) {
-    const off_t hole = std::max(start, holeBefore(end_));
-    const off_t kept = std::max<off_t>(1, piecesIn(hole - start));
+  // Skips the pieces before end_ that lie in a hole, which are zero bytes and have no text, or in nameless_. The first
+  // piece of the line is never skipped.
+  void skipPieces(off_t start) {
+    const bool isNameless = nameless_.begin < end_ && end_ <= nameless_.end;
+    const off_t begin = std::max(start, isNameless ? nameless_.begin : holeBefore(end_));
+    const off_t kept = std::max<off_t>(1, piecesIn(begin - start));
     if (kept <= (end_ - start) / pieceSize) end_ = start + kept * pieceSize;
   }
 
-  // Moves the window until it contains the start of the line at end_, or begins there. Returns false after a read
-  // error.
+  // Moves the window until it contains the start of the line at end_, or begins there. Finds nameless_. Returns false
+  // after a read error.
   bool findStart(off_t& start) {
+    nameless_ = {};
+    Range range;
     while (window_.begin() > 0) {
       const off_t hole = holeBefore(window_.begin());
       if (hole < window_.begin()) {
@@ -196,6 +215,11 @@ class BackwardReader {
       }
       if (!moveWindow(hole)) return false;
       const std::string_view bytes = window_.bytes(window_.begin(), window_.end());
+      if (threshold_ > Level::info && !mayNameLevel(bytes, vectors_)) {
+        range = {window_.begin(), range.begin == window_.end() ? range.end : window_.end()};
+        if (nameless_.end - nameless_.begin < range.end - range.begin) nameless_ = range;
+        continue;
+      }
       if (const void* newline = ::memrchr(bytes.data(), '\n', bytes.size())) {
         start = window_.begin() + (static_cast<const char*>(newline) - bytes.data()) + 1;
         return true;
@@ -216,9 +240,13 @@ class BackwardReader {
   int fd_;
   bool isSparse_;
   Window window_;
+  Range nameless_;    // the longest part of the line that starts earlier in which no piece names a level above info
   Window longLines_;  // pieces of a line that is longer than the window
+  Level threshold_;
   LevelGate gate_;
-  off_t end_;  // everything from this offset on has been handled
+  Vectors vectors_ = widestVectors();
+  off_t nextSize_ = firstSize;  // of the next window
+  off_t end_;                   // everything from this offset on has been handled
   std::size_t maxLines_;
   std::vector<std::string>& lines_;
 };
