@@ -28,7 +28,7 @@ constexpr off_t pieceSize = maxPiece;
 constexpr off_t windowSize = 256 * 1024;
 // A line whose end takes up at most this much of the window is read again, together with its start.
 constexpr off_t rereadLimit = 4 * pieceSize;
-constexpr off_t firstSize = rereadLimit;  // of the first window: the last fifty lines of most logs are in it
+constexpr off_t firstSize = 8 * 1024;  // of the first window: the last fifty lines of most logs are in it
 constexpr off_t piecesAtOnce = windowSize / pieceSize;
 constexpr off_t diskBlock = 512;  // the unit of st_blocks, whatever the file system
 
