@@ -4,7 +4,6 @@
 
 #include "base/text/StringUtils.h"
 #include "command/framework/Authorization.h"
-#include "profiles/store/ProfileStore.h"
 
 using StringUtils::concatenate;
 
@@ -37,9 +36,9 @@ void ProfileDetailsResultField::render(ValueBinder& sink) const {
 
 void Hipcmd_GetProfiles::ProfileListResultField::render(ValueBinder& sink) const {
   std::vector<std::string> lines;
-  lines.reserve(names.size());
-  for (std::size_t i = 0; i < names.size(); ++i) {
-    lines.push_back(concatenate({dirnames[i], "\t'", names[i], "'"}));
+  lines.reserve(listing.sorted().size());
+  for (const ProfileListing::Entry* profile : listing.sorted()) {
+    lines.push_back(concatenate({profile->dirname, "\t'", profile->name, "'"}));
   }
   sink.takeStringList(name(), std::move(lines));
 }
@@ -50,16 +49,9 @@ Hipcmd_GetProfiles::Hipcmd_GetProfiles() : RavctlCommandInstance("list profiles"
 
 void Hipcmd_GetProfiles::execute(StatusCodeResultField& status) {
   (void)ProfileControl::ensureActiveProfile();  // if it fails, the store is listed nevertheless
-  std::vector<ProfileRecord> profiles;
-  if (!ProfileStore::listProfiles(profiles)) {
+  if (!profiles_.listing.read()) {
     status.set(status::applicationError);
     return;
-  }
-  profiles_.names.reserve(profiles.size());
-  profiles_.dirnames.reserve(profiles.size());
-  for (ProfileRecord& profile : profiles) {
-    profiles_.names.push_back(std::move(profile.name));
-    profiles_.dirnames.push_back(std::move(profile.dirname));
   }
   ProfileRecord active;
   (void)ProfileStore::readActiveRecord(active);  // without an active profile the name is empty

@@ -4,10 +4,10 @@
 
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "command/framework/CommandCore.h"
 #include "profiles/store/ProfileControl.h"
+#include "profiles/store/ProfileStore.h"
 #include "service/host/SysImplParam.h"
 
 // The details of a profile, rendered as "key=value" lines without a heading. An empty invitation and an empty Helmsor
@@ -27,15 +27,13 @@ class ProfileDetailsResultField : public ResultParamBase {
 // list profiles, show profiles
 class Hipcmd_GetProfiles : public RavctlCommandInstance {
  public:
-  // Two lists of equal length, both sorted by display name. Each profile is rendered as one line: its directory name, a
-  // tab, and its display name in single quotes.
+  // Each profile is rendered as one line: its directory name, a tab, and its display name in single quotes.
   class ProfileListResultField : public ResultParamBase {
    public:
     ProfileListResultField() : ResultParamBase("_profiles") {}
     void render(ValueBinder& sink) const override;
     void typeWord(std::string& word) const override { word = "profile-list"; }
-    std::vector<std::string> names;
-    std::vector<std::string> dirnames;
+    ProfileListing listing;
   };
 
   Hipcmd_GetProfiles();

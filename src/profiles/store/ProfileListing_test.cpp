@@ -211,6 +211,20 @@ TEST_F(NameRepairTest, TheDirectoryToLeaveOutIsNeitherListedNorRepaired) {
   EXPECT_EQ(host::tree("/etc/zuv/profiles/profile-2"), "");
 }
 
+TEST_F(NameRepairTest, AMovedListingKeepsItsEntriesAndASecondReadReplacesThem) {
+  host::makeProfile("profile-1", "site");
+  host::makeProfile("profile-2", "lab");
+  ProfileListing listing;
+  ASSERT_TRUE(listing.read());
+  ProfileListing moved = std::move(listing);
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_EQ(moved.sorted().size(), 2u);
+    EXPECT_EQ(moved.sorted()[0]->name + " " + moved.sorted()[0]->dirname, "lab profile-2");
+    EXPECT_EQ(moved.sorted()[1]->name + " " + moved.sorted()[1]->dirname, "site profile-1");
+    ASSERT_TRUE(moved.read());
+  }
+}
+
 TEST_F(NameRepairTest, AThousandEqualNamesBecomeUniqueInOnePass) {
   std::vector<std::string> expected = {"lab"};
   for (int i = 0; i < 1000; ++i) host::makeProfile("profile-" + std::to_string(i), "lab");

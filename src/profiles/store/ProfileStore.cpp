@@ -8,6 +8,7 @@
 
 #include "base/files/DirectoryEntries.h"
 #include "base/files/DirectoryListing.h"
+#include "base/files/DirectoryReader.h"
 #include "base/files/FileInfo.h"
 #include "base/files/ProgramDirectories.h"
 #include "base/files/WholeFile.h"
@@ -215,35 +216,36 @@ class NamesInUse {
   std::unordered_map<std::string, int> next_;
 };
 
-NamesInUse namesOf(const std::vector<ProfileRecord>& sortedProfiles) {
-  std::vector<std::string_view> names;
-  names.reserve(sortedProfiles.size());
-  for (const ProfileRecord& profile : sortedProfiles) names.push_back(profile.name);
-  return NamesInUse(std::move(names));
-}
-
 // --- Listing
 
-// One entry of the root while the store is listed. The entries are stored in the order of the directory and sorted
-// through pointers, so comparing two pointers compares their order in the directory.
-struct Entry {
-  std::string dirname;
-  std::string name;  // empty if none can be read
-};
+// An entry of the root has an empty name while none can be read. The entries are stored in the order of the directory
+// and sorted through pointers, so comparing two pointers compares their order in the directory.
+using Entry = ProfileListing::Entry;
+
+// Appends the names of the profile directories, each with a zero byte. A vector of strings would take six times the
+// memory.
+bool listDirnames(int rootFd, std::string_view without, std::string& dirnames) {
+  FileUtils::DirectoryReader reader(rootFd);
+  while (const dirent* entry = reader.next()) {
+    const std::string_view dirname = entry->d_name;
+    if (dirname.empty() || dirname.front() == '.' || dirname == without) continue;
+    if (FileUtils::entryType(rootFd, entry->d_name, entry->d_type) == DT_DIR) dirnames.append(dirname).push_back('\0');
+  }
+  return reader.status().isSuccess();
+}
 
 // Reads the profile directories in the root, and their display names.
 bool readEntries(std::string_view without, std::vector<Entry>& entries) {
   const UniqueFd directory = FileUtils::openDirectory(root);
-  std::vector<std::string> dirnames;
-  if (!directory.isOpen() || !FileUtils::listRealDirectories(directory.get(), dirnames).isSuccess()) return false;
-  entries.reserve(dirnames.size());
+  std::string dirnames;
+  if (!directory.isOpen() || !listDirnames(directory.get(), without, dirnames)) return false;
+  entries.reserve(static_cast<std::size_t>(std::count(dirnames.begin(), dirnames.end(), '\0')));
   std::string path;  // relative to the root; one buffer for all of them
-  for (std::string& dirname : dirnames) {
-    if (dirname.empty() || dirname.front() == '.' || dirname == without) continue;
+  for (std::string_view rest = dirnames; !rest.empty(); rest.remove_prefix(entries.back().dirname.size() + 1)) {
     Entry& entry = entries.emplace_back();
-    path.assign(dirname).append("/").append(ProfileStore::nameFile);
+    entry.dirname = rest.substr(0, rest.find('\0'));
+    path.assign(entry.dirname).append("/").append(ProfileStore::nameFile);
     if (!FileUtils::readFirstLineAt(directory.get(), path.c_str(), entry.name).isSuccess()) entry.name.clear();
-    entry.dirname = std::move(dirname);
   }
   return true;
 }
@@ -314,7 +316,27 @@ bool repairNames(EntryOrder& sorted) {
   return true;
 }
 
+// Takes the texts of the entry.
+ProfileRecord recordFrom(Entry& entry) {
+  ProfileRecord record;
+  record.valid = true;
+  record.dir = joinPath({root, entry.dirname});
+  record.dirname = std::move(entry.dirname);
+  record.name = std::move(entry.name);
+  return record;
+}
+
 }  // namespace
+
+bool ProfileListing::read(std::string_view without) {
+  entries_.clear();
+  sorted_.clear();
+  if (!readEntries(without, entries_)) return false;
+  sorted_.reserve(entries_.size());
+  for (Entry& entry : entries_) sorted_.push_back(&entry);
+  sortByName(sorted_);
+  return repairNames(sorted_);
+}
 
 namespace ProfileStore {
 
@@ -326,31 +348,20 @@ std::string uniqueName(const std::string& base, const std::vector<std::string>& 
 
 bool listProfiles(std::vector<ProfileRecord>& profiles, std::string_view without) {
   profiles.clear();
-  std::vector<Entry> entries;
-  if (!readEntries(without, entries)) return false;
-  EntryOrder order;
-  order.reserve(entries.size());
-  for (Entry& entry : entries) order.push_back(&entry);
-  sortByName(order);
-  if (!repairNames(order)) return false;
-  profiles.reserve(order.size());
-  for (Entry* entry : order) {
-    ProfileRecord& record = profiles.emplace_back();
-    record.valid = true;
-    record.dir = joinPath({root, entry->dirname});
-    record.dirname = std::move(entry->dirname);
-    record.name = std::move(entry->name);
-  }
+  ProfileListing listing;
+  if (!listing.read(without)) return false;
+  profiles.reserve(listing.sorted().size());
+  for (Entry* entry : listing.sorted()) profiles.push_back(recordFrom(*entry));
   return true;
 }
 
 Status findByName(const std::string& name, ProfileRecord& record) {
   record = ProfileRecord();
-  std::vector<ProfileRecord> profiles;
-  if (!listProfiles(profiles)) return Status::of(status::applicationError);
-  for (ProfileRecord& profile : profiles) {
-    if (profile.name == name) {
-      record = std::move(profile);
+  ProfileListing listing;
+  if (!listing.read()) return Status::of(status::applicationError);
+  for (Entry* entry : listing.sorted()) {
+    if (entry->name == name) {
+      record = recordFrom(*entry);
       return Status();
     }
   }
@@ -360,9 +371,12 @@ Status findByName(const std::string& name, ProfileRecord& record) {
 bool chooseNewName(const std::string& requested, bool allowRename, std::string_view without, std::string& name) {
   name.clear();
   const std::string base = requested.empty() ? nameOfUnnamed : requested;
-  std::vector<ProfileRecord> profiles;
-  if (!listProfiles(profiles, without)) return false;
-  NamesInUse names = namesOf(profiles);
+  ProfileListing listing;
+  if (!listing.read(without)) return false;
+  std::vector<std::string_view> taken;
+  taken.reserve(listing.sorted().size());
+  for (const Entry* entry : listing.sorted()) taken.push_back(entry->name);
+  NamesInUse names(std::move(taken));
   if (!allowRename && names.contains(base)) return false;
   return names.findFree(base, name);
 }

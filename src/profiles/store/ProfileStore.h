@@ -34,6 +34,41 @@ struct ProfileRecord {
   std::string name;     // display name
 };
 
+// All profiles of the store, sorted by display name (compared byte by byte).
+//
+//   ProfileListing listing;
+//   if (!listing.read()) return ...;
+//   for (const ProfileListing::Entry* profile : listing.sorted()) ...profile->dirname, profile->name...
+//
+// Cost: n log n comparisons of names, and a few system calls for each profile. All names are in memory, each up to
+// three times. A name can have 10 MB, also as a sparse file of two disk blocks. A listing can be moved and keeps its
+// entries then, so that a command need not copy them: for 10,000 profiles a copy is 160 page faults.
+class ProfileListing {
+ public:
+  struct Entry {
+    std::string dirname;
+    std::string name;
+  };
+
+  ProfileListing() = default;
+  ProfileListing(ProfileListing&&) = default;
+  ProfileListing& operator=(ProfileListing&&) = default;
+
+  // Repairs the names of the profiles and lists them. Only real directories whose names do not begin with "." are
+  // profiles. The directory `without` is neither listed nor repaired, and its name does not count as taken. Repair
+  // takes two steps, each in the order in which the system lists the directory: first, each profile with the name of an
+  // earlier profile gets a unique name; then each profile without a name gets "profile", made unique. Returns false if
+  // the root cannot be listed or a repair cannot be written; sorted() is then undefined.
+  bool read(std::string_view without = {});
+
+  // The entries belong to the listing. The caller may take their texts.
+  const std::vector<Entry*>& sorted() const { return sorted_; }
+
+ private:
+  std::vector<Entry> entries_;
+  std::vector<Entry*> sorted_;
+};
+
 namespace ProfileStore {
 
 constexpr std::string_view factoryName = ".factory";
@@ -105,13 +140,7 @@ RunState activeRunState();
 // Returns true unless activeRunState() is "not running", so also if the state is unknown.
 bool daemonMayRun();
 
-// Lists all profiles sorted by display name (compared byte by byte), after it has repaired their names. Only real
-// directories whose names do not begin with "." are profiles. The directory `without` is neither listed nor repaired,
-// and its name does not count as taken. Repair takes two steps, each in the order in which the system lists the
-// directory: first, each profile with the name of an earlier profile gets a unique name; then each profile without a
-// name gets "profile", made unique. Returns false if the root cannot be listed or a repair cannot be written.
-// Cost: n log n comparisons of names, and a few system calls for each profile. All names are in memory, each up to
-// three times. A name can have 10 MB, also as a sparse file of two disk blocks.
+// Lists all profiles but `without` as ProfileListing::read does. Returns false if that fails.
 bool listProfiles(std::vector<ProfileRecord>& profiles, std::string_view without = {});
 
 // Finds the profile of exactly that display name. Statuses: success; "profile not found"; "application error" if the
