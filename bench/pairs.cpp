@@ -1,9 +1,10 @@
 // pairs: compares the run times of two commands. It runs them alternately, in pairs.
 //
-//   pairs [--pairs N] [--warm-up N] [--bar R] [--before-a 'COMMAND'] [--before-b 'COMMAND'] -- A... -- B...
+//   pairs [--pairs N] [--warm-up N] [--bar R] [--preload-a LIBRARY] [--before-a 'COMMAND'] [--before-b 'COMMAND']
+//         -- A... -- B...
 //
-// A and B are absolute paths with their arguments. They run with an empty environment, no input, their output on
-// /dev/null, and on one core if the machine allows that choice. pairs measures:
+// A and B are absolute paths with their arguments. They run with an empty environment (but A with LD_PRELOAD, if that
+// is given), no input, their output on /dev/null, and on one core if the machine allows that choice. pairs measures:
 // - the wall time, from before the start of the process to the return of wait4
 // - the peak memory that the kernel reports, which is at least the 2 MiB of this program, because a child shares them
 //   until it executes another program
@@ -36,6 +37,7 @@ struct Options {
   size_t pairs = 30;
   size_t warm_up = 3;
   double bar = 0;
+  std::string preload;
   Words before[2];
   Words command[2];
 };
@@ -83,6 +85,8 @@ Options read(int argc, char** argv) {
       options.warm_up = count(value);
     } else if (key == "--bar") {
       options.bar = std::strtod(value, nullptr);
+    } else if (key == "--preload-a") {
+      options.preload = std::string("LD_PRELOAD=") + value;
     } else if (key == "--before-a") {
       options.before[0] = split(value);
     } else if (key == "--before-b") {
@@ -118,7 +122,8 @@ double now() {
 // A program and everything that posix_spawn needs to start it, prepared once before the measurement.
 class Starter {
  public:
-  explicit Starter(const Words& words) : words_(words) {
+  // `variable` is the whole environment; empty: none.
+  explicit Starter(const Words& words, const std::string& variable = {}) : words_(words), variable_(variable) {
     for (std::string& word : words_) argv_.push_back(word.data());
     argv_.push_back(nullptr);
     if (posix_spawn_file_actions_init(&actions_) != 0 || !sendToNull(0, O_RDONLY) || !sendToNull(1, O_WRONLY)) {
@@ -130,12 +135,12 @@ class Starter {
   Starter& operator=(const Starter&) = delete;
 
   Run run() {
-    char* noEnvironment[] = {nullptr};
+    char* environment[] = {variable_.empty() ? nullptr : variable_.data(), nullptr};
     pid_t child = 0;
     int status = 0;
     rusage usage{};
     const double start = now();
-    const int error = posix_spawn(&child, argv_[0], &actions_, nullptr, argv_.data(), noEnvironment);
+    const int error = posix_spawn(&child, argv_[0], &actions_, nullptr, argv_.data(), environment);
     if (error != 0) fail(words_[0] + ": " + std::strerror(error));
     if (wait4(child, &status, 0, &usage) != child) fail("wait4");
     const double end = now();
@@ -149,6 +154,7 @@ class Starter {
   }
 
   Words words_;
+  std::string variable_;
   std::vector<char*> argv_;
   posix_spawn_file_actions_t actions_{};
 };
@@ -195,7 +201,7 @@ void printRatios(const Series& a, const Series& b, double bar) {
 int main(int argc, char** argv) {
   const Options options = read(argc, argv);
   stayOnOneCore();
-  Starter starters[2] = {Starter(options.command[0]), Starter(options.command[1])};
+  Starter starters[2] = {Starter(options.command[0], options.preload), Starter(options.command[1])};
   Series series[2];
   for (size_t pair = 0; pair < options.warm_up + options.pairs; ++pair) {
     for (size_t turn = 0; turn < 2; ++turn) {
