@@ -8,6 +8,8 @@
 // - the wall time, from before the start of the process to the return of wait4
 // - the peak memory that the kernel reports, which is at least the 2 MiB of this program, because a child shares them
 //   until it executes another program
+// - the page faults that the kernel served without reading a file; those of the child before it executes the other
+//   program are among them, and are the same for A and B
 // --before-a and --before-b are commands, split at blanks, that run before each run of A and of B. Their time is not
 // measured. The order of A and B alternates from pair to pair.
 //
@@ -45,6 +47,7 @@ struct Options {
 struct Run {
   double microseconds = 0;
   double peak_kib = 0;
+  double page_faults = 0;
 };
 
 [[noreturn]] void fail(const std::string& what) {
@@ -145,7 +148,7 @@ class Starter {
     if (wait4(child, &status, 0, &usage) != child) fail("wait4");
     const double end = now();
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) fail(words_[0] + ": did not end with 0");
-    return {end - start, static_cast<double>(usage.ru_maxrss)};
+    return {end - start, static_cast<double>(usage.ru_maxrss), static_cast<double>(usage.ru_minflt)};
   }
 
  private:
@@ -173,17 +176,18 @@ double quantile(std::vector<double> values, double part) {
 }
 
 struct Series {
-  std::vector<double> microseconds, peak_kib;
+  std::vector<double> microseconds, peak_kib, page_faults;
 
   void add(const Run& run) {
     microseconds.push_back(run.microseconds);
     peak_kib.push_back(run.peak_kib);
+    page_faults.push_back(run.page_faults);
   }
 
   void print(char label, const Words& command) const {
-    std::printf("  %c %10.1f us  (quartiles %.1f .. %.1f, peak %.0f KiB)  %s\n", label, quantile(microseconds, 0.5),
-                quantile(microseconds, 0.25), quantile(microseconds, 0.75), quantile(peak_kib, 0.5),
-                command[0].c_str());
+    std::printf("  %c %10.1f us  (quartiles %.1f .. %.1f, peak %.0f KiB, %.0f page faults)  %s\n", label,
+                quantile(microseconds, 0.5), quantile(microseconds, 0.25), quantile(microseconds, 0.75),
+                quantile(peak_kib, 0.5), quantile(page_faults, 0.5), command[0].c_str());
   }
 };
 

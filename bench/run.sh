@@ -191,5 +191,7 @@ fi
 
 [ ! -x "$bench/log_bench" ] || sh "${self%/*}/log.sh" ${brief:+--brief} "$build"
 
+sh "${self%/*}/growth.sh" ${brief:+--brief} "$build"
+
 say "JSON: speed, and the ratio to other libraries (more is better)"
 "$bench/json_libraries" ${brief:+--brief}
