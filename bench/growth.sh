@@ -81,11 +81,14 @@ grows() {
     printf "exponent %.2f, of the last step %.2f, bar %s: %s\n", fit, last, bar, (last > fit ? last : fit) <= bar ? "met" : "missed" }'
 }
 
-[ -L /etc/zuv ] || rmdir /etc/zuv/profiles /etc/zuv
+use() {
+  umount /etc/zuv 2>/dev/null || :
+  mount --bind "$1" /etc/zuv
+}
 # What the commands work on. profile-1 is the active profile, named site-611953.
 store() {
   "$bench/store" "/growth-$1" "$1"
-  ln -sfn "/growth-$1" /etc/zuv
+  use "/growth-$1"
 }
 lines_of_configuration() {
   store 1
@@ -101,12 +104,12 @@ lines_of_heartbeat() {
 files_of_template() {
   "$bench/store" "/template-$1" 1
   for number in $(seq "$1"); do echo text >"/template-$1/profiles/.factory/file-$number"; done
-  ln -sfn "/template-$1" /etc/zuv
+  use "/template-$1"
 }
 mebibytes_of_template() {
   "$bench/store" "/bytes-$1" 1
   "$bench/log" "/bytes-$1/profiles/.factory/data" "$1" lines
-  ln -sfn "/bytes-$1" /etc/zuv
+  use "/bytes-$1"
 }
 mebibytes_of_log() {
   store 1

@@ -13,7 +13,7 @@ namespace {
 using BasicLog::Level;
 using fuzz::require;
 
-constexpr std::size_t largestLog = 300000;  // more than two blocks of the reader
+constexpr std::size_t largestLog = 600000;  // more than two windows of the reader
 constexpr std::size_t largestSlowLog = 5000;
 
 // Returns a small number, a number larger than the log, or a number that the excerpt clamps.
