@@ -48,7 +48,8 @@ namespace {
 // How to use a library. `parse` returns null if it refuses the text. `print` returns the number of bytes printed.
 struct Library {
   const char* name;
-  double bar;                // what our speed divided by theirs should be: more than 1, or at least `notFarBehind`
+  double parseBar;  // what our speed divided by theirs should be: more than `ahead`, or at least `closeBehind`
+  double printBar;
   bool checksRepeatedNames;  // when it parses an object
   void* (*parse)(const std::string& text);
   void (*release)(void* tree);
@@ -56,10 +57,10 @@ struct Library {
 };
 
 constexpr double ahead = 1.0;
-constexpr double notFarBehind = 0.6;
+constexpr double closeBehind = 0.8;
 
 const Library libraries[] = {
-    {"ravctl", 0, true,
+    {"ravctl", 0, 0, true,
      [](const std::string& text) -> void* {
        return json::parse(text.data(), static_cast<std::ptrdiff_t>(text.size()));
      },
@@ -69,7 +70,7 @@ const Library libraries[] = {
        return json::write(text, static_cast<jsObject*>(tree)).size();
      }},
 #if __has_include(<cjson/cJSON.h>)
-    {"cJSON", ahead, false,
+    {"cJSON", ahead, ahead, false,
      [](const std::string& text) -> void* { return cJSON_ParseWithLength(text.data(), text.size()); },
      [](void* tree) { cJSON_Delete(static_cast<cJSON*>(tree)); },
      [](void* tree) {
@@ -80,7 +81,7 @@ const Library libraries[] = {
      }},
 #endif
 #if __has_include(<json-c/json.h>)
-    {"json-c", ahead, true,
+    {"json-c", ahead, ahead, true,
      [](const std::string& text) -> void* {
        json_tokener* tokener = json_tokener_new();
        json_object* tree = json_tokener_parse_ex(tokener, text.c_str(), static_cast<int>(text.size() + 1));
@@ -93,7 +94,7 @@ const Library libraries[] = {
      }},
 #endif
 #if __has_include(<nlohmann/json.hpp>)
-    {"nlohmann", ahead, true,
+    {"nlohmann", ahead, ahead, true,
      [](const std::string& text) -> void* {
        auto* tree = new nlohmann::json(nlohmann::json::parse(text, nullptr, false));
        if (!tree->is_discarded()) return tree;
@@ -104,7 +105,7 @@ const Library libraries[] = {
      [](void* tree) { return static_cast<nlohmann::json*>(tree)->dump().size(); }},
 #endif
 #if __has_include(<rapidjson/document.h>)
-    {"RapidJSON", notFarBehind, false,
+    {"RapidJSON", closeBehind, ahead, false,
      [](const std::string& text) -> void* {
        auto* tree = new rapidjson::Document;
        tree->Parse(text.data(), text.size());
@@ -246,14 +247,15 @@ std::vector<Times> measure(const Document& document, int rounds) {
 }
 
 // Prints one line: our speed, then the speed of each other library and the ratio. Returns the number of missed bars.
-int report(const char* what, const Document& document, const std::vector<Times>& best, double Times::*time) {
+int report(const char* what, const Document& document, const std::vector<Times>& best, double Times::*time,
+           double Library::*bar) {
   const double megabytes = static_cast<double>(document.text.size()) / 1e6;
   std::printf("  %-5s %-20s %7.1f MB/s", what, document.name.c_str(), megabytes / (best[0].*time));
   int missed = 0;
   for (std::size_t at = 1; at < libraryCount; ++at) {
     const double ratio = best[at].*time / (best[0].*time);
     const bool hasBar = !document.hasManyNames || libraries[at].checksRepeatedNames;
-    const bool met = !hasBar || (libraries[at].bar == ahead ? ratio > ahead : ratio >= libraries[at].bar);
+    const bool met = !hasBar || (libraries[at].*bar == ahead ? ratio > ahead : ratio >= libraries[at].*bar);
     missed += met ? 0 : 1;
     std::printf(" | %s %7.1f: %5.2f%s", libraries[at].name, megabytes / (best[at].*time), ratio, met ? "" : " missed");
   }
@@ -271,9 +273,9 @@ int main(int count, char** words) {
   for (const Document& document : documents(brief ? 10000 : 10000000)) {
     if (document.name.compare(0, wanted.size(), wanted) != 0) continue;
     const std::vector<Times> best = measure(document, brief ? 1 : 7);
-    missed += report("parse", document, best, &Times::parse);
-    missed += report("print", document, best, &Times::print);
+    missed += report("parse", document, best, &Times::parse, &Library::parseBar);
+    missed += report("print", document, best, &Times::print, &Library::printBar);
   }
-  std::printf("  bars (more than %.1f, of RapidJSON at least %.1f; best of rounds): %s\n", ahead, notFarBehind,
+  std::printf("  bars (more than %.1f, of RapidJSON's parsing at least %.1f; best of rounds): %s\n", ahead, closeBehind,
               missed == 0 ? "met" : (std::to_string(missed) + " missed").c_str());
 }

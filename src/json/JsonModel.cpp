@@ -16,75 +16,57 @@ namespace {
 
 using namespace json;
 
-// A destroyed value has no kind.
-template <class T>
-void destroyRecord(jsObject* value) {
-  auto* record = static_cast<T*>(value);
-  record->setKind(0);
-  delete record;  // NOLINT(clang-analyzer-cplusplus.NewDelete): no shared value has a kind for which this is called
-}
-
-// Allocates room for a header of type T, `length` bytes and a zero byte.
-template <class T>
-void* allocateWithBytes(std::size_t length) {
-  return ::operator new(sizeof(T) + length + 1);
-}
-
-void setBytes(char* bytes, std::string_view text) {
-  std::memcpy(bytes, text.data(), text.size());
-  bytes[text.size()] = '\0';
-}
-
 // ---- The shared values, constant-initialized ----
 
-PlainValue sharedNull(JsonKind::null);
+PlainValue sharedNull(JsonKind::null, sharedPlace);
 BooleanValue sharedBooleans[] = {BooleanValue(false), BooleanValue(true)};
-NumberValue sharedNumbers[] = {NumberValue(-1), NumberValue(0), NumberValue(1), NumberValue(2)};
+NumberValue sharedNumbers[] = {{-1, sharedPlace}, {0, sharedPlace}, {1, sharedPlace}, {2, sharedPlace}};
 EmptyString sharedEmptyString;
-
-bool isSharedNumber(const jsObject* value) {
-  const std::less_equal<const jsObject*> notAbove;
-  return notAbove(std::begin(sharedNumbers), value) && notAbove(value, std::end(sharedNumbers) - 1);
-}
 
 // ---- Members ----
 
 // In an object with no more members than this, comparing every name is faster than hashing one.
 constexpr std::size_t membersWithoutIndex = 16;
 
-Name* copyOfName(std::string_view text) {
-  auto* name = new (allocateWithBytes<Name>(text.size())) Name{text.size()};
-  setBytes(name->bytes(), text);
-  return name;
-}
-
-void freeName(Name* name) { ::operator delete(name); }
-
 // Most objects have few members: the first list has room for all of them, so that it is never copied.
 constexpr std::uint32_t firstCapacity = 8;
 
+// These allocate a block of its own.
+template <class T>
+T* newWithBytes(std::string_view text) {
+  return makeWithBytes<T>({::operator new(sizeWithBytes<T>(text)), aloneInMemory}, text);
+}
+template <class T>
+T* newWithList() {
+  return makeWithList<T>({::operator new(sizeWithList<T>(firstCapacity)), aloneInMemory}, firstCapacity);
+}
+
 std::uint32_t largerThan(std::uint32_t capacity) {
-  if (capacity > std::numeric_limits<std::uint32_t>::max() / 2) std::abort();  // memory runs out long before this
-  return capacity == 0 ? firstCapacity : 2 * capacity;
+  if (capacity >= mostEntries) std::abort();  // memory runs out long before this
+  return static_cast<std::uint32_t>(std::clamp<std::uint64_t>(std::uint64_t{2} * capacity, firstCapacity, mostEntries));
+}
+
+template <class T>
+void freeList(T* container, jsObject** list) {
+  if (list != listBehind(container)) ::operator delete(list);
 }
 
 void grow(ArrayValue* array) {
   jsObject** old = array->values;
   array->capacity = largerThan(array->capacity);
-  array->values = static_cast<jsObject**>(::operator new(array->capacity * sizeof(jsObject*)));
+  array->values = static_cast<jsObject**>(::operator new(array->capacity* ArrayValue::entrySize));
   std::copy_n(old, array->count, array->values);
-  ::operator delete(old);
+  freeList(array, old);
 }
 
 void grow(ObjectValue* object) {
   jsObject** oldValues = object->values;
-  Name** oldNames = object->names;
+  Name** oldNames = object->names();
   object->capacity = largerThan(object->capacity);
-  object->values = static_cast<jsObject**>(::operator new(object->capacity*(sizeof(jsObject*) + sizeof(Name*))));
-  object->names = reinterpret_cast<Name**>(object->values + object->capacity);
+  object->values = static_cast<jsObject**>(::operator new(object->capacity* ObjectValue::entrySize));
   std::copy_n(oldValues, object->count, object->values);
-  std::copy_n(oldNames, object->count, object->names);
-  ::operator delete(oldValues);
+  std::copy_n(oldNames, object->count, object->names());
+  freeList(object, oldValues);
 }
 
 // Does nothing if `value` is the value in the slot.
@@ -94,52 +76,57 @@ void replace(jsObject*& slot, jsObject* value) {
 
 // ---- Release ----
 
-void releaseString(StringValue* string) {
-  string->setKind(0);
-  ::operator delete(string);
-}
+// Containers inside containers wait in a linked list, so that releasing neither recurses nor allocates.
+class TreeRelease {
+ public:
+  explicit TreeRelease(BlockRelease& blocks) : blocks_(blocks) {}
 
-// Frees a scalar. A container is added to the front of the list `pending` instead.
-void releaseOrPutOff(jsObject* value, Container*& pending) {
-  switch (value->kind()) {
-    case JsonKind::null:
-    case JsonKind::boolean:
-      return;
-    case JsonKind::number:
-      if (isSharedNumber(value)) return;
-      return destroyRecord<NumberValue>(value);
-    case JsonKind::string:
-      if (value != &sharedEmptyString) releaseString(static_cast<StringValue*>(value));
-      return;
-    case JsonKind::invalid:
-      return destroyRecord<PlainValue>(value);
-    case JsonKind::array:
-    case JsonKind::object:
-      static_cast<Container*>(value)->nextToRelease = pending;
-      pending = static_cast<Container*>(value);
-      return;
+  void run(jsObject* value) {
+    freeOrPutOff(value);
+    while (pending_ != nullptr) {
+      Container* container = pending_;
+      pending_ = container->nextToRelease;
+      freeEntries(container);
+      free(container);
+    }
   }
-}
 
-void destroy(ArrayValue* array) {
-  ::operator delete(array->values);
-  destroyRecord<ArrayValue>(array);
-}
-
-void destroy(ObjectValue* object) {
-  for (std::size_t at = 0; at < object->count; ++at) freeName(object->names[at]);
-  ::operator delete(object->values);  // the names are in the same block
-  delete object->index;
-  destroyRecord<ObjectValue>(object);
-}
-
-void destroy(Container* container, Container*& pending) {
-  for (std::size_t at = 0; at < container->count; ++at) {
-    releaseOrPutOff(std::exchange(container->values[at], nullptr), pending);
+ private:
+  void freeOrPutOff(jsObject* value) {
+    auto* record = static_cast<Record*>(value);
+    if (record->place == sharedPlace) return;
+    if (!json::isArray(value) && !json::isObject(value)) return free(record);
+    auto* container = static_cast<Container*>(record);
+    container->nextToRelease = pending_;
+    pending_ = container;
   }
-  if (container->kind() == JsonKind::array) return destroy(static_cast<ArrayValue*>(container));
-  destroy(static_cast<ObjectValue*>(container));
-}
+
+  void freeEntries(Container* container) {
+    for (std::size_t at = 0; at < container->count; ++at) freeOrPutOff(std::exchange(container->values[at], nullptr));
+    if (container->kind() == JsonKind::array) {
+      freeList(static_cast<ArrayValue*>(container), container->values);
+    } else {
+      freeNames(static_cast<ObjectValue*>(container));
+    }
+  }
+
+  void freeNames(ObjectValue* object) {
+    for (std::size_t at = 0; at < object->count; ++at) blocks_.free(object->names()[at]->block());
+    freeList(object, object->values);
+    delete object->index;
+  }
+
+  // A destroyed value has no kind.
+  void free(Record* record) {
+    const Block block = record->block();
+    record->setKind(0);
+    if (block.place != aloneInMemory) ASAN_POISON_MEMORY_REGION(record, sizeof *record);
+    blocks_.free(block);
+  }
+
+  BlockRelease& blocks_;
+  Container* pending_ = nullptr;
+};
 
 }  // namespace
 
@@ -154,38 +141,39 @@ void ArrayValue::add(jsObject* value) {
 
 std::ptrdiff_t ObjectValue::find(std::string_view name) const {
   if (index != nullptr) {
-    const std::size_t place = index->find(name, [&](std::size_t at) { return names[at]->text() == name; });
-    return place == MemberIndex::none ? json::notFound : static_cast<std::ptrdiff_t>(place);
+    const std::size_t position = index->find(name, [this](std::size_t at) { return nameAt(at); });
+    return position == MemberIndex::none ? json::notFound : static_cast<std::ptrdiff_t>(position);
   }
   for (std::size_t at = 0; at < count; ++at) {
-    if (names[at]->text() == name) return static_cast<std::ptrdiff_t>(at);
+    if (nameAt(at) == name) return static_cast<std::ptrdiff_t>(at);
   }
   return json::notFound;
 }
 
-void ObjectValue::add(std::string_view name, jsObject* value) {
+void ObjectValue::add(Name* name, jsObject* value) {
   if (count == capacity) grow(this);
-  names[count] = copyOfName(name);
+  names()[count] = name;
   values[count++] = value;
+  const auto nameOf = [this](std::size_t at) { return nameAt(at); };
   if (index != nullptr) {
-    index->add(name, count - 1);
+    index->add(count - 1, nameOf);
   } else if (count > membersWithoutIndex) {
     index = new MemberIndex;
-    for (std::size_t at = 0; at < count; ++at) index->add(names[at]->text(), at);
+    for (std::size_t at = 0; at < count; ++at) index->add(at, nameOf);
   }
 }
 
-// The last member moves into the freed place.
-jsObject* ObjectValue::takeOut(std::size_t place) {
+// The last member moves into the freed position.
+jsObject* ObjectValue::takeOut(std::size_t position) {
   const std::size_t last = count - 1;
   if (index != nullptr) {
-    index->remove(names[place]->text(), place);
-    if (place != last) index->move(names[last]->text(), last, place);
+    index->remove(position, [this](std::size_t at) { return nameAt(at); });
+    if (position != last) index->move(nameAt(last), last, position);
   }
-  jsObject* taken = values[place];
-  freeName(names[place]);
-  names[place] = names[last];
-  values[place] = values[last];
+  jsObject* taken = values[position];
+  BlockRelease().free(names()[position]->block());
+  names()[position] = names()[last];
+  values[position] = values[last];
   --count;
   return taken;
 }
@@ -196,25 +184,27 @@ jsObject* makeNull() { return &sharedNull; }
 
 jsObject* makeBoolean(bool value) { return &sharedBooleans[value ? 1 : 0]; }
 
-jsObject* makeNumber(double value) {
-  if (value >= -1 && value <= 2) {
-    for (NumberValue& shared : sharedNumbers) {
-      if (value == shared.value) return &shared;
-    }
+jsObject* sharedNumber(double value) {
+  if (value < -1 || value > 2) return nullptr;
+  for (NumberValue& shared : sharedNumbers) {
+    if (value == shared.value) return &shared;
   }
-  return new NumberValue(value);
+  return nullptr;
+}
+
+jsObject* makeNumber(double value) {
+  jsObject* shared = sharedNumber(value);
+  return shared != nullptr ? shared : new NumberValue(value, aloneInMemory);
 }
 
 jsObject* makeString(std::string_view text) {
   if (text.empty()) return &sharedEmptyString;
-  auto* made = new (allocateWithBytes<StringValue>(text.size())) StringValue(text.size());
-  setBytes(made->bytes(), text);
-  return made;
+  return newWithBytes<StringValue>(text);
 }
 
-jsObject* makeArray() { return new ArrayValue; }
+jsObject* makeArray() { return newWithList<ArrayValue>(); }
 
-jsObject* makeObject() { return new ObjectValue; }
+jsObject* makeObject() { return newWithList<ObjectValue>(); }
 
 jsObject* makeOfKind(std::int32_t number) {
   switch (jsObject::kindOf(number)) {
@@ -233,20 +223,16 @@ jsObject* makeOfKind(std::int32_t number) {
     case JsonKind::invalid:
       break;
   }
-  return new PlainValue(JsonKind::invalid);
+  return new PlainValue(JsonKind::invalid, aloneInMemory);
 }
 
-// Containers inside containers wait in a linked list, so that releasing neither recurses nor allocates.
 void release(jsObject* value) {
   if (value == nullptr) return;
-  Container* pending = nullptr;
-  releaseOrPutOff(value, pending);
-  while (pending != nullptr) {
-    Container* container = pending;
-    pending = container->nextToRelease;
-    destroy(container, pending);
-  }
+  BlockRelease blocks;
+  releaseInto(blocks, value);
 }
+
+void releaseInto(BlockRelease& blocks, jsObject* value) { TreeRelease(blocks).run(value); }
 
 // ---- Scalars ----
 
@@ -287,7 +273,7 @@ std::size_t memberCount(const jsObject* object) {
 
 std::string_view memberName(const jsObject* object, std::size_t index) {
   const auto* record = recordIn<ObjectValue>(object, JsonKind::object);
-  return record != nullptr && index < record->count ? record->names[index]->text() : std::string_view();
+  return record != nullptr && index < record->count ? record->nameAt(index) : std::string_view();
 }
 
 jsObject* memberValue(const jsObject* object, std::size_t index) {
@@ -304,7 +290,7 @@ std::ptrdiff_t findMemberIgnoringCase(const jsObject* object, std::string_view n
   const auto* record = recordIn<ObjectValue>(object, JsonKind::object);
   if (record == nullptr || name.empty()) return notFound;
   for (std::size_t at = 0; at < record->count; ++at) {
-    if (StringUtils::equalIgnoreCase(record->names[at]->text(), name)) return static_cast<std::ptrdiff_t>(at);
+    if (StringUtils::equalIgnoreCase(record->nameAt(at), name)) return static_cast<std::ptrdiff_t>(at);
   }
   return notFound;
 }
@@ -319,7 +305,7 @@ void setMember(jsObject* object, std::string_view name, jsObject* value) {
   if (record == nullptr || name.empty()) return release(value);
   if (value == nullptr) return release(removeMember(object, name));
   const std::ptrdiff_t place = record->find(name);
-  if (place == notFound) return record->add(name, value);
+  if (place == notFound) return record->add(newWithBytes<Name>(name), value);
   replace(record->values[static_cast<std::size_t>(place)], value);
 }
 

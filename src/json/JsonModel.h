@@ -18,6 +18,8 @@
 // They may be in any number of containers. Because of them, a value must be freed with json::release, never with
 // delete.
 //
+// Memory: a value that is removed from a parsed document keeps up to 64 KiB of that document until it is released.
+//
 // Threads: only one thread at a time may use a tree. The shared values are never written to, so that trees of different
 // threads may contain them.
 //

@@ -4,25 +4,16 @@
 
 // ---- One document ----
 
-// Few documents nest deeper: one allocation is enough for the open containers.
-parserinfo::parserinfo() { open_.reserve(8); }
-
-parserinfo::~parserinfo() { dropEverything(); }
-
-jsObject* parserinfo::takeRoot() { return state_ == State::finished ? root_.take() : nullptr; }
+jsObject* parserinfo::takeRoot() {
+  if (state_ != State::finished) return nullptr;
+  builder_.seal();
+  return root_.take();
+}
 
 void parserinfo::onError(std::string_view) {
   state_ = State::finished;
-  dropEverything();
-}
-
-void parserinfo::dropEverything() {
   root_.reset();
-  for (const Open& open : open_) {
-    if (!open.placed) json::release(open.container);
-  }
-  open_.clear();
-  name_.clear();
+  builder_.clear();
 }
 
 void parserinfo::refuse(jsObject* value, std::string_view message) {
@@ -33,56 +24,48 @@ void parserinfo::refuse(jsObject* value, std::string_view message) {
 // Stores a complete value: as the root, as an element of the open array, or as the member of the pending name.
 void parserinfo::offer(jsObject* value) {
   if (state_ != State::value) return refuse(value, "onValue: wrong state");
-  if (open_.empty()) {
-    root_.reset(value);
-    state_ = State::finished;
-    return;
+  switch (builder_.openKind()) {
+    case JsonKind::array:
+      builder_.add(value);
+      state_ = State::afterElement;
+      return;
+    case JsonKind::object:
+      if (!builder_.hasName()) return refuse(value, "onValue: no available name for field");
+      builder_.add(value);
+      state_ = State::afterMember;
+      return;
+    default:
+      root_.reset(value);
+      state_ = State::finished;
   }
-  jsObject* into = open_.back().container;
-  if (json::isArray(into)) {
-    json::append(into, value);
-    state_ = State::afterElement;
-    return;
-  }
-  if (name_.empty()) return refuse(value, "onValue: no available name for field");
-  json::setMember(into, name_, value);
-  name_.clear();
-  state_ = State::afterMember;
 }
 
-// A container under a name becomes a member at once. Any other container is placed, or dropped, when it is closed.
-void parserinfo::open(jsObject* container) {
-  const bool placed = !name_.empty();
-  if (placed) json::setMember(open_.back().container, name_, container);
-  name_.clear();
-  open_.push_back({container, placed});
-}
-
+// A container becomes a part of the one around it when it is closed.
 void parserinfo::close(JsonKind kind, std::string_view messageIfNotOpen) {
-  if (open_.empty() || open_.back().container->kind() != kind) return onError(messageIfNotOpen);
-  const Open closed = open_.back();
-  open_.pop_back();
-  name_.clear();
+  if (builder_.openKind() != kind) return onError(messageIfNotOpen);
+  jsObject* closed = builder_.close();
   state_ = State::value;
-  const bool isMember = !open_.empty() && json::isObject(open_.back().container);
-  if (!isMember) return offer(closed.container);
-  if (!closed.placed) json::release(closed.container);  // its member name is empty
-  state_ = State::afterMember;
+  if (builder_.openKind() == JsonKind::object && !builder_.hasName()) {  // its member name is empty
+    json::release(closed);
+    state_ = State::afterMember;
+    return;
+  }
+  offer(closed);
 }
 
 void parserinfo::takeName(std::string_view name) {
-  name_ = name;
+  builder_.takeName(name);
   state_ = State::afterName;
 }
 
 void parserinfo::onLeftBracket() {
   if (state_ != State::value) return onError("onLeftBracket: wrong state");
-  open(json::makeArray());
+  builder_.open(JsonKind::array);
 }
 
 void parserinfo::onLeftCurly() {
   if (state_ != State::value) return onError("onLeftCurly: wrong state");
-  open(json::makeObject());
+  builder_.open(JsonKind::object);
   state_ = State::name;
 }
 
@@ -105,11 +88,11 @@ void parserinfo::onColon() {
   state_ = State::value;
 }
 
-void parserinfo::onNumber(double number) { offer(json::makeNumber(number)); }
+void parserinfo::onNumber(double number) { offer(builder_.makeNumber(number)); }
 
 void parserinfo::onString(std::string_view text) {
   if (state_ == State::name) return takeName(text);
-  offer(json::makeString(text));
+  offer(builder_.makeString(text));
 }
 
 void parserinfo::onNull() { offer(json::makeNull()); }

@@ -15,10 +15,9 @@
 // Nesting may be arbitrarily deep.
 #pragma once
 
-#include <string>
 #include <string_view>
-#include <vector>
 
+#include "json/DocumentBuilder.h"
 #include "json/JsonModel.h"
 #include "json/JsonScanner.h"
 
@@ -35,8 +34,7 @@ class parserinfo : public TokenReceiver {
     afterName = 5  // a colon is expected
   };
 
-  parserinfo();
-  ~parserinfo() override;
+  parserinfo() = default;
   parserinfo(const parserinfo&) = delete;
   parserinfo& operator=(const parserinfo&) = delete;
 
@@ -59,23 +57,14 @@ class parserinfo : public TokenReceiver {
   void onName(std::string_view name) override;
 
  private:
-  // An open container. Once it is placed, the object around it owns it; until then the parser owns it.
-  struct Open {
-    jsObject* container;
-    bool placed;
-  };
-
   void offer(jsObject* value);
   void refuse(jsObject* value, std::string_view message);
-  void open(jsObject* container);
   void close(JsonKind kind, std::string_view messageIfNotOpen);
   void takeName(std::string_view name);
-  void dropEverything();
 
   State state_ = State::value;
   ScopedJson root_;
-  std::vector<Open> open_;  // the innermost container last
-  std::string name_;        // the name of the member whose value comes next; empty if there is none
+  json::DocumentBuilder builder_;  // the open containers
 };
 
 // Appends every top-level object of a text to the array `target`, which the caller still owns. A top-level value that

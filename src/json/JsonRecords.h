@@ -1,11 +1,18 @@
-// JsonRecords: the record in memory that a jsObject* of each kind points to. Only the model and the writer include this
-// header, because they handle every value of a document. All other sources use JsonModel.h.
+// JsonRecords: the record in memory that a jsObject* of each kind points to. Only the model, the builder and the writer
+// include this header, because they handle every value of a document. All other sources use JsonModel.h.
+//
+// A value and a name are each one block of memory: a block of its own, or a part of a chunk (see Chunks.h). Both are
+// freed with BlockRelease.
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <limits>
+#include <new>
 #include <string_view>
 
+#include "json/Chunks.h"
 #include "json/JsonModel.h"
 #include "json/MemberIndex.h"
 
@@ -13,9 +20,15 @@ namespace json {
 
 // ---- The record of each kind ----
 
+// The place of the shared values, which are never freed. No block has it, because blocks are aligned.
+constexpr Place sharedPlace = 1;
+
 struct Record : jsObject {
-  constexpr explicit Record(JsonKind kind) : jsObject(kind) {}
+  constexpr Record(JsonKind kind, Place given) : jsObject(kind), place(given) {}
   using jsObject::setKind;
+  Block block() { return {this, place}; }
+
+  Place place;
 };
 
 struct PlainValue final : Record {  // null and the invalid kind
@@ -23,34 +36,43 @@ struct PlainValue final : Record {  // null and the invalid kind
 };
 
 struct BooleanValue final : Record {
-  constexpr explicit BooleanValue(bool given) : Record(JsonKind::boolean), value(given) {}
+  constexpr explicit BooleanValue(bool given) : Record(JsonKind::boolean, sharedPlace), value(given) {}
   bool value;
 };
 
 struct NumberValue final : Record {
-  constexpr explicit NumberValue(double given) : Record(JsonKind::number), value(given) {}
+  constexpr NumberValue(double given, Place at) : Record(JsonKind::number, at), value(given) {}
   double value;
 };
 
 // The bytes of the string follow the record in the same block of memory. A zero byte follows them.
 struct StringValue : Record {
-  constexpr explicit StringValue(std::size_t given) : Record(JsonKind::string), length(given) {}
+  constexpr StringValue(std::size_t given, Place at) : Record(JsonKind::string, at), length(given) {}
   std::size_t length;
   char* bytes() { return reinterpret_cast<char*>(this + 1); }
   const char* bytes() const { return reinterpret_cast<const char*>(this + 1); }
 };
 
 struct EmptyString final : StringValue {
-  constexpr EmptyString() : StringValue(0) {}
+  constexpr EmptyString() : StringValue(0, sharedPlace) {}
   char terminator = '\0';
 };
 static_assert(sizeof(EmptyString) > sizeof(StringValue), "bytes() points to the terminator");
 
-// A member name. Its bytes and a zero byte follow in the same block of memory.
-struct Name {
-  std::size_t length;
+// A member name. Its bytes and a zero byte follow in the same block of memory. Names are never changed, so that several
+// members may have the same one: it is then counted once for each (see Chunks::countAgain).
+class Name {
+ public:
+  Name(std::size_t length, Place place) : lengthAndPlace_(std::uint64_t{length} << placeBits | place) {}
   char* bytes() { return reinterpret_cast<char*>(this + 1); }
-  std::string_view text() const { return {reinterpret_cast<const char*>(this + 1), length}; }
+  std::string_view text() const {
+    return {reinterpret_cast<const char*>(this + 1), static_cast<std::size_t>(lengthAndPlace_ >> placeBits)};
+  }
+  Block block() { return {this, static_cast<Place>(lengthAndPlace_ & ((1U << placeBits) - 1))}; }
+
+ private:
+  static constexpr int placeBits = 16;  // no memory has room for a name whose length needs more than the other 48 bits
+  std::uint64_t lengthAndPlace_;
 };
 
 // Counts have 32 bits: a container has room for 2^31 entries. The program aborts if more are added.
@@ -61,24 +83,71 @@ struct Container : Record {
   jsObject** values = nullptr;
   Container* nextToRelease = nullptr;
 };
+constexpr std::size_t mostEntries = std::size_t{1} << 31;
 
 struct ArrayValue final : Container {
-  ArrayValue() : Container(JsonKind::array) {}
+  explicit ArrayValue(Place at) : Container(JsonKind::array, at) {}
+  static constexpr std::size_t entrySize = sizeof(jsObject*);
+
   void add(jsObject* value);
 };
 
-// Two lists of the same length: values[i] is the value of the member names[i]. The names follow the values in the same
-// block of memory.
+// Two lists of the same length: values[i] is the value of the member names()[i]. The names follow the values in the
+// same block of memory.
 struct ObjectValue final : Container {
-  ObjectValue() : Container(JsonKind::object) {}
+  explicit ObjectValue(Place at) : Container(JsonKind::object, at) {}
+  static constexpr std::size_t entrySize = sizeof(jsObject*) + sizeof(Name*);
 
-  Name** names = nullptr;
   MemberIndex* index = nullptr;  // null until the object has too many members for a linear search
 
+  Name** names() const { return reinterpret_cast<Name**>(values + capacity); }
+  std::string_view nameAt(std::size_t position) const { return names()[position]->text(); }
   std::ptrdiff_t find(std::string_view name) const;
-  void add(std::string_view name, jsObject* value);
-  jsObject* takeOut(std::size_t place);
+  void add(Name* name, jsObject* value);
+  jsObject* takeOut(std::size_t position);
 };
+
+// ---- Makes records in blocks that may have room for more ----
+
+// For a string or a name: the block has room for the record, the bytes of the text and a zero byte.
+template <class T>
+std::size_t sizeWithBytes(std::string_view text) {
+  return sizeof(T) + text.size() + 1;
+}
+template <class T>
+T* makeWithBytes(const Block& block, std::string_view text) {
+  T* made = new (block.start) T(text.size(), block.place);
+  std::memcpy(made->bytes(), text.data(), text.size());
+  made->bytes()[text.size()] = '\0';
+  return made;
+}
+
+// For a container: the block has room for the record and a list with that capacity. A larger list is a block of its
+// own. The capacity is at least 1, so that no other block can start at the end of the record.
+template <class T>
+std::size_t sizeWithList(std::size_t capacity) {
+  if (capacity > mostEntries) std::abort();  // memory runs out long before this
+  return sizeof(T) + capacity * T::entrySize;
+}
+template <class T>
+jsObject** listBehind(T* container) {
+  return reinterpret_cast<jsObject**>(container + 1);
+}
+template <class T>
+T* makeWithList(const Block& block, std::size_t capacity) {
+  T* made = new (block.start) T(block.place);
+  made->values = listBehind(made);
+  made->capacity = static_cast<std::uint32_t>(capacity);
+  return made;
+}
+
+// ---- For the builder ----
+
+// The shared number that is equal to `value`, or null.
+jsObject* sharedNumber(double value);
+
+// Releases a value. The address sanitizer reports a later use of the value even if its chunk is still in use.
+void releaseInto(BlockRelease& blocks, jsObject* value);
 
 // ---- Converts a pointer to the record of that kind: null for a null pointer and for a value of another kind. The
 // caller names T and `kind` to match; this is not checked. ----

@@ -10,9 +10,9 @@ namespace {
 using namespace json;
 
 TEST(JsonRecords, EachRecordHasItsKind) {
-  EXPECT_EQ(PlainValue(JsonKind::null).kind(), JsonKind::null);
+  EXPECT_EQ(PlainValue(JsonKind::null, sharedPlace).kind(), JsonKind::null);
   EXPECT_EQ(BooleanValue(true).kind(), JsonKind::boolean);
-  EXPECT_EQ(NumberValue(0.5).kind(), JsonKind::number);
+  EXPECT_EQ(NumberValue(0.5, aloneInMemory).kind(), JsonKind::number);
   EXPECT_EQ(EmptyString().kind(), JsonKind::string);
 }
 
@@ -24,7 +24,7 @@ TEST(JsonRecords, BytesOfTheEmptyStringPointToItsTerminator) {
 }
 
 void addToAFullArrayOfTwoThousandMillion() {
-  ArrayValue array;
+  ArrayValue array(aloneInMemory);
   array.count = array.capacity = std::uint32_t{1} << 31;
   array.add(makeNull());
 }

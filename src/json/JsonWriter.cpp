@@ -111,7 +111,7 @@ const jsObject* startEntry(Output& output, Open& open) {
   if (at != 0) output.add(", ");
   if (open.container->kind() == JsonKind::object) {
     output.add("\"");
-    output.add(static_cast<const ObjectValue*>(open.container)->names[at]->text());
+    output.add(static_cast<const ObjectValue*>(open.container)->nameAt(at));
     output.add("\":");
   }
   return open.container->values[at];

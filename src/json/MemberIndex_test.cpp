@@ -14,36 +14,47 @@ namespace {
 using Names = std::vector<std::string>;
 
 constexpr std::uint32_t kSlots = 64;  // the number of slots of a new index
+constexpr std::uint32_t kGroup = 8;   // the number of slots that a search compares at once
 
-std::uint32_t hashOf(const std::string& name) {
-  return static_cast<std::uint32_t>(std::hash<std::string_view>()(name));
+std::uint64_t hashOf(const std::string& name) {
+  return std::hash<std::string_view>()(name) * std::uint64_t{0x9e3779b97f4a7c15};
 }
+
+// The home of a name in a new index is the first slot of its group.
+std::uint32_t groupOf(const std::string& name) { return (hashOf(name) >> 32) % kSlots / kGroup; }
+// What a slot of a new index keeps of the hash.
+std::uint32_t keptHashOf(const std::string& name) { return static_cast<std::uint32_t>(hashOf(name)) / kSlots; }
 
 std::string nameOf(std::uint32_t number) { return "member " + std::to_string(number); }
 
-// A name whose home slot in a new index is `home`. Different values of `which` give different names.
-std::string nameAtHome(std::uint32_t home, int which = 0) {
+// A name whose group in a new index is `group`. Different values of `which` give different names.
+std::string nameInGroup(std::uint32_t group, int which = 0) {
   for (std::uint32_t number = 0;; ++number) {
-    if (hashOf(nameOf(number)) % kSlots == home && which-- == 0) return nameOf(number);
+    if (groupOf(nameOf(number)) == group && which-- == 0) return nameOf(number);
   }
 }
 
-// Two names with the same 32-bit hash. Some hundred thousand names contain more than one such pair.
+// Two names of one group that a slot of a new index does not tell apart.
 std::pair<std::string, std::string> namesWithTheSameHash() {
-  std::unordered_map<std::uint32_t, std::uint32_t> numbers;
+  std::unordered_map<std::uint64_t, std::uint32_t> numbers;
   for (std::uint32_t number = 0;; ++number) {
-    const auto [place, isNew] = numbers.emplace(hashOf(nameOf(number)), number);
-    if (!isNew) return {nameOf(place->second), nameOf(number)};
+    const std::string name = nameOf(number);
+    const auto [place, isNew] = numbers.emplace(keptHashOf(name) * std::uint64_t{kSlots} + groupOf(name), number);
+    if (!isNew) return {nameOf(place->second), name};
   }
+}
+
+auto namesIn(const Names& names) {
+  return [&names](std::size_t at) { return std::string_view(names[at]); };
 }
 
 std::size_t found(const MemberIndex& index, const Names& names, const std::string& name) {
-  return index.find(name, [&](std::size_t at) { return names[at] == name; });
+  return index.find(name, namesIn(names));
 }
 
 MemberIndex indexOf(const Names& names) {
   MemberIndex index;
-  for (std::size_t at = 0; at < names.size(); ++at) index.add(names[at], at);
+  for (std::size_t at = 0; at < names.size(); ++at) index.add(at, namesIn(names));
   return index;
 }
 
@@ -52,43 +63,62 @@ TEST(MemberIndex, DistinguishesTwoNamesWithTheSameHash) {
   ASSERT_NE(one, other);
   const Names names = {one, other, other};
   MemberIndex index;
-  index.add(one, 0);
+  index.add(0, namesIn(names));
   EXPECT_EQ(found(index, names, other), MemberIndex::none);
-  index.add(other, 1);
+  index.add(1, namesIn(names));
   EXPECT_EQ(found(index, names, one), 0u);
   EXPECT_EQ(found(index, names, other), 1u);
   index.move(other, 1, 2);
   EXPECT_EQ(found(index, names, one), 0u);
   EXPECT_EQ(found(index, names, other), 2u);
-  index.remove(one, 0);
+  index.remove(0, namesIn(names));
   EXPECT_EQ(found(index, names, one), MemberIndex::none);
   EXPECT_EQ(found(index, names, other), 2u);
 }
 
 TEST(MemberIndex, FindComparesOnlyNamesWithTheSameHash) {
-  const Names names = {nameAtHome(5, 0), nameAtHome(5, 1), nameAtHome(6, 0)};
+  const Names names = {nameInGroup(5, 0), nameInGroup(5, 1), nameInGroup(6, 0)};
   const MemberIndex index = indexOf(names);
   std::vector<std::size_t> asked;
   index.find(names[1], [&](std::size_t at) {
     asked.push_back(at);
-    return true;
+    return std::string_view(names[at]);
   });
   EXPECT_EQ(asked, std::vector<std::size_t>{1});
 }
 
-// Six names that occupy each other's home slots. In the first round the slots are in the middle of the table. In the
-// second round they are at its end, so that some names are stored in the first slots.
+// More names of one group than it has slots.
+TEST(MemberIndex, NamesOfAFullGroupAreFoundInTheNextOne) {
+  for (const std::uint32_t group : {3u, kSlots / kGroup - 1}) {
+    Names names;
+    for (int which = 0; which < 11; ++which) names.push_back(nameInGroup(group, which));
+    names.push_back(nameInGroup((group + 1) % (kSlots / kGroup)));
+    MemberIndex index = indexOf(names);
+    for (std::size_t at = 0; at < names.size(); ++at) EXPECT_EQ(found(index, names, names[at]), at);
+    EXPECT_EQ(found(index, names, nameInGroup(group, 11)), MemberIndex::none);
+    index.remove(2, namesIn(names));
+    for (std::size_t at = 0; at < names.size(); ++at) {
+      EXPECT_EQ(found(index, names, names[at]), at == 2 ? MemberIndex::none : at);
+    }
+  }
+}
+
+// Names that occupy each other's groups. In the first round the groups are in the middle of the table. In the second
+// round they are at its end, so that some names are stored in the first slots.
 TEST(MemberIndex, CollidingNamesAreFoundAfterRemovalsInAnyOrder) {
-  for (const std::uint32_t first : {10u, kSlots - 2}) {
-    const auto home = [&](std::uint32_t offset) { return (first + offset) % kSlots; };
-    const Names names = {nameAtHome(home(0), 0), nameAtHome(home(1), 0), nameAtHome(home(0), 1),
-                         nameAtHome(home(1), 1), nameAtHome(home(3), 0), nameAtHome(home(0), 2)};
-    std::vector<std::size_t> order = {0, 1, 2, 3, 4, 5};
+  for (const std::uint32_t first : {2u, kSlots / kGroup - 1}) {
+    Names names;
+    for (int which = 0; which < 7; ++which) names.push_back(nameInGroup(first, which));
+    const std::size_t kept = names.size();
+    for (int which = 7; which < 11; ++which) names.push_back(nameInGroup(first, which));
+    names.push_back(nameInGroup((first + 1) % (kSlots / kGroup)));
+    std::vector<std::size_t> order;
+    for (std::size_t at = kept; at < names.size(); ++at) order.push_back(at);
     do {
       MemberIndex index = indexOf(names);
       std::vector<bool> isPresent(names.size(), true);
       for (const std::size_t removed : order) {
-        index.remove(names[removed], removed);
+        index.remove(removed, namesIn(names));
         isPresent[removed] = false;
         for (std::size_t at = 0; at < names.size(); ++at) {
           ASSERT_EQ(found(index, names, names[at]), isPresent[at] ? at : MemberIndex::none)
@@ -99,13 +129,13 @@ TEST(MemberIndex, CollidingNamesAreFoundAfterRemovalsInAnyOrder) {
   }
 }
 
-TEST(MemberIndex, RemovedNameMayBeAddedAtAnotherPosition) {
-  Names names = {"a", "b", "a"};
-  MemberIndex index = indexOf({"a", "b"});
-  index.remove("a", 0);
-  index.add("a", 2);
-  names[0] = "";
-  EXPECT_EQ(found(index, names, "a"), 2u);
+TEST(MemberIndex, RemovedNameMayBeAddedAgain) {
+  const Names names = {"a", "b"};
+  MemberIndex index = indexOf(names);
+  index.remove(1, namesIn(names));
+  EXPECT_EQ(found(index, names, "b"), MemberIndex::none);
+  index.add(1, namesIn(names));
+  EXPECT_EQ(found(index, names, "a"), 0u);
   EXPECT_EQ(found(index, names, "b"), 1u);
 }
 
@@ -115,14 +145,14 @@ TEST(MemberIndex, EveryNameIsFoundWhileTheIndexGrowsAndShrinks) {
   EXPECT_EQ(found(index, names, nameOf(0)), MemberIndex::none);
   for (std::uint32_t number = 0; number < 600; ++number) {
     names.push_back(nameOf(number));
-    index.add(names.back(), number);
+    index.add(number, namesIn(names));
     for (std::uint32_t at = 0; at <= number; ++at) ASSERT_EQ(found(index, names, nameOf(at)), at) << number;
     ASSERT_EQ(found(index, names, nameOf(number + 1)), MemberIndex::none);
   }
-  for (std::uint32_t number = 0; number < 600; ++number) {
-    index.remove(names[number], number);
+  for (std::uint32_t number = 600; number-- > 0;) {
+    index.remove(number, namesIn(names));
     ASSERT_EQ(found(index, names, names[number]), MemberIndex::none);
-    for (std::uint32_t at = number + 1; at < 600; ++at) ASSERT_EQ(found(index, names, names[at]), at) << number;
+    for (std::uint32_t at = 0; at < number; ++at) ASSERT_EQ(found(index, names, names[at]), at) << number;
   }
 }
 
@@ -132,19 +162,18 @@ std::size_t bytesInUse() {
 }
 
 TEST(MemberIndex, RepeatedAddAndRemoveTakesNoMoreMemory) {
-  Names names(2);
+  Names names = {"first", ""};
   MemberIndex index;
-  index.add("first", 2);
+  index.add(0, namesIn(names));
   const std::size_t before = bytesInUse();
   for (std::uint32_t round = 0; round < 100000; ++round) {
-    const std::size_t at = round % 2;
-    if (round >= 2) index.remove(names[at], at);
-    names[at] = nameOf(round);
-    index.add(names[at], at);
-    ASSERT_EQ(found(index, names, nameOf(round)), at);
+    names[1] = nameOf(round);
+    index.add(1, namesIn(names));
+    ASSERT_EQ(found(index, names, nameOf(round)), 1u);
+    index.remove(1, namesIn(names));
   }
-  EXPECT_EQ(found(index, names, nameOf(99997)), MemberIndex::none);
-  EXPECT_EQ(found(index, names, nameOf(99998)), 0u);
+  EXPECT_EQ(found(index, names, nameOf(99999)), MemberIndex::none);
+  EXPECT_EQ(found(index, names, "first"), 0u);
   EXPECT_LT(bytesInUse(), before + 4096);
 }
 

@@ -1,0 +1,161 @@
+#include "json/Chunks.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include "testing/faults/AllocationCount.h"
+
+namespace {
+
+using namespace json;
+
+// Allocates a block and writes to all of it.
+Block filled(Chunks& memory, std::size_t bytes, int mark) {
+  const Block block = memory.allocate(bytes);
+  std::memset(block.start, mark, bytes);
+  return block;
+}
+
+void* chunkOf(const Block& block) { return static_cast<char*>(block.start) - block.place; }
+
+TEST(Chunks, BlocksAreAlignedAndApart) {
+  Chunks memory;
+  std::vector<std::pair<Block, std::size_t>> blocks;
+  for (std::size_t number = 0; number < 5000; ++number) {
+    const std::size_t bytes = 1 + number * 7 % 300;
+    blocks.emplace_back(filled(memory, bytes, static_cast<int>(number % 256)), bytes);
+  }
+  memory.seal();
+  BlockRelease release;
+  for (std::size_t number = 0; number < blocks.size(); ++number) {
+    const auto& [block, bytes] = blocks[number];
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block.start) % 8, 0u);
+    EXPECT_EQ(block.place % 8, 0u);
+    EXPECT_LT(block.place, 65536u);
+    const std::vector<unsigned char> expected(bytes, static_cast<unsigned char>(number % 256));
+    ASSERT_EQ(std::memcmp(block.start, expected.data(), bytes), 0) << number;
+    release.free(block);
+  }
+}
+
+TEST(Chunks, ChunkIsFreedWithItsLastBlockOnceItIsSealed) {
+  const std::ptrdiff_t before = newBlocksInUse();
+  Chunks memory;
+  const Block first = memory.allocate(8);
+  const Block second = memory.allocate(8);
+  EXPECT_EQ(chunkOf(first), chunkOf(second));
+  EXPECT_EQ(newBlocksInUse(), before + 1);
+  BlockRelease().free(first);
+  memory.seal();
+  EXPECT_EQ(newBlocksInUse(), before + 1);
+  BlockRelease().free(second);
+  EXPECT_EQ(newBlocksInUse(), before);
+}
+
+TEST(Chunks, OpenChunkIsKeptWithoutBlocksUntilItIsSealed) {
+  const std::ptrdiff_t before = newBlocksInUse();
+  Chunks memory;
+  BlockRelease().free(memory.allocate(8));
+  EXPECT_EQ(newBlocksInUse(), before + 1);
+  BlockRelease().free(memory.allocate(8));
+  EXPECT_EQ(newBlocksInUse(), before + 1);
+  memory.seal();
+  EXPECT_EQ(newBlocksInUse(), before);
+}
+
+TEST(Chunks, DestructorSeals) {
+  const std::ptrdiff_t before = newBlocksInUse();
+  {
+    Chunks memory;
+    BlockRelease().free(memory.allocate(8));
+  }
+  EXPECT_EQ(newBlocksInUse(), before);
+}
+
+TEST(Chunks, BlockCountedAgainIsFreedTwice) {
+  const std::ptrdiff_t before = newBlocksInUse();
+  Chunks memory;
+  const Block block = memory.allocate(8);
+  memory.countAgain();
+  memory.seal();
+  BlockRelease().free(block);
+  EXPECT_EQ(newBlocksInUse(), before + 1);
+  BlockRelease().free(block);
+  EXPECT_EQ(newBlocksInUse(), before);
+}
+
+TEST(Chunks, ReleaseSubtractsARunOfBlocksAtItsEnd) {
+  const std::ptrdiff_t before = newBlocksInUse();
+  Chunks memory;
+  const Block inFirst = memory.allocate(8);
+  memory.seal();
+  const Block inSecond = memory.allocate(8);
+  memory.seal();
+  BlockRelease release;
+  release.free(inFirst);
+  EXPECT_EQ(newBlocksInUse(), before + 2);
+  release.free(inSecond);
+  EXPECT_EQ(newBlocksInUse(), before + 1);
+  {
+    BlockRelease other;
+    other.free({::operator new(8), aloneInMemory});
+  }
+  EXPECT_EQ(newBlocksInUse(), before + 1);
+}
+
+TEST(Chunks, LargeBlockIsAlone) {
+  const std::ptrdiff_t before = newBlocksInUse();
+  Chunks memory;
+  const Block largest = filled(memory, 4096, 1);
+  EXPECT_NE(largest.place, aloneInMemory);
+  EXPECT_EQ(newBlocksInUse(), before + 1);
+  const Block alone = filled(memory, 4097, 2);
+  EXPECT_EQ(alone.place, aloneInMemory);
+  EXPECT_EQ(newBlocksInUse(), before + 2);
+  BlockRelease().free(alone);
+  EXPECT_EQ(newBlocksInUse(), before + 1);
+  BlockRelease().free(largest);
+}
+
+TEST(Chunks, NumberChangesWithEachChunk) {
+  Chunks memory;
+  const std::size_t atFirst = memory.chunkNumber();
+  BlockRelease release;
+  release.free(memory.allocate(8));
+  const std::size_t number = memory.chunkNumber();
+  EXPECT_NE(number, atFirst);
+  release.free(memory.allocate(8));
+  EXPECT_EQ(memory.chunkNumber(), number);
+  memory.seal();
+  release.free(memory.allocate(8));
+  EXPECT_NE(memory.chunkNumber(), number);
+}
+
+TEST(Chunks, SmallDocumentTakesASmallChunk) {
+  Chunks memory;
+  BlockRelease release;
+  std::size_t blocks = 0;
+  for (; memory.chunkNumber() < 2; ++blocks) release.free(memory.allocate(8));
+  EXPECT_EQ(blocks, (1024 - 8) / 8 + 1);
+  for (; memory.chunkNumber() < 3; ++blocks) release.free(memory.allocate(8));
+  EXPECT_EQ(blocks, (1024 + 2048 - 16) / 8 + 1);
+}
+
+TEST(Chunks, BlocksOfASealedChunkMayBeFreedByThreads) {
+  const std::ptrdiff_t before = newBlocksInUse();
+  for (int round = 0; round < 200; ++round) {
+    Chunks memory;
+    const Block here = filled(memory, 24, 1);
+    const Block there = filled(memory, 24, 2);
+    memory.seal();
+    std::thread other([&] { BlockRelease().free(there); });
+    BlockRelease().free(here);
+    other.join();
+  }
+  EXPECT_GE(newBlocksInUse(), before);
+}
+
+}  // namespace
