@@ -4,7 +4,7 @@
 //   const Block block = memory.allocate(24);       // aligned to 8 bytes; never null
 //   memory.seal();
 //   ...
-//   BlockRelease().free(block);
+//   BlockRelease().drop(block);
 //
 // Blocks lie one behind the other in chunks of at most 64 KiB, without a header. A chunk counts its blocks and is freed
 // with the last of them: as long as one value of a document is in use, its chunk is kept, but no other chunk. The space
@@ -101,7 +101,7 @@ class BlockRelease {
   BlockRelease& operator=(const BlockRelease&) = delete;
 
   // Nothing may use the block from now on, except that a block counted n times is freed n times.
-  void free(const Block& block) {
+  void drop(const Block& block) {
     if (block.place == aloneInMemory) return ::operator delete(block.start);
     auto* chunk = reinterpret_cast<Chunk*>(static_cast<char*>(block.start) - block.place);
     if (chunk != chunk_) {
@@ -113,7 +113,7 @@ class BlockRelease {
 
  private:
   void subtract() {
-    if (blocks_ != 0) chunk_->add(-blocks_);
+    if (chunk_ != nullptr) chunk_->add(-blocks_);
     blocks_ = 0;
   }
 

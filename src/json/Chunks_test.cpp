@@ -37,7 +37,7 @@ TEST(Chunks, BlocksAreAlignedAndApart) {
     EXPECT_LT(block.place, 65536u);
     const std::vector<unsigned char> expected(bytes, static_cast<unsigned char>(number % 256));
     ASSERT_EQ(std::memcmp(block.start, expected.data(), bytes), 0) << number;
-    release.free(block);
+    release.drop(block);
   }
 }
 
@@ -48,19 +48,19 @@ TEST(Chunks, ChunkIsFreedWithItsLastBlockOnceItIsSealed) {
   const Block second = memory.allocate(8);
   EXPECT_EQ(chunkOf(first), chunkOf(second));
   EXPECT_EQ(newBlocksInUse(), before + 1);
-  BlockRelease().free(first);
+  BlockRelease().drop(first);
   memory.seal();
   EXPECT_EQ(newBlocksInUse(), before + 1);
-  BlockRelease().free(second);
+  BlockRelease().drop(second);
   EXPECT_EQ(newBlocksInUse(), before);
 }
 
 TEST(Chunks, OpenChunkIsKeptWithoutBlocksUntilItIsSealed) {
   const std::ptrdiff_t before = newBlocksInUse();
   Chunks memory;
-  BlockRelease().free(memory.allocate(8));
+  BlockRelease().drop(memory.allocate(8));
   EXPECT_EQ(newBlocksInUse(), before + 1);
-  BlockRelease().free(memory.allocate(8));
+  BlockRelease().drop(memory.allocate(8));
   EXPECT_EQ(newBlocksInUse(), before + 1);
   memory.seal();
   EXPECT_EQ(newBlocksInUse(), before);
@@ -70,7 +70,7 @@ TEST(Chunks, DestructorSeals) {
   const std::ptrdiff_t before = newBlocksInUse();
   {
     Chunks memory;
-    BlockRelease().free(memory.allocate(8));
+    BlockRelease().drop(memory.allocate(8));
   }
   EXPECT_EQ(newBlocksInUse(), before);
 }
@@ -81,9 +81,9 @@ TEST(Chunks, BlockCountedAgainIsFreedTwice) {
   const Block block = memory.allocate(8);
   memory.countAgain();
   memory.seal();
-  BlockRelease().free(block);
+  BlockRelease().drop(block);
   EXPECT_EQ(newBlocksInUse(), before + 1);
-  BlockRelease().free(block);
+  BlockRelease().drop(block);
   EXPECT_EQ(newBlocksInUse(), before);
 }
 
@@ -95,13 +95,13 @@ TEST(Chunks, ReleaseSubtractsARunOfBlocksAtItsEnd) {
   const Block inSecond = memory.allocate(8);
   memory.seal();
   BlockRelease release;
-  release.free(inFirst);
+  release.drop(inFirst);
   EXPECT_EQ(newBlocksInUse(), before + 2);
-  release.free(inSecond);
+  release.drop(inSecond);
   EXPECT_EQ(newBlocksInUse(), before + 1);
   {
     BlockRelease other;
-    other.free({::operator new(8), aloneInMemory});
+    other.drop({::operator new(8), aloneInMemory});
   }
   EXPECT_EQ(newBlocksInUse(), before + 1);
 }
@@ -115,22 +115,22 @@ TEST(Chunks, LargeBlockIsAlone) {
   const Block alone = filled(memory, 4097, 2);
   EXPECT_EQ(alone.place, aloneInMemory);
   EXPECT_EQ(newBlocksInUse(), before + 2);
-  BlockRelease().free(alone);
+  BlockRelease().drop(alone);
   EXPECT_EQ(newBlocksInUse(), before + 1);
-  BlockRelease().free(largest);
+  BlockRelease().drop(largest);
 }
 
 TEST(Chunks, NumberChangesWithEachChunk) {
   Chunks memory;
   const std::size_t atFirst = memory.chunkNumber();
   BlockRelease release;
-  release.free(memory.allocate(8));
+  release.drop(memory.allocate(8));
   const std::size_t number = memory.chunkNumber();
   EXPECT_NE(number, atFirst);
-  release.free(memory.allocate(8));
+  release.drop(memory.allocate(8));
   EXPECT_EQ(memory.chunkNumber(), number);
   memory.seal();
-  release.free(memory.allocate(8));
+  release.drop(memory.allocate(8));
   EXPECT_NE(memory.chunkNumber(), number);
 }
 
@@ -138,9 +138,9 @@ TEST(Chunks, SmallDocumentTakesASmallChunk) {
   Chunks memory;
   BlockRelease release;
   std::size_t blocks = 0;
-  for (; memory.chunkNumber() < 2; ++blocks) release.free(memory.allocate(8));
+  for (; memory.chunkNumber() < 2; ++blocks) release.drop(memory.allocate(8));
   EXPECT_EQ(blocks, (1024 - 8) / 8 + 1);
-  for (; memory.chunkNumber() < 3; ++blocks) release.free(memory.allocate(8));
+  for (; memory.chunkNumber() < 3; ++blocks) release.drop(memory.allocate(8));
   EXPECT_EQ(blocks, (1024 + 2048 - 16) / 8 + 1);
 }
 
@@ -151,8 +151,8 @@ TEST(Chunks, BlocksOfASealedChunkMayBeFreedByThreads) {
     const Block here = filled(memory, 24, 1);
     const Block there = filled(memory, 24, 2);
     memory.seal();
-    std::thread other([&] { BlockRelease().free(there); });
-    BlockRelease().free(here);
+    std::thread other([&] { BlockRelease().drop(there); });
+    BlockRelease().drop(here);
     other.join();
   }
   EXPECT_GE(newBlocksInUse(), before);

@@ -87,7 +87,7 @@ class TreeRelease {
       Container* container = pending_;
       pending_ = container->nextToRelease;
       freeEntries(container);
-      free(container);
+      freeRecord(container);
     }
   }
 
@@ -95,7 +95,7 @@ class TreeRelease {
   void freeOrPutOff(jsObject* value) {
     auto* record = static_cast<Record*>(value);
     if (record->place == sharedPlace) return;
-    if (!json::isArray(value) && !json::isObject(value)) return free(record);
+    if (!json::isArray(value) && !json::isObject(value)) return freeRecord(record);
     auto* container = static_cast<Container*>(record);
     container->nextToRelease = pending_;
     pending_ = container;
@@ -111,17 +111,17 @@ class TreeRelease {
   }
 
   void freeNames(ObjectValue* object) {
-    for (std::size_t at = 0; at < object->count; ++at) blocks_.free(object->names()[at]->block());
+    for (std::size_t at = 0; at < object->count; ++at) blocks_.drop(object->names()[at]->block());
     freeList(object, object->values);
     delete object->index;
   }
 
   // A destroyed value has no kind.
-  void free(Record* record) {
+  void freeRecord(Record* record) {
     const Block block = record->block();
     record->setKind(0);
     if (block.place != aloneInMemory) ASAN_POISON_MEMORY_REGION(record, sizeof *record);
-    blocks_.free(block);
+    blocks_.drop(block);
   }
 
   BlockRelease& blocks_;
@@ -171,7 +171,7 @@ jsObject* ObjectValue::takeOut(std::size_t position) {
     if (position != last) index->move(nameAt(last), last, position);
   }
   jsObject* taken = values[position];
-  BlockRelease().free(names()[position]->block());
+  BlockRelease().drop(names()[position]->block());
   names()[position] = names()[last];
   values[position] = values[last];
   --count;

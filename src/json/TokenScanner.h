@@ -4,8 +4,8 @@
 //   DocumentParser parser;
 //   if (json::scanFor(parser, text, length)) ...     // the same as json::scan
 //
-// What it gains (bench/json_libraries): "parse request" takes 12,500 instructions, with virtual calls 13,000. With
-// virtual calls the row falls behind cJSON.
+// What it gains (bench/json_libraries): parsing objects takes 39.3 instructions a byte, with virtual calls 41.4, and
+// "parse request" takes 11,200, with virtual calls 11,600.
 #pragma once
 
 #include <cstring>
