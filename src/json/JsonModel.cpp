@@ -25,9 +25,6 @@ EmptyString sharedEmptyString;
 
 // ---- Members ----
 
-// In an object with no more members than this, comparing every name is faster than hashing one.
-constexpr std::size_t membersWithoutIndex = 16;
-
 // Most objects have few members: the first list has room for all of them, so that it is never copied.
 constexpr std::uint32_t firstCapacity = 8;
 
@@ -57,16 +54,6 @@ void grow(ArrayValue* array) {
   array->values = static_cast<jsObject**>(::operator new(array->capacity* ArrayValue::entrySize));
   std::copy_n(old, array->count, array->values);
   freeList(array, old);
-}
-
-void grow(ObjectValue* object) {
-  jsObject** oldValues = object->values;
-  Name** oldNames = object->names();
-  object->capacity = largerThan(object->capacity);
-  object->values = static_cast<jsObject**>(::operator new(object->capacity* ObjectValue::entrySize));
-  std::copy_n(oldValues, object->count, object->values);
-  std::copy_n(oldNames, object->count, object->names());
-  freeList(object, oldValues);
 }
 
 // Does nothing if `value` is the value in the slot.
@@ -150,17 +137,21 @@ std::ptrdiff_t ObjectValue::find(std::string_view name) const {
   return json::notFound;
 }
 
-void ObjectValue::add(Name* name, jsObject* value) {
-  if (count == capacity) grow(this);
-  names()[count] = name;
-  values[count++] = value;
+void ObjectValue::growLists() {
+  jsObject** oldValues = values;
+  Name** oldNames = names();
+  capacity = largerThan(capacity);
+  values = static_cast<jsObject**>(::operator new(capacity* entrySize));
+  std::copy_n(oldValues, count, values);
+  std::copy_n(oldNames, count, names());
+  freeList(this, oldValues);
+}
+
+void ObjectValue::indexLast() {
   const auto nameOf = [this](std::size_t at) { return nameAt(at); };
-  if (index != nullptr) {
-    index->add(count - 1, nameOf);
-  } else if (count > membersWithoutIndex) {
-    index = new MemberIndex;
-    for (std::size_t at = 0; at < count; ++at) index->add(at, nameOf);
-  }
+  if (index != nullptr) return index->add(count - 1, nameOf);
+  index = new MemberIndex;
+  for (std::size_t at = 0; at < count; ++at) index->add(at, nameOf);
 }
 
 // The last member moves into the freed position.

@@ -10,7 +10,7 @@
 // at all positions below. Names that have the same hash are searched linearly.
 //
 // The index is an open-addressing table with linear probing. What its two peculiarities gain (bench/json_bench, finding
-// each of 100,000 members, a simple table with slots of 8 bytes: 28 ns a member):
+// each of 100,000 members, on a busy machine; a simple table with slots of 8 bytes: 28 ns a member):
 // - A slot has only 4 bytes: a table of 2^k slots needs k bits for a position and fills the other bits with a part of
 //   the hash. A search in a large index mostly waits for one cache miss, and half as many slots miss: 19 ns.
 // - A search starts at the first of eight slots and compares all eight without a branch, because a branch on a slot
