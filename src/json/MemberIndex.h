@@ -13,9 +13,8 @@
 // each of 100,000 members, on a busy machine; a simple table with slots of 8 bytes: 28 ns a member):
 // - A slot has only 4 bytes: a table of 2^k slots needs k bits for a position and fills the other bits with a part of
 //   the hash. A search in a large index mostly waits for one cache miss, and half as many slots miss: 19 ns.
-// - A search starts at the first of eight slots and compares all eight without a branch, because a branch on a slot
-// that
-//   is not in the cache is predicted wrongly and then waits for it: 14 ns.
+// - A search starts at the first of eight slots and compares all eight without a branch. A branch on a slot that is not
+//   in the cache is predicted wrongly and then waits for it: 14 ns.
 #pragma once
 
 #include <cstddef>
