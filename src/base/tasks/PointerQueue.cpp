@@ -36,18 +36,14 @@ bool SimplePointerQueue::appendBlock() {
   return true;
 }
 
-bool SimplePointerQueue::push(void* pointer) {
-  if (pointer == nullptr) return false;
+bool SimplePointerQueue::pushIntoNewBlock(void* pointer) {
   if (tail_ == nullptr && head_ != nullptr) {
     BasicLog::assertFailure(sourceName, linkedListErrorLine, "internal linked-list error");
     freeChain(head_);  // a chain without its last block is of no use: its pointers are lost
     head_ = nullptr;
   }
-  const bool hasRoom = tail_ != nullptr && (tail_->count == 0 || tail_->start + tail_->count < slotsPerBlock);
-  if (!hasRoom && !appendBlock()) return false;
-  if (tail_->count == 0) tail_->start = 0;
-  tail_->slots[tail_->start + tail_->count++] = pointer;
-  return true;
+  if (!appendBlock()) return false;
+  return push(pointer);
 }
 
 // Removes the empty first block from the chain. It becomes the spare if there is none.
@@ -63,11 +59,10 @@ void SimplePointerQueue::unlinkFirstBlock() {
   }
 }
 
-void* SimplePointerQueue::pop() {
+void* SimplePointerQueue::popAfterEmptyBlocks() {
   while (head_ != nullptr && head_->count == 0) unlinkFirstBlock();
   if (head_ == nullptr) return nullptr;
-  --head_->count;
-  return head_->slots[head_->start++];
+  return pop();
 }
 
 std::size_t SimplePointerQueue::pushMany(void** pointers, std::size_t count) {

@@ -5,6 +5,8 @@
 //   { ScopedLock lock(queue); queue.push(item); }
 //
 // The queue does not own the objects that the pointers refer to. It never holds null.
+// Cost: push and pop are inline for their usual case. bench/queue_bench shows what that gains: 1.6 instead of 7.3 ns
+// for an item if every push is followed by a pop, and 5.8 instead of 7.7 ns if many are pushed and then popped.
 // Threads: the queue is a lock but never locks itself. Threads that share a queue must lock it around every call.
 #pragma once
 
@@ -21,9 +23,27 @@ class SimplePointerQueue : public OwnedMutex {
   SimplePointerQueue& operator=(const SimplePointerQueue&) = delete;
 
   // Appends a pointer. Returns false, and changes nothing, for null and when there is no memory for a block.
-  [[nodiscard]] bool push(void* pointer);
+  [[nodiscard]] bool push(void* pointer) {
+    if (pointer == nullptr) return false;
+    Block* const tail = tail_;
+    if (tail == nullptr) return pushIntoNewBlock(pointer);
+    if (tail->count == 0) tail->start = 0;
+    const std::int32_t end = tail->start + tail->count;
+    if (end == slotsPerBlock) return pushIntoNewBlock(pointer);
+    tail->slots[end] = pointer;
+    ++tail->count;
+    return true;
+  }
   // Removes the oldest pointer and returns it; null if the queue is empty.
-  [[nodiscard]] void* pop();
+  [[nodiscard]] void* pop() {
+    Block* const head = head_;
+    if (head == nullptr || head->count == 0) return popAfterEmptyBlocks();
+    void* const oldest = head->slots[head->start];
+    // The branch keeps the compiler from changing both numbers by one vector instruction, which is slower: 5.8 instead
+    // of 7.8 ns for an item that is pushed and later popped.
+    if (--head->count != 0) ++head->start;
+    return oldest;
+  }
 
   // Pushes the entries of the array in order. It skips null entries, sets each pushed entry to null, and stops at the
   // first entry that cannot be pushed. Returns the number of entries that it pushed or skipped: `count` if none failed.
@@ -48,6 +68,9 @@ class SimplePointerQueue : public OwnedMutex {
     Block* next = nullptr;
   };
 
+  // push if there is no block with room at the end, pop if there is no pointer in the first block.
+  bool pushIntoNewBlock(void* pointer);
+  void* popAfterEmptyBlocks();
   bool appendBlock();
   void unlinkFirstBlock();
   static void freeChain(Block* block);

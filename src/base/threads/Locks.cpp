@@ -89,10 +89,10 @@ void PortableMutex::unlock() {
 
 void OwnedMutex::lock() {
   mutex_.lock();
-  owner_ = std::this_thread::get_id();
+  owner_.store(std::this_thread::get_id(), std::memory_order_relaxed);
 }
 
 void OwnedMutex::unlock() {
-  owner_ = std::thread::id();
+  owner_.store(std::thread::id(), std::memory_order_relaxed);
   mutex_.unlock();
 }

@@ -107,7 +107,7 @@ class OwnedMutex : public Lockable {
  public:
   void lock() override;
   void unlock() override;
-  bool isHeldByThisThread() const { return owner_ == std::this_thread::get_id(); }
+  bool isHeldByThisThread() const { return owner_.load(std::memory_order_relaxed) == std::this_thread::get_id(); }
   // Unlocks the mutex if the calling thread holds it. Only for a thread that ends the process: exit() does not return
   // to the code that locked the mutex, and other threads may be waiting for it.
   void unlockIfHeld() {
@@ -116,6 +116,7 @@ class OwnedMutex : public Lockable {
 
  private:
   PortableMutex mutex_;
+  // Relaxed is enough: a thread only compares it with its own id, and only that thread itself stores that id.
   std::atomic<std::thread::id> owner_{};
 };
 
