@@ -172,6 +172,8 @@ std::string textHeader(const LogMessage& message);
 std::string shortTextHeader(const LogMessage& message);
 // Returns "opened: path=/x mode=644", or "opened" for a message without parameters.
 std::string textBody(const LogMessage& message);
+// Appends the header, a blank and the body to `to`.
+void appendTextLine(std::string& to, const LogMessage& message);
 // Return JSON objects: {"level", "ticks", "time"} and {"msg", "params": {...}}. A message without parameters has no
 // "params". If several parameters have the same key, the last value is written in the place of the first. A parameter
 // with an empty key is omitted.

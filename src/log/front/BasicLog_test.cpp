@@ -436,6 +436,12 @@ TEST_F(Rendering, TextBodyListsTheParametersInOrder) {
   EXPECT_EQ(textBody(sample("", {{"", ""}})), ": =");
 }
 
+TEST_F(Rendering, TextLineIsHeaderBlankAndBodyBehindTheExistingText) {
+  std::string text = "first\n";
+  appendTextLine(text, sample("opened", {{"path", "/x"}}));
+  EXPECT_EQ(text, "first\n[WARNING 2024-03-01 12:00:05.000123] opened: path=/x");
+}
+
 TEST_F(Rendering, JsonBodyEscapesTheMessageAndKeepsTheLastValueOfAKey) {
   EXPECT_EQ(jsonBody(sample()), R"({ "msg":"opened" })") << "no params without parameters";
   EXPECT_EQ(jsonBody(sample("opened", {{"path", "/x"}, {"mode", "644"}})),

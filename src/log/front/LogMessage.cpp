@@ -6,10 +6,20 @@
 namespace BasicLog {
 namespace {
 
-using Length = std::uint32_t;  // a text of 4 GiB or more is cut
+// A text follows its length: one byte, or longMark and four bytes.
+using LongLength = std::uint32_t;  // a text of 4 GiB or more is cut
+constexpr unsigned char longMark = 0xFF;
+
+constexpr std::size_t roomForParameters = 64;
+
+std::size_t sizeWithLength(std::string_view text) {
+  return text.size() + (text.size() < longMark ? 1 : 1 + sizeof(LongLength));
+}
 
 std::string_view textAt(const char* bytes) {
-  Length length = 0;
+  const auto first = static_cast<unsigned char>(*bytes++);
+  if (first != longMark) return {bytes, first};
+  LongLength length = 0;
   std::memcpy(&length, bytes, sizeof length);
   return {bytes + sizeof length, length};
 }
@@ -18,6 +28,15 @@ const char* endOf(std::string_view text) { return text.data() + text.size(); }
 
 }  // namespace
 
+std::unique_ptr<LogMessage> LogMessage::make(std::string_view file, std::string_view function, std::string_view logger,
+                                             std::string_view text) {
+  std::size_t room = roomForParameters;
+  for (const std::string_view fixed : {file, function, logger, text}) room += sizeWithLength(fixed);
+  std::unique_ptr<LogMessage> message(new (::operator new(sizeof(LogMessage) + room)) LogMessage(room));
+  message->begin(file, function, logger, text);
+  return message;
+}
+
 LogMessage& LogMessage::operator=(const LogMessage& other) {
   if (this == &other) return *this;
   level = other.level;
@@ -25,7 +44,7 @@ LogMessage& LogMessage::operator=(const LogMessage& other) {
   created = other.created;
   size_ = 0;
   makeRoom(other.size_);
-  std::memcpy(outside_ ? outside_.get() : inside_.data(), other.bytes(), other.size_);
+  std::memcpy(bytes(), other.bytes(), other.size_);
   size_ = other.size_;
   return *this;
 }
@@ -52,19 +71,28 @@ std::vector<LogParameter> LogMessage::parameters() const {
   return all;
 }
 
-std::string_view LogMessage::fixedText(Place place) const {
-  std::string_view found = textAt(bytes());
-  for (int before = static_cast<int>(place); before > 0; --before) found = textAt(endOf(found));
-  return found;
+const char* LogMessage::addressOf(Place place) const {
+  const char* at = bytes();
+  for (int before = static_cast<int>(place); before > 0; --before) at = endOf(textAt(at));
+  return at;
 }
 
+std::string_view LogMessage::fixedText(Place place) const { return textAt(addressOf(place)); }
+
 void LogMessage::put(std::string_view text) {
-  const auto length = static_cast<Length>(std::min<std::size_t>(text.size(), UINT32_MAX));
-  const std::size_t needed = size_ + sizeof length + length;
+  text = text.substr(0, UINT32_MAX);
+  const std::size_t needed = size_ + sizeWithLength(text);
   if (needed > room_) makeRoom(needed);
-  char* const to = (outside_ ? outside_.get() : inside_.data()) + size_;
-  std::memcpy(to, &length, sizeof length);
-  if (length != 0) std::memcpy(to + sizeof length, text.data(), length);
+  char* to = bytes() + size_;
+  if (text.size() < longMark) {
+    *to++ = static_cast<char>(text.size());
+  } else {
+    const auto length = static_cast<LongLength>(text.size());
+    *to++ = static_cast<char>(longMark);
+    std::memcpy(to, &length, sizeof length);
+    to += sizeof length;
+  }
+  text.copy(to, text.size());
   size_ = needed;
 }
 
@@ -78,7 +106,7 @@ void LogMessage::makeRoom(std::size_t needed) {
 }
 
 LogMessage::Reader::Reader(const LogMessage& message)
-    : at_(message.text().data() - sizeof(Length)), end_(message.bytes() + message.size_) {}
+    : at_(message.addressOf(Place::text)), end_(message.bytes() + message.size_) {}
 
 std::string_view LogMessage::Reader::next() {
   const std::string_view text = textAt(at_);

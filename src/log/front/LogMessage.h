@@ -7,19 +7,18 @@
 //
 // The message copies every text. The views that it returns stay valid until the message is changed or destroyed.
 //
-// All texts are stored in one buffer, one after another, and the buffer is part of the object as long as they fit. So a
-// usual entry takes one allocation, that of the message itself, and the thread that writes it finds all its texts on a
-// few cache lines. bench/log_bench measures what this gains (its rows `written`, `throughput` and `memory`). With a
-// std::string for each text and a std::vector of parameters, `written` takes 1,488 more instructions a message (of
-// about 4,650), `throughput` takes 1.4 times as long with one producer and 1.3 times as long with four, and `memory`
-// shows 377 instead of 281 bytes for each queued message.
+// All texts are stored in one buffer, one after another. make() allocates that buffer together with the object, so a
+// usual entry takes one allocation, and the thread that writes it finds all its texts on a few cache lines.
+// bench/log_bench shows what this gains (its row `memory`): a std::string for each text and a std::vector of parameters
+// take 377 instead of 185 bytes for each queued message.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "log/front/Level.h"
@@ -36,6 +35,11 @@ class LogMessage {
   Level level = Level::info;
   bool isFromEmitter = false;  // an emitter logged this entry while it was writing another one
   std::int64_t created = 0;    // wall clock, microseconds
+
+  // Returns a message with these four texts. The same allocation has room for about three parameters.
+  static std::unique_ptr<LogMessage> make(std::string_view file, std::string_view function, std::string_view logger,
+                                          std::string_view text);
+  static void operator delete(void* memory) { ::operator delete(memory); }  // make() allocates more than the object
 
   LogMessage() { begin("", "", "", ""); }
   LogMessage(const LogMessage& other) { *this = other; }
@@ -73,17 +77,19 @@ class LogMessage {
   // The texts that every message has, in the order in which they are stored.
   enum class Place { file, function, logger, text };
 
-  static constexpr std::size_t roomInside = 216;  // makes the object 256 bytes
+  // The object has `room` bytes behind it.
+  explicit LogMessage(std::size_t room) : room_(room) {}
 
-  const char* bytes() const { return outside_ ? outside_.get() : inside_.data(); }
+  const char* bytes() const { return outside_ ? outside_.get() : reinterpret_cast<const char*>(this + 1); }
+  char* bytes() { return const_cast<char*>(std::as_const(*this).bytes()); }
+  const char* addressOf(Place place) const;
   std::string_view fixedText(Place place) const;
   void put(std::string_view text);
   void makeRoom(std::size_t needed);
 
   std::size_t size_ = 0;
-  std::size_t room_ = roomInside;        // size of the buffer in use
-  std::unique_ptr<char[]> outside_;      // the buffer in use once inside_ has become too small
-  std::array<char, roomInside> inside_;  // each text follows its length
+  std::size_t room_ = 0;             // size of the buffer in use
+  std::unique_ptr<char[]> outside_;  // the buffer in use if the room behind the object is too small
 };
 
 }  // namespace BasicLog

@@ -110,15 +110,31 @@ TEST(LogMessage, CopyDoesNotChangeWithTheOriginal) {
   }
 }
 
-TEST(LogMessage, TextsOfUsualLengthLieInsideAnObjectOf256Bytes) {
-  LogMessage message;
-  message.begin("ProfileControl.cpp", "cmdGetProfileDetails", "ravctl", "a text of some forty bytes, as is usual");
-  message.add("path", "/etc/zuv/profiles/profile-123123/hip.conf");
-  message.add("errno", "2");
+TEST(LogMessage, UsualMessageTakesOneAllocation) {
+  const auto message = LogMessage::make("ProfileControl.cpp", "cmdGetProfileDetails", "ravctl",
+                                        "a text of some forty bytes, as is usual");
   const auto addressOf = [](const void* place) { return reinterpret_cast<std::uintptr_t>(place); };
-  EXPECT_LE(sizeof message, 256U);
-  EXPECT_GE(addressOf(message.file().data()), addressOf(&message));
-  EXPECT_LT(addressOf(message.parameters().back().value.data()), addressOf(&message + 1));
+  message->add("path", "/etc/zuv/profiles/profile-123123/hip.conf");
+  message->add("errno", "2");
+  EXPECT_EQ(addressOf(message->file().data()), addressOf(message.get() + 1) + 1) << "the length takes one byte";
+  EXPECT_EQ(textsOf(*message),
+            Texts({"ProfileControl.cpp", "cmdGetProfileDetails", "ravctl", "a text of some forty bytes, as is usual",
+                   "path", "/etc/zuv/profiles/profile-123123/hip.conf", "errno", "2"}));
+}
+
+TEST(LogMessage, MadeMessageGrowsBeyondItsRoomAndCanBeCopied) {
+  for (std::size_t length = 0; length < 600; ++length) {
+    const std::string text(length, 'x');
+    const auto message = LogMessage::make(text, "g", text, "t");
+    message->add(text, "value");
+    message->add("key", text);
+    const LogMessage copy(*message);
+    const Texts expected = {text, "g", text, "t", text, "value", "key", text};
+    ASSERT_EQ(textsOf(*message), expected) << length;
+    ASSERT_EQ(textsOf(copy), expected) << length;
+    message->begin("a", "b", "c", text);
+    ASSERT_EQ(textsOf(*message), Texts({"a", "b", "c", text})) << length;
+  }
 }
 
 }  // namespace

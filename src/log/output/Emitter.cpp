@@ -1,7 +1,7 @@
 #include "log/output/Emitter.h"
 
 #include <algorithm>
-#include <cstddef>
+#include "base/text/StringUtils.h"
 
 namespace BasicLog {
 namespace {
@@ -23,18 +23,14 @@ void Emitter::emit(const LogMessage& message) {
   write(message.level, header, formatBody(message));
 }
 
-void appendSanitisedLine(std::string& text, std::string_view header, std::string_view body) {
-  const std::size_t at = text.size();
-  text.reserve(at + header.size() + body.size() + 2);
-  text.append(header).append(1, ' ').append(body);
-  const auto line = text.begin() + static_cast<std::ptrdiff_t>(at);
-  const auto first = std::find_if(line, text.end(), [](char c) { return sanitised(c) != c; });
-  std::transform(first, text.end(), first, sanitised);
+void sanitise(std::string& line) {
+  const auto first = std::find_if(line.begin(), line.end(), [](char c) { return sanitised(c) != c; });
+  std::transform(first, line.end(), first, sanitised);
 }
 
 std::string sanitisedLine(std::string_view header, std::string_view body) {
-  std::string line;
-  appendSanitisedLine(line, header, body);
+  std::string line = StringUtils::concatenate({header, " ", body});
+  sanitise(line);
   return line;
 }
 

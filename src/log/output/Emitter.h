@@ -46,10 +46,9 @@ class FileEmitterInterface {
   virtual std::string currentFileName() const = 0;
 };
 
-// Returns header, blank and body as one line without a newline at its end. Each byte below 32 becomes a blank, and each
-// byte above 126 becomes "?".
+// Replaces each byte below 32 by a blank, and each byte above 126 by "?".
+void sanitise(std::string& line);
+// Returns header, blank and body as one sanitised line without a newline at its end.
 std::string sanitisedLine(std::string_view header, std::string_view body);
-// Appends the same line to `text`.
-void appendSanitisedLine(std::string& text, std::string_view header, std::string_view body);
 
 }  // namespace BasicLog

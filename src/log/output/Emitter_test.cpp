@@ -135,10 +135,10 @@ TEST(SanitisedLine, ReplacingAByteLeavesItsNeighboursUnchanged) {
   }
 }
 
-TEST(SanitisedLine, AppendLeavesTheExistingTextUnchanged) {
-  std::string text = "first\n";
-  appendSanitisedLine(text, "[a\n]", "b\xe9");
-  EXPECT_EQ(text, "first\n[a ] b?");
+TEST(SanitisedLine, SanitiseReplacesEveryByteOfTheText) {
+  std::string text = "first\n[a\n] b\xe9";
+  sanitise(text);
+  EXPECT_EQ(text, "first [a ] b?");
 }
 
 // --- The emitters without files

@@ -24,7 +24,7 @@ constexpr std::size_t backlog = 1'024;
 // Marks the calling thread as one that passes a batch to the emitters.
 class EmittingScope {
  public:
-  explicit EmittingScope(std::int64_t localOffset) { BasicLog::emitContext() = {true, false, localOffset}; }
+  EmittingScope() { BasicLog::emitContext().isEmitting = true; }
   ~EmittingScope() { BasicLog::emitContext() = {}; }
   EmittingScope(const EmittingScope&) = delete;
   EmittingScope& operator=(const EmittingScope&) = delete;
@@ -131,7 +131,7 @@ std::size_t LogOutput::drainBatch() {
   std::array<std::unique_ptr<const LogMessage>, batchLimit> batch;
   const std::size_t count = queue_.popMany(batch);
   if (count == 0) return 0;
-  const EmittingScope scope(zoneOffset_.micros());
+  const EmittingScope scope;
   for (std::size_t i = 0; i < count; ++i) emit(*batch[i]);
   forgetRemovedEmitters();
   return count;

@@ -13,7 +13,7 @@
 #include "base/system/RawWrite.h"
 #include "base/text/StringUtils.h"
 #include "base/text/TimeUtils.h"
-#include "log/output/Emitter.h"
+#include "log/front/BasicLog.h"
 
 namespace {
 
@@ -86,12 +86,9 @@ bool RotatedFile::openFile() {
   return fd_.isOpen();
 }
 
-void RotatedFile::append(std::string_view header, std::string_view body) {
+void RotatedFile::append(std::string_view line) {
   if (!hasPeriod_ || !hasValidInterval() || !openFile()) return;
-  line_.clear();
-  BasicLog::appendSanitisedLine(line_, header, body);
-  line_ += '\n';
-  if (!writeFully(fd_.get(), line_)) closeFile();
+  if (!writeFully(fd_.get(), line)) closeFile();
 }
 
 // --- Old files

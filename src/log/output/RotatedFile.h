@@ -5,7 +5,7 @@
 //   file.prefix = "app-";
 //   file.directory = "/var/log/app";
 //   if (file.enterPeriod(ticks)) scrub_old_files(file.directory, file.prefix, now);
-//   file.append("[INFO]", "started");                    // into /var/log/app/app-20250302-13.log
+//   file.append("[INFO] started\n");                     // into /var/log/app/app-20250302-13.log
 //
 // Periods: a period begins at a multiple of the interval in local ticks (see TimeUtils.h).
 // Names: the name of a file contains the start of its period, to the day if the interval is one day, to the hour if it
@@ -37,10 +37,10 @@ class RotatedFile {
   // nothing.
   bool enterPeriod(std::int64_t localTicks);
 
-  // Writes header, blank and body as one sanitised line (see Emitter.h) to the file of the period, without a buffer.
-  // Opens the file if it is not open. If the line cannot be written, it is lost and the file is closed, so that the
-  // next line opens it again. Writes nothing before the first period and while the interval is invalid.
-  void append(std::string_view header, std::string_view body);
+  // Writes a line, which includes its newline, to the file of the period, without a buffer. Opens the file if it is not
+  // open. If the line cannot be written, it is lost and the file is closed, so that the next line opens it again.
+  // Writes nothing before the first period and while the interval is invalid.
+  void append(std::string_view line);
 
   // Returns the name of the open file without its directory, or an empty text if no file is open.
   const std::string& fileName() const { return fileName_; }
@@ -53,7 +53,6 @@ class RotatedFile {
   std::int64_t periodStart_ = 0;  // local ticks
   UniqueFd fd_;
   std::string fileName_;
-  std::string line_;  // kept from line to line for its memory
 };
 
 // Removes every regular file of the directory whose name begins with `prefix` and whose modification time, in whole

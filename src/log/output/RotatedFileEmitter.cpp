@@ -1,5 +1,7 @@
 #include "log/output/RotatedFileEmitter.h"
 
+#include <typeinfo>
+
 #include "log/front/EmitContext.h"
 
 using zuvsvc::ConfigResult;
@@ -28,10 +30,20 @@ void* RotatedFileEmitterActor::getInterface(std::string_view wanted) {
   return EmitterActor::getInterface(wanted);
 }
 
-bool RotatedFileEmitterActor::appendInSamePeriod(const std::string& header, const std::string& body, std::int64_t now) {
+template <typename Render>
+void RotatedFileEmitterActor::append(Render render) {
+  line_.clear();
+  render(line_);
+  BasicLog::sanitise(line_);
+  line_ += '\n';
+  file_.append(line_);
+}
+
+template <typename Render>
+bool RotatedFileEmitterActor::appendInSamePeriod(Render render, std::int64_t now) {
   const ScopedLock lock(mutex_);
   if (file_.enterPeriod(BasicLog::localTicks(now))) return false;
-  file_.append(header, body);
+  append(render);
   return true;
 }
 
@@ -48,12 +60,26 @@ void RotatedFileEmitterActor::scrub(std::int64_t now) {
   scrub_old_files(directory, prefix, now);
 }
 
-void RotatedFileEmitterActor::write(BasicLog::Level, const std::string& header, const std::string& body) {
+template <typename Render>
+void RotatedFileEmitterActor::writeEntry(Render render) {
   const std::int64_t now = clock_();
-  if (appendInSamePeriod(header, body, now)) return;
+  if (appendInSamePeriod(render, now)) return;
   scrub(now);
   const ScopedLock lock(mutex_);
-  file_.append(header, body);
+  append(render);
+}
+
+void RotatedFileEmitterActor::emit(const BasicLog::LogMessage& message) {
+  // The header of an invalid level logs an error, and nothing may log while the emitter is locked.
+  if (typeid(*this) != typeid(RotatedFileEmitterActor) || !BasicLog::isValid(message.level)) {
+    Emitter::emit(message);
+    return;
+  }
+  writeEntry([&](std::string& line) { BasicLog::appendTextLine(line, message); });
+}
+
+void RotatedFileEmitterActor::write(BasicLog::Level, const std::string& header, const std::string& body) {
+  writeEntry([&](std::string& line) { line.append(header).append(1, ' ').append(body); });
 }
 
 std::string RotatedFileEmitterActor::currentFileName() const {

@@ -25,17 +25,29 @@ class RotatedFileEmitterActor : public EmitterActor, public BasicLog::FileEmitte
   bool verifyConfig() override;
   void* getInterface(std::string_view wanted) override;
 
+  // Does what Emitter::emit does. Unless a subclass may render differently, it renders into one text and keeps its
+  // memory: with Emitter::emit the output thread takes 980 instead of 840 ns for an entry, of which 600 ns are
+  // write(2).
+  void emit(const BasicLog::LogMessage& message) override;
   void write(BasicLog::Level level, const std::string& header, const std::string& body) override;
   const char* name() const override { return "RotatedFileEmitter"; }
 
   std::string currentFileName() const override;
 
  private:
-  // Returns false if the entry is the first of its period. Then the entry has not been written yet.
-  bool appendInSamePeriod(const std::string& header, const std::string& body, std::int64_t now);
+  // Each calls render(line) to append the text of an entry. appendInSamePeriod returns false, and has written nothing,
+  // if the entry is the first of its period. All three call it with the lock held, so it must not log.
+  // append() requires the lock.
+  template <typename Render>
+  void writeEntry(Render render);
+  template <typename Render>
+  bool appendInSamePeriod(Render render, std::int64_t now);
+  template <typename Render>
+  void append(Render render);
   void scrub(std::int64_t now);
 
   const Clock clock_;
   mutable PortableMutex mutex_;
   RotatedFile file_;
+  std::string line_;  // kept from entry to entry for its memory
 };

@@ -83,6 +83,40 @@ class RotatedFileTest : public HostTest {
   Other emitter_;
 };
 
+// --- Emitting
+
+TEST_F(RotatedFileTest, EmittedMessageIsRenderedSanitisedAndWrittenInEveryPeriod) {
+  RotatedFileEmitterActor emitter({"file_emitter", "x"}, testClock);
+  configure(emitter, "1 hour", "app-", kLogs);
+  LogMessage message;
+  message.created = at("2025-03-02T13:04:59") + 7;
+  message.begin("f", "g", "l", "two\nlines");
+  message.add("key", "\xe9");
+  emitter.emit(message);
+  EXPECT_EQ(content(), "[INFO 2025-03-02 13:04:59.000007] two lines: key=?\n") << "the first entry of a period";
+  message.begin("f", "g", "l", "short");
+  emitter.emit(message);
+  EXPECT_EQ(content(), "[INFO 2025-03-02 13:04:59.000007] two lines: key=?\n[INFO 2025-03-02 13:04:59.000007] short\n");
+  EXPECT_THAT(logged_.lines, IsEmpty());
+}
+
+TEST_F(RotatedFileTest, MessageWithAnInvalidLevelIsReportedWhileTheEmitterIsNotLocked) {
+  static RotatedFileEmitterActor* used = nullptr;
+  RotatedFileEmitterActor emitter({"file_emitter", "x"}, testClock);
+  configure(emitter, "1 hour", "app-", kLogs);
+  used = &emitter;
+  class Asker : public LogMessageProcessor {
+    void process(std::unique_ptr<const LogMessage>&) override { (void)used->currentFileName(); }
+  };
+  setSyncProcessor(new Asker);
+  LogMessage message;
+  message.level = static_cast<Level>(99);
+  message.created = at("2025-03-02T13:05:00");
+  message.begin("f", "g", "l", "odd");
+  emitter.emit(message);
+  EXPECT_EQ(content(), "[<log level> 2025-03-02 13:05:00.000000] odd\n");
+}
+
 // --- Names and periods
 
 TEST_F(RotatedFileTest, HourlyFileChangesWithTheHourEvenIfTheClockIsSetBack) {
