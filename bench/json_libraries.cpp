@@ -11,6 +11,8 @@
 // The libraries take turns in each round and the best round of each counts, so that a busy machine slows down all of
 // them equally. A ratio is our speed divided by theirs. With --brief the documents are small and the figures mean
 // nothing. The program says which libraries it leaves out because their Debian packages are not installed.
+#include <malloc.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -246,6 +248,28 @@ std::vector<Times> measure(const Document& document, int rounds) {
   return best;
 }
 
+// The memory that the tree of a large document takes, in bytes, as the allocator counts it.
+double memoryOf(const Library& library, const Document& document) {
+  const auto used = [] {
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+  };
+  const std::size_t before = used();
+  void* tree = library.parse(document.text);
+  const std::size_t after = used();
+  library.release(tree);
+  return static_cast<double>(after - before);
+}
+
+void reportMemory(const Document& document) {
+  std::printf("  tree  %-20s", document.name.c_str());
+  for (const Library& library : libraries) {
+    std::printf("%s %s %.1f", &library == libraries ? "" : " |", library.name,
+                memoryOf(library, document) / static_cast<double>(document.text.size()));
+  }
+  std::puts(" bytes of memory a byte of text");
+}
+
 // Prints one line: our speed, then the speed of each other library and the ratio. Returns the number of missed bars.
 int report(const char* what, const Document& document, const std::vector<Times>& best, double Times::*time,
            double Library::*bar) {
@@ -275,6 +299,7 @@ int main(int count, char** words) {
     const std::vector<Times> best = measure(document, brief ? 1 : 7);
     missed += report("parse", document, best, &Times::parse, &Library::parseBar);
     missed += report("print", document, best, &Times::print, &Library::printBar);
+    if (document.timesARound == 1) reportMemory(document);
   }
   std::printf("  bars (more than %.1f, of RapidJSON's parsing at least %.1f; best of rounds): %s\n", ahead, closeBehind,
               missed == 0 ? "met" : (std::to_string(missed) + " missed").c_str());

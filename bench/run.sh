@@ -176,7 +176,7 @@ if [ -x "$bench/json_bench" ]; then
       $1 == "\"" family "/100000_median\"" { printf "%.2f", $4 / small }' "$log"
   }
   figure "building" "$(how_it_grows BuildObject)" 11
-  say "  finding every member: $(how_it_grows FindEveryMember)"
+  figure "finding every member" "$(how_it_grows FindEveryMember)" 13
   say "  parsing: $(how_it_grows ParseObject)"
   say "  writing: $(how_it_grows WriteObject)"
 else
@@ -185,7 +185,12 @@ fi
 
 if [ -x "$bench/queue_bench" ]; then
   say "The pointer queue, its time by that of std::deque"
-  "$bench/queue_bench" ${brief:+--brief} | sed 's/^/  /'
+  "$bench/queue_bench" ${brief:+--brief} >"$log"
+  sed 's/^/  /' "$log"
+  # time_of WAY: prints the ratio of that way of use.
+  time_of() { awk -v way="$1" '$1 == way { print $2 }' "$log"; }
+  figure "filled and then drained" "$(time_of fill-and-drain)" 0.95
+  figure "emptied after every push" "$(time_of emptied-each-time)" 1.3
 fi
 
 [ ! -x "$bench/log_bench" ] || sh "${self%/*}/log.sh" ${brief:+--brief} "$build"
