@@ -99,6 +99,15 @@ TEST_F(DevPackagesTest, AsksNothingWhenNoPackageIsMissing) {
   EXPECT_EQ(outcome.exitStatus, 0);
 }
 
+// dpkg-buildpackage demands build-essential, although debian/control does not name it.
+TEST_F(DevPackagesTest, PackageInstallsBuildEssential) {
+  host::installScript("/tmp/checkout/tools/package.sh", "echo packed\n");
+  const Outcome outcome = runProgram({"/bin/sh", "./dev", "package"}, inCheckout());
+  EXPECT_EQ(outcome.exitStatus, 0) << outcome.err;
+  EXPECT_THAT(outcome.out, HasSubstr("\npacked\n"));
+  EXPECT_THAT(host::readFile(kCalls), HasSubstr(" build-essential "));
+}
+
 TEST_F(DevPackagesTest, StopsWhenAptGetFails) {
   host::installScript("/tmp/bin/apt-get", "exit 100\n");
   const Outcome outcome = runDev();
