@@ -15,6 +15,7 @@ std::set<std::string> wordsOf(const std::string& text) {
 void readRule(const std::string& line, Policy* policy) {
   static const std::regex capability("capability ([a-z_]+),");
   static const std::regex network("network ([a-z]+ [a-z]+),");
+  static const std::regex process("((?:signal|ptrace) .*),");
   static const std::regex file("(/[^ ]*) ([a-zA-Z]+)( -> [a-z]+)?,");
   static const std::regex ignored("include .*");
   std::smatch parts;
@@ -22,6 +23,8 @@ void readRule(const std::string& line, Policy* policy) {
     policy->capabilities.insert(parts[1]);
   } else if (std::regex_match(line, parts, network)) {
     policy->networks.insert(parts[1]);
+  } else if (std::regex_match(line, parts, process)) {
+    policy->processes.insert(parts[1]);
   } else if (std::regex_match(line, parts, file)) {
     policy->files.push_back({line, std::regex(expressionOf(parts[1])), parts[2]});
   } else if (!std::regex_match(line, ignored)) {
@@ -36,7 +39,7 @@ bool Policy::allows(const Use& use) const {
 }
 
 Policy readPolicy(const std::string& text, const std::string& name) {
-  static const std::regex head("profile ([a-z]+) .*flags=\\(([a-z, ]*)\\) \\{");
+  static const std::regex head("profile ([a-z]+)(?: /[^ ]*)?(?: flags=\\(([a-z, ]+)\\))? \\{");
   Policy policy;
   std::vector<std::string> profiles;  // that are open, the outer one first
   std::istringstream in(text);

@@ -1,5 +1,6 @@
 // Policy: reads an AppArmor profile and answers what it allows. It knows the forms of rules that the profile of ravctl
-// uses, and no others: capabilities, networks, and files with letters behind their path.
+// uses, and no others: capabilities, networks, signals, ptrace, and files with letters behind their
+// path.
 //
 //   const Policy policy = readPolicy(text, "ravctl");
 //   EXPECT_TRUE(policy.unread.empty());
@@ -31,7 +32,8 @@ struct FileRule {
 struct Policy {
   std::set<std::string> flags;
   std::set<std::string> capabilities;
-  std::set<std::string> networks;  // "netlink raw"
+  std::set<std::string> networks;   // "netlink raw"
+  std::set<std::string> processes;  // "ptrace (readby)" and the like for signals, whole but for the comma
   std::vector<FileRule> files;
   std::vector<std::string> unread;  // lines in the braces that are none of these
 
@@ -41,6 +43,7 @@ struct Policy {
 // Reads the profile of that name. It may be inside another one. Comments and includes are left out.
 Policy readPolicy(const std::string& text, const std::string& name);
 
-// Returns the regular expression for a path of a profile: * stands for any part of a name, ** for any part of a path,
-// and {a,b} for one of its parts. A star that is all that follows a slash stands for at least one letter.
+// Returns a regular expression that matches the same paths as a path of a profile. In the latter, * matches any text
+// without a slash, ** matches any text, and {a,b} matches a or b. Stars that are a whole name, as in /a/* and /a/*/b,
+// match at least one character.
 std::string expressionOf(const std::string& glob);

@@ -8,8 +8,8 @@
 
 namespace {
 
-// What AppArmor asks for when a program makes the call: the letters for its first and its second file. It always allows
-// to look at a file (stat) and at its attributes.
+// What AppArmor asks for when a program makes the call: the letters for its first and its second file. It denies
+// neither stat nor the reading of extended attributes.
 struct CallRow {
   const char* name;
   const char* first = "";
@@ -131,7 +131,7 @@ class Reader {
     const bool isMade = has(line, "O_CREAT") || has(line, "O_TRUNC");
     const bool writes = has(line, "O_WRONLY") || has(line, "O_RDWR") || isMade;
     const std::string letters = std::string(has(line, "O_WRONLY") ? "" : "r") + (writes ? "w" : "");
-    // Of an open that succeeded the last file is the descriptor, with the path behind all links.
+    // If the open succeeded, the last file is its descriptor, with the path behind all links.
     if (has(line, "O_DIRECTORY")) folders_.insert(files.back());
     noteFile(files.back(), letters);
   }

@@ -19,7 +19,7 @@ struct Uses {
 constexpr const char* kTracedCalls =
     "trace=%file,%network,flock,fcntl,ftruncate,fallocate,fchmod,fchown,kill,tkill,tgkill,ptrace";
 
-// Reads the output of `strace -ff -y` for one process. A process that executes `program` counts from there on, any
-// other one, which is a child of the program, from its start. Both count until they execute the next program. `folders`
-// are the directories that exist before the run.
+// Reads the output of `strace -ff -y` for one process. The calls of a process that executes `program` count from then
+// on. Any other process is a child of the program, and its calls count from its start. In both cases the last call that
+// counts is the one that executes the next program. `folders` are the directories that exist before the run.
 Uses usesOf(const std::string& trace, const std::string& program, std::set<std::string> folders);

@@ -84,7 +84,7 @@ std::string described(const Use& use) { return use.path + " " + use.letter; }
 class AppArmorTest : public HostTest {
  protected:
   const Policy policy_ = readPolicy(host::readFile(kProfile), "ravctl");
-  // Of the shell that runs the bundle script.
+  // The rules for the shell that runs the bundle script.
   const Policy shell_ = readPolicy(host::readFile(kProfile), "shell");
 };
 
@@ -137,6 +137,12 @@ TEST_F(AppArmorTest, TheProfileComplainsAndHasNoRuleThatTheTestsCannotRead) {
     EXPECT_THAT(policy.unread, IsEmpty());
     EXPECT_FALSE(policy.files.empty());
   }
+}
+
+// The traces show no call that signals or traces a process: each would be an unknown call there.
+TEST_F(AppArmorTest, OthersMayKillAndTraceTheProgramAndItSignalsOnlyItself) {
+  EXPECT_THAT(policy_.processes, ElementsAre("ptrace (readby)", "ptrace (tracedby)", "signal (receive) peer=unconfined",
+                                             "signal (receive, send) set=(\"exists\")", "signal peer=@{profile_name}"));
 }
 
 // --- Capabilities
@@ -228,7 +234,7 @@ TEST(AppArmorPolicy, APathOutsideTheProfileIsReported) {
   EXPECT_THAT(uses.unknown, ElementsAre("kill(1, SIGTERM) = 0"));
   const std::string profile =
       "profile x /x flags=(complain) {\n  /srv/* r,\n  /srv/ w,\n  mount,\n"
-      "  profile y flags=() {\n  /srv/* w,\n  }\n}\nprofile z /z flags=(complain) {\n  /srv/d/b r,\n}\n";
+      "  profile y {\n  /srv/* w,\n  }\n}\nprofile z /z flags=(complain) {\n  /srv/d/b r,\n}\n";
   const Policy policy = readPolicy(profile, "x");
   EXPECT_TRUE(policy.allows({"/srv/a", 'r'}));
   EXPECT_FALSE(policy.allows({"/srv/a", 'w'}));
@@ -273,6 +279,27 @@ TEST_F(AppArmorParserTest, AcceptsTheProfileInComplainMode) {
   std::string broken = text;
   broken.replace(broken.find("/dev/null rw"), 12, "/dev/null rq");
   EXPECT_NE(parse(broken, "-Q").exitStatus, 0) << "the parser accepts anything";
+}
+
+TEST_F(AppArmorParserTest, AcceptsTheProfileThatTheCommandInItsFirstLinesEnforces) {
+  const std::string text = host::readFile(kProfile);
+  const std::string installed = "/etc/apparmor.d/usr.bin.ravctl";
+  host::makeDirs("/etc/apparmor.d");
+  host::writeFile(installed, text);
+  std::smatch command;
+  ASSERT_TRUE(std::regex_search(text, command, std::regex("\n#   (sed [^\n]*)\n")));
+  const Outcome edited = runProgram({"/bin/sh", "-c", command[1]});
+  EXPECT_EQ(edited.exitStatus, 0) << edited.err;
+  const std::string enforced = host::readFile(installed);
+  for (const char* name : {"ravctl", "shell"}) {
+    const Policy policy = readPolicy(enforced, name);
+    EXPECT_THAT(policy.flags, IsEmpty());
+    EXPECT_FALSE(policy.files.empty());
+  }
+  const Outcome accepted = parse(enforced, "-Q");
+  EXPECT_EQ(accepted.exitStatus, 0);
+  EXPECT_EQ(accepted.out + accepted.err, "");
+  EXPECT_EQ(parse(enforced, "-N").out, "ravctl\nravctl//shell\n");
 }
 
 }  // namespace
