@@ -27,14 +27,14 @@ packages() {
     owner=$(dpkg-query -S "$file") || die "no package owns $file, which is part of the program"
     # shellcheck disable=SC2016 # dpkg-query expands them
     dpkg-query -W -f '${Package} ${Version} ${source:Package} ${source:Version}\n' "${owner%%: *}"
-  done >"$found" # a pipe would hide a failure
-  [ -s "$found" ] || die "$1 names no file of a package"
-  LC_ALL=C sort -u "$found"
+  done >"$work/found" # a pipe would hide a failure
+  [ -s "$work/found" ] || die "$1 names no file of a package"
+  LC_ALL=C sort -u "$work/found"
 }
 
 sources() {
-  packages "$1" >"$found.packages"
-  awk '{ print $3 " (= " $4 ")" }' "$found.packages" | LC_ALL=C sort -u | paste -s -d , | sed 's/,/, /g'
+  packages "$1" >"$work/packages"
+  awk '{ print $3 " (= " $4 ")" }' "$work/packages" | LC_ALL=C sort -u | paste -s -d , | sed 's/,/, /g'
 }
 
 # license_of SOURCE: the licence that the source package declares for its libraries.
@@ -48,12 +48,12 @@ license_of() {
 
 field() { dpkg-deb -f "$package" "$1"; }
 
-# purl NAME VERSION: the package URL of a package of Debian. The two characters of a version that it encodes are + and :.
-purl() { say "pkg:deb/debian/$1@$(say "$2" | sed 's/+/%2B/g; s/:/%3A/g')?arch=$architecture"; }
+# purl NAME VERSION: the package URL of a package of Debian. Of the characters in names and versions it encodes only +.
+purl() { say "pkg:deb/debian/$1@$2?arch=$architecture" | sed 's/+/%2B/g'; }
 
 spdx() {
   map=$1 package=$2
-  packages "$map" >"$found.packages"
+  packages "$map" >"$work/packages"
   name=$(field Package) version=$(field Version) architecture=$(field Architecture)
   sum=$(sha256sum "$package" | cut -d ' ' -f 1)
   cat <<TEXT
@@ -74,7 +74,7 @@ PackageSupplier: Organization: The ravctl developers
 PackageDownloadLocation: NOASSERTION
 FilesAnalyzed: false
 PackageChecksum: SHA256: $sum
-PackageLicenseConcluded: MIT
+PackageLicenseConcluded: NOASSERTION
 PackageLicenseDeclared: MIT
 PackageCopyrightText: <text>2026 The ravctl developers</text>
 PrimaryPackagePurpose: APPLICATION
@@ -98,12 +98,12 @@ PrimaryPackagePurpose: LIBRARY
 ExternalRef: PACKAGE-MANAGER purl $(purl "$linked" "$its")
 Relationship: SPDXRef-$name STATIC_LINK $id
 TEXT
-  done <"$found.packages"
+  done <"$work/packages"
 }
 
 if asks_for_help "$@"; then usage && exit; fi
 case ${1-}:$# in packages:2 | sources:2 | spdx:3) ;; *) usage >&2 && exit 2 ;; esac
 [ -r "$2" ] || die "$2 cannot be read"
-found=$(mktemp)
-trap 'rm -f "$found" "$found.packages"' EXIT
+work=$(mktemp -d)
+trap 'rm -rf --one-file-system "$work"' EXIT
 "$@"

@@ -59,6 +59,9 @@ logged() {
   "$@" >"$log" 2>&1 || { tail -n 40 "$log" && false; }
 }
 
+# The checkout may belong to another user than the one who packs it.
+git() { command git -c safe.directory="$PWD" "$@"; }
+
 # copy_to FOLDER: copies the files of the checkout without the builds.
 copy_to() {
   mkdir -p "$1"
@@ -76,11 +79,12 @@ one_version() {
     [ "$(sed -n 's/^Version: *//p' packaging/ravctl.spec)" = "$upstream" ]
 }
 
-# Makes the archive of the sources, without debian/. Its bytes depend on the files alone.
+# source_archive FOLDER ARCHIVE: archives the copy of the sources in a folder, without debian/. The bytes of the archive
+# depend on the files alone.
 source_archive() {
-  tar -C "$work/source" -c --sort=name --format=gnu --owner=0 --group=0 --numeric-owner --mode=u+rwX,go=rX \
+  tar -C "$1" -c --sort=name --format=gnu --owner=0 --group=0 --numeric-owner --mode=u+rwX,go=rX \
     --mtime="@$SOURCE_DATE_EPOCH" --exclude="ravctl-$upstream/debian" "ravctl-$upstream" >"$work/source.tar" &&
-    xz -T1 -c "$work/source.tar" >"$out/ravctl_$upstream.orig.tar.xz"
+    xz -T1 -c "$work/source.tar" >"$2"
 }
 
 source_package() {
@@ -95,7 +99,13 @@ unpack_source() {
 }
 
 sources_are_the_checkout() {
-  copy_to "$work/checkout" && diff -r -x .pc "$work/checkout" "$work/a/ravctl"
+  copy_to "$work/checkout/ravctl-$upstream" && diff -r -x .pc "$work/checkout/ravctl-$upstream" "$work/a/ravctl"
+}
+
+# Archives a copy whose files have other times, and modes that allow less to others.
+same_source_archive() {
+  chmod -R go= "$work/checkout" && find "$work/checkout" -exec touch {} + &&
+    source_archive "$work/checkout" "$work/again.tar.xz" && cmp "$work/again.tar.xz" "$out/ravctl_$upstream.orig.tar.xz"
 }
 
 # ---- Debian's package ----
@@ -123,9 +133,11 @@ lintian_is_silent() {
   [ "$ended" -eq 0 ] && [ ! -s "$work/lintian.log" ]
 }
 
-ships_nothing_below_etc() {
+# Services are below /lib or /usr/lib. A script of the package that could start one would be beside the file `control`.
+no_file_below_etc_and_no_service() {
   paths "$work/unpacked" >"$work/paths" && grep -qx ./usr/bin/ravctl "$work/paths" &&
-    ! grep -E '^\./(etc|lib|var|usr/lib)/' "$work/paths"
+    ! grep -E '^\./(etc|lib|var|usr/lib)/' "$work/paths" &&
+    [ "$(dpkg-deb --ctrl-tarfile "$out/$package" | tar -t | sort | paste -s -d ' ')" = './ ./control ./md5sums' ]
 }
 
 every_program_has_its_manual() (
@@ -176,11 +188,15 @@ names_what_is_linked() {
   [ "$(say "$1" | sed 's/, /\n/g')" = "$(linked_libraries | cut -d ' ' -f 3- | LC_ALL=C sort -u)" ]
 }
 
-# spdx_is_true FILE: it names exactly these packages, with the versions of dpkg, and the checksum of our package.
+# spdx_is_true FILE: it names exactly these packages, with the versions of dpkg and with package URLs that encode + as
+# %2B, and the checksum of our package.
 spdx_is_true() {
   [ "$(head -n 1 "$1")" = 'SPDXVersion: SPDX-2.3' ] &&
     [ "$(awk '/^PackageName: / { name = $2 } /^PackageVersion: / { print name, $2 }' "$1" | sort)" = \
       "$({ say "ravctl $version" && linked_libraries | cut -d ' ' -f 1,2; } | sort -u)" ] &&
+    ! grep '^ExternalRef: .*+' "$1" &&
+    [ "$(sed -n 's/%2B/+/g; s/^ExternalRef: PACKAGE-MANAGER purl //p' "$1" | sort)" = \
+      "$(linked_libraries | sed "s|\([^ ]*\) \([^ ]*\) .*|pkg:deb/debian/\1@\2?arch=$architecture|" | sort -u)" ] &&
     grep -qx "PackageChecksum: SHA256: $(sha256sum "$out/$package" | cut -d ' ' -f 1)" "$1" &&
     [ "$(grep -c '^Relationship: SPDXRef-ravctl STATIC_LINK ' "$1")" = "$(linked_libraries | sort -u | wc -l)" ]
 }
@@ -385,16 +401,17 @@ rm -rf --one-file-system "$work"
 mkdir -p "$out"
 copy_to "$work/source/ravctl-$upstream"
 verdict 'all recipes name the same version' one_version
-needed 'the archive of the sources is made' source_archive
+needed 'the archive of the sources is made' source_archive "$work/source" "$out/ravctl_$upstream.orig.tar.xz"
 needed 'the source package builds' logged source source_package
 verdict 'it holds the files of the checkout' sources_are_the_checkout
+verdict 'another copy of the sources makes an archive with the same bytes' same_source_archive
 needed 'the package builds from it' logged build-a build_package "$work/a/ravctl"
 needed 'it builds in another folder' logged build-b build_package "$work/b/other/folder"
-needed 'the files to publish are there' publish
+needed 'the files to publish are copied' publish
 verdict 'both builds have the same bytes' cmp "$work/a/$package" "$work/b/other/$package"
 verdict 'lintian finds nothing in the source package and the package' lintian_is_silent
 dpkg -x "$work/a/$package" "$work/unpacked"
-verdict 'nothing of it lies below /etc or starts a service' ships_nothing_below_etc
+verdict 'the package has no file below /etc and starts no service' no_file_below_etc_and_no_service
 verdict 'every program has a manual' every_program_has_its_manual
 verdict 'the scripts have the completions of ravctl' scripts_have_completions
 verdict 'the debug symbols are those of the program' symbols_fit
@@ -402,7 +419,7 @@ verdict 'Static-Built-Using names the sources of what is linked in' \
   names_what_is_linked "$(dpkg-deb -f "$out/$package" Static-Built-Using)"
 sh tools/linked.sh spdx "$work"/a/ravctl/obj-*/ravctl.map "$out/$package" >"$out/$linked" || failed=$((failed + 1))
 verdict 'the SPDX text names what is linked in, with the versions of dpkg' spdx_is_true "$out/$linked"
-verdict 'a wrong version in both is noticed' a_wrong_version_is_noticed
+verdict 'these checks of Static-Built-Using and of the SPDX text notice a wrong version' a_wrong_version_is_noticed
 verdict 'CPack makes an archive and nothing else' logged cpack archive "$work/a/ravctl" "$work/cpack"
 archive=$(cd "$work/cpack" && echo ravctl-*.tar.gz)
 cp "$work/cpack/$archive" "$out/"
@@ -413,8 +430,8 @@ verdict 'rpmlint finds nothing' rpmlint_is_silent
 verdict 'package, archive, RPM and cmake --install hold the same files' all_hold_the_same
 [ -n "$brief" ] || verdict 'the RPM holds the same bytes if it is built in another folder' same_rpm_elsewhere
 sum_up
-verdict 'every file that a .changes names is there, with its sum' changes_are_whole
-verdict 'there is one package of Debian, and its debug symbols' one_package_of_debian
+verdict 'every file that a .changes names was published, with its sum' changes_are_whole
+verdict 'one package of Debian was published, with its debug symbols' one_package_of_debian
 verdict 'SHA256SUMS covers everything' sums_cover_everything
 needed 'the next version builds' logged next upgraded "$work/b/other/folder"
 needed 'the next RPM builds' logged next-rpm upgraded_rpm
