@@ -1,0 +1,204 @@
+"""A small model of a file system: names, types, modes, owners, bytes and links, and the rules by which they open.
+
+It holds a whole host in memory. A path is walked one component at a time, so that every link on the way is seen. Only
+what the model of the store needs exists here.
+"""
+
+import errno
+
+FILE, DIRECTORY, LINK, FIFO, NULL = "file", "directory", "link", "fifo", "null"
+
+
+class Refused(Exception):
+    """A system call that fails with `errno`."""
+
+    def __init__(self, number):
+        super().__init__(errno.errorcode[number])
+        self.errno = number
+
+
+class Node:
+    """One inode. `data` are the bytes of a file or the text of a link; `entries` are the names of a directory."""
+
+    def __init__(self, kind, mode=0o644, uid=0, gid=0, data=b"", entries=None):
+        self.kind, self.mode, self.uid, self.gid, self.data = kind, mode, uid, gid, data
+        self.entries = {} if entries is None else entries
+
+
+class Found:
+    """The result of a walk: the last directory, the name in it, the node (None if it is missing), and each link that
+    was followed with the directory that holds the link."""
+
+    def __init__(self, directory, name, node, links):
+        self.directory, self.name, self.node, self.links = directory, name, node, links
+
+
+class Files:
+    def __init__(self, top, uid, gid):
+        self.top, self.uid, self.gid = top, uid, gid
+
+    # Rights ----------------------------------------------------------------------------------------------------------
+
+    def may(self, node, bits):
+        """Returns true if the caller has these bits (4 read, 2 write, 1 search) on the node."""
+        if self.uid == 0:
+            return True
+        shift = 6 if node.uid == self.uid else 3 if node.gid == self.gid else 0
+        return (node.mode >> shift) & bits == bits
+
+    def is_ours(self, node):
+        return node.uid in (0, self.uid)
+
+    def only_we_write(self, directory):
+        """Returns true if nobody but root and the caller may write in the directory."""
+        if not self.is_ours(directory) or directory.mode & 0o002:
+            return False
+        return not directory.mode & 0o020 or directory.gid == directory.uid
+
+    def is_trusted(self, link, directory):
+        return self.is_ours(link) and self.only_we_write(directory)
+
+    def names_of(self, node, within=None):
+        """Counts the names of a node on the whole host."""
+        count = 0
+        for entry in (within or self.top).entries.values():
+            count += entry is node
+            if entry.kind == DIRECTORY:
+                count += self.names_of(node, entry)
+        return count
+
+    # Paths -----------------------------------------------------------------------------------------------------------
+
+    def walk(self, path, follow=True):
+        """Walks an absolute path. `follow` says whether a link in the last place is followed."""
+        return self._walk([self.top], path, follow, [])
+
+    def walk_from(self, directory_path, text):
+        """Walks a link's text from the directory that holds the link."""
+        return self.walk(text if text.startswith(b"/") else directory_path + b"/" + text)
+
+    def _walk(self, way, path, follow, links):
+        pieces = [piece for piece in path.split(b"/") if piece]
+        if path.startswith(b"/"):
+            way = way[:1]
+        if not pieces:
+            return Found(way[-1], b".", way[-1], links)
+        for place, piece in enumerate(pieces):
+            directory, is_last = way[-1], place == len(pieces) - 1
+            if directory.kind != DIRECTORY:
+                raise Refused(errno.ENOTDIR)
+            if not self.may(directory, 1):
+                raise Refused(errno.EACCES)
+            if piece in (b".", b".."):
+                way = way if piece == b"." else way[:-1] or way[:1]
+                if is_last:
+                    return Found(way[-1], piece, way[-1], links)
+                continue
+            node = directory.entries.get(piece)
+            if node is not None and node.kind == LINK and (follow or not is_last):
+                links.append((node, directory))
+                if len(links) > 40:
+                    raise Refused(errno.ELOOP)
+                tail = b"/".join(pieces[place + 1:])
+                text = node.data + b"/" + tail if tail else node.data
+                return self._walk(way, text, follow, links)
+            if is_last:
+                return Found(directory, piece, node, links)
+            if node is None:
+                raise Refused(errno.ENOENT)
+            way = way + [node]
+        raise AssertionError(path)
+
+    def stat(self, path):
+        """Returns the node behind all links, or None."""
+        try:
+            return self.walk(path).node
+        except Refused:
+            return None
+
+    def lstat(self, path):
+        try:
+            return self.walk(path, follow=False).node
+        except Refused:
+            return None
+
+    def is_kind(self, path, kind):
+        node = self.stat(path)
+        return node is not None and node.kind == kind
+
+    # Opening files of the store --------------------------------------------------------------------------------------
+
+    def _look_at_links(self, found, to_read):
+        untrusted = [(link, place) for link, place in found.links if not self.is_trusted(link, place)]
+        if not untrusted:
+            return
+        node = found.node
+        if to_read and node is not None and node.kind == NULL:
+            return
+        if not to_read or node is None or node.kind != FILE or self.names_of(node) > 1:
+            raise Refused(errno.EACCES)
+        for link, place in untrusted:
+            if not link.uid == place.uid == node.uid:
+                raise Refused(errno.EACCES)
+
+    def _look_at_file(self, found, bits):
+        node = found.node
+        if node.kind == NULL:
+            return
+        if node.kind != FILE:
+            raise Refused(errno.EACCES)
+        if self.names_of(node) > 1 and node.uid != found.directory.uid:
+            raise Refused(errno.EACCES)
+        if not self.may(node, bits):
+            raise Refused(errno.EACCES)
+
+    def read(self, path):
+        """Returns the bytes of a file of the store."""
+        found = self.walk(path)
+        self._look_at_links(found, to_read=True)
+        if found.node is None:
+            raise Refused(errno.ENOENT)
+        self._look_at_file(found, 4)
+        return found.node.data
+
+    def list(self, path):
+        """Opens a directory and returns its node."""
+        found = self.walk(path)
+        if any(not self.is_trusted(link, place) for link, place in found.links):
+            raise Refused(errno.EACCES)
+        if found.node is None:
+            raise Refused(errno.ENOENT)
+        if found.node.kind != DIRECTORY:
+            raise Refused(errno.ENOTDIR)
+        if not self.may(found.node, 4):
+            raise Refused(errno.EACCES)
+        return found.node
+
+    # Changes ---------------------------------------------------------------------------------------------------------
+
+    def make(self, directory, name, node):
+        if not self.may(directory, 3):
+            raise Refused(errno.EACCES)
+        node.uid, node.gid = self.uid, self.gid
+        directory.entries[name] = node
+        return node
+
+    def write(self, path, data, mode):
+        """Replaces the bytes of a file in place, or makes the file. Only the owner changes the mode."""
+        found = self.walk(path)
+        self._look_at_links(found, to_read=False)
+        if found.node is None:
+            self.make(found.directory, found.name, Node(FILE, mode, data=data))
+            return
+        self._look_at_file(found, 2)
+        if found.node.kind == NULL:
+            return
+        found.node.data = data
+        if self.uid in (0, found.node.uid):
+            found.node.mode = mode
+
+    def replace(self, directory, name, node):
+        """Puts a new file of the caller in the place of whatever has this name."""
+        if name in directory.entries and directory.entries[name].kind == DIRECTORY:
+            raise Refused(errno.EISDIR)
+        return self.make(directory, name, node)
