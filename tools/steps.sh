@@ -12,6 +12,7 @@ Usage: sh tools/steps.sh STEP [WORD...]
 Steps of ./dev check: format tidy layers headers scripts manuals tree
 Steps of ./dev ci:    clang asan tsan valgrind ansible model torture interleavings s390x aarch64 i386
                       package bench
+                      sequences [SECONDS [SEED]]
                       fuzz [SECONDS [TARGET...]]
                       anywhere [PLACE...]
 Step of ./dev coverage: coverage [--mcdc]
@@ -289,6 +290,15 @@ interleavings() {
   tables_of interleavings "$RAVCTL_INTERLEAVINGS_FIGURES"
 }
 
+# sequences [SECONDS [SEED]]: compares the program with its model, from a fixed seed by default.
+sequences() {
+  configure release
+  build release ravctl private-host interrupt
+  build/release/testing/private-host -- python3 -B /.private-host/source/tests/sequences/sequences.py \
+    --interrupt /.private-host/build/tests/sequences/interrupt \
+    --seconds "${1-40}" --seed "${2-1}"
+}
+
 # anywhere [PLACE...]: copies the built tree to each place and runs its tests there. By default it takes the two
 # places where most mistakes showed.
 anywhere() {
@@ -307,7 +317,7 @@ bench() {
 case ${1-} in
   -h | --help) usage ;;
   format | tidy | layers | headers | scripts | manuals | tree | clang | asan | tsan | valgrind | ansible | fuzz | model | \
-    torture | interleavings | anywhere | s390x | aarch64 | i386 | package | bench | coverage)
+    torture | interleavings | sequences | anywhere | s390x | aarch64 | i386 | package | bench | coverage)
     step=$1
     shift
     if [ -z "${RESULTS-}" ]; then start_results steps; fi

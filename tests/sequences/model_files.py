@@ -27,15 +27,22 @@ class Node:
 
 class Found:
     """The result of a walk: the last directory, the name in it, the node (None if it is missing), and each link that
-    was followed with the directory that holds the link."""
+    was followed with the directory that holds the link. `on_the_way` are those links that more names followed."""
 
-    def __init__(self, directory, name, node, links):
-        self.directory, self.name, self.node, self.links = directory, name, node, links
+    def __init__(self, directory, name, node, links, on_the_way):
+        self.directory, self.name, self.node, self.links, self.on_the_way = directory, name, node, links, on_the_way
 
 
 class Files:
-    def __init__(self, top, uid, gid):
+    def __init__(self, top, uid, gid, changed):
         self.top, self.uid, self.gid = top, uid, gid
+        self.changed = changed  # called after each change
+        self.steps, self.failing = 0, range(0)
+
+    def fails(self):
+        """Counts a step. Returns true if it shall fail."""
+        self.steps += 1
+        return self.steps in self.failing
 
     # Rights ----------------------------------------------------------------------------------------------------------
 
@@ -58,6 +65,9 @@ class Files:
     def is_trusted(self, link, directory):
         return self.is_ours(link) and self.only_we_write(directory)
 
+    def has_untrusted(self, links):
+        return any(not self.is_trusted(link, directory) for link, directory in links)
+
     def names_of(self, node, within=None):
         """Counts the names of a node on the whole host."""
         count = 0
@@ -71,43 +81,48 @@ class Files:
 
     def walk(self, path, follow=True):
         """Walks an absolute path. `follow` says whether a link in the last place is followed."""
-        return self._walk([self.top], path, follow, [])
+        links, on_the_way = [], []
+        try:
+            if self.fails():
+                raise Refused(errno.EIO)
+            return self._walk([self.top], path, follow, links, on_the_way)
+        except Refused as refused:
+            refused.links, refused.on_the_way = links, on_the_way
+            raise
 
     def walk_from(self, directory_path, text):
         """Walks a link's text from the directory that holds the link."""
         return self.walk(text if text.startswith(b"/") else directory_path + b"/" + text)
 
-    def _walk(self, way, path, follow, links):
+    def _walk(self, way, path, follow, links, on_the_way):
         pieces = [piece for piece in path.split(b"/") if piece]
-        if path.startswith(b"/"):
-            way = way[:1]
-        if not pieces:
-            return Found(way[-1], b".", way[-1], links)
-        for place, piece in enumerate(pieces):
-            directory, is_last = way[-1], place == len(pieces) - 1
+        way = way[:1] if path.startswith(b"/") else way
+        while pieces:
+            directory, piece = way[-1], pieces.pop(0)
+            if len(piece) > 255:
+                raise Refused(errno.ENAMETOOLONG)
             if directory.kind != DIRECTORY:
                 raise Refused(errno.ENOTDIR)
             if not self.may(directory, 1):
                 raise Refused(errno.EACCES)
             if piece in (b".", b".."):
                 way = way if piece == b"." else way[:-1] or way[:1]
-                if is_last:
-                    return Found(way[-1], piece, way[-1], links)
                 continue
             node = directory.entries.get(piece)
-            if node is not None and node.kind == LINK and (follow or not is_last):
+            if node is not None and node.kind == LINK and (follow or pieces):
                 links.append((node, directory))
+                on_the_way += [(node, directory)] if pieces else []
                 if len(links) > 40:
                     raise Refused(errno.ELOOP)
-                tail = b"/".join(pieces[place + 1:])
-                text = node.data + b"/" + tail if tail else node.data
-                return self._walk(way, text, follow, links)
-            if is_last:
-                return Found(directory, piece, node, links)
-            if node is None:
+                way = way[:1] if node.data.startswith(b"/") else way
+                pieces = [piece for piece in node.data.split(b"/") if piece] + pieces
+            elif not pieces:
+                return Found(directory, piece, node, links, on_the_way)
+            elif node is None:
                 raise Refused(errno.ENOENT)
-            way = way + [node]
-        raise AssertionError(path)
+            else:
+                way = way + [node]
+        return Found(way[-1], b".", way[-1], links, on_the_way)
 
     def stat(self, path):
         """Returns the node behind all links, or None."""
@@ -121,6 +136,19 @@ class Files:
             return self.walk(path, follow=False).node
         except Refused:
             return None
+
+    def target_or_missing(self, path):
+        """Returns the node behind trusted links, or None if it is missing."""
+        try:
+            found = self.walk(path)
+            links, node = found.links, found.node
+        except Refused as refused:
+            if refused.errno != errno.ENOENT:
+                raise
+            links, node = refused.links, None
+        if self.has_untrusted(links):
+            raise Refused(errno.EACCES)
+        return node
 
     def is_kind(self, path, kind):
         node = self.stat(path)
@@ -138,7 +166,7 @@ class Files:
         if not to_read or node is None or node.kind != FILE or self.names_of(node) > 1:
             raise Refused(errno.EACCES)
         for link, place in untrusted:
-            if not link.uid == place.uid == node.uid:
+            if (link, place) in found.on_the_way or not link.uid == place.uid == node.uid:
                 raise Refused(errno.EACCES)
 
     def _look_at_file(self, found, bits):
@@ -164,8 +192,6 @@ class Files:
     def list(self, path):
         """Opens a directory and returns its node."""
         found = self.walk(path)
-        if any(not self.is_trusted(link, place) for link, place in found.links):
-            raise Refused(errno.EACCES)
         if found.node is None:
             raise Refused(errno.ENOENT)
         if found.node.kind != DIRECTORY:
@@ -177,10 +203,11 @@ class Files:
     # Changes ---------------------------------------------------------------------------------------------------------
 
     def make(self, directory, name, node):
-        if not self.may(directory, 3):
+        if not self.may(directory, 3) or self.fails():
             raise Refused(errno.EACCES)
         node.uid, node.gid = self.uid, self.gid
         directory.entries[name] = node
+        self.changed()
         return node
 
     def write(self, path, data, mode):
@@ -193,12 +220,27 @@ class Files:
         self._look_at_file(found, 2)
         if found.node.kind == NULL:
             return
+        if self.fails():
+            raise Refused(errno.EIO)
         found.node.data = data
-        if self.uid in (0, found.node.uid):
+        if self.uid in (0, found.node.uid) and not self.fails():
             found.node.mode = mode
+        self.changed()
+
+    def set_mode(self, path, mode):
+        """Sets the mode of a file if the caller may, and returns true."""
+        node = self.stat(path)
+        if node is not None and node.kind == FILE and self.uid in (0, node.uid):
+            node.mode = mode
+            self.changed()
+        return True
 
     def replace(self, directory, name, node):
         """Puts a new file of the caller in the place of whatever has this name."""
         if name in directory.entries and directory.entries[name].kind == DIRECTORY:
             raise Refused(errno.EISDIR)
+        if not self.may(directory, 3):
+            raise Refused(errno.EACCES)
+        if directory.entries.pop(name, None) is not None:
+            self.changed()
         return self.make(directory, name, node)

@@ -7,7 +7,7 @@ import errno
 import re
 
 from model_files import DIRECTORY, FILE, LINK, NULL, Files, Node, Refused
-from model_words import *  # noqa: F403
+from model_words import *
 
 ROOT = b"/etc/zuv/profiles/"
 CURRENT, FACTORY = ROOT + b".current", ROOT + b".factory"
@@ -16,7 +16,7 @@ CERTIFICATE_FOLDERS = [b"ca-certs", b"customer-certs", b"peer_certs"]
 YES, NO, UNKNOWN = "yes", "no", "unknown"
 ACTIVE_SELECTORS = (b"", b".current", b"--active")
 LEVELS_TO_WRITE = {b"error": b"error", b"warning": b"warning", b"info": b"info", b"debug": b"debug",
-                   b"trace": b"trace", b"fatal": b"fatal", b"warn": b"warning", b"err": b"error"}  # fmt: skip
+                   b"trace": b"trace", b"fatal": b"fatal", b"warn": b"warning", b"err": b"error"}
 TOOLS = {
     b"systemd": {name: [b"/bin/systemctl", b"systemctl", name, b"hip"] for name in (b"start", b"stop", b"restart")},
     b"upstart": {name: [b"/sbin/initctl", b"initctl", name, b"hip"] for name in (b"start", b"stop", b"restart")},
@@ -28,6 +28,12 @@ TOOLS = {
 }
 BUNDLE_SCRIPT = b"/usr/bin/zuv-sendbundle.sh"
 
+# What the program does today although it should not. Where a mistake is mended, its line here becomes False.
+REMOVES_STATE_THROUGH_UNTRUSTED_LINKS = True  # `.current` names a link of somebody else: reset and modify follow it
+DROPS_NAMES_BEHIND_MISSING_FOLDERS = True  # a trusted link as name, into a missing folder: the profile is not listed
+TAKES_EVERY_DELETED_FOLDER = True  # removes what is empty and begins with `.deleted-`, without a number behind it
+LEFTOVER = rb"\.deleted-.*" if TAKES_EVERY_DELETED_FOLDER else rb"\.deleted-[0-9]+"
+
 
 class Host:
     """What a command sees besides files: the time, the interfaces, and how each tool ends.
@@ -38,6 +44,7 @@ class Host:
 
     def __init__(self, top):
         self.top, self.now, self.interfaces, self.tools, self.calls = top, 0, [], {}, []
+        self.changed = lambda: None  # called after each change and each call
 
 
 class Record:
@@ -51,8 +58,8 @@ class Stop(Exception):
     """Ends a command with a status."""
 
     def __init__(self, code, details=b""):
-        super().__init__(TEXTS[code])  # noqa: F405
-        self.status = Status(code, details)  # noqa: F405
+        super().__init__(TEXTS[code])
+        self.status = Status(code, details)
 
 
 def plain_name(text):
@@ -83,8 +90,8 @@ class Command:
     """One run of the program. `run()` returns its standard output and exit status; the files change in place."""
 
     def __init__(self, host, uid, gid):
-        self.host, self.files = host, Files(host.top, uid, gid)
-        self.results, self.modes, self.values = [], Modes(), {}
+        self.host, self.files = host, Files(host.top, uid, gid, host.changed)
+        self.results, self.modes, self.values, self.detected = [], Modes(), {}, "not yet"
 
     def run(self, words):
         words = words[1:] if words[:1] == [b"ravctl"] else words
@@ -98,17 +105,20 @@ class Command:
             self.values = bind(form.parameters, form.required, rest, self.detected_sys())
         except Rejected:
             return b"invalid command arguments\n", 1
+        self.sys = self.values.get(b"sys")
         self.third = words[2] if form.count == 3 else b""
         try:
             step = "json" if form.method.startswith(b"json") else form.method.decode().replace(" ", "_")
             status = getattr(self, step)() or Status()
         except Stop as stop:
             status = stop.status
+        except Refused:  # a step failed that the model takes for sure
+            status = Status(APPLICATION_ERROR)
         lines = lines_of_status(form.method, self.modes, status)
         if status.is_success():
             for key, value in self.results:
                 lines += lines_of_result(key, value)
-        return b"".join(line + b"\n" for line in lines), 0
+        return b"".join(line.split(b"\0")[0] + b"\n" for line in lines), 0
 
     def result(self, key, value):
         self.results.append((key, value))
@@ -126,20 +136,30 @@ class Command:
             raise Stop(NOT_ALLOWED)
 
     def detected_sys(self):
+        if self.detected == "not yet":
+            self.detected = self.detect()
+        return self.detected
+
+    def detect(self):
         if self.files.stat(b"/etc/zuv/.systemctl"):
             return b"systemd"
         return b"initd" if self.files.stat(b"/etc/init.d/hip") else None
 
     def call(self, operation):
         """Runs the init system's tool and returns its status."""
-        name = self.values.get(b"sys") or self.detected_sys() or b"null"
+        name = self.sys or self.detected_sys() or b"null"
         if name in (b"null", b"launchd"):
-            return Status(CHILD_NONZERO)
+            return Status(FORK if self.files.fails() else WAITPID if self.files.fails() else CHILD_NONZERO)
         tool = TOOLS.get(name, TOOLS[b"systemd"])[operation]
+        if self.files.fails():
+            return Status(FORK)
         end = self.host.tools.get(tool[0], "missing")
         if end == "missing":
             return Status(CHILD_NONZERO)
         self.host.calls.append(tool)
+        self.host.changed()
+        if self.files.fails():
+            return Status(WAITPID)
         if end[0] == "signal":
             return Status(CHILD_SIGNAL)
         return Status(CHILD_NONZERO if end[1] else SUCCESS)
@@ -191,6 +211,8 @@ class Command:
         except Refused:
             return None
         variables = {}
+        if self.files.fails():
+            return variables  # a read error ends the file
         for line in pieces_of(data, 1023):
             key, equals, value = line.partition(b"=")
             if equals and trim_to_printable(key):
@@ -203,7 +225,7 @@ class Command:
             return None
         texts = [variables[b"uptime.now"], variables[b"uptime.started"]]
         numbers = [int(re.match(rb"[+-]?[0-9]+", text).group()) if re.match(rb"[+-]?[0-9]+", text) else 0
-                   for text in texts]  # fmt: skip
+                   for text in texts]
         return [max(-(2**63), min(2**63 - 1, number)) for number in numbers]
 
     def run_state(self):
@@ -226,15 +248,44 @@ class Command:
         try:
             entry = self.files.walk(path, follow=False).node
             try:
+                if self.files.is_kind(path, NULL):
+                    raise Refused(errno.EACCES)
                 self.files.write(path, name + b"\n", 0o640)
-                return not self.files.is_kind(path, NULL)
+                return True
             except Refused:
-                if entry is None or (entry.kind == FILE and self.files.names_of(entry) == 1):
+                if entry is None or entry.kind == FILE or not self.leads_astray(path):
                     return False
                 self.files.replace(directory, b"profile_name", Node(FILE, 0o640, data=name + b"\n"))
                 return True
         except Refused:
             return False
+
+    def leads_astray(self, path):
+        """Returns true if an untrusted link is on the way, or the path leads in a circle or to something that is no
+        file."""
+        try:
+            found = self.files.walk(path)
+            links, node = found.links, found.node
+            is_astray = node is not None and node.kind != FILE and (node.kind == DIRECTORY or self.files.may(node, 2))
+        except Refused as refused:
+            links, is_astray = refused.links, refused.errno == errno.ELOOP
+        return is_astray or self.files.has_untrusted(links)
+
+    def name_to_change(self, dirname):
+        """Reads a name once more before it changes: another name file may be the same file. What only a reader may
+        follow counts as empty."""
+        path = ROOT + dirname + b"/profile_name"
+        try:
+            links = self.files.walk(path).links
+        except Refused:
+            return b""
+        return b"" if self.files.has_untrusted(links) else self.first_line(path) or b""
+
+    def leads_nowhere(self, dirname):
+        try:
+            self.files.walk(ROOT + dirname + b"/profile_name")
+        except Refused as refused:
+            return refused.errno == errno.ENOENT and not self.files.has_untrusted(refused.links)
 
     def profiles(self, except_for=None):
         """Lists the store and repairs its names. Returns None if that is impossible."""
@@ -248,14 +299,18 @@ class Command:
                 continue
             name = self.first_line(ROOT + dirname + b"/profile_name")
             if not name:
-                unnamed.append((dirname, b"profile"))
+                unnamed.append((dirname, b""))
             elif name in [record.name for record in accepted]:
                 duplicates.append((dirname, name))
             else:
                 accepted.append(Record(dirname, name))
-        for dirname, name in duplicates + unnamed:
-            name = unique_name(name, [record.name for record in accepted])
-            if not self.repair(dirname, name) and self.files.only_we_write(root.entries[dirname]):
+        for dirname, old in duplicates + unnamed:
+            now = self.name_to_change(dirname)
+            name = unique_name(now or b"profile", [record.name for record in accepted])
+            stays = now not in (b"", old) and name == now and self.files.set_mode(ROOT + dirname + b"/profile_name", 0o640)
+            if not stays and DROPS_NAMES_BEHIND_MISSING_FOLDERS and self.leads_nowhere(dirname):
+                continue
+            if not stays and not self.repair(dirname, name) and self.files.only_we_write(root.entries[dirname]):
                 return None
             accepted.append(Record(dirname, name))
         return sorted(accepted, key=lambda record: record.name)
@@ -265,7 +320,11 @@ class Command:
         name = self.first_line(ROOT + dirname + b"/profile_name")
         if name:
             return Record(dirname, name)
-        return Record(dirname, b"profile") if self.repair(dirname, b"profile") else None
+        directory = self.files.lstat(ROOT + dirname)
+        if self.repair(dirname, b"profile") or (directory is not None and directory.kind == DIRECTORY
+                                                and not self.files.only_we_write(directory)):
+            return Record(dirname, b"profile")
+        return None
 
     def resolve(self, selector):
         """Returns the code and the record of a selector."""
@@ -310,26 +369,30 @@ class Command:
                 return False
             self.files.write(CURRENT, dirname + b"\n", 0o640)
             marker = self.files.stat(CURRENT)
-            if self.files.uid in (0, marker.uid):
+            if marker is not None and self.files.uid in (0, marker.uid) and not self.files.fails():
                 marker.mode = 0o666
-            return marker.mode & 0o777 == 0o666
+                self.host.changed()
+            return marker is not None and marker.mode & 0o777 == 0o666
         except Refused:
             return False
 
-    def elect(self):
-        """Makes sure that a profile is active. Returns the status of a create, or None if there was none."""
+    def elect(self, starts=True):
+        """Makes sure that a profile is active. A create uses the detected init system. A failure is ignored. Returns the
+        record of a profile that was created."""
         active = self.active()
-        if active and active.dirname and self.files.stat(ROOT + active.dirname + b"/hip.conf"):
+        if active and active.dirname and self.files.is_kind(ROOT + active.dirname + b"/hip.conf", FILE):
             return None
         profiles = self.profiles()
         if profiles:
             self.set_active(profiles[0].dirname)
             return None
+        given, self.sys = self.sys, None
         try:
-            self.create_profile(b"", None, True, True, {})
-            return Status()
-        except Stop as stop:
-            return stop.status
+            return self.create_profile(b"", None, True, True, {}, starts)[1]
+        except (Stop, Refused):
+            return None
+        finally:
+            self.sys = given
 
     # Writing a profile -----------------------------------------------------------------------------------------------
 
@@ -341,22 +404,23 @@ class Command:
         try:
             place = self.files.walk(path, follow=False)
             temporary = place.directory.entries.get(name + b".temp")
-            if any(not self.files.is_trusted(link, where) for link, where in place.links):
+            if self.files.has_untrusted(place.links):
                 raise Refused(errno.EACCES)
             if temporary is not None and temporary.kind == DIRECTORY:
                 raise Refused(errno.EISDIR)
             place.directory.entries.pop(name + b".temp", None)
-            target = self.files.walk(path)
-            if any(not self.files.is_trusted(link, where) for link, where in target.links):
-                raise Refused(errno.EACCES)
-            old = target.node
+            self.host.changed()
+            old = self.files.target_or_missing(path)
             lines = re.findall(rb"[^\n]*\n|[^\n]+", self.files.read(path)) if old else []
         except Refused as refused:
             raise Stop(FILE_OPEN) from refused
         new = Node(FILE, 0o644, data=b"".join(change(lines)))
         if old is not None and old.kind == FILE:
             new.mode, new.uid, new.gid = old.mode, old.uid, old.gid
+        if self.files.fails():
+            raise Stop(FILE_WRITE)
         place.directory.entries[name] = new
+        self.host.changed()
 
     def set_lines(self, dirname, name, settings):
         """Sets `key=value` lines: replaces every line with the key, or else appends one."""
@@ -387,7 +451,15 @@ class Command:
         if invitation != b"###":
             self.set_lines(dirname, b"endbox.conf", [(key[:-1], invitation)])
         elif dirname and self.files.lstat(ROOT + dirname + b"/endbox.conf"):
-            self.edit(dirname, b"endbox.conf", lambda lines: [line for line in lines if not line.startswith(key)])
+            if self.has_line(dirname, b"endbox.conf", key):
+                self.edit(dirname, b"endbox.conf", lambda lines: [line for line in lines if not line.startswith(key)])
+
+    def has_line(self, dirname, name, start):
+        """Returns true if a line of the file begins so, or the file cannot be read."""
+        try:
+            return (b"\n" + self.files.read(ROOT + dirname + b"/" + name)).find(b"\n" + start) >= 0
+        except Refused:
+            return True
 
     def set_level(self, dirname, level):
         if not level:
@@ -437,10 +509,11 @@ class Command:
                 found = self.files.walk(ROOT + dirname + b"/" + name, follow=False)
             except Refused:
                 continue
-            if not dirname or any(not self.files.is_trusted(link, place) for link, place in found.links):
+            if not dirname or (self.files.has_untrusted(found.links) and not REMOVES_STATE_THROUGH_UNTRUSTED_LINKS):
                 continue
-            if found.node is not None and found.node.kind != DIRECTORY:
+            if found.node is not None and found.node.kind != DIRECTORY and not self.files.fails():
                 del found.directory.entries[name]
+                self.host.changed()
 
     # Commands that read ----------------------------------------------------------------------------------------------
 
@@ -508,12 +581,16 @@ class Command:
 
     def exists_or_hidden(self, path):
         try:
-            return self.files.walk(path).node is not None
+            found = self.files.walk(path)
+            return found.node is not None or self.files.has_untrusted(found.on_the_way)
         except Refused as refused:
-            return refused.errno != errno.ENOENT
+            missing = (errno.ENOENT, errno.ENOTDIR, errno.ENAMETOOLONG)
+            return refused.errno not in missing or self.files.has_untrusted(refused.on_the_way)
 
     def list_interfaces(self):
         names = []
+        if self.files.fails():
+            raise Stop(GETIFADDRS)
         for name, address, is_loopback in self.host.interfaces:
             if address is None or is_loopback or name.startswith(b"tap"):
                 continue
@@ -547,7 +624,12 @@ class Command:
         running, helmsor, tunnel = self.run_state() == YES, False, False
         if running:
             variables = self.heartbeat()
-            last, started = self.times(variables)
+            running = variables is not None
+        if running:
+            times = self.times(variables)
+            if times is None:
+                raise Stop(APPLICATION_ERROR)
+            last, started = times
             if last - started > 4 and b"hipd_state" in variables:
                 peers = re.match(rb"[+-]?[0-9]+", variables.get(b"peers.count", b""))
                 tunnel = peers is not None and int(peers.group()) >= 1
@@ -558,8 +640,11 @@ class Command:
 
     def support_bundle(self):
         end = self.host.tools.get(BUNDLE_SCRIPT, "missing")
+        if self.files.fails():
+            raise Stop(APPLICATION_ERROR)
         if end != "missing":
             self.host.calls.append([BUNDLE_SCRIPT])
+            self.host.changed()
         if end != ("exit", 0):
             raise Stop(APPLICATION_ERROR)
 
@@ -582,7 +667,7 @@ class Command:
         rename, activate = self.values.get(b"allow_rename", True), self.values.get(b"activate", False)
         settings = {key: self.values.get(key, b"") for key in (b"network", b"invitation")}
         name, record = self.create_profile(name, self.values[b"helmsor"], rename, activate, settings)
-        self.result(b"_details", [] if self.modes.quiet else self.details(record))
+        self.result(b"_details", [] if self.modes.quiet or record is None else self.details(record))
         self.result(b"profile_name", name)
 
     def check_values(self):
@@ -592,7 +677,7 @@ class Command:
         if any(has_controls(value) for value in values + [helmsor.host if helmsor else b""]):
             raise Stop(INVALID_ARGUMENT)
 
-    def create_profile(self, requested, helmsor, rename, activate, settings):
+    def create_profile(self, requested, helmsor, rename, activate, settings, starts=True):
         """Creates a profile. Returns its name and record, or stops with the first failure."""
         self.authorize()
         dirname, directory = self.new_directory()
@@ -615,7 +700,7 @@ class Command:
             statuses.append(self.status_of(self.set_invitation, dirname, settings[b"invitation"]))
         if activate:
             statuses.append(Status(SUCCESS if self.set_active(dirname) else APPLICATION_ERROR))
-            statuses.append(self.call(b"start"))
+            statuses += [self.call(b"start")] if starts else []
         self.stop_at_first_failure(statuses)
         return name, self.record_of(dirname)
 
@@ -627,10 +712,15 @@ class Command:
         if root is None or root.kind != DIRECTORY:
             raise Stop(APPLICATION_ERROR)
         number = 123123
-        while b"profile-%d" % number in root.entries:
+        while True:
+            dirname = b"profile-%d" % number
+            if dirname not in root.entries and not self.files.fails():
+                directory = self.files.make(root, dirname, Node(DIRECTORY, 0o755))
+                if not self.files.fails():
+                    break
             number += 1
-        dirname = b"profile-%d" % number
-        return dirname, self.files.make(root, dirname, Node(DIRECTORY, 0o755))
+        root.entries = {dirname: root.entries.pop(dirname), **root.entries}  # a file system in memory lists it first
+        return dirname, directory
 
     def copy_files(self, path, directory):
         """Copies the files of a template, and what its links lead to. A missing template is empty."""
@@ -640,14 +730,22 @@ class Command:
             if refused.errno == errno.ENOENT:
                 return
             raise Stop(OPENDIR) from refused
-        entries = list(template.entries.items())
-        chosen = [name for name, node in entries if node.kind == FILE]
-        chosen += [name for name, node in entries if node.kind == LINK and self.is_good_link(path + b"/" + name)]
-        for name in chosen:
+        # Files first, then links with absolute texts.
+        def turn(name):
+            node = template.entries[name]
+            return 0 if node.kind != LINK else 1 if node.data.startswith(b"/") else 2
+
+        for name in sorted(template.entries, key=turn):
+            node = template.entries[name]
+            if node.kind not in (FILE, LINK) or (node.kind == LINK and not self.is_good_link(path + b"/" + name)):
+                continue
             try:
                 data = self.files.read(path + b"/" + name)
             except Refused as refused:
                 raise Stop(FILE_OPEN, path + b"/" + name) from refused
+            if name in directory.entries and self.files.fails():  # a copy empties its target first
+                directory.entries[name].data = b""
+                raise Stop(FILE_WRITE)
             self.files.make(directory, name, Node(FILE, 0o644, data=data))
 
     def is_good_link(self, path):
@@ -655,11 +753,12 @@ class Command:
             found = self.files.walk(path)
         except Refused:
             return False
-        trusted = all(self.files.is_trusted(link, place) for link, place in found.links)
-        return trusted and found.node is not None and found.node.kind == FILE
+        return not self.files.has_untrusted(found.links) and found.node is not None and found.node.kind == FILE
 
     def copy_certificates(self, directory):
         folder = directory.entries.get(b"ca-certs")
+        if folder is None and self.files.fails():
+            return
         if folder is None:
             folder = self.files.make(directory, b"ca-certs", Node(DIRECTORY, 0o755))
         if folder.kind == DIRECTORY:
@@ -667,9 +766,12 @@ class Command:
 
     def status_of(self, step, *arguments):
         try:
-            return step(*arguments) or Status()
+            step(*arguments)
+            return Status()
         except Stop as stop:
             return stop.status
+        except Refused:
+            return Status(FILE_OPEN)
 
     def stop_at_first_failure(self, statuses):
         for status in statuses:
@@ -681,19 +783,17 @@ class Command:
         selector = self.selector()
         if not selector:
             raise Stop(INVALID_ARGUMENT)
+        elected = None
         if selector in ACTIVE_SELECTORS:
             active = self.active()
-            if active is None or not active.dirname or not self.files.is_kind(ROOT + active.dirname, DIRECTORY):
-                created = self.elect()
-                if created and created.is_success():
-                    self.result(b"profile_name", self.active().name)
-                    return created
-        code, record = self.resolve_or_stop(selector)
+            if active and not (active.dirname and self.files.is_kind(ROOT + active.dirname, DIRECTORY)):
+                elected = self.elect(starts=False)
+        code, record = (ACTIVE, elected) if elected else self.resolve_or_stop(selector)
         self.result(b"profile_name", record.name)
         if code == RUNNING:
             return Status()
         if code == ACTIVE:
-            if not record.dirname:
+            if not record.dirname or not self.files.is_kind(ROOT + record.dirname, DIRECTORY):
                 raise Stop(NOT_FOUND)
             return self.call(b"start")
         self.call(b"stop")
@@ -709,29 +809,64 @@ class Command:
             raise Stop(NOT_WHILE_RUNNING)
         if not record.dirname:
             raise Stop(APPLICATION_ERROR)
-        root = self.files.walk(ROOT).node
-        entry = root.entries.get(record.dirname)
-        if entry is None:
+        if self.files.fails():
             raise Stop(NOT_FOUND)
-        if entry.kind == DIRECTORY:
-            name = entry.entries.pop(b"profile_name", None)
-            self.empty(entry, ROOT + record.dirname)
-            if entry.entries or (name is not None and name.kind not in (FILE, LINK)):
-                if name is not None:
-                    entry.entries[b"profile_name"] = name
-                raise Stop(APPLICATION_ERROR)
-        del root.entries[record.dirname]
+        root = self.files.walk(ROOT).node
         self.remove_leftovers(root)
+        if self.files.fails():
+            raise Stop(APPLICATION_ERROR)
+        if len(record.dirname) > 255:
+            raise Stop(APPLICATION_ERROR)
+        entry = root.entries.get(record.dirname)
+        if entry is not None and entry.kind not in (DIRECTORY, LINK):
+            raise Stop(APPLICATION_ERROR)
+        if entry is not None and entry.kind == DIRECTORY:
+            path = ROOT + record.dirname
+            for name in CERTIFICATE_FOLDERS:
+                self.remove_tree(entry, name, path)
+            name = entry.entries.get(b"profile_name")
+            keeps_name = name is not None and name.kind in (FILE, LINK)
+            self.empty(entry, path, except_for=b"profile_name" if keeps_name else None)
+            if entry.entries and (len(entry.entries) > 1 or not keeps_name):
+                raise Stop(APPLICATION_ERROR)
+        if entry is not None:
+            self.take_out(root, record.dirname)
         self.elect()
 
-    def empty(self, directory, path):
-        """Removes files, links that lead to files or directories, and directories that can be emptied."""
-        for name, node in list(directory.entries.items()):
-            if node.kind == DIRECTORY:
-                self.empty(node, path + b"/" + name)
+    def take_out(self, root, dirname):
+        if self.files.fails():
+            raise Stop(APPLICATION_ERROR)
+        entry = root.entries.pop(dirname)
+        if entry.kind == DIRECTORY:
+            number = next(number for number in range(1, 1000) if b".deleted-%d" % number not in root.entries)
+            root.entries[b".deleted-%d" % number] = entry
+            self.host.changed()
+            self.remove_leftover(root, b".deleted-%d" % number)
+        self.host.changed()
+
+    def remove_tree(self, directory, name, path):
+        node = directory.entries.get(name)
+        if node is not None and node.kind == DIRECTORY:
+            self.empty(node, path + b"/" + name)
+        if node is not None and not node.entries and not self.files.fails():
+            del directory.entries[name]
+            self.host.changed()
+
+    def empty(self, directory, path, except_for=None):
+        """Removes files, then links that lead to files or directories, then directories that can be emptied. What each
+        entry is was decided before the first removal."""
+        kinds = {}
+        for name, node in directory.entries.items():
             target = self.link_target(path, node) if node.kind == LINK else node
-            if target is not None and target.kind in (FILE, DIRECTORY) and not (node is target and node.entries):
-                del directory.entries[name]
+            kinds[name] = (node.kind, target and target.kind)
+        kinds.pop(except_for, None)
+        for kind in [(FILE, FILE), (LINK, FILE), (LINK, DIRECTORY)]:
+            for name in [name for name in kinds if kinds[name] == kind]:
+                if not self.files.fails():
+                    del directory.entries[name]
+                    self.host.changed()
+        for name in [name for name in kinds if kinds[name] == (DIRECTORY, DIRECTORY)]:
+            self.remove_tree(directory, name, path)
 
     def link_target(self, path, link):
         try:
@@ -742,32 +877,45 @@ class Command:
     def remove_leftovers(self, root):
         """Removes the name file of directories that an earlier delete took out of the store, then the directories."""
         for dirname, node in list(root.entries.items()):
-            if node.kind != DIRECTORY or not re.fullmatch(rb"\.deleted-[0-9]+", dirname):
-                continue
-            name = node.entries.get(b"profile_name")
-            if name is not None and name.kind in (FILE, LINK):
-                del node.entries[b"profile_name"]
-            if not node.entries:
-                del root.entries[dirname]
+            if node.kind == DIRECTORY and re.fullmatch(LEFTOVER, dirname):
+                self.remove_leftover(root, dirname)
+
+    def remove_leftover(self, root, dirname):
+        entries = root.entries[dirname].entries
+        if b"profile_name" in entries and entries[b"profile_name"].kind != DIRECTORY and not self.files.fails():
+            del entries[b"profile_name"]
+            self.host.changed()
+        if not entries and not self.files.fails():
+            del root.entries[dirname]
+            self.host.changed()
 
     def profile_rename(self):
         self.authorize()
         self.elect()
         _, record = self.resolve_or_stop(self.selector())
         name = trim_blanks(self.values[b"new_name"])
-        if not record.dirname:
-            raise Stop(INVALID_ARGUMENT)
         if not name:
             raise Stop(INVALID_ARGUMENT, b"profile name not provided")
         self.check_new_name(name)
+        if not record.dirname:
+            raise Stop(INVALID_ARGUMENT)
         self.rename(record, name)
         self.result(b"profile_name", name)
 
     def rename(self, record, name):
         try:
+            if name == record.name:
+                return
             self.files.write(ROOT + record.dirname + b"/profile_name", name + b"\n", 0o640)
         except Refused as refused:
             raise Stop(FILE_OPEN) from refused
+
+    def rename_by_directory(self, record, name):
+        record = self.record_of(record.dirname)
+        if record is None:
+            raise Stop(NOT_FOUND)
+        self.check_new_name(name)
+        self.rename(record, name)
 
     def profile_modify(self):
         self.authorize()
@@ -797,13 +945,14 @@ class Command:
         if b"invitation" in self.values:
             statuses.append(self.status_of(self.set_invitation, record.dirname, self.values[b"invitation"]))
         if new_name is not None:
-            statuses.append(self.status_of(self.rename, record, new_name))
+            statuses.append(self.status_of(self.rename_by_directory, record, new_name))
         if activate and not is_active:
             statuses.append(Status(SUCCESS if self.set_active(record.dirname) else APPLICATION_ERROR))
         if activate or (is_active and runs):
             statuses.append(self.call(b"start"))
         self.stop_at_first_failure(statuses)
-        self.result(b"_details", [] if self.modes.quiet else self.details(self.record_of(record.dirname)))
+        record = self.record_of(record.dirname)
+        self.result(b"_details", [] if self.modes.quiet or record is None else self.details(record))
 
     def change_address_and_level(self, record):
         if b"helmsor" in self.values:

@@ -77,7 +77,7 @@ LEVEL_NAMES = [
     (b"TRACE", b"trace"), (b"DEBUG", b"debug"), (b"INFO", b"info"), (b"NOTICE", b"notice"), (b"WARN", b"warning"),
     (b"WARNING", b"warning"), (b"ERR", b"error"), (b"ERROR", b"error"), (b"FATAL", b"fatal"), (b"PANIC", b"fatal"),
     (b"EMERG", b"fatal"), (b"EMERGENCY", b"fatal"), (b"CRITICAL", b"fatal"), (b"ALERT", b"fatal"),
-]  # fmt: skip
+]
 
 
 def level_named_by(text):
@@ -104,7 +104,7 @@ ALWAYS = {b"auth": "text", b"requestID": "text", b"output": "text"}
 SYS = {b"sys": "sys", b"sys-impl": "sys"}
 PROFILE = {b"profile": "text"}
 SETTINGS = {b"helmsor": "helmsor", b"network": "text", b"invitation": "text", b"log_level": "level",
-            b"activate": "word"}  # fmt: skip
+            b"activate": "word"}
 
 
 class Rejected(Exception):
@@ -159,7 +159,7 @@ def number(text):
 
 
 READ_VALUE = {"text": bytes, "level": lambda text: level_named_by(text) or text, "helmsor": Helmsor,
-              "word": single_word, "boolean": boolean, "number": number}  # fmt: skip
+              "word": single_word, "boolean": boolean, "number": number}
 
 
 def bind(parameters, required, words, detected_sys):
@@ -217,7 +217,7 @@ FORMS = {
     b"list profiles": PROFILES, b"show profiles": PROFILES,
     b"list versions": VERSIONS, b"show versions": VERSIONS,
     b"support bundle": Form(b"support bundle", 2),
-}  # fmt: skip
+}
 JSON = Form(b"json <object>", 2, {b"object": "text"})
 
 
