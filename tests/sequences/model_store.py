@@ -31,8 +31,7 @@ BUNDLE_SCRIPT = b"/usr/bin/zuv-sendbundle.sh"
 # What the program does today although it should not. Where a mistake is mended, its line here becomes False.
 REMOVES_STATE_THROUGH_UNTRUSTED_LINKS = True  # `.current` names a link of somebody else: reset and modify follow it
 DROPS_NAMES_BEHIND_MISSING_FOLDERS = True  # a trusted link as name, into a missing folder: the profile is not listed
-TAKES_EVERY_DELETED_FOLDER = True  # removes what is empty and begins with `.deleted-`, without a number behind it
-LEFTOVER = rb"\.deleted-.*" if TAKES_EVERY_DELETED_FOLDER else rb"\.deleted-[0-9]+"
+LEFTOVER = rb"\.deleted-[0-9]+"
 
 
 class Host:

@@ -37,11 +37,17 @@ void finishDelete(int rootFd, const std::string& name) {
   (void)::unlinkat(rootFd, name.c_str(), AT_REMOVEDIR);  // what is still there stays for the administrator
 }
 
+bool isOfDelete(std::string_view name) {
+  if (!StringUtils::startsWith(name, deletedPrefix)) return false;
+  const std::string_view number = name.substr(deletedPrefix.size());
+  return !number.empty() && number.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
 void finishEarlierDeletes(int rootFd) {
   std::vector<std::string> names;
   if (!FileUtils::listRealDirectories(rootFd, names).isSuccess()) return;
   for (const std::string& name : names) {
-    if (StringUtils::startsWith(name, deletedPrefix)) finishDelete(rootFd, name);
+    if (isOfDelete(name)) finishDelete(rootFd, name);
   }
 }
 

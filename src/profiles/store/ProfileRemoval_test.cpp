@@ -132,6 +132,18 @@ TEST_F(ProfileRemovalTest, ADeleteNeverBringsBackTheProfileOfAnotherDelete) {
             "d 0755 .deleted-1\nf 0644 .deleted-1/hip.conf \"\"\nf 0640 .deleted-1/profile_name \"harbour\\n\"\n");
 }
 
+TEST_F(ProfileRemovalTest, ADirectoryWhoseNameIsNotThatOfADeleteStays) {
+  host::reset();
+  for (const char* name : {".deleted-", ".deleted-x", ".deleted-1x", ".deleted", ".deleted--1"}) {
+    host::writeFile(std::string("/etc/zuv/profiles/") + name + "/profile_name", "old");
+  }
+  const std::string before = store();
+  host::makeProfile("profile-1", "lab");
+  host::writeFile("/etc/zuv/profiles/.deleted-007/profile_name", "old");
+  EXPECT_THAT(removeIt(), HasCode(status::success));
+  EXPECT_EQ(store(), before);
+}
+
 TEST_F(ProfileRemovalTest, ALaterDeleteRemovesTheNameAndTheEmptyDirectoryOfAnEarlierOneAndNothingElse) {
   prepare();
   host::writeFile("/etc/zuv/profiles/.deleted-1/profile_name", "old");
