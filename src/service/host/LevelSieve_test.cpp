@@ -155,12 +155,12 @@ TEST(LevelSieveTest, EveryLineThatMattersIsJudged) {
 TEST(LevelSieveTest, BytesThatCannotEndALevelNameNameNoLevel) {
   for (const Vectors vectors : allVectors()) {
     SCOPED_TRACE(static_cast<int>(vectors));
-    for (const std::size_t size : {0, 1, 100, 2047, 2048, 2049, 10000}) {
+    for (const std::size_t size : {0U, 1U, 100U, 2047U, 2048U, 2049U, 10000U}) {
       EXPECT_EQ(mayNameLevel(std::string(size, 'x'), vectors), vectors == Vectors::none) << size;
     }
     for (int byte = 0; byte < 256; ++byte) {
       const bool canEnd = byte < '!' || byte == ']' || byte > '}';
-      for (const std::size_t at : {0, 1, 15, 16, 31, 32, 2046, 2047, 2048, 4095, 4096, 4099}) {
+      for (const std::size_t at : {0U, 1U, 15U, 16U, 31U, 32U, 2046U, 2047U, 2048U, 4095U, 4096U, 4099U}) {
         std::string bytes(4100, 'x');
         bytes[at] = static_cast<char>(byte);
         ASSERT_EQ(mayNameLevel(bytes, vectors), canEnd || vectors == Vectors::none) << byte << " at " << at;
