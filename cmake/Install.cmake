@@ -26,7 +26,8 @@ install(DIRECTORY ${CMAKE_BINARY_DIR}/completions/fish/ DESTINATION ${CMAKE_INST
 install(FILES README.md SECURITY.md docs/bug-report.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
 install(FILES CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME changelog)
-install(FILES docs/architecture.md docs/interleavings.md docs/logging.md docs/reliability.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES docs/architecture.md docs/interleavings.md docs/logging.md docs/performance.md
+  docs/reliability.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(PROGRAMS docs/examples/ravctl-metrics docs/examples/zuv-sendbundle.sh packaging/examples/hip.init
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 install(FILES docs/examples/README.md docs/examples/hip.logrotate docs/examples/hip.service
