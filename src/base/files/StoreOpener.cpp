@@ -167,7 +167,8 @@ class Walk {
     if (!isAllowedBehind(found.get(), info)) return UniqueFd();
     const std::string again = StringUtils::concatenate({"/proc/self/fd/", StringUtils::toString(found.get())});
     UniqueFd fd(uninterrupted([&] { return ::open(again.c_str(), flags | (alwaysFlags & ~O_NOFOLLOW)); }));
-    return fd.isOpen() || errno != ENOENT ? std::move(fd) : openAt(here(), file.name.c_str(), flags);
+    if (!fd.isOpen() && errno == ENOENT) fd = openAt(here(), file.name.c_str(), flags);
+    return fd;
   }
 
   // Also fills in the stat. Sets errno if the file may not be opened: ELOOP for a link.

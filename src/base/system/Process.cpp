@@ -55,7 +55,8 @@ void prepareProcess() {
 
 void makeChildrenWaitable() {
   struct sigaction action = {};
-  if (sigaction(SIGCHLD, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) {
+  (void)sigaction(SIGCHLD, nullptr, &action);  // can't fail: the signal is valid
+  if (action.sa_handler == SIG_IGN) {
     action = {};
     action.sa_handler = SIG_DFL;
     (void)sigaction(SIGCHLD, &action, nullptr);  // can't fail: the signal and the action are valid

@@ -123,7 +123,8 @@ const PrintedUnit& unitFor(std::uint64_t magnitude) {
   while (magnitude >= unit->below) ++unit;
   const bool isWholeInNext = (magnitude / unit->micros) % unit->ratio == 0;
   const bool isLast = unit->ratio == 1;
-  return isWholeInNext && !isLast ? unit[1] : *unit;
+  if (isWholeInNext && !isLast) ++unit;
+  return *unit;
 }
 
 }  // namespace

@@ -76,7 +76,10 @@ bool OptionalLogLevelParam::setFromText(const std::string& text) {
   return accept();
 }
 
-bool IntParam::setFromText(const std::string& text) { return StringUtils::parseInt32(text, value_) && accept(); }
+bool IntParam::setFromText(const std::string& text) {
+  if (!StringUtils::parseInt32(text, value_)) return false;
+  return accept();
+}
 
 bool IntParam::setFromInteger(std::int32_t n) {
   value_ = n;
@@ -111,5 +114,6 @@ bool HelmsorParam::setFromText(const std::string& text) {
   const std::size_t colon = address.find(':');
   host_ = address.substr(0, colon);
   port_ = colon == std::string_view::npos ? defaultPort : StringUtils::leadingPort(address.substr(colon + 1));
-  return !address.empty() && accept();
+  if (address.empty()) return false;
+  return accept();
 }

@@ -78,7 +78,7 @@ const char* genericText(StatusCode code) {
   const std::uint32_t category = statusCategory(code);
   if (const char* text = find(std::begin(categoryTexts), std::end(categoryTexts), category)) return text;
   if (category >= 0x10 && category <= 0x16) return "generic error code";
-  const bool isPositive = code != 0 && code <= 0x7fffffff;  // as a signed number
+  const bool isPositive = code <= 0x7fffffff;  // as a signed number; 0 has a text of its own
   return isPositive ? "unrecognized status code value" : "integer is not a status code";
 }
 

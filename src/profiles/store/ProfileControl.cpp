@@ -209,8 +209,8 @@ Status elect(const NewProfile& wanted, CreatedProfile& made) {
   std::string file;
   std::string dir;
   if (ProfileStore::readActiveDirname(dirname) &&
-      ProfileStore::fileInProfile(dirname, ProfileStore::hipConfFile, file) && FileUtils::isRegularFile(file) &&
-      ProfileStore::profileDir(dirname, dir)) {
+      ProfileStore::fileInProfile(dirname, ProfileStore::hipConfFile, file) && FileUtils::isRegularFile(file)) {
+    (void)ProfileStore::profileDir(dirname, dir);  // can't fail: the file has a path
     workIn(dir);
     return Status();
   }

@@ -139,7 +139,8 @@ bool readActiveRecord(ProfileRecord& record) {
   if (!readActiveDirname(record.dirname)) return false;
   record.valid = true;
   std::string file;
-  if (profileDir(record.dirname, record.dir) && fileInProfile(record.dirname, nameFile, file)) {
+  if (profileDir(record.dirname, record.dir)) {
+    (void)fileInProfile(record.dirname, nameFile, file);
     (void)FileUtils::readFirstLine(file, record.name);  // a failure leaves the name empty
   }
   return true;
