@@ -14,6 +14,7 @@
 #include "base/files/DirectoryEntries.h"
 #include "base/files/WholeFile.h"
 #include "testing/faults/FaultInjector.h"
+#include "testing/run/AsUser.h"
 #include "testing/run/HostTest.h"
 
 namespace {
@@ -222,12 +223,36 @@ TEST_F(FileAccessTest, AChainOfFortyTrustedLinksIsFollowedAsTheSystemWouldFollow
   EXPECT_EQ(host::readFile(kTarget), "new");
 }
 
-// Makes this process run as another user until the end of the scope.
-class AsUser {
- public:
-  explicit AsUser(uid_t uid) { EXPECT_EQ(::seteuid(uid), 0); }
-  ~AsUser() { EXPECT_EQ(::seteuid(0), 0); }
-};
+// The system itself follows 40 links. The chain can become longer before the file is made.
+TEST_F(FileAccessTest, TheWriterOfTheSystemMakesAMissingFileOverFortyLinksAtMost) {
+  constexpr int longestChain = 40;
+  for (const bool isLengthened : {false, true}) {
+    SCOPED_TRACE(isLengthened);
+    host::reset();
+    host::makeLink("/tmp/links/1", kTarget);
+    for (int i = 1; i < longestChain; ++i) host::makeLink("/tmp/links/" + std::to_string(i + 1), std::to_string(i));
+    FaultPlan plan;
+    plan.calls = {"open"};
+    plan.before = [isLengthened](std::size_t call) {
+      if (!isLengthened || call != 2) return;
+      host::remove("/tmp/links/40");
+      host::makeLink("/tmp/links/40", "more");
+      host::makeLink("/tmp/links/more", "39");
+    };
+    const ArmedFaults armed{plan};
+    EXPECT_THAT(FileUtils::writeString("/tmp/links/40", kNewText, false),
+                HasCode(isLengthened ? status::openError : status::success));
+    EXPECT_EQ(host::exists(kTarget), !isLengthened);
+  }
+}
+
+TEST_F(FileAccessTest, WithoutTheTargetOfALinkTheWriterOfTheSystemMakesNothing) {
+  host::makeLink(kLink, kTarget);
+  const ArmedFaults armed{FaultPlan{1, false, EIO, {"readlink"}}};
+  EXPECT_THAT(FileUtils::writeString(kLink, kNewText, false), HasCode(status::openError));
+  EXPECT_EQ(armed.count(), 1u);
+  EXPECT_FALSE(host::exists(kTarget));
+}
 
 TEST_F(FileAccessTest, AUserWritesOnlyThroughHisOwnLinksAndThoseOfRoot) {
   SKIP_WITHOUT_OTHER_USERS();
@@ -664,6 +689,63 @@ TEST_F(FileAccessTest, AFileThatAnotherProcessHasJustFilledDoesNotCountAsNew) {
     EXPECT_THAT(replaceContent(kFile, kNewText, 0640, SetMode::onNewFiles), HasCode(status::success));
   }
   EXPECT_EQ(host::readFile(kFile), kNewText);
+}
+
+// Replaces kFile before each lock up to the n-th.
+FaultPlan replacementsBeforeLocks(std::size_t n) {
+  FaultPlan plan;
+  plan.calls = {"flock"};
+  plan.before = [n](std::size_t call) {
+    if (call > n) return;
+    host::remove(kFile);
+    host::writeFile(kFile, "another");
+  };
+  return plan;
+}
+
+TEST_F(FileAccessTest, AFileThatIsReplacedBeforeItsLockIsOpenedAgainTwentyTimesAtMost) {
+  struct Case {
+    std::size_t replacements;
+    std::size_t starts;
+    bool isReached;
+  };
+  for (const Case& c : {Case{0, 1, true}, Case{1, 2, true}, Case{19, 20, true}, Case{20, 20, false}}) {
+    SCOPED_TRACE(c.replacements);
+    host::writeFile(kFile, kOldText);
+    const ArmedFaults armed{replacementsBeforeLocks(c.replacements)};
+    EXPECT_THAT(replaceContent(kFile, kNewText, 0640, SetMode::always), HasCode(status::success));
+    EXPECT_EQ(armed.count(), c.starts);
+    EXPECT_EQ(host::readFile(kFile), c.isReached ? kNewText : "another");
+  }
+}
+
+TEST_F(FileAccessTest, ALockedOpenOfAFileThatIsReplacedTriesAgainUntilTheDeadline) {
+  using std::chrono::seconds;
+  for (const bool isLate : {false, true}) {
+    SCOPED_TRACE(isLate);
+    host::writeFile(kFile, kOldText);
+    const ArmedFaults armed{replacementsBeforeLocks(1)};
+    FileWriter writer;
+    const auto deadline = FileWriter::Clock::now() + seconds(isLate ? -1 : 5);
+    EXPECT_EQ(writer.openLocked(AT_FDCWD, kFile, 0640, deadline), !isLate);
+    if (isLate) {
+      EXPECT_EQ(errno, EWOULDBLOCK);
+    }
+    EXPECT_EQ(armed.count(), isLate ? 1u : 2u);
+  }
+}
+
+TEST_F(FileAccessTest, AMadeFileThatAnotherProcessFillsBeforeTheLockIsNotRemoved) {
+  FaultPlan plan;
+  plan.calls = {"flock"};
+  plan.before = [](std::size_t) { host::writeFile(kFile, kOldText); };
+  const ArmedFaults armed{plan};
+  {
+    FileWriter writer;
+    ASSERT_TRUE(writer.openLocked(AT_FDCWD, kFile, 0640, FileWriter::Clock::now() + std::chrono::seconds(5)));
+    EXPECT_FALSE(writer.isNew());
+  }
+  EXPECT_EQ(host::readFile(kFile), kOldText);
 }
 
 // Starts a process that writes the file at once. Waits until it has ended, for 100 ms in the constructor and for as

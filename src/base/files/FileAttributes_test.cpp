@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "base/system/UniqueFd.h"
 #include "testing/faults/FaultInjector.h"
@@ -184,6 +185,37 @@ TEST_F(FileAttributesTest, AnInheritedListGoesEvenIfTheOtherCannotBeSet) {
   const ArmedFaults armed(FaultPlan{1, false, ENOSPC, {"fsetxattr"}});
   EXPECT_FALSE(copy());
   EXPECT_THAT(attributesOf(kTo), IsEmpty());
+}
+
+TEST_F(FileAttributesTest, AnInheritedListThatCannotBeRemovedIsAFailureUnlessItIsMissing) {
+  for (const bool isMissing : {false, true}) {
+    SCOPED_TRACE(isMissing);
+    setAttribute(kTo, kAccessList, accessList({7, 7, 0}));
+    const ArmedFaults armed(FaultPlan{1, false, isMissing ? ENODATA : EIO, {"fremovexattr"}});
+    EXPECT_EQ(copy(), isMissing);
+    EXPECT_EQ(armed.count(), 1u);
+  }
+}
+
+TEST_F(FileAttributesTest, AnInheritedListThatCannotBeRemovedIsAFailureEvenIfTheOtherIsRemovedMeanwhile) {
+  setAttribute(kFrom, kAccessList, accessList({4, 4, 0}));
+  setAttribute(kTo, kAccessList, accessList({7, 7, 0}));
+  FaultPlan plan{2, false, EIO, {"fgetxattr", "fremovexattr"}};
+  plan.before = [](std::size_t call) {
+    if (call == 1) {
+      ASSERT_EQ(::removexattr(kFrom, kAccessList), 0);
+    }
+  };
+  const ArmedFaults armed(plan);
+  EXPECT_FALSE(copy());
+  EXPECT_EQ(armed.calls(), (std::vector<std::string>{"fgetxattr", "fremovexattr"}));
+}
+
+TEST_F(FileAttributesTest, WithoutTheOwnerAttributesOtherThanTheListAreCopiedWhole) {
+  SKIP_WITHOUT_OTHER_USERS();
+  setAttribute(kFrom, kNote, "note");
+  EXPECT_TRUE(copy(false));
+  EXPECT_EQ(attributeOf(kTo, kNote), "note");
 }
 
 }  // namespace

@@ -50,6 +50,17 @@ TEST_F(FileInfoTest, TheKindOfAPathIsThatOfTheLinkTarget) {
   }
 }
 
+TEST_F(FileInfoTest, ARealDirectoryIsReachedByAPathThatEndsInNoLink) {
+  host::makeDirs("/tmp/directory");
+  host::makeLink("/tmp/link", "directory");
+  host::writeFile(kFile, "");
+  EXPECT_TRUE(FileUtils::isRealDirectory("/tmp/directory"));
+  for (const std::string& path : {std::string(), std::string("/tmp/directory\0x", 16), std::string("/tmp/missing"),
+                                  std::string("/tmp/link"), std::string(kFile)}) {
+    EXPECT_FALSE(FileUtils::isRealDirectory(path)) << host::quoted(path);
+  }
+}
+
 TEST_F(FileInfoTest, ASizeIsInBytesOrMinusOne) {
   host::writeFile(kFile, "12345");
   EXPECT_EQ(FileUtils::fileSize(kFile), 5);

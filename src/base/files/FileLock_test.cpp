@@ -14,6 +14,7 @@
 
 #include "base/files/ProgramDirectories.h"
 #include "testing/faults/FaultInjector.h"
+#include "testing/run/AsUser.h"
 #include "testing/run/HostTest.h"
 
 namespace {
@@ -178,6 +179,19 @@ TEST_F(FileLockTest, ALockDirectoryThatIsTheCallersOwnLinkIsUsed) {
   const FileLock lock(kPath);
   EXPECT_TRUE(lock.isLocked());
   EXPECT_TRUE(host::exists("/tmp/elsewhere/hip.conf.lock"));
+}
+
+TEST_F(FileLockTest, AUsersLockDirectoryMayBeHisOwnLinkButNoThirdUsers) {
+  SKIP_WITHOUT_OTHER_USERS();
+  host::makeDirs("/tmp/elsewhere", 0777);
+  for (const uid_t owner : {65534u, 65533u}) {
+    SCOPED_TRACE(owner);
+    host::remove("/tmp/lock");
+    host::makeLink("/tmp/lock", "/tmp/elsewhere");
+    host::giveTo(owner, "/tmp/lock");
+    const AsUser user(65534);
+    EXPECT_EQ(FileLock(kPath).result(), owner == 65534u ? Result::held : Result::unavailable);
+  }
 }
 
 TEST_F(FileLockTest, TheDirectoryIsOursOnlyIfNobodyElseCanChangeIt) {

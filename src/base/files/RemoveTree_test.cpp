@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
+#include <optional>
 #include <thread>
 
 #include "base/files/DirectoryListing.h"
@@ -214,6 +215,21 @@ TEST_F(RemoveTreeTest, AnotherDirectoryInThePlaceOfAClosedOneIsNotTouched) {
   EXPECT_EQ(host::tree(kTree), treeOfDepth(7));
 }
 
+TEST_F(RemoveTreeTest, AFileSystemThatIsMountedOverAClosedDirectoryIsNotTouched) {
+  makeDeepTree(kDepth);
+  std::optional<host::SmallDisk> disk;
+  FaultPlan plan;
+  plan.calls = {"openat"};
+  plan.before = [&disk](std::size_t call) {
+    if (call != kOpenedOnTheWayDown + 1) return;
+    disk.emplace("/tmp/tree/d/d/d/d/d", 4096);
+    host::makeDirs("/tmp/tree/d/d/d/d/d/d/d");
+  };
+  const ArmedFaults armed{plan};
+  EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::rmdirError));
+  EXPECT_TRUE(host::exists("/tmp/tree/d/d/d/d/d/d/d"));
+}
+
 TEST_F(RemoveTreeTest, AParentDirectoryThatCannotBeReopenedEndsTheRemoval) {
   for (const FaultPlan& plan : {FaultPlan{kOpenedOnTheWayDown + 1, false, EMFILE, {"openat"}},
                                 FaultPlan{kOpenedOnTheWayDown / 2 + 1, false, EIO, {"fstat"}}}) {
@@ -325,6 +341,13 @@ TEST_F(RemoveTreeTest, ManyFilesAreRemovedBeforeLinksToFilesThenLinksToDirectori
   const std::string toDirectory = "l link to a directory -> /tmp/target\n";
   const std::string toFile = "l link to a file -> /tmp/target/file\n";
   EXPECT_THAT(remaining, testing::ElementsAre(directory + toDirectory + toFile, directory + toDirectory, directory));
+}
+
+TEST_F(RemoveTreeTest, OfManyFilesOneThatCannotBeRemovedAtFirstIsRemovedLater) {
+  for (int i = 0; i < kMany; ++i) host::writeFile(inTree("file" + std::to_string(i)), "");
+  const ArmedFaults armed{FaultPlan{kMany / 2, false, EIO, {"unlinkat"}}};
+  EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::success));
+  EXPECT_EQ(armed.count(), std::size_t{kMany + 1});
 }
 
 TEST_F(RemoveTreeTest, ManyDirectoriesThatCannotBeRemovedDoNotStopTheRemovalOfOthers) {

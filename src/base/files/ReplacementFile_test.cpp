@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include "testing/faults/FaultInjector.h"
+#include "testing/run/AsUser.h"
 #include "testing/run/HostTest.h"
 
 namespace {
@@ -225,7 +227,9 @@ TEST_F(ReplacementFileTest, WhatCannotBeExaminedStaysAndEndsTheAttemptAtOnce) {
     FaultPlan plan;
   } cases[] = {
       {"it cannot be found", {3, false, EMFILE, {"openat"}}},
-      {"it cannot be opened", {4, false, EMFILE, {"openat"}}},
+      {"it cannot be opened: too many open files", {4, false, EMFILE, {"openat"}}},
+      {"it cannot be opened: too many of the system", {4, false, ENFILE, {"openat"}}},
+      {"it cannot be opened: out of memory", {4, false, ENOMEM, {"openat"}}},
       {"its stat fails", {2, false, EIO, {"fstat"}}},
       {"its name cannot be looked up", {1, false, EIO, {"fstatat"}}},
   };
@@ -239,6 +243,87 @@ TEST_F(ReplacementFileTest, WhatCannotBeExaminedStaysAndEndsTheAttemptAtOnce) {
     EXPECT_LT(Clock::now() - start, milliseconds(5000));
     EXPECT_EQ(host::readFile(kNew), "perhaps another editor's");
   }
+}
+
+TEST_F(ReplacementFileTest, AnOldFileThatMayNotBeOpenedIsRemoved) {
+  host::writeFile(kNew, "left over", 0);
+  const host::BoundByModes bound;
+  ReplacementFile file;
+  EXPECT_THAT(file.make(kFile, in(5000)), HasCode(status::success));
+  EXPECT_EQ(host::readFile(kNew), "");
+}
+
+TEST_F(ReplacementFileTest, AnOldFileThatSomebodyElseRemovesIsNoFailure) {
+  host::writeFile(kNew, "left over");
+  FaultPlan plan;
+  plan.calls = {"unlinkat"};
+  plan.before = [](std::size_t call) {
+    if (call == 1) host::remove(kNew);
+  };
+  const ArmedFaults armed(plan);
+  ReplacementFile file;
+  EXPECT_THAT(file.make(kFile, in(5000)), HasCode(status::success));
+}
+
+TEST_F(ReplacementFileTest, AfterTheDeadlineANameThatIsTakenAgainAndAgainIsTriedThreeTimes) {
+  FaultPlan plan;
+  plan.calls = {"flock"};
+  plan.before = [](std::size_t) {
+    host::remove(kNew);
+    host::writeFile(kNew, "another's");
+  };
+  const ArmedFaults armed(plan);
+  ReplacementFile file;
+  EXPECT_THAT(file.make(kFile, Clock::now() - milliseconds(1)), HasCode(status::openError));
+  EXPECT_EQ(armed.count(), 3u);
+  EXPECT_EQ(host::readFile(kNew), "another's");
+}
+
+TEST_F(ReplacementFileTest, AUserWaitsForAnotherEditorOfHisOwnAndForNoStranger) {
+  SKIP_WITHOUT_OTHER_USERS();
+  host::setMode("/etc/zuv", 0777);
+  for (const uid_t owner : {kStranger, kStranger - 1}) {
+    SCOPED_TRACE(owner);
+    host::remove(kNew);
+    host::writeFile(kNew, "an editor's");
+    host::giveTo(owner, kNew);
+    const UniqueFd lock = lockOf(kNew);
+    const AsUser user(kStranger);
+    ReplacementFile file;
+    EXPECT_THAT(file.make(kFile, Clock::now()), HasCode(owner == kStranger ? status::openError : status::success));
+  }
+}
+
+// The second descriptor of the new file holds its lock.
+TEST_F(ReplacementFileTest, WithoutASecondDescriptorTheNewFileIsRemoved) {
+  rlimit old = {};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &old), 0);
+  FaultPlan plan;
+  plan.calls = {"fstatat"};
+  plan.before = [&old](std::size_t call) {
+    const rlimit none = {3, old.rlim_max};
+    if (call == 1) {
+      ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    }
+  };
+  Status made;
+  {
+    const ArmedFaults armed(plan);
+    ReplacementFile file;
+    made = file.make(kFile, in(5000));
+    EXPECT_FALSE(file.isMade());
+  }
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &old), 0);
+  EXPECT_THAT(made, HasCode(status::openError));
+  EXPECT_FALSE(host::exists(kNew));
+}
+
+TEST_F(ReplacementFileTest, AFileThatWasNotMadeReplacesNothing) {
+  host::writeFile(kFile, "old");
+  host::writeFile(kNew, "another's");
+  ReplacementFile file;
+  EXPECT_FALSE(file.replaceOld());
+  EXPECT_EQ(host::readFile(kFile), "old");
 }
 
 TEST_F(ReplacementFileTest, ANewFileWhoseNameCannotBeLookedUpIsRemovedAtOnce) {

@@ -2,10 +2,14 @@
 
 #include <endian.h>
 #include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <functional>
 #include <optional>
 #include <string>
@@ -44,13 +48,17 @@ class StoreOpenerTest : public HostTest {
     return open(system, path, flags, follow).fd.isOpen() ? 0 : errno;
   }
 
-  // A root's file, a stranger's file and a directory, as every row finds them.
-  static void prepare() {
+  static void prepareFiles() {
     host::reset();
     host::writeFile(kFile, "root's", 0600);
     host::writeFile(kHisFile, "his");
-    host::giveTo(kStranger, kHisFile);
     host::makeDirs("/etc/zuv/dir");
+  }
+
+  // A root's file, a stranger's file and a directory, as every row finds them.
+  static void prepare() {
+    prepareFiles();
+    host::giveTo(kStranger, kHisFile);
   }
 };
 
@@ -168,6 +176,13 @@ const OpenCase kOwnLinks[] = {
        giveLink(kThird, kHisFile, "/etc/zuv/third/link");
        host::giveTo(kThird, "/etc/zuv/third");
        giveLinkAndDirectory(kStranger, "/etc/zuv/third/link");
+     },
+     kLink, ELOOP, ELOOP},
+    {"a stranger's link in root's directory is not read, even if it leads to an owner's link",
+     [] {
+       giveLink(kStranger, kHisFile, "/etc/zuv/his/link");
+       host::giveTo(kStranger, "/etc/zuv/his");
+       giveLink(kStranger, "/etc/zuv/his/link");
      },
      kLink, ELOOP, ELOOP},
     {"an owner's link to root's file is not read", [] { giveLinkAndDirectory(kStranger, kFile); }, kLink, ELOOP, ELOOP},
@@ -308,6 +323,88 @@ TEST_F(StoreOpenerTest, ALinkThatIsSwappedAtAnyStepNeverOpensRootsFile) {
   }
 }
 
+TEST_F(StoreOpenerTest, ATrustedLinkThatBecomesAFileIsRefusedOrReadAsThatFile) {
+  SKIP_WITHOUT_OTHER_USERS();
+  constexpr std::size_t steps = 40;  // more than a walk over the link takes
+  std::size_t refusals = 0;
+  for (std::size_t at = 1; at <= steps; ++at) {
+    SCOPED_TRACE(at);
+    prepare();
+    host::makeLink(kLink, kHisFile);
+    FaultPlan plan;
+    plan.before = [at](std::size_t call) {
+      if (call != at) return;
+      host::remove(kLink);
+      host::writeFile(kLink, "a file of root's");
+    };
+    const ArmedFaults armed(plan);
+    if (openInStore(AT_FDCWD, kLink, O_RDONLY, 0, Follow::trusted).fd.isOpen()) continue;
+    EXPECT_EQ(errno, ELOOP);
+    ++refusals;
+  }
+  EXPECT_GT(refusals, 0u);
+}
+
+TEST_F(StoreOpenerTest, AnOwnersFileThatGetsASecondNameBeforeItIsOpenedIsNotRead) {
+  SKIP_WITHOUT_OTHER_USERS();
+  prepare();
+  giveLinkAndDirectory(kStranger, kHisFile);
+  FaultPlan plan;
+  plan.calls = {"open"};  // the one of the path in /proc
+  plan.before = [](std::size_t) { ASSERT_EQ(::link(kHisFile, "/etc/zuv/second name"), 0); };
+  const ArmedFaults armed(plan);
+  EXPECT_FALSE(openInStore(AT_FDCWD, kLink, O_RDONLY, 0, Follow::forReading).fd.isOpen());
+  EXPECT_EQ(errno, ELOOP);
+  EXPECT_EQ(armed.count(), 1u);
+}
+
+// A process of the stranger's, until the end of the scope.
+class StrangersProcess {
+ public:
+  StrangersProcess() {
+    int ready[2] = {-1, -1};
+    EXPECT_EQ(::pipe2(ready, O_CLOEXEC), 0);
+    child_ = ::fork();
+    if (child_ == 0) {
+      // Without the flag, the files of a process that changed its user belong to root.
+      const bool isHis = ::setuid(kStranger) == 0 && ::prctl(PR_SET_DUMPABLE, 1) == 0;
+      (void)!::write(ready[1], isHis ? "y" : "n", 1);
+      for (;;) ::pause();
+    }
+    char answer = '\0';
+    EXPECT_EQ(::read(ready[0], &answer, 1), 1);
+    isHis_ = answer == 'y';
+    (void)::close(ready[0]);
+    (void)::close(ready[1]);
+  }
+  ~StrangersProcess() {
+    EXPECT_EQ(::kill(child_, SIGKILL), 0);
+    EXPECT_EQ(::waitpid(child_, nullptr, 0), child_);
+  }
+  StrangersProcess(const StrangersProcess&) = delete;
+  StrangersProcess& operator=(const StrangersProcess&) = delete;
+
+  bool isHis() const { return isHis_; }
+  std::string statusFile() const { return "/proc/" + std::to_string(child_) + "/status"; }
+
+ private:
+  pid_t child_ = -1;
+  bool isHis_ = false;
+};
+
+TEST_F(StoreOpenerTest, AFileOfProcIsNotReadOverALinkOfItsOwnOwner) {
+  SKIP_WITHOUT_OTHER_USERS();
+  const StrangersProcess process;
+  if (!process.isHis()) GTEST_SKIP() << "an emulated process cannot be made dumpable";
+  struct stat info = {};
+  ASSERT_EQ(::stat(process.statusFile().c_str(), &info), 0);
+  ASSERT_EQ(info.st_uid, kStranger);
+  prepare();
+  giveLinkAndDirectory(kStranger, process.statusFile());
+  EXPECT_FALSE(openInStore(AT_FDCWD, kLink, O_RDONLY, 0, Follow::forReading).fd.isOpen());
+  EXPECT_EQ(errno, ELOOP);
+}
+
 TEST_F(StoreOpenerTest, AnOpenedFileIsCloseOnExecAndAQueueDoesNotBlock) {
   host::makeFifo("/etc/zuv/queue");
   for (const System& system : kSystems) {
@@ -352,6 +449,19 @@ TEST_F(StoreOpenerTest, OthersMayWriteWhereTheOwnerTheModeOrAnAccessListLetsThem
   }
 }
 
+TEST_F(StoreOpenerTest, AFileSystemWithoutAccessListsHasNoneAndADirectoryThatCannotBeAskedCountsAsOneWithAList) {
+  host::makeDirs("/tmp/ram");
+  if (::mount("ramfs", "/tmp/ram", "ramfs", 0, "mode=0775") != 0) GTEST_SKIP() << "needs a ramfs";
+  {
+    const StoreFile directory = openInStore(AT_FDCWD, "/tmp/ram", O_PATH, 0, Follow::trusted);
+    EXPECT_EQ(directory.info.st_mode & 07777, 0775u);
+    EXPECT_FALSE(othersMayWrite(directory.fd.get(), directory.info));
+    constexpr int notOpen = 1000;
+    EXPECT_TRUE(othersMayWrite(notOpen, directory.info));
+  }
+  EXPECT_EQ(::umount("/tmp/ram"), 0);
+}
+
 TEST_F(StoreOpenerTest, APathLeadsOverAnUntrustedLinkOnlyIfThereIsOne) {
   SKIP_WITHOUT_OTHER_USERS();
   prepare();
@@ -364,19 +474,24 @@ TEST_F(StoreOpenerTest, APathLeadsOverAnUntrustedLinkOnlyIfThereIsOne) {
 }
 
 TEST_F(StoreOpenerTest, AFaultOpensNothingAndLeaksNothing) {
-  const FaultLoop loop{[] {
-    host::reset();
-    host::writeFile(kFile, "text");
-    host::makeLink("/etc/zuv/link", "file");
-  }};
-  const auto open = [] { return openInStore(AT_FDCWD, "/etc/zuv/link", O_RDONLY, 0, Follow::trusted).fd.isOpen(); };
-  forEachFault(loop, open, [](bool isOpened, const Fault& fault) {
-    if (fault.call == "close") {
-      EXPECT_TRUE(isOpened || fault.fromThereOn) << "a close that fails has closed nevertheless";
-    } else {
-      EXPECT_EQ(isOpened, !fault);
-    }
-  });
+  for (const bool isOurs : {true, false}) {
+    if (!isOurs && !hasOtherUsers()) continue;
+    SCOPED_TRACE(isOurs ? "a trusted link" : "an owner's link");
+    const FaultLoop loop{[isOurs] {
+      prepareFiles();
+      host::makeLink(kLink, isOurs ? kFile : kHisFile);
+      if (isOurs) return;
+      for (const char* path : {kHisFile, kLink, "/etc/zuv/dir"}) host::giveTo(kStranger, path);
+    }};
+    const auto open = [] { return openInStore(AT_FDCWD, kLink, O_RDONLY, 0, Follow::forReading).fd.isOpen(); };
+    forEachFault(loop, open, [](bool isOpened, const Fault& fault) {
+      if (fault.call == "close") {
+        EXPECT_TRUE(isOpened || fault.fromThereOn) << "a close that fails has closed nevertheless";
+      } else {
+        EXPECT_EQ(isOpened, !fault);
+      }
+    });
+  }
 }
 
 }  // namespace
