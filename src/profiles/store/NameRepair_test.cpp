@@ -224,4 +224,66 @@ TEST_F(RepairOfANameTest, AHardLinkToAFileOfAnotherOwnerStays) {
   EXPECT_EQ(host::readFile(kSecret), "secret\n");
 }
 
+TEST_F(RepairOfANameTest, ARegularFileThatTookThePlaceOfALinkMeanwhileIsKept) {
+  host::makeDirs(kDir);
+  host::makeLink(kName, kName);
+  FaultPlan plan;
+  plan.calls = {"fstatat"};
+  plan.before = [](std::size_t call) {
+    if (call != 1) return;
+    host::remove(kName);
+    host::writeFile(kName, "free", 0600);
+  };
+  const ArmedFaults armed(plan);
+  EXPECT_EQ(repair(""), Result::done);
+  EXPECT_EQ(name_, "free");
+  EXPECT_EQ(host::tree(kDir), "f 0600 profile_name \"free\"\n");
+}
+
+TEST_F(RepairOfANameTest, ANameThatCannotBeMadeInThePlaceOfALinkIsAFailure) {
+  std::size_t fault = 0;
+  for (const bool isFaulty : {false, true}) {
+    SCOPED_TRACE(isFaulty);
+    host::reset();
+    host::makeDirs(kDir);
+    host::makeLink(kName, kName);
+    const ArmedFaults armed(FaultPlan{fault, false, EIO, {}});
+    EXPECT_EQ(repair(""), isFaulty ? Result::failed : Result::done);
+    const std::vector<std::string> calls = armed.calls();
+    const auto removal = std::find(calls.begin(), calls.end(), "unlinkat");
+    ASSERT_NE(removal, calls.end());
+    fault = static_cast<std::size_t>(removal - calls.begin()) + 2;  // the call after it opens the name
+  }
+  EXPECT_EQ(host::tree(kDir), "");
+}
+
+TEST_F(RepairOfANameTest, ADirectoryThatIsMovedOrRemovedBeforeItsNameIsOpenedIsGone) {
+  host::writeFile(kName, "lab\n");
+  std::vector<std::string> calls;
+  {
+    const ArmedFaults counted{FaultPlan{0, false, EIO, {"openat", "flock"}}};
+    ASSERT_EQ(repair("lab"), Result::done);
+    calls = counted.calls();
+  }
+  // The name is opened by the call before the lock.
+  const auto opensTheName = static_cast<std::size_t>(std::find(calls.begin(), calls.end(), "flock") - calls.begin());
+  ASSERT_LT(opensTheName, calls.size());
+  for (const bool isRemoved : {false, true}) {
+    SCOPED_TRACE(isRemoved ? "removed" : "moved, and the name cannot be opened");
+    host::reset();
+    host::writeFile(kName, "lab\n");
+    FaultPlan plan{isRemoved ? 0 : opensTheName, false, EIO, {"openat"}};
+    plan.before = [isRemoved, opensTheName](std::size_t call) {
+      if (call != opensTheName) return;
+      if (isRemoved) host::remove(kDir);
+      if (!isRemoved) {
+        ASSERT_EQ(::rename(kDir, "/etc/zuv/moved"), 0);
+      }
+    };
+    const ArmedFaults armed(plan);
+    EXPECT_EQ(repair("lab"), Result::gone);
+    EXPECT_FALSE(host::exists(kDir));
+  }
+}
+
 }  // namespace

@@ -332,6 +332,27 @@ TEST_F(CreateTest, AnUntrustedLinkDoesNotFailTheCreationWhateverItsTarget) {
   EXPECT_EQ(create(wish("lab")).name, "lab");
 }
 
+TEST_F(CreateTest, ALinkOfTheTemplateThatBecomesCircularMeanwhileIsPassedOver) {
+  constexpr const char* link = "/etc/zuv/profiles/.factory/link";
+  for (const std::size_t at : {1u, 2u}) {
+    SCOPED_TRACE(at == 1 ? "during the listing" : "before the look at its target");
+    host::reset();
+    host::writeFile("/tmp/target", "text");
+    host::makeLink(link, "/tmp/target");
+    FaultPlan plan;
+    plan.calls = {"stat"};
+    plan.before = [at](std::size_t call) {
+      if (call != at) return;
+      host::remove(link);
+      host::makeLink(link, link);
+    };
+    const ArmedFaults armed(plan);
+    create(wish("lab"));
+    EXPECT_GE(armed.count(), at);
+    EXPECT_EQ(host::tree(kMade), "d 0755 ca-certs\n" + kAddressAndName);
+  }
+}
+
 TEST_F(CreateTest, CertificatesAndTemplateMayBeMissingOrUnusual) {
   const Creation cases[] = {
       {"certificates are copied into a directory of their own",

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <string>
@@ -67,6 +68,8 @@ TEST_F(ProfileRemovalTest, AStepThatFailsLeavesWhatTheHeaderSays) {
   const FailedStep cases[] = {
       {"a system without this rename removes in place", {1, true, ENOSYS, {"renameat2"}}, status::success, ""},
       {"so does a file system without it", {1, true, EINVAL, {"renameat2"}}, status::success, ""},
+      {"a taken number can also be an error of its own", {1, false, ENOTEMPTY, {"renameat2"}}, status::success, ""},
+      {"if all 999,999 numbers are taken, it removes in place", {1, true, EEXIST, {"renameat2"}}, status::success, ""},
       {"no lock is needed", {1, true, EOPNOTSUPP, {"flock"}}, status::success, ""},
       // The root, and then the profile.
       {"a profile that cannot be opened stays", {3, false, EACCES, {"openat"}}, status::applicationError, nullptr},
@@ -81,6 +84,63 @@ TEST_F(ProfileRemovalTest, AStepThatFailsLeavesWhatTheHeaderSays) {
     }
     EXPECT_EQ(store(), c.left == nullptr ? all : c.left);
   }
+}
+
+TEST_F(ProfileRemovalTest, AProfileThatIsNotEmptyAnyMoreIsNotRemovedInPlace) {
+  prepare();
+  FaultPlan plan{1, true, ENOSYS, {"renameat2"}};
+  plan.before = [](std::size_t) { host::writeFile(kDir + std::string("/late"), "written meanwhile"); };
+  const ArmedFaults armed(plan);
+  EXPECT_THAT(removeIt(), HasCode(status::applicationError));
+  EXPECT_EQ(store(), "d 0755 profile-1\nf 0644 profile-1/late \"written meanwhile\"\n");
+}
+
+// The number of the first rename among the calls of a delete that count.
+std::size_t numberOfRename(const CallNames& counted) {
+  const ArmedFaults armed(FaultPlan{0, false, EIO, counted});
+  EXPECT_THAT(removeIt(), HasCode(status::success));
+  const std::vector<std::string> calls = armed.calls();
+  return static_cast<std::size_t>(std::find(calls.begin(), calls.end(), "renameat2") - calls.begin()) + 1;
+}
+
+TEST_F(ProfileRemovalTest, AProfileThatSomebodyElseRemovesBeforeTheLastStepInPlaceIsASuccess) {
+  prepare();
+  const CallNames counted = {"renameat2", "unlinkat"};
+  const std::size_t rename = numberOfRename(counted);
+  prepare();
+  FaultPlan plan{rename, false, ENOSYS, counted};
+  plan.before = [rename](std::size_t call) {
+    if (call == rename + 2) host::remove(kDir);  // after the unlink of the name
+  };
+  const ArmedFaults armed(plan);
+  EXPECT_THAT(removeIt(), HasCode(status::success));
+  EXPECT_EQ(armed.count(), rename + 2);
+  EXPECT_EQ(store(), "");
+}
+
+TEST_F(ProfileRemovalTest, ADirectoryThatWasMovedByMistakeGoesBackEvenIfTheProfileCannotBeLookedUp) {
+  prepare();
+  const CallNames counted = {"renameat2", "fstat"};
+  const std::size_t rename = numberOfRename(counted);
+  prepare();
+  host::writeFile(kOther + std::string("/file"), "other");
+  FaultPlan plan{rename + 2, false, EIO, counted};  // the first fstat after the rename belongs to the comparison
+  plan.before = [rename](std::size_t call) {
+    if (call != rename) return;
+    ASSERT_EQ(::rename(kDir, "/etc/zuv/moved"), 0);
+    ASSERT_EQ(::rename(kOther, kDir), 0);
+  };
+  const ArmedFaults armed(plan);
+  EXPECT_THAT(removeIt(), HasCode(status::profileNotFound));
+  EXPECT_EQ(store(), "d 0755 profile-1\nf 0644 profile-1/file \"other\"\n");
+}
+
+TEST_F(ProfileRemovalTest, ALinkThatCannotBeRemovedStays) {
+  host::makeLink(kDir, kOther);
+  const ArmedFaults armed(FaultPlan{1, true, EPERM, {"unlinkat"}});
+  EXPECT_THAT(removeIt(), HasCode(status::applicationError));
+  EXPECT_EQ(armed.count(), 1u);
+  EXPECT_EQ(store(), "l profile-1 -> /etc/zuv/other\n");
 }
 
 TEST_F(ProfileRemovalTest, AfterTheRenameADeleteIsASuccessWhateverIsLeft) {
