@@ -236,6 +236,9 @@ coverage() {
   [ $kind = coverage ] || pool=%4m
   export LLVM_PROFILE_FILE="$PWD/made/profiles/$pool.profraw"
   ./ravctl usage >usage.txt
+  if [ $kind = mcdc ]; then
+    while [ "$(find made/profiles -type f | wc -l)" -lt 4 ]; do ./ravctl usage >usage.txt; done
+  fi
   umask 022
   status=0
   # shellcheck disable=SC2046,SC2086

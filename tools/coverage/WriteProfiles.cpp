@@ -31,7 +31,9 @@ void choosePath() {
 
 void writeNow() {
   choosePath();
+  const mode_t old = ::umask(0);  // other users must be able to write the file, too
   (void)__llvm_profile_write_file();
+  (void)::umask(old);
   __llvm_profile_reset_counters();
 }
 
