@@ -238,6 +238,9 @@ coverage() {
   ./ravctl usage >usage.txt
   if [ $kind = mcdc ]; then
     while [ "$(find made/profiles -type f | wc -l)" -lt 4 ]; do ./ravctl usage >usage.txt; done
+    # The profiles disturb these tests: in a root of their own, without memory, and without room in files.
+    GTEST_FILTER='-*.TheRootMayBeTheLockDirectory:*.ListProfilesUnderAnyMemoryLimit*:*.AFileSizeLimitIsAFailedWrite*'
+    export GTEST_FILTER
   fi
   umask 022
   status=0
