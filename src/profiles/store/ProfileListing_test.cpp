@@ -193,6 +193,29 @@ TEST_F(NameRepairTest, ARepairOnAFullDiskFailsAndLeavesNoHalfAName) {
   EXPECT_THAT(nameOnDisk("profile-1") + nameOnDisk("profile-2"), testing::AnyOf("lab\nlab#2\n", "lab#2\nlab\n"));
 }
 
+TEST_F(NameRepairTest, AProfileThatVanishesBeforeItsRepairIsNotListed) {
+  std::size_t opensTheName = 0;  // to repair it, just before the lock
+  for (const bool isVanishing : {false, true}) {
+    SCOPED_TRACE(isVanishing);
+    host::reset();
+    host::makeProfile("profile-1", "lab");
+    makeNameless("profile-2");
+    FaultPlan plan;
+    plan.calls = {"openat", "flock"};
+    plan.before = [&](std::size_t call) {
+      if (call == opensTheName) host::remove("/etc/zuv/profiles/profile-2");
+    };
+    const ArmedFaults armed(plan);
+    if (isVanishing) {
+      EXPECT_THAT(listed(), ElementsAre(Pair("profile-1", "lab")));
+    } else {
+      EXPECT_THAT(listed(), ElementsAre(Pair("profile-1", "lab"), Pair("profile-2", "profile")));
+    }
+    const std::vector<std::string> calls = armed.calls();
+    opensTheName = static_cast<std::size_t>(std::find(calls.begin(), calls.end(), "flock") - calls.begin());
+  }
+}
+
 TEST_F(NameRepairTest, ADirectoryInThePlaceOfANameFileFailsTheListingAndIsKept) {
   host::makeProfile("profile-2", "lab");
   host::makeDirs("/etc/zuv/profiles/profile-1/profile_name");
