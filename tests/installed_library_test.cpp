@@ -58,15 +58,15 @@ class InstalledLibraryTest : public HostTest {
   }
 };
 
-// Compiling the library takes minutes. So ninja only prints how it would compile it, and the archive of this build is
-// copied to its place.
+// Compiling the library takes minutes. So ninja only prints how it would compile it, and the archive that this
+// build has installed is copied to its place.
 TEST_F(InstalledLibraryTest, TheCommandsOfThePageInstallTheComponent) {
   const std::string prefix = kPrefix;
   const std::string compile = "cmake --build build/library --target ravctl_core";
   std::string commands = commandsOfThePage()[0];
   ASSERT_THAT(commands, testing::HasSubstr(compile + "\n"));
   commands.insert(commands.find(compile) + compile.size(),
-                  " -- -n\ncp " + places::build() + "/libravctl.a build/library/");
+                  " -- -n\ncp $(find " + places::build() + "/dev/prefix -name libravctl.a) build/library/");
   const std::string sources = "mount -t tmpfs none " + prefix + "; ln -s " + places::source() + "/* .; rm -f build\n";
   const Outcome installed = runHere(sources + commands);
   ASSERT_EQ(installed.exitStatus, 0) << installed.out << installed.err;
