@@ -221,7 +221,7 @@ const OpenCase kOwnLinks[] = {
 const OpenCase kLinksToDirectories[] = {
     {"a trusted link in the place of a directory is followed", [] { host::makeLink("/etc/zuv/way", "/etc/zuv"); },
      "/etc/zuv/way/dir/../file", 0, 0},
-    {"a stranger's link in the place of a directory is not followed, and the owner of its target does not matter",
+    {"a stranger's link in the place of a directory is not followed, whoever owns its target",
      [] {
        host::giveTo(kStranger, "/etc/zuv/dir");
        giveLink(kStranger, "/etc/zuv");

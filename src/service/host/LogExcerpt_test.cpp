@@ -199,7 +199,7 @@ class LogMaker {
   std::string filler(unsigned length) {
     static const std::string parts[] = {"[ERROR] ", "[DEBUG] ", "xxxxxxxxxxxxxxxxxxxx",
                                         " ",        "F~",       std::string(500, 'y')};
-    const std::string word(below(length + 1), 'w');  // the part of a long line that is not read twice
+    const std::string word(below(length + 1), 'w');  // no byte of it ends a level name, so it is read once
     std::string text = below(2) == 0 ? word : "";
     while (text.size() < length) text += parts[below(6)];
     return text.substr(0, length);
