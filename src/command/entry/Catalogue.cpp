@@ -18,8 +18,6 @@ namespace {
 using Made = std::unique_ptr<RavctlCommandInstance>;
 using Words = std::vector<std::string>;
 
-Made make(const CommandRow& row, const std::string& argument, const Words& words);
-
 // The `id` of a row.
 enum Id : int {
   createProfile,
@@ -93,54 +91,61 @@ constexpr CommandAlias aliases[] = {
     {"show profiles", "list profiles"}, {"show versions", "list versions"},
 };
 
+Made make(const CommandRow& row, const std::string& argument, const Words& words);
 constexpr CommandTable table = {make, rows, std::size(rows), aliases, std::size(aliases)};
 
-// A switch and no pointers to functions in the rows: these would have to be relocated at each start.
-// NOLINTNEXTLINE(readability-function-size): one case for each command
-Made make(const CommandRow& row, const std::string& argument, const Words& words) {
-  switch (static_cast<Id>(row.id)) {
-    case createProfile:
-      return std::make_unique<Hipcmd_CreateProfile>(argument);
-    case modifyProfile:
-      return std::make_unique<Hipcmd_ModifyProfile>(argument);
-    case showProfile:
-      return std::make_unique<Hipcmd_ShowProfile>(argument);
-    case activateProfile:
-      return std::make_unique<Hipcmd_ActivateProfile>(argument);
-    case deleteProfile:
-      return std::make_unique<Hipcmd_DeleteProfile>(argument);
-    case renameProfile:
-      return std::make_unique<Hipcmd_RenameProfile>(argument);
-    case resetProfile:
-      return std::make_unique<Hipcmd_ProfileReset>(argument);
-    case getLog:
-      return std::make_unique<Hipcmd_GetHipLog>(argument);
-    case getInterfaces:
-      return std::make_unique<Hipcmd_GetInterfaces>();
-    case getVersions:
-      return std::make_unique<Hipcmd_GetVersions>();
-    case getProfiles:
-      return std::make_unique<Hipcmd_GetProfiles>();
-    case startService:
-      return std::make_unique<Hipcmd_ServiceStart>();
-    case stopService:
-      return std::make_unique<Hipcmd_ServiceStop>();
-    case bounceService:
-      return std::make_unique<Hipcmd_ServiceBounce>();
-    case showStatus:
-      return std::make_unique<Hipcmd_ShowStatus>();
-    case supportBundle:
-      return std::make_unique<Hipcmd_SupportBundle>();
-    case json:
-      return std::make_unique<Hipcmd_JsonCommand>(argument);
-    case usage:
-      return std::make_unique<Hipcmd_Usage>();
-    case help:
-      return std::make_unique<Hipcmd_SimpleHelp>(words, table);
-    case reference:
-      break;
+template <typename Command>
+Made makePlain(const std::string&, const Words&) {
+  return std::make_unique<Command>();
+}
+
+template <typename Command>
+Made makeWith(const std::string& argument, const Words&) {
+  return std::make_unique<Command>(argument);
+}
+
+Made makeHelp(const std::string&, const Words& words) { return std::make_unique<Hipcmd_SimpleHelp>(words, table); }
+Made makeReference(const std::string&, const Words&) { return std::make_unique<Hipcmd_ReferenceHelp>(table); }
+
+// Pointers to functions are relocated at each start, so they are not in the rows: the pages of the rows stay read-only.
+struct Maker {
+  Id id;
+  Made (*make)(const std::string& argument, const Words& words);
+};
+
+constexpr Maker makers[] = {
+    {createProfile, makeWith<Hipcmd_CreateProfile>},
+    {modifyProfile, makeWith<Hipcmd_ModifyProfile>},
+    {showProfile, makeWith<Hipcmd_ShowProfile>},
+    {activateProfile, makeWith<Hipcmd_ActivateProfile>},
+    {deleteProfile, makeWith<Hipcmd_DeleteProfile>},
+    {renameProfile, makeWith<Hipcmd_RenameProfile>},
+    {resetProfile, makeWith<Hipcmd_ProfileReset>},
+    {getLog, makeWith<Hipcmd_GetHipLog>},
+    {getInterfaces, makePlain<Hipcmd_GetInterfaces>},
+    {getVersions, makePlain<Hipcmd_GetVersions>},
+    {getProfiles, makePlain<Hipcmd_GetProfiles>},
+    {startService, makePlain<Hipcmd_ServiceStart>},
+    {stopService, makePlain<Hipcmd_ServiceStop>},
+    {bounceService, makePlain<Hipcmd_ServiceBounce>},
+    {showStatus, makePlain<Hipcmd_ShowStatus>},
+    {supportBundle, makePlain<Hipcmd_SupportBundle>},
+    {json, makeWith<Hipcmd_JsonCommand>},
+    {usage, makePlain<Hipcmd_Usage>},
+    {help, makeHelp},
+    {reference, makeReference},
+};
+
+constexpr bool standInTheOrderOfTheirIds() {
+  for (std::size_t at = 0; at < std::size(makers); ++at) {
+    if (static_cast<std::size_t>(makers[at].id) != at) return false;
   }
-  return std::make_unique<Hipcmd_ReferenceHelp>(table);
+  return std::size(makers) == std::size(rows);
+}
+static_assert(standInTheOrderOfTheirIds(), "make() takes the id of a row as an index");
+
+Made make(const CommandRow& row, const std::string& argument, const Words& words) {
+  return makers[row.id].make(argument, words);
 }
 
 // The number of words that a form requires, and the index of the word that is passed to the command (0: none).
