@@ -10,22 +10,8 @@ set -eu
 
 usage() { echo 'Usage: bench/growth.sh [--brief] BUILD_FOLDER    (--brief: once and small, the figures mean nothing)'; }
 
-brief=
-case ${1-} in
-  -h | --help)
-    usage
-    exit
-    ;;
-  --brief)
-    brief=yes
-    shift
-    ;;
-esac
-[ $# -eq 1 ] || {
-  usage >&2
-  exit 2
-}
-build=$1
+# shellcheck source=bench/words.sh
+. "$(dirname "$0")/words.sh"
 ravctl=$build/ravctl
 bench=$build/bench
 # An exponent above this is a cost that grows faster than the work: 1:10:100 may cost 1:12.6:158.

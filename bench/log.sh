@@ -5,22 +5,9 @@ set -eu
 
 usage() { echo 'Usage: bench/log.sh [--brief] BUILD_FOLDER    (--brief: once and small, the figures mean nothing)'; }
 
-brief=
-case ${1-} in
-  -h | --help)
-    usage
-    exit
-    ;;
-  --brief)
-    brief=yes
-    shift
-    ;;
-esac
-[ $# -eq 1 ] || {
-  usage >&2
-  exit 2
-}
-bench=$1/bench/log_bench
+# shellcheck source=bench/words.sh
+. "$(dirname "$0")/words.sh"
+bench=$build/bench/log_bench
 [ -x "$bench" ] || { echo "$bench does not exist" >&2; exit 1; }
 calls=100000
 messages=20000

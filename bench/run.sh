@@ -14,22 +14,8 @@ Usage: bench/run.sh [--brief] BUILD_FOLDER
 TEXT
 }
 
-brief=
-case ${1-} in
-  -h | --help)
-    usage
-    exit
-    ;;
-  --brief)
-    brief=yes
-    shift
-    ;;
-esac
-[ $# -eq 1 ] || {
-  usage >&2
-  exit 2
-}
-build=$(cd "$1" && pwd)
+# shellcheck source=bench/words.sh
+. "$(dirname "$0")/words.sh"
 self=$(cd "$(dirname "$0")" && pwd)/${0##*/}
 
 if [ ! -d /.private-host ]; then
