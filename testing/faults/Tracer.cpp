@@ -19,12 +19,12 @@
 
 #include <algorithm>
 #include <climits>
-#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
 #include "base/system/UniqueFd.h"
+#include "testing/faults/TimeLimit.h"
 
 namespace {
 
@@ -156,38 +156,6 @@ class Output {
 
  private:
   UniqueFd fd_;
-};
-
-// --- The time limit: a signal handler kills the process group, which also ends the trace.
-
-volatile pid_t limitedGroup = 0;
-volatile std::sig_atomic_t limitReached = 0;
-
-void endAtLimit(int) {
-  limitReached = 1;
-  if (limitedGroup > 0) ::kill(-limitedGroup, SIGKILL);
-}
-
-class TimeLimit {
- public:
-  TimeLimit(pid_t group, unsigned seconds) {
-    limitReached = 0;
-    limitedGroup = group;
-    struct sigaction action = {};
-    action.sa_handler = endAtLimit;
-    ::sigaction(SIGALRM, &action, &before_);
-    ::alarm(seconds);
-  }
-  ~TimeLimit() {
-    ::alarm(0);
-    ::sigaction(SIGALRM, &before_, nullptr);
-    limitedGroup = 0;
-  }
-  TimeLimit(const TimeLimit&) = delete;
-  TimeLimit& operator=(const TimeLimit&) = delete;
-
- private:
-  struct sigaction before_ = {};
 };
 
 // --- The traced process
@@ -530,7 +498,8 @@ TraceResult traceProgram(const std::vector<std::string>& words, const TracePlan&
   TraceResult result;
   Trace trace(pid, plan, &result);
   {
-    const TimeLimit limit(pid, plan.seconds);
+    TimeLimit limit(plan.seconds);
+    limit.watch(pid);
     try {
       trace.run();
     } catch (...) {
@@ -540,7 +509,7 @@ TraceResult traceProgram(const std::vector<std::string>& words, const TracePlan&
       throw;
     }
     Adoption::waitForAll();
-    result.timedOut = limitReached != 0;
+    result.timedOut = limit.isReached();
   }
   if (WIFEXITED(trace.status())) result.exitStatus = WEXITSTATUS(trace.status());
   if (WIFSIGNALED(trace.status())) result.signal = WTERMSIG(trace.status());

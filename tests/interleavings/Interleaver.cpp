@@ -27,6 +27,7 @@
 #include <memory>
 
 #include "base/system/UniqueFd.h"
+#include "testing/faults/TimeLimit.h"
 
 namespace {
 
@@ -144,39 +145,6 @@ void replaceCall(pid_t pid, long result) {
   must(::ptrace(PTRACE_SETREGS, pid, nullptr, &registers), "change the registers");
 }
 
-// --- The time limit: a signal handler kills the programs, which also ends the trace.
-
-volatile pid_t limited[2] = {0, 0};
-volatile std::sig_atomic_t limitReached = 0;
-
-void endAtLimit(int) {
-  limitReached = 1;
-  for (const pid_t group : limited) {
-    if (group > 0) ::kill(-group, SIGKILL);
-  }
-}
-
-class TimeLimit {
- public:
-  explicit TimeLimit(unsigned seconds) {
-    limitReached = 0;
-    limited[0] = limited[1] = 0;
-    struct sigaction action = {};
-    action.sa_handler = endAtLimit;
-    ::sigaction(SIGALRM, &action, &before_);
-    ::alarm(seconds);
-  }
-  ~TimeLimit() {
-    ::alarm(0);
-    ::sigaction(SIGALRM, &before_, nullptr);
-  }
-  TimeLimit(const TimeLimit&) = delete;
-  TimeLimit& operator=(const TimeLimit&) = delete;
-
- private:
-  struct sigaction before_ = {};
-};
-
 // --- The run
 
 struct Traced {
@@ -191,7 +159,7 @@ struct Traced {
 
 class Run {
  public:
-  explicit Run(const Interleaving& plan) : plan_(plan), traced_(plan.programs.size()) {}
+  explicit Run(const Interleaving& plan) : plan_(plan), traced_(plan.programs.size()), limit_(plan.seconds) {}
   ~Run() { killAll(); }
   Run(const Run&) = delete;
   Run& operator=(const Run&) = delete;
@@ -211,7 +179,7 @@ class Run {
       if (one.result.exitStatus == 126) throw std::runtime_error("could not start or trace a program");
       result_.programs.push_back(std::move(one.result));
     }
-    result_.timedOut = limitReached != 0;
+    result_.timedOut = limit_.isReached();
     return std::move(result_);
   }
 
@@ -315,7 +283,7 @@ class Run {
     const std::vector<char*> envp = pointersTo(environment);
     one.pid = static_cast<pid_t>(must(::fork(), "fork"));
     if (one.pid == 0) become(argv.data(), envp.data(), program, one.out.get(), one.err.get());
-    limited[number] = one.pid;
+    limit_.watch(one.pid);
     (void)waitFor(number);
     if (one.hasEnded) throw std::runtime_error("could not trace a program");
     constexpr long options = PTRACE_O_EXITKILL | PTRACE_O_TRACESECCOMP | PTRACE_O_TRACEEXEC | PTRACE_O_TRACEFORK |
@@ -383,6 +351,7 @@ class Run {
 
   const Interleaving& plan_;
   std::vector<Traced> traced_;
+  TimeLimit limit_;
   Interleaved result_;
 };
 
@@ -393,10 +362,7 @@ bool isBelow(const std::string& path, const char* folder) {
 
 }  // namespace
 
-Interleaved interleave(const Interleaving& plan) {
-  const TimeLimit limit(plan.seconds);
-  return Run(plan).run();
-}
+Interleaved interleave(const Interleaving& plan) { return Run(plan).run(); }
 
 bool touchesStore(const TracedCall& call) {
   return call.path.empty() || isBelow(call.path, "/etc/zuv") || isBelow(call.path, "/tmp/lock");
