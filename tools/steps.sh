@@ -9,7 +9,7 @@ usage() {
   cat <<'TEXT'
 Usage: sh tools/steps.sh STEP [WORD...]
 
-Steps of ./dev check: format tidy layers headers scripts manuals tree
+Steps of ./dev check: format tidy layers headers promises scripts manuals tree
 Steps of ./dev ci:    clang asan tsan valgrind ansible model torture interleavings s390x aarch64 i386
                       package bench
                       sequences [SECONDS [SEED]]
@@ -57,6 +57,9 @@ headers() {
   sources '*.h' | xargs -P "$jobs" -I '{}' \
     g++ -std=c++17 -Wall -Wextra -Werror -Isrc -I. -fsyntax-only -x c++ -include '{}' /dev/null
 }
+
+# Each sentence in the comments of the headers has a test.
+promises() { python3 -I -B tools/promises.py; }
 
 scripts() {
   find . \( -name build -o -name .git \) -prune -o -type f -print | while read -r file; do
@@ -322,7 +325,7 @@ bench() {
 
 case ${1-} in
   -h | --help) usage ;;
-  format | tidy | layers | headers | scripts | manuals | tree | clang | asan | tsan | valgrind | ansible | fuzz | model | \
+  format | tidy | layers | headers | promises | scripts | manuals | tree | clang | asan | tsan | valgrind | ansible | fuzz | model | \
     torture | interleavings | sequences | anywhere | s390x | aarch64 | i386 | package | bench | coverage)
     step=$1
     shift

@@ -42,6 +42,7 @@ tests/**                  CMakeLists.txt *.cpp *.h
 tests/ansible             *.py
 tests/completion          *.py
 tests/init_systems        *.sh booted-*
+tests/promises            *.txt
 tests/sequences           *.py
 tests/transcripts         *.md *.transcript
 tools                     *.awk *.py *.rc *.sh under-valgrind
