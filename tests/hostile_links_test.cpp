@@ -98,6 +98,22 @@ TEST_F(HostileLinksTest, NoCommandWritesThroughALinkPlantedInAProfile) {
   }
 }
 
+// Whoever may write `.current` may name a link in the store there, whoever made that link.
+TEST_F(HostileLinksTest, NoCommandRemovesAFileBehindALinkInPlaceOfTheActiveProfile) {
+  for (const Words& words : {Words{"support", "reset", ""}, {"profile", "modify", "--active"}}) {
+    SCOPED_TRACE(testing::PrintToString(words));
+    setScene();
+    host::writeFile("/root/new/hip.conf", "");
+    host::writeFile("/root/new/peers", "kept");
+    host::makeLink(host::kProfiles + std::string("way"), "/root/new");
+    host::giveTo(kOther, host::kProfiles + std::string("way"));
+    EXPECT_EQ(asOther(std::string("echo way >") + host::kCurrent).exitStatus, 0);
+    const Outcome outcome = runRavctl(words);
+    EXPECT_EQ(outcome.exitStatus, 0);
+    EXPECT_EQ(host::tree("/root/new"), "f 0644 hip.conf \"\"\nf 0644 peers \"kept\"\n");
+  }
+}
+
 TEST_F(HostileLinksTest, APlantedLinkInPlaceOfANameFileIsReplacedByAName) {
   for (const char* target : {kSecret, kPlace}) {
     SCOPED_TRACE(target);

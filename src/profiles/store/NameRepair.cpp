@@ -4,7 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
 
 #include "base/files/FilePlace.h"
 #include "base/files/WholeFile.h"
@@ -20,9 +22,12 @@ bool hasGone(const StoreFile& directory, const std::string& path) {
   return placeOf(directory.fd.get(), AT_FDCWD, path.c_str()) == Place::another;
 }
 
-// True if a new regular file may take the place of what could not be opened: a link that is not trusted or leads to a
-// directory, a FIFO, a socket or a device.
-bool isReplaceable(int error) { return error == ELOOP || error == EINVAL || error == ENXIO || error == EISDIR; }
+// True if a new regular file may take the place of what could not be opened: a FIFO, a socket, a device, or a link that
+// is not trusted, leads to a directory, or leads to a place where no file can be created.
+bool isReplaceable(int error) {
+  constexpr int errors[] = {ELOOP, EINVAL, ENXIO, EISDIR, ENOENT, ENOTDIR, ENAMETOOLONG};
+  return std::find(std::begin(errors), std::end(errors), error) != std::end(errors);
+}
 
 // Removes what cannot be opened. A regular file stays: another repair may have just put it there.
 bool makeWayForName(int directoryFd) {

@@ -82,6 +82,9 @@ const OtherKind kOtherKinds[] = {
     {"a link to itself", [] { host::makeLink(kName, kName); }, Result::done},
     {"a link to a device", [] { host::makeLink(kName, "/dev/zero"); }, Result::done},
     {"a link to a directory", [] { host::makeLink(kName, "/tmp"); }, Result::done},
+    {"a link into a missing directory", [] { host::makeLink(kName, "/tmp/missing/name"); }, Result::done},
+    {"a link through a file", [] { host::makeLink(kName, "/dev/null/name"); }, Result::done},
+    {"a link to a name that is too long", [] { host::makeLink(kName, std::string(256, 'x')); }, Result::done},
     {"a directory", [] { host::makeDirs(kName); }, Result::failed},
 };
 

@@ -1,9 +1,12 @@
 #include "profiles/store/ProfileChanges.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <utility>
 
-#include "base/files/DirectoryEntries.h"
 #include "base/files/FileInfo.h"
+#include "base/files/StoreOpener.h"
 #include "base/text/StringUtils.h"
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
@@ -34,13 +37,14 @@ Status beginChange(const std::string& selector, Template factory, ProfileRecord&
   return found;
 }
 
+// Opens the directory as the way to every file of the store, so that no untrusted link leads to another one. The dot
+// lets the profile itself be a trusted link. Failures are dropped: the daemon can start with its old state too.
 void removeStateFiles(const ProfileRecord& profile) {
   std::string path;
-  for (const char* file : stateFiles) {
-    if (ProfileStore::fileInProfile(profile.dirname, file, path)) {
-      (void)FileUtils::removeFile(path);  // a failure is dropped: the daemon can start with its old state too
-    }
-  }
+  if (!ProfileStore::fileInProfile(profile.dirname, ".", path)) return;
+  const StoreFile directory = openInStore(AT_FDCWD, path.c_str(), O_PATH | O_DIRECTORY, 0, Follow::trusted);
+  if (!directory.fd.isOpen()) return;
+  for (const char* file : stateFiles) (void)::unlinkat(directory.fd.get(), file, 0);
 }
 
 // A new name is acceptable exactly if, used as a selector, it finds no profile.

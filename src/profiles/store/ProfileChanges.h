@@ -39,8 +39,9 @@ Status deleteProfile(const std::string& selector);
 // with a control byte inside and for a name that already selects a profile, even this one; those of the write.
 Status renameProfile(const std::string& selector, const std::string& newName, std::string& name);
 
-// Removes the files in which the daemon keeps its state. A file that cannot be removed stays and is not reported. Sets
-// `name` to the display name. Status: "command cannot be executed while the profile is running".
+// Removes the files in which the daemon keeps its state, but nothing behind an untrusted link in the place of the
+// profile's directory or on the way to it (see StoreOpener.h). A file that cannot be removed stays and is not reported.
+// Sets `name` to the display name. Status: "command cannot be executed while the profile is running".
 Status resetProfile(const std::string& selector, std::string& name);
 
 // The changes to make to a profile. A value that is not set stays unchanged.

@@ -3,6 +3,8 @@
 
 #include <unistd.h>
 
+#include <functional>
+
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
 #include "profiles/store/ProfileStore.h"
@@ -628,7 +630,7 @@ TEST_F(ResetTest, OnlyTheSixStateFilesAreRemoved) {
 TEST_F(ResetTest, TheStateFilesAreRemovedInOrder) {
   putStateFiles(kOffice);
   FaultPlan plan;
-  plan.calls = {"unlink"};
+  plan.calls = {"unlinkat"};
   plan.before = [](std::size_t call) {
     for (std::size_t i = 0; i < std::size(kStateFiles); ++i) {
       EXPECT_EQ(host::exists(kOffice + "/"s + kStateFiles[i]), i + 1 >= call)
@@ -678,9 +680,55 @@ TEST_F(ResetTest, ResettingRemovesOnlyFilesAndLinks) {
 
 TEST_F(ResetTest, EveryRemovalIsTriedAndNoFailureIsReported) {
   putStateFiles(kOffice);
-  const ArmedFaults armed({1, true, EACCES, {"unlink"}});
+  const ArmedFaults armed({1, true, EACCES, {"unlinkat"}});
   EXPECT_THAT(reset("office"), gave(status::success, "office"));
   EXPECT_EQ(armed.count(), 6u);
+}
+
+// The profile is a link to a directory outside of the store.
+TEST_F(ResetTest, NothingIsRemovedBehindALinkThatIsNotTrusted) {
+  SKIP_WITHOUT_OTHER_USERS();
+  constexpr uid_t stranger = 65534;
+  const std::string link = host::kProfiles + "way"s;
+  struct Case {
+    const char* why;
+    std::function<void()> distrust;
+    bool isFollowed;
+  };
+  const Case cases[] = {
+      {"root's link", [] {}, true},
+      {"somebody else's link", [&] { host::giveTo(stranger, link); }, false},
+      {"a link on the way is somebody else's",
+       [] {
+         host::remove("/run/hop");
+         host::makeLink("/run/hop", "/run/away");
+         host::giveTo(stranger, "/run/hop");
+       },
+       false},
+      {"others may write in the directory of a link", [] { host::setMode("/run/links", 0777); }, false},
+  };
+  for (const bool modifies : {false, true}) {
+    for (const std::string selector : {"", "dir=way"}) {
+      for (const Case& c : cases) {
+        SCOPED_TRACE(c.why + (": " + selector) + (modifies ? ", modify" : ", reset"));
+        host::reset();
+        host::writeFile("/run/away/profile_name", "away\n", 0640);
+        for (const char* file : kStateFiles) host::writeFile("/run/away/"s + file, "uptime.now=1\nuptime.started=1\n");
+        host::makeLink("/run/hop", "away");
+        host::makeDirs("/run/links");
+        host::makeLink("/run/links/other", "../hop");
+        host::makeLink(link, "/run/links/other");
+        host::makeActive("way");
+        c.distrust();
+        ProfileDetails details;
+        const Status status = modifies ? ProfileChanges::modifyProfile(selector, {}, details) : reset(selector).status;
+        // A name behind such a link cannot be read, and nothing may be written there.
+        const bool isFound = c.isFollowed || selector.empty();
+        EXPECT_THAT(status, HasCode(isFound ? status::success : status::profileNotFound));
+        for (const char* file : kStateFiles) EXPECT_EQ(host::exists("/run/away/"s + file), !c.isFollowed) << file;
+      }
+    }
+  }
 }
 
 // --- Modify: the changes

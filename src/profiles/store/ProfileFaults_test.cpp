@@ -261,17 +261,17 @@ const Operation kOperations[] = {
       {kOffice + "/profile_name"s, 0640, {"office\n"}, {"workshop\n"}, Repair::always},
       {kLab + "/profile_name"s, 0640, {}, {"lab\n"}, Repair::always}},
      "",
-     times(2, kReadFile) +                           // read name and marker
-         list(6) + times(2, kReadFile) + "close " +  // list the store to check the new name
-         times(2, kReadFile) + "openat " +           // read the marker twice, find no heartbeat
-         kOverwriteFile + kEditFile +                // write the Helmsor address and the levels
-         times(6, "unlink ") +                       // remove the state files
-         times(2, kEditFile) +                       // set the interface and the invitation
-         times(2, kReadFile) +                       // read name and marker
-         list(6) + times(2, kReadFile) + "close " +  // check the new name again
-         kWriteLongerFile +                          // write it
-         times(3, kReadFile) + "getifaddrs " +       // read name, marker, interface and interfaces
-         "openat fstatat " +                         // find no device_id
+     times(2, kReadFile) +                                     // read name and marker
+         list(6) + times(2, kReadFile) + "close " +            // list the store to check the new name
+         times(2, kReadFile) + "openat " +                     // read the marker twice, find no heartbeat
+         kOverwriteFile + kEditFile +                          // write the Helmsor address and the levels
+         "openat fstat " + times(6, "unlinkat ") + "close " +  // remove the state files
+         times(2, kEditFile) +                                 // set the interface and the invitation
+         times(2, kReadFile) +                                 // read name and marker
+         list(6) + times(2, kReadFile) + "close " +            // check the new name again
+         kWriteLongerFile +                                    // write it
+         times(3, kReadFile) + "getifaddrs " +                 // read name, marker, interface and interfaces
+         "openat fstatat " +                                   // find no device_id
          times(5, kReadFile)},  // read device_ip, device_mask, invitation, Helmsor address and level
 };
 

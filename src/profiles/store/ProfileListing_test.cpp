@@ -224,6 +224,24 @@ TEST_F(NameRepairTest, ADirectoryInThePlaceOfANameFileFailsTheListingAndIsKept) 
   EXPECT_EQ(host::tree(host::kProfiles), before);
 }
 
+TEST_F(NameRepairTest, AProfileWhoseNameIsABrokenLinkIsListedAndGetsAName) {
+  struct Case {
+    const char* target;
+    bool isReplaced;  // the link; otherwise the missing file behind it is made
+  };
+  for (const Case& c : {Case{"/tmp/file", false}, {"/tmp/missing/name", true}, {"/dev/null/name", true}}) {
+    SCOPED_TRACE(c.target);
+    host::reset();
+    host::makeProfile("profile-1", "lab");
+    makeNameless("profile-2");
+    host::makeLink("/etc/zuv/profiles/profile-2/profile_name", c.target);
+    EXPECT_THAT(listed(), ElementsAre(Pair("profile-1", "lab"), Pair("profile-2", "profile")));
+    EXPECT_EQ(host::tree("/etc/zuv/profiles/profile-2"),
+              c.isReplaced ? "f 0640 profile_name \"profile\\n\"\n" : "l profile_name -> /tmp/file\n");
+    EXPECT_EQ(nameOnDisk("profile-2"), "profile\n");
+  }
+}
+
 TEST_F(NameRepairTest, TheDirectoryToLeaveOutIsNeitherListedNorRepaired) {
   host::makeProfile("profile-1", "lab");
   makeNameless("profile-2");
