@@ -193,9 +193,8 @@ void LineEditor::discard() {
   fail(status::writeError);
 }
 
-bool LineEditor::fail(StatusCode code) {
+void LineEditor::fail(StatusCode code) {
   if (status_.isSuccess()) status_ = Status::of(code);
-  return false;
 }
 
 void LineEditor::write(std::string_view bytes) {
@@ -207,13 +206,14 @@ void LineEditor::write(std::string_view bytes) {
 
 void LineEditor::leaveHole(off_t size) {
   if (!status_.isSuccess() || !flush()) return;
-  if (::lseek(new_.fd(), size, SEEK_CUR) < 0) (void)fail(status::writeError);
+  if (::lseek(new_.fd(), size, SEEK_CUR) < 0) fail(status::writeError);
 }
 
 bool LineEditor::flush() {
   const bool good = writeFully(new_.fd(), pending_);
   pending_.clear();
-  return good || fail(status::writeError);
+  if (!good) fail(status::writeError);
+  return good;
 }
 
 // Returns the mode that the new file may have. The owner comes first, because the system may clear mode bits when the
@@ -238,11 +238,14 @@ bool LineEditor::setMode() {
   const mode_t mode = S_ISREG(old_.info.st_mode) ? copyOwnerAndAttributes() : newFileMode;
   if (::fchmod(new_.fd(), mode) == 0) return true;
   if (::fstat(new_.fd(), &made) == 0 && (made.st_mode & 07777) == mode) return true;
-  return fail(status::chmodError);
+  fail(status::chmodError);
+  return false;
 }
 
 bool LineEditor::syncToDevice() {
   const int result = uninterrupted([&] { return ::fsync(new_.fd()); });
   const bool isSynced = result == 0 || isUnsupported(errno);
-  return (new_.closeToWrite() && isSynced) || fail(status::writeError);
+  const bool isWritten = new_.closeToWrite() && isSynced;
+  if (!isWritten) fail(status::writeError);
+  return isWritten;
 }

@@ -118,7 +118,7 @@ class LineEditor {
   void discard();
 
  private:
-  bool fail(StatusCode code);
+  void fail(StatusCode code);
   void write(std::string_view bytes);
   void leaveHole(off_t size);
   bool flush();

@@ -253,6 +253,8 @@ const struct {
      left("0644") + "l lock/hip.conf.lock -> /tmp/missing\n"},
     {"a lock file that is a directory stops no edit", "key=1\n", [] { host::makeDirs(kLock); },
      left("0644") + "d 0755 lock/hip.conf.lock\n"},
+    {"a lock in a directory of our own is released", "key=1\n", [] { host::setMode("/tmp/lock", 0755); },
+     "f 0644 hip.conf \"key=2\\n\"\nd 0755 lock\n"},
     {"no lock directory is needed", "key=1\n", [] { host::remove("/tmp/lock"); }, "f 0644 hip.conf \"key=2\\n\"\n"},
 };
 

@@ -229,7 +229,7 @@ bool listDirnames(int rootFd, std::string_view without, std::string& dirnames) {
   FileUtils::DirectoryReader reader(rootFd);
   while (const dirent* entry = reader.next()) {
     const std::string_view dirname = entry->d_name;
-    if (dirname.empty() || dirname.front() == '.' || dirname == without) continue;
+    if (entry->d_name[0] == '.' || dirname == without) continue;
     if (FileUtils::entryType(rootFd, entry->d_name, entry->d_type) == DT_DIR) dirnames.append(dirname).push_back('\0');
   }
   return reader.status().isSuccess();
