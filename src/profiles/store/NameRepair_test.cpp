@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -241,6 +242,40 @@ TEST_F(RepairOfANameTest, ARegularFileThatTookThePlaceOfALinkMeanwhileIsKept) {
   EXPECT_EQ(repair(""), Result::done);
   EXPECT_EQ(name_, "free");
   EXPECT_EQ(host::tree(kDir), "f 0600 profile_name \"free\"\n");
+}
+
+TEST_F(RepairOfANameTest, ALinkThatSomebodyElseRemovesMeanwhileIsNoFailure) {
+  host::makeDirs(kDir);
+  host::makeLink(kName, kName);
+  FaultPlan plan;
+  plan.calls = {"fstatat"};
+  plan.before = [](std::size_t call) {
+    if (call == 1) host::remove(kName);
+  };
+  const ArmedFaults armed(plan);
+  EXPECT_EQ(repair(""), Result::done);
+  EXPECT_EQ(host::tree(kDir), "f 0640 profile_name \"profile#2\\n\"\n");
+}
+
+// The name is read under the lock over a second descriptor.
+TEST_F(RepairOfANameTest, WithoutASecondDescriptorTheNameStays) {
+  host::writeFile(kName, "lab\n");
+  rlimit old = {};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &old), 0);
+  FaultPlan plan;
+  plan.calls = {"flock"};
+  plan.before = [&old](std::size_t) {
+    const rlimit none = {3, old.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+  };
+  Result result = Result::done;
+  {
+    const ArmedFaults armed(plan);
+    result = repair("lab");
+  }
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &old), 0);
+  EXPECT_EQ(result, Result::failed);
+  EXPECT_EQ(host::readFile(kName), "lab\n");
 }
 
 TEST_F(RepairOfANameTest, ANameThatCannotBeMadeInThePlaceOfALinkIsAFailure) {

@@ -285,6 +285,19 @@ TEST_F(ProfileRemovalTest, AnotherDeleteOfTheProfileIsWaitedFor) {
   EXPECT_EQ(store(), "");
 }
 
+TEST_F(ProfileRemovalTest, AProfileThatStaysLockedForTenSecondsIsNotRemoved) {
+  prepare();
+  const std::string all = store();
+  const UniqueFd lock(::open(kDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_THAT(removeIt(), HasCode(status::applicationError));
+  const auto waited = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(waited, std::chrono::seconds(10));
+  EXPECT_LT(waited, std::chrono::seconds(13));
+  EXPECT_EQ(store(), all);
+}
+
 TEST_F(ProfileRemovalTest, WhatIsNoDirectoryIsRemovedOnlyIfItIsALink) {
   struct Case {
     const char* why;

@@ -201,6 +201,16 @@ TEST_F(ProfileNameTest, ANameThatCannotBeRepairedIsAFailureWithAnEmptyName) {
   EXPECT_EQ(host::tree(kDir), "f 0000 profile_name \"lab\\n\"\n");
 }
 
+TEST_F(ProfileNameTest, InAStrangersDirectoryANameThatCannotBeWrittenIsStillReturned) {
+  SKIP_WITHOUT_OTHER_USERS();
+  constexpr uid_t stranger = 65534;
+  host::writeFile(kNameFile, "");
+  host::giveTo(stranger, kNameFile);
+  host::giveTo(stranger, kDir);
+  const ArmedFaults armed(FaultPlan{1, true, EIO, {"write"}});
+  EXPECT_EQ(nameAsRead(kDir), "profile");
+}
+
 TEST_F(ProfileNameTest, ANameFileOfAnotherKindIsNotReadAndAnyButADirectoryIsReplaced) {
   for (const Stranger& stranger : kStrangers) {
     SCOPED_TRACE(stranger.why);
