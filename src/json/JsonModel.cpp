@@ -211,10 +211,9 @@ jsObject* makeOfKind(std::int32_t number) {
       return makeArray();
     case JsonKind::object:
       return makeObject();
-    case JsonKind::invalid:
-      break;
+    default:
+      return new PlainValue(JsonKind::invalid, aloneInMemory);
   }
-  return new PlainValue(JsonKind::invalid, aloneInMemory);
 }
 
 void release(jsObject* value) {
@@ -264,7 +263,8 @@ std::size_t memberCount(const jsObject* object) {
 
 std::string_view memberName(const jsObject* object, std::size_t index) {
   const auto* record = recordIn<ObjectValue>(object, JsonKind::object);
-  return record != nullptr && index < record->count ? record->nameAt(index) : std::string_view();
+  if (record == nullptr || index >= record->count) return std::string_view();
+  return record->nameAt(index);
 }
 
 jsObject* memberValue(const jsObject* object, std::size_t index) {

@@ -33,4 +33,8 @@ TEST(JsonRecordsDeathTest, ContainerAbortsBeforeItsCountOverflows) {
   EXPECT_EXIT(addToAFullArrayOfTwoThousandMillion(), testing::KilledBySignal(SIGABRT), "");
 }
 
+TEST(JsonRecordsDeathTest, AListForMoreThanTwoThousandMillionEntriesAborts) {
+  EXPECT_EXIT((void)sizeWithList<ArrayValue>(mostEntries + 1), testing::KilledBySignal(SIGABRT), "");
+}
+
 }  // namespace

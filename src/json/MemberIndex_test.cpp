@@ -45,7 +45,7 @@ std::pair<std::string, std::string> namesWithTheSameHash() {
 }
 
 auto namesIn(const Names& names) {
-  return [&names](std::size_t at) { return std::string_view(names[at]); };
+  return [&names](std::size_t at) { return std::string_view(names.at(at)); };
 }
 
 std::size_t found(const MemberIndex& index, const Names& names, const std::string& name) {
@@ -85,6 +85,29 @@ TEST(MemberIndex, FindComparesOnlyNamesWithTheSameHash) {
     return std::string_view(names[at]);
   });
   EXPECT_EQ(asked, std::vector<std::size_t>{1});
+}
+
+// A free slot looks like one of a name whose kept hash is 0. Half of the groups get seven names, so that one slot is
+// free, and then such a name is looked for that none of them has.
+TEST(MemberIndex, AFreeSlotIsNotTakenForANameWhoseKeptHashIsZero) {
+  constexpr std::uint32_t slots = 65536;
+  constexpr std::uint32_t fullGroups = slots / kGroup / 2;
+  const auto groupIn = [](std::uint64_t hash) { return static_cast<std::uint32_t>(hash >> 32) % slots / kGroup; };
+  std::vector<std::uint32_t> used(fullGroups);
+  Names names;
+  std::uint32_t number = 0;
+  for (; names.size() < fullGroups * (kGroup - 1); ++number) {
+    const std::uint32_t group = groupIn(hashOf(nameOf(number)));
+    if (group >= fullGroups || used[group] == kGroup - 1) continue;
+    ++used[group];
+    names.push_back(nameOf(number));
+  }
+  const MemberIndex index = indexOf(names);
+  const auto isSought = [&](std::uint64_t hash) {
+    return groupIn(hash) < fullGroups && static_cast<std::uint32_t>(hash) / slots == 0;
+  };
+  while (!isSought(hashOf(nameOf(number)))) ++number;
+  EXPECT_EQ(found(index, names, nameOf(number)), MemberIndex::none);
 }
 
 // More names of one group than it has slots.

@@ -39,8 +39,9 @@ constexpr std::size_t mostDigits = 19;  // every whole number with this many dig
 constexpr int doubleBits = DBL_MANT_DIG;
 constexpr std::uint64_t million = 1000000;  // "%f" has six decimals
 
-// Returns true if a double represents the number exactly. It also represents every power of ten up to 10^22 exactly.
-bool isExact(std::uint64_t whole) { return whole >> doubleBits == 0; }
+// Whole numbers of at most this many bits are divided as doubles. A double represents them exactly, and every power of
+// ten up to 10^22. One division then rounds once, unless the processor computes with more bits than a double has.
+constexpr int dividedBits = FLT_EVAL_METHOD == 0 ? doubleBits : 0;
 
 // A double is (hidden bit + fraction) * 2^(exponent - bias - fraction bits), its sign and exponent above the fraction.
 static_assert(std::numeric_limits<double>::is_iec559 && sizeof(double) == sizeof(std::uint64_t));
@@ -96,12 +97,11 @@ bool divide(std::uint64_t, std::uint64_t, double&) { return false; }
 bool millionths(double, std::uint64_t&) { return false; }
 #endif
 
-// Sets `number` to the double nearest to whole / 10^power. If both are exact as doubles, one division of doubles is
-// enough: it rounds once, unless the processor computes with more bits than a double has.
+// Sets `number` to the double nearest to whole / 10^power.
 bool scaleDown(std::uint64_t whole, std::size_t power, double& number) {
   number = static_cast<double>(whole);
   if (power == 0 || whole == 0) return true;
-  if (!isExact(whole) || FLT_EVAL_METHOD != 0) return divide(whole, powersOfTen[power], number);
+  if (whole >> dividedBits != 0) return divide(whole, powersOfTen[power], number);
   number /= static_cast<double>(powersOfTen[power]);
   return true;
 }
