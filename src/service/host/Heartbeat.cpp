@@ -75,12 +75,11 @@ class Variables {
   std::array<Entry, variableCount> entries_;
 };
 
-// Returns later - earlier, saturating at the limits of the type, since the file may hold any number.
+// Returns later - earlier, at most the largest number, since `earlier` may be any number of the file. `later` is the
+// time of this machine or a heartbeat that is fresh by that time, so it is not negative.
 std::int64_t secondsBetween(std::int64_t earlier, std::int64_t later) {
   std::int64_t difference = 0;
-  if (__builtin_sub_overflow(later, earlier, &difference)) {
-    return earlier < 0 ? std::numeric_limits<std::int64_t>::max() : std::numeric_limits<std::int64_t>::min();
-  }
+  if (__builtin_sub_overflow(later, earlier, &difference)) return std::numeric_limits<std::int64_t>::max();
   return difference;
 }
 

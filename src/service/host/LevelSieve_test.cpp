@@ -13,11 +13,17 @@ namespace {
 using BasicLog::Level;
 using Texts = std::vector<std::string>;
 
+// Clang compiles vectors of 32 bytes for every machine, too, because LevelSieve.cpp does not ask for AVX2 then.
 const std::vector<Vectors>& allVectors() {
+#ifdef __clang__
+  constexpr bool workHere = true;
+#else
+  constexpr bool workHere = false;
+#endif
   static const std::vector<Vectors> all = [] {
     std::vector<Vectors> found;
     for (const Vectors vectors : {Vectors::none, Vectors::of16Bytes, Vectors::of32Bytes}) {
-      if (vectors <= widestVectors()) found.push_back(vectors);
+      if (workHere || vectors <= widestVectors()) found.push_back(vectors);
     }
     return found;
   }();
@@ -106,9 +112,10 @@ TEST(LevelSieveTest, ALineAmongSkippedOnesIsJudged) {
     for (std::size_t at = 0; at < 3000; at += at < 2900 ? 61 : 1) {
       const std::string log = repeated(info, 4000) + line + repeated(info, 5000).substr(0, at / 50 * info.size()) +
                               std::string(at % 50, 'I') + "\n" + repeated(info, 3000);
+      const Texts expected = linesThatMatter(linesOf(log), Level::error);
       for (const Vectors vectors : allVectors()) {
         const Texts judged = judgedLines(log, Level::error, vectors);
-        ASSERT_EQ(linesThatMatter(judged, Level::error), linesThatMatter(linesOf(log), Level::error)) << line << at;
+        ASSERT_EQ(linesThatMatter(judged, Level::error), expected) << line << at;
       }
     }
   }
@@ -145,9 +152,10 @@ TEST(LevelSieveTest, EveryLineThatMattersIsJudged) {
       if (random() % 20 == 0) log += '\0';
     }
     const auto threshold = static_cast<Level>(static_cast<int>(Level::trace) + static_cast<int>(random() % 7));
+    const Texts expected = linesThatMatter(linesOf(log), threshold);
     for (const Vectors vectors : allVectors()) {
       const Texts judged = judgedLines(log, threshold, vectors);
-      ASSERT_EQ(linesThatMatter(judged, threshold), linesThatMatter(linesOf(log), threshold)) << round;
+      ASSERT_EQ(linesThatMatter(judged, threshold), expected) << round;
     }
   }
 }
