@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <string_view>
+#include <utility>
 
 #include "command/commands/HelpCommands.h"
 #include "command/commands/JsonCommand.h"
@@ -136,13 +137,14 @@ constexpr Maker makers[] = {
     {reference, makeReference},
 };
 
-constexpr bool standInTheOrderOfTheirIds() {
-  for (std::size_t at = 0; at < std::size(makers); ++at) {
-    if (static_cast<std::size_t>(makers[at].id) != at) return false;
-  }
-  return std::size(makers) == std::size(rows);
-}
-static_assert(standInTheOrderOfTheirIds(), "make() takes the id of a row as an index");
+template <typename Indices>
+constexpr bool standInTheOrderOfTheirIds = false;
+template <std::size_t... at>
+constexpr bool standInTheOrderOfTheirIds<std::index_sequence<at...>> =
+    ((static_cast<std::size_t>(makers[at].id) == at) && ...);
+static_assert(std::size(makers) == std::size(rows) &&
+                  standInTheOrderOfTheirIds<std::make_index_sequence<std::size(makers)>>,
+              "make() takes the id of a row as an index");
 
 Made make(const CommandRow& row, const std::string& argument, const Words& words) {
   return makers[row.id].make(argument, words);

@@ -4,6 +4,7 @@
 #include <sys/syscall.h>
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "testing/faults/Tracer.h"
 #include "testing/run/HostTest.h"
@@ -221,7 +222,9 @@ class TracedEntryTest : public HostTest {
     plan.begin = SYS_poll;
     plan.keepCalls = true;
     plan.meddling = meddling;
-    plan.environment = {"LLVM_PROFILE_FILE=/dev/null"};  // an instrumented program would otherwise write a profile
+    // Without this variable an instrumented program would write its profile into the working directory.
+    const char* profile = std::getenv("LLVM_PROFILE_FILE");
+    plan.environment = {std::string("LLVM_PROFILE_FILE=") + (profile == nullptr ? "/dev/null" : profile)};
     words.insert(words.begin(), ravctlPath());
     return traceProgram(words, plan);
   }
