@@ -254,14 +254,49 @@ TEST_F(ReplacementFileTest, AnOldFileThatMayNotBeOpenedIsRemoved) {
 }
 
 TEST_F(ReplacementFileTest, AnOldFileThatSomebodyElseRemovesIsNoFailure) {
-  host::writeFile(kNew, "left over");
+  const struct {
+    const char* when;
+    std::size_t at;
+    const char* call;
+  } cases[] = {{"before it is found", 3, "openat"}, {"before it is removed", 1, "unlinkat"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.when);
+    host::reset();
+    host::writeFile(kNew, "left over");
+    FaultPlan plan;
+    plan.calls = {c.call};
+    plan.before = [&c](std::size_t call) {
+      if (call == c.at) host::remove(kNew);
+    };
+    const ArmedFaults armed(plan);
+    ReplacementFile file;
+    EXPECT_THAT(file.make(kFile, in(5000)), HasCode(status::success));
+  }
+}
+
+TEST_F(ReplacementFileTest, WhatLiesInTheWayIsRemovedEvenIfTheDirectoryCannotBeLocked) {
+  host::makeFifo(kNew);
+  const ArmedFaults armed{FaultPlan{4, false, EMFILE, {"openat"}}};
+  ReplacementFile file;
+  EXPECT_THAT(file.make(kFile, in(5000)), HasCode(status::success));
+  EXPECT_EQ(host::readFile(kNew), "");
+}
+
+// Somebody finds the new file before it is locked, and takes it for left over.
+TEST_F(ReplacementFileTest, ANewFileThatSomebodyElseLocksFirstIsWaitedForUntilTheDeadline) {
+  UniqueFd lock;
   FaultPlan plan;
-  plan.calls = {"unlinkat"};
-  plan.before = [](std::size_t call) {
-    if (call == 1) host::remove(kNew);
+  plan.calls = {"flock"};
+  plan.before = [&lock](std::size_t call) {
+    if (call == 1) lock = lockOf(kNew);
   };
   const ArmedFaults armed(plan);
   ReplacementFile file;
+  const auto start = Clock::now();
+  EXPECT_THAT(file.make(kFile, in(100)), HasCode(status::openError));
+  EXPECT_GE(Clock::now() - start, milliseconds(100));
+  EXPECT_TRUE(host::exists(kNew));
+  lock.reset();
   EXPECT_THAT(file.make(kFile, in(5000)), HasCode(status::success));
 }
 

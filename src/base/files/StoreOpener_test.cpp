@@ -273,6 +273,22 @@ TEST_F(StoreOpenerTest, AReaderAlsoFollowsAnOwnersLinkToHisOwnFileAndLinksToTheN
   checkOpening(kOwnLinks, prepare, errorOf);
 }
 
+TEST_F(StoreOpenerTest, ALinkInTheWorkingDirectoryIsFollowedOnlyIfItAndTheWorkingDirectoryAreTrusted) {
+  SKIP_WITHOUT_OTHER_USERS();
+  for (const uid_t owner : {uid_t{0}, kStranger}) {
+    SCOPED_TRACE(owner);
+    prepare();
+    host::makeLink(kLink, kFile);
+    host::giveTo(owner, "/etc/zuv/dir");
+    ASSERT_EQ(::chdir("/etc/zuv/dir"), 0);
+    for (const System& system : kSystems) {
+      SCOPED_TRACE(system.why);
+      EXPECT_EQ(errorOf(system, "link", O_RDONLY, Follow::trusted), owner == 0 ? 0 : ELOOP);
+    }
+    ASSERT_EQ(::chdir("/"), 0);
+  }
+}
+
 TEST_F(StoreOpenerTest, EveryLinkInThePlaceOfADirectoryMustBeTrusted) {
   SKIP_WITHOUT_OTHER_USERS();
   checkOpening(kLinksToDirectories, prepare, errorOf);
@@ -473,6 +489,17 @@ TEST_F(StoreOpenerTest, APathLeadsOverAnUntrustedLinkOnlyIfThereIsOne) {
   }
 }
 
+void expectThatFaultsOpenNothing(const FaultLoop& loop) {
+  const auto open = [] { return openInStore(AT_FDCWD, kLink, O_RDONLY, 0, Follow::forReading).fd.isOpen(); };
+  forEachFault(loop, open, [](bool isOpened, const Fault& fault) {
+    if (fault.call == "close") {
+      EXPECT_TRUE(isOpened || fault.fromThereOn) << "a close that fails has closed nevertheless";
+    } else {
+      EXPECT_EQ(isOpened, !fault);
+    }
+  });
+}
+
 TEST_F(StoreOpenerTest, AFaultOpensNothingAndLeaksNothing) {
   for (const bool isOurs : {true, false}) {
     if (!isOurs && !hasOtherUsers()) continue;
@@ -483,15 +510,17 @@ TEST_F(StoreOpenerTest, AFaultOpensNothingAndLeaksNothing) {
       if (isOurs) return;
       for (const char* path : {kHisFile, kLink, "/etc/zuv/dir"}) host::giveTo(kStranger, path);
     }};
-    const auto open = [] { return openInStore(AT_FDCWD, kLink, O_RDONLY, 0, Follow::forReading).fd.isOpen(); };
-    forEachFault(loop, open, [](bool isOpened, const Fault& fault) {
-      if (fault.call == "close") {
-        EXPECT_TRUE(isOpened || fault.fromThereOn) << "a close that fails has closed nevertheless";
-      } else {
-        EXPECT_EQ(isOpened, !fault);
-      }
-    });
+    expectThatFaultsOpenNothing(loop);
   }
+}
+
+TEST_F(StoreOpenerTest, AFaultDoesNotOpenAFileWithASecondName) {
+  const FaultLoop loop{[] {
+    prepareFiles();
+    ASSERT_EQ(::link(kFile, "/etc/zuv/second name"), 0);
+    host::makeLink(kLink, kFile);
+  }};
+  expectThatFaultsOpenNothing(loop);
 }
 
 }  // namespace

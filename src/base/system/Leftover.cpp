@@ -23,12 +23,9 @@ void Leftover::forget() {
   const std::lock_guard<std::mutex> lock(guard);
   if (path_ == nullptr) return;
   path_ = nullptr;
-  for (Leftover** link = &lastMarked; *link != nullptr; link = &(*link)->next_) {
-    if (*link == this) {
-      *link = next_;
-      return;
-    }
-  }
+  Leftover** link = &lastMarked;
+  while (*link != this) link = &(*link)->next_;  // a marked object is in the list
+  *link = next_;
 }
 
 void removeLeftovers() {
