@@ -42,7 +42,7 @@ Status beginChange(const std::string& selector, Template factory, ProfileRecord&
 void removeStateFiles(const ProfileRecord& profile) {
   std::string path;
   if (!ProfileStore::fileInProfile(profile.dirname, ".", path)) return;
-  const StoreFile directory = openInStore(AT_FDCWD, path.c_str(), O_PATH | O_DIRECTORY, 0, Follow::trusted);
+  const StoreFile directory = openInStore(AT_FDCWD, path.c_str(), O_PATH, 0, Follow::trusted);
   if (!directory.fd.isOpen()) return;
   for (const char* file : stateFiles) (void)::unlinkat(directory.fd.get(), file, 0);
 }

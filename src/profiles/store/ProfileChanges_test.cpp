@@ -720,11 +720,13 @@ TEST_F(ResetTest, NothingIsRemovedBehindALinkThatIsNotTrusted) {
         host::makeLink(link, "/run/links/other");
         host::makeActive("way");
         c.distrust();
+        const ArmedFaults removals({0, false, EIO, {"unlinkat"}});
         ProfileDetails details;
         const Status status = modifies ? ProfileChanges::modifyProfile(selector, {}, details) : reset(selector).status;
         // A name behind such a link cannot be read, and nothing may be written there.
         const bool isFound = c.isFollowed || selector.empty();
         EXPECT_THAT(status, HasCode(isFound ? status::success : status::profileNotFound));
+        EXPECT_EQ(removals.count(), c.isFollowed ? 6u : 0u);
         for (const char* file : kStateFiles) EXPECT_EQ(host::exists("/run/away/"s + file), !c.isFollowed) << file;
       }
     }
