@@ -2,7 +2,7 @@
 
 import errno
 
-from model_files import DIRECTORY, FIFO, FILE, LINK, NULL, Node
+from model_files import DIRECTORY, FIFO, FILE, LINK, NULL, SOCKET, ZERO, AccessList, Node
 from model_store import BUNDLE_SCRIPT
 from real_host import USER
 
@@ -40,22 +40,33 @@ class Generator:
 
     def node(self, kind, mode, odd_modes, **more):
         uid, gid = self.owner()
-        return Node(kind, self.random.choice(odd_modes) if self.odd() else mode, uid, gid, **more)
+        node = Node(kind, self.random.choice(odd_modes) if self.odd() else mode, uid, gid, **more)
+        if self.has_other_users and kind in (FILE, DIRECTORY) and self.odd(0.5):
+            users = self.random.sample([USER, OTHER_USER], self.random.choice([1, 2]))
+            node.access = AccessList(self.random.randrange(8), {user: self.random.randrange(8) for user in users})
+            node.mode = self.random.choice([node.mode, node.mode | 0o070])
+        return node
+
+    def special(self):
+        """Returns an entry that is neither file nor directory nor link."""
+        kind = self.one((2, FIFO), (1, SOCKET), (1, NULL), (1, ZERO)) if self.has_other_users else FIFO
+        return self.node(kind, 0o644, [0o600, 0o666])
 
     def file(self, data, mode=0o644):
-        node = self.node(FILE, mode, [0o600, 0o640, 0o666, 0o444, 0o400, 0o000, 0o755], data=data)
+        node = self.node(FILE, mode, [0o600, 0o640, 0o666, 0o444, 0o400, 0o000, 0o755, 0o6755], data=data)
         if self.odd(0.3):
             self.shared.append(node)
         return node
 
     def directory(self, entries=None):
-        node = self.node(DIRECTORY, 0o755, [0o700, 0o777, 0o775, 0o711, 0o750])
+        node = self.node(DIRECTORY, 0o755, [0o700, 0o777, 0o775, 0o711, 0o750, 0o2755, 0o2775, 0o1755, 0o3775])
         node.entries = entries or {}
         return node
 
     def link(self):
         texts = [b"/etc/outside/" + name for name in self.outside] * 2
-        texts += [b"/dev/null", b"nothing", b"/etc/outside/nowhere", b"real", b"profile_name", b"..", b".",
+        texts += [b"/dev/null", b"nothing", b"/etc/outside/nowhere", b"/etc/outside/nowhere/file", b"real",
+                  b"../../../outside/text/file", b"profile_name", b"..", b".",
                   b"../../../outside/text", b"../site/profile_name",
                   b"/etc/zuv/profiles/profile-123123/profile_name"]
         return self.node(LINK, 0o777, [0o777], data=self.random.choice(texts))
@@ -65,11 +76,11 @@ class Generator:
         if self.random.random() < missing:
             return
         if self.odd():
-            entry = self.one((4, "link"), (1, "fifo"), (1, "directory"), (2, "shared"), (2, "empty"), (1, "none"))
+            entry = self.one((4, "link"), (1, "special"), (1, "directory"), (2, "shared"), (2, "empty"), (1, "none"))
             if entry == "link":
                 entries[name] = self.link()
-            elif entry == "fifo":
-                entries[name] = self.node(FIFO, 0o644, [0o600])
+            elif entry == "special":
+                entries[name] = self.special()
             elif entry == "directory":
                 entries[name] = self.directory({b"inner": self.file(b"x")} if self.odd() else {})
             elif entry == "shared" and self.shared:
@@ -106,6 +117,10 @@ class Generator:
         self.strays(profiles.entries)
         if self.odd(0.2):
             del zuv[b"profiles"]
+        elif self.odd(0.5):  # a link of root's: whoever else may write beside the store controls it
+            outside[b"store"] = profiles
+            texts = [b"/etc/outside/store", b"../outside/store/", b"/etc/outside/nowhere", b"/etc/outside/text"]
+            zuv[b"profiles"] = Node(LINK, 0o777, data=self.random.choice(texts[:2] + texts))
         if self.random.random() < 0.4:
             zuv[b".systemctl"] = Node(FILE)
         top = Node(DIRECTORY, 0o755)
@@ -127,10 +142,10 @@ class Generator:
             entries[b"way"] = self.node(LINK, 0o777, [0o777], data=self.random.choice(
                 [b"profile-123123", b"site", b"/etc/outside/folder", b"nothing", b"stray", b"/etc/zuv/profiles/site"]))
         if self.odd(0.5):
-            entries[b"queue"] = self.node(FIFO, 0o644, [0o600])
+            entries[b"queue"] = self.special()
         for name in [b"profile-123126", b"profile-123128"]:
             if self.odd(0.5):
-                entries[name] = self.one((1, self.file(b"")), (1, self.link()), (1, self.node(FIFO, 0o644, [0o600])))
+                entries[name] = self.one((1, self.file(b"")), (1, self.link()), (1, self.special()))
         if self.odd(0.7):
             entries[self.one((3, b".deleted-1"), (1, b".deleted-22"), (1, b".deleted-x"))] = self.one(
                 (3, self.directory()), (3, self.directory({b"profile_name": self.file(b"old\n")})), (1, self.profile()),
@@ -219,6 +234,8 @@ class Generator:
 
     def selector(self, top):
         profiles = top.entries[b"etc"].entries[b"zuv"].entries.get(b"profiles")
+        if profiles is not None and profiles.kind == LINK:
+            profiles = top.entries[b"etc"].entries[b"outside"].entries[b"store"]
         entries = list(profiles.entries.items()) if profiles else []
         dirnames = [name for name, _ in entries] or [b"nothing"]
         names = [node.entries[b"profile_name"].data.strip() for _, node in entries
@@ -248,12 +265,23 @@ class Generator:
         return self.random.choice([*NAMES, b"fresh", b" fresh \t", b"", b"  ", b"in\x01side", b"new\xff", b"\xff",
                                    b"dir=", b"dir=.factory", b"dir=a/b"])
 
+    def help(self):
+        if self.random.random() < 0.2:
+            return self.random.choice([[b"usage"], [b"reference"], [b"ravctl"], [b"usage", b"list"]])
+        first = [b"profile", b"profiles", b"service", b"services", b"list", b"show", b"log", b"support", b"internal",
+                 b"json", b"usage", b"help", b"reference", b"", b"Profile", b"x", b"\xe9", b"list log"]
+        second = [b"create", b"modify", b"details", b"activate", b"delete", b"rename", b"reset", b"log", b"interfaces",
+                  b"versions", b"profiles", b"start", b"stop", b"restart", b"bounce", b"status", b"bundle", b"<object>",
+                  b"", b"x"]
+        words = [b"help"] + self.random.choices(first[:8] + first, k=1) if self.random.random() < 0.9 else [b"help"]
+        return words + self.random.choices(second, k=self.one((3, 0), (6, 1), (1, 2)))
+
     def command(self, top):
         """Returns the words of a command, the user and the umask."""
         kind = self.one(
             (5, "list profiles"), (5, "details"), (6, "create"), (5, "modify"), (4, "rename"), (5, "activate"),
             (4, "delete"), (3, "reset"), (3, "log"), (1, "interfaces"), (2, "versions"), (3, "status"), (2, "service"),
-            (1, "bundle"), (1, "json"), (1, "broken"))
+            (1, "bundle"), (1, "json"), (1.5, "help"), (1, "broken"))
         listing = self.one((3, b"list"), (1, b"show"))
         if kind == "list profiles":
             words = [listing, b"profiles"]
@@ -287,6 +315,8 @@ class Generator:
             words = [b"support", b"bundle"]
         elif kind == "json":
             words = [b"json", self.random.choice([b"{}", b'{"method":"list profiles"}', b"", b"{", b"--verbose", b"x"])]
+        elif kind == "help":
+            words = self.help()
         else:
             words = self.random.choice([[b"profile"], [b"profile", b"create"], [b"list", b"log"], [b"Profile", b"x", b"y"],
                                         [b"json"], [b"", b""], [b"service", b"Start"]])

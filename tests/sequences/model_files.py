@@ -6,7 +6,10 @@ what the model of the store needs exists here.
 
 import errno
 
-FILE, DIRECTORY, LINK, FIFO, NULL = "file", "directory", "link", "fifo", "null"
+FILE, DIRECTORY, LINK, FIFO, SOCKET = "file", "directory", "link", "fifo", "socket"
+NULL, ZERO = "null", "zero"  # the devices
+SET_GROUP, STICKY = 0o2000, 0o1000  # bits of the mode of a directory
+SET_USER_AND_GROUP = 0o6000  # of a program
 
 
 class Refused(Exception):
@@ -14,14 +17,26 @@ class Refused(Exception):
 
     def __init__(self, number):
         super().__init__(errno.errorcode[number])
-        self.errno = number
+        self.errno, self.links, self.on_the_way = number, [], []
+
+
+class AccessList:
+    """Who else may do what: the bits of the group that owns the file, and those of single users. The mode's own bits of
+    the group are the most that any of them gets."""
+
+    def __init__(self, group, users):
+        self.group, self.users = group, users
+
+    def __repr__(self):
+        return "group %o, %s" % (self.group, ", ".join("%d %o" % user for user in sorted(self.users.items())))
 
 
 class Node:
-    """One inode. `data` are the bytes of a file or the text of a link; `entries` are the names of a directory."""
+    """One inode. `data` are the bytes of a file or the text of a link; `entries` are the names of a directory;
+    `access` is an access list or None."""
 
-    def __init__(self, kind, mode=0o644, uid=0, gid=0, data=b"", entries=None):
-        self.kind, self.mode, self.uid, self.gid, self.data = kind, mode, uid, gid, data
+    def __init__(self, kind, mode=0o644, uid=0, gid=0, data=b"", entries=None, access=None):
+        self.kind, self.mode, self.uid, self.gid, self.data, self.access = kind, mode, uid, gid, data, access
         self.entries = {} if entries is None else entries
 
 
@@ -50,6 +65,13 @@ class Files:
         """Returns true if the caller has these bits (4 read, 2 write, 1 search) on the node."""
         if self.uid == 0:
             return True
+        if node.access is not None and node.uid != self.uid:
+            most = node.mode >> 3
+            if self.uid in node.access.users:
+                return node.access.users[self.uid] & most & bits == bits
+            if node.gid == self.gid:
+                return node.access.group & most & bits == bits
+            return node.mode & bits == bits
         shift = 6 if node.uid == self.uid else 3 if node.gid == self.gid else 0
         return (node.mode >> shift) & bits == bits
 
@@ -60,7 +82,7 @@ class Files:
         """Returns true if nobody but root and the caller may write in the directory."""
         if not self.is_ours(directory) or directory.mode & 0o002:
             return False
-        return not directory.mode & 0o020 or directory.gid == directory.uid
+        return not directory.mode & 0o020 or (directory.gid == directory.uid and directory.access is None)
 
     def is_trusted(self, link, directory):
         return self.is_ours(link) and self.only_we_write(directory)
@@ -190,13 +212,13 @@ class Files:
         return found.node.data
 
     def list(self, path):
-        """Opens a directory and returns its node."""
+        """Opens a directory and returns its node. Without the right to search it nothing in it can be found."""
         found = self.walk(path)
         if found.node is None:
             raise Refused(errno.ENOENT)
         if found.node.kind != DIRECTORY:
             raise Refused(errno.ENOTDIR)
-        if not self.may(found.node, 4):
+        if not self.may(found.node, 5):
             raise Refused(errno.EACCES)
         return found.node
 
@@ -205,10 +227,19 @@ class Files:
     def make(self, directory, name, node):
         if not self.may(directory, 3) or self.fails():
             raise Refused(errno.EACCES)
-        node.uid, node.gid = self.uid, self.gid
+        node.uid, node.gid = self.uid, self.group_of_new(directory)
         directory.entries[name] = node
         self.changed()
         return node
+
+    def group_of_new(self, directory):
+        return directory.gid if directory.mode & SET_GROUP else self.gid
+
+    def may_remove(self, directory, node):
+        """Of a sticky directory only its owner, that of the entry and root remove an entry."""
+        if not self.may(directory, 3):
+            return False
+        return not directory.mode & STICKY or self.uid in (0, directory.uid, node.uid)
 
     def write(self, path, data, mode):
         """Replaces the bytes of a file in place, or makes the file. Only the owner changes the mode."""
@@ -222,10 +253,17 @@ class Files:
             return
         if self.fails():
             raise Refused(errno.EIO)
-        found.node.data = data
+        old, found.node.data = found.node.data, data
+        if self.uid != 0:  # the system does that with each write
+            found.node.mode &= ~SET_USER_AND_GROUP
         if self.uid in (0, found.node.uid) and not self.fails():
             found.node.mode = mode
+        failed = self.fails()  # in the end, so the old bytes are put back, but not the old mode
+        if failed:
+            found.node.data = old
         self.changed()
+        if failed:
+            raise Refused(errno.EIO)
 
     def set_mode(self, path, mode):
         """Sets the mode of a file if the caller may, and returns true."""
@@ -239,8 +277,9 @@ class Files:
         """Puts a new file of the caller in the place of whatever has this name."""
         if name in directory.entries and directory.entries[name].kind == DIRECTORY:
             raise Refused(errno.EISDIR)
-        if not self.may(directory, 3):
-            raise Refused(errno.EACCES)
-        if directory.entries.pop(name, None) is not None:
+        if name in directory.entries:
+            if not self.may_remove(directory, directory.entries[name]):
+                raise Refused(errno.EACCES)
+            del directory.entries[name]
             self.changed()
         return self.make(directory, name, node)

@@ -6,6 +6,7 @@ It is meant to be read beside the manual: one step a line, no cleverness. It kno
 import errno
 import re
 
+import model_help
 from model_files import DIRECTORY, FILE, LINK, NULL, Files, Node, Refused
 from model_words import *
 
@@ -28,9 +29,7 @@ TOOLS = {
 }
 BUNDLE_SCRIPT = b"/usr/bin/zuv-sendbundle.sh"
 
-# What the program does today although it should not. Where a mistake is mended, its line here becomes False.
-REMOVES_STATE_THROUGH_UNTRUSTED_LINKS = True  # `.current` names a link of somebody else: reset and modify follow it
-DROPS_NAMES_BEHIND_MISSING_FOLDERS = True  # a trusted link as name, into a missing folder: the profile is not listed
+BROKEN_WAYS = (errno.ELOOP, errno.ENOENT, errno.ENOTDIR, errno.ENAMETOOLONG)
 LEFTOVER = rb"\.deleted-[0-9]+"
 
 
@@ -94,7 +93,10 @@ class Command:
 
     def run(self, words):
         words = words[1:] if words[:1] == [b"ravctl"] else words
+        words = words or [b"usage"]
         form = form_of(words)
+        if form is None and words[0] in (b"usage", b"help", b"reference"):
+            return self.help(words)
         if form is None:
             return b"invalid command name\n", 1
         rest = [word for word in words[form.count :] if not self.modes.take(word)]
@@ -118,6 +120,13 @@ class Command:
             for key, value in self.results:
                 lines += lines_of_result(key, value)
         return b"".join(line.split(b"\0")[0] + b"\n" for line in lines), 0
+
+    def help(self, words):
+        self.modes.quiet = words[0] == b"help"
+        for word in words:
+            self.modes.take(word)
+        lines = lines_of_status(words[0], self.modes, Status()) + model_help.page(words)
+        return b"".join(line + b"\n" for line in lines), 0
 
     def result(self, key, value):
         self.results.append((key, value))
@@ -260,14 +269,14 @@ class Command:
             return False
 
     def leads_astray(self, path):
-        """Returns true if an untrusted link is on the way, or the path leads in a circle or to something that is no
-        file."""
+        """Returns true if an untrusted link is on the way, or the path leads in a circle, to something that is no file or
+        to a place where none can be."""
         try:
             found = self.files.walk(path)
             links, node = found.links, found.node
             is_astray = node is not None and node.kind != FILE and (node.kind == DIRECTORY or self.files.may(node, 2))
         except Refused as refused:
-            links, is_astray = refused.links, refused.errno == errno.ELOOP
+            links, is_astray = refused.links, refused.errno in BROKEN_WAYS
         return is_astray or self.files.has_untrusted(links)
 
     def name_to_change(self, dirname):
@@ -279,12 +288,6 @@ class Command:
         except Refused:
             return b""
         return b"" if self.files.has_untrusted(links) else self.first_line(path) or b""
-
-    def leads_nowhere(self, dirname):
-        try:
-            self.files.walk(ROOT + dirname + b"/profile_name")
-        except Refused as refused:
-            return refused.errno == errno.ENOENT and not self.files.has_untrusted(refused.links)
 
     def profiles(self, except_for=None):
         """Lists the store and repairs its names. Returns None if that is impossible."""
@@ -307,8 +310,6 @@ class Command:
             now = self.name_to_change(dirname)
             name = unique_name(now or b"profile", [record.name for record in accepted])
             stays = now not in (b"", old) and name == now and self.files.set_mode(ROOT + dirname + b"/profile_name", 0o640)
-            if not stays and DROPS_NAMES_BEHIND_MISSING_FOLDERS and self.leads_nowhere(dirname):
-                continue
             if not stays and not self.repair(dirname, name) and self.files.only_we_write(root.entries[dirname]):
                 return None
             accepted.append(Record(dirname, name))
@@ -413,9 +414,9 @@ class Command:
             lines = re.findall(rb"[^\n]*\n|[^\n]+", self.files.read(path)) if old else []
         except Refused as refused:
             raise Stop(FILE_OPEN) from refused
-        new = Node(FILE, 0o644, data=b"".join(change(lines)))
+        new = Node(FILE, 0o644, gid=self.files.group_of_new(place.directory), data=b"".join(change(lines)))
         if old is not None and old.kind == FILE:
-            new.mode, new.uid, new.gid = old.mode, old.uid, old.gid
+            new.mode, new.uid, new.gid, new.access = old.mode & 0o777, old.uid, old.gid, old.access
         if self.files.fails():
             raise Stop(FILE_WRITE)
         place.directory.entries[name] = new
@@ -454,11 +455,12 @@ class Command:
                 self.edit(dirname, b"endbox.conf", lambda lines: [line for line in lines if not line.startswith(key)])
 
     def has_line(self, dirname, name, start):
-        """Returns true if a line of the file begins so, or the file cannot be read."""
+        """Returns true if a line of the file begins so, or the file exists and cannot be read. Behind a trusted link to
+        nothing there is no file."""
         try:
             return (b"\n" + self.files.read(ROOT + dirname + b"/" + name)).find(b"\n" + start) >= 0
-        except Refused:
-            return True
+        except Refused as refused:
+            return refused.errno != errno.ENOENT or self.files.has_untrusted(refused.links)
 
     def set_level(self, dirname, level):
         if not level:
@@ -503,15 +505,18 @@ class Command:
         return host, (port if colon else b"8096")
 
     def remove_state(self, dirname):
+        if not dirname:
+            return
+        try:
+            found = self.files.walk(ROOT + dirname)
+        except Refused:
+            return
+        if found.node is None or found.node.kind != DIRECTORY or self.files.has_untrusted(found.links):
+            return
         for name in STATE_FILES:
-            try:
-                found = self.files.walk(ROOT + dirname + b"/" + name, follow=False)
-            except Refused:
-                continue
-            if not dirname or (self.files.has_untrusted(found.links) and not REMOVES_STATE_THROUGH_UNTRUSTED_LINKS):
-                continue
-            if found.node is not None and found.node.kind != DIRECTORY and not self.files.fails():
-                del found.directory.entries[name]
+            node = found.node.entries.get(name)
+            if node is not None and node.kind != DIRECTORY and not self.files.fails():
+                del found.node.entries[name]
                 self.host.changed()
 
     # Commands that read ----------------------------------------------------------------------------------------------
@@ -689,7 +694,7 @@ class Command:
         if activate and self.run_state() != NO:
             self.call(b"stop")
         self.copy_files(FACTORY, directory)
-        self.files.write(ROOT + dirname + b"/profile_name", name + b"\n", 0o640)
+        self.write_name(dirname, name)
         self.copy_certificates(directory)
         self.set_address_of_new(dirname, helmsor)
         statuses = []
@@ -902,10 +907,12 @@ class Command:
         self.result(b"profile_name", name)
 
     def rename(self, record, name):
+        if name != record.name:
+            self.write_name(record.dirname, name)
+
+    def write_name(self, dirname, name):
         try:
-            if name == record.name:
-                return
-            self.files.write(ROOT + record.dirname + b"/profile_name", name + b"\n", 0o640)
+            self.files.write(ROOT + dirname + b"/profile_name", name + b"\n", 0o640)
         except Refused as refused:
             raise Stop(FILE_OPEN) from refused
 

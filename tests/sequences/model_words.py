@@ -222,7 +222,7 @@ JSON = Form(b"json <object>", 2, {b"object": "text"})
 
 
 def form_of(words):
-    """Returns the form that the words name, or None. The help commands are not part of this model."""
+    """Returns the form that the words name, or None; also None for usage, help and reference."""
     if len(words) < 2:
         return None
     if words[0] == b"json":

@@ -8,9 +8,10 @@ import pickle
 import shutil
 import socket
 import stat
+import struct
 import subprocess
 
-from model_files import DIRECTORY, FIFO, FILE, LINK, Node
+from model_files import DIRECTORY, FIFO, FILE, LINK, NULL, SOCKET, ZERO, AccessList, Node
 from model_store import BUNDLE_SCRIPT
 
 USER = 1000
@@ -18,6 +19,9 @@ MARKER, PROGRAM, INTERRUPT = "/.private-host", "/run/ravctl", "/run/interrupt"
 CALLS, OUTPUT, ERRORS = b"/run/calls", b"/run/output", b"/run/errors"
 PLACES = [b"/etc/zuv", b"/etc/outside"]
 TOOL_PATHS = [b"/bin/systemctl", b"/sbin/initctl", b"/etc/init.d/hip", b"/usr/bin/killall", BUNDLE_SCRIPT]
+ACCESS_LIST = "system.posix_acl_access"
+SPECIAL = {FIFO: (stat.S_IFIFO, 0), SOCKET: (stat.S_IFSOCK, 0), NULL: (stat.S_IFCHR, os.makedev(1, 3)),
+           ZERO: (stat.S_IFCHR, os.makedev(1, 5))}
 INTERFACES = [(b"eth0", "10.0.0.1", False), (b"eth0", "10.0.0.2", False), (b"tap1", "10.0.1.1", False),
               (b"eth1", "10.1.254.169", False), (b"eth1", "169.254.10.20", False)]
 
@@ -83,17 +87,39 @@ def build_node(node, path, made):
             file.write(node.data)
     elif node.kind == LINK:
         os.symlink(node.data, path)
-    elif node.kind == FIFO:
-        os.mkfifo(path)
+    else:
+        os.mknod(path, SPECIAL[node.kind][0] | 0o600, SPECIAL[node.kind][1])
     os.chown(path, node.uid, node.gid, follow_symlinks=False)
     for name, entry in node.entries.items():
         build_node(entry, path + b"/" + name, made)
     if node.kind != LINK:
         os.chmod(path, node.mode)
+    if node.access is not None:
+        os.setxattr(path, ACCESS_LIST, bytes_of_list(node.access, node.mode))
+
+
+# An access list as the kernel stores it: a version, then rows of a tag, bits and an id.
+OWNER, A_USER, GROUP, MOST, OTHERS, NO_ID = 1, 2, 4, 0x10, 0x20, 0xFFFFFFFF
+
+
+def bytes_of_list(access, mode):
+    rows = [(OWNER, mode >> 6 & 7, NO_ID)] + [(A_USER, bits, uid) for uid, bits in sorted(access.users.items())]
+    rows += [(GROUP, access.group, NO_ID), (MOST, mode >> 3 & 7, NO_ID), (OTHERS, mode & 7, NO_ID)]
+    return struct.pack("<I", 2) + b"".join(struct.pack("<HHI", *row) for row in rows)
+
+
+def list_of_path(path):
+    try:
+        rows = list(struct.iter_unpack("<HHI", os.getxattr(path, ACCESS_LIST, follow_symlinks=False)[4:]))
+    except OSError:
+        return None
+    return AccessList(next(bits for tag, bits, _ in rows if tag == GROUP),
+                      {uid: bits for tag, bits, uid in rows if tag == A_USER})
 
 
 def picture_of_model(top):
-    """Describes the tree: for each path its type, mode, owner, group, bytes, and the other names of the same file."""
+    """Describes the tree: for each path its type, mode, owner, group, bytes, access list, and the other names of the same
+    file."""
     picture, names = {}, {}
     for place in PLACES:
         node = node_at(top, place)
@@ -104,11 +130,15 @@ def picture_of_model(top):
 
 def picture_node(node, path, picture, names):
     mode = None if node.kind == LINK else node.mode
-    picture[path] = (node.kind, mode, node.uid, node.gid, node.data)
+    picture[path] = (node.kind, mode, node.uid, node.gid, node.data, text_of_list(node.access))
     if node.kind != DIRECTORY:
         names.setdefault(id(node), []).append(path)
     for name, entry in node.entries.items():
         picture_node(entry, path + b"/" + name, picture, names)
+
+
+def text_of_list(access):
+    return "" if access is None else repr(access)
 
 
 def picture_of_disk():
@@ -134,8 +164,10 @@ def picture_path(path, status, picture, names):
     elif kind == stat.S_IFLNK:
         word, data, mode = LINK, os.readlink(path), None
     else:
-        word = FIFO if kind == stat.S_IFIFO else "type %o" % kind
-    picture[path] = (word, mode, status.st_uid, status.st_gid, data)
+        special = (kind, status.st_rdev)
+        word = next((word for word in SPECIAL if SPECIAL[word] == special), "type %o, device %o" % special)
+    access = "" if kind == stat.S_IFLNK else text_of_list(list_of_path(path))
+    picture[path] = (word, mode, status.st_uid, status.st_gid, data, access)
     if kind != stat.S_IFDIR and status.st_nlink > 1:
         names.setdefault(status.st_ino, []).append(path)
 
@@ -157,7 +189,8 @@ def top_of_disk(top):
     for path, (kind, mode, uid, gid, data, *_) in sorted(picture_of_disk().items()):
         directory, name = path.rsplit(b"/", 1)
         inode = os.lstat(path).st_ino if kind != DIRECTORY else path
-        node = seen.setdefault(inode, Node(kind, 0o777 if mode is None else mode, uid, gid, data))
+        access = None if kind == LINK else list_of_path(path)
+        node = seen.setdefault(inode, Node(kind, 0o777 if mode is None else mode, uid, gid, data, access=access))
         node_at(top, directory).entries[name] = node
     return top
 
@@ -272,6 +305,6 @@ def line_of_call(call):
 def copy_of(node, copies=None):
     copies = {} if copies is None else copies
     if id(node) not in copies:
-        new = copies[id(node)] = Node(node.kind, node.mode, node.uid, node.gid, node.data)
+        new = copies[id(node)] = Node(node.kind, node.mode, node.uid, node.gid, node.data, access=node.access)
         new.entries = {name: copy_of(entry, copies) for name, entry in node.entries.items()}
     return copies[id(node)]

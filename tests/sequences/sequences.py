@@ -240,12 +240,12 @@ def smaller_cases(case):
     for path in paths_of(case.top, b""):
         top = real_host.copy_of(case.top)
         node = real_host.node_at(top, path)
-        plain = (node.mode, 0, 0, node.data)
+        plain = (node.mode, 0, 0, node.data, None)
         if node.kind == real_host.DIRECTORY:
-            plain = (0o755, 0, 0, b"")
+            plain = (0o755, 0, 0, b"", None)
         elif node.kind == real_host.FILE:
-            plain = (0o644, 0, 0, node.data.split(b"\n")[0] + b"\n" if node.data.count(b"\n") > 1 else node.data)
-        for field, value in zip(("mode", "uid", "gid", "data"), plain):
+            plain = (0o644, 0, 0, node.data.split(b"\n")[0] + b"\n" if node.data.count(b"\n") > 1 else node.data, None)
+        for field, value in zip(("mode", "uid", "gid", "data", "access"), plain):
             if getattr(node, field) != value:
                 other = real_host.copy_of(top)
                 setattr(real_host.node_at(other, path), field, value)
@@ -263,9 +263,9 @@ def transcript(case, difference):
     """Returns a case as a text: the store, the commands and the difference after the last one."""
     lines = ["the store:"]
     for path, entry in sorted(real_host.picture_of_model(case.top).items()):
-        kind, mode, uid, gid, data, *names = entry
-        text = "" if kind in ("directory", "fifo") else " %r" % data
-        also = " also %r" % (names[0],) if names else ""
+        kind, mode, uid, gid, data, access, *names = entry
+        text = " %r" % data if kind in ("file", "link") else ""
+        also = (" with " + access if access else "") + (" also %r" % (names[0],) if names else "")
         lines.append("  %s %s %d:%d %s%s%s" % (kind, "-" if mode is None else "%04o" % mode, uid, gid,
                                                repr(path)[2:-1], text, also))
     lines.append("the tools: %s" % ", ".join("%s %s" % (path.decode(), end) for path, end in case.tools.items()))

@@ -63,7 +63,7 @@ TEST_P(FlawTest, IsFound) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Planted, FlawTest,
-                         testing::Values(Flaw{"lost-mode", "1", false}, Flaw{"lost-owner", "120", true},
+                         testing::Values(Flaw{"lost-mode", "1", false}, Flaw{"lost-owner", "480", true},
                                          Flaw{"lost-cut", "1", false}, Flaw{"lost-removal", "1", false},
                                          Flaw{"lost-rename", "1", false}, Flaw{"owner-is-root", "1", true},
                                          Flaw{"one-name", "110", true}, Flaw{"everybody-is-root", "1", true},
