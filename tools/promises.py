@@ -35,7 +35,7 @@ PLACES = {
     "example": "code in a comment",
     "private": "about private members, which no caller sees",
     "list": "introduces the lines below it",
-    "deliberate": "says only that the sentence before is meant",
+    "deliberate": "says that the sentence before is meant, and perhaps why",
 }
 
 # Why a sentence promises nothing, as the lines of tests/promises say.
@@ -56,8 +56,8 @@ Sentence = collections.namedtuple("Sentence", "header line text names place")
 
 SENTENCE_END = re.compile(r"(?<=[.?])(?<!\.\.)\s+(?=[\w`\"\'~<(\[])")
 LABEL = re.compile(r"[A-Z][\w ,-]{0,30}:")
-HEADING = re.compile(r"-+ .*|namespace \w+|\(see [^)]*\)|.*-----?")
-DELIBERATE = re.compile(r"(That|This|Both|It|These)( is| are) deliberate\.")
+HEADING = re.compile(r"-{2,} .*|namespace \w+")
+DELIBERATE = re.compile(r"(That|This|Both)( is| are) deliberate[.:].*")
 CODE = re.compile(r";\s*(//.*)?$|[{}]\s*(//.*)?$|^(if|for|while|return|static|class|struct)\b|^//|^\.\.\.|^\{")
 DECLARED = re.compile(r"\b(?:class|struct|enum class|enum)\s+(\w+)(?=[^;]*\{|\s*:|$)|\busing\s+(\w+)\s*=|"
                       r"(~?\w+)\s*\(|\b(\w+)\s*(?:\[[^]]*\]\s*)*(?:=|;|\{|,|$)")
@@ -94,13 +94,13 @@ def paragraphs_in(lines):
         body = line.strip()
         blanks = len(line) - len(line.lstrip(" ")) - 1
         item = ITEM.match(body)
-        if text and body and not item and blanks == column:
+        if text and body and not item and blanks == column and not HEADING.fullmatch(body):
             text += " " + body
             continue
         if text:
             yield number, text, False
             text = ""
-        if not body:
+        if not body or HEADING.fullmatch(body):
             continue
         is_row = blanks >= 2 and not item
         if is_row and CODE.search(body):
@@ -177,7 +177,7 @@ class HeaderReader:
         for lines, names, is_private in self.blocks:
             for number, text, is_code in paragraphs_in(lines):
                 for sentence in [text] if is_code else sentences_in(text):
-                    if re.search("[A-Za-z]", sentence) and not HEADING.fullmatch(sentence):
+                    if re.search("[A-Za-z]", sentence):
                         place = self._place(sentence, is_code, is_private, not found)
                         found.append(Sentence(self.name, number, sentence, names, place))
         return found

@@ -175,7 +175,11 @@ TEST_F(CopyFileTest, AFileIsNotCopiedOntoItselfEvenIfItCannotBeWritten) {
 }
 
 TEST_F(CopyFileTest, ACopyOfAMissingFileIsAnInvalidArgument) {
-  EXPECT_THAT(FileUtils::copyFile("/tmp/missing", kTo), HasCode(status::invalidArgument));
+  for (const std::string& from : {std::string("/tmp/missing"), std::string("/tmp/from\0x", 11), std::string()}) {
+    const Status s = FileUtils::copyFile(from, kTo);
+    EXPECT_THAT(s, HasCode(status::invalidArgument));
+    EXPECT_EQ(s.details(), "");
+  }
   EXPECT_FALSE(host::exists(kTo));
 }
 

@@ -102,4 +102,18 @@ TEST_F(DirectoryEntriesTest, ARenameToANewNameWorksWithAndWithoutOverwrite) {
   EXPECT_TRUE(host::exists("/tmp/three"));
 }
 
+TEST_F(DirectoryEntriesTest, ARenameWithoutOverwriteChecksTheTargetOfALinkAndReplacesAFileThatIsMadeLater) {
+  host::writeFile("/tmp/from", "from");
+  host::writeFile("/tmp/file", "file");
+  host::makeLink("/tmp/link", "file");
+  EXPECT_THAT(FileUtils::renameFile("/tmp/from", "/tmp/link", false), HasCode(status::renameError));
+  EXPECT_EQ(host::tree("/tmp"), "f 0644 file \"file\"\nf 0644 from \"from\"\nl link -> file\nd 1777 lock\n");
+  FaultPlan plan;
+  plan.calls = {"rename"};
+  plan.before = [](std::size_t) { host::writeFile("/tmp/to", "made meanwhile"); };
+  const ArmedFaults armed{plan};
+  EXPECT_THAT(FileUtils::renameFile("/tmp/from", "/tmp/to", false), HasCode(status::success));
+  EXPECT_EQ(host::readFile("/tmp/to"), "from");
+}
+
 }  // namespace

@@ -234,4 +234,48 @@ TEST_F(DirectoryListingTest, AListingThatFailsAnywhereLeaksNothing) {
   EXPECT_EQ(steps, 10u);  // openat, fdopendir, readdir 5, readlinkat, stat, closedir
 }
 
+TEST_F(DirectoryListingTest, AFailedListingKeepsTheEntriesThatItReadBefore) {
+  for (const char* name : {"a", "b", "c"}) host::writeFile(std::string("/tmp/list/") + name, "");
+  std::size_t most = 0;
+  for (std::size_t failing = 1; failing <= 6; ++failing) {  // the last one would find the end
+    const ArmedFaults armed{FaultPlan{failing, false, EIO, {"readdir"}}};
+    const FileUtils::DirectoryListing listing = FileUtils::listDirectory("/tmp/list");
+    EXPECT_THAT(listing.status, HasCode(status::opendirError));
+    EXPECT_GE(listing.files.size(), most);
+    most = listing.files.size();
+  }
+  EXPECT_EQ(most, 3u);
+}
+
+TEST_F(DirectoryListingTest, ARealDirectoryIsOpenedButNoLinkToOneAndErrnoSaysWhy) {
+  host::makeDirs("/tmp/list/directory");
+  host::makeLink("/tmp/list/link", "directory");
+  host::writeFile("/tmp/list/file", "");
+  const UniqueFd fd = FileUtils::openDirectory("/tmp/list");
+  EXPECT_TRUE(FileUtils::openRealDirectory(fd.get(), "directory").isOpen());
+  EXPECT_TRUE(FileUtils::openRealDirectory(AT_FDCWD, "/tmp/list/directory").isOpen());
+  struct Case {
+    const char* name;
+    int error, errorOverLinks;
+  };
+  for (const Case& c : {Case{"link", ENOTDIR, 0}, Case{"file", ENOTDIR, ENOTDIR}, Case{"missing", ENOENT, ENOENT}}) {
+    SCOPED_TRACE(c.name);
+    errno = 0;
+    EXPECT_FALSE(FileUtils::openRealDirectory(fd.get(), c.name).isOpen());
+    EXPECT_EQ(errno, c.error);
+    errno = 0;
+    const bool isOpened = FileUtils::openDirectory(std::string("/tmp/list/") + c.name).isOpen();
+    EXPECT_EQ(isOpened ? 0 : errno, c.errorOverLinks);
+  }
+}
+
+TEST_F(DirectoryListingTest, RealDirectoriesComeInTheOrderOfTheDirectory) {
+  for (const char* name : {"c", "a", "d", "b"}) host::makeDirs(std::string("/tmp/list/") + name);
+  const UniqueFd fd = FileUtils::openDirectory("/tmp/list");
+  std::vector<std::string> names;
+  EXPECT_THAT(FileUtils::listRealDirectories(fd.get(), names), HasCode(status::success));
+  EXPECT_EQ(names, FileUtils::listDirectory("/tmp/list").directories);
+  EXPECT_THAT(names, SizeIs(4));
+}
+
 }  // namespace

@@ -1,5 +1,6 @@
 #include "base/files/DirectoryReader.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -95,6 +96,31 @@ TEST_F(DirectoryReaderTest, AKindIsThatOfTheTargetOfALink) {
   EXPECT_EQ(own, expected);
   expected["to-directory"] = expected["to-file"] = EntryKind::other;  // nothing of that name is in "/"
   EXPECT_EQ(working, expected);
+}
+
+TEST_F(DirectoryReaderTest, AReaderTakesOverItsDescriptorAndClosesIt) {
+  makeFiles(2);
+  UniqueFd opened = FileUtils::openDirectory(kDirectory);
+  const int fd = opened.get();
+  {
+    DirectoryReader reader(std::move(opened));
+    EXPECT_EQ(reader.fd(), fd);
+    EXPECT_THAT(namesFrom(reader), SizeIs(2));
+  }
+  EXPECT_EQ(::fcntl(fd, F_GETFD), -1);
+  DirectoryReader none((UniqueFd()));
+  EXPECT_THAT(namesFrom(none), IsEmpty());
+}
+
+TEST_F(DirectoryReaderTest, AnEntryWhoseTypeNobodyKnowsIsOther) {
+  makeFiles(1);
+  const UniqueFd fd = FileUtils::openDirectory(kDirectory);
+  DirectoryReader reader(fd.get());
+  dirent entry = *reader.next();
+  entry.d_type = DT_UNKNOWN;
+  EXPECT_EQ(FileUtils::kindOf(fd.get(), entry, LinkBase::ownDirectory), EntryKind::file);
+  host::remove(std::string(kDirectory) + "/" + entry.d_name);
+  EXPECT_EQ(FileUtils::kindOf(fd.get(), entry, LinkBase::ownDirectory), EntryKind::other);
 }
 
 }  // namespace

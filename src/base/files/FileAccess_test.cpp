@@ -550,10 +550,11 @@ TEST_F(FileAccessTest, ALengthenedFileGetsItsOldLengthBack) {
 
 TEST_F(FileAccessTest, AFailedCutPutsTheOldBytesBack) {
   for (const std::string& old : {kNewText, std::string(20000, 'x')}) {
-    host::writeFile(kFile, old);
+    host::writeFile(kFile, old, 0600);
     const ArmedFaults armed(FaultPlan{1, true, EIO, {"ftruncate"}});
     EXPECT_THAT(writeToStore("lab\n"), HasCode(status::writeError));
     EXPECT_EQ(host::readFile(kFile), old);
+    EXPECT_EQ(host::modeOf(kFile), 0640u) << "the old mode does not come back";
   }
 }
 
@@ -819,6 +820,81 @@ TEST_F(FileAccessTest, AFileThatStaysLockedIsWrittenAfterASecond) {
   ASSERT_EQ(::flock(holder.get(), LOCK_EX), 0);
   EXPECT_THAT(replaceContent(kFile, kNewText, 0640, SetMode::always), HasCode(status::success));
   EXPECT_EQ(host::readFile(kFile), kNewText);
+}
+
+TEST_F(FileAccessTest, ALockIsNotTakenIfAnotherHolderKeepsItUntilTheDeadline) {
+  using std::chrono::milliseconds;
+  host::writeFile(kFile, kOldText);
+  const UniqueFd holder(::open(kFile, O_RDONLY | O_CLOEXEC));
+  const UniqueFd other(::open(kFile, O_RDONLY | O_CLOEXEC));
+  const auto start = FileWriter::Clock::now();
+  EXPECT_TRUE(lockFile(holder.get(), start));
+  EXPECT_FALSE(lockFile(other.get(), start + milliseconds(50)));
+  EXPECT_GE(FileWriter::Clock::now() - start, milliseconds(50));
+  const ArmedFaults armed{FaultPlan{1, true, EOPNOTSUPP, {"flock"}}};
+  EXPECT_TRUE(lockFile(other.get(), start)) << "a file system without locks";
+}
+
+TEST_F(FileAccessTest, AUsablePathHasBytesButNoZeroByte) {
+  host::writeFile(kFile, "12345");
+  host::makeLink("/tmp/link", kFile);
+  const std::string withZero("/tmp/file\0", 10);
+  EXPECT_TRUE(isUsablePath("x"));
+  EXPECT_FALSE(isUsablePath(""));
+  EXPECT_FALSE(isUsablePath(withZero));
+  struct stat info = {};
+  EXPECT_TRUE(lookAt("/tmp/link", info));
+  EXPECT_EQ(info.st_size, 5);
+  for (const std::string& path : {std::string(), withZero, std::string("/tmp/missing")})
+    EXPECT_FALSE(lookAt(path, info));
+}
+
+TEST_F(FileAccessTest, AWriterReadsItsOpenFileAndWritesItFromTheStartAgain) {
+  host::writeFile(kFile, kOldText);
+  FileWriter writer;
+  const auto deadline = FileWriter::Clock::now() + std::chrono::seconds(5);
+  ASSERT_TRUE(writer.openLocked(AT_FDCWD, kFile, 0640, deadline));
+  struct stat info = {};
+  EXPECT_TRUE(lookAt(kFile, info));
+  EXPECT_TRUE(isSameFile(writer.info(), info));
+  {
+    OpenedFile shared;
+    ASSERT_TRUE(writer.share(shared));
+    char bytes[4] = {};
+    EXPECT_EQ(readSome(shared.fd.get(), bytes, 3), 3);
+    EXPECT_EQ(std::string(bytes), "old");
+  }
+  const UniqueFd other(::open(kFile, O_RDONLY | O_CLOEXEC));
+  EXPECT_FALSE(lockFile(other.get(), FileWriter::Clock::now())) << "the lock is held on";
+  EXPECT_THAT(writer.cutToNothing(), HasCode(status::success));
+  EXPECT_EQ(host::readFile(kFile), "");
+  EXPECT_TRUE(writer.rewind());
+  EXPECT_THAT(writer.write("new"), HasCode(status::success));
+  EXPECT_THAT(writer.finish(), HasCode(status::success));
+  EXPECT_EQ(host::readFile(kFile), "new");
+  OpenedFile none;
+  EXPECT_FALSE(writer.share(none));
+  EXPECT_FALSE(writer.rewind());
+}
+
+TEST_F(FileAccessTest, ALockedOpenTakesOnlyARegularFileOverTrustedLinks) {
+  SKIP_WITHOUT_OTHER_USERS();
+  host::makeFifo("/tmp/fifo");
+  host::writeFile(kTarget, "old");
+  linksOfAStranger();
+  host::writeFile(kFile, kOldText);
+  const UniqueFd holder(::open(kFile, O_RDONLY | O_CLOEXEC));
+  ASSERT_EQ(::flock(holder.get(), LOCK_EX), 0);
+  struct Case {
+    const char* path;
+    int error;
+  };
+  for (const Case& c : {Case{"/tmp/fifo", EINVAL}, Case{kLink, ELOOP}, Case{kFile, EWOULDBLOCK}}) {
+    SCOPED_TRACE(c.path);
+    FileWriter writer;
+    EXPECT_FALSE(writer.openLocked(AT_FDCWD, c.path, 0640, FileWriter::Clock::now()));
+    EXPECT_EQ(errno, c.error);
+  }
 }
 
 }  // namespace

@@ -114,6 +114,8 @@ TEST_F(FileInfoTest, AFifoHasAReaderWhileSomebodyReads) {
     EXPECT_TRUE(FileUtils::fifoHasReader("/tmp/fifo"));
   }
   EXPECT_FALSE(FileUtils::fifoHasReader("/tmp/fifo"));
+  host::writeFile(kFile, "", 0200);
+  EXPECT_TRUE(FileUtils::fifoHasReader(kFile));
   EXPECT_FALSE(FileUtils::fifoHasReader("/tmp/missing"));
   EXPECT_FALSE(FileUtils::fifoHasReader(""));
 }

@@ -110,6 +110,8 @@ TEST_F(FileLockTest, LocksOnOneNameInTwoDirectoriesExcludeEachOther) {
     const FileLock two("/etc/zuv/profiles/profile-2/hip.conf", kAtOnce);
     EXPECT_EQ(two.result(), Result::busy);
     EXPECT_FALSE(two.isLocked());
+    EXPECT_EQ(FileLock("hip.conf", milliseconds(-5)).result(), Result::busy);
+    EXPECT_EQ(FileLock("another", milliseconds(-5)).result(), Result::held);
   }
   EXPECT_TRUE(host::exists(kLock)) << "a lock that was not taken removes nothing";
   EXPECT_EQ(FileLock("/etc/zuv/profiles/profile-2/endbox.conf", kAtOnce).result(), Result::held);

@@ -4,7 +4,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <thread>
+
 #include "base/files/FileInfo.h"
+#include "base/files/FileLock.h"
 #include "base/files/ProgramDirectories.h"
 #include "base/system/UniqueFd.h"
 #include "testing/faults/FaultInjector.h"
@@ -402,6 +406,28 @@ TEST_F(KeyValueFileTest, AFullDiskLeavesTheOldFileWhole) {
   EXPECT_EQ(host::readFile("/tmp/disk/file"), "a=1\n");
   EXPECT_FALSE(FileUtils::setKeyValue("/tmp/disk/new", "a", std::string(100000, 'x')));
   EXPECT_FALSE(host::exists("/tmp/disk/new"));
+}
+
+TEST_F(KeyValueFileTest, AReadAndAWriteWaitForTheLock) {
+  host::writeFile(kFile, "a=1\n");
+  for (const bool isWrite : {false, true}) {
+    SCOPED_TRACE(isWrite);
+    FileLock lock(kFile);
+    ASSERT_TRUE(lock.isLocked());
+    std::atomic<bool> isReleased{false};
+    std::thread holder([&] {
+      ::usleep(100'000);
+      isReleased = true;
+      lock.release();
+    });
+    if (isWrite) {
+      EXPECT_TRUE(FileUtils::setKeyValue(kFile, "a", "2"));
+    } else {
+      EXPECT_EQ(FileUtils::getKeyValue(kFile, "a"), "1");
+    }
+    EXPECT_TRUE(isReleased);
+    holder.join();
+  }
 }
 
 }  // namespace

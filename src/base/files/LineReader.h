@@ -1,4 +1,4 @@
-// LineReader: reads the lines of a file through a buffer. The whole program reads lines with it.
+// LineReader: reads the lines of a file through a buffer.
 //
 //   LineReader reader(file, 4096);                     // pieces of up to 4,095 bytes
 //   for (LinePiece piece; reader.next(piece);) ...
@@ -7,8 +7,8 @@
 // A piece is the remainder of a line including its newline, cut to one byte less than the line buffer size. A last line
 // without a newline is a piece too. Zero bytes are ordinary bytes.
 // The file is read up to the size that it had when it was opened; bytes appended later may be returned or not. A file
-// with the size 0 is read to its end, because files in /proc have that size. The file is borrowed and must outlive the
-// reader.
+// with the size 0 is read to its end, because files in /proc have that size. The reader borrows the
+// file, which must outlive it.
 // Holes: reading a sparse file takes time for the data that it has on disk, not for the size that it claims. Pieces
 // that lie in a hole, and so are zero bytes only, are left out, and the next piece reports how many bytes were left
 // out. Anyone can make a file of 1 GiB without data in a moment: a command takes 36 ms to read it, and takes 5.3 s if

@@ -2,8 +2,6 @@
 // share.
 //
 //   const std::string path = FileUtils::lockDir() + name;
-//
-// Threads: tempDir and lockDir are read once; several threads may make the first call at the same time.
 #pragma once
 
 #include <string>

@@ -82,6 +82,7 @@ TEST_F(ProgramDirectoryDeathTest, TheTemporaryAndTheLockDirectoryEndInASlashAndA
     EXPECT_EQ(directoryIn(c.variable, "", c.directory), c.fallback);
     EXPECT_EQ(directoryIn(c.variable, "/tmp/ours", c.directory), "/tmp/ours/");
     EXPECT_EQ(host::modeOf("/tmp/ours"), 0750u);
+    EXPECT_EQ(directoryIn(c.variable, "ours", c.directory), "ours/");
     EXPECT_EQ(directoryIn(c.variable, "/tmp/missing/ours/", c.directory), "/tmp/missing/ours/");
   }
   EXPECT_EQ(host::modeOf("/tmp/lock"), 0750u);

@@ -19,8 +19,6 @@ namespace FileUtils {
 // - A directory may have any number of entries. If it has more than 1,024, it is read several times instead of being
 //   held in memory. If somebody makes new entries all the time, the removal ends nevertheless, unless the file system
 //   shows each of them to a reader that has begun before.
-// - Memory: about 250 bytes and the name for each level, the names of at most 1,024 subdirectories for each level, and
-//   8 bytes for each link of one directory.
 // - Time: a few system calls for each entry. Each level is opened again about log2(n) / 2 times, by the names on the
 //   way. The removal does not go through "..", because that takes time for the whole depth on a bind mount.
 // Statuses: "invalid argument" for a relative path and for "/" in any spelling; "unlink" if the path is no directory

@@ -547,4 +547,10 @@ TEST_F(RemoveTreeTest, AFaultAnywhereLeaksNothingAndTouchesNothingElse) {
   });
 }
 
+TEST_F(RemoveTreeTest, ADirectoryOfTheKeptNameIsRemoved) {
+  host::writeFile(inTree("kept/file"), "");
+  emptyStoreTree("kept");
+  EXPECT_EQ(host::tree(kTree), "");
+}
+
 }  // namespace

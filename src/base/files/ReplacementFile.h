@@ -14,7 +14,8 @@
 // two editors ever write one file, whatever becomes of lock files elsewhere. What is no regular file, or belongs
 // neither to root nor to our own user, is removed at once. On a file system without locks an old file of that name is
 // removed at once. Nothing is removed for the reason that the system could not open it or look at it.
-//   An editor gives its file to the owner of the old one at last, and from then on other editors would remove it. So it
+//
+// An editor gives its file to the owner of the old one at last, and from then on other editors would remove it. So it
 // first takes the flock of the directory and holds it until the rename; and whoever removes a file of that name without
 // its lock takes the lock of the directory first. Everybody who may open the directory can hold that lock, so both wait
 // for it for one second at most and then go on without it.

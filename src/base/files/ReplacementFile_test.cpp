@@ -473,4 +473,19 @@ TEST_F(ReplacementFileTest, AFaultAnywhereLeavesTheWholeOldOrNewFileAndNoOther) 
                                       "close", "close"}));
 }
 
+TEST_F(ReplacementFileTest, AFailureToGiveTheFileAwayOrToCloseItIsReported) {
+  ReplacementFile file;
+  EXPECT_FALSE(file.isMade());
+  ASSERT_THAT(file.make(kFile, in(5000)), HasCode(status::success));
+  EXPECT_EQ(file.oldName(), "hip.conf");
+  {
+    const ArmedFaults armed{FaultPlan{1, false, EPERM, {"fchown"}}};
+    errno = 0;
+    EXPECT_FALSE(file.giveTo(kStranger, kStranger));
+    EXPECT_EQ(errno, EPERM);
+  }
+  const ArmedFaults armed{FaultPlan{1, false, EIO, {"close"}}};
+  EXPECT_FALSE(file.closeToWrite());
+}
+
 }  // namespace

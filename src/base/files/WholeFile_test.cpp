@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "base/files/DirectoryListing.h"
+#include "base/files/FileAccess.h"
 #include "testing/faults/FaultInjector.h"
 #include "testing/run/HostTest.h"
 
@@ -480,6 +481,20 @@ TEST_F(WholeFileTest, AFirstLineIsReadInFourCalls) {
     EXPECT_EQ(line, "lab");
     EXPECT_THAT(counted.calls(), ElementsAre("openat", "fstat", "read", "close"));
   }
+}
+
+TEST_F(WholeFileTest, TheFirstLineOfAnOpenFileIsReadFromItsPosition) {
+  host::writeFile(kFile, "one\n\n two \n");
+  OpenedFile file;
+  ASSERT_TRUE(openForReading(AT_FDCWD, kFile, file));
+  ASSERT_EQ(::lseek(file.fd.get(), 3, SEEK_SET), 3);
+  std::string line = "old";
+  EXPECT_THAT(FileUtils::readFirstLineFrom(file, line), HasCode(status::success));
+  EXPECT_EQ(line, "two");
+  const ArmedFaults armed{FaultPlan{1, false, EIO, {"read"}}};
+  ASSERT_EQ(::lseek(file.fd.get(), 0, SEEK_SET), 0);
+  EXPECT_THAT(FileUtils::readFirstLineFrom(file, line), HasCode(status::readError));
+  EXPECT_EQ(line, "");
 }
 
 }  // namespace

@@ -29,5 +29,5 @@ class Leftover {
   Leftover* next_ = nullptr;
 };
 
-// Unlinks every marked file, starting with the one marked last. Allocates no memory.
+// Unlinks every marked file. Allocates no memory.
 void removeLeftovers();

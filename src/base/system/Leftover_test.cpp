@@ -1,7 +1,11 @@
 #include "base/system/Leftover.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <string>
 #include <thread>
 
@@ -59,5 +63,28 @@ TEST_F(LeftoverTest, RemoveLeftoversRemovesExactlyTheMarkedFiles) {
     EXPECT_EQ(remaining, c.remaining);
   }
 }
+
+#ifndef RAVCTL_SANITIZED  // sanitizers have reserved more address space than any limit
+TEST_F(LeftoverTest, MarkingAndRemovingNeedNoMemory) {
+  host::writeFile("/tmp/a", "x");
+  const pid_t child = ::fork();
+  if (child == 0) {
+    Leftover leftover;
+    const rlimit none{0, 0};
+    ::setrlimit(RLIMIT_AS, &none);
+    for (const std::size_t size : {4096, 256, 16, 1}) {
+      while (std::malloc(size) != nullptr) {
+      }
+    }
+    leftover.mark("/tmp/a");
+    removeLeftovers();
+    ::_exit(7);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 7) << status;
+  EXPECT_FALSE(host::exists("/tmp/a"));
+}
+#endif
 
 }  // namespace

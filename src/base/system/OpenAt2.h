@@ -8,7 +8,7 @@
 extern "C" {
 
 // Opens a file as openat does, with the RESOLVE_ flags of <linux/openat2.h> for the way to it. Returns -1 and sets
-// errno on failure: ENOSYS on kernels before 5.6, and often EPERM under a filter of system calls that does not know it.
+// errno on failure.
 // The name has C linkage, so that tests can make the call fail.
 int openAt2(int directoryFd, const char* path, int flags, mode_t mode, std::uint64_t resolve);
 }

@@ -21,5 +21,5 @@ void prepareProcess();
 void makeChildrenWaitable();
 
 // Restores the mask of signals that prepareProcess found. Call it in a child before exec.
-// Async-signal-safe. Does nothing if prepareProcess was never called.
+// Does nothing if prepareProcess was never called.
 void giveBackSignals();

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <type_traits>
 #include <utility>
 
 #include "testing/faults/FaultInjector.h"
@@ -57,6 +58,18 @@ TEST_F(UniqueFdTest, AFailedCloseIsReportedAndNotRetried) {
   EXPECT_FALSE(owner.isOpen());
   EXPECT_TRUE(owner.close());
   EXPECT_EQ(armed.count(), 1u);
+}
+
+TEST_F(UniqueFdTest, CannotBeCopied) {
+  EXPECT_FALSE(std::is_copy_constructible_v<UniqueFd>);
+  EXPECT_FALSE(std::is_copy_assignable_v<UniqueFd>);
+}
+
+TEST_F(UniqueFdTest, ANegativeDescriptorMeansNone) {
+  UniqueFd none(-1);
+  EXPECT_FALSE(none.isOpen());
+  EXPECT_TRUE(none.close());
+  EXPECT_FALSE(UniqueFd().isOpen());
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// SimplePointerQueue: a first-in first-out queue of pointers. It allocates one block of 256 bytes for every 30 entries
-// and keeps one empty block for reuse, so that a steady flow of entries allocates nothing.
+// SimplePointerQueue: a first-in first-out queue of pointers. It allocates one block for every 30 entries and
+// keeps one empty block for reuse, so that a steady flow of entries allocates nothing.
 //
 //   SimplePointerQueue queue;
 //   { ScopedLock lock(queue); queue.push(item); }

@@ -366,4 +366,29 @@ TEST(SplitUrl, ThePartsJoinToTheUrlAgain) {
   }
 }
 
+TEST(Views, ReturnedViewsPointIntoTheArgument) {
+  const std::string text = " http://a/b ";
+  EXPECT_EQ(StringUtils::trim(text, TrimSet::blanks).data(), text.data() + 1);
+  EXPECT_EQ(StringUtils::lastComponent(text).data(), text.data() + 10);
+  EXPECT_EQ(StringUtils::withoutWebScheme(std::string_view(text).substr(1)).data(), text.data() + 8);
+}
+
+TEST(LowerCase, ConvertsOnlyTheLettersAToZ) {
+  for (int byte = 0; byte < 256; ++byte) {
+    const char c = static_cast<char>(byte);
+    const char lower = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+    EXPECT_EQ(StringUtils::lowerCase(std::string("X") + c), std::string("x") + lower) << byte;
+  }
+}
+
+TEST(WithoutWebScheme, LosesOneSchemeInAnyCase) {
+  EXPECT_EQ(StringUtils::withoutWebScheme("http://host/x"), "host/x");
+  EXPECT_EQ(StringUtils::withoutWebScheme("HttpS://host"), "host");
+  EXPECT_EQ(StringUtils::withoutWebScheme("http://https://host"), "https://host");
+  EXPECT_EQ(StringUtils::withoutWebScheme("https://"), "");
+  for (const char* text : {"host", "ftp://host", "http:/host", " http://host", ""}) {
+    EXPECT_EQ(StringUtils::withoutWebScheme(text), text);
+  }
+}
+
 }  // namespace

@@ -6,6 +6,8 @@
 
 #include <climits>
 #include <random>
+#include <string>
+#include <thread>
 #include <vector>
 
 #include "testing/models/TimeModel.h"
@@ -410,6 +412,23 @@ TEST(FormatDuration, WholeDurationsReadBackAsTheSameTime) {
     EXPECT_EQ(parseDuration(formatDuration(micros)), micros);
     EXPECT_EQ(parseDuration(formatDuration(-micros)), -micros);
   }
+}
+
+TEST(Threads, ThreadsFormatTheSameTexts) {
+  const Zone zone("CET-1CEST,M3.5.0,M10.5.0/3");
+  const auto texts = [] {
+    std::string all;
+    for (std::int64_t micros = 0; micros < 500 * kSec; micros += kSec) {
+      const std::string time = formatTime(toLocalTicks(micros), true, 'T');
+      all += time + secondStamp("", "", micros + 1) + formatDuration(parseDuration("90 s")) +
+             std::to_string(parseIsoTime(time));
+    }
+    return all;
+  };
+  const std::string expected = texts();
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) threads.emplace_back([&] { EXPECT_EQ(texts(), expected); });
+  for (std::thread& thread : threads) thread.join();
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 //   PortableMutex mutex_;
 //   { ScopedLock lock(mutex_); ... }
 //
-// No lock here is recursive, and none can be copied. The program makes every PortableMutex without arguments: a plain
+// No lock here is recursive. The program makes every PortableMutex without arguments: a plain
 // mutex that never reports anything.
 #pragma once
 
