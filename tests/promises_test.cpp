@@ -140,6 +140,16 @@ TEST_F(PromisesTest, EachPromiseWithoutATestIsNamed) {
   EXPECT_THAT(outcome.out, HasSubstr("18 sentences, 10 promises, 2 without a test, 0 wrong lines\n"));
 }
 
+TEST_F(PromisesTest, ANamedHeaderOrFolderIsCountedAlone) {
+  plant("src/json/Empty.h", "// Empty: holds nothing.\n// It never fills.\n#pragma once\n");
+  EXPECT_THAT(promises({"src/base/"}).out, HasSubstr("15 sentences, 8 promises, 0 without a test, 0 wrong lines\n"));
+  EXPECT_EQ(promises({"src/base"}).exitStatus, 0);
+  const Outcome outcome = promises({"src/json/Empty.h"});
+  EXPECT_EQ(outcome.exitStatus, 1);
+  EXPECT_THAT(outcome.out, HasSubstr("2 sentences, 1 promises, 1 without a test, 0 wrong lines\n"));
+  EXPECT_THAT(promises({"src/bas"}).err, HasSubstr("src/bas: no header of src/ is there\n"));
+}
+
 struct Case {
   const char* why;
   const char* ties;  // behind the right ones

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Lists each sentence of the headers of src/ beside the tests that show it.
 
-promises.py [--root FOLDER] [--list] [HEADER...]
+promises.py [--root FOLDER] [--list] [HEADER|FOLDER...]
 
 A comment of a header is a promise. Each of its sentences, list items and table rows, and each comment behind a
 declaration, needs a test that fails if the promise is broken. The files tests/promises/*.txt name these tests:
@@ -18,8 +18,8 @@ several sentences begin with these words, "@NAME " before them chooses the one o
 need no line, because their place shows that they promise nothing (PLACES).
 
 Prints the sentences without a line, and the lines that name no sentence, no test or no header. --list prints every
-sentence with its tests instead, of all headers or of the named ones. The last lines are the counts. The exit status is 1
-if a promise has no test or a line is wrong.
+sentence with its tests instead. With names of headers or of folders, as in src/base, it prints and counts the sentences
+of these alone. The last lines are the counts. The exit status is 1 if a promise has no test or a line is wrong.
 """
 import argparse
 import collections
@@ -293,11 +293,15 @@ def matching(sentences, start):
             if sentence.text.startswith(start) and (name is None or name in sentence.names)]
 
 
+def is_in(name, place):
+    return name == place or name.startswith(place.rstrip("/") + "/")
+
+
 def main():
     parser = argparse.ArgumentParser(description="Lists the sentences of the headers beside their tests.")
     parser.add_argument("--root", default=os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
     parser.add_argument("--list", action="store_true")
-    parser.add_argument("headers", nargs="*", help="by default all below src/")
+    parser.add_argument("headers", nargs="*", help="headers or folders, by default src/")
     options = parser.parse_args()
 
     sentences = {name: HeaderReader(name).read(text_of(options.root, name))
@@ -306,11 +310,16 @@ def main():
     for name in files(options.root, TIES, ".txt"):
         ties.read(name, text_of(options.root, name))
 
+    chosen = [name for name in sentences if not options.headers or any(is_in(name, place) for place in options.headers)]
+    for place in options.headers:
+        if not any(is_in(name, place) for name in sentences):
+            parser.error(f"{place}: no header of src/ is there")
+
     counts = collections.Counter()
     untested = []
-    for header, of_header in sentences.items():
-        is_listed = options.list and (not options.headers or header in options.headers)
-        if is_listed and of_header:
+    for header in chosen:
+        of_header = sentences[header]
+        if options.list and of_header:
             print(header)
         for at, sentence in enumerate(of_header):
             shown = ties.shown.get((header, at), [])
@@ -320,7 +329,7 @@ def main():
             if kind is None and not shown:
                 untested.append(sentence)
             counts[kind or ("shown" if shown else "untested")] += 1
-            if is_listed:
+            if options.list:
                 print(f"  {sentence.line}: {sentence.text}")
                 for test in shown or ([f"no promise: {kind}"] if kind else ["NO TEST"]):
                     print(f"      {test}")
