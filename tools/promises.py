@@ -28,6 +28,7 @@ import re
 import sys
 
 TIES = "tests/promises"
+NO_PROMISE = "no promise: "
 
 # Why a sentence promises nothing, by its place.
 PLACES = {
@@ -72,7 +73,7 @@ def names_in(code):
 
 
 def sentences_in(text):
-    """Splits a text at the ends of its sentences. Open quotes and brackets and a label as "Threads:" hold it together."""
+    """Splits a text at the ends of its sentences. Quotes, brackets and a label as "Threads:" hold it together."""
     joined = []
     for part in SENTENCE_END.split(text):
         last = joined[-1] if joined else ""
@@ -265,8 +266,8 @@ class Ties:
             self.problems.append(f"{unused}: no sentence below this test")
 
     def _check_test(self, where, test):
-        if test.startswith("no promise: "):
-            kind = test[len("no promise: "):]
+        if test.startswith(NO_PROMISE):
+            kind = test[len(NO_PROMISE):]
             if kind not in KINDS:
                 self.problems.append(f"{where}: no such kind: {kind}")
         elif not self.tests.get(test):
@@ -323,15 +324,15 @@ def main():
             print(header)
         for at, sentence in enumerate(of_header):
             shown = ties.shown.get((header, at), [])
-            kind = next((test[len("no promise: "):] for test in shown if test.startswith("no promise: ")), sentence.place)
-            if kind and not all(test.startswith("no promise: ") for test in shown):
+            kind = next((test[len(NO_PROMISE):] for test in shown if test.startswith(NO_PROMISE)), sentence.place)
+            if kind and not all(test.startswith(NO_PROMISE) for test in shown):
                 ties.problems.append(f"{header}:{sentence.line}: a test shows what is no promise: {sentence.text}")
             if kind is None and not shown:
                 untested.append(sentence)
             counts[kind or ("shown" if shown else "untested")] += 1
             if options.list:
                 print(f"  {sentence.line}: {sentence.text}")
-                for test in shown or ([f"no promise: {kind}"] if kind else ["NO TEST"]):
+                for test in shown or ([NO_PROMISE + kind] if kind else ["NO TEST"]):
                     print(f"      {test}")
     for sentence in [] if options.list else untested:
         print(f"{sentence.header}:{sentence.line}: no test: {sentence.text}")
