@@ -75,9 +75,10 @@ bool lookAt(const std::string& path, struct stat& info);
 // the file. It never lengthens a file that another program has cut in the meantime. A file that open created is removed
 // again unless finish succeeds. After keepOldBytes, an old file gets its old bytes back unless finish succeeds.
 // Other processes: writers of one file take turns, so that the file ends as one of them has written it. Each holds a
-// flock on the file from open until finish or its destruction. If the path of a file of the store no longer leads to the
-// file that open has locked, open starts over, but it takes the twentieth file. Anyone who can open the file can hold that lock, so a writer waits for it for one second at
-// most and then writes without it. On a file system without locks it writes at once.
+// flock on the file from open until finish or its destruction. If the path of a file of the store no longer leads to
+// the file that open has locked, open starts over, but it takes the twentieth file. Anyone who can open the file can
+// hold that lock, so a writer waits for it for one second at most and then writes without it. On a file system without
+// locks it writes at once.
 class FileWriter {
  public:
   using Clock = std::chrono::steady_clock;

@@ -1,9 +1,9 @@
 // StringUtils: the small text routines that the whole program shares: trimming, joining of paths, conversion of numbers
 // and booleans to text and back, and splitting of a server URL.
 //
-// All functions work on bytes. A letter is an ASCII letter. Returned views point into the
-// argument. parseBool, parseInt32 and splitUrl return false on failure, and each documents what its outputs then hold.
-// leadingInt64 and leadingPort cannot fail: without a number they return 0.
+// All functions work on bytes. A letter is an ASCII letter. Returned views point into the argument. parseBool,
+// parseInt32 and splitUrl return false on failure, and each documents what its outputs then hold. leadingInt64 and
+// leadingPort cannot fail: without a number they return 0.
 #pragma once
 
 #include <cstddef>

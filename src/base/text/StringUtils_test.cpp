@@ -184,16 +184,6 @@ TEST(LeadingInt64, SkipsOnlyTheWhitespaceOfTheCLocale) {
   }
 }
 
-TEST(LeadingInt64, ReportsTheEndOfTheDigits) {
-  std::size_t end = 99;
-  (void)StringUtils::leadingInt64("  -12 s", &end);
-  EXPECT_EQ(end, 5U);
-  (void)StringUtils::leadingInt64("  -s", &end);
-  EXPECT_EQ(end, 0U);
-  (void)StringUtils::leadingInt64("99999999999999999999999999x", &end);
-  EXPECT_EQ(end, 26U);
-}
-
 // A text of fewer than `limit` bytes of the alphabet.
 std::string randomText(std::mt19937& random, std::string_view alphabet, std::size_t limit) {
   std::string text;
