@@ -14,6 +14,9 @@ Steps of ./dev ci:    clang asan tsan valgrind ansible model torture interleavin
                       package bench
                       sequences [SECONDS [SEED]]
                       fuzz [SECONDS [TARGET...]]
+                      fuzz --sitting SECONDS [TARGET...]
+                      fuzz --keep [TARGET...]
+                      fuzz --totals
                       anywhere [PLACE...]
 Step of ./dev coverage: coverage [--mcdc]
 
@@ -136,25 +139,23 @@ ansible() {
 # for a minute or a million inputs. A run starts from the seeds in the tree and from the inputs that earlier runs left
 # in build/fuzz/new/. It writes a failing input there, too.
 fuzz() {
+  case ${1-} in
+    --sitting | --totals | --keep)
+      option=${1#--}
+      shift
+      "fuzz_$option" "$@"
+      return
+      ;;
+  esac
   seconds=${1-${RAVCTL_LONG:+60}}
   [ $# -eq 0 ] || shift
-  if [ $# -eq 0 ]; then
-    for source in fuzz/*.cpp; do
-      subject=$(basename "$source" .cpp)
-      [ "$subject" = standalone_main ] || set -- "$@" "$subject"
-    done
-  fi
-  # The files are in memory, because a run would spend its time in waiting for the disk.
-  [ ! -d /dev/shm ] || export ZUV_TMP_DIR=/dev/shm/
-  configure fuzz
-  # shellcheck disable=SC2046 # target names
-  build fuzz $(printf 'fuzz_%s ' "$@")
+  build_targets "$@"
   passed=0 failed=0
-  for subject in "$@"; do
-    if fuzz_one "$subject" "${seconds:-10}"; then
+  for subject in $subjects; do
+    if fuzz_one "$subject" "${seconds:-10}" "${RAVCTL_LONG:+1000000}" 10; then
+      say "fuzz_$subject: $(grep '^Done' "$said")"
       passed=$((passed + 1))
     else
-      say "fuzz_$subject FAILED; its input is in build/fuzz/new/"
       failed=$((failed + 1))
     fi
   done
@@ -162,19 +163,100 @@ fuzz() {
   [ "$failed" -eq 0 ]
 }
 
-# fuzz_one TARGET SECONDS: prints one line about the run, or the whole output if it failed.
+# fuzz --sitting SECONDS [TARGET...]: continues each target for that many seconds, until it has reached the limits of
+# tools/sittings.awk. Appends a row to fuzz/sittings.tsv for each run; its seconds are processor time. An input has a
+# minute, since the run may have to wait for a processor.
+fuzz_sitting() {
+  seconds=$1
+  shift
+  build_targets "$@"
+  revision=$(git rev-parse --short HEAD)
+  git diff --quiet HEAD -- CMakeLists.txt cmake fuzz/*.cpp fuzz/*.h src testing || revision=$revision+
+  failed=0
+  for subject in $subjects; do
+    awk -v left="$subject" -f tools/sittings.awk fuzz/sittings.tsv >"build/fuzz/new/$subject.left"
+    read -r runs_left seconds_left <"build/fuzz/new/$subject.left"
+    if [ "$runs_left" -eq 0 ] || [ "$seconds_left" -eq 0 ]; then continue; fi
+    [ "$seconds_left" -lt "$seconds" ] || seconds_left=$seconds
+    findings=0
+    fuzz_one "$subject" "$seconds_left" "$runs_left" 60 || findings=1
+    failed=$((failed + findings))
+    awk -v start="$(date -u +%Y-%m-%d)\t$revision\t$subject" -v findings="$findings" '
+      function word_after(label, i) {
+        for (i = 1; i < NF; i++) if ($i == label) return $(i + 1)
+        return 0
+      }
+      /^#[0-9].* cov: / { edges = word_after("cov:"); features = word_after("ft:") }
+      $1 == "stat::number_of_executed_units:" { executions = $2 }
+      /^[0-9]+m[0-9.]+s / { split($1 "m" $2, part, /[ms]+/); used = 60 * (part[1] + part[3]) + part[2] + part[4] }
+      END { printf "%s\t%d\t%d\t%d\t%d\t%d\n", start, executions, used + 0.5, edges, features, findings }
+    ' "$said" "build/fuzz/new/$subject.times" | tee -a fuzz/sittings.tsv
+  done
+  [ "$failed" -eq 0 ]
+}
+
+# fuzz --totals: prints what the sittings of fuzz/sittings.tsv have reached.
+fuzz_totals() { awk -v targets="$(all_subjects)" -f tools/sittings.awk fuzz/sittings.tsv; }
+
+# fuzz --keep [TARGET...]: adds the inputs of build/fuzz/new/ that reach new edges to the seeds in the tree, as long as
+# a target has at most 300 seeds and 200,000 bytes. Every build runs all prefixes of the seeds, so they must stay few.
+fuzz_keep() {
+  build_targets "$@"
+  for subject in $subjects; do
+    [ -d "build/fuzz/new/$subject" ] || continue
+    # The merge writes only to a copy, and the copy replaces the seeds if it is small enough.
+    merged=build/fuzz/new/$subject.merged
+    rm -rf "$merged"
+    cp -r "fuzz/corpus/$subject" "$merged"
+    "build/fuzz/fuzz/fuzz_$subject" -merge=1 -use_counters=0 "$PWD/$merged" "$PWD/build/fuzz/new/$subject" \
+      >"$merged.log" 2>&1 || die "the inputs of $subject cannot be merged: see $merged.log"
+    count=$(find "$merged" -type f | wc -l)
+    bytes=$(find "$merged" -type f -exec cat {} + | wc -c)
+    if [ "$count" -le 300 ] && [ "$bytes" -le 200000 ]; then
+      cp -n "$merged"/* "fuzz/corpus/$subject/"
+      say "fuzz_$subject: $count seeds of $bytes bytes"
+    else
+      say "fuzz_$subject: $count seeds of $bytes bytes would be too many; none is added"
+    fi
+  done
+}
+
+# all_subjects: prints the names of the targets.
+all_subjects() {
+  for source in fuzz/*.cpp; do
+    [ "$source" = fuzz/standalone_main.cpp ] || basename "$source" .cpp
+  done
+}
+
+# build_targets [TARGET...]: sets $subjects to these targets, or to all, and builds them.
+build_targets() {
+  subjects=$*
+  [ $# -gt 0 ] || subjects=$(all_subjects)
+  # The files are in memory, because a run would spend its time in waiting for the disk.
+  [ ! -d /dev/shm ] || export ZUV_TMP_DIR=/dev/shm/
+  configure fuzz
+  # shellcheck disable=SC2046,SC2086 # target names
+  build fuzz $(printf 'fuzz_%s ' $subjects)
+  mkdir -p build/fuzz/new
+}
+
+# fuzz_one TARGET SECONDS [RUNS] TIMEOUT: the output goes to the file $said, and is shown without its progress lines if
+# the run failed. The processor time goes to build/fuzz/new/TARGET.times.
 fuzz_one() {
-  mkdir -p "build/fuzz/new/$1"
+  new=$PWD/build/fuzz/new # absolute, since a target may move to a private host
+  mkdir -p "$new/$1"
   said=build/fuzz/new/$1.log
-  runs=-1
-  [ -z "${RAVCTL_LONG-}" ] || runs=1000000
-  if "build/fuzz/fuzz/fuzz_$1" "-max_total_time=$2" "-runs=$runs" -timeout=10 "-dict=fuzz/$1.dict" \
-    "-artifact_prefix=build/fuzz/new/$1-" "build/fuzz/new/$1" "fuzz/corpus/$1" >"$said" 2>&1; then
-    say "fuzz_$1: $(tail -n 1 "$said")"
-  else
+  ( # the only child of this shell
+    verdict=0
+    "build/fuzz/fuzz/fuzz_$1" "-max_total_time=$2" "-runs=${3:--1}" "-timeout=$4" "-dict=$PWD/fuzz/$1.dict" \
+      -print_final_stats=1 "-artifact_prefix=$new/$1-" "$new/$1" "$PWD/fuzz/corpus/$1" >"$said" 2>&1 || verdict=1
+    times >"$new/$1.times"
+    exit "$verdict"
+  ) || {
     grep -vE '^#[0-9]+' "$said"
+    say "fuzz_$1 FAILED; its input is in build/fuzz/new/"
     return 1
-  fi
+  }
 }
 
 # machine PRESET QEMU: runs tests for another machine, under qemu if the kernel cannot execute them. A program of this

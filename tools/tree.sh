@@ -28,7 +28,7 @@ docs/examples             *.md *.logrotate *.service *.sh *.timer ravctl-metrics
 docs/examples/ansible     **/*.yml
 docs/examples/demo-store  **
 examples/**               CMakeLists.txt *.cpp *.h
-fuzz                      CMakeLists.txt *.cpp *.h *.dict corpus/*/*
+fuzz                      CMakeLists.txt *.cpp *.h *.dict sittings.tsv corpus/*/*
 man                       *.[1-8]
 model                     *.pml
 packaging                 ravctl.spec rpmlint.toml
