@@ -10,10 +10,13 @@
 // - A scan with virtual calls (json::scan with a parserinfo) gives the same document as json::parse.
 // - A text without a length gives the same document as the same text with its length up to the first zero byte.
 // - parseSequence returns an array of objects, and null only for an empty text.
+// Three of four mutations of libFuzzer change the text as JSON (see JsonMutator.h).
 #include <cmath>
 #include <cstdint>
 
 #include "fuzz/FuzzTarget.h"
+#include "fuzz/JsonMutator.h"
+#include "fuzz/Mutation.h"
 #include "json/JsonParser.h"
 #include "json/JsonWriter.h"
 
@@ -127,4 +130,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(json::isObject(json::element(objects.get(), at)), "a sequence contains only objects");
   }
   return 0;
+}
+
+extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t room, unsigned seed) {
+  fuzz::Random random(seed);
+  if (random.below(4) == 0) return LLVMFuzzerMutate(data, size, room);
+  return fuzz::putMutation(fuzz::mutatedJson(fuzz::textOf(data, size), random), data, size, room);
+}
+
+extern "C" std::size_t LLVMFuzzerCustomCrossOver(const std::uint8_t* one, std::size_t sizeOfOne,
+                                                 const std::uint8_t* other, std::size_t sizeOfOther, std::uint8_t* out,
+                                                 std::size_t room, unsigned seed) {
+  fuzz::Random random(seed);
+  const std::string mixed = fuzz::crossedJson(fuzz::textOf(one, sizeOfOne), fuzz::textOf(other, sizeOfOther), random);
+  if (mixed.size() > room) return 0;
+  return fuzz::putMutation(mixed, out, 0, room);
 }
