@@ -432,4 +432,16 @@ TEST(FindCommand, APrefixOfASecondWordNamesNoCommand) {
   }
 }
 
+TEST(FindCommand, HelpGetsTheWordsWithoutALeadingNameOfTheProgram) {
+  for (const Words& words : {Words{"help", "usage"}, Words{"ravctl", "help", "usage"}}) {
+    SCOPED_TRACE(testing::PrintToString(words));
+    const Command command = find(words);
+    ASSERT_NE(command, nullptr);
+    command->run();
+    Words lines;
+    renderOutput(*command, lines);
+    EXPECT_EQ(lines.front(), "ravctl help for command: usage");
+  }
+}
+
 }  // namespace

@@ -11,6 +11,9 @@
 
 namespace {
 
+// Before any test, and before main(), the mode has not been set.
+const bool kIsAuthorizedAtFirst = isAuthorized();
+
 class AuthorizationTest : public HostTest {
  protected:
   void TearDown() override { setAuthorizationMode(authorizationNever); }
@@ -35,6 +38,7 @@ int answerAs(uid_t real, uid_t effective) {
   const pid_t child = ::fork();
   if (child == 0) {
     setAuthorizationMode(authorizationRootOnly);
+    if (!isAuthorized()) ::_exit(98);  // as root, so that a remembered answer would be wrong below
     ::_exit(::setresuid(real, effective, 0) != 0 ? 99 : isAuthorized() ? 1 : 0);
   }
   int status = 0;
@@ -111,5 +115,7 @@ TEST_F(AuthorizationTest, AStateChangingCommandRequiresBothUserIdsToBeRoot) {
   EXPECT_EQ(stopWith({"/usr/bin/setpriv", "--ruid", "0", "--euid", "0"}).out, "");
   EXPECT_EQ(host::readFile("/tmp/calls"), "systemctl stop hip\n");
 }
+
+TEST_F(AuthorizationTest, NothingIsPermittedBeforeAModeIsSet) { EXPECT_FALSE(kIsAuthorizedAtFirst); }
 
 }  // namespace

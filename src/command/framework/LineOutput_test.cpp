@@ -114,6 +114,12 @@ TEST(LineOutput, AFailedWriteIsOneLineOnStandardError) {
   }
 }
 
+TEST(LineOutput, WithoutFinishTheRemainingLinesAreNotWritten) {
+  const Captured out(STDOUT_FILENO);
+  { LineOutput().put("line"); }
+  EXPECT_EQ(out.text(), "");
+}
+
 // --- The program's own output
 
 using OutputTest = HostTest;
