@@ -155,6 +155,9 @@ TEST_F(HostileSizeTest, TheLongestAcceptedLinesFitIntoMemory) {
   host::writeFile(std::string(kProfile) + "profile_name", longest + "\n");
   EXPECT_THAT(runBounded({"profile", "details", "dir=profile-1"}, 128).out,
               HasSubstr("profile_name=" + longest + "\n"));
+  // A line is printed up to its first zero byte.
+  host::writeSparse(std::string(kProfile) + "profile_name", 9'999'000, {{0, "x"}, {9'998'999, "x"}});
+  EXPECT_EQ(runBounded({"list", "profiles"}, 128).out, "profile-1\t'x\ncurrent_name: x\n");
   host::writeFile(host::kCurrent, longest + "\n");
   EXPECT_EQ(runBounded({"service", "status"}).out, kNotRunning);
 }

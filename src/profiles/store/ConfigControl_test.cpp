@@ -144,6 +144,9 @@ TEST_F(ConfigReaderTest, NothingIsReadForAnEmptyDirectoryName) {
   host::writeFile("/etc/zuv/profiles/endbox.conf",
                   "device_ip=1\ndevice_mask=1\nactivation_code=1\nlog_level=1\nopenhip.log_level=1\n");
   host::writeFile("/etc/zuv/profiles/device_id", "1\n");
+  host::writeFile("/etc/zuv/profiles/mapconfig.static", "map_uri=https://h\n");
+  ConfigControl::HelmsorAddress address;
+  EXPECT_FALSE(ConfigControl::readHelmsor("", address));
   for (const Reader read : {ConfigControl::readInterface, ConfigControl::readDeviceIp, ConfigControl::readDeviceMask,
                             ConfigControl::readInvitation, ConfigControl::readLogLevel, ConfigControl::readDeviceId}) {
     std::string value = "left over";

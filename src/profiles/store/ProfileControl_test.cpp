@@ -743,6 +743,7 @@ TEST_F(ElectingTest, OnAnEmptyStoreAProfileIsCreatedActivatedAndStarted) {
             "f 0640 profile-123123/mapconfig.static \"map_uri=\\n\"\n"
             "f 0640 profile-123123/profile_name \"profile\\n\"\n");
   EXPECT_EQ(host::recordedCalls(), "systemctl start hip\n");
+  EXPECT_EQ(workingDirectory(), "/");
 }
 
 TEST_F(ElectingTest, WithoutAnInitSystemTheNullBackendIsAskedToStart) {
@@ -770,6 +771,29 @@ TEST_F(ElectingTest, FailingToEnterTheProfileDirectoryIsIgnored) {
   const ArmedFaults armed({1, true, EACCES, {"chdir"}});
   elect();
   EXPECT_EQ(armed.count(), 1u);
+}
+
+TEST_F(ElectingTest, TheActiveDirectoryIsMissingUnlessTheMarkerNamesADirectoryOrCannotBeRead) {
+  host::makeDirs("/etc/zuv/profiles/profile-1");
+  host::makeLink("/etc/zuv/profiles/link", "profile-1");
+  host::makeLink("/etc/zuv/profiles/broken", "gone");
+  host::writeFile("/etc/zuv/profiles/file", "");
+  const struct {
+    const char* marker;  // null: none
+    mode_t mode;
+    bool isMissing;
+  } cases[] = {
+      {nullptr, 0, true},           {"", 0666, true},        {"gone\n", 0666, true},    {"file\n", 0666, true},
+      {"broken\n", 0666, true},     {"../x\n", 0666, true},  {"profile-1\n", 0, false}, {"gone\n", 0, false},
+      {"profile-1\n", 0666, false}, {"link\n", 0666, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << (c.marker == nullptr ? "no marker" : c.marker) << c.mode);
+    host::remove(host::kCurrent);
+    if (c.marker != nullptr) host::writeFile(host::kCurrent, c.marker, c.mode);
+    const host::BoundByModes bound;
+    EXPECT_EQ(ProfileControl::isActiveDirectoryMissing(), c.isMissing);
+  }
 }
 
 }  // namespace

@@ -335,6 +335,7 @@ TEST_F(ProfileFaultsTest, AFaultDuringADeletionIsReportedAndChangesNoOtherProfil
     }
     if (!deleted.isSuccess()) {
       EXPECT_THAT(deleted, AnyOf(HasCode(status::applicationError), HasCode(status::profileNotFound)));
+      EXPECT_EQ(host::readFile(kOffice + "/profile_name"s), "office\n") << "so that it can be deleted by its name";
     }
   });
   EXPECT_EQ(fault_loop::run(loop, {}, remove),

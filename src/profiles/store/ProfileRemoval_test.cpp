@@ -368,4 +368,17 @@ TEST_F(ProfileRemovalTest, LinksInTheProfileAreRemovedAndNeverFollowed) {
   EXPECT_EQ(host::tree(kOther), "f 0644 file \"other\"\n");
 }
 
+TEST_F(ProfileRemovalTest, ADeleteWaitsTenSecondsAtMostForAnotherOneAndThenRemovesNothing) {
+  prepare();
+  const std::string before = store();
+  const UniqueFd lock(::open(kDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_THAT(removeIt(), HasCode(status::applicationError));
+  const auto waited = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(waited, std::chrono::seconds(10));
+  EXPECT_LT(waited, std::chrono::seconds(13));
+  EXPECT_EQ(store(), before);
+}
+
 }  // namespace

@@ -313,6 +313,7 @@ using ActiveProfileTest = HostTest;
 TEST_F(ActiveProfileTest, TheActiveRecordFollowsTheMarkerAndNothingIsCheckedOrRepaired) {
   host::makeProfile("profile-1", "lab");
   host::makeDirs("/etc/zuv/profiles/nameless");
+  host::writeFile("/etc/zuv/profiles/unreadable/profile_name", "secret\n", 0);
   const struct {
     const char* why;
     const char* marker;  // null: no marker
@@ -323,6 +324,7 @@ TEST_F(ActiveProfileTest, TheActiveRecordFollowsTheMarkerAndNothingIsCheckedOrRe
       {"no marker", nullptr, 0, {true, "", "", ""}},
       {"an unreadable marker", "profile-1\n", 0, {false, "", "", ""}},
       {"a profile without a name", "nameless\n", 0666, {true, "/etc/zuv/profiles/nameless", "nameless", ""}},
+      {"a name that cannot be read", "unreadable\n", 0666, {true, "/etc/zuv/profiles/unreadable", "unreadable", ""}},
       {"a missing profile", "gone\n", 0666, {true, "/etc/zuv/profiles/gone", "gone", ""}},
   };
   for (const auto& c : cases) {
