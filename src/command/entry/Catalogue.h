@@ -14,7 +14,7 @@
 #include "command/framework/CommandCore.h"
 #include "command/framework/CommandTable.h"
 
-// The table of all commands. It lives as long as the process.
+// The table of all commands, a constant.
 const CommandTable& commandTable();
 
 // The value of `consumed` if no command was found.

@@ -9,5 +9,6 @@
 // Output: a reader that closes the pipe ends the output silently. Any other failure to write standard output prints one
 // line to standard error. Neither changes the exit status.
 //
-// Memory: if memory runs out, the process ends at once with exit status 1 and one line on standard error.
+// Memory: if memory runs out, the process ends at once with exit status 1 and one line on standard error (see
+// Process.h). Only where libc lacks memory, as in getifaddrs(3), the command fails and prints its status.
 int runRavctl(int argc, char** argv);

@@ -45,7 +45,7 @@ class NamedValueBinder {
   virtual bool setFromText(const std::string& text);
   virtual bool setFromInteger(std::int32_t n);
   virtual bool setFromBoolean(bool value);
-  virtual bool setFromOther();  // for any other kind of value; no binding calls it
+  virtual bool setFromOther();  // for any other kind of value; every class rejects it
 
   bool isRequired() const { return required_; }
   bool isHidden() const { return hidden_; }

@@ -9,8 +9,6 @@
 // parameter word, and the member "command_args". bind_json_args accepts only the parameters, so a caller must first
 // remove "method" and "command_args" by setting them to a null pointer. Otherwise binding fails with the details
 // "disregarding unused input: method".
-//
-// Memory: if memory runs out, the functions below end the process.
 #pragma once
 
 #include <string>

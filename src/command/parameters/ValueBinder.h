@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-// The interface. Each operation returns true if the sink accepts the value. This base class accepts nothing.
+// Each operation returns true if the sink accepts the value. This base class accepts nothing.
 class ValueBinder {
  public:
   virtual ~ValueBinder() = default;

@@ -80,7 +80,7 @@ Status setLogLevel(std::string_view dirname, const std::string& level);
 // --- The host
 
 // Lists the names of the interfaces that can carry the overlay, in the order of getifaddrs(3), once for each IPv4
-// address. An interface that is down is listed. The list leaves out
+// address. An interface that is down is listed. The list leaves out:
 //   - loopback interfaces;
 //   - interfaces whose names begin with "tap";
 //   - addresses whose third octet is 254 and whose fourth is 169, which is deliberate.

@@ -6,12 +6,13 @@
 //   s = ConfigLines::removeKey(path, "activation_code");
 //
 // A line has a key if it begins with the key and "="; there is no quoting and no escaping. Readers trim a line first,
-// writers do not, so a key behind leading blanks is read but never replaced. This asymmetry of the file format is
-// deliberate. Lines pass through a buffer of 8,000 bytes: a longer line is split into pieces of 7,999 bytes. A reader
-// takes each piece for a line; an edit searches for keys only where a line really begins.
+// writers do not, so a key behind leading blanks is read but never replaced. This is deliberate. Lines pass through a
+// buffer of 8,000 bytes: a longer line is split into pieces of 7,999 bytes. A reader takes each piece for a line; an
+// edit searches for keys only where a line really begins.
 //
 // Edits replace the file: they write a new file beside it, sync that to the device and rename it over the old one. A
-// symbolic link is replaced by a regular file. After any failure the old file is unchanged and no other file is left.
+// symbolic link is replaced by a regular file. After any failure the old file is unchanged, and the new one is removed
+// if that is possible.
 // Other processes: setKeys and removeKey hold the FileLock of the path for their one pass, and the lock of the
 // temporary file (see ReplacementFile.h), which nobody else can take away. They wait at most ten seconds for other
 // holders; all edits in the scope of an EditLimit together do. If no FileLock can be taken (no lock directory, no
@@ -31,7 +32,8 @@
 namespace ConfigLines {
 
 // The edits of one command, which together wait for other holders for ten seconds at most. The last edit still tries
-// once. The ten seconds begin with the first edit. Limits do not nest. Threads: it counts for the thread that made it.
+// once. The ten seconds begin with the first edit. Limits must not nest.
+// Threads: it counts for the thread that made it.
 class EditLimit {
  public:
   EditLimit();

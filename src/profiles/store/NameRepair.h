@@ -29,8 +29,8 @@ class NameRepair {
   using Choose = std::function<std::string(const std::string& found)>;
 
   // Repairs the name of the profile in the directory `dir`. `listed` is what its file held before; it names the profile
-  // if the file cannot be written. Sets `name` unless the result is gone or failed. All repairs of one object together
-  // wait for locks for one second at most.
+  // if the file cannot be written. Sets `name`, which means nothing if the result is gone or failed. All repairs of one
+  // object together wait for locks for one second at most.
   Result run(const std::string& dir, const std::string& listed, const Choose& choose, std::string& name);
 
  private:

@@ -57,7 +57,8 @@ struct Modification {
   bool activate = false;
 };
 
-// Changes a profile, and always removes the daemon's state files too, which is deliberate. Fills `details` on success.
+// Changes a profile, and removes the daemon's state files even if nothing else changes, which is deliberate. Fills
+// `details` on success.
 //
 // If the profile is active or `activate` is set, a daemon that runs or may run is stopped before the changes and
 // started after them. With `activate`, a daemon that does not run is started as well.

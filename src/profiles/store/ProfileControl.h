@@ -64,7 +64,7 @@ Status cmdGetProfileDetails(const std::string& selector, ProfileDetails& details
 //   - "authentication error ..." and "invalid argument" (a control byte in the name, host, interface or invitation);
 //     nothing has changed then;
 //   - "application error" if no directory number or no name is free, if the name is taken and `allowRename` is not set,
-//     if the store cannot be listed, or if the profile cannot be made active;
+//     if the store cannot be listed, if another process deletes the profile meanwhile, or if it cannot be made active;
 //   - otherwise the status of the failed file operation or of the start of the daemon.
 // A later failure leaves the numbered directory with everything written to it so far. If the daemon was stopped because
 // of `activate`, and the template, the name or the Helmsor address cannot be written, it stays stopped.
@@ -73,7 +73,6 @@ Status createProfile(const NewProfile& wanted, CreatedProfile& made);
 // Ensures that there is an active profile. Keeps the active profile if it has a hip.conf; otherwise makes the first
 // profile by name active; if there is none, or if the store cannot be listed, creates and activates one named
 // "profile". The directory of a kept or elected profile becomes the working directory, but not that of a created one.
-// Only commands call this function.
 // Statuses: success; "application error" if `.current` cannot be written; those of createProfile.
 Status ensureActiveProfile();
 // Does the same for a command that starts the daemon on the active profile. `initSystem` is the backend that starts the

@@ -40,9 +40,8 @@ struct ProfileRecord {
 //   if (!listing.read()) return ...;
 //   for (const ProfileListing::Entry* profile : listing.sorted()) ...profile->dirname, profile->name...
 //
-// Cost: n log n comparisons of names, and a few system calls for each profile. All names are in memory, each up to
-// three times. A name can have 10 MB, also as a sparse file of two disk blocks. A listing can be moved and keeps its
-// entries then, so that a command need not copy them: for 10,000 profiles a copy is 160 page faults.
+// Cost: n log n comparisons of names, and a few system calls for each profile. All names are in memory, and each can
+// have 10 MB, also as a sparse file of two disk blocks. A listing can be moved and keeps its entries then.
 class ProfileListing {
  public:
   struct Entry {
