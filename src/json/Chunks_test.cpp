@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <thread>
 #include <vector>
@@ -145,17 +146,40 @@ TEST(Chunks, SmallDocumentTakesASmallChunk) {
 }
 
 TEST(Chunks, BlocksOfASealedChunkMayBeFreedByThreads) {
-  const std::ptrdiff_t before = newBlocksInUse();
-  for (int round = 0; round < 200; ++round) {
-    Chunks memory;
-    const Block here = filled(memory, 24, 1);
-    const Block there = filled(memory, 24, 2);
-    memory.seal();
-    std::thread other([&] { BlockRelease().drop(there); });
-    BlockRelease().drop(here);
-    other.join();
-  }
-  EXPECT_GE(newBlocksInUse(), before);
+  constexpr int drops = 2000000;  // by each of two threads
+  Chunks memory;
+  const Block block = filled(memory, 24, 1);
+  for (int count = 1; count < 2 * drops; ++count) memory.countAgain();
+  memory.seal();
+  const auto freedBlocks = [&block] {
+    const std::ptrdiff_t before = newBlocksInUse();
+    for (int drop = 0; drop < drops; ++drop) BlockRelease().drop(block);
+    return before - newBlocksInUse();
+  };
+  std::ptrdiff_t freedThere = 0;
+  std::atomic<bool> isRunning = false;
+  std::thread other([&] {
+    isRunning = true;
+    freedThere = freedBlocks();
+  });
+  while (!isRunning) std::this_thread::yield();
+  const std::ptrdiff_t freedHere = freedBlocks();
+  other.join();
+  EXPECT_EQ(freedHere + freedThere, 1);
 }
+
+#ifdef __has_feature
+#if __has_feature(address_sanitizer)
+#define RAVCTL_ADDRESS_SANITIZER
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(RAVCTL_ADDRESS_SANITIZER)
+TEST(ChunksDeathTest, AddressSanitizerReportsTheUseOfMemoryThatBelongsToNoBlock) {
+  Chunks memory;
+  const Block block = filled(memory, 24, 1);
+  EXPECT_DEATH(static_cast<char*>(block.start)[24] = 1, "use-after-poison");
+  BlockRelease().drop(block);
+}
+#endif
 
 }  // namespace

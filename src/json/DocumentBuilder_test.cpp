@@ -150,6 +150,50 @@ TEST(ParsedDocument, RepeatedNamesOfALargeObjectKeepTheFirstPositionAndTheLastVa
   EXPECT_EQ(newBlocksInUse(), before);
 }
 
+TEST(ParsedDocument, SmallDocumentIsOneBlockWithEachListBehindItsContainer) {
+  const std::ptrdiff_t before = newBlocksInUse();
+  ScopedJson document(parsed(R"({"a":[1.5,"text"],"b":{"c":null}})"));
+  EXPECT_EQ(newBlocksInUse() - before, 1);
+  auto* object = recordIn<ObjectValue>(document.get(), JsonKind::object);
+  auto* array = recordIn<ArrayValue>(json::member(document.get(), "a"), JsonKind::array);
+  ASSERT_TRUE(object != nullptr && array != nullptr);
+  EXPECT_EQ(object->values, listBehind(object));
+  EXPECT_EQ(array->values, listBehind(array));
+}
+
+TEST(ParsedDocument, RepeatedNamesOfAChunkAreOneName) {
+  ScopedJson document(parsed(R"([{"first":1.5},{"name":2.5},{"other":3.5,"name":4.5}])"));
+  EXPECT_EQ(json::memberName(json::element(document.get(), 1), 0).data(),
+            json::memberName(json::element(document.get(), 2), 1).data());
+}
+
+TEST(DocumentBuilder, MadeAndClosedValuesBelongToTheCallerUntilTheyAreAdded) {
+  DocumentBuilder builder;
+  const std::ptrdiff_t before = newBlocksInUse();
+  ScopedJson made(builder.makeString("made"));
+  builder.open(JsonKind::array);
+  builder.add(builder.makeString("inside"));
+  ScopedJson closed(builder.close());
+  builder.clear();
+  builder.seal();
+  EXPECT_EQ(written(made.get()), R"("made")");
+  EXPECT_EQ(written(closed.get()), R"([ "inside" ])");
+  made.reset();
+  closed.reset();
+  EXPECT_EQ(newBlocksInUse(), before);
+}
+
+TEST(DocumentBuilder, ValuesAfterSealLieInAnotherChunk) {
+  DocumentBuilder builder;
+  const std::ptrdiff_t before = newBlocksInUse();
+  ScopedJson first(builder.makeNumber(1.5));
+  ScopedJson second(builder.makeNumber(2.5));
+  EXPECT_EQ(newBlocksInUse(), before + 1);
+  builder.seal();
+  ScopedJson third(builder.makeNumber(3.5));
+  EXPECT_EQ(newBlocksInUse(), before + 2);
+}
+
 #ifdef __has_feature
 #if __has_feature(address_sanitizer)
 #define RAVCTL_ADDRESS_SANITIZER

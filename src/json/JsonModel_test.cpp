@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "json/JsonParser.h"
+#include "json/JsonRecords.h"
 #include "json/JsonWriter.h"
 
 using namespace std::string_literals;
@@ -343,14 +344,20 @@ TEST(JsonObjects, RemoveReturnsTheValueToTheCaller) {
   EXPECT_EQ(written(object), R"({ "a":5, "c":7 })");
 }
 
-TEST(JsonObjects, SettingAMemberOfAValueThatIsNoObjectChangesNothing) {
-  ScopedJson array(json::makeArray());
-  json::setMember(array.get(), "a", json::makeString("released"));
-  json::setMember(nullptr, "a", json::makeString("released"));
-  EXPECT_EQ(json::memberCount(array.get()), 0u);
-  EXPECT_EQ(json::elementCount(array.get()), 0u);
-  EXPECT_EQ(json::memberName(array.get(), 0).data(), nullptr);
-  EXPECT_EQ(json::memberValue(array.get(), 0), nullptr);
+TEST(JsonObjects, ObjectFunctionsChangeNothingInOtherKinds) {
+  ScopedJson array(json::parse(R"(["a"])"));
+  for (jsObject* value : {static_cast<jsObject*>(nullptr), array.get(), json::makeNull()}) {
+    json::setMember(value, "a", json::makeString("released"));
+    EXPECT_EQ(json::setText(value, "a", "text"), nullptr);
+    EXPECT_EQ(json::memberCount(value), 0u);
+    EXPECT_EQ(json::memberName(value, 0).data(), nullptr);
+    EXPECT_EQ(json::memberValue(value, 0), nullptr);
+    EXPECT_EQ(json::findMember(value, "a"), json::notFound);
+    EXPECT_EQ(json::findMemberIgnoringCase(value, "a"), json::notFound);
+    EXPECT_EQ(json::member(value, "a"), nullptr);
+    EXPECT_EQ(json::removeMember(value, "a"), nullptr);
+  }
+  EXPECT_EQ(written(array.take()), R"([ "a" ])");
 }
 
 // --- Large objects, which have an index
@@ -443,7 +450,8 @@ INSTANTIATE_TEST_SUITE_P(Seeds, LargeJsonObjectsAtRandom, testing::Range(0u, 8u)
 // --- Arrays
 
 TEST(JsonArrays, ElementsKeepTheirOrderAndAreNullBeyondTheCount) {
-  ScopedJson array(json::parse(R"(["a","b"])"));
+  ScopedJson array(json::parse(R"(["a"])"));
+  json::append(array.get(), json::makeString("b"));
   EXPECT_EQ(json::elementCount(array.get()), 2u);
   EXPECT_FALSE(json::isEmpty(array.get()));
   EXPECT_EQ(json::textOf(json::element(array.get(), 0)), "a");
@@ -529,6 +537,47 @@ TEST(JsonArrays, ArrayFunctionsChangeNothingInOtherKinds) {
     EXPECT_EQ(json::element(value, 0), nullptr);
     EXPECT_EQ(json::removeElement(value, 0), nullptr);
     EXPECT_EQ(json::removeLast(value), nullptr);
+  }
+}
+
+// --- Pointers and views that a caller keeps
+
+TEST(JsonContainers, TextsAndNamesStayInPlaceWhileOtherMembersChange) {
+  ScopedJson object(json::parse(R"({"first":"x","name":"text"})"));
+  const std::string_view name = json::memberName(object.get(), 1);
+  const std::string_view text = json::textOf(json::member(object.get(), "name"));
+  for (int at = 0; at < 100; ++at) json::setText(object.get(), std::to_string(at), "other");
+  for (int at = 0; at < 100; at += 3) json::setText(object.get(), std::to_string(at), "replaced");
+  for (int at = 0; at < 100; ++at) json::setMember(object.get(), std::to_string(at), nullptr);
+  json::setMember(object.get(), "first", nullptr);
+  ASSERT_EQ(json::memberCount(object.get()), 1u);
+  EXPECT_EQ(json::textOf(json::memberValue(object.get(), 0)).data(), text.data());
+  EXPECT_EQ(text, "text");
+  json::setText(object.get(), "name", "replaced");
+  EXPECT_EQ(json::memberName(object.get(), 0).data(), name.data());
+  EXPECT_EQ(name, "name");
+}
+
+TEST(JsonContainers, SharedValuesAreNotChangedWhileTheyAreInContainers) {
+  jsObject* const shared[] = {json::makeNull(),     json::makeBoolean(true), json::makeBoolean(false),
+                              json::makeNumber(-1), json::makeNumber(0),     json::makeNumber(1),
+                              json::makeNumber(2),  json::makeString("")};
+  const auto bytesOf = [](const jsObject* value) {
+    const std::size_t size = json::isNumber(value)   ? sizeof(json::NumberValue)
+                             : json::isString(value) ? sizeof(json::EmptyString)
+                                                     : sizeof(json::BooleanValue);
+    return std::string(reinterpret_cast<const char*>(value), json::isNull(value) ? sizeof(json::PlainValue) : size);
+  };
+  for (jsObject* value : shared) {
+    const std::string before = bytesOf(value);
+    ScopedJson array(json::makeArray());
+    json::append(array.get(), value);
+    json::setMember(json::appendObject(array.get()), "a", value);
+    json::setElement(array.get(), 2, value);
+    EXPECT_EQ(bytesOf(value), before);
+    EXPECT_EQ(json::removeLast(array.get()), value);
+    array.reset();
+    EXPECT_EQ(bytesOf(value), before);
   }
 }
 

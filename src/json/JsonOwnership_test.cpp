@@ -180,4 +180,24 @@ TEST(JsonOwnership, TheKindOfAValueIsZeroWhenItsMemoryIsFreed) {
   }
 }
 
+TEST(JsonOwnership, ErrorReleasesWhatTheParserHasBuiltAtOnce) {
+  const std::string text =
+      "[\"" + std::string(5000, 'x') + "\",{\"" + std::string(5000, 'n') + "\":[\"" + std::string(5000, 'y') + "\",";
+  parserinfo parser;
+  EXPECT_EQ(blocksLeakedBy([&] { EXPECT_TRUE(json::scan(parser, text.c_str())); }), 3);
+  EXPECT_EQ(blocksLeakedBy([&] { EXPECT_TRUE(json::scan(parser, "#")); }), -3);
+}
+
+TEST(JsonOwnership, ReleaseOfATreeAllocatesNothing) {
+  std::string text = "1.5";
+  for (int level = 0; level < 1000; ++level) text = "{a:[\"x\"," + text + "],b:{c:[]}}";
+  for (int member = 0; member < 100; ++member) text.insert(1, "m" + std::string(member, 'x') + ":[1.5],");
+  jsObject* tree = json::parse(text.c_str());
+  ASSERT_TRUE(json::isObject(tree));
+  json::setText(tree, "a value of its own", "text");
+  const std::ptrdiff_t allocated = newBlocksSoFar();
+  json::release(tree);
+  EXPECT_EQ(newBlocksSoFar(), allocated);
+}
+
 }  // namespace

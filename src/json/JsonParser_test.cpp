@@ -264,7 +264,7 @@ TEST(JsonSequence, CollectsTheTopLevelObjects) {
       {"one object", "{\"a\":1}", "[ { \"a\":1 } ]"},
       {"only whitespace", " ", "[ ]"},
       {"an object left open is dropped", "{\"a\":1}{\"b\":", "[ { \"a\":1 } ]"},
-      {"an array is not collected", "[{\"a\":1}]", "[ ]"},
+      {"an array is not collected, and collecting ends there", "[{\"a\":1}] {\"b\":2}", "[ ]"},
       {"a number is not collected, and collecting ends there", "1 {\"a\":1}", "[ ]"},
       {"objects before a number are kept", "{\"a\":1} 1 {\"b\":2}", "[ { \"a\":1 } ]"},
       {"an error ends collecting", "{\"a\":1} # {\"b\":2} {\"c\":3}", "[ { \"a\":1 } ]"},

@@ -4,6 +4,9 @@
 
 #include <csignal>
 #include <cstdint>
+#include <string>
+
+#include "testing/faults/AllocationCount.h"
 
 namespace {
 
@@ -29,8 +32,37 @@ void addToAFullArrayOfTwoThousandMillion() {
   array.add(makeNull());
 }
 
+void addToAFullObjectOfTwoThousandMillion() {
+  ObjectValue object(aloneInMemory);
+  object.count = object.capacity = std::uint32_t{1} << 31;
+  Name name(0, aloneInMemory);
+  object.add(&name, makeNull());
+}
+
 TEST(JsonRecordsDeathTest, ContainerAbortsBeforeItsCountOverflows) {
   EXPECT_EXIT(addToAFullArrayOfTwoThousandMillion(), testing::KilledBySignal(SIGABRT), "");
+  EXPECT_EXIT(addToAFullObjectOfTwoThousandMillion(), testing::KilledBySignal(SIGABRT), "");
+}
+
+TEST(JsonRecords, EachNewValueAndNameIsOneBlockUntilItsListGrows) {
+  const std::ptrdiff_t before = newBlocksInUse();
+  const auto blocks = [before] { return newBlocksInUse() - before; };
+  ScopedJson number(makeNumber(5));
+  EXPECT_EQ(blocks(), 1);
+  ScopedJson string(makeString("a string of more bytes than a string object holds"));
+  EXPECT_EQ(blocks(), 2);
+  ScopedJson array(makeArray());
+  EXPECT_EQ(blocks(), 3);
+  for (int count = 1; count <= 9; ++count) {
+    append(array.get(), makeNull());
+    EXPECT_EQ(blocks(), count <= 8 ? 3 : 4) << count;
+  }
+  ScopedJson object(makeObject());
+  EXPECT_EQ(blocks(), 5);
+  for (int count = 1; count <= 9; ++count) {
+    setMember(object.get(), std::to_string(count), makeNull());
+    EXPECT_EQ(blocks(), 5 + count + (count <= 8 ? 0 : 1)) << count;
+  }
 }
 
 TEST(JsonRecordsDeathTest, AListForMoreThanTwoThousandMillionEntriesAborts) {

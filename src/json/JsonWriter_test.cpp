@@ -121,7 +121,7 @@ TEST(JsonWriter, NumbersAreFormattedAsBySnprintf) {
   }
 }
 
-TEST(JsonWriter, FunctionForOneKindWritesNoOtherKind) {
+TEST(JsonWriter, FunctionForOneKindAppendsThatKindAlone) {
   using Writer = std::string& (*)(std::string&, const jsObject*);
   const Writer writers[] = {json::writeNull,   json::writeBoolean, json::writeNumber,
                             json::writeString, json::writeArray,   json::writeObject};
@@ -129,11 +129,12 @@ TEST(JsonWriter, FunctionForOneKindWritesNoOtherKind) {
   for (std::int32_t kind = 0; kind <= 6; ++kind) {
     ScopedJson value(json::makeOfKind(kind));
     for (std::int32_t of = 1; of <= 6; ++of) {
-      std::string text;
-      writers[of - 1](text, value.get());
-      EXPECT_EQ(text, of == kind ? texts[of - 1] : "") << kind << " " << of;
-      writers[of - 1](text, nullptr);
-      EXPECT_EQ(text, of == kind ? texts[of - 1] : "");
+      std::string text = "before ";
+      const std::string expected = text + (of == kind ? texts[of - 1] : "");
+      EXPECT_EQ(&writers[of - 1](text, value.get()), &text);
+      EXPECT_EQ(text, expected) << kind << " " << of;
+      EXPECT_EQ(&writers[of - 1](text, nullptr), &text);
+      EXPECT_EQ(text, expected);
     }
   }
 }

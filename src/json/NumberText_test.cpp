@@ -165,7 +165,7 @@ TEST(NumberText, RandomNumbersAreWrittenAsBySnprintf) {
 
 TEST(NumberText, IntegersOfEveryLengthAreWrittenInDecimal) {
   const auto expectWritten = [](std::uint32_t number) {
-    char text[json::mostFixedBytes];
+    char text[json::mostIntegerBytes];
     const auto size = static_cast<std::size_t>(json::writeInteger(text, number) - text);
     ASSERT_EQ(std::string_view(text, size), std::to_string(number));
   };

@@ -9,6 +9,7 @@
 namespace {
 
 thread_local std::ptrdiff_t inUse = 0;
+thread_local std::ptrdiff_t soFar = 0;
 thread_local std::int32_t startOfLastFreed = -1;
 
 void freeCounted(void* block) {
@@ -24,6 +25,8 @@ void freeCounted(void* block) {
 
 std::ptrdiff_t newBlocksInUse() { return inUse; }
 
+std::ptrdiff_t newBlocksSoFar() { return soFar; }
+
 std::int32_t startOfLastFreedBlock() { return startOfLastFreed; }
 
 // Not inlined: otherwise the compiler sees a block from `new` passed to free() and warns.
@@ -36,13 +39,16 @@ std::int32_t startOfLastFreedBlock() { return startOfLastFreed; }
     block = std::malloc(size == 0 ? 1 : size);
   }
   ++inUse;
+  ++soFar;
   return block;
 }
 // The address sanitizer has a replacement of its own for each form, and reports a block that one form of ours frees and
 // one of its own allocated. So this form is here too; the forms for arrays are the sanitizer's in pairs.
 [[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   void* block = std::malloc(size == 0 ? 1 : size);
-  if (block != nullptr) ++inUse;
+  if (block == nullptr) return nullptr;
+  ++inUse;
+  ++soFar;
   return block;
 }
 [[gnu::noinline]] void operator delete(void* block) noexcept { freeCounted(block); }

@@ -14,5 +14,8 @@
 
 std::ptrdiff_t newBlocksInUse();
 
+// How many blocks this thread has allocated with `new`, the freed ones too.
+std::ptrdiff_t newBlocksSoFar();
+
 // The first four bytes that the block held which this thread freed last, as a number; -1 if it was smaller.
 std::int32_t startOfLastFreedBlock();
