@@ -8,8 +8,8 @@
 //   builder.seal();
 //
 // The tree is an ordinary one, with json::release() and every function of JsonModel.h. Only its memory differs: values
-// and names lie one behind the other in chunks (see Chunks.h), a container and its list are one block, and equal names
-// in one chunk are one name that is counted several times.
+// and names lie one behind the other in chunks (see Chunks.h), a container and its list are one block, and most equal
+// names in one chunk are one name that is counted several times.
 //
 // What it gains (bench/json_libraries, our speed divided by that of RapidJSON, with one block for each value, name and
 // list and in brackets with names that are not shared): parsing a request 1.13 (0.67), objects 0.81 (0.41, [0.68]),

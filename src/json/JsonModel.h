@@ -9,7 +9,7 @@
 //   ScopedJson document(request);                      // releases the whole tree at the end of the scope
 //
 // A `jsObject*` points to a value of any kind. Every function accepts a null pointer and a value of the wrong kind. It
-// then returns null, 0, false or an empty text, and changes no value.
+// then returns null, 0, false, notFound or an empty text, and changes no value.
 //
 // Ownership: the caller owns what a factory or a remove function returns. A caller that passes a value to a container
 // gives it away; a container that refuses a value releases it. A value is in at most one container, and only once.
@@ -87,7 +87,7 @@ inline jsObject* asString(jsObject* value) { return isString(value) ? value : nu
 inline jsObject* asArray(jsObject* value) { return isArray(value) ? value : nullptr; }
 inline jsObject* asObject(jsObject* value) { return isObject(value) ? value : nullptr; }
 
-// Factories. They never return null.
+// Factories, which never return null.
 jsObject* makeNull();                         // always the shared null
 jsObject* makeBoolean(bool value);            // always a shared one
 jsObject* makeNumber(double value);           // shared if equal to -1, 0, 1 or 2 (-0.0 equals 0), else new
@@ -116,9 +116,10 @@ std::int32_t integerOf(const jsObject* value);
 bool isIntegral(const jsObject* value);
 
 // ---- Objects ----
+//
 // Members keep the order in which they were added, except that a removal moves the last member to the index of the
-// removed one: after a is removed, a, b, c becomes c, b. That is deliberate: the writer's output relies on it. Names
-// are byte strings. Within an object they are unique and not empty.
+// removed one: after a is removed, a, b, c becomes c, b. That is deliberate: the writer prints them in this order.
+// Names are byte strings. Within an object they are unique and not empty.
 
 constexpr std::ptrdiff_t notFound = -1;
 

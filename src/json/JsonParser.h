@@ -3,8 +3,8 @@
 //   ScopedJson document(json::parse(text, length));
 //   if (!json::isObject(document.get())) ...        // null if the text is not a document
 //
-// The scanner (JsonScanner.h) defines the tokens. Two receivers use them: `parserinfo` builds one document, `sequencer`
-// collects the top-level objects of a text.
+// The scanner (JsonScanner.h) defines the tokens. Two receivers are here: `parserinfo` builds one document,
+// `sequencer` collects the top-level objects of a text.
 //
 // The parser accepts more than the JSON standard does:
 // - A closing bracket is accepted after a comma, a member name or a colon: [1,2,] and {"a":1,} are documents, and
@@ -22,7 +22,7 @@
 #include "json/JsonScanner.h"
 
 // Builds one document from its tokens. The first error is final: the parser releases everything built so far, and every
-// later token is an error again. Each error calls onError once, with its message; the parser prints nothing.
+// later token is an error again. Each error calls onError once, with its message.
 class parserinfo : public TokenReceiver {
  public:
   enum class State : std::int32_t {

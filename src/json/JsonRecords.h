@@ -136,7 +136,7 @@ T* makeWithBytes(const Block& block, std::string_view text) {
 }
 
 // For a container: the block has room for the record and a list with that capacity. A larger list is a block of its
-// own. The capacity is at least 1, so that no other block can start at the end of the record.
+// own. The capacity must be at least 1, so that no other block can start at the end of the record.
 template <class T>
 std::size_t sizeWithList(std::size_t capacity) {
   if (capacity > mostEntries) std::abort();  // memory runs out long before this
@@ -162,9 +162,10 @@ jsObject* sharedNumber(double value);
 // Releases a value. The address sanitizer reports a later use of the value even if its chunk is still in use.
 void releaseInto(BlockRelease& blocks, jsObject* value);
 
-// ---- Converts a pointer to the record of that kind: null for a null pointer and for a value of another kind. The
-// caller names T and `kind` to match; this is not checked. ----
+// ---- From a value to its record ----
 
+// Converts a pointer to the record of that kind: null for a null pointer and for a value of another kind. The caller
+// names T and `kind` to match; this is not checked.
 template <class T>
 T* recordIn(jsObject* value, JsonKind kind) {
   return hasKind(value, kind) ? static_cast<T*>(value) : nullptr;

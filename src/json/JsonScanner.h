@@ -3,7 +3,7 @@
 //   parserinfo parser;
 //   if (json::scan(parser, text, length)) ...
 //
-// The scanner is lenient. It accepts this language:
+// The scanner accepts this language:
 // - Spaces, tabs, carriage returns and line feeds between tokens are skipped.
 // - Square brackets, curly brackets, commas and colons are tokens.
 // - A string ends at the next double quote that is not escaped; a backslash escapes the byte after it. If the closing

@@ -28,8 +28,8 @@ double numberIn(std::string_view text);
 // of doubles twice.
 const char* readPlainNumber(const char* at, const char* end, double& number);
 
-// These write a number to `at` without a zero byte and return the end of the text. The buffer must have the size given
-// by the constant, because bytes after the end may be overwritten too.
+// These write a number to `at` and return the end of the text. A zero byte need not follow it. The buffer must have the
+// size given by the constant, because bytes after the end may be overwritten too.
 constexpr std::size_t mostIntegerBytes = 10;
 char* writeInteger(char* at, std::uint32_t number);
 

@@ -6,7 +6,7 @@
 //
 // ScopedPtr deletes what it owns. A guard that releases in another way derives from ScopedRelease, implements
 // `release`, and calls reset() in its own destructor; ScopedJson in JsonModel.h is an example. `release` is never
-// called with a null pointer. Guards cannot be copied or moved.
+// called with a null pointer.
 #pragma once
 
 template <class T>

@@ -2,8 +2,8 @@
 //
 //   json::dumpTokens("{\"a\":1}");     // prints: { "a" : 1.000000 }
 //
-// A space follows each token; no newline is printed. Strings are printed unescaped between double quotes. An error is
-// printed as "error: " and its message.
+// A space follows each token; no newline is printed. Strings are printed unescaped between double quotes, numbers with
+// six decimals and at most their first 99 characters. An error is printed as "error: " and its message.
 //
 // The printer passes each token to stdio's standard output as soon as it receives the token, so tokens and the output
 // of printf appear in the order in which they were printed.
