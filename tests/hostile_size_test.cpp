@@ -15,6 +15,7 @@ namespace {
 
 using Words = std::vector<std::string>;
 using testing::HasSubstr;
+using namespace std::string_literals;
 
 constexpr const char* kProfile = "/etc/zuv/profiles/profile-1/";
 constexpr off_t kFourGigabytes = off_t{4} << 30;
@@ -165,6 +166,38 @@ TEST_F(HostileSizeTest, TheLongestAcceptedLinesFitIntoMemory) {
 TEST_F(HostileSizeTest, ALogOfLongLinesTakesMemoryOnlyForTheShownLines) {
   fillWith(std::string(kProfile) + "hip.log", std::string(100'000, 'x') + "\n", 64 * kMegabyte);
   EXPECT_EQ(runBounded({"list", "log", "lab", "max_lines=1"}).out.size(), 100'000 % 4095 + 1 + 18);
+}
+
+// Returns the least address space, in steps of 64 KiB, in which the command succeeds.
+unsigned long leastMemoryFor(const Words& words) {
+  Start start;
+  unsigned long limit = kMegabyte;
+  for (; limit < 64 * kMegabyte; limit += 64 << 10) {
+    start.memoryLimit = limit;
+    if (runRavctl(words, start).exitStatus == 0) break;
+  }
+  return limit;
+}
+
+TEST_F(HostileSizeTest, ALogOfAnyLinesTakesAtMostTwoBuffersOf256KibMoreThanAShortOne) {
+  const Words words = {"list", "log", "lab", "max_lines=1", "log_level=error"};
+  const std::string log = std::string(kProfile) + "hip.log";
+  host::writeFile(log, "[ERROR] text\n");
+  const unsigned long most = leastMemoryFor(words) + (2 * 256 << 10) + (128 << 10);
+  for (const std::string& unit : {"[INFO] text\n"s, std::string(100'000, 'x') + "\n", "a long line "s}) {
+    SCOPED_TRACE(unit.substr(0, 12));
+    fillWith(log, unit, 16 * kMegabyte);
+    EXPECT_LE(leastMemoryFor(words), most);
+  }
+}
+
+TEST_F(HostileSizeTest, AHeartbeatFileOfAnyContentTakesLittleMemory) {
+  for (const std::string& unit :
+       {std::string(100'000, 'x') + "\n", "uptime.now=" + std::string(100'000, '1'), "uptime.now=1\n"s, "a=b\n"s}) {
+    SCOPED_TRACE(unit.substr(0, 12));
+    fillWith(std::string(kProfile) + "hipvars.txt", unit, 16 * kMegabyte);
+    EXPECT_EQ(runBounded({"service", "status"}, kLittle).out, kNotRunning);
+  }
 }
 
 // Each of the line ends is in a disk block of its own, and each line is just short enough to be read.

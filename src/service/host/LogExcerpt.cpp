@@ -81,6 +81,7 @@ class Window {
   bool moveTo(off_t begin, off_t end) {
     if (capacity_ < end - begin) {
       capacity_ = end - begin;
+      buffer_.reset();  // freed first, so that both are never in memory
       buffer_.reset(new char[static_cast<std::size_t>(capacity_)]);
     }
     const ssize_t count = readAt(fd_, buffer_.get(), static_cast<std::size_t>(end - begin), begin);
