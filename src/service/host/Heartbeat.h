@@ -10,7 +10,8 @@
 // Format: lines of key=value, without comments. Key and value are trimmed of all bytes but printable non-blank ASCII.
 // A line of more than 1023 bytes is read as several lines. If a key occurs more than once, its last line counts.
 //
-// A file that is not a regular file counts as one that cannot be opened. Memory use is bounded whatever the file holds.
+// A file that is not a regular file counts as one that cannot be opened; /dev/null counts as an empty file. Memory use
+// is bounded whatever the file holds.
 #pragma once
 
 #include <string>

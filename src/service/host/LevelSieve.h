@@ -23,7 +23,8 @@
 #include "log/front/BasicLog.h"
 
 // The vectors that this machine has. Compilers translate vectors of 16 bytes for every machine, but without vector
-// instructions they are slower than LevelGate. Vectors of 32 bytes are used if the processor has AVX2.
+// instructions they are slower than LevelGate. Vectors of 32 bytes are used if GCC compiled the code and the processor
+// has AVX2.
 enum class Vectors { none, of16Bytes, of32Bytes };
 Vectors widestVectors();
 

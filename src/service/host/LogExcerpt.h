@@ -17,7 +17,7 @@
 // Other processes: the log is read up to the size that it had when it was opened; lines written later are not shown. If
 // the log is truncated meanwhile, the lines that remain are shown.
 //
-// A log that is not a regular file counts as one that cannot be opened.
+// A log that is not a regular file counts as one that cannot be opened; /dev/null counts as an empty log.
 #pragma once
 
 #include <cstdint>

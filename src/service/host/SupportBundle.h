@@ -3,9 +3,9 @@
 //   Status s = runSupportBundle();
 //
 // The script is /usr/bin/zuv-sendbundle.sh; it is not part of this program. It runs in the system's shell, writes to
-// our standard output and standard error, and we wait for it. The shell gets SIGPIPE and SIGXFSZ with the disposition
-// that this process inherited (see Process.h). This process has these dispositions too while the script runs; it writes
-// nothing during that time.
+// our standard output and standard error, and we wait for it. The shell gets SIGPIPE and SIGXFSZ as this process
+// inherited them (see Process.h). To that end this process does not block them while the script runs; it writes nothing
+// during that time.
 #pragma once
 
 #include "command/status/StatusCodes.h"

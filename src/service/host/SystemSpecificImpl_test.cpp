@@ -88,6 +88,15 @@ TEST_F(SystemSpecificImplTest, SystemdIsTheDefaultBackend) {
   EXPECT_EQ(&currentBackend(), selected);
 }
 
+TEST_F(SystemSpecificImplTest, ABackendStaysValidUntilAnotherNameIsSelected) {
+  selectBackend("initd");
+  const SystemSpecificImpl* const selected = &currentBackend();
+  selectBackend("");
+  selectBackend(nullptr);
+  EXPECT_EQ(&currentBackend(), selected);
+  EXPECT_STREQ(selected->name(), "initd");
+}
+
 // --- The tools
 
 // Installs a tool that records how it was called. The tool is a copy of the shell, so it gets its argument vector
@@ -122,6 +131,7 @@ TEST_F(SystemSpecificImplTest, EachOperationRunsItsToolWithExactlyTheseArguments
       {"upstart", start, kInitctl, "/tmp/start", "initctl|start|hip|\n/usr/sbin/initctl\n"},
       {"upstart", stop, kInitctl, "/tmp/stop", "initctl|stop|hip|\n/usr/sbin/initctl\n"},
       {"upstart", restart, kInitctl, "/tmp/restart", "initctl|restart|hip|\n/usr/sbin/initctl\n"},
+      {"", start, kInitctl, "/tmp/start", "initctl|start|hip|\n/usr/sbin/initctl\n"},
       {"Systemd", start, kSystemctl, "/tmp/start", "systemctl|start|hip|\n/usr/bin/systemctl\n"},
   };
   for (const Case& c : cases) {
