@@ -172,4 +172,17 @@ TEST(TokenPrinter, FailedWriteIsReportedAndNothingIsPrintedAfterIt) {
   ::close(full);
 }
 
+TEST(TokenPrinter, FlushOfOtherCodeThatFailsIsReportedToThatCodeAlone) {
+  const int full = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
+  ASSERT_GE(full, 0);
+  {
+    OutputTo redirected(full);
+    TokenPrinter printer;
+    printer.onNull();
+    EXPECT_NE(std::fflush(stdout), 0);
+    EXPECT_TRUE(printer.finish());
+  }
+  ::close(full);
+}
+
 }  // namespace
