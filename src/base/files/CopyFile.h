@@ -10,6 +10,7 @@
 namespace FileUtils {
 
 // Copies as many bytes as `from` has when the copy begins. If the file ends earlier, the copy ends there and succeeds.
+// Each read and write has 4 KiB at most, and no byte is read after the last one.
 // - A file for which stat reports the size 0 gives an empty copy, also a device, a FIFO or a file in /proc.
 // - The copy has mode 0644 whatever the umask. The owner and the times are not copied.
 // - If the copy fails, a destination that did not exist before is removed again.

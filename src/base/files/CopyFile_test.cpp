@@ -48,6 +48,20 @@ TEST_F(CopyFileTest, ACopyBelongsToTheCallerAndHasTheCurrentTime) {
   EXPECT_GT(copy.st_mtim.tv_sec, 1'700'000'000);
 }
 
+TEST_F(CopyFileTest, EachReadAndWriteHasFourKibibytesAtMostAndTheEndIsNotRead) {
+  const struct {
+    std::size_t size;
+    std::size_t pieces;
+  } cases[] = {{0, 0}, {1, 1}, {4096, 1}, {4097, 2}, {8192, 2}, {8193, 3}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.size);
+    host::writeFile(kFrom, std::string(c.size, 'x'));
+    const ArmedFaults counted{FaultPlan{0, false, EIO, {"read", "write"}}};
+    EXPECT_THAT(FileUtils::copyFile(kFrom, kTo), HasCode(status::success));
+    EXPECT_EQ(counted.count(), 2 * c.pieces);
+  }
+}
+
 TEST_F(CopyFileTest, ACopyContinuesAfterShortReadsAndWrites) {
   host::writeFile(kFrom, std::string(5000, 'x'));
   const ArmedFaults armed{FaultPlan{0, false, EIO, {}, true}};

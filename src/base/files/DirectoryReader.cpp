@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
+#include <string>
 
 #include "base/system/Uninterrupted.h"
 
@@ -17,13 +19,13 @@ UniqueFd openAgain(int directoryFd) {
 }
 
 EntryKind kindOfLink(int directoryFd, const char* name, LinkBase base) {
-  char text[4096];
+  char text[PATH_MAX];  // longer than the target of any link
   const ssize_t length = ::readlinkat(directoryFd, name, text, sizeof text);
-  if (length < 1 || static_cast<std::size_t>(length) >= sizeof text) return EntryKind::unreadable;
-  text[length] = '\0';
+  if (length == -1) return EntryKind::unreadable;
+  const std::string target(text, static_cast<std::size_t>(length));
   struct stat info = {};
-  const bool isFound =
-      base == LinkBase::ownDirectory ? ::fstatat(directoryFd, text, &info, 0) == 0 : ::stat(text, &info) == 0;
+  const bool isFound = base == LinkBase::ownDirectory ? ::fstatat(directoryFd, target.c_str(), &info, 0) == 0
+                                                      : ::stat(target.c_str(), &info) == 0;
   if (!isFound) return EntryKind::other;
   if (S_ISREG(info.st_mode)) return EntryKind::linkToFile;
   return S_ISDIR(info.st_mode) ? EntryKind::linkToDirectory : EntryKind::other;

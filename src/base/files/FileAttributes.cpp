@@ -1,6 +1,7 @@
 #include "base/files/FileAttributes.h"
 
 #include <endian.h>
+#include <linux/limits.h>
 #include <linux/posix_acl.h>
 #include <linux/posix_acl_xattr.h>
 #include <sys/xattr.h>
@@ -15,8 +16,6 @@
 
 namespace {
 
-constexpr std::size_t mostBytes = 65536;  // the system's limit for a list of names and for a value
-
 using Names = std::set<std::string>;
 
 bool isAccessList(std::string_view name) {
@@ -25,9 +24,9 @@ bool isAccessList(std::string_view name) {
 
 // Returns false if the attributes cannot be listed.
 bool listNames(int fd, Names& names) {
-  std::string list(mostBytes, '\0');
+  std::string list(XATTR_LIST_MAX, '\0');
   const ssize_t length = ::flistxattr(fd, list.data(), list.size());
-  if (length < 0) return errno == ENOTSUP;
+  if (length == -1) return errno == ENOTSUP;
   list.resize(static_cast<std::size_t>(length));
   for (std::size_t start = 0; start < list.size();) {
     const std::string name = list.c_str() + start;
@@ -54,9 +53,9 @@ void closeToOthers(std::string& list) {
 }
 
 bool copyAttribute(int from, int to, const std::string& name, bool isOwnerKept) {
-  std::string value(mostBytes, '\0');
+  std::string value(XATTR_SIZE_MAX, '\0');
   const ssize_t length = ::fgetxattr(from, name.c_str(), value.data(), value.size());
-  if (length < 0) return errno == ENODATA && removeAttribute(to, name);  // somebody has just removed it
+  if (length == -1) return errno == ENODATA && removeAttribute(to, name);  // somebody has just removed it
   value.resize(static_cast<std::size_t>(length));
   if (!isOwnerKept && name == "system.posix_acl_access") closeToOthers(value);
   if (::fsetxattr(to, name.c_str(), value.data(), value.size(), 0) == 0) return true;

@@ -39,8 +39,9 @@ std::int64_t fileSize(const std::string& path) {
 std::int64_t fileModifiedMicros(const std::string& path) {
   struct stat info = {};
   std::int64_t micros = 0;
-  if (!lookAt(path, info)) return 0;
-  return __builtin_mul_overflow(info.st_mtime, TimeUtils::microsPerSecond, &micros) ? 0 : micros;
+  const bool isKnown =
+      lookAt(path, info) && !__builtin_mul_overflow(info.st_mtime, TimeUtils::microsPerSecond, &micros);
+  return isKnown ? micros : 0;
 }
 
 bool isFreshRegularFile(const std::string& path, std::int64_t maxAgeMicros) {

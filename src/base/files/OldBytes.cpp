@@ -12,16 +12,17 @@ void OldBytes::keep(int fd, off_t size, std::size_t length) {
   forget();
   const std::size_t most = length + mostMore;
   bytes_.resize(std::min(most, static_cast<std::size_t>(size)));
-  std::size_t filled = 0;
-  ssize_t count = 1;
-  while (count > 0 && filled < bytes_.size()) {
+  isKept_ = true;
+  isWhole_ = static_cast<std::size_t>(size) <= most;
+  for (std::size_t filled = 0; filled < bytes_.size();) {
     const auto at = static_cast<off_t>(filled);
-    count = uninterrupted([&] { return ::pread(fd, &bytes_[filled], bytes_.size() - filled, at); });
-    if (count > 0) filled += static_cast<std::size_t>(count);
+    const ssize_t count = uninterrupted([&] { return ::pread(fd, &bytes_[filled], bytes_.size() - filled, at); });
+    if (count == -1) return forget();
+    filled += static_cast<std::size_t>(count);
+    if (count > 0) continue;
+    bytes_.resize(filled);  // the file ends earlier than its size said
+    isWhole_ = true;
   }
-  isKept_ = count >= 0;
-  isWhole_ = count == 0 || static_cast<std::size_t>(size) <= most;
-  bytes_.resize(filled);
 }
 
 void OldBytes::noteCut() {
@@ -32,11 +33,12 @@ void OldBytes::putBack(int fd) {
   if (!isKept_) return;
   const auto size = static_cast<off_t>(bytes_.size());
   off_t done = 0;
-  ssize_t count = 1;
-  while (count > 0 && done < size) {
+  while (done < size) {
     const char* const from = bytes_.data() + done;
-    count = uninterrupted([&] { return ::pwrite(fd, from, static_cast<std::size_t>(size - done), done); });
-    if (count > 0) done += count;
+    const ssize_t count =
+        uninterrupted([&] { return ::pwrite(fd, from, static_cast<std::size_t>(size - done), done); });
+    if (count <= 0) break;
+    done += count;
   }
   // After the writes the file has at least its old length, so a cut without a look cannot make it longer.
   struct stat info = {};
@@ -50,5 +52,4 @@ void OldBytes::putBack(int fd) {
 void OldBytes::forget() {
   bytes_.clear();
   isKept_ = false;
-  isWhole_ = false;
 }

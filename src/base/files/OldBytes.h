@@ -32,5 +32,5 @@ class OldBytes {
  private:
   std::string bytes_;
   bool isKept_ = false;
-  bool isWhole_ = false;  // `bytes_` is the whole old file
+  bool isWhole_ = false;  // if it is kept: `bytes_` is the whole old file
 };

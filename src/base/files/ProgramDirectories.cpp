@@ -3,6 +3,7 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdlib>
 
 #include "base/files/DirectoryEntries.h"
@@ -11,7 +12,6 @@ namespace FileUtils {
 namespace {
 
 constexpr mode_t programDirectoryMode = 0750;
-constexpr std::size_t pathBufferSize = 4096;
 
 std::string programDirectory(const char* variable, const char* fallback) {
   const char* value = std::getenv(variable);
@@ -24,7 +24,7 @@ std::string programDirectory(const char* variable, const char* fallback) {
 }  // namespace
 
 Status getCurrentDir(std::string& dir) {
-  char buffer[pathBufferSize];
+  char buffer[PATH_MAX];
   dir.clear();
   if (::getcwd(buffer, sizeof buffer) == nullptr) return Status::of(status::getcwdError);
   dir = buffer;

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <optional>
 #include <utility>
 
 #include "base/system/OpenAt2.h"
@@ -73,7 +74,7 @@ class Walk {
     errno = ENOENT;
     bool goesOn = !rest_.empty();
     while (goesOn && stepToLast(file)) {
-      file.fd = hasUntrusted_ ? openFound(file, flags) : openAt(here(), file.name.c_str(), flags, mode);
+      file.fd = owner_ ? openFound(file, flags) : openAt(here(), file.name.c_str(), flags, mode);
       if (file.fd.isOpen() && isAcceptable(file, flags)) {
         file.directory = std::move(directory_);
         return file;
@@ -90,7 +91,7 @@ class Walk {
   // Walks to the directory of the last component and puts that component into `file.name`.
   bool stepToLast(StoreFile& file) {
     for (;;) {
-      if (walked_ < rest_.size() && rest_[walked_] == '/') {
+      if (rest_[walked_] == '/') {  // a zero byte at the end
         directory_ = openAt(AT_FDCWD, "/", O_PATH | O_DIRECTORY);
         if (!directory_.isOpen()) return false;
       }
@@ -145,8 +146,7 @@ class Walk {
   // A link that nobody trusts may be its owner's own way to a file of his own. isAllowedBehind judges the file.
   bool mayBeOwn(const struct stat& link, const struct stat& directory) {
     if (follow_ != Follow::forReading) return false;
-    isOwn_ = isOwn_ && link.st_uid == directory.st_uid && (!hasUntrusted_ || owner_ == link.st_uid);
-    hasUntrusted_ = true;
+    isOwn_ = isOwn_ && link.st_uid == directory.st_uid && owner_.value_or(link.st_uid) == link.st_uid;
     owner_ = link.st_uid;
     return true;
   }
@@ -178,7 +178,7 @@ class Walk {
     errno = ELOOP;
     if (S_ISLNK(file.info.st_mode)) return false;
     wasJudged_ = true;
-    if (hasUntrusted_ && !isAllowedBehind(file.fd.get(), file.info)) return false;
+    if (owner_ && !isAllowedBehind(file.fd.get(), file.info)) return false;
     if (!hasSecondName(file.info)) return true;
     if (!lookAtHere(directory)) return false;
     errno = EPERM;
@@ -191,10 +191,9 @@ class Walk {
   std::size_t walked_ = 0;
   const Follow follow_;
   int links_ = 0;
-  bool wasJudged_ = false;     // errno is about the file itself, not about a link to it
-  bool hasUntrusted_ = false;  // an untrusted link was followed
+  bool wasJudged_ = false;      // errno is about the file itself, not about a link to it
+  std::optional<uid_t> owner_;  // of the last untrusted link that was followed
   bool isOwn_ = true;  // the owner of all these links is the same, and also owns the directories in which they lie
-  uid_t owner_ = 0;
 };
 
 // Without openat2 too, which a filter of system calls may refuse.

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstring>
 
@@ -17,7 +18,6 @@ namespace FileUtils {
 namespace {
 
 constexpr mode_t uniqueFileMode = 0644;
-constexpr std::size_t pathBufferSize = 4096;
 
 // Six letters or digits that differ from call to call and usually from process to process. They need not be hard to
 // guess, because O_EXCL ensures that the file is new.
@@ -45,7 +45,7 @@ void logFailedOpen(int error) {
 std::FILE* makeUniqueFile(const std::string& base, std::string& pathOut) {
   constexpr int attempts = 11;  // deliberate
   constexpr int flags = O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC;
-  if (!isUsablePath(base) || base.size() + std::strlen(".XXXXXX") >= pathBufferSize) return nullptr;
+  if (!isUsablePath(base) || base.size() + std::strlen(".XXXXXX") >= PATH_MAX) return nullptr;
   for (int attempt = 0; attempt < attempts; ++attempt) {
     const std::string path = base + "." + uniqueSuffix();
     UniqueFd fd(uninterrupted([&] { return ::open(path.c_str(), flags, uniqueFileMode); }));

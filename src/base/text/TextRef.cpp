@@ -5,18 +5,10 @@
 #include <cstdio>
 #include <cstring>
 
-TextRef::TextRef(const char* text) : text_(text), length_(0) {
-  buffer_[0] = '\0';
-  if (text == nullptr) {
-    text_ = buffer_;
-  } else {
-    length_ = static_cast<std::uint32_t>(std::strlen(text));
-  }
-}
+TextRef::TextRef(const char* text)
+    : text_(text == nullptr ? "" : text), length_(static_cast<std::uint32_t>(std::strlen(text_))) {}
 
-TextRef::TextRef(const std::string& text) : text_(text.c_str()), length_(static_cast<std::uint32_t>(text.size())) {
-  buffer_[0] = '\0';
-}
+TextRef::TextRef(const std::string& text) : text_(text.c_str()), length_(static_cast<std::uint32_t>(text.size())) {}
 
 TextRef::TextRef(std::int32_t number) : text_(buffer_) {
   std::snprintf(buffer_, sizeof buffer_, "%d", number);
@@ -31,7 +23,7 @@ TextRef::TextRef(double number) : text_(buffer_) {
 }
 
 TextRef::TextRef(const TextRef& other) : text_(other.isInline() ? buffer_ : other.text_), length_(other.length_) {
-  std::memcpy(buffer_, other.buffer_, other.isInline() ? other.length_ + 1 : 1);
+  if (other.isInline()) std::memcpy(buffer_, other.buffer_, other.length_ + 1);
 }
 
 TextRef& TextRef::operator=(const TextRef& other) {

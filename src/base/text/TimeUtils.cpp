@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdio>
 #include <ctime>
+#include <iterator>
 
 #include "base/text/StringUtils.h"
 
@@ -106,24 +107,26 @@ std::int64_t unitFactor(std::string_view text) {
 
 struct PrintedUnit {
   std::uint64_t micros;
-  std::uint64_t below;  // durations below this are printed in this unit, except whole multiples of the next unit
-  std::uint64_t ratio;  // how many of this unit make one of the next unit
   const char* singular;
   const char* plural;
 };
 
 constexpr PrintedUnit printedUnits[] = {
-    {1, 10'000, 1'000, " usec", " usecs"},      {millisecond, 10'000'000, 1'000, " ms", " ms"},
-    {second, 600'000'000, 60, " sec", " secs"}, {minute, 36'000'000'000, 60, " min", " mins"},
-    {hour, 864'000'000'000, 24, " hr", " hrs"}, {day, UINT64_MAX, 1, " day", " days"},
+    {1, " usec", " usecs"},    {millisecond, " ms", " ms"}, {second, " sec", " secs"},
+    {minute, " min", " mins"}, {hour, " hr", " hrs"},       {day, " day", " days"},
 };
 
+// True for a whole number of the next unit, after what is less than one of this unit was cut off.
+bool isWholeIn(std::uint64_t magnitude, const PrintedUnit& unit, const PrintedUnit& next) {
+  return magnitude / unit.micros % (next.micros / unit.micros) == 0;
+}
+
+// A unit is used from ten on, and for whole numbers.
 const PrintedUnit& unitFor(std::uint64_t magnitude) {
-  const PrintedUnit* unit = printedUnits;
-  while (magnitude >= unit->below) ++unit;
-  const bool isWholeInNext = (magnitude / unit->micros) % unit->ratio == 0;
-  const bool isLast = unit->ratio == 1;
-  if (isWholeInNext && !isLast) ++unit;
+  const PrintedUnit* unit = std::begin(printedUnits);
+  for (const PrintedUnit& next : printedUnits) {
+    if (magnitude / next.micros > 9 || isWholeIn(magnitude, *unit, next)) unit = &next;
+  }
   return *unit;
 }
 

@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <ctime>
+#include <limits>
 #include <mutex>
 
 #include "base/text/TimeUtils.h"
@@ -64,7 +65,7 @@ class AtomicValue {
   bool waitForValue(T value, std::int64_t micros) const {
     const std::lock_guard<std::mutex> lock(mutex_);
     const std::uint64_t wakes = wakes_;
-    const timespec deadline = deadlineIn(std::clamp<std::int64_t>(micros, 0, longestWait));
+    const timespec deadline = deadlineIn(std::max<std::int64_t>(micros, 0));
     bool isInTime = true;
     while (isInTime && value_ != value && wakes_ == wakes) {
       isInTime = ::pthread_cond_clockwait(&changed_, mutex_.native_handle(), CLOCK_MONOTONIC, &deadline) == 0;
@@ -73,15 +74,13 @@ class AtomicValue {
   }
 
  private:
-  // A century, so that the deadline does not overflow.
-  static constexpr std::int64_t longestWait = 3'155'760'000'000'000;
-
   // Called while the lock is still held: once the lock is free, a waiter that sees the new value may destroy the
   // object.
   void wakeAll() { (void)::pthread_cond_broadcast(&changed_); }
 
   static timespec deadlineIn(std::int64_t micros) {
-    const timeval time = TimeUtils::toTimeval(TimeUtils::monotonicMicros() + micros);
+    const std::int64_t now = TimeUtils::monotonicMicros();
+    const timeval time = TimeUtils::toTimeval(now + std::min(micros, std::numeric_limits<std::int64_t>::max() - now));
     timespec deadline{};
     deadline.tv_sec = time.tv_sec;
     deadline.tv_nsec = static_cast<long>(time.tv_usec) * 1'000;

@@ -59,10 +59,11 @@ void TimedMutex::unlock() {
   const std::int64_t held = TimeUtils::nowMicros() - acquiredAt();
   acquiredAt_ = 0;
   // After the unlock another thread may destroy the mutex, so the report uses copies.
-  const std::string name = held > holdWarnMicros_ ? name_ : std::string();
+  const bool isLong = held > holdWarnMicros_;
+  const std::string name = isLong ? name_ : std::string();
   const std::int64_t threshold = holdWarnMicros_;
   mutex_.unlock();
-  if (held > threshold) longHoldReport.load()(name.c_str(), holder.c_str(), threshold, held);
+  if (isLong) longHoldReport.load()(name.c_str(), holder.c_str(), threshold, held);
 }
 
 PortableMutex::PortableMutex(const char* name, std::int64_t acquireWarnMicros, std::int64_t holdWarnMicros) {
