@@ -5,13 +5,12 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <climits>
-#include <thread>
 #include <utility>
 
 #include "base/system/RawWrite.h"
+#include "base/system/RetryPauses.h"
 #include "base/text/StringUtils.h"
 
 namespace {
@@ -32,7 +31,7 @@ UniqueFd openAt(int directoryFd, const char* path, int flags) {
 bool readLink(const std::string& path, std::string& target) {
   char text[PATH_MAX];
   const ssize_t length = ::readlink(path.c_str(), text, sizeof text);
-  if (length <= 0) return false;
+  if (length == -1) return false;
   target.assign(text, static_cast<std::size_t>(length));
   if (target[0] != '/') target.insert(0, path, 0, path.rfind('/') + 1);  // npos + 1 is 0
   return true;
@@ -90,14 +89,13 @@ bool isRoomMissing(int error) { return error == ENOSPC || error == EDQUOT || err
 
 }  // namespace
 
+UniqueFd duplicateOf(int fd) { return UniqueFd(::fcntl(fd, F_DUPFD_CLOEXEC, 0)); }
+
 bool lockFile(int fd, std::chrono::steady_clock::time_point deadline) {
-  using std::chrono::milliseconds;
-  constexpr milliseconds longestPause(20);
   const auto tryOnce = [&] { return ::flock(fd, LOCK_EX | LOCK_NB); };
-  for (milliseconds pause(1); uninterrupted(tryOnce) != 0 && errno == EWOULDBLOCK;) {
-    if (std::chrono::steady_clock::now() >= deadline) return false;
-    std::this_thread::sleep_for(pause);
-    pause = std::min(pause * 2, longestPause);
+  RetryPauses pauses(deadline);
+  while (uninterrupted(tryOnce) != 0 && errno == EWOULDBLOCK) {
+    if (!pauses.next()) return false;
   }
   return true;
 }
@@ -119,7 +117,7 @@ bool lookAt(const std::string& path, struct stat& info) {
   }
   file.fd = std::move(found.fd);
   file.info = found.info;
-  file.size = S_ISREG(found.info.st_mode) ? found.info.st_size : 0;
+  file.size = found.info.st_size;
   return true;
 }
 
@@ -146,7 +144,7 @@ Status FileWriter::open(const std::string& path, mode_t newMode, Access access) 
   const auto deadline = Clock::now() + longestWriterWait;
   for (int start = 1;; ++start) {
     abandon();
-    file_ = openToWrite(path, 0, 0, access);
+    file_ = openToWrite(path, 0, newMode, access);
     if (!file_.fd.isOpen() && errno == ENOENT) {
       file_ = openToWrite(path, O_CREAT, newMode, access);
       isNew_ = file_.fd.isOpen();
@@ -166,7 +164,7 @@ Status FileWriter::open(const std::string& path, mode_t newMode, Access access) 
 bool FileWriter::openLocked(int directoryFd, const char* name, mode_t newMode, Clock::time_point deadline) {
   for (;;) {
     abandon();
-    file_ = openOfStore(directoryFd, name, 0, 0);
+    file_ = openOfStore(directoryFd, name, 0, newMode);
     if (!file_.fd.isOpen() && errno == ENOENT) {
       file_ = openOfStore(directoryFd, name, O_CREAT, newMode);
       isNew_ = file_.fd.isOpen();
@@ -189,7 +187,7 @@ bool FileWriter::openLocked(int directoryFd, const char* name, mode_t newMode, C
 }
 
 bool FileWriter::share(OpenedFile& file) const {
-  file.fd.reset(::fcntl(file_.fd.get(), F_DUPFD_CLOEXEC, 0));
+  file.fd = duplicateOf(file_.fd.get());
   file.info = file_.info;
   file.size = file_.info.st_size;
   return file.fd.isOpen();
@@ -238,7 +236,7 @@ bool FileWriter::cutToWritten() {
 // same open file can put the old ones back; it also holds the lock on until then.
 Status FileWriter::finish() {
   bool good = file_.fd.isOpen() && cutToWritten();
-  UniqueFd second(old_.isKept() ? ::fcntl(file_.fd.get(), F_DUPFD_CLOEXEC, 0) : -1);
+  UniqueFd second = old_.isKept() ? duplicateOf(file_.fd.get()) : UniqueFd();
   good = file_.fd.close() && good;
   if (good) {
     isNew_ = false;

@@ -52,8 +52,11 @@ bool openAnyForReading(const std::string& path, OpenedFile& file);
 // One read(2). Returns the number of bytes read, 0 at the end of the file, or -1 with errno set.
 ssize_t readSome(int fd, char* buffer, std::size_t size);
 
-// Takes the flock of an open file or directory. Returns false if another holder kept it until the deadline. A file
-// system without locks counts as if the lock were taken.
+// Opens the file of a descriptor a second time, with the same lock and position. Not open if that fails.
+UniqueFd duplicateOf(int fd);
+
+// Takes the flock of an open file or directory. Returns false if another holder kept it until the deadline; it tries
+// again after pauses (see RetryPauses.h). A file system without locks counts as if the lock were taken.
 bool lockFile(int fd, std::chrono::steady_clock::time_point deadline);
 
 // True if the path is not empty and contains no zero byte, so that it can name a file.

@@ -14,6 +14,7 @@
 #include "base/files/DirectoryEntries.h"
 #include "base/files/WholeFile.h"
 #include "testing/faults/FaultInjector.h"
+#include "testing/models/SkippedPauses.h"
 #include "testing/run/AsUser.h"
 #include "testing/run/HostTest.h"
 
@@ -368,6 +369,17 @@ TEST_F(FileAccessTest, AFinishedWriterLeavesExactlyItsBytes) {
   EXPECT_THAT(writer.finish(), HasCode(status::success));
   EXPECT_EQ(host::readFile(kFile), "abcd");
   EXPECT_THAT(writer.finish(), HasCode(status::writeError));
+}
+
+TEST_F(FileAccessTest, ASecondDescriptorIsCloseOnExecAndHasTheLowestFreeNumber) {
+  const UniqueFd fd(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  const UniqueFd standardInput(::dup(STDIN_FILENO));
+  (void)::close(STDIN_FILENO);
+  UniqueFd second = duplicateOf(fd.get());
+  EXPECT_EQ(second.get(), STDIN_FILENO);
+  EXPECT_EQ(::fcntl(second.get(), F_GETFD), FD_CLOEXEC);
+  second.reset();
+  EXPECT_EQ(::dup2(standardInput.get(), STDIN_FILENO), STDIN_FILENO);
 }
 
 TEST_F(FileAccessTest, AWriterIsCloseOnExec) {
@@ -818,8 +830,10 @@ TEST_F(FileAccessTest, AFileThatStaysLockedIsWrittenAfterASecond) {
   host::writeFile(kFile, kOldText);
   const UniqueFd holder(::open(kFile, O_RDONLY | O_CLOEXEC));
   ASSERT_EQ(::flock(holder.get(), LOCK_EX), 0);
+  const SkippedPauses skipped;
   EXPECT_THAT(replaceContent(kFile, kNewText, 0640, SetMode::always), HasCode(status::success));
   EXPECT_EQ(host::readFile(kFile), kNewText);
+  EXPECT_EQ(skipped.total(), std::chrono::seconds(1));
 }
 
 TEST_F(FileAccessTest, ALockIsNotTakenIfAnotherHolderKeepsItUntilTheDeadline) {

@@ -8,11 +8,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <mutex>
-#include <thread>
 
 #include "base/files/FileAccess.h"
 #include "base/files/FilePlace.h"
 #include "base/files/ProgramDirectories.h"
+#include "base/system/RetryPauses.h"
 #include "base/text/StringUtils.h"
 
 namespace {
@@ -20,10 +20,11 @@ namespace {
 using Clock = FileLock::Clock;
 using std::chrono::milliseconds;
 
-constexpr milliseconds firstPause(1);
-constexpr milliseconds longestPause(50);
-constexpr milliseconds longestWait =
-    std::chrono::hours(24) * 36'525;  // a century: the deadline must fit 64 bits of nanoseconds
+// A limit that is too long for the clock becomes the longest one.
+Clock::time_point deadlineIn(milliseconds limit) {
+  const auto now = Clock::now();
+  return now + std::min(limit, std::chrono::duration_cast<milliseconds>(Clock::time_point::max() - now));
+}
 
 // The umask belongs to the whole process: two threads that changed it at the same time could restore the wrong one.
 std::mutex umaskGuard;
@@ -74,7 +75,7 @@ std::string lockNameFor(const std::string& path) {
 FileLock::FileLock(const std::string& path) : lockName_(lockNameFor(path)) { take(LOCK_EX, Clock::time_point::max()); }
 
 FileLock::FileLock(const std::string& path, milliseconds limit) : lockName_(lockNameFor(path)) {
-  take(LOCK_EX | LOCK_NB, Clock::now() + std::min<milliseconds>(limit, longestWait));
+  take(LOCK_EX | LOCK_NB, deadlineIn(limit));
 }
 
 bool FileLock::isDirectoryOurs() {
@@ -93,11 +94,9 @@ void FileLock::take(int operation, Clock::time_point deadline) {
   directory_ = openLockDirectory();
   if (!directory_.isOpen()) return;
   markedPath_ = lockPath();  // allocated before the file is made: if memory ran out later, the file would remain
-  auto pause = firstPause;
-  while ((result_ = tryOnce(operation)) == Result::busy && Clock::now() < deadline) {
-    if ((operation & LOCK_NB) == 0) continue;
-    std::this_thread::sleep_for(std::min<Clock::duration>(pause, deadline - Clock::now()));
-    pause = std::min(pause * 2, longestPause);
+  const bool isBlocking = (operation & LOCK_NB) == 0;
+  RetryPauses pauses(deadline);
+  while ((result_ = tryOnce(operation)) == Result::busy && (isBlocking || pauses.next())) {
   }
   if (result_ != Result::held) directory_.reset();
 }

@@ -36,7 +36,8 @@ class FileLock {
 
   // Blocks until the lock is held or turns out to be unavailable.
   explicit FileLock(const std::string& path);
-  // Blocks for `limit` at most. With zero or a negative time it tries once.
+  // Blocks for `limit` at most, and tries again after pauses (see RetryPauses.h). With zero or a negative time it tries
+  // once.
   FileLock(const std::string& path, std::chrono::milliseconds limit);
   ~FileLock() { release(); }
   FileLock(const FileLock&) = delete;

@@ -5,13 +5,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <thread>
 #include <utility>
 
 #include "base/files/FileAccess.h"
+#include "base/system/RetryPauses.h"
 #include "base/system/Uninterrupted.h"
 #include "base/text/StringUtils.h"
 
@@ -38,8 +37,6 @@ std::string insideDirectoryOf(const std::string& path) {
 }  // namespace
 
 Status ReplacementFile::make(const std::string& path, Clock::time_point deadline) {
-  using std::chrono::milliseconds;
-  constexpr milliseconds longestPause(50);
   remove();
   directory_ = openInStore(AT_FDCWD, insideDirectoryOf(path).c_str(), O_PATH | O_DIRECTORY, 0, Follow::trusted);
   if (!directory_.fd.isOpen()) return Status::of(status::openError);
@@ -48,12 +45,12 @@ Status ReplacementFile::make(const std::string& path, Clock::time_point deadline
   newPath_ = path + ".temp";
   constexpr int mostLateStarts = 3;  // so that a file left over is still removed after the deadline
   int lateStarts = 0;
-  auto attempt = Attempt::again;
-  for (milliseconds pause(1); (attempt = tryOnce()) == Attempt::again || attempt == Attempt::busy;) {
-    if (Clock::now() >= deadline && (attempt == Attempt::busy || ++lateStarts == mostLateStarts)) break;
-    if (attempt == Attempt::again) continue;
-    std::this_thread::sleep_for(pause);
-    pause = std::min(pause * 2, longestPause);
+  RetryPauses pauses(deadline);
+  Attempt attempt = tryOnce();
+  while (attempt == Attempt::again || attempt == Attempt::busy) {
+    if (attempt == Attempt::busy && !pauses.next()) break;
+    if (attempt == Attempt::again && Clock::now() >= deadline && ++lateStarts == mostLateStarts) break;
+    attempt = tryOnce();
   }
   return Status::of(attempt == Attempt::made ? status::success : status::openError);
 }
@@ -65,7 +62,7 @@ ReplacementFile::Attempt ReplacementFile::tryOnce() {
   if (!tryLock(fd.get())) return Attempt::busy;  // somebody takes it for left over
   const Place place = placeOfNew(fd.get());
   if (place == Place::another) return Attempt::again;
-  lock_.reset(::fcntl(fd.get(), F_DUPFD_CLOEXEC, 0));
+  lock_ = duplicateOf(fd.get());
   fd_ = std::move(fd);
   isMade_ = true;
   leftover_.mark(newPath_.c_str());
