@@ -7,8 +7,8 @@
 // Other processes write names too, and the directory may belong to somebody else. So a repair locks the name file,
 // reads it once more through that descriptor, and makes the new name from nothing but what it finds there. A name that
 // another process has written in the meantime is not replaced if it can stay. On disk: the file is written in place,
-// mode 0640. If an untrusted link, a FIFO, a socket or a device has the name of the file, a regular file replaces it. A
-// directory of that name stays.
+// mode 0640. If an untrusted link, a link that leads to a directory or to a place where no file can be created, a FIFO,
+// a socket or a device has the name of the file, a regular file replaces it. A directory of that name stays.
 #pragma once
 
 #include <functional>
