@@ -76,8 +76,12 @@ TEST_F(LeftoverTest, MarkingAndRemovingNeedNoMemory) {
       while (std::malloc(size) != nullptr) {
       }
     }
-    leftover.mark("/tmp/a");
-    removeLeftovers();
+    try {
+      leftover.mark("/tmp/a");
+      removeLeftovers();
+    } catch (...) {
+      ::_exit(8);
+    }
     ::_exit(7);
   }
   int status = 0;
