@@ -36,7 +36,7 @@ PLACES = {
     "example": "code in a comment",
     "private": "about private members, which no caller sees",
     "list": "introduces the lines below it",
-    "deliberate": "says that the sentence before is meant, and perhaps why",
+    "deliberate": "only says that the sentence before is meant",
 }
 
 # Why a sentence promises nothing, as the lines of tests/promises say.
@@ -58,7 +58,7 @@ Sentence = collections.namedtuple("Sentence", "header line text names place")
 SENTENCE_END = re.compile(r"(?<=[.?])(?<!\.\.)\s+(?=[\w`\"\'~<(\[])")
 LABEL = re.compile(r"[A-Z][\w ,-]{0,30}:")
 HEADING = re.compile(r"-{2,} .*|namespace \w+")
-DELIBERATE = re.compile(r"(That|This|Both)( is| are) deliberate[.:].*")
+DELIBERATE = re.compile(r"(That|This|Both)( is| are) deliberate\.")
 CODE = re.compile(r";\s*(//.*)?$|[{}]\s*(//.*)?$|^(if|for|while|return|static|class|struct)\b|^//|^\.\.\.|^\{")
 DECLARED = re.compile(r"\b(?:class|struct|enum class|enum)\s+(\w+)(?=[^;]*\{|\s*:|$)|\busing\s+(\w+)\s*=|"
                       r"(~?\w+)\s*\(|\b(\w+)\s*(?:\[[^]]*\]\s*)*(?:=|;|\{|,|$)")
