@@ -147,6 +147,7 @@ int exitInAProcessor() {
   static std::atomic<bool> isInProcessor{false};
   class Exiting : public LogMessageProcessor {
    public:
+    ~Exiting() override { fail("the processor was deleted while it ran"); }
     void process(std::unique_ptr<const LogMessage>&) override {
       if (std::this_thread::get_id() != mainThread) return;
       isInProcessor = true;

@@ -10,9 +10,9 @@
 //     entry.addErrno();
 //   }
 //
-// Cost: a call below the logger's threshold takes a comparison and allocates nothing.
-// Effects on the caller: the log copies every text. Logging leaves errno unchanged, reports no failure and throws
-// nothing.
+// Cost: a call below the logger's threshold allocates nothing. It takes a comparison (see bench/log.sh).
+// Effects on the caller: the log copies every text. Logging leaves errno unchanged and reports no failure. An exception
+// of a processor or an emitter goes no further.
 // Threads: every function may be called from any thread. An entry belongs to the thread that builds it.
 // Re-entry: a processor, an emitter or an assertion handler may log and get loggers. The log does not pass an entry
 // that a processor logs to the processor again. It drops an entry whose thread would have to wait for itself.

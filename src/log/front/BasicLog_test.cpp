@@ -450,6 +450,11 @@ TEST_F(Rendering, JsonBodyEscapesTheMessageAndKeepsTheLastValueOfAKey) {
             R"({ "msg":"say \"hi\"\n?", "params":{ "a":"3", "b":"2" } })");
 }
 
+TEST_F(Rendering, JsonBodyOmitsParametersWithAnEmptyKey) {
+  EXPECT_EQ(jsonBody(sample("opened", {{"", "1"}, {"b", "2"}, {"", "3"}})),
+            R"({ "msg":"opened", "params":{ "b":"2" } })");
+}
+
 TEST_F(Rendering, MessageWithAnInvalidLevelIsStillRendered) {
   LogMessage message = sample();
   message.level = kNotALevel;

@@ -36,7 +36,7 @@ class LogMessage {
   bool isFromEmitter = false;  // an emitter logged this entry while it was writing another one
   std::int64_t created = 0;    // wall clock, microseconds
 
-  // Returns a message with these four texts. The same allocation has room for about three parameters.
+  // Returns a message with these four texts. The same allocation has room for 64 more bytes, about three parameters.
   static std::unique_ptr<LogMessage> make(std::string_view file, std::string_view function, std::string_view logger,
                                           std::string_view text);
   static void operator delete(void* memory) { ::operator delete(memory); }  // make() allocates more than the object

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <iterator>
+#include <memory>
 #include <string>
 
 namespace {
@@ -135,6 +137,44 @@ TEST(LogMessage, MadeMessageGrowsBeyondItsRoomAndCanBeCopied) {
     message->begin("a", "b", "c", text);
     ASSERT_EQ(textsOf(*message), Texts({"a", "b", "c", text})) << length;
   }
+}
+
+TEST(LogMessage, MadeMessageHasRoomFor64BytesOfParameters) {
+  const auto message = LogMessage::make("f", "g", "l", "text");
+  EXPECT_EQ(message->size(), 11U) << "seven bytes of texts and four lengths";
+  for (const std::size_t bytes : {64U, 65U}) {
+    const auto filled = LogMessage::make("f", "g", "l", "text");
+    const char* const before = filled->file().data();
+    const std::string value(bytes - 5, 'x');  // three bytes of the key and two lengths are beside it
+    filled->add("key", value);
+    EXPECT_EQ(filled->size(), 11U + bytes);
+    EXPECT_EQ(filled->file().data() == before, bytes == 64U);
+    EXPECT_EQ(textsOf(*filled), Texts({"f", "g", "l", "text", "key", value}));
+  }
+}
+
+TEST(LogMessage, SizeCountsTheLongLengthOfALongText) {
+  LogMessage message;
+  message.begin("", "", "", std::string(254, 'x'));
+  EXPECT_EQ(message.size(), 3U + 255U);
+  message.begin("", "", "", std::string(255, 'x'));
+  EXPECT_EQ(message.size(), 3U + 260U);
+}
+
+TEST(LogMessage, ViewsStayValidWhileOtherTextsAreRead) {
+  auto message = std::make_unique<LogMessage>();
+  message->begin("file", "function", "logger", "text");
+  message->add("key", "value");
+  const std::string_view views[] = {message->file(), message->function(), message->logger(), message->text()};
+  const std::vector<LogParameter> parameters = message->parameters();
+  LogMessage::Reader reader(*message);
+  const std::string_view read = reader.next();
+  EXPECT_EQ(textsOf(*message), Texts({"file", "function", "logger", "text", "key", "value"}));
+  const LogMessage copy(*message);
+  EXPECT_EQ(Texts(std::begin(views), std::end(views)), Texts({"file", "function", "logger", "text"}));
+  EXPECT_EQ(parameters.at(0).key, "key");
+  EXPECT_EQ(parameters.at(0).value, "value");
+  EXPECT_EQ(read, "text");
 }
 
 }  // namespace

@@ -16,13 +16,24 @@
 
 #include "testing/faults/QueuePeers.h"
 
-// Replaces the nothrow allocation, so that a test can make it fail.
+// Replaces the nothrow allocation, so that a test can make it fail, and counts the allocations of each thread.
 namespace {
 bool allocationsFail = false;
+thread_local int allocations = 0;
+}  // namespace
+// Not inlined: otherwise the compiler sees a block from `new` passed to free() and warns.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  ++allocations;
+  void* block = std::malloc(size == 0 ? 1 : size);
+  if (block == nullptr) std::abort();
+  return block;
 }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   return allocationsFail ? nullptr : ::operator new(size);
 }
+[[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete(void* block, const std::nothrow_t&) noexcept { std::free(block); }
 
 namespace {
 
@@ -320,6 +331,7 @@ TEST_F(InputTest, SecondThreadWaitsForTheProcessorAndThenCallsIt) {
     seen.emplace_back(message->text());
     isInside = true;
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    seen.emplace_back("end");
   }));
   std::thread other([&] {
     while (!isInside) std::this_thread::yield();
@@ -327,7 +339,7 @@ TEST_F(InputTest, SecondThreadWaitsForTheProcessorAndThenCallsIt) {
   });
   log("first");
   other.join();
-  EXPECT_THAT(seen, ElementsAre("first", "second"));
+  EXPECT_THAT(seen, ElementsAre("first", "end", "second", "end"));
 }
 
 // Waits until the thread sleeps, and returns false if it does not. The thread can only be waiting for a lock.
@@ -584,6 +596,105 @@ TEST_F(InputTest, ThreadsMayGetLoggersChangeLevelsAndReplaceProcessorsAtTheSameT
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(queued().size(), 4U * rounds);
   EXPECT_EQ(loggers().size(), 32U);
+}
+
+// --- More about entries and processors
+
+TEST_F(InputTest, EntryBelowTheThresholdAllocatesNothing) {
+  Logger& logger = *input.getLogger("test");
+  logger.setThreshold(Level::error);
+  const auto allocationsOf = [&](Level level) {
+    const int before = allocations;
+    {
+      Entry entry(logger, level, "a text too long for the room in a std::string", "f", "g");
+      entry.add("a key too long for the room in a std::string", "v");
+      entry.addNumber("k", INT64_MIN);
+      entry.addHex("k", 1);
+      entry.addBool("k", true);
+      entry.addAddress("k", "a host too long for the room in a std::string", 1);
+      entry.addErrno(1);
+    }
+    return allocations - before;
+  };
+  EXPECT_EQ(allocationsOf(Level::warning), 0);
+  EXPECT_GT(allocationsOf(Level::error), 0) << "the count works";
+}
+
+TEST_F(InputTest, OutputLeavesAMessageThatItsQueueRefusesWithTheCaller) {
+  std::unique_ptr<const LogMessage> message;
+  EXPECT_FALSE(output.push(message));
+  message = LogMessage::make("f", "g", "l", "kept");
+  allocationsFail = true;
+  EXPECT_FALSE(output.push(message));
+  allocationsFail = false;
+  ASSERT_NE(message, nullptr);
+  EXPECT_EQ(message->text(), "kept");
+  EXPECT_TRUE(output.push(message));
+  EXPECT_EQ(message, nullptr);
+  EXPECT_THAT(queued(), ElementsAre("kept"));
+}
+
+TEST_F(InputTest, ShutDownWaitsForTheProcessorOnAnotherThreadAndDeletesIt) {
+  std::atomic<bool> isInside{false};
+  std::atomic<bool> isThrough{false};
+  deletedProcessors = 0;
+  input.setSyncProcessor(new Calling([&](auto&) {
+    isInside = true;
+    ::usleep(30'000);
+    isThrough = true;
+  }));
+  std::thread other([&] { log("x"); });
+  while (!isInside) std::this_thread::yield();
+  input.shutDown();
+  EXPECT_TRUE(isThrough);
+  EXPECT_EQ(deletedProcessors, 1);
+  other.join();
+}
+
+TEST_F(InputTest, ClosedInputDropsEntriesAlsoThoseForALaterProcessor) {
+  log("before");
+  input.close();
+  log("queued by nobody");
+  int calls = 0;
+  input.setSyncProcessor(new Calling([&](auto&) { ++calls; }));
+  log("processed by nobody");
+  EXPECT_EQ(calls, 0);
+  EXPECT_THAT(queued(), ElementsAre("before"));
+}
+
+TEST_F(InputTest, EveryFunctionThatUsesLoggersOrTheProcessorWaitsForTheProcessorOnAnotherThread) {
+  const struct {
+    const char* why;
+    std::function<void(LogInput&)> call;
+  } cases[] = {
+      {"getLogger", [](LogInput& in) { EXPECT_NE(in.getLogger("new"), nullptr); }},
+      {"findLogger", [](LogInput& in) { EXPECT_NE(in.findLogger("other"), nullptr); }},
+      {"listLoggers",
+       [](LogInput& in) {
+         std::vector<std::string> names;
+         in.listLoggers(names);
+       }},
+      {"setDefaultLevel", [](LogInput& in) { in.setDefaultLevel(Level::info); }},
+      {"getDefaultLevel", [](LogInput& in) { EXPECT_EQ(in.getDefaultLevel(), Level::info); }},
+      {"setSyncProcessor", [](LogInput& in) { in.setSyncProcessor(nullptr); }},
+      {"removeSyncEmitter", [](LogInput& in) { in.removeSyncEmitter(nullptr); }},
+  };
+  input.setDefaultLevel(Level::info);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    std::atomic<bool> isInside{false};
+    std::atomic<bool> isThrough{false};
+    input.setSyncProcessor(new Calling([&](auto&) {
+      isInside = true;
+      ::usleep(20'000);
+      isThrough = true;
+    }));
+    std::thread other([&] { log("x"); });
+    while (!isInside) std::this_thread::yield();
+    c.call(input);
+    EXPECT_TRUE(isThrough);
+    other.join();
+  }
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 //   queue.popMany(batch);                      // up to batch.size() objects
 //
 // The queue has no size limit. Its destructor frees the objects that are still queued.
-// Threads: every function takes the queue's lock.
+// Threads: every function may be called from any thread.
 // Re-entry: a thread may call the queue while it already holds the queue's lock, because a failed assertion inside the
 // queue is logged. Such a call does not deadlock: a push is refused, and a pop returns nothing.
 #pragma once
@@ -66,7 +66,7 @@ class TypedWorkQueue {
   }
 
   // Moves the oldest objects into the first places of the batch and returns how many it moved. The other places become
-  // null. Takes the lock once.
+  // null.
   template <std::size_t size>
   std::size_t popMany(std::array<std::unique_ptr<T>, size>& batch) {
     std::array<void*, size> pointers{};

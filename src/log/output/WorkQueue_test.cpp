@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
+#include <chrono>
 #include <thread>
 #include <vector>
 
@@ -171,6 +173,41 @@ TEST(WorkQueue, OtherThreadWaitsForTheThreadInsideTheQueue) {
   EXPECT_EQ(queue.pop()->number, 1);
   EXPECT_EQ(queue.pop()->number, 2);
   EXPECT_EQ(queue.pop(), nullptr);
+}
+
+TEST(WorkQueue, EveryFunctionOfAnotherThreadWaitsForTheThreadInsideTheQueue) {
+  using Function = std::size_t (*)(Queue&);
+  const struct {
+    const char* why;
+    Function function;
+  } cases[] = {
+      {"size", [](Queue& queue) { return queue.size(); }},
+      {"pop", [](Queue& queue) { return std::size_t{queue.pop() != nullptr}; }},
+      {"popMany",
+       [](Queue& queue) {
+         std::array<std::unique_ptr<const Item>, 3> batch;
+         return queue.popMany(batch);
+       }},
+  };
+  static Queue* shared = nullptr;
+  static std::thread other;
+  static Function called = nullptr;
+  static std::size_t result = 0;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    Queue queue;
+    shared = &queue;
+    called = c.function;
+    damage(queue);
+    BasicLog::setAssertHandler([](const char*, int, const char*) {
+      other = std::thread([] { result = called(*shared); });
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    });
+    EXPECT_TRUE(push(queue, 1));
+    BasicLog::setAssertHandler(nullptr);
+    other.join();
+    EXPECT_EQ(result, 1U) << "of the object that is being pushed";
+  }
 }
 
 }  // namespace
