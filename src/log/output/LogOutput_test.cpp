@@ -210,8 +210,10 @@ TEST_F(OutputTest, ThreadNamedLoggingOutputEmitsLoggedEntries) {
 TEST_F(OutputTest, EntryReachesItsEmittersAlthoughTheThreadWasIdle) {
   EXPECT_TRUE(manager.startOutputThread());
   ::usleep(20'000);
+  const std::int64_t start = TimeUtils::monotonicMicros();
   log("late");
   emitter.waitFor(1);
+  EXPECT_LT(TimeUtils::monotonicMicros() - start, 5'000'000) << "far more than a second, for a busy machine";
   manager.stopOutputThread();
   EXPECT_THAT(emitter.texts(), ElementsAre("late"));
 }
@@ -300,6 +302,7 @@ TEST(OutputThread, StopDestructorAndRemovalWaitForABusyEmitter) {
   } cases[] = {
       {"a stop waits for the current batch", [](Log& log, Recorder&) { log->stopOutputThread(); }},
       {"the destructor stops the thread and waits", [](Log& log, Recorder&) { log.reset(); }},
+      {"the end of the log waits for the thread", [](Log& log, Recorder&) { log->shutDown(); }},
       {"removeEmitter waits for its emitter", [](Log& log, Recorder& emitter) { log->removeEmitter(&emitter); }},
   };
   for (const auto& c : cases) {
@@ -556,6 +559,7 @@ TEST_F(SyncOutputTest, OnlyTheInstalledEmitterOrProcessorIsCalled) {
   const auto addFirst = [&] { manager.addEmitter(&first); };
   const auto addSecond = [&] { manager.addEmitter(&second); };
   const auto removeFirst = [&] { manager.removeEmitter(&first); };
+  const auto addNull = [&] { manager.addEmitter(nullptr); };
   const auto removeNull = [&] { manager.removeEmitter(nullptr); };
   const auto install = [&] { manager.input().setSyncProcessor(new Counting); };
   const auto deleteProcessor = [&] { manager.input().setSyncProcessor(nullptr); };
@@ -570,6 +574,7 @@ TEST_F(SyncOutputTest, OnlyTheInstalledEmitterOrProcessorIsCalled) {
       {"removing a replaced emitter leaves the new processor", {addFirst, install, removeFirst}, 0, 0, 1},
       {"removing null leaves the processor", {install, removeNull}, 0, 0, 1},
       {"removing null leaves the emitter", {addFirst, removeNull}, 1, 0, 0},
+      {"adding null leaves the emitter", {addFirst, addNull}, 1, 0, 0},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
@@ -786,6 +791,216 @@ TEST_F(OutputTest, EmittersMayBeAddedAndRemovedWhileThreadsLog) {
     }
   });
   changer.join();
+}
+
+// --- Producers and the destructors
+
+TEST_F(OutputTest, ProducersDoNotWaitForABusyEmitter) {
+  std::atomic<bool> isLogged{false};
+  std::atomic<bool> wasHanging{false};
+  emitter.whenEmitting = [&](const LogMessage&) {
+    for (int i = 0; i < 3'000 && !isLogged; ++i) ::usleep(10'000);
+    wasHanging = !isLogged;
+  };
+  log("0");
+  EXPECT_TRUE(manager.startOutputThread());
+  emitter.waitFor(1);
+  for (int i = 1; i < 5'000; ++i) log(std::to_string(i));
+  isLogged = true;
+  manager.stopOutputThread();
+  EXPECT_FALSE(wasHanging);
+  manager.flush();
+  EXPECT_EQ(emitter.texts(), numbers(5'000));
+}
+
+TEST(OutputThread, DestructorOfAnOutputWithoutManagerWaitsForItsThread) {
+  std::atomic<bool> isThrough{false};
+  Recorder busy;
+  busy.whenEmitting = [&](const LogMessage&) {
+    ::usleep(30'000);
+    isThrough = true;
+  };
+  {
+    LogOutput output;
+    output.addEmitter(&busy);
+    std::unique_ptr<const LogMessage> message = LogMessage::make("f", "g", "l", "x");
+    EXPECT_TRUE(output.push(message));
+    EXPECT_TRUE(output.startOutputThread());
+    busy.waitFor(1);
+  }
+  EXPECT_TRUE(isThrough);
+}
+
+// The input deletes the processor before it deletes its loggers.
+TEST(OutputThread, LoggersLiveUntilTheEmitterThatRunsAtTheDestructionOfTheLogHasReturned) {
+  static std::atomic<bool> isThrough;
+  static std::atomic<bool> wasThroughAtTheEnd;
+  class Last : public LogMessageProcessor {
+   public:
+    ~Last() override { wasThroughAtTheEnd = isThrough.load(); }
+    void process(std::unique_ptr<const LogMessage>&) override {}
+  };
+  isThrough = false;
+  Recorder busy;
+  {
+    LogManager manager;
+    manager.addEmitter(&busy);
+    busy.whenEmitting = [&](const LogMessage&) {
+      ::usleep(30'000);
+      logTo(manager, "by the emitter");
+      isThrough = true;
+    };
+    manager.input().setSyncProcessor(new Last);
+    logTo(manager, "x");
+    EXPECT_TRUE(manager.startOutputThread());
+    busy.waitFor(1);
+  }
+  EXPECT_TRUE(wasThroughAtTheEnd);
+}
+
+TEST(OutputThread, EntriesStillQueuedAtTheDestructionOfTheLogAreNotWritten) {
+  Recorder emitter;
+  {
+    LogManager manager;
+    manager.addEmitter(&emitter);
+    logTo(manager, "queued");
+  }
+  EXPECT_THAT(emitter.texts(), IsEmpty());
+}
+
+TEST_F(SyncOutputTest, RemovalOfAnEmitterWaitsForItsCallOnAnotherThread) {
+  std::atomic<bool> isThrough{false};
+  emitter.whenEmitting = [&](const LogMessage&) {
+    ::usleep(30'000);
+    isThrough = true;
+  };
+  manager.addEmitter(&emitter);
+  std::thread other([&] { log("x"); });
+  emitter.waitFor(1);
+  manager.removeEmitter(&emitter);
+  EXPECT_TRUE(isThrough);
+  other.join();
+}
+
+// --- Emitters and several threads
+
+TEST_F(OutputTest, OneThreadAtATimeCallsEmittersAndInTheOrderOfTheQueueAlthoughFourFlush) {
+  std::atomic<bool> isInside{false};
+  std::atomic<int> overlaps{0};
+  emitter.whenEmitting = [&](const LogMessage&) {
+    if (isInside.exchange(true)) ++overlaps;
+    ::usleep(200);
+    isInside = false;
+  };
+  logMany(200);
+  EXPECT_TRUE(manager.startOutputThread());
+  inThreads(4, [&](int) { manager.flush(); });
+  manager.stopOutputThread();
+  EXPECT_EQ(overlaps, 0);
+  EXPECT_EQ(emitter.texts(), numbers(200));
+}
+
+TEST_F(OutputTest, EntryOfAnotherThreadIsNoEchoAlthoughAnEmitterWritesOneMeanwhile) {
+  emitter.whenEmitting = [&](const LogMessage& message) {
+    if (message.text() == "outer") log("echo");
+    if (message.text() == "other") log("about the other");
+    if (message.text() != "echo") return;
+    log("dropped");
+    std::thread([&] { log("other"); }).join();
+  };
+  log("outer");
+  manager.flush();
+  EXPECT_THAT(emitter.texts(), ElementsAre("outer", "echo", "other", "about the other"));
+}
+
+// --- The end of the output
+
+TEST_F(OutputTest, ShutDownWaitsForAFlushOnAnotherThreadAndEndsTheOutput) {
+  std::atomic<bool> isThrough{false};
+  emitter.whenEmitting = [&](const LogMessage&) {
+    ::usleep(30'000);
+    isThrough = true;
+  };
+  log("x");
+  std::thread other([&] { manager.flush(); });
+  emitter.waitFor(1);
+  output.shutDown();
+  EXPECT_TRUE(isThrough);
+  other.join();
+  Recorder later;
+  manager.addEmitter(&later);
+  log("y");
+  manager.flush();
+  EXPECT_THAT(emitter.texts(), ElementsAre("x"));
+  EXPECT_THAT(later.texts(), IsEmpty());
+}
+
+TEST_F(OutputTest, EachOfManyThreadsThatShutDownWaitsForTheEndOfTheThread) {
+  emitter.whenEmitting = [](const LogMessage&) { ::usleep(1'000); };
+  logMany(30);
+  EXPECT_TRUE(manager.startOutputThread());
+  emitter.waitFor(1);
+  inThreads(4, [&](int) {
+    output.shutDown();
+    EXPECT_TRUE(output.isOutputThreadStopped());
+    EXPECT_EQ(emitter.texts().size(), 30U);
+  });
+}
+
+TEST_F(OutputTest, ShutDownByAnEmitterNeitherWaitsNorWritesMoreThanTheCurrentBatch) {
+  emitter.whenEmitting = [&](const LogMessage&) { output.shutDown(); };
+  logMany(45);
+  EXPECT_TRUE(manager.startOutputThread());
+  emitter.waitFor(20);
+  manager.stopOutputThread();
+  EXPECT_EQ(emitter.texts(), numbers(20));
+  manager.flush();
+  EXPECT_EQ(emitter.texts(), numbers(20));
+}
+
+// The child writes "x" for each entry.
+TEST(OutputExitDeathTest, ExitInAnEmitterWritesNoOtherQueuedEntry) {
+  int status = 0;
+  const std::string text = standardOutputOf([&] {
+    status = exitStatusOf([] {
+      auto* const emitter = new Recorder;
+      emitter->whenEmitting = [](const LogMessage&) {
+        EXPECT_EQ(::write(1, "x", 1), 1);
+        std::exit(8);
+      };
+      for (int i = 0; i < 100; ++i) logTo(LogManager::instance(), "x");
+      startLogOfTheChild(emitter);
+      for (;;) ::pause();
+    });
+  });
+  EXPECT_EQ(status, 8);
+  EXPECT_EQ(text, "x");
+}
+
+TEST_F(OutputTest, ShutDownInAForkedChildOnlyDropsLaterEntries) {
+  static bool isProcessorDeleted = false;
+  class Processor : public LogMessageProcessor {
+   public:
+    ~Processor() override { isProcessorDeleted = true; }
+    void process(std::unique_ptr<const LogMessage>&) override {}
+  };
+  manager.input().setSyncProcessor(new Processor);
+  EXPECT_FALSE(output.wasStartedHere());
+  EXPECT_TRUE(manager.startOutputThread());
+  EXPECT_TRUE(output.wasStartedHere());
+  manager.stopOutputThread();
+  EXPECT_TRUE(output.wasStartedHere()) << "also when it has ended";
+  log("before");
+  const auto body = [&] {
+    if (output.wasStartedHere()) std::_Exit(1);
+    manager.shutDown();
+    if (isProcessorDeleted) std::_Exit(2);
+    log("later");
+    if (output.queue().size() != 1) std::_Exit(3);
+    manager.flush();
+    std::_Exit(emitter.texts() == std::vector<std::string>{"before"} ? 7 : 4);
+  };
+  EXPECT_EQ(exitStatusOf(body), 7);
 }
 
 }  // namespace
