@@ -37,7 +37,7 @@ class ActorInterface {
   // Stores a setting. A null pointer is the empty text. If it returns unknownKey, nothing has changed.
   virtual ConfigResult setConfig(TextOrNull key, TextOrNull text) = 0;
   virtual ConfigResult setConfig(TextOrNull key, std::int64_t value) = 0;
-  // Returns true if the settings are complete. Logs which one is missing.
+  // Returns true if the settings are complete.
   virtual bool verifyConfig() = 0;
   // Returns the named interface of this actor, or null. The interface lives as long as the actor. interfaceOf returns
   // it with its type.

@@ -8,7 +8,7 @@
 // It flushes standard output after each entry and does not sanitise anything.
 class EmergencyEmitter : public BasicLog::Emitter {
  public:
-  // Returns the only one of the process. It is never destroyed, not even at exit.
+  // Returns the only one of the process. It can be used until the process has ended.
   static EmergencyEmitter& instance();
 
   std::string formatBody(const BasicLog::LogMessage& message) override;

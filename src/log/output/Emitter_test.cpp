@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 
 #include "log/output/EmergencyEmitter.h"
@@ -171,6 +172,7 @@ TEST_F(EmitterTest, EmittersOfStandardStreamsWriteSanitisedLinesAndOthersWriteNo
 }
 
 TEST_F(EmitterTest, ClosedStandardErrorIsIgnored) {
+  const LoggedLines logged;
   StderrEmitterActor err({"stderr_emitter", "e"});
   const int saved = ::dup(2);
   ::close(2);
@@ -179,6 +181,7 @@ TEST_F(EmitterTest, ClosedStandardErrorIsIgnored) {
   ::close(saved);
   EXPECT_EQ(writtenBy([&] { err.emit(message("still alive")); }).err,
             "[WARNING 2024-03-01 12:00:05.000123] still alive: path=/x mode=644\n");
+  EXPECT_THAT(logged.lines, IsEmpty());
 }
 
 TEST_F(EmitterTest, ClosedStandardOutputIsIgnored) {
@@ -391,6 +394,59 @@ TEST_F(SyslogEmitterTest, UnknownKeyIsRefusedAndTheSettingsStayComplete) {
   EXPECT_EQ(emitter_.setConfig("category", 0), ConfigResult::unknownKey);
   EXPECT_EQ(emitter_.setConfig(std::string_view(), ""), ConfigResult::unknownKey);
   EXPECT_TRUE(emitter_.verifyConfig());
+}
+
+// --- When and where entries are written
+
+TEST_F(EmitterTest, EmitterWritesInEveryLifecycleState) {
+  StderrEmitterActor emitter({"stderr_emitter", "e"});
+  const auto expectToWriteIn = [&](AsyncTask::State state) {
+    EXPECT_EQ(emitter.state(), state);
+    EXPECT_EQ(writtenBy([&] { emitter.write(Level::info, "[h]", "b"); }).err, "[h] b\n");
+    EXPECT_EQ(emitter.state(), state);
+  };
+  expectToWriteIn(AsyncTask::State::ready);
+  EXPECT_TRUE(emitter.startup());
+  expectToWriteIn(AsyncTask::State::running);
+  emitter.shutdown();
+  expectToWriteIn(AsyncTask::State::stopping);
+  emitter.stateStep();
+  expectToWriteIn(AsyncTask::State::stopped);
+  EXPECT_FALSE(emitter.startup());
+  expectToWriteIn(AsyncTask::State::failed);
+}
+
+// The child ends without flushing its streams.
+TEST_F(EmitterTest, LineOfStandardErrorIsWrittenAtOnceAndLineOfStandardOutputWhenItsStreamIsFlushed) {
+  const auto writtenByAChild = [](Emitter& emitter, bool flushes) {
+    return writtenBy([&] {
+      EXPECT_TRUE(endsNormally([&] {
+        emitter.write(Level::info, "[h]", "b");
+        if (flushes) (void)std::fflush(stdout);
+      }));
+    });
+  };
+  StderrEmitterActor err({"stderr_emitter", "e"});
+  StdoutEmitterActor out({"stdout_emitter", "e"});
+  EXPECT_EQ(writtenByAChild(err, false).err, "[h] b\n");
+  EXPECT_EQ(writtenByAChild(out, false).out, "");
+  EXPECT_EQ(writtenByAChild(out, true).out, "[h] b\n");
+}
+
+// Runs in its own process, in which the emitter is not made before the handler is registered.
+TEST(EmergencyEmitterDeathTest, EmergencyEmitterWritesAlsoInTheLastExitHandler) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto run = [] {
+    const auto writeAtExit = [] {
+      ::dup2(2, 1);  // the test reads standard error
+      EmergencyEmitter::instance().emit(message());
+    };
+    if (std::atexit(writeAtExit) != 0) std::_Exit(1);
+    (void)EmergencyEmitter::instance();
+    std::exit(5);
+  };
+  EXPECT_EXIT(run(), testing::ExitedWithCode(5),
+              testing::HasSubstr(R"(] { "msg":"opened", "params":{ "path":"/x", "mode":"644" } })"));
 }
 
 }  // namespace

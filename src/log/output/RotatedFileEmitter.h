@@ -25,9 +25,9 @@ class RotatedFileEmitterActor : public EmitterActor, public BasicLog::FileEmitte
   bool verifyConfig() override;
   void* getInterface(std::string_view wanted) override;
 
-  // Does what Emitter::emit does. Unless a subclass may render differently, it renders into one text and keeps its
-  // memory: with Emitter::emit the output thread takes 980 instead of 840 ns for an entry, of which 600 ns are
-  // write(2).
+  // Does what Emitter::emit does, also in a subclass that renders differently. This class itself renders into one text
+  // and keeps its memory: with Emitter::emit the output thread takes 980 instead of 840 ns for an entry, of which 600
+  // ns are write(2).
   void emit(const BasicLog::LogMessage& message) override;
   void write(BasicLog::Level level, const std::string& header, const std::string& body) override;
   const char* name() const override { return "RotatedFileEmitter"; }

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <functional>
 #include <thread>
@@ -736,7 +737,7 @@ TEST_F(RotatedFileTest, RemovalsAreLoggedWithoutHoldingTheLock) {
   manager.removeEmitter(&emitter_);
 }
 
-TEST_F(RotatedFileTest, ManyThreadsWriteWholeLines) {
+TEST_F(RotatedFileTest, ManyThreadsWriteWholeLinesWhileOneSetsAndAsks) {
   std::vector<std::thread> threads;
   for (int t = 0; t < 8; ++t) {
     threads.emplace_back([this, t] {
@@ -746,6 +747,13 @@ TEST_F(RotatedFileTest, ManyThreadsWriteWholeLines) {
       }
     });
   }
+  threads.emplace_back([this] {
+    for (int i = 0; i < 200; ++i) {
+      EXPECT_EQ(emitter_.setConfig("prefix", "app-"), ConfigResult::accepted);
+      EXPECT_TRUE(emitter_.verifyConfig());
+      EXPECT_THAT(emitter_.currentFileName(), AnyOf("", testing::StartsWith("app-2025030")));
+    }
+  });
   for (std::thread& thread : threads) thread.join();
   std::size_t lines = 0;
   for (const auto& name : FileUtils::listDirectory(kLogs).files) {
@@ -757,6 +765,92 @@ TEST_F(RotatedFileTest, ManyThreadsWriteWholeLines) {
     }
   }
   EXPECT_EQ(lines, 1600U);
+}
+
+// --- Settings and old files again
+
+TEST_F(RotatedFileTest, NewPrefixOrDirectoryTakesEffectWhenTheNextFileIsOpened) {
+  write("one");
+  configure(emitter_, "1 hour", "new-", "/tmp/other");
+  write("two");
+  EXPECT_EQ(host::readFile(kFile), "[INFO] one\n[INFO] two\n");
+  EXPECT_FALSE(host::exists("/tmp/other"));
+  now = now + kHour;
+  write("three");
+  EXPECT_EQ(host::tree("/tmp/other"), "f 0644 new-20250302-14.log \"[INFO] three\\n\"\n");
+}
+
+TEST_F(RotatedFileTest, InvalidIntervalEntersNoPeriodAndNoLineIsWrittenBeforeTheFirstPeriod) {
+  RotatedFile file;
+  file.prefix = "app-";
+  file.directory = kLogs;
+  for (const std::int64_t invalid : {std::int64_t{0}, -kHour, std::int64_t{999}}) {
+    file.interval = invalid;
+    EXPECT_FALSE(file.enterPeriod(now));
+  }
+  file.interval = kHour;
+  file.append("before the first period\n");
+  EXPECT_EQ(content(), "no directory");
+  EXPECT_TRUE(file.enterPeriod(now)) << "the calls above entered none";
+  file.append("one\n");
+  file.interval = 999;
+  EXPECT_FALSE(file.enterPeriod(now + kHour));
+  file.append("with an invalid interval\n");
+  file.interval = kHour;
+  EXPECT_FALSE(file.enterPeriod(now)) << "still the same period";
+  file.append("two\n");
+  EXPECT_EQ(content(), "one\ntwo\n");
+}
+
+TEST_F(RotatedFileTest, EachFileIsLoggedBeforeItIsRemoved) {
+  static int logged = 0;
+  class Looker : public LogMessageProcessor {
+    void process(std::unique_ptr<const LogMessage>& message) override {
+      EXPECT_TRUE(host::exists(std::string(message->parameters().at(0).value)));
+      ++logged;
+      message.reset();
+    }
+  };
+  logged = 0;
+  makeOldFile();
+  makeOldFile("/tmp/logs/app-older.log");
+  setSyncProcessor(new Looker);
+  scrub_old_files(kLogs, "app-", now);
+  setSyncProcessor(nullptr);
+  EXPECT_EQ(logged, 2);
+  EXPECT_EQ(host::tree(kLogs), "");
+}
+
+TEST_F(RotatedFileTest, CallsOfAnotherThreadWaitForTheWrite) {
+  const struct {
+    const char* why;
+    std::function<void(RotatedFileEmitterActor&)> call;
+  } cases[] = {
+      {"write", [](auto& emitter) { write(emitter, "y"); }},
+      {"setConfig", [](auto& emitter) { EXPECT_EQ(emitter.setConfig("prefix", "x-"), ConfigResult::accepted); }},
+      {"verifyConfig", [](auto& emitter) { EXPECT_TRUE(emitter.verifyConfig()); }},
+      {"currentFileName", [](auto& emitter) { EXPECT_EQ(emitter.currentFileName(), "app-20250302-13.log"); }},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    Other other;
+    std::atomic<bool> isInside{false};
+    std::atomic<bool> isThrough{false};
+    FaultPlan plan;
+    plan.calls = {"write"};
+    plan.before = [&](std::size_t call) {
+      if (call != 1) return;
+      isInside = true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      isThrough = true;
+    };
+    const ArmedFaults armed(plan);
+    std::thread writer([&] { write(other, "x"); });
+    while (!isInside) std::this_thread::yield();
+    c.call(other);
+    EXPECT_TRUE(isThrough);
+    writer.join();
+  }
 }
 
 }  // namespace
