@@ -663,25 +663,6 @@ LogManager& startLogOfTheChild(Recorder* emitter) {
   return log;
 }
 
-TEST(OutputExitDeathTest, ExitStopsARunningOutputThreadAndWaits) {
-  const auto body = [] {
-    LogManager& log = startLogOfTheChild(new Recorder);
-    for (int i = 0; i < 1'000; ++i) logTo(log, "x");
-    std::exit(7);
-  };
-  EXPECT_EQ(exitStatusOf(body), 7);
-}
-
-TEST(OutputExitDeathTest, ExitFromInsideAnEmitterDoesNotHang) {
-  const auto body = [] {
-    auto* const emitter = new Recorder;
-    emitter->whenEmitting = [](const LogMessage&) { std::exit(8); };
-    logTo(startLogOfTheChild(emitter), "x");
-    for (;;) ::pause();
-  };
-  EXPECT_EQ(exitStatusOf(body), 8);
-}
-
 TEST(OutputExitDeathTest, ExitOfAForkedChildDoesNotWaitForTheThreadOfItsParent) {
   const auto inner = [] {
     LogManager::instance().stopOutputThread();
