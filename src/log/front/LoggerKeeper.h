@@ -25,8 +25,8 @@ class LoggerKeeper {
 };
 
 // Returns the keeper of the program, or null if the calling thread is just creating it or is inside its queue.
-// LogManager.cpp, in the back end, defines this function. That is deliberate: the first call that logs creates the
-// whole log, so no program has to set it up.
+// LogManager.cpp, in the back end, defines this function. The first call that logs therefore creates the whole log, and
+// no program has to set it up.
 LoggerKeeper* usableKeeper();
 
 }  // namespace BasicLog
