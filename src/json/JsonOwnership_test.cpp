@@ -191,7 +191,8 @@ TEST(JsonOwnership, ErrorReleasesWhatTheParserHasBuiltAtOnce) {
 TEST(JsonOwnership, ReleaseOfATreeAllocatesNothing) {
   std::string text = "1.5";
   for (int level = 0; level < 1000; ++level) text = "{a:[\"x\"," + text + "],b:{c:[]}}";
-  for (int member = 0; member < 100; ++member) text.insert(1, "m" + std::string(member, 'x') + ":[1.5],");
+  for (int member = 0; member < 100; ++member)
+    text.insert(1, "m" + std::string(static_cast<std::size_t>(member), 'x') + ":[1.5],");
   jsObject* tree = json::parse(text.c_str());
   ASSERT_TRUE(json::isObject(tree));
   json::setText(tree, "a value of its own", "text");
