@@ -173,6 +173,20 @@ TEST(Catalogue, EachCommandHasItsClassParametersAndResults) {
   }
 }
 
+TEST(Catalogue, TheListsOfACommandHaveRoomForTheLongestOnesAndNoMore) {
+  std::size_t mostParams = 0;
+  std::size_t mostResults = 0;
+  for (const CommandRow& row : commandTable()) {
+    const Command command = commandTable().make(row, "", {});
+    mostParams = std::max(mostParams, command->params().size());
+    mostResults = std::max(mostResults, command->results().size());
+    EXPECT_EQ(command->params().capacity(), 11U) << row.method;
+    EXPECT_EQ(command->results().capacity(), 5U) << row.method;
+  }
+  EXPECT_EQ(mostParams, 11U);
+  EXPECT_EQ(mostResults, 5U);
+}
+
 TEST(Catalogue, TheTableHasExactlyTheseRowsInThisOrder) {
   const CommandTable& table = commandTable();
   ASSERT_EQ(table.rowCount, kCatalogue.size());

@@ -4,8 +4,8 @@
 //   for (const std::string& line : lines) out.put(line);
 //   out.finish();
 //
-// It collects lines and writes them with write(2) in large pieces. After a failed write it writes nothing more to
-// standard output.
+// It collects lines and writes them with write(2) as soon as it has 64 KiB or more. After a failed write it writes
+// nothing more to standard output.
 #pragma once
 
 #include <string>

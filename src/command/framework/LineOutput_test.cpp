@@ -91,6 +91,9 @@ TEST(LineOutput, LongOutputIsWrittenInLargePiecesUntilOneFails) {
   std::string expected;
   for (const std::string& line : lines) expected += line + "\n";
   expectSaid(say(lines), expected, "", 16, "a million bytes are written in pieces a little larger than 64 KiB");
+  const std::string line(65'534, 'x');
+  expectSaid(say({line, "y"}), line + "\ny\n", "", 1, "a line less than 64 KiB is not written at once");
+  expectSaid(say({line + "x", "y"}), line + "x\ny\n", "", 2, "64 KiB are written at once");
   FaultPlan secondFails = failing(ENOSPC);
   secondFails.at = 2;
   expectSaid(say(lines, secondFails), expected.substr(0, 65'600), kDiskFull, 3,

@@ -139,12 +139,12 @@ int outcomeOfWaitStatus(int waitStatus) {
 }
 
 int waitForChild(int pid) {
-  if (pid == 0) return neverStartedOutcome;
-  if (pid < 0) return waitFailedOutcome;  // waitpid(2) takes these as process groups, and -1 as any child
-  int waitStatus = 0;
-  pid_t waited = 0;
+  // waitpid(2) takes 0 and negative numbers as process groups, and -1 as any child.
+  if (pid <= 0) return pid == 0 ? neverStartedOutcome : waitFailedOutcome;
+  int waitStatus{};
+  pid_t waited{};
   do {
     waited = ::waitpid(pid, &waitStatus, 0);
-  } while (waited < 0 && errno == EINTR);
+  } while (waited == -1 && errno == EINTR);
   return waited == pid ? outcomeOfWaitStatus(waitStatus) : waitFailedOutcome;
 }

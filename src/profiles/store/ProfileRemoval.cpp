@@ -67,15 +67,19 @@ bool isRemoved(int fd) {
 
 enum class Moved { away, elsewhere, unknown, failed };
 
+// Renames the directory to the first free name. Returns false if that fails.
+bool renameAway(int rootFd, const std::string& dirname, std::string& to) {
+  for (int number = 1; number <= lastNumber; ++number) {
+    to = concatenate({deletedPrefix, StringUtils::toString(number)});
+    if (::renameat2(rootFd, dirname.c_str(), rootFd, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+    if (errno != EEXIST && errno != ENOTEMPTY) return false;
+  }
+  return false;
+}
+
 // Renames the directory out of the store. Sets `to` to its new name.
 Moved moveAway(int rootFd, const std::string& dirname, int fd, std::string& to) {
-  int result = -1;
-  for (int number = 1; result != 0 && number <= lastNumber; ++number) {
-    to = concatenate({deletedPrefix, StringUtils::toString(number)});
-    result = ::renameat2(rootFd, dirname.c_str(), rootFd, to.c_str(), RENAME_NOREPLACE);
-    if (result != 0 && errno != EEXIST && errno != ENOTEMPTY) return Moved::failed;
-  }
-  if (result != 0) return Moved::failed;
+  if (!renameAway(rootFd, dirname, to)) return Moved::failed;
   const Place place = placeOf(fd, rootFd, to.c_str());
   if (place != Place::another) return place == Place::same ? Moved::away : Moved::unknown;
   // Another delete may have removed what this one has moved, and may have moved its own profile to that name.

@@ -6,6 +6,7 @@
 //   1. open and lock the directory                          the profile; another delete may be at work on it
 //   2. remove everything but the name file                  the profile: its name, and what could not be removed
 //   3. rename the directory to `.deleted-` and a number     the profile, empty but for its name
+//      up to 999999
 //   4. remove the name file and the directory               a directory that no listing shows, for a later delete
 // Step 3 takes the profile out of the store at one moment: a listing sees it whole or not at all, and gives no name to
 // a directory that is just being removed. From then on the profile is deleted, whatever is left. Where the system or

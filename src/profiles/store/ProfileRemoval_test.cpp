@@ -286,6 +286,25 @@ TEST_F(ProfileRemovalTest, AnotherDeleteOfTheProfileIsWaitedFor) {
   EXPECT_EQ(store(), "");
 }
 
+TEST_F(ProfileRemovalTest, AnotherDeleteIsWaitedForTenSecondsAtMost) {
+  prepare();
+  const std::string before = store();
+  const UniqueFd lock(::open(kDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
+  const SkippedPauses skipped;
+  EXPECT_THAT(removeIt(), HasCode(status::applicationError));
+  EXPECT_EQ(skipped.total(), std::chrono::seconds(10));
+  EXPECT_EQ(store(), before);
+}
+
+TEST_F(ProfileRemovalTest, WithoutAFreeNumberBelowAMillionTheProfileIsRemovedInPlace) {
+  prepare();
+  const ArmedFaults armed(FaultPlan{1, true, EEXIST, {"renameat2"}});
+  EXPECT_THAT(removeIt(), HasCode(status::success));
+  EXPECT_EQ(armed.count(), 999'999u);
+  EXPECT_EQ(store(), "");
+}
+
 TEST_F(ProfileRemovalTest, WhatIsNoDirectoryIsRemovedOnlyIfItIsALink) {
   struct Case {
     const char* why;
