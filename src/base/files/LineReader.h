@@ -13,7 +13,8 @@
 // that lie in a hole, and so are zero bytes only, are left out, and the next piece reports how many bytes were left
 // out. Anyone can make a file of 1 GiB without data in a moment: a command takes 36 ms to read it, and takes 5.3 s if
 // holes are read like data. An edit would then write the zero bytes to disk.
-// System calls: one for each 64 KiB of data, and at most ten for each piece of data between two holes.
+// System calls: one for each 64 KiB of data, or 4 KiB if the size is 0, and at most ten for each piece of data between
+// two holes. Only a file of more than 64 KiB is searched for holes.
 #pragma once
 
 #include <cstddef>

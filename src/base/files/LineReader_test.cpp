@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "base/system/RawWrite.h"
 #include "base/text/StringUtils.h"
 #include "testing/faults/FaultInjector.h"
 #include "testing/run/HostTest.h"
@@ -229,6 +230,52 @@ TEST_F(LineReaderTest, DataOfASparseFileAreReadIn64KibAtATime) {
   for (LinePiece piece; reader.next(piece);) {
   }
   EXPECT_LE(counted.count(), (8u << 20) / 65536 + 40);
+}
+
+// The lines have 16 bytes, so that each read ends with a line.
+TEST_F(LineReaderTest, AReadHas64KibAtMostAndOnlyASparseFileIsSearchedForHoles) {
+  constexpr off_t most = 65536;
+  std::string lines;
+  while (lines.size() < 2 * most + 16) lines += std::string(15, 'x') + "\n";
+  const struct {
+    const char* why;
+    off_t size;
+    Islands islands;
+    std::size_t reads;
+    bool isSearched;
+  } cases[] = {
+      {"one read", most, {{0, lines.substr(0, most)}}, 1, false},
+      {"one read, with a hole", most, {{0, "x\n"}}, 1, false},
+      {"two reads", 2 * most, {{0, lines.substr(0, 2 * most)}}, 2, false},
+      {"two reads of data, and two in a hole of one page", 2 * most, {{0, lines.substr(0, 2 * most - 4096)}}, 4, true},
+      {"three reads", 2 * most + 16, {{0, lines}}, 3, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    const OpenedFile file = sparse(c.size, c.islands);
+    const ArmedFaults counted{FaultPlan{}};
+    LineReader reader(file, 500);
+    for (LinePiece piece; reader.next(piece);) {
+    }
+    const std::vector<std::string> calls = counted.calls();
+    EXPECT_EQ(static_cast<std::size_t>(std::count(calls.begin(), calls.end(), "read")), c.reads);
+    EXPECT_EQ(calls.size() > c.reads, c.isSearched);
+  }
+}
+
+TEST_F(LineReaderTest, AFileOfUnknownSizeIsReadFourKibibytesAtATime) {
+  host::makeFifo(kFile);
+  OpenedFile file;
+  ASSERT_TRUE(openAnyForReading(kFile, file));
+  std::string lines;
+  while (lines.size() < 8208) lines += std::string(15, 'x') + "\n";
+  UniqueFd writer(::open(kFile, O_WRONLY | O_CLOEXEC));
+  ASSERT_TRUE(writeFully(writer.get(), lines));
+  writer.reset();
+  const ArmedFaults counted{FaultPlan{}};
+  LineReader reader(file, 500);
+  EXPECT_EQ(piecesOf(reader).size(), 513u);
+  EXPECT_EQ(counted.count(), 4u) << "the last one finds the end";
 }
 
 TEST_F(LineReaderTest, HolesThatTheFileSystemDoesNotReportAreRead) {

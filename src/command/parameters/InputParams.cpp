@@ -57,7 +57,7 @@ constexpr BooleanWord booleanWords[] = {{"true", true},   {"yes", true}, {"on", 
 bool setFromJson(NamedValueBinder& param, const jsObject* value) {
   if (json::isString(value)) return param.setFromText(std::string(json::textOf(value)));
   if (json::isNumber(value)) {
-    std::int32_t n{};
+    std::int32_t n = 0;
     return truncateToInteger(json::numberOf(value), n) && param.setFromInteger(n);
   }
   if (json::isBoolean(value)) return param.setFromBoolean(json::booleanOf(value));

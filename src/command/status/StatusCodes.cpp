@@ -141,8 +141,8 @@ int outcomeOfWaitStatus(int waitStatus) {
 int waitForChild(int pid) {
   // waitpid(2) takes 0 and negative numbers as process groups, and -1 as any child.
   if (pid <= 0) return pid == 0 ? neverStartedOutcome : waitFailedOutcome;
-  int waitStatus{};
-  pid_t waited{};
+  int waitStatus = 0;
+  pid_t waited = 0;
   do {
     waited = ::waitpid(pid, &waitStatus, 0);
   } while (waited == -1 && errno == EINTR);
