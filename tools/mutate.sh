@@ -2,14 +2,14 @@
 # Makes mutants of copies of the tree and checks that the tests notice each of them. A mutant is the tree with one small
 # mistake, which a seed chooses (see tools/mutation/main.cpp). `./dev mutate` calls this script.
 #
-# There is one worker for each processor. Each has its own copy of the tree with its own builds, takes the next seed that
-# nobody has taken, and rebuilds what the mistake changes. These tests may notice a mutant, in this order:
+# There is one worker for each processor. Each has its own copy of the tree with its own builds, takes the next seed
+# that nobody has taken, and rebuilds what the mistake changes. These tests may notice a mutant, in this order:
 #   - the suites of the test file beside the changed file
 #   - the other tests of its subject (base_test for src/base, and so on)
 #   - the transcripts of the whole program
 #   - the tests of its subject under the sanitizers
-# A failure counts if it occurs twice, because a busy machine can make a good program fail once. A mutant that passes all
-# tests survives, unless the object code of the release is the same as without the mistake. A mutant that does not
+# A failure counts if it occurs twice, because a busy machine can make a good program fail once. A mutant that passes
+# all tests survives, unless the object code of the release is the same as without the mistake. A mutant that does not
 # compile is counted apart, and no other one is drawn in its place. build/mutate/results gets a line for each mutant,
 # with the seconds that it took.
 set -eu
@@ -45,8 +45,8 @@ restore() {
   }
 }
 
-# Prepares the copy of a worker. The test programs are built when a mutant needs them; that mutant takes longer. A program
-# is named by its path below build/, which begins with its preset.
+# Prepares the copy of a worker. The test programs are built when a mutant needs them; that mutant takes longer. A
+# program is named by its path below build/, which begins with its preset.
 prepare() {
   rm -f "$mine"/*.patience
   (cd "$original" && find . -type f) | while read -r name; do restore "$name"; done
@@ -80,7 +80,8 @@ patience_of() { say "$mine/$(say "$1" | tr / -).patience"; }
 
 # builds PROGRAM: also builds ravctl, because some tests start it.
 builds() {
-  timeout "$longest" cmake --build "$tree/build/${1%%/*}" --parallel 1 --target "${1##*/}" ravctl >"$mine/build.log" 2>&1
+  timeout "$longest" cmake --build "$tree/build/${1%%/*}" --parallel 1 --target "${1##*/}" ravctl \
+    >"$mine/build.log" 2>&1
 }
 
 # passes PROGRAM FILTER SECONDS: runs the tests that GoogleTest's filter names and writes the output to test.log. The
