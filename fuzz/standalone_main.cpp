@@ -43,7 +43,7 @@ void feed(const std::vector<std::uint8_t>& seed) {
 
 // Feeds what the target's own mutators make of a seed, each time of the text that they made last.
 void feedMutations(std::vector<std::uint8_t> text) {
-  constexpr unsigned mutations = 40;
+  constexpr unsigned mutations = 20;
   const std::vector<std::uint8_t> seed = text;
   const std::size_t room = 2 * seed.size() + 100;
   for (unsigned number = 0; number < mutations; ++number) {
@@ -65,7 +65,8 @@ int main(int argc, char** argv) {
   if (LLVMFuzzerInitialize != nullptr) (void)LLVMFuzzerInitialize(&argc, &argv);
   std::size_t seeds = 0;
   for (int at = 1; at < argc; ++at) {
-    for (const auto& entry : std::filesystem::directory_iterator(argv[at])) {
+    // A target may change the working directory.
+    for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::absolute(argv[at]))) {
       const std::vector<std::uint8_t> seed = bytesOf(entry.path());
       feed(seed);
       if (LLVMFuzzerCustomMutator != nullptr) feedMutations(seed);

@@ -64,9 +64,9 @@ constexpr const char* kStateFiles[] = {"m2_cache", "sadb.state", "hip.state", "p
 
 constexpr const char* kDirnames[] = {".factory", "profile-1",      "profile-2",  "profile-123123",
                                      "lab",      "profile-123124", ".deleted-1", ".hidden"};
-constexpr const char* kFiles[] = {"profile_name", "hip.conf",        "endbox.conf", "mapconfig.static",
-                                  "device_id",    "hipvars.txt",     "peers",       "hip.state",
-                                  "other.txt",    "ca-certs/ca.pem", "ca-certs",    "folder/file"};
+constexpr const char* kFiles[] = {"profile_name", "hip.conf",    "endbox.conf", "mapconfig.static", "device_id",
+                                  "hipvars.txt",  "peers",       "hip.state",   "other.txt",        "ca-certs/ca.pem",
+                                  "ca-certs",     "folder/file", "sadb.state",  "map.state",        "m2_cache"};
 // Links to targets outside the store belong to the stranger, so nothing may be changed through them.
 constexpr const char* kTargets[] = {"../profile-2/hip.conf",
                                     "/etc/zuv/outside/name",
@@ -483,7 +483,7 @@ void requireNewFiles(const Operation& operation, const NewProfile& wanted, const
     requireContent(operation.after, inStore(dirname, "endbox.conf"),
                    withInvitation(fromTemplate("endbox.conf").value_or(""), value));
   }
-  for (const char* file : {"device_id", "peers", "hip.state", "other.txt"}) {
+  for (const char* file : {"device_id", "peers", "hip.state", "sadb.state", "map.state", "m2_cache", "other.txt"}) {
     if (fromTemplate(file)) requireContent(operation.after, inStore(dirname, file), *fromTemplate(file));
   }
 }
