@@ -269,7 +269,7 @@ void run(Operation& operation, const std::function<void()>& call) {
     if (operation.mayChange.count(path) != 0) continue;
     const auto contains = [&](const std::string& folder) { return fuzz::beginsWith(path, folder); };
     if (std::any_of(operation.mayChangeBelow.begin(), operation.mayChangeBelow.end(), contains)) continue;
-    const bool isLeft = fuzz::beginsWith(path, kLocks) || path.substr(path.find_last_of('.')) == ".temp";
+    const bool isLeft = fuzz::beginsWith(path, kLocks) || std::filesystem::path(path).extension() == ".temp";
     constexpr const char* removal[] = {"fstat", "fstatat", "flock", "unlink", "unlinkat"};
     const auto wasRefused = [&](const char* name) { return operation.wasRefused(name); };
     if (isLeft && std::any_of(std::begin(removal), std::end(removal), wasRefused)) continue;
