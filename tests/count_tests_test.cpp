@@ -57,6 +57,12 @@ std::string entry(const std::string& name, const std::string& status, const std:
          "\">\n\t\t<system-out>" + output + "</system-out>\n\t</testcase>\n";
 }
 
+std::string skippedEntry(const std::string& name, const std::string& message, const std::string& output) {
+  return "\t<testcase name=\"" + name + "\" classname=\"" + name +
+         "\" time=\"0.1\" status=\"notrun\">\n\t\t<skipped message=\"" + message + "\"/>\n\t\t<system-out>" + output +
+         "</system-out>\n\t</testcase>\n";
+}
+
 struct Report {
   const char* name;
   std::string text;
@@ -103,6 +109,12 @@ const Case kCases[] = {
     {"an entry without a test program is one test",
      {list(entry("fuzz_json", "run") + entry("fuzz_url", "fail") + entry("a_test_NOT_BUILT", "notrun"))},
      "1 2 0\n"},
+    {"an entry that ends with the status for a skipped test is skipped",
+     {list(entry("fuzz_json", "run") + skippedEntry("fuzz_store", "SKIP_RETURN_CODE=77", "a\nno private host\n"))},
+     "1 0 1\n"},
+    {"an entry that CTest does not run for another reason is one failure",
+     {list(skippedEntry("fuzz_store", "Disabled", ""))},
+     "0 1 0\n"},
     {"an entry without a report is one failure", {list(entry("a_test/Thing", "run"))}, "0 1 0\n", kNotWhole},
     {"a failed entry without a report is one too", {list(entry("a_test/Thing", "fail"))}, "0 1 0\n", kNotWhole},
     {"an entry that fails after its last test is one failure",
@@ -138,6 +150,8 @@ TEST_F(CountTestsTest, WritesTheLastLineOfEachReasonButNoFileWhenNoTestIsSkipped
   EXPECT_EQ(count({ofThing(std::string(kSkipped) + kDisabled)}).out, "0 0 2\n");
   EXPECT_EQ(host::readFile(kSkips),
             "step:All/Thing.Needs/0\tneeds \"root\" & more\nstep:Thing.DISABLED_Waits\tsuppressed\n");
+  EXPECT_EQ(count({list(skippedEntry("fuzz_store", "SKIP_RETURN_CODE=77", "a\nno private host\n"))}).out, "0 0 1\n");
+  EXPECT_EQ(host::readFile(kSkips), "step:fuzz_store\tno private host\n");
 }
 
 TEST_F(CountTestsTest, AMissingOrBrokenOffReportCountsAsOneFailureAndKeepsItsTests) {

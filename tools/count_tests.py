@@ -13,8 +13,9 @@ An entry of CTest whose name is PROGRAM/TESTS stands for the single tests of Goo
 - An entry that left no whole report counts as one failed test.
 - An entry that failed although its report has no failed test counts as one failed test.
 
-Every other entry counts as one test. An entry that CTest names twice counts once, as failed if it failed once. Any other
-report that is missing or not whole counts as one failed test. The tests before the place where a report breaks off count.
+Every other entry counts as one test. It is skipped if it ended with the status that means so to CTest; the last line of
+its output is the reason. An entry that CTest names twice counts once, as failed if it failed once. Any other report that
+is missing or not whole counts as one failed test. The tests before the place where a report breaks off count.
 """
 import argparse
 import os
@@ -59,6 +60,10 @@ class Report:
 
     def _add_entry(self, element):
         name = element.get("name", "")
+        skipped = element.find("skipped")
+        if skipped is not None and skipped.get("message", "").startswith("SKIP_RETURN_CODE="):
+            self.skips.append((name, last_line(element.findtext("system-out", ""))))
+            return
         self.entries[name] = element.get("status") == "run" and self.entries.get(name, True)
 
     def _add_test(self, element):

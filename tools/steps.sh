@@ -253,7 +253,7 @@ fuzz_one() {
     times >"$new/$1.times"
     exit "$verdict"
   ) || {
-    grep -vE '^#[0-9]+' "$said"
+    grep -avE '^#[0-9]+' "$said"
     say "fuzz_$1 FAILED; its input is in build/fuzz/new/"
     return 1
   }
