@@ -52,7 +52,7 @@ bool openAnyForReading(const std::string& path, OpenedFile& file);
 // One read(2). Returns the number of bytes read, 0 at the end of the file, or -1 with errno set.
 ssize_t readSome(int fd, char* buffer, std::size_t size);
 
-// Opens the file of a descriptor a second time, with the same lock and position. Not open if that fails.
+// fcntl(2) with F_DUPFD_CLOEXEC and the lowest free number. The result is not open if that fails.
 UniqueFd duplicateOf(int fd);
 
 // Takes the flock of an open file or directory. Returns false if another holder kept it until the deadline; it tries

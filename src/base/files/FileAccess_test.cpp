@@ -379,6 +379,7 @@ TEST_F(FileAccessTest, ASecondDescriptorIsCloseOnExecAndHasTheLowestFreeNumber) 
   EXPECT_EQ(second.get(), STDIN_FILENO);
   EXPECT_EQ(::fcntl(second.get(), F_GETFD), FD_CLOEXEC);
   second.reset();
+  EXPECT_FALSE(duplicateOf(-1).isOpen());
   EXPECT_EQ(::dup2(standardInput.get(), STDIN_FILENO), STDIN_FILENO);
 }
 
