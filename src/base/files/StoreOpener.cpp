@@ -43,9 +43,9 @@ bool isTrusted(const struct stat& link, int directoryFd, const struct stat& dire
 
 bool hasSecondName(const struct stat& info) { return S_ISREG(info.st_mode) && info.st_nlink > 1; }
 
-bool isOfProc(int fd) {
+bool mayBeOfProc(int fd) {
   struct statfs system = {};
-  return ::fstatfs(fd, &system) == 0 && system.f_type == PROC_SUPER_MAGIC;
+  return ::fstatfs(fd, &system) != 0 || system.f_type == PROC_SUPER_MAGIC;
 }
 
 // Fills in the stat of an opened file. If that fails, a file that the opening may have made is removed again.
@@ -153,7 +153,7 @@ class Walk {
 
   bool isAllowedBehind(int fd, const struct stat& info) const {
     if (isNullDevice(info)) return true;
-    return isOwn_ && S_ISREG(info.st_mode) && info.st_uid == owner_ && info.st_nlink == 1 && !isOfProc(fd);
+    return isOwn_ && S_ISREG(info.st_mode) && info.st_uid == owner_ && info.st_nlink == 1 && !mayBeOfProc(fd);
   }
 
   // Finds the file before it opens it, and opens what it has found. Without /proc it must open the path again.

@@ -50,8 +50,9 @@ bool isNullDevice(const struct stat& info);
 // Opens the file at `path` with the flags of open(2). O_CLOEXEC, O_NONBLOCK, O_NOCTTY and O_NOFOLLOW are added. O_CREAT
 // also creates the missing target of a link that is followed; use it only after an opening without it has found no
 // file, because a file that then cannot be examined is removed again. Behind an untrusted link nothing is opened before
-// a stat has shown that it may be: to open a device can already have an effect, and /proc has endless files that stat
-// reports as regular. On failure `fd` is not open and errno holds the reason.
+// a stat has shown that it may be: to open a device can already have an effect. Nor is a file opened there unless
+// statfs shows that it is not in /proc, which has endless files that stat reports as regular. On failure `fd` is not
+// open and errno holds the reason.
 StoreFile openInStore(int directoryFd, const char* path, int flags, mode_t mode, Follow follow);
 
 // Returns true if somebody other than root and our own user may write in an open directory.

@@ -421,6 +421,16 @@ TEST_F(StoreOpenerTest, AFileOfProcIsNotReadOverALinkOfItsOwnOwner) {
   EXPECT_EQ(errno, ELOOP);
 }
 
+TEST_F(StoreOpenerTest, AFileOfAnUnknownFileSystemIsNotReadOverAnOwnersLink) {
+  SKIP_WITHOUT_OTHER_USERS();
+  prepare();
+  giveLinkAndDirectory(kStranger, kHisFile);
+  EXPECT_TRUE(openInStore(AT_FDCWD, kLink, O_RDONLY, 0, Follow::forReading).fd.isOpen());
+  const ArmedFaults armed{FaultPlan{1, true, ENOSYS, {"fstatfs"}}};
+  EXPECT_FALSE(openInStore(AT_FDCWD, kLink, O_RDONLY, 0, Follow::forReading).fd.isOpen());
+  EXPECT_EQ(errno, ENOSYS);
+}
+
 TEST_F(StoreOpenerTest, AnOpenedFileIsCloseOnExecAndAQueueDoesNotBlock) {
   host::makeFifo("/etc/zuv/queue");
   for (const System& system : kSystems) {
