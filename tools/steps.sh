@@ -150,15 +150,20 @@ fuzz() {
   seconds=${1-${RAVCTL_LONG:+60}}
   [ $# -eq 0 ] || shift
   build_targets "$@"
-  passed=0 failed=0
+  # As many at once as there are processors.
+  rm -f build/fuzz/new/*.passed
+  running=0
   for subject in $subjects; do
-    if fuzz_one "$subject" "${seconds:-10}" "${RAVCTL_LONG:+1000000}" 10; then
-      say "fuzz_$subject: $(grep '^Done' "$said")"
-      passed=$((passed + 1))
-    else
-      failed=$((failed + 1))
-    fi
+    (
+      fuzz_one "$subject" "${seconds:-10}" "${RAVCTL_LONG:+1000000}" 10
+      say "fuzz_$subject: $(grep '^Done' "$said")" | tee "build/fuzz/new/$subject.passed"
+    ) &
+    running=$((running + 1))
+    [ $((running % jobs)) -ne 0 ] || wait
   done
+  wait
+  passed=$(find build/fuzz/new -name '*.passed' | wc -l)
+  failed=$((running - passed))
   say "$passed $failed 0" >"$RESULTS/fuzz.count"
   [ "$failed" -eq 0 ]
 }
