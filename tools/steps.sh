@@ -109,9 +109,9 @@ asan() {
 # Only the subjects that use threads.
 tsan() {
   configure tsan
-  build tsan base_test log_test ravctl hip-standin
+  build tsan base_test json_test log_test ravctl hip-standin
   export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
-  run_tests tsan build/tsan --tests-regex '^(base|log)_test/'
+  run_tests tsan build/tsan --tests-regex '^(base|json|log)_test/'
 }
 
 # The transcripts run the program under valgrind. The debug build links it dynamically, as valgrind needs.
