@@ -500,6 +500,10 @@ TEST_F(ConfigWriterTest, AFaultAnywhereLeavesTheOldFileOrTheNewOne) {
       if (!fault) {
         EXPECT_THAT(written, HasCode(status::success));
       }
+      if (!written.isSuccess()) {
+        EXPECT_THAT(written.code(), AnyOf(status::openError, status::readError, status::writeError, status::chmodError,
+                                          status::renameError));
+      }
       EXPECT_EQ(host::readFile(kDir + "/"s + file), expected);
       if (!fault.fromThereOn) {  // where every later call fails, the temporary file cannot be removed
         // If the access list or the mode of the old file is unknown, the new one is closed.

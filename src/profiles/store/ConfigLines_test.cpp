@@ -280,6 +280,25 @@ TEST_F(ConfigLinesTest, AnEditLeavesOneRegularFileWithTheNinePermissionBitsOfThe
   host::setMode("/tmp", modeBefore);
 }
 
+TEST_F(ConfigLinesTest, AnEditNeedsNoLockThatItHasNoPermissionToTake) {
+  const std::pair<const char*, std::function<void()>> cases[] = {
+      {"the lock directory is read-only", [] { host::setMode("/tmp/lock", 0555); }},
+      {"the lock file is read-only", [] { host::writeFile(kLock, "", 0); }},
+  };
+  for (const auto& [why, forbid] : cases) {
+    SCOPED_TRACE(why);
+    host::reset();
+    host::writeFile(kFile, "key=1\n");
+    host::setMode("/tmp/lock", 0755);  // in a lock directory where others may write, an edit takes no lock
+    forbid();
+    const host::BoundByModes bound;
+    const ArmedFaults armed({0, false, EIO, {"flock"}});
+    EXPECT_THAT(setKey(), HasCode(status::success));
+    EXPECT_EQ(armed.count(), 1u) << "only the temporary file is locked";
+    EXPECT_EQ(host::readFile(kFile), "key=2\n");
+  }
+}
+
 TEST_F(ConfigLinesTest, AnEditedSparseFileStaysSparse) {
   constexpr off_t terabyte = off_t{1} << 40;
   host::writeSparse(kFile, terabyte, {{0, "key=1\na"}});
@@ -744,6 +763,11 @@ TEST_F(LineEditorTest, ACommitAfterACommitOrADiscardFailsAndChangesNothing) {
   LineEditor committed(kFile);
   committed.writeLine("one");
   EXPECT_THAT(committed.commit(), HasCode(status::success));
+  EXPECT_THAT(committed.status(), HasCode(status::writeError));
+  host::writeFile(kTemporary, "of another editor");
+  committed.discard();
+  EXPECT_EQ(host::readFile(kTemporary), "of another editor");
+  host::remove(kTemporary);
   committed.writeLine("two");
   EXPECT_THAT(committed.commit(), HasCode(status::writeError));
   LineEditor discarded(kFile);

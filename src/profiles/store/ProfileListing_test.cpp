@@ -1,14 +1,18 @@
 // Tests of listing the store and repairing its names, of unique names, and of the choice of a new name.
 #include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <random>
 
+#include "base/system/UniqueFd.h"
 #include "command/status/AppStatusCodes.h"
 #include "profiles/store/ProfileStore.h"
 #include "testing/faults/FaultInjector.h"
+#include "testing/models/SkippedPauses.h"
 #include "testing/run/HostTest.h"
 
 namespace {
@@ -214,6 +218,19 @@ TEST_F(NameRepairTest, AProfileThatVanishesBeforeItsRepairIsNotListed) {
     const std::vector<std::string> calls = armed.calls();
     opensTheName = static_cast<std::size_t>(std::find(calls.begin(), calls.end(), "flock") - calls.begin());
   }
+}
+
+TEST_F(NameRepairTest, ANameThatStaysLockedIsListedAsRepairedButNotWritten) {
+  std::vector<UniqueFd> locks;
+  for (const std::string dirname : {"profile-1", "profile-2"}) {
+    host::makeProfile(dirname, "lab");
+    const std::string file = host::kProfiles + dirname + "/profile_name";
+    locks.emplace_back(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(::flock(locks.back().get(), LOCK_EX), 0);
+  }
+  const SkippedPauses skipped;
+  EXPECT_THAT(listedNames(), ElementsAre("lab", "lab#2"));
+  EXPECT_EQ(nameOnDisk("profile-1") + nameOnDisk("profile-2"), "lab\nlab\n");
 }
 
 TEST_F(NameRepairTest, ADirectoryInThePlaceOfANameFileFailsTheListingAndIsKept) {

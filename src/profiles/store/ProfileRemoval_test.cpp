@@ -286,17 +286,6 @@ TEST_F(ProfileRemovalTest, AnotherDeleteOfTheProfileIsWaitedFor) {
   EXPECT_EQ(store(), "");
 }
 
-TEST_F(ProfileRemovalTest, AnotherDeleteIsWaitedForTenSecondsAtMost) {
-  prepare();
-  const std::string before = store();
-  const UniqueFd lock(::open(kDir, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
-  const SkippedPauses skipped;
-  EXPECT_THAT(removeIt(), HasCode(status::applicationError));
-  EXPECT_EQ(skipped.total(), std::chrono::seconds(10));
-  EXPECT_EQ(store(), before);
-}
-
 TEST_F(ProfileRemovalTest, WithoutAFreeNumberBelowAMillionTheProfileIsRemovedInPlace) {
   prepare();
   const ArmedFaults armed(FaultPlan{1, true, EEXIST, {"renameat2"}});
