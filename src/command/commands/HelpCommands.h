@@ -2,7 +2,7 @@
 // printed from its row of the command table and from its parameters, so that it matches what the command accepts. The
 // usage page, the summary, the category pages and the list of result fields are fixed texts in HelpCommands.cpp.
 //
-// These commands always succeed and print plain lines. The entry of one command begins with an empty line:
+// These commands always succeed and print plain lines. The entry of one command begins with an empty line. An example:
 //
 //   NAME
 //           profile rename - Changes the name of the profile.  ...
@@ -34,7 +34,7 @@ class Hipcmd_Usage : public RavctlCommandInstance {
 // help, help CATEGORY, help COMMAND WORDS. The constructor sets the quiet mode, so the text has no status lines unless
 // "--verbose" is given.
 //
-// The first match of these decides what is printed; output-mode words are skipped:
+// Output-mode words are skipped. The first match of these decides what is printed:
 //   no word                                      the summary page
 //   two words that name a command or its alias   the entry of that command
 //   the first word is a category                 the page of that category

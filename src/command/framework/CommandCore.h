@@ -68,7 +68,7 @@ class RavctlCommandInstance {
 };
 
 // Binds the members of a JSON object, in order, to the parameters of the command with the same keys. The member
-// "command_name" is skipped.
+// "command_name" is skipped. A null pointer counts as an object without members.
 // Statuses: success (code 1), or "invalid argument" with the context "bind_json_args". The first failure ends the
 // binding; values that were bound before it remain set. The details of a failure are:
 //   "disregarding unused input: KEY"           the command has no such parameter; despite its text this is a failure
@@ -77,8 +77,8 @@ class RavctlCommandInstance {
 //                                              singleWordPresent or singleWordAbsent (see InputParams.h)
 //   "illegal value presented: JSON"            a parameter does not accept the value
 //   "illegal or missing parameter: KEY"        all members are bound, but this required parameter has no value
-// If a parameter is not a single word and takes no value either, binding it logs an error and fails without details and
-// context.
+// If a parameter is not a single word and takes no value either, binding it logs an error and returns "invalid
+// argument" without details and context.
 Status bind_json_args(RavctlCommandInstance& command, const jsObject* args);
 
 // Binds command words, which are given as texts or as a JSON array of strings. The first `consumed` words name the

@@ -108,5 +108,5 @@ constexpr bool isSignalOutcome(int outcome) { return outcome >= 2000 && outcome 
 // interruption by a signal. Returns waitFailedOutcome for a negative pid without waiting.
 int waitForChild(int pid);
 
-// Turns a wait status of waitpid(2) into an outcome.
+// Turns a wait status of waitpid(2) into an outcome. A status of a child that continues gives waitFailedOutcome.
 int outcomeOfWaitStatus(int waitStatus);

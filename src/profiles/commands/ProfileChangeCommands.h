@@ -1,4 +1,9 @@
 // The commands on existing profiles. ProfileChanges.h documents the operations behind them.
+//
+// `profile modify` and `profile rename` call ensureActiveProfile() first, and continue if it fails. `profile delete`
+// calls it after a successful deletion and ignores its failure. `profile activate` calls it only if ".current" or
+// "--active" selects the active profile and the directory of that profile is missing. Without authorization they
+// never call it.
 #pragma once
 
 #include <string_view>

@@ -1,5 +1,6 @@
 // The commands that list, show and create profiles. ProfileControl.h documents the operations behind them; this header
-// declares their parameters and results.
+// declares their parameters and results. `list profiles` and `profile details` call ensureActiveProfile() first, and
+// continue if it fails.
 #pragma once
 
 #include <string>

@@ -10,14 +10,16 @@
 //   device_id          its first line that is not blank
 //
 // Functions take the name of a profile's directory. An empty name is never joined to a path: readers find nothing, and
-// writers return "invalid argument" once they have something to write.
+// writers return "invalid argument" once they have something to write. changeHelmsor has nothing to write before it has
+// read the old host.
 //
 // Readers clear their output first and take the first line that has the key, trimmed (see ConfigLines.h). They return
 // false if no line has it. They return values of endbox.conf and mapconfig.static in plain ASCII: every byte of 128 and
 // above becomes "?".
 //
 // setInterface, setInvitation and setLogLevel return the statuses of ConfigLines::setKeys and those documented with
-// them. The writers of the Helmsor address replace the whole file and document their own statuses.
+// them. The writers of the Helmsor address replace the whole file and document their own statuses. They do not
+// check the host, which must have no control byte (see ProfileTexts.h).
 #pragma once
 
 #include <cstdint>
@@ -54,8 +56,9 @@ bool readHelmsor(std::string_view dirname, HelmsorAddress& address);
 // Status: "invalid argument" for an empty interface name.
 Status setInterface(std::string_view dirname, const std::string& name);
 
-// Trims blanks off both ends of the invitation and writes it. An empty invitation changes nothing. "###" is the
-// sentinel by which a user clears the invitation: it removes the line, and does nothing if the file is missing.
+// Trims blanks and control bytes off both ends of the invitation and writes it. If nothing remains, changes nothing.
+// "###" is the sentinel by which a user clears the invitation: it removes the line, and does nothing if the file is
+// missing.
 constexpr std::string_view clearInvitation = "###";
 Status setInvitation(std::string_view dirname, const std::string& invitation);
 

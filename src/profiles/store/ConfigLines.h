@@ -14,9 +14,9 @@
 // symbolic link is replaced by a regular file. After any failure the old file is unchanged, and the new one is removed
 // if that is possible.
 // Other processes: setKeys and removeKey hold the FileLock of the path for their one pass, and the lock of the
-// temporary file (see ReplacementFile.h), which nobody else can take away. They wait at most ten seconds for other
-// holders; all edits in the scope of an EditLimit together do. If no FileLock can be taken (no lock directory, no
-// permission), they edit without one; so they do if somebody else may write in the lock directory.
+// temporary file (see ReplacementFile.h), which nobody else can take away. Each waits at most ten seconds for other
+// holders; all edits in the scope of an EditLimit wait at most ten seconds together. They edit without a FileLock if
+// none can be taken (no lock directory, no permission), and if somebody else may write in the lock directory.
 #pragma once
 
 #include <string>
@@ -41,7 +41,7 @@ class EditLimit {
   EditLimit(const EditLimit&) = delete;
   EditLimit& operator=(const EditLimit&) = delete;
 
-  // Returns when the wait of an edit that begins now ends.
+  // Returns the time until which an edit that begins now waits for other holders.
   static std::chrono::steady_clock::time_point deadline();
 
  private:
@@ -80,7 +80,7 @@ Status removeKey(const std::string& path, const std::string& key);
 // On disk: the editor writes the new content to a ReplacementFile, `path` + ".temp", which it makes before it opens the
 // old file. The new file gets the owner of the old one, exactly its extended attributes (access lists, labels), and its
 // nine permission bits, in this order; until then its mode is 0600. If the owner, the group or the access list cannot
-// be kept, it loses the bits of group and others, so that an edit opens a file to nobody. Any other attribute that
+// be kept, it loses the bits of group and others, so that an edit gives nobody more access. Any other attribute that
 // cannot be kept is no failure. Without an old file it gets mode 0644 and what the system lets it inherit from the
 // directory.
 // Other processes: the lock of the new file keeps other editors away; the editor waits for them until `deadline`. If
@@ -110,10 +110,11 @@ class LineEditor {
   // Replaces the old file by the new content: sets owner, attributes and mode, syncs the new file to the device, then
   // renames it. Statuses: the first failure of "invalid argument" (empty path), "file open" (the old file exists but
   // cannot be opened, or the temporary file cannot be created), "file read", "file write" (also if only the sync or the
-  // close fails), "chmod", "rename". A second commit, or one after discard, returns "file write".
+  // close fails), "chmod", "rename". A second commit, or one after discard, returns the first failure, or
+  // "file write" if there was none.
   Status commit();
 
-  // Returns the first failure so far, or success.
+  // Returns the first failure so far, or success. After a commit or a discard without a failure it is "file write".
   const Status& status() const { return status_; }
 
   // Drops the new content and removes the temporary file; the old file stays. Does nothing after a commit.

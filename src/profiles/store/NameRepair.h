@@ -20,17 +20,17 @@ class NameRepair {
  public:
   enum class Result {
     done,        // the name is on the disk
-    notWritten,  // another process kept the lock, or somebody else may write in the directory and the write failed
+    notWritten,  // another process kept the lock, or the repair failed where somebody else may write in the directory
     gone,        // the directory has gone
-    failed,
+    failed,      // any other failure
   };
 
   // Returns the name for a profile whose file holds `found`, which is empty if it holds none. It may be `found` itself.
   using Choose = std::function<std::string(const std::string& found)>;
 
-  // Repairs the name of the profile in the directory `dir`. `listed` is what its file held before; it names the profile
-  // if the file cannot be written. Sets `name`, which means nothing if the result is gone or failed. All repairs of one
-  // object together wait for locks for one second at most.
+  // Repairs the name of the profile in the directory `dir`. `listed` is what its file held before. Sets `name` to the
+  // new name, or to the name chosen for `listed` if the result is notWritten; `name` means nothing if the result is
+  // gone or failed. All repairs of one object together wait for locks for one second at most.
   Result run(const std::string& dir, const std::string& listed, const Choose& choose, std::string& name);
 
  private:

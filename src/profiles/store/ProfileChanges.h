@@ -3,8 +3,8 @@
 //   std::string name;
 //   Status s = ProfileChanges::activateProfile("lab", "systemd", name);
 //
-// Each operation first calls isAuthorized(); if that refuses, it returns "authentication error ..." and changes
-// nothing. Then it resolves its selector; if the resolution fails, it returns that status (see
+// Each operation clears its output and calls isAuthorized(); if that refuses, it returns "authentication error ..." and
+// changes nothing. Then it resolves its selector; if the resolution fails, it returns that status (see
 // ProfileStore::resolveSelector). Every operation except resetProfile returns "invalid argument" for the factory
 // template. `initSystem` is the name of a backend (see SystemSpecificImpl.h).
 #pragma once
@@ -24,7 +24,8 @@ namespace ProfileChanges {
 //   - for any other profile, stops the daemon whatever its state, makes the profile active and starts the daemon.
 // Sets `name` to the display name. Statuses: that of the start, since a failed stop or switch is not reported; "invalid
 // argument" for an empty selector; "profile not found" if the active profile is selected and its directory is missing,
-// so that the daemon is never started on nothing.
+// so that the daemon is never started without a
+// profile. A failed start sets `name` too.
 Status activateProfile(const std::string& selector, const std::string& initSystem, std::string& name);
 
 // Removes the profile's directory and everything in it. If the directory is a symbolic link, removes the link alone. If
@@ -35,8 +36,9 @@ Status activateProfile(const std::string& selector, const std::string& initSyste
 Status deleteProfile(const std::string& selector);
 
 // Changes the display name of a profile, even while the profile is active and running. Sets `name` to the resulting
-// name. Statuses: "invalid argument (profile name not provided)"; "invalid argument (invalid profile name)" for a name
-// with a control byte inside and for a name that already selects a profile, even this one; those of the write.
+// name on success. Statuses: "invalid argument (profile name not provided)"; "invalid argument (invalid profile name)"
+// for a name with a control byte inside, and for a name with which resolveSelector returns anything but "profile not
+// found", so for every listed name, even that of this profile, and for "dir="; those of the write.
 Status renameProfile(const std::string& selector, const std::string& newName, std::string& name);
 
 // Removes the files in which the daemon keeps its state, but nothing behind an untrusted link in the place of the
@@ -65,9 +67,10 @@ struct Modification {
 //
 // Statuses: "invalid argument" for a refused name or a control byte, and for the selector of the active profile if none
 // is active (nothing changes then); "invalid argument" also for an empty interface, while the other changes are made;
-// "application error (invalid log_level value)"; those of the writes, of the stop and of the start. The first failure
-// is returned. If the Helmsor address or the level fails, the later changes are skipped, the profile does not become
-// active, and a daemon that did not run is not started. Other failures skip nothing.
+// "application error (invalid log_level value)"; "application error" if the profile cannot be made active; those of the
+// writes, of the stop and of the start. The first failure is returned. If the Helmsor address or the level fails, the
+// later changes are skipped, the profile does not become active, and a daemon that did not run is not started. Other
+// failures skip nothing.
 Status modifyProfile(const std::string& selector, const Modification& wanted, ProfileDetails& details);
 
 }  // namespace ProfileChanges

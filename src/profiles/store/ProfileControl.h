@@ -73,14 +73,15 @@ Status createProfile(const NewProfile& wanted, CreatedProfile& made);
 // Ensures that there is an active profile. Keeps the active profile if it has a hip.conf; otherwise makes the first
 // profile by name active; if there is none, or if the store cannot be listed, creates and activates one named
 // "profile". The directory of a kept or elected profile becomes the working directory, but not that of a created one.
-// Statuses: success; "application error" if `.current` cannot be written; those of createProfile.
+// A failure to enter the directory is ignored. Statuses: success; "application error" if `.current` cannot be written;
+// those of createProfile.
 Status ensureActiveProfile();
 // Does the same for a command that starts the daemon on the active profile. `initSystem` is the backend that starts the
 // daemon on a created profile, but only if that profile became active. `made` is the created profile, if there is one.
 Status ensureActiveProfile(const std::string& initSystem, CreatedProfile& made);
 
-// Returns true if `.current` names no existing directory, also if it is missing or empty. Returns false if it cannot be
-// read.
+// Returns true if `.current` names no existing directory, also if it is missing or empty. Returns false if
+// `.current` cannot be read.
 bool isActiveDirectoryMissing();
 
 }  // namespace ProfileControl

@@ -10,7 +10,8 @@
 //   4. remove the name file and the directory               a directory that no listing shows, for a later delete
 // Step 3 takes the profile out of the store at one moment: a listing sees it whole or not at all, and gives no name to
 // a directory that is just being removed. From then on the profile is deleted, whatever is left. Where the system or
-// the file system has no such rename, step 4 removes the name file and the directory in their place.
+// the file system has no such rename, or all numbers are taken, step 4 removes the name file and the directory without
+// a rename.
 // Other processes: a delete waits for another one of the same profile for ten seconds at most.
 #pragma once
 

@@ -9,8 +9,9 @@
 //   /etc/zuv/profiles/profile-123123/   a profile; the first line of its `profile_name` (0640) is the display name
 //
 // Nothing is cached in memory: every call reads the disk. Functions clear their output arguments first.
-// Repair: a profile without a readable name gets one, and of two equal names one gets a "#" and a number, as soon as a
-// function reads them. This is deliberate; it means that reading the store may write to it.
+// Repair: a profile without a readable name gets one as soon as a function other than readActiveRecord reads it, and of
+// two equal names one gets a "#" and a number as soon as a function lists them. This is deliberate; it means that
+// reading the store may write to it.
 // Hostile input: everybody can write `.current`. A name in it that contains "/" or a zero byte, or begins with ".",
 // counts as empty, and an empty directory name is never joined to a path.
 // Other processes: the store as a whole has no lock; writers of the same file take turns (FileWriter). Two processes
@@ -57,7 +58,8 @@ class ProfileListing {
   // profiles. The directory `without` is neither listed nor repaired, and its name does not count as taken. Repair
   // takes two steps, each in the order in which the system lists the directory: first, each profile with the name of an
   // earlier profile gets a unique name; then each profile without a name gets "profile", made unique. Returns false if
-  // the root cannot be listed or a repair cannot be written; sorted() is then undefined.
+  // the root cannot be listed or a repair fails (NameRepair::Result::failed); sorted() is then undefined. A name that
+  // is not written for another reason is listed as repaired.
   bool read(std::string_view without = {});
 
   // The entries belong to the listing. The caller may take their texts.
@@ -103,11 +105,12 @@ bool copyFileInActiveProfile(std::string_view filename, char* buffer, std::size_
 // --- Names
 
 // Reads the display name of the profile in `dir`. If there is no readable name and `dir` is a real directory, writes
-// the name "profile" to the disk and returns it. Otherwise, or if that write fails, returns false and an empty name.
+// the name "profile" to the disk and returns it. Otherwise, or if that write fails in a directory of our own, returns
+// false and an empty name.
 bool readProfileName(const std::string& dir, std::string& name);
 
-// Writes a display name, mode 0640. Statuses: those of FileUtils::writeStoreLine; "invalid argument" for an empty
-// dirname.
+// Writes a display name, mode 0640. The name must have no control byte; it is not checked. Statuses: those of
+// FileUtils::writeStoreLine; "invalid argument" for an empty dirname.
 Status writeProfileName(std::string_view dirname, const std::string& name);
 
 // Returns `base` if it is not in use; otherwise the first of `base`#2, `base`#3, ... `base`#999999 that is not in use;
@@ -159,7 +162,7 @@ bool newProfileDirectory(std::string& dir, std::string& dirname);
 
 // Finds the profile that a user's text selects:
 //   "", ".current", "--active"   the active one
-//   "dir=" and a directory name  the profile in that directory; a plain name, not a path
+//   "dir=" and a directory name  the profile in that directory; a plain name or ".factory", not a path
 //   ".factory"                   the template
 //   anything else                the profile of exactly that display name
 // Statuses: "success", "profile is active" and "profile is currently running", which are all successes; "profile not

@@ -6,8 +6,9 @@
 
 #include "command/framework/CommandCore.h"
 
-// list log SELECTOR, show log SELECTOR. Statuses: those of ProfileStore::resolveSelector and readLogExcerpt. The
-// profile name is reported only with plain success.
+// list log SELECTOR, show log SELECTOR. A text that names no level means the level info. Statuses: the failures of
+// ProfileStore::resolveSelector; otherwise those of readLogExcerpt. The profile name is reported only with plain
+// success.
 class Hipcmd_GetHipLog : public RavctlCommandInstance {
  public:
   explicit Hipcmd_GetHipLog(std::string_view selector);

@@ -34,8 +34,8 @@ struct ServiceStatus {
   RunState tunnel = RunState::unknown;   // running: a tunnel to at least one peer
 };
 
-// Reads the whole report. It reads the file twice, and the daemon may rewrite the file in between. Returns "application
-// error" if the second reading lacks "uptime.now" or "uptime.started" although the first one had both, and success in
-// every other case. Helmsor and tunnel are unknown unless the daemon runs, and also in its first 4 seconds and while it
-// does not report its state.
+// Reads the whole report. If the daemon runs by a first reading, it reads the file again, and the daemon may rewrite
+// the file in between. Returns "application error" if the second reading lacks "uptime.now" or "uptime.started", and
+// success in every other case. Helmsor and tunnel are unknown unless the daemon runs, and also in its first 4 seconds
+// and while it does not report its state. Each is also unknown if the file lacks its key.
 Status readServiceStatus(const std::string& variablesFile, ServiceStatus& report);
