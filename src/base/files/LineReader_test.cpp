@@ -236,7 +236,7 @@ TEST_F(LineReaderTest, DataOfASparseFileAreReadIn64KibAtATime) {
 TEST_F(LineReaderTest, AReadHas64KibAtMostAndOnlyASparseFileIsSearchedForHoles) {
   constexpr off_t most = 65536;
   std::string lines;
-  while (lines.size() < 2 * most + 16) lines += std::string(15, 'x') + "\n";
+  while (lines.size() < 64 * most) lines += std::string(15, 'x') + "\n";
   const struct {
     const char* why;
     off_t size;
@@ -248,7 +248,8 @@ TEST_F(LineReaderTest, AReadHas64KibAtMostAndOnlyASparseFileIsSearchedForHoles) 
       {"one read, with a hole", most, {{0, "x\n"}}, 1, false},
       {"two reads", 2 * most, {{0, lines.substr(0, 2 * most)}}, 2, false},
       {"two reads of data, and two in a hole of one page", 2 * most, {{0, lines.substr(0, 2 * most - 4096)}}, 4, true},
-      {"three reads", 2 * most + 16, {{0, lines}}, 3, false},
+      {"a hole of one page in 4 MiB", 64 * most, {{0, lines.substr(0, 64 * most - 4096)}}, 66, true},
+      {"three reads", 2 * most + 1, {{0, lines.substr(0, 2 * most + 1)}}, 3, false},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
@@ -268,7 +269,8 @@ TEST_F(LineReaderTest, AFileOfUnknownSizeIsReadFourKibibytesAtATime) {
   OpenedFile file;
   ASSERT_TRUE(openAnyForReading(kFile, file));
   std::string lines;
-  while (lines.size() < 8208) lines += std::string(15, 'x') + "\n";
+  while (lines.size() < 8192) lines += std::string(15, 'x') + "\n";
+  lines += 'x';
   UniqueFd writer(::open(kFile, O_WRONLY | O_CLOEXEC));
   ASSERT_TRUE(writeFully(writer.get(), lines));
   writer.reset();
