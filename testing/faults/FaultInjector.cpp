@@ -210,13 +210,30 @@ std::vector<std::string> openDescriptors() {
   return open;
 }
 
+// Returns the open descriptors that a program would inherit. Does not change errno.
+static std::vector<int> inheritedDescriptors() {
+  const int error = errno;
+  std::vector<int> inherited;
+  for (int fd = 0; fd < 256; ++fd) {
+    if (::fcntl(fd, F_GETFD) == 0) inherited.push_back(fd);
+  }
+  errno = error;
+  return inherited;
+}
+
 std::vector<std::string> fault_loop::run(const FaultLoop& loop, const FaultPlan& plan,
                                          const std::function<void()>& operation) {
   if (loop.prepare) loop.prepare();
   const std::vector<std::string> before = openDescriptors();
   std::vector<std::string> calls;
   {
-    const ArmedFaults armed(plan);
+    FaultPlan watching = plan;
+    if (plan.at == 0 && !plan.before) {
+      watching.before = [inherited = inheritedDescriptors()](std::size_t call) {
+        EXPECT_EQ(inheritedDescriptors(), inherited) << "a descriptor is not close-on-exec before call " << call;
+      };
+    }
+    const ArmedFaults armed(watching);
     operation();
     calls = armed.calls();
   }

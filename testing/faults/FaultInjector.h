@@ -85,7 +85,8 @@ std::string describe(const Fault& fault, const FaultLoop& loop, const std::vecto
 // - once without a fault, to count its calls, which are the steps
 // - for each step once with only that call failing, and once with that call and all later calls failing
 // After each run it calls check(result, fault) with the return value of `operation`. The test fails if a run leaves a
-// descriptor open. Returns the number of steps of the run without a fault.
+// descriptor open, or if one is not close-on-exec before a call of the run without a fault. Returns the number of steps
+// of the run without a fault.
 template <typename Operation, typename Check>
 std::size_t forEachFault(const FaultLoop& loop, Operation operation, Check check) {
   auto runWith = [&](Fault fault) {

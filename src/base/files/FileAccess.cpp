@@ -61,9 +61,9 @@ UniqueFd openAnyToWrite(const std::string& path) {
 
 // Opens a file of the store to write it, and to read it if it is readable.
 StoreFile openOfStore(int directoryFd, const char* path, int flags, mode_t mode) {
-  StoreFile file = openInStore(directoryFd, path, O_RDWR | flags, mode, Follow::trusted);
+  StoreFile file = openInStore(directoryFd, path, O_RDWR | flags, Follow::trusted, mode);
   if (file.fd.isOpen() || errno != EACCES) return file;
-  return openInStore(directoryFd, path, O_WRONLY | flags, mode, Follow::trusted);
+  return openInStore(directoryFd, path, O_WRONLY | flags, Follow::trusted, mode);
 }
 
 StoreFile openToWrite(const std::string& path, int flags, mode_t mode, Access access) {
@@ -109,7 +109,7 @@ bool lookAt(const std::string& path, struct stat& info) {
 }
 
 [[gnu::hot]] bool openForReading(int directoryFd, const char* path, OpenedFile& file, Follow follow) {
-  StoreFile found = openInStore(directoryFd, path, O_RDONLY, 0, follow);
+  StoreFile found = openInStore(directoryFd, path, O_RDONLY, follow);
   if (!found.fd.isOpen()) return false;
   if (!isAccepted(found.info)) {
     errno = EINVAL;

@@ -80,7 +80,7 @@ FileLock::FileLock(const std::string& path, milliseconds limit) : lockName_(lock
 
 bool FileLock::isDirectoryOurs() {
   const std::string inside = FileUtils::lockDir() + '.';
-  const StoreFile directory = openInStore(AT_FDCWD, inside.c_str(), O_PATH | O_DIRECTORY, 0, Follow::trusted);
+  const StoreFile directory = openInStore(AT_FDCWD, inside.c_str(), O_PATH | O_DIRECTORY, Follow::trusted);
   return directory.fd.isOpen() && !othersMayWrite(directory.fd.get(), directory.info);
 }
 

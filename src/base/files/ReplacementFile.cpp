@@ -38,7 +38,7 @@ std::string insideDirectoryOf(const std::string& path) {
 
 Status ReplacementFile::make(const std::string& path, Clock::time_point deadline) {
   remove();
-  directory_ = openInStore(AT_FDCWD, insideDirectoryOf(path).c_str(), O_PATH | O_DIRECTORY, 0, Follow::trusted);
+  directory_ = openInStore(AT_FDCWD, insideDirectoryOf(path).c_str(), O_PATH | O_DIRECTORY, Follow::trusted);
   if (!directory_.fd.isOpen()) return Status::of(status::openError);
   oldName_ = std::string(StringUtils::lastComponent(path));
   newName_ = oldName_ + ".temp";
@@ -56,7 +56,7 @@ Status ReplacementFile::make(const std::string& path, Clock::time_point deadline
 }
 
 ReplacementFile::Attempt ReplacementFile::tryOnce() {
-  constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+  constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;  // O_EXCL follows no link
   UniqueFd fd(uninterrupted([&] { return ::openat(directory(), newName_.c_str(), flags, newFileMode); }));
   if (!fd.isOpen()) return errno == EEXIST ? makeWay() : Attempt::failed;
   if (!tryLock(fd.get())) return Attempt::busy;  // somebody takes it for left over

@@ -81,6 +81,12 @@ TEST_F(ReplacementFileTest, WhatLiesInTheWayIsRemovedAtOnceAndNeverFollowed) {
   }
 }
 
+TEST_F(ReplacementFileTest, TheNewFileIsCloseOnExec) {
+  ReplacementFile file;
+  ASSERT_THAT(file.make(kFile, in(5000)), HasCode(status::success));
+  EXPECT_EQ(::fcntl(file.fd(), F_GETFD), FD_CLOEXEC);
+}
+
 TEST_F(ReplacementFileTest, ADirectoryInTheWayStaysAndIsAnError) {
   host::makeDirs(kNew);
   ReplacementFile file;

@@ -205,7 +205,7 @@ bool isNullDevice(const struct stat& info) { return S_ISCHR(info.st_mode) && inf
 
 // The functions that read a one-line file of the store are [[gnu::hot]], here, in other files of this folder and in
 // ProfileStore.cpp. The linker puts such functions side by side, which saves two of the 35 page faults of a start.
-[[gnu::hot]] StoreFile openInStore(int directoryFd, const char* path, int flags, mode_t mode, Follow follow) {
+[[gnu::hot]] StoreFile openInStore(int directoryFd, const char* path, int flags, Follow follow, mode_t mode) {
   StoreFile file;
   file.start = directoryFd;
   file.name = path;
@@ -231,5 +231,5 @@ bool othersMayWrite(int directoryFd, const struct stat& directory) {
 }
 
 bool leadsOverUntrustedLink(const std::string& path) {
-  return !openInStore(AT_FDCWD, path.c_str(), O_PATH, 0, Follow::trusted).fd.isOpen() && errno == ELOOP;
+  return !openInStore(AT_FDCWD, path.c_str(), O_PATH, Follow::trusted).fd.isOpen() && errno == ELOOP;
 }

@@ -1,7 +1,7 @@
 // StoreOpener: opens files of the store. Parts of the store may belong to somebody else, who could choose by a link
 // which file root reads, copies or changes. So the way to every file of the store is walked by this one function.
 //
-//   StoreFile file = openInStore(AT_FDCWD, "/etc/zuv/profiles/profile-7/hip.conf", O_RDONLY, 0, Follow::forReading);
+//   StoreFile file = openInStore(AT_FDCWD, "/etc/zuv/profiles/profile-7/hip.conf", O_RDONLY, Follow::forReading);
 //   if (!file.fd.isOpen()) return ...;                  // errno holds the reason; ELOOP: a link that is not followed
 //
 // A link is trusted if root or our own user owns both the link and the directory in which it lies, and if nobody else
@@ -53,7 +53,7 @@ bool isNullDevice(const struct stat& info);
 // a stat has shown that it may be: to open a device can already have an effect. Nor is a file opened there unless
 // statfs shows that it is not in /proc, which has endless files that stat reports as regular. On failure `fd` is not
 // open and errno holds the reason.
-StoreFile openInStore(int directoryFd, const char* path, int flags, mode_t mode, Follow follow);
+StoreFile openInStore(int directoryFd, const char* path, int flags, Follow follow, mode_t mode = 0);
 
 // Returns true if somebody other than root and our own user may write in an open directory.
 bool othersMayWrite(int directoryFd, const struct stat& directory);

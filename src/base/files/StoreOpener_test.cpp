@@ -41,7 +41,7 @@ class StoreOpenerTest : public HostTest {
     std::optional<ArmedFaults> armed;
     if (system.error != 0) armed.emplace(FaultPlan{1, false, system.error, {"openat"}});
     errno = 0;
-    return openInStore(AT_FDCWD, path.c_str(), flags, 0640, follow);
+    return openInStore(AT_FDCWD, path.c_str(), flags, follow, 0640);
   }
 
   static int errorOf(const System& system, const std::string& path, int flags, Follow follow) {
@@ -330,7 +330,7 @@ TEST_F(StoreOpenerTest, ALinkThatIsSwappedAtAnyStepNeverOpensRootsFile) {
         giveLink(kStranger, kFile);
       };
       const ArmedFaults armed(plan);
-      const StoreFile file = openInStore(AT_FDCWD, kLink, O_RDONLY, 0, Follow::forReading);
+      const StoreFile file = openInStore(AT_FDCWD, kLink, O_RDONLY, Follow::forReading);
       EXPECT_FALSE(file.fd.isOpen() && isSameFile(file.info, secret));
       if (at == 1) steps = 20;
       steps = std::min(steps, std::max<std::size_t>(armed.count(), at));
@@ -354,7 +354,7 @@ TEST_F(StoreOpenerTest, ATrustedLinkThatBecomesAFileIsRefusedOrReadAsThatFile) {
       host::writeFile(kLink, "a file of root's");
     };
     const ArmedFaults armed(plan);
-    if (openInStore(AT_FDCWD, kLink, O_RDONLY, 0, Follow::trusted).fd.isOpen()) continue;
+    if (openInStore(AT_FDCWD, kLink, O_RDONLY, Follow::trusted).fd.isOpen()) continue;
     EXPECT_EQ(errno, ELOOP);
     ++refusals;
   }
@@ -369,7 +369,7 @@ TEST_F(StoreOpenerTest, AnOwnersFileThatGetsASecondNameBeforeItIsOpenedIsNotRead
   plan.calls = {"open"};  // the one of the path in /proc
   plan.before = [](std::size_t) { ASSERT_EQ(::link(kHisFile, "/etc/zuv/second name"), 0); };
   const ArmedFaults armed(plan);
-  EXPECT_FALSE(openInStore(AT_FDCWD, kLink, O_RDONLY, 0, Follow::forReading).fd.isOpen());
+  EXPECT_FALSE(openInStore(AT_FDCWD, kLink, O_RDONLY, Follow::forReading).fd.isOpen());
   EXPECT_EQ(errno, ELOOP);
   EXPECT_EQ(armed.count(), 1u);
 }
@@ -417,7 +417,7 @@ TEST_F(StoreOpenerTest, AFileOfProcIsNotReadOverALinkOfItsOwnOwner) {
   ASSERT_EQ(info.st_uid, kStranger);
   prepare();
   giveLinkAndDirectory(kStranger, process.statusFile());
-  EXPECT_FALSE(openInStore(AT_FDCWD, kLink, O_RDONLY, 0, Follow::forReading).fd.isOpen());
+  EXPECT_FALSE(openInStore(AT_FDCWD, kLink, O_RDONLY, Follow::forReading).fd.isOpen());
   EXPECT_EQ(errno, ELOOP);
 }
 
@@ -425,9 +425,9 @@ TEST_F(StoreOpenerTest, AFileOfAnUnknownFileSystemIsNotReadOverAnOwnersLink) {
   SKIP_WITHOUT_OTHER_USERS();
   prepare();
   giveLinkAndDirectory(kStranger, kHisFile);
-  EXPECT_TRUE(openInStore(AT_FDCWD, kLink, O_RDONLY, 0, Follow::forReading).fd.isOpen());
+  EXPECT_TRUE(openInStore(AT_FDCWD, kLink, O_RDONLY, Follow::forReading).fd.isOpen());
   const ArmedFaults armed{FaultPlan{1, true, ENOSYS, {"fstatfs"}}};
-  EXPECT_FALSE(openInStore(AT_FDCWD, kLink, O_RDONLY, 0, Follow::forReading).fd.isOpen());
+  EXPECT_FALSE(openInStore(AT_FDCWD, kLink, O_RDONLY, Follow::forReading).fd.isOpen());
   EXPECT_EQ(errno, ENOSYS);
 }
 
@@ -467,7 +467,7 @@ TEST_F(StoreOpenerTest, OthersMayWriteWhereTheOwnerTheModeOrAnAccessListLetsThem
     ASSERT_EQ(::chown("/etc/zuv/dir", c.owner, c.group), 0);
     host::setMode("/etc/zuv/dir", c.mode);
     if (c.hasList) setAccessList("/etc/zuv/dir");
-    const StoreFile directory = openInStore(AT_FDCWD, "/etc/zuv/dir", O_PATH, 0, Follow::trusted);
+    const StoreFile directory = openInStore(AT_FDCWD, "/etc/zuv/dir", O_PATH, Follow::trusted);
     EXPECT_EQ(othersMayWrite(directory.fd.get(), directory.info), c.mayWrite);
     ASSERT_EQ(::chdir("/etc/zuv/dir"), 0);
     EXPECT_EQ(othersMayWrite(AT_FDCWD, directory.info), c.mayWrite) << "as the working directory";
@@ -479,7 +479,7 @@ TEST_F(StoreOpenerTest, AFileSystemWithoutAccessListsHasNoneAndADirectoryThatCan
   host::makeDirs("/tmp/ram");
   if (::mount("ramfs", "/tmp/ram", "ramfs", 0, "mode=0775") != 0) GTEST_SKIP() << "needs a ramfs";
   {
-    const StoreFile directory = openInStore(AT_FDCWD, "/tmp/ram", O_PATH, 0, Follow::trusted);
+    const StoreFile directory = openInStore(AT_FDCWD, "/tmp/ram", O_PATH, Follow::trusted);
     EXPECT_EQ(directory.info.st_mode & 07777, 0775u);
     EXPECT_FALSE(othersMayWrite(directory.fd.get(), directory.info));
     constexpr int notOpen = 1000;
@@ -500,7 +500,7 @@ TEST_F(StoreOpenerTest, APathLeadsOverAnUntrustedLinkOnlyIfThereIsOne) {
 }
 
 void expectThatFaultsOpenNothing(const FaultLoop& loop) {
-  const auto open = [] { return openInStore(AT_FDCWD, kLink, O_RDONLY, 0, Follow::forReading).fd.isOpen(); };
+  const auto open = [] { return openInStore(AT_FDCWD, kLink, O_RDONLY, Follow::forReading).fd.isOpen(); };
   forEachFault(loop, open, [](bool isOpened, const Fault& fault) {
     if (fault.call == "close") {
       EXPECT_TRUE(isOpened || fault.fromThereOn) << "a close that fails has closed nevertheless";

@@ -56,7 +56,7 @@ bool writeName(FileWriter& writer, const std::string& name) {
 NameRepair::Result NameRepair::run(const std::string& dir, const std::string& listed, const Choose& choose,
                                    std::string& name) {
   if (deadline_ == Clock::time_point::min()) deadline_ = Clock::now() + longestWait;
-  const StoreFile directory = openInStore(AT_FDCWD, dir.c_str(), O_PATH | O_DIRECTORY, 0, Follow::trusted);
+  const StoreFile directory = openInStore(AT_FDCWD, dir.c_str(), O_PATH | O_DIRECTORY, Follow::trusted);
   if (!directory.fd.isOpen()) return errno == ENOENT || errno == ENOTDIR ? Result::gone : Result::failed;
   // In a directory of somebody else a failure must not stop the whole store.
   const Result failure = othersMayWrite(directory.fd.get(), directory.info) ? Result::notWritten : Result::failed;

@@ -37,12 +37,12 @@ Status beginChange(const std::string& selector, Template factory, ProfileRecord&
   return found;
 }
 
-// Opens the directory as the way to every file of the store, so that no untrusted link leads to another one. The dot
-// lets the profile itself be a trusted link. Failures are dropped: the daemon can start with its old state too.
+// The directory is opened in the same way as every file of the store, so that no untrusted link leads to another one.
+// The dot lets the profile itself be a trusted link. Failures are dropped: the daemon can start with its old state too.
 void removeStateFiles(const ProfileRecord& profile) {
   std::string path;
   if (!ProfileStore::fileInProfile(profile.dirname, ".", path)) return;
-  const StoreFile directory = openInStore(AT_FDCWD, path.c_str(), O_PATH, 0, Follow::trusted);
+  const StoreFile directory = openInStore(AT_FDCWD, path.c_str(), O_PATH, Follow::trusted);
   if (!directory.fd.isOpen()) return;
   for (const char* file : stateFiles) (void)::unlinkat(directory.fd.get(), file, 0);
 }
