@@ -9,7 +9,8 @@
 //   nothing.
 // - Without a fault a store of plain files gives the status of the model, and the files have the content of the model.
 // - With one failing call, or with all calls failing from one on, hip.conf and endbox.conf are complete, old or new. A
-//   success means that the files have the content of the model. A profile whose deletion failed keeps its name file.
+//   success means that the files have the content of the model. A profile whose deletion failed keeps its name file, if
+//   that is a regular file: the repair of a name removes anything else before it makes a new file.
 // Input: faults (fuzz::faults), the kind of error, then lines. A line has a letter, which says what happens, and
 // fields separated by "|". In a content, ";" stands for a line end. An operation with "!" behind its letter runs under
 // the faults.
@@ -53,9 +54,6 @@ constexpr int kMostOperations = 6;
 constexpr std::size_t kLongestField = 400;  // shorter than the pieces in which long lines are read
 constexpr uid_t kStranger = 1000;
 constexpr uid_t kOther = 1001;  // owns no directory and no link
-// The state files of the profile that `.current` names are removed by path, also through a link of a stranger. To be
-// taken out when they are removed through the opener of the store.
-constexpr bool kRemovesStateThroughLinks = true;
 
 constexpr const char* kOutside = "/etc/zuv/outside";
 constexpr const char* kOthersFile = "/etc/zuv/outside/other";  // hard links lead to it
@@ -557,7 +555,7 @@ void remove(Operation& operation, const Fields& fields) {
   require(removed <= 1, "a delete removes at most one profile");
   const std::string known = plainCandidate(operation, fields[0], {});
   if (!known.empty()) {
-    const bool hadName = fuzz::entryAt(operation.before, inStore(known, "profile_name")) != nullptr;
+    const bool hadName = contentAt(operation.before, inStore(known, "profile_name")).has_value();
     const bool hasName = fuzz::entryAt(operation.after, inStore(known, "profile_name")) != nullptr;
     if (operation.status.isSuccess()) {
       require(fuzz::entryAt(operation.after, inStore(known)) == nullptr, "a deleted profile is gone");
@@ -575,15 +573,9 @@ void remove(Operation& operation, const Fields& fields) {
   require(fuzz::entryAt(operation.after, inStore(selected.dirname)) == nullptr, "a deleted profile is gone");
 }
 
-void allowStateBehindLinks(Operation& operation, const std::string& selector) {
-  if (!kRemovesStateThroughLinks || !(selector.empty() || selector == ".current" || selector == "--active")) return;
-  for (const char* file : kStateFiles) operation.mayChange.insert(std::string(kOutside) + "/folder/" + file);
-}
-
 void reset(Operation& operation, const Fields& fields) {
   for (const std::string& dirname : candidates(operation, fields[0])) allowStateFiles(operation, dirname);
   allowStateFiles(operation, ".factory");
-  allowStateBehindLinks(operation, fields[0]);
   std::string name;
   run(operation, [&] { operation.status = ProfileChanges::resetProfile(fields[0], name); });
   if (!operation.isPlain) return;
@@ -688,7 +680,6 @@ void modify(Operation& operation, const Fields& fields) {
     allowFiles(operation, dirname, {"profile_name", "hip.conf", "endbox.conf", "mapconfig.static"});
     allowStateFiles(operation, dirname);
   }
-  allowStateBehindLinks(operation, fields[0]);
   if (wanted.activate) allow(operation, inStore(".current"));
   ProfileDetails details;
   run(operation, [&] { operation.status = ProfileChanges::modifyProfile(fields[0], wanted, details); });
