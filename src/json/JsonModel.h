@@ -9,7 +9,7 @@
 //   ScopedJson document(request);                      // releases the whole tree at the end of the scope
 //
 // A `jsObject*` points to a value of any kind. Every function accepts a null pointer and a value of the wrong kind. It
-// then returns null, 0, false, notFound or an empty text, and changes no value.
+// then returns null, 0, false, notFound or an empty text (isEmpty alone returns true), and changes no value.
 //
 // Ownership: the caller owns what a factory or a remove function returns. A caller that passes a value to a container
 // gives it away; a container that refuses a value releases it. A value is in at most one container, and only once.
@@ -125,7 +125,7 @@ constexpr std::ptrdiff_t notFound = -1;
 
 std::size_t memberCount(const jsObject* object);
 // The name of the member at `index`, or a view with a null pointer if the index is not below the count. A zero byte
-// follows the name in memory. The view is valid until the member is removed.
+// follows the name in memory. The view is valid until the member is removed or the object is released.
 std::string_view memberName(const jsObject* object, std::size_t index);
 // Null if the index is not below the count. The object still owns the value.
 jsObject* memberValue(const jsObject* object, std::size_t index);

@@ -68,7 +68,7 @@ class parserinfo : public TokenReceiver {
 };
 
 // Appends every top-level object of a text to the array `target`, which the caller still owns. A top-level value that
-// is not an object is not collected, and nothing after it is collected either.
+// is not an object is not collected, and nothing after it is collected either. Nor is anything after an error.
 class sequencer final : public TokenReceiver {
  public:
   explicit sequencer(jsObject* target);

@@ -21,7 +21,7 @@ namespace FileUtils {
 struct DirectoryListing {
   std::string path;
   Status status;
-  bool isComplete = true;  // false if the listing has reached its limit
+  bool isComplete = true;  // false if there are more entries than the limit
   std::vector<std::string> directories;
   std::vector<std::string> files;
   std::vector<std::string> linksToDirectories;

@@ -78,10 +78,10 @@ bool lookAt(const std::string& path, struct stat& info);
 // the file. It never lengthens a file that another program has cut in the meantime. A file that open created is removed
 // again unless finish succeeds. After keepOldBytes, an old file gets its old bytes back unless finish succeeds.
 // Other processes: writers of one file take turns, so that the file ends as one of them has written it. Each holds a
-// flock on the file from open until finish or its destruction. If the path of a file of the store no longer leads to
-// the file that open has locked, open starts over, but it takes the twentieth file. Anyone who can open the file can
-// hold that lock, so a writer waits for it for one second at most and then writes without it. On a file system without
-// locks it writes at once.
+// flock on the file from open until finish or its destruction. If another file takes the path of a file of the store
+// before open has locked it, open starts over. It does so 19 times at most and then writes the file that it has. Anyone
+// who can open the file can hold that lock, so a writer waits for it for one second at most and then writes without it.
+// On a file system without locks it writes at once.
 class FileWriter {
  public:
   using Clock = std::chrono::steady_clock;
@@ -100,7 +100,7 @@ class FileWriter {
   // waits for the lock until `deadline`. Returns false, with errno set, if the file cannot be opened: EWOULDBLOCK if
   // another holder kept the lock, EINVAL if it is no regular file, ELOOP for a link that is not trusted.
   bool openLocked(int directoryFd, const char* name, mode_t newMode, Clock::time_point deadline);
-  // Opens the same file once more, with the same lock and position, to read it. Returns false if that fails.
+  // Duplicates the descriptor, to read the file; the lock and the position are shared. Returns false if that fails.
   bool share(OpenedFile& file) const;
   // Returns to the start of the file, to write after reading. Returns false if that fails.
   bool rewind();
@@ -113,11 +113,11 @@ class FileWriter {
   // Sets the mode whatever the umask. Does not change devices and FIFOs. A failure is ignored.
   void setMode(mode_t mode);
 
-  // Reserves disk space for `length` bytes if the old content is shorter, so that a full disk is reported before any
-  // byte of the old content changes. Succeeds if the file system cannot reserve space. Status: "file write".
+  // Reserves disk space for `length` bytes if the file is not new and is shorter, so that a full disk is reported
+  // before any byte of the old content changes. Succeeds if the file system cannot reserve space. Status: "file write".
   Status reserve(std::size_t length);
 
-  // Empties the file; to be called before the first write.
+  // Empties the file; to be called before the first write. Status: "file write".
   Status cutToNothing();
 
   // To be called right before the first write, if `length` bytes will be written to a file of the store. If the write,

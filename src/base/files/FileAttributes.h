@@ -10,13 +10,13 @@
 // that grows in the meantime needs no second try.
 #pragma once
 
-// Gives the file `to` exactly the attributes of the file `from`, but no capabilities, which like a set-user-ID bit
-// would make a program of another content privileged: it removes those that `from` does not have, for example an access
-// list inherited from the directory, then sets all others, access lists last. An access list also sets the mode of
+// Gives the file `to` exactly the attributes of the file `from`, except for capabilities: like a set-user-ID bit, they
+// would make a program of another content privileged. It removes those that `from` does not have, for example an access
+// list inherited from the directory. Then it sets all others, access lists last. An access list also sets the mode of
 // `to`. If `isOwnerKept` is false, the permissions of others, and the mask, which limits all but the owner's, are taken
 // from a POSIX list first, so that it never opens the file to another group.
 //
 // Returns true if `to` has the access list of `from`, or none if `from` has none. Returns false if that failed or if it
 // cannot be known, because the attributes cannot be listed. Any other attribute that cannot be kept is no failure. A
-// file system without attributes is none either.
+// file system without attributes is no failure either.
 bool copyFileAttributes(int from, int to, bool isOwnerKept);

@@ -19,7 +19,8 @@ bool isFifo(const std::string& path);
 bool isRealDirectory(const std::string& path);
 // The size in bytes, or -1.
 std::int64_t fileSize(const std::string& path);
-// The modification time in microseconds since 1970, rounded down to a whole second, or 0.
+// The modification time in microseconds since 1970, rounded down to a whole second, or 0, also if it does not fit 64
+// bits.
 std::int64_t fileModifiedMicros(const std::string& path);
 // True if the path is a regular file whose modification time, rounded down to a whole second, is less than
 // `maxAgeMicros` microseconds ago or lies in the future. So a file can count as up to one second older than it is. A

@@ -5,7 +5,8 @@
 //
 // A line holds a pair if it contains the separator and no "#" before it.
 // - Blanks (bytes up to 32, and 127) around the key and around the value are removed.
-// - A "#" more than one byte behind the separator starts a comment. So "key=#x" has the value "#x". That is deliberate.
+// - The first "#" starts a comment, unless it is directly behind the separator. So the line "key=#x #y" has no comment
+//   and the value "#x #y". That is deliberate.
 // - A value in single or double quotes loses one pair of them.
 // Any other line is kept as text.
 //
@@ -28,8 +29,8 @@ namespace FileUtils {
 // Key to value, ordered by the bytes of the keys.
 using KeyValueMap = std::map<std::string, std::string>;
 
-// Splits a line into key, value and comment. `comment` is empty, or a blank followed by everything from the "#" on.
-// Returns false if the line holds no pair; the outputs are then empty.
+// Splits a line into key, value and comment. `comment` is empty, or a blank followed by everything from the "#" on,
+// without blanks at its end. Returns false if the line holds no pair; the outputs are then empty.
 bool parseKeyValueLine(std::string_view line, char separator, std::string& key, std::string& value,
                        std::string& comment);
 

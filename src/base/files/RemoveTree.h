@@ -10,7 +10,8 @@
 
 namespace FileUtils {
 
-// Removes an absolute path with everything below it. A path that is no directory is unlinked.
+// Removes an absolute path with everything below it. A path that is no directory is unlinked. A missing path is a
+// success.
 // - Links are unlinked, never followed, even if a link takes the place of a directory during the removal.
 // - Entries that listDirectory puts under `others` (FIFOs, sockets, devices, broken links) are not removed.
 // - An entry that cannot be removed is skipped. The removal of the directories above it then fails too.

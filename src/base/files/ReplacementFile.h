@@ -10,15 +10,16 @@
 // removed, and a link of that name is never followed. Other processes: there is one temporary name, so it needs an
 // owner. Its maker holds flock on it until it has its final name, and after it has the lock it looks whether the name
 // still belongs to its file; otherwise it starts over. A file that is locked belongs to somebody at work and is waited
-// for. One that is not locked is left over: it is checked again and removed while the remover holds its lock. So no
-// two editors ever write one file, whatever becomes of lock files elsewhere. What is no regular file, or belongs
-// neither to root nor to our own user, is removed at once. On a file system without locks an old file of that name is
-// removed at once. Nothing is removed for the reason that the system could not open it or look at it.
+// for. One that is not locked is left over: it is checked again and removed while the remover holds its lock. So no two
+// editors ever write one file, whatever becomes of lock files elsewhere. What is no regular file, or belongs neither to
+// root nor to our own user, is removed at once. On a file system without locks an old file of that name is removed at
+// once. A file that cannot be examined, or cannot be opened because descriptors or memory have run out, stays, and make
+// fails at once. A file that our own user may not open is removed.
 //
-// An editor gives its file to the owner of the old one at last, and from then on other editors would remove it. So it
-// first takes the flock of the directory and holds it until the rename; and whoever removes a file of that name without
-// its lock takes the lock of the directory first. Everybody who may open the directory can hold that lock, so both wait
-// for it for one second at most and then go on without it.
+// Before the rename an editor gives its file to the owner of the old one, and from then on other editors would remove
+// it. So it first takes the flock of the directory and holds it until the rename; and whoever removes a file of that
+// name without its lock takes the lock of the directory first. Everybody who may open the directory can hold that lock,
+// so both wait for it for one second at most and then go on without it.
 #pragma once
 
 #include <sys/types.h>
@@ -56,10 +57,11 @@ class ReplacementFile {
   // Changes the owner and the group of the new file. Returns false, with errno set, if that fails. Call it at most
   // once, when the content is complete.
   bool giveTo(uid_t owner, gid_t group);
-  // Closes the descriptor; the lock is held on. Returns false if that fails.
+  // Closes the descriptor; the lock stays held. Returns false if that fails.
   bool closeToWrite() { return fd_.close(); }
   // Renames the new file over the old one, syncs the directory and releases the lock. Returns false, and leaves the old
-  // file unchanged, if the rename fails or if the name of the new file belongs to another file by now.
+  // file unchanged, if the rename fails or if the name of the new file belongs to another file by now. A failure to
+  // sync is ignored.
   bool replaceOld();
   // Removes the new file, unless its name belongs to another file by now. Does nothing if there is none.
   void remove();

@@ -28,7 +28,8 @@ namespace FileUtils {
 using StringList = std::deque<std::string>;
 
 // Reads the file into `bytes`, up to the size that it has at the start. If the file ends earlier, `bytes` holds what
-// could be read. `bytes` is cleared first. A file of size 0, of whatever kind, counts as empty and is not opened.
+// could be read. `bytes` is cleared first, and it is empty after a failure. A file of size 0, of whatever kind, counts
+// as empty and is not opened.
 // Statuses: "file stat" (also for a missing file), "file open", "file read".
 Status readFile(const std::string& path, std::string& bytes);
 
@@ -53,9 +54,8 @@ Status readLines(const std::string& path, std::vector<std::string>& lines);
 Status readLines(const std::string& path, StringList& lines);
 
 // Reads the first line that is not blank. Bytes outside 33..126 are trimmed from both ends of each line, and a line is
-// blank if nothing remains. The result is the trimmed line. `line` is cleared first.
-// It opens files as readers of the store do (see FileAccess.h).
-// It succeeds with an empty line in these cases:
+// blank if nothing remains. The result is the trimmed line. `line` is cleared first, and it is empty after a failure.
+// It opens files as readers of the store do (see FileAccess.h). It succeeds with an empty line in these cases:
 // - every line is blank;
 // - a line of 9,999,500 bytes or more comes before any shorter line that is not blank;
 // - the file cannot be opened and stat reports no regular file there, because the file is missing, is of another kind,

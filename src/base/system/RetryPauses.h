@@ -17,7 +17,7 @@ class RetryPauses {
 
   explicit RetryPauses(Clock::time_point deadline) : deadline_(deadline) {}
 
-  // Pauses, as described above. Returns false at once if the deadline has come.
+  // Pauses, as described above, and returns true. Returns false at once if the deadline has come.
   bool next();
 
  private:
