@@ -50,6 +50,18 @@ TEST_F(DirectoryReaderTest, AnotherReaderContinuesAtThePosition) {
   }
 }
 
+TEST_F(DirectoryReaderTest, ADescriptorIsBorrowedForTheConstructionAloneAndKeepsItsPosition) {
+  makeFiles(9);
+  UniqueFd fd = FileUtils::openDirectory(kDirectory);
+  DirectoryReader first(fd.get());
+  EXPECT_THAT(namesFrom(first), SizeIs(9));
+  EXPECT_EQ(::lseek(fd.get(), 0, SEEK_CUR), 0);
+  DirectoryReader second(fd.get());
+  fd.reset();
+  EXPECT_THAT(namesFrom(second), SizeIs(9));
+  EXPECT_THAT(second.status(), HasCode(status::success));
+}
+
 TEST_F(DirectoryReaderTest, ADirectoryThatIsNotOpenOrCannotBeReadHasNoEntries) {
   makeFiles(2);
   DirectoryReader closed(-1);

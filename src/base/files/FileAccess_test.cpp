@@ -332,6 +332,15 @@ TEST_F(FileAccessTest, AnUnfinishedWriterRemovesTheFileThatItMadeButNoOther) {
   EXPECT_EQ(host::readFile(kFile), "old");
 }
 
+TEST_F(FileAccessTest, ANewFileIsOpenedWithItsModeLessTheUmask) {
+  ::umask(027);
+  for (const Access access : {Access::ofStore, Access::ofSystem}) {
+    FileWriter writer;
+    ASSERT_THAT(writer.open(kFile, 0666, access), HasCode(status::success));
+    EXPECT_EQ(host::modeOf(kFile), 0640u);
+  }
+}
+
 TEST_F(FileAccessTest, AWriterThatFailedToOpenHoldsNoDescriptorAndWritesNothing) {
   host::writeFile(kFile, "old");
   host::makeFifo("/tmp/fifo");
@@ -747,6 +756,18 @@ TEST_F(FileAccessTest, ALockedOpenOfAFileThatIsReplacedTriesAgainUntilTheDeadlin
     }
     EXPECT_EQ(armed.count(), isLate ? 1u : 2u);
   }
+}
+
+TEST_F(FileAccessTest, ALockedOpenWaitsForTheLockUntilTheDeadline) {
+  host::writeFile(kFile, kOldText);
+  const UniqueFd holder(::open(kFile, O_RDONLY | O_CLOEXEC));
+  ASSERT_EQ(::flock(holder.get(), LOCK_EX), 0);
+  const SkippedPauses skipped;
+  FileWriter writer;
+  const auto limit = std::chrono::milliseconds(60);
+  EXPECT_FALSE(writer.openLocked(AT_FDCWD, kFile, 0640, FileWriter::Clock::now() + limit));
+  EXPECT_EQ(errno, EWOULDBLOCK);
+  EXPECT_EQ(skipped.total(), limit);
 }
 
 TEST_F(FileAccessTest, AMadeFileThatAnotherProcessFillsBeforeTheLockIsNotRemoved) {

@@ -98,10 +98,39 @@ TEST_F(FileUtilsTest, ASocketIsNoKindOfFileAndCanBeRenamedAndRemoved) {
 
 TEST_F(FileUtilsTest, APathWithAZeroByteIsNeverCutShort) {
   const std::string path("/tmp/file\0behind", 16);
+  const std::string other = "/tmp/other";
   std::string text;
-  EXPECT_THAT(FileUtils::writeString(path, "x", true), HasCode(status::invalidArgument));
-  EXPECT_THAT(FileUtils::readFirstLine(path, text), HasCode(status::invalidArgument));
+  Texts lines;
+  const ArmedFaults counted{FaultPlan{}};
+  const Status results[] = {
+      FileUtils::readFile(path, text),
+      FileUtils::writeFile(path, "x", 1),
+      FileUtils::writeString(path, "x", true),
+      FileUtils::writeStoreLine(path, "x"),
+      FileUtils::writeLines(path, Texts{"x"}),
+      FileUtils::readLines(path, lines),
+      FileUtils::readFirstLine(path, text),
+      FileUtils::makeDir(path, 0755),
+      FileUtils::setMode(path, 0755),
+      FileUtils::removeFile(path),
+      FileUtils::removeDir(path),
+      FileUtils::removePath(path),
+      FileUtils::removeTree(path),
+      FileUtils::renameFile(path, other, true),
+      FileUtils::renameFile(other, path, true),
+      FileUtils::copyFile(path, other),
+      FileUtils::copyFile(other, path),
+      FileUtils::copyStoreFile(path, other),
+      FileUtils::copyStoreFile(other, path),
+      FileUtils::listDirectory(path).status,
+  };
+  for (const Status& result : results) EXPECT_THAT(result, HasCode(status::invalidArgument)) << &result - results;
+  EXPECT_EQ(FileUtils::makeNewDir(path, 0755), FileUtils::NewDir::failed);
+  EXPECT_EQ(FileUtils::makeUniqueFile(path, text), nullptr);
+  EXPECT_FALSE(FileUtils::openDirectory(path).isOpen());
   EXPECT_FALSE(FileUtils::fileExists(path));
+  EXPECT_EQ(FileUtils::fileSize(path), -1);
+  EXPECT_EQ(counted.count(), 0u);
   EXPECT_FALSE(host::exists(kFile));
 }
 

@@ -209,6 +209,7 @@ TEST_F(KeyValueFileTest, ThePairsOfTheFileBecomeThoseOfTheMap) {
       {"a last line gets its newline", "a=1", {{"a", "1"}, {"b", "2"}}, "a=1\nb=2\n"},
       {"a rewrite removes CR", "text\r\na=1\r\n", {{"a", "2"}}, "text\na=2\n"},
       {"an empty map", "text\na=1\n", {}, "text\n"},
+      {"blanks at the ends of a value lose their quotes", "a=' 1 '\nb=2\n", {{"a", " 1 "}, {"b", "3"}}, "a= 1 \nb=3\n"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.why);

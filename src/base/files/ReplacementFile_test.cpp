@@ -124,6 +124,7 @@ TEST_F(ReplacementFileTest, AnEditorThatHasGivenItsFileToAStrangerIsWaitedForUnt
   struct stat info = {};
   ASSERT_EQ(::stat(kFile, &info), 0);
   EXPECT_EQ(info.st_uid, kStranger);
+  EXPECT_EQ(info.st_gid, kStranger);
 }
 
 TEST_F(ReplacementFileTest, ADirectoryThatStaysLockedDelaysARemovalAndANewOwnerByOneSecondEach) {
