@@ -254,7 +254,10 @@ bool readEntries(std::string_view without, std::vector<Entry>& entries) {
 using EntryOrder = std::vector<Entry*>;
 
 void sortByName(EntryOrder& order) {
-  std::stable_sort(order.begin(), order.end(), [](const Entry* a, const Entry* b) { return a->name < b->name; });
+  std::sort(order.begin(), order.end(), [](const Entry* a, const Entry* b) {
+    const int names = a->name.compare(b->name);
+    return names != 0 ? names < 0 : a < b;
+  });
 }
 
 // Returns the entries of a sorted list that need a new name: first those whose name an earlier entry has, then those
