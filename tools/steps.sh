@@ -302,6 +302,7 @@ not_emulated='*DeathTest.*:ProcessTest.*:*SystemGivesNoThread:*SystemCannotCreat
 not_emulated="$not_emulated:*.AFaultAnywhere*:*.AFaultDuring*:*.AFaultWhileWriting*:*.AFailedCloseAfterTheCut*"
 not_emulated="$not_emulated:*.APathWithoutLinksIsOpenedWithTwoCalls:*.AFirstLineIsReadInFourCalls"
 not_emulated="$not_emulated:*.AnEditSucceedsDespiteLimitsOfTheSystem*:*.MarkingAndRemovingNeedNoMemory"
+not_emulated="$not_emulated:*.WhatLiesInTheWayIsRemovedEvenIfTheDirectoryCannotBeLocked"
 
 # A big-endian machine whose char is unsigned.
 s390x() { machine s390x qemu-s390x-static; }

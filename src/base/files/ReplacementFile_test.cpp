@@ -284,7 +284,7 @@ TEST_F(ReplacementFileTest, WhatLiesInTheWayIsRemovedEvenIfTheDirectoryCannotBeL
   host::makeFifo(kNew);
   const ArmedFaults armed{FaultPlan{4, false, EMFILE, {"openat"}}};
   ReplacementFile file;
-  EXPECT_THAT(file.make(kFile, in(5000)), HasCode(status::success));
+  ASSERT_THAT(file.make(kFile, in(5000)), HasCode(status::success));
   EXPECT_EQ(host::readFile(kNew), "");
 }
 
