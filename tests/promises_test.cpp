@@ -32,6 +32,9 @@ class Thing {
   bool rest();
 
  private:
+  // --- For derived classes (see Odd.h)
+  // --- They supply it. It may log.
+  virtual bool isOdd() = 0;
   // The sum fits.
   int sum_ = 0;
 };
@@ -61,6 +64,8 @@ constexpr const char* kTies = R"(src/base/Thing.h
     @rest Adds nothing.
     true
     false
+    --- They supply
+    It may log.
   transcript/pairs
     the smaller of both
 )";
@@ -90,7 +95,7 @@ TEST_F(PromisesTest, AHeaderWithATestForEachSentenceIsWhole) {
   const Outcome outcome = promises();
   EXPECT_EQ(outcome.err, "");
   EXPECT_EQ(outcome.exitStatus, 0);
-  EXPECT_THAT(outcome.out, HasSubstr("15 sentences, 8 promises, 0 without a test, 0 wrong lines\n"));
+  EXPECT_THAT(outcome.out, HasSubstr("17 sentences, 10 promises, 0 without a test, 0 wrong lines\n"));
 }
 
 TEST_F(PromisesTest, TheListHasEachSentenceWithItsTestsOrWithTheReasonWhyItNeedsNone) {
@@ -122,9 +127,13 @@ TEST_F(PromisesTest, TheListHasEachSentenceWithItsTestsOrWithTheReasonWhyItNeeds
       Thing.Rests
   19: false  none
       Thing.Rests
-  23: The sum fits.
+  24: --- They supply it.
+      Thing.Rests
+  24: It may log.
+      Thing.Rests
+  26: The sum fits.
       no promise: private
-  28: the smaller of both
+  31: the smaller of both
       transcript/pairs
 )");
 }
@@ -137,12 +146,12 @@ TEST_F(PromisesTest, EachPromiseWithoutATestIsNamed) {
                              "src/base/Empty.h:1: no test: It stays empty.\n"),
             0u)
       << outcome.out;
-  EXPECT_THAT(outcome.out, HasSubstr("18 sentences, 10 promises, 2 without a test, 0 wrong lines\n"));
+  EXPECT_THAT(outcome.out, HasSubstr("20 sentences, 12 promises, 2 without a test, 0 wrong lines\n"));
 }
 
 TEST_F(PromisesTest, ANamedHeaderOrFolderIsCountedAlone) {
   plant("src/json/Empty.h", "// Empty: holds nothing.\n// It never fills.\n#pragma once\n");
-  EXPECT_THAT(promises({"src/base/"}).out, HasSubstr("15 sentences, 8 promises, 0 without a test, 0 wrong lines\n"));
+  EXPECT_THAT(promises({"src/base/"}).out, HasSubstr("17 sentences, 10 promises, 0 without a test, 0 wrong lines\n"));
   EXPECT_EQ(promises({"src/base"}).exitStatus, 0);
   const Outcome outcome = promises({"src/json/Empty.h"});
   EXPECT_EQ(outcome.exitStatus, 1);
@@ -176,7 +185,7 @@ const Case kCases[] = {
     {"a kind that nobody knows", "src/base/Thing.h\n  no promise: hope\n    Threads:\n",
      "tests/promises/more.txt:2: no such kind: hope\n"},
     {"a test of what is no promise", "src/base/Thing.h\n  KeepsItsNumber\n    The sum fits.\n",
-     "src/base/Thing.h:23: a test shows what is no promise: The sum fits.\n"},
+     "src/base/Thing.h:26: a test shows what is no promise: The sum fits.\n"},
 };
 
 TEST_F(PromisesTest, EachWrongLineIsNamed) {

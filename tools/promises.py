@@ -34,7 +34,7 @@ NO_PROMISE = "no promise: "
 PLACES = {
     "title": "the first sentence of a header, which names its subject",
     "example": "code in a comment",
-    "private": "about private members, which no caller sees",
+    "private": "about private members that are not virtual, which no caller and no derived class sees",
     "list": "introduces the lines below it",
     "deliberate": "only says that the sentence before is meant",
 }
@@ -57,7 +57,7 @@ Sentence = collections.namedtuple("Sentence", "header line text names place")
 
 SENTENCE_END = re.compile(r"(?<=[.?])(?<!\.\.)\s+(?=[\w`\"\'~<(\[])")
 LABEL = re.compile(r"[A-Z][\w ,-]{0,30}:")
-HEADING = re.compile(r"-{2,} .*|namespace \w+")
+HEADING = re.compile(r"-{2,} (?!.*[.] ).*|namespace \w+")
 DELIBERATE = re.compile(r"(That|This|Both)( is| are) deliberate\.")
 CODE = re.compile(r";\s*(//.*)?$|[{}]\s*(//.*)?$|^(if|for|while|return|static|class|struct)\b|^//|^\.\.\.|^\{")
 DECLARED = re.compile(r"\b(?:class|struct|enum class|enum)\s+(\w+)(?=[^;]*\{|\s*:|$)|\busing\s+(\w+)\s*=|"
@@ -162,6 +162,8 @@ class HeaderReader:
         names = {opened.group(1)} if opened else names_in(code)
         for block in self.waiting:
             block[1].update(names)
+            if code.lstrip().startswith("virtual "):
+                block[2] = False  # a contract with derived classes
         if opened or body.endswith(("{", "};")) and not body.startswith(("enum", "constexpr")):
             self.waiting = []
         if comment:

@@ -16,12 +16,14 @@ TEST_F(DirectoryEntriesTest, MakeDirMakesOneMissingDirectoryWithTheModeLessTheUm
   ::umask(027);
   host::makeDirs("/tmp/directory", 0700);
   host::writeFile("/tmp/file", "");
-  for (const char* path : {"/tmp/new", "/tmp/directory", "/tmp/file"}) {
+  host::makeLink("/tmp/nowhere", "/tmp/missing");
+  for (const char* path : {"/tmp/new", "/tmp/directory", "/tmp/file", "/tmp/nowhere"}) {
     SCOPED_TRACE(path);
     EXPECT_THAT(FileUtils::makeDir(path, 0755), HasCode(status::success));
   }
   EXPECT_THAT(FileUtils::makeDir("/tmp/a/b", 0755), HasCode(status::mkdirError));
-  EXPECT_EQ(host::tree("/tmp"), "d 0700 directory\nf 0644 file \"\"\nd 1777 lock\nd 0750 new\n");
+  EXPECT_EQ(host::tree("/tmp"),
+            "d 0700 directory\nf 0644 file \"\"\nd 1777 lock\nd 0750 new\nl nowhere -> /tmp/missing\n");
 }
 
 TEST_F(DirectoryEntriesTest, MakeNewDirSetsTheModeWhateverTheUmaskAndReportsAnExistingEntry) {
@@ -46,12 +48,13 @@ TEST_F(DirectoryEntriesTest, ANewDirectoryWhoseModeCannotBeSetIsRemovedAgain) {
 
 TEST_F(DirectoryEntriesTest, AModeIsSetAndTheCurrentModeNeedsNoPermission) {
   host::writeFile(kFile, "", 0600);
-  EXPECT_THAT(FileUtils::setMode(kFile, 0666), HasCode(status::success));
-  EXPECT_EQ(host::modeOf(kFile), 0666u);
+  EXPECT_THAT(FileUtils::setMode(kFile, 01666), HasCode(status::success));
+  EXPECT_EQ(host::modeOf(kFile), 01666u);
   EXPECT_THAT(FileUtils::setMode("/tmp/missing", 0666), HasCode(status::chmodError));
   const ArmedFaults armed{FaultPlan{1, true, EPERM, {"chmod"}}};
-  EXPECT_THAT(FileUtils::setMode(kFile, 0666), HasCode(status::success));
-  EXPECT_THAT(FileUtils::setMode(kFile, 0640), HasCode(status::chmodError));
+  EXPECT_THAT(FileUtils::setMode(kFile, 0666), HasCode(status::success));  // the sticky bit is none of the nine
+  for (unsigned bit = 0; bit < 9; ++bit)
+    EXPECT_THAT(FileUtils::setMode(kFile, 0666u ^ (1u << bit)), HasCode(status::chmodError)) << bit;
 }
 
 TEST_F(DirectoryEntriesTest, FilesAndEmptyDirectoriesAreRemovedAndAMissingPathCountsAsRemoved) {

@@ -899,6 +899,9 @@ TEST_F(FileAccessTest, AWriterReadsItsOpenFileAndWritesItFromTheStartAgain) {
     char bytes[4] = {};
     EXPECT_EQ(readSome(shared.fd.get(), bytes, 3), 3);
     EXPECT_EQ(std::string(bytes), "old");
+    EXPECT_EQ(::lseek(shared.fd.get(), 0, SEEK_CUR), 3);
+    EXPECT_TRUE(writer.rewind());
+    EXPECT_EQ(::lseek(shared.fd.get(), 0, SEEK_CUR), 0) << "the position is shared";
   }
   const UniqueFd other(::open(kFile, O_RDONLY | O_CLOEXEC));
   EXPECT_FALSE(lockFile(other.get(), FileWriter::Clock::now())) << "the lock is held on";

@@ -4,8 +4,7 @@
 //   const bool isListKept = copyFileAttributes(oldFd, newFd, isOwnerKept);
 //   ::fchmod(newFd, isListKept && isOwnerKept ? mode : mode & S_IRWXU);
 //
-// An attribute counts as an access list if it is one of the system's ("system.") and has "acl" in its name, as those of
-// POSIX and of NFSv4 do.
+// An attribute counts as an access list if it is one of the system's ("system.") and has "acl" in its name.
 // Memory: a list of names and a value have at most 64 KiB each, which is the system's own limit, so a list or value
 // that grows in the meantime needs no second try.
 #pragma once
