@@ -76,7 +76,7 @@ bool isPassedOver(const std::string& path) {
     return true;  // first, because its owner may have chosen a target that stat fails for
   struct stat info = {};
   if (::stat(path.c_str(), &info) == 0) return !S_ISREG(info.st_mode);
-  return errno == ENOENT || errno == ENOTDIR || errno == ELOOP;
+  return errno == ENOENT || errno == ENOTDIR || errno == ELOOP || errno == ENAMETOOLONG;
 }
 
 // Copies every regular file of a directory and every trusted link in it whose target is one. A missing directory counts

@@ -323,12 +323,18 @@ TEST_F(CreateTest, ALinkOfTheTemplateIsCopiedOnlyIfItIsTrusted) {
             "f 0644 trusted \"secret\\n\"\n");
 }
 
-TEST_F(CreateTest, AnUntrustedLinkDoesNotFailTheCreationWhateverItsTarget) {
+TEST_F(CreateTest, ALinkOfTheTemplateWhoseTargetHasATooLongNameIsPassedOver) {
+  host::makeLink("/etc/zuv/profiles/.factory/link", "/tmp/" + std::string(300, 'x'));
+  EXPECT_EQ(create(wish("lab")).name, "lab");
+}
+
+TEST_F(CreateTest, AnUntrustedLinkDoesNotFailTheCreationIfStatFails) {
   SKIP_WITHOUT_OTHER_USERS();
-  const std::string noName = "/tmp/" + std::string(300, 'x');  // stat fails with an error of its own
-  host::makeLink("/etc/zuv/profiles/.factory/link", noName);
+  constexpr const char* link = "/etc/zuv/profiles/.factory/link";
+  host::makeLink(link, "/tmp/missing");
+  const ArmedFaults armed{FaultPlan{1, true, EIO, {"stat"}}};
   create(wish("lab"), status::invalidArgument);
-  host::giveTo(1000, "/etc/zuv/profiles/.factory/link");
+  host::giveTo(1000, link);
   EXPECT_EQ(create(wish("lab")).name, "lab");
 }
 
