@@ -100,8 +100,8 @@ bool copyFileInActiveProfile(std::string_view filename, char* buffer, std::size_
 bool readProfileName(const std::string& dir, std::string& name) {
   name.clear();
   if (dir.empty()) return false;
-  if (FileUtils::readFirstLine(joinPath({dir, nameFile}), name).isSuccess() && !name.empty()) return true;
-  name.clear();
+  (void)FileUtils::readFirstLine(joinPath({dir, nameFile}), name);  // a failure leaves the name empty
+  if (!name.empty()) return true;
   if (!FileUtils::isRealDirectory(dir)) return false;
   const auto choose = [](const std::string& found) { return found.empty() ? nameOfUnnamed : found; };
   switch (NameRepair().run(dir, "", choose, name)) {
@@ -160,7 +160,7 @@ RunState activeRunState() {
 bool daemonMayRun() { return activeRunState() != RunState::notRunning; }
 
 bool setActive(const std::string& dirname) {
-  if (dirname.empty()) return false;
+  if (!isPlainName(dirname)) return false;
   const std::string file = activeFile();
   return FileUtils::writeStoreLine(file, dirname).isSuccess() && FileUtils::setMode(file, activeFileMode).isSuccess();
 }

@@ -12,8 +12,10 @@
 // Repair: a profile without a readable name gets one as soon as a function other than readActiveRecord reads it, and of
 // two equal names one gets a "#" and a number as soon as a function lists them. This is deliberate; it means that
 // reading the store may write to it.
-// Hostile input: everybody can write `.current`. A name in it that contains "/" or a zero byte, or begins with ".",
-// counts as empty, and an empty directory name is never joined to a path.
+// Plain names: a directory name is plain if it is not empty, does not begin with "." and contains no "/" and no zero
+// byte.
+// Hostile input: everybody can write `.current`. A name in it that is not plain counts as empty, and an empty directory
+// name is never joined to a path.
 // Other processes: the store as a whole has no lock; writers of the same file take turns (FileWriter). Two processes
 // that assign names at the same moment may assign the same name, which the next listing repairs. mkdir itself decides
 // who gets a numbered directory, so no two processes get the same one.
@@ -133,8 +135,8 @@ bool readActiveRecord(ProfileRecord& record);
 // cannot be read.
 bool isActive(const ProfileRecord& profile);
 
-// Makes the profile in that directory the active one. Returns false for an empty name, and if `.current` could not be
-// written or its mode could not be set.
+// Makes the profile in that directory the active one. Returns false for a name that is not plain, and if `.current`
+// could not be written or its mode could not be set.
 bool setActive(const std::string& dirname);
 
 // Returns the state of the daemon according to its heartbeat file in the active profile.

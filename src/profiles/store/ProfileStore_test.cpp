@@ -406,9 +406,10 @@ TEST_F(ActiveProfileTest, AMarkerThatIsNotARegularFileCountsAsEmptyAndCannotBeSe
   }
 }
 
-TEST_F(ActiveProfileTest, SettingTheActiveProfileFailsForAnEmptyNameForAModeThatCannotBeSetAndWithoutAStore) {
+TEST_F(ActiveProfileTest, SettingTheActiveProfileFailsForANameThatIsNotPlainForAModeThatCannotBeSetAndWithoutAStore) {
   host::makeActive("profile-1");
-  EXPECT_FALSE(ProfileStore::setActive(""));
+  for (const std::string& notPlain : {""s, ".profile"s, "profile/1"s, "profile\0"s})
+    EXPECT_FALSE(ProfileStore::setActive(notPlain)) << notPlain;
   EXPECT_EQ(host::readFile(host::kCurrent), "profile-1\n");
   {
     const ArmedFaults armed({1, true, EPERM, {"chmod"}});
