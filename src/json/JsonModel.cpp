@@ -1,6 +1,7 @@
 #include "json/JsonModel.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -244,9 +245,9 @@ std::string_view textOf(const jsObject* value) {
 std::int32_t integerOf(const jsObject* value) {
   const double number = numberOf(value);
   if (fits32Bits(number)) return static_cast<std::int32_t>(number + 0.5);
-  if (number > 0) return std::numeric_limits<std::int32_t>::max();
-  if (number < 0) return std::numeric_limits<std::int32_t>::min();
-  return 0;
+  if (std::isnan(number)) return 0;
+  using Limits = std::numeric_limits<std::int32_t>;
+  return std::signbit(number) ? Limits::min() : Limits::max();
 }
 
 bool isIntegral(const jsObject* value) {

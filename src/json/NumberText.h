@@ -18,7 +18,7 @@
 
 namespace json {
 
-// Returns what strtod() returns for the text.
+// Returns what strtod() returns for the text. A number of up to 19 digits with no decimals needs no memory.
 double numberIn(std::string_view text);
 
 // The fast path of numberIn. Reads an optional minus sign and up to 19 digits with an optional decimal point, and

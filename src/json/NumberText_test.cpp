@@ -12,6 +12,8 @@
 #include <random>
 #include <vector>
 
+#include "testing/faults/AllocationCount.h"
+
 namespace {
 
 double doubleOf(std::uint64_t bits) {
@@ -30,6 +32,12 @@ std::uint64_t bitsOf(double number) {
 
 void expectReadAsByStrtod(const std::string& text) {
   ASSERT_EQ(bitsOf(json::numberIn(text)), bitsOf(std::strtod(text.c_str(), nullptr))) << text;
+}
+
+TEST(NumberText, ANumberOfNineteenDigitsIsReadWithoutMemory) {
+  const std::int64_t before = newBlocksSoFar();
+  EXPECT_EQ(json::numberIn("-9999999999999999999"), -1e19);
+  EXPECT_EQ(newBlocksSoFar(), before);
 }
 
 TEST(NumberText, EdgeCasesAreReadAsByStrtod) {

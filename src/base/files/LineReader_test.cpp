@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "base/files/WholeFile.h"
 #include "base/system/RawWrite.h"
 #include "base/text/StringUtils.h"
 #include "testing/faults/FaultInjector.h"
@@ -404,6 +405,16 @@ TEST_F(LineReaderTest, ALineMustBeShorterThanTheLimitLess500) {
     EXPECT_EQ(wholeLinesOf("x" + longest, limit).last, WholeLineReader::Result::tooLong);
     EXPECT_THAT(wholeLinesOf(std::string(limit - 500 - 1, 'x'), limit).last, WholeLineReader::Result::end);
     EXPECT_THAT(wholeLinesOf(std::string(limit - 500, 'x'), limit).last, WholeLineReader::Result::tooLong);
+  }
+}
+
+TEST_F(LineReaderTest, TheFirstLineWithTextHasNoSpareMemoryIfItIsLongerThan4096Bytes) {
+  for (const std::size_t length : {4096u, 4097u}) {
+    SCOPED_TRACE(length);
+    host::writeFile("/tmp/file", std::string(length - 1, 'x') + "\n");
+    std::string line;
+    EXPECT_THAT(FileUtils::readFirstLine("/tmp/file", line), HasCode(status::success));
+    EXPECT_EQ(line.capacity() == line.size(), length > 4096);
   }
 }
 

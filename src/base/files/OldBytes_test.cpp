@@ -66,6 +66,24 @@ TEST_F(OldBytesTest, AFileThatEndsEarlierThanItsSizeSaidIsKeptAsItIs) {
   EXPECT_EQ(host::readFile(kFile), "old");
 }
 
+TEST_F(OldBytesTest, OfAFileThatGrowsWhileItIsReadNoMoreIsKeptThanItsSizeSaid) {
+  host::writeFile(kFile, "ab");
+  fd_.reset(::open(kFile, O_RDWR | O_CLOEXEC));
+  FaultPlan plan;
+  plan.calls = {"pread"};
+  plan.before = [&](std::size_t call) {
+    if (call != 2) return;
+    const std::string more(1000, 'x');
+    EXPECT_EQ(::pwrite(fd_.get(), more.data(), more.size(), 2), 1000);
+  };
+  {
+    const ArmedFaults armed(plan);
+    old_.keep(fd_.get(), 100, 10);
+  }
+  old_.putBack(fd_.get());
+  EXPECT_EQ(host::readFile(kFile), "ab" + std::string(98, 'x'));
+}
+
 TEST_F(OldBytesTest, NothingIsKeptOfAFileThatCannotBeRead) {
   const ArmedFaults armed(FaultPlan{1, false, EIO, {"pread"}});
   keep("old", 3);

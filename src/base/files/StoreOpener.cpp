@@ -34,7 +34,8 @@ bool isOurs(uid_t owner) { return owner == 0 || owner == ::geteuid(); }
 bool hasAccessList(int directoryFd) {
   const std::string path =
       directoryFd == AT_FDCWD ? "." : StringUtils::concatenate({"/proc/self/fd/", StringUtils::toString(directoryFd)});
-  return ::getxattr(path.c_str(), "system.posix_acl_access", nullptr, 0) >= 0 || (errno != ENODATA && errno != ENOTSUP);
+  return ::getxattr(path.c_str(), "system.posix_acl_access", nullptr, 0) != -1 ||
+         (errno != ENODATA && errno != ENOTSUP);
 }
 
 bool isTrusted(const struct stat& link, int directoryFd, const struct stat& directory) {

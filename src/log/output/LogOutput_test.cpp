@@ -225,6 +225,21 @@ TEST(OutputThread, BacklogWakesTheIdleThreadAtOnce) {
   }));
 }
 
+TEST(OutputThread, FewerEntriesThanABacklogDoNotWakeTheIdleThread) {
+  bool isAsleep = false;
+  for (int attempt = 0; attempt < 10 && !isAsleep; ++attempt) {  // a thread that starts late takes the entries at once
+    Recorder emitter;
+    LogManager manager;
+    manager.addEmitter(&emitter);
+    EXPECT_TRUE(manager.startOutputThread());
+    ::usleep(50'000);
+    for (int i = 0; i < 1'023; ++i) logTo(manager, "x");
+    ::usleep(50'000);
+    isAsleep = emitter.texts().empty();
+  }
+  EXPECT_TRUE(isAsleep);
+}
+
 TEST(OutputThread, StopWakesTheIdleThreadAtOnce) {
   EXPECT_TRUE(isImmediate([](LogManager& manager, Recorder&) {
     EXPECT_FALSE(manager.isOutputThreadStopped());

@@ -46,7 +46,8 @@ class LevelGate {
  private:
   // The head of a line is its first word with the blank or "]" that ends it, or the first 16 bytes of a longer word.
   static constexpr std::size_t longestHead = 16;
-  static constexpr std::size_t half = longestHead / 2;
+  static constexpr std::size_t half = sizeof(std::uint64_t);
+  static_assert(longestHead == 2 * half);
   static constexpr std::size_t slotCount = 64;
 
   static std::uint64_t eightBytes(std::string_view line, std::size_t from) {

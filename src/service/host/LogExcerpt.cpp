@@ -149,12 +149,11 @@ class BackwardReader {
 
   // Takes the pieces of a line that is in memory, the last one first.
   void takeLine(std::string_view line) {
-    while (line.size() > maxPiece && !hasEnough()) {
+    while (!line.empty() && !hasEnough()) {
       const std::size_t last = (line.size() - 1) / maxPiece * maxPiece;
       takePiece(line.substr(last));
       line.remove_suffix(line.size() - last);
     }
-    if (!hasEnough()) takePiece(line);
   }
 
   // Handles the line that ends at end_ and starts before the window. If only a small part of it is in the window, this
@@ -187,19 +186,20 @@ class BackwardReader {
   // Finds the hole that ends at `end`. Returns its begin or an offset in its first half, or `end` if there is no hole.
   off_t holeBefore(off_t end) const {
     off_t begin = end;
-    for (off_t size = windowSize; isSparse_ && begin > 0 && isHole(fd_, std::max<off_t>(0, end - size), end);) {
-      begin = std::max<off_t>(0, end - size);
+    for (off_t size = windowSize; isSparse_ && begin > 0;) {
+      const off_t from = std::max<off_t>(0, end - size);
+      if (!isHole(fd_, from, end)) break;
+      begin = from;
       size = size < end - size ? 2 * size : end;
     }
     return begin;
   }
 
-  // Skips the pieces before end_ that lie in a hole, which are zero bytes and have no text, or in nameless_. The first
-  // piece of the line is never skipped.
+  // Skips the pieces before end_ that lie in a hole, which are zero bytes and have no text, or in nameless_.
   void skipPieces(off_t start) {
     const bool isNameless = nameless_.begin < end_ && end_ <= nameless_.end;
     const off_t begin = std::max(start, isNameless ? nameless_.begin : holeBefore(end_));
-    const off_t kept = std::max<off_t>(1, piecesIn(begin - start));
+    const off_t kept = piecesIn(begin - start);
     if (kept <= (end_ - start) / pieceSize) end_ = start + kept * pieceSize;
   }
 
