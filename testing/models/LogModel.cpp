@@ -5,25 +5,27 @@ namespace log_model {
 using BasicLog::Level;
 
 std::pair<Level, bool> levelOf(const std::string& whole) {
-  auto isBlank = [](char c) { return static_cast<unsigned char>(c) <= 32 || c == 127; };
-  std::string text = whole;
-  while (!text.empty() && isBlank(text.back())) text.pop_back();
-  while (!text.empty() && isBlank(text.front())) text.erase(0, 1);
-  for (char& c : text) c = static_cast<char>(c >= 'a' && c <= 'z' ? c - 32 : c);
-  const std::string shortNames[] = {"T~", "D~", "I~", "N~", "W~", "E~", "F~"};
-  for (int i = 0; i < 7; ++i) {
-    if (text.substr(0, 2) == shortNames[i]) return {static_cast<Level>(static_cast<int>(Level::trace) + i), true};
-  }
-  if (!text.empty() && text[0] == '[') text.erase(0, 1);
-  const std::pair<std::string, Level> names[] = {
+  static const std::string shortNames[] = {"T~", "D~", "I~", "N~", "W~", "E~", "F~"};
+  static const std::pair<std::string, Level> names[] = {
       {"TRACE", Level::trace},    {"DEBUG", Level::debug},     {"INFO", Level::info},   {"NOTICE", Level::notice},
       {"WARN", Level::warning},   {"WARNING", Level::warning}, {"ERR", Level::error},   {"ERROR", Level::error},
       {"FATAL", Level::fatal},    {"PANIC", Level::fatal},     {"EMERG", Level::fatal}, {"EMERGENCY", Level::fatal},
       {"CRITICAL", Level::fatal}, {"ALERT", Level::fatal}};
+  auto isBlank = [](char c) { return static_cast<unsigned char>(c) <= 32 || c == 127; };
+  std::size_t start = 0;
+  std::size_t end = whole.size();
+  while (end > 0 && isBlank(whole[end - 1])) --end;
+  while (start < end && isBlank(whole[start])) ++start;
+  std::string text = whole.substr(start, end - start);
+  for (char& c : text) c = static_cast<char>(c >= 'a' && c <= 'z' ? c - 32 : c);
+  for (int i = 0; i < 7; ++i) {
+    if (text.compare(0, 2, shortNames[i]) == 0) return {static_cast<Level>(static_cast<int>(Level::trace) + i), true};
+  }
+  if (!text.empty() && text[0] == '[') text.erase(0, 1);
   for (const auto& [name, level] : names) {
-    if (text.substr(0, name.size()) != name) continue;
-    const std::string rest = text.substr(name.size());
-    if (rest.empty() || rest[0] == ' ' || rest[0] == ']') return {level, true};
+    if (text.compare(0, name.size(), name) != 0) continue;
+    const char next = text.size() == name.size() ? ' ' : text[name.size()];
+    if (next == ' ' || next == ']') return {level, true};
   }
   return {Level::info, false};
 }
