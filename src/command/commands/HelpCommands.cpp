@@ -182,10 +182,10 @@ void addPageFor(Lines& page, const Lines& subject, const CommandTable& table) {
   addSummary(page);
 }
 
-// Returns the first two words after "help", without output-mode words.
+// Returns the words after "help", without output-mode words.
 Lines subjectOf(const Lines& words) {
   Lines subject;
-  for (std::size_t i = 1; i < words.size() && subject.size() < 2; ++i) {
+  for (std::size_t i = 1; i < words.size(); ++i) {
     OutputMode unused;
     if (!unused.take(words[i])) subject.push_back(words[i]);
   }

@@ -47,7 +47,7 @@ class Hipcmd_SimpleHelp : public RavctlCommandInstance {
   void execute(StatusCodeResultField& status) override;
 
  private:
-  std::vector<std::string> subject_;  // at most two words, without "help" and output-mode words
+  std::vector<std::string> subject_;  // without "help" and output-mode words; only two words count
   const CommandTable& table_;
   StringVectorResultField helptext_{"_helptext"};
 };

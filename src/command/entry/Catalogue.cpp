@@ -150,17 +150,16 @@ Made make(const CommandRow& row, const std::string& argument, const Words& words
   return makers[row.id].make(argument, words);
 }
 
-// The number of words that a form requires, and the index of the word that is passed to the command (0: none).
+// The number of words that a form requires.
 struct FormRule {
   CommandForm form;
   std::size_t needed;
-  std::size_t argument;
 };
 constexpr FormRule formRules[] = {
-    {CommandForm::twoWords, 2, 0},
-    {CommandForm::twoWordsAndName, 3, 2},
-    {CommandForm::wordAndArgument, 2, 1},
-    {CommandForm::allWords, 1, 0},
+    {CommandForm::twoWords, 2},
+    {CommandForm::twoWordsAndName, 3},
+    {CommandForm::wordAndArgument, 2},
+    {CommandForm::allWords, 1},
 };
 static_assert(std::size(formRules) == static_cast<std::size_t>(CommandForm::allWords) + 1, "each form has a rule");
 
@@ -191,5 +190,5 @@ std::unique_ptr<RavctlCommandInstance> findCommand(std::vector<std::string>& wor
   if (row == nullptr) return nullptr;
   const FormRule& rule = ruleOf(*row);
   consumed = static_cast<int>(row->form == CommandForm::allWords ? words.size() : rule.needed);
-  return table.make(*row, rule.argument == 0 ? std::string() : words[rule.argument], words);
+  return table.make(*row, words[rule.needed - 1], words);
 }

@@ -1,5 +1,6 @@
 #include "command/framework/CommandCore.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "base/text/StringUtils.h"
@@ -129,13 +130,14 @@ struct TextWords {
 template <typename Words>
 Status bindWords(RavctlCommandInstance& command, const Words& words, std::size_t consumed) {
   const std::size_t count = words.size();
-  // Without parameter words there is no object; a null pointer has no members either.
-  const ScopedJson args(count > consumed ? json::makeObject() : nullptr);
+  ScopedJson args;  // without parameter words there is no object; a null pointer has no members either
   for (std::size_t i = consumed; i < count; ++i) {
     if (!words.isText(i)) return Status::error(status::invalidArgument, "parameter not a string", "binding input args");
-    if (!command.mode().take(words.text(i))) gatherWord(command, words.text(i), args.get());
+    if (command.mode().take(words.text(i))) continue;
+    if (args.get() == nullptr) args.reset(json::makeObject());
+    gatherWord(command, words.text(i), args.get());
   }
-  for (std::size_t i = 0; i < consumed && i < count; ++i) command.mode().take(words.text(i));
+  for (std::size_t i = 0; i < std::min(consumed, count); ++i) command.mode().take(words.text(i));
   return bind_json_args(command, args.get());
 }
 

@@ -36,9 +36,9 @@ struct CommandAlias {
 
 // All rows, in the order of the reference page. It points to constant tables that live as long as the process.
 struct CommandTable {
-  // Makes the command of a row. `argument` is the word that the form passes to the command, or empty if it passes none.
-  // `words` are all words, without a leading "ravctl". Help makes commands with both empty, only to read their
-  // parameters.
+  // Makes the command of a row. `argument` is the last word that the form requires; a command whose form passes no word
+  // does not use it. `words` are all words, without a leading "ravctl". Help makes commands with both empty, only to
+  // read their parameters.
   std::unique_ptr<RavctlCommandInstance> (*make)(const CommandRow& row, const std::string& argument,
                                                  const std::vector<std::string>& words);
   const CommandRow* rows;

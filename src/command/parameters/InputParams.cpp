@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <limits>
+#include <optional>
 
 #include "base/text/StringUtils.h"
 #include "json/JsonModel.h"
@@ -36,13 +37,12 @@ InputParamBase* findParam(const InputParamList& params, std::string_view key) {
 namespace {
 
 // Truncates a number toward zero. Returns false if the result is not a 32-bit integer.
-bool truncateToInteger(double number, std::int32_t& n) {
+std::optional<std::int32_t> truncatedToInteger(double number) {
   const double whole = std::trunc(number);
   if (!(whole >= std::numeric_limits<std::int32_t>::min() && whole <= std::numeric_limits<std::int32_t>::max())) {
-    return false;
+    return std::nullopt;
   }
-  n = static_cast<std::int32_t>(whole);
-  return true;
+  return static_cast<std::int32_t>(whole);
 }
 
 struct BooleanWord {
@@ -57,8 +57,8 @@ constexpr BooleanWord booleanWords[] = {{"true", true},   {"yes", true}, {"on", 
 bool setFromJson(NamedValueBinder& param, const jsObject* value) {
   if (json::isString(value)) return param.setFromText(std::string(json::textOf(value)));
   if (json::isNumber(value)) {
-    std::int32_t n = 0;
-    return truncateToInteger(json::numberOf(value), n) && param.setFromInteger(n);
+    const std::optional<std::int32_t> n = truncatedToInteger(json::numberOf(value));
+    return n && param.setFromInteger(*n);
   }
   if (json::isBoolean(value)) return param.setFromBoolean(json::booleanOf(value));
   return false;

@@ -25,10 +25,7 @@ bool StringVectorValueBinder::takeBoolean(std::string_view key, bool value) {
 
 bool StringVectorValueBinder::takeStringList(std::string_view key, std::vector<std::string> list) {
   const bool hasHeading = !key.empty() && key.front() != '_';
-  lines_.reserve(lines_.size() + list.size() + (hasHeading ? 1 : 0));
-  if (hasHeading) {
-    lines_.push_back(StringUtils::concatenate({key, ":"}));
-  }
+  if (hasHeading) lines_.push_back(StringUtils::concatenate({key, ":"}));
   lines_.insert(lines_.end(), std::make_move_iterator(list.begin()), std::make_move_iterator(list.end()));
   return true;
 }

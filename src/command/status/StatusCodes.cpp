@@ -50,15 +50,16 @@ constexpr StatusText commonTexts[] = {
     {status::systemError, "stdlib error: system"},
     {0, "invalid status code"},
 };
-constexpr std::size_t searchLimit = 31;
-static_assert(std::size(commonTexts) <= searchLimit, "the table of the common codes has at most 31 rows");
 
 // The texts of codes that no provider knows, by category.
 constexpr StatusText categoryTexts[] = {
     {0x00, "generic success"},
     {0x10, "generic client error"},
+    {0x11, "generic error code"},
     {0x12, "generic application error"},
+    {0x13, "generic error code"},
     {0x14, "generic host error"},
+    {0x15, "generic error code"},
     {0x16, "generic external-dependency error"},
     {0x20, "unrecognized informational status code"},
     {0x22, "unrecognized transient-error status code"},
@@ -75,9 +76,8 @@ const char* find(const StatusText* begin, const StatusText* end, std::uint32_t k
 const char* commonText(StatusCode code) { return find(std::begin(commonTexts), std::end(commonTexts), code); }
 
 const char* genericText(StatusCode code) {
-  const std::uint32_t category = statusCategory(code);
-  if (const char* text = find(std::begin(categoryTexts), std::end(categoryTexts), category)) return text;
-  if (category >= 0x10 && category <= 0x16) return "generic error code";
+  const char* text = find(std::begin(categoryTexts), std::end(categoryTexts), statusCategory(code));
+  if (text != nullptr) return text;
   const bool isPositive = code <= 0x7fffffff;  // as a signed number; 0 has a text of its own
   return isPositive ? "unrecognized status code value" : "integer is not a status code";
 }
@@ -141,10 +141,8 @@ int outcomeOfWaitStatus(int waitStatus) {
 int waitForChild(int pid) {
   // waitpid(2) takes 0 and negative numbers as process groups, and -1 as any child.
   if (pid <= 0) return pid == 0 ? neverStartedOutcome : waitFailedOutcome;
-  int waitStatus = 0;
-  pid_t waited = 0;
-  do {
-    waited = ::waitpid(pid, &waitStatus, 0);
-  } while (waited == -1 && errno == EINTR);
-  return waited == pid ? outcomeOfWaitStatus(waitStatus) : waitFailedOutcome;
+  for (int waitStatus = 0;;) {
+    if (::waitpid(pid, &waitStatus, 0) == pid) return outcomeOfWaitStatus(waitStatus);
+    if (errno != EINTR) return waitFailedOutcome;
+  }
 }
