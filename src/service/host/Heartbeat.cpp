@@ -5,7 +5,6 @@
 #include <array>
 #include <ctime>
 #include <iterator>
-#include <limits>
 #include <string_view>
 
 #include "base/files/FileAccess.h"
@@ -75,20 +74,13 @@ class Variables {
   std::array<Entry, variableCount> entries_;
 };
 
-// Returns later - earlier, at most the largest number, since `earlier` may be any number of the file. `later` is the
-// time of this machine or a heartbeat that is fresh by that time, so it is not negative.
-std::int64_t secondsBetween(std::int64_t earlier, std::int64_t later) {
-  std::int64_t difference = 0;
-  if (__builtin_sub_overflow(later, earlier, &difference)) return std::numeric_limits<std::int64_t>::max();
-  return difference;
-}
+// The times of the file may be any numbers, so seconds are subtracted only from the time of this machine, and from a
+// heartbeat that is fresh by it.
 
-bool isFresh(const Variables& variables) {
-  return secondsBetween(variables.number(uptimeNow), std::time(nullptr)) < freshSeconds;
-}
+bool isFresh(const Variables& variables) { return variables.number(uptimeNow) > std::time(nullptr) - freshSeconds; }
 
 bool isPastGrace(const Variables& variables) {
-  return secondsBetween(variables.number(uptimeStarted), variables.number(uptimeNow)) > graceSeconds;
+  return variables.number(uptimeStarted) < variables.number(uptimeNow) - graceSeconds;
 }
 
 RunState yesOrNo(bool yes) { return yes ? RunState::running : RunState::notRunning; }

@@ -45,26 +45,23 @@ class LevelGate {
 
  private:
   // The head of a line is its first word with the blank or "]" that ends it, or the first 16 bytes of a longer word.
-  static constexpr std::size_t longestHead = 16;
-  static constexpr std::size_t half = sizeof(std::uint64_t);
-  static_assert(longestHead == 2 * half);
+  struct Head {
+    std::uint64_t first, second;
+  };
+  static constexpr std::size_t longestHead = sizeof(Head);
   static constexpr std::size_t slotCount = 64;
-
-  static std::uint64_t eightBytes(std::string_view line, std::size_t from) {
-    std::uint64_t bytes = 0;
-    std::memcpy(&bytes, line.data() + from, sizeof bytes);
-    return bytes;
-  }
 
   // A head and what the parser answered for it. `mask` has all bits set in the bytes that belong to the head, and
   // `bytes` is zero in the others. The default begins no line.
   struct KnownHead {
-    std::uint64_t mask[2] = {0, 0};
-    std::uint64_t bytes[2] = {1, 0};
+    Head mask = {};
+    Head bytes = {1, 0};
     Answer answer = Answer::needsWholeText;
 
     bool begins(std::string_view line) const {
-      return (eightBytes(line, 0) & mask[0]) == bytes[0] && (eightBytes(line, half) & mask[1]) == bytes[1];
+      Head head;
+      std::memcpy(&head, line.data(), sizeof head);
+      return (head.first & mask.first) == bytes.first && (head.second & mask.second) == bytes.second;
     }
   };
 

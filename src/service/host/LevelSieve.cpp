@@ -32,7 +32,7 @@ using Bytes [[gnu::vector_size(width)]] = unsigned char;
 
 template <std::size_t width>
 [[gnu::always_inline]] inline bool isZero(const Bytes<width>& bytes) {
-  std::array<std::uint64_t, width / 8> words{};
+  std::array<std::uint64_t, width / sizeof(std::uint64_t)> words{};
   std::memcpy(words.data(), &bytes, width);
   std::uint64_t all = 0;
   for (const std::uint64_t word : words) all |= word;
@@ -42,17 +42,17 @@ template <std::size_t width>
 // Returns true if a line begins in the block whose second byte is none of the first `count` of `seconds`.
 template <std::size_t width, std::size_t count>
 [[gnu::always_inline]] inline bool hasLineBut(const std::array<char, 4>& seconds, const char* block) {
+  static_assert(blockSize % width == 0, "a block consists of whole vectors");
   Bytes<width> found{};
-  for (const char* place = block; place < block + blockSize; place += width) {
+  for (const char* place = block; place != block + blockSize; place += width) {
     Bytes<width> first, second;
     std::memcpy(&first, place, width);
     std::memcpy(&second, place + 2, width);
-    Bytes<width> other = second ^ static_cast<unsigned char>(seconds[0]);
-    for (std::size_t i = 1; i < count; ++i) {
-      const Bytes<width> different = second ^ static_cast<unsigned char>(seconds[i]);
-      other = other < different ? other : different;
+    Bytes<width> known{};
+    for (std::size_t i = 0; i < count; ++i) {
+      known |= reinterpret_cast<Bytes<width>>(second == static_cast<unsigned char>(seconds[i]));
     }
-    found |= reinterpret_cast<Bytes<width>>(first == '\n') & other;
+    found |= reinterpret_cast<Bytes<width>>(first == '\n') & ~known;
   }
   return !isZero<width>(found);
 }
@@ -75,8 +75,9 @@ bool canEndName(char byte) { return static_cast<unsigned char>(byte - first) > s
 
 template <std::size_t width>
 [[gnu::always_inline]] inline bool hasNameEnd(const char* block) {
+  static_assert(blockSize % width == 0, "a block consists of whole vectors");
   Bytes<width> brackets{}, highest{};
-  for (const char* place = block; place < block + blockSize; place += width) {
+  for (const char* place = block; place != block + blockSize; place += width) {
     Bytes<width> bytes;
     std::memcpy(&bytes, place, width);
     brackets |= reinterpret_cast<Bytes<width>>(bytes == ']');
@@ -129,7 +130,7 @@ std::size_t LevelSieve::skipBlocks(std::size_t end) {
     }
     end = static_cast<std::size_t>(newline - log_.data()) + 1;
   }
-  next_ = end > blockSize ? end - blockSize : 0;
+  next_ = end - std::min(end, blockSize);
   return end;
 }
 

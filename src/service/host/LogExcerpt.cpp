@@ -36,25 +36,12 @@ std::size_t clampLines(std::int32_t maxLines) {
   return static_cast<std::size_t>(maxLines < 0 ? defaultLines : std::min(maxLines, mostLines));
 }
 
-// Reads as much of the range as the file holds. Returns the number of bytes read, or -1.
-ssize_t readAt(int fd, char* buffer, std::size_t size, off_t offset) {
-  std::size_t have = 0;
-  while (have < size) {
-    const ssize_t count =
-        uninterrupted([&] { return ::pread(fd, buffer + have, size - have, offset + static_cast<off_t>(have)); });
-    if (count < 0) return -1;
-    if (count == 0) break;
-    have += static_cast<std::size_t>(count);
-  }
-  return static_cast<ssize_t>(have);
-}
-
 constexpr off_t piecesIn(off_t length) { return length / pieceSize + (length % pieceSize != 0 ? 1 : 0); }
 
 // Returns true if the file has no data between the two offsets.
 bool isHole(int fd, off_t from, off_t to) {
   const off_t data = ::lseek(fd, from, SEEK_DATA);
-  return data < 0 ? errno == ENXIO : data >= to;
+  return data == -1 ? errno == ENXIO : data >= to;
 }
 
 std::string_view textOf(std::string_view piece) {
@@ -84,10 +71,14 @@ class Window {
       buffer_.reset();  // freed first, so that both are never in memory
       buffer_.reset(new char[static_cast<std::size_t>(capacity_)]);
     }
-    const ssize_t count = readAt(fd_, buffer_.get(), static_cast<std::size_t>(end - begin), begin);
-    begin_ = begin;
-    end_ = begin + std::max<ssize_t>(0, count);
-    return count >= 0;
+    jumpTo(begin);
+    while (end_ < end) {
+      const ssize_t count = uninterrupted(
+          [&] { return ::pread(fd_, buffer_.get() + (end_ - begin_), static_cast<std::size_t>(end - end_), end_); });
+      if (count <= 0) return count == 0;
+      end_ += count;
+    }
+    return true;
   }
 
  private:
@@ -114,11 +105,11 @@ class BackwardReader {
 
   // Returns false after a read error.
   bool read() {
-    while (end_ > 0 && !hasEnough()) {
+    for (;;) {
       takeLinesInWindow();
-      if (end_ > 0 && !hasEnough() && !takeLineThatStartsEarlier()) return false;
+      if (end_ == 0 || hasEnough()) return true;
+      if (!takeLineThatStartsEarlier()) return false;
     }
-    return true;
   }
 
  private:
@@ -190,7 +181,7 @@ class BackwardReader {
       const off_t from = std::max<off_t>(0, end - size);
       if (!isHole(fd_, from, end)) break;
       begin = from;
-      size = size < end - size ? 2 * size : end;
+      size += std::min(size, end - size);  // twice as much, or all
     }
     return begin;
   }

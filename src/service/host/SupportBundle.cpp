@@ -35,6 +35,6 @@ Status runSupportBundle() {
 }
 
 Status statusOfSystemResult(int result) {
-  if (result == 0) return Status::success();
-  return Status::of(result < 0 || result == noShellResult ? status::systemError : status::applicationError);
+  if (result > 0 && result != noShellResult) return Status::of(status::applicationError);
+  return result == 0 ? Status::success() : Status::of(status::systemError);
 }
