@@ -168,7 +168,7 @@ namespace {
 // Excludes the addresses that end in 254.169. A former test meant to exclude 169.254.0.0/16 but compared the bytes in
 // the wrong order. Its effect is kept deliberately, since users rely on the interfaces that are listed.
 bool isExcluded(const in_addr& address) {
-  unsigned char octets[4];
+  unsigned char octets[sizeof address.s_addr];
   std::memcpy(octets, &address.s_addr, sizeof octets);
   return octets[2] == 254 && octets[3] == 169;
 }

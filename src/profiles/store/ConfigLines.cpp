@@ -40,12 +40,10 @@ thread_local ConfigLines::EditLimit* currentLimit = nullptr;
 // Runs one pass of an editor under the locks.
 template <typename Pass>
 Status edit(const std::string& path, Pass pass) {
-  using std::chrono::milliseconds;
   const Clock::time_point end = ConfigLines::EditLimit::deadline();
   std::optional<FileLock> lock;
   if (FileLock::isDirectoryOurs()) {
-    const auto left = std::chrono::ceil<milliseconds>(end - Clock::now());
-    lock.emplace(path, std::max(left, milliseconds(0)));
+    lock.emplace(path, std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()));
     if (lock->result() == FileLock::Result::busy) return Status::of(status::openError);
   }
   LineEditor editor(path, end);
@@ -53,7 +51,7 @@ Status edit(const std::string& path, Pass pass) {
 }
 
 Status setAll(LineEditor& editor, const std::vector<ConfigLines::KeyValue>& settings) {
-  std::vector<bool> isWritten(settings.size(), false);
+  std::vector<bool> isWritten(settings.size());
   const auto write = [&](std::size_t i) {
     editor.writeLine(settings[i].first + '=' + settings[i].second);
     isWritten[i] = true;
@@ -162,7 +160,7 @@ bool LineEditor::readLine(LinePiece& line) {
 }
 
 void LineEditor::keepLine(const LinePiece& line) {
-  if (line.hole > 0) leaveHole(line.hole);
+  if (line.hole != 0) leaveHole(line.hole);
   write(line.text);
 }
 
@@ -206,7 +204,7 @@ void LineEditor::write(std::string_view bytes) {
 
 void LineEditor::leaveHole(off_t size) {
   if (!status_.isSuccess() || !flush()) return;
-  if (::lseek(new_.fd(), size, SEEK_CUR) < 0) fail(status::writeError);
+  if (::lseek(new_.fd(), size, SEEK_CUR) == -1) fail(status::writeError);
 }
 
 bool LineEditor::flush() {

@@ -90,7 +90,7 @@ class LineEditor {
  public:
   using Clock = ReplacementFile::Clock;
 
-  explicit LineEditor(const std::string& path) : LineEditor(path, Clock::now() + std::chrono::seconds(10)) {}
+  explicit LineEditor(const std::string& path) : LineEditor(path, ConfigLines::EditLimit::deadline()) {}
   LineEditor(const std::string& path, Clock::time_point deadline);
   ~LineEditor() { discard(); }
   LineEditor(const LineEditor&) = delete;

@@ -256,7 +256,7 @@ using EntryOrder = std::vector<Entry*>;
 void sortByName(EntryOrder& order) {
   std::sort(order.begin(), order.end(), [](const Entry* a, const Entry* b) {
     const int names = a->name.compare(b->name);
-    return names != 0 ? names < 0 : a < b;
+    return names < 0 || (names == 0 && a < b);
   });
 }
 
