@@ -48,8 +48,8 @@ template <std::size_t width, std::size_t count>
     Bytes<width> first, second;
     std::memcpy(&first, place, width);
     std::memcpy(&second, place + 2, width);
-    Bytes<width> known{};
-    for (std::size_t i = 0; i < count; ++i) {
+    auto known = reinterpret_cast<Bytes<width>>(second == static_cast<unsigned char>(seconds[0]));
+    for (std::size_t i = 1; i != count; ++i) {
       known |= reinterpret_cast<Bytes<width>>(second == static_cast<unsigned char>(seconds[i]));
     }
     found |= reinterpret_cast<Bytes<width>>(first == '\n') & ~known;

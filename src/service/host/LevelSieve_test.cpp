@@ -105,6 +105,21 @@ TEST(LevelSieveTest, MostLinesOfUpToFourKindsAreSkipped) {
   }
 }
 
+// The log has 16 lines of 64 bytes and `more` bytes in its first line. The sieve learns from the last block. It tests
+// the next one at the end that lies 512 bytes before that of the log; a block needs two bytes behind it.
+TEST(LevelSieveTest, ABlockIsTestedFromTheFirstEndBeforeItOn) {
+  for (const std::size_t more : {1U, 2U}) {
+    const std::string line = "[INFO" + std::string(64 - 6, '.') + "\n";
+    const std::string log = "[INFO" + std::string(more, '.') + line.substr(5) + repeated(line, 15 * line.size());
+    ASSERT_EQ(log.size(), 1024 + more);
+    for (const Vectors vectors : allVectors()) {
+      SCOPED_TRACE(std::to_string(more) + ", vectors " + std::to_string(static_cast<int>(vectors)));
+      const bool isSkipped = more == 2 && vectors != Vectors::none;
+      EXPECT_EQ(judgedLines(log, Level::error, vectors).size(), isSkipped ? 9u : 16u);
+    }
+  }
+}
+
 TEST(LevelSieveTest, ALineAmongSkippedOnesIsJudged) {
   const std::string info = "[INFO] the quick brown fox jumps over the lazy dog\n";
   for (const std::string& line : {std::string("[ERROR] here\n"), "F~\n" + info, std::string("error"), "[ALERT\n" + info,

@@ -8,7 +8,8 @@
 // end. A piece whose text is empty is skipped. Its level is the one that the text names (BasicLog::parseLogLevel), or
 // info if it names none.
 //
-// Cost: the log is read backwards from its end, only as far as needed to find the lines to show. Memory use is the
+// Cost: the log is read backwards from its end, only as far as needed to find the lines to show. The first read takes
+// 8 KiB, which hold the last fifty lines of most logs, and later ones take up to 256 KiB. Memory use is the
 // lines to show and a buffer of 256 KiB, and a second one for a line longer than the first. Such a line is read twice,
 // first to find its start, except for its longest part without blanks and other ends of level names, if the threshold
 // is above info. Holes of a sparse file are skipped without reading them; such holes arise when a log is truncated
