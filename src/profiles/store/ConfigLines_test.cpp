@@ -97,6 +97,16 @@ TEST_F(ConfigLinesTest, TheFirstLineOfAKeyGivesItsValue) {
   }
 }
 
+TEST_F(ConfigLinesTest, AKeyThatFillsItsPieceHasNoValue) {
+  for (const std::size_t size : {7998u, 7999u}) {
+    const std::string key(size, 'k');
+    host::writeFile(kFile, key + "=1\n");
+    std::string value = "old";
+    EXPECT_EQ(ConfigLines::readFirstValue(kFile, key, value), size == 7998) << size;
+    EXPECT_EQ(value, "");
+  }
+}
+
 TEST_F(ConfigLinesTest, AnEmptyKeyOrAFileThatCannotBeReadHasNoValue) {
   host::makeDirs("/tmp/directory");
   host::makeFifo("/tmp/fifo");

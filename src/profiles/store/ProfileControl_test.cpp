@@ -414,8 +414,11 @@ TEST_F(CreateTest, ATemplateThatCannotBeListedEndsTheCreationWithThatStatus) {
 
 // --- Create: configuration
 
-TEST_F(CreateTest, InterfaceAndInvitationAreWrittenIfTheyAreGiven) {
+TEST_F(CreateTest, PortInterfaceAndInvitationAreWrittenIfTheyAreGiven) {
   const Creation cases[] = {
+      {"without a port only the host is written",
+       [](NewProfile& wanted) { wanted.helmsorPort = NewProfile().helmsorPort; }, status::success,
+       "d 0755 ca-certs\nf 0640 mapconfig.static \"map_uri=https://h\\n\"\nf 0640 profile_name \"lab\\n\"\n"},
       {"interface and invitation are written and the other lines are kept",
        [](NewProfile& wanted) {
          putTemplate("hip.conf", "# hip\nmaster_interface=auto\n");
