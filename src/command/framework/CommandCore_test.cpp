@@ -414,6 +414,7 @@ TEST(BindCommandWords, NamingWordsAreNotParametersButSetTheModeAfterTheOtherWord
       {"mode words are not bound", {"a", "b", "--json", "text=x", "--text", "--verbose"}, 2, "verbose text ", "x"},
       {"a naming word sets the mode last", {"profile", "details", "--json", "--text"}, 3, "json ", ""},
       {"the second of two words too", {"json", "--quiet", "--verbose"}, 2, "quiet ", ""},
+      {"the first word too", {"--text", "details", "--json"}, 2, "text ", ""},
       {"a word behind the naming words does not", {"usage", "--quiet", "--verbose"}, 1, "verbose ", ""},
       {"all words are naming words if there are too few", {"text=x", "--json"}, 3, "json ", ""},
   };
