@@ -21,7 +21,7 @@
 // The name of the file in the directory of a profile.
 constexpr const char* variablesFileName = "hipvars.txt";
 
-enum class RunState { running, notRunning, unknown };
+enum class RunState { running = 1, notRunning, unknown };
 
 // Returns notRunning if the file cannot be opened or its heartbeat is 6 seconds old or older, unknown if the file lacks
 // "uptime.now" or "uptime.started", and running otherwise, also if the heartbeat lies in the future. A time without
