@@ -15,7 +15,7 @@ constexpr off_t largestBuffer = 65536;
 constexpr off_t diskBlock = 512;  // the unit of st_blocks, whatever the file system
 
 std::size_t bufferSizeFor(const OpenedFile& file, std::size_t lineBufferSize) {
-  const off_t wanted = file.size > 0 ? std::min(file.size, largestBuffer) : bufferForUnknownSize;
+  const off_t wanted = file.size == 0 ? bufferForUnknownSize : std::min(file.size, largestBuffer);
   return std::max(lineBufferSize, static_cast<std::size_t>(wanted));
 }
 
@@ -62,17 +62,14 @@ void trimLine(std::string& line) {
 
 [[gnu::hot]] bool LineReader::next(LinePiece& piece) {
   std::size_t length = 0;
-  do {
+  for (;;) {
     if (leavesOutBlankLines_ && startsLine_) leaveOutBlankLines();
-    const std::size_t window = std::min(end_ - begin_, maxPiece_);
-    const char* const start = buffer_.get() + begin_;
-    const void* newline = window > 0 ? std::memchr(start, '\n', window) : nullptr;
-    if (newline != nullptr) {
-      length = static_cast<std::size_t>(static_cast<const char*>(newline) - start) + 1;
-    } else if (window == maxPiece_) {
-      length = window;
-    }
-  } while (length == 0 && fill());
+    const std::string_view window(buffer_.get() + begin_, std::min(end_ - begin_, maxPiece_));
+    length = window.find('\n') + 1;  // npos + 1 is 0
+    if (length == 0 && window.size() == maxPiece_) length = maxPiece_;
+    if (length != 0 || atEnd_ || failed_) break;
+    fill();
+  }
   if (failed_) return false;
   if (length == 0) length = end_ - begin_;  // the last line has no newline
   if (length == 0) return false;
@@ -92,54 +89,50 @@ void trimLine(std::string& line) {
   begin_ += window.substr(0, blank).rfind('\n') + 1;  // npos + 1 is 0
 }
 
-// Reads more bytes behind those that the buffer still holds. Returns false if no byte was added.
-[[gnu::hot]] bool LineReader::fill() {
-  if (atEnd_) return false;
-  if (begin_ > 0) std::memmove(buffer_.get(), buffer_.get() + begin_, end_ - begin_);
+// Reads more bytes behind those that the buffer still holds.
+[[gnu::hot]] void LineReader::fill() {
+  std::memmove(buffer_.get(), buffer_.get() + begin_, end_ - begin_);
   end_ -= begin_;
   begin_ = 0;
-  if (isSparse_ && position_ >= dataEnd_ && !findData()) return false;
+  if (isSparse_ && position_ >= dataEnd_) findData();
+  if (failed_) return;
   std::size_t room = capacity_ - end_;
   // A hole can be left out only while the buffer is empty, so that the borders of the pieces do not move. So a hole is
   // read piece by piece: when next has returned a piece that contains no newline, the buffer is empty.
   if (isSparse_ && position_ >= dataEnd_) room = maxPiece_ - end_;
   if (isSparse_ && position_ < dataEnd_) room = std::min(room, static_cast<std::size_t>(dataEnd_ - position_));
   const ssize_t count = readSome(fd_, buffer_.get() + end_, room);
-  failed_ = count < 0;
-  if (count > 0) {
-    end_ += static_cast<std::size_t>(count);
-    position_ += count;
-  }
-  atEnd_ = count <= 0 || (size_ > 0 && position_ >= size_);
-  return count > 0;
+  failed_ = count == -1;
+  if (failed_) return;
+  end_ += static_cast<std::size_t>(count);
+  position_ += count;
+  atEnd_ = count == 0 || (size_ != 0 && position_ >= size_);
 }
 
 // Finds out how far the data at the position reaches. If it is in a hole inside a line, and the buffer is empty, skips
 // as many whole pieces of the hole as possible. At least one byte of it remains: the next piece starts with it and
 // reports the skipped bytes.
-bool LineReader::findData() {
+void LineReader::findData() {
   const off_t data = ::lseek(fd_, position_, SEEK_DATA);
-  if (data < 0 && errno != ENXIO) {
+  if (data == -1 && errno != ENXIO) {
     isSparse_ = false;  // the file system does not report holes
-    return true;
+    return;
   }
   if (data == position_) {
     dataEnd_ = ::lseek(fd_, position_, SEEK_HOLE);
   } else if (end_ == 0 && !startsLine_) {
     const off_t piece = static_cast<off_t>(maxPiece_);
-    const off_t holeEnd = data < 0 ? size_ : std::min(data, size_);
-    hole_ = std::max<off_t>(0, (holeEnd - position_ - 1) / piece * piece);
+    const off_t holeEnd = data == -1 ? size_ : std::min(data, size_);
+    hole_ = (holeEnd - position_ - 1) / piece * piece;
     position_ += hole_;
   }
-  failed_ = ::lseek(fd_, position_, SEEK_SET) < 0;
-  atEnd_ = failed_;
-  return !failed_;
+  failed_ = ::lseek(fd_, position_, SEEK_SET) == -1;
 }
 
 // True if the line is too long with the piece added to it.
 [[gnu::hot]] bool WholeLineReader::isTooLong(off_t length, const LinePiece& piece) const {
   const off_t room = limit_ - static_cast<off_t>(chunkSize) - length;
-  return piece.hole >= room || static_cast<off_t>(piece.text.size()) >= room - piece.hole;
+  return piece.hole + static_cast<off_t>(piece.text.size()) >= room;
 }
 
 WholeLineReader::Result WholeLineReader::next(std::string& line) {

@@ -54,8 +54,8 @@ class LineReader {
 
  private:
   void leaveOutBlankLines();
-  bool fill();
-  bool findData();
+  void fill();
+  void findData();
 
   int fd_ = -1;
   std::size_t maxPiece_ = 0;

@@ -89,11 +89,13 @@ TEST_F(LineReaderTest, PiecesDoNotDependOnTheSizesOfReads) {
 }
 
 TEST_F(LineReaderTest, AFileSmallerThanTheBufferIsReadOnce) {
-  const OpenedFile file = opened("one\ntwo\n");
-  const ArmedFaults counted{FaultPlan{}};
-  LineReader reader(file, 8000);
-  EXPECT_THAT(piecesOf(reader), ElementsAre("one\n", "two\n"));
-  EXPECT_THAT(counted.calls(), ElementsAre("read"));
+  for (const Texts& lines : {Texts{"one\n", "two\n"}, Texts{"x"}}) {
+    const OpenedFile file = opened(StringUtils::concatenate({lines.front(), lines.size() == 2 ? lines.back() : ""}));
+    const ArmedFaults counted{FaultPlan{}};
+    LineReader reader(file, 8000);
+    EXPECT_EQ(piecesOf(reader), lines);
+    EXPECT_THAT(counted.calls(), ElementsAre("read"));
+  }
 }
 
 TEST_F(LineReaderTest, AFileOfReportedSizeZeroIsReadToItsEnd) {
@@ -109,9 +111,11 @@ TEST_F(LineReaderTest, AFileOfReportedSizeZeroIsReadToItsEnd) {
 TEST_F(LineReaderTest, AFileThatEndsEarlyIsNoError) {
   const OpenedFile file = opened("one\ntwo\n");
   ASSERT_EQ(::truncate(kFile, 5), 0);
+  const ArmedFaults counted{FaultPlan{}};
   LineReader reader(file, 100);
   EXPECT_THAT(piecesOf(reader), ElementsAre("one\n", "t"));
   EXPECT_FALSE(reader.failed());
+  EXPECT_THAT(counted.calls(), ElementsAre("read", "read"));
 }
 
 TEST_F(LineReaderTest, AReadErrorIsNotTheEnd) {
@@ -457,12 +461,14 @@ void expectTextsAreWholeLines(std::size_t limit, BlankLines blankLines) {
       "",
       "\n\n",
       " one \r\n\n\t two\0 x\0\n\0three"s,
+      "\x7f\n!\n \x7f~\x7f\n",
       cut + "\none\n",
       cut + cut + "one\n",
       std::string(498, 'x') + "\rtwo\n",
       std::string(700, ' ') + "one" + std::string(700, '\0') + "\n" + std::string(600, ' ') + "\ntwo",
-      std::string(limit - 501, ' ') + "\none\n",  // this line is too long
-      std::string(limit - 502, ' ') + "\none\n",  // and this one is not
+      std::string(limit - 501, ' ') + "\none\n",    // this line is too long
+      std::string(limit - 502, ' ') + "\none\n",    // and this one is not
+      "\n" + std::string(limit - 502, 'x') + "\n",  // as long as a line may be
       "one\n" + std::string(limit - 600, ' ') + std::string(98, 'x') + "\ntwo\n",
       "one\n" + std::string(limit - 600, ' ') + std::string(99, 'x') + "\ntwo\n",
   };
