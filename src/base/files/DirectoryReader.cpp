@@ -35,7 +35,7 @@ EntryKind kindOfLink(int directoryFd, const char* name, LinkBase base) {
 
 DirectoryReader::DirectoryReader(int directoryFd, off_t position) : DirectoryReader(openAgain(directoryFd)) {
   if (position == 0 || directory_ == nullptr) return;
-  failed_ = ::lseek(fd(), position, SEEK_SET) < 0;
+  failed_ = ::lseek(fd(), position, SEEK_SET) == -1;
   position_ = position;
 }
 

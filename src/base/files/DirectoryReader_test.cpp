@@ -38,6 +38,7 @@ TEST_F(DirectoryReaderTest, AnotherReaderContinuesAtThePosition) {
   makeFiles(9);
   const UniqueFd fd = FileUtils::openDirectory(kDirectory);
   DirectoryReader whole(fd.get());
+  EXPECT_EQ(whole.position(), 0);
   const Names all = namesFrom(whole);
   ASSERT_THAT(all, SizeIs(9));
   for (std::size_t first = 0; first <= all.size(); ++first) {

@@ -317,6 +317,7 @@ TEST_F(FileAccessTest, AFailedWriteKeepsTheTargetOfALinkThatReplacedTheNewFile) 
 TEST_F(FileAccessTest, AnUnfinishedWriterRemovesTheFileThatItMadeButNoOther) {
   {
     FileWriter writer;
+    EXPECT_FALSE(writer.isNew());
     ASSERT_THAT(writer.open(kFile, 0600), HasCode(status::success));
     EXPECT_TRUE(writer.isNew());
     EXPECT_THAT(writer.write("text"), HasCode(status::success));
@@ -648,6 +649,18 @@ TEST_F(FileAccessTest, AFailedReservationStopsAWriteOnlyIfTheDiskIsFull) {
   }
 }
 
+TEST_F(FileAccessTest, AsMuchRoomIsReservedAsTheTextTakes) {
+  const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+  makeOld("old");
+  FileWriter writer;
+  ASSERT_THAT(writer.open(kFile, 0640), HasCode(status::success));
+  EXPECT_THAT(writer.reserve(2 * page), HasCode(status::success));
+  struct stat info = {};
+  ASSERT_TRUE(lookAt(kFile, info));
+  EXPECT_EQ(static_cast<std::size_t>(info.st_blocks) * 512, 2 * page);
+  EXPECT_EQ(info.st_size, 3);
+}
+
 TEST_F(FileAccessTest, RoomIsReservedOnlyForATextLongerThanTheOldOne) {
   struct Case {
     const char* why;
@@ -748,8 +761,9 @@ TEST_F(FileAccessTest, ALockedOpenOfAFileThatIsReplacedTriesAgainUntilTheDeadlin
     SCOPED_TRACE(isLate);
     host::writeFile(kFile, kOldText);
     const ArmedFaults armed{replacementsBeforeLocks(1)};
+    const SkippedPauses standing;  // so that the deadline comes exactly
     FileWriter writer;
-    const auto deadline = FileWriter::Clock::now() + seconds(isLate ? -1 : 5);
+    const auto deadline = FileWriter::Clock::now() + seconds(isLate ? 0 : 5);
     EXPECT_EQ(writer.openLocked(AT_FDCWD, kFile, 0640, deadline), !isLate);
     if (isLate) {
       EXPECT_EQ(errno, EWOULDBLOCK);

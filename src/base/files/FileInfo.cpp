@@ -46,9 +46,10 @@ std::int64_t fileModifiedMicros(const std::string& path) {
 
 bool isFreshRegularFile(const std::string& path, std::int64_t maxAgeMicros) {
   if (!isRegularFile(path)) return false;
-  std::int64_t until = 0;
-  if (__builtin_add_overflow(fileModifiedMicros(path), maxAgeMicros, &until)) return maxAgeMicros > 0;
-  return until > TimeUtils::nowMicros();
+  const std::int64_t modified = fileModifiedMicros(path);
+  std::int64_t age = 0;
+  // The clock never shows a time before 1970, so only the age of a very old file does not fit 64 bits.
+  return !__builtin_sub_overflow(TimeUtils::nowMicros(), modified, &age) && age < maxAgeMicros;
 }
 
 bool fifoHasReader(const std::string& path) {

@@ -7,6 +7,7 @@
 
 #include "base/system/UniqueFd.h"
 #include "base/text/TimeUtils.h"
+#include "testing/models/WallClock.h"
 #include "testing/run/HostTest.h"
 
 namespace {
@@ -95,6 +96,25 @@ TEST_F(FileInfoTest, AFileIsFreshUntilItReachesTheMaximumAge) {
   EXPECT_FALSE(FileUtils::isFreshRegularFile("/tmp", 200 * kSecond));
   EXPECT_FALSE(FileUtils::isFreshRegularFile("/tmp/missing", 200 * kSecond));
   EXPECT_FALSE(FileUtils::isFreshRegularFile("", 200 * kSecond));
+}
+
+TEST_F(FileInfoTest, TheMaximumAgeItselfIsTooOld) {
+  constexpr std::int64_t kModified = 1709294400;
+  host::writeFile(kFile, "");
+  setModified(kFile, kModified);
+  const WallClock clock(kModified * kSecond + 50);
+  EXPECT_TRUE(FileUtils::isFreshRegularFile(kFile, 51));
+  EXPECT_FALSE(FileUtils::isFreshRegularFile(kFile, 50));
+}
+
+TEST_F(FileInfoTest, AnAgeThatDoesNotFitIsTooOld) {
+  constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
+  host::writeFile(kFile, "");
+  setModified(kFile, -kMost / kSecond);
+  struct stat info = {};
+  ASSERT_EQ(::stat(kFile, &info), 0);
+  if (info.st_mtime != -kMost / kSecond) GTEST_SKIP() << "the file system cannot hold such a time";
+  EXPECT_FALSE(FileUtils::isFreshRegularFile(kFile, kMost));
 }
 
 TEST_F(FileInfoTest, AFileFromTheFutureIsFreshForAnyAgeDownToMinusItsDistance) {

@@ -12,8 +12,10 @@
 namespace FileUtils {
 namespace {
 
+using namespace std::string_view_literals;
+
 constexpr mode_t newFileMode = 0640;
-constexpr std::string_view lineBreaksAndZero("\r\n\0", 3);
+constexpr std::string_view lineBreaksAndZero = "\r\n\0"sv;
 
 std::string_view trimmed(std::string_view text) { return StringUtils::trim(text, StringUtils::TrimSet::blanks); }
 

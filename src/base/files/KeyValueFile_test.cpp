@@ -61,6 +61,7 @@ TEST_F(KeyValueFileTest, ALineIsSplitIntoKeyValueAndComment) {
       {"an empty key", "=v", true, "", "v", ""},
       {"the first separator counts", "a=b=c", true, "a", "b=c", ""},
       {"another separator", "a : b=c", true, "a", "b=c", "", ':'},
+      {"a hash as the separator", "a#b#c", true, "a", "b#c", "", '#'},
       {"double quotes", "k=\" v \"", true, "k", " v ", ""},
       {"single quotes and a comment", "k = 'v' # note", true, "k", "v", " # note"},
       {"empty quotes", "k=''", true, "k", "", ""},

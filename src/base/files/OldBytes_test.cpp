@@ -101,6 +101,21 @@ TEST_F(OldBytesTest, TheNewEndIsCutOffEvenIfTheLengthCannotBeLearned) {
   EXPECT_EQ(host::readFile(kFile), "old");
 }
 
+TEST_F(OldBytesTest, AFileOfTheSameLengthIsWrittenOnceAndNotCut) {
+  keep("old", 3);
+  EXPECT_TRUE(writeFully(fd_.get(), "new"));
+  const ArmedFaults counted{FaultPlan{}};
+  old_.putBack(fd_.get());
+  EXPECT_THAT(counted.calls(), testing::ElementsAre("pwrite", "fstat"));
+}
+
+TEST_F(OldBytesTest, ADeviceThatAcceptsNoByteEndsThePuttingBack) {
+  keep("old", 3);
+  const ArmedFaults armed(FaultPlan{1, true, 0, {"pwrite"}});
+  old_.putBack(fd_.get());
+  EXPECT_EQ(armed.count(), 1u);
+}
+
 TEST_F(OldBytesTest, ForgottenBytesAreNotPutBack) {
   keep("old", 3);
   old_.forget();

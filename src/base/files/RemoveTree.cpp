@@ -6,9 +6,9 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
 #include <limits>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -45,7 +45,7 @@ bool unlinkEntry(int directoryFd, const char* name) { return ::unlinkat(director
 
 // Removes the files and links of a directory that has too many entries to hold their names in memory. Links are
 // classified before anything is removed, because a link may lead to a file or another link of the same directory. Their
-// names are remembered as hashes of 8 bytes: should two be equal, at worst a broken link is removed, too.
+// names are remembered as hashes: should two be equal, at worst a broken link is removed, too.
 class ManyEntriesRemover {
  public:
   ManyEntriesRemover(int directoryFd, LinkBase links, std::string_view kept) : fd_(directoryFd), kept_(kept) {
@@ -69,14 +69,9 @@ class ManyEntriesRemover {
   }
 
  private:
-  using Hashes = std::vector<std::uint64_t>;
+  using Hashes = std::vector<std::size_t>;
 
-  // FNV-1a
-  static std::uint64_t hashOf(std::string_view name) {
-    std::uint64_t hash = 0xcbf29ce484222325;
-    for (const char byte : name) hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001b3;
-    return hash;
-  }
+  static std::size_t hashOf(std::string_view name) { return std::hash<std::string_view>()(name); }
 
   bool isOf(unsigned char type, const dirent& entry) const {
     return entryType(fd_, entry.d_name, entry.d_type) == type;

@@ -243,6 +243,25 @@ TEST_F(RemoveTreeTest, AParentDirectoryThatCannotBeReopenedEndsTheRemoval) {
   }
 }
 
+TEST_F(RemoveTreeTest, OnTheWayBackNoLevelIsOpenThatIsFarAboveTheLowest) {
+  makeDeepTree(kDepth);
+  FaultPlan plan;
+  plan.calls = {"unlinkat"};
+  plan.before = [](std::size_t call) {
+    const int lowest = kDepth - static_cast<int>(call);
+    for (const std::string& open : openDescriptors()) {
+      const std::size_t tree = open.find(kTree);
+      if (tree == std::string::npos) continue;
+      const int level = static_cast<int>(std::count(open.begin(), open.end(), 'd'));
+      const int largestPower = level & -level;
+      EXPECT_TRUE(level == 0 || lowest - level < 2 * largestPower) << open << ", the lowest level is " << lowest;
+    }
+  };
+  const ArmedFaults armed{plan};
+  EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::success));
+  EXPECT_EQ(armed.count(), std::size_t{kDepth});
+}
+
 // --- Costs
 
 TEST_F(RemoveTreeTest, TheNumberOfOpenDescriptorsGrowsWithTheLogarithmOfTheDepth) {
@@ -360,6 +379,45 @@ TEST_F(RemoveTreeTest, ManyDirectoriesThatCannotBeRemovedDoNotStopTheRemovalOfOt
   EXPECT_LE(counted.count(), std::size_t{2 * kMany}) << "each directory is tried twice at most";
   EXPECT_FALSE(host::exists(inTree("2900")));
   EXPECT_TRUE(host::exists(inTree("2901")));
+}
+
+TEST_F(RemoveTreeTest, ADirectoryOfMoreThan1024EntriesIsReadSeveralTimes) {
+  for (const int files : {1024, 1025}) {
+    SCOPED_TRACE(files);
+    for (int i = 0; i < files; ++i) host::writeFile(inTree(std::to_string(i)), "");
+    const ArmedFaults counted{FaultPlan{0, false, EIO, {"openat"}}};
+    EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::success));
+    EXPECT_EQ(counted.count() > 2, files > 1024) << "one call opens the directory and one reads it";
+  }
+}
+
+TEST_F(RemoveTreeTest, TheNamesOf1024DirectoriesAreReadAtATime) {
+  for (int i = 0; i < 2048; ++i) host::makeDirs(inTree(std::to_string(i)));
+  const ArmedFaults counted{FaultPlan{0, false, EIO, {"lseek"}}};
+  EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::success));
+  EXPECT_EQ(counted.count(), 2u) << "the first 1024 are read from the start, the others and the end from a position";
+}
+
+// The first reading of the directory removes all of its files. Before the second one new files appear, and before the
+// third one another.
+TEST_F(RemoveTreeTest, AReadingThatRemovesMoreThanThreeQuartersOfTheOneBeforeIsTheLast) {
+  constexpr int atStart = 1103;
+  constexpr int threeQuarters = atStart / 4 * 3;
+  constexpr std::size_t secondReading = 5;  // of the calls that open the directory
+  for (const int made : {threeQuarters, threeQuarters + 1}) {
+    SCOPED_TRACE(made);
+    for (int i = 0; i < atStart; ++i) host::writeFile(inTree(std::to_string(i)), "");
+    FaultPlan plan;
+    plan.calls = {"openat"};
+    plan.before = [made](std::size_t call) {
+      for (int i = 0; call == secondReading && i < made; ++i) host::writeFile(inTree("new" + std::to_string(i)), "");
+      if (call == secondReading + 1) host::writeFile(inTree("late"), "");
+    };
+    const ArmedFaults armed{plan};
+    const bool isLast = made > threeQuarters;
+    EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(isLast ? status::rmdirError : status::success));
+    EXPECT_EQ(host::tree(kTree), isLast ? "f 0644 late \"\"\n" : "");
+  }
 }
 
 TEST_F(RemoveTreeTest, SomebodyWhoMakesEntriesAllTheTimeDoesNotKeepTheRemovalFromEnding) {

@@ -365,6 +365,7 @@ TEST_F(ReplacementFileTest, AFileThatWasNotMadeReplacesNothing) {
   host::writeFile(kFile, "old");
   host::writeFile(kNew, "another's");
   ReplacementFile file;
+  EXPECT_FALSE(file.isMade());
   EXPECT_FALSE(file.replaceOld());
   EXPECT_EQ(host::readFile(kFile), "old");
 }

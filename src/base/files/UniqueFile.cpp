@@ -8,6 +8,7 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 #include "base/files/FileAccess.h"
 #include "base/system/UniqueFd.h"
@@ -22,13 +23,12 @@ constexpr mode_t uniqueFileMode = 0644;
 // Six letters or digits that differ from call to call and usually from process to process. They need not be hard to
 // guess, because O_EXCL ensures that the file is new.
 std::string uniqueSuffix() {
-  static constexpr char letters[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
-  constexpr std::size_t letterCount = sizeof letters - 1;
+  static constexpr std::string_view letters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
   static std::atomic<std::uint64_t> calls{0};
   std::uint64_t number = static_cast<std::uint64_t>(TimeUtils::nowMicros()) + calls++;
   number += static_cast<std::uint64_t>(::getpid()) << 40;
   std::string suffix;
-  for (int i = 0; i < 6; ++i, number /= letterCount) suffix += letters[number % letterCount];
+  for (int i = 0; i < 6; ++i, number /= letters.size()) suffix += letters[number % letters.size()];
   return suffix;
 }
 

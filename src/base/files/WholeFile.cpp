@@ -9,6 +9,8 @@
 namespace FileUtils {
 namespace {
 
+using namespace std::string_view_literals;
+
 constexpr mode_t wholeFileMode = 0640;
 
 bool isRegularAt(int directoryFd, const char* path) {
@@ -28,7 +30,7 @@ Status writeLinesOf(const std::string& path, const Lines& lines) {
 }
 
 std::size_t lengthWithoutLineEnd(const std::string& line) {
-  return line.find_last_not_of(std::string_view("\r\n\0", 3)) + 1;  // npos + 1 is 0
+  return line.find_last_not_of("\r\n\0"sv) + 1;  // npos + 1 is 0
 }
 
 template <typename Lines>
