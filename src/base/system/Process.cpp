@@ -6,7 +6,9 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <iterator>
 #include <new>
+#include <string_view>
 
 #include "base/system/Leftover.h"
 
@@ -18,11 +20,11 @@ bool hasInheritedMask = false;
 
 void openClosedStandardDescriptors() {
   pollfd standard[] = {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}};
-  const int polled = poll(standard, 3, 0);
+  const int polled = poll(standard, std::size(standard), 0);
   if (polled == 0) return;  // the usual case: poll reports nothing, so all three are open
   for (const pollfd& descriptor : standard) {
     // poll fails if the limit of descriptors is below three. Then each descriptor is tested alone.
-    const bool isClosed = polled > 0 ? (descriptor.revents & POLLNVAL) != 0 : fcntl(descriptor.fd, F_GETFD) < 0;
+    const bool isClosed = polled == -1 ? fcntl(descriptor.fd, F_GETFD) == -1 : (descriptor.revents & POLLNVAL) != 0;
     // open(2) uses the lowest free number, which is this one. It is not close-on-exec, because children need it too.
     // If there is no /dev/null, the program continues with a closed descriptor.
     if (isClosed) (void)open("/dev/null", O_RDWR);
@@ -39,9 +41,8 @@ void blockSignalsOfFailedWrites() {
 
 [[noreturn]] void endWithoutMemory() {
   removeLeftovers();
-  constexpr char words[] = "ravctl: out of memory\n";
-  // The process ends even if this write fails, for the failure cannot be reported anywhere.
-  if (write(STDERR_FILENO, words, sizeof words - 1) < 0) _exit(1);
+  constexpr std::string_view words = "ravctl: out of memory\n";
+  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, words.data(), words.size());  // a failure is ignored
   _exit(1);
 }
 

@@ -7,7 +7,7 @@
 bool writeFully(int descriptor, std::string_view text) {
   while (!text.empty()) {
     const ssize_t written = ::write(descriptor, text.data(), text.size());
-    if (written < 0) {
+    if (written == -1) {
       if (errno == EINTR) continue;
       return false;
     }

@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr int signalCount = 32;
+constexpr unsigned signalCount = 32;
 constexpr unsigned isInstalled = 1;
 constexpr unsigned isPending = 2;
 
@@ -19,7 +19,7 @@ std::atomic<bool> anyPending{false};
 static_assert(std::atomic<unsigned>::is_always_lock_free && std::atomic<bool>::is_always_lock_free,
               "a signal handler must not wait");
 
-bool isValidSignal(int signal) { return signal >= 0 && signal < signalCount; }
+bool isValidSignal(int signal) { return static_cast<unsigned>(signal) < signalCount; }
 
 std::atomic<unsigned>& flagsOf(int signal) { return flags[static_cast<unsigned>(signal)]; }
 
@@ -32,7 +32,6 @@ void markPending(int signal) {
 }  // namespace
 
 SignalManager::SignalManager() {
-  anyPending = false;
   for (std::atomic<unsigned>& word : flags) word = 0;
   current = this;
 }
@@ -52,10 +51,10 @@ int SignalManager::install(int signal) {
 
 void SignalManager::dispatch() {
   if (current.load() != this || !anyPending.exchange(false)) return;
-  for (int signal = 0; signal < signalCount; ++signal) {
+  for (std::atomic<unsigned>& word : flags) {
     // The pending bit is cleared before the call of handle, so that a signal that arrives during the call is marked
     // again.
-    const bool wasPending = (flagsOf(signal).fetch_and(~isPending) & isPending) != 0;
-    if (wasPending) handle(signal);
+    const bool wasPending = (word.fetch_and(~isPending) & isPending) != 0;
+    if (wasPending) handle(static_cast<int>(&word - flags.data()));
   }
 }

@@ -113,13 +113,17 @@ TEST_F(SignalManagerTest, DispatchHandlesEachPendingSignalOnceLowerNumbersFirst)
 TEST_F(SignalManagerTest, ASecondInstallDoesNothing) {
   Signals signals({SIGUSR1});
   const Action caught = actionOf(SIGUSR1);
-  ::signal(SIGUSR1, SIG_IGN);
-  EXPECT_EQ(signals.install(SIGUSR1), 0);
-  EXPECT_EQ(actionOf(SIGUSR1), SIG_IGN);
-  ::signal(SIGUSR1, caught);
-  ::raise(SIGUSR1);
-  signals.dispatch();
-  EXPECT_THAT(signals.handled, ElementsAre(SIGUSR1));
+  for (const char* when : {"before a signal was handled", "after that"}) {
+    SCOPED_TRACE(when);
+    ::signal(SIGUSR1, SIG_IGN);
+    EXPECT_EQ(signals.install(SIGUSR1), 0);
+    EXPECT_EQ(actionOf(SIGUSR1), SIG_IGN);
+    ::signal(SIGUSR1, caught);
+    ::raise(SIGUSR1);
+    signals.dispatch();
+    EXPECT_THAT(signals.handled, ElementsAre(SIGUSR1));
+    signals.handled.clear();
+  }
 }
 
 TEST_F(SignalManagerTest, ASignalThatComesDuringADispatchIsHandledByTheNextAtTheLatest) {

@@ -6,6 +6,6 @@
 template <typename Call>
 auto uninterrupted(Call call) {
   auto result = call();
-  while (result < 0 && errno == EINTR) result = call();
+  while (result == -1 && errno == EINTR) result = call();
   return result;
 }

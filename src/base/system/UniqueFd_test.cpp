@@ -60,6 +60,15 @@ TEST_F(UniqueFdTest, AFailedCloseIsReportedAndNotRetried) {
   EXPECT_EQ(armed.count(), 1u);
 }
 
+TEST_F(UniqueFdTest, DescriptorZeroIsADescriptor) {
+  const UniqueFd input(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3));
+  UniqueFd zero(STDIN_FILENO);
+  EXPECT_TRUE(zero.isOpen());
+  EXPECT_TRUE(zero.close());
+  EXPECT_FALSE(isOpen(STDIN_FILENO));
+  ASSERT_EQ(::dup2(input.get(), STDIN_FILENO), STDIN_FILENO);
+}
+
 TEST_F(UniqueFdTest, CannotBeCopied) {
   EXPECT_FALSE(std::is_copy_constructible_v<UniqueFd>);
   EXPECT_FALSE(std::is_copy_assignable_v<UniqueFd>);

@@ -1,5 +1,7 @@
 #include "base/tasks/WorkerRunner.h"
 
+#include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "base/text/TimeUtils.h"
@@ -12,11 +14,11 @@ constexpr std::int64_t pollMicros = 500'000;
 
 std::int64_t nowSeconds() { return TimeUtils::nowMicros() / TimeUtils::microsPerSecond; }
 
-// The current time plus `seconds`, in seconds. A result that does not fit becomes the nearest limit.
+// The current time plus `seconds`, in seconds. A result that does not fit becomes the largest number. The clock never
+// shows a time before 1970, so a negative result always fits.
 std::int64_t deadlineIn(std::int64_t seconds) {
-  std::int64_t deadline = 0;
-  if (!__builtin_add_overflow(nowSeconds(), seconds, &deadline)) return deadline;
-  return seconds < 0 ? INT64_MIN : INT64_MAX;
+  const std::int64_t now = nowSeconds();
+  return now + std::min(seconds, std::numeric_limits<std::int64_t>::max() - now);
 }
 
 }  // namespace

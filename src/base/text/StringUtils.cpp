@@ -24,8 +24,8 @@ constexpr bool isTrimmed(char c, TrimSet set) {
 
 // Joins the pieces, with "/" between them if `separated` is set.
 std::string append(std::initializer_list<std::string_view> pieces, bool separated) {
-  std::size_t size = 0;
-  for (const std::string_view piece : pieces) size += piece.size() + 1;
+  std::size_t size = pieces.size();  // room for the slashes
+  for (const std::string_view piece : pieces) size += piece.size();
   std::string joined;
   joined.reserve(size);
   for (const std::string_view piece : pieces) {

@@ -1,5 +1,6 @@
 #include "base/text/TimeUtils.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <ctime>
@@ -246,13 +247,13 @@ std::int64_t parseDuration(TextOrNull text) {
 }
 
 std::string formatDuration(std::int64_t micros) {
-  if (micros == 0) return "0 seconds";
-  const std::uint64_t magnitude = micros < 0 ? 0 - bits(micros) : bits(micros);
+  const std::uint64_t magnitude = std::min(bits(micros), 0 - bits(micros));  // the negative one has the highest bit
   const PrintedUnit& unit = unitFor(magnitude);
   // The count always fits 32 bits: the largest duration is 106751991 days.
   const auto count = static_cast<std::int32_t>(magnitude / unit.micros);
+  const char* const word = count == 1 ? unit.singular : unit.plural;
   return StringUtils::concatenate(
-      {micros < 0 ? "-" : "", StringUtils::toString(count), count == 1 ? unit.singular : unit.plural});
+      {micros < 0 ? "-" : "", StringUtils::toString(count), count == 0 ? " seconds" : word});
 }
 
 }  // namespace TimeUtils

@@ -115,6 +115,8 @@ TEST(LocalOffset, IsThatOfTheCurrentZoneOn1April3918OnEveryCall) {
       {"CET-1CEST,M3.5.0,M10.5.0/3", -120},  // in summer time on that date
       {"XST-10XDT,M10.1.0,M4.1.0/3", -660},  // summer time in the south still holds
       {"IST-5:30", -330},
+      {"XST0XDT,J92,J200", 0},            // summer time begins on 2 April
+      {"XST0XDT,M4.1.1/0,M10.1.0", -60},  // it begins on 1 April only if that is a Monday, as in 3918
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.zone);
@@ -178,6 +180,12 @@ TEST(Compose, IsTheInverseOfBreakDown) {
     const auto micros = static_cast<std::int64_t>(random());
     ASSERT_EQ(compose(breakDown(micros)), micros);
   }
+}
+
+TEST(Compose, AnEmptyRecordIsTheStartOf1970) {
+  EXPECT_EQ(fieldsOf(BrokenDownTime()), fieldsOf(breakDown(0)));
+  EXPECT_EQ(BrokenDownTime().micros, 0);
+  EXPECT_EQ(compose(BrokenDownTime()), 0);
 }
 
 TEST(Compose, CarriesFieldsOutsideTheirRange) {
@@ -279,6 +287,10 @@ TEST(TimeStamps, TheTimeZeroMeansNow) {
   EXPECT_LE(before, stamp);
   EXPECT_LE(stamp, after);
   EXPECT_EQ(secondStamp("", "", 1), "19700101-000000");
+  const WallClock clock(1'740'920'707 * kSec);
+  EXPECT_EQ(minuteStamp("", ""), "20250302-1305");
+  EXPECT_EQ(hourStamp("", ""), "20250302-13");
+  EXPECT_EQ(dayStamp("", ""), "20250302");
 }
 
 // --- Durations

@@ -11,7 +11,7 @@
 namespace {
 
 constexpr char anonymousThread[] = "<anonymous thread>";
-constexpr std::int64_t wholeSecondsFrom = 5 * TimeUtils::microsPerSecond;
+constexpr std::int64_t wholeSecondsFrom = 5;
 
 }  // namespace
 
@@ -28,9 +28,10 @@ std::string getThreadName() {
 
 void sleepMicros(std::int64_t micros) {
   if (micros <= 0) return;
-  const std::int64_t remainder = micros < wholeSecondsFrom ? micros % TimeUtils::microsPerSecond : 0;
+  const std::int64_t seconds = micros / TimeUtils::microsPerSecond;
+  const std::int64_t remainder = seconds < wholeSecondsFrom ? micros % TimeUtils::microsPerSecond : 0;
   timespec left{};
-  left.tv_sec = static_cast<decltype(left.tv_sec)>(micros / TimeUtils::microsPerSecond);
+  left.tv_sec = static_cast<decltype(left.tv_sec)>(seconds);
   left.tv_nsec = static_cast<decltype(left.tv_nsec)>(remainder * 1'000);
   while (::nanosleep(&left, &left) != 0 && errno == EINTR) {
   }
