@@ -81,7 +81,7 @@ WRAP(ssize_t, -1, read, (int fd, void* to, std::size_t size), (fd, to, transferr
 WRAP(ssize_t, armedPlan.error == 0 ? 0 : -1, write, (int fd, const void* from, std::size_t size),
      (fd, from, transferred(size)))
 WRAP_BOTH(ssize_t, -1, pread, (int fd, void* to, std::size_t size, off_t at), (fd, to, transferred(size), at))
-WRAP_BOTH(ssize_t, -1, pwrite, (int fd, const void* from, std::size_t size, off_t at),
+WRAP_BOTH(ssize_t, armedPlan.error == 0 ? 0 : -1, pwrite, (int fd, const void* from, std::size_t size, off_t at),
           (fd, from, transferred(size), at))
 WRAP_BOTH(off_t, -1, lseek, (int fd, off_t offset, int whence), (fd, offset, whence))
 WRAP_BOTH(int, -1, ftruncate, (int fd, off_t size), (fd, size))

@@ -206,6 +206,17 @@ TEST_F(LineReaderTest, ReadingASparseFileSkipsItsHoles) {
   }
 }
 
+TEST_F(LineReaderTest, OfAHoleThatEndsTheFileTheFirstAndTheLastPieceAreRead) {
+  for (const off_t lastPiece : {1, 499}) {
+    SCOPED_TRACE(lastPiece);
+    const OpenedFile file = sparse(499 * 1000 + lastPiece, {});
+    const ArmedFaults counted{FaultPlan{0, false, EIO, {"read"}}};
+    LineReader reader(file, 500);
+    EXPECT_EQ(piecesOf(reader).size(), 2u);
+    EXPECT_EQ(counted.count(), 2u);
+  }
+}
+
 // Islands of one line end, each in a block of its own.
 Islands manyLineEnds(int count, off_t distance) {
   Islands islands;

@@ -71,7 +71,9 @@ TEST(AtomicValue, WaitsWithLongLimitsAndWithoutLimitEndWhenTheValueIsSet) {
   }
   while (aboutToWait < 3) ::usleep(100);
   ::usleep(20'000);
-  EXPECT_TRUE(value.compareAndSet(1, 2));
+  value.set(3);  // another value ends no wait
+  ::usleep(20'000);
+  EXPECT_TRUE(value.compareAndSet(3, 2));
   endless.join();
   for (std::thread& waiter : waiters) waiter.join();
 }
