@@ -40,8 +40,7 @@ bool leadsThroughTrustedLink(const std::string& path) {
 UniqueFd openLockDirectory() {
   constexpr int flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
   std::string path = FileUtils::lockDir();
-  while (path.size() > 1 && path.back() == '/')
-    path.pop_back();  // with a slash at the end the system would follow a link
+  while (path != "/" && path.back() == '/') path.pop_back();  // with a slash at the end the system would follow a link
   UniqueFd directory(uninterrupted([&] { return ::open(path.c_str(), flags | O_NOFOLLOW); }));
   if (!directory.isOpen() && leadsThroughTrustedLink(path)) {
     directory.reset(uninterrupted([&] { return ::open(path.c_str(), flags); }));

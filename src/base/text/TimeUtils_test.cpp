@@ -115,7 +115,7 @@ TEST(LocalOffset, IsThatOfTheCurrentZoneOn1April3918OnEveryCall) {
       {"CET-1CEST,M3.5.0,M10.5.0/3", -120},  // in summer time on that date
       {"XST-10XDT,M10.1.0,M4.1.0/3", -660},  // summer time in the south still holds
       {"IST-5:30", -330},
-      {"XST0XDT,J92,J200", 0},            // summer time begins on 2 April
+      {"XST0XDT,J92/0,J200", 0},          // summer time begins on 2 April
       {"XST0XDT,M4.1.1/0,M10.1.0", -60},  // it begins on 1 April only if that is a Monday, as in 3918
   };
   for (const auto& c : cases) {
