@@ -401,20 +401,20 @@ TEST_F(RemoveTreeTest, TheNamesOf1024DirectoriesAreReadAtATime) {
 // The first reading of the directory removes all of its files. Before the second one new files appear, and before the
 // third one another.
 TEST_F(RemoveTreeTest, AReadingThatRemovesMoreThanThreeQuartersOfTheOneBeforeIsTheLast) {
-  constexpr int atStart = 1103;
-  constexpr int threeQuarters = atStart / 4 * 3;
-  constexpr std::size_t secondReading = 5;  // of the calls that open the directory
-  for (const int made : {threeQuarters, threeQuarters + 1}) {
+  constexpr int kAtStart = 1103;
+  constexpr int kThreeQuarters = kAtStart / 4 * 3;
+  constexpr std::size_t kSecondReading = 5;  // of the calls that open the directory
+  for (const int made : {kThreeQuarters, kThreeQuarters + 1}) {
     SCOPED_TRACE(made);
-    for (int i = 0; i < atStart; ++i) host::writeFile(inTree(std::to_string(i)), "");
+    for (int i = 0; i < kAtStart; ++i) host::writeFile(inTree(std::to_string(i)), "");
     FaultPlan plan;
     plan.calls = {"openat"};
     plan.before = [made](std::size_t call) {
-      for (int i = 0; call == secondReading && i < made; ++i) host::writeFile(inTree("new" + std::to_string(i)), "");
-      if (call == secondReading + 1) host::writeFile(inTree("late"), "");
+      for (int i = 0; call == kSecondReading && i < made; ++i) host::writeFile(inTree("new" + std::to_string(i)), "");
+      if (call == kSecondReading + 1) host::writeFile(inTree("late"), "");
     };
     const ArmedFaults armed{plan};
-    const bool isLast = made > threeQuarters;
+    const bool isLast = made > kThreeQuarters;
     EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(isLast ? status::rmdirError : status::success));
     EXPECT_EQ(host::tree(kTree), isLast ? "f 0644 late \"\"\n" : "");
   }
