@@ -6,14 +6,14 @@ namespace json {
 
 namespace {
 constexpr std::size_t largestBlock = 4096;
-constexpr std::size_t largestChunk = 65536;
+constexpr std::size_t largestChunk = std::size_t{1} << placeBits;
 }  // namespace
 
-Block Chunks::allocateElsewhere(std::size_t size) {
-  if (size > largestBlock) return {::operator new(size), aloneInMemory};
-  openChunk(std::max(nextChunk_, 2 * size));
+Block Chunks::allocateElsewhere(std::size_t bytes) {
+  if (bytes > largestBlock) return {::operator new(bytes), aloneInMemory};
+  openChunk(std::max(nextChunk_, sizeof(Chunk) + rounded(bytes)));
   nextChunk_ = std::min(2 * nextChunk_, largestChunk);
-  return allocate(size);
+  return allocate(bytes);
 }
 
 void Chunks::openChunk(std::size_t bytes) {

@@ -32,6 +32,7 @@ namespace json {
 
 // How far a block is from the start of its chunk, in bytes: a multiple of 8, below 65536.
 using Place = std::uint32_t;
+constexpr int placeBits = 16;
 constexpr Place aloneInMemory = 0;  // not in a chunk
 
 struct Block {
@@ -60,8 +61,8 @@ class Chunks {
   Chunks& operator=(const Chunks&) = delete;
 
   Block allocate(std::size_t bytes) {
-    const std::size_t size = (bytes + alignment - 1) & ~(alignment - 1);
-    if (size > static_cast<std::size_t>(end_ - free_)) return allocateElsewhere(size);
+    const std::size_t size = rounded(bytes);
+    if (size > static_cast<std::size_t>(end_ - free_)) return allocateElsewhere(bytes);
     char* start = free_;
     free_ += size;
     ++blocks_;
@@ -72,7 +73,7 @@ class Chunks {
   // Counts any block of the open chunk once more, so that it must be freed once more.
   void countAgain() { ++blocks_; }
 
-  // Changes when another chunk is opened.
+  // How many chunks have been opened.
   std::size_t chunkNumber() const { return chunkNumber_; }
 
   // Ends the open chunk: it gets no more blocks, and is freed with its last one.
@@ -81,7 +82,8 @@ class Chunks {
  private:
   static constexpr std::size_t alignment = 8;
 
-  Block allocateElsewhere(std::size_t size);
+  static std::size_t rounded(std::size_t bytes) { return (bytes + alignment - 1) & ~(alignment - 1); }
+  Block allocateElsewhere(std::size_t bytes);
   void openChunk(std::size_t bytes);
 
   char* chunk_ = nullptr;  // the open chunk, or null

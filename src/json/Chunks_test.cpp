@@ -121,28 +121,40 @@ TEST(Chunks, LargeBlockIsAlone) {
   BlockRelease().drop(largest);
 }
 
-TEST(Chunks, NumberChangesWithEachChunk) {
+TEST(Chunks, NumberCountsTheChunks) {
   Chunks memory;
-  const std::size_t atFirst = memory.chunkNumber();
+  EXPECT_EQ(memory.chunkNumber(), 0u);
   BlockRelease release;
   release.drop(memory.allocate(8));
-  const std::size_t number = memory.chunkNumber();
-  EXPECT_NE(number, atFirst);
+  EXPECT_EQ(memory.chunkNumber(), 1u);
   release.drop(memory.allocate(8));
-  EXPECT_EQ(memory.chunkNumber(), number);
+  EXPECT_EQ(memory.chunkNumber(), 1u);
   memory.seal();
+  EXPECT_EQ(memory.chunkNumber(), 1u);
   release.drop(memory.allocate(8));
-  EXPECT_NE(memory.chunkNumber(), number);
+  EXPECT_EQ(memory.chunkNumber(), 2u);
 }
 
-TEST(Chunks, SmallDocumentTakesASmallChunk) {
+TEST(Chunks, SmallDocumentTakesASmallChunkAndLaterOnesGrowToTheLargest) {
   Chunks memory;
   BlockRelease release;
-  std::size_t blocks = 0;
-  for (; memory.chunkNumber() < 2; ++blocks) release.drop(memory.allocate(8));
-  EXPECT_EQ(blocks, (1024 - 8) / 8 + 1);
-  for (; memory.chunkNumber() < 3; ++blocks) release.drop(memory.allocate(8));
-  EXPECT_EQ(blocks, (1024 + 2048 - 16) / 8 + 1);
+  release.drop(memory.allocate(8));
+  std::size_t blocks = 1;  // in the open chunk
+  for (const std::size_t size : {1024, 2048, 4096, 8192, 16384, 32768, 65536, 65536}) {
+    const std::size_t number = memory.chunkNumber();
+    for (; memory.chunkNumber() == number; ++blocks) release.drop(memory.allocate(8));
+    EXPECT_EQ(blocks - 1, size / 8 - 1) << "the chunk begins with 8 bytes of its own";
+    blocks = 1;
+  }
+}
+
+TEST(Chunks, BlockThatIsLargerThanTheNextChunkGetsAChunkOfItsSize) {
+  Chunks memory;
+  BlockRelease release;
+  release.drop(filled(memory, 4093, 1));
+  EXPECT_EQ(memory.chunkNumber(), 1u);
+  release.drop(filled(memory, 8, 2));
+  EXPECT_EQ(memory.chunkNumber(), 2u);
 }
 
 TEST(Chunks, BlocksOfASealedChunkMayBeFreedByThreads) {

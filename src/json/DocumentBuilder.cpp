@@ -1,6 +1,7 @@
 #include "json/DocumentBuilder.h"
 
 #include <algorithm>
+#include <bitset>
 #include <utility>
 
 namespace json {
@@ -60,14 +61,13 @@ jsObject* DocumentBuilder::closeArray(std::size_t firstPiece) {
 jsObject* DocumentBuilder::closeObject(std::size_t firstPiece) {
   const std::size_t capacity = std::max<std::size_t>((pieces_.size() - firstPiece) / 2, 1);
   auto* object = makeWithList<ObjectValue>(memory_.allocate(sizeWithList<ObjectValue>(capacity)), capacity);
-  std::uint64_t seenHashes = 0;
+  std::bitset<hashes> seenHashes;
   for (std::size_t piece = firstPiece; piece < pieces_.size(); piece += 2) {
     auto* name = static_cast<Name*>(pieces_[piece]);
     auto* value = static_cast<jsObject*>(pieces_[piece + 1]);
-    const std::uint64_t hash = std::uint64_t{1} << hashOf(name->text());
-    const bool isNew = (seenHashes & hash) == 0;
-    seenHashes |= hash;
-    const std::ptrdiff_t position = isNew ? notFound : object->find(name->text());
+    const std::size_t hash = hashOf(name->text());
+    const std::ptrdiff_t position = seenHashes[hash] ? object->find(name->text()) : notFound;
+    seenHashes[hash] = true;
     if (position == notFound) {
       object->add(name, value);
     } else {

@@ -76,7 +76,7 @@ class DocumentBuilder {
   // The last name of each hash, if it is in the open chunk, which is the one with that number.
   static constexpr std::size_t hashes = 64;
   std::array<Name*, hashes> recentNames_{};
-  std::size_t chunkOfRecentNames_ = 0;
+  std::size_t chunkOfRecentNames_ = memory_.chunkNumber();
 };
 
 inline jsObject* DocumentBuilder::makeNumber(double value) {

@@ -167,6 +167,52 @@ TEST(ParsedDocument, RepeatedNamesOfAChunkAreOneName) {
             json::memberName(json::element(document.get(), 2), 1).data());
 }
 
+// The number of blocks that parsing the text allocates.
+std::ptrdiff_t blocksToParse(const std::string& text) {
+  const std::ptrdiff_t before = newBlocksSoFar();
+  const ScopedJson document(parsed(text));
+  EXPECT_TRUE(document) << text;
+  return newBlocksSoFar() - before;
+}
+
+// The lists of a builder have room for the open containers and for the entries of a usual document.
+TEST(ParsedDocument, ListsOfTheBuilderGrowOnlyForALargeDocument) {
+  const auto nested = [](std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); };
+  EXPECT_EQ(blocksToParse(nested(8)), blocksToParse("[]"));
+  EXPECT_EQ(blocksToParse(nested(9)), blocksToParse("[]") + 1);
+  const auto listOf = [](std::size_t entries) {
+    std::string text = "[1";
+    while (--entries != 0) text += ",1";
+    return text + "]";
+  };
+  EXPECT_EQ(blocksToParse(listOf(64)), blocksToParse("[]"));
+  EXPECT_EQ(blocksToParse(listOf(65)), blocksToParse("[]") + 1);
+}
+
+TEST(ParsedDocument, ContainerHasRoomForItsEntriesAndAnEmptyOneForOne) {
+  for (const char* text : {"[]", "[5]"}) {
+    const ScopedJson array(parsed(text));
+    const std::ptrdiff_t before = newBlocksSoFar();
+    if (json::isEmpty(array.get())) json::append(array.get(), json::makeNull());
+    EXPECT_EQ(newBlocksSoFar(), before) << text;
+    json::append(array.get(), json::makeNull());
+    EXPECT_EQ(newBlocksSoFar(), before + 1) << text;
+  }
+  for (const char* text : {"{}", "{a:5}"}) {
+    const ScopedJson object(parsed(text));
+    const std::ptrdiff_t before = newBlocksSoFar();
+    std::ptrdiff_t names = 0;
+    if (json::memberCount(object.get()) == 0) {
+      json::setMember(object.get(), "a", json::makeNull());
+      ++names;
+    }
+    EXPECT_EQ(newBlocksSoFar(), before + names) << text;
+    json::setMember(object.get(), "b", json::makeNull());
+    ++names;
+    EXPECT_EQ(newBlocksSoFar(), before + names + 1) << text;
+  }
+}
+
 TEST(DocumentBuilder, MadeAndClosedValuesBelongToTheCallerUntilTheyAreAdded) {
   DocumentBuilder builder;
   const std::ptrdiff_t before = newBlocksInUse();

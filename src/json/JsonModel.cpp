@@ -21,6 +21,7 @@ using namespace json;
 
 PlainValue sharedNull(JsonKind::null, sharedPlace);
 BooleanValue sharedBooleans[] = {BooleanValue(false), BooleanValue(true)};
+// In ascending order.
 NumberValue sharedNumbers[] = {{-1, sharedPlace}, {0, sharedPlace}, {1, sharedPlace}, {2, sharedPlace}};
 EmptyString sharedEmptyString;
 
@@ -177,7 +178,7 @@ jsObject* makeNull() { return &sharedNull; }
 jsObject* makeBoolean(bool value) { return &sharedBooleans[value ? 1 : 0]; }
 
 jsObject* sharedNumber(double value) {
-  if (value < -1 || value > 2) return nullptr;
+  if (value < std::begin(sharedNumbers)->value || value > std::rbegin(sharedNumbers)->value) return nullptr;
   for (NumberValue& shared : sharedNumbers) {
     if (value == shared.value) return &shared;
   }

@@ -188,6 +188,8 @@ TEST(JsonNumbers, AreIntegralAndWrittenAsIntegersIfTheyAreCloseToTheirIntegerVal
       {"too far above a whole number", 3.00002, 3, false, "3.000020"},
       {"too far above zero", 0.00002, 0, false, "0.000020"},
       {"too far below a whole number", 2.99998, 3, false, "2.999980"},
+      {"0.00001 above a whole number", 1.00001, 1, false, "1.000010"},
+      {"0.00001 below a whole number", 0.99999, 1, false, "0.999990"},
       {"a tenth", 0.1, 0, false, "0.100000"},
       {"a fraction below a half", 2.4, 2, false, "2.400000"},
       {"a half", 2.5, 3, false, "2.500000"},

@@ -57,7 +57,7 @@ struct EmptyString final : StringValue {
   constexpr EmptyString() : StringValue(0, sharedPlace) {}
   char terminator = '\0';
 };
-static_assert(sizeof(EmptyString) > sizeof(StringValue), "bytes() points to the terminator");
+static_assert(sizeof(EmptyString) != sizeof(StringValue), "the terminator is behind the record, where bytes() points");
 
 // A member name. Its bytes and a zero byte follow in the same block of memory. Names are never changed, so that several
 // members may have the same one: it is then counted once for each (see Chunks::countAgain).
@@ -71,22 +71,21 @@ class Name {
   Block block() { return {this, static_cast<Place>(lengthAndPlace_ & ((1U << placeBits) - 1))}; }
 
  private:
-  static constexpr int placeBits = 16;  // no memory has room for a name whose length needs more than the other 48 bits
-  std::uint64_t lengthAndPlace_;
+  std::uint64_t lengthAndPlace_;  // no memory has room for a name whose length needs more than the other 48 bits
 };
 
 // Counts have 32 bits: a container has room for 2^31 entries. The program aborts if more are added.
 struct Container : Record {
-  using Record::Record;
+  Container(JsonKind kind, Place at, std::size_t room) : Record(kind, at), capacity(static_cast<std::uint32_t>(room)) {}
   std::uint32_t count = 0;
-  std::uint32_t capacity = 0;
+  std::uint32_t capacity;
   jsObject** values = nullptr;
   Container* nextToRelease = nullptr;
 };
 constexpr std::size_t mostEntries = std::size_t{1} << 31;
 
 struct ArrayValue final : Container {
-  explicit ArrayValue(Place at) : Container(JsonKind::array, at) {}
+  ArrayValue(Place at, std::size_t room) : Container(JsonKind::array, at, room) {}
   static constexpr std::size_t entrySize = sizeof(jsObject*);
 
   void add(jsObject* value);
@@ -95,7 +94,7 @@ struct ArrayValue final : Container {
 // Two lists of the same length: values[i] is the value of the member names()[i]. The names follow the values in the
 // same block of memory.
 struct ObjectValue final : Container {
-  explicit ObjectValue(Place at) : Container(JsonKind::object, at) {}
+  ObjectValue(Place at, std::size_t room) : Container(JsonKind::object, at, room) {}
   static constexpr std::size_t entrySize = sizeof(jsObject*) + sizeof(Name*);
 
   MemberIndex* index = nullptr;  // null until the object has too many members for a linear search
@@ -148,9 +147,8 @@ jsObject** listBehind(T* container) {
 }
 template <class T>
 T* makeWithList(const Block& block, std::size_t capacity) {
-  T* made = new (block.start) T(block.place);
+  T* made = new (block.start) T(block.place, capacity);
   made->values = listBehind(made);
-  made->capacity = static_cast<std::uint32_t>(capacity);
   return made;
 }
 

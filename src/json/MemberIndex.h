@@ -7,7 +7,8 @@
 //
 // The index stores positions, not names. The caller adds each name only once and reports each removed or moved member.
 // add() is called with the number of names in the index as the position: while the index grows, it asks for the names
-// at all positions below. Names that have the same hash are searched linearly.
+// at all positions below. It grows when more than half of its slots would be used. Names that have the same hash are
+// searched linearly.
 //
 // The index is an open-addressing table with linear probing. What its two peculiarities gain (bench/json_bench, finding
 // each of 100,000 members, on a busy machine; a simple table with slots of 8 bytes: 28 ns a member):
@@ -20,6 +21,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <string_view>
 #include <vector>
 
@@ -81,6 +83,7 @@ class MemberIndex {
 
   static constexpr std::size_t firstSize = 64;
   static constexpr std::size_t groupSize = 8;
+  static_assert((groupSize & (groupSize - 1)) == 0 && firstSize % groupSize == 0, "see homeOf");
 
   // The multiplication spreads hashes of 32 bits over both halves.
   static Hash hashOf(std::string_view name) {
@@ -95,7 +98,7 @@ class MemberIndex {
   // A free slot may match, too.
   bool isMatching(Slot slot, Hash hash) const { return ((slot ^ static_cast<Slot>(hash)) & ~mask_) == 0; }
 
-  std::size_t homeOf(Hash hash) const { return (hash >> 32) & mask_ & ~(groupSize - 1); }
+  std::size_t homeOf(Hash hash) const { return (hash >> std::numeric_limits<Slot>::digits) & mask_ & ~(groupSize - 1); }
   std::size_t after(std::size_t at) const { return (at + 1) & mask_; }
 
   template <class NameAt>

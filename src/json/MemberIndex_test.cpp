@@ -87,6 +87,39 @@ TEST(MemberIndex, FindComparesOnlyNamesWithTheSameHash) {
   EXPECT_EQ(asked, std::vector<std::size_t>{1});
 }
 
+// The first slot of the next group holds a name that matches.
+TEST(MemberIndex, FindComparesOnlySlotsOfItsGroup) {
+  std::unordered_map<std::uint64_t, std::uint32_t> numbers;  // of names by kept hash and group
+  const auto keyOf = [](const std::string& name, std::uint32_t group) {
+    return keptHashOf(name) * std::uint64_t{kSlots} + group;
+  };
+  for (std::uint32_t number = 0;; ++number) {
+    const std::string name = nameOf(number);
+    numbers.emplace(keyOf(name, groupOf(name)), number);
+    const auto next = numbers.find(keyOf(name, groupOf(name) + 1));
+    if (next == numbers.end()) continue;
+    const Names names = {nameOf(next->second)};
+    std::size_t asked = 0;
+    const MemberIndex index = indexOf(names);
+    EXPECT_EQ(index.find(name, [&](std::size_t at) { return ++asked, std::string_view(names.at(at)); }),
+              MemberIndex::none);
+    EXPECT_EQ(asked, 0u);
+    return;
+  }
+}
+
+TEST(MemberIndex, AddAsksForTheOtherNamesOnlyIfMoreThanHalfOfTheSlotsWouldBeUsed) {
+  Names names;
+  MemberIndex index;
+  for (std::uint32_t number = 0; number <= kSlots; ++number) {
+    names.push_back(nameOf(number));
+    std::size_t asked = 0;
+    index.add(number, [&](std::size_t at) { return ++asked, std::string_view(names.at(at)); });
+    const bool grows = number == kSlots / 2 || number == kSlots;
+    EXPECT_EQ(asked, grows ? number + 1 : 1) << number;
+  }
+}
+
 // A free slot looks like one of a name whose kept hash is 0. Half of the groups get seven names, so that one slot is
 // free, and then such a name is looked for that none of them has.
 TEST(MemberIndex, AFreeSlotIsNotTakenForANameWhoseKeptHashIsZero) {

@@ -2,6 +2,7 @@
 
 #include <cfloat>
 #include <charconv>
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -38,6 +39,7 @@ constexpr std::uint64_t powersOfTen[] = {1,
 constexpr std::size_t mostDigits = 19;  // every whole number with this many digits fits into 64 bits
 constexpr int doubleBits = DBL_MANT_DIG;
 constexpr std::uint64_t million = 1000000;  // "%f" has six decimals
+constexpr int millionthsBits = 44;          // 2^44 * million fits into 64 bits
 
 // Whole numbers of at most this many bits are divided as doubles. A double represents them exactly, and every power of
 // ten up to 10^22. One division then rounds once, unless the processor computes with more bits than a double has.
@@ -52,6 +54,7 @@ constexpr std::uint64_t exponentMask = 0x7ff;
 
 #ifdef __SIZEOF_INT128__
 __extension__ using Wide = unsigned __int128;
+constexpr int wideBits = CHAR_BIT * sizeof(Wide);
 
 double powerOfTwo(int exponent) {
   const std::uint64_t bits = static_cast<std::uint64_t>(exponentBias + exponent) << fractionBits;
@@ -81,9 +84,9 @@ bool millionths(double number, std::uint64_t& rounded) {
   std::uint64_t bits = 0;
   std::memcpy(&bits, &number, sizeof bits);
   const int shift = exponentBias + fractionBits - static_cast<int>(bits >> fractionBits & exponentMask);
-  // Below 2^40, so that the result fits into 64 bits. Above 2^-60, so that the shift stays in range; smaller numbers
-  // are rare.
-  if (shift <= fractionBits - 40 || shift > fractionBits + 60) return false;
+  // The result of a larger number would not fit into 64 bits. The shift of a smaller one would be out of range; such
+  // numbers are rare.
+  if (shift <= fractionBits - millionthsBits || shift >= wideBits) return false;
   const std::uint64_t significand = (bits & (hiddenBit - 1)) | hiddenBit;
   const Wide scaled = static_cast<Wide>(significand) * million;
   const Wide half = static_cast<Wide>(1) << (shift - 1);
@@ -113,7 +116,7 @@ char* writePair(char* at, std::uint32_t number) {
   return at;
 }
 
-// The number of decimal digits, from the number of bits: 1233 / 4096 is slightly more than log10(2).
+// The number of decimal digits, from the number of bits: 1233 / 4096 is slightly less than log10(2).
 std::size_t lengthOf(std::uint32_t number) {
   number |= 1;  // 0 has a digit too
   const auto bits = static_cast<std::size_t>(32 - __builtin_clz(number));
@@ -133,8 +136,9 @@ std::uint64_t digitsOf(std::uint32_t number) {
 }
 
 // Writes the last `length` of eight digits.
+constexpr std::size_t wordDigits = sizeof(std::uint64_t);
 char* writeWord(char* at, std::uint64_t digits, std::size_t length) {
-  digits >>= 8 * (8 - length);
+  digits >>= CHAR_BIT * (wordDigits - length);
 #if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
   digits = __builtin_bswap64(digits);
 #endif
@@ -185,8 +189,8 @@ char* writeInteger(char* at, std::uint32_t number) {
   constexpr std::uint32_t wordEnd = 100000000;
   const std::size_t length = lengthOf(number);
   if (number >= wordEnd) {
-    at = length == 10 ? writePair(at, number / wordEnd) : writeInteger(at, number / wordEnd);
-    return writeWord(at, digitsOf(number % wordEnd), 8);
+    at = writeWord(at, digitsOf(number / wordEnd), length - wordDigits);
+    return writeWord(at, digitsOf(number % wordEnd), wordDigits);
   }
   return writeWord(at, digitsOf(number), length);
 }

@@ -34,7 +34,7 @@ constexpr std::size_t mostIntegerBytes = 10;
 char* writeInteger(char* at, std::uint32_t number);
 
 // Writes the number as "%f" formats it.
-constexpr std::size_t mostFixedBytes = 330;  // a sign, 309 digits, a point and six digits, rounded up
+constexpr std::size_t mostFixedBytes = 318;  // a sign, 309 digits, a point, six digits and a zero byte
 char* writeFixed(char* at, double number);
 
 }  // namespace json

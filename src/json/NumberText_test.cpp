@@ -142,6 +142,8 @@ TEST(NumberText, EdgeCasesAreWrittenAsBySnprintf) {
       {"near the middle between two texts", {9.9999995, 9.9999994, 0.0000005, 0.00000050000001, 0.0000015, 0.0000025}},
       {"exactly the middle between two texts", {0.0078125, 0.0234375, 0.00390625}},
       {"small numbers", {1e-9, 1e-18, 1e-30, Limits::min(), Limits::denorm_min(), Limits::epsilon()}},
+      {"near the largest number of the fast path", {17592186044415.5, 17592186044416.0, 18446744073709.5, 3e13}},
+      {"near the smallest number of the fast path", {0x1p-75, 0x1p-76, 0x1.8p-76, 0x1p-77}},
       {"many nines", {999999999999.9999, 999999999999.99999, 999999.9999995, 0.9999995, 0.99999949999999}},
       {"large numbers", {1e12, 1e15, 4503599627370495.5, 1e22, 1e300, Limits::max(), Limits::infinity()}},
   };
@@ -153,6 +155,7 @@ TEST(NumberText, EdgeCasesAreWrittenAsBySnprintf) {
     }
   }
   expectWrittenAsBySnprintf(std::nan(""));
+  EXPECT_EQ(json::mostFixedBytes, std::snprintf(nullptr, 0, "%f", -Limits::max()) + 1U) << "no text is longer";
 }
 
 TEST(NumberText, HalvesAreRoundedToEvenAsBySnprintf) {
@@ -183,6 +186,7 @@ TEST(NumberText, IntegersOfEveryLengthAreWrittenInDecimal) {
     }
   }
   for (std::uint32_t number : {0u, 2147483647u, 2147483648u, 4294967295u}) expectWritten(number);
+  EXPECT_EQ(json::mostIntegerBytes, std::to_string(4294967295u).size()) << "no text is longer";
   std::mt19937 random(13);
   for (int round = 0; round < 100000; ++round) expectWritten(static_cast<std::uint32_t>(random() >> random() % 32));
 }
