@@ -80,7 +80,8 @@ std::int64_t ticksOf(const LogMessage& message) { return localTicks(message.crea
 
 std::string timeText(std::int64_t ticks) { return TimeUtils::formatTime(ticks, true, ' '); }
 
-constexpr std::size_t timeLength = 26;     // "2024-03-01 12:00:05.000123"
+constexpr std::string_view longestHeader = "[WARNING 2024-03-01 12:00:05.000123]";
+constexpr std::size_t timeLength = std::string_view("2024-03-01 12:00:05.000123").size();
 constexpr std::size_t fractionLength = 6;  // the digits after the point
 
 // Appends timeText(ticks) to `to`. Many entries fall into one second, so each thread keeps the text of its last second
@@ -90,17 +91,17 @@ constexpr std::size_t fractionLength = 6;  // the digits after the point
 void appendTime(std::string& to, std::int64_t ticks) {
   static thread_local std::int64_t lastSecond = INT64_MIN;
   static thread_local std::array<char, timeLength> text;
-  const std::int64_t second = ticks / TimeUtils::microsPerSecond;
-  if (ticks < 0 || second != lastSecond) {
+  const timeval time = TimeUtils::toTimeval(ticks);
+  if (time.tv_sec != lastSecond) {
     const std::string whole = timeText(ticks);
-    if (ticks < 0 || whole.size() != timeLength) {  // before 1970 or after 9999: only tests log at such times
+    if (whole.size() != timeLength) {  // after 9999: only tests log at such times
       to += whole;
       return;
     }
     whole.copy(text.data(), timeLength);
-    lastSecond = second;
+    lastSecond = time.tv_sec;
   }
-  std::int64_t micros = ticks % TimeUtils::microsPerSecond;
+  std::int64_t micros = time.tv_usec;
   for (std::size_t i = 1; i <= fractionLength; ++i, micros /= 10) {
     text[timeLength - i] = static_cast<char>('0' + micros % 10);
   }
@@ -295,7 +296,7 @@ void Entry::submit() {
 
 std::string textHeader(const LogMessage& message) {
   std::string header;
-  header.reserve(timeLength + 12);
+  header.reserve(longestHeader.size());
   appendHeader(header, message);
   return header;
 }

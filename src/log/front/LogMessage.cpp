@@ -42,7 +42,6 @@ LogMessage& LogMessage::operator=(const LogMessage& other) {
   level = other.level;
   isFromEmitter = other.isFromEmitter;
   created = other.created;
-  size_ = 0;
   makeRoom(other.size_);
   std::memcpy(bytes(), other.bytes(), other.size_);
   size_ = other.size_;
@@ -82,7 +81,7 @@ std::string_view LogMessage::fixedText(Place place) const { return textAt(addres
 void LogMessage::put(std::string_view text) {
   text = text.substr(0, UINT32_MAX);
   const std::size_t needed = size_ + sizeWithLength(text);
-  if (needed > room_) makeRoom(needed);
+  makeRoom(needed);
   char* to = bytes() + size_;
   if (text.size() < longMark) {
     *to++ = static_cast<char>(text.size());

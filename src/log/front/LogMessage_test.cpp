@@ -39,6 +39,7 @@ TEST(LogMessage, NewMessageHasEmptyTextsAndNoParameters) {
   EXPECT_EQ(readFrom(message), Texts({""}));
   EXPECT_EQ(message.level, Level::info);
   EXPECT_FALSE(message.isFromEmitter);
+  EXPECT_EQ(message.created, 0);
 }
 
 TEST(LogMessage, ReturnsItsTextsAndItsParametersInTheOrderAdded) {
@@ -150,6 +151,20 @@ TEST(LogMessage, MadeMessageHasRoomFor64BytesOfParameters) {
     EXPECT_EQ(filled->size(), 11U + bytes);
     EXPECT_EQ(filled->file().data() == before, bytes == 64U);
     EXPECT_EQ(textsOf(*filled), Texts({"f", "g", "l", "text", "key", value}));
+  }
+}
+
+TEST(LogMessage, RoomThatIsUsedUpIsDoubled) {
+  LogMessage message;
+  for (std::size_t room = message.size(); room < 10'000; room *= 2) {
+    const char* const full = message.file().data();
+    message.add("", "");
+    const char* const doubled = message.file().data();
+    ASSERT_NE(doubled, full) << room;
+    while (message.size() < 2 * room) {
+      message.add("", "");
+      ASSERT_EQ(message.file().data(), doubled) << message.size();
+    }
   }
 }
 

@@ -1,16 +1,13 @@
 #include "log/output/Emitter.h"
 
 #include <algorithm>
+
 #include "base/text/StringUtils.h"
 
 namespace BasicLog {
 namespace {
 
-char sanitised(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  if (byte < 0x20) return ' ';
-  return byte < 0x7f ? c : '?';
-}
+char sanitised(char c) { return static_cast<unsigned char>(c) < 0x7f ? std::max(c, ' ') : '?'; }
 
 }  // namespace
 

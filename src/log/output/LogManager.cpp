@@ -142,18 +142,21 @@ Level LogInput::getDefaultLevel() {
 
 void LogInput::setProcessor(std::shared_ptr<LogMessageProcessor> processor, const BasicLog::Emitter* emitter) {
   const ScopedOwnedLock lock(mutex_);
-  syncProcessor_.swap(processor);  // the previous processor is deleted after the lock is released
-  hasSyncProcessor_ = syncProcessor_ != nullptr;
+  processor = exchangeProcessor(std::move(processor), emitter);
+}
+
+std::shared_ptr<LogMessageProcessor> LogInput::exchangeProcessor(std::shared_ptr<LogMessageProcessor> processor,
+                                                                 const BasicLog::Emitter* emitter) {
+  hasSyncProcessor_ = processor != nullptr;
   syncEmitter_ = emitter;
+  return std::exchange(syncProcessor_, std::move(processor));
 }
 
 void LogInput::setSyncProcessor(LogMessageProcessor* processor) {
-  std::shared_ptr<LogMessageProcessor> replaced;  // deleted after the lock is released
+  std::shared_ptr<LogMessageProcessor> replaced;
   const ScopedOwnedLock lock(mutex_);
   if (syncProcessor_.get() == processor) return;
-  replaced = std::exchange(syncProcessor_, std::shared_ptr<LogMessageProcessor>(processor));
-  hasSyncProcessor_ = processor != nullptr;
-  syncEmitter_ = nullptr;
+  replaced = exchangeProcessor(std::shared_ptr<LogMessageProcessor>(processor), nullptr);
 }
 
 void LogInput::setSyncEmitter(BasicLog::Emitter* emitter) {
@@ -164,9 +167,7 @@ void LogInput::removeSyncEmitter(BasicLog::Emitter* emitter) {
   std::shared_ptr<LogMessageProcessor> removed;
   const ScopedOwnedLock lock(mutex_);
   if (emitter == nullptr || syncEmitter_ != emitter) return;
-  removed.swap(syncProcessor_);
-  hasSyncProcessor_ = false;
-  syncEmitter_ = nullptr;
+  removed = exchangeProcessor(nullptr, nullptr);
 }
 
 void LogInput::shutDown() {

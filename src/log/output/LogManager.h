@@ -76,6 +76,9 @@ class LogInput final : public BasicLog::LogMessageProcessor, public BasicLog::Lo
   BasicLog::Logger* findOrCreate(std::string_view name);
 
   void setProcessor(std::shared_ptr<BasicLog::LogMessageProcessor> processor, const BasicLog::Emitter* emitter);
+  // Requires the lock. Returns the previous processor, which must be deleted after the lock is released.
+  [[nodiscard]] std::shared_ptr<BasicLog::LogMessageProcessor> exchangeProcessor(
+      std::shared_ptr<BasicLog::LogMessageProcessor> processor, const BasicLog::Emitter* emitter);
 
   LogOutput& output_;
   std::atomic<bool> isClosed_{false};

@@ -495,7 +495,7 @@ TEST(FrontEnd, AssertionUnderTheQueuesLockWaitsForNoOtherLockOfTheLog) {
   while (!isInProcessor) ::usleep(100);
   testing::internal::CaptureStderr();
   auto message = std::make_unique<const LogMessage>();
-  EXPECT_TRUE(queue.push(message));
+  EXPECT_EQ(queue.push(message), 1U);
   isAsserted = true;
   other.join();
   EXPECT_EQ(testing::internal::GetCapturedStderr(),

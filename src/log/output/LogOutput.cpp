@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 
+#include "base/text/TimeUtils.h"
 #include "base/threads/DetachedThread.h"
 #include "base/threads/ThreadNames.h"
 #include "log/front/EmitContext.h"
@@ -16,15 +17,15 @@ namespace {
 
 constexpr char threadName[] = "logging_output";
 constexpr std::size_t batchLimit = 20;
-constexpr std::int64_t idleMicros = 1'000'000;
+constexpr std::int64_t idleMicros = TimeUtils::microsPerSecond;
 // The thread is woken whenever the number of queued entries reaches a multiple of this. That is so rare that it costs
 // the producers nothing.
 constexpr std::size_t backlog = 1'024;
 
-// Marks the calling thread as one that passes a batch to the emitters.
+// Ends the mark of emit() on the calling thread.
 class EmittingScope {
  public:
-  EmittingScope() { BasicLog::emitContext().isEmitting = true; }
+  EmittingScope() = default;
   ~EmittingScope() { BasicLog::emitContext() = {}; }
   EmittingScope(const EmittingScope&) = delete;
   EmittingScope& operator=(const EmittingScope&) = delete;
@@ -35,8 +36,8 @@ class EmittingScope {
 LogOutput::~LogOutput() { stopOutputThread(); }
 
 bool LogOutput::push(std::unique_ptr<const LogMessage>& message) {
-  std::size_t queued = 0;
-  if (!queue_.push(message, queued)) return false;
+  const std::size_t queued = queue_.push(message);
+  if (queued == 0) return false;
   if (queued % backlog == 0) state_.wakeWaiters();
   return true;
 }
@@ -64,18 +65,18 @@ void LogOutput::runOutputThread() {
   state_.set(EmitterState::stopped);  // the last access: a thread that waits for this state may destroy the object
 }
 
+// Returns true if a thread was created. With the lock, a concurrent start has either created its thread or failed, and
+// the next start, which may fail too, has not begun.
+bool LogOutput::requestStop() {
+  const ScopedLock lock(outputMutex_);
+  (void)state_.compareAndSet(EmitterState::running, EmitterState::stopping);  // false: idle, stopping or stopped
+  return state_.get() != EmitterState::idle;
+}
+
 void LogOutput::stopOutputThread() {
   if (!wasStartedHere()) return;  // never started, or this is a forked child and the parent has the thread
-  bool hasThread = false;
-  {
-    // With the lock, a concurrent start has either created its thread or failed. hasThread is determined under the lock
-    // because the next start may fail too.
-    const ScopedLock lock(outputMutex_);
-    (void)state_.compareAndSet(EmitterState::running, EmitterState::stopping);  // false: idle, stopping or stopped
-    hasThread = state_.get() != EmitterState::idle;
-  }
   // An emitter must not wait for the thread: the thread may be waiting for the emitters' lock.
-  if (hasThread && !emittersMutex_.isHeldByThisThread()) isStopped_.wait();
+  if (requestStop() && !emittersMutex_.isHeldByThisThread()) isStopped_.wait();
 }
 
 bool LogOutput::isOutputThreadStopped() const {

@@ -82,6 +82,7 @@ class LogOutput {
 
  private:
   void runOutputThread();
+  bool requestStop();
   bool isRunning() const { return state_.get() == EmitterState::running; }
   std::size_t drainBatch();
   void emit(const BasicLog::LogMessage& message);

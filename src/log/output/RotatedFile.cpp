@@ -64,9 +64,8 @@ UniqueFd openForAppending(const std::string& path) {
 bool RotatedFile::enterPeriod(std::int64_t localTicks) {
   if (!hasValidInterval()) return false;
   const std::int64_t start = startOfPeriod(localTicks, interval);
-  if (hasPeriod_ && start == periodStart_) return false;
+  if (periodStart_ == start) return false;
   closeFile();
-  hasPeriod_ = true;
   periodStart_ = start;
   return true;
 }
@@ -79,7 +78,7 @@ void RotatedFile::closeFile() {
 bool RotatedFile::openFile() {
   if (fd_.isOpen()) return true;
   (void)FileUtils::makeDir(directory, directoryMode);  // if this fails, the open fails too
-  const std::string name = nameOf(interval, prefix, periodStart_);
+  const std::string name = nameOf(interval, prefix, *periodStart_);
   const std::string path = StringUtils::joinPath({directory, name});
   if (isUsablePath(path)) fd_ = openForAppending(path);
   if (fd_.isOpen()) fileName_ = name;
@@ -87,7 +86,7 @@ bool RotatedFile::openFile() {
 }
 
 void RotatedFile::append(std::string_view line) {
-  if (!hasPeriod_ || !hasValidInterval() || !openFile()) return;
+  if (!periodStart_ || !hasValidInterval() || !openFile()) return;
   if (!writeFully(fd_.get(), line)) closeFile();
 }
 

@@ -17,6 +17,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -49,8 +50,7 @@ class RotatedFile {
   bool openFile();
   void closeFile();
 
-  bool hasPeriod_ = false;
-  std::int64_t periodStart_ = 0;  // local ticks
+  std::optional<std::int64_t> periodStart_;  // local ticks; empty before the first period
   UniqueFd fd_;
   std::string fileName_;
 };

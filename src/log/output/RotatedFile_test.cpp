@@ -784,6 +784,7 @@ TEST_F(RotatedFileTest, InvalidIntervalEntersNoPeriodAndNoLineIsWrittenBeforeThe
   RotatedFile file;
   file.prefix = "app-";
   file.directory = kLogs;
+  EXPECT_EQ(file.interval, 0) << "until it is set";
   for (const std::int64_t invalid : {std::int64_t{0}, -kHour, std::int64_t{999}}) {
     file.interval = invalid;
     EXPECT_FALSE(file.enterPeriod(now));

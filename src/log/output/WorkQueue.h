@@ -31,20 +31,14 @@ class TypedWorkQueue {
   TypedWorkQueue(const TypedWorkQueue&) = delete;
   TypedWorkQueue& operator=(const TypedWorkQueue&) = delete;
 
-  // Moves the object from `item` into the queue. Returns false, and leaves `item` unchanged, if `item` is null, if
-  // memory runs out, or if the calling thread is inside the queue.
-  [[nodiscard]] bool push(std::unique_ptr<T>& item) {
-    std::size_t queued = 0;
-    return push(item, queued);
-  }
-  // Also stores in `queued` how many objects are in the queue after the push. A refused push leaves `queued` unchanged.
-  [[nodiscard]] bool push(std::unique_ptr<T>& item, std::size_t& queued) {
-    if (queue_.isHeldByThisThread()) return false;
+  // Moves the object from `item` into the queue and returns how many objects the queue has then. Returns 0, and leaves
+  // `item` unchanged, if `item` is null, if memory runs out, or if the calling thread is inside the queue.
+  [[nodiscard]] std::size_t push(std::unique_ptr<T>& item) {
+    if (queue_.isHeldByThisThread()) return 0;
     const ScopedLock lock(queue_);
-    if (!queue_.push(const_cast<std::remove_const_t<T>*>(item.get()))) return false;
+    if (!queue_.push(const_cast<std::remove_const_t<T>*>(item.get()))) return 0;
     (void)item.release();  // the queue has it
-    queued = ++size_;
-    return true;
+    return ++size_;
   }
 
   // Returns how many objects are queued.
@@ -75,7 +69,8 @@ class TypedWorkQueue {
       const ScopedLock lock(queue_);
       const std::size_t wanted = std::min(size, size_);
       queue_.popMany(pointers.data(), wanted);
-      while (count < wanted && pointers[count] != nullptr) ++count;
+      const auto end = pointers.begin() + wanted;
+      count = static_cast<std::size_t>(std::find(pointers.begin(), end, nullptr) - pointers.begin());
       size_ = count < wanted ? 0 : size_ - count;  // a broken chain, already reported, has lost the others
     }
     for (std::size_t i = 0; i < size; ++i) batch[i].reset(static_cast<T*>(pointers[i]));

@@ -7,11 +7,11 @@
 
 namespace {
 
-// Returns the time of the coarse clock's last tick, in nanoseconds.
-std::int64_t lastTick() {
+// Returns the time of the coarse clock's last tick.
+std::chrono::nanoseconds lastTick() {
   timespec now{};
   ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-  return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+  return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
 }
 
 }  // namespace
@@ -19,8 +19,8 @@ std::int64_t lastTick() {
 std::int64_t ZoneOffset::micros() {
   const char* const zone = std::getenv("TZ");
   const bool isSameZone = zone == nullptr ? !zone_ : zone_ && *zone_ == zone;
-  const std::int64_t tick = lastTick();
-  if (isSameZone && tick == tick_) return micros_;
+  const std::chrono::nanoseconds tick = lastTick();
+  if (isSameZone && tick_ == tick) return micros_;
   tick_ = tick;
   zone_.reset();
   if (zone != nullptr) zone_ = zone;

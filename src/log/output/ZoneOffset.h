@@ -13,6 +13,7 @@
 // Threads: the class does not lock; its owner does.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -22,7 +23,7 @@ class ZoneOffset {
   std::int64_t micros();
 
  private:
-  std::optional<std::string> zone_;  // the text of TZ, empty if TZ was not set
-  std::int64_t tick_ = -1;           // the coarse clock when micros_ was determined, negative before the first time
+  std::optional<std::string> zone_;               // the text of TZ, empty if TZ was not set
+  std::optional<std::chrono::nanoseconds> tick_;  // the coarse clock when micros_ was determined
   std::int64_t micros_ = 0;
 };
