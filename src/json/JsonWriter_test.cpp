@@ -9,6 +9,7 @@
 #include <random>
 
 #include "json/JsonParser.h"
+#include "testing/faults/AllocationCount.h"
 
 using namespace std::string_literals;
 
@@ -98,6 +99,30 @@ TEST(JsonWriter, StringOfAnyLengthIsWrittenWhole) {
     text += row.byte;
     expected += row.written;
     ASSERT_EQ(written(json::makeString(text)), expected + '"') << text.size();
+  }
+}
+
+// An array whose text has that many bytes and consists of short pieces.
+jsObject* arrayOfTextSize(std::size_t bytes) {
+  std::size_t left = bytes - std::string_view("[  ]").size() + std::string_view(", ").size();
+  jsObject* array = json::makeArray();
+  while (left != 0) {
+    const bool value = left % std::string_view("true, ").size() == 0;
+    json::append(array, json::makeBoolean(value));
+    left -= std::string_view(value ? "true, " : "false, ").size();
+  }
+  return array;
+}
+
+TEST(JsonWriter, TextOfUpTo4096BytesIsAppendedAtOnce) {
+  for (const std::size_t bytes : {4095U, 4096U, 4097U}) {
+    const ScopedJson array(arrayOfTextSize(bytes));
+    std::string text;
+    const std::ptrdiff_t before = newBlocksSoFar();
+    json::write(text, array.get());
+    const std::ptrdiff_t ofTheText = newBlocksSoFar() - before - 1;  // the other one is the list of open containers
+    EXPECT_EQ(ofTheText, bytes <= 4096 ? 1 : 2) << bytes;
+    EXPECT_EQ(text.size(), bytes);
   }
 }
 

@@ -28,8 +28,8 @@ constexpr char sourceName[] = "BasicLog.cpp";
 
 struct LevelRecord {
   Level level;
-  char shortName[4];
-  char fullName[12];
+  char shortName[sizeof "T~"];
+  char fullName[sizeof "<log level>"];
   int syslogPriority;
 };
 
@@ -45,7 +45,7 @@ constexpr LevelRecord invalidRecord = {Level::byDefault, "X~", "<log level>", LO
 
 // The words that name a level, in the order in which parseLogLevel tries them.
 struct LevelWord {
-  char word[12];
+  char word[sizeof "EMERGENCY"];
   Level level;
 };
 
