@@ -9,6 +9,7 @@ namespace {
 
 TEST(Escapes, OnlyPrintableBytesOtherThanTheQuoteAreUnchanged) {
   const json::EscapeTable escapes = json::makeEscapes();
+  EXPECT_EQ(escapes.size(), 256U);
   const std::map<int, std::string> special = {
       {'\b', "\\b"},     {'\t', "\\t"},     {'\n', "\\n"},     {'\r', "\\r"},     {'"', "\\\""},
       {0x00, "\\u0000"}, {'\f', "\\u000C"}, {0x0f, "\\u000F"}, {0x1f, "\\u001F"}, {0x7f, "\\u007F"}};

@@ -119,7 +119,7 @@ char* writePair(char* at, std::uint32_t number) {
 // The number of decimal digits, from the number of bits: 1233 / 4096 is slightly less than log10(2).
 std::size_t lengthOf(std::uint32_t number) {
   number |= 1;  // 0 has a digit too
-  const auto bits = static_cast<std::size_t>(32 - __builtin_clz(number));
+  const auto bits = static_cast<std::size_t>(std::numeric_limits<std::uint32_t>::digits - __builtin_clz(number));
   const std::size_t length = bits * 1233 >> 12;
   return length + (number >= powersOfTen[length] ? 1 : 0);
 }

@@ -117,8 +117,12 @@ TEST(NumberText, FastPathStopsAtTheFirstByteThatIsNoDigit) {
       EXPECT_EQ(number, c.number);
     }
   }
+  double number = 0;
+#ifdef __SIZEOF_INT128__
+  EXPECT_EQ(endOf("900719925474099.25,", number), 18) << "more digits than a double holds";
+  EXPECT_EQ(number, 900719925474099.25);
+#endif
   for (const char* text : {"", "-", "+1", "abc", "-.", ".", "12345678901234567890"}) {
-    double number = 0;
     EXPECT_EQ(endOf(text, number), -1) << text;
   }
 }
@@ -157,6 +161,24 @@ TEST(NumberText, EdgeCasesAreWrittenAsBySnprintf) {
   expectWrittenAsBySnprintf(std::nan(""));
   EXPECT_EQ(json::mostFixedBytes, std::snprintf(nullptr, 0, "%f", -Limits::max()) + 1U) << "no text is longer";
 }
+
+#ifdef __SIZEOF_INT128__
+// The C library writes a zero byte behind the text, the fast path does not.
+TEST(NumberText, NumbersFrom2ToThePowerOfMinus75To44AreWrittenWithoutTheCLibrary) {
+  const auto isFast = [](double number) {
+    char text[json::mostFixedBytes];
+    std::memset(text, 'x', sizeof text);
+    return *json::writeFixed(text, number) != '\0';
+  };
+  for (double number : {0.5, 3.25, 1e12, 17592186044415.5, 0x1p-75}) {
+    EXPECT_TRUE(isFast(number)) << number;
+    EXPECT_TRUE(isFast(-number)) << number;
+  }
+  for (double number : {0.0, 0x1p44, 0x1.fp-76, std::numeric_limits<double>::infinity()}) {
+    EXPECT_FALSE(isFast(number)) << number;
+  }
+}
+#endif
 
 TEST(NumberText, HalvesAreRoundedToEvenAsBySnprintf) {
   for (int numerator = 1; numerator < 2000; ++numerator) {

@@ -172,6 +172,21 @@ TEST(TokenPrinter, FailedWriteIsReportedAndNothingIsPrintedAfterIt) {
   ::close(full);
 }
 
+TEST(TokenPrinter, NothingIsPrintedAfterATokenThatCouldNotBeWritten) {
+  const int full = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
+  ASSERT_GE(full, 0);
+  {
+    OutputTo redirected(full);
+    TokenPrinter printer;
+    printer.onName(std::string(200000, 'x'));  // more than the buffer holds
+    ::__fpurge(stdout);
+    printer.onComma();
+    EXPECT_EQ(::__fpending(stdout), 0U);
+    EXPECT_FALSE(printer.finish());
+  }
+  ::close(full);
+}
+
 TEST(TokenPrinter, FlushOfOtherCodeThatFailsIsReportedToThatCodeAlone) {
   const int full = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
   ASSERT_GE(full, 0);
