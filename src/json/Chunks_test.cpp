@@ -140,7 +140,7 @@ TEST(Chunks, SmallDocumentTakesASmallChunkAndLaterOnesGrowToTheLargest) {
   BlockRelease release;
   release.drop(memory.allocate(8));
   std::size_t blocks = 1;  // in the open chunk
-  for (const std::size_t size : {1024, 2048, 4096, 8192, 16384, 32768, 65536, 65536}) {
+  for (const std::size_t size : {1024U, 2048U, 4096U, 8192U, 16384U, 32768U, 65536U, 65536U}) {
     const std::size_t number = memory.chunkNumber();
     for (; memory.chunkNumber() == number; ++blocks) release.drop(memory.allocate(8));
     EXPECT_EQ(blocks - 1, size / 8 - 1) << "the chunk begins with 8 bytes of its own";

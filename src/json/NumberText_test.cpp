@@ -161,7 +161,8 @@ TEST(NumberText, EdgeCasesAreWrittenAsBySnprintf) {
     }
   }
   expectWrittenAsBySnprintf(std::nan(""));
-  EXPECT_EQ(json::mostFixedBytes, std::snprintf(nullptr, 0, "%f", -Limits::max()) + 1U) << "no text is longer";
+  const int longest = std::snprintf(nullptr, 0, "%f", -Limits::max());
+  EXPECT_EQ(json::mostFixedBytes, static_cast<std::size_t>(longest) + 1);
 }
 
 #ifdef __SIZEOF_INT128__
