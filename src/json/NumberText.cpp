@@ -90,8 +90,8 @@ bool millionths(double number, std::uint64_t& rounded) {
   const std::uint64_t significand = (bits & (hiddenBit - 1)) | hiddenBit;
   const Wide scaled = static_cast<Wide>(significand) * million;
   const Wide half = static_cast<Wide>(1) << (shift - 1);
-  const Wide remainder = scaled & (half + (half - 1));
   rounded = static_cast<std::uint64_t>(scaled >> shift);
+  const Wide remainder = scaled - (static_cast<Wide>(rounded) << shift);
   if (remainder > half || (remainder == half && rounded % 2 != 0)) ++rounded;
   return true;
 }

@@ -77,7 +77,7 @@ class Rewriter {
 
   void appendMissing() {
     for (const auto& [key, value] : map_) {
-      if (written_.count(key) > 0) continue;
+      if (written_.count(key) != 0) continue;
       hasChanged_ = true;
       emit(key + separator_ + value);
     }

@@ -12,25 +12,24 @@ void OldBytes::keep(int fd, off_t size, std::size_t length) {
   forget();
   const std::size_t most = length + mostMore;
   bytes_.resize(std::min(most, static_cast<std::size_t>(size)));
-  isKept_ = true;
-  isWhole_ = static_cast<std::size_t>(size) <= most;
+  kept_ = static_cast<std::size_t>(size) > most ? Kept::beginning : Kept::wholeFile;
   for (std::size_t filled = 0; filled < bytes_.size();) {
     const auto at = static_cast<off_t>(filled);
     const ssize_t count = uninterrupted([&] { return ::pread(fd, &bytes_[filled], bytes_.size() - filled, at); });
     if (count == -1) return forget();
     filled += static_cast<std::size_t>(count);
-    if (count > 0) continue;
+    if (count != 0) continue;
     bytes_.resize(filled);  // the file ends earlier than its size said
-    isWhole_ = true;
+    kept_ = Kept::wholeFile;
   }
 }
 
 void OldBytes::noteCut() {
-  if (!isWhole_) forget();
+  if (kept_ == Kept::beginning) forget();
 }
 
 void OldBytes::putBack(int fd) {
-  if (!isKept_) return;
+  if (!isKept()) return;
   const auto size = static_cast<off_t>(bytes_.size());
   off_t done = 0;
   while (done < size) {
@@ -42,7 +41,7 @@ void OldBytes::putBack(int fd) {
   }
   // After the writes the file has at least its old length, so a cut without a look cannot make it longer.
   struct stat info = {};
-  const bool isPutBack = isWhole_ && done == size;
+  const bool isPutBack = kept_ == Kept::wholeFile && done == size;
   if (isPutBack && (::fstat(fd, &info) != 0 || info.st_size > size)) {
     [[maybe_unused]] const int cut = uninterrupted([&] { return ::ftruncate(fd, size); });
   }
@@ -51,5 +50,5 @@ void OldBytes::putBack(int fd) {
 
 void OldBytes::forget() {
   bytes_.clear();
-  isKept_ = false;
+  kept_ = Kept::nothing;
 }

@@ -19,7 +19,7 @@ class OldBytes {
   // Keeps what a write of `length` bytes at the start of the open file overwrites. Keeps nothing if that cannot be
   // read.
   void keep(int fd, off_t size, std::size_t length);
-  bool isKept() const { return isKept_; }
+  bool isKept() const { return kept_ != Kept::nothing; }
 
   // The file has been cut. Forgets bytes of a file of which only the beginning is kept.
   void noteCut();
@@ -30,7 +30,8 @@ class OldBytes {
   void forget();
 
  private:
+  enum class Kept { nothing, beginning, wholeFile };
+
   std::string bytes_;
-  bool isKept_ = false;
-  bool isWhole_ = false;  // if it is kept: `bytes_` is the whole old file
+  Kept kept_ = Kept::nothing;
 };

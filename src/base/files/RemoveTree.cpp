@@ -30,7 +30,7 @@ class Passes {
 
   // At the end of a pass: returns true if there is to be another one.
   bool beginNext() {
-    const bool isNext = removed_ > 0 && removed_ <= allowed_;
+    const bool isNext = removed_ != 0 && removed_ <= allowed_;
     allowed_ = removed_ / 4 * 3;
     removed_ = 0;
     return isNext;
@@ -118,27 +118,23 @@ class TreeRemover {
   struct Level {
     std::string name;  // its name in the level above
     UniqueFd fd;
-    dev_t device = 0;
-    ino_t inode = 0;
-    std::vector<std::string> directories;  // subdirectories still to be removed
-    bool isLarge = false;                  // not all of them were read at once: more are read from `position` on
+    dev_t device;
+    ino_t inode;
+    bool isLarge;                          // not all subdirectories were read at once: more are read from `position` on
+    std::vector<std::string> directories;  // those still to be removed
     bool isAtEnd = false;
     off_t position = 0;
-    Passes passes;
+    Passes passes = {};
   };
 
   // Opens a directory, unlinks its files and links and makes it the lowest level.
   bool enter(int parentFd, const std::string& name) {
-    Level level;
+    UniqueFd fd = openRealDirectory(parentFd, name);
     struct stat info = {};
-    level.fd = openRealDirectory(parentFd, name);
-    if (!level.fd.isOpen() || ::fstat(level.fd.get(), &info) != 0) return false;
-    level.name = name;
-    level.device = info.st_dev;
-    level.inode = info.st_ino;
+    if (!fd.isOpen() || ::fstat(fd.get(), &info) != 0) return false;
     const std::string_view kept = levels_.empty() ? std::string_view(kept_) : std::string_view();
-    DirectoryListing listing = listOpenDirectory(level.fd.get(), links_, mostNames);
-    level.isLarge = !listing.isComplete;
+    DirectoryListing listing = listOpenDirectory(fd.get(), links_, mostNames);
+    Level level{name, std::move(fd), info.st_dev, info.st_ino, !listing.isComplete, {}};
     if (level.isLarge) {
       ManyEntriesRemover(level.fd.get(), links_, kept).removeAll();
     } else {

@@ -39,8 +39,8 @@ constexpr char usageLines[][72] = {
 // --- Pages of commands
 
 struct Blurb {
-  char command[20];
-  char text[56];
+  char command[sizeof "profile activate"];
+  char text[sizeof "changes the user-friendly name attached to a profile"];
 };
 
 constexpr Blurb profileBlurbs[] = {
@@ -72,8 +72,8 @@ constexpr Blurb supportBlurbs[] = {
 };
 
 struct Category {
-  char name[12];
-  char otherName[12];
+  char name[sizeof "internal"];
+  char otherName[sizeof "internal"];
   Rows<Blurb> blurbs;
 };
 // The page of "json" has no blurbs; it shows the entry of the command of that name. The page of "internal" is empty,

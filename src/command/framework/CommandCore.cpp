@@ -13,7 +13,7 @@ namespace {
 constexpr const char* bindContext = "bind_json_args";
 
 struct ModeWord {
-  char word[12];
+  char word[sizeof "--verbose"];
   bool OutputMode::*set;
   bool OutputMode::*cleared;
 };

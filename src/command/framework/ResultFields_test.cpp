@@ -85,6 +85,7 @@ TEST(StringResult, RendersOnlyIfItWasSet) {
   field.set("");
   EXPECT_TRUE(field.hasValue());
   EXPECT_EQ(linesOf(field), Lines{"profile_name: "});
+  field.set("lab");
   field.clear();
   EXPECT_FALSE(field.hasValue());
   EXPECT_EQ(field.value(), "");

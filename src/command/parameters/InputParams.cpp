@@ -46,7 +46,7 @@ std::optional<std::int32_t> truncatedToInteger(double number) {
 }
 
 struct BooleanWord {
-  char word[8];
+  char word[sizeof "false"];
   bool value;
 };
 constexpr BooleanWord booleanWords[] = {{"true", true},   {"yes", true}, {"on", true},

@@ -72,7 +72,7 @@ std::vector<LogParameter> LogMessage::parameters() const {
 
 const char* LogMessage::addressOf(Place place) const {
   const char* at = bytes();
-  for (int before = static_cast<int>(place); before > 0; --before) at = endOf(textAt(at));
+  for (int before = static_cast<int>(place); before != 0; --before) at = endOf(textAt(at));
   return at;
 }
 

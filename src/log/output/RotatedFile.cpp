@@ -100,7 +100,7 @@ bool isOutdated(const std::string& path, std::int64_t cutOff) {
   if (::lstat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
   // Compares seconds first: the time of a file may be too large for 64 bits of microseconds.
   const timeval limit = TimeUtils::toTimeval(cutOff);
-  return info.st_mtim.tv_sec < limit.tv_sec || (info.st_mtim.tv_sec == limit.tv_sec && limit.tv_usec > 0);
+  return info.st_mtim.tv_sec < limit.tv_sec || (info.st_mtim.tv_sec == limit.tv_sec && limit.tv_usec != 0);
 }
 
 void logRemoval(const std::string& path) {

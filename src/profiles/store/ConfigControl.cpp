@@ -39,8 +39,8 @@ bool isPort(std::int32_t port) { return port >= 1 && port <= lastPort; }
 
 // The level names that setLogLevel accepts, and the names that it writes for them.
 struct LevelRow {
-  char given[8];
-  char written[8];
+  char given[sizeof "warning"];
+  char written[sizeof "warning"];
 };
 constexpr LevelRow levels[] = {{"error", "error"}, {"err", "error"},   {"warning", "warning"}, {"warn", "warning"},
                                {"info", "info"},   {"debug", "debug"}, {"trace", "trace"},     {"fatal", "fatal"}};

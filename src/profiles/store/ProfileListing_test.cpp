@@ -220,6 +220,19 @@ TEST_F(NameRepairTest, AProfileThatVanishesBeforeItsRepairIsNotListed) {
   }
 }
 
+TEST_F(NameRepairTest, ADuplicateThatSomebodyEmptiesBeforeItsRepairBecomesProfile) {
+  host::makeProfile("profile-1", "lab");
+  host::makeProfile("profile-2", "lab");
+  FaultPlan plan;
+  plan.calls = {"flock"};
+  plan.before = [](std::size_t) {
+    for (const std::string dirname : {"profile-1", "profile-2"})
+      EXPECT_EQ(::truncate((host::kProfiles + dirname + "/profile_name").c_str(), 0), 0);
+  };
+  const ArmedFaults armed(plan);
+  EXPECT_THAT(listedNames(), ElementsAre("lab", "profile"));
+}
+
 TEST_F(NameRepairTest, ANameThatStaysLockedIsListedAsRepairedButNotWritten) {
   std::vector<UniqueFd> locks;
   for (const std::string dirname : {"profile-1", "profile-2"}) {

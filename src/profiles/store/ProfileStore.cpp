@@ -268,7 +268,7 @@ EntryOrder entriesToRepair(const EntryOrder& sorted) {
   for (std::size_t i = 0; i < sorted.size(); ++i) {
     if (sorted[i]->name.empty()) {
       unnamed.push_back(sorted[i]);
-    } else if (i > 0 && sorted[i]->name == sorted[i - 1]->name) {
+    } else if (i != 0 && sorted[i]->name == sorted[i - 1]->name) {
       broken.push_back(sorted[i]);
     }
   }

@@ -126,10 +126,10 @@ class BackwardReader {
     const std::string_view bytes = window_.bytes(window_.begin(), end_);
     LevelSieve sieve(bytes, threshold_, vectors_);
     std::size_t end = bytes.size();
-    while (end > 0 && !hasEnough()) {
+    while (end != 0 && !hasEnough()) {
       end = sieve.skip(end);
       const void* newline = ::memrchr(bytes.data(), '\n', end - 1);  // the last byte may be the line's own newline
-      if (newline == nullptr && window_.begin() > 0) break;
+      if (newline == nullptr && window_.begin() != 0) break;
       const std::size_t start =
           newline == nullptr ? 0 : static_cast<std::size_t>(static_cast<const char*>(newline) - bytes.data()) + 1;
       takeLine(bytes.substr(start, end - start));
@@ -177,7 +177,7 @@ class BackwardReader {
   // Finds the hole that ends at `end`. Returns its begin or an offset in its first half, or `end` if there is no hole.
   off_t holeBefore(off_t end) const {
     off_t begin = end;
-    for (off_t size = windowSize; isSparse_ && begin > 0;) {
+    for (off_t size = windowSize; isSparse_ && begin != 0;) {
       const off_t from = std::max<off_t>(0, end - size);
       if (!isHole(fd_, from, end)) break;
       begin = from;
@@ -199,7 +199,7 @@ class BackwardReader {
   bool findStart(off_t& start) {
     nameless_ = {};
     Range range;
-    while (window_.begin() > 0) {
+    while (window_.begin() != 0) {
       const off_t hole = holeBefore(window_.begin());
       if (hole < window_.begin()) {
         window_.jumpTo(hole);

@@ -35,8 +35,8 @@ constexpr BackendRow backends[] = {{"null", make<NullSystem>},
                                    {"upstart", make<UpstartSystem>}};
 
 struct MarkerRow {
-  char file[24];
-  char backend[8];
+  char file[sizeof "/etc/zuv/.systemctl"];
+  char backend[sizeof "systemd"];
 };
 constexpr MarkerRow markers[] = {{"/etc/zuv/.systemctl", "systemd"}, {"/etc/init.d/hip", "initd"}};
 
