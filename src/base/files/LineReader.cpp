@@ -57,8 +57,7 @@ void trimLine(std::string& line) {
       isSparse_(isSparse(file)),
       leavesOutBlankLines_(blankLines == BlankLines::leftOut),
       capacity_(bufferSizeFor(file, lineBufferSize)),
-      buffer_(new char[capacity_]),  // make_unique would clear it
-      atEnd_(false) {}
+      buffer_(new char[capacity_]) {}  // make_unique would clear it
 
 [[gnu::hot]] bool LineReader::next(LinePiece& piece) {
   std::size_t length = 0;

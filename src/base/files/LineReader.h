@@ -39,8 +39,6 @@ enum class BlankLines { returned, leftOut };
 
 class LineReader {
  public:
-  // A reader without lines.
-  LineReader() = default;
   LineReader(const OpenedFile& file, std::size_t lineBufferSize, BlankLines blankLines = BlankLines::returned);
 
   LineReader(LineReader&&) = default;
@@ -57,19 +55,19 @@ class LineReader {
   void fill();
   void findData();
 
-  int fd_ = -1;
-  std::size_t maxPiece_ = 0;
-  off_t size_ = 0;      // 0: not known
+  int fd_;
+  std::size_t maxPiece_;
+  off_t size_;          // 0: not known
   off_t position_ = 0;  // the offset in the file of the next read
-  bool isSparse_ = false;
+  bool isSparse_;
   off_t dataEnd_ = 0;  // of a sparse file: from position_ to this offset there is no hole
   off_t hole_ = 0;     // the bytes left out before the next piece
-  bool leavesOutBlankLines_ = false;
-  std::size_t capacity_ = 0;
+  bool leavesOutBlankLines_;
+  std::size_t capacity_;
   std::unique_ptr<char[]> buffer_;
   std::size_t begin_ = 0;  // [begin_, end_) was read and not yet returned
   std::size_t end_ = 0;
-  bool atEnd_ = true;
+  bool atEnd_ = false;
   bool failed_ = false;
   bool startsLine_ = true;
 };

@@ -366,12 +366,6 @@ TEST_F(LineReaderTest, APieceWithoutATextEndsNoLine) {
   EXPECT_TRUE((LinePiece{"\n", true}.endsLine()));
 }
 
-TEST_F(LineReaderTest, ADefaultReaderHasNoLines) {
-  LineReader reader;
-  EXPECT_THAT(piecesOf(reader), ElementsAre());
-  EXPECT_FALSE(reader.failed());
-}
-
 // --- Whole lines
 
 struct WholeLines {

@@ -28,7 +28,8 @@ std::string uniqueSuffix() {
   std::uint64_t number = static_cast<std::uint64_t>(TimeUtils::nowMicros()) + calls++;
   number += static_cast<std::uint64_t>(::getpid()) << 40;
   std::string suffix;
-  for (int i = 0; i < 6; ++i, number /= letters.size()) suffix += letters[number % letters.size()];
+  for (int i = 0; i < 6; ++i, number /= letters.size())
+    suffix += letters[static_cast<std::size_t>(number % letters.size())];
   return suffix;
 }
 

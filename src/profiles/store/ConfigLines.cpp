@@ -146,16 +146,16 @@ LineEditor::LineEditor(const std::string& path, Clock::time_point deadline) {
   } else if (!new_.make(path, deadline).isSuccess()) {
     fail(status::openError);
   } else if (openForReading(new_.directory(), new_.oldName().c_str(), old_, Follow::trusted)) {
-    reader_ = LineReader(old_, lineBufferSize);
+    reader_.emplace(old_, lineBufferSize);
   } else if (errno != ENOENT) {
     fail(status::openError);
   }
 }
 
 bool LineEditor::readLine(LinePiece& line) {
-  if (!status_.isSuccess()) return false;
-  if (reader_.next(line)) return true;
-  if (reader_.failed()) fail(status::readError);
+  if (!status_.isSuccess() || !reader_) return false;
+  if (reader_->next(line)) return true;
+  if (reader_->failed()) fail(status::readError);
   return false;
 }
 

@@ -19,6 +19,7 @@
 // none can be taken (no lock directory, no permission), and if somebody else may write in the lock directory.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -131,7 +132,7 @@ class LineEditor {
 
   Status status_;
   OpenedFile old_;
-  LineReader reader_;
+  std::optional<LineReader> reader_;  // empty if there is no old file
   ReplacementFile new_;
   std::string pending_;
   bool endsInsideLine_ = false;
