@@ -458,7 +458,7 @@ std::vector<Scenario> commandScenarios() {
       command("profile delete lab", 20),
       command("support reset lab", 20),
       command("service status", 10),
-      command("json {\"method\":\"list\",\"a\":[1,{\"b\":2}]}", 10),
+      command("json {\"method\":\"list\",\"a\":[1,{\"b\":2}]}", 5),
   };
 }
 
