@@ -23,21 +23,19 @@ void answer(timeval& time, std::int64_t seconds, std::int64_t micros) {
 }  // namespace
 
 extern "C" int gettimeofday(struct timeval* time, void*) noexcept {
+  const std::int64_t now = standing;
+  ++asked;  // after the time was read, so that a test that waits for this count may then move the clock
   if (source == Source::broken) {
-    ++asked;
     errno = EFAULT;
     return -1;
   }
   if (source == Source::test) {
-    const std::int64_t now = standing;
-    ++asked;  // after the time was read: who waits until it was asked may move it then
     answer(*time, now / 1'000'000, now % 1'000'000);
     return 0;
   }
-  ++asked;
-  timespec now{};
-  ::clock_gettime(CLOCK_REALTIME, &now);
-  answer(*time, now.tv_sec, now.tv_nsec / 1'000);
+  timespec real{};
+  ::clock_gettime(CLOCK_REALTIME, &real);
+  answer(*time, real.tv_sec, real.tv_nsec / 1'000);
   return 0;
 }
 

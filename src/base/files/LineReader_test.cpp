@@ -206,7 +206,7 @@ TEST_F(LineReaderTest, ReadingASparseFileSkipsItsHoles) {
   }
 }
 
-TEST_F(LineReaderTest, OfAHoleThatEndsTheFileTheFirstAndTheLastPieceAreRead) {
+TEST_F(LineReaderTest, OnlyTheFirstAndTheLastPieceOfAHoleAtTheEndAreRead) {
   for (const off_t lastPiece : {1, 499}) {
     SCOPED_TRACE(lastPiece);
     const OpenedFile file = sparse(499 * 1000 + lastPiece, {});

@@ -66,7 +66,7 @@ TEST_F(OldBytesTest, AFileThatEndsEarlierThanItsSizeSaidIsKeptAsItIs) {
   EXPECT_EQ(host::readFile(kFile), "old");
 }
 
-TEST_F(OldBytesTest, OfAFileThatGrowsWhileItIsReadNoMoreIsKeptThanItsSizeSaid) {
+TEST_F(OldBytesTest, AFileThatGrowsWhileItIsReadIsKeptOnlyUpToItsReportedSize) {
   host::writeFile(kFile, "ab");
   fd_.reset(::open(kFile, O_RDWR | O_CLOEXEC));
   FaultPlan plan;

@@ -36,7 +36,7 @@ InputParamBase* findParam(const InputParamList& params, std::string_view key) {
 
 namespace {
 
-// Truncates a number toward zero. Returns false if the result is not a 32-bit integer.
+// Truncates a number toward zero. Returns nothing if the result is not a 32-bit integer.
 std::optional<std::int32_t> truncatedToInteger(double number) {
   const double whole = std::trunc(number);
   if (!(whole >= std::numeric_limits<std::int32_t>::min() && whole <= std::numeric_limits<std::int32_t>::max())) {

@@ -50,6 +50,7 @@ constexpr StatusText commonTexts[] = {
     {status::systemError, "stdlib error: system"},
     {0, "invalid status code"},
 };
+static_assert(std::size(commonTexts) <= 31, "a lookup examines at most 31 rows");
 
 // The texts of codes that no provider knows, by category.
 constexpr StatusText categoryTexts[] = {

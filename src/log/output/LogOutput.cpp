@@ -22,7 +22,7 @@ constexpr std::int64_t idleMicros = TimeUtils::microsPerSecond;
 // the producers nothing.
 constexpr std::size_t backlog = 1'024;
 
-// Ends the mark of emit() on the calling thread.
+// Clears the marks that emit() sets on the calling thread.
 class EmittingScope {
  public:
   EmittingScope() = default;

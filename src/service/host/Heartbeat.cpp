@@ -74,8 +74,8 @@ class Variables {
   std::array<Entry, variableCount> entries_;
 };
 
-// The times of the file may be any numbers, so seconds are subtracted only from the time of this machine, and from a
-// heartbeat that is fresh by it.
+// A time in the file may be any number. Nothing overflows, because seconds are subtracted only from the time of this
+// machine and from a heartbeat that is fresh.
 
 bool isFresh(const Variables& variables) { return variables.number(uptimeNow) > std::time(nullptr) - freshSeconds; }
 

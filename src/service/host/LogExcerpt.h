@@ -9,11 +9,11 @@
 // info if it names none.
 //
 // Cost: the log is read backwards from its end, only as far as needed to find the lines to show. The first read takes
-// 8 KiB, which hold the last fifty lines of most logs, and later ones take up to 256 KiB. Memory use is the
-// lines to show and a buffer of 256 KiB, and a second one for a line longer than the first. Such a line is read twice,
-// first to find its start, except for its longest part without blanks and other ends of level names, if the threshold
-// is above info. Holes of a sparse file are skipped without reading them; such holes arise when a log is truncated
-// while its daemon continues to write.
+// 8 KiB, which hold the last fifty lines of most logs, and later ones take up to 256 KiB. Memory use is the lines to
+// show and a buffer of 256 KiB, and a second one for a line longer than the first. Such a line is read twice, first to
+// find its start, except for its longest part without blanks and other ends of level names, if the threshold is above
+// info. Holes of a sparse file are skipped without reading them; such holes arise when a log is truncated while its
+// daemon continues to write.
 //
 // Other processes: the log is read up to the size that it had when it was opened; lines written later are not shown. If
 // the log is truncated meanwhile, the lines that remain are shown.
