@@ -1,8 +1,8 @@
 // Laws of the operations on profiles, for any small store, any sequence of operations and any failing call. StoreTree.h
 // has the model. The target runs on a private host.
 // - An operation changes only its own files: those of its profile that it is to change, and names that must be
-// repaired.
-//   Nothing outside the store changes, whatever links lead there. The template never changes.
+//   repaired. Nothing outside the store changes, whatever links lead there. Only a reset that selects the template
+//   changes it.
 // - It leaves no descriptor, no lock file and no temporary file, unless the call that should remove it failed.
 // - An operation that refuses its texts changes nothing but names that need repair.
 // - Without a fault a listing shows exactly the profiles of the model, and a second listing shows the same and changes
@@ -347,6 +347,8 @@ std::vector<std::string> candidates(const Operation& operation, const std::strin
   return all;
 }
 
+bool selectsTemplate(const std::string& selector) { return selector == ".factory" || selector == "dir=.factory"; }
+
 // --- Operations
 
 // The one candidate, if it is a directory and its files of these names are regular or missing.
@@ -575,7 +577,7 @@ void remove(Operation& operation, const Fields& fields) {
 
 void reset(Operation& operation, const Fields& fields) {
   for (const std::string& dirname : candidates(operation, fields[0])) allowStateFiles(operation, dirname);
-  allowStateFiles(operation, ".factory");
+  if (selectsTemplate(fields[0])) allowStateFiles(operation, ".factory");
   std::string name;
   run(operation, [&] { operation.status = ProfileChanges::resetProfile(fields[0], name); });
   if (!operation.isPlain) return;

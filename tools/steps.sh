@@ -300,7 +300,9 @@ machine_subjects='base json log profiles'
 # of the program, see more of them.
 not_emulated='*DeathTest.*:ProcessTest.*:*SystemGivesNoThread:*SystemCannotCreateAThread:*StopDuringAFailingStart*'
 not_emulated="$not_emulated:*.AFaultAnywhere*:*.AFaultDuring*:*.AFaultWhileWriting*:*.AFailedCloseAfterTheCut*"
-not_emulated="$not_emulated:*.APathWithoutLinksIsOpenedWithTwoCalls:*.AFirstLineIsReadInFourCalls"
+not_emulated="$not_emulated:*.AFailedSyncOrClose*:*.ADirectoryThatTakesThePlaceOfTheOpen*"
+not_emulated="$not_emulated:*.APathWithoutLinksIsOpenedWithTwoCalls:*.APathOfADirectoryWithoutLinks*"
+not_emulated="$not_emulated:*.AFirstLineIsReadInFourCalls"
 not_emulated="$not_emulated:*.AnEditSucceedsDespiteLimitsOfTheSystem*:*.MarkingAndRemovingNeedNoMemory"
 not_emulated="$not_emulated:*.WhatLiesInTheWayIsRemovedEvenIfTheDirectoryCannotBeLocked"
 

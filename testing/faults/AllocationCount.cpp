@@ -23,6 +23,8 @@ void freeCounted(void* block) {
 
 }  // namespace
 
+thread_local bool nothrowNewFails = false;
+
 std::ptrdiff_t newBlocksInUse() { return inUse; }
 
 std::ptrdiff_t newBlocksSoFar() { return soFar; }
@@ -45,7 +47,7 @@ std::int32_t startOfLastFreedBlock() { return startOfLastFreed; }
 // The address sanitizer has a replacement of its own for each form, and reports a block that one form of ours frees and
 // one of its own allocated. So this form is here too; the forms for arrays are the sanitizer's in pairs.
 [[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  void* block = std::malloc(size == 0 ? 1 : size);
+  void* block = nothrowNewFails ? nullptr : std::malloc(size == 0 ? 1 : size);
   if (block == nullptr) return nullptr;
   ++inUse;
   ++soFar;

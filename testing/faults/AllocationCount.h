@@ -14,6 +14,9 @@
 
 std::ptrdiff_t newBlocksInUse();
 
+// While it is true, `new (std::nothrow)` finds no memory on this thread.
+extern thread_local bool nothrowNewFails;
+
 // How many blocks this thread has allocated with `new`, the freed ones too.
 std::ptrdiff_t newBlocksSoFar();
 

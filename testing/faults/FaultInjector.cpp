@@ -121,7 +121,8 @@ WRAP(int, -1, rmdir, (const char* path), (path))
 WRAP(int, -1, link, (const char* from, const char* to), (from, to))
 WRAP(int, -1, symlink, (const char* target, const char* path), (target, path))
 WRAP(ssize_t, -1, readlink, (const char* path, char* to, std::size_t size), (path, to, size))
-WRAP(ssize_t, -1, readlinkat, (int at, const char* path, char* to, std::size_t size), (at, path, to, size))
+WRAP(ssize_t, armedPlan.error == 0 ? armedPlan.linkLength : -1, readlinkat,
+     (int at, const char* path, char* to, std::size_t size), (at, path, to, size))
 
 WRAP(DIR*, nullptr, opendir, (const char* path), (path))
 WRAP(DIR*, nullptr, fdopendir, (int fd), (fd))
@@ -154,7 +155,7 @@ WRAP_AS("pread", ssize_t, -1, __pread64_chk, (int fd, void* to, std::size_t size
         (fd, to, transferred(size), at, room))
 WRAP_AS("readlink", ssize_t, -1, __readlink_chk, (const char* path, char* to, std::size_t size, std::size_t room),
         (path, to, size, room))
-WRAP_AS("readlinkat", ssize_t, -1, __readlinkat_chk,
+WRAP_AS("readlinkat", ssize_t, armedPlan.error == 0 ? armedPlan.linkLength : -1, __readlinkat_chk,
         (int at, const char* path, char* to, std::size_t size, std::size_t room), (at, path, to, size, room))
 WRAP_AS("getcwd", char*, nullptr, __getcwd_chk, (char* to, std::size_t size, std::size_t room), (to, size, room))
 

@@ -19,6 +19,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/types.h>
 
 #include <cerrno>
 #include <cstddef>
@@ -36,6 +37,7 @@ struct FaultPlan {
   int error = EIO;              // errno of the failed call; with 0 it writes or lists nothing and reports no error
   CallNames calls;              // the names of the calls that count; empty: all
   bool oneByteAtATime = false;  // each read or write that does not fail moves one byte
+  ssize_t linkLength = 0;       // with the error 0: what a failed readlinkat returns
   // Runs before each counted call, with the number of the call. It can act like another process at that moment. Its own
   // calls do not count.
   std::function<void(std::size_t)> before = {};

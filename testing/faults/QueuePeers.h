@@ -1,11 +1,15 @@
 // QueuePeers: access to the private parts of the queues, so that tests can damage a queue.
 #pragma once
 
+#include <cstddef>
+
 #include "base/tasks/PointerQueue.h"
 #include "log/output/WorkQueue.h"
 
 class SimplePointerQueuePeer {
  public:
+  static constexpr std::size_t kBlockSize = sizeof(SimplePointerQueue::Block);
+
   // Leaves the queue with a head and no tail. The next push then fails an assertion while it holds the queue's lock.
   static void loseTail(SimplePointerQueue& queue) { queue.tail_ = nullptr; }
 };

@@ -117,10 +117,11 @@ class Generator:
         self.strays(profiles.entries)
         if self.odd(0.2):
             del zuv[b"profiles"]
-        elif self.odd(0.5):  # a link of root's: whoever else may write beside the store controls it
+        elif self.odd(0.5):  # a link in a folder of root's; it may belong to another user
             outside[b"store"] = profiles
             texts = [b"/etc/outside/store", b"../outside/store/", b"/etc/outside/nowhere", b"/etc/outside/text"]
-            zuv[b"profiles"] = Node(LINK, 0o777, data=self.random.choice(texts[:2] + texts))
+            zuv[b"profiles"] = Node(LINK, 0o777, outside[b"hop"].uid, outside[b"hop"].gid,
+                                    self.random.choice(texts[:2] + texts))
         if self.random.random() < 0.4:
             zuv[b".systemctl"] = Node(FILE)
         top = Node(DIRECTORY, 0o755)

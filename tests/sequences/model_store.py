@@ -289,9 +289,17 @@ class Command:
             return b""
         return b"" if self.files.has_untrusted(links) else self.first_line(path) or b""
 
+    def is_root_untrusted(self):
+        try:
+            return self.files.has_untrusted(self.files.walk(ROOT).links)
+        except Refused as refused:
+            return self.files.has_untrusted(refused.links)
+
     def profiles(self, except_for=None):
         """Lists the store and repairs its names. Returns None if that is impossible."""
         try:
+            if self.is_root_untrusted():
+                raise Refused(errno.ELOOP)
             root = self.files.list(ROOT)
         except Refused:
             return None
@@ -320,6 +328,8 @@ class Command:
         name = self.first_line(ROOT + dirname + b"/profile_name")
         if name:
             return Record(dirname, name)
+        if self.is_root_untrusted():
+            return None
         directory = self.files.lstat(ROOT + dirname)
         if self.repair(dirname, b"profile") or (directory is not None and directory.kind == DIRECTORY
                                                 and not self.files.only_we_write(directory)):
@@ -713,7 +723,7 @@ class Command:
             root = self.files.walk(ROOT).node
         except Refused:
             root = None
-        if root is None or root.kind != DIRECTORY:
+        if root is None or root.kind != DIRECTORY or self.is_root_untrusted():
             raise Stop(APPLICATION_ERROR)
         number = 123123
         while True:

@@ -23,10 +23,10 @@ Status copyError(StatusCode code, const std::string& path) { return Status::erro
 // Copies the source up to the size that it had when it was opened, or to its end if that comes earlier.
 Status copyBytes(const OpenedFile& source, const std::string& from, FileWriter& target, const std::string& to) {
   char buffer[4096];
-  for (off_t left = source.size; left > 0;) {
+  for (off_t left = source.size(); left > 0;) {
     const auto wanted = static_cast<std::size_t>(std::min<off_t>(left, sizeof buffer));
     const ssize_t count = readSome(source.fd.get(), buffer, wanted);
-    if (count < 0) return copyError(status::readError, from);
+    if (count == -1) return copyError(status::readError, from);
     if (count == 0) break;
     const Status s = target.write(std::string_view(buffer, static_cast<std::size_t>(count)));
     if (!s.isSuccess()) return copyError(s.code(), to);
@@ -42,7 +42,7 @@ bool openSource(const std::string& from, OpenedFile& source, Access access) {
 }
 
 Status copyWith(const std::string& from, const std::string& to, Access access) {
-  if (!isUsablePath(to) || fileSize(from) < 0) return Status::of(status::invalidArgument);
+  if (!isUsablePath(to) || fileSize(from) == -1) return Status::of(status::invalidArgument);
   OpenedFile source;
   if (!openSource(from, source, access)) return copyError(status::openError, from);
   FileWriter target;

@@ -1,5 +1,6 @@
 #include "base/files/DirectoryEntries.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,15 +14,17 @@ namespace FileUtils {
 
 Status makeDir(const std::string& path, mode_t mode) {
   if (!isUsablePath(path)) return Status::of(status::invalidArgument);
-  const bool good = ::mkdir(path.c_str(), mode) == 0 || errno == EEXIST;
+  const bool good = ::mkdir(path.c_str(), mode) != -1 || errno == EEXIST;
   return Status::of(good ? status::success : status::mkdirError);
 }
 
-NewDir makeNewDir(const std::string& path, mode_t mode) {
+NewDir makeNewDir(int directoryFd, const std::string& path, mode_t mode) {
   if (!isUsablePath(path)) return NewDir::failed;
-  if (::mkdir(path.c_str(), mode) != 0) return errno == EEXIST ? NewDir::exists : NewDir::failed;
-  if (setMode(path, mode).isSuccess()) return NewDir::made;
-  (void)removeDir(path);
+  if (::mkdirat(directoryFd, path.c_str(), mode) != 0) return errno == EEXIST ? NewDir::exists : NewDir::failed;
+  if (::fchmodat(directoryFd, path.c_str(), mode, 0) == 0) return NewDir::made;
+  struct stat info = {};
+  if (::fstatat(directoryFd, path.c_str(), &info, 0) == 0 && (info.st_mode & 0777) == mode) return NewDir::made;
+  (void)::unlinkat(directoryFd, path.c_str(), AT_REMOVEDIR);
   return NewDir::failed;
 }
 
@@ -35,13 +38,13 @@ Status setMode(const std::string& path, mode_t mode) {
 
 Status removeFile(const std::string& path) {
   if (!isUsablePath(path)) return Status::of(status::invalidArgument);
-  const bool good = ::unlink(path.c_str()) == 0 || errno == ENOENT;
+  const bool good = ::unlink(path.c_str()) != -1 || errno == ENOENT;
   return Status::of(good ? status::success : status::unlinkError);
 }
 
 Status removeDir(const std::string& path) {
   if (!isUsablePath(path)) return Status::of(status::invalidArgument);
-  const bool good = ::rmdir(path.c_str()) == 0 || errno == ENOENT;
+  const bool good = ::rmdir(path.c_str()) != -1 || errno == ENOENT;
   return Status::of(good ? status::success : status::rmdirError);
 }
 

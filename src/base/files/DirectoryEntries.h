@@ -18,12 +18,12 @@ namespace FileUtils {
 // make the directories above. Status: "mkdir".
 Status makeDir(const std::string& path, mode_t mode);
 
-// Makes a directory that must be new, with exactly `mode` whatever the umask. Callers that choose a numbered name use
-// it to test whether the name is free and take it in one step. Returns `exists` if an entry of any kind has that name,
-// even a broken link, and `failed` if the directory cannot be made for another reason. If the mode cannot be set (see
-// setMode), it removes the directory again and returns `failed`.
+// Makes a directory that must be new, in an open directory or at AT_FDCWD, with exactly `mode` whatever the umask.
+// Callers that choose a numbered name use it to test whether the name is free and take it in one step. Returns `exists`
+// if an entry of any kind has that name, even a broken link, and `failed` if the directory cannot be made for another
+// reason. If the mode cannot be set (see setMode), it removes the directory again and returns `failed`.
 enum class NewDir { made, exists, failed };
-NewDir makeNewDir(const std::string& path, mode_t mode);
+NewDir makeNewDir(int directoryFd, const std::string& path, mode_t mode);
 
 // Sets the mode. Succeeds also if chmod fails but the nine permission bits already equal `mode`. Status: "chmod".
 Status setMode(const std::string& path, mode_t mode);

@@ -1,5 +1,6 @@
 #include "base/files/DirectoryEntries.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,21 +29,21 @@ TEST_F(DirectoryEntriesTest, MakeDirMakesOneMissingDirectoryWithTheModeLessTheUm
 
 TEST_F(DirectoryEntriesTest, MakeNewDirSetsTheModeWhateverTheUmaskAndReportsAnExistingEntry) {
   ::umask(0777);
-  EXPECT_EQ(FileUtils::makeNewDir("/tmp/new", 0755), FileUtils::NewDir::made);
+  EXPECT_EQ(FileUtils::makeNewDir(AT_FDCWD, "/tmp/new", 0755), FileUtils::NewDir::made);
   EXPECT_EQ(host::modeOf("/tmp/new"), 0755u);
   host::writeFile("/tmp/file", "");
   host::makeLink("/tmp/nowhere", "/tmp/missing");
   for (const char* path : {"/tmp/new", "/tmp/file", "/tmp/nowhere"}) {
     SCOPED_TRACE(path);
-    EXPECT_EQ(FileUtils::makeNewDir(path, 0755), FileUtils::NewDir::exists);
+    EXPECT_EQ(FileUtils::makeNewDir(AT_FDCWD, path, 0755), FileUtils::NewDir::exists);
   }
-  EXPECT_EQ(FileUtils::makeNewDir("/tmp/a/b", 0755), FileUtils::NewDir::failed);
+  EXPECT_EQ(FileUtils::makeNewDir(AT_FDCWD, "/tmp/a/b", 0755), FileUtils::NewDir::failed);
 }
 
 TEST_F(DirectoryEntriesTest, ANewDirectoryWhoseModeCannotBeSetIsRemovedAgain) {
   ::umask(0077);
-  const ArmedFaults armed{FaultPlan{1, false, EIO, {"chmod"}}};
-  EXPECT_EQ(FileUtils::makeNewDir("/tmp/new", 0755), FileUtils::NewDir::failed);
+  const ArmedFaults armed{FaultPlan{1, false, EIO, {"fchmodat"}}};
+  EXPECT_EQ(FileUtils::makeNewDir(AT_FDCWD, "/tmp/new", 0755), FileUtils::NewDir::failed);
   EXPECT_FALSE(host::exists("/tmp/new"));
 }
 

@@ -32,8 +32,8 @@ struct DirectoryListing {
 // Lists a directory.
 // - A link is listed by the kind of its target. A relative target is resolved from the working directory of the
 //   process, not from the link's directory. That is deliberate.
-// - A link whose target stat cannot find or reach is listed under `others`. A link that cannot be read is in no list.
-//   Neither is a failure.
+// - A link whose target stat cannot find or reach is listed under `others`. A link that cannot be read, or whose target
+//   is empty or has 4,096 bytes or more, is in no list. Neither is a failure.
 // - If the system does not report the type of an entry, stat is asked. If that stat fails, the entry is listed under
 //   `others`.
 // Statuses: "invalid argument"; "opendir" if the directory cannot be opened or cannot be read to its end. After

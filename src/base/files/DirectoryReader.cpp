@@ -19,9 +19,9 @@ UniqueFd openAgain(int directoryFd) {
 }
 
 EntryKind kindOfLink(int directoryFd, const char* name, LinkBase base) {
-  char text[PATH_MAX];  // longer than the target of any link
+  char text[PATH_MAX];
   const ssize_t length = ::readlinkat(directoryFd, name, text, sizeof text);
-  if (length == -1) return EntryKind::unreadable;
+  if (length < 1 || length == sizeof text) return EntryKind::unreadable;  // a target that fills the buffer may be cut
   const std::string target(text, static_cast<std::size_t>(length));
   struct stat info = {};
   const bool isFound = base == LinkBase::ownDirectory ? ::fstatat(directoryFd, target.c_str(), &info, 0) == 0
@@ -33,10 +33,11 @@ EntryKind kindOfLink(int directoryFd, const char* name, LinkBase base) {
 
 }  // namespace
 
-DirectoryReader::DirectoryReader(int directoryFd, off_t position) : DirectoryReader(openAgain(directoryFd)) {
-  if (position == 0 || directory_ == nullptr) return;
-  failed_ = ::lseek(fd(), position, SEEK_SET) == -1;
-  position_ = position;
+DirectoryReader::DirectoryReader(int directoryFd, std::optional<off_t> position)
+    : DirectoryReader(openAgain(directoryFd)) {
+  if (!position || directory_ == nullptr) return;
+  failed_ = ::lseek(fd(), *position, SEEK_SET) == -1;
+  position_ = *position;
 }
 
 DirectoryReader::DirectoryReader(UniqueFd fd) {

@@ -9,6 +9,8 @@
 #include <dirent.h>
 #include <sys/types.h>
 
+#include <optional>
+
 #include "base/system/UniqueFd.h"
 #include "command/status/StatusCodes.h"
 
@@ -16,9 +18,9 @@ namespace FileUtils {
 
 class DirectoryReader {
  public:
-  // Reads an open directory through a descriptor of its own, from a position on; 0 is its start. The descriptor is
+  // Reads an open directory through a descriptor of its own, from a position on or from its start. The descriptor is
   // borrowed only for this call, and its read position does not change.
-  explicit DirectoryReader(int directoryFd, off_t position = 0);
+  explicit DirectoryReader(int directoryFd, std::optional<off_t> position = std::nullopt);
   // Takes over the descriptor. One that is not open gives a reader without entries.
   explicit DirectoryReader(UniqueFd fd);
   ~DirectoryReader();
@@ -50,8 +52,8 @@ class DirectoryReader {
 enum class LinkBase { workingDirectory, ownDirectory };
 
 // The kind of an entry. A link is classified by its target: `other` if stat cannot find or reach that, or if it is
-// neither a regular file nor a directory; `unreadable` if the link itself cannot be read. An entry whose type the
-// system does not report, and stat neither, is `other`.
+// neither a regular file nor a directory; `unreadable` if the link itself cannot be read, or if its target is empty or
+// has 4,096 bytes or more. An entry whose type the system does not report, and stat neither, is `other`.
 enum class EntryKind { directory, file, linkToDirectory, linkToFile, other, unreadable };
 EntryKind kindOf(int directoryFd, const dirent& entry, LinkBase base);
 

@@ -111,6 +111,29 @@ TEST_F(DirectoryReaderTest, AKindIsThatOfTheTargetOfALink) {
   EXPECT_EQ(working, expected);
 }
 
+TEST_F(DirectoryReaderTest, ALinkIsUnreadableIfItsTargetIsEmptyOrFillsTheBuffer) {
+  host::makeDirs(kDirectory);
+  const UniqueFd fd = FileUtils::openDirectory(kDirectory);
+  const auto kindOfOnlyEntry = [&fd] {
+    DirectoryReader reader(fd.get());
+    return FileUtils::kindOf(fd.get(), *reader.next(), LinkBase::workingDirectory);
+  };
+  for (const std::size_t length : {1U, 4095U}) {
+    SCOPED_TRACE(length);
+    host::remove("/tmp/list/link");
+    host::makeLink("/tmp/list/link", std::string(length, '/'));
+    EXPECT_EQ(kindOfOnlyEntry(), EntryKind::linkToDirectory);
+  }
+  for (const ssize_t length : {0, 4096}) {
+    SCOPED_TRACE(length);
+    FaultPlan plan{1, false, 0, {"readlinkat"}};
+    plan.linkLength = length;
+    const ArmedFaults armed{plan};
+    EXPECT_EQ(kindOfOnlyEntry(), EntryKind::unreadable);
+    EXPECT_THAT(FileUtils::listDirectory(kDirectory).status, HasCode(status::success));
+  }
+}
+
 TEST_F(DirectoryReaderTest, AReaderTakesOverItsDescriptorAndClosesIt) {
   makeFiles(2);
   UniqueFd opened = FileUtils::openDirectory(kDirectory);

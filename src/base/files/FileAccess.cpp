@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <climits>
+#include <optional>
 #include <utility>
 
 #include "base/system/RawWrite.h"
@@ -27,14 +28,14 @@ UniqueFd openAt(int directoryFd, const char* path, int flags) {
   return UniqueFd(uninterrupted([&] { return ::openat(directoryFd, path, flags | alwaysFlags); }));
 }
 
-// Reads the target of a link, as a path from the same directory. Returns false, with errno set, if it cannot be read.
-bool readLink(const std::string& path, std::string& target) {
+// Reads the target of a link, as a path from the same directory. Returns nothing, with errno set, if it cannot be read.
+std::optional<std::string> targetOf(const std::string& path) {
   char text[PATH_MAX];
   const ssize_t length = ::readlink(path.c_str(), text, sizeof text);
-  if (length == -1) return false;
-  target.assign(text, static_cast<std::size_t>(length));
+  if (length == -1) return std::nullopt;
+  std::string target(text, static_cast<std::size_t>(length));
   if (target[0] != '/') target.insert(0, path, 0, path.rfind('/') + 1);  // npos + 1 is 0
-  return true;
+  return target;
 }
 
 // Opens a file of the system to write it, over all links in the last component, also a chain of them. `path` becomes
@@ -46,9 +47,10 @@ UniqueFd openOfSystem(std::string& path, int flags, mode_t mode) {
         uninterrupted([&] { return ::open(path.c_str(), O_WRONLY | O_NOFOLLOW | alwaysFlags | flags, mode); }));
   };
   UniqueFd fd = open();
-  std::string target;
-  for (int links = 0; !fd.isOpen() && errno == ELOOP && links < longestChain && readLink(path, target); ++links) {
-    path = target;
+  for (int links = 0; !fd.isOpen() && errno == ELOOP && links < longestChain; ++links) {
+    const std::optional<std::string> target = targetOf(path);
+    if (!target) break;
+    path = *target;
     fd = open();
   }
   return fd;
@@ -89,12 +91,17 @@ bool isRoomMissing(int error) { return error == ENOSPC || error == EDQUOT || err
 
 }  // namespace
 
+bool OpenedFile::isSparse() const {
+  constexpr off_t diskBlock = 512;  // the unit of st_blocks, whatever the file system
+  return info.st_blocks < size() / diskBlock;
+}
+
 UniqueFd duplicateOf(int fd) { return UniqueFd(::fcntl(fd, F_DUPFD_CLOEXEC, 0)); }
 
 bool lockFile(int fd, std::chrono::steady_clock::time_point deadline) {
   const auto tryOnce = [&] { return ::flock(fd, LOCK_EX | LOCK_NB); };
   RetryPauses pauses(deadline);
-  while (uninterrupted(tryOnce) != 0 && errno == EWOULDBLOCK) {
+  while (uninterrupted(tryOnce) == -1 && errno == EWOULDBLOCK) {
     if (!pauses.next()) return false;
   }
   return true;
@@ -117,7 +124,6 @@ bool lookAt(const std::string& path, struct stat& info) {
   }
   file.fd = std::move(found.fd);
   file.info = found.info;
-  file.size = found.info.st_size;
   return true;
 }
 
@@ -127,12 +133,22 @@ bool openAnyForReading(const std::string& path, OpenedFile& file) {
   if (!fd.isOpen() || ::fstat(fd.get(), &info) != 0) return false;
   file.fd = std::move(fd);
   file.info = info;
-  file.size = info.st_size;
   return true;
 }
 
 [[gnu::hot]] ssize_t readSome(int fd, char* buffer, std::size_t size) {
   return uninterrupted([&] { return ::read(fd, buffer, size); });
+}
+
+// Calls open with flags for an existing file, and then for a new one if none exists.
+template <typename Open>
+void FileWriter::openOrMake(Open open) {
+  isNew_ = false;
+  file_ = StoreFile();  // closed first: an error of close must not hide that of open
+  file_ = open(0);
+  const bool isMissing = !file_.fd.isOpen() && errno == ENOENT;
+  if (isMissing) file_ = open(O_CREAT);
+  isNew_ = isMissing && file_.fd.isOpen();
 }
 
 // The order of steps: open, and create the file only if it is missing; lock it; look at it, because another process may
@@ -143,19 +159,13 @@ Status FileWriter::open(const std::string& path, mode_t newMode, Access access) 
   if (!isUsablePath(path)) return Status::of(status::invalidArgument);
   const auto deadline = Clock::now() + longestWriterWait;
   for (int start = 1;; ++start) {
-    abandon();
-    file_ = openToWrite(path, 0, newMode, access);
-    if (!file_.fd.isOpen() && errno == ENOENT) {
-      file_ = openToWrite(path, O_CREAT, newMode, access);
-      isNew_ = file_.fd.isOpen();
-    }
+    openOrMake([&](int flags) { return openToWrite(path, flags, newMode, access); });
     if (file_.fd.isOpen()) (void)lockFile(file_.fd.get(), deadline);
     if (!file_.fd.isOpen() || ::fstat(file_.fd.get(), &file_.info) != 0) break;
     if (access == Access::ofStore && !isAccepted(file_.info)) break;
     isNew_ = isNew_ && file_.info.st_size == 0;  // else another process created and filled it a moment ago
     if (access == Access::ofSystem && !S_ISREG(file_.info.st_mode)) letWritesWait(file_.fd.get());
     if (access == Access::ofSystem || start == mostStarts || isStillThere(file_)) return Status::success();
-    isNew_ = false;  // the file at the path is not ours to remove
   }
   abandon();
   return Status::of(status::openError);
@@ -163,12 +173,7 @@ Status FileWriter::open(const std::string& path, mode_t newMode, Access access) 
 
 bool FileWriter::openLocked(int directoryFd, const char* name, mode_t newMode, Clock::time_point deadline) {
   for (;;) {
-    abandon();
-    file_ = openOfStore(directoryFd, name, 0, newMode);
-    if (!file_.fd.isOpen() && errno == ENOENT) {
-      file_ = openOfStore(directoryFd, name, O_CREAT, newMode);
-      isNew_ = file_.fd.isOpen();
-    }
+    openOrMake([&](int flags) { return openOfStore(directoryFd, name, flags, newMode); });
     if (!file_.fd.isOpen()) return false;
     errno = EINVAL;
     if (!S_ISREG(file_.info.st_mode)) break;
@@ -176,7 +181,7 @@ bool FileWriter::openLocked(int directoryFd, const char* name, mode_t newMode, C
     if (::fstat(file_.fd.get(), &file_.info) != 0) break;
     isNew_ = isNew_ && file_.info.st_size == 0;
     if (isLocked && isStillThere(file_)) return true;
-    isNew_ = false;
+    isNew_ = false;  // the file at the path is not ours to remove
     errno = EWOULDBLOCK;
     if (!isLocked || Clock::now() >= deadline) break;
   }
@@ -189,7 +194,6 @@ bool FileWriter::openLocked(int directoryFd, const char* name, mode_t newMode, C
 bool FileWriter::share(OpenedFile& file) const {
   file.fd = duplicateOf(file_.fd.get());
   file.info = file_.info;
-  file.size = file_.info.st_size;
   return file.fd.isOpen();
 }
 
@@ -204,7 +208,7 @@ Status FileWriter::reserve(std::size_t length) {
   const auto wanted = static_cast<off_t>(length);
   if (isNew_ || !S_ISREG(file_.info.st_mode) || wanted <= file_.info.st_size) return Status::success();
   const int result = uninterrupted([&] { return ::fallocate(file_.fd.get(), FALLOC_FL_KEEP_SIZE, 0, wanted); });
-  return Status::of(result != 0 && isRoomMissing(errno) ? status::writeError : status::success);
+  return Status::of(result == -1 && isRoomMissing(errno) ? status::writeError : status::success);
 }
 
 Status FileWriter::cutToNothing() {
@@ -251,7 +255,6 @@ void FileWriter::abandon() {
   if (isNew_) (void)::unlinkat(file_.place(), file_.name.c_str(), 0);  // removes a link, never its target
   old_.putBack(file_.fd.get());
   isNew_ = false;
-  written_ = 0;
   file_.fd.reset();
   file_.directory.reset();
 }

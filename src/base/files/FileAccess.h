@@ -31,7 +31,10 @@
 struct OpenedFile {
   UniqueFd fd;
   struct stat info = {};
-  off_t size = 0;
+
+  off_t size() const { return info.st_size; }
+  // Whether the file has fewer disk blocks than its size needs, and so perhaps holes that a reader can skip.
+  bool isSparse() const;
 };
 
 enum class Access {
@@ -77,6 +80,7 @@ bool lookAt(const std::string& path, struct stat& info);
 // The new bytes overwrite the old ones from the start of the file. finish cuts off the remaining old bytes and closes
 // the file. It never lengthens a file that another program has cut in the meantime. A file that open created is removed
 // again unless finish succeeds. After keepOldBytes, an old file gets its old bytes back unless finish succeeds.
+// A writer writes one file: once open or openLocked has succeeded, neither may be called again.
 // Other processes: writers of one file take turns, so that the file ends as one of them has written it. Each holds a
 // flock on the file from open until finish or its destruction. If another file takes the path of a file of the store
 // before open has locked it, open starts over. It does so 19 times at most and then writes the file that it has. Anyone
@@ -132,6 +136,8 @@ class FileWriter {
   Status finish();
 
  private:
+  template <typename Open>
+  void openOrMake(Open open);
   void abandon();
   bool cutToWritten();
 

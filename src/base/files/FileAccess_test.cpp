@@ -62,11 +62,11 @@ TEST_F(FileAccessTest, OnlyRegularFilesAndTheNullDeviceAreOpenedForReading) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.path);
     OpenedFile file;
-    file.size = -1;
+    file.info.st_size = -1;
     errno = 0;
     const bool isOpened = openForReading(AT_FDCWD, c.path, file);
     EXPECT_EQ(isOpened ? 0 : errno, c.error);
-    EXPECT_EQ(file.size, c.size);
+    EXPECT_EQ(file.size(), c.size);
     EXPECT_EQ(file.fd.isOpen(), c.error == 0);
     if (c.error == 0) {
       EXPECT_TRUE(isCloseOnExec(file.fd.get()));
@@ -131,7 +131,7 @@ TEST_F(FileAccessTest, WithoutProcAnOwnersLinkIsOpenedByItsPathAgain) {
   OpenedFile file;
   EXPECT_TRUE(openForReading(AT_FDCWD, kLink, file));
   EXPECT_EQ(armed.count(), 1u) << "the path in /proc was tried";
-  EXPECT_EQ(file.size, 4);
+  EXPECT_EQ(file.size(), 4);
 }
 
 // Makes another user's link to kTarget and a link of ours to that one, and returns their paths.
@@ -173,6 +173,23 @@ TEST_F(FileAccessTest, AnotherUsersLinkIsFollowedByTheWriterOfTheSystem) {
   EXPECT_EQ(host::tree("/tmp/links"), "l link -> /tmp/target\nl ours -> link\n");
 }
 
+TEST_F(FileAccessTest, AFileIsSparseIfItHasFewerBlocksOf512BytesThanItsSizeFills) {
+  struct Case {
+    blkcnt_t blocks;
+    off_t size;
+    bool isSparse;
+  };
+  const Case cases[] = {{0, 0, false},    {0, 511, false}, {0, 512, true},   {8, 1, false},
+                        {8, 4096, false}, {7, 4096, true}, {8, 4607, false}, {8, 4608, true}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::to_string(c.blocks) + " blocks, " + std::to_string(c.size) + " bytes");
+    OpenedFile file;
+    file.info.st_blocks = c.blocks;
+    file.info.st_size = c.size;
+    EXPECT_EQ(file.isSparse(), c.isSparse);
+  }
+}
+
 TEST_F(FileAccessTest, AFileOfAnyKindIsOpenedForReadingWithTheSizeOfStat) {
   host::writeFile(kFile, "12345");
   host::makeDirs("/tmp/directory");
@@ -191,13 +208,13 @@ TEST_F(FileAccessTest, AFileOfAnyKindIsOpenedForReadingWithTheSizeOfStat) {
     struct stat info = {};
     (void)::stat(c.path, &info);
     OpenedFile file;
-    file.size = -1;
+    file.info.st_size = -1;
     errno = 0;
     const bool isOpened = openAnyForReading(c.path, file);
     EXPECT_EQ(isOpened ? 0 : errno, c.error);
     EXPECT_EQ(isOpened, c.error == 0);
     EXPECT_EQ(file.fd.isOpen(), isOpened);
-    EXPECT_EQ(file.size, isOpened ? info.st_size : -1);
+    EXPECT_EQ(file.size(), isOpened ? info.st_size : -1);
     if (isOpened) {
       EXPECT_TRUE(isCloseOnExec(file.fd.get()));
       EXPECT_TRUE(isSameFile(file.info, info));
@@ -215,7 +232,7 @@ TEST_F(FileAccessTest, AChainOfFortyTrustedLinksIsFollowedAsTheSystemWouldFollow
   }
   OpenedFile file;
   EXPECT_TRUE(openForReading(AT_FDCWD, "/tmp/links/40", file, Follow::trusted));
-  EXPECT_EQ(file.size, 3);
+  EXPECT_EQ(file.size(), 3);
   EXPECT_THAT(replaceContent("/tmp/links/40", "new", 0640, SetMode::always), HasCode(status::success));
   EXPECT_EQ(host::readFile(kTarget), "new");
   EXPECT_FALSE(openForReading(AT_FDCWD, "/tmp/links/41", file, Follow::trusted));
@@ -372,12 +389,15 @@ TEST_F(FileAccessTest, AWriterThatFailedToOpenHoldsNoDescriptorAndWritesNothing)
 
 TEST_F(FileAccessTest, AFinishedWriterLeavesExactlyItsBytes) {
   host::writeFile(kFile, "a long old text");
+  host::makeLink("/tmp/links/1", kFile);
+  const std::vector<std::string> before = openDescriptors();
   FileWriter writer;
-  ASSERT_THAT(writer.open(kFile, 0600), HasCode(status::success));
+  ASSERT_THAT(writer.open("/tmp/links/1", 0600), HasCode(status::success));
   EXPECT_THAT(writer.write("ab"), HasCode(status::success));
   EXPECT_THAT(writer.write("cd"), HasCode(status::success));
   EXPECT_THAT(writer.finish(), HasCode(status::success));
   EXPECT_EQ(host::readFile(kFile), "abcd");
+  EXPECT_EQ(openDescriptors(), before);
   EXPECT_THAT(writer.finish(), HasCode(status::writeError));
 }
 
@@ -611,6 +631,21 @@ TEST_F(FileAccessTest, AWriterThatIsNotFinishedPutsTheOldBytesBack) {
   EXPECT_EQ(host::readFile(kFile), kOldText);
 }
 
+TEST_F(FileAccessTest, AFailedFinishPutsTheOldBytesBackAtOnce) {
+  host::writeFile(kFile, kOldText);
+  const std::vector<std::string> before = openDescriptors();
+  FileWriter writer;
+  ASSERT_THAT(writer.open(kFile, 0600), HasCode(status::success));
+  writer.keepOldBytes(kNewText.size());
+  EXPECT_THAT(writer.write(kNewText), HasCode(status::success));
+  {
+    const ArmedFaults armed(FaultPlan{1, false, EIO, {"close"}});
+    EXPECT_THAT(writer.finish(), HasCode(status::writeError));
+  }
+  EXPECT_EQ(host::readFile(kFile), kOldText);
+  EXPECT_EQ(openDescriptors(), before);
+}
+
 TEST_F(FileAccessTest, AFileOfTheStoreThatIsNotReadableIsWritten) {
   host::writeFile(kFile, kOldText, 0200);
   const host::BoundByModes bound;
@@ -769,6 +804,35 @@ TEST_F(FileAccessTest, ALockedOpenOfAFileThatIsReplacedTriesAgainUntilTheDeadlin
       EXPECT_EQ(errno, EWOULDBLOCK);
     }
     EXPECT_EQ(armed.count(), isLate ? 1u : 2u);
+  }
+}
+
+TEST_F(FileAccessTest, ALockedOpenMakesAMissingFileWhichStaysOnlyIfItIsFinished) {
+  for (const bool isFinished : {false, true}) {
+    SCOPED_TRACE(isFinished);
+    {
+      FileWriter writer;
+      ASSERT_TRUE(writer.openLocked(AT_FDCWD, kFile, 0640, FileWriter::Clock::now() + std::chrono::seconds(5)));
+      EXPECT_TRUE(writer.isNew());
+      if (isFinished) {
+        EXPECT_THAT(writer.finish(), HasCode(status::success));
+      }
+    }
+    EXPECT_EQ(host::exists(kFile), isFinished);
+  }
+}
+
+TEST_F(FileAccessTest, ALockedOpenDoesNotRemoveAFileThatReplacesItsNewOne) {
+  for (const bool isLate : {false, true}) {
+    SCOPED_TRACE(isLate);
+    host::remove(kFile);
+    const ArmedFaults armed{replacementsBeforeLocks(1)};
+    const SkippedPauses standing;  // so that the deadline comes exactly
+    FileWriter writer;
+    const auto deadline = FileWriter::Clock::now() + std::chrono::seconds(isLate ? 0 : 5);
+    EXPECT_EQ(writer.openLocked(AT_FDCWD, kFile, 0640, deadline), !isLate);
+    EXPECT_FALSE(writer.isNew());
+    EXPECT_EQ(host::readFile(kFile), "another");
   }
 }
 
@@ -944,9 +1008,11 @@ TEST_F(FileAccessTest, ALockedOpenTakesOnlyARegularFileOverTrustedLinks) {
   };
   for (const Case& c : {Case{"/tmp/fifo", EINVAL}, Case{kLink, ELOOP}, Case{kFile, EWOULDBLOCK}}) {
     SCOPED_TRACE(c.path);
+    const std::vector<std::string> before = openDescriptors();
     FileWriter writer;
     EXPECT_FALSE(writer.openLocked(AT_FDCWD, c.path, 0640, FileWriter::Clock::now()));
     EXPECT_EQ(errno, c.error);
+    EXPECT_EQ(openDescriptors(), before);
   }
 }
 

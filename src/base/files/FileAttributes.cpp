@@ -37,7 +37,7 @@ bool listNames(int fd, Names& names) {
 }
 
 bool removeAttribute(int fd, const std::string& name) {
-  return ::fremovexattr(fd, name.c_str()) == 0 || errno == ENODATA;
+  return ::fremovexattr(fd, name.c_str()) != -1 || errno == ENODATA;
 }
 
 // Takes what a mode of 0700 would take from a POSIX access list.

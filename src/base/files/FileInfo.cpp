@@ -3,6 +3,9 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <limits>
+
 #include "base/files/FileAccess.h"
 #include "base/system/UniqueFd.h"
 #include "base/text/TimeUtils.h"
@@ -37,19 +40,18 @@ std::int64_t fileSize(const std::string& path) {
 }
 
 std::int64_t fileModifiedMicros(const std::string& path) {
+  constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max() / TimeUtils::microsPerSecond;
   struct stat info = {};
-  std::int64_t micros = 0;
-  const bool isKnown =
-      lookAt(path, info) && !__builtin_mul_overflow(info.st_mtime, TimeUtils::microsPerSecond, &micros);
-  return isKnown ? micros : 0;
+  const std::int64_t seconds = lookAt(path, info) ? info.st_mtime : 0;
+  return seconds == std::clamp(seconds, -most, most) ? seconds * TimeUtils::microsPerSecond : 0;
 }
 
 bool isFreshRegularFile(const std::string& path, std::int64_t maxAgeMicros) {
   if (!isRegularFile(path)) return false;
-  const std::int64_t modified = fileModifiedMicros(path);
-  std::int64_t age = 0;
+  const std::int64_t now = TimeUtils::nowMicros();
   // The clock never shows a time before 1970, so only the age of a very old file does not fit 64 bits.
-  return !__builtin_sub_overflow(TimeUtils::nowMicros(), modified, &age) && age < maxAgeMicros;
+  const std::int64_t oldest = now - std::numeric_limits<std::int64_t>::max();
+  return now - std::max(fileModifiedMicros(path), oldest) < maxAgeMicros;
 }
 
 bool fifoHasReader(const std::string& path) {

@@ -12,7 +12,6 @@
 #include "base/files/FileAccess.h"
 #include "base/files/FilePlace.h"
 #include "base/files/ProgramDirectories.h"
-#include "base/system/RetryPauses.h"
 #include "base/text/StringUtils.h"
 
 namespace {
@@ -20,10 +19,11 @@ namespace {
 using Clock = FileLock::Clock;
 using std::chrono::milliseconds;
 
-// A limit that is too long for the clock becomes the longest one.
+// A limit that is too long for the clock becomes the longest one, and a negative one becomes zero.
 Clock::time_point deadlineIn(milliseconds limit) {
   const auto now = Clock::now();
-  return now + std::min(limit, std::chrono::duration_cast<milliseconds>(Clock::time_point::max() - now));
+  const auto longest = std::chrono::duration_cast<milliseconds>(Clock::time_point::max() - now);
+  return now + std::clamp(limit, milliseconds(0), longest);
 }
 
 // The umask belongs to the whole process: two threads that changed it at the same time could restore the wrong one.
@@ -32,8 +32,7 @@ std::mutex umaskGuard;
 // Anyone can place a link in a directory like /tmp, and lock files would be made wherever it leads.
 bool leadsThroughTrustedLink(const std::string& path) {
   struct stat info = {};
-  if (::lstat(path.c_str(), &info) != 0) return false;
-  return S_ISLNK(info.st_mode) && (info.st_uid == 0 || info.st_uid == ::geteuid());
+  return ::lstat(path.c_str(), &info) == 0 && S_ISLNK(info.st_mode) && (info.st_uid == 0 || info.st_uid == ::geteuid());
 }
 
 // Opens the directory of the lock files. All lock files are accessed relative to this descriptor.
@@ -71,15 +70,16 @@ std::string lockNameFor(const std::string& path) {
 
 }  // namespace
 
-FileLock::FileLock(const std::string& path) : lockName_(lockNameFor(path)) { take(LOCK_EX, Clock::time_point::max()); }
+FileLock::FileLock(const std::string& path) : lockName_(lockNameFor(path)) { take(LOCK_EX, nullptr); }
 
 FileLock::FileLock(const std::string& path, milliseconds limit) : lockName_(lockNameFor(path)) {
-  take(LOCK_EX | LOCK_NB, deadlineIn(limit));
+  RetryPauses pauses(deadlineIn(limit));
+  take(LOCK_EX | LOCK_NB, &pauses);
 }
 
 bool FileLock::isDirectoryOurs() {
   const std::string inside = FileUtils::lockDir() + '.';
-  const StoreFile directory = openInStore(AT_FDCWD, inside.c_str(), O_PATH | O_DIRECTORY, Follow::trusted);
+  const StoreFile directory = openInStore(AT_FDCWD, inside.c_str(), O_PATH, Follow::trusted);
   return directory.fd.isOpen() && !othersMayWrite(directory.fd.get(), directory.info);
 }
 
@@ -87,17 +87,14 @@ std::string FileLock::lockPath() const { return lockName_.empty() ? std::string(
 
 // The previous holder may have removed the file that this call has just locked, and a new file may have its name. So
 // the lock counts only if the name still belongs to the locked file; else the loop tries again. Each such retry means
-// that another holder has released the lock in the meantime.
-void FileLock::take(int operation, Clock::time_point deadline) {
+// that another holder has released the lock in the meantime. Without `pauses` it needs none, because the system waits.
+void FileLock::take(int operation, RetryPauses* pauses) {
   if (lockName_.empty()) return;
   directory_ = openLockDirectory();
   if (!directory_.isOpen()) return;
   markedPath_ = lockPath();  // allocated before the file is made: if memory ran out later, the file would remain
-  const bool isBlocking = (operation & LOCK_NB) == 0;
-  RetryPauses pauses(deadline);
-  while ((result_ = tryOnce(operation)) == Result::busy && (isBlocking || pauses.next())) {
+  while ((result_ = tryOnce(operation)) == Result::busy && (pauses == nullptr || pauses->next())) {
   }
-  if (result_ != Result::held) directory_.reset();
 }
 
 // Returns busy also if the locked file no longer has that name.
@@ -123,5 +120,4 @@ void FileLock::release() {
   }
   lockFile_.forget();
   fd_.reset();
-  directory_.reset();
 }

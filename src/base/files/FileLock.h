@@ -22,6 +22,7 @@
 #include <string>
 
 #include "base/system/Leftover.h"
+#include "base/system/RetryPauses.h"
 #include "base/system/UniqueFd.h"
 
 class FileLock {
@@ -57,7 +58,7 @@ class FileLock {
   void release();
 
  private:
-  void take(int operation, Clock::time_point deadline);
+  void take(int operation, RetryPauses* pauses);
   Result tryOnce(int operation);
 
   std::string lockName_;

@@ -93,6 +93,16 @@ TEST_F(FileLockTest, ALockIsAFileOfMode0666WhileItIsHeldWhateverTheUmask) {
   EXPECT_EQ(::umask(022), 077u) << "the umask is restored";
 }
 
+TEST_F(FileLockTest, AWaitWithTheShortestTimeEndsAtOnce) {
+  const FileLock lock(kPath);
+  for (const auto limit : {milliseconds(-1), milliseconds(-10'000'000'000'000), milliseconds::min()}) {
+    SCOPED_TRACE(limit.count());
+    const SkippedPauses skipped;
+    EXPECT_EQ(FileLock(kPath, limit).result(), Result::busy);
+    EXPECT_EQ(skipped.total().count(), 0);
+  }
+}
+
 TEST_F(FileLockTest, TheLockIsNamedAfterTheLastComponent) {
   struct Case {
     const char* path;
@@ -184,16 +194,16 @@ TEST_F(FileLockTest, ALockDirectoryThatIsTheCallersOwnLinkIsUsed) {
   EXPECT_TRUE(host::exists("/tmp/elsewhere/hip.conf.lock"));
 }
 
-TEST_F(FileLockTest, AUsersLockDirectoryMayBeHisOwnLinkButNoThirdUsers) {
+TEST_F(FileLockTest, AUsersLockDirectoryMayBeHisOwnLinkOrRootsButNoThirdUsers) {
   SKIP_WITHOUT_OTHER_USERS();
   host::makeDirs("/tmp/elsewhere", 0777);
-  for (const uid_t owner : {65534u, 65533u}) {
+  for (const uid_t owner : {65534u, 0u, 65533u}) {
     SCOPED_TRACE(owner);
     host::remove("/tmp/lock");
     host::makeLink("/tmp/lock", "/tmp/elsewhere");
     host::giveTo(owner, "/tmp/lock");
     const AsUser user(65534);
-    EXPECT_EQ(FileLock(kPath).result(), owner == 65534u ? Result::held : Result::unavailable);
+    EXPECT_EQ(FileLock(kPath).result(), owner == 65533u ? Result::unavailable : Result::held);
   }
 }
 
@@ -271,6 +281,18 @@ TEST_F(FileLockTest, ATimedLockOfAnyLimitIsTakenAsSoonAsItIsFree) {
     EXPECT_EQ(FileLock(kPath, limit).result(), Result::held);
     holder.join();
   }
+}
+
+TEST_F(FileLockTest, OnlyTheFileOfAHeldLockIsLeftOver) {
+  FileLock lock(kPath);
+  lock.release();
+  host::writeFile(kLock, "another holder's");
+  removeLeftovers();
+  EXPECT_TRUE(host::exists(kLock));
+  const FileLock held(kPath);
+  ASSERT_TRUE(held.isLocked());
+  removeLeftovers();
+  EXPECT_FALSE(host::exists(kLock));
 }
 
 TEST_F(FileLockTest, ALockIsReleasedWhenItsHolderDies) {

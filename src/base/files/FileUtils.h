@@ -5,6 +5,7 @@
 // - A path is a byte string. An empty path, or one with a zero byte, is "invalid argument" before any system call.
 // - No operation waits for the other end of a FIFO. A write to a FIFO that has a reader may wait for the reader.
 // - Every descriptor is close-on-exec.
+// - Only makeUniqueFile logs.
 // - Threads: all functions may be called from several threads at once.
 // - Other processes: writers of one file take turns (see FileAccess.h). FileLock.h and KeyValueFile.h say more.
 #pragma once

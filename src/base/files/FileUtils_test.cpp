@@ -44,7 +44,7 @@ TEST_F(FileUtilsTest, AnEmptyPathIsAnInvalidArgumentEverywhereAndMakesNoSystemCa
   EXPECT_THAT(FileUtils::copyStoreFile("", kFile), HasCode(status::invalidArgument));
   EXPECT_THAT(FileUtils::copyStoreFile("/etc/passwd", ""), HasCode(status::invalidArgument));
   EXPECT_THAT(FileUtils::listDirectory("").status, HasCode(status::invalidArgument));
-  EXPECT_EQ(FileUtils::makeNewDir("", 0755), FileUtils::NewDir::failed);
+  EXPECT_EQ(FileUtils::makeNewDir(AT_FDCWD, "", 0755), FileUtils::NewDir::failed);
   EXPECT_EQ(FileUtils::makeUniqueFile("", text), nullptr);
   EXPECT_FALSE(FileUtils::fileExists(""));
   EXPECT_EQ(counted.count(), 0u);
@@ -70,7 +70,7 @@ TEST_F(FileUtilsTest, APathBelowAFileFailsEverywhereAndLeavesTheFile) {
   EXPECT_THAT(FileUtils::copyFile(kBelow, "/tmp/new"), HasCode(status::invalidArgument));
   EXPECT_THAT(FileUtils::copyFile("/tmp/other", kBelow), HasCode(status::openError));
   EXPECT_THAT(FileUtils::listDirectory(kBelow).status, HasCode(status::opendirError));
-  EXPECT_EQ(FileUtils::makeNewDir(kBelow, 0755), FileUtils::NewDir::failed);
+  EXPECT_EQ(FileUtils::makeNewDir(AT_FDCWD, kBelow, 0755), FileUtils::NewDir::failed);
   EXPECT_FALSE(FileUtils::fileExists(kBelow));
   EXPECT_FALSE(FileUtils::isRealDirectory(kBelow));
   EXPECT_FALSE(FileUtils::fifoHasReader(kBelow));
@@ -125,7 +125,7 @@ TEST_F(FileUtilsTest, APathWithAZeroByteIsNeverCutShort) {
       FileUtils::listDirectory(path).status,
   };
   for (const Status& result : results) EXPECT_THAT(result, HasCode(status::invalidArgument)) << &result - results;
-  EXPECT_EQ(FileUtils::makeNewDir(path, 0755), FileUtils::NewDir::failed);
+  EXPECT_EQ(FileUtils::makeNewDir(AT_FDCWD, path, 0755), FileUtils::NewDir::failed);
   EXPECT_EQ(FileUtils::makeUniqueFile(path, text), nullptr);
   EXPECT_FALSE(FileUtils::openDirectory(path).isOpen());
   EXPECT_FALSE(FileUtils::fileExists(path));

@@ -411,9 +411,23 @@ TEST_F(KeyValueFileTest, AFullDiskLeavesTheOldFileWhole) {
 }
 
 TEST_F(KeyValueFileTest, AReadAndAWriteWaitForTheLock) {
-  host::writeFile(kFile, "a=1\n");
-  for (const bool isWrite : {false, true}) {
-    SCOPED_TRACE(isWrite);
+  struct Case {
+    const char* why;
+    bool (*operation)();
+    const char* left;
+  };
+  const Case cases[] = {
+      {"a read", [] { return FileUtils::getKeyValue(kFile, "a") == "1"; }, "a=1\n"},
+      {"a write alone",
+       [] {
+         return FileUtils::writeKeyValueFile(kFile, {{"a", "2"}}, '=');
+       },
+       "a=2\n"},
+      {"a read and a write", [] { return FileUtils::setKeyValue(kFile, "a", "3"); }, "a=3\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.why);
+    host::writeFile(kFile, "a=1\n");
     FileLock lock(kFile);
     ASSERT_TRUE(lock.isLocked());
     std::atomic<bool> isReleased{false};
@@ -422,13 +436,10 @@ TEST_F(KeyValueFileTest, AReadAndAWriteWaitForTheLock) {
       isReleased = true;
       lock.release();
     });
-    if (isWrite) {
-      EXPECT_TRUE(FileUtils::setKeyValue(kFile, "a", "2"));
-    } else {
-      EXPECT_EQ(FileUtils::getKeyValue(kFile, "a"), "1");
-    }
+    EXPECT_TRUE(c.operation());
     EXPECT_TRUE(isReleased);
     holder.join();
+    EXPECT_EQ(host::readFile(kFile), c.left);
   }
 }
 

@@ -12,17 +12,14 @@ namespace {
 
 constexpr off_t bufferForUnknownSize = 4096;
 constexpr off_t largestBuffer = 65536;
-constexpr off_t diskBlock = 512;  // the unit of st_blocks, whatever the file system
 
 std::size_t bufferSizeFor(const OpenedFile& file, std::size_t lineBufferSize) {
-  const off_t wanted = file.size == 0 ? bufferForUnknownSize : std::min(file.size, largestBuffer);
+  const off_t wanted = file.size() == 0 ? bufferForUnknownSize : std::min(file.size(), largestBuffer);
   return std::max(lineBufferSize, static_cast<std::size_t>(wanted));
 }
 
 // A file that fits the largest buffer is read in one call, so its holes do not matter.
-bool isSparse(const OpenedFile& file) {
-  return file.size > largestBuffer && file.info.st_blocks < file.size / diskBlock;
-}
+bool hasHolesToSkip(const OpenedFile& file) { return file.size() > largestBuffer && file.isSparse(); }
 
 bool isPrintable(char byte) { return byte > 32 && byte < 127; }
 
@@ -53,32 +50,35 @@ void trimLine(std::string& line) {
 [[gnu::hot]] LineReader::LineReader(const OpenedFile& file, std::size_t lineBufferSize, BlankLines blankLines)
     : fd_(file.fd.get()),
       maxPiece_(lineBufferSize - 1),
-      size_(file.size),
-      isSparse_(isSparse(file)),
+      size_(file.size()),
+      skipsHoles_(hasHolesToSkip(file)),
       leavesOutBlankLines_(blankLines == BlankLines::leftOut),
       capacity_(bufferSizeFor(file, lineBufferSize)),
       buffer_(new char[capacity_]) {}  // make_unique would clear it
 
 [[gnu::hot]] bool LineReader::next(LinePiece& piece) {
-  std::size_t length = 0;
-  for (;;) {
-    if (leavesOutBlankLines_ && startsLine_) leaveOutBlankLines();
-    const std::string_view window(buffer_.get() + begin_, std::min(end_ - begin_, maxPiece_));
-    length = window.find('\n') + 1;  // npos + 1 is 0
-    if (length == 0 && window.size() == maxPiece_) length = maxPiece_;
-    if (length != 0 || atEnd_ || failed_) break;
-    fill();
-  }
-  if (failed_) return false;
-  if (length == 0) length = end_ - begin_;  // the last line has no newline
-  if (length == 0) return false;
-  piece.text = std::string_view(buffer_.get() + begin_, length);
+  const std::string_view text = pieceText();
+  if (text.empty()) return false;
+  piece.text = text;
   piece.startsLine = startsLine_;
   piece.hole = hole_;
   hole_ = 0;
   startsLine_ = piece.endsLine();
-  begin_ += length;
+  begin_ += text.size();
   return true;
+}
+
+// Returns the text of the next piece. Empty at the end of the file and after a read error.
+[[gnu::hot]] std::string_view LineReader::pieceText() {
+  for (;;) {
+    if (leavesOutBlankLines_ && startsLine_) leaveOutBlankLines();
+    const std::string_view window(buffer_.get() + begin_, std::min(end_ - begin_, maxPiece_));
+    const std::size_t newline = window.find('\n');
+    if (newline != std::string_view::npos) return window.substr(0, newline + 1);
+    if (failed_) return std::string_view();
+    if (atEnd_ || window.size() == maxPiece_) return window;  // the last line has no newline
+    fill();
+  }
 }
 
 // Leaves out the blank lines at the start of the buffer that lie in it as a whole.
@@ -93,13 +93,15 @@ void trimLine(std::string& line) {
   std::memmove(buffer_.get(), buffer_.get() + begin_, end_ - begin_);
   end_ -= begin_;
   begin_ = 0;
-  if (isSparse_ && position_ >= dataEnd_) findData();
+  if (skipsHoles_ && position_ >= dataEnd_) findData();
   if (failed_) return;
   std::size_t room = capacity_ - end_;
   // A hole can be left out only while the buffer is empty, so that the borders of the pieces do not move. So a hole is
   // read piece by piece: when next has returned a piece that contains no newline, the buffer is empty.
-  if (isSparse_ && position_ >= dataEnd_) room = maxPiece_ - end_;
-  if (isSparse_ && position_ < dataEnd_) room = std::min(room, static_cast<std::size_t>(dataEnd_ - position_));
+  if (skipsHoles_ && position_ >= dataEnd_) room = maxPiece_ - end_;
+  if (skipsHoles_ && position_ < dataEnd_) {
+    room = static_cast<std::size_t>(std::min(static_cast<off_t>(room), dataEnd_ - position_));
+  }
   const ssize_t count = readSome(fd_, buffer_.get() + end_, room);
   failed_ = count == -1;
   if (failed_) return;
@@ -114,7 +116,7 @@ void trimLine(std::string& line) {
 void LineReader::findData() {
   const off_t data = ::lseek(fd_, position_, SEEK_DATA);
   if (data == -1 && errno != ENXIO) {
-    isSparse_ = false;  // the file system does not report holes
+    skipsHoles_ = false;  // the file system does not report holes
     return;
   }
   if (data == position_) {

@@ -51,6 +51,7 @@ class LineReader {
   bool failed() const { return failed_; }
 
  private:
+  std::string_view pieceText();
   void leaveOutBlankLines();
   void fill();
   void findData();
@@ -59,7 +60,7 @@ class LineReader {
   std::size_t maxPiece_;
   off_t size_;          // 0: not known
   off_t position_ = 0;  // the offset in the file of the next read
-  bool isSparse_;
+  bool skipsHoles_;
   off_t dataEnd_ = 0;  // of a sparse file: from position_ to this offset there is no hole
   off_t hole_ = 0;     // the bytes left out before the next piece
   bool leavesOutBlankLines_;

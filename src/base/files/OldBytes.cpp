@@ -8,11 +8,10 @@
 #include "base/system/Uninterrupted.h"
 
 void OldBytes::keep(int fd, off_t size, std::size_t length) {
-  constexpr std::size_t mostMore = 4096;
-  forget();
-  const std::size_t most = length + mostMore;
-  bytes_.resize(std::min(most, static_cast<std::size_t>(size)));
-  kept_ = static_cast<std::size_t>(size) > most ? Kept::beginning : Kept::wholeFile;
+  constexpr off_t mostMore = 4096;
+  const off_t most = static_cast<off_t>(length) + mostMore;
+  bytes_.resize(static_cast<std::size_t>(std::min(most, size)));
+  kept_ = size > most ? Kept::beginning : Kept::wholeFile;
   for (std::size_t filled = 0; filled < bytes_.size();) {
     const auto at = static_cast<off_t>(filled);
     const ssize_t count = uninterrupted([&] { return ::pread(fd, &bytes_[filled], bytes_.size() - filled, at); });
@@ -46,9 +45,4 @@ void OldBytes::putBack(int fd) {
     [[maybe_unused]] const int cut = uninterrupted([&] { return ::ftruncate(fd, size); });
   }
   forget();
-}
-
-void OldBytes::forget() {
-  bytes_.clear();
-  kept_ = Kept::nothing;
 }

@@ -27,11 +27,11 @@ class OldBytes {
   // Writes the bytes back and cuts the file to its old length if it has become longer. Then forgets them. A failure is
   // ignored: the caller reports the one before it.
   void putBack(int fd);
-  void forget();
+  void forget() { kept_ = Kept::nothing; }
 
  private:
   enum class Kept { nothing, beginning, wholeFile };
 
-  std::string bytes_;
+  std::string bytes_;  // unless nothing is kept
   Kept kept_ = Kept::nothing;
 };

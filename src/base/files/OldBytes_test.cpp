@@ -57,6 +57,21 @@ TEST_F(OldBytesTest, AFileThatHasBeenCutIsPutBackOnlyIfAllOfItIsKept) {
   }
 }
 
+// Where a size_t has 32 bits, the size of this file must not be cut to 10.
+TEST_F(OldBytesTest, AFileOfMoreThan4GibIsKeptInItsBeginningAlone) {
+  const off_t size = (off_t{4} << 30) + 10;
+  host::writeFile(kFile, "the old text");
+  ASSERT_EQ(::truncate(kFile, size), 0);
+  fd_.reset(::open(kFile, O_RDWR | O_CLOEXEC));
+  old_.keep(fd_.get(), size, 7);
+  EXPECT_TRUE(writeFully(fd_.get(), "written"));
+  old_.putBack(fd_.get());
+  EXPECT_EQ(::lseek(fd_.get(), 0, SEEK_END), size);
+  char text[12];
+  ASSERT_EQ(::pread(fd_.get(), text, sizeof text, 0), 12);
+  EXPECT_EQ(std::string(text, sizeof text), "the old text");
+}
+
 TEST_F(OldBytesTest, AFileThatEndsEarlierThanItsSizeSaidIsKeptAsItIs) {
   host::writeFile(kFile, "old");
   fd_.reset(::open(kFile, O_RDWR | O_CLOEXEC));

@@ -20,6 +20,7 @@ const char* configRoot();
 // in "/". A relative path stays relative: it is resolved from the working directory at the time of each use.
 // The first call reads the variable and creates the directory with mode 0750; a failure to create it is ignored. Later
 // calls return the same path, even if the environment has changed.
+// Threads: several threads may make the first call at the same time.
 const std::string& tempDir();
 const std::string& lockDir();
 

@@ -4,9 +4,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
+#include <thread>
+#include <vector>
 
 #include "base/files/RemoveTree.h"
+#include "testing/faults/FaultInjector.h"
 #include "testing/run/HostTest.h"
 
 namespace {
@@ -86,6 +90,47 @@ TEST_F(ProgramDirectoryDeathTest, TheTemporaryAndTheLockDirectoryEndInASlashAndA
     EXPECT_EQ(directoryIn(c.variable, "/tmp/missing/ours/", c.directory), "/tmp/missing/ours/");
   }
   EXPECT_EQ(host::modeOf("/tmp/lock"), 0750u);
+}
+
+// Sixteen threads call the function for the first time. Returns 0 if all got the same text and the directory was made
+// once.
+int firstCallsOfManyThreads(const std::string& (*directory)()) {
+  FaultPlan plan;
+  plan.calls = {"mkdir"};
+  plan.before = [](std::size_t) { ::usleep(20'000); };  // the other threads call meanwhile
+  const ArmedFaults counted(plan);
+  std::atomic<bool> mayBegin{false};
+  std::vector<const std::string*> results(16);
+  std::vector<std::thread> threads;
+  for (const std::string*& result : results) {
+    threads.emplace_back([&] {
+      while (!mayBegin) std::this_thread::yield();
+      result = &directory();
+    });
+  }
+  mayBegin = true;
+  for (std::thread& thread : threads) thread.join();
+  if (counted.count() != 1) return 1;
+  for (const std::string* result : results) {
+    if (result != results[0] || *result != "/tmp/ours/") return 2;
+  }
+  return 0;
+}
+
+TEST_F(ProgramDirectoryDeathTest, ManyThreadsMayMakeTheFirstCallAtTheSameTime) {
+  for (const auto directory : {FileUtils::tempDir, FileUtils::lockDir}) {
+    host::remove("/tmp/ours");
+    const pid_t child = ::fork();
+    if (child == 0) {
+      ::setenv("ZUV_TMP_DIR", "/tmp/ours", 1);
+      ::setenv("ZUV_LOCK_DIR", "/tmp/ours", 1);
+      ::_exit(firstCallsOfManyThreads(directory));
+    }
+    int waitStatus = -1;
+    ASSERT_EQ(::waitpid(child, &waitStatus, 0), child);
+    EXPECT_EQ(waitStatus, 0);
+    EXPECT_EQ(host::modeOf("/tmp/ours"), 0750u);
+  }
 }
 
 }  // namespace

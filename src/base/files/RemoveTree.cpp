@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <limits>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -45,7 +47,7 @@ bool unlinkEntry(int directoryFd, const char* name) { return ::unlinkat(director
 
 // Removes the files and links of a directory that has too many entries to hold their names in memory. Links are
 // classified before anything is removed, because a link may lead to a file or another link of the same directory. Their
-// names are remembered as hashes: should two be equal, at worst a broken link is removed, too.
+// names are remembered as hashes of 64 bits: should two be equal, at worst a broken link is removed, too.
 class ManyEntriesRemover {
  public:
   ManyEntriesRemover(int directoryFd, LinkBase links, std::string_view kept) : fd_(directoryFd), kept_(kept) {
@@ -69,9 +71,14 @@ class ManyEntriesRemover {
   }
 
  private:
-  using Hashes = std::vector<std::size_t>;
+  using Hashes = std::vector<std::uint64_t>;
 
-  static std::size_t hashOf(std::string_view name) { return std::hash<std::string_view>()(name); }
+  // FNV-1a, because std::hash has 32 bits on some machines: among 100,000 links two would then have the same hash.
+  static std::uint64_t hashOf(std::string_view name) {
+    std::uint64_t hash = 0xcbf29ce484222325;
+    for (const char byte : name) hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001b3;
+    return hash;
+  }
 
   bool isOf(unsigned char type, const dirent& entry) const {
     return entryType(fd_, entry.d_name, entry.d_type) == type;
@@ -104,14 +111,10 @@ class TreeRemover {
 
   // Empties the directory at `path`. Does nothing if a link has taken its place.
   void empty(const std::string& path, int from = AT_FDCWD) {
-    enter(from, path);
-    while (!levels_.empty()) {
-      if (!levels_.back().directories.empty() || readOn(levels_.back())) {
-        descend();
-      } else if (!ascend()) {
-        return;
-      }
-    }
+    if (!enter(from, path)) return;
+    do {
+      while (!levels_.back().directories.empty() || readOn(levels_.back())) descend();
+    } while (ascend());
   }
 
  private:
@@ -120,10 +123,10 @@ class TreeRemover {
     UniqueFd fd;
     dev_t device;
     ino_t inode;
-    bool isLarge;                          // not all subdirectories were read at once: more are read from `position` on
+    bool isLarge;                          // not all subdirectories were read at once
     std::vector<std::string> directories;  // those still to be removed
     bool isAtEnd = false;
-    off_t position = 0;
+    std::optional<off_t> position = {};  // where to read more of a large directory; none: at its start
     Passes passes = {};
   };
 
@@ -167,14 +170,14 @@ class TreeRemover {
   static bool readOn(Level& level) {
     while (level.isLarge && level.directories.empty()) {
       if (level.isAtEnd && !level.passes.beginNext()) return false;
-      DirectoryReader reader(level.fd.get(), level.isAtEnd ? 0 : level.position);
+      DirectoryReader reader(level.fd.get(), level.position);
       const dirent* entry = nullptr;
       while (level.directories.size() < mostNames && (entry = reader.next()) != nullptr) {
         const bool isDirectory = entryType(reader.fd(), entry->d_name, entry->d_type) == DT_DIR;
         if (isDirectory) level.directories.emplace_back(entry->d_name);
       }
       level.isAtEnd = entry == nullptr;
-      level.position = reader.position();
+      level.position = level.isAtEnd ? std::nullopt : std::optional(reader.position());
     }
     return !level.directories.empty();
   }
@@ -187,13 +190,12 @@ class TreeRemover {
     if (!enter(fd, name)) removeDirectory(level, name);
   }
 
-  // Returns to the level above and removes the directory just emptied from it. Returns false if the level above cannot
-  // be opened again.
+  // Returns to the level above and removes the directory just emptied from it. Returns false if there is no level above
+  // or if it cannot be opened again.
   bool ascend() {
     const std::string done = std::move(levels_.back().name);
     levels_.pop_back();
-    if (levels_.empty()) return true;
-    if (!levels_.back().fd.isOpen() && !reopen()) return false;
+    if (levels_.empty() || (!levels_.back().fd.isOpen() && !reopen())) return false;
     removeDirectory(levels_.back(), done);
     return true;
   }

@@ -213,6 +213,8 @@ TEST_F(RemoveTreeTest, AnotherDirectoryInThePlaceOfAClosedOneIsNotTouched) {
   const ArmedFaults armed{plan};
   EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::rmdirError));
   EXPECT_EQ(host::tree(kTree), treeOfDepth(7));
+  // Opened again: level 17; 9 to 15; 13; 9 to 11; 9; and 1 to 5, where the removal ends.
+  EXPECT_EQ(armed.count(), kOpenedOnTheWayDown + 1 + 7 + 1 + 3 + 1 + 5);
 }
 
 TEST_F(RemoveTreeTest, AFileSystemThatIsMountedOverAClosedDirectoryIsNotTouched) {
@@ -342,6 +344,16 @@ TEST_F(RemoveTreeTest, ManyEntriesOfEveryKindAreRemovedAsFewAre) {
   EXPECT_TRUE(host::exists("/tmp/target/file"));
 }
 
+TEST_F(RemoveTreeTest, ABrokenLinkStaysAlsoIfItsNameHasThe32BitHashOfAnother) {
+  host::writeFile("/tmp/target/file", "");
+  for (int i = 0; i < kMany; ++i) host::writeFile(inTree(std::to_string(i)), "");
+  // These have the same std::hash where that has 32 bits.
+  host::makeLink(inTree("good-386548"), "/tmp/target/file");
+  host::makeLink(inTree("broken-24829"), "/tmp/missing");
+  EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::rmdirError));
+  EXPECT_EQ(host::tree(kTree), "l broken-24829 -> /tmp/missing\n");
+}
+
 TEST_F(RemoveTreeTest, ManyFilesAreRemovedBeforeLinksToFilesThenLinksToDirectoriesThenDirectories) {
   host::writeFile("/tmp/target/file", "");
   for (int i = 0; i < kMany; ++i) host::writeFile(inTree("file" + std::to_string(i)), "");
@@ -362,11 +374,16 @@ TEST_F(RemoveTreeTest, ManyFilesAreRemovedBeforeLinksToFilesThenLinksToDirectori
   EXPECT_THAT(remaining, testing::ElementsAre(directory + toDirectory + toFile, directory + toDirectory, directory));
 }
 
-TEST_F(RemoveTreeTest, OfManyFilesOneThatCannotBeRemovedAtFirstIsRemovedLater) {
-  for (int i = 0; i < kMany; ++i) host::writeFile(inTree("file" + std::to_string(i)), "");
-  const ArmedFaults armed{FaultPlan{kMany / 2, false, EIO, {"unlinkat"}}};
-  EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::success));
-  EXPECT_EQ(armed.count(), std::size_t{kMany + 1});
+TEST_F(RemoveTreeTest, OfManyEntriesOneThatCannotBeRemovedAtFirstIsRemovedLater) {
+  for (const bool areFiles : {true, false}) {
+    SCOPED_TRACE(areFiles ? "files" : "directories");
+    for (int i = 0; i < kMany; ++i) {
+      areFiles ? host::writeFile(inTree(std::to_string(i)), "") : host::makeDirs(inTree(std::to_string(i)));
+    }
+    const ArmedFaults armed{FaultPlan{kMany / 2, false, EIO, {"unlinkat"}}};
+    EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::success));
+    EXPECT_EQ(armed.count(), std::size_t{kMany + 1});
+  }
 }
 
 TEST_F(RemoveTreeTest, ManyDirectoriesThatCannotBeRemovedDoNotStopTheRemovalOfOthers) {
@@ -571,6 +588,13 @@ TEST_F(RemoveTreeTest, ADirectoryWithoutPermissionsIsRemovedOnlyIfItIsEmpty) {
   }
   host::setMode(kTree, 0755);
   EXPECT_TRUE(host::exists("/tmp/tree/file"));
+}
+
+TEST_F(RemoveTreeTest, AnEmptyDirectoryThatCannotBeOpenedIsRemoved) {
+  host::makeDirs("/tmp/tree/closed");
+  const ArmedFaults armed{FaultPlan{3, false, EMFILE, {"openat"}}};  // the tree is opened twice, to list it
+  EXPECT_THAT(FileUtils::removeTree(kTree), HasCode(status::success));
+  EXPECT_FALSE(host::exists(kTree));
 }
 
 TEST_F(RemoveTreeTest, AFaultAnywhereLeaksNothingAndTouchesNothingElse) {

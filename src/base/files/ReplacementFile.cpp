@@ -12,7 +12,6 @@
 #include "base/files/FileAccess.h"
 #include "base/system/RetryPauses.h"
 #include "base/system/Uninterrupted.h"
-#include "base/text/StringUtils.h"
 
 namespace {
 
@@ -23,7 +22,7 @@ bool isOfEditors(uid_t owner) { return owner == 0 || owner == ::geteuid(); }
 
 // True if the lock was taken or if the file system has none. False if another process holds it.
 bool tryLock(int fd) {
-  return uninterrupted([&] { return ::flock(fd, LOCK_EX | LOCK_NB); }) == 0 || errno != EWOULDBLOCK;
+  return uninterrupted([&] { return ::flock(fd, LOCK_EX | LOCK_NB); }) != -1 || errno != EWOULDBLOCK;
 }
 
 bool isShortage(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM; }
@@ -37,10 +36,9 @@ std::string insideDirectoryOf(const std::string& path) {
 }  // namespace
 
 Status ReplacementFile::make(const std::string& path, Clock::time_point deadline) {
-  remove();
-  directory_ = openInStore(AT_FDCWD, insideDirectoryOf(path).c_str(), O_PATH | O_DIRECTORY, Follow::trusted);
+  directory_ = openInStore(AT_FDCWD, insideDirectoryOf(path).c_str(), O_PATH, Follow::trusted);
   if (!directory_.fd.isOpen()) return Status::of(status::openError);
-  oldName_ = std::string(StringUtils::lastComponent(path));
+  oldName_ = path.substr(path.rfind('/') + 1);  // npos + 1 is 0
   newName_ = oldName_ + ".temp";
   newPath_ = path + ".temp";
   constexpr int mostLateStarts = 3;  // so that a file left over is still removed after the deadline
@@ -89,7 +87,7 @@ ReplacementFile::Attempt ReplacementFile::makeWay() {
   UniqueFd directoryLock = fd.isOpen() ? UniqueFd() : lockDirectory();
   const Place place = placeOfNew(found.get());
   if (place != Place::same) return place == Place::another ? Attempt::again : Attempt::failed;
-  if (::unlinkat(directory(), newName_.c_str(), 0) == 0 || errno == ENOENT) return Attempt::again;
+  if (::unlinkat(directory(), newName_.c_str(), 0) != -1 || errno == ENOENT) return Attempt::again;
   return Attempt::failed;
 }
 

@@ -42,9 +42,9 @@ class ReplacementFile {
   ReplacementFile(const ReplacementFile&) = delete;
   ReplacementFile& operator=(const ReplacementFile&) = delete;
 
-  // Makes and locks the new file. While another editor is at work it tries again after pauses (see RetryPauses.h).
-  // After the deadline it still takes a free name, and removes a file left over. Status: "file open", also if another
-  // editor is at work until the deadline.
+  // Makes and locks the new file. Call it once, or again if it has failed. While another editor is at work it tries
+  // again after pauses (see RetryPauses.h). After the deadline it still takes a free name, and removes a file left
+  // over. Status: "file open", also if another editor is at work until the deadline.
   Status make(const std::string& path, Clock::time_point deadline);
 
   // True from make until the file has its final name or was removed.

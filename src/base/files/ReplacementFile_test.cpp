@@ -81,6 +81,19 @@ TEST_F(ReplacementFileTest, WhatLiesInTheWayIsRemovedAtOnceAndNeverFollowed) {
   }
 }
 
+TEST_F(ReplacementFileTest, ABackslashBelongsToTheNameOfTheFile) {
+  const std::string path = "/etc/zuv/a\\b.conf";
+  host::writeFile("/etc/zuv/b.conf", "another");
+  ReplacementFile file;
+  EXPECT_THAT(file.make(path, in(5000)), HasCode(status::success));
+  EXPECT_EQ(file.oldName(), "a\\b.conf");
+  EXPECT_TRUE(host::exists(path + ".temp"));
+  write(file, "new");
+  EXPECT_TRUE(file.replaceOld());
+  EXPECT_EQ(host::readFile(path), "new");
+  EXPECT_EQ(host::readFile("/etc/zuv/b.conf"), "another");
+}
+
 TEST_F(ReplacementFileTest, TheNewFileIsCloseOnExec) {
   ReplacementFile file;
   ASSERT_THAT(file.make(kFile, in(5000)), HasCode(status::success));
@@ -322,10 +335,10 @@ TEST_F(ReplacementFileTest, AfterTheDeadlineANameThatIsTakenAgainAndAgainIsTried
   EXPECT_EQ(host::readFile(kNew), "another's");
 }
 
-TEST_F(ReplacementFileTest, AUserWaitsForAnotherEditorOfHisOwnAndForNoStranger) {
+TEST_F(ReplacementFileTest, AUserWaitsForAnotherEditorOfHisOwnOrOfRootsAndForNoStranger) {
   SKIP_WITHOUT_OTHER_USERS();
   host::setMode("/etc/zuv", 0777);
-  for (const uid_t owner : {kStranger, kStranger - 1}) {
+  for (const uid_t owner : {kStranger, uid_t{0}, kStranger - 1}) {
     SCOPED_TRACE(owner);
     host::remove(kNew);
     host::writeFile(kNew, "an editor's");
@@ -333,7 +346,7 @@ TEST_F(ReplacementFileTest, AUserWaitsForAnotherEditorOfHisOwnAndForNoStranger) 
     const UniqueFd lock = lockOf(kNew);
     const AsUser user(kStranger);
     ReplacementFile file;
-    EXPECT_THAT(file.make(kFile, Clock::now()), HasCode(owner == kStranger ? status::openError : status::success));
+    EXPECT_THAT(file.make(kFile, Clock::now()), HasCode(owner == kStranger - 1 ? status::success : status::openError));
   }
 }
 
@@ -396,6 +409,45 @@ TEST_F(ReplacementFileTest, AFileThatTookTheNameIsNeitherRenamedNorRemoved) {
     EXPECT_EQ(host::readFile(kNew), "another editor's");
     EXPECT_EQ(host::readFile(kFile), "old");
     host::remove(kNew);
+  }
+}
+
+TEST_F(ReplacementFileTest, OnlyAFileThatIsMadeIsLeftOver) {
+  for (const bool isReplacing : {false, true}) {
+    SCOPED_TRACE(isReplacing ? "replaceOld" : "remove");
+    ReplacementFile file;
+    ASSERT_THAT(file.make(kFile, in(5000)), HasCode(status::success));
+    if (isReplacing) {
+      EXPECT_TRUE(file.replaceOld());
+    } else {
+      file.remove();
+    }
+    host::writeFile(kNew, "another editor's");
+    removeLeftovers();
+    EXPECT_EQ(host::readFile(kNew), "another editor's");
+    host::remove(kNew);
+  }
+  ReplacementFile file;
+  ASSERT_THAT(file.make(kFile, in(5000)), HasCode(status::success));
+  removeLeftovers();
+  EXPECT_FALSE(host::exists(kNew));
+}
+
+TEST_F(ReplacementFileTest, NothingStaysOpenOnceTheFileHasItsNameOrIsRemoved) {
+  SKIP_WITHOUT_OTHER_USERS();
+  for (const bool isReplacing : {false, true}) {
+    SCOPED_TRACE(isReplacing ? "replaceOld" : "remove");
+    ReplacementFile file;
+    ASSERT_THAT(file.make(kFile, in(5000)), HasCode(status::success));
+    const std::size_t made = openDescriptors().size();
+    ASSERT_TRUE(file.giveTo(kStranger, kStranger));
+    if (isReplacing) {
+      EXPECT_TRUE(file.closeToWrite());
+      EXPECT_TRUE(file.replaceOld());
+    } else {
+      file.remove();
+    }
+    EXPECT_EQ(openDescriptors().size(), made - 2) << "all but the directory's";
   }
 }
 

@@ -23,8 +23,10 @@ namespace {
 constexpr int alwaysFlags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW;
 constexpr int longestChain = 40;  // of links, the system's own limit
 
-UniqueFd openAt(int directoryFd, const char* name, int flags, mode_t mode = 0) {
-  return UniqueFd(uninterrupted([&] { return ::openat(directoryFd, name, flags | alwaysFlags, mode); }));
+// The mode is only for O_CREAT.
+template <typename... Mode>
+UniqueFd openAt(int directoryFd, const char* name, int flags, Mode... mode) {
+  return UniqueFd(uninterrupted([&] { return ::openat(directoryFd, name, flags | alwaysFlags, mode...); }));
 }
 
 bool isOurs(uid_t owner) { return owner == 0 || owner == ::geteuid(); }
@@ -80,7 +82,7 @@ class Walk {
         file.directory = std::move(directory_);
         return file;
       }
-      goesOn = errno == ELOOP && !wasJudged_ && followLink(file.name, true);
+      goesOn = errno == ELOOP && followLink(file.name, true);
     }
     closeKeepingErrno(file.fd);
     return file;
@@ -93,7 +95,7 @@ class Walk {
   bool stepToLast(StoreFile& file) {
     for (;;) {
       if (rest_[walked_] == '/') {  // a zero byte at the end
-        directory_ = openAt(AT_FDCWD, "/", O_PATH | O_DIRECTORY);
+        directory_ = openAt(AT_FDCWD, "/", O_PATH);
         if (!directory_.isOpen()) return false;
       }
       skipSlashes();
@@ -164,7 +166,6 @@ class Walk {
     if (!found.isOpen() || ::fstat(found.get(), &info) != 0) return UniqueFd();
     errno = ELOOP;
     if (S_ISLNK(info.st_mode)) return UniqueFd();
-    wasJudged_ = true;
     if (!isAllowedBehind(found.get(), info)) return UniqueFd();
     const std::string again = StringUtils::concatenate({"/proc/self/fd/", StringUtils::toString(found.get())});
     UniqueFd fd(uninterrupted([&] { return ::open(again.c_str(), flags | (alwaysFlags & ~O_NOFOLLOW)); }));
@@ -178,7 +179,6 @@ class Walk {
     if (!lookAtOpened(file, here(), flags)) return false;
     errno = ELOOP;
     if (S_ISLNK(file.info.st_mode)) return false;
-    wasJudged_ = true;
     if (owner_ && !isAllowedBehind(file.fd.get(), file.info)) return false;
     if (!hasSecondName(file.info)) return true;
     if (!lookAtHere(directory)) return false;
@@ -192,7 +192,6 @@ class Walk {
   std::size_t walked_ = 0;
   const Follow follow_;
   int links_ = 0;
-  bool wasJudged_ = false;      // errno is about the file itself, not about a link to it
   std::optional<uid_t> owner_;  // of the last untrusted link that was followed
   bool isOwn_ = true;  // the owner of all these links is the same, and also owns the directories in which they lie
 };
@@ -222,6 +221,13 @@ bool isNullDevice(const struct stat& info) { return S_ISCHR(info.st_mode) && inf
     return file;
   }
   return Walk(directoryFd, path, follow).open(flags, mode);
+}
+
+UniqueFd openDirectoryInStore(const char* path, int flags) {
+  flags |= O_DIRECTORY;
+  UniqueFd fd(uninterrupted([&] { return openAt2(AT_FDCWD, path, flags | alwaysFlags, 0, RESOLVE_NO_SYMLINKS); }));
+  if (fd.isOpen() || !mustWalk(errno)) return fd;
+  return std::move(Walk(AT_FDCWD, path, Follow::trusted).open(flags, 0).fd);
 }
 
 // With an access list, the bits of the group are the most that the list may give to anybody.

@@ -16,6 +16,7 @@
 // link, or if the system has no openat2, the way is walked component by component.
 #pragma once
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
@@ -34,7 +35,7 @@ struct StoreFile {
   struct stat info = {};  // of the file, if it is open
   // Where the file itself lies, behind all links: `name` from `directory`, or from `start` if `directory` is not open.
   UniqueFd directory;
-  int start = -1;  // the directory from which openInStore was to start; borrowed
+  int start = AT_FDCWD;  // the directory from which openInStore was to start; borrowed
   std::string name;
 
   int place() const { return directory.isOpen() ? directory.get() : start; }
@@ -54,6 +55,11 @@ bool isNullDevice(const struct stat& info);
 // statfs shows that it is not in /proc, which has endless files that stat reports as regular. On failure `fd` is not
 // open and errno holds the reason.
 StoreFile openInStore(int directoryFd, const char* path, int flags, Follow follow, mode_t mode = 0);
+
+// Opens a directory of the store in the same way, over trusted links only, and without a stat where there is no link. A
+// link in the place of the directory itself is followed if the path ends with a slash. If that fails, the result is not
+// open and errno holds the reason.
+UniqueFd openDirectoryInStore(const char* path, int flags);
 
 // Returns true if somebody other than root and our own user may write in an open directory.
 bool othersMayWrite(int directoryFd, const struct stat& directory);

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "testing/faults/FaultInjector.h"
+#include "testing/run/AsUser.h"
 #include "testing/run/HostTest.h"
 
 namespace {
@@ -289,9 +290,51 @@ TEST_F(StoreOpenerTest, ALinkInTheWorkingDirectoryIsFollowedOnlyIfItAndTheWorkin
   }
 }
 
+TEST_F(StoreOpenerTest, AUserTrustsLinksOfRootsAndOfHisOwnAndNoThirdUsers) {
+  SKIP_WITHOUT_OTHER_USERS();
+  for (const uid_t owner : {uid_t{0}, kStranger, uid_t{kThird}}) {
+    SCOPED_TRACE(owner);
+    prepareFiles();
+    giveLinkAndDirectory(owner, kHisFile);
+    const AsUser user(kStranger);
+    for (const System& system : kSystems) {
+      SCOPED_TRACE(system.why);
+      EXPECT_EQ(errorOf(system, kLink, O_RDONLY, Follow::trusted), owner == kThird ? ELOOP : 0);
+    }
+  }
+}
+
 TEST_F(StoreOpenerTest, EveryLinkInThePlaceOfADirectoryMustBeTrusted) {
   SKIP_WITHOUT_OTHER_USERS();
   checkOpening(kLinksToDirectories, prepare, errorOf);
+}
+
+TEST_F(StoreOpenerTest, ADirectoryIsOpenedOverTrustedLinksAlone) {
+  SKIP_WITHOUT_OTHER_USERS();
+  for (const System& system : kSystems) {
+    SCOPED_TRACE(system.why);
+    const auto errorOfDirectory = [&](const char* path) {
+      const ArmedFaults armed(FaultPlan{system.error == 0 ? 0u : 1u, false, system.error, {"openat"}});
+      errno = 0;
+      return openDirectoryInStore(path, O_RDONLY).isOpen() ? 0 : errno;
+    };
+    prepare();
+    EXPECT_EQ(errorOfDirectory("/etc/zuv/missing/"), ENOENT);
+    EXPECT_EQ(errorOfDirectory("/etc/zuv/file"), ENOTDIR);
+    host::makeLink(kLink, "/etc/zuv");
+    EXPECT_EQ(errorOfDirectory("/etc/zuv/dir/link/"), 0);
+    EXPECT_NE(errorOfDirectory("/etc/zuv/dir/link"), 0);
+    host::giveTo(kStranger, kLink);
+    EXPECT_EQ(errorOfDirectory("/etc/zuv/dir/link/"), ELOOP);
+    EXPECT_EQ(errorOfDirectory("/etc/zuv/dir/link/dir"), ELOOP);
+  }
+}
+
+TEST_F(StoreOpenerTest, APathOfADirectoryWithoutLinksIsOpenedWithOneCall) {
+  host::makeDirs("/etc/zuv/dir");
+  const ArmedFaults counted{FaultPlan{}};
+  EXPECT_TRUE(openDirectoryInStore("/etc/zuv/dir/", O_RDONLY).isOpen());
+  EXPECT_EQ(counted.calls(), (std::vector<std::string>{"openat", "close"}));
 }
 
 TEST_F(StoreOpenerTest, AMissingTargetIsMadeOverATrustedLinkAlone) {

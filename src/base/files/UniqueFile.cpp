@@ -26,7 +26,7 @@ std::string uniqueSuffix() {
   static constexpr std::string_view letters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
   static std::atomic<std::uint64_t> calls{0};
   std::uint64_t number = static_cast<std::uint64_t>(TimeUtils::nowMicros()) + calls++;
-  number += static_cast<std::uint64_t>(::getpid()) << 40;
+  number += static_cast<std::uint64_t>(::getpid()) * TimeUtils::microsPerSecond;  // as if its clock were so much ahead
   std::string suffix;
   for (int i = 0; i < 6; ++i, number /= letters.size())
     suffix += letters[static_cast<std::size_t>(number % letters.size())];

@@ -5,6 +5,8 @@
 
 #include <memory>
 
+#include "base/files/FileUtils.h"
+#include "base/files/KeyValueFile.h"
 #include "log/front/BasicLog.h"
 #include "testing/faults/FaultInjector.h"
 #include "testing/run/HostTest.h"
@@ -80,6 +82,36 @@ TEST_F(UniqueFileTest, AFailureIsNotLoggedIfErrorsAreNotLogged) {
   EXPECT_EQ(FileUtils::makeUniqueFile("/tmp/missing/bundle", path), nullptr);
   logger.setThreshold(before);
   EXPECT_THAT(entries, SizeIs(0));
+}
+
+TEST_F(UniqueFileTest, OnlyMakeUniqueFileLogs) {
+  constexpr const char* kBelow = "/tmp/file/below";
+  host::writeFile("/tmp/file", "text");
+  std::string text;
+  Texts lines;
+  EXPECT_THAT(FileUtils::readFile(kBelow, text), HasCode(status::statError));
+  EXPECT_THAT(FileUtils::writeFile(kBelow, "x", 1), HasCode(status::openError));
+  EXPECT_THAT(FileUtils::writeString(kBelow, "x", true), HasCode(status::openError));
+  EXPECT_THAT(FileUtils::writeStoreLine(kBelow, "x"), HasCode(status::openError));
+  EXPECT_THAT(FileUtils::writeLines(kBelow, Texts{"x"}), HasCode(status::openError));
+  EXPECT_THAT(FileUtils::readLines(kBelow, lines), HasCode(status::openError));
+  EXPECT_THAT(FileUtils::readFirstLine(kBelow, text), HasCode(status::success));
+  EXPECT_THAT(FileUtils::makeDir(kBelow, 0755), HasCode(status::mkdirError));
+  EXPECT_THAT(FileUtils::setMode(kBelow, 0755), HasCode(status::chmodError));
+  EXPECT_THAT(FileUtils::removeFile(kBelow), HasCode(status::unlinkError));
+  EXPECT_THAT(FileUtils::removeDir(kBelow), HasCode(status::rmdirError));
+  EXPECT_THAT(FileUtils::removePath(kBelow), HasCode(status::rmdirError));
+  EXPECT_THAT(FileUtils::removeTree(kBelow), HasCode(status::unlinkError));
+  EXPECT_THAT(FileUtils::renameFile(kBelow, "/tmp/new", true), HasCode(status::renameError));
+  EXPECT_THAT(FileUtils::copyFile("/tmp/file", kBelow), HasCode(status::openError));
+  EXPECT_THAT(FileUtils::listDirectory(kBelow).status, HasCode(status::opendirError));
+  EXPECT_FALSE(FileUtils::fileExists(kBelow));
+  EXPECT_EQ(FileUtils::fileSize(kBelow), -1);
+  EXPECT_FALSE(FileUtils::fifoHasReader(kBelow));
+  EXPECT_FALSE(FileUtils::setKeyValue(kBelow, "key", "value"));
+  EXPECT_THAT(entries, SizeIs(0));
+  EXPECT_EQ(FileUtils::makeUniqueFile(kBelow, text), nullptr);
+  EXPECT_THAT(entries, SizeIs(11));
 }
 
 TEST_F(UniqueFileTest, TheEleventhNameMayStillSucceed) {

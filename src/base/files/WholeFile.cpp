@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <cstdint>
+
 #include "base/files/FileAccess.h"
 #include "base/files/LineReader.h"
 
@@ -60,11 +62,12 @@ Status readFile(const std::string& path, std::string& bytes) {
   if (info.st_size == 0) return Status::success();
   OpenedFile file;
   if (!openAnyForReading(path, file)) return Status::of(status::openError);
-  bytes.resize(static_cast<std::size_t>(file.size));
+  if (static_cast<std::uintmax_t>(file.size()) > bytes.max_size()) return Status::of(status::readError);
+  bytes.resize(static_cast<std::size_t>(file.size()));
   std::size_t filled = 0;
   while (filled < bytes.size()) {
     const ssize_t count = readSome(file.fd.get(), &bytes[filled], bytes.size() - filled);
-    if (count < 0) {
+    if (count == -1) {
       bytes.clear();
       return Status::of(status::readError);
     }
@@ -93,9 +96,7 @@ Status readLines(const std::string& path, std::vector<std::string>& lines) { ret
 Status readLines(const std::string& path, StringList& lines) { return readLinesOf(path, lines); }
 
 [[gnu::hot]] Status readFirstLine(const std::string& path, std::string& line) {
-  line.clear();
-  if (!isUsablePath(path)) return Status::of(status::invalidArgument);
-  return readFirstLineAt(AT_FDCWD, path.c_str(), line);
+  return readFirstLineAt(AT_FDCWD, isUsablePath(path) ? path.c_str() : nullptr, line);
 }
 
 [[gnu::hot]] Status readFirstLineAt(int directoryFd, const char* path, std::string& line) {

@@ -30,7 +30,8 @@ using StringList = std::deque<std::string>;
 // Reads the file into `bytes`, up to the size that it has at the start. If the file ends earlier, `bytes` holds what
 // could be read. `bytes` is cleared first, and it is empty after a failure. A file of size 0, of whatever kind, counts
 // as empty and is not opened.
-// Statuses: "file stat" (also for a missing file), "file open", "file read".
+// Statuses: "file stat" (also for a missing file); "file open"; "file read" (also if a string cannot have the size of
+// the file, whatever memory there is).
 Status readFile(const std::string& path, std::string& bytes);
 
 // Replaces the content of the file and sets mode 0640 whatever the umask. A failure to set the mode is ignored. A
@@ -66,7 +67,7 @@ Status readFirstLine(const std::string& path, std::string& line);
 // Does the same for a path relative to an open directory (see DirectoryListing.h). Stores may have 100,000 profiles, so
 // it is quick: a line in the first 64 KiB takes four system calls, which are open, fstat, read and close.
 Status readFirstLineAt(int directoryFd, const char* path, std::string& line);
-// Does the same for an open file, from its current read position on. Status: "file read".
+// Does the same for an open file, whose read position must be its start. Status: "file read".
 Status readFirstLineFrom(const OpenedFile& file, std::string& line);
 
 }  // namespace FileUtils

@@ -18,8 +18,15 @@ namespace {
 sigset_t inheritedMask;
 bool hasInheritedMask = false;
 
+// poll reports a closed descriptor although it is asked for no event.
+pollfd withoutEvents(int fd) {
+  pollfd asked = {};
+  asked.fd = fd;
+  return asked;
+}
+
 void openClosedStandardDescriptors() {
-  pollfd standard[] = {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}};
+  pollfd standard[] = {withoutEvents(STDIN_FILENO), withoutEvents(STDOUT_FILENO), withoutEvents(STDERR_FILENO)};
   const int polled = poll(standard, std::size(standard), 0);
   if (polled == 0) return;  // the usual case: poll reports nothing, so all three are open
   for (const pollfd& descriptor : standard) {

@@ -7,13 +7,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <new>
 #include <string>
 
 #include "base/files/FileLock.h"
+#include "base/text/TimeUtils.h"
 #include "profiles/store/ConfigLines.h"
 #include "testing/run/HostTest.h"
 
@@ -70,13 +73,15 @@ TEST_F(ProcessTest, ClosedStandardDescriptorsAreOpenedOnTheNullDevice) {
   for (unsigned closed = 0; closed < 8; ++closed) {
     SCOPED_TRACE(closed);
     EXPECT_EQ(kYes, endOf([closed] {
+                const int next = ::dup(0);
+                ::close(next);
                 bool was[3];
                 for (int fd = 0; fd < 3; ++fd) {
                   if ((closed >> fd & 1U) != 0) ::close(fd);
                   was[fd] = isNullDevice(fd);
                 }
                 prepareProcess();
-                bool good = true;
+                bool good = !isOpen(next);
                 for (int fd = 0; fd < 3; ++fd) {
                   const bool isClosed = (closed >> fd & 1U) != 0;
                   good = good && isOpen(fd) && isNullDevice(fd) == (isClosed || was[fd]);
@@ -85,6 +90,18 @@ TEST_F(ProcessTest, ClosedStandardDescriptorsAreOpenedOnTheNullDevice) {
                 return good;
               }));
   }
+}
+
+TEST_F(ProcessTest, ThePreparationDoesNotWait) {
+  EXPECT_EQ(kYes, endOf([] {
+              std::int64_t shortest = INT64_MAX;
+              for (int i = 0; i < 50; ++i) {
+                const std::int64_t start = TimeUtils::monotonicMicros();
+                prepareProcess();
+                shortest = std::min(shortest, TimeUtils::monotonicMicros() - start);
+              }
+              return shortest < 1'000;
+            }));
 }
 
 TEST_F(ProcessTest, OnlyClosedDescriptorsAreOpened) {

@@ -10,23 +10,20 @@ constexpr unsigned signalCount = 32;
 constexpr unsigned isInstalled = 1;
 constexpr unsigned isPending = 2;
 
+std::atomic<const SignalManager*> current{nullptr};  // the one made last
+
 // The only data that the signal handler uses. It is not part of the manager, because the handler may still run on
 // another thread while the manager is destroyed.
-std::atomic<SignalManager*> current{nullptr};
 std::array<std::atomic<unsigned>, signalCount> flags{};
-std::atomic<bool> anyPending{false};
 
-static_assert(std::atomic<unsigned>::is_always_lock_free && std::atomic<bool>::is_always_lock_free,
-              "a signal handler must not wait");
+static_assert(std::atomic<unsigned>::is_always_lock_free, "a signal handler must not wait");
 
 bool isValidSignal(int signal) { return static_cast<unsigned>(signal) < signalCount; }
 
 std::atomic<unsigned>& flagsOf(int signal) { return flags[static_cast<unsigned>(signal)]; }
 
 void markPending(int signal) {
-  if (!isValidSignal(signal) || current.load() == nullptr) return;
-  flagsOf(signal).fetch_or(isPending);
-  anyPending = true;
+  if (isValidSignal(signal)) flagsOf(signal).fetch_or(isPending);
 }
 
 }  // namespace
@@ -37,8 +34,8 @@ SignalManager::SignalManager() {
 }
 
 SignalManager::~SignalManager() {
-  SignalManager* self = this;
-  (void)current.compare_exchange_strong(self, nullptr);  // if this fails, a later manager has taken over
+  const SignalManager* self = this;
+  current.compare_exchange_strong(self, nullptr);
 }
 
 int SignalManager::install(int signal) {
@@ -50,7 +47,7 @@ int SignalManager::install(int signal) {
 }
 
 void SignalManager::dispatch() {
-  if (current.load() != this || !anyPending.exchange(false)) return;
+  if (current.load() != this) return;
   for (std::atomic<unsigned>& word : flags) {
     // The pending bit is cleared before the call of handle, so that a signal that arrives during the call is marked
     // again.

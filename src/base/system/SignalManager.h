@@ -23,8 +23,8 @@ class SignalManager {
   SignalManager(const SignalManager&) = delete;
   SignalManager& operator=(const SignalManager&) = delete;
 
-  // Starts to catch a signal. Returns 0 if the signal is now caught or was caught already. Returns another value, and
-  // changes nothing, if the number is not 0 to 31 or the system does not allow the signal to be caught.
+  // Starts to catch a signal. Returns 0 if the signal is now caught or was caught already. Returns -1, and changes
+  // nothing, if the number is not 0 to 31 or the system does not allow the signal to be caught.
   int install(int signal);
   // Calls handle for every pending signal, lower numbers first.
   void dispatch();

@@ -13,7 +13,6 @@ constexpr int linkedListErrorLine = 498;  // deliberately fixed, for the same re
 }  // namespace
 
 SimplePointerQueue::~SimplePointerQueue() {
-  static_assert(sizeof(void*) != 8 || sizeof(Block) == 256, "blocks are made to fill 256 bytes");
   freeChain(head_);
   freeChain(spare_);
 }
@@ -31,6 +30,7 @@ bool SimplePointerQueue::appendBlock() {
   Block* block = spare_ != nullptr ? spare_ : new (std::nothrow) Block;
   if (block == nullptr) return false;
   spare_ = nullptr;
+  block->start = block->end = 0;
   (tail_ == nullptr ? head_ : tail_->next) = block;
   tail_ = block;
   return true;
@@ -60,7 +60,7 @@ void SimplePointerQueue::unlinkFirstBlock() {
 }
 
 void* SimplePointerQueue::popAfterEmptyBlocks() {
-  while (head_ != nullptr && head_->count == 0) unlinkFirstBlock();
+  while (head_ != nullptr && head_->isEmpty()) unlinkFirstBlock();
   if (head_ == nullptr) return nullptr;
   return pop();
 }

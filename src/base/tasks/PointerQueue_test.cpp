@@ -8,22 +8,14 @@
 #include <cstdlib>
 #include <deque>
 #include <iterator>
-#include <new>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "log/front/BasicLog.h"
+#include "testing/faults/AllocationCount.h"
 #include "testing/faults/QueuePeers.h"
-
-// Replaces the library's nothrow allocation, so that a test can make it fail.
-namespace {
-bool allocationsFail = false;
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return allocationsFail ? nullptr : ::operator new(size);
-}
 
 namespace {
 
@@ -46,11 +38,15 @@ class PointerQueue : public testing::Test {
 
 // Pushes as many items as fit without an allocation, from items[from] on, and returns the number of all pushed items.
 std::size_t fillWithoutMemory(SimplePointerQueue& queue, std::size_t from) {
-  allocationsFail = true;
+  nothrowNewFails = true;
   while (from + 1 < std::size(items) && queue.push(&items[from])) ++from;
   EXPECT_FALSE(queue.push(&items[from])) << "a failed push changes nothing";
-  allocationsFail = false;
+  nothrowNewFails = false;
   return from;
+}
+
+TEST_F(PointerQueue, ABlockFills256BytesWherePointersHave64Bits) {
+  EXPECT_EQ(SimplePointerQueuePeer::kBlockSize, sizeof(void*) == 8 ? 256u : 132u);
 }
 
 TEST_F(PointerQueue, ABlockHoldsThirtyPointersAndOneEmptyBlockIsKept) {
@@ -73,6 +69,9 @@ TEST_F(PointerQueue, ABlockHoldsThirtyPointersAndOneEmptyBlockIsKept) {
       {"an emptied block is filled before the spare is used", {31, -31, 30}, 1, true, 30},
       {"the spare is used before a new block", {31, -31, 60}, 2, false, 0},
       {"an empty block is filled from its beginning", {10, -10, 30}, 1, false, 0},
+      {"a block that was filled and emptied has no room", {30, -30}, 1, false, 0},
+      {"the next pointer after it needs another block", {30, -30, 1}, 2, false, 29},
+      {"the block before it becomes the spare", {30, -30, 1, -1}, 1, true, 60},
       {"many pointers keep their order", {900, -901}, 0, true, 30},
   };
   for (const auto& c : cases) {
@@ -97,6 +96,18 @@ TEST_F(PointerQueue, ABlockHoldsThirtyPointersAndOneEmptyBlockIsKept) {
   }
 }
 
+TEST_F(PointerQueue, ADestroyedQueueFreesItsBlocks) {
+  const std::ptrdiff_t before = newBlocksInUse();
+  {
+    SimplePointerQueue queue;
+    for (int& item : items) ASSERT_TRUE(queue.push(&item));
+    for (int i = 0; i < 40; ++i) ASSERT_NE(queue.pop(), nullptr);
+    EXPECT_TRUE(queue.hasSpare());
+    EXPECT_EQ(newBlocksInUse(), before + static_cast<std::ptrdiff_t>(queue.blockCount()) + 1);
+  }
+  EXPECT_EQ(newBlocksInUse(), before);
+}
+
 TEST_F(PointerQueue, NullIsRefused) {
   EXPECT_FALSE(queue_.push(nullptr));
   EXPECT_EQ(queue_.blockCount(), 0U);
@@ -105,12 +116,12 @@ TEST_F(PointerQueue, NullIsRefused) {
 TEST_F(PointerQueue, ASteadyFlowAllocatesNothing) {
   pushItems(0, 31);
   expectItems(0, 31);
-  allocationsFail = true;
+  nothrowNewFails = true;
   for (int round = 0; round < 100; ++round) {
     pushItems(0, 7);
     expectItems(0, 7);
   }
-  allocationsFail = false;
+  nothrowNewFails = false;
   EXPECT_LE(queue_.blockCount(), 1U);
 }
 
@@ -135,9 +146,9 @@ TEST_F(PointerQueue, PushManyOfNothingChangesNothing) {
 TEST_F(PointerQueue, PushManyStopsAtTheFirstFailure) {
   pushItems(0, 28);
   void* pointers[] = {&items[28], nullptr, &items[29], &items[30], &items[31]};
-  allocationsFail = true;
+  nothrowNewFails = true;
   EXPECT_EQ(queue_.pushMany(pointers, 5), 3U);
-  allocationsFail = false;
+  nothrowNewFails = false;
   EXPECT_THAT(pointers, ElementsAre(nullptr, nullptr, nullptr, &items[30], &items[31]));
   expectItems(0, 30);
 }
@@ -174,10 +185,13 @@ TEST_F(PointerQueue, AHeadWithoutATailFailsAnAssertion) {
   BasicLog::setAssertHandler([](const char* file, int line, const char* message) {
     lastAssertion = std::string(file) + " " + std::to_string(line) + " " + message;
   });
+  lastAssertion.reserve(100);  // so that the assertion allocates no block that stays
+  const std::ptrdiff_t before = newBlocksInUse();
   pushItems(0, 31);
   SimplePointerQueuePeer::loseTail(queue_);
   EXPECT_TRUE(queue_.push(&items[40]));
   BasicLog::setAssertHandler(nullptr);
+  EXPECT_EQ(newBlocksInUse(), before + 1) << "the lost blocks are freed";
   EXPECT_EQ(lastAssertion, "ThreadUtils.cpp 498 internal linked-list error");
   EXPECT_EQ(queue_.blockCount(), 1U);
   expectItems(40, 41);

@@ -38,8 +38,8 @@ class WorkerRunner {
   void requestStop();
   // Blocks until the runner is stopped and returns true; a runner that was never started counts as stopped. Returns
   // false once the wall clock, in whole seconds, is later than the time of the call plus `seconds`. It reads the clock
-  // again and again, so it notices when the clock is set. With a negative time it returns at once whether the runner is
-  // stopped; with INT64_MAX it waits without limit.
+  // every half second, so it notices when the clock is set. With a negative time it returns at once whether the runner
+  // is stopped; with INT64_MAX it waits without limit.
   bool waitStopped(std::int64_t seconds) const;
 
   // The state; `stopped` before the first start.

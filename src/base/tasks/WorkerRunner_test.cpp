@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <memory>
@@ -166,6 +168,8 @@ TEST(WorkerRunner, AWaitEndsWhenTheClockIsPastTheWholeSecondAndNotBefore) {
     isOver = true;
   });
   clock.waitUntilAsked(2);
+  ::usleep(20'000);
+  EXPECT_LT(clock.timesAsked(), 10) << "it waits between two looks at the clock";
   clock.moveTo(1'010'999'999);  // the last microsecond of the last second
   const int asked = clock.timesAsked();
   clock.waitUntilAsked(asked + 2);  // at least one of these reads returned the new time, and the wait continued
@@ -173,6 +177,27 @@ TEST(WorkerRunner, AWaitEndsWhenTheClockIsPastTheWholeSecondAndNotBefore) {
   clock.moveTo(1'011'000'000);
   waiter.join();
   EXPECT_TRUE(isOver);
+}
+
+TEST(WorkerRunner, AWaitReadsTheClockEveryHalfSecond) {
+  using Clock = std::chrono::steady_clock;
+  using std::chrono::milliseconds;
+  BlockedRunner blocked;
+  WallClock clock(10'000'000);
+  std::thread waiter([&] { EXPECT_TRUE(blocked.runner.waitStopped(1'000)); });
+  clock.waitUntilAsked(2);
+  bool isASecond = false;  // the time of two pauses, which a busy machine may measure wrongly
+  for (int i = 0; i < 10 && !isASecond; ++i) {
+    const auto start = Clock::now();
+    const int asked = clock.timesAsked();
+    clock.waitUntilAsked(asked + 2);
+    const auto pauses = Clock::now() - start;
+    isASecond = pauses > milliseconds(800) && pauses < milliseconds(1'200);
+  }
+  EXPECT_TRUE(isASecond);
+  blocked.runner.requestStop();
+  blocked.release();
+  waiter.join();
 }
 
 TEST(WorkerRunner, TheLongestWaitEndsWhenTheRunnerIsStopped) {

@@ -37,9 +37,9 @@ std::string append(std::initializer_list<std::string_view> pieces, bool separate
 }
 
 std::string hexDigits(std::uint32_t number, int width) {
-  std::array<char, 16> buffer{};
-  std::snprintf(buffer.data(), buffer.size(), "%0*x", width, number);
-  return buffer.data();
+  char text[sizeof "ffffffff"];
+  std::snprintf(text, sizeof text, "%0*x", width, number);
+  return text;
 }
 
 constexpr std::array<std::string_view, 4> trueWords = {"true", "yes", "1", "on"};
@@ -57,10 +57,9 @@ std::string_view withoutPlus(std::string_view text) {
   return startsWith(text, "-") ? std::string_view() : text;
 }
 
-// The largest or smallest value of the type, for a number that does not fit it.
-template <typename Number>
-Number nearestLimit(std::string_view number) {
-  using Limits = std::numeric_limits<Number>;
+// The largest or smallest value, for a number that does not fit 64 bits.
+std::int64_t nearestLimit(std::string_view number) {
+  using Limits = std::numeric_limits<std::int64_t>;
   return startsWith(number, "-") ? Limits::min() : Limits::max();
 }
 
@@ -97,28 +96,28 @@ bool parseBool(std::string_view text, bool& result) {
 }
 
 bool parseInt32(std::string_view text, std::int32_t& value) {
-  text = withoutPlus(trim(text, TrimSet::blanks));
-  std::int32_t number = 0;
-  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || stop != text.data() + text.size()) return false;
-  value = number;
+  text = trim(text, TrimSet::blanks);
+  const LeadingInt64 number = leadingInt64(text);
+  const auto fitting = static_cast<std::int32_t>(number.value);
+  if (text.empty() || number.end != text.size() || number.value != fitting) return false;
+  value = fitting;
   return true;
 }
 
-std::int64_t leadingInt64(std::string_view text, std::size_t* end) {
+LeadingInt64 leadingInt64(std::string_view text) {
   const auto start = std::find_if_not(text.begin(), text.end(), isWhiteSpace);
   const std::string_view number = withoutPlus(text.substr(static_cast<std::size_t>(start - text.begin())));
   std::int64_t value = 0;
   const auto [stop, error] = std::from_chars(number.data(), number.data() + number.size(), value);
-  if (end != nullptr) *end = error == std::errc::invalid_argument ? 0 : static_cast<std::size_t>(stop - text.data());
-  return error == std::errc::result_out_of_range ? nearestLimit<std::int64_t>(number) : value;
+  if (error == std::errc::result_out_of_range) value = nearestLimit(number);
+  return {value, error == std::errc::invalid_argument ? 0 : static_cast<std::size_t>(stop - text.data())};
 }
 
 std::int32_t leadingPort(std::string_view text) {
   if (text.empty() || !isDigit(text.front())) return 0;
-  std::int32_t port = 0;
-  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-  return error == std::errc::result_out_of_range ? nearestLimit<std::int32_t>(text) : port;
+  auto port = std::numeric_limits<std::int32_t>::max();  // from_chars leaves it if the number is too large
+  (void)std::from_chars(text.data(), text.data() + text.size(), port);
+  return port;
 }
 
 std::string lowerCase(std::string_view text) {

@@ -24,7 +24,7 @@ std::string_view trim(std::string_view text, TrimSet set);
 // Joins the pieces in order and skips empty ones. Puts one "/" between two pieces, unless the text so far ends in "/".
 // A "/" at the start of a piece stays: "a" and "/b" give "a//b".
 std::string joinPath(std::initializer_list<std::string_view> pieces);
-// Joins the pieces in order with nothing between them.
+// Joins the pieces in order with nothing between them. It and joinPath allocate memory once at most.
 std::string concatenate(std::initializer_list<std::string_view> pieces);
 // The text behind the last "/" or "\"; the whole text if it has neither.
 std::string_view lastComponent(std::string_view path);
@@ -49,8 +49,12 @@ bool parseInt32(std::string_view text, std::int32_t& value);
 
 // The number at the start of the text, read as strtoll does in base 10: optional whitespace, an optional sign, then
 // digits up to the first byte that is no digit. A number beyond 64 bits becomes the nearest limit. Without digits the
-// result is 0. If `end` is given, it is set to the offset behind the last digit, or to 0 if there are no digits.
-std::int64_t leadingInt64(std::string_view text, std::size_t* end = nullptr);
+// value is 0. `end` is the offset behind the last digit, or 0 if there are no digits.
+struct LeadingInt64 {
+  std::int64_t value;
+  std::size_t end;
+};
+LeadingInt64 leadingInt64(std::string_view text);
 
 // The number that the digits at the very start of the text form; 0 if there are none. A number too large for the type
 // becomes its largest value, so that a port above 65535 never wraps to a valid one.

@@ -7,6 +7,8 @@
 #include <random>
 #include <vector>
 
+#include "testing/faults/AllocationCount.h"
+
 namespace {
 
 using StringUtils::TrimSet;
@@ -50,6 +52,16 @@ TEST(Concatenate, PutsNothingBetweenThePieces) {
   EXPECT_EQ(StringUtils::concatenate({"/a/", "", "b", "/", "c"}), "/a/b/c");
   EXPECT_EQ(StringUtils::concatenate({}), "");
   EXPECT_EQ(StringUtils::concatenate({std::string_view("x\0y", 3), "z"}), std::string("x\0yz", 4));
+}
+
+TEST(Concatenate, AllocatesMemoryOnceAsJoinPathDoes) {
+  const std::string piece(100, 'x');
+  for (const auto join : {StringUtils::joinPath, StringUtils::concatenate}) {
+    const std::ptrdiff_t before = newBlocksSoFar();
+    const std::string joined = join({piece, piece, piece, piece});
+    EXPECT_EQ(newBlocksSoFar(), before + 1);
+    EXPECT_GE(joined.size(), 400u);
+  }
 }
 
 TEST(LastComponent, IsTheTextBehindTheLastSlashOrBackslash) {
@@ -168,9 +180,8 @@ TEST(LeadingInt64, StopsBehindTheDigitsAndSaturates) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
-    std::size_t end = 99;
-    EXPECT_EQ(StringUtils::leadingInt64(c.text, &end), c.expected);
-    EXPECT_EQ(end, c.end);
+    EXPECT_EQ(StringUtils::leadingInt64(c.text).value, c.expected);
+    EXPECT_EQ(StringUtils::leadingInt64(c.text).end, c.end);
   }
 }
 
@@ -180,7 +191,7 @@ TEST(LeadingInt64, SkipsOnlyTheWhitespaceOfTheCLocale) {
     const bool isWhiteSpace = std::string_view("\t\n\v\f\r ").find(text[0]) != std::string_view::npos;
     const bool isDigit = byte >= '0' && byte <= '9';
     const int expected = isWhiteSpace || byte == '+' ? 7 : byte == '-' ? -7 : isDigit ? (byte - '0') * 10 + 7 : 0;
-    EXPECT_EQ(StringUtils::leadingInt64(text), expected) << byte;
+    EXPECT_EQ(StringUtils::leadingInt64(text).value, expected) << byte;
   }
 }
 
@@ -197,9 +208,9 @@ TEST(LeadingInt64, ReadsLikeStrtoll) {
     const std::string text = randomText(random, " \t\v+-0123456789x9223372036854775807", 24);
     char* end = nullptr;
     const long long expected = std::strtoll(text.c_str(), &end, 10);
-    std::size_t at = 99;
-    ASSERT_EQ(StringUtils::leadingInt64(text, &at), expected) << '"' << text << '"';
-    ASSERT_EQ(at, static_cast<std::size_t>(end - text.c_str())) << '"' << text << '"';
+    const StringUtils::LeadingInt64 number = StringUtils::leadingInt64(text);
+    ASSERT_EQ(number.value, expected) << '"' << text << '"';
+    ASSERT_EQ(number.end, static_cast<std::size_t>(end - text.c_str())) << '"' << text << '"';
   }
 }
 

@@ -23,15 +23,19 @@ TextRef::TextRef(double number) : text_(buffer_) {
 }
 
 TextRef::TextRef(const TextRef& other) : text_(other.isInline() ? buffer_ : other.text_), length_(other.length_) {
-  if (other.isInline()) std::memcpy(buffer_, other.buffer_, other.length_ + 1);
+  copyInline(other);
 }
 
 TextRef& TextRef::operator=(const TextRef& other) {
   if (this == &other) return *this;
   text_ = other.isInline() ? buffer_ : other.text_;
   length_ = other.length_;
-  if (other.isInline()) std::memcpy(buffer_, other.buffer_, other.length_ + 1);
+  copyInline(other);
   return *this;
+}
+
+void TextRef::copyInline(const TextRef& other) {
+  if (other.isInline()) buffer_[other.view().copy(buffer_, sizeof buffer_)] = '\0';
 }
 
 bool TextRef::equals(const TextRef& other) const { return view() == other.view(); }

@@ -40,6 +40,7 @@ class TextRef {
 
  private:
   bool isInline() const { return text_ == buffer_; }
+  void copyInline(const TextRef& other);
 
   const char* text_;
   std::uint32_t length_;

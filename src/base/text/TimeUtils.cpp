@@ -1,7 +1,6 @@
 #include "base/text/TimeUtils.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <ctime>
 #include <iterator>
@@ -38,9 +37,9 @@ constexpr std::int64_t join(std::int64_t seconds, std::int64_t micros) {
 }
 
 std::string digits(int width, int number) {
-  std::array<char, 16> text{};
-  std::snprintf(text.data(), text.size(), "%0*d", width, number);
-  return text.data();
+  char text[sizeof "-2147483648"];
+  std::snprintf(text, sizeof text, "%0*d", width, number);
+  return text;
 }
 
 // The texts of the stamps. Each adds one field to the one before it.
@@ -208,10 +207,10 @@ std::int64_t compose(const BrokenDownTime& fields) {
 
 std::string formatTime(std::int64_t micros, bool withMicros, char separator) {
   const BrokenDownTime t = breakDown(micros);
-  std::array<char, 64> text{};
-  const int length = std::snprintf(text.data(), text.size(), "%04d-%02d-%02d%c%02d:%02d:%02d", t.year, t.month, t.day,
+  char text[sizeof "-290308-12-21 19:59:05"];  // the earliest time has the longest text
+  const int length = std::snprintf(text, sizeof text, "%04d-%02d-%02d%c%02d:%02d:%02d", t.year, t.month, t.day,
                                    separator, t.hour, t.minute, t.second);
-  const std::string seconds(text.data(), static_cast<std::size_t>(length));
+  const std::string seconds(text, static_cast<std::size_t>(length));
   return withMicros ? seconds + "." + digits(6, t.millisecond * 1'000 + t.microsecond) : seconds;
 }
 
@@ -240,8 +239,7 @@ std::string secondStamp(TextOrNull prefix, TextOrNull suffix, std::int64_t micro
 
 std::int64_t parseDuration(TextOrNull text) {
   text = text.substr(0, text.find('\0'));
-  std::size_t at = 0;
-  const std::int64_t count = StringUtils::leadingInt64(text, &at);
+  auto [count, at] = StringUtils::leadingInt64(text);
   while (at < text.size() && isGap(text[at])) ++at;
   return times(count, unitFactor(text.substr(at)));
 }

@@ -77,9 +77,9 @@ std::string secondStamp(TextOrNull prefix, TextOrNull suffix, std::int64_t micro
 // a number without one gives 0, and so do a null pointer and any text that is not understood. Text behind the unit and
 // a blank is ignored.
 std::int64_t parseDuration(TextOrNull text);
-// Formats a duration as a count of one unit, rounded toward zero. It takes the largest unit of which the duration has
-// at least ten, or a whole number once the part that is less than one of the next smaller unit is dropped: "0 seconds",
-// "1 sec", "90 secs", "2 mins", "1500 usecs", "25 hrs", "10 days". The unit "ms" has no plural form.
+// Formats a duration as a count of one unit, rounded toward zero: "0 seconds", "1 sec", "90 secs", "2 mins", "1500
+// usecs", "25 hrs", "10 days". It uses the largest unit of which there are at least ten, or of which there is a whole
+// number if parts of less than one of the next smaller unit are dropped. The unit "ms" has no plural form.
 std::string formatDuration(std::int64_t micros);
 
 }  // namespace TimeUtils

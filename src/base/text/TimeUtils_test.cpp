@@ -4,6 +4,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <cctype>
+#include <chrono>
 #include <climits>
 #include <random>
 #include <string>
@@ -54,6 +56,23 @@ TEST(Clock, TheMonotonicClockAdvancesAtLeastByTheTimeOfASleep) {
   const std::int64_t second = monotonicMicros();
   EXPECT_GE(second - first, 2'000);
   EXPECT_LT(second - first, 60 * kSec);
+}
+
+std::int64_t systemMicros() {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  return std::chrono::microseconds(std::chrono::seconds(now.tv_sec)).count() +
+         std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::nanoseconds(now.tv_nsec)).count();
+}
+
+TEST(Clock, TheMonotonicClockIsThatOfTheSystemToTheMicrosecond) {
+  for (int i = 0; i < 10; ++i) {
+    const std::int64_t before = systemMicros();
+    const std::int64_t now = monotonicMicros();
+    EXPECT_LE(before, now);
+    EXPECT_LE(now, systemMicros());
+    ::usleep(1'000);
+  }
 }
 
 TEST(NextTimestamp, IsTheLaterOfTheCurrentTimeAndThePreviousStampPlusOne) {
@@ -328,6 +347,16 @@ TEST(ParseDuration, NeedsANumberAndAUnit) {
       {"-9223372036854775808 d", 0},
   };
   for (const TextOfTime& c : cases) EXPECT_EQ(parseDuration(c.text), c.micros) << c.text;
+}
+
+TEST(ParseDuration, BytesUpTo32AloneSeparateNumberAndUnitAndEndTheUnit) {
+  for (int byte = 1; byte < 256; ++byte) {
+    SCOPED_TRACE(byte);
+    if (std::isdigit(byte) != 0) continue;
+    const std::string gap(1, static_cast<char>(byte));
+    EXPECT_EQ(parseDuration("5" + gap + "d"), byte <= 32 ? 432'000 * kSec : 0);
+    EXPECT_EQ(parseDuration("5 d" + gap + "-"), byte <= 32 ? 432'000 * kSec : 0);
+  }
 }
 
 TEST(ParseDuration, KnowsEveryUnitWordInEitherCase) {

@@ -13,6 +13,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <limits>
@@ -65,7 +66,7 @@ class AtomicValue {
   bool waitForValue(T value, std::int64_t micros) const {
     const std::lock_guard<std::mutex> lock(mutex_);
     const std::uint64_t wakes = wakes_;
-    const timespec deadline = deadlineIn(std::max<std::int64_t>(micros, 0));
+    const timespec deadline = deadlineIn(micros);
     bool isInTime = true;
     while (isInTime && value_ != value && wakes_ == wakes) {
       isInTime = ::pthread_cond_clockwait(&changed_, mutex_.native_handle(), CLOCK_MONOTONIC, &deadline) == 0;
@@ -83,7 +84,8 @@ class AtomicValue {
     const timeval time = TimeUtils::toTimeval(now + std::min(micros, std::numeric_limits<std::int64_t>::max() - now));
     timespec deadline{};
     deadline.tv_sec = time.tv_sec;
-    deadline.tv_nsec = static_cast<long>(time.tv_usec) * 1'000;
+    const std::chrono::nanoseconds nanos = std::chrono::microseconds(time.tv_usec);
+    deadline.tv_nsec = static_cast<long>(nanos.count());
     return deadline;
   }
 

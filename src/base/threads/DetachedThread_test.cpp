@@ -22,6 +22,25 @@ TEST(DetachedThread, RunsTheBodyOnceOnAThreadOfItsOwn) {
   EXPECT_EQ(*runs, 1);
 }
 
+TEST(DetachedThread, NobodyNeedsToJoinIt) {
+  std::atomic<bool> isDetached{false};
+  std::atomic<bool> isOver{false};
+  ASSERT_TRUE(startDetachedThread([&] {
+    for (int i = 0; i < 300'000 && !isDetached; ++i) {
+      pthread_attr_t attributes;
+      int state = PTHREAD_CREATE_JOINABLE;
+      EXPECT_EQ(::pthread_getattr_np(::pthread_self(), &attributes), 0);
+      EXPECT_EQ(::pthread_attr_getdetachstate(&attributes, &state), 0);
+      EXPECT_EQ(::pthread_attr_destroy(&attributes), 0);
+      isDetached = state == PTHREAD_CREATE_DETACHED;
+      ::usleep(100);
+    }
+    isOver = true;
+  }));
+  while (!isOver) ::usleep(100);
+  EXPECT_TRUE(isDetached);
+}
+
 TEST(DetachedThread, NothingRunsWhenTheSystemGivesNoThread) {
   const auto runs = std::make_shared<std::atomic<int>>(0);
   {

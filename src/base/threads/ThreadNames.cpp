@@ -2,7 +2,6 @@
 
 #include <pthread.h>
 
-#include <array>
 #include <cerrno>
 #include <ctime>
 
@@ -21,9 +20,9 @@ void setThreadName(const char* name) {
 }
 
 std::string getThreadName() {
-  std::array<char, 300> name{};
-  if (::pthread_getname_np(::pthread_self(), name.data(), name.size()) != 0) return "<error in pthread_getname>";
-  return name.data();
+  char name[sizeof "fifteen letters"];  // the system has no longer names
+  if (::pthread_getname_np(::pthread_self(), name, sizeof name) != 0) return "<error in pthread_getname>";
+  return name;
 }
 
 void sleepMicros(std::int64_t micros) {
@@ -33,6 +32,6 @@ void sleepMicros(std::int64_t micros) {
   timespec left{};
   left.tv_sec = static_cast<decltype(left.tv_sec)>(seconds);
   left.tv_nsec = static_cast<decltype(left.tv_nsec)>(remainder * 1'000);
-  while (::nanosleep(&left, &left) != 0 && errno == EINTR) {
+  while (::nanosleep(&left, &left) == -1 && errno == EINTR) {
   }
 }

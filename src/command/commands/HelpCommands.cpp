@@ -26,7 +26,7 @@ struct Rows {
   const Row* end() const { return first + count; }
 };
 
-constexpr char usageLines[][72] = {
+constexpr char usageLines[][sizeof "    <command name> <command-specific params> [--quiet | --verbose]"] = {
     "ravctl usage:",
     "    <command name> <command-specific params> [--quiet | --verbose]",
     "    help",
@@ -194,9 +194,9 @@ Lines subjectOf(const Lines& words) {
 
 // --- The fields of results
 
-// The line of deviceID deliberately lacks its closing bracket. The text output never prints status_details and
-// status_context; they are listed for readers of other result formats.
-constexpr char standardFields[][80] = {
+// The line of deviceID deliberately lacks its closing bracket. The results have status_details and
+// status_context, but no output mode prints them.
+constexpr char standardFields[][sizeof "  status_context: <optional string, detail about where an error occurred>"] = {
     "Commands also return standard fields for result status:",
     "  method: <string, the name of the method invoked>",
     "  status_code: <integer, a code giving the specific result>",

@@ -1,6 +1,5 @@
 #include "command/entry/Catalogue.h"
 
-#include <algorithm>
 #include <iterator>
 #include <string_view>
 #include <utility>
@@ -137,42 +136,37 @@ constexpr Maker makers[] = {
     {reference, makeReference},
 };
 
-template <typename Indices>
-constexpr bool standInTheOrderOfTheirIds = false;
 template <std::size_t... at>
-constexpr bool standInTheOrderOfTheirIds<std::index_sequence<at...>> =
-    ((static_cast<std::size_t>(makers[at].id) == at) && ...);
+constexpr bool standInTheOrderOfTheirIds(std::index_sequence<at...>) {
+  return ((static_cast<std::size_t>(makers[at].id) == at) && ...);
+}
 static_assert(std::size(makers) == std::size(rows) &&
-                  standInTheOrderOfTheirIds<std::make_index_sequence<std::size(makers)>>,
+                  standInTheOrderOfTheirIds(std::make_index_sequence<std::size(makers)>()),
               "make() takes the id of a row as an index");
 
 Made make(const CommandRow& row, const std::string& argument, const Words& words) {
   return makers[row.id].make(argument, words);
 }
 
-// The number of words that a form requires.
-struct FormRule {
-  CommandForm form;
-  std::size_t needed;
-};
-constexpr FormRule formRules[] = {
-    {CommandForm::twoWords, 2},
-    {CommandForm::twoWordsAndName, 3},
-    {CommandForm::wordAndArgument, 2},
-    {CommandForm::allWords, 1},
-};
-static_assert(std::size(formRules) == static_cast<std::size_t>(CommandForm::allWords) + 1, "each form has a rule");
-
-const FormRule& ruleOf(const CommandRow& row) {
-  return *std::find_if(std::begin(formRules), std::end(formRules),
-                       [&](const FormRule& rule) { return rule.form == row.form; });
+// Returns the number of words that a form requires. The last of them is the argument of the command.
+std::size_t wordsRequiredBy(CommandForm form) {
+  switch (form) {
+    case CommandForm::twoWordsAndName:
+      return 3;
+    case CommandForm::twoWords:
+    case CommandForm::wordAndArgument:
+      return 2;
+    case CommandForm::allWords:
+      break;
+  }
+  return 1;
 }
 
 // Returns the row that the words name, or null. `words` has at least one element.
 const CommandRow* findRow(const Words& words) {
   const CommandRow* row = words.size() < 2 ? nullptr : table.findTwoWords(words[0], words[1]);
   if (row == nullptr) row = table.findOneWord(words[0]);
-  return row != nullptr && words.size() >= ruleOf(*row).needed ? row : nullptr;
+  return row != nullptr && words.size() >= wordsRequiredBy(row->form) ? row : nullptr;
 }
 
 }  // namespace
@@ -188,7 +182,7 @@ std::unique_ptr<RavctlCommandInstance> findCommand(std::vector<std::string>& wor
   }
   const CommandRow* row = findRow(words);
   if (row == nullptr) return nullptr;
-  const FormRule& rule = ruleOf(*row);
-  consumed = static_cast<int>(row->form == CommandForm::allWords ? words.size() : rule.needed);
-  return table.make(*row, words[rule.needed - 1], words);
+  const std::size_t required = wordsRequiredBy(row->form);
+  consumed = static_cast<int>(row->form == CommandForm::allWords ? words.size() : required);
+  return table.make(*row, words[required - 1], words);
 }

@@ -1,7 +1,7 @@
 // Entry: runs the program once, from the words of the command line to the printed lines.
 #pragma once
 
-// Runs one command and returns the exit status of the process. Without any word it prints the usage.
+// Runs one command and returns the exit status of the process. Without any word it prints three lines of usage.
 //
 // Exit status: 1 if the words name no command or do not bind; one line on standard output then says so. 0 in every
 // other case, deliberately even if the command failed: scripts read the printed status.

@@ -3,8 +3,9 @@
 //   if (!isAuthorized()) return Status::of(status::authenticationError);
 //
 // The mode is one value for the whole process. The entry point sets it once, before it runs a command. Commands that
-// change something check the authorization before they act. createProfile checks it too, because commands that need
-// no authorization may call it, when they elect an active profile.
+// change something check the authorization before they act: service start, stop and restart, support reset, and profile
+// create, modify, rename, delete and activate. Other commands never ask, although they may repair names and elect an
+// active profile. createProfile checks it too, because an election may call it.
 // Threads: the mode is not protected by a lock; it is set at the start and only read later.
 #pragma once
 

@@ -7,6 +7,7 @@
 #include "json/JsonModel.h"
 #include "json/JsonParser.h"
 #include "log/front/BasicLog.h"
+#include "testing/faults/AllocationCount.h"
 #include "testing/run/Matchers.h"
 
 namespace {
@@ -476,6 +477,24 @@ TEST(RenderOutput, ASuccessRendersAllFieldsInOrder) {
   EXPECT_EQ(outputOf(Status(), true),
             (Lines{"before", "method: example method", "status_text: success", "status_code: 0x00000001", "name: lab",
                    "running: false", "%s", "second"}));
+}
+
+// Returns how many blocks it takes to render a command whose fields are one line each.
+std::ptrdiff_t blocksToRenderInto(Lines& lines) {
+  Example command;
+  command.name.set("x");
+  command.lines.list() = {"y"};
+  command.run();
+  const std::ptrdiff_t before = newBlocksSoFar();
+  renderOutput(command, lines);
+  EXPECT_EQ(lines, (Lines{"name: x", "running: false", "y"}));
+  return newBlocksSoFar() - before;
+}
+
+TEST(RenderOutput, TheListOfLinesIsAllocatedOnceIfEachFieldIsOneLine) {
+  Lines lines, longList;
+  longList.reserve(100);
+  EXPECT_EQ(blocksToRenderInto(lines), blocksToRenderInto(longList) + 1);
 }
 
 TEST(RenderOutput, AFailureRendersOnlyItsStatus) {

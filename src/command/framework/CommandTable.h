@@ -20,25 +20,27 @@ enum class CommandForm {
 
 // The texts are arrays for the reason that StatusCodes.cpp gives.
 struct CommandRow {
-  int id;           // tells the commands of one table apart
-  char method[20];  // the words that name the command, and its name in output and help
+  int id;                                  // tells the commands of one table apart
+  char method[sizeof "profile activate"];  // the words that name the command, and its name in output and help
   CommandForm form;
-  char synopsis[24];      // a short form of what may follow the words; no page prints it, the pages print `usage`
-  char usage[40];         // what follows the method name in usage lines
-  char description[136];  // one paragraph
+  // A short form of what may follow the words; no page prints it, the pages print `usage`.
+  char synopsis[sizeof " <new profile name>"];
+  char usage[sizeof " [<category> | <command name>]"];  // what follows the method name in usage lines
+  char description[sizeof "Displays a report about the zuv-hipd background process: whether it is running, and some "
+                          "information about its connections."];  // one paragraph
 };
 
 // Two other words that name a command. `method` is the method of a row, not the words of another alias.
 struct CommandAlias {
-  char words[20];
-  char method[20];
+  char words[sizeof "show interfaces"];
+  char method[sizeof "service restart"];
 };
 
 // All rows, in the order of the reference page. It points to constant tables that live as long as the process.
 struct CommandTable {
-  // Makes the command of a row. `argument` is the last word that the form requires; a command whose form passes no word
-  // does not use it. `words` are all words, without a leading "ravctl". Help makes commands with both empty, only to
-  // read their parameters.
+  // Makes the command of a row. `argument` is the last word that the form requires. In the forms twoWords and allWords
+  // that is a word of the command's own name, and such commands ignore it. `words` are all words, without a leading
+  // "ravctl". Help makes commands with both empty, only to read their parameters.
   std::unique_ptr<RavctlCommandInstance> (*make)(const CommandRow& row, const std::string& argument,
                                                  const std::vector<std::string>& words);
   const CommandRow* rows;

@@ -4,7 +4,8 @@
 //   for (const std::string& line : lines) out.put(line);
 //   out.finish();
 //
-// It collects lines and writes them with write(2) as soon as it has 64 KiB or more. After a failed write it writes
+// It collects lines and writes them with write(2) as soon as it has 64 KiB or more. The first 1000 bytes take one
+// allocation. After a failed write it writes
 // nothing more to standard output.
 #pragma once
 

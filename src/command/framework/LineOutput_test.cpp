@@ -6,6 +6,7 @@
 
 #include <vector>
 
+#include "testing/faults/AllocationCount.h"
 #include "testing/faults/FaultInjector.h"
 #include "testing/run/HostTest.h"
 
@@ -98,6 +99,18 @@ TEST(LineOutput, LongOutputIsWrittenInLargePiecesUntilOneFails) {
   secondFails.at = 2;
   expectSaid(say(lines, secondFails), expected.substr(0, 65'600), kDiskFull, 3,
              "after the first piece only the line on standard error is written");
+}
+
+TEST(LineOutput, AThousandBytesTakeOneAllocation) {
+  for (const auto& [size, blocks] : {std::pair{1000u, 1}, {1001u, 2}}) {
+    SCOPED_TRACE(size);
+    const std::string line(size - 3, 'x');
+    LineOutput output;
+    const std::ptrdiff_t before = newBlocksSoFar();
+    output.put("x");
+    output.put(line);
+    EXPECT_EQ(newBlocksSoFar() - before, blocks);
+  }
 }
 
 TEST(LineOutput, AFailedWriteIsOneLineOnStandardError) {

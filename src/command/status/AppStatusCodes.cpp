@@ -7,7 +7,7 @@ namespace {
 
 struct AppStatusText {
   StatusCode code;
-  char text[64];
+  char text[sizeof "command cannot be executed while the profile is running"];
 };
 
 constexpr AppStatusText appTexts[] = {

@@ -13,7 +13,7 @@ namespace {
 // start. All larger tables of texts do so. That saves 2,400 instructions of a start, of 46,000.
 struct StatusText {
   StatusCode code;
-  char text[64];
+  char text[sizeof "authentication error (ravctl requires sudo for this command)"];
 };
 
 // The last row gives a text to 0, which is the code of no status.

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 
 namespace {
@@ -181,7 +182,9 @@ TEST(WaitForChild, AnExitIs1000PlusItsCodeAndADeathBySignal2000PlusTheSignalNumb
 
 TEST(WaitForChild, OnlyAChildOfThisProcessCanBeWaitedForAndOnlyOnce) {
   EXPECT_EQ(waitForChild(0), 3002) << "pid 0 means that no child was started";
+  errno = 0;
   EXPECT_EQ(waitForChild(1), 3001);
+  EXPECT_EQ(errno, ECHILD) << "the system says that process 1 is no child of ours";
   const int pid = childThat([] { ::_exit(5); });
   EXPECT_EQ(waitForChild(-1), 3001) << "a negative pid waits for no child";
   EXPECT_EQ(waitForChild(-pid), 3001);

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "command/framework/Authorization.h"
+#include "profiles/store/NameRepair.h"
 #include "profiles/store/ProfileChanges.h"
 #include "profiles/store/ProfileStore.h"
 
@@ -26,6 +27,7 @@ Hipcmd_ModifyProfile::Hipcmd_ModifyProfile(std::string_view selector)
 }
 
 void Hipcmd_ModifyProfile::execute(StatusCodeResultField& status) {
+  NameRepair::Limit limit;
   if (!isAuthorized()) return status.set(status::authenticationError);  // before it reads the store
   (void)ProfileControl::ensureActiveProfile();  // if it fails, the command continues nevertheless
   ProfileChanges::Modification wanted;
@@ -49,6 +51,7 @@ Hipcmd_ActivateProfile::Hipcmd_ActivateProfile(std::string_view selector)
 }
 
 void Hipcmd_ActivateProfile::execute(StatusCodeResultField& status) {
+  NameRepair::Limit limit;
   if (!isAuthorized()) return status.set(status::authenticationError);  // before it reads the store
   const std::string initSystem = sys_.resolved();
   if (selectsActive(profile_.value()) && ProfileControl::isActiveDirectoryMissing()) {
@@ -70,6 +73,7 @@ Hipcmd_DeleteProfile::Hipcmd_DeleteProfile(std::string_view selector)
 }
 
 void Hipcmd_DeleteProfile::execute(StatusCodeResultField& status) {
+  NameRepair::Limit limit;
   Status deleted = ProfileChanges::deleteProfile(profile_.value());
   if (deleted.isSuccess()) {
     (void)ProfileControl::ensureActiveProfile();  // the deletion succeeded even if no other profile becomes active
@@ -84,6 +88,7 @@ Hipcmd_RenameProfile::Hipcmd_RenameProfile(std::string_view selector)
 }
 
 void Hipcmd_RenameProfile::execute(StatusCodeResultField& status) {
+  NameRepair::Limit limit;
   if (!isAuthorized()) return status.set(status::authenticationError);  // before it reads the store
   (void)ProfileControl::ensureActiveProfile();  // if it fails, the command continues nevertheless
   std::string name;
@@ -98,6 +103,7 @@ Hipcmd_ProfileReset::Hipcmd_ProfileReset(std::string_view selector)
 }
 
 void Hipcmd_ProfileReset::execute(StatusCodeResultField& status) {
+  NameRepair::Limit limit;
   std::string name;
   status.set(ProfileChanges::resetProfile(profile_.value(), name));
   reset_.set(std::move(name));

@@ -4,6 +4,7 @@
 
 #include "base/text/StringUtils.h"
 #include "command/framework/Authorization.h"
+#include "profiles/store/NameRepair.h"
 
 using StringUtils::concatenate;
 
@@ -48,6 +49,7 @@ Hipcmd_GetProfiles::Hipcmd_GetProfiles() : RavctlCommandInstance("list profiles"
 }
 
 void Hipcmd_GetProfiles::execute(StatusCodeResultField& status) {
+  NameRepair::Limit limit;
   (void)ProfileControl::ensureActiveProfile();  // if it fails, the store is listed nevertheless
   if (!profiles_.listing.read()) {
     status.set(status::applicationError);
@@ -70,6 +72,7 @@ Hipcmd_ShowProfile::Hipcmd_ShowProfile(std::string_view selector)
 }
 
 void Hipcmd_ShowProfile::execute(StatusCodeResultField& status) {
+  NameRepair::Limit limit;
   (void)ProfileControl::ensureActiveProfile();  // if it fails, the details are reported nevertheless
   status.set(ProfileControl::cmdGetProfileDetails(profile_.value(), details_.details()));
 }
@@ -81,6 +84,7 @@ Hipcmd_CreateProfile::Hipcmd_CreateProfile(std::string_view name)
 }
 
 void Hipcmd_CreateProfile::execute(StatusCodeResultField& status) {
+  NameRepair::Limit limit;
   if (!isAuthorized()) return status.set(status::authenticationError);  // before it reads the store
   NewProfile wanted;
   wanted.name = newName_.value();

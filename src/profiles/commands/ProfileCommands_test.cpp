@@ -1,16 +1,22 @@
 // Tests of the profile commands as the entry point runs them: from command words to printed lines.
 #include "profiles/commands/ProfileCommands.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <sstream>
 
+#include "base/system/UniqueFd.h"
 #include "command/entry/Catalogue.h"
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
 #include "json/JsonModel.h"
+#include "testing/faults/AllocationCount.h"
 #include "testing/faults/FaultInjector.h"
+#include "testing/models/SkippedPauses.h"
 #include "testing/run/HostTest.h"
 
 namespace {
@@ -147,6 +153,27 @@ TEST_F(ProfileCommandTest, ListPrintsTheDirectoriesOfTheActiveProfileAndOfTheSto
   EXPECT_EQ(run("list profiles --verbose"),
             "method: list profiles\nstatus_text: success\nstatus_code: 0x00000001\n" + kListed +
                 "current_dir: profile-1\ncurrent_name: lab\nroot_dir: /etc/zuv/profiles/\n");
+}
+
+// Returns how many blocks it takes to turn a list of this many profiles into lines.
+std::ptrdiff_t blocksToRender(int profiles) {
+  host::reset();
+  for (int n = 100; n < 100 + profiles; ++n) {
+    host::makeProfile("profile-" + std::to_string(n), "name" + std::to_string(n));
+  }
+  Hipcmd_GetProfiles command;
+  command.run();
+  std::vector<std::string> lines;
+  const std::ptrdiff_t before = newBlocksSoFar();
+  renderOutput(command, lines);
+  EXPECT_GT(lines.size(), static_cast<std::size_t>(profiles));
+  return newBlocksSoFar() - before;
+}
+
+// A list that grew would grow between 60 and 70 profiles, because 64 is a power of two, but not between 50 and 60.
+TEST_F(ProfileCommandTest, TheLinesOfAListAreAllocatedOnceWhateverTheirNumber) {
+  const std::ptrdiff_t fifty = blocksToRender(50), sixty = blocksToRender(60);
+  EXPECT_EQ(blocksToRender(70) - sixty, sixty - fifty);
 }
 
 TEST_F(ProfileCommandTest, ListSortsByNameQuotesNamesAsTheyAreAndRepairsThemFirst) {
@@ -603,6 +630,109 @@ TEST_F(ProfileCommandTest, ARefusedCommandPrintsItsStatusAndChangesNothing) {
     SCOPED_TRACE(testing::PrintToString(c.words));
     EXPECT_EQ(runWords(c.words, c.code), c.printed);
     EXPECT_EQ(host::tree("/etc/zuv"), before);
+  }
+}
+
+TEST_F(ProfileCommandTest, AllRepairsOfACommandTogetherWaitOneSecondForLocks) {
+  for (const char* words :
+       {"list profiles", "profile details other", "profile create new helmsor=h", "profile rename other new_name=x",
+        "profile modify other new_name=x", "profile activate other sys=systemd", "profile delete other",
+        "support reset other", "list log other"}) {
+    for (const bool elects : {false, true}) {
+      SCOPED_TRACE(words + std::string(elects ? ", no profile to keep active" : ""));
+      host::reset();
+      host::installRecorder("/bin/systemctl", "/tmp/calls");
+      std::vector<UniqueFd> locks;
+      for (const std::string dirname : {"profile-1", "profile-2"}) {
+        host::makeProfile(dirname, "lab");
+        const std::string file = host::kProfiles + dirname + "/profile_name";
+        locks.emplace_back(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+        ASSERT_EQ(::flock(locks.back().get(), LOCK_EX), 0);
+      }
+      host::makeProfile("profile-3", "other");
+      host::writeFile("/etc/zuv/profiles/profile-3/hip.log", "");
+      host::makeActive("profile-1");
+      if (!elects) host::writeFile("/etc/zuv/profiles/profile-1/hip.conf", "");
+      const SkippedPauses skipped;
+      (void)run(words);
+      EXPECT_EQ(skipped.total(), std::chrono::seconds(1));
+    }
+  }
+}
+
+// The store is behind a link to a link.
+constexpr uid_t kStranger = 65534;
+struct LinkedStore {
+  const char* why;
+  void (*distrust)();
+};
+const LinkedStore kDistrusted[] = {
+    {"the link is a stranger's", [] { host::giveTo(kStranger, "/etc/zuv/profiles"); }},
+    {"the link on the way is a stranger's", [] { host::giveTo(kStranger, "/run/links/hop"); }},
+    {"the directory of the link on the way is a stranger's", [] { host::giveTo(kStranger, "/run/links"); }},
+    {"others may write in the directory of the link on the way", [] { host::setMode("/run/links", 0777); }},
+};
+constexpr const char* kLinkedStore = "/run/store";
+
+void makeLinkedStore() {
+  host::reset();
+  host::writeFile("/run/store/keep/profile_name", "kept\n", 0640);
+  host::writeFile("/run/store/keep/hip.conf", "", 0640);
+  host::writeFile("/run/store/other/profile_name", "other\n", 0640);
+  host::writeFile("/run/store/other/hip.conf", "", 0640);
+  host::writeFile("/run/store/.current", "other\n", 0666);
+  host::writeFile("/run/store/.deleted-1/profile_name", "", 0640);
+  host::makeDirs("/run/links");
+  host::makeLink("/run/links/hop", "../store");
+  host::remove("/etc/zuv/profiles");
+  host::makeLink("/etc/zuv/profiles", "/run/links/hop");
+  host::installRecorder("/bin/systemctl", "/tmp/calls");
+}
+
+struct LinkedStoreCase {
+  const char* words;
+  StatusCode untrusted;
+  const char* changed;  // a part of the tree of the store that only a trusted link leads to
+};
+const LinkedStoreCase kLinkedStoreCases[] = {
+    {"list profiles", status::applicationError, ""},
+    {"profile create new helmsor=h", status::applicationError, "profile-123123/profile_name \"new\\n\""},
+    {"profile rename kept new_name=new", status::applicationError, "keep/profile_name \"new\\n\""},
+    {"profile rename dir=keep new_name=new", status::profileNotFound, "keep/profile_name \"new\\n\""},
+    {"profile modify kept network=eth0", status::applicationError, "keep/hip.conf \"master_interface=eth0\\n\""},
+    {"profile modify dir=keep network=eth0", status::profileNotFound, "keep/hip.conf \"master_interface=eth0\\n\""},
+    {"profile activate kept sys=systemd", status::applicationError, ".current \"keep\\n\""},
+    {"profile details kept", status::applicationError, ""},
+    {"profile details dir=keep", status::profileNotFound, ""},
+    {"support reset kept", status::applicationError, ""},
+    {"profile delete kept", status::applicationError, "!keep"},
+    {"profile delete dir=keep", status::profileNotFound, "!keep"},
+    {"profile delete kept", status::applicationError, "!.deleted-1"},
+};
+
+TEST_F(ProfileCommandTest, EveryCommandFollowsATrustedLinkToTheStore) {
+  for (const LinkedStoreCase& c : kLinkedStoreCases) {
+    SCOPED_TRACE(c.words);
+    makeLinkedStore();
+    (void)run(c.words);
+    const std::string after = host::tree(kLinkedStore);
+    const bool isGone = c.changed[0] == '!';
+    EXPECT_EQ(after.find(c.changed + (isGone ? 1 : 0)) == std::string::npos, isGone) << after;
+  }
+}
+
+TEST_F(ProfileCommandTest, BehindAnUntrustedLinkNoStoreIsListedOrChanged) {
+  SKIP_WITHOUT_OTHER_USERS();
+  for (const LinkedStore& link : kDistrusted) {
+    for (const LinkedStoreCase& c : kLinkedStoreCases) {
+      SCOPED_TRACE(link.why + std::string(": ") + c.words);
+      makeLinkedStore();
+      link.distrust();
+      const std::string before = host::tree(kLinkedStore);
+      const std::string output = run(c.words, c.untrusted);
+      EXPECT_EQ(output.find("keep\t"), std::string::npos);
+      EXPECT_EQ(host::tree(kLinkedStore), before);
+    }
   }
 }
 

@@ -10,8 +10,8 @@
 //   device_id          its first line that is not blank
 //
 // Functions take the name of a profile's directory. An empty name is never joined to a path: readers find nothing, and
-// writers return "invalid argument" once they have something to write. changeHelmsor has nothing to write before it has
-// read the old host.
+// writers return "invalid argument" if they have something to write. changeHelmsor with a port alone has to read the
+// old host first; for an empty name it returns "application error".
 //
 // Readers clear their output first and take the first line that has the key, trimmed (see ConfigLines.h). They return
 // false if no line has it. They return values of endbox.conf and mapconfig.static in plain ASCII: every byte of 128 and

@@ -14,13 +14,15 @@
 #include "base/system/RawWrite.h"
 #include "base/text/StringUtils.h"
 
+using namespace std::string_view_literals;
+
 namespace {
 
 constexpr std::size_t lineBufferSize = 8000;
 constexpr std::size_t flushSize = 65536;
 constexpr std::chrono::seconds longestWait(10);
 constexpr mode_t newFileMode = 0644;
-constexpr std::string_view lineBreaksAndZero("\r\n\0", 3);
+constexpr std::string_view lineBreaksAndZero = "\r\n\0"sv;
 
 bool fitsOneLine(std::string_view text) { return text.find_first_of(lineBreaksAndZero) == std::string_view::npos; }
 
@@ -56,15 +58,14 @@ Status setAll(LineEditor& editor, const std::vector<ConfigLines::KeyValue>& sett
     editor.writeLine(settings[i].first + '=' + settings[i].second);
     isWritten[i] = true;
   };
-  bool isReplaced = false;
+  auto setting = settings.end();  // the one that replaces the line
   for (LinePiece line; editor.readLine(line);) {
     if (line.startsLine) {
-      const auto found = std::find_if(settings.begin(), settings.end(),
-                                      [&](const auto& setting) { return carries(line.text, setting.first); });
-      isReplaced = found != settings.end();
-      if (isReplaced) write(static_cast<std::size_t>(found - settings.begin()));
+      setting = std::find_if(settings.begin(), settings.end(),
+                             [&](const auto& candidate) { return carries(line.text, candidate.first); });
+      if (setting != settings.end()) write(static_cast<std::size_t>(setting - settings.begin()));
     }
-    if (!isReplaced) editor.keepLine(line);
+    if (setting == settings.end()) editor.keepLine(line);
   }
   for (std::size_t i = 0; i < settings.size(); ++i) {
     if (!isWritten[i]) write(i);
@@ -108,7 +109,7 @@ bool readFirstValue(const std::string& path, std::string_view key, std::string& 
   LineReader reader(file, lineBufferSize, BlankLines::leftOut);
   for (LinePiece line; reader.next(line);) {
     const std::string_view text = StringUtils::trim(line.text, StringUtils::TrimSet::nonPrintable);
-    if (text.empty() || text.front() == '#' || !carries(text, key)) continue;
+    if (!carries(text, key) || text.front() == '#') continue;
     value = text.substr(key.size() + 1);
     return true;
   }

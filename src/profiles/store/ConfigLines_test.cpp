@@ -123,9 +123,20 @@ TEST_F(ConfigLinesTest, AnEmptyKeyOrAFileThatCannotBeReadHasNoValue) {
     EXPECT_FALSE(ConfigLines::readFirstValue(path, key, value));
     EXPECT_EQ(value, "");
   }
-  const ArmedFaults armed({1, false, EIO, {"read"}});
   std::string value = "old";
+  EXPECT_FALSE(ConfigLines::readFirstValue(std::string(kFile) + std::string("\0x", 2), "key", value))
+      << "a path with a zero byte";
+  EXPECT_EQ(value, "");
+  const ArmedFaults armed({1, false, EIO, {"read"}});
+  value = "old";
   EXPECT_FALSE(ConfigLines::readFirstValue(kFile, "key", value)) << "a failed read";
+  EXPECT_EQ(value, "");
+}
+
+TEST_F(ConfigLinesTest, ALineThatBeginsWithAHashHasNoKey) {
+  host::writeFile(kFile, "#key=1\n");
+  std::string value = "old";
+  EXPECT_FALSE(ConfigLines::readFirstValue(kFile, "#key", value));
   EXPECT_EQ(value, "");
 }
 
@@ -228,7 +239,19 @@ TEST_F(ConfigLinesTest, ARemovalWithoutALineOfTheKeyWritesNothing) {
   const ino_t before = infoOf(kFile).st_ino;
   EXPECT_THAT(removeKey(), HasCode(status::success));
   EXPECT_EQ(infoOf(kFile).st_ino, before);
+  {
+    const ArmedFaults armed({1, false, EIO, {"read"}});
+    EXPECT_THAT(removeKey(), HasCode(status::success));
+    EXPECT_GT(armed.count(), 1u);
+  }
+  EXPECT_EQ(infoOf(kFile).st_ino, before) << "only the edit finds out that no line has the key";
   EXPECT_EQ(host::readFile(kFile), "a=1");
+  for (const std::string& content : {std::string("a=1"), longLine(7999) + "key=1\n"}) {
+    host::writeFile(kFile, content);
+    const ArmedFaults counted{FaultPlan{}};
+    EXPECT_THAT(removeKey(), HasCode(status::success));
+    EXPECT_THAT(counted.calls(), testing::Not(testing::Contains("flock"))) << "nothing is made beside the file";
+  }
 }
 
 // --- The file that an edit leaves
@@ -677,6 +700,17 @@ TEST_F(ConfigLinesTest, AFaultAnywhereLeavesTheWholeOldFileOrTheWholeNewOne) {
   }
 }
 
+TEST_F(ConfigLinesTest, AFailedSyncOrCloseOfTheNewFileIsAFailedWrite) {
+  // The first close is that of the lock directory.
+  for (const FaultPlan& plan : {FaultPlan{1, false, EIO, {"fsync"}}, FaultPlan{2, false, EIO, {"close"}}}) {
+    SCOPED_TRACE(*plan.calls.begin());
+    host::writeFile(kFile, "key=1\n");
+    const ArmedFaults armed(plan);
+    EXPECT_THAT(setKey(), HasCode(status::writeError));
+    EXPECT_EQ(host::readFile(kFile), "key=1\n");
+  }
+}
+
 // --- The lock
 
 TEST_F(ConfigLinesTest, AnEditWaitsTenSecondsAtMostForAHolderAndThenChangesNothing) {
@@ -697,7 +731,7 @@ TEST_F(ConfigLinesTest, AllEditsWithinALimitWaitTenSecondsTogetherAndTheLastOneS
   ReplacementFile other;
   ASSERT_THAT(other.make(kFile, std::chrono::steady_clock::now()), HasCode(status::success));
   const SkippedPauses skipped;
-  const ConfigLines::EditLimit limit;
+  ConfigLines::EditLimit limit;
   EXPECT_THAT(setKey(), HasCode(status::openError));
   EXPECT_THAT(removeKey(), HasCode(status::openError));
   EXPECT_EQ(skipped.total(), std::chrono::seconds(10));
@@ -874,7 +908,7 @@ TEST(EditLimit, ItsTenSecondsBeginWithTheFirstEditAndEndWithItForItsThreadAlone)
   const auto pause = [] { std::this_thread::sleep_for(std::chrono::milliseconds(20)); };
   LineEditor::Clock::time_point deadline;
   {
-    const EditLimit limit;
+    EditLimit limit;
     pause();
     const auto firstEdit = LineEditor::Clock::now();
     deadline = EditLimit::deadline();

@@ -18,6 +18,10 @@ namespace {
 constexpr std::chrono::seconds longestWait(1);
 constexpr mode_t nameFileMode = 0640;
 
+using Clock = FileWriter::Clock;
+
+thread_local NameRepair::Limit* currentLimit = nullptr;
+
 bool hasGone(const StoreFile& directory, const std::string& path) {
   return placeOf(directory.fd.get(), AT_FDCWD, path.c_str()) == Place::another;
 }
@@ -36,7 +40,7 @@ bool makeWayForName(int directoryFd) {
   return S_ISREG(info.st_mode) || ::unlinkat(directoryFd, ProfileStore::nameFile, 0) == 0;  // removes no directory
 }
 
-bool openName(FileWriter& writer, int directoryFd, FileWriter::Clock::time_point deadline) {
+bool openName(FileWriter& writer, int directoryFd, Clock::time_point deadline) {
   if (writer.openLocked(directoryFd, ProfileStore::nameFile, nameFileMode, deadline)) return true;
   return isReplaceable(errno) && makeWayForName(directoryFd) &&
          writer.openLocked(directoryFd, ProfileStore::nameFile, nameFileMode, deadline);
@@ -53,9 +57,24 @@ bool writeName(FileWriter& writer, const std::string& name) {
 
 }  // namespace
 
-NameRepair::Result NameRepair::run(const std::string& dir, const std::string& listed, const Choose& choose,
-                                   std::string& name) {
-  if (deadline_ == Clock::time_point::min()) deadline_ = Clock::now() + longestWait;
+namespace NameRepair {
+
+Limit::Limit() {
+  if (currentLimit == nullptr) currentLimit = this;
+}
+Limit::~Limit() {
+  if (currentLimit == this) currentLimit = nullptr;
+}
+
+Clock::time_point Limit::deadline() {
+  const Clock::time_point end = Clock::now() + longestWait;
+  if (currentLimit == nullptr) return end;
+  if (currentLimit->end_ == Clock::time_point::min()) currentLimit->end_ = end;
+  return currentLimit->end_;
+}
+
+Result run(const std::string& dir, const std::string& listed, const Choose& choose, std::string& name) {
+  const Clock::time_point deadline = Limit::deadline();
   const StoreFile directory = openInStore(AT_FDCWD, dir.c_str(), O_PATH | O_DIRECTORY, Follow::trusted);
   if (!directory.fd.isOpen()) return errno == ENOENT || errno == ENOTDIR ? Result::gone : Result::failed;
   // In a directory of somebody else a failure must not stop the whole store.
@@ -64,7 +83,7 @@ NameRepair::Result NameRepair::run(const std::string& dir, const std::string& li
   const std::string path = dir + '/' + ProfileStore::nameFile;  // allocated before a new file exists
   FileWriter writer;
   Leftover newFile;  // if memory runs out before the name is in it
-  if (!openName(writer, directory.fd.get(), deadline_)) {
+  if (!openName(writer, directory.fd.get(), deadline)) {
     const int error = errno;
     if (error == ENOENT || hasGone(directory, dir)) return Result::gone;
     return error == EWOULDBLOCK ? Result::notWritten : failure;
@@ -79,3 +98,5 @@ NameRepair::Result NameRepair::run(const std::string& dir, const std::string& li
   if (found != listed) name = choose(found);
   return name == found || writeName(writer, name) ? Result::done : failure;
 }
+
+}  // namespace NameRepair

@@ -1,8 +1,8 @@
 // NameRepair: gives a profile a display name that no other profile has.
 //
-//   NameRepair repair;                                       // one for all repairs of a command
+//   NameRepair::Limit limit;                                  // in a command, for all its repairs
 //   std::string name;
-//   const auto result = repair.run(dir, listedName, [&](const std::string& found) { return unique(found); }, name);
+//   const auto result = NameRepair::run(dir, listedName, makeUnique, name);
 //
 // Other processes write names too, and the directory may belong to somebody else. So a repair locks the name file,
 // reads it once more through that descriptor, and makes the new name from nothing but what it finds there. A name that
@@ -16,24 +16,38 @@
 
 #include "base/files/FileAccess.h"
 
-class NameRepair {
+namespace NameRepair {
+
+// The repairs that one thread makes for a command, which together wait for locks for one second at most. The second
+// begins with the first repair. Inside the scope of another limit it has no effect. A repair outside of every limit has
+// a second of its own.
+class Limit {
  public:
-  enum class Result {
-    done,        // the name is on the disk
-    notWritten,  // another process kept the lock, or the repair failed where somebody else may write in the directory
-    gone,        // the directory has gone
-    failed,      // any other failure
-  };
+  Limit();
+  ~Limit();
+  Limit(const Limit&) = delete;
+  Limit& operator=(const Limit&) = delete;
 
-  // Returns the name for a profile whose file holds `found`, which is empty if it holds none. It may be `found` itself.
-  using Choose = std::function<std::string(const std::string& found)>;
-
-  // Repairs the name of the profile in the directory `dir`. `listed` is what its file held before. Sets `name` to the
-  // new name, or to the name chosen for `listed` if the result is notWritten; `name` means nothing if the result is
-  // gone or failed. All repairs of one object together wait for locks for one second at most.
-  Result run(const std::string& dir, const std::string& listed, const Choose& choose, std::string& name);
+  // Returns the time until which a repair that begins now waits for a lock.
+  static FileWriter::Clock::time_point deadline();
 
  private:
-  using Clock = FileWriter::Clock;
-  Clock::time_point deadline_ = Clock::time_point::min();  // set by the first repair
+  FileWriter::Clock::time_point end_ = FileWriter::Clock::time_point::min();
 };
+
+enum class Result {
+  done,        // the name is on the disk
+  notWritten,  // another process kept the lock, or the repair failed where somebody else may write in the directory
+  gone,        // the directory has gone
+  failed,      // any other failure
+};
+
+// Returns the name for a profile whose file holds `found`, which is empty if it holds none. It may be `found` itself.
+using Choose = std::function<std::string(const std::string& found)>;
+
+// Repairs the name of the profile in the directory `dir`. `listed` is what its file held before. Sets `name` to the
+// name chosen from what the file holds, or from `listed` if the file was not read; it means nothing if the result is
+// gone or failed.
+Result run(const std::string& dir, const std::string& listed, const Choose& choose, std::string& name);
+
+}  // namespace NameRepair

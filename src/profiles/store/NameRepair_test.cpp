@@ -9,9 +9,11 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "base/system/Leftover.h"
 #include "base/system/UniqueFd.h"
 #include "testing/faults/FaultInjector.h"
 #include "testing/models/SkippedPauses.h"
@@ -37,10 +39,9 @@ class RepairOfANameTest : public HostTest {
       found_.push_back(found);
       return found == "free" ? found : (found.empty() ? "profile" : found) + "#2";
     };
-    return repairs_.run(kDir, listed, choose, name_);
+    return NameRepair::run(kDir, listed, choose, name_);
   }
 
-  NameRepair repairs_;
   std::string name_;
   std::vector<std::string> found_;
 };
@@ -146,16 +147,23 @@ TEST_F(RepairOfANameTest, ALinkSwappedAtAnyStepTellsNoSecretAndChangesNoTarget) 
   EXPECT_GT(steps, 10u);
 }
 
-TEST_F(RepairOfANameTest, AllRepairsTogetherWaitOneSecondForLocksAndThenWriteNothing) {
+TEST_F(RepairOfANameTest, AllRepairsOfALimitTogetherWaitOneSecondForLocksAndThenWriteNothing) {
   host::writeFile(kName, "lab\n");
   const UniqueFd lock(::open(kName, O_RDONLY | O_CLOEXEC));
   ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
-  const SkippedPauses skipped;
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(repair("lab"), Result::notWritten);
-    EXPECT_EQ(name_, "lab#2") << "it is listed under its unique name";
+  for (const bool isLimited : {true, false}) {
+    SCOPED_TRACE(isLimited);
+    const SkippedPauses skipped;
+    std::optional<NameRepair::Limit> outer;
+    if (isLimited) outer.emplace();
+    for (int i = 0; i < 3; ++i) {
+      std::optional<NameRepair::Limit> inner;
+      if (isLimited) inner.emplace();
+      EXPECT_EQ(repair("lab"), Result::notWritten);
+      EXPECT_EQ(name_, "lab#2") << "it is listed under its unique name";
+    }
+    EXPECT_EQ(skipped.total(), std::chrono::seconds(isLimited ? 1 : 3));
   }
-  EXPECT_EQ(skipped.total(), std::chrono::seconds(1));
   EXPECT_EQ(host::readFile(kName), "lab\n");
 }
 
@@ -203,6 +211,22 @@ TEST_F(RepairOfANameTest, NoNameIsMadeInADirectoryThatIsMovedBeforeTheLastLook) 
   }
 }
 
+TEST_F(RepairOfANameTest, IfMemoryRunsOutANewFileIsRemovedAndAnOldOneStays) {
+  for (const bool isNew : {true, false}) {
+    SCOPED_TRACE(isNew);
+    host::reset();
+    host::makeDirs(kDir);
+    if (!isNew) host::writeFile(kName, "lab\n");
+    FaultPlan plan;
+    plan.calls = {"write"};
+    plan.before = [](std::size_t) { removeLeftovers(); };
+    const ArmedFaults armed(plan);
+    repair(isNew ? "" : "lab");
+    EXPECT_EQ(armed.count(), 1u);
+    EXPECT_EQ(host::exists(kName), !isNew);
+  }
+}
+
 TEST_F(RepairOfANameTest, AFailedWriteStopsAListingOnlyInADirectoryOfOurOwn) {
   SKIP_WITHOUT_OTHER_USERS();
   for (const bool isOurs : {true, false}) {
@@ -212,7 +236,8 @@ TEST_F(RepairOfANameTest, AFailedWriteStopsAListingOnlyInADirectoryOfOurOwn) {
     if (!isOurs) host::giveTo(kStranger, kDir);
     if (!isOurs) host::giveTo(kStranger, kName);
     const ArmedFaults armed(FaultPlan{1, true, EIO, {"write"}});
-    EXPECT_EQ(repair("lab"), isOurs ? Result::failed : Result::notWritten);
+    EXPECT_EQ(repair("older"), isOurs ? Result::failed : Result::notWritten);
+    EXPECT_EQ(name_, "lab#2") << "from what the file holds";
   }
 }
 

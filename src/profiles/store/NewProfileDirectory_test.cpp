@@ -64,13 +64,13 @@ TEST_F(NewProfileDirectoryTest, TheSearchEndsAtTheThirdFailureInARowAndAtOnceWit
     const char* dirname;
     std::size_t calls;
   } cases[] = {
-      {"after one failure the next number is tried", [] {}, {1, false, EACCES, {"mkdir"}}, "profile-123124", 2},
-      {"three failures in a row", [] {}, {1, true, EACCES, {"mkdir"}}, "", 3},
-      {"three failures after two existing entries", makeTwo, {3, true, ENOSPC, {"mkdir"}}, "", 5},
-      {"a read-only store", [] { host::setMode(host::kProfiles, 0555); }, {0, false, 0, {"mkdir"}}, "", 3},
-      {"a missing store", [] { host::remove(host::kProfiles); }, {0, false, 0, {"mkdir"}}, "", 1},
-      {"a store that is a file", replaceStore, {0, false, 0, {"mkdir"}}, "", 1},
-      {"the last number is 999998", [] {}, {1, true, EEXIST, {"mkdir"}}, "", 999998u - 123123u + 1u},
+      {"after one failure the next number is tried", [] {}, {1, false, EACCES, {"mkdirat"}}, "profile-123124", 2},
+      {"three failures in a row", [] {}, {1, true, EACCES, {"mkdirat"}}, "", 3},
+      {"three failures after two existing entries", makeTwo, {3, true, ENOSPC, {"mkdirat"}}, "", 5},
+      {"a read-only store", [] { host::setMode(host::kProfiles, 0555); }, {0, false, 0, {"mkdirat"}}, "", 3},
+      {"a missing store", [] { host::remove(host::kProfiles); }, {0, false, 0, {"mkdirat"}}, "", 0},
+      {"a store that is a file", replaceStore, {0, false, 0, {"mkdirat"}}, "", 0},
+      {"the last number is 999998", [] {}, {1, true, EEXIST, {"mkdirat"}}, "", 999998u - 123123u + 1u},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
@@ -93,7 +93,7 @@ TEST_F(NewProfileDirectoryTest, AnExistingEntryBetweenFailuresRestartsTheirCount
   host::makeDirs("/etc/zuv/profiles/profile-123125");
   host::setMode(host::kProfiles, 0555);
   FaultPlan plan;
-  plan.calls = {"mkdir"};
+  plan.calls = {"mkdirat"};
   plan.before = [](std::size_t number) {
     if (number == 6) host::setMode(host::kProfiles, 0755);
   };
@@ -105,7 +105,7 @@ TEST_F(NewProfileDirectoryTest, AnExistingEntryBetweenFailuresRestartsTheirCount
 
 TEST_F(NewProfileDirectoryTest, ADirectoryWhoseModeCannotBeSetIsNotLeftBehind) {
   ::umask(077);
-  const ArmedFaults armed({1, false, EPERM, {"chmod"}});
+  const ArmedFaults armed({1, false, EPERM, {"fchmodat"}});
   EXPECT_EQ(made(), "profile-123124");
   EXPECT_EQ(host::tree(host::kProfiles), "d 0755 profile-123124\n");
 }
@@ -149,14 +149,14 @@ TEST_F(NewProfileDirectoryTest, AFaultAnywhereLeavesOneDirectoryOrNone) {
         if (!fault) {
           EXPECT_EQ(dirname, "profile-123123");
         }
-        if (fault.fromThereOn && fault.call == "chmod") {
+        if (fault.fromThereOn && fault.call == "fchmodat") {
           EXPECT_EQ(dirname, "");
           EXPECT_EQ(store, "d 0755 profile-123123\n") << "every later call fails, so the directory cannot be removed";
         } else {
           EXPECT_EQ(store, dirname.empty() ? "" : "d 0755 " + dirname + "\n");
         }
       });
-  EXPECT_EQ(steps, 2u);  // mkdir, chmod
+  EXPECT_EQ(steps, 4u);  // openat2, mkdirat, fchmodat, close
 }
 
 }  // namespace

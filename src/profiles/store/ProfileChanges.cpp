@@ -175,7 +175,7 @@ namespace ProfileChanges {
 //   6. start the daemon, if step 2 was necessary, or if activation is requested and step 3 did not fail
 // The status is that of the first failure.
 Status modifyProfile(const std::string& selector, const Modification& wanted, ProfileDetails& details) {
-  const ConfigLines::EditLimit limit;
+  ConfigLines::EditLimit limit;
   details = ProfileDetails();
   ProfileRecord profile;
   Status found = beginChange(selector, Template::refused, profile);

@@ -24,15 +24,14 @@ namespace ProfileChanges {
 //   - for any other profile, stops the daemon whatever its state, makes the profile active and starts the daemon.
 // Sets `name` to the display name. Statuses: that of the start, since a failed stop or switch is not reported; "invalid
 // argument" for an empty selector; "profile not found" if the active profile is selected and its directory is missing,
-// so that the daemon is never started without a
-// profile. A failed start sets `name` too.
+// so that the daemon is never started without a profile. A failed start sets `name` too.
 Status activateProfile(const std::string& selector, const std::string& initSystem, std::string& name);
 
 // Removes the profile's directory and everything in it. If the directory is a symbolic link, removes the link alone. If
 // something cannot be removed (a FIFO, a socket, a device, a broken link), the name file stays as well, so the deletion
 // can be repeated under the same name. The caller elects another active profile.
 // Statuses: "invalid argument" for the selectors ".factory" and ".current"; "command cannot be executed while the
-// profile is running"; "application error" if anything could not be removed.
+// profile is running"; those of removeProfile (see ProfileRemoval.h).
 Status deleteProfile(const std::string& selector);
 
 // Changes the display name of a profile, even while the profile is active and running. Sets `name` to the resulting

@@ -3,12 +3,16 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <chrono>
 #include <functional>
 
+#include "base/files/FileLock.h"
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
 #include "profiles/store/ProfileStore.h"
 #include "testing/faults/FaultInjector.h"
+#include "testing/models/SkippedPauses.h"
 #include "testing/run/HostTest.h"
 
 namespace {
@@ -1038,6 +1042,46 @@ TEST_F(ModifyTest, AFailedStopOrStartIsReturnedAndAllChangesAreMade) {
     expectDaemon(c);
     EXPECT_EQ(host::tree(c.selector == "lab"s ? kLab : kOffice), kEverythingChanged) << c.why;
   }
+}
+
+TEST_F(ModifyTest, AFailedStopIsReturnedEvenIfALaterStepFailsTooAndAFailedMarkerBeforeAFailedStart) {
+  const auto failBoth = [] {
+    makeRunning();
+    host::installScript(kSystemctl, "echo $1 >> /tmp/calls\n[ $1 = start ] && exit 4\nkill -KILL $$\n");
+  };
+  const auto failStart = [] {
+    makeRunning();
+    host::installScript(kSystemctl, "echo $1 >> /tmp/calls\n[ $1 = stop ]\n");
+  };
+  const DaemonCase cases[] = {
+      {"an empty interface", failBoth, "lab", with(&Modification::network, ""), "stop\nstart\n", "profile-1\n",
+       status::childKilledBySignal},
+      {"the level and the start", failBoth, "lab", with(&Modification::logLevel, "verbose"), "stop\nstart\n",
+       "profile-1\n", status::childKilledBySignal},
+      {"the marker and the start", failBoth, "office", with(&Modification::activate, true), "stop\nstart\n",
+       "profile-2\n", status::childKilledBySignal},
+      {"the marker and the start, but not the stop", failStart, "office", with(&Modification::activate, true),
+       "stop\nstart\n", "profile-2\n", status::applicationError},
+  };
+  for (DaemonCase c : cases) {
+    makeScene();
+    c.put();
+    c.put = [] {};
+    const ArmedFaults armed({1, true, EPERM, {"chmod"}});  // the one of the marker
+    expectDaemon(c);
+  }
+}
+
+// The lock of a file counts for files of that name in all profiles.
+TEST_F(ModifyTest, AllEditsTogetherWaitTenSecondsForLocks) {
+  host::setMode("/tmp/lock", 0755);  // a lock in a directory where others may write stops no edit
+  const FileLock hip("hip.conf");
+  const FileLock endbox("endbox.conf");
+  ASSERT_TRUE(hip.isLocked() && endbox.isLocked());
+  const SkippedPauses skipped;
+  const Modification wanted = with(&Modification::network, "eth0", with(&Modification::invitation, "code"));
+  EXPECT_THAT(modify("office", wanted), gave(status::openError, ""));
+  EXPECT_EQ(skipped.total(), std::chrono::seconds(10));
 }
 
 TEST_F(ModifyTest, AMarkerThatCannotBeWrittenIsAnApplicationErrorAndTheDaemonIsStarted) {

@@ -136,10 +136,7 @@ bool makeActiveAndStart(const NewProfile& wanted, const std::string& dirname, St
 }
 
 // Makes a profile's directory the working directory. A failure is ignored, since all our own paths are absolute.
-void workIn(const std::string& dir) {
-  const bool entered = chdir(dir.c_str()) == 0;
-  (void)entered;
-}
+void workIn(const std::string& dir) { [[maybe_unused]] const int result = chdir(dir.c_str()); }
 
 }  // namespace
 
@@ -157,7 +154,7 @@ namespace ProfileControl {
 //                                                    startsOnlyIfActive
 //   9. start the daemon                              the profile
 Status createProfile(const NewProfile& wanted, CreatedProfile& made) {
-  const ConfigLines::EditLimit limit;
+  ConfigLines::EditLimit limit;
   made = CreatedProfile();
   if (!isAuthorized()) return Status::of(status::authenticationError);
   const std::string wish = ProfileTexts::cleanName(wanted.name);

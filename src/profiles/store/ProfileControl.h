@@ -67,7 +67,8 @@ Status cmdGetProfileDetails(const std::string& selector, ProfileDetails& details
 //     if the store cannot be listed, if another process deletes the profile meanwhile, or if it cannot be made active;
 //   - otherwise the status of the failed file operation or of the start of the daemon.
 // A later failure leaves the numbered directory with everything written to it so far. If the daemon was stopped because
-// of `activate`, and the template, the name or the Helmsor address cannot be written, it stays stopped.
+// of `activate`, it stays stopped if the template, the name or the Helmsor address cannot be written, or if another
+// process deletes the profile meanwhile.
 Status createProfile(const NewProfile& wanted, CreatedProfile& made);
 
 // Ensures that there is an active profile. Keeps the active profile if it has a hip.conf; otherwise makes the first

@@ -3,11 +3,16 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <chrono>
+
+#include "base/files/FileLock.h"
 #include "base/files/ProgramDirectories.h"
 #include "command/framework/Authorization.h"
 #include "command/status/AppStatusCodes.h"
 #include "profiles/store/ProfileStore.h"
 #include "testing/faults/FaultInjector.h"
+#include "testing/models/SkippedPauses.h"
 #include "testing/run/HostTest.h"
 
 namespace {
@@ -444,13 +449,13 @@ TEST_F(CreateTest, AFailedWriteOfNameOrAddressSkipsTheLaterStepsAndAFailedEditSk
   };
   const std::string certificates = "d 0755 ca-certs\nf 0644 ca-certs/ca.pem \"pem\\n\"\n";
   FaultPlan blockedAddress = {0, false, 0, {"mkdir"}};
-  blockedAddress.before = [](std::size_t call) {  // the second mkdir is that of the certificates
-    if (call == 2) host::makeDirs(kMade + "/mapconfig.static"s);
+  blockedAddress.before = [](std::size_t call) {  // the one mkdir is that of the certificates
+    if (call == 1) host::makeDirs(kMade + "/mapconfig.static"s);
   };
   const Creation cases[] = {
       {"a failed write of the name", put, status::writeError, "", "", "", {1, false, ENOSPC, {"write"}}, 1},
       {"a failed write of the address", put, status::openError,
-       certificates + "d 0755 mapconfig.static\nf 0640 profile_name \"lab\\n\"\n", "", "", blockedAddress, 2},
+       certificates + "d 0755 mapconfig.static\nf 0640 profile_name \"lab\\n\"\n", "", "", blockedAddress, 1},
       {"a failed edit of the interface",
        put,
        status::renameError,
@@ -482,6 +487,20 @@ TEST_F(CreateTest, AProfileThatAnotherProcessDeletesMeanwhileIsAFailureAndIsNeve
     EXPECT_EQ(host::recordedCalls(), "");
     EXPECT_FALSE(host::exists(host::kCurrent));
   }
+}
+
+// The lock of a file counts for files of that name in all profiles.
+TEST_F(CreateTest, AllEditsTogetherWaitTenSecondsForLocks) {
+  host::setMode("/tmp/lock", 0755);  // a lock in a directory where others may write stops no edit
+  const FileLock hip("hip.conf");
+  const FileLock endbox("endbox.conf");
+  ASSERT_TRUE(hip.isLocked() && endbox.isLocked());
+  NewProfile wanted = wish("lab");
+  wanted.network = "eth0";
+  wanted.invitation = "code";
+  const SkippedPauses skipped;
+  create(wanted, status::openError);
+  EXPECT_EQ(skipped.total(), std::chrono::seconds(10));
 }
 
 // --- Create: activation
@@ -543,6 +562,31 @@ TEST_F(CreateActiveTest, AFailedStartIsReturnedButTheProfileIsCreatedAndActive) 
        status::childExitedNonzero, created, "profile-123123\n"},
   };
   for (const Creation& c : cases) expectCreation(c, activeWish(), makeRunning);
+}
+
+TEST_F(CreateActiveTest, AMarkerThatCannotBeWrittenIsReturnedEvenIfTheStartFailsToo) {
+  const Creation c = {"both fail",
+                      [](NewProfile&) { host::installScript(kSystemctl, "exit 3\n"); },
+                      status::applicationError,
+                      "d 0755 ca-certs\n" + kAddressAndName,
+                      "profile-123123\n",
+                      "",
+                      {2, true, EPERM, {"chmod"}},  // the first one is that of the certificates
+                      2};
+  expectCreation(c, activeWish(), makeRunning);
+}
+
+TEST_F(CreateActiveTest, ADaemonThatWasStoppedStaysStoppedIfAnotherProcessDeletesTheProfileMeanwhile) {
+  makeRunning();
+  FaultPlan plan = {0, false, 0, {"fstatat"}};
+  plan.before = [](std::size_t) {
+    const std::string address = kMade + "/mapconfig.static"s;
+    if (host::exists(address) && !host::readFile(address).empty()) host::remove(kMade);
+  };
+  const ArmedFaults armed(plan);
+  create(activeWish(), status::applicationError);
+  EXPECT_EQ(host::recordedCalls(), "systemctl stop hip\n");
+  EXPECT_EQ(current(), "profile-1\n");
 }
 
 TEST_F(CreateActiveTest, TheOldProfileStaysActiveIfActivationIsNotWantedOrNotReached) {
@@ -713,7 +757,7 @@ TEST_F(ElectingTest, WithoutAUsableActiveProfileTheFirstByNameBecomesActiveWitho
     SCOPED_TRACE(c.why);
     ASSERT_EQ(::chdir("/"), 0);
     host::reset();
-    host::writeFile("/etc/zuv/profiles/profile-1/profile_name", "b\n", 0640);
+    host::writeFile("/etc/zuv/profiles/profile-1/profile_name", "", 0640);
     host::makeProfile("profile-2", "a");
     if (c.marker != nullptr) host::writeFile(host::kCurrent, c.marker, 0666);
     c.put();
@@ -724,6 +768,7 @@ TEST_F(ElectingTest, WithoutAUsableActiveProfileTheFirstByNameBecomesActiveWitho
     EXPECT_EQ(current(), "profile-2\n");
     EXPECT_EQ(host::modeOf(host::kCurrent), 0666u);
     EXPECT_EQ(workingDirectory(), "/etc/zuv/profiles/profile-2");
+    EXPECT_EQ(host::readFile("/etc/zuv/profiles/profile-1/profile_name"), "profile\n");  // repaired
   }
 }
 

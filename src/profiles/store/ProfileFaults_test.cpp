@@ -99,6 +99,7 @@ Lines linesOf(const std::string& text) {
 const std::string kReadFile = "openat fstat read close ";
 const std::string kCopyFile =
     "stat openat fstat openat openat fstat flock fstat fstatat read write fchmod close close ";
+const std::string kMakeNumbered = "openat mkdirat fchmodat close ";
 const std::string kWriteNewFile = "openat openat fstat flock fstat fstatat write fchmod close ";
 // By a text of the same length.
 const std::string kOverwriteFile = "openat fstat flock fstat fstatat pread write fchmod fstat close close ";
@@ -225,17 +226,17 @@ const Operation kOperations[] = {
      kFailuresOfCreate,
      {{host::kCurrent, 0666, {"profile-1\n"}, {"profile-123123\n", "profile-123124\n"}}},
      "systemctl stop hip\nsystemctl start hip\n",
-     "mkdir chmod " + list(6) + kReadFile + "close " +  // create the directory, list the store to choose a name
-         "openat " +                                    // open the new directory
-         times(2, kReadFile) + "fork waitpid " +        // read marker and heartbeat, stop the daemon
-         "openat " + kWriteNewFile +                    // find no template, write the name
-         "mkdir chmod openat " + kWriteNewFile +        // find no certificates, write the Helmsor address
-         "fstat fstatat " +                             // see that the directory is still there
-         kWriteLongerFile + "chmod fork waitpid " +     // write the marker, start the daemon
-         times(3, kReadFile) + "openat " +              // read the name, and the marker twice; find no heartbeat
-         "openat getifaddrs " +                         // find no interface; read the interfaces
-         "openat fstatat openat openat openat " +       // find no device_id, device_ip, device_mask and invitation
-         kReadFile + "openat openat close "},           // read the Helmsor address; find neither level
+     kMakeNumbered + list(6) + kReadFile + "close " +  // create the directory, list the store to choose a name
+         "openat " +                                   // open the new directory
+         times(2, kReadFile) + "fork waitpid " +       // read marker and heartbeat, stop the daemon
+         "openat " + kWriteNewFile +                   // find no template, write the name
+         "mkdir chmod openat " + kWriteNewFile +       // find no certificates, write the Helmsor address
+         "fstat fstatat " +                            // see that the directory is still there
+         kWriteLongerFile + "chmod fork waitpid " +    // write the marker, start the daemon
+         times(3, kReadFile) + "openat " +             // read the name, and the marker twice; find no heartbeat
+         "openat getifaddrs " +                        // find no interface; read the interfaces
+         "openat fstatat openat openat openat " +      // find no device_id, device_ip, device_mask and invitation
+         kReadFile + "openat openat close "},          // read the Helmsor address; find neither level
     {"modifying",
      [] {
        makeTwoProfiles();
@@ -445,7 +446,7 @@ TEST_F(ProfileFaultsTest, AFaultDuringACreationLeavesTheOldStoreAndOnlyWholeFile
     }
   });
   EXPECT_EQ(fault_loop::run(loop, {}, createLab),
-            wordsOf("mkdir chmod " +                                   // create the directory
+            wordsOf(kMakeNumbered +                                    // create the directory
                     list(7) + kReadFile + "close " +                   // list the store to choose a name
                     "openat " + list(5) + kCopyFile + "close " +       // open the directory, copy the template
                     kWriteNewFile +                                    // write the name

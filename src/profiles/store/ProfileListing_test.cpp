@@ -11,6 +11,7 @@
 #include "base/system/UniqueFd.h"
 #include "command/status/AppStatusCodes.h"
 #include "profiles/store/ProfileStore.h"
+#include "testing/faults/AllocationCount.h"
 #include "testing/faults/FaultInjector.h"
 #include "testing/models/SkippedPauses.h"
 #include "testing/run/HostTest.h"
@@ -67,6 +68,37 @@ std::string firstOf(std::initializer_list<const char*> dirnames) {
 // --- What is listed
 
 using ProfileListingTest = HostTest;
+
+// Returns how many blocks `list` allocates in a store of this many profiles.
+std::ptrdiff_t blocksToList(int profiles, void (*list)()) {
+  host::reset();
+  for (int n = 100; n < 100 + profiles; ++n) {
+    host::makeProfile("profile-" + std::to_string(n), "name" + std::to_string(n));
+  }
+  const std::ptrdiff_t before = newBlocksSoFar();
+  list();
+  return newBlocksSoFar() - before;
+}
+
+// A list that grew would grow between 60 and 70 profiles, because 64 is a power of two, but not between 50 and 60.
+TEST_F(ProfileListingTest, EachListIsAllocatedOnceWhateverItsLength) {
+  const std::pair<const char*, void (*)()> cases[] = {
+      {"ProfileListing::read", [] { EXPECT_TRUE(ProfileListing().read()); }},
+      {"listProfiles",
+       [] {
+         std::vector<ProfileRecord> records;
+         EXPECT_TRUE(ProfileStore::listProfiles(records));
+       }},
+      {"chooseNewName", [] {
+         std::string name;
+         EXPECT_TRUE(ProfileStore::chooseNewName("name", false, "", name));
+       }}};
+  for (const auto& [why, list] : cases) {
+    SCOPED_TRACE(why);
+    const std::ptrdiff_t fifty = blocksToList(50, list), sixty = blocksToList(60, list);
+    EXPECT_EQ(blocksToList(70, list) - sixty, sixty - fifty);
+  }
+}
 
 TEST_F(ProfileListingTest, AnEmptyStoreHasNoProfilesAndTheListingOfAMissingStoreFails) {
   EXPECT_THAT(listed(), IsEmpty());
@@ -487,6 +519,16 @@ std::vector<std::string> usedUpTo(int last) {
 TEST_F(UniqueNameTest, TheLastNumberIs999999AndThenTheNameIsReturnedUnchanged) {
   EXPECT_EQ(ProfileStore::uniqueName("x", usedUpTo(999998)), "x#999999");
   EXPECT_EQ(ProfileStore::uniqueName("x", usedUpTo(999999)), "x");
+}
+
+TEST_F(UniqueNameTest, ANewNameIsNotChosenIfAllItsNumbersAreTaken) {
+  for (const int last : {999998, 999999}) {
+    SCOPED_TRACE(last);
+    const std::vector<std::string> inUse = usedUpTo(last);
+    std::string name = "left over";
+    EXPECT_EQ(ProfileStore::chooseUnusedName("x", true, {inUse.begin(), inUse.end()}, name), last == 999998);
+    EXPECT_EQ(name, last == 999998 ? "x#999999" : "");
+  }
 }
 
 // --- Choosing the name of a new profile

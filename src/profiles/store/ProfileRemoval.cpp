@@ -129,7 +129,7 @@ Status removeOpen(int rootFd, const std::string& dirname, int fd) {
 
 Status removeProfile(const std::string& dirname) {
   if (dirname.empty()) return Status::of(status::applicationError);
-  const UniqueFd rootFd = FileUtils::openDirectory(ProfileStore::profilesRoot());
+  const UniqueFd rootFd = ProfileStore::openRoot(O_RDONLY);
   if (!rootFd.isOpen()) return Status::of(status::applicationError);
   finishEarlierDeletes(rootFd.get());
   const UniqueFd fd = FileUtils::openRealDirectory(rootFd.get(), dirname);

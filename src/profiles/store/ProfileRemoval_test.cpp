@@ -364,6 +364,21 @@ TEST_F(ProfileRemovalTest, LinksInTheProfileAreRemovedAndNeverFollowed) {
   EXPECT_EQ(host::tree(kOther), "f 0644 file \"other\"\n");
 }
 
+// The calls for a missing directory are an unlink, an open and a removal.
+TEST_F(ProfileRemovalTest, ALinkInThePlaceOfADirectoryOfCertificatesTakesOneCall) {
+  const auto callsToRemoveIt = [] {
+    const ArmedFaults counted{FaultPlan{}};
+    EXPECT_THAT(removeIt(), HasCode(status::success));
+    return counted.count();
+  };
+  host::makeProfile("profile-1", "lab");
+  const std::size_t calls = callsToRemoveIt();
+  host::makeProfile("profile-1", "lab");
+  host::makeLink(kDir + std::string("/ca-certs"), "/missing");
+  EXPECT_EQ(callsToRemoveIt(), calls - 2);
+  EXPECT_EQ(store(), "");
+}
+
 TEST_F(ProfileRemovalTest, ADeleteWaitsTenSecondsAtMostForAnotherOneAndThenRemovesNothing) {
   prepare();
   const std::string before = store();

@@ -1,5 +1,7 @@
 #include "profiles/store/ProfileStore.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cstring>
 #include <unordered_map>
@@ -11,6 +13,7 @@
 #include "base/files/DirectoryReader.h"
 #include "base/files/FileInfo.h"
 #include "base/files/ProgramDirectories.h"
+#include "base/files/StoreOpener.h"
 #include "base/files/WholeFile.h"
 #include "base/text/StringUtils.h"
 #include "command/status/AppStatusCodes.h"
@@ -37,10 +40,10 @@ bool isPlainName(std::string_view dirname) {
          dirname.find('\0') == std::string_view::npos;
 }
 
-// Copies a path to a caller's buffer as strlcpy(3) would.
+// Copies a path, which is empty if it could not be formed, to a caller's buffer as strlcpy(3) would.
 bool copyOut(bool formed, const std::string& path, char* buffer, std::size_t size) {
   if (size == 0) return false;
-  const std::size_t length = std::min(formed ? path.size() : 0, size - 1);
+  const std::size_t length = std::min(path.size(), size - 1);
   std::memcpy(buffer, path.data(), length);
   buffer[length] = '\0';
   return formed && length == path.size();
@@ -52,6 +55,7 @@ namespace ProfileStore {
 
 const char* baseDir() { return FileUtils::configRoot(); }
 const char* profilesRoot() { return root; }
+UniqueFd openRoot(int flags) { return openDirectoryInStore(root, flags); }
 std::string factoryDir() { return concatenate({root, factoryName}); }
 std::string activeFile() { return concatenate({root, currentName}); }
 
@@ -104,7 +108,7 @@ bool readProfileName(const std::string& dir, std::string& name) {
   if (!name.empty()) return true;
   if (!FileUtils::isRealDirectory(dir)) return false;
   const auto choose = [](const std::string& found) { return found.empty() ? nameOfUnnamed : found; };
-  switch (NameRepair().run(dir, "", choose, name)) {
+  switch (NameRepair::run(dir, "", choose, name)) {
     case NameRepair::Result::done:
     case NameRepair::Result::notWritten:
       return true;
@@ -190,9 +194,8 @@ class NamesInUse {
 
   // Returns a free name, or `base` itself if all its numbers are taken.
   std::string unique(const std::string& base) {
-    std::string name = base;
-    (void)findFree(base, name);
-    return name;
+    std::string name;
+    return findFree(base, name) ? name : base;
   }
 
   bool findFree(const std::string& base, std::string& name) {
@@ -237,7 +240,7 @@ bool listDirnames(int rootFd, std::string_view without, std::string& dirnames) {
 
 // Reads the profile directories in the root, and their display names.
 bool readEntries(std::string_view without, std::vector<Entry>& entries) {
-  const UniqueFd directory = FileUtils::openDirectory(root);
+  const UniqueFd directory = ProfileStore::openRoot(O_RDONLY);
   std::string dirnames;
   if (!directory.isOpen() || !listDirnames(directory.get(), without, dirnames)) return false;
   entries.reserve(static_cast<std::size_t>(std::count(dirnames.begin(), dirnames.end(), '\0')));
@@ -278,14 +281,13 @@ EntryOrder entriesToRepair(const EntryOrder& sorted) {
 }
 
 // Gives one entry a name of its own. Clears the directory name if the directory has gone. Returns false on failure.
-bool repairName(Entry& entry, NamesInUse& names, NameRepair& repair) {
+bool repairName(Entry& entry, NamesInUse& names) {
   const auto choose = [&](const std::string& found) {
-    const bool isOther = !found.empty() && found != entry.name;  // another process wrote it in the meantime
-    if (isOther && !names.contains(found)) return found;
+    if (!found.empty() && !names.contains(found)) return found;  // another process wrote it in the meantime
     return names.unique(found.empty() ? nameOfUnnamed : found);
   };
   std::string name;
-  switch (repair.run(joinPath({root, entry.dirname}), entry.name, choose, name)) {
+  switch (NameRepair::run(joinPath({root, entry.dirname}), entry.name, choose, name)) {
     case NameRepair::Result::failed:
       return false;
     case NameRepair::Result::gone:
@@ -304,12 +306,12 @@ bool repairNames(EntryOrder& sorted) {
   if (broken.empty()) return true;
   std::vector<std::string> taken;  // copies, since the names of the entries change in the loop below
   for (const Entry* entry : sorted) {
-    if (!entry->name.empty() && (taken.empty() || taken.back() != entry->name)) taken.push_back(entry->name);
+    if (taken.empty() || taken.back() != entry->name) taken.push_back(entry->name);
   }
   NamesInUse names(std::vector<std::string_view>(taken.begin(), taken.end()));
-  NameRepair repairs;
+  NameRepair::Limit limit;
   for (Entry* entry : broken) {
-    if (!repairName(*entry, names, repairs)) return false;
+    if (!repairName(*entry, names)) return false;
   }
   const auto isGone = [](const Entry* entry) { return entry->dirname.empty(); };
   sorted.erase(std::remove_if(sorted.begin(), sorted.end(), isGone), sorted.end());
@@ -371,13 +373,20 @@ Status findByName(const std::string& name, ProfileRecord& record) {
 
 bool chooseNewName(const std::string& requested, bool allowRename, std::string_view without, std::string& name) {
   name.clear();
-  const std::string base = requested.empty() ? nameOfUnnamed : requested;
   ProfileListing listing;
   if (!listing.read(without)) return false;
   std::vector<std::string_view> taken;
   taken.reserve(listing.sorted().size());
   for (const Entry* entry : listing.sorted()) taken.push_back(entry->name);
-  NamesInUse names(std::move(taken));
+  return chooseUnusedName(requested, allowRename, std::move(taken), name);
+}
+
+bool chooseUnusedName(const std::string& requested, bool allowRename, std::vector<std::string_view> inUse,
+                      std::string& name) {
+  name.clear();
+  const std::string base = requested.empty() ? nameOfUnnamed : requested;
+  std::sort(inUse.begin(), inUse.end());
+  NamesInUse names(std::move(inUse));
   if (!allowRename && names.contains(base)) return false;
   return names.findFree(base, name);
 }
@@ -386,18 +395,20 @@ bool newProfileDirectory(std::string& dir, std::string& dirname) {
   constexpr int failuresAllowed = 2;
   dir.clear();
   dirname.clear();
+  // The path may lead elsewhere by the next call.
+  const UniqueFd directory = openRoot(O_PATH);
+  if (!directory.isOpen()) return false;
   int failures = 0;
   for (int number = firstNumber; number <= lastNumber; ++number) {
     std::string candidate = concatenate({"profile-", StringUtils::toString(number)});
-    std::string path = joinPath({root, candidate});
-    const FileUtils::NewDir made = FileUtils::makeNewDir(path, profileDirMode);
+    const FileUtils::NewDir made = FileUtils::makeNewDir(directory.get(), candidate, profileDirMode);
     if (made == FileUtils::NewDir::made) {
-      dir = std::move(path);
+      dir = joinPath({root, candidate});
       dirname = std::move(candidate);
       return true;
     }
     failures = made == FileUtils::NewDir::exists ? 0 : failures + 1;
-    if (failures > failuresAllowed || (failures == 1 && !FileUtils::isDirectory(root))) return false;
+    if (failures > failuresAllowed) return false;
   }
   return false;
 }

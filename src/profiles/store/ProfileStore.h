@@ -26,6 +26,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/system/UniqueFd.h"
 #include "command/status/StatusCodes.h"
 #include "service/host/Heartbeat.h"
 
@@ -90,6 +91,9 @@ const char* baseDir();       // "/etc/zuv/"
 const char* profilesRoot();  // "/etc/zuv/profiles/"
 std::string factoryDir();
 std::string activeFile();
+// Opens the profiles directory with these flags of open(2), over trusted links only (see StoreOpener.h). If that fails,
+// the result is not open.
+UniqueFd openRoot(int flags);
 // Each of these returns false and an empty path if a part of the path is empty; the last one also if there is no active
 // profile.
 bool profileDir(std::string_view dirname, std::string& path);
@@ -135,8 +139,9 @@ bool readActiveRecord(ProfileRecord& record);
 // cannot be read.
 bool isActive(const ProfileRecord& profile);
 
-// Makes the profile in that directory the active one. Returns false for a name that is not plain, and if `.current`
-// could not be written or its mode could not be set.
+// Makes the profile in that directory the active one by writing the name to `.current`. Returns false for a name that
+// is not plain, and if `.current` could not be written or its mode could not be set. A name that begins or ends with
+// bytes outside 33..126 is read back without them, so that such a profile does not become active.
 bool setActive(const std::string& dirname);
 
 // Returns the state of the daemon according to its heartbeat file in the active profile.
@@ -156,10 +161,14 @@ Status findByName(const std::string& name, ProfileRecord& record);
 // the directory just created for the new profile: it does not count and is not repaired.
 bool chooseNewName(const std::string& requested, bool allowRename, std::string_view without, std::string& name);
 
+// Does the same for the names that `inUse` holds, without a store.
+bool chooseUnusedName(const std::string& requested, bool allowRename, std::vector<std::string_view> inUse,
+                      std::string& name);
+
 // Creates the first of the directories "profile-123123", "profile-123124", ... "profile-999998" that does not exist,
 // with mode 0755. mkdir decides: if an entry of any kind exists, or mkdir fails for another reason, the next number is
-// tried. Three failures in a row for a reason other than an existing entry, or a missing profiles directory, end the
-// search. Returns false then, and if the numbers run out.
+// tried. Three failures in a row for a reason other than an existing entry, or a profiles directory that openRoot does
+// not open, end the search. Returns false then, and if the numbers run out.
 bool newProfileDirectory(std::string& dir, std::string& dirname);
 
 // Finds the profile that a user's text selects:

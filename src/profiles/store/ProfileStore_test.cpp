@@ -406,6 +406,18 @@ TEST_F(ActiveProfileTest, AMarkerThatIsNotARegularFileCountsAsEmptyAndCannotBeSe
   }
 }
 
+TEST_F(ActiveProfileTest, ADirectoryNameWithOtherBytesAtAnEndDoesNotBecomeActive) {
+  for (const std::string& name : {"b\xc3\xbcro"s, "b\xc3\xbcro\xc3\xa4"s, " b\xc3\xbcro"s}) {
+    SCOPED_TRACE(name);
+    host::makeProfile(name, "office");
+    EXPECT_TRUE(ProfileStore::setActive(name));
+    EXPECT_EQ(host::readFile(host::kCurrent), name + "\n");
+    std::string dirname;
+    EXPECT_TRUE(ProfileStore::readActiveDirname(dirname));
+    EXPECT_EQ(dirname, "b\xc3\xbcro");
+  }
+}
+
 TEST_F(ActiveProfileTest, SettingTheActiveProfileFailsForANameThatIsNotPlainForAModeThatCannotBeSetAndWithoutAStore) {
   host::makeActive("profile-1");
   for (const std::string& notPlain : {""s, ".profile"s, "profile/1"s, "profile\0"s})

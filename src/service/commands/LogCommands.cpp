@@ -1,5 +1,6 @@
 #include "service/commands/LogCommands.h"
 
+#include "profiles/store/NameRepair.h"
 #include "profiles/store/ProfileStore.h"
 #include "service/host/Heartbeat.h"
 #include "service/host/LogExcerpt.h"
@@ -12,6 +13,7 @@ Hipcmd_GetHipLog::Hipcmd_GetHipLog(std::string_view selector)
 }
 
 void Hipcmd_GetHipLog::execute(StatusCodeResultField& status) {
+  NameRepair::Limit limit;
   ProfileRecord profile;
   Status s = ProfileStore::resolveSelector(profile_.value(), profile);
   if (s.isSuccess()) {

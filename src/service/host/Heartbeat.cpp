@@ -47,7 +47,7 @@ class Variables {
   bool has(Variable variable) const { return entries_[variable].present; }
   bool hasTimes() const { return has(uptimeNow) && has(uptimeStarted); }
   const std::string& text(Variable variable) const { return entries_[variable].value; }
-  std::int64_t number(Variable variable) const { return StringUtils::leadingInt64(text(variable)); }
+  std::int64_t number(Variable variable) const { return StringUtils::leadingInt64(text(variable)).value; }
 
  private:
   struct Entry {

@@ -21,6 +21,7 @@
 // The name of the file in the directory of a profile.
 constexpr const char* variablesFileName = "hipvars.txt";
 
+// As numbers, the states are 1, 2 and 3.
 enum class RunState { running = 1, notRunning, unknown };
 
 // Returns notRunning if the file cannot be opened or its heartbeat is 6 seconds old or older, unknown if the file lacks

@@ -68,6 +68,12 @@ RunState runStateOfText(const std::string& text) {
 
 const std::string kAll = "hipd_state=running\npeers.count=1\nhelmsor.up=true\n";
 
+TEST(RunState, TheStatesAreTheNumbers1To3) {
+  EXPECT_EQ(static_cast<int>(RunState::running), 1);
+  EXPECT_EQ(static_cast<int>(RunState::notRunning), 2);
+  EXPECT_EQ(static_cast<int>(RunState::unknown), 3);
+}
+
 // --- Running or not
 
 TEST_F(HeartbeatTest, AHeartbeatIsFreshForLessThanSixSeconds) {

@@ -27,7 +27,7 @@ LevelGate::Answer LevelGate::askParser(std::string_view line) {
   if (length == 0) return Answer::needsWholeText;
   KnownHead& known = slotOf(line);
   known.mask = {};
-  std::memset(&known.mask, 0xFF, length);
+  std::memcpy(&known.mask, &allBits, length);
   known.bytes = {};
   std::memcpy(&known.bytes, line.data(), length);
   known.answer = passes(line.substr(0, length)) ? Answer::passes : Answer::below;

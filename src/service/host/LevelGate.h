@@ -48,14 +48,15 @@ class LevelGate {
   struct Head {
     std::uint64_t first, second;
   };
+  static constexpr Head allBits = {UINT64_MAX, UINT64_MAX};
   static constexpr std::size_t longestHead = sizeof(Head);
   static constexpr std::size_t slotCount = 64;
 
   // A head and what the parser answered for it. `mask` has all bits set in the bytes that belong to the head, and
-  // `bytes` is zero in the others. The default begins no line.
+  // `bytes` is zero in the others. The default is a head of zero bytes, which needs the whole text.
   struct KnownHead {
-    Head mask = {};
-    Head bytes = {1, 0};
+    Head mask = allBits;
+    Head bytes = {};
     Answer answer = Answer::needsWholeText;
 
     bool begins(std::string_view line) const {

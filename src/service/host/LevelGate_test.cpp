@@ -57,9 +57,11 @@ TEST(LevelGateTest, TheFirstWordDecides) {
 
 TEST(LevelGateTest, ABeginningThatDoesNotDecideNeedsTheWholeText) {
   using namespace std::string_view_literals;
+  static constexpr char kZeros[20] = {};
   for (const std::string_view head :
        {""sv, "ERROR"sv, "[ERROR"sv, "E~"sv, "ERROR\t         "sv, "ERROR\0 and more text"sv, "ERROR\r\n"sv,
-        "ERROR\x7F        "sv, "\0 ERROR and more text"sv, "\r\n"sv, "           "sv, "CRITICAL"sv, "EMERGENCY"sv}) {
+        "ERROR\x7F        "sv, "\0 ERROR and more text"sv, "\r\n"sv, std::string_view(kZeros, sizeof kZeros),
+        "           "sv, "CRITICAL"sv, "EMERGENCY"sv}) {
     EXPECT_EQ(LevelGate(Level::warning).ask(head), Answer::needsWholeText) << head;
   }
 }

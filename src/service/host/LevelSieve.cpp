@@ -41,15 +41,15 @@ template <std::size_t width>
 
 // Returns true if a line begins in the block whose second byte is none of the first `count` of `seconds`.
 template <std::size_t width, std::size_t count>
-[[gnu::always_inline]] inline bool hasLineBut(const std::array<char, 4>& seconds, const char* block) {
+[[gnu::always_inline]] inline bool hasLineBut(const SecondBytes& seconds, const char* block) {
   static_assert(blockSize % width == 0, "a block consists of whole vectors");
   Bytes<width> found{};
   for (const char* place = block; place != block + blockSize; place += width) {
     Bytes<width> first, second;
     std::memcpy(&first, place, width);
     std::memcpy(&second, place + 2, width);
-    auto known = reinterpret_cast<Bytes<width>>(second == static_cast<unsigned char>(seconds[0]));
-    for (std::size_t i = 1; i != count; ++i) {
+    Bytes<width> known{};
+    for (std::size_t i = 0; i != count; ++i) {
       known |= reinterpret_cast<Bytes<width>>(second == static_cast<unsigned char>(seconds[i]));
     }
     found |= reinterpret_cast<Bytes<width>>(first == '\n') & ~known;
@@ -58,14 +58,13 @@ template <std::size_t width, std::size_t count>
 }
 
 template <std::size_t width>
-[[gnu::always_inline]] inline bool hasOtherLine(std::size_t count, const std::array<char, 4>& seconds,
-                                                const char* block) {
+[[gnu::always_inline]] inline bool hasOtherLine(std::size_t count, const SecondBytes& seconds, const char* block) {
   return count == 1   ? hasLineBut<width, 1>(seconds, block)
          : count == 2 ? hasLineBut<width, 2>(seconds, block)
-                      : hasLineBut<width, 4>(seconds, block);
+                      : hasLineBut<width, std::tuple_size_v<SecondBytes>>(seconds, block);
 }
 
-FOR_AVX2 bool hasOtherLineWide(std::size_t count, const std::array<char, 4>& seconds, const char* block) {
+FOR_AVX2 bool hasOtherLineWide(std::size_t count, const SecondBytes& seconds, const char* block) {
   return hasOtherLine<32>(count, seconds, block);
 }
 
@@ -100,31 +99,36 @@ Vectors widestVectors() {
 }
 
 LevelSieve::LevelSieve(std::string_view log, BasicLog::Level threshold, Vectors vectors)
-    : log_(log), threshold_(threshold), vectors_(vectors), next_(vectors == Vectors::none ? 0 : log.size()) {}
+    : log_(vectors == Vectors::none ? std::string_view() : log),
+      threshold_(threshold),
+      vectors_(vectors),
+      next_(log_.size()) {}
 
 // Learns the second byte of one line that begins in a block, if it excludes the level. A log often repeats the same few
 // kinds of lines in turn, so this looks for a byte that is not yet known, however far it is from the end of the block.
 void LevelSieve::learnFrom(const char* newline, const char* blockEnd) {
   const auto isKnown = [&](char second) { return std::memchr(seconds_.data(), second, count_) != nullptr; };
   while (newline != nullptr && isKnown(newline[2])) newline = nextLineEnd(newline + 1, blockEnd);
-  if (newline == nullptr || count_ == seconds_.size() || newline[2] == refused_) return;
-  if (BasicLog::secondByteAllows(threshold_, newline[2])) {
-    refused_ = newline[2];
+  if (newline == nullptr || count_ == seconds_.size()) return;
+  const char second = newline[2];
+  if (second == refused_) return;
+  if (BasicLog::secondByteAllows(threshold_, second)) {
+    refused_ = second;
     return;
   }
-  std::fill(seconds_.begin() + static_cast<std::ptrdiff_t>(count_), seconds_.end(), newline[2]);
+  std::fill(seconds_.begin() + static_cast<std::ptrdiff_t>(count_), seconds_.end(), second);
   ++count_;
 }
 
 std::size_t LevelSieve::skipBlocks(std::size_t end) {
   const auto hasOther = vectors_ == Vectors::of32Bytes ? hasOtherLineWide : hasOtherLine<16>;
   while (end >= blockSize + 2) {
-    // A line that begins with the last byte before `end` has no second byte, and is not in the block.
+    // A line that begins with the last byte before `end` has no second byte. It may be skipped, since a text of one
+    // byte names no level.
     const char* const blockEnd = log_.data() + end - 2;
     const char* const block = blockEnd - blockSize;
     const char* const newline = nextLineEnd(block, blockEnd);
-    const bool endsWithShortLine = *blockEnd == '\n';
-    if (newline == nullptr || endsWithShortLine || count_ == 0 || hasOther(count_, seconds_, block)) {
+    if (newline == nullptr || count_ == 0 || hasOther(count_, seconds_, block)) {
       learnFrom(newline, blockEnd);
       break;
     }

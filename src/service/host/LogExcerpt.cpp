@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string_view>
 
 #include "base/files/FileAccess.h"
@@ -30,7 +31,6 @@ constexpr off_t windowSize = 256 * 1024;
 constexpr off_t rereadLimit = 4 * pieceSize;
 constexpr off_t firstSize = 8 * 1024;  // of the first window: the last fifty lines of most logs are in it
 constexpr off_t piecesAtOnce = windowSize / pieceSize;
-constexpr off_t diskBlock = 512;  // the unit of st_blocks, whatever the file system
 
 std::size_t clampLines(std::int32_t maxLines) {
   return static_cast<std::size_t>(maxLines < 0 ? defaultLines : std::min(maxLines, mostLines));
@@ -53,7 +53,7 @@ std::string_view textOf(std::string_view piece) {
 // The part of the file that is in memory.
 class Window {
  public:
-  explicit Window(const OpenedFile& file) : fd_(file.fd.get()), begin_(file.size), end_(file.size) {}
+  explicit Window(const OpenedFile& file) : fd_(file.fd.get()), begin_(file.size()), end_(file.size()) {}
 
   off_t begin() const { return begin_; }
   off_t end() const { return end_; }
@@ -94,12 +94,12 @@ class BackwardReader {
  public:
   BackwardReader(const OpenedFile& file, Level threshold, std::size_t maxLines, std::vector<std::string>& lines)
       : fd_(file.fd.get()),
-        isSparse_(file.info.st_blocks < file.size / diskBlock),
+        isSparse_(file.isSparse()),
         window_(file),
         longLines_(file),
         threshold_(threshold),
         gate_(threshold),
-        end_(file.size),
+        end_(file.size()),
         maxLines_(maxLines),
         lines_(lines) {}
 
@@ -114,8 +114,13 @@ class BackwardReader {
 
  private:
   struct Range {
-    off_t begin = 0;
-    off_t end = 0;
+    off_t begin, end;
+  };
+  // What is known about a line that starts before the window. `nameless` is the longest part of it in which no piece
+  // names a level above info.
+  struct LongLine {
+    off_t start;
+    Range nameless;
   };
 
   bool hasEnough() const { return lines_.size() == maxLines_; }
@@ -152,16 +157,16 @@ class BackwardReader {
   // error.
   bool takeLineThatStartsEarlier() {
     if (end_ - window_.begin() <= rereadLimit) return moveWindow(end_);
-    off_t start = 0;
-    if (!findStart(start)) return false;
-    while (end_ > start && !hasEnough()) {
-      skipPieces(start);
-      const off_t from = start + std::max<off_t>(0, piecesIn(end_ - start) - piecesAtOnce) * pieceSize;
+    const std::optional<LongLine> line = findStart();
+    if (!line) return false;
+    while (end_ > line->start && !hasEnough()) {
+      skipPieces(*line);
+      const off_t from = line->start + std::max<off_t>(0, piecesIn(end_ - line->start) - piecesAtOnce) * pieceSize;
       if (!longLines_.moveTo(from, end_)) return false;
       takeLine(longLines_.bytes(from, longLines_.end()));
       end_ = from;
     }
-    end_ = start;
+    end_ = line->start;
     return true;
   }
 
@@ -186,39 +191,39 @@ class BackwardReader {
     return begin;
   }
 
-  // Skips the pieces before end_ that lie in a hole, which are zero bytes and have no text, or in nameless_.
-  void skipPieces(off_t start) {
-    const bool isNameless = nameless_.begin < end_ && end_ <= nameless_.end;
-    const off_t begin = std::max(start, isNameless ? nameless_.begin : holeBefore(end_));
-    const off_t kept = piecesIn(begin - start);
-    if (kept <= (end_ - start) / pieceSize) end_ = start + kept * pieceSize;
+  // Skips the pieces before end_ that lie in a hole, which are zero bytes and have no text, or in its nameless part.
+  void skipPieces(const LongLine& line) {
+    const bool isNameless = line.nameless.begin < end_ && end_ <= line.nameless.end;
+    const off_t begin = std::max(line.start, isNameless ? line.nameless.begin : holeBefore(end_));
+    const off_t kept = piecesIn(begin - line.start);
+    if (kept <= (end_ - line.start) / pieceSize) end_ = line.start + kept * pieceSize;  // the product fits an off_t
   }
 
-  // Moves the window until it contains the start of the line at end_, or begins there. Finds nameless_. Returns false
-  // after a read error.
-  bool findStart(off_t& start) {
-    nameless_ = {};
-    Range range;
+  // Moves the window until it contains the start of the line at end_, or begins there. Returns nothing after a read
+  // error.
+  std::optional<LongLine> findStart() {
+    Range nameless = {end_, end_};
+    off_t namelessEnd = window_.begin();  // no piece from the start of the window to here names the threshold or more
     while (window_.begin() != 0) {
       const off_t hole = holeBefore(window_.begin());
       if (hole < window_.begin()) {
         window_.jumpTo(hole);
+        namelessEnd = hole;
         continue;
       }
-      if (!moveWindow(hole)) return false;
+      if (!moveWindow(hole)) return std::nullopt;
       const std::string_view bytes = window_.bytes(window_.begin(), window_.end());
-      if (threshold_ > Level::info && !mayNameLevel(bytes, vectors_)) {
-        range = {window_.begin(), range.begin == window_.end() ? range.end : window_.end()};
-        if (nameless_.end - nameless_.begin < range.end - range.begin) nameless_ = range;
+      const bool isLineCut = window_.end() == end_;  // the last piece may be short then, see mayNameLevel
+      if (threshold_ > Level::info && !isLineCut && !mayNameLevel(bytes, vectors_)) {
+        if (nameless.end - nameless.begin < namelessEnd - window_.begin()) nameless = {window_.begin(), namelessEnd};
         continue;
       }
+      namelessEnd = window_.begin();
       if (const void* newline = ::memrchr(bytes.data(), '\n', bytes.size())) {
-        start = window_.begin() + (static_cast<const char*>(newline) - bytes.data()) + 1;
-        return true;
+        return LongLine{window_.begin() + (static_cast<const char*>(newline) - bytes.data()) + 1, nameless};
       }
     }
-    start = 0;
-    return true;
+    return LongLine{0, nameless};
   }
 
   void takePiece(std::string_view piece) {
@@ -232,7 +237,6 @@ class BackwardReader {
   int fd_;
   bool isSparse_;
   Window window_;
-  Range nameless_;    // the longest part of the line that starts earlier in which no piece names a level above info
   Window longLines_;  // pieces of a line that is longer than the window
   Level threshold_;
   LevelGate gate_;

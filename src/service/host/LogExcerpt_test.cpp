@@ -317,6 +317,23 @@ TEST_F(LogExcerptTest, TheFirstReadHasEightKibibytesAndTheOthersHave256) {
   }
 }
 
+// The second window begins within a line, and `end` bytes of the line are in it.
+TEST_F(LogExcerptTest, OnlyALineWithMoreThanFourPiecesInTheWindowHasReadsOfItsOwn) {
+  constexpr std::size_t first = 8 * 1024, window = 256 * 1024, line = 64;
+  for (const auto& [end, reads] : {std::pair{4 * 4095u, 3u}, {4 * 4095u + 1, 4u}}) {
+    SCOPED_TRACE(end);
+    const std::size_t behind = window + first - line - end;
+    std::string content = std::string(30000, 'x') + '\n' + std::string(behind % line, 'y');
+    while (content.size() < 30001 + behind) content += std::string(line - 1, 'z') + '\n';
+    host::writeFile(kLog, content);
+    Texts lines;
+    const ArmedFaults counted({0, false, 0, {"pread"}});
+    EXPECT_THAT(readLogExcerpt(kLog, Level::info, 100000, lines), HasCode(status::success));
+    EXPECT_EQ(counted.count(), reads);
+    EXPECT_EQ(lines, log_model::matchingLines(content, Level::info));
+  }
+}
+
 // A window that begins with the second byte of the log.
 TEST_F(LogExcerptTest, TheFirstByteOfALogIsReadAlone) {
   for (const std::size_t size : {8191u, 8192u, 8193u, 8194u}) {
@@ -370,6 +387,17 @@ TEST_F(LogExcerptTest, HolesOfASparseLogAreNotRead) {
     EXPECT_THAT(linesOf(kLog), ElementsAre("text"));
     EXPECT_LT(counted.count(), 6000u);
   }
+}
+
+TEST_F(LogExcerptTest, ALogOfTheLargestSizeIsReadFromItsEnd) {
+  constexpr off_t kMost = std::numeric_limits<off_t>::max();
+  const std::string words(1 << 20, 'w');
+  host::writeSparse(kLog, kMost, {{kMost - static_cast<off_t>(words.size()), words}});
+  const auto lines = linesOf(kLog, Level::info, 3);
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_EQ(lines[0], std::string(4095, 'w'));
+  EXPECT_EQ(lines[1], std::string(4095, 'w'));
+  EXPECT_EQ(lines[2], std::string(kMost % 4095, 'w'));
 }
 
 // The log has a hole and then words of one window, so that the search for the start of the line begins where they do.
@@ -497,6 +525,9 @@ TEST_F(LogExcerptTest, ALogTruncatedDuringTheReadShowsTheRemainingLines) {
   std::string longLine = "[ERROR] long";
   while (longLine.size() < 400000) longLine += " text";
   longLine += '\n';
+  const std::size_t inFirstWindow = 80 * 4095;
+  std::string longWord(768 * 1024, 'x');
+  longWord.replace(inFirstWindow, 5, "ERROR");
   const Cut cases[] = {
       {"the log is cut before the first read", "[ERROR] 1\n[ERROR] 2\n[ERROR] 3\n", 1, 10, "[ERROR] 1"},
       {"the log is cut within a line", "[ERROR] 1\n[ERROR] 2\n", 1, 19, "[ERROR] 2"},
@@ -504,6 +535,7 @@ TEST_F(LogExcerptTest, ALogTruncatedDuringTheReadShowsTheRemainingLines) {
       {"the log is cut far before its end", "[ERROR] 1\n" + numbered(300000), 1, 10, "[ERROR] 1"},
       {"the log is cut while the start of a line is searched", "[ERROR] 1\n" + longLine, 3, 10, "[ERROR] 1"},
       {"the log is cut while the pieces of a line are read", "[ERROR] 1\n" + longLine, 5, 10, "[ERROR] 1"},
+      {"the log is cut behind the first bytes of a piece", longWord, 3, inFirstWindow + 5, "ERROR"},
   };
   for (const Cut& c : cases) {
     SCOPED_TRACE(c.why);

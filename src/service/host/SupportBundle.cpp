@@ -1,5 +1,6 @@
 #include "service/host/SupportBundle.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 
@@ -9,6 +10,7 @@ namespace {
 
 constexpr const char* bundleCommand = "/usr/bin/zuv-sendbundle.sh";
 constexpr int noShellResult = 127;
+constexpr int noShellWaitStatus = noShellResult << 8;  // a shell that exited with 127
 
 // Restores the inherited mask of signals in its scope. system(3) gives us no chance to do that in the child,
 // between fork and exec, so the parent does it around the whole call.
@@ -26,12 +28,18 @@ class SignalsGivenBack {
   sigset_t ours_ = {};
 };
 
+// glibc returns the wait status of a shell that exited with 127 also if it could not start the shell, but only then it
+// sets errno. An interrupted wait, which it repeats, may leave EINTR there.
+bool isShellMissing(int result, int error) { return result == noShellWaitStatus && error != 0 && error != EINTR; }
+
 }  // namespace
 
 Status runSupportBundle() {
   makeChildrenWaitable();
   const SignalsGivenBack givenBack;
-  return statusOfSystemResult(std::system(bundleCommand));
+  errno = 0;
+  const int result = std::system(bundleCommand);
+  return statusOfSystemResult(isShellMissing(result, errno) ? -1 : result);
 }
 
 Status statusOfSystemResult(int result) {

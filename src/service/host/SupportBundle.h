@@ -10,7 +10,8 @@
 
 #include "command/status/StatusCodes.h"
 
-// Returns the status that statusOfSystemResult gives for the run.
+// Returns the status that statusOfSystemResult gives for the run. A shell that could not be started counts as the
+// result -1 if system(3) returns -1 or sets errno for it.
 Status runSupportBundle();
 
 // Turns the return value of system(3) into a status: 0 gives success, a negative value or exactly 127 gives "stdlib

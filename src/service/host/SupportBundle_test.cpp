@@ -75,6 +75,29 @@ TEST_F(SupportBundleTest, AShellThatCannotBeStartedIsASystemError) {
   EXPECT_FALSE(host::exists("/tmp/calls"));
 }
 
+TEST_F(SupportBundleTest, AShellBeyondTheLimitOfProcessesIsASystemError) {
+  SKIP_WITHOUT_OTHER_USERS();
+  host::installRecorder(kScript, "/tmp/calls");
+  Start start;
+  start.uid = 1000;
+  start.environment.push_back("ASAN_OPTIONS=detect_leaks=0");  // the search for leaks needs a process
+  const Outcome outcome = runProgram({"/usr/bin/prlimit", "--nproc=1", ravctlPath(), "support", "bundle"}, start);
+  EXPECT_EQ(outcome.out, "status_text: stdlib error: system\nstatus_code: 0x14000013\n");
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_FALSE(host::exists("/tmp/calls"));
+}
+
+TEST_F(SupportBundleTest, AnErrorFromBeforeTheRunOrAnInterruptedWaitDoesNotChangeTheStatusOfAMissingScript) {
+  errno = EAGAIN;
+  EXPECT_THAT(runSupportBundle(), HasCode(status::applicationError));
+  FaultPlan plan;
+  plan.calls = {"system"};
+  plan.before = [](std::size_t) { errno = EINTR; };
+  const ArmedFaults armed(plan);
+  EXPECT_THAT(runSupportBundle(), HasCode(status::applicationError));
+  EXPECT_EQ(armed.count(), 1u);
+}
+
 TEST_F(SupportBundleTest, WaitsForTheScriptAndPassesItNoArguments) {
   host::installRecorder(kScript, "/tmp/calls");
   const Outcome outcome = runRavctl({"support", "bundle", "requestID=7"});
