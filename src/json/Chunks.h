@@ -8,7 +8,8 @@
 //
 // Blocks lie one behind the other in chunks of at most 64 KiB, without a header. A chunk counts its blocks and is freed
 // with the last of them: as long as one value of a document is in use, its chunk is kept, but no other chunk. The space
-// of a freed block is not used again. A block of more than 4 KiB is in no chunk: `new` allocates it.
+// of a freed block is not used again. A block of more than 4 KiB that does not fit the open chunk is allocated alone,
+// with `new`.
 //
 // Threads: only one thread at a time may use a Chunks. Any thread may free any block of a sealed chunk.
 //

@@ -121,6 +121,22 @@ TEST(Chunks, LargeBlockIsAlone) {
   BlockRelease().drop(largest);
 }
 
+TEST(Chunks, LargeBlockIsInTheOpenChunkIfItHasRoom) {
+  Chunks memory;
+  BlockRelease release;
+  while (memory.chunkNumber() < 7) release.drop(memory.allocate(8));  // opens the first chunk of 64 KiB
+  const std::ptrdiff_t before = newBlocksInUse();
+  const Block large = filled(memory, 5000, 1);
+  EXPECT_EQ(large.place, 16u) << "behind the start of the chunk and the block that opened it";
+  EXPECT_EQ(newBlocksInUse(), before);
+  const Block next = filled(memory, 8, 2);
+  EXPECT_EQ(next.place, 16u + 5000u);
+  const Block alone = filled(memory, 65536, 3);
+  EXPECT_EQ(alone.place, aloneInMemory);
+  EXPECT_EQ(newBlocksInUse(), before + 1);
+  for (const Block& block : {large, next, alone}) release.drop(block);
+}
+
 TEST(Chunks, NumberCountsTheChunks) {
   Chunks memory;
   EXPECT_EQ(memory.chunkNumber(), 0u);

@@ -55,8 +55,11 @@ class DocumentBuilder {
 
   // Drops the open containers and releases what is in them.
   void clear();
-  // Must be called before another thread may use a value. Later values lie in other chunks.
-  void seal() { memory_.seal(); }
+  // Must be called before another thread may use a value. Later values and names are in other chunks.
+  void seal() {
+    memory_.seal();
+    chunkOfRecentNames_ = 0;  // their chunk may be freed from now on
+  }
 
  private:
   struct Open {
@@ -73,10 +76,11 @@ class DocumentBuilder {
   std::vector<Open> open_;     // the innermost container last
   std::vector<void*> pieces_;  // of all open containers: the elements of an array, a name and a value in turns
 
-  // The last name of each hash, if it is in the open chunk, which is the one with that number.
+  // The last name of each hash, if it is in the open chunk, which is the one with that number. 0 is the number of no
+  // chunk.
   static constexpr std::size_t hashes = 64;
   std::array<Name*, hashes> recentNames_{};
-  std::size_t chunkOfRecentNames_ = memory_.chunkNumber();
+  std::size_t chunkOfRecentNames_ = 0;
 };
 
 inline jsObject* DocumentBuilder::makeNumber(double value) {

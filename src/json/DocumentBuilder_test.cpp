@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <string>
 
 #include "json/JsonParser.h"
@@ -88,6 +89,27 @@ TEST(ParsedDocument, ValueTakenOutOutlivesTheDocument) {
   EXPECT_EQ(newBlocksInUse(), before);
 }
 
+TEST(ParsedDocument, ScalarTakenOutKeepsOneChunkAndAContainerEveryChunkThatItHasAPartOf) {
+  std::string list = "[0.5";
+  for (int at = 1; at < 20000; ++at) list += "," + std::to_string(at) + ".5";
+  list += ']';
+  const std::ptrdiff_t before = newBlocksInUse();
+  jsObject* document = parsed("[" + list + ",\"text\"," + list + "]");
+  const std::ptrdiff_t whole = newBlocksInUse() - before;
+  ScopedJson last(json::removeLast(document));
+  ScopedJson text(json::removeLast(document));
+  json::release(document);
+  const std::ptrdiff_t kept = newBlocksInUse() - before;
+  EXPECT_GT(kept, whole / 2 - 2) << "about half of the chunks";
+  EXPECT_LT(kept, whole / 2 + 4);
+  EXPECT_EQ(json::elementCount(last.get()), 20000u);
+  last.reset();
+  EXPECT_EQ(newBlocksInUse() - before, 1) << "the chunk of the text";
+  EXPECT_EQ(written(text.get()), R"("text")");
+  text.reset();
+  EXPECT_EQ(newBlocksInUse(), before);
+}
+
 TEST(ParsedDocument, CanBeChangedLikeAnyOther) {
   const std::ptrdiff_t before = newBlocksInUse();
   {
@@ -167,6 +189,20 @@ TEST(ParsedDocument, RepeatedNamesOfAChunkAreOneName) {
             json::memberName(json::element(document.get(), 2), 1).data());
 }
 
+// The names that entries of the log, requests and profiles have. The builder does not mistake one for another.
+TEST(ParsedDocument, EachOfTheNamesOfThisProgramIsKeptOnceInAChunk) {
+  const char* const names[] = {"command",   "parameters", "name", "uri",   "port",   "priority", "cacert", "location",
+                               "log_level", "dir",        "file", "errno", "errmsg", "status",   "list",   "result"};
+  std::string object;
+  for (const char* name : names) object += (object.empty() ? "" : ",") + std::string(name) + ":1";
+  const ScopedJson document(parsed("[1.5,{" + object + "},{" + object + "}]"));
+  for (std::size_t at = 0; at < std::size(names); ++at) {
+    EXPECT_EQ(json::memberName(json::element(document.get(), 1), at).data(),
+              json::memberName(json::element(document.get(), 2), at).data())
+        << names[at];
+  }
+}
+
 // The number of blocks that parsing the text allocates.
 std::ptrdiff_t blocksToParse(const std::string& text) {
   const std::ptrdiff_t before = newBlocksSoFar();
@@ -190,24 +226,26 @@ TEST(ParsedDocument, ListsOfTheBuilderGrowOnlyForALargeDocument) {
 }
 
 TEST(ParsedDocument, ContainerHasRoomForItsEntriesAndAnEmptyOneForOne) {
-  for (const char* text : {"[]", "[5]"}) {
-    const ScopedJson array(parsed(text));
+  for (const char* text : {"[1,[]]", "[1,[5]]"}) {
+    const ScopedJson document(parsed(text));
+    jsObject* array = json::element(document.get(), 1);
     const std::ptrdiff_t before = newBlocksSoFar();
-    if (json::isEmpty(array.get())) json::append(array.get(), json::makeNull());
+    if (json::isEmpty(array)) json::append(array, json::makeNull());
     EXPECT_EQ(newBlocksSoFar(), before) << text;
-    json::append(array.get(), json::makeNull());
+    json::append(array, json::makeNull());
     EXPECT_EQ(newBlocksSoFar(), before + 1) << text;
   }
-  for (const char* text : {"{}", "{a:5}"}) {
-    const ScopedJson object(parsed(text));
+  for (const char* text : {"[1,2,{}]", "[1,2,{a:5}]"}) {
+    const ScopedJson document(parsed(text));
+    jsObject* object = json::element(document.get(), 2);
     const std::ptrdiff_t before = newBlocksSoFar();
     std::ptrdiff_t names = 0;
-    if (json::memberCount(object.get()) == 0) {
-      json::setMember(object.get(), "a", json::makeNull());
+    if (json::memberCount(object) == 0) {
+      json::setMember(object, "a", json::makeNull());
       ++names;
     }
     EXPECT_EQ(newBlocksSoFar(), before + names) << text;
-    json::setMember(object.get(), "b", json::makeNull());
+    json::setMember(object, "b", json::makeNull());
     ++names;
     EXPECT_EQ(newBlocksSoFar(), before + names + 1) << text;
   }
@@ -238,6 +276,41 @@ TEST(DocumentBuilder, ValuesAfterSealLieInAnotherChunk) {
   builder.seal();
   ScopedJson third(builder.makeNumber(3.5));
   EXPECT_EQ(newBlocksInUse(), before + 2);
+}
+
+// Builds an object of two members and seals the builder.
+jsObject* sealedObject(DocumentBuilder& builder, const char* firstName, const char* secondName) {
+  builder.open(JsonKind::object);
+  for (const char* name : {firstName, secondName}) {
+    builder.takeName(name);
+    builder.add(builder.makeNumber(1.5));
+  }
+  jsObject* object = builder.close();
+  builder.seal();
+  return object;
+}
+
+TEST(DocumentBuilder, NamesAfterSealLieInAnotherChunk) {
+  const std::ptrdiff_t before = newBlocksInUse();
+  {
+    DocumentBuilder builder;
+    const std::ptrdiff_t ofEmptyBuilder = newBlocksInUse();
+    ScopedJson first(sealedObject(builder, "a", "port"));
+    ScopedJson second(sealedObject(builder, "port", "a"));
+    EXPECT_NE(json::memberName(second.get(), 0).data(), json::memberName(first.get(), 1).data());
+    EXPECT_EQ(newBlocksInUse(), ofEmptyBuilder + 2);
+    second.reset();
+    EXPECT_EQ(newBlocksInUse(), ofEmptyBuilder + 1);
+    EXPECT_EQ(written(first.get()), R"({ "a":1.500000, "port":1.500000 })");
+  }
+  EXPECT_EQ(newBlocksInUse(), before);
+}
+
+TEST(DocumentBuilder, NamesOfAReleasedDocumentAreNotUsedAgain) {
+  DocumentBuilder builder;
+  json::release(sealedObject(builder, "a", "port"));
+  const ScopedJson object(sealedObject(builder, "port", "a"));
+  EXPECT_EQ(written(object.get()), R"({ "port":1.500000, "a":1.500000 })");
 }
 
 #ifdef __has_feature

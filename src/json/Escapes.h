@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 
 namespace json {
 
@@ -15,8 +16,8 @@ constexpr std::size_t longestEscape = 6;
 
 // What is written for one byte: the first `length` characters of `text`.
 struct Escape {
-  char text[longestEscape + 1] = {'?'};
-  unsigned char length = 1;
+  char text[longestEscape] = {'?'};
+  std::uint16_t length = 1;
 };
 using EscapeTable = std::array<Escape, 256>;
 

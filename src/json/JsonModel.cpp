@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <functional>
 #include <iterator>
 #include <limits>
@@ -245,16 +244,13 @@ std::string_view textOf(const jsObject* value) {
 
 std::int32_t integerOf(const jsObject* value) {
   const double number = numberOf(value);
-  if (fits32Bits(number)) return static_cast<std::int32_t>(number + 0.5);
+  if (fits32Bits(number)) return truncated(number);
   if (std::isnan(number)) return 0;
   using Limits = std::numeric_limits<std::int32_t>;
   return std::signbit(number) ? Limits::min() : Limits::max();
 }
 
-bool isIntegral(const jsObject* value) {
-  std::int32_t integer = 0;
-  return isNumber(value) && isIntegralNumber(numberOf(value), integer);
-}
+bool isIntegral(const jsObject* value) { return isNumber(value) && isIntegralNumber(numberOf(value)); }
 
 // ---- Objects ----
 
@@ -355,8 +351,8 @@ jsObject* removeElement(jsObject* array, std::size_t index) {
   if (taken == nullptr) return nullptr;
   auto* record = static_cast<ArrayValue*>(array);
   jsObject** place = record->values + index;
+  std::copy(place + 1, record->values + record->count, place);
   --record->count;
-  std::memmove(place, place + 1, (record->count - index) * sizeof *place);
   return taken;
 }
 

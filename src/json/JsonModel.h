@@ -18,7 +18,9 @@
 // They may be in any number of containers. Because of them, a value must be freed with json::release, never with
 // delete.
 //
-// Memory: a value that is removed from a parsed document keeps up to 64 KiB of that document until it is released.
+// Memory: a parsed document lies in chunks of at most 64 KiB; large texts and lists may lie outside. A scalar that is
+// removed from it keeps at most one chunk until it is released. A container keeps every chunk in which it has a value,
+// a name or a list.
 //
 // Threads: only one thread at a time may use a tree. The shared values are never written to, so that trees of different
 // threads may contain them.
@@ -129,7 +131,7 @@ std::size_t memberCount(const jsObject* object);
 std::string_view memberName(const jsObject* object, std::size_t index);
 // Null if the index is not below the count. The object still owns the value.
 jsObject* memberValue(const jsObject* object, std::size_t index);
-// The index of the member of that name, compared byte for byte, or notFound.
+// The index of the member of that name, compared byte for byte, or notFound, which is -1.
 std::ptrdiff_t findMember(const jsObject* object, std::string_view name);
 // The index of the first member of that name, or notFound. A to Z and a to z are equal. The search is linear.
 std::ptrdiff_t findMemberIgnoringCase(const jsObject* object, std::string_view name);

@@ -180,6 +180,14 @@ TEST(JsonOwnership, TheKindOfAValueIsZeroWhenItsMemoryIsFreed) {
   }
 }
 
+TEST(JsonOwnership, TakenDocumentIsFreedAlthoughItsParserIsStillThere) {
+  parserinfo parser;
+  const std::ptrdiff_t before = newBlocksInUse();
+  parser.onNumber(1.5);
+  json::release(parser.takeRoot());
+  EXPECT_EQ(newBlocksInUse(), before);
+}
+
 TEST(JsonOwnership, ErrorReleasesWhatTheParserHasBuiltAtOnce) {
   const std::string text =
       "[\"" + std::string(5000, 'x') + "\",{\"" + std::string(5000, 'n') + "\":[\"" + std::string(5000, 'y') + "\",";

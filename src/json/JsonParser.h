@@ -25,6 +25,7 @@
 // later token is an error again. Each error calls onError once, with its message.
 class parserinfo : public TokenReceiver {
  public:
+  // The numbers are fixed.
   enum class State : std::int32_t {
     finished = 0,  // the document is complete, or an error occurred
     value = 1,     // a value is expected
@@ -95,10 +96,10 @@ namespace json {
 
 // Parses `length` bytes as one document, which the caller owns. Returns null if the text is not exactly one document. A
 // negative length means that the text ends at its first zero byte.
-[[nodiscard]] jsObject* parse(const char* text, std::ptrdiff_t length = -1);
+[[nodiscard]] jsObject* parse(const char* text, std::ptrdiff_t length = untilZeroByte);
 
 // Parses a text of several top-level objects, such as {"a":1} {"b":2}, and returns an array of them, which the caller
 // owns. Returns null only if the text is null or empty. The length is as in parse().
-[[nodiscard]] jsObject* parseSequence(const char* text, std::ptrdiff_t length = -1);
+[[nodiscard]] jsObject* parseSequence(const char* text, std::ptrdiff_t length = untilZeroByte);
 
 }  // namespace json

@@ -168,6 +168,14 @@ TEST(JsonParser, ScalarsThatHaveASharedValueAreParsedToIt) {
   EXPECT_EQ(json::parse("2"), json::makeNumber(2));
 }
 
+TEST(JsonParser, StatesHaveFixedNumbers) {
+  using State = parserinfo::State;
+  const State states[] = {State::finished,    State::value, State::afterElement,
+                          State::afterMember, State::name,  State::afterName};
+  int number = 0;
+  for (const State state : states) EXPECT_EQ(static_cast<int>(state), number++);
+}
+
 TEST(JsonParser, StateFollowsTheTokens) {
   using State = parserinfo::State;
   struct Step {

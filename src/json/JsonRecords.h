@@ -20,8 +20,8 @@ namespace json {
 
 // ---- The record of each kind ----
 
-// The place of the shared values, which are never freed. No block has it, because blocks are aligned.
-constexpr Place sharedPlace = 1;
+// The place of the shared values, which are never freed. No block has it, because it is beyond every chunk.
+constexpr Place sharedPlace = std::numeric_limits<Place>::max();
 
 struct Record : jsObject {
   constexpr Record(JsonKind kind, Place given) : jsObject(kind), place(given) {}
@@ -68,7 +68,7 @@ class Name {
   std::string_view text() const {
     return {reinterpret_cast<const char*>(this + 1), static_cast<std::size_t>(lengthAndPlace_ >> placeBits)};
   }
-  Block block() { return {this, static_cast<Place>(lengthAndPlace_ & ((1U << placeBits) - 1))}; }
+  Block block() { return {this, static_cast<Place>(lengthAndPlace_ % (1U << placeBits))}; }
 
  private:
   std::uint64_t lengthAndPlace_;  // no memory has room for a name whose length needs more than the other 48 bits
@@ -182,12 +182,12 @@ inline bool fits32Bits(double number) {
   return number + 0.5 > smallest - 1 && number + 0.5 < largest + 1;
 }
 
-// Returns true if the number is integral, and sets `integer` to its value. If it returns false, the content of
-// `integer` is undefined.
-inline bool isIntegralNumber(double number, std::int32_t& integer) {
-  if (!fits32Bits(number)) return false;
-  integer = static_cast<std::int32_t>(number + 0.5);
-  return integer < number + 0.00001 && number - 0.00001 < integer;
+// Returns the number plus 0.5, truncated toward zero. That must fit into 32 bits.
+inline std::int32_t truncated(double number) { return static_cast<std::int32_t>(number + 0.5); }
+
+// Returns true if the number is integral. Then truncated() returns its value.
+inline bool isIntegralNumber(double number) {
+  return fits32Bits(number) && truncated(number) < number + 0.00001 && number - 0.00001 < truncated(number);
 }
 
 }  // namespace json

@@ -90,6 +90,11 @@ TEST(JsonRecordsDeathTest, AListForMoreThanTwoThousandMillionEntriesAborts) {
   EXPECT_EXIT((void)sizeWithList<ArrayValue>(kMost + 1), testing::KilledBySignal(SIGABRT), "");
 }
 
+TEST(JsonRecords, BlockOfATextHasRoomForOneMoreByte) {
+  EXPECT_EQ(sizeWithBytes<Name>("port"), sizeof(Name) + 5);
+  EXPECT_EQ(sizeWithBytes<StringValue>("port"), sizeof(StringValue) + 5);
+}
+
 TEST(JsonRecords, ObjectOfMoreThanSixteenMembersHasAnIndex) {
   ScopedJson object(makeObject());
   for (int count = 1; count <= 17; ++count) {

@@ -4,6 +4,8 @@
 
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <string_view>
 
 using namespace std::string_literals;
 
@@ -153,6 +155,40 @@ TEST(JsonScanner, UnescapingAppendsAndDropsABackslashAtTheEnd) {
   json::appendUnescaped(text, "\\");
   json::appendUnescaped(text, "");
   EXPECT_EQ(text, "before a\tb");
+}
+
+// Notes where the texts lie that it receives.
+class PlaceRecorder final : public TokenReceiver {
+ public:
+  explicit PlaceRecorder(std::string_view scanned) : scanned_(scanned) {}
+  void onError(std::string_view) override {}
+  void onLeftBracket() override {}
+  void onLeftCurly() override {}
+  void onRightBracket() override {}
+  void onRightCurly() override {}
+  void onComma() override {}
+  void onColon() override {}
+  void onNumber(double) override {}
+  void onString(std::string_view text) override { note(text); }
+  void onNull() override {}
+  void onBool(bool) override {}
+  void onName(std::string_view name) override { note(name); }
+
+  std::string places;
+
+ private:
+  void note(std::string_view text) {
+    const bool isPart = text.data() > scanned_.data() && text.data() < scanned_.data() + scanned_.size();
+    places += isPart ? "part " : "copy ";
+  }
+  std::string_view scanned_;
+};
+
+TEST(JsonScanner, TextsAreCopiedOnlyToUnescapeThem) {
+  const std::string_view text = R"({plain:"text","a\b":"a \"quote\"",last:"text"})";
+  PlaceRecorder recorder(text);
+  EXPECT_TRUE(json::scan(recorder, text.data(), static_cast<std::ptrdiff_t>(text.size())));
+  EXPECT_EQ(recorder.places, "part part copy copy part part ");
 }
 
 TEST(JsonScanner, LongTokenIsDeliveredWhole) {

@@ -1,6 +1,5 @@
 #include "json/JsonWriter.h"
 
-#include <charconv>
 #include <cstring>
 
 #include "json/Escapes.h"
@@ -36,20 +35,18 @@ class Output {
   }
 
   void addEscaped(std::string_view bytes) {
+    constexpr std::size_t stretch = sizeof gathered_ / longestEscape;
     for (; bytes.size() > stretch; bytes.remove_prefix(stretch)) addEscapedStretch(bytes.substr(0, stretch));
     addEscapedStretch(bytes);
   }
 
   void addNumber(double number) {
     makeRoom(mostFixedBytes);
-    std::int32_t integer = 0;
-    at_ = isIntegralNumber(number, integer) ? writeInteger(at_, static_cast<std::uint32_t>(integer))  // never negative
-                                            : writeFixed(at_, number);
+    at_ = isIntegralNumber(number) ? writeInteger(at_, static_cast<std::uint32_t>(truncated(number)))  // never negative
+                                   : writeFixed(at_, number);
   }
 
  private:
-  static constexpr std::size_t stretch = 256;
-
   void makeRoom(std::size_t bytes) {
     if (static_cast<std::size_t>(gathered_ + sizeof gathered_ - at_) < bytes) flush();
   }

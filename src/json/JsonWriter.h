@@ -31,7 +31,8 @@ std::string& write(std::string& text, const jsObject* value);
 std::string& writeObject(std::string& text, const jsObject* object);
 std::string& writeArray(std::string& text, const jsObject* array);
 std::string& writeString(std::string& text, const jsObject* string);
-// A number for which json::isIntegral is true is formatted as "%d", any other as "%f": 3, 2.500000, -2.000000.
+// A number for which json::isIntegral is true is formatted as "%d", any other as "%f": 3, 2.500000, -2.000000. The
+// decimal point is a point in every locale.
 std::string& writeNumber(std::string& text, const jsObject* number);
 std::string& writeBoolean(std::string& text, const jsObject* boolean);
 std::string& writeNull(std::string& text, const jsObject* null);

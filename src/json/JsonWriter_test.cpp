@@ -10,6 +10,7 @@
 
 #include "json/JsonParser.h"
 #include "testing/faults/AllocationCount.h"
+#include "testing/run/DecimalPoint.h"
 
 using namespace std::string_literals;
 
@@ -126,6 +127,26 @@ TEST(JsonWriter, TextOfUpTo4096BytesIsAppendedAtOnce) {
   }
 }
 
+// The writer gathers 4096 bytes. A name, which it does not split, precedes the value.
+TEST(JsonWriter, ValueIsWrittenWholeWhereverTheBufferEnds) {
+  constexpr double kLongest = -std::numeric_limits<double>::max();
+  char number[400];
+  std::snprintf(number, sizeof number, "%f", kLongest);
+  std::string string = "\"";
+  for (int byte = 0; byte < 50; ++byte) string += "\\u0001";
+  string += '"';
+  for (std::size_t length = 3700; length <= 4096; ++length) {
+    const std::string name(length, 'n');
+    ScopedJson object(json::makeObject());
+    json::setMember(object.get(), name, json::makeNumber(kLongest));
+    std::string text;
+    ASSERT_EQ(json::write(text, object.get()), "{ \"" + name + "\":" + number + " }") << length;
+    json::setText(object.get(), name, std::string(50, '\x01'));
+    text.clear();
+    ASSERT_EQ(json::write(text, object.get()), "{ \"" + name + "\":" + string + " }") << length;
+  }
+}
+
 TEST(JsonWriter, NumbersAreFormattedAsBySnprintf) {
   const auto expectFormatted = [](double number) {
     ScopedJson value(json::makeNumber(number));
@@ -144,6 +165,13 @@ TEST(JsonWriter, NumbersAreFormattedAsBySnprintf) {
     const double scale = std::pow(10.0, static_cast<double>(random() % 24) - 8);
     expectFormatted((static_cast<double>(random() % 2000001) - 1000000.0) / 1000000.0 * scale);
   }
+}
+
+TEST(JsonWriter, NumbersAreReadAndWrittenWithAPointInEveryLocale) {
+  const DecimalPoint comma(",");
+  ASSERT_TRUE(comma.isSet());
+  EXPECT_EQ(rewritten("[0.5,1.5e0,+2.5,17592186044416.5,1e22,1]"),
+            "[ 0.500000, 1.500000, 2.500000, 17592186044416.500000, 10000000000000000000000.000000, 1 ]");
 }
 
 TEST(JsonWriter, FunctionForOneKindAppendsThatKindAlone) {

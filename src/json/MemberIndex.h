@@ -18,16 +18,18 @@
 //   in the cache is predicted wrongly and then waits for it: 14 ns.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <iterator>
 #include <limits>
 #include <string_view>
 #include <vector>
 
 class MemberIndex {
  public:
-  static constexpr std::size_t none = static_cast<std::size_t>(-1);
+  static constexpr std::size_t none = std::numeric_limits<std::size_t>::max();
 
   // Adds the name at that position.
   template <class NameAt>
@@ -43,15 +45,13 @@ class MemberIndex {
     if (slots_.empty()) return none;
     const Hash hash = hashOf(name);
     const Slot* group = slots_.data() + homeOf(hash);
-    Slot found = 0;
-    std::uint32_t matches = 0;
-    for (std::size_t at = 0; at < groupSize; ++at) {
-      const Slot ifMatching = isMatching(group[at], hash) ? ~Slot{0} : 0;
-      found |= group[at] & ifMatching;
-      matches -= ifMatching;
-    }
-    if (matches == 0 && isFree(group[groupSize - 1])) return none;
-    if (matches == 1 && !isFree(found) && nameAt(positionIn(found)) == name) return positionIn(found);
+    const Slot* end = group + groupSize;
+    Slot matches = 0;
+    for (const Slot* slot = group; slot != end; ++slot) matches |= isMatching(*slot, hash) ? *slot : Slot{0};
+    if (isFree(matches) && isFree(*std::prev(end))) return none;
+    // If several slots match, this is hardly ever a position of one of them.
+    const std::size_t position = positionIn(matches);
+    if (position < used_ && nameAt(position) == name) return position;
     return findSlowly(hash, name, nameAt);
   }
 
@@ -62,7 +62,7 @@ class MemberIndex {
     std::size_t gap = slotOf(hashOf(nameAt(position)), position);
     for (std::size_t at = after(gap); !isFree(slots_[at]); at = after(at)) {
       const std::size_t home = homeOf(hashOf(nameAt(positionIn(slots_[at]))));
-      if (((at - home) & mask_) < ((at - gap) & mask_)) continue;
+      if (((at - home) & mask()) < ((at - gap) & mask())) continue;
       slots_[gap] = slots_[at];
       gap = at;
     }
@@ -77,29 +77,24 @@ class MemberIndex {
   }
 
  private:
-  // 0 if it is free; else the position + 1 in the lowest bits, and the lower half of the hash in all bits above.
+  // 0 if it is free; else the position + 1 in the lowest bits, and the bits of the hash above them.
   using Slot = std::uint32_t;
-  using Hash = std::uint64_t;  // its upper half chooses the home slot
+  using Hash = std::uint32_t;  // its lowest bits choose the home slot
 
-  static constexpr std::size_t firstSize = 64;
   static constexpr std::size_t groupSize = 8;
-  static_assert((groupSize & (groupSize - 1)) == 0 && firstSize % groupSize == 0, "see homeOf");
+  static constexpr std::size_t firstSize = 8 * groupSize;
 
-  // The multiplication spreads hashes of 32 bits over both halves.
-  static Hash hashOf(std::string_view name) {
-    return std::hash<std::string_view>()(name) * std::uint64_t{0x9e3779b97f4a7c15};
-  }
+  static Hash hashOf(std::string_view name) { return static_cast<Hash>(std::hash<std::string_view>()(name)); }
 
+  Slot mask() const { return static_cast<Slot>(slots_.size() - 1); }  // of the lowest bits
   static bool isFree(Slot slot) { return slot == 0; }
-  Slot slotFor(Hash hash, std::size_t position) const {
-    return (static_cast<Slot>(hash) & ~mask_) | static_cast<Slot>(position + 1);
-  }
-  std::size_t positionIn(Slot slot) const { return (slot & mask_) - std::size_t{1}; }
+  Slot slotFor(Hash hash, std::size_t position) const { return (hash & ~mask()) | static_cast<Slot>(position + 1); }
+  std::size_t positionIn(Slot slot) const { return (slot & mask()) - std::size_t{1}; }
   // A free slot may match, too.
-  bool isMatching(Slot slot, Hash hash) const { return ((slot ^ static_cast<Slot>(hash)) & ~mask_) == 0; }
+  bool isMatching(Slot slot, Hash hash) const { return ((slot ^ hash) & ~mask()) == 0; }
 
-  std::size_t homeOf(Hash hash) const { return (hash >> std::numeric_limits<Slot>::digits) & mask_ & ~(groupSize - 1); }
-  std::size_t after(std::size_t at) const { return (at + 1) & mask_; }
+  std::size_t homeOf(Hash hash) const { return (hash & mask()) / groupSize * groupSize; }
+  std::size_t after(std::size_t at) const { return (at + 1) & mask(); }
 
   template <class NameAt>
   std::size_t findSlowly(Hash hash, std::string_view name, NameAt nameAt) const {
@@ -117,9 +112,9 @@ class MemberIndex {
 
   void put(Hash hash, std::size_t position) {
     const Slot* group = slots_.data() + homeOf(hash);
-    std::size_t used = 0;
-    for (std::size_t at = 0; at < groupSize; ++at) used += isFree(group[at]) ? 0 : 1;
-    std::size_t at = (homeOf(hash) + used) & mask_;  // the first free slot of the group, or the start of the next
+    const auto used = std::count_if(group, group + groupSize, [](Slot slot) { return !isFree(slot); });
+    // The first free slot of the group, or the start of the next.
+    std::size_t at = (homeOf(hash) + static_cast<std::size_t>(used)) & mask();
     while (!isFree(slots_[at])) at = after(at);
     slots_[at] = slotFor(hash, position);
   }
@@ -127,11 +122,9 @@ class MemberIndex {
   template <class NameAt>
   void grow(NameAt nameAt) {
     slots_.assign(slots_.empty() ? firstSize : 2 * slots_.size(), 0);
-    mask_ = static_cast<Slot>(slots_.size() - 1);
     for (std::size_t position = 0; position < used_; ++position) put(hashOf(nameAt(position)), position);
   }
 
   std::vector<Slot> slots_;  // their number is a power of two; at most half of them are used
-  Slot mask_ = 0;            // the number of slots - 1
   std::size_t used_ = 0;
 };

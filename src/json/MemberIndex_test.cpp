@@ -16,14 +16,14 @@ using Names = std::vector<std::string>;
 constexpr std::uint32_t kSlots = 64;  // the number of slots of a new index
 constexpr std::uint32_t kGroup = 8;   // the number of slots that a search compares at once
 
-std::uint64_t hashOf(const std::string& name) {
-  return std::hash<std::string_view>()(name) * std::uint64_t{0x9e3779b97f4a7c15};
+std::uint32_t hashOf(const std::string& name) {
+  return static_cast<std::uint32_t>(std::hash<std::string_view>()(name));
 }
 
 // The home of a name in a new index is the first slot of its group.
-std::uint32_t groupOf(const std::string& name) { return (hashOf(name) >> 32) % kSlots / kGroup; }
+std::uint32_t groupOf(const std::string& name) { return hashOf(name) % kSlots / kGroup; }
 // What a slot of a new index keeps of the hash.
-std::uint32_t keptHashOf(const std::string& name) { return static_cast<std::uint32_t>(hashOf(name)) / kSlots; }
+std::uint32_t keptHashOf(const std::string& name) { return hashOf(name) / kSlots; }
 
 std::string nameOf(std::uint32_t number) { return "member " + std::to_string(number); }
 
@@ -125,7 +125,7 @@ TEST(MemberIndex, AddAsksForTheOtherNamesOnlyIfMoreThanHalfOfTheSlotsWouldBeUsed
 TEST(MemberIndex, AFreeSlotIsNotTakenForANameWhoseKeptHashIsZero) {
   constexpr std::uint32_t slots = 65536;
   constexpr std::uint32_t fullGroups = slots / kGroup / 2;
-  const auto groupIn = [](std::uint64_t hash) { return static_cast<std::uint32_t>(hash >> 32) % slots / kGroup; };
+  const auto groupIn = [](std::uint32_t hash) { return hash % slots / kGroup; };
   std::vector<std::uint32_t> used(fullGroups);
   Names names;
   std::uint32_t number = 0;
@@ -136,9 +136,7 @@ TEST(MemberIndex, AFreeSlotIsNotTakenForANameWhoseKeptHashIsZero) {
     names.push_back(nameOf(number));
   }
   const MemberIndex index = indexOf(names);
-  const auto isSought = [&](std::uint64_t hash) {
-    return groupIn(hash) < fullGroups && static_cast<std::uint32_t>(hash) / slots == 0;
-  };
+  const auto isSought = [&](std::uint32_t hash) { return groupIn(hash) < fullGroups && hash / slots == 0; };
   while (!isSought(hashOf(nameOf(number)))) ++number;
   EXPECT_EQ(found(index, names, nameOf(number)), MemberIndex::none);
 }

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cfloat>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -10,9 +9,11 @@
 #include <cstring>
 #include <limits>
 #include <random>
+#include <type_traits>
 #include <vector>
 
 #include "testing/faults/AllocationCount.h"
+#include "testing/run/DecimalPoint.h"
 
 namespace {
 
@@ -36,6 +37,8 @@ void expectReadAsByStrtod(const std::string& text) {
 
 TEST(NumberText, ANumberOfNineteenDigitsIsReadWithoutMemory) {
   const std::int64_t before = newBlocksSoFar();
+  EXPECT_EQ(json::numberIn("9999999999999999999"), 1e19);
+  EXPECT_EQ(json::numberIn("+9999999999999999999"), 1e19);
   EXPECT_EQ(json::numberIn("-9999999999999999999"), -1e19);
   EXPECT_EQ(newBlocksSoFar(), before);
 }
@@ -52,16 +55,26 @@ TEST(NumberText, EdgeCasesAreReadAsByStrtod) {
       {"near 2 to the power of 53",
        {"9007199254740991", "9007199254740992", "9007199254740993", "9007199254740994.5", "900719925474099.25"}},
       {"near 2 to the power of 64", {"18446744073709551615", "18446744073709551616", "9999999999999999999"}},
+      {"exactly the middle between two doubles",
+       {"9007199254740993.0", "9007199254740995.0", "4503599627370497.5", "450359962737049.75"}},
       {"more digits than 64 bits hold", {"0.9999999999999999999", "99999999999999999999", "1234567890.123456789"}},
       {"many zeros", {"0.000000000000001", "0.0000000000000000001", "0.00000000000000000000000000001"}},
       {"19 decimals just above the middle between two doubles",
        {".9999999999986293742", ".9999999999999136802", ".9999999999999889533"}},
+      {"a plus sign and 19 digits", {"+1234567890123456789", "+9999999999999999999", "+.5"}},
       {"exponents", {"1e", "1e5", "1e5x", "1e999", "-1e999", "1e-999", "4.9e-324", "2.2250738585072011e-308"}},
       {"other forms", {"0x1.8p1", "nan", "inf", "-infinity", " 7", "1 2", "1,5", "1.2.3"}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
     for (const char* text : c.texts) expectReadAsByStrtod(text);
+  }
+}
+
+TEST(NumberText, NumbersOfAnyLengthAreReadAsByStrtod) {
+  for (std::size_t zeros = 0; zeros < 150; ++zeros) {
+    expectReadAsByStrtod("+" + std::string(zeros, '0') + "1234567890.5e-3");
+    expectReadAsByStrtod("0." + std::string(zeros, '0') + "12345678901234567890");
   }
 }
 
@@ -94,10 +107,7 @@ TEST(NumberText, DecimalsHalfwayBetweenTwoDoublesAreReadAsByStrtod) {
 }
 
 TEST(NumberText, FastPathStopsAtTheFirstByteThatIsNoDigit) {
-  const auto endOf = [](const char* text, double& number) {
-    const char* end = json::readPlainNumber(text, text + std::strlen(text), number);
-    return end == nullptr ? -1 : end - text;
-  };
+  const auto read = [](const char* text) { return json::readPlainNumber(text, text + std::strlen(text)); };
   struct Case {
     const char* text;
     std::ptrdiff_t end;
@@ -108,24 +118,23 @@ TEST(NumberText, FastPathStopsAtTheFirstByteThatIsNoDigit) {
 #ifdef __SIZEOF_INT128__
   constexpr bool canScale = true;
 #else
-  constexpr bool canScale = FLT_EVAL_METHOD == 0;
+  constexpr bool canScale = std::is_same_v<std::double_t, double>;
 #endif
   for (const Case& c : cases) {
     SCOPED_TRACE(c.text);
-    double number = 0;
     const bool isRead = canScale || c.number == std::floor(c.number);
-    EXPECT_EQ(endOf(c.text, number), isRead ? c.end : -1);
+    EXPECT_EQ(read(c.text).end, isRead ? c.text + c.end : nullptr);
     if (isRead) {
-      EXPECT_EQ(number, c.number);
+      EXPECT_EQ(read(c.text).value, c.number);
     }
   }
-  double number = 0;
 #ifdef __SIZEOF_INT128__
-  EXPECT_EQ(endOf("900719925474099.25,", number), 18) << "more digits than a double holds";
-  EXPECT_EQ(number, 900719925474099.25);
+  const char* const manyDigits = "900719925474099.25,";
+  EXPECT_EQ(read(manyDigits).end, manyDigits + 18) << "more digits than a double holds";
+  EXPECT_EQ(read(manyDigits).value, 900719925474099.25);
 #endif
   for (const char* text : {"", "-", "+1", "abc", "-.", ".", "12345678901234567890"}) {
-    EXPECT_EQ(endOf(text, number), -1) << text;
+    EXPECT_EQ(read(text).end, nullptr) << text;
   }
 }
 
@@ -182,6 +191,58 @@ TEST(NumberText, NumbersFrom2ToThePowerOfMinus75To44AreWrittenWithoutTheCLibrary
   }
 }
 #endif
+
+// --- Locales
+
+const char* const kOtherPoints[] = {",", "\u066B", "::"};
+
+TEST(NumberText, NumbersAreReadWithAPointInEveryLocale) {
+  const char* const texts[] = {
+      "1.5",   "1.5e0",   "-1.5E+1x", "+2.5", "0x1.8p1", "1,5", "+1,5",  "1.5,5", "+1\u066B5",
+      "+1::5", "0x1,8p1", "12abc",    "12:3", ".5e1",    "e5",  "-.5E0", "1.2.3", "1e5",
+      "inf",   "nan",     "",         "+",    ".",       ",",   "1e-2,", "+.5",   "1.00000000000000000000000005"};
+  std::vector<double> expected;
+  for (const char* text : texts) expected.push_back(std::strtod(text, nullptr));
+  for (const char* point : kOtherPoints) {
+    SCOPED_TRACE(point);
+    const DecimalPoint locale(point);
+    ASSERT_TRUE(locale.isSet());
+    ASSERT_EQ(std::strtod((std::string("1") + point + "5").c_str(), nullptr), 1.5) << "the locale is in use";
+    for (std::size_t at = 0; at < expected.size(); ++at) {
+      EXPECT_EQ(bitsOf(json::numberIn(texts[at])), bitsOf(expected[at])) << texts[at];
+    }
+  }
+}
+
+TEST(NumberText, NumbersAreWrittenWithAPointInEveryLocale) {
+  using Limits = std::numeric_limits<double>;
+  const double numbers[] = {0.5,
+                            0.0,
+                            -0.0,
+                            1e-300,
+                            0x1p44,
+                            0x1p44 + 1,
+                            0x1p44 + 0.75,
+                            1e22,
+                            Limits::max(),
+                            -Limits::max(),
+                            1e300,
+                            -1e-9,
+                            std::nan(""),
+                            Limits::infinity(),
+                            -Limits::infinity()};
+  for (const char* point : kOtherPoints) {
+    SCOPED_TRACE(point);
+    for (const double number : numbers) {
+      char expected[json::mostFixedBytes];
+      std::snprintf(expected, sizeof expected, "%f", number);
+      const DecimalPoint locale(point);
+      ASSERT_TRUE(locale.isSet());
+      char text[json::mostFixedBytes];
+      EXPECT_EQ(std::string_view(text, static_cast<std::size_t>(json::writeFixed(text, number) - text)), expected);
+    }
+  }
+}
 
 TEST(NumberText, HalvesAreRoundedToEvenAsBySnprintf) {
   for (int numerator = 1; numerator < 2000; ++numerator) {

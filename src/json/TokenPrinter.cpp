@@ -1,6 +1,9 @@
 #include "json/TokenPrinter.h"
 
+#include <algorithm>
 #include <cstdio>
+
+#include "json/NumberText.h"
 
 bool TokenPrinter::finish() {
   if (std::fflush(stdout) != 0) failed_ = true;
@@ -29,9 +32,10 @@ void TokenPrinter::onComma() { print(","); }
 void TokenPrinter::onColon() { print(":"); }
 
 void TokenPrinter::onNumber(double number) {
-  char digits[100];  // a longer number is cut to 99 characters
-  (void)std::snprintf(digits, sizeof digits, "%f", number);
-  print(digits);
+  constexpr std::size_t mostPrinted = 99;
+  char digits[json::mostFixedBytes];
+  const char* end = json::writeFixed(digits, number);
+  print({digits, std::min(static_cast<std::size_t>(end - digits), mostPrinted)});
 }
 
 void TokenPrinter::onString(std::string_view text) {

@@ -3,7 +3,7 @@
 //   json::dumpTokens("{\"a\":1}");     // prints: { "a" : 1.000000 }
 //
 // A space follows each token; no newline is printed. Strings are printed unescaped between double quotes, numbers with
-// six decimals and at most their first 99 characters. An error is printed as "error: " and its message.
+// a point and six decimals, but at most their first 99 characters. An error is printed as "error: " and its message.
 //
 // The printer passes each token to stdio's standard output as soon as it receives the token, so tokens and the output
 // of printf appear in the order in which they were printed.
@@ -46,6 +46,6 @@ namespace json {
 
 // Prints the tokens of `length` bytes. A negative length means that the text ends at its first zero byte. Returns true
 // if the text was neither null nor empty and all of its tokens were written.
-bool dumpTokens(const char* text, std::ptrdiff_t length = -1);
+bool dumpTokens(const char* text, std::ptrdiff_t length = untilZeroByte);
 
 }  // namespace json

@@ -7,6 +7,8 @@
 
 #include <cstdio>
 
+#include "testing/run/DecimalPoint.h"
+
 using namespace std::string_literals;
 
 namespace {
@@ -71,6 +73,12 @@ TEST(TokenPrinter, PrintsEachTokenAndASpace) {
     SCOPED_TRACE(c.why);
     EXPECT_EQ(dumpOf(c.text), c.printed);
   }
+}
+
+TEST(TokenPrinter, PrintsNumbersWithAPointInEveryLocale) {
+  const DecimalPoint comma(",");
+  ASSERT_TRUE(comma.isSet());
+  EXPECT_EQ(dumpOf("0.5 1.5e0 17592186044416.5"), "0.500000 1.500000 17592186044416.500000 ");
 }
 
 TEST(TokenPrinter, NullOrEmptyTextPrintsNothingAndFails) {

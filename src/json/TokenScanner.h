@@ -110,15 +110,13 @@ void TokenScanner<Receiver>::takeString() {
 template <class Receiver>
 void TokenScanner<Receiver>::takeNumber() {
   const char* start = at_;
-  double number = 0;
-  const char* stop = readPlainNumber(start, end_, number);
-  if (stop != nullptr && (stop == end_ || endsNumber(*stop))) {
-    at_ = stop;
-  } else {
-    while (at_ != end_ && !endsNumber(*at_)) ++at_;
-    number = numberIn({start, static_cast<std::size_t>(at_ - start)});
+  const PlainNumber plain = readPlainNumber(start, end_);
+  if (plain.end != nullptr && (plain.end == end_ || endsNumber(*plain.end))) {
+    at_ = plain.end;
+    return receiver_.onNumber(plain.value);
   }
-  receiver_.onNumber(number);
+  while (at_ != end_ && !endsNumber(*at_)) ++at_;
+  receiver_.onNumber(numberIn({start, static_cast<std::size_t>(at_ - start)}));
 }
 
 template <class Receiver>
