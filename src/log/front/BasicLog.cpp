@@ -237,10 +237,10 @@ EmitContext& emitContext() {
 
 std::int64_t localTicks(std::int64_t micros) {
   const EmitContext& context = emitContext();
-  if (!context.isEmitting) return TimeUtils::toLocalTicks(micros);
+  if (!context.isEmitting()) return TimeUtils::toLocalTicks(micros);
   // Unsigned, because a signed overflow would be undefined.
   return static_cast<std::int64_t>(static_cast<std::uint64_t>(micros) -
-                                   static_cast<std::uint64_t>(context.localOffset));
+                                   static_cast<std::uint64_t>(*context.localOffset));
 }
 
 // --- Entries
@@ -251,7 +251,7 @@ void Entry::open(const Logger& logger, Level level, std::string_view text, std::
   const EmitContext& context = emitContext();
   if (context.isEmittingEcho) return;  // an emitter that logs about every entry would otherwise never finish
   message_ = LogMessage::make(file, function, logger.name(), text);
-  message_->isFromEmitter = context.isEmitting;
+  message_->isFromEmitter = context.isEmitting();
   message_->level = effective(level);
   message_->created = TimeUtils::nowMicros();
   input_ = &logger.input();
@@ -280,8 +280,8 @@ void Entry::addAddress(TextOrNull key, TextOrNull host, std::int32_t port) {
 void Entry::addErrno(int error) {
   if (!message_) return;
   const ErrnoGuard guard;
-  std::array<char, 256> buffer{};
-  add("errmsg", ::strerror_r(error, buffer.data(), buffer.size()));
+  char buffer[256];  // for the text of an unknown error in any language
+  add("errmsg", ::strerror_r(error, buffer, sizeof buffer));
   addNumber("errno", error);
 }
 

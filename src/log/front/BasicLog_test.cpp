@@ -249,9 +249,11 @@ TEST_F(LogTest, AddErrnoAddsTheTextAndTheNumberOfKnownAndUnknownErrors) {
     entry.addErrno();
     entry.addErrno(EACCES);
     entry.addErrno(98765);
+    entry.addErrno(INT_MIN);
   }
   EXPECT_THAT(logged_.lines, ElementsAre("[INFO] test f g failed: errmsg=No such file or directory errno=2 "
-                                         "errmsg=Permission denied errno=13 errmsg=Unknown error 98765 errno=98765"));
+                                         "errmsg=Permission denied errno=13 errmsg=Unknown error 98765 errno=98765 "
+                                         "errmsg=Unknown error -2147483648 errno=-2147483648"));
 }
 
 TEST_F(LogTest, LoggingLeavesErrnoUnchanged) {

@@ -2,14 +2,17 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 namespace BasicLog {
 
 // Has these initial values on every thread that is not passing entries to emitters.
 struct EmitContext {
-  bool isEmitting = false;       // emitters run on this thread, so it is an emitter that logs now
-  bool isEmittingEcho = false;   // and the entry that they write was itself logged by an emitter
-  std::int64_t localOffset = 0;  // while emitting: TimeUtils::localOffsetMicros for the entry that is being written
+  bool isEmittingEcho = false;              // the entry that emitters write was itself logged by an emitter
+  std::optional<std::int64_t> localOffset;  // while emitting: TimeUtils::localOffsetMicros for the entry being written
+
+  // Returns true while emitters run on this thread, so that it is an emitter that logs now.
+  bool isEmitting() const { return localOffset.has_value(); }
 };
 
 // Returns the context of the calling thread.

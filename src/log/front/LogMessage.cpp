@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
+
+#include "base/text/FromBytes.h"
 
 namespace BasicLog {
 namespace {
@@ -12,16 +15,19 @@ constexpr unsigned char longMark = 0xFF;
 
 constexpr std::size_t roomForParameters = 64;
 
-std::size_t sizeWithLength(std::string_view text) {
-  return text.size() + (text.size() < longMark ? 1 : 1 + sizeof(LongLength));
+std::uint64_t sizeWithLength(std::string_view text) {
+  return std::uint64_t{text.size()} + (text.size() < longMark ? 1 : 1 + sizeof(LongLength));
+}
+
+// Where a size_t has 32 bits, no memory has the size of its largest value, so that a request for it fails.
+std::size_t asMemorySize(std::uint64_t size) {
+  return static_cast<std::size_t>(std::min<std::uint64_t>(size, SIZE_MAX));
 }
 
 std::string_view textAt(const char* bytes) {
   const auto first = static_cast<unsigned char>(*bytes++);
   if (first != longMark) return {bytes, first};
-  LongLength length = 0;
-  std::memcpy(&length, bytes, sizeof length);
-  return {bytes + sizeof length, length};
+  return {bytes + sizeof(LongLength), fromBytes<LongLength>(bytes)};
 }
 
 const char* endOf(std::string_view text) { return text.data() + text.size(); }
@@ -30,11 +36,12 @@ const char* endOf(std::string_view text) { return text.data() + text.size(); }
 
 std::unique_ptr<LogMessage> LogMessage::make(std::string_view file, std::string_view function, std::string_view logger,
                                              std::string_view text) {
-  std::size_t room = roomForParameters;
-  for (const std::string_view fixed : {file, function, logger, text}) room += sizeWithLength(fixed);
-  std::unique_ptr<LogMessage> message(new (::operator new(sizeof(LogMessage) + room)) LogMessage(room));
-  message->begin(file, function, logger, text);
-  return message;
+  std::uint64_t size = sizeof(LogMessage) + roomForParameters;
+  for (const std::string_view fixed : {file, function, logger, text}) size += sizeWithLength(fixed);
+  const std::size_t memorySize = asMemorySize(size);
+  void* const memory = ::operator new(memorySize);
+  return std::unique_ptr<LogMessage>(new (memory)
+                                         LogMessage(memorySize - sizeof(LogMessage), file, function, logger, text));
 }
 
 LogMessage& LogMessage::operator=(const LogMessage& other) {
@@ -42,7 +49,7 @@ LogMessage& LogMessage::operator=(const LogMessage& other) {
   level = other.level;
   isFromEmitter = other.isFromEmitter;
   created = other.created;
-  makeRoom(other.size_);
+  (void)makeRoom(other.size_);
   std::memcpy(bytes(), other.bytes(), other.size_);
   size_ = other.size_;
   return *this;
@@ -51,10 +58,15 @@ LogMessage& LogMessage::operator=(const LogMessage& other) {
 void LogMessage::begin(std::string_view file, std::string_view function, std::string_view logger,
                        std::string_view text) {
   size_ = 0;
-  for (const std::string_view fixed : {file, function, logger, text}) put(fixed);  // in the order of Place
+  for (const std::string_view fixed : {file, function, logger, text}) {  // in the order of Place
+    (void)makeRoom(size_ + sizeWithLength(fixed));
+    put(fixed);
+  }
 }
 
 void LogMessage::add(std::string_view key, std::string_view value) {
+  // The previous buffer is freed after both texts have been copied: they may lie in it.
+  const std::unique_ptr<char[]> previous = makeRoom(size_ + sizeWithLength(key) + sizeWithLength(value));
   put(key);
   put(value);
 }
@@ -80,9 +92,8 @@ std::string_view LogMessage::fixedText(Place place) const { return textAt(addres
 
 void LogMessage::put(std::string_view text) {
   text = text.substr(0, UINT32_MAX);
-  const std::size_t needed = size_ + sizeWithLength(text);
-  makeRoom(needed);
-  char* to = bytes() + size_;
+  char* const start = bytes() + size_;
+  char* to = start;
   if (text.size() < longMark) {
     *to++ = static_cast<char>(text.size());
   } else {
@@ -92,16 +103,15 @@ void LogMessage::put(std::string_view text) {
     to += sizeof length;
   }
   text.copy(to, text.size());
-  size_ = needed;
+  size_ += static_cast<std::size_t>(to - start) + text.size();
 }
 
-void LogMessage::makeRoom(std::size_t needed) {
-  if (needed <= room_) return;
-  const std::size_t room = std::max(needed, 2 * room_);
+std::unique_ptr<char[]> LogMessage::enlarge(std::uint64_t needed) {
+  const std::size_t room = std::max(asMemorySize(needed), 2 * room_);
   std::unique_ptr<char[]> larger(new char[room]);
   std::memcpy(larger.get(), bytes(), size_);
-  outside_ = std::move(larger);
   room_ = room;
+  return std::exchange(outside_, std::move(larger));
 }
 
 LogMessage::Reader::Reader(const LogMessage& message)

@@ -5,7 +5,8 @@
 //   message.add("path", path);
 //   for (const LogParameter& parameter : message.parameters()) ...
 //
-// The message copies every text. The views that it returns stay valid until the message is changed or destroyed.
+// The message copies every text. A text of 4 GiB or more may be cut. The views that it returns stay valid until the
+// message is changed or destroyed.
 //
 // All texts are stored in one buffer, one after another. make() allocates that buffer together with the object, so a
 // usual entry takes one allocation, and the thread that writes it finds all its texts on a few cache lines.
@@ -41,14 +42,14 @@ class LogMessage {
                                           std::string_view text);
   static void operator delete(void* memory) { ::operator delete(memory); }  // make() allocates more than the object
 
-  LogMessage() { begin("", "", "", ""); }
-  LogMessage(const LogMessage& other) { *this = other; }
+  LogMessage() : LogMessage(0, "", "", "", "") {}
+  LogMessage(const LogMessage& other) : LogMessage() { *this = other; }
   LogMessage& operator=(const LogMessage& other);
 
   // Replaces all texts by these four and removes all parameters. None of the four may be a view of a text of this
   // message.
   void begin(std::string_view file, std::string_view function, std::string_view logger, std::string_view text);
-  // Appends a key=value pair. The same key may be added more than once.
+  // Appends a key=value pair. The same key may be added more than once. Both may be views of texts of this message.
   void add(std::string_view key, std::string_view value);
 
   std::string_view file() const { return fixedText(Place::file); }  // name of the source file
@@ -78,17 +79,23 @@ class LogMessage {
   enum class Place { file, function, logger, text };
 
   // The object has `room` bytes behind it.
-  explicit LogMessage(std::size_t room) : room_(room) {}
+  LogMessage(std::size_t room, std::string_view file, std::string_view function, std::string_view logger,
+             std::string_view text)
+      : room_(room) {
+    begin(file, function, logger, text);
+  }
 
   const char* bytes() const { return outside_ ? outside_.get() : reinterpret_cast<const char*>(this + 1); }
   char* bytes() { return const_cast<char*>(std::as_const(*this).bytes()); }
   const char* addressOf(Place place) const;
   std::string_view fixedText(Place place) const;
-  void put(std::string_view text);
-  void makeRoom(std::size_t needed);
+  void put(std::string_view text);  // requires the room
+  // Returns the buffer that it replaces, if any, unless that is the room behind the object.
+  std::unique_ptr<char[]> makeRoom(std::uint64_t needed) { return needed <= room_ ? nullptr : enlarge(needed); }
+  std::unique_ptr<char[]> enlarge(std::uint64_t needed);
 
-  std::size_t size_ = 0;
-  std::size_t room_ = 0;             // size of the buffer in use
+  std::size_t size_;
+  std::size_t room_;                 // size of the buffer in use
   std::unique_ptr<char[]> outside_;  // the buffer in use if the room behind the object is too small
 };
 

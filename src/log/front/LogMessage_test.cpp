@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstring>
 #include <iterator>
 #include <memory>
+#include <new>
 #include <string>
+#include <string_view>
 
 namespace {
 
@@ -40,6 +43,14 @@ TEST(LogMessage, NewMessageHasEmptyTextsAndNoParameters) {
   EXPECT_EQ(message.level, Level::info);
   EXPECT_FALSE(message.isFromEmitter);
   EXPECT_EQ(message.created, 0);
+}
+
+TEST(LogMessage, OnlyAMadeMessageUsesTheMemoryBehindIt) {
+  alignas(LogMessage) char memory[sizeof(LogMessage) + 8];
+  std::memset(memory, 'x', sizeof memory);
+  auto* const message = ::new (static_cast<void*>(memory)) LogMessage;
+  EXPECT_EQ(std::string_view(memory + sizeof(LogMessage), 8), "xxxxxxxx");
+  message->~LogMessage();
 }
 
 TEST(LogMessage, ReturnsItsTextsAndItsParametersInTheOrderAdded) {
@@ -164,6 +175,24 @@ TEST(LogMessage, RoomThatIsUsedUpIsDoubled) {
     while (message.size() < 2 * room) {
       message.add("", "");
       ASSERT_EQ(message.file().data(), doubled) << message.size();
+    }
+  }
+}
+
+TEST(LogMessage, TextsOfTheMessageMayBeAddedToIt) {
+  for (std::size_t length = 0; length < 300; ++length) {
+    const std::string text(length, 'x');
+    const auto made = LogMessage::make("f", "g", "l", text);
+    LogMessage begun;
+    begun.begin("f", "g", "l", text);
+    for (LogMessage* message : {made.get(), &begun}) {
+      Texts expected = {"f", "g", "l", text};
+      for (int round = 0; round < 4; ++round) {
+        message->add(message->text(), message->text());
+        message->add("copy", message->parameters().back().key);
+        for (const std::string& added : {text, text, std::string("copy"), text}) expected.push_back(added);
+      }
+      ASSERT_EQ(textsOf(*message), expected) << length;
     }
   }
 }

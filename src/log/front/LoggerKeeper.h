@@ -24,9 +24,13 @@ class LoggerKeeper {
   ~LoggerKeeper() = default;
 };
 
-// Returns the keeper of the program, or null if the calling thread is just creating it or is inside its queue.
-// LogManager.cpp, in the back end, defines this function. The first call that logs therefore creates the whole log, and
-// no program has to set it up.
+// Returns the keeper of the program, or null. Without a keeper, the functions of BasicLog.h find no loggers and drop
+// what is logged. The result is null in these cases:
+// - The calling thread is just creating the keeper.
+// - The calling thread is inside the keeper's queue.
+// - The program defines this function to return null, as ravctl does (src/command/entry/main.cpp).
+// Other programs get the definition in LogManager.cpp, in the back end. There the first call that logs creates the
+// whole log, so no program has to set it up.
 LoggerKeeper* usableKeeper();
 
 }  // namespace BasicLog

@@ -83,13 +83,15 @@ void LogInput::process(std::unique_ptr<const LogMessage>& message) {
   if (isClosed_) return;
   // A thread inside the queue must not wait for mutex_, because the holder of mutex_ may be waiting for the queue.
   if (hasSyncProcessor_ && !output_.queue().isHeldByThisThread()) {
+    std::shared_ptr<LogMessageProcessor> replaced;  // deleted after the lock is released
     const ScopedOwnedLock lock(mutex_);
     if (!lock.wasHeld() && syncProcessor_) {
-      const std::shared_ptr<LogMessageProcessor> running = syncProcessor_;  // it may replace itself
+      std::shared_ptr<LogMessageProcessor> running = syncProcessor_;
       try {
         running->process(message);
       } catch (...) {  // not reported: the code that logs cannot act on it
       }
+      if (running != syncProcessor_) replaced = std::move(running);  // it has replaced itself
     }
   }
   if (message && asyncOutput_) (void)output_.push(message);  // a refused message is freed by its handle
@@ -140,13 +142,17 @@ Level LogInput::getDefaultLevel() {
   return defaultLevel_;
 }
 
+// The functions below declare `replaced` before the lock, so that the processor is deleted after the lock is released.
+
 void LogInput::setProcessor(std::shared_ptr<LogMessageProcessor> processor, const BasicLog::Emitter* emitter) {
+  std::shared_ptr<LogMessageProcessor> replaced;
   const ScopedOwnedLock lock(mutex_);
-  processor = exchangeProcessor(std::move(processor), emitter);
+  replaced = exchangeProcessor(std::move(processor), emitter);
 }
 
 std::shared_ptr<LogMessageProcessor> LogInput::exchangeProcessor(std::shared_ptr<LogMessageProcessor> processor,
                                                                  const BasicLog::Emitter* emitter) {
+  if (isClosed_ && processor != nullptr) return processor;
   hasSyncProcessor_ = processor != nullptr;
   syncEmitter_ = emitter;
   return std::exchange(syncProcessor_, std::move(processor));
@@ -164,10 +170,10 @@ void LogInput::setSyncEmitter(BasicLog::Emitter* emitter) {
 }
 
 void LogInput::removeSyncEmitter(BasicLog::Emitter* emitter) {
-  std::shared_ptr<LogMessageProcessor> removed;
+  std::shared_ptr<LogMessageProcessor> replaced;
   const ScopedOwnedLock lock(mutex_);
   if (emitter == nullptr || syncEmitter_ != emitter) return;
-  removed = exchangeProcessor(nullptr, nullptr);
+  replaced = exchangeProcessor(nullptr, nullptr);
 }
 
 void LogInput::shutDown() {
@@ -207,13 +213,11 @@ LogManager::LogManager() : maker_(::getpid()) {}
 // 3. Remove the processor and unlock the input, if a processor called exit(): the output thread may be waiting for it.
 // 4. Wait for the output thread.
 void LogManager::shutDown() {
-  if (isShutDown_) return;
   input_.close();
   if (maker_ != ::getpid() && !output_.wasStartedHere()) return;
   queue().unlockIfHeld();
   input_.shutDown();
   output_.shutDown();
-  isShutDown_ = true;
 }
 
 LogManager* LogManager::ifUsable() {

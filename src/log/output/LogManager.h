@@ -30,7 +30,8 @@
 // is installed, and then queues it if asynchronous output is in use. An entry that the processor does not take and
 // that is not queued is freed by its handle.
 // Threads: one lock guards the list of loggers, the default level and the synchronous processor. It is held while the
-// processor runs.
+// processor runs. A processor is deleted after the lock is released, so its destructor may wait for a thread that logs
+// or gets loggers. A processor that another one installs and replaces in one call may be deleted earlier.
 // Re-entry: a processor that logs or gets loggers does not deadlock. Its entries are queued without being passed to
 // the processor.
 // Deadlock: with asynchronous output, a processor must not flush or stop the output, and must not add or remove
@@ -60,7 +61,7 @@ class LogInput final : public BasicLog::LogMessageProcessor, public BasicLog::Lo
   // more.
   void removeSyncEmitter(BasicLog::Emitter* emitter);
 
-  // Drops all entries that are submitted from now on, also those for a processor that is installed later. Takes no
+  // Drops all entries that are submitted from now on. A processor that is installed later is deleted at once. Takes no
   // lock.
   void close() { isClosed_ = true; }
   // Removes and deletes the processor at exit. Waits until its call on another thread has ended. If the processor
@@ -76,7 +77,8 @@ class LogInput final : public BasicLog::LogMessageProcessor, public BasicLog::Lo
   BasicLog::Logger* findOrCreate(std::string_view name);
 
   void setProcessor(std::shared_ptr<BasicLog::LogMessageProcessor> processor, const BasicLog::Emitter* emitter);
-  // Requires the lock. Returns the previous processor, which must be deleted after the lock is released.
+  // Requires the lock. Returns the previous processor, or the new one if the input is closed. It must be deleted after
+  // the lock is released.
   [[nodiscard]] std::shared_ptr<BasicLog::LogMessageProcessor> exchangeProcessor(
       std::shared_ptr<BasicLog::LogMessageProcessor> processor, const BasicLog::Emitter* emitter);
 
@@ -141,15 +143,14 @@ class LogManager {
   // Ends the log at exit. From now on entries are dropped. If the output thread is running, the queued entries are
   // written, however long that takes, and the thread ends. Otherwise they are not written. The synchronous processor is
   // deleted. When shutDown returns, no thread is calling an emitter or a processor, and the log calls none any more,
-  // not even one that is added later. Re-entry: an emitter, a processor or an assertion handler may call exit(). If an
-  // emitter does, the queued entries are not written. Threads: two threads may exit at the same time. If more do,
-  // static emitters may be destroyed too early. Other processes: a child made by fork that has not started the thread
-  // itself only drops later entries. It takes no lock, because a thread of its parent may have held that lock at the
-  // fork.
+  // not even one that is added later. A processor that has replaced itself may still be in its destructor. Re-entry: an
+  // emitter, a processor or an assertion handler may call exit(). If an emitter does, the queued entries are not
+  // written. Threads: two threads may exit at the same time. If more do, static emitters may be destroyed too early.
+  // Other processes: a child made by fork that has not started the thread itself only drops later entries. It takes no
+  // lock, because a thread of its parent may have held that lock at the fork.
   void shutDown();
 
  private:
-  std::atomic<bool> isShutDown_{false};
   const pid_t maker_;  // the process that made this object
   LogOutput output_;
   LogInput input_{output_};

@@ -10,16 +10,24 @@
 #include <cstdlib>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <new>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 #include "testing/faults/QueuePeers.h"
+#include "testing/run/Zone.h"
 
 // Replaces the nothrow allocation, so that a test can make it fail, and counts the allocations of each thread.
 namespace {
 bool allocationsFail = false;
+thread_local void (*beforeNothrowAllocation)() = nullptr;  // called once
 thread_local int allocations = 0;
+thread_local const std::function<void()>* whenFreed = nullptr;  // called when this thread frees its next block
+void callWhenFreed() {
+  if (whenFreed != nullptr) (*std::exchange(whenFreed, nullptr))();
+}
 }  // namespace
 // Not inlined: otherwise the compiler sees a block from `new` passed to free() and warns.
 [[gnu::noinline]] void* operator new(std::size_t size) {
@@ -29,10 +37,17 @@ thread_local int allocations = 0;
   return block;
 }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  if (const auto call = std::exchange(beforeNothrowAllocation, nullptr)) call();
   return allocationsFail ? nullptr : ::operator new(size);
 }
-[[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
-[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete(void* block) noexcept {
+  callWhenFreed();
+  std::free(block);
+}
+[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept {
+  callWhenFreed();
+  std::free(block);
+}
 [[gnu::noinline]] void operator delete(void* block, const std::nothrow_t&) noexcept { std::free(block); }
 
 namespace {
@@ -317,6 +332,73 @@ TEST_F(InputTest, ProcessorMayLogInItsDestructor) {
   EXPECT_THAT(queued(), ElementsAre("farewell"));
 }
 
+class OtherThread {
+ public:
+  ~OtherThread() {
+    if (thread_.joinable()) thread_.join();
+  }
+  // Returns true if the other thread can get a logger while the calling thread waits for it.
+  bool getsALogger(LogInput& input) {
+    std::packaged_task<void()> task([&input] { EXPECT_NE(input.getLogger("other"), nullptr); });
+    const std::future<void> done = task.get_future();
+    thread_ = std::thread(std::move(task));
+    return done.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+  }
+
+ private:
+  std::thread thread_;
+};
+
+class NoEmitter : public Emitter {
+  void write(Level, const std::string&, const std::string&) override {}
+  const char* name() const override { return "no emitter"; }
+};
+
+TEST_F(InputTest, ProcessorIsDeletedAfterTheLockIsReleased) {
+  NoEmitter emitter;
+  const struct {
+    const char* why;
+    std::function<void(LogInput&)> replace;
+  } cases[] = {
+      {"setSyncProcessor", [](LogInput& in) { in.setSyncProcessor(new Calling(kDoNothing)); }},
+      {"setSyncProcessor without a processor", [](LogInput& in) { in.setSyncProcessor(nullptr); }},
+      {"setSyncEmitter", [&](LogInput& in) { in.setSyncEmitter(&emitter); }},
+      {"shutDown", [](LogInput& in) { in.shutDown(); }},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    OtherThread other;
+    bool isFree = false;
+    input.setSyncProcessor(new Calling(kDoNothing, [&] { isFree = other.getsALogger(input); }));
+    c.replace(input);
+    EXPECT_TRUE(isFree);
+  }
+  input.setSyncProcessor(nullptr);
+}
+
+TEST_F(InputTest, ProcessorThatReplacesItselfIsDeletedAfterTheLockIsReleased) {
+  OtherThread other;
+  bool isFree = false;
+  input.setSyncProcessor(
+      new Calling([&](auto&) { input.setSyncProcessor(nullptr); }, [&] { isFree = other.getsALogger(input); }));
+  log("x");
+  EXPECT_TRUE(isFree);
+  EXPECT_THAT(queued(), ElementsAre("x"));
+}
+
+// The processor of an emitter calls nothing when it is deleted. So the test looks when its memory is freed.
+TEST_F(InputTest, ProcessorOfARemovedEmitterIsDeletedAfterTheLockIsReleased) {
+  NoEmitter emitter;
+  input.setSyncEmitter(&emitter);
+  OtherThread other;
+  bool isFree = false;
+  const std::function<void()> look = [&] { isFree = other.getsALogger(input); };
+  whenFreed = &look;
+  input.removeSyncEmitter(&emitter);
+  EXPECT_EQ(std::exchange(whenFreed, nullptr), nullptr) << "nothing was freed";
+  EXPECT_TRUE(isFree);
+}
+
 TEST(InputEnd, ProcessorMayGetLoggersWhileTheInputIsDestroyed) {
   LogOutput output;
   LogInput input(output);
@@ -394,6 +476,27 @@ TEST_F(InputTest, FailedLoggerCreationIsAnAssertionAndReturnsNull) {
   EXPECT_THAT(assertions, ElementsAre("BasicLog.cpp 638 failed to create a logger object"));
   EXPECT_EQ(input.findLogger("too much"), nullptr);
   EXPECT_NE(input.getLogger("too much"), nullptr);
+}
+
+// getLogger allocates a logger while it holds the lock.
+TEST_F(InputTest, WithoutAProcessorAnEntryDoesNotWaitForTheLock) {
+  static Logger* logger;
+  static std::thread other;
+  static std::atomic<bool> isThrough;
+  logger = input.getLogger("test");
+  isThrough = false;
+  beforeNothrowAllocation = [] {
+    other = std::thread([] {
+      { const Entry entry(*logger, Level::info, "text", "f", "g"); }
+      isThrough = true;
+    });
+    for (int waits = 0; waits < 5'000 && !isThrough; ++waits) ::usleep(1'000);
+    EXPECT_TRUE(isThrough);
+  };
+  EXPECT_NE(input.getLogger("new"), nullptr);
+  EXPECT_EQ(beforeNothrowAllocation, nullptr) << "it was called";
+  if (other.joinable()) other.join();
+  EXPECT_THAT(queued(), ElementsAre("text"));
 }
 
 // --- The front end
@@ -620,6 +723,50 @@ TEST_F(InputTest, EntryBelowTheThresholdAllocatesNothing) {
   EXPECT_GT(allocationsOf(Level::error), 0) << "the count works";
 }
 
+TEST(FrontEnd, HeaderAndBodyOfAMessageTakeOneAllocationEach) {
+  LogMessage message;
+  message.level = Level::warning;
+  message.begin("f", "g", "l", "a text of more than fifteen bytes");
+  message.add("key", "a value of more than fifteen bytes");
+  (void)textHeader(message);  // the thread remembers the text of this second
+  const int before = allocations;
+  const std::string header = textHeader(message);
+  EXPECT_EQ(allocations, before + 1);
+  const std::string body = textBody(message);
+  EXPECT_EQ(allocations, before + 2);
+  EXPECT_EQ(header.size() + body.size(), 36U + 73U);
+}
+
+// The first batch allocates what the log keeps. A place that remained in the list would make it grow now and then.
+TEST_F(InputTest, AnEmitterThatIsRemovedAndAddedInABatchLeavesNoPlaceInTheList) {
+  class Emitting : public Emitter {
+   public:
+    std::function<void()> whenEmitting;
+    void emit(const LogMessage&) override {
+      if (whenEmitting) whenEmitting();
+    }
+    void write(Level, const std::string&, const std::string&) override {}
+    const char* name() const override { return "Emitting"; }
+  };
+  const Zone zone("UTC0");  // a long name of a zone would be allocated anew at each tick of the clock
+  Emitting first;
+  Emitting second;
+  output.addEmitter(&first);
+  output.addEmitter(&second);
+  first.whenEmitting = [&] {
+    output.removeEmitter(&second);
+    output.addEmitter(&second);
+  };
+  const auto allocationsOfABatch = [this] {
+    log("text");
+    const int before = allocations;
+    output.flush();
+    return allocations - before;
+  };
+  (void)allocationsOfABatch();
+  for (int batch = 0; batch < 100; ++batch) EXPECT_EQ(allocationsOfABatch(), 0) << batch;
+}
+
 TEST_F(InputTest, OutputLeavesAMessageThatItsQueueRefusesWithTheCaller) {
   std::unique_ptr<const LogMessage> message;
   EXPECT_FALSE(output.push(message));
@@ -651,12 +798,14 @@ TEST_F(InputTest, ShutDownWaitsForTheProcessorOnAnotherThreadAndDeletesIt) {
   other.join();
 }
 
-TEST_F(InputTest, ClosedInputDropsEntriesAlsoThoseForALaterProcessor) {
+TEST_F(InputTest, ClosedInputDropsEntriesAndDeletesALaterProcessor) {
   log("before");
   input.close();
   log("queued by nobody");
   int calls = 0;
+  deletedProcessors = 0;
   input.setSyncProcessor(new Calling([&](auto&) { ++calls; }));
+  EXPECT_EQ(deletedProcessors, 1);
   log("processed by nobody");
   EXPECT_EQ(calls, 0);
   EXPECT_THAT(queued(), ElementsAre("before"));

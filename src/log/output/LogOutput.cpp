@@ -84,10 +84,7 @@ bool LogOutput::isOutputThreadStopped() const {
   return (process != 0 && process != ::getpid()) || isStopped_.test();
 }
 
-bool LogOutput::wasStartedHere() const {
-  const pid_t process = process_;
-  return process != 0 && process == ::getpid();
-}
+bool LogOutput::wasStartedHere() const { return process_ == ::getpid(); }
 
 // --- The end of the process
 
@@ -140,7 +137,7 @@ std::size_t LogOutput::drainBatch() {
 
 // The loop uses an index, because an emitter may add emitters to the list.
 void LogOutput::emit(const LogMessage& message) {
-  BasicLog::emitContext() = {true, message.isFromEmitter, zoneOffset_.micros()};
+  BasicLog::emitContext() = {message.isFromEmitter, zoneOffset_.micros()};
   for (std::size_t i = 0; i < emitters_.size(); ++i) {
     if (emitters_[i] == nullptr) continue;
     try {

@@ -86,7 +86,7 @@ bool isImmediate(const std::function<void(LogManager&, Recorder&)>& wake) {
     ::usleep(50'000);
     const std::int64_t start = TimeUtils::monotonicMicros();
     wake(manager, emitter);
-    if (TimeUtils::monotonicMicros() - start < 900'000) return true;
+    if (TimeUtils::monotonicMicros() - start < 500'000) return true;
   }
   return false;
 }
@@ -220,7 +220,7 @@ TEST_F(OutputTest, EntryReachesItsEmittersAlthoughTheThreadWasIdle) {
 
 TEST(OutputThread, BacklogWakesTheIdleThreadAtOnce) {
   EXPECT_TRUE(isImmediate([](LogManager& manager, Recorder& emitter) {
-    for (int i = 0; i < 3 * 1'024; ++i) logTo(manager, "x");
+    for (int i = 0; i < 1'024; ++i) logTo(manager, "x");
     emitter.waitFor(1'024);
   }));
 }

@@ -25,7 +25,9 @@
 
 class RotatedFile {
  public:
-  // The settings. A new prefix or directory takes effect when the next file is opened.
+  // The settings. A new prefix or directory takes effect when the next file is opened. A new interval takes effect at
+  // the next call of enterPeriod(), which keeps the open file and its name if the new period begins at the same time as
+  // the old one.
   std::int64_t interval = 0;  // microseconds
   std::string prefix;
   std::string directory;

@@ -10,6 +10,7 @@
 // - "interval": a duration such as "1 day". It must be at least one millisecond, or else every entry is dropped.
 // - "prefix": the beginning of the file names.
 // - "dir": the directory of the files.
+// A new interval takes effect with the next entry; see RotatedFile.h.
 // The first entry of each period also removes outdated files from the directory. When write() returns, the entry is in
 // the file, by a write of its own, unless that write failed. So a crash of the process loses no entry that was emitted.
 // Threads: every function may be called from any thread.

@@ -780,6 +780,33 @@ TEST_F(RotatedFileTest, NewPrefixOrDirectoryTakesEffectWhenTheNextFileIsOpened) 
   EXPECT_EQ(host::tree("/tmp/other"), "f 0644 new-20250302-14.log \"[INFO] three\\n\"\n");
 }
 
+TEST_F(RotatedFileTest, NewIntervalTakesEffectWithTheNextEntryUnlessThePeriodBeginsAtTheSameTime) {
+  const auto setInterval = [this](const char* interval) {
+    EXPECT_EQ(emitter_.setConfig("interval", interval), ConfigResult::accepted);
+  };
+  write("one");
+  setInterval("1 day");
+  EXPECT_EQ(emitter_.currentFileName(), "app-20250302-13.log") << "until the next entry";
+  write("two");
+  EXPECT_EQ(emitter_.currentFileName(), "app-20250302.log");
+  now = at("2025-03-03T00:30:00");
+  setInterval("1 hour");
+  write("three");
+  EXPECT_EQ(emitter_.currentFileName(), "app-20250303-00.log");
+  setInterval("1 day");
+  write("four");
+  EXPECT_EQ(emitter_.currentFileName(), "app-20250303-00.log") << "both periods begin at midnight";
+  now = at("2025-03-03T13:05:00");
+  write("five");
+  now = at("2025-03-04T00:00:00");
+  write("six");
+  EXPECT_EQ(host::tree(kLogs),
+            "f 0644 app-20250302-13.log \"[INFO] one\\n\"\n"
+            "f 0644 app-20250302.log \"[INFO] two\\n\"\n"
+            "f 0644 app-20250303-00.log \"[INFO] three\\n[INFO] four\\n[INFO] five\\n\"\n"
+            "f 0644 app-20250304.log \"[INFO] six\\n\"\n");
+}
+
 TEST_F(RotatedFileTest, InvalidIntervalEntersNoPeriodAndNoLineIsWrittenBeforeTheFirstPeriod) {
   RotatedFile file;
   file.prefix = "app-";

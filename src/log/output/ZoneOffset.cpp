@@ -18,12 +18,14 @@ std::chrono::nanoseconds lastTick() {
 
 std::int64_t ZoneOffset::micros() {
   const char* const zone = std::getenv("TZ");
-  const bool isSameZone = zone == nullptr ? !zone_ : zone_ && *zone_ == zone;
   const std::chrono::nanoseconds tick = lastTick();
-  if (isSameZone && tick_ == tick) return micros_;
-  tick_ = tick;
-  zone_.reset();
-  if (zone != nullptr) zone_ = zone;
-  micros_ = TimeUtils::localOffsetMicros();
-  return micros_;
+  const auto isStillTrue = [&](const Known& known) {
+    const bool isSameZone = zone == nullptr ? !known.zone : known.zone && *known.zone == zone;
+    return isSameZone && known.tick == tick;
+  };
+  if (!known_ || !isStillTrue(*known_)) {
+    known_ = Known{std::nullopt, tick, TimeUtils::localOffsetMicros()};
+    if (zone != nullptr) known_->zone = zone;
+  }
+  return known_->micros;
 }

@@ -23,7 +23,10 @@ class ZoneOffset {
   std::int64_t micros();
 
  private:
-  std::optional<std::string> zone_;               // the text of TZ, empty if TZ was not set
-  std::optional<std::chrono::nanoseconds> tick_;  // the coarse clock when micros_ was determined
-  std::int64_t micros_ = 0;
+  struct Known {
+    std::optional<std::string> zone;  // the text of TZ, empty if TZ was not set
+    std::chrono::nanoseconds tick;    // the coarse clock when micros was determined
+    std::int64_t micros;
+  };
+  std::optional<Known> known_;
 };
