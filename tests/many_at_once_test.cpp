@@ -641,6 +641,15 @@ class ManyAtOnce : public HostTest {
   unsigned seed_ = 0;
 };
 
+TEST_F(ManyAtOnce, AnEmptyFileIsADamageUnlessADeleteHasMovedItAway) {
+  const std::string name = "/firmware_revision";
+  host::writeFile(host::kProfiles + (".deleted-4" + name), "");
+  EXPECT_THAT(flawsOfStore(), IsEmpty());
+  host::writeFile(host::kProfiles + (".deleted-4" + name), "4.");
+  host::writeFile(host::kProfiles + ("profile-4" + name), "");
+  EXPECT_EQ(flawsOfStore().size(), 2u);
+}
+
 TEST_F(ManyAtOnce, EachProcessFindsItsProfilesAndKeysUnchangedByOthers) { ownBusiness(60); }
 
 TEST_F(ManyAtOnce, TheStoreStaysSoundWhenManyProcessesMakeRandomChanges) { anything(100); }

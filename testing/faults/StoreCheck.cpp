@@ -59,6 +59,9 @@ constexpr Kind kKinds[] = {{"profile_name", flawOfLine},
                            {"endbox.conf", flawOfPairs},
                            {".current", flawOfLine}};
 
+// A delete has moved this directory out of the store.
+bool isOfDelete(const fs::path& directory) { return directory.filename().string().compare(0, 9, ".deleted-") == 0; }
+
 bool endsWith(const std::string& text, const std::string& end) {
   return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
@@ -88,7 +91,8 @@ std::vector<std::string> flawsOfStore(const std::string& profiles) {
     if (!entry.is_directory()) continue;
     for (const fs::directory_entry& file : fs::recursive_directory_iterator(entry.path())) {
       const std::string below = file.path().string().substr(entry.path().string().size());
-      if (file.is_regular_file()) check(file.path(), profiles + ".factory" + below, &flaws);
+      if (!file.is_regular_file() || (isOfDelete(entry.path()) && file.file_size() == 0)) continue;
+      check(file.path(), profiles + ".factory" + below, &flaws);
     }
   }
   return flaws;
