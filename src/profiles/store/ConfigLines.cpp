@@ -20,7 +20,6 @@ namespace {
 
 constexpr std::size_t lineBufferSize = 8000;
 constexpr std::size_t flushSize = 65536;
-constexpr std::chrono::seconds longestWait(10);
 constexpr mode_t newFileMode = 0644;
 constexpr std::string_view lineBreaksAndZero = "\r\n\0"sv;
 
@@ -36,8 +35,6 @@ bool carries(std::string_view text, std::string_view key) {
 }
 
 using Clock = LineEditor::Clock;
-
-thread_local ConfigLines::EditLimit* currentLimit = nullptr;
 
 // Runs one pass of an editor under the locks.
 template <typename Pass>
@@ -114,16 +111,6 @@ bool readFirstValue(const std::string& path, std::string_view key, std::string& 
     return true;
   }
   return false;
-}
-
-EditLimit::EditLimit() { currentLimit = this; }
-EditLimit::~EditLimit() { currentLimit = nullptr; }
-
-Clock::time_point EditLimit::deadline() {
-  const Clock::time_point end = Clock::now() + longestWait;
-  if (currentLimit == nullptr) return end;
-  if (currentLimit->end_ == Clock::time_point::min()) currentLimit->end_ = end;
-  return currentLimit->end_;
 }
 
 Status setKeys(const std::string& path, const std::vector<KeyValue>& settings) {

@@ -19,6 +19,7 @@
 // none can be taken (no lock directory, no permission), and if somebody else may write in the lock directory.
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -28,26 +29,17 @@
 #include "base/files/FileAccess.h"
 #include "base/files/LineReader.h"
 #include "base/files/ReplacementFile.h"
+#include "base/system/WaitLimit.h"
 #include "command/status/StatusCodes.h"
 
 namespace ConfigLines {
 
-// The edits of one command, which together wait for other holders for ten seconds at most. The last edit still tries
-// once. The ten seconds begin with the first edit. Limits must not nest.
-// Threads: it counts for the thread that made it.
-class EditLimit {
- public:
-  EditLimit();
-  ~EditLimit();
-  EditLimit(const EditLimit&) = delete;
-  EditLimit& operator=(const EditLimit&) = delete;
-
-  // Returns the time until which an edit that begins now waits for other holders.
-  static std::chrono::steady_clock::time_point deadline();
-
- private:
-  std::chrono::steady_clock::time_point end_ = std::chrono::steady_clock::time_point::min();
+// All edits in the scope of one EditLimit wait for other holders for ten seconds at most. An edit that begins later
+// still tries once.
+struct Edits {
+  static constexpr std::chrono::seconds longestWait{10};
 };
+using EditLimit = WaitLimit<Edits>;
 
 using KeyValue = std::pair<std::string, std::string>;
 

@@ -902,23 +902,4 @@ TEST_F(LineEditorTest, AnEmptyEditCreatesAnEmptyFile) {
   EXPECT_EQ(host::tree("/tmp"), "f 0644 hip.conf \"\"\nd 1777 lock\n");
 }
 
-TEST(EditLimit, ItsTenSecondsBeginWithTheFirstEditAndEndWithItForItsThreadAlone) {
-  using ConfigLines::EditLimit;
-  using std::chrono::seconds;
-  const auto pause = [] { std::this_thread::sleep_for(std::chrono::milliseconds(20)); };
-  LineEditor::Clock::time_point deadline;
-  {
-    EditLimit limit;
-    pause();
-    const auto firstEdit = LineEditor::Clock::now();
-    deadline = EditLimit::deadline();
-    EXPECT_GE(deadline, firstEdit + seconds(10));
-    EXPECT_LT(deadline, firstEdit + seconds(11));
-    pause();
-    EXPECT_EQ(EditLimit::deadline(), deadline) << "a later edit";
-    std::thread([deadline] { EXPECT_GT(EditLimit::deadline(), deadline) << "another thread"; }).join();
-  }
-  EXPECT_GT(EditLimit::deadline(), deadline) << "an edit after the limit";
-}
-
 }  // namespace

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <iterator>
 
+#include "base/files/FileAccess.h"
 #include "base/files/FilePlace.h"
 #include "base/files/WholeFile.h"
 #include "base/system/Leftover.h"
@@ -15,12 +16,9 @@
 
 namespace {
 
-constexpr std::chrono::seconds longestWait(1);
 constexpr mode_t nameFileMode = 0640;
 
 using Clock = FileWriter::Clock;
-
-thread_local NameRepair::Limit* currentLimit = nullptr;
 
 bool hasGone(const StoreFile& directory, const std::string& path) {
   return placeOf(directory.fd.get(), AT_FDCWD, path.c_str()) == Place::another;
@@ -58,20 +56,6 @@ bool writeName(FileWriter& writer, const std::string& name) {
 }  // namespace
 
 namespace NameRepair {
-
-Limit::Limit() {
-  if (currentLimit == nullptr) currentLimit = this;
-}
-Limit::~Limit() {
-  if (currentLimit == this) currentLimit = nullptr;
-}
-
-Clock::time_point Limit::deadline() {
-  const Clock::time_point end = Clock::now() + longestWait;
-  if (currentLimit == nullptr) return end;
-  if (currentLimit->end_ == Clock::time_point::min()) currentLimit->end_ = end;
-  return currentLimit->end_;
-}
 
 Result run(const std::string& dir, const std::string& listed, const Choose& choose, std::string& name) {
   const Clock::time_point deadline = Limit::deadline();

@@ -11,29 +11,19 @@
 // a socket or a device has the name of the file, a regular file replaces it. A directory of that name stays.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <string>
 
-#include "base/files/FileAccess.h"
+#include "base/system/WaitLimit.h"
 
 namespace NameRepair {
 
-// The repairs that one thread makes for a command, which together wait for locks for one second at most. The second
-// begins with the first repair. Inside the scope of another limit it has no effect. A repair outside of every limit has
-// a second of its own.
-class Limit {
- public:
-  Limit();
-  ~Limit();
-  Limit(const Limit&) = delete;
-  Limit& operator=(const Limit&) = delete;
-
-  // Returns the time until which a repair that begins now waits for a lock.
-  static FileWriter::Clock::time_point deadline();
-
- private:
-  FileWriter::Clock::time_point end_ = FileWriter::Clock::time_point::min();
+// All repairs in the scope of one Limit wait for locks for one second at most.
+struct Repairs {
+  static constexpr std::chrono::seconds longestWait{1};
 };
+using Limit = WaitLimit<Repairs>;
 
 enum class Result {
   done,        // the name is on the disk

@@ -1,0 +1,43 @@
+// WaitLimit: bounds how long all operations of one kind in a command wait together.
+//
+//   struct Edits {
+//     static constexpr std::chrono::seconds longestWait{10};
+//   };
+//   WaitLimit<Edits> limit;                                   // in a command, for all its edits
+//   const auto deadline = WaitLimit<Edits>::deadline();       // in each edit
+//
+// Threads: a limit counts for the thread that made it.
+#pragma once
+
+#include <chrono>
+
+// The operations of one kind that a thread begins in the scope of the limit. The time begins with the first of them and
+// takes Kind::longestWait. Inside the scope of another limit of the same kind it has no effect.
+template <typename Kind>
+class WaitLimit {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  WaitLimit() {
+    if (current_ == nullptr) current_ = this;
+  }
+  ~WaitLimit() {
+    if (current_ == this) current_ = nullptr;
+  }
+  WaitLimit(const WaitLimit&) = delete;
+  WaitLimit& operator=(const WaitLimit&) = delete;
+
+  // Returns the time until which an operation that begins now may wait. Outside of every limit each operation has the
+  // whole time for itself.
+  static Clock::time_point deadline() {
+    const Clock::time_point end = Clock::now() + Kind::longestWait;
+    if (current_ == nullptr) return end;
+    if (current_->end_ == Clock::time_point::min()) current_->end_ = end;
+    return current_->end_;
+  }
+
+ private:
+  static inline thread_local WaitLimit* current_ = nullptr;
+
+  Clock::time_point end_ = Clock::time_point::min();
+};
