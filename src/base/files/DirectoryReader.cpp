@@ -5,10 +5,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
 #include <cstring>
 #include <string>
 
+#include "base/files/LinkText.h"
 #include "base/system/Uninterrupted.h"
 
 namespace FileUtils {
@@ -19,13 +19,11 @@ UniqueFd openAgain(int directoryFd) {
 }
 
 EntryKind kindOfLink(int directoryFd, const char* name, LinkBase base) {
-  char text[PATH_MAX];
-  const ssize_t length = ::readlinkat(directoryFd, name, text, sizeof text);
-  if (length < 1 || length == sizeof text) return EntryKind::unreadable;  // a target that fills the buffer may be cut
-  const std::string target(text, static_cast<std::size_t>(length));
+  const std::optional<std::string> target = linkText(directoryFd, name);
+  if (!target) return EntryKind::unreadable;
   struct stat info = {};
-  const bool isFound = base == LinkBase::ownDirectory ? ::fstatat(directoryFd, target.c_str(), &info, 0) == 0
-                                                      : ::stat(target.c_str(), &info) == 0;
+  const bool isFound = base == LinkBase::ownDirectory ? ::fstatat(directoryFd, target->c_str(), &info, 0) == 0
+                                                      : ::stat(target->c_str(), &info) == 0;
   if (!isFound) return EntryKind::other;
   if (S_ISREG(info.st_mode)) return EntryKind::linkToFile;
   return S_ISDIR(info.st_mode) ? EntryKind::linkToDirectory : EntryKind::other;

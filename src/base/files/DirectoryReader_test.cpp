@@ -118,12 +118,8 @@ TEST_F(DirectoryReaderTest, ALinkIsUnreadableIfItsTargetIsEmptyOrFillsTheBuffer)
     DirectoryReader reader(fd.get());
     return FileUtils::kindOf(fd.get(), *reader.next(), LinkBase::workingDirectory);
   };
-  for (const std::size_t length : {1U, 4095U}) {
-    SCOPED_TRACE(length);
-    host::remove("/tmp/list/link");
-    host::makeLink("/tmp/list/link", std::string(length, '/'));
-    EXPECT_EQ(kindOfOnlyEntry(), EntryKind::linkToDirectory);
-  }
+  host::makeLink("/tmp/list/link", "/");
+  EXPECT_EQ(kindOfOnlyEntry(), EntryKind::linkToDirectory);
   for (const ssize_t length : {0, 4096}) {
     SCOPED_TRACE(length);
     FaultPlan plan{1, false, 0, {"readlinkat"}};

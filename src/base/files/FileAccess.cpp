@@ -6,10 +6,10 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <climits>
 #include <optional>
 #include <utility>
 
+#include "base/files/LinkText.h"
 #include "base/system/RawWrite.h"
 #include "base/system/RetryPauses.h"
 #include "base/text/StringUtils.h"
@@ -30,11 +30,8 @@ UniqueFd openAt(int directoryFd, const char* path, int flags) {
 
 // Reads the target of a link, as a path from the same directory. Returns nothing, with errno set, if it cannot be read.
 std::optional<std::string> targetOf(const std::string& path) {
-  char text[PATH_MAX];
-  const ssize_t length = ::readlink(path.c_str(), text, sizeof text);
-  if (length == -1) return std::nullopt;
-  std::string target(text, static_cast<std::size_t>(length));
-  if (target[0] != '/') target.insert(0, path, 0, path.rfind('/') + 1);  // npos + 1 is 0
+  std::optional<std::string> target = linkText(AT_FDCWD, path.c_str());
+  if (target && target->front() != '/') target->insert(0, path, 0, path.rfind('/') + 1);  // npos + 1 is 0
   return target;
 }
 

@@ -266,7 +266,7 @@ TEST_F(FileAccessTest, TheWriterOfTheSystemMakesAMissingFileOverFortyLinksAtMost
 
 TEST_F(FileAccessTest, WithoutTheTargetOfALinkTheWriterOfTheSystemMakesNothing) {
   host::makeLink(kLink, kTarget);
-  const ArmedFaults armed{FaultPlan{1, false, EIO, {"readlink"}}};
+  const ArmedFaults armed{FaultPlan{1, false, EIO, {"readlinkat"}}};
   EXPECT_THAT(FileUtils::writeString(kLink, kNewText, false), HasCode(status::openError));
   EXPECT_EQ(armed.count(), 1u);
   EXPECT_FALSE(host::exists(kTarget));

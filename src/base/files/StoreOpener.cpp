@@ -10,10 +10,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <optional>
 #include <utility>
 
+#include "base/files/LinkText.h"
 #include "base/system/OpenAt2.h"
 #include "base/system/Uninterrupted.h"
 #include "base/text/StringUtils.h"
@@ -125,19 +125,16 @@ class Walk {
     const UniqueFd link = openAt(here(), name.c_str(), O_PATH);
     struct stat info = {};
     struct stat directory = {};
-    char text[PATH_MAX];
     if (!link.isOpen() || ::fstat(link.get(), &info) != 0 || !lookAtHere(directory)) return false;
     const bool isFollowed = isTrusted(info, here(), directory) || (isLast && mayBeOwn(info, directory));
-    const ssize_t length = isFollowed && ++links_ <= longestChain && S_ISLNK(info.st_mode)
-                               ? ::readlinkat(link.get(), "", text, sizeof text)
-                               : 0;
-    if (length <= 0) {
+    std::optional<std::string> target;
+    if (isFollowed && ++links_ <= longestChain && S_ISLNK(info.st_mode)) target = linkText(link.get(), "");
+    if (!target) {
       errno = ELOOP;
       return false;
     }
-    std::string target(text, static_cast<std::size_t>(length));
-    if (!isLast) target += '/';
-    rest_.replace(0, walked_, target);
+    if (!isLast) *target += '/';
+    rest_.replace(0, walked_, *target);
     walked_ = 0;
     return true;
   }
