@@ -11,6 +11,8 @@
 // Emitters: the list does not own them. An emitter must live as long as it is in the list. After removeEmitter has
 // returned, the log does not call the emitter any more. Only one thread at a time calls emitters.
 // Re-entry: an emitter may log, flush, stop the thread, and add and remove emitters.
+// - An emitter that another one adds receives the current entry too. So an emitter must not add itself again: it would
+//   receive the same entry for ever.
 // - An entry that an emitter logs is queued like any other. What emitters log while they write such an entry is
 //   dropped. Otherwise the log could feed itself for ever.
 // - A flush that an emitter calls does nothing.
