@@ -40,11 +40,16 @@ TEST_F(DirectoryEntriesTest, MakeNewDirSetsTheModeWhateverTheUmaskAndReportsAnEx
   EXPECT_EQ(FileUtils::makeNewDir(AT_FDCWD, "/tmp/a/b", 0755), FileUtils::NewDir::failed);
 }
 
-TEST_F(DirectoryEntriesTest, ANewDirectoryWhoseModeCannotBeSetIsRemovedAgain) {
-  ::umask(0077);
-  const ArmedFaults armed{FaultPlan{1, false, EIO, {"fchmodat"}}};
-  EXPECT_EQ(FileUtils::makeNewDir(AT_FDCWD, "/tmp/new", 0755), FileUtils::NewDir::failed);
-  EXPECT_FALSE(host::exists("/tmp/new"));
+TEST_F(DirectoryEntriesTest, ANewDirectoryWhoseModeCannotBeSetStaysOnlyIfItHasTheModeAlready) {
+  for (const bool hasMode : {true, false}) {
+    SCOPED_TRACE(hasMode);
+    host::reset();
+    ::umask(hasMode ? 0022 : 0077);
+    const ArmedFaults armed{FaultPlan{1, false, EIO, {"fchmodat"}}};
+    EXPECT_EQ(FileUtils::makeNewDir(AT_FDCWD, "/tmp/new", 0755),
+              hasMode ? FileUtils::NewDir::made : FileUtils::NewDir::failed);
+    EXPECT_EQ(host::exists("/tmp/new"), hasMode);
+  }
 }
 
 TEST_F(DirectoryEntriesTest, AModeIsSetAndTheCurrentModeNeedsNoPermission) {

@@ -85,7 +85,6 @@ class LineEditor {
 
   explicit LineEditor(const std::string& path) : LineEditor(path, ConfigLines::EditLimit::deadline()) {}
   LineEditor(const std::string& path, Clock::time_point deadline);
-  ~LineEditor() { discard(); }
   LineEditor(const LineEditor&) = delete;
   LineEditor& operator=(const LineEditor&) = delete;
 
