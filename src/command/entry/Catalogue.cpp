@@ -136,12 +136,14 @@ constexpr Maker makers[] = {
     {reference, makeReference},
 };
 
+template <typename Indices>
+struct Makers;
 template <std::size_t... at>
-constexpr bool standInTheOrderOfTheirIds(std::index_sequence<at...>) {
-  return ((static_cast<std::size_t>(makers[at].id) == at) && ...);
-}
+struct Makers<std::index_sequence<at...>> {
+  static constexpr bool standInTheOrderOfTheirIds = ((static_cast<std::size_t>(makers[at].id) == at) && ...);
+};
 static_assert(std::size(makers) == std::size(rows) &&
-                  standInTheOrderOfTheirIds(std::make_index_sequence<std::size(makers)>()),
+                  Makers<std::make_index_sequence<std::size(makers)>>::standInTheOrderOfTheirIds,
               "make() takes the id of a row as an index");
 
 Made make(const CommandRow& row, const std::string& argument, const Words& words) {
