@@ -19,10 +19,10 @@ class WaitLimit {
   using Clock = std::chrono::steady_clock;
 
   WaitLimit() {
-    if (current_ == nullptr) current_ = this;
+    if (current == nullptr) current = this;
   }
   ~WaitLimit() {
-    if (current_ == this) current_ = nullptr;
+    if (current == this) current = nullptr;
   }
   WaitLimit(const WaitLimit&) = delete;
   WaitLimit& operator=(const WaitLimit&) = delete;
@@ -31,13 +31,13 @@ class WaitLimit {
   // whole time for itself.
   static Clock::time_point deadline() {
     const Clock::time_point end = Clock::now() + Kind::longestWait;
-    if (current_ == nullptr) return end;
-    if (current_->end_ == Clock::time_point::min()) current_->end_ = end;
-    return current_->end_;
+    if (current == nullptr) return end;
+    if (current->end_ == Clock::time_point::min()) current->end_ = end;
+    return current->end_;
   }
 
  private:
-  static inline thread_local WaitLimit* current_ = nullptr;
+  static inline thread_local WaitLimit* current = nullptr;
 
   Clock::time_point end_ = Clock::time_point::min();
 };
