@@ -11,12 +11,14 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
+// NOLINTBEGIN(readability-identifier-naming): WaitLimit decides the name
 struct Edits {
   static constexpr seconds longestWait{10};
 };
 struct Repairs {
   static constexpr seconds longestWait{1};
 };
+// NOLINTEND(readability-identifier-naming)
 
 using Limit = WaitLimit<Edits>;
 
