@@ -88,8 +88,12 @@ char firstOf(const std::string& field) { return field.empty() ? '\0' : field.fro
 bool hasStranger = false;
 
 // The calls of this part may fail, as when a file is made in a directory that is not there. The line then does nothing.
+// A FIFO is refused at once; without O_NONBLOCK the open would wait for a reader.
 void writeFile(const std::string& path, const std::string& content) {
-  std::ofstream(path, std::ios::binary) << content;
+  const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, 0666);
+  if (file < 0) return;
+  (void)!::write(file, content.data(), content.size());
+  (void)::close(file);
 }
 
 bool giveToStranger(const std::string& path) { return ::lchown(path.c_str(), kStranger, kStranger) == 0; }
@@ -220,11 +224,14 @@ void allowStateFiles(Operation& operation, const std::string& dirname) {
 }
 
 // Returns true if a listing may give the profile another name. If a name cannot be read, or its file is not a regular
-// file, the model does not say which names are equal.
+// file, the model does not say which names are equal. A profile without a name is called "profile" as soon as it is
+// selected, even if another one has that name.
 bool needsRepair(const Operation& operation, const std::string& dirname) {
   if (!operation.isPlain) return true;
   const std::string name = fuzz::nameIn(operation.before, dirname);
-  const auto sameName = [&](const fuzz::NamedProfile& profile) { return profile.name == name; };
+  const auto sameName = [&](const fuzz::NamedProfile& profile) {
+    return (profile.name.empty() ? "profile" : profile.name) == name;
+  };
   return name.empty() || std::count_if(operation.listed.begin(), operation.listed.end(), sameName) > 1;
 }
 
