@@ -112,6 +112,8 @@ configure() {
       -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON "$@"
   fi
   quietly cmake --preset "$preset" "$@"
+  # If the compiler is at another path than last time, CMake starts afresh and forgets the options of the preset.
+  ! grep -q 'require your cache to be deleted' "$log" || quietly cmake --preset "$preset" "$@"
 }
 
 # build PRESET TARGET...
