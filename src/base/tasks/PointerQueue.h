@@ -5,8 +5,8 @@
 //   { ScopedLock lock(queue); queue.push(item); }
 //
 // The queue does not own the objects that the pointers refer to. It never holds null.
-// Cost: push and pop are inline for their usual case. That gains a quarter of the time, 2.6 instead of 3.4 ns an item, if
-// every push is followed by a pop (see bench/queue_bench), and nothing if many are pushed and then popped.
+// Cost: push and pop are inline for their usual case. That gains a quarter of the time, 2.6 instead of 3.4 ns an item,
+// if every push is followed by a pop (see bench/queue_bench), and nothing if many are pushed and then popped.
 // Threads: the queue is a lock but never locks itself. Threads that share a queue must lock it around every call.
 #pragma once
 
