@@ -270,12 +270,12 @@ jsObject* memberValue(const jsObject* object, std::size_t index) {
   return record != nullptr && index < record->count ? record->values[index] : nullptr;
 }
 
-std::ptrdiff_t findMember(const jsObject* object, std::string_view name) {
+std::ptrdiff_t findMember(const jsObject* object, TextOrNull name) {
   const auto* record = recordIn<ObjectValue>(object, JsonKind::object);
   return record == nullptr || name.empty() ? notFound : record->find(name);
 }
 
-std::ptrdiff_t findMemberIgnoringCase(const jsObject* object, std::string_view name) {
+std::ptrdiff_t findMemberIgnoringCase(const jsObject* object, TextOrNull name) {
   const auto* record = recordIn<ObjectValue>(object, JsonKind::object);
   if (record == nullptr || name.empty()) return notFound;
   for (std::size_t at = 0; at < record->count; ++at) {
@@ -284,12 +284,12 @@ std::ptrdiff_t findMemberIgnoringCase(const jsObject* object, std::string_view n
   return notFound;
 }
 
-jsObject* member(const jsObject* object, std::string_view name) {
+jsObject* member(const jsObject* object, TextOrNull name) {
   const std::ptrdiff_t place = findMember(object, name);
   return place == notFound ? nullptr : memberValue(object, static_cast<std::size_t>(place));
 }
 
-void setMember(jsObject* object, std::string_view name, jsObject* value) {
+void setMember(jsObject* object, TextOrNull name, jsObject* value) {
   auto* record = recordIn<ObjectValue>(object, JsonKind::object);
   if (record == nullptr || name.empty()) return release(value);
   if (value == nullptr) return release(removeMember(object, name));
@@ -298,14 +298,14 @@ void setMember(jsObject* object, std::string_view name, jsObject* value) {
   replace(record->values[static_cast<std::size_t>(place)], value);
 }
 
-jsObject* setText(jsObject* object, std::string_view name, std::string_view text) {
+jsObject* setText(jsObject* object, TextOrNull name, std::string_view text) {
   if (!isObject(object) || name.empty()) return nullptr;
   jsObject* value = makeString(text);
   setMember(object, name, value);
   return value;
 }
 
-jsObject* removeMember(jsObject* object, std::string_view name) {
+jsObject* removeMember(jsObject* object, TextOrNull name) {
   const std::ptrdiff_t place = findMember(object, name);
   if (place == notFound) return nullptr;
   return static_cast<ObjectValue*>(object)->takeOut(static_cast<std::size_t>(place));

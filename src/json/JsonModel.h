@@ -33,6 +33,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "base/text/TextOrNull.h"
 #include "json/ScopedRelease.h"
 
 enum class JsonKind : std::int32_t {
@@ -121,7 +122,7 @@ bool isIntegral(const jsObject* value);
 //
 // Members keep the order in which they were added, except that a removal moves the last member to the index of the
 // removed one: after a is removed, a, b, c becomes c, b. That is deliberate: the writer prints them in this order.
-// Names are byte strings. Within an object they are unique and not empty.
+// Names are byte strings. Within an object they are unique and not empty. A null name counts as an empty one.
 
 constexpr std::ptrdiff_t notFound = -1;
 
@@ -132,11 +133,11 @@ std::string_view memberName(const jsObject* object, std::size_t index);
 // Null if the index is not below the count. The object still owns the value.
 jsObject* memberValue(const jsObject* object, std::size_t index);
 // The index of the member of that name, compared byte for byte, or notFound, which is -1.
-std::ptrdiff_t findMember(const jsObject* object, std::string_view name);
+std::ptrdiff_t findMember(const jsObject* object, TextOrNull name);
 // The index of the first member of that name, or notFound. A to Z and a to z are equal. The search is linear.
-std::ptrdiff_t findMemberIgnoringCase(const jsObject* object, std::string_view name);
+std::ptrdiff_t findMemberIgnoringCase(const jsObject* object, TextOrNull name);
 // The value of the member of that name, or null. The object still owns the value.
-jsObject* member(const jsObject* object, std::string_view name);
+jsObject* member(const jsObject* object, TextOrNull name);
 
 // Gives `value` to the object:
 // - If the object has a member of that name, `value` replaces and releases the old value. If `value` is the old value,
@@ -144,11 +145,11 @@ jsObject* member(const jsObject* object, std::string_view name);
 // - Otherwise the member is added at the end.
 // - If the name is empty, `value` is released.
 // - If `value` is a null pointer (not makeNull()), the member is removed and its value released.
-void setMember(jsObject* object, std::string_view name, jsObject* value);
+void setMember(jsObject* object, TextOrNull name, jsObject* value);
 // Sets the member to a new string and returns that string, which the object owns. Returns null if the name is empty.
-jsObject* setText(jsObject* object, std::string_view name, std::string_view text);
+jsObject* setText(jsObject* object, TextOrNull name, std::string_view text);
 // Removes the member and returns its value, which the caller owns. Returns null if there is no such member.
-[[nodiscard]] jsObject* removeMember(jsObject* object, std::string_view name);
+[[nodiscard]] jsObject* removeMember(jsObject* object, TextOrNull name);
 
 // ---- Arrays ----
 

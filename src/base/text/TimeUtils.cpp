@@ -214,7 +214,7 @@ std::string formatTime(std::int64_t micros, bool withMicros, char separator) {
   return withMicros ? seconds + "." + digits(6, t.millisecond * 1'000 + t.microsecond) : seconds;
 }
 
-std::int64_t parseIsoTime(std::string_view text) {
+std::int64_t parseIsoTime(TextOrNull text) {
   BrokenDownTime fields;
   const int read = std::sscanf(std::string(text).c_str(), "%4d-%2d-%2dT%2d:%2d:%2d", &fields.year, &fields.month,
                                &fields.day, &fields.hour, &fields.minute, &fields.second);

@@ -64,7 +64,7 @@ std::int64_t compose(const BrokenDownTime& fields);
 std::string formatTime(std::int64_t micros, bool withMicros, char separator);
 // Parses "2024-03-01T12:00:05" as UTC and returns the time in microseconds since 1970. Any text behind it is ignored.
 // Returns 0 if one of the six fields is missing.
-std::int64_t parseIsoTime(std::string_view text);
+std::int64_t parseIsoTime(TextOrNull text);
 
 // Time stamps for file names, such as "20250302", "20250302-13", "20250302-1305" and "20250302-130507", with a prefix
 // before and a suffix behind them. A null pointer is no prefix or suffix. The time 0 means now.

@@ -252,6 +252,8 @@ TEST(ParseIsoTime, ReadsAllSixFieldsOrNothing) {
   for (const TextOfTime& c : cases) EXPECT_EQ(parseIsoTime(c.text), c.micros) << c.text;
 }
 
+TEST(ParseIsoTime, AbsentTextGivesZero) { EXPECT_EQ(parseIsoTime(nullptr), 0); }
+
 TEST(ParseIsoTime, TextsThatEndBeforeTheSecondsGiveZero) {
   const std::string text = "2024-03-01T12:00:05";
   for (std::size_t length = 0; length < text.size() - 1; ++length) {
