@@ -264,7 +264,8 @@ char* writeFixed(char* at, double number) {
   if (std::signbit(number)) *at++ = '-';
   const std::uint64_t whole = *rounded / million;
   const auto low = static_cast<std::uint32_t>(whole);
-  at = low == whole ? writeInteger(at, low) : std::to_chars(at, at + mostFixedBytes, whole).ptr;
+  constexpr int wholeDigits = std::numeric_limits<std::uint64_t>::digits10 + 1;  // the room is not less
+  at = low == whole ? writeInteger(at, low) : std::to_chars(at, at + wholeDigits, whole).ptr;
   *at++ = '.';
   const auto decimals = static_cast<std::uint32_t>(*rounded % million);
   at = writePair(at, decimals / 10000);

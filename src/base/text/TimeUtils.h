@@ -13,7 +13,6 @@
 
 #include <cstdint>
 #include <string>
-#include <string_view>
 
 #include "base/text/TextOrNull.h"
 
