@@ -23,6 +23,7 @@
 //   M|selector|flags|name|host|port|network|invitation|level  modify
 //   D|selector  delete    S|selector  reset    A|dirname  make active    E  ensure that one is active    G|selector
 // The letters of profiles, files and targets are in the tables below.
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -588,7 +589,9 @@ void remove(Operation& operation, const Fields& fields) {
   const Selected selected = selectIn(operation, fields[0]);
   if (!isSuccess(selected.code)) return requireCode(operation, selected.code);
   if (selected.dirname == ".factory") return requireCode(operation, status::invalidArgument);
-  if (selected.dirname.empty()) return requireCode(operation, status::applicationError);
+  // A name that no directory can have is not the name of a missing one: the system refuses to look for it.
+  const bool canExist = !selected.dirname.empty() && selected.dirname.size() <= NAME_MAX;
+  if (!canExist) return requireCode(operation, status::applicationError);
   requireCode(operation, status::success);
   require(fuzz::entryAt(operation.after, inStore(selected.dirname)) == nullptr, "a deleted profile is gone");
 }
