@@ -3,8 +3,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "base/files/KeyValueFile.h"
 #include "testing/faults/FaultInjector.h"
 #include "testing/run/HostTest.h"
+#include "testing/run/LogLines.h"
 
 namespace {
 
@@ -54,11 +56,21 @@ TEST_F(FileUtilsTest, AnEmptyPathIsAnInvalidArgumentEverywhereAndMakesNoSystemCa
   EXPECT_THAT(list, SizeIs(0));
 }
 
-TEST_F(FileUtilsTest, APathBelowAFileFailsEverywhereAndLeavesTheFile) {
+TEST_F(FileUtilsTest, APathBelowAFileFailsEverywhereLeavesTheFileAndOnlyMakeUniqueFileLogs) {
   constexpr const char* kBelow = "/tmp/file/below";
   host::writeFile(kFile, "text");
   host::writeFile("/tmp/other", "text");
+  const LoggedLines log;
   std::string text;
+  Texts lines;
+  EXPECT_THAT(FileUtils::readFile(kBelow, text), HasCode(status::statError));
+  EXPECT_THAT(FileUtils::writeFile(kBelow, "x", 1), HasCode(status::openError));
+  EXPECT_THAT(FileUtils::writeString(kBelow, "x", true), HasCode(status::openError));
+  EXPECT_THAT(FileUtils::writeStoreLine(kBelow, "x"), HasCode(status::openError));
+  EXPECT_THAT(FileUtils::writeLines(kBelow, Texts{"x"}), HasCode(status::openError));
+  EXPECT_THAT(FileUtils::readLines(kBelow, lines), HasCode(status::openError));
+  EXPECT_THAT(FileUtils::readFirstLine(kBelow, text), HasCode(status::success));
+  EXPECT_FALSE(FileUtils::setKeyValue(kBelow, "key", "value"));
   EXPECT_THAT(FileUtils::makeDir(kBelow, 0755), HasCode(status::mkdirError));
   EXPECT_THAT(FileUtils::setMode(kBelow, 0755), HasCode(status::chmodError));
   EXPECT_THAT(FileUtils::removeFile(kBelow), HasCode(status::unlinkError));
@@ -76,6 +88,9 @@ TEST_F(FileUtilsTest, APathBelowAFileFailsEverywhereAndLeavesTheFile) {
   EXPECT_FALSE(FileUtils::fifoHasReader(kBelow));
   EXPECT_EQ(FileUtils::fileSize(kBelow), -1);
   EXPECT_EQ(FileUtils::fileModifiedMicros(kBelow), 0);
+  EXPECT_THAT(log.lines, SizeIs(0));
+  EXPECT_EQ(FileUtils::makeUniqueFile(kBelow, text), nullptr);
+  EXPECT_THAT(log.lines, SizeIs(11)) << "only makeUniqueFile logs";
   EXPECT_EQ(host::tree("/tmp"), "f 0644 file \"text\"\nd 1777 lock\nf 0644 other \"text\"\n");
 }
 

@@ -6,7 +6,6 @@
 #include <memory>
 
 #include "base/files/FileUtils.h"
-#include "base/files/KeyValueFile.h"
 #include "log/front/BasicLog.h"
 #include "testing/faults/FaultInjector.h"
 #include "testing/run/HostTest.h"
@@ -23,22 +22,9 @@ struct CloseStream {
 };
 using Stream = std::unique_ptr<std::FILE, CloseStream>;
 
-std::vector<std::string> entries;  // all log entries of a test
-
-class Recorder : public BasicLog::LogMessageProcessor {
- public:
-  void process(std::unique_ptr<const BasicLog::LogMessage>& message) override { entries.push_back(lineOf(*message)); }
-};
-
 class UniqueFileTest : public HostTest {
  protected:
-  void SetUp() override {
-    HostTest::SetUp();
-    if (IsSkipped()) return;
-    entries.clear();
-    BasicLog::setSyncProcessor(new Recorder);
-  }
-  void TearDown() override { BasicLog::setSyncProcessor(nullptr); }
+  LoggedLines log_;
 };
 
 TEST_F(UniqueFileTest, AUniqueFileIsNewOpenForReadingAndWritingAndMode0644) {
@@ -70,7 +56,7 @@ TEST_F(UniqueFileTest, ElevenNamesAreTriedAndEachFailureIsLogged) {
   EXPECT_EQ(FileUtils::makeUniqueFile("/tmp/missing/bundle", path), nullptr);
   EXPECT_EQ(path, "old");
   EXPECT_EQ(
-      entries,
+      log_.lines,
       Texts(11, "[ERROR] basiclib FileUtils.cpp makeUniqueFile failed to open file: error=No such file or directory"));
 }
 
@@ -81,44 +67,14 @@ TEST_F(UniqueFileTest, AFailureIsNotLoggedIfErrorsAreNotLogged) {
   logger.setThreshold(BasicLog::Level::fatal);
   EXPECT_EQ(FileUtils::makeUniqueFile("/tmp/missing/bundle", path), nullptr);
   logger.setThreshold(before);
-  EXPECT_THAT(entries, SizeIs(0));
-}
-
-TEST_F(UniqueFileTest, OnlyMakeUniqueFileLogs) {
-  constexpr const char* kBelow = "/tmp/file/below";
-  host::writeFile("/tmp/file", "text");
-  std::string text;
-  Texts lines;
-  EXPECT_THAT(FileUtils::readFile(kBelow, text), HasCode(status::statError));
-  EXPECT_THAT(FileUtils::writeFile(kBelow, "x", 1), HasCode(status::openError));
-  EXPECT_THAT(FileUtils::writeString(kBelow, "x", true), HasCode(status::openError));
-  EXPECT_THAT(FileUtils::writeStoreLine(kBelow, "x"), HasCode(status::openError));
-  EXPECT_THAT(FileUtils::writeLines(kBelow, Texts{"x"}), HasCode(status::openError));
-  EXPECT_THAT(FileUtils::readLines(kBelow, lines), HasCode(status::openError));
-  EXPECT_THAT(FileUtils::readFirstLine(kBelow, text), HasCode(status::success));
-  EXPECT_THAT(FileUtils::makeDir(kBelow, 0755), HasCode(status::mkdirError));
-  EXPECT_THAT(FileUtils::setMode(kBelow, 0755), HasCode(status::chmodError));
-  EXPECT_THAT(FileUtils::removeFile(kBelow), HasCode(status::unlinkError));
-  EXPECT_THAT(FileUtils::removeDir(kBelow), HasCode(status::rmdirError));
-  EXPECT_THAT(FileUtils::removePath(kBelow), HasCode(status::rmdirError));
-  EXPECT_THAT(FileUtils::removeTree(kBelow), HasCode(status::unlinkError));
-  EXPECT_THAT(FileUtils::renameFile(kBelow, "/tmp/new", true), HasCode(status::renameError));
-  EXPECT_THAT(FileUtils::copyFile("/tmp/file", kBelow), HasCode(status::openError));
-  EXPECT_THAT(FileUtils::listDirectory(kBelow).status, HasCode(status::opendirError));
-  EXPECT_FALSE(FileUtils::fileExists(kBelow));
-  EXPECT_EQ(FileUtils::fileSize(kBelow), -1);
-  EXPECT_FALSE(FileUtils::fifoHasReader(kBelow));
-  EXPECT_FALSE(FileUtils::setKeyValue(kBelow, "key", "value"));
-  EXPECT_THAT(entries, SizeIs(0));
-  EXPECT_EQ(FileUtils::makeUniqueFile(kBelow, text), nullptr);
-  EXPECT_THAT(entries, SizeIs(11));
+  EXPECT_THAT(log_.lines, SizeIs(0));
 }
 
 TEST_F(UniqueFileTest, TheEleventhNameMayStillSucceed) {
   for (const std::size_t failures : {0U, 1U, 9U, 10U}) {
     SCOPED_TRACE(failures);
     host::remove("/tmp/late");
-    entries.clear();
+    log_.lines.clear();
     FaultPlan plan;
     plan.calls = {"open"};
     plan.before = [failures](std::size_t call) {
@@ -128,17 +84,17 @@ TEST_F(UniqueFileTest, TheEleventhNameMayStillSucceed) {
     std::string path;
     const Stream stream(FileUtils::makeUniqueFile("/tmp/late/bundle", path));
     EXPECT_NE(stream, nullptr);
-    EXPECT_THAT(entries, SizeIs(failures));
+    EXPECT_THAT(log_.lines, SizeIs(failures));
   }
 }
 
 TEST_F(UniqueFileTest, AUniquePathBeyond4095BytesIsRefusedWithoutLogging) {
   std::string path = "old";
   EXPECT_EQ(FileUtils::makeUniqueFile("/tmp/" + std::string(4084, 'x'), path), nullptr);  // 4,096 bytes with the suffix
-  EXPECT_THAT(entries, SizeIs(0));
+  EXPECT_THAT(log_.lines, SizeIs(0));
   EXPECT_EQ(FileUtils::makeUniqueFile("/tmp/" + std::string(4083, 'x'), path),
             nullptr);  // 4,095 bytes, but a component that is too long
-  EXPECT_THAT(entries, SizeIs(11));
+  EXPECT_THAT(log_.lines, SizeIs(11));
   EXPECT_EQ(path, "old");
 }
 

@@ -24,26 +24,6 @@ using Names = std::vector<std::string>;
 
 constexpr const char* kTool = "/usr/sbin/ip";
 
-// Records each log entry as a line "[LEVEL] logger file function text: parameters".
-class RecordingProcessor : public BasicLog::LogMessageProcessor {
- public:
-  explicit RecordingProcessor(Names& records) : records_(records) {}
-  void process(std::unique_ptr<const BasicLog::LogMessage>& message) override { records_.push_back(lineOf(*message)); }
-
- private:
-  Names& records_;
-};
-
-class LogRecords {
- public:
-  LogRecords() { BasicLog::setSyncProcessor(new RecordingProcessor(records)); }
-  ~LogRecords() { BasicLog::setSyncProcessor(nullptr); }
-  LogRecords(const LogRecords&) = delete;
-  LogRecords& operator=(const LogRecords&) = delete;
-
-  Names records;
-};
-
 class InterfacesTest : public HostTest {
  protected:
   void SetUp() override {
@@ -180,12 +160,12 @@ TEST_F(InterfacesTest, AFailedEnumerationIsLoggedAndGivesAnEmptyList) {
   makeBridge();
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
-    const LogRecords log;
+    const LoggedLines log;
     const ArmedFaults armed({1, false, c.error, {"getifaddrs"}});
     Names list = {"left over"};
     EXPECT_FALSE(ConfigControl::read_networks(list));
     EXPECT_THAT(list, IsEmpty());
-    EXPECT_THAT(log.records, ElementsAre(c.record));
+    EXPECT_THAT(log.lines, ElementsAre(c.record));
   }
 }
 
@@ -194,7 +174,7 @@ TEST_F(InterfacesTest, NoErrorIsLoggedIfTheThresholdIsFatal) {
   BasicLog::Logger& logger = BasicLog::getLogger(BasicLog::ravctlLogger);
   const BasicLog::Level before = logger.threshold();
   logger.setThreshold(BasicLog::Level::fatal);
-  const LogRecords log;
+  const LoggedLines log;
   {
     const ArmedFaults armed({1, false, ENOMEM, {"getifaddrs"}});
     Names list;
@@ -206,7 +186,7 @@ TEST_F(InterfacesTest, NoErrorIsLoggedIfTheThresholdIsFatal) {
     EXPECT_THAT(ProfileControl::cmdGetProfileDetails("lab", details), HasCode(status::success));
   }
   logger.setThreshold(before);
-  EXPECT_THAT(log.records, IsEmpty());
+  EXPECT_THAT(log.lines, IsEmpty());
 }
 
 TEST_F(InterfacesTest, DetailsContainTheInterfaces) {
@@ -220,14 +200,14 @@ TEST_F(InterfacesTest, DetailsContainTheInterfaces) {
 TEST_F(InterfacesTest, IfInterfacesCannotBeListedDetailsLogItAndSucceed) {
   host::makeProfile("profile-1", "lab");
   host::writeFile("/etc/zuv/profiles/profile-1/device_id", "id\n");
-  const LogRecords log;
+  const LoggedLines log;
   const ArmedFaults armed({1, false, ENOMEM, {"getifaddrs"}});
   ProfileDetails details;
   details.networks = {"left over"};
   EXPECT_THAT(ProfileControl::cmdGetProfileDetails("lab", details), HasCode(status::success));
   EXPECT_THAT(details.networks, IsEmpty());
   EXPECT_EQ(details.deviceId, "id");
-  EXPECT_THAT(log.records,
+  EXPECT_THAT(log.lines,
               ElementsAre("[ERROR] ravctl ConfigControl.cpp read_networks could not getifaddrs: status=-1",
                           "[ERROR] ravctl ProfileControl.cpp cmdGetProfileDetails could not execute read_networks"));
 }
