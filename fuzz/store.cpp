@@ -589,7 +589,7 @@ void remove(Operation& operation, const Fields& fields) {
   const Selected selected = selectIn(operation, fields[0]);
   if (!isSuccess(selected.code)) return requireCode(operation, selected.code);
   if (selected.dirname == ".factory") return requireCode(operation, status::invalidArgument);
-  // A name that no directory can have is not the name of a missing one: the system refuses to look for it.
+  // A name that is too long does not count as a missing directory: the system reports ENAMETOOLONG.
   const bool canExist = !selected.dirname.empty() && selected.dirname.size() <= NAME_MAX;
   if (!canExist) return requireCode(operation, status::applicationError);
   requireCode(operation, status::success);

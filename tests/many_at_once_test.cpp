@@ -641,7 +641,7 @@ class ManyAtOnce : public HostTest {
   unsigned seed_ = 0;
 };
 
-TEST_F(ManyAtOnce, AnEmptyFileIsADamageUnlessADeleteHasMovedItAway) {
+TEST_F(ManyAtOnce, AnEmptyFileIsAFlawUnlessADeleteHasMovedItAway) {
   const std::string name = "/firmware_revision";
   host::writeFile(host::kProfiles + (".deleted-4" + name), "");
   EXPECT_THAT(flawsOfStore(), IsEmpty());

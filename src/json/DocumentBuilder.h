@@ -11,9 +11,9 @@
 // and names lie one behind the other in chunks (see Chunks.h), a container and its list are one block, and most equal
 // names in one chunk are one name that is counted several times.
 //
-// What it gains (bench/json_libraries, our speed divided by that of RapidJSON, with one block for each value, name and
-// list and in brackets with names that are not shared): parsing a request 1.13 (0.67), objects 0.81 (0.41, [0.68]),
-// integers 0.97 (0.43), doubles 0.84 (0.62).
+// What it gained when it was made (bench/json_libraries, our speed divided by that of RapidJSON, with one block for
+// each value, name and list, and in square brackets with names that are not shared): parsing a request 1.13 (0.67),
+// objects 0.81 (0.41, [0.68]), integers 0.97 (0.43), doubles 0.84 (0.62). docs/performance.md has the present figures.
 //
 // Ownership: the caller owns what make...() and close() return until it gives it to add().
 #pragma once
@@ -76,8 +76,8 @@ class DocumentBuilder {
   std::vector<Open> open_;     // the innermost container last
   std::vector<void*> pieces_;  // of all open containers: the elements of an array, a name and a value in turns
 
-  // The last name of each hash, if it is in the open chunk, which is the one with that number. 0 is the number of no
-  // chunk.
+  // The last name of each hash. All of them lie in chunk number chunkOfRecentNames_ and are used only while that chunk
+  // is open. Chunks are numbered from 1, so 0 means no chunk.
   static constexpr std::size_t hashes = 64;
   std::array<Name*, hashes> recentNames_{};
   std::size_t chunkOfRecentNames_ = 0;

@@ -89,7 +89,7 @@ TEST(ParsedDocument, ValueTakenOutOutlivesTheDocument) {
   EXPECT_EQ(newBlocksInUse(), before);
 }
 
-TEST(ParsedDocument, ScalarTakenOutKeepsOneChunkAndAContainerEveryChunkThatItHasAPartOf) {
+TEST(ParsedDocument, ScalarTakenOutKeepsOneChunkAndAContainerEveryChunkInWhichItHasAPart) {
   std::string list = "[0.5";
   for (int at = 1; at < 20000; ++at) list += "," + std::to_string(at) + ".5";
   list += ']';
@@ -189,7 +189,8 @@ TEST(ParsedDocument, RepeatedNamesOfAChunkAreOneName) {
             json::memberName(json::element(document.get(), 2), 1).data());
 }
 
-// The names that entries of the log, requests and profiles have. The builder does not mistake one for another.
+// The names that log entries, requests and profiles use. No two of them have the same hash in the builder, so none
+// displaces another.
 TEST(ParsedDocument, EachOfTheNamesOfThisProgramIsKeptOnceInAChunk) {
   const char* const names[] = {"command",   "parameters", "name", "uri",   "port",   "priority", "cacert", "location",
                                "log_level", "dir",        "file", "errno", "errmsg", "status",   "list",   "result"};

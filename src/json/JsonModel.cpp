@@ -244,7 +244,7 @@ std::string_view textOf(const jsObject* value) {
 
 std::int32_t integerOf(const jsObject* value) {
   const double number = numberOf(value);
-  if (fits32Bits(number)) return truncated(number);
+  if (fits32Bits(number)) return plusHalfTruncated(number);
   if (std::isnan(number)) return 0;
   using Limits = std::numeric_limits<std::int32_t>;
   return std::signbit(number) ? Limits::min() : Limits::max();

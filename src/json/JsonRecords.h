@@ -182,12 +182,13 @@ inline bool fits32Bits(double number) {
   return number + 0.5 > smallest - 1 && number + 0.5 < largest + 1;
 }
 
-// Returns the number plus 0.5, truncated toward zero. That must fit into 32 bits.
-inline std::int32_t truncated(double number) { return static_cast<std::int32_t>(number + 0.5); }
+// Returns the number plus 0.5, truncated toward zero. The result must fit into 32 bits (see fits32Bits).
+inline std::int32_t plusHalfTruncated(double number) { return static_cast<std::int32_t>(number + 0.5); }
 
-// Returns true if the number is integral. Then truncated() returns its value.
+// Returns true if the number is integral. Then plusHalfTruncated() returns its value.
 inline bool isIntegralNumber(double number) {
-  return fits32Bits(number) && truncated(number) < number + 0.00001 && number - 0.00001 < truncated(number);
+  return fits32Bits(number) && plusHalfTruncated(number) < number + 0.00001 &&
+         number - 0.00001 < plusHalfTruncated(number);
 }
 
 }  // namespace json

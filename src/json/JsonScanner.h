@@ -21,8 +21,8 @@
 #include <string_view>
 
 // Receives the tokens of a text: one call per token, in order. A string_view argument is valid only during the call and
-// may contain zero bytes. The text of a name
-// or a string is a part of the scanned text, except that a string with escapes is a copy.
+// may contain zero bytes. The text of a name or a string is a part of the scanned text, except that a string with
+// escapes is a copy.
 class TokenReceiver {
  public:
   virtual ~TokenReceiver() = default;

@@ -157,7 +157,7 @@ TEST(JsonScanner, UnescapingAppendsAndDropsABackslashAtTheEnd) {
   EXPECT_EQ(text, "before a\tb");
 }
 
-// Notes where the texts lie that it receives.
+// Records whether each text that it receives is a part of the scanned text or a copy.
 class PlaceRecorder final : public TokenReceiver {
  public:
   explicit PlaceRecorder(std::string_view scanned) : scanned_(scanned) {}

@@ -42,8 +42,9 @@ class Output {
 
   void addNumber(double number) {
     makeRoom(mostFixedBytes);
-    at_ = isIntegralNumber(number) ? writeInteger(at_, static_cast<std::uint32_t>(truncated(number)))  // never negative
-                                   : writeFixed(at_, number);
+    at_ = isIntegralNumber(number)
+              ? writeInteger(at_, static_cast<std::uint32_t>(plusHalfTruncated(number)))  // never negative
+              : writeFixed(at_, number);
   }
 
  private:

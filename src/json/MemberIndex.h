@@ -49,7 +49,7 @@ class MemberIndex {
     Slot matches = 0;
     for (const Slot* slot = group; slot != end; ++slot) matches |= isMatching(*slot, hash) ? *slot : Slot{0};
     if (isFree(matches) && isFree(*std::prev(end))) return none;
-    // If several slots match, this is hardly ever a position of one of them.
+    // If several slots match, their bits are mixed, and the position is hardly ever that of one of them.
     const std::size_t position = positionIn(matches);
     if (position < used_ && nameAt(position) == name) return position;
     return findSlowly(hash, name, nameAt);

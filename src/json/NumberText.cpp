@@ -68,8 +68,8 @@ double powerOfTwo(int exponent) {
   return fromBytes<double>(&bits);
 }
 
-// Returns the double nearest to whole / divisor. Both are shifted left until their highest bit is set, so that
-// one division gives a quotient of 62 or 63 bits. The lowest bit of the quotient is sticky: it is set if there is a
+// Returns the double nearest to whole / divisor. Both are shifted left until their highest bit is set, so that one
+// division gives a quotient of 62 or 63 bits. The lowest bit of the quotient is sticky: it is set if there is a
 // remainder. So the conversion to double rounds once, and correctly.
 std::optional<double> divide(std::uint64_t whole, std::uint64_t divisor) {
   const int wholeShift = __builtin_clzll(whole);
@@ -151,8 +151,8 @@ char* writeWord(char* at, std::uint64_t digits, std::size_t length) {
 // ---- The C library ----
 //
 // It reads and writes the decimal point of the program's locale, which may have several bytes. ravctl sets no locale,
-// so another point than "." costs more. The functions of the C library that know the locale would make every start
-// slower: nl_langinfo() by 125 instructions.
+// so this code is fast if the point is "." and slower for any other point. It does not ask the C library for the point,
+// because nl_langinfo() would add 125 instructions to every start.
 
 constexpr char point = '.';
 
@@ -168,7 +168,7 @@ double readInOtherLocale(std::string text) {
   return std::strtod(text.c_str(), nullptr);
 }
 
-// `end` is the end of what strtod() has read. Returns true if it returns the same in every locale, false if in doubt.
+// `end` points behind what strtod() has read. Returns true if strtod() certainly reads the same number in every locale.
 bool isSameInEveryLocale(const char* at, const char* end) {
   if (*at == '-' || *at == '+') ++at;
   while (StringUtils::isDigit(*at)) ++at;
@@ -264,7 +264,7 @@ char* writeFixed(char* at, double number) {
   if (std::signbit(number)) *at++ = '-';
   const std::uint64_t whole = *rounded / million;
   const auto low = static_cast<std::uint32_t>(whole);
-  constexpr int wholeDigits = std::numeric_limits<std::uint64_t>::digits10 + 1;  // the room is not less
+  constexpr int wholeDigits = std::numeric_limits<std::uint64_t>::digits10 + 1;  // the buffer has at least this room
   at = low == whole ? writeInteger(at, low) : std::to_chars(at, at + wholeDigits, whole).ptr;
   *at++ = '.';
   const auto decimals = static_cast<std::uint32_t>(*rounded % million);

@@ -19,12 +19,13 @@
 
 namespace json {
 
-// Returns what strtod() returns for the text. A text of up to 19 digits, with or without a sign, needs no memory.
+// Returns what strtod() returns for the text in the C locale. A text of up to 19 digits, with or without a sign, needs
+// no memory.
 double numberIn(std::string_view text);
 
 struct PlainNumber {
   double value;
-  const char* end;  // of its text
+  const char* end;  // behind the last byte that was read; null if the fast path cannot read the number
 };
 // The fast path of numberIn. Reads an optional minus sign and up to 19 digits with an optional decimal point. It does
 // not check what follows: for "1e5" the end is the position of the "e", and the caller must decide whether the number

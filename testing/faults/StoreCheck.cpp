@@ -59,8 +59,8 @@ constexpr Kind kKinds[] = {{"profile_name", flawOfLine},
                            {"endbox.conf", flawOfPairs},
                            {".current", flawOfLine}};
 
-// A delete has moved this directory out of the store.
-bool isOfDelete(const fs::path& directory) { return directory.filename().string().compare(0, 9, ".deleted-") == 0; }
+// Returns true for a directory that a delete has renamed to `.deleted-` and a number.
+bool isDeleted(const fs::path& directory) { return directory.filename().string().compare(0, 9, ".deleted-") == 0; }
 
 bool endsWith(const std::string& text, const std::string& end) {
   return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
@@ -91,7 +91,7 @@ std::vector<std::string> flawsOfStore(const std::string& profiles) {
     if (!entry.is_directory()) continue;
     for (const fs::directory_entry& file : fs::recursive_directory_iterator(entry.path())) {
       const std::string below = file.path().string().substr(entry.path().string().size());
-      if (!file.is_regular_file() || (isOfDelete(entry.path()) && file.file_size() == 0)) continue;
+      if (!file.is_regular_file() || (isDeleted(entry.path()) && file.file_size() == 0)) continue;
       check(file.path(), profiles + ".factory" + below, &flaws);
     }
   }

@@ -4,8 +4,8 @@
 //
 // It is independent of the product. In a sound store every file is complete and no temporary file is left. It does not
 // check the values in the files or which profiles exist: a profile that was being removed may lack any of its files.
-// What a delete has moved away may also hold an empty file: another process made the file in the moment before, and no
-// longer found it at its path.
+// A directory that a delete has renamed may also hold an empty file: another process created it just before the rename
+// and then could not find it at its path.
 #pragma once
 
 #include <map>

@@ -33,7 +33,7 @@ struct OpenedFile {
   struct stat info = {};
 
   off_t size() const { return info.st_size; }
-  // Whether the file has fewer disk blocks than its size needs, and so perhaps holes that a reader can skip.
+  // Returns true if the file has fewer disk blocks than its size needs. It may then have holes that a reader can skip.
   bool isSparse() const;
 };
 

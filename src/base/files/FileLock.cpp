@@ -87,7 +87,8 @@ std::string FileLock::lockPath() const { return lockName_.empty() ? std::string(
 
 // The previous holder may have removed the file that this call has just locked, and a new file may have its name. So
 // the lock counts only if the name still belongs to the locked file; else the loop tries again. Each such retry means
-// that another holder has released the lock in the meantime. Without `pauses` it needs none, because the system waits.
+// that another holder has released the lock in the meantime. `pauses` is null for a lock that blocks: then flock(2)
+// itself waits.
 void FileLock::take(int operation, RetryPauses* pauses) {
   if (lockName_.empty()) return;
   directory_ = openLockDirectory();

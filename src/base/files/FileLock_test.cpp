@@ -93,7 +93,7 @@ TEST_F(FileLockTest, ALockIsAFileOfMode0666WhileItIsHeldWhateverTheUmask) {
   EXPECT_EQ(::umask(022), 077u) << "the umask is restored";
 }
 
-TEST_F(FileLockTest, AWaitWithTheShortestTimeEndsAtOnce) {
+TEST_F(FileLockTest, ANegativeLimitTriesOnceWithoutWaiting) {
   const FileLock lock(kPath);
   for (const auto limit : {milliseconds(-1), milliseconds(-10'000'000'000'000), milliseconds::min()}) {
     SCOPED_TRACE(limit.count());
@@ -283,7 +283,7 @@ TEST_F(FileLockTest, ATimedLockOfAnyLimitIsTakenAsSoonAsItIsFree) {
   }
 }
 
-TEST_F(FileLockTest, OnlyTheFileOfAHeldLockIsLeftOver) {
+TEST_F(FileLockTest, OnlyTheFileOfAHeldLockIsRemovedAsALeftover) {
   FileLock lock(kPath);
   lock.release();
   host::writeFile(kLock, "another holder's");

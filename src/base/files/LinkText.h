@@ -6,7 +6,8 @@
 #include <optional>
 #include <string>
 
-// Returns the text of the link `name` in the open directory, or in the working directory for AT_FDCWD. An empty name
-// means the link that is itself open with O_PATH. Returns nothing, with errno set, if readlinkat(2) fails, and
-// ENAMETOOLONG for an empty text and one of PATH_MAX bytes, which may have been cut.
+// Returns the text of the link `name` in the open directory, or in the working directory for AT_FDCWD. With an
+// empty name, `directoryFd` is the link itself, opened with O_PATH. Returns nothing, with errno set, if readlinkat(2)
+// fails. Also returns nothing, with ENAMETOOLONG, if the text is empty, or if it has PATH_MAX bytes and so may have
+// been cut.
 std::optional<std::string> linkText(int directoryFd, const char* name);

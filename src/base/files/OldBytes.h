@@ -32,6 +32,6 @@ class OldBytes {
  private:
   enum class Kept { nothing, beginning, wholeFile };
 
-  std::string bytes_;  // unless nothing is kept
+  std::string bytes_;  // has no meaning while kept_ is `nothing`
   Kept kept_ = Kept::nothing;
 };

@@ -58,7 +58,7 @@ TEST_F(OldBytesTest, AFileThatHasBeenCutIsPutBackOnlyIfAllOfItIsKept) {
 }
 
 // Where a size_t has 32 bits, the size of this file must not be cut to 10.
-TEST_F(OldBytesTest, AFileOfMoreThan4GibIsKeptInItsBeginningAlone) {
+TEST_F(OldBytesTest, OnlyTheBeginningOfAFileOfMoreThan4GibIsKept) {
   const off_t size = (off_t{4} << 30) + 10;
   host::writeFile(kFile, "the old text");
   ASSERT_EQ(::truncate(kFile, size), 0);

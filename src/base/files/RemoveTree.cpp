@@ -73,7 +73,8 @@ class ManyEntriesRemover {
  private:
   using Hashes = std::vector<std::uint64_t>;
 
-  // FNV-1a, because std::hash has 32 bits on some machines: among 100,000 links two would then have the same hash.
+  // FNV-1a, because std::hash has 32 bits on some machines: of 100,000 links two would then probably have the same
+  // hash.
   static std::uint64_t hashOf(std::string_view name) {
     std::uint64_t hash = 0xcbf29ce484222325;
     for (const char byte : name) hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001b3;

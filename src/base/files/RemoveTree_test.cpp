@@ -344,7 +344,7 @@ TEST_F(RemoveTreeTest, ManyEntriesOfEveryKindAreRemovedAsFewAre) {
   EXPECT_TRUE(host::exists("/tmp/target/file"));
 }
 
-TEST_F(RemoveTreeTest, ABrokenLinkStaysAlsoIfItsNameHasThe32BitHashOfAnother) {
+TEST_F(RemoveTreeTest, ABrokenLinkStaysEvenIfAGoodLinkHasTheSame32BitHash) {
   host::writeFile("/tmp/target/file", "");
   for (int i = 0; i < kMany; ++i) host::writeFile(inTree(std::to_string(i)), "");
   // These have the same std::hash where that has 32 bits.

@@ -412,7 +412,7 @@ TEST_F(ReplacementFileTest, AFileThatTookTheNameIsNeitherRenamedNorRemoved) {
   }
 }
 
-TEST_F(ReplacementFileTest, OnlyAFileThatIsMadeIsLeftOver) {
+TEST_F(ReplacementFileTest, OnlyAFileWithoutItsFinalNameIsRemovedAsALeftover) {
   for (const bool isReplacing : {false, true}) {
     SCOPED_TRACE(isReplacing ? "replaceOld" : "remove");
     ReplacementFile file;
@@ -433,7 +433,7 @@ TEST_F(ReplacementFileTest, OnlyAFileThatIsMadeIsLeftOver) {
   EXPECT_FALSE(host::exists(kNew));
 }
 
-TEST_F(ReplacementFileTest, NothingStaysOpenOnceTheFileHasItsNameOrIsRemoved) {
+TEST_F(ReplacementFileTest, OnlyTheDirectoryStaysOpenOnceTheFileHasItsNameOrIsRemoved) {
   SKIP_WITHOUT_OTHER_USERS();
   for (const bool isReplacing : {false, true}) {
     SCOPED_TRACE(isReplacing ? "replaceOld" : "remove");
@@ -447,7 +447,7 @@ TEST_F(ReplacementFileTest, NothingStaysOpenOnceTheFileHasItsNameOrIsRemoved) {
     } else {
       file.remove();
     }
-    EXPECT_EQ(openDescriptors().size(), made - 2) << "all but the directory's";
+    EXPECT_EQ(openDescriptors().size(), made - 2) << "only the descriptor of the directory is still open";
   }
 }
 

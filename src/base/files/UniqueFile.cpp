@@ -26,7 +26,8 @@ std::string uniqueSuffix() {
   static constexpr std::string_view letters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
   static std::atomic<std::uint64_t> calls{0};
   std::uint64_t number = static_cast<std::uint64_t>(TimeUtils::nowMicros()) + calls++;
-  number += static_cast<std::uint64_t>(::getpid()) * TimeUtils::microsPerSecond;  // as if its clock were so much ahead
+  // As if the clock of this process were ahead by one second for each unit of its process id.
+  number += static_cast<std::uint64_t>(::getpid()) * TimeUtils::microsPerSecond;
   std::string suffix;
   for (int i = 0; i < 6; ++i, number /= letters.size())
     suffix += letters[static_cast<std::size_t>(number % letters.size())];

@@ -30,8 +30,8 @@ using StringList = std::deque<std::string>;
 // Reads the file into `bytes`, up to the size that it has at the start. If the file ends earlier, `bytes` holds what
 // could be read. `bytes` is cleared first, and it is empty after a failure. A file of size 0, of whatever kind, counts
 // as empty and is not opened.
-// Statuses: "file stat" (also for a missing file); "file open"; "file read" (also if a string cannot have the size of
-// the file, whatever memory there is).
+// Statuses: "file stat" (also for a missing file); "file open"; "file read" (also if the file is larger than
+// std::string::max_size()).
 Status readFile(const std::string& path, std::string& bytes);
 
 // Replaces the content of the file and sets mode 0640 whatever the umask. A failure to set the mode is ignored. A
@@ -64,8 +64,9 @@ Status readLines(const std::string& path, StringList& lines);
 // Blank lines take no memory, and no time for their holes. A line that is not blank holds its holes as zero bytes.
 // Statuses: "file open" if stat reports a regular file that cannot be opened; "file read".
 Status readFirstLine(const std::string& path, std::string& line);
-// Does the same for a path relative to an open directory (see DirectoryListing.h). Stores may have 100,000 profiles, so
-// it is quick: a line in the first 64 KiB takes four system calls, which are open, fstat, read and close.
+// Does the same for a path relative to an open directory (see DirectoryListing.h). A null path counts as an empty one.
+// Stores may have 100,000 profiles, so it is quick: a line in the first 64 KiB takes four system calls, which are open,
+// fstat, read and close.
 Status readFirstLineAt(int directoryFd, const char* path, std::string& line);
 // Does the same for an open file, whose read position must be its start. Status: "file read".
 Status readFirstLineFrom(const OpenedFile& file, std::string& line);

@@ -18,7 +18,7 @@ namespace {
 sigset_t inheritedMask;
 bool hasInheritedMask = false;
 
-// poll reports a closed descriptor although it is asked for no event.
+// poll reports a closed descriptor even if it is asked for no event.
 pollfd withoutEvents(int fd) {
   pollfd asked = {};
   asked.fd = fd;

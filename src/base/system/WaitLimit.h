@@ -11,8 +11,8 @@
 
 #include <chrono>
 
-// The operations of one kind that a thread begins in the scope of the limit. The time begins with the first of them and
-// takes Kind::longestWait. Inside the scope of another limit of the same kind it has no effect.
+// Limits the operations of one kind that a thread begins in the scope of this object. The time begins with the first of
+// them and lasts for Kind::longestWait. A limit in the scope of another limit of the same kind has no effect.
 template <typename Kind>
 class WaitLimit {
  public:
@@ -27,8 +27,8 @@ class WaitLimit {
   WaitLimit(const WaitLimit&) = delete;
   WaitLimit& operator=(const WaitLimit&) = delete;
 
-  // Returns the time until which an operation that begins now may wait. Outside of every limit each operation has the
-  // whole time for itself.
+  // Returns the time until which an operation that begins now may wait. Without a limit, each operation may wait for
+  // Kind::longestWait.
   static Clock::time_point deadline() {
     const Clock::time_point end = Clock::now() + Kind::longestWait;
     if (current == nullptr) return end;

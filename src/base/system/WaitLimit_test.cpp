@@ -22,7 +22,7 @@ struct Repairs {
 
 using Limit = WaitLimit<Edits>;
 
-// The clock stands still but for the pauses.
+// The clock advances only during pauses.
 class WaitLimitTest : public testing::Test {
  protected:
   static void pause() { std::this_thread::sleep_for(milliseconds(20)); }

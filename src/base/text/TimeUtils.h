@@ -62,7 +62,7 @@ std::int64_t compose(const BrokenDownTime& fields);
 // follows.
 std::string formatTime(std::int64_t micros, bool withMicros, char separator);
 // Parses "2024-03-01T12:00:05" as UTC and returns the time in microseconds since 1970. Any text behind it is ignored.
-// Returns 0 if one of the six fields is missing.
+// Returns 0 if one of the six fields is missing, and for a null pointer.
 std::int64_t parseIsoTime(TextOrNull text);
 
 // Time stamps for file names, such as "20250302", "20250302-13", "20250302-1305" and "20250302-130507", with a prefix
@@ -77,8 +77,9 @@ std::string secondStamp(TextOrNull prefix, TextOrNull suffix, std::int64_t micro
 // a blank is ignored.
 std::int64_t parseDuration(TextOrNull text);
 // Formats a duration as a count of one unit, rounded toward zero: "0 seconds", "1 sec", "90 secs", "2 mins", "1500
-// usecs", "25 hrs", "10 days". It uses the largest unit of which there are at least ten, or of which there is a whole
-// number if parts of less than one of the next smaller unit are dropped. The unit "ms" has no plural form.
+// usecs", "25 hrs", "10 days". It uses the largest unit that passes one of two tests: the duration has at least ten
+// of it, or the duration, rounded down to a whole number of the next smaller unit, is a whole number of it. The unit
+// "ms" has no plural form.
 std::string formatDuration(std::int64_t micros);
 
 }  // namespace TimeUtils

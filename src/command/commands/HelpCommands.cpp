@@ -194,8 +194,8 @@ Lines subjectOf(const Lines& words) {
 
 // --- The fields of results
 
-// The line of deviceID deliberately lacks its closing bracket. The results have status_details and
-// status_context, but no output mode prints them.
+// The line of deviceID deliberately lacks its closing bracket. No result has fields named status_details and
+// status_context: the details of a status are printed in brackets in status_text, and its context is never printed.
 constexpr char standardFields[][sizeof "  status_context: <optional string, detail about where an error occurred>"] = {
     "Commands also return standard fields for result status:",
     "  method: <string, the name of the method invoked>",

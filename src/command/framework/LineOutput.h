@@ -5,8 +5,7 @@
 //   out.finish();
 //
 // It collects lines and writes them with write(2) as soon as it has 64 KiB or more. The first 1000 bytes take one
-// allocation. After a failed write it writes
-// nothing more to standard output.
+// allocation. After a failed write it writes nothing more to standard output.
 #pragma once
 
 #include <string>

@@ -19,7 +19,8 @@ std::uint64_t sizeWithLength(std::string_view text) {
   return std::uint64_t{text.size()} + (text.size() < longMark ? 1 : 1 + sizeof(LongLength));
 }
 
-// Where a size_t has 32 bits, no memory has the size of its largest value, so that a request for it fails.
+// Where a size_t has 32 bits, a size that is too large becomes SIZE_MAX, so that the allocation fails instead of being
+// too small.
 std::size_t asMemorySize(std::uint64_t size) {
   return static_cast<std::size_t>(std::min<std::uint64_t>(size, SIZE_MAX));
 }

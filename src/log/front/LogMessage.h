@@ -89,8 +89,9 @@ class LogMessage {
   char* bytes() { return const_cast<char*>(std::as_const(*this).bytes()); }
   const char* addressOf(Place place) const;
   std::string_view fixedText(Place place) const;
-  void put(std::string_view text);  // requires the room
-  // Returns the buffer that it replaces, if any, unless that is the room behind the object.
+  void put(std::string_view text);  // call makeRoom first
+  // Makes room for `needed` bytes in all. Returns the allocated buffer that this replaced, which the caller frees when
+  // it no longer reads from it, or null if no allocated buffer was replaced.
   std::unique_ptr<char[]> makeRoom(std::uint64_t needed) { return needed <= room_ ? nullptr : enlarge(needed); }
   std::unique_ptr<char[]> enlarge(std::uint64_t needed);
 

@@ -45,7 +45,7 @@ TEST(LogMessage, NewMessageHasEmptyTextsAndNoParameters) {
   EXPECT_EQ(message.created, 0);
 }
 
-TEST(LogMessage, OnlyAMadeMessageUsesTheMemoryBehindIt) {
+TEST(LogMessage, AMessageThatMakeDidNotCreateLeavesTheMemoryBehindItUnchanged) {
   alignas(LogMessage) char memory[sizeof(LogMessage) + 8];
   std::memset(memory, 'x', sizeof memory);
   auto* const message = ::new (static_cast<void*>(memory)) LogMessage;

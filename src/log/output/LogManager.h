@@ -31,7 +31,8 @@
 // that is not queued is freed by its handle.
 // Threads: one lock guards the list of loggers, the default level and the synchronous processor. It is held while the
 // processor runs. A processor is deleted after the lock is released, so its destructor may wait for a thread that logs
-// or gets loggers. A processor that another one installs and replaces in one call may be deleted earlier.
+// or gets loggers. There is one exception: if a running processor installs a second one and replaces that one too
+// before it returns, the second one may be deleted while the lock is held.
 // Re-entry: a processor that logs or gets loggers does not deadlock. Its entries are queued without being passed to
 // the processor.
 // Deadlock: with asynchronous output, a processor must not flush or stop the output, and must not add or remove

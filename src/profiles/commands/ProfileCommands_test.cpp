@@ -170,7 +170,7 @@ std::ptrdiff_t blocksToRender(int profiles) {
   return newBlocksSoFar() - before;
 }
 
-// A list that grew would grow between 60 and 70 profiles, because 64 is a power of two, but not between 50 and 60.
+// A vector without reserve() would reallocate between 60 and 70 profiles, when it passes 64, but not between 50 and 60.
 TEST_F(ProfileCommandTest, TheLinesOfAListAreAllocatedOnceWhateverTheirNumber) {
   const std::ptrdiff_t fifty = blocksToRender(50), sixty = blocksToRender(60);
   EXPECT_EQ(blocksToRender(70) - sixty, sixty - fifty);

@@ -34,8 +34,8 @@
 
 namespace ConfigLines {
 
-// All edits in the scope of one EditLimit wait for other holders for ten seconds at most. An edit that begins later
-// still tries once.
+// All edits in the scope of one EditLimit together wait for other holders for ten seconds at most. An edit that begins
+// after that time still tries once.
 struct Edits {
   static constexpr std::chrono::seconds longestWait{10};
 };

@@ -19,7 +19,7 @@
 
 namespace NameRepair {
 
-// All repairs in the scope of one Limit wait for locks for one second at most.
+// All repairs in the scope of one Limit together wait for locks for one second at most.
 struct Repairs {
   static constexpr std::chrono::seconds longestWait{1};
 };

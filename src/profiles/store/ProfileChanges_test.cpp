@@ -1044,7 +1044,7 @@ TEST_F(ModifyTest, AFailedStopOrStartIsReturnedAndAllChangesAreMade) {
   }
 }
 
-TEST_F(ModifyTest, AFailedStopIsReturnedEvenIfALaterStepFailsTooAndAFailedMarkerBeforeAFailedStart) {
+TEST_F(ModifyTest, TheStatusIsThatOfTheFirstOfSeveralFailures) {
   const auto failBoth = [] {
     makeRunning();
     host::installScript(kSystemctl, "echo $1 >> /tmp/calls\n[ $1 = start ] && exit 4\nkill -KILL $$\n");

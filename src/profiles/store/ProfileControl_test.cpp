@@ -564,7 +564,7 @@ TEST_F(CreateActiveTest, AFailedStartIsReturnedButTheProfileIsCreatedAndActive) 
   for (const Creation& c : cases) expectCreation(c, activeWish(), makeRunning);
 }
 
-TEST_F(CreateActiveTest, AMarkerThatCannotBeWrittenIsReturnedEvenIfTheStartFailsToo) {
+TEST_F(CreateActiveTest, AFailureToSetTheModeOfTheMarkerIsReturnedEvenIfTheStartFailsToo) {
   const Creation c = {"both fail",
                       [](NewProfile&) { host::installScript(kSystemctl, "exit 3\n"); },
                       status::applicationError,

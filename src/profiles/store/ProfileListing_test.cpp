@@ -80,7 +80,7 @@ std::ptrdiff_t blocksToList(int profiles, void (*list)()) {
   return newBlocksSoFar() - before;
 }
 
-// A list that grew would grow between 60 and 70 profiles, because 64 is a power of two, but not between 50 and 60.
+// A vector without reserve() would reallocate between 60 and 70 profiles, when it passes 64, but not between 50 and 60.
 TEST_F(ProfileListingTest, EachListIsAllocatedOnceWhateverItsLength) {
   const std::pair<const char*, void (*)()> cases[] = {
       {"ProfileListing::read", [] { EXPECT_TRUE(ProfileListing().read()); }},

@@ -141,7 +141,8 @@ bool isActive(const ProfileRecord& profile);
 
 // Makes the profile in that directory the active one by writing the name to `.current`. Returns false for a name that
 // is not plain, and if `.current` could not be written or its mode could not be set. A name that begins or ends with
-// bytes outside 33..126 is read back without them, so that such a profile does not become active.
+// bytes outside 33..126 is written too, and the result is true. But readers of `.current` trim these bytes, so the
+// profile does not become active.
 bool setActive(const std::string& dirname);
 
 // Returns the state of the daemon according to its heartbeat file in the active profile.
@@ -161,7 +162,7 @@ Status findByName(const std::string& name, ProfileRecord& record);
 // the directory just created for the new profile: it does not count and is not repaired.
 bool chooseNewName(const std::string& requested, bool allowRename, std::string_view without, std::string& name);
 
-// Does the same for the names that `inUse` holds, without a store.
+// Chooses a name as chooseNewName does, but takes the names in use from `inUse` and reads no store.
 bool chooseUnusedName(const std::string& requested, bool allowRename, std::vector<std::string_view> inUse,
                       std::string& name);
 

@@ -406,7 +406,7 @@ TEST_F(ActiveProfileTest, AMarkerThatIsNotARegularFileCountsAsEmptyAndCannotBeSe
   }
 }
 
-TEST_F(ActiveProfileTest, ADirectoryNameWithOtherBytesAtAnEndDoesNotBecomeActive) {
+TEST_F(ActiveProfileTest, ADirectoryNameThatReadersTrimIsWrittenButDoesNotBecomeActive) {
   for (const std::string& name : {"b\xc3\xbcro"s, "b\xc3\xbcro\xc3\xa4"s, " b\xc3\xbcro"s}) {
     SCOPED_TRACE(name);
     host::makeProfile(name, "office");

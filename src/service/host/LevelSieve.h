@@ -53,10 +53,10 @@ class LevelSieve {
   SecondBytes seconds_{};  // unused places repeat the last byte
 };
 
-// Returns false only if no text that begins with 16 or more of these bytes in a row names a level. The reason is that
-// only blanks may precede a level name, and that a blank, "]", "~" or the end of the text follows its letters, of which
-// there are fewer than 16. A shorter text that ends behind these bytes may name a level nevertheless ("ERROR"), so the
-// caller must judge it. Without vectors it returns true.
+// Returns true if these bytes may name a level. If it returns false, no text that begins with at least 16 consecutive
+// bytes of them names a level. The reason: only blanks may precede a level name, the name has fewer than 16 letters,
+// and a blank, "]", "~" or the end of the text must follow it. A shorter text that ends with these bytes may still name
+// a level ("ERROR"), so the caller must judge it. Without vectors it returns true.
 // What it gains: a line of 100 MiB without such bytes need not be read a second time to judge its pieces. The answer
 // for 256 KiB takes 3 us, reading them takes 20 us.
 bool mayNameLevel(std::string_view bytes, Vectors vectors);

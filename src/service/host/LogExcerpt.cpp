@@ -116,8 +116,8 @@ class BackwardReader {
   struct Range {
     off_t begin, end;
   };
-  // What is known about a line that starts before the window. `nameless` is the longest part of it in which no piece
-  // names a level above info.
+  // What is known about a line that starts before the window. `nameless` is the longest part of the line that was found
+  // in which no piece names a level.
   struct LongLine {
     off_t start;
     Range nameless;
@@ -191,7 +191,8 @@ class BackwardReader {
     return begin;
   }
 
-  // Skips the pieces before end_ that lie in a hole, which are zero bytes and have no text, or in its nameless part.
+  // Skips the pieces before end_ that lie in a hole, which has only zero bytes and so no text, or in the nameless part
+  // of the line.
   void skipPieces(const LongLine& line) {
     const bool isNameless = line.nameless.begin < end_ && end_ <= line.nameless.end;
     const off_t begin = std::max(line.start, isNameless ? line.nameless.begin : holeBefore(end_));
@@ -203,7 +204,7 @@ class BackwardReader {
   // error.
   std::optional<LongLine> findStart() {
     Range nameless = {end_, end_};
-    off_t namelessEnd = window_.begin();  // no piece from the start of the window to here names the threshold or more
+    off_t namelessEnd = window_.begin();  // no piece between window_.begin() and this offset names a level
     while (window_.begin() != 0) {
       const off_t hole = holeBefore(window_.begin());
       if (hole < window_.begin()) {

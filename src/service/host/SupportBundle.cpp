@@ -28,8 +28,8 @@ class SignalsGivenBack {
   sigset_t ours_ = {};
 };
 
-// glibc returns the wait status of a shell that exited with 127 also if it could not start the shell, but only then it
-// sets errno. An interrupted wait, which it repeats, may leave EINTR there.
+// glibc returns the wait status of a shell that exited with 127 even if it could not start the shell. It sets errno
+// only in that case, except that an interrupted wait, which it repeats, may leave EINTR.
 bool isShellMissing(int result, int error) { return result == noShellWaitStatus && error != 0 && error != EINTR; }
 
 }  // namespace

@@ -10,8 +10,8 @@
 
 #include "command/status/StatusCodes.h"
 
-// Returns the status that statusOfSystemResult gives for the run. A shell that could not be started counts as the
-// result -1 if system(3) returns -1 or sets errno for it.
+// Returns the status that statusOfSystemResult gives for the run. A shell that could not be started gives the
+// status of the result -1. It is noticed if system(3) returns -1 or sets errno.
 Status runSupportBundle();
 
 // Turns the return value of system(3) into a status: 0 gives success, a negative value or exactly 127 gives "stdlib
